@@ -1,0 +1,26 @@
+# Settings that every target of the project shares. A target opts in with varnholt_target(NAME).
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+
+add_library(varnholt_flags INTERFACE)
+target_compile_options(varnholt_flags INTERFACE
+  $<BUILD_INTERFACE:-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror>)
+if(VARNHOLT_SANITIZE)
+  target_compile_options(varnholt_flags INTERFACE
+    -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(varnholt_flags INTERFACE -fsanitize=address,undefined)
+endif()
+if(VARNHOLT_COVERAGE)
+  target_compile_options(varnholt_flags INTERFACE --coverage -fprofile-update=atomic)
+  target_link_options(varnholt_flags INTERFACE --coverage)
+endif()
+
+function(varnholt_target name)
+  target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:varnholt_flags>)
+  # Every include names its file from the top of the repository.
+  target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
+endfunction()

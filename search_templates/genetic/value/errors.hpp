@@ -1,0 +1,125 @@
+// The error kinds of the search, one class each, named as the host's language names them.
+//
+// An "ordinary" error is whatever derives from std::exception; these classes are the ones that the
+// library throws itself. A host that runs in another language turns its own exceptions into the
+// class of their kind and hangs the original on it, so that the very object can be handed back
+// when the error leaves the library again.
+#pragma once
+
+#include <exception>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace varnholt::genetic {
+
+// The host's own exception object behind an error. Kept alive as long as the error is.
+class ErrorOrigin {
+ public:
+  virtual ~ErrorOrigin() = default;
+
+  // The name of the exception's exact type, as the host shows it.
+  [[nodiscard]] virtual std::string type_name() const = 0;
+};
+
+// The base of every error that the library names.
+class Error : public std::exception {
+ public:
+  explicit Error(std::string text, std::shared_ptr<const ErrorOrigin> origin = nullptr)
+      : text_(std::move(text)), origin_(std::move(origin)) {}
+
+  [[nodiscard]] const char* what() const noexcept override { return text_.c_str(); }
+  [[nodiscard]] const std::string& text() const noexcept { return text_; }
+  [[nodiscard]] const std::shared_ptr<const ErrorOrigin>& origin() const noexcept {
+    return origin_;
+  }
+
+  // The name of the exact kind: the origin's, where there is one.
+  [[nodiscard]] std::string type_name() const;
+
+ protected:
+  [[nodiscard]] virtual std::string_view kind_name() const noexcept { return "Exception"; }
+
+ private:
+  std::string text_;
+  std::shared_ptr<const ErrorOrigin> origin_;
+};
+
+class TypeError : public Error {
+ public:
+  using Error::Error;
+
+ protected:
+  [[nodiscard]] std::string_view kind_name() const noexcept override { return "TypeError"; }
+};
+
+class ValueError : public Error {
+ public:
+  using Error::Error;
+
+ protected:
+  [[nodiscard]] std::string_view kind_name() const noexcept override { return "ValueError"; }
+};
+
+class OverflowError : public Error {
+ public:
+  using Error::Error;
+
+ protected:
+  [[nodiscard]] std::string_view kind_name() const noexcept override { return "OverflowError"; }
+};
+
+class AttributeError : public Error {
+ public:
+  using Error::Error;
+
+ protected:
+  [[nodiscard]] std::string_view kind_name() const noexcept override { return "AttributeError"; }
+};
+
+// The base of "there is no such entry", for a mapping and for a sequence.
+class LookupError : public Error {
+ public:
+  using Error::Error;
+
+ protected:
+  [[nodiscard]] std::string_view kind_name() const noexcept override { return "LookupError"; }
+};
+
+class KeyError : public LookupError {
+ public:
+  using LookupError::LookupError;
+
+ protected:
+  [[nodiscard]] std::string_view kind_name() const noexcept override { return "KeyError"; }
+};
+
+class IndexError : public LookupError {
+ public:
+  using LookupError::LookupError;
+
+ protected:
+  [[nodiscard]] std::string_view kind_name() const noexcept override { return "IndexError"; }
+};
+
+class RuntimeError : public Error {
+ public:
+  using Error::Error;
+
+ protected:
+  [[nodiscard]] std::string_view kind_name() const noexcept override { return "RuntimeError"; }
+};
+
+// A value nested deeper than kMaximumNesting. It is thrown instead of overflowing the stack.
+class RecursionError : public RuntimeError {
+ public:
+  using RuntimeError::RuntimeError;
+
+ protected:
+  [[nodiscard]] std::string_view kind_name() const noexcept override { return "RecursionError"; }
+};
+
+// The levels of nesting that a recursive walk follows before it gives up with a RecursionError.
+inline constexpr int kMaximumNesting = 900;
+
+}  // namespace varnholt::genetic
