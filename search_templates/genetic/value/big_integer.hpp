@@ -1,0 +1,77 @@
+// Integers of any size, as far as the search meets them: read from a text or from a double, shown,
+// compared, hashed and turned into a double. There is no arithmetic.
+//
+// A BigInteger never changes once it is made. Its magnitude is a sequence of 32-bit limbs, least
+// significant first, without leading zeros; zero has no limb and no sign.
+#pragma once
+
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace varnholt::genetic {
+
+class BigInteger {
+ public:
+  // Zero.
+  BigInteger() = default;
+
+  explicit BigInteger(std::int64_t value);
+
+  // The number written by `digits`, all of them '0' to '9'; no digit at all is zero. Takes time
+  // that grows as the square of their number: a caller that reads foreign text limits it.
+  [[nodiscard]] static BigInteger from_decimal_digits(std::string_view digits, bool negative);
+
+  // The integer part of a finite double. Throws what `int(value)` raises: ValueError for a NaN,
+  // OverflowError for an infinity.
+  [[nodiscard]] static BigInteger from_double_truncated(double value);
+
+  [[nodiscard]] bool is_zero() const noexcept { return limbs_.empty(); }
+  [[nodiscard]] bool is_negative() const noexcept { return negative_; }
+
+  // The value where 64 bits hold it.
+  [[nodiscard]] std::optional<std::int64_t> to_int64() const noexcept;
+
+  // `float(value)`: the nearest double, of two equally near ones the even one. Throws
+  // OverflowError "int too large to convert to float" where rounding leaves the doubles' range.
+  [[nodiscard]] double to_double() const;
+
+  // Appends the decimal digits, with '-' before those of a negative number.
+  void append_decimal(std::string& out) const;
+  [[nodiscard]] std::string to_decimal() const;
+
+  // `hash(value)`; equal to the hash of an equal int64 or double (number_hash.hpp).
+  [[nodiscard]] std::int64_t hash() const noexcept;
+
+  friend bool operator==(const BigInteger& left, const BigInteger& right) noexcept = default;
+  friend std::strong_ordering operator<=>(const BigInteger& left, const BigInteger& right) noexcept;
+
+ private:
+  // Adds the limbs of a 64-bit magnitude to an empty number.
+  void set_magnitude(std::uint64_t magnitude);
+  [[nodiscard]] std::size_t bit_length() const noexcept;
+
+  bool negative_ = false;
+  std::vector<std::uint32_t> limbs_;
+};
+
+// The exact order of an integer of any size and a number of another kind. Against a NaN there is
+// no order.
+[[nodiscard]] std::strong_ordering compare_exactly(const BigInteger& left, std::int64_t right);
+[[nodiscard]] std::partial_ordering compare_exactly(const BigInteger& left, double right);
+
+// An integer: 64 bits where they hold it, the large kind elsewhere and only there.
+using Integer = std::variant<std::int64_t, BigInteger>;
+
+// The smaller kind where it holds the value.
+[[nodiscard]] Integer to_integer(BigInteger value);
+
+// `int(value)` of a double: its integer part. Throws as BigInteger::from_double_truncated does.
+[[nodiscard]] Integer integer_from_double(double value);
+
+}  // namespace varnholt::genetic
