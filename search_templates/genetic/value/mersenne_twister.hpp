@@ -1,0 +1,85 @@
+// The random generator of CPython's `random.Random`: the same seed gives the same draws, bit for
+// bit, and the state moves between the two in both directions.
+//
+// Sources: MT19937 by M. Matsumoto and T. Nishimura, "Mersenne Twister: a 623-dimensionally
+// equidistributed uniform pseudorandom number generator", ACM TOMACS 8 (1998), 3-30, with its
+// initialisation by an array; what is drawn from it follows CPython 3.11's documented and observed
+// behaviour. It is no generator for secrets.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace varnholt::genetic {
+
+// What `random.Random.getstate()` holds under version 3: the 624 words, the number of them already
+// used (which stands as the 625th integer), and the second of a pair of Gaussian draws, where one
+// waits. This generator draws no Gaussian numbers, but keeps the pending one for whoever does.
+struct MersenneTwisterState {
+  static constexpr int kVersion = 3;
+  static constexpr std::size_t kWordCount = 624;
+
+  std::array<std::uint32_t, kWordCount> words{};
+  std::uint32_t position = kWordCount;
+  std::optional<double> gauss_next;
+
+  friend bool operator==(const MersenneTwisterState&, const MersenneTwisterState&) = default;
+};
+
+class MersenneTwister {
+ public:
+  // As `random.Random(seed)` with a non-negative integer.
+  explicit MersenneTwister(std::uint64_t seed_value) { seed(seed_value); }
+
+  // As `random.Random()` followed by `setstate`. Throws as set_state does.
+  explicit MersenneTwister(const MersenneTwisterState& state) { set_state(state); }
+
+  // Starts anew from a non-negative integer; a pending Gaussian draw is dropped.
+  void seed(std::uint64_t seed_value) noexcept;
+
+  // A multiple of 2**-53 in [0, 1), each equally likely. Uses two words.
+  [[nodiscard]] double random() noexcept;
+
+  // An integer of `bits` random bits, 0 to 64 of them; for no bit it is 0 and draws nothing. Uses
+  // one word up to 32 bits and two above. Throws ValueError for a negative number of bits, and for
+  // more than 64, which CPython would give.
+  [[nodiscard]] std::uint64_t getrandbits(int bits);
+
+  // A number in [0, limit), each equally likely: draws as many bits as the limit has until they lie
+  // below it. Requires limit > 0; throws ValueError for 0.
+  [[nodiscard]] std::uint64_t randbelow(std::uint64_t limit);
+
+  // A number in [start, stop). Throws ValueError with CPython's message if there is none.
+  [[nodiscard]] std::int64_t randrange(std::int64_t start, std::int64_t stop);
+
+  // The index that `random.choice` picks from a sequence of this size. Throws IndexError "Cannot
+  // choose from an empty sequence" for size 0.
+  [[nodiscard]] std::size_t choose_index(std::size_t size);
+
+  // `random.shuffle`: brings the items into a random order, the last place first.
+  template <typename Item>
+  void shuffle(std::vector<Item>& items) {
+    for (std::size_t i = items.size(); i-- > 1;) {
+      using std::swap;
+      swap(items[i], items[randbelow(i + 1)]);
+    }
+  }
+
+  [[nodiscard]] const MersenneTwisterState& state() const noexcept { return state_; }
+
+  // Goes on from a state. Throws ValueError "invalid state", and keeps its own, if the position is
+  // beyond the words.
+  void set_state(const MersenneTwisterState& state);
+
+ private:
+  [[nodiscard]] std::uint32_t next_word() noexcept;
+  void renew_words() noexcept;
+
+  MersenneTwisterState state_;
+};
+
+}  // namespace varnholt::genetic
