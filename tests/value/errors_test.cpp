@@ -3,12 +3,15 @@
 
 #include <gtest/gtest.h>
 
+#include "search_templates/genetic/value/value.hpp"
+
 namespace varnholt::genetic {
 namespace {
 
 class NamedOrigin : public ErrorOrigin {
  public:
   [[nodiscard]] std::string type_name() const override { return "HostSpecificError"; }
+  [[nodiscard]] Value object() const override { return "the original"; }
 };
 
 TEST(Errors, TellTheirTextAndExactKind) {

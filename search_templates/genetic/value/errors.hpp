@@ -8,10 +8,13 @@
 
 #include <exception>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace varnholt::genetic {
+
+class Value;
 
 // The host's own exception object behind an error. Kept alive as long as the error is.
 class ErrorOrigin {
@@ -20,6 +23,16 @@ class ErrorOrigin {
 
   // The name of the exception's exact type, as the host shows it.
   [[nodiscard]] virtual std::string type_name() const = 0;
+  // The exception itself.
+  [[nodiscard]] virtual Value object() const = 0;
+};
+
+// What rules may read of an error besides its text. Missing and absent are two answers.
+class ErrorAttributes {
+ public:
+  virtual ~ErrorAttributes() = default;
+
+  [[nodiscard]] virtual std::optional<Value> attribute(std::string_view name) const = 0;
 };
 
 // The base of every error that the library names.
@@ -32,6 +45,11 @@ class Error : public std::exception {
   [[nodiscard]] const std::string& text() const noexcept { return text_; }
   [[nodiscard]] const std::shared_ptr<const ErrorOrigin>& origin() const noexcept {
     return origin_;
+  }
+
+  // Null for an error without attributes, as most are.
+  [[nodiscard]] virtual std::shared_ptr<const ErrorAttributes> attributes() const {
+    return nullptr;
   }
 
   // The name of the exact kind: the origin's, where there is one.

@@ -1,0 +1,31 @@
+// Helpers that the host shares with its search templates.
+#pragma once
+
+#include <string>
+
+#include "search_templates/genetic/host/logger.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::genetic {
+
+class Engine {
+ public:
+  virtual ~Engine() = default;
+
+  [[nodiscard]] virtual Logger& logger() = 0;
+
+  // The depth of a graph, as the host counts it.
+  [[nodiscard]] virtual Value graph_depth_for_attempt_marker(const Value& graph) = 0;
+
+  // Whether an error object says that the runtime, not the candidate, was not ready, and the text
+  // that begins such a candidate's failure detail.
+  [[nodiscard]] virtual bool is_sdk_runtime_not_ready_error(const Value& error) = 0;
+  [[nodiscard]] virtual Value sdk_runtime_not_ready_rejection_detail() = 0;
+
+  // How many candidates in a row may meet a runtime that is not ready.
+  [[nodiscard]] virtual Value infrastructure_failure_threshold() = 0;
+  // Throws the host's error for a runtime that keeps failing, which ends the run.
+  [[noreturn]] virtual void raise_background_infrastructure_error(const std::string& detail) = 0;
+};
+
+}  // namespace varnholt::genetic

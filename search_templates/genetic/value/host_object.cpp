@@ -1,0 +1,72 @@
+#include "search_templates/genetic/value/host_object.hpp"
+
+#include "search_templates/genetic/value/errors.hpp"
+
+namespace varnholt::genetic {
+
+bool HostObject::equals(const Value& /*other*/) const {
+  return false;
+}
+
+std::uint64_t HostObject::hash() const {
+  // Objects are aligned, so the lowest bits of an address say nothing.
+  const auto address = reinterpret_cast<std::uintptr_t>(identity());
+  return (address >> 4U) | (address << 60U);
+}
+
+std::optional<bool> HostObject::less(const Value& /*other*/) const {
+  return std::nullopt;
+}
+std::optional<bool> HostObject::greater(const Value& /*other*/) const {
+  return std::nullopt;
+}
+
+double HostObject::to_float() const {
+  throw TypeError("float() argument must be a string or a real number, not '" + type_name() + "'");
+}
+
+Value HostObject::to_integer() const {
+  throw TypeError("int() argument must be a string, a bytes-like object or a real number, not '" +
+                  type_name() + "'");
+}
+
+std::string HostObject::repr() const {
+  return "<" + type_name() + " object>";
+}
+
+bool HostObject::append_json(std::string& /*out*/) const {
+  return false;
+}
+
+bool HostObject::is_instance_of(Kind kind) const {
+  return exact_kind() == kind;
+}
+
+std::size_t HostObject::length() const {
+  throw TypeError("object of type '" + type_name() + "' has no len()");
+}
+
+std::unique_ptr<ValueIterator> HostObject::iterate() const {
+  throw TypeError("'" + type_name() + "' object is not iterable");
+}
+
+Value HostObject::item(const Value& /*key*/) const {
+  throw TypeError("'" + type_name() + "' object is not subscriptable");
+}
+
+std::optional<Value> HostObject::attribute(std::string_view /*name*/) const {
+  return std::nullopt;
+}
+
+Value HostObject::deep_copy() const {
+  return self();
+}
+
+Value HostObject::self() const {
+  auto* const object =
+      const_cast<HostObject*>(this);  // NOLINT(cppcoreguidelines-pro-type-const-cast)
+  ++object->references;
+  return ObjectRef(object);
+}
+
+}  // namespace varnholt::genetic

@@ -1,0 +1,78 @@
+// An object of the host inside a Value: whatever is not exactly one of our kinds.
+//
+// The object answers for itself. The defaults are those of a plain object of the host's language:
+// true, equal to itself alone, not a number, not a sequence, without attributes.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::genetic {
+
+// Walks whatever can be iterated, one item a call.
+class ValueIterator {
+ public:
+  virtual ~ValueIterator() = default;
+  [[nodiscard]] virtual std::optional<Value> next() = 0;
+};
+
+class HostObject : public detail::Counted {
+ public:
+  HostObject() = default;
+  HostObject(const HostObject&) = delete;
+  HostObject& operator=(const HostObject&) = delete;
+  virtual ~HostObject() = default;
+
+  // The name of its exact type, as messages show it.
+  [[nodiscard]] virtual std::string type_name() const = 0;
+
+  // The kind whose exact type the object has although it cannot be stored as that kind: an integer
+  // beyond 64 bits, a NaN, a text that is not valid Unicode. kObject for every other object.
+  [[nodiscard]] virtual Kind exact_kind() const { return Kind::kObject; }
+  // Two objects are the same when these are equal.
+  [[nodiscard]] virtual const void* identity() const noexcept { return this; }
+
+  [[nodiscard]] virtual bool truth() const { return true; }
+  // Equality in the host's sense; identity has been tested before.
+  [[nodiscard]] virtual bool equals(const Value& other) const;
+  // Equal values hash alike, also an object and a value of ours (`hash` of semantics.hpp).
+  // Throws TypeError for what cannot be a key.
+  [[nodiscard]] virtual std::uint64_t hash() const;
+  // this < other, and other < this. Empty when the host has no such order.
+  [[nodiscard]] virtual std::optional<bool> less(const Value& other) const;
+  [[nodiscard]] virtual std::optional<bool> greater(const Value& other) const;
+
+  // float() and int() of the object; TypeError when it is not convertible.
+  [[nodiscard]] virtual double to_float() const;
+  [[nodiscard]] virtual Value to_integer() const;
+  [[nodiscard]] virtual std::string str() const { return repr(); }
+  [[nodiscard]] virtual std::string repr() const;
+  // Appends the object's JSON text and returns true, or returns false when it has none.
+  virtual bool append_json(std::string& out) const;
+
+  // A handle on the object as a mapping, when it is one (an exact mapping is no object).
+  [[nodiscard]] virtual std::optional<Mapping> as_mapping() const { return std::nullopt; }
+  // Whether it is an instance of the list, tuple or text type.
+  [[nodiscard]] virtual bool is_instance_of(Kind kind) const;
+  // The text of an instance of the text type.
+  [[nodiscard]] virtual std::string text() const { return str(); }
+  [[nodiscard]] virtual std::size_t length() const;                      // TypeError: has no len()
+  [[nodiscard]] virtual std::unique_ptr<ValueIterator> iterate() const;  // TypeError: not iterable
+  [[nodiscard]] virtual Value item(const Value& key) const;              // TypeError: no items
+  // Missing and absent are two answers.
+  [[nodiscard]] virtual std::optional<Value> attribute(std::string_view name) const;
+
+  [[nodiscard]] virtual Value deep_copy() const;
+  [[nodiscard]] virtual Value shallow_copy() const { return self(); }
+
+ protected:
+  // A handle on this very object.
+  [[nodiscard]] Value self() const;
+};
+
+}  // namespace varnholt::genetic

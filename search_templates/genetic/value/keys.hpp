@@ -1,0 +1,81 @@
+// Every key that the library reads or writes in open data, each in one place.
+//
+// The comment of a group tells whose mapping it is.
+#pragma once
+
+#include "search_templates/genetic/value/key.hpp"
+
+namespace varnholt::genetic::keys {
+
+// A graph's node.
+inline constexpr Key kNode = key<"node">();
+inline constexpr Key kType = key<"type">();
+inline constexpr Key kChildren = key<"children">();
+
+// A candidate item and an improvement.
+inline constexpr Key kGraph = key<"graph">();
+inline constexpr Key kLineage = key<"lineage">();
+inline constexpr Key kSourceResult = key<"source_result">();
+
+// A candidate result record, in the order in which it is written.
+inline constexpr Key kStats = key<"stats">();
+inline constexpr Key kPasses = key<"passes">();
+inline constexpr Key kFailures = key<"failures">();
+inline constexpr Key kEvalId = key<"eval_id">();
+inline constexpr Key kSubmissionPayload = key<"submission_payload">();
+inline constexpr Key kAttemptEvidence = key<"attempt_evidence">();
+inline constexpr Key kPerColumnStats = key<"per_column_stats">();
+inline constexpr Key kTrackingMetricKwargs = key<"tracking_metric_kwargs">();
+inline constexpr Key kSharpe = key<"sharpe">();
+inline constexpr Key kQualityScore = key<"quality_score">();
+inline constexpr Key kCorrelation = key<"correlation">();
+inline constexpr Key kCandidateIndex = key<"candidate_index">();
+inline constexpr Key kImprovementDepth = key<"improvement_depth">();
+inline constexpr Key kReactionPlan = key<"reaction_plan">();
+inline constexpr Key kSourceCandidateIndex = key<"source_candidate_index">();
+inline constexpr Key kSourceGraph = key<"source_graph">();
+inline constexpr Key kRescued = key<"rescued">();
+inline constexpr Key kWorkerPid = key<"worker_pid">();
+inline constexpr Key kElapsedSimulationSeconds = key<"elapsed_simulation_seconds">();
+inline constexpr Key kProcessAttempt = key<"process_attempt">();
+
+// A failure record, and the evaluator's record of one evaluation.
+inline constexpr Key kReason = key<"reason">();
+inline constexpr Key kDetail = key<"detail">();
+inline constexpr Key kPassed = key<"passed">();
+inline constexpr Key kRejectionReason = key<"rejection_reason">();
+
+// The tracking values of a result.
+inline constexpr Key kFailureReason = key<"failure_reason">();
+inline constexpr Key kFailureDetail = key<"failure_detail">();
+inline constexpr Key kStatsVerdict = key<"stats_verdict">();
+inline constexpr Key kCorrelationVerdict = key<"correlation_verdict">();
+inline constexpr Key kMiVerdict = key<"mi_verdict">();
+
+// The report of a deduplicated batch.
+inline constexpr Key kGraphs = key<"graphs">();
+inline constexpr Key kGeneratedCount = key<"generated_count">();
+inline constexpr Key kDuplicateCount = key<"duplicate_count">();
+
+// The metrics record of a run, in the order in which it is written.
+inline constexpr Key kBatchSize = key<"batch_size">();
+inline constexpr Key kProcessCount = key<"process_count">();
+inline constexpr Key kCandidateCount = key<"candidate_count">();
+inline constexpr Key kGeneratedGraphCount = key<"generated_graph_count">();
+inline constexpr Key kUniqueGraphCount = key<"unique_graph_count">();
+inline constexpr Key kDuplicateGraphCount = key<"duplicate_graph_count">();
+inline constexpr Key kUniqueRatio = key<"unique_ratio">();
+inline constexpr Key kSeed = key<"seed">();
+inline constexpr Key kImprovementRoundCount = key<"improvement_round_count">();
+inline constexpr Key kTerminalReason = key<"terminal_reason">();
+inline constexpr Key kFailureCount = key<"failure_count">();
+inline constexpr Key kDeterminismMetadata = key<"determinism_metadata">();
+inline constexpr Key kTieSemantics = key<"tie_semantics">();
+
+// Keyword arguments of host operations and the entries of log contexts.
+inline constexpr Key kTemplate = key<"template">();
+inline constexpr Key kStage = key<"stage">();
+inline constexpr Key kGenerator = key<"generator">();
+inline constexpr Key kIncludeCorrelation = key<"include_correlation">();
+
+}  // namespace varnholt::genetic::keys

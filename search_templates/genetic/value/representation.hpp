@@ -1,0 +1,122 @@
+// How lists, tuples and mappings of the library's own lie in memory. Private to `value/`.
+//
+// A container made with a capacity is one block: its head, and room for that many items behind it.
+// Only when it outgrows that room do its items move to a block of their own. A copied graph thus
+// costs one allocation a container.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <span>
+#include <utility>
+#include <vector>
+
+#include "search_templates/genetic/value/storage.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::genetic::detail {
+
+// What lists, tuples and mappings begin with.
+struct ContainerRep : Counted {
+  explicit ContainerRep(Kind container_kind) : kind(container_kind) {}
+
+  Kind kind;
+  // Links the containers that wait to be given back.
+  ContainerRep* next = nullptr;
+};
+
+// A growing array whose first room is the tail of its owner's block.
+template <typename T>
+class TailBuffer {
+ public:
+  TailBuffer(void* tail, std::size_t capacity) noexcept
+      : first_(static_cast<T*>(tail)), tail_(first_), capacity_(capacity) {}
+  TailBuffer(const TailBuffer&) = delete;
+  TailBuffer& operator=(const TailBuffer&) = delete;
+  ~TailBuffer() {
+    clear();
+    if (first_ != tail_) ::operator delete(first_);
+  }
+
+  [[nodiscard]] std::size_t size() const noexcept { return size_; }
+  [[nodiscard]] T& operator[](std::size_t index) noexcept { return first_[index]; }
+  [[nodiscard]] std::span<T> items() noexcept { return {first_, size_}; }
+
+  void append(T item) {
+    if (size_ == capacity_) grow();
+    new (first_ + size_) T(std::move(item));
+    ++size_;
+  }
+  void erase(std::size_t index) {
+    for (std::size_t i = index; i + 1 < size_; ++i)
+      first_[i] = std::move(first_[i + 1]);
+    --size_;
+    first_[size_].~T();
+  }
+  void clear() noexcept {
+    while (size_ > 0)
+      first_[--size_].~T();
+  }
+
+ private:
+  void grow() {
+    const std::size_t capacity = capacity_ < 4 ? 8 : capacity_ * 2;
+    T* const larger = static_cast<T*>(::operator new(capacity * sizeof(T)));
+    for (std::size_t i = 0; i < size_; ++i) {
+      new (larger + i) T(std::move(first_[i]));
+      first_[i].~T();
+    }
+    if (first_ != tail_) ::operator delete(first_);
+    first_ = larger;
+    capacity_ = capacity;
+  }
+
+  T* first_;
+  T* tail_;
+  std::size_t size_ = 0;
+  std::size_t capacity_;
+};
+
+// A block that holds a T and room for `capacity` items behind it.
+template <typename T, typename Item>
+[[nodiscard]] T* make_container(std::size_t capacity) {
+  static_assert(sizeof(T) % alignof(Item) == 0);
+  void* const block = ::operator new(sizeof(T) + capacity * sizeof(Item));
+  return new (block) T(static_cast<std::byte*>(block) + sizeof(T), capacity);
+}
+
+struct ListRep : ContainerRep {
+  ListRep(void* tail, std::size_t capacity) : ContainerRep(Kind::kList), items(tail, capacity) {}
+
+  std::unique_ptr<ListStorage> storage;
+  TailBuffer<Value> items;
+};
+
+struct TupleRep : ContainerRep {
+  TupleRep(void* tail, std::size_t capacity) : ContainerRep(Kind::kTuple), items(tail, capacity) {}
+
+  TailBuffer<Value> items;
+};
+
+struct MappingRep : ContainerRep {
+  MappingRep(void* tail, std::size_t capacity)
+      : ContainerRep(Kind::kMapping), entries(tail, capacity) {}
+
+  // The position of `key` among the entries, or their number when it is not there.
+  [[nodiscard]] std::size_t position(const Value& key);
+  void append(Value key, Value value);
+  void erase(std::size_t index);
+
+  std::unique_ptr<MappingStorage> storage;
+  TailBuffer<MappingEntry> entries;
+  // A hash table of positions plus one, kept only by mappings too large to look through.
+  std::vector<std::uint32_t> slots;
+
+ private:
+  void place(std::size_t index);
+  void rebuild_slots();
+};
+
+}  // namespace varnholt::genetic::detail

@@ -1,0 +1,50 @@
+// Containers of the host behind our lists and mappings.
+//
+// A list or mapping that comes from a host, or has once been handed to it, *is* the host's object
+// from then on: every read and write goes through one of these classes, so what one side writes the
+// other sees. Every operation may throw what the host's container throws.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::genetic {
+
+class ListStorage {
+ public:
+  virtual ~ListStorage() = default;
+
+  // The host's object itself: two lists are the same object when these are equal.
+  [[nodiscard]] virtual const void* identity() const noexcept = 0;
+  [[nodiscard]] virtual std::size_t size() const = 0;
+  // `index` is below the size at the time of the call; throws IndexError otherwise.
+  [[nodiscard]] virtual Value at(std::size_t index) const = 0;
+  virtual void set(std::size_t index, const Value& item) = 0;
+  virtual void append(const Value& item) = 0;
+};
+
+class MappingStorage {
+ public:
+  // A walk over the entries, alive only as long as the storage. Throws RuntimeError when the
+  // container changed its size meanwhile.
+  class Cursor {
+   public:
+    virtual ~Cursor() = default;
+    [[nodiscard]] virtual std::optional<MappingEntry> next() = 0;
+  };
+
+  virtual ~MappingStorage() = default;
+
+  // The host's object itself: two mappings are the same object when these are equal.
+  [[nodiscard]] virtual const void* identity() const noexcept = 0;
+  [[nodiscard]] virtual std::size_t size() const = 0;
+  [[nodiscard]] virtual std::optional<Value> find(const Value& key) const = 0;
+  virtual void set(const Value& key, const Value& value) = 0;
+  virtual bool erase(const Value& key) = 0;
+  [[nodiscard]] virtual std::unique_ptr<Cursor> entries() const = 0;
+};
+
+}  // namespace varnholt::genetic

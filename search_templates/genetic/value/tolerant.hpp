@@ -1,0 +1,38 @@
+// Conversions that answer "no" instead of failing.
+//
+// They tolerate exactly TypeError, ValueError and OverflowError; whatever else a value's own
+// conversion throws passes through.
+#pragma once
+
+#include <optional>
+#include <utility>
+
+#include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::genetic {
+
+// The result of `conversion()`, or nothing when it fails with one of the three tolerated errors.
+template <typename Conversion>
+[[nodiscard]] auto tolerate(Conversion&& conversion)
+    -> std::optional<decltype(std::forward<Conversion>(conversion)())> {
+  try {
+    return std::forward<Conversion>(conversion)();
+  } catch (const TypeError&) {
+  } catch (const ValueError&) {
+  } catch (const OverflowError&) {
+  }
+  return std::nullopt;
+}
+
+// float(value), or nothing. There is no test for finiteness.
+[[nodiscard]] inline std::optional<double> tolerant_float(const Value& value) {
+  return tolerate([&value] { return to_float(value); });
+}
+
+// int(value), or nothing.
+[[nodiscard]] inline std::optional<Value> tolerant_integer(const Value& value) {
+  return tolerate([&value] { return to_integer(value); });
+}
+
+}  // namespace varnholt::genetic
