@@ -1,0 +1,81 @@
+// The candidate result record: the one shape of every outcome.
+//
+// Whatever happened to a candidate (a passing backtest, a gate's rejection, an exception in the
+// evaluator, a worker process that died) ends as one mapping with the keys of `keys.hpp`, and every
+// failure stands in its entry "failures" under its reason. The rest of the search reads nothing
+// else.
+//
+// Error objects are values: the host's exceptions, or `error_object` of one of ours.
+#pragma once
+
+#include <string>
+#include <utility>
+
+#include "search_templates/genetic/host/engine.hpp"
+#include "search_templates/genetic/host/evaluation_verdicts.hpp"
+#include "search_templates/genetic/host/process_evaluation.hpp"
+#include "search_templates/genetic/host/search_context.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::genetic {
+
+// float(value), or `fallback` as it is when the conversion fails. NaN and infinities pass through.
+[[nodiscard]] Value number(const Value& value, const Value& fallback = Value(0.0));
+
+// Absent stays absent. ValueError "candidate correlation must be a finite number or None" for what
+// cannot be converted or is not finite.
+[[nodiscard]] Value optional_correlation(const Value& value);
+
+// The number fields of a record, read from a statistics object's attributes alone.
+struct StatisticsNumbers {
+  Value sharpe;         // The attribute `sharpe`, or 0.0.
+  Value quality_score;  // The attribute `quality_score`, or `sharpe`, or 0.0.
+  Value correlation;    // The attribute `correlation`, or absent.
+};
+[[nodiscard]] StatisticsNumbers statistics_numbers(const Value& stats);
+
+// The reason and detail of an exception that left the evaluator.
+struct EvaluationFailure {
+  Value reason;
+  Value detail;
+};
+[[nodiscard]] EvaluationFailure evaluation_exception_failure(Engine& engine, const Value& error);
+
+// Why a candidate failed. `tracking_metric_kwargs` is a new mapping; the record's own is never
+// written to. `reason` and `detail` are absent where nothing is known.
+struct DerivedFailure {
+  Value reason;
+  Value detail;
+  Mapping tracking_metric_kwargs;
+};
+
+// Takes the record's rejection reason, or what its tracking values say, or asks the host to derive
+// a reason from the statistics. An evaluator's exception with statistics in hand is inferred from
+// the statistics as well.
+[[nodiscard]] DerivedFailure derive_candidate_failure(SearchContext& context, const Mapping& record,
+                                                      const Value& stats);
+
+// The record of a candidate whose evaluator threw `error`: 12 keys. A missing or malformed
+// evaluator's record counts as an empty one, and a failure to record is logged and swallowed; what
+// the host's evidence and verdict operations throw, and a correlation that is not finite, passes.
+[[nodiscard]] Mapping candidate_exception_result(SearchContext& context, Engine& engine,
+                                                 EvaluationVerdicts& verdicts, const Value& graph,
+                                                 const Value& error);
+
+// The record of a candidate whose process failed: 11 keys, without "attempt_evidence", on purpose.
+// Nothing of it comes from the context.
+[[nodiscard]] Mapping candidate_process_evaluation_error_result(
+    ProcessEvaluation& process_evaluation, EvaluationVerdicts& verdicts, const Value& graph,
+    const Value& error);
+
+// One such record for each graph of `batch`, in order, all from the same error.
+[[nodiscard]] List process_evaluation_error_results(ProcessEvaluation& process_evaluation,
+                                                    EvaluationVerdicts& verdicts,
+                                                    const Value& batch, const Value& error);
+
+// Whether a failure of process evaluation ends the whole search: by its reason, or else because it
+// cannot be tied to one candidate. A fatal reason is fatal even with a candidate's index.
+[[nodiscard]] bool process_evaluation_error_is_search_fatal(ProcessEvaluation& process_evaluation,
+                                                            const Value& error);
+
+}  // namespace varnholt::genetic

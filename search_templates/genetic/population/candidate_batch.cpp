@@ -1,0 +1,68 @@
+#include "search_templates/genetic/population/candidate_batch.hpp"
+
+#include <algorithm>
+#include <limits>
+#include <memory>
+
+#include "search_templates/genetic/graph/plain_graph.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::genetic {
+namespace {
+
+// At most `count` items of `sequence`, from `start`.
+List slice(const Value& sequence, std::int64_t start, std::int64_t count) {
+  List items;
+  const auto size = static_cast<std::int64_t>(length(sequence));
+  for (std::int64_t i = start; i < size && i - start < count; ++i) {
+    items.append(item(sequence, i));
+  }
+  return items;
+}
+
+List thawed_seeds(const Value& initial_candidates, std::int64_t batch_size) {
+  List graphs;
+  const List frozen = slice(initial_candidates, 0, batch_size);
+  for (std::size_t i = 0; i < frozen.size(); ++i)
+    graphs.append(thaw_graph_data(frozen.at(i)));
+  return graphs;
+}
+
+List fresh_start(SearchContext& context, SearchConfig& config, FreshCandidates& fresh_candidates,
+                 std::int64_t batch_size, bool force_restart) {
+  const std::shared_ptr<RandomGenerator> rng = config.rng_for_batch();
+  constexpr std::int64_t kLargest = std::numeric_limits<std::int64_t>::max();
+  const std::int64_t requested =
+      force_restart && batch_size < kLargest ? batch_size + 1 : batch_size;
+  const Value graphs = fresh_candidates.draw(context, requested, rng);
+  // A restart draws one graph too many and throws the first away, on purpose. The test is against
+  // the batch size: a source that returns more than it was asked for loses its first graph as well.
+  const bool drop_first = force_restart && static_cast<std::int64_t>(length(graphs)) > batch_size;
+  config.store_rng_state(rng);
+  return slice(graphs, drop_first ? 1 : 0, batch_size);
+}
+
+}  // namespace
+
+Value candidate_batch(SearchContext& context, SearchConfig& config,
+                      FreshCandidates& fresh_candidates, std::int64_t batch_index,
+                      const Value& prior_results, bool force_restart) {
+  const std::int64_t batch_size = saturated_integer(config.batch_size());
+  if (batch_index == 0) {
+    // Seeds are for batch 0 alone, and come before a restart.
+    const Value seeds = config.initial_candidates();
+    if (!seeds.is_absent()) return thawed_seeds(seeds, batch_size);
+  }
+  if (batch_index == 0 || force_restart) {
+    return fresh_start(context, config, fresh_candidates, batch_size, force_restart);
+  }
+
+  // Breeding from `prior_results` joins here; a batch without history stays as it is below.
+  static_cast<void>(prior_results);
+  const std::shared_ptr<RandomGenerator> rng = config.rng_for_batch();
+  Value graphs = fresh_candidates.draw(context, batch_size, rng);
+  config.store_rng_state(rng);
+  return graphs;  // Not cut to the batch size, unlike the batches above.
+}
+
+}  // namespace varnholt::genetic

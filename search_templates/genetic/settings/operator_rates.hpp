@@ -1,0 +1,17 @@
+// The rates at which the genetic operators are chosen.
+#pragma once
+
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::genetic {
+
+// A complete mapping of operator name to rate, a new one at each call. `operator_rates` is absent,
+// which gives a copy of `defaults`, or any mapping, whose entries override those of `defaults`.
+//
+// Errors, in the order tested: TypeError "genetic operator_rates must be a dictionary"; ValueError
+// "genetic operator_rates has unknown keys: ..." with the text forms of all keys that `defaults`
+// lacks, sorted; what nonnegative_float throws for a rate, under "operator_rates.{key}"; ValueError
+// "genetic operator_rates must contain at least one positive rate".
+[[nodiscard]] Mapping complete_operator_rates(const Value& operator_rates, const Mapping& defaults);
+
+}  // namespace varnholt::genetic

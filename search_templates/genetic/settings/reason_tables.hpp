@@ -1,0 +1,88 @@
+// The vocabulary of failures: the reason names, and the tables that say what a reason means.
+//
+// The first three tables keep their order; of the others only membership counts.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <span>
+
+#include "search_templates/genetic/value/key.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::genetic {
+
+namespace reasons {
+
+// Why a run or a generation's improvement ended.
+inline constexpr Key kDuplicate = key<"duplicate">();
+inline constexpr Key kStopped = key<"stopped">();
+inline constexpr Key kForkUnavailable = key<"fork_unavailable">();
+inline constexpr Key kMaxImprovementCandidates = key<"max_improvement_candidates">();
+inline constexpr Key kMaxImprovementDepth = key<"max_improvement_depth">();
+inline constexpr Key kMaxImprovementRounds = key<"max_improvement_rounds">();
+inline constexpr Key kNoImprovement = key<"no_improvement">();
+
+// Why a candidate failed.
+inline constexpr Key kSdkRuntimeNotReady = key<"sdk_runtime_not_ready">();
+inline constexpr Key kEvaluateException = key<"evaluate_exception">();
+inline constexpr Key kTurnoverMax = key<"turnover_max">();
+inline constexpr Key kTurnoverExceeded = key<"turnover_exceeded">();
+inline constexpr Key kMaxWeightMax = key<"max_weight_max">();
+inline constexpr Key kMaxWeightExceeded = key<"max_weight_exceeded">();
+inline constexpr Key kDeltaExposureMax = key<"delta_exposure_max">();
+inline constexpr Key kDeltaExposureExceeded = key<"delta_exposure_exceeded">();
+inline constexpr Key kAbsWeightSumMeanBelowMin = key<"abs_weight_sum_mean_below_min">();
+inline constexpr Key kSharpeMin = key<"sharpe_min">();
+inline constexpr Key kGrossReturnsSharpeBelowMin = key<"gross_returns_sharpe_below_min">();
+inline constexpr Key kCorrelationExceeded = key<"correlation_exceeded">();
+inline constexpr Key kPnlMiBelowThreshold = key<"pnl_mi_below_threshold">();
+
+}  // namespace reasons
+
+inline constexpr std::array SEARCH_TERMINAL_IMPROVEMENT_REASONS = {reasons::kForkUnavailable};
+
+inline constexpr std::array EXHAUSTED_NEAR_MISS_IMPROVEMENT_REASONS = {
+    reasons::kDuplicate, reasons::kMaxImprovementCandidates, reasons::kMaxImprovementDepth,
+    reasons::kMaxImprovementRounds, reasons::kNoImprovement};
+
+// The failures that a planned reaction can address.
+inline constexpr std::array REACTION_FAILURE_REASONS = {reasons::kTurnoverMax,
+                                                        reasons::kTurnoverExceeded,
+                                                        reasons::kMaxWeightMax,
+                                                        reasons::kMaxWeightExceeded,
+                                                        reasons::kDeltaExposureMax,
+                                                        reasons::kDeltaExposureExceeded,
+                                                        reasons::kAbsWeightSumMeanBelowMin,
+                                                        reasons::kSharpeMin,
+                                                        reasons::kGrossReturnsSharpeBelowMin};
+
+// The same without the two sharpe reasons, on purpose: a close sharpe miss is no constraint repair.
+inline constexpr std::array CLOSE_CONSTRAINT_REPAIR_FAILURE_REASONS = {
+    reasons::kTurnoverMax,
+    reasons::kTurnoverExceeded,
+    reasons::kMaxWeightMax,
+    reasons::kMaxWeightExceeded,
+    reasons::kDeltaExposureMax,
+    reasons::kDeltaExposureExceeded,
+    reasons::kAbsWeightSumMeanBelowMin};
+
+inline constexpr std::array GATE_NEAR_MISS_FAILURE_REASONS = {reasons::kCorrelationExceeded,
+                                                              reasons::kPnlMiBelowThreshold};
+
+// The failures of a metric that must be at least its threshold; all others must be at most theirs.
+inline constexpr std::array MINIMUM_FAILURE_REASONS = {
+    reasons::kSharpeMin, reasons::kGrossReturnsSharpeBelowMin, reasons::kAbsWeightSumMeanBelowMin,
+    reasons::kPnlMiBelowThreshold};
+
+inline constexpr std::array SHARPE_REACTION_FAILURE_REASONS = {
+    reasons::kSharpeMin, reasons::kGrossReturnsSharpeBelowMin};
+
+// Whether `reason` equals an entry of `table`.
+[[nodiscard]] inline bool is_member(std::span<const Key> table, const Value& reason) {
+  return std::any_of(table.begin(), table.end(),
+                     [&reason](Key entry) { return is_same_or_equal(entry, reason); });
+}
+
+}  // namespace varnholt::genetic
