@@ -39,6 +39,14 @@ inline constexpr Key kWorkerPid = key<"worker_pid">();
 inline constexpr Key kElapsedSimulationSeconds = key<"elapsed_simulation_seconds">();
 inline constexpr Key kProcessAttempt = key<"process_attempt">();
 
+// The marks that the parent sets on a record of its own.
+inline constexpr Key kParentRecorded = key<"_parent_recorded">();
+
+// The evaluator's outcome, and the record of the last evaluation.
+inline constexpr Key kRecord = key<"record">();
+inline constexpr Key kSubmissionPayloads = key<"submission_payloads">();
+inline constexpr Key kRecordingSucceeded = key<"recording_succeeded">();
+
 // A failure record, and the evaluator's record of one evaluation.
 inline constexpr Key kReason = key<"reason">();
 inline constexpr Key kDetail = key<"detail">();
@@ -76,6 +84,11 @@ inline constexpr Key kTieSemantics = key<"tie_semantics">();
 inline constexpr Key kTemplate = key<"template">();
 inline constexpr Key kStage = key<"stage">();
 inline constexpr Key kGenerator = key<"generator">();
+inline constexpr Key kSiblingCorrelations = key<"sibling_correlations">();
+inline constexpr Key kPoolCorrelation = key<"pool_correlation">();
+inline constexpr Key kDiversityWeight = key<"diversity_weight">();
+inline constexpr Key kParsimonyWeight = key<"parsimony_weight">();
+inline constexpr Key kExpressionElapsedSeconds = key<"expression_elapsed_seconds">();
 inline constexpr Key kIncludeCorrelation = key<"include_correlation">();
 
 }  // namespace varnholt::genetic::keys

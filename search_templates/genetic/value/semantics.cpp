@@ -459,6 +459,12 @@ std::optional<Mapping> as_mapping(const Value& value) {
   return std::nullopt;
 }
 
+Mapping record_of(const Value& value) {
+  std::optional<Mapping> mapping = as_mapping(value);
+  if (!mapping) throw AttributeError("'" + type_name(value) + "' object has no attribute 'get'");
+  return *std::move(mapping);
+}
+
 bool is_instance_of(const Value& value, Kind kind) {
   return value.kind() == kind || (value.is_object() && value.object().is_instance_of(kind));
 }

@@ -65,6 +65,9 @@ void append_repr(std::string& out, const Value& value);
 
 // A handle on the value as a mapping, when it is any kind of mapping.
 [[nodiscard]] std::optional<Mapping> as_mapping(const Value& value);
+// The same for a record that a rule reads by key: AttributeError "'int' object has no attribute
+// 'get'" for what is no mapping.
+[[nodiscard]] Mapping record_of(const Value& value);
 // Whether it is a text, list or tuple, or an instance of a subclass of it.
 [[nodiscard]] bool is_instance_of(const Value& value, Kind kind);
 // The kind whose exact type the value has; kObject where it is none of ours.

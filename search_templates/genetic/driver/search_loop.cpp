@@ -1,0 +1,220 @@
+#include "search_templates/genetic/driver/search_loop.hpp"
+
+#include <exception>
+#include <optional>
+#include <string>
+
+#include "search_templates/genetic/driver/run_counters.hpp"
+#include "search_templates/genetic/evaluation/candidate_result.hpp"
+#include "search_templates/genetic/population/candidate_batch.hpp"
+#include "search_templates/genetic/population/deduplication.hpp"
+#include "search_templates/genetic/population/parent_scoring.hpp"
+#include "search_templates/genetic/process/batch_evaluation.hpp"
+#include "search_templates/genetic/process/worker_capacity.hpp"
+#include "search_templates/genetic/reaction/improvement_batch.hpp"
+#include "search_templates/genetic/reaction/improvement_outcome.hpp"
+#include "search_templates/genetic/settings/constants.hpp"
+#include "search_templates/genetic/settings/reason_tables.hpp"
+#include "search_templates/genetic/submission/recording.hpp"
+#include "search_templates/genetic/value/keys.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::genetic {
+namespace {
+
+// Whether the loop goes on with its next turn.
+enum class Turn : std::uint8_t { kNext, kLeave };
+
+class SearchRun {
+ public:
+  SearchRun(const SearchEnvironment& environment, SearchContext& context, SearchConfig& config)
+      : host_(environment.host),
+        fresh_candidates_(environment.fresh_candidates),
+        context_(context),
+        config_(config),
+        // Resolved and logged also when the stop event is set before the run.
+        counters_(environment.host, environment.constants, context, config,
+                  parallel_evaluation_workers(environment.host, context, config.batch_size())) {}
+
+  void run() {
+    stop_event_ = context_.stop_event();
+    while (!is_stopped() && generation() == Turn::kNext) {
+      stop_event_ = context_.stop_event();
+      ++batch_index_;  // Empty and all-duplicate batches count too.
+    }
+    if (counters_.metrics_recorded()) return;
+    // The reason is "stopped" however this last test comes out: the loop has no other way to end
+    // without a metrics record.
+    if (const auto last_event = context_.stop_event()) static_cast<void>(last_event->is_set());
+    counters_.record_run_metrics(reasons::kStopped);
+  }
+
+ private:
+  // What a batch's evaluation gave: the results, and the error of which they were made, if any.
+  struct Evaluation {
+    Value results;
+    std::optional<Value> process_error;
+  };
+
+  Turn generation() {
+    const Value batch = candidate_batch(context_, config_, fresh_candidates_, batch_index_,
+                                        prior_results_, force_restart_);
+    force_restart_ = false;
+    if (!truth(batch)) {
+      force_restart_ = true;
+      return pause();
+    }
+
+    const DeduplicatedBatch unique = run_deduplicated_batch(
+        context_, config_.batch_size(), config_, fresh_candidates_, batch, seen_graph_keys_);
+    counters_.count_duplicates(unique.duplicate_count);
+    if (unique.graphs.empty()) return all_duplicates();
+
+    Evaluation evaluation = evaluate(unique.graphs);
+    const Value results = annotate_candidate_results(evaluation.results, 0, 0);
+    record_and_submit(results);
+    counters_.count_candidates(results);
+    if (evaluation.process_error) {
+      static_cast<void>(counters_.count_process_evaluation_failures(*evaluation.process_error));
+    } else {
+      counters_.count_runtime_not_ready_results(results);
+    }
+    if (is_stopped()) return Turn::kLeave;
+
+    List generation_results;
+    generation_results.extend(results.list());
+    // The improvement rounds join here: they extend the generation's results and settle why they
+    // ended. Until then a generation is its batch, and the reason stays absent.
+    Value improvement_terminal_reason;
+    // Every result goes through recording a second time; the marks on it make that harmless.
+    record_and_submit(generation_results);
+
+    choose_parents(generation_results);
+    stop_event_ = context_.stop_event();
+    if (is_stopped()) improvement_terminal_reason = reasons::kStopped;
+    if (improvement_terminal_ends_search(improvement_terminal_reason)) {
+      counters_.record_run_metrics(improvement_terminal_reason);
+      return Turn::kLeave;
+    }
+    return pause();
+  }
+
+  Turn all_duplicates() {
+    force_restart_ = true;
+    if (is_stopped()) return Turn::kLeave;
+    if (counters_.candidate_count() > 0) {
+      counters_.record_run_metrics(reasons::kDuplicate);
+      return Turn::kLeave;
+    }
+    return pause();
+  }
+
+  Evaluation evaluate(const List& graphs) {
+    try {
+      return {evaluate_candidate_batch(host_, context_, graphs, config_.process_timeout_seconds()),
+              std::nullopt};
+    } catch (const std::exception& exception) {
+      const std::optional<Value> error = host_.process_evaluation().as_error(exception);
+      if (!error) throw;
+      if (process_evaluation_error_is_search_fatal(host_.process_evaluation(), *error)) {
+        const Value reason = counters_.count_process_evaluation_failures(*error);
+        // A priority that cannot be set leaves no metrics record at this point, on purpose.
+        if (!is_same_or_equal(reason,
+                              host_.process_evaluation().terminal_process_priority_failed())) {
+          counters_.record_run_metrics(reason);
+        }
+        throw;
+      }
+      force_restart_ = true;
+      return {process_evaluation_error_results(host_.process_evaluation(),
+                                               host_.evaluation_verdicts(), graphs, *error),
+              *error};
+    }
+  }
+
+  // Submission joins recording here: what passes is submitted only after it is recorded.
+  void record_and_submit(const Value& results) {
+    record_candidate_results_in_parent(context_, results);
+  }
+
+  void choose_parents(const List& generation_results) {
+    List passing_results;
+    ListCursor cursor(generation_results);
+    while (const std::optional<Value> result = cursor.next()) {
+      if (truth(record_of(*result).get(keys::kPasses))) passing_results.append(*result);
+    }
+
+    if (!passing_results.empty()) {
+      note_batch_score(passing_results);
+    } else {
+      // Near misses join here: parents worth breeding from reset the count of stagnant generations
+      // instead of raising it.
+      prior_results_ = List();
+      ++stagnant_batches_;
+      force_restart_ = is_stagnant();
+      if (force_restart_) stagnant_batches_ = 0;
+    }
+
+    // Only passing results can still have left the count at the threshold.
+    if (is_stagnant()) {
+      prior_results_ = List();
+      force_restart_ = true;
+      stagnant_batches_ = 0;
+    } else if (!passing_results.empty()) {
+      prior_results_ = passing_results;
+    }
+  }
+
+  void note_batch_score(const List& passing_results) {
+    std::optional<Value> batch_score;
+    ListCursor cursor(passing_results);
+    while (const std::optional<Value> candidate = cursor.next()) {
+      Value score = candidate_eliteness(host_.eliteness(), *candidate, config_.diversity_weight(),
+                                        config_.parsimony_weight());
+      // The first of equal scores stays.
+      if (!batch_score || less(*batch_score, score)) batch_score = std::move(score);
+    }
+    if (!best_score_ || less(*best_score_, *batch_score)) {
+      best_score_ = batch_score;
+      stagnant_batches_ = 0;
+    } else {
+      ++stagnant_batches_;  // An equal score is no improvement.
+    }
+  }
+
+  [[nodiscard]] bool is_stagnant() const {
+    return !less(stagnant_batches_, config_.restart_threshold());
+  }
+
+  [[nodiscard]] bool is_stopped() const { return stop_event_ != nullptr && stop_event_->is_set(); }
+
+  Turn pause() {
+    if (stop_event_ != nullptr) {
+      return stop_event_->wait(GENERATION_PAUSE_SECONDS) ? Turn::kLeave : Turn::kNext;
+    }
+    host_.pause().sleep(GENERATION_PAUSE_SECONDS);
+    return Turn::kNext;
+  }
+
+  Host& host_;
+  FreshCandidates& fresh_candidates_;
+  SearchContext& context_;
+  SearchConfig& config_;
+  RunCounters counters_;
+  std::shared_ptr<StopEvent> stop_event_;
+  std::int64_t batch_index_ = 0;
+  Value prior_results_ = List();
+  std::optional<Value> best_score_;
+  std::int64_t stagnant_batches_ = 0;
+  bool force_restart_ = false;
+  SeenGraphKeys seen_graph_keys_;
+};
+
+}  // namespace
+
+void run_genetic_search(const SearchEnvironment& environment, SearchContext& context,
+                        SearchConfig& config) {
+  SearchRun(environment, context, config).run();
+}
+
+}  // namespace varnholt::genetic

@@ -1,0 +1,33 @@
+// The search: generation after generation until the host stops it or a terminal condition ends it.
+//
+// One generation, in the order that must hold:
+//
+//   candidate batch -> deduplication -> evaluation in child processes -> annotation -> recording
+//   -> counting -> stop test -> recording of the whole generation -> choice of the next parents
+//   -> terminal test -> pause of a hundredth of a second
+//
+// A run has no state beyond its call but the random state in its configuration and what the host
+// has recorded. It writes exactly one metrics record, whatever ends it, with two exceptions: a
+// process priority that cannot be set, and an error that is none of process evaluation's.
+#pragma once
+
+#include "search_templates/genetic/host/host.hpp"
+#include "search_templates/genetic/population/fresh_candidates.hpp"
+#include "search_templates/genetic/settings/module_constants.hpp"
+#include "search_templates/genetic/settings/search_config.hpp"
+
+namespace varnholt::genetic {
+
+// What a search draws on besides its context and settings.
+struct SearchEnvironment {
+  Host& host;
+  const ModuleConstants& constants;
+  FreshCandidates& fresh_candidates;
+};
+
+// Runs one search. Everything that it finds leaves through the host. Runs on the calling thread;
+// the stop event is read from the context before each turn.
+void run_genetic_search(const SearchEnvironment& environment, SearchContext& context,
+                        SearchConfig& config);
+
+}  // namespace varnholt::genetic

@@ -1,0 +1,70 @@
+#include "search_templates/genetic/evaluation/candidate_simulation.hpp"
+
+#include <exception>
+
+#include "search_templates/genetic/evaluation/candidate_result.hpp"
+#include "search_templates/genetic/graph/plain_graph.hpp"
+#include "search_templates/genetic/value/copy.hpp"
+#include "search_templates/genetic/value/error_object.hpp"
+#include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/keys.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::genetic {
+namespace {
+
+Mapping failures_of(const DerivedFailure& derived) {
+  Mapping failures;
+  if (!truth(derived.reason)) return failures;
+  Mapping failure{{keys::kReason, derived.reason}};
+  // Left out when there is none, unlike in the records of exceptions.
+  if (!derived.detail.is_absent()) failure.set(keys::kDetail, derived.detail);
+  failures.set(derived.reason, failure);
+  return failures;
+}
+
+Mapping result_record(SearchContext& context, const Value& graph, const Mapping& outcome) {
+  const Value recorded = outcome.get(keys::kRecord);
+  const Mapping record = truth(recorded) ? record_of(recorded) : Mapping();
+  const Value payloads = outcome.get(keys::kSubmissionPayloads);
+  const Value payload = truth(payloads) ? Value(new_mapping(item(payloads, 0))) : Value();
+  const Value stats = record.get(keys::kStats);
+  const DerivedFailure derived = derive_candidate_failure(context, record, stats);
+
+  Mapping result(12);
+  const Mapping failures = failures_of(derived);
+  const bool passed = truth(record.get(keys::kPassed));
+  result.set(keys::kGraph, plain_graph_data(graph));
+  result.set(keys::kStats, stats);
+  result.set(keys::kPasses, passed);
+  result.set(keys::kFailures, failures);
+  result.set(keys::kEvalId, payload.is_absent() ? Value() : payload.mapping().get(keys::kEvalId));
+  result.set(keys::kSubmissionPayload, payload);
+  result.set(keys::kAttemptEvidence, outcome.get(keys::kAttemptEvidence));
+  result.set(keys::kPerColumnStats, record.get(keys::kPerColumnStats));
+  result.set(keys::kTrackingMetricKwargs, derived.tracking_metric_kwargs);
+  const StatisticsNumbers numbers = statistics_numbers(stats);
+  result.set(keys::kSharpe, numbers.sharpe);
+  result.set(keys::kQualityScore, numbers.quality_score);
+  result.set(keys::kCorrelation, numbers.correlation);
+  return result;
+}
+
+}  // namespace
+
+Mapping simulate_candidate(SearchContext& context, Engine& engine, EvaluationVerdicts& verdicts,
+                           const Value& graph) {
+  const Callable evaluate = context.evaluate_for_template();
+  if (!evaluate) {
+    throw RuntimeError("genetic search requires the canonical SearchContext evaluator");
+  }
+  Value outcome;
+  try {
+    outcome = evaluate({graph});
+  } catch (const std::exception& error) {
+    return candidate_exception_result(context, engine, verdicts, graph, error_object(error));
+  }
+  return result_record(context, graph, record_of(outcome));
+}
+
+}  // namespace varnholt::genetic

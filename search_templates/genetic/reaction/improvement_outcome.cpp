@@ -1,0 +1,22 @@
+#include "search_templates/genetic/reaction/improvement_outcome.hpp"
+
+#include "search_templates/genetic/settings/reason_tables.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::genetic {
+
+bool improvement_terminal_ends_search(const Value& reason) {
+  return is_member(SEARCH_TERMINAL_IMPROVEMENT_REASONS, reason);
+}
+
+bool improvement_terminal_exhausts_near_misses(const Value& reason,
+                                               std::int64_t generation_improvement_count,
+                                               std::int64_t generation_round_count) {
+  if (is_same_or_equal(reason, reasons::kMaxImprovementCandidates) ||
+      is_same_or_equal(reason, reasons::kMaxImprovementRounds)) {
+    return generation_improvement_count > 0 || generation_round_count > 0;
+  }
+  return is_member(EXHAUSTED_NEAR_MISS_IMPROVEMENT_REASONS, reason);
+}
+
+}  // namespace varnholt::genetic

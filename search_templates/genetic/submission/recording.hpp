@@ -1,0 +1,24 @@
+// Recording results in the parent: the parent process alone persists what the search found.
+#pragma once
+
+#include "search_templates/genetic/host/search_context.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::genetic {
+
+// The first reason of a candidate's failures, as it stands; absent when there is none.
+[[nodiscard]] Value candidate_rejection_reason(const Value& candidate);
+
+// Persists one result through the host's recorder, once: the mark "_parent_recorded" makes a second
+// call return true without asking the host. False when the host did not record it; then nothing is
+// marked. A record may succeed without yielding an id.
+//
+// RuntimeError "genetic search requires the canonical SearchContext recorder" without a recorder.
+[[nodiscard]] bool record_candidate_result_in_parent(SearchContext& context,
+                                                     const Value& candidate);
+
+// The same for each, in order. RuntimeError "genetic candidate parent evaluation persistence
+// failed" at the first that is not recorded; those after it stay unrecorded.
+void record_candidate_results_in_parent(SearchContext& context, const Value& candidates);
+
+}  // namespace varnholt::genetic
