@@ -53,27 +53,34 @@ package_is_installed() {
   [[ $(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
 }
 
+# Sets "prefix", what a command is put behind to run as root.
+find_root_prefix() {
+  prefix=()
+  ((EUID != 0)) || return 0
+  if ! command -v sudo >/dev/null; then
+    fail "not root, and there is no sudo to become root with." \
+      "Have an administrator install: ${missing[*]}"
+  fi
+  # Ask for a password only where somebody can answer.
+  if [[ -t 0 && -z ${CI:-} ]]; then
+    prefix=(sudo)
+    sudo -v && return 0
+  else
+    prefix=(sudo -n)
+    sudo -n true 2>>"$log" && return 0
+  fi
+  show_log
+  fail "not root, and sudo does not let this user become it." \
+    "Have an administrator install: ${missing[*]}"
+}
+
 # Runs a command as root, its output going to the log and nothing coming in.
 as_root() {
-  local -a prefix=()
-  if ((EUID != 0)); then
-    if ! command -v sudo >/dev/null; then
-      fail "not root, and there is no sudo to become root with." \
-        "Have an administrator install: ${missing[*]}"
-    fi
-    # Ask for a password only where somebody can answer.
-    if [[ -t 0 && -z ${CI:-} ]]; then
-      sudo -v || fail "sudo was refused. Needed are: ${missing[*]}"
-      prefix=(sudo)
-    else
-      prefix=(sudo -n)
-    fi
-  fi
   "${prefix[@]}" env DEBIAN_FRONTEND=noninteractive "$@" >>"$log" 2>&1 </dev/null
 }
 
 install_packages() {
-  local -a wanted missing=() unknown=()
+  local -a wanted missing=() unknown=() prefix=()
   local package
   mapfile -t wanted < <(section_lines "$root/scripts/packages.txt" "$@")
   if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
@@ -88,7 +95,7 @@ install_packages() {
 
   say "setup: installing ${#missing[@]} Debian packages: ${missing[*]}"
   local -a apt=(apt-get -q -y -o DPkg::Lock::Timeout=300 -o Acquire::Retries=3)
-  : >>"$log"
+  find_root_prefix
   if ! as_root "${apt[@]}" update; then
     # One unreachable source among several is no reason to stop: the install tells.
     say "setup: apt-get update failed; trying with the package lists that are there."
@@ -143,6 +150,7 @@ install_requirements() {
 }
 
 mkdir -p "$root/build"
+: >"$log"
 case ${1:-} in
   run) sections=(run) ;;
   test) sections=(run test) ;;

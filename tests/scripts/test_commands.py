@@ -9,6 +9,7 @@ from __future__ import annotations
 import os
 import shutil
 import subprocess
+import tempfile
 from pathlib import Path
 
 import pytest
@@ -148,6 +149,37 @@ def test_setup_names_what_it_cannot_get(copy: Copy) -> None:
     assert done.returncode == 1
     assert "could not get these Debian packages: libcsv-dev" in done.stderr
     assert "no such package" in done.stderr
+
+
+def test_setup_needs_root_and_says_so() -> None:
+    # Root gives itself up, so that the script sees an ordinary user; such a user cannot look into
+    # the folders that pytest makes for root.
+    become = ["setpriv", "--reuid=12345", "--clear-groups"] if os.geteuid() == 0 else []
+    with tempfile.TemporaryDirectory() as folder:
+        os.chmod(folder, 0o755)
+        copy = Copy(Path(folder))
+        copy.stand_in("dpkg-query", "[[ $3 != libcsv-dev ]] && echo installed")
+        copy.stand_in("apt-get", "")
+        copy.stand_in("sudo", "echo 'a password is required' >&2; exit 1")
+        (copy.root / "build").mkdir()
+        (copy.root / "build").chmod(0o777)
+        copy.calls.touch()
+        copy.calls.chmod(0o666)
+        done = subprocess.run(
+            [*become, str(copy.root / "scripts/setup.sh"), "run"],
+            env={"PATH": f"{copy.stand_ins}:/usr/bin:/bin", "CI": "true"},
+            stdin=subprocess.DEVNULL,
+            capture_output=True,
+            text=True,
+            check=False,
+        )
+        called = copy.called()
+    assert done.returncode == 1
+    assert "a password is required" in done.stderr
+    assert "sudo does not let this user become it" in done.stderr
+    assert "Have an administrator install: libcsv-dev" in done.stderr
+    assert "sudo -n true" in called
+    assert not [line for line in called if line.startswith("apt-get")]
 
 
 def test_setup_without_a_package_manager_says_so(copy: Copy) -> None:
