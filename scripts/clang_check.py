@@ -109,11 +109,17 @@ def main() -> int:
 
     failures = 0
     times = []
+    seen: set[str] = set()
     with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
         for unit, seconds, found in pool.map(check, units):
             times.append((seconds, unit.path))
             if found is not None:
                 failures += 1
+                # A finding in a header comes back with every file that includes it.
+                errors = {line for line in found.splitlines() if ": error: " in line}
+                if errors and errors <= seen:
+                    found = "nothing but what is shown above"
+                seen |= errors
                 print(f"--- {unit.path}\n{found.rstrip()}", flush=True)
     for seconds, path in sorted(times, reverse=True)[: options.slowest]:
         print(f"{seconds:6.1f} s  {path}")
