@@ -1,0 +1,370 @@
+#!/usr/bin/env python3
+"""Checks the rules of style that a compiler and a formatter do not see.
+
+Every finding is one line: file, line, rule, and what to do instead. The exit code is 1 when there
+is a finding, else 0. Run it with no arguments from anywhere; another tree is checked with --root.
+"""
+
+from __future__ import annotations
+
+import argparse
+import re
+import subprocess
+import sys
+from collections.abc import Iterator
+from dataclasses import dataclass
+from pathlib import Path
+
+MAX_COLUMNS = 100
+MAX_LINES = 600
+
+CODE_SUFFIXES = {".cpp", ".hpp", ".py", ".pyi", ".sh", ".cmake"}
+TEXT_SUFFIXES = CODE_SUFFIXES | {".md", ".txt", ".toml", ".json", ".yml", ".in", ""}
+CPP_SUFFIXES = {".cpp", ".hpp"}
+# Texts that are not ours to shape: data, and the licence.
+UNSHAPED = re.compile(r"(^|/)data/|^LICENSE$|\.(csv|tsv|jsonl)$")
+
+# From the ground up: a folder includes only folders that stand before it.
+LIBRARY = "search_templates/genetic"
+LIBRARY_FOLDERS = (
+    "value",
+    "host",
+    "settings",
+    "context",
+    "graph",
+    "population",
+    "submission",
+    "evaluation",
+    "reaction",
+    "process",
+    "driver",
+)
+# What each top folder may include besides itself. Tests and benchmarks may include everything.
+REACH = {
+    "search_templates/": ("search_templates/",),
+    "hosts/embedded/": ("search_templates/", "hosts/embedded/"),
+    "hosts/python/": ("search_templates/", "hosts/python/"),
+    "apps/": ("search_templates/", "hosts/embedded/", "apps/"),
+}
+
+# The words are put together from halves, so that this file does not contain them.
+FORBIDDEN_WORDS = (
+    (re.compile(r"\bsp" r"ecs?\b", re.IGNORECASE), "say the rule itself"),
+    (re.compile(r"(?<!rotation )sp" r"ecification", re.IGNORECASE), "say the rule itself"),
+    (re.compile(r"\bPa" r"rts? \d+\.\d+"), "name the file or the function that holds the rule"),
+    (re.compile(r"/wo" r"rk/"), "name no path of one machine: give it from the repository's top"),
+    (re.compile(r"\.lib" r"rary\b(?!\()"), "name the source by its title"),
+    (re.compile(r"\bfa" r"rm-"), "leave the tool of the workplace out"),
+    (re.compile(r"py" r"pi\.org|python" r"hosted\.|npm" r"js\.|crates\." r"io"),
+     "name no registry's host: the user's own configuration chooses it"),
+)
+
+FORBIDDEN_HEADERS = {
+    "thread": "start no thread: the library is forked",
+    "mutex": "share nothing between threads: there are none",
+    "shared_mutex": "share nothing between threads: there are none",
+    "condition_variable": "wait through the host",
+    "future": "start no thread: the library is forked",
+    "iostream": "print nothing: log through the host's Logger",
+    "fstream": "read no file: the host does",
+    "filesystem": "read no file: the host does",
+    "csignal": "install no signal handler: the host does",
+    "cstdio": "print nothing: log through the host's Logger; std::to_chars makes texts",
+}
+FORBIDDEN_CALLS = (
+    (re.compile(r"\b(?:secure_)?getenv\s*\("), "read no environment variable: the host does"),
+    (re.compile(r"\bv?f?printf\s*\("), "print nothing: log through the host's Logger"),
+    (re.compile(r"\bstd::c(?:out|err|log)\b"), "print nothing: log through the host's Logger"),
+    (re.compile(r"\bstd::j?thread\b"), "start no thread: the library is forked"),
+    (re.compile(r"\bthread_local\b"), "keep state in an object"),
+)
+
+INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"([^"]+)"|<([^>]+)>)')
+
+
+@dataclass(frozen=True, order=True)
+class Finding:
+    file: str
+    line: int
+    rule: str
+    advice: str
+
+    def __str__(self) -> str:
+        return f"{self.file}:{self.line}: {self.rule}: {self.advice}"
+
+
+@dataclass(frozen=True)
+class SourceFile:
+    """One file of the project; lines without their ends."""
+
+    path: str
+    text: str
+    lines: list[str]
+
+    @property
+    def suffix(self) -> str:
+        if self.path.endswith("CMakeLists.txt"):
+            return ".cmake"
+        return Path(self.path).suffix
+
+    def includes(self) -> Iterator[tuple[int, str | None, str | None]]:
+        """Line number, quoted name, angled name; one of the names is None."""
+        for number, line in enumerate(self.lines, 1):
+            if found := INCLUDE.match(line):
+                yield number, found.group(1), found.group(2)
+
+
+def project_files(root: Path) -> list[str]:
+    """What git tracks or would track; outside a repository, whatever is not a build folder."""
+    listed = subprocess.run(
+        ["git", "-C", str(root), "-c", f"safe.directory={root}", "ls-files", "-z"]
+        + ["--cached", "--others", "--exclude-standard"],
+        capture_output=True,
+        check=False,
+    ) if (root / ".git").exists() else None
+    if listed is not None and listed.returncode == 0:
+        names = sorted(set(listed.stdout.decode().split("\0")) - {""})
+    else:
+        names = sorted(
+            path.relative_to(root).as_posix()
+            for path in root.rglob("*")
+            if not {"build", ".git", "__pycache__", ".pytest_cache"}
+            & set(path.relative_to(root).parts)
+        )
+    return [name for name in names if (root / name).is_file()]
+
+
+def load(root: Path) -> list[SourceFile]:
+    files = []
+    for name in project_files(root):
+        if Path(name).suffix not in TEXT_SUFFIXES:
+            continue
+        try:
+            text = (root / name).read_text(encoding="utf-8")
+        except UnicodeDecodeError:
+            files.append(SourceFile(name, "", ["\N{REPLACEMENT CHARACTER}"]))
+            continue
+        files.append(SourceFile(name, text, text.split("\n")))
+    return files
+
+
+def without_comments(text: str) -> list[str]:
+    """The lines of a C++ text with comments and the contents of literals blanked."""
+    pattern = re.compile(
+        r"//[^\n]*|/\*.*?\*/"
+        r'|R"([^(\s]*)\(.*?\)\1"|"(?:\\.|[^"\\\n])*"'
+        r"|(?<!\w)'(?:\\.|[^'\\\n])+'",
+        re.DOTALL,
+    )
+    return pattern.sub(lambda found: re.sub(r"[^\n]", " ", found.group()), text).split("\n")
+
+
+def check_layout(file: SourceFile) -> Iterator[Finding]:
+    """Columns, lines, trailing blanks."""
+    if UNSHAPED.search(file.path):
+        return
+    if file.text == "":
+        if file.lines != [""]:
+            yield Finding(file.path, 1, "encoding", "store the file as UTF-8")
+        return
+    fenced = False
+    for number, line in enumerate(file.lines, 1):
+        if file.suffix == ".md":
+            fenced ^= line.lstrip().startswith("```")
+            free = fenced or line.startswith("|") or "](" in line or "://" in line
+        else:
+            free = "://" in line
+        if len(line) > MAX_COLUMNS and not free:
+            yield Finding(
+                file.path, number, "long line", f"break it: {len(line)} columns, {MAX_COLUMNS} fit"
+            )
+        if line != line.rstrip():
+            yield Finding(file.path, number, "trailing blank", "remove it")
+    count = len(file.lines) - 1
+    if file.suffix in CODE_SUFFIXES and count > MAX_LINES:
+        advice = f"split it by idea: {count} lines, {MAX_LINES} are the end"
+        yield Finding(file.path, count, "long file", advice)
+    if not file.text.endswith("\n"):
+        yield Finding(file.path, len(file.lines), "no end of line", "end the last line")
+
+
+def check_words(file: SourceFile) -> Iterator[Finding]:
+    if file.path == "LICENSE":
+        return
+    for number, line in enumerate(file.lines, 1):
+        for pattern, advice in FORBIDDEN_WORDS:
+            if found := pattern.search(line):
+                yield Finding(file.path, number, f'forbidden words "{found.group()}"', advice)
+
+
+def check_headers_and_tests(file: SourceFile) -> Iterator[Finding]:
+    """Headers are guarded; a test file opens by telling what it is for."""
+    if file.suffix == ".hpp" and "#pragma once" not in file.lines:
+        yield Finding(file.path, 1, "unguarded header", "write #pragma once above the includes")
+    name = Path(file.path).name
+    if file.path.startswith("tests/") and file.lines and file.text:
+        if name.endswith("_test.cpp") and not file.lines[0].startswith("//"):
+            yield Finding(file.path, 1, "silent test file", "open it with its goal and method")
+        if name.startswith("test_") and name.endswith(".py"):
+            if not re.match(r'(#![^\n]*\n)?"""', file.text):
+                yield Finding(file.path, 1, "silent test file", "open it with its goal and method")
+
+
+def check_purity(file: SourceFile) -> Iterator[Finding]:
+    """The library prints nothing, reads no file or environment, starts no thread."""
+    if not file.path.startswith("search_templates/"):
+        return
+    for number, _, angled in file.includes():
+        if angled is None:
+            continue
+        if angled in FORBIDDEN_HEADERS:
+            yield Finding(
+                file.path, number, f"library includes <{angled}>", FORBIDDEN_HEADERS[angled]
+            )
+        elif not re.fullmatch(r"[a-z_0-9]+|openssl/\w+\.h", angled):
+            yield Finding(
+                file.path,
+                number,
+                f"library includes <{angled}>",
+                "use the standard library and libcrypto only; ask the host for the rest",
+            )
+    for number, line in enumerate(without_comments(file.text), 1):
+        for pattern, advice in FORBIDDEN_CALLS:
+            if found := pattern.search(line):
+                yield Finding(file.path, number, f'library says "{found.group().strip()}"', advice)
+
+
+def library_level(path: str) -> int | None:
+    """The place of a library file's folder in the order; None for one right under the library."""
+    rest = path[len(LIBRARY) + 1 :].split("/")
+    if len(rest) == 1:
+        return None
+    return LIBRARY_FOLDERS.index(rest[0]) if rest[0] in LIBRARY_FOLDERS else -1
+
+
+def check_include_places(file: SourceFile, known: set[str]) -> Iterator[Finding]:
+    """Includes name files from the top of the repository, and reach only where they may."""
+    reach = next((allowed for top, allowed in REACH.items() if file.path.startswith(top)), None)
+    for number, quoted, _ in file.includes():
+        if quoted is None:
+            continue
+        if quoted not in known:
+            advice = "name a file of the project from the repository's top; others go in <>"
+            yield Finding(file.path, number, f'include "{quoted}"', advice)
+            continue
+        if reach is not None and not quoted.startswith(reach):
+            advice = f"files here include only {', '.join(reach)}"
+            yield Finding(file.path, number, f'include "{quoted}" reaches too far', advice)
+        if not (file.path.startswith(LIBRARY + "/") and quoted.startswith(LIBRARY + "/")):
+            continue
+        own, other = library_level(file.path), library_level(quoted)
+        if own is not None and (other is None or other > own):
+            order = ", ".join(LIBRARY_FOLDERS)
+            advice = f"include only folders that stand before your own in: {order}"
+            yield Finding(file.path, number, f'include "{quoted}" goes upwards', advice)
+
+
+def check_library_folders(file: SourceFile) -> Iterator[Finding]:
+    if file.path.startswith(LIBRARY + "/") and file.suffix in CPP_SUFFIXES:
+        if library_level(file.path) == -1:
+            advice = "put it into one of: " + ", ".join(LIBRARY_FOLDERS)
+            yield Finding(file.path, 1, "unknown folder of the library", advice)
+
+
+def find_circle(edges: dict[str, set[str]]) -> list[str] | None:
+    """One circle of the graph, as the nodes on it with the first one repeated; or None."""
+    state: dict[str, int] = {}
+    for start in sorted(edges):
+        if start in state:
+            continue
+        trail = [start]
+        pending = [iter(sorted(edges[start]))]
+        state[start] = 1
+        while pending:
+            following = next(pending[-1], None)
+            if following is None:
+                state[trail.pop()] = 2
+                pending.pop()
+            elif state.get(following) == 1:
+                return trail[trail.index(following) :] + [following]
+            elif following not in state:
+                state[following] = 1
+                trail.append(following)
+                pending.append(iter(sorted(edges.get(following, set()))))
+    return None
+
+
+def check_circles(files: list[SourceFile]) -> Iterator[Finding]:
+    """No circle between files, none between folders."""
+    known = {file.path for file in files}
+    by_file: dict[str, set[str]] = {}
+    by_folder: dict[str, set[str]] = {}
+    place: dict[tuple[str, str], tuple[str, int]] = {}
+    for file in files:
+        if file.suffix not in CPP_SUFFIXES:
+            continue
+        for number, quoted, _ in file.includes():
+            if quoted is None or quoted not in known:
+                continue
+            by_file.setdefault(file.path, set()).add(quoted)
+            place.setdefault((file.path, quoted), (file.path, number))
+            own, other = (Path(path).parent.as_posix() for path in (file.path, quoted))
+            if own != other:
+                by_folder.setdefault(own, set()).add(other)
+                place.setdefault((own, other), (file.path, number))
+    for kind, edges in (("files", by_file), ("folders", by_folder)):
+        if circle := find_circle(edges):
+            path, number = place[circle[-2], circle[-1]]
+            advice = "move what both sides need below them: " + " -> ".join(circle)
+            yield Finding(path, number, f"circle of {kind}", advice)
+
+
+def pinned_versions(files: dict[str, SourceFile]) -> Iterator[Finding]:
+    """What is written in two places agrees."""
+    project, cmake, pins = (
+        files.get(name) for name in ("pyproject.toml", "CMakeLists.txt", "requirements.txt")
+    )
+    if project is None or cmake is None or pins is None:
+        return
+    version = re.search(r'^version = "([^"]+)"', project.text, re.MULTILINE)
+    built = re.search(r"project\(\S+ VERSION (\S+)", cmake.text)
+    if not version or not built or version.group(1) != built.group(1):
+        advice = "give CMakeLists.txt and pyproject.toml one version"
+        yield Finding("pyproject.toml", 1, "two versions", advice)
+    wanted = re.findall(r'"([a-z-]+==[^"]+)"', project.text)
+    for requirement in wanted:
+        if requirement not in pins.text:
+            advice = f"pin it in requirements.txt too: {requirement}"
+            yield Finding("pyproject.toml", 1, "unpinned requirement", advice)
+
+
+def check_tree(root: Path) -> list[Finding]:
+    files = load(root)
+    known = {file.path for file in files}
+    findings: list[Finding] = []
+    for file in files:
+        findings += check_layout(file)
+        findings += check_words(file)
+        findings += check_headers_and_tests(file)
+        if file.suffix in CPP_SUFFIXES:
+            findings += check_purity(file)
+            findings += check_library_folders(file)
+            findings += check_include_places(file, known)
+    findings += check_circles(files)
+    findings += pinned_versions({file.path: file for file in files})
+    return sorted(findings)
+
+
+def main(arguments: list[str] | None = None) -> int:
+    parser = argparse.ArgumentParser(description="Check the rules of style.")
+    parser.add_argument("--root", type=Path, default=Path(__file__).resolve().parents[2])
+    options = parser.parse_args(arguments)
+    findings = check_tree(options.root)
+    for finding in findings:
+        print(finding)
+    print(f"style: {len(findings)} findings")
+    return 1 if findings else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
