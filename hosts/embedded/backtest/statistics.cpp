@@ -75,7 +75,7 @@ DailySums daily_sums(const Panel& weights, const Panel& close) {
       sums.gross_exposure(day) += std::abs(weight);
       sums.max_weight = std::max(sums.max_weight, std::abs(weight));
       const double change = close(day + 1, column) / close(day, column) - 1.0;
-      if (std::isfinite(change)) {
+      if (std::abs(change) <= kLargestReturn) {  // False for a NaN too.
         sums.gross_return(day) += weight * change;
       } else {
         ++sums.missing_returns;
@@ -95,9 +95,9 @@ void check(const Panel& weights, const Panel& close, double cost_basis_points) {
   if (!weights.isFinite().all()) {
     throw std::invalid_argument("a weight is not finite; make weights with signal_weights");
   }
-  if (!std::isfinite(cost_basis_points) || cost_basis_points < 0.0) {
+  if (!(cost_basis_points >= 0.0 && cost_basis_points <= kLargestCosts)) {
     throw std::invalid_argument("costs of " + std::to_string(cost_basis_points) +
-                                " basis points; give 0 or more");
+                                " basis points; give 0 to 10000");
   }
 }
 

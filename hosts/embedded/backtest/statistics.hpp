@@ -55,11 +55,18 @@ struct BacktestStatistics {
   // Holding days with a position.
   std::int64_t active_days = 0;
   // Holding days times instruments with a weight but without a return, because a close is missing
-  // on either side. They earn nothing.
+  // on either side, or because the return is beyond kLargestReturn. They earn nothing.
   std::int64_t missing_return_count = 0;
 };
 
 inline constexpr double kTurnoverPenalty = 0.1;
+
+// A price that rises a million times over in a day is a mistake in the data, and the sums of such
+// returns would soon be infinite.
+inline constexpr double kLargestReturn = 1e6;
+
+// In basis points: all that is traded.
+inline constexpr double kLargestCosts = 10'000.0;
 
 struct BacktestResult {
   BacktestStatistics statistics;
@@ -73,7 +80,7 @@ struct BacktestResult {
 
 // What `weights` (finite, of the shape of `close`) would have earned at costs of
 // `cost_basis_points` of what is traded. Throws std::invalid_argument for weights of another shape
-// or not finite, and for costs that are negative or not finite.
+// or not finite, and for costs that are not within 0 and kLargestCosts.
 [[nodiscard]] BacktestResult backtest_weights(const Panel& weights, const Panel& close,
                                               double cost_basis_points);
 

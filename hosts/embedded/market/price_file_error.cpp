@@ -34,13 +34,13 @@ std::string shown(const std::string& value) {
 
 std::string message(const PricePlace& place, const std::string& problem, const std::string& mend) {
   std::string text = place.file;
-  if (place.line != 0) text += ": line " + std::to_string(place.line);
+  if (place.line != 0) text.append(": line ").append(std::to_string(place.line));
   if (place.column != 0) {
-    text += ", column " + std::to_string(place.column);
-    if (!place.column_name.empty()) text += " " + shown(place.column_name);
-    text += ": " + shown(place.value) + " ";
+    text.append(", column ").append(std::to_string(place.column));
+    if (!place.column_name.empty()) text.append(" ").append(shown(place.column_name));
+    text.append(": ").append(shown(place.value)).append(" ");
   } else {
-    text += ": ";
+    text.append(": ");
   }
   return text + problem + "; " + mend;
 }
