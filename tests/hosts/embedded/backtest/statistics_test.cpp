@@ -96,8 +96,11 @@ TEST(BacktestStatistics, SharpeIsNetAndItsGrossFormIsNot) {
 
 TEST(BacktestStatistics, NoSpreadMeansNoSharpe) {
   const Panel held = Panel::Constant(6, 1, 1.0);
-  EXPECT_EQ(backtest_weights(held, closes({0.01, 0.01, 0.01, 0.01, 0.01}), 0).statistics.sharpe,
-            0.0);
+  // Steady growth, with returns that differ by their rounding only.
+  const BacktestResult steady =
+      backtest_weights(held, closes({0.013, 0.013, 0.013, 0.013, 0.013}), 0);
+  EXPECT_NE(steady.net_returns.minCoeff(), steady.net_returns.maxCoeff());
+  EXPECT_EQ(steady.statistics.sharpe, 0.0);
   EXPECT_EQ(backtest_weights(held, Panel::Constant(6, 1, 7.0), 0).statistics.sharpe, 0.0);
   // One holding day has no sample deviation.
   EXPECT_EQ(backtest_weights(series({1, 1}), closes({0.5}), 0).statistics.sharpe, 0.0);
