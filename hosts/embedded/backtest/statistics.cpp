@@ -1,0 +1,161 @@
+#include "hosts/embedded/backtest/statistics.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+#include <string>
+
+namespace varnholt::embedded {
+namespace {
+
+// A spread of daily returns this small beside the greatest of them is rounding.
+constexpr double kNoSpread = 1e-12;
+
+// Equity beyond this is not compounded further: the largest double times a few days of gains would
+// be infinite, and the drawdown from there not a number.
+constexpr double kMaximumEquity = 1e200;
+
+// The sum from the first entry to the last. The matrix library adds in packets, whose width is not
+// the same on every machine.
+double sum(const Eigen::ArrayXd& values) {
+  double total = 0.0;
+  for (const double value : values)
+    total += value;
+  return total;
+}
+
+double mean(const Eigen::ArrayXd& values) {
+  return values.size() == 0 ? 0.0 : sum(values) / static_cast<double>(values.size());
+}
+
+double annualised_sharpe(const Eigen::ArrayXd& returns) {
+  if (returns.size() < 2) return 0.0;
+  const double centre = mean(returns);
+  const double deviations = sum((returns - centre).square());
+  const double spread = std::sqrt(deviations / static_cast<double>(returns.size() - 1));
+  if (spread <= kNoSpread * returns.abs().maxCoeff()) return 0.0;
+  const double ratio = std::sqrt(kTradingDays) * centre / spread;
+  return std::isfinite(ratio) ? ratio : 0.0;
+}
+
+double deepest_fall(const Eigen::ArrayXd& net_returns) {
+  double equity = 1.0;
+  double peak = 1.0;
+  double deepest = 0.0;
+  for (const double value : net_returns) {
+    equity = std::clamp(equity * (1.0 + value), 0.0, kMaximumEquity);
+    peak = std::max(peak, equity);
+    deepest = std::max(deepest, 1.0 - equity / peak);
+  }
+  return deepest;
+}
+
+// The sums over the instruments, one entry a holding day.
+struct DailySums {
+  Eigen::ArrayXd gross_return;
+  Eigen::ArrayXd traded;
+  Eigen::ArrayXd net_exposure;
+  Eigen::ArrayXd gross_exposure;
+  double max_weight = 0.0;
+  std::int64_t missing_returns = 0;
+};
+
+DailySums daily_sums(const Panel& weights, const Panel& close) {
+  const Eigen::Index days = std::max<Eigen::Index>(close.rows() - 1, 0);
+  const Eigen::ArrayXd zeros = Eigen::ArrayXd::Zero(days);
+  DailySums sums{zeros, zeros, zeros, zeros};
+  for (Eigen::Index column = 0; column < close.cols(); ++column) {
+    double before = 0.0;
+    for (Eigen::Index day = 0; day < days; ++day) {
+      const double weight = weights(day, column);
+      sums.traded(day) += std::abs(weight - before);
+      before = weight;
+      if (weight == 0.0) continue;
+      sums.net_exposure(day) += weight;
+      sums.gross_exposure(day) += std::abs(weight);
+      sums.max_weight = std::max(sums.max_weight, std::abs(weight));
+      const double change = close(day + 1, column) / close(day, column) - 1.0;
+      if (std::abs(change) <= kLargestReturn) {  // False for a NaN too.
+        sums.gross_return(day) += weight * change;
+      } else {
+        ++sums.missing_returns;
+      }
+    }
+  }
+  return sums;
+}
+
+void check(const Panel& weights, const Panel& close, double cost_basis_points) {
+  if (weights.rows() != close.rows() || weights.cols() != close.cols()) {
+    throw std::invalid_argument(
+        "weights of " + std::to_string(weights.rows()) + " x " + std::to_string(weights.cols()) +
+        " for closes of " + std::to_string(close.rows()) + " x " + std::to_string(close.cols()) +
+        "; take both from the same market data");
+  }
+  if (!weights.isFinite().all()) {
+    throw std::invalid_argument("a weight is not finite; make weights with signal_weights");
+  }
+  if (!(cost_basis_points >= 0.0 && cost_basis_points <= kLargestCosts)) {
+    throw std::invalid_argument("costs of " + std::to_string(cost_basis_points) +
+                                " basis points; give 0 to 10000");
+  }
+}
+
+}  // namespace
+
+Panel signal_weights(const Panel& signal) {
+  const auto known = [&signal](Eigen::Index day, Eigen::Index column) {
+    const double value = signal(day, column);
+    return std::isfinite(value) ? value : 0.0;
+  };
+  // The greatest entry of the day is divided out first: a sum of very large or very small entries
+  // would overflow or lose its digits.
+  Eigen::ArrayXd greatest = Eigen::ArrayXd::Zero(signal.rows());
+  for (Eigen::Index column = 0; column < signal.cols(); ++column) {
+    for (Eigen::Index day = 0; day < signal.rows(); ++day) {
+      greatest(day) = std::max(greatest(day), std::abs(known(day, column)));
+    }
+  }
+  Panel weights = Panel::Zero(signal.rows(), signal.cols());
+  Eigen::ArrayXd gross = Eigen::ArrayXd::Zero(signal.rows());
+  for (Eigen::Index column = 0; column < signal.cols(); ++column) {
+    for (Eigen::Index day = 0; day < signal.rows(); ++day) {
+      if (greatest(day) == 0.0) continue;
+      weights(day, column) = known(day, column) / greatest(day);
+      gross(day) += std::abs(weights(day, column));
+    }
+  }
+  for (Eigen::Index column = 0; column < signal.cols(); ++column) {
+    for (Eigen::Index day = 0; day < signal.rows(); ++day) {
+      if (gross(day) > 0.0) weights(day, column) /= gross(day);
+    }
+  }
+  return weights;
+}
+
+BacktestResult backtest_weights(const Panel& weights, const Panel& close,
+                                double cost_basis_points) {
+  check(weights, close, cost_basis_points);
+  const DailySums sums = daily_sums(weights, close);
+  BacktestResult result;
+  result.gross_returns = sums.gross_return;
+  result.net_returns = sums.gross_return - cost_basis_points / 10'000.0 * sums.traded;
+
+  BacktestStatistics& statistics = result.statistics;
+  statistics.sharpe = annualised_sharpe(result.net_returns);
+  statistics.gross_returns_sharpe = annualised_sharpe(result.gross_returns);
+  statistics.annualized_returns = kTradingDays * mean(result.net_returns);
+  statistics.turnover = mean(sums.traded);
+  statistics.drawdown = deepest_fall(result.net_returns);
+  statistics.max_weight = sums.max_weight;
+  statistics.delta_exposure = mean(sums.net_exposure.abs());
+  statistics.abs_weight_sum_mean = mean(sums.gross_exposure);
+  statistics.quality_score =
+      statistics.sharpe - statistics.drawdown - kTurnoverPenalty * statistics.turnover;
+  statistics.holding_days = sums.gross_return.size();
+  statistics.active_days = (sums.gross_exposure > 0.0).count();
+  statistics.missing_return_count = sums.missing_returns;
+  return result;
+}
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,27 @@
+#include "hosts/embedded/market/market_data.hpp"
+
+#include <stdexcept>
+
+namespace varnholt::embedded {
+
+MarketData MarketData::first_days(Eigen::Index days) const {
+  if (days < 0 || days > day_count()) {
+    throw std::out_of_range("cannot take " + std::to_string(days) + " days of a history of " +
+                            std::to_string(day_count()) + "; ask for 0 to that many");
+  }
+  const auto head = [days](const std::optional<Panel>& panel) -> std::optional<Panel> {
+    if (!panel) return std::nullopt;
+    return Panel(panel->topRows(days));
+  };
+  MarketData result;
+  result.dates.assign(dates.begin(), dates.begin() + days);
+  result.symbols = symbols;
+  result.close = close.topRows(days);
+  result.open = head(open);
+  result.high = head(high);
+  result.low = head(low);
+  result.volume = head(volume);
+  return result;
+}
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,39 @@
+// Daily prices of a set of instruments, as the backtester reads them.
+//
+// A panel is a matrix with one row a day (ascending) and one column an instrument (ascending by
+// symbol). It is stored column by column, so that the history of one instrument lies together.
+// Every entry is finite or NaN, and NaN means "not known": nothing fills a gap.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <Eigen/Core>
+
+#include "hosts/embedded/market/calendar_date.hpp"
+
+namespace varnholt::embedded {
+
+using Panel = Eigen::ArrayXXd;
+
+struct MarketData {
+  std::vector<Date> dates;           // Ascending, each once: the rows of every panel.
+  std::vector<std::string> symbols;  // Ascending, each once: the columns of every panel.
+
+  // Prices in the file's currency, all positive; volume in shares or contracts, not negative.
+  Panel close;
+  std::optional<Panel> open;
+  std::optional<Panel> high;
+  std::optional<Panel> low;
+  std::optional<Panel> volume;
+
+  [[nodiscard]] Eigen::Index day_count() const { return close.rows(); }
+  [[nodiscard]] Eigen::Index instrument_count() const { return close.cols(); }
+
+  // The same instruments and columns as they were known at the close of day `days` - 1. Throws
+  // std::out_of_range where `days` is negative or beyond day_count().
+  [[nodiscard]] MarketData first_days(Eigen::Index days) const;
+};
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,31 @@
+// One cell of a price file turned into the value that it stands for.
+#pragma once
+
+#include <string>
+
+#include "hosts/embedded/market/calendar_date.hpp"
+
+namespace varnholt::embedded {
+
+// What is wrong with a cell, as a clause that follows its value, and how to mend it. The reader of
+// the file adds the place.
+struct CellMistake {
+  std::string problem;
+  std::string mend;
+};
+
+// Each of these throws CellMistake where the cell does not hold what it should.
+
+// A day, written "yyyy-mm-dd".
+[[nodiscard]] Date read_date_cell(const std::string& cell);
+
+// The symbol of an instrument: one or more printable ASCII characters.
+[[nodiscard]] std::string read_symbol_cell(const std::string& cell);
+
+// A finite price above zero, or NaN for an empty cell.
+[[nodiscard]] double read_price_cell(const std::string& cell);
+
+// A finite volume of zero or more, or NaN for an empty cell.
+[[nodiscard]] double read_volume_cell(const std::string& cell);
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,39 @@
+// Daily prices from a CSV file.
+//
+// The first row names the columns; names of the long form are read without regard to case.
+//
+//   long   date,symbol,open,high,low,close,volume    one row a day and instrument
+//   wide   date,AAPL,IBM,...                         one row a day, one close a column
+//
+// - A file with a column `symbol` is long. It needs `date`, `symbol` and `close`; `open`, `high`,
+//   `low` and `volume` may be left out. The columns may stand in any order, the rows too.
+// - Every other file is wide: it needs `date`, and every other column is an instrument.
+// - A column of another name in a long file is refused, not skipped: a misspelt "volum", or an
+//   adjusted close beside the raw one, is a question that only its owner can answer.
+// - An empty cell is a gap and becomes NaN, as does a day on which a long file has no row for an
+//   instrument. A day of which nothing is known, but which has a row, stays a day of the history.
+// - Prices are above zero, volumes are not negative, and no high is below the low of its day.
+// - Blank lines are skipped. Blanks around a cell do not count.
+//
+// The first mistake ends the reading with a PriceFileError; nothing of the file is used then.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+#include "hosts/embedded/market/market_data.hpp"
+#include "hosts/embedded/market/price_file_error.hpp"
+
+namespace varnholt::embedded {
+
+// The most days times instruments that a price file may span.
+inline constexpr Eigen::Index kMaximumPriceCells = 100'000'000;
+
+// The prices in the file at `path`.
+[[nodiscard]] MarketData read_price_file(const std::filesystem::path& path);
+
+// The prices in `text`, with `name` as the name of the file in messages.
+[[nodiscard]] MarketData read_price_text(std::string_view text, const std::string& name);
+
+}  // namespace varnholt::embedded

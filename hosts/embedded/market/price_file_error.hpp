@@ -1,0 +1,33 @@
+// What is wrong with a price file, where, and how to mend it.
+#pragma once
+
+#include <cstddef>
+#include <stdexcept>
+#include <string>
+
+namespace varnholt::embedded {
+
+// The place of a mistake in a price file. Lines and columns count from 1; 0 means that the mistake
+// belongs to no line or to no column.
+struct PricePlace {
+  std::string file;
+  std::size_t line = 0;
+  std::size_t column = 0;
+  std::string column_name = {};  // As the header gives it; empty where the header gives none.
+  std::string value = {};        // The cell as it stands in the file; only with a column.
+};
+
+// Thrown by everything that reads prices. The text reads
+//   FILE: line L, column C "NAME": "VALUE" PROBLEM; MEND
+// and leaves out the parts that the place does not have.
+class PriceFileError : public std::runtime_error {
+ public:
+  PriceFileError(PricePlace place, const std::string& problem, const std::string& mend);
+
+  [[nodiscard]] const PricePlace& place() const noexcept { return place_; }
+
+ private:
+  PricePlace place_;
+};
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,59 @@
+#include "hosts/embedded/vocabulary/feature_panels.hpp"
+
+#include <cmath>
+#include <stdexcept>
+#include <string>
+
+#include "hosts/embedded/vocabulary/panel_checks.hpp"
+#include "hosts/embedded/vocabulary/panel_functions.hpp"
+
+namespace varnholt::embedded {
+namespace {
+
+// function(close today, close of the day before), NaN on the first day.
+template <typename Function>
+Panel from_day_to_day(const Panel& close, Function function) {
+  Panel result = Panel::Constant(close.rows(), close.cols(), kUnknown);
+  for (Eigen::Index column = 0; column < close.cols(); ++column) {
+    for (Eigen::Index day = 1; day < close.rows(); ++day) {
+      result(day, column) = finite_or_nan(function(close(day, column), close(day - 1, column)));
+    }
+  }
+  return result;
+}
+
+Panel make_feature(const MarketData& data, std::string_view name) {
+  if (name == "close") return data.close;
+  if (name == "open") return data.open.value();
+  if (name == "high") return data.high.value();
+  if (name == "low") return data.low.value();
+  if (name == "volume") return data.volume.value();
+  if (name == "returns") {
+    return from_day_to_day(data.close,
+                           [](double now, double before) { return now / before - 1.0; });
+  }
+  if (name == "log_returns") {
+    return from_day_to_day(data.close,
+                           [](double now, double before) { return std::log(now / before); });
+  }
+  if (name == "range") {
+    return arith_div(arith_sub(data.high.value(), data.low.value()), data.close);
+  }
+  if (name == "dollar_volume") return arith_mul(data.close, data.volume.value());
+  throw std::logic_error("the feature \"" + std::string(name) + "\" has no formula");
+}
+
+}  // namespace
+
+FeaturePanels::FeaturePanels(const MarketData& data) : vocabulary_(make_vocabulary(data)) {
+  for (const FeatureEntry& feature : vocabulary_.features) {
+    panels_.emplace(feature.name, make_feature(data, feature.name));
+  }
+}
+
+const Panel* FeaturePanels::find(std::string_view name) const {
+  const auto found = panels_.find(name);
+  return found == panels_.end() ? nullptr : &found->second;
+}
+
+}  // namespace varnholt::embedded

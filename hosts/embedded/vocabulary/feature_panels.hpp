@@ -1,0 +1,28 @@
+// The panels of all features of a set of market data, made once.
+#pragma once
+
+#include <map>
+#include <string_view>
+
+#include "hosts/embedded/market/market_data.hpp"
+#include "hosts/embedded/vocabulary/vocabulary.hpp"
+
+namespace varnholt::embedded {
+
+// Everything is computed by the constructor and only read afterwards, so that a process which
+// forks after it shares the panels with all of its children.
+class FeaturePanels {
+ public:
+  explicit FeaturePanels(const MarketData& data);
+
+  [[nodiscard]] const Vocabulary& vocabulary() const { return vocabulary_; }
+
+  // The panel of that feature, or nullptr where the data have no such feature.
+  [[nodiscard]] const Panel* find(std::string_view name) const;
+
+ private:
+  Vocabulary vocabulary_;
+  std::map<std::string_view, Panel> panels_;
+};
+
+}  // namespace varnholt::embedded

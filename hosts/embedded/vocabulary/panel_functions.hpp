@@ -1,0 +1,106 @@
+// The functions that signals are made of: each turns panels into a panel of the same shape.
+//
+// A panel has one row a day and one column an instrument (see market_data.hpp). These rules hold
+// for every function:
+//
+// - Entries are finite or NaN, and NaN means "not known". Where a result would not be finite
+//   (an overflow, a division by next to nothing) it is NaN.
+// - A result for a day depends on that day and on days before it, never on later ones. That holds
+//   to the last bit: cutting off the end of the history leaves every other entry as it was. So no
+//   loop here lets the number of rows decide in what order numbers are added.
+// - Sums go through the instruments in the order of the columns, and through days from a grid
+//   that is fixed at the first row, so equal input gives equal bits.
+//
+// Panels of two shapes and windows below 1 are std::invalid_argument.
+#pragma once
+
+#include "hosts/embedded/market/market_data.hpp"
+
+namespace varnholt::embedded {
+
+// --- Across the instruments, day by day. -------------------------------------------------------
+// n is the number of instruments whose value is known that day; the others stay NaN.
+
+// The place among the known values, 0.0 for the least and 1.0 for the greatest; equal values share
+// the mean of their places. One known value has the rank 0.5.
+[[nodiscard]] Panel cross_rank(const Panel& x);
+
+// (x - mean) / s with the sample standard deviation s (divisor n - 1). NaN for the whole day where
+// n < 2 or where the values are constant (see kConstantTolerance).
+[[nodiscard]] Panel cross_zscore(const Panel& x);
+
+// x - mean.
+[[nodiscard]] Panel cross_demean(const Panel& x);
+
+// x / sum |x|, so that the absolute values add up to 1. A day of nothing but zeros stays zero.
+[[nodiscard]] Panel cross_scale(const Panel& x);
+
+// --- Over time, instrument by instrument. ------------------------------------------------------
+// The window is today and the window - 1 days before it. Its values must all be known; otherwise,
+// and for the first window - 1 days, the result is NaN.
+
+[[nodiscard]] Panel ts_mean(const Panel& x, Eigen::Index window);
+[[nodiscard]] Panel ts_sum(const Panel& x, Eigen::Index window);
+[[nodiscard]] Panel ts_min(const Panel& x, Eigen::Index window);
+[[nodiscard]] Panel ts_max(const Panel& x, Eigen::Index window);
+
+// The sample standard deviation (divisor window - 1); exactly 0 for a constant window, NaN for a
+// window of one day.
+[[nodiscard]] Panel ts_std(const Panel& x, Eigen::Index window);
+
+// (today - mean) / s with the sample standard deviation s; NaN where s is 0.
+[[nodiscard]] Panel ts_zscore(const Panel& x, Eigen::Index window);
+
+// The place of today's value in the window, 0.0 for the least and 1.0 for the greatest; equal
+// values share the mean of their places. 0.5 in a window of one day.
+[[nodiscard]] Panel ts_rank(const Panel& x, Eigen::Index window);
+
+// Today less the value `window` days ago. Only these two need to be known.
+[[nodiscard]] Panel ts_delta(const Panel& x, Eigen::Index window);
+
+// The mean with linearly decaying weights: window for today, window - 1 for the day before, ... 1
+// for the oldest day, divided by their sum window (window + 1) / 2.
+[[nodiscard]] Panel ts_decay(const Panel& x, Eigen::Index window);
+
+// The sample covariance (divisor window - 1) of two panels; both must be known on every day of the
+// window. NaN for a window of one day.
+[[nodiscard]] Panel ts_covariance(const Panel& x, const Panel& y, Eigen::Index window);
+
+// Pearson's correlation of two panels, within -1 to 1. NaN where either is constant.
+[[nodiscard]] Panel ts_correlation(const Panel& x, const Panel& y, Eigen::Index window);
+
+// --- Entry by entry. ---------------------------------------------------------------------------
+// NaN where any argument is NaN.
+
+[[nodiscard]] Panel arith_add(const Panel& x, const Panel& y);
+[[nodiscard]] Panel arith_sub(const Panel& x, const Panel& y);
+[[nodiscard]] Panel arith_mul(const Panel& x, const Panel& y);
+
+// x / y, NaN where |y| is below kNearZero.
+[[nodiscard]] Panel arith_div(const Panel& x, const Panel& y);
+
+[[nodiscard]] Panel arith_min(const Panel& x, const Panel& y);
+[[nodiscard]] Panel arith_max(const Panel& x, const Panel& y);
+[[nodiscard]] Panel arith_neg(const Panel& x);
+[[nodiscard]] Panel arith_abs(const Panel& x);
+
+// -1, 0 or 1.
+[[nodiscard]] Panel arith_sign(const Panel& x);
+
+// sign(x) ln(1 + |x|): a logarithm that is defined everywhere, odd, and x itself near zero.
+[[nodiscard]] Panel arith_log(const Panel& x);
+
+[[nodiscard]] Panel arith_tanh(const Panel& x);
+
+// 1.0 where the comparison holds and 0.0 where it does not.
+[[nodiscard]] Panel comparison_gt(const Panel& x, const Panel& y);
+[[nodiscard]] Panel comparison_lt(const Panel& x, const Panel& y);
+
+// A divisor nearer to zero than this makes a quotient unknown.
+inline constexpr double kNearZero = 1e-12;
+
+// Values count as constant where the sum of their squared deviations from the mean is at most this
+// share of the sum of their squares: a spread of 1e-12 of their size is rounding, not a spread.
+inline constexpr double kConstantTolerance = 1e-24;
+
+}  // namespace varnholt::embedded
