@@ -1,0 +1,84 @@
+// What a search tells while it runs, and at its end.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "hosts/embedded/backtest/statistics.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::embedded {
+
+struct SearchStarted {
+  std::int64_t run_id = 0;  // In the store.
+  std::filesystem::path prices;
+  std::filesystem::path database;
+  std::int64_t instruments = 0;
+  std::int64_t days = 0;
+  std::string first_date;  // yyyy-mm-dd
+  std::string last_date;
+  int jobs = 0;
+  std::int64_t batch_size = 0;
+  std::int64_t seed = 0;
+};
+
+// One recorded candidate.
+struct CandidateRecorded {
+  std::int64_t evaluation_id = 0;  // In the store.
+  std::int64_t generation = 0;     // From 0.
+  bool passed = false;
+  std::string failure_reason;  // Empty when it passed.
+  std::string failure_detail;
+  std::string expression;  // Readable; empty when the graph has none.
+  std::optional<BacktestStatistics> statistics;
+  double elapsed_seconds = 0.0;
+};
+
+// The counts of the run so far.
+struct SearchProgress {
+  std::int64_t generation = 0;  // Generations completed.
+  std::int64_t candidates = 0;  // Recorded.
+  std::int64_t passing = 0;
+  std::map<std::string, std::int64_t> failures;  // By reason.
+  std::optional<CandidateRecorded> best;         // The best by quality among the passing.
+  double elapsed_seconds = 0.0;                  // Since the search began.
+};
+
+enum class LogLevel { Warning, Error };
+
+// Why the run ended, beside the terminal reason of its metrics record.
+enum class StopCause { None, Generations, Candidates, Seconds, Signal };
+
+[[nodiscard]] std::string_view to_text(StopCause cause) noexcept;
+
+struct SearchSummary {
+  std::int64_t run_id = 0;
+  StopCause stop_cause = StopCause::None;
+  SearchProgress progress;
+  genetic::Value metrics;               // The metrics record, or absent when the run wrote none.
+  std::vector<CandidateRecorded> best;  // Passing signals, best quality first.
+};
+
+// Told of everything as it happens, in the parent, on the thread of the search. An exception that
+// one of the functions throws ends the search and leaves it unchanged.
+class SearchObserver {
+ public:
+  virtual ~SearchObserver() = default;
+
+  virtual void on_started(const SearchStarted& started) = 0;
+  // At least once for each evaluation that ends, and several times a second while some are under
+  // way.
+  virtual void on_tick(const SearchProgress& progress, std::int64_t evaluated_in_batch) = 0;
+  virtual void on_recorded(const CandidateRecorded& candidate) = 0;
+  virtual void on_generation(const SearchProgress& progress) = 0;
+  virtual void on_log(LogLevel level, std::string_view text) = 0;
+  // The run's metrics record.
+  virtual void on_metrics(const genetic::Mapping& metrics) = 0;
+};
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,50 @@
+// What a search on the embedded host is told.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+
+#include "hosts/embedded/gates/gates.hpp"
+#include "hosts/embedded/vocabulary/random_graphs.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::embedded {
+
+struct SearchOptions {
+  // The prices, in one of the forms of price_file.hpp, and the store, made when it is not there.
+  std::filesystem::path prices;
+  std::filesystem::path database;
+
+  // Worker processes at once; absent is one a processor.
+  std::optional<int> jobs;
+  // Candidates a generation, validated by the template; absent is the template's default.
+  std::optional<genetic::Value> batch_size;
+
+  // The limits of the run. Whichever is reached first ends it; without any it runs until it is
+  // stopped. Generations are counted by the pauses between them. Candidates are counted as they are
+  // recorded, and the batch in which the limit is reached is completed. The limit in seconds counts
+  // from the start of the search and cancels the evaluations under way.
+  std::optional<std::int64_t> generations;
+  std::optional<std::int64_t> candidates;
+  std::optional<double> seconds;
+
+  // Repeats a run: the same seed, prices and settings give the same candidates in the same order.
+  // Absent draws one from the operating system.
+  std::optional<std::uint64_t> seed;
+
+  // Limits of the random graphs.
+  RandomGraphOptions graphs;
+  // Costs in basis points of what is traded.
+  double cost_basis_points = 5.0;
+  GateThresholds gates;
+
+  // The limit of one evaluation, and of its process's memory (absent is the host's default).
+  double timeout_seconds = 60.0;
+  std::optional<std::int64_t> worker_memory_limit_bytes;
+
+  // How many of the best signals are told at the end.
+  int best_count = 10;
+};
+
+}  // namespace varnholt::embedded
