@@ -1,0 +1,94 @@
+#include "hosts/embedded/search/embedded_context.hpp"
+
+#include <span>
+#include <utility>
+
+#include "hosts/embedded/search/function_callable.hpp"
+#include "hosts/embedded/search/statistics_object.hpp"
+#include "hosts/embedded/vocabulary/graph_check.hpp"
+#include "search_templates/genetic/value/keys.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::embedded {
+
+namespace keys = genetic::keys;
+using genetic::Callable;
+using genetic::List;
+using genetic::Mapping;
+using genetic::Tuple;
+using genetic::Value;
+
+EmbeddedContext::EmbeddedContext(const Evaluator& evaluator, const ContextSettings& settings,
+                                 std::shared_ptr<SearchStop> stop, ResultRecorder& recorder)
+    : evaluator_(evaluator), settings_(settings), stop_(std::move(stop)), recorder_(recorder) {}
+
+Callable EmbeddedContext::record_search_run_metrics() {
+  if (in_child_) return {};
+  return make_callable([this](std::span<const Value> /*positional*/, const Mapping& metrics) {
+    recorder_.record_metrics(metrics);
+    return Value();
+  });
+}
+
+std::optional<Value> EmbeddedContext::worker_memory_limit_bytes() {
+  if (!settings_.worker_memory_limit_bytes) return std::nullopt;
+  return *settings_.worker_memory_limit_bytes;
+}
+
+std::optional<Value> EmbeddedContext::attribute(std::string_view name) {
+  if (name == "max_depth") return max_depth();
+  if (name == "_n_jobs") return n_jobs();
+  if (name == "_worker_memory_limit_bytes") return worker_memory_limit_bytes();
+  return std::nullopt;
+}
+
+Callable EmbeddedContext::own_graph_validator() {
+  return make_callable([this](std::span<const Value> positional, const Mapping& /*keywords*/) {
+    static_cast<void>(check_graph(positional[0], evaluator_.vocabulary()));
+    return Value(true);
+  });
+}
+
+Callable EmbeddedContext::evaluate_for_template() {
+  return make_callable([this](std::span<const Value> positional, const Mapping& /*keywords*/) {
+    return evaluate(positional[0]);
+  });
+}
+
+// The statistics decide whether the signal passes; the reason is the first gate that it fails.
+Value EmbeddedContext::evaluate(const Value& graph) {
+  const BacktestStatistics statistics = evaluator_.evaluate(graph).backtest.statistics;
+  const std::optional<GateFailure> failure = first_failed_gate(statistics, settings_.gates);
+  Mapping tracking;
+  Mapping record{{keys::kStats, genetic::make_object<StatisticsObject>(statistics)},
+                 {keys::kPassed, !failure.has_value()},
+                 {keys::kRejectionReason, failure ? Value(failure->reason) : Value()},
+                 {keys::kTrackingMetricKwargs, tracking}};
+  if (failure) tracking.set(keys::kFailureDetail, failure->detail);
+  last_evaluation_record_ = record;
+  return Mapping{{keys::kRecord, record},
+                 {keys::kSubmissionPayloads, List()},
+                 {keys::kAttemptEvidence, Value()}};
+}
+
+Callable EmbeddedContext::safe_record() {
+  // A child records nothing: its result goes to the parent, which does.
+  if (in_child_) return {};
+  return make_callable([this](std::span<const Value> positional, const Mapping& keywords) {
+    const Value id = recorder_.record(positional[0], genetic::truth(positional[1]), keywords);
+    stop_->count_candidate();
+    return id;
+  });
+}
+
+Callable EmbeddedContext::derive_rejection_reason_detail() {
+  return make_callable([this](std::span<const Value> positional, const Mapping& /*keywords*/) {
+    const std::optional<BacktestStatistics> statistics = statistics_of(positional[0]);
+    const std::optional<GateFailure> failure =
+        statistics ? first_failed_gate(*statistics, settings_.gates) : std::nullopt;
+    if (!failure) return Value(Tuple{Value(), Value()});
+    return Value(Tuple{failure->reason, failure->detail});
+  });
+}
+
+}  // namespace varnholt::embedded

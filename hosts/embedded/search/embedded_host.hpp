@@ -1,0 +1,143 @@
+// The embedded host: everything that the search asks for, from prices in memory.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "hosts/embedded/pool/system_calls.hpp"
+#include "hosts/embedded/random/twister_generators.hpp"
+#include "hosts/embedded/search/embedded_pool.hpp"
+#include "hosts/embedded/search/search_events.hpp"
+#include "hosts/embedded/vocabulary/random_graphs.hpp"
+#include "hosts/embedded/vocabulary/vocabulary.hpp"
+#include "search_templates/genetic/host/host.hpp"
+
+namespace varnholt::embedded {
+
+// Ends a run whose runtime keeps failing.
+class BackgroundInfrastructureError : public genetic::RuntimeError {
+ public:
+  using RuntimeError::RuntimeError;
+};
+
+class EmbeddedLogger : public genetic::Logger {
+ public:
+  using Sink = std::function<void(LogLevel, std::string_view)>;
+
+  explicit EmbeddedLogger(Sink sink) : sink_(std::move(sink)) {}
+
+  void error(std::string_view format, std::initializer_list<genetic::Value> values) override;
+  void warning(std::string_view format, std::initializer_list<genetic::Value> values) override;
+  void warning_with_error(std::string_view text, const std::exception_ptr& error) override;
+
+ private:
+  Sink sink_;
+};
+
+class EmbeddedEngine : public genetic::Engine {
+ public:
+  // A runtime that is not ready this often in a row is taken to be broken.
+  static constexpr std::int64_t kInfrastructureFailureThreshold = 25;
+
+  explicit EmbeddedEngine(EmbeddedLogger::Sink sink) : logger_(std::move(sink)) {}
+
+  [[nodiscard]] genetic::Logger& logger() override { return logger_; }
+  // Nodes on the longest way down. genetic::ValueError for what is no graph of nodes.
+  [[nodiscard]] genetic::Value graph_depth_for_attempt_marker(const genetic::Value& graph) override;
+  // The embedded evaluator is always ready.
+  [[nodiscard]] bool is_sdk_runtime_not_ready_error(const genetic::Value& error) override;
+  [[nodiscard]] genetic::Value sdk_runtime_not_ready_rejection_detail() override;
+  [[nodiscard]] genetic::Value infrastructure_failure_threshold() override;
+  [[noreturn]] void raise_background_infrastructure_error(const std::string& detail) override;
+
+ private:
+  EmbeddedLogger logger_;
+};
+
+// score = quality_score - diversity_weight * |pool_correlation| - parsimony_weight * nodes
+//
+// with the record's quality score, the correlation to the pool of submitted signals (0 when it is
+// absent) and the number of the graph's nodes. A weight that is not given is the setting's default.
+class EmbeddedEliteness : public genetic::Eliteness {
+ public:
+  [[nodiscard]] genetic::Value score_candidate(const genetic::Value& candidate,
+                                               const genetic::Mapping& keywords) override;
+};
+
+class EmbeddedSettings : public genetic::SearchSettings {
+ public:
+  [[nodiscard]] genetic::Value default_batch_size() override { return 32; }
+  [[nodiscard]] genetic::Value default_restart_threshold() override { return 5; }
+  [[nodiscard]] genetic::Value default_elite_fraction() override { return 0.25; }
+  [[nodiscard]] genetic::Value default_diversity_weight() override { return 0.5; }
+  [[nodiscard]] genetic::Value default_parsimony_weight() override { return 0.005; }
+  [[nodiscard]] genetic::Value default_operator_rates() override;
+};
+
+class EmbeddedVerdicts : public genetic::EvaluationVerdicts {
+ public:
+  [[nodiscard]] genetic::Value not_evaluated_verdict() override;
+};
+
+// An endless walk over random graphs of one vocabulary.
+class EmbeddedRandomGraphs : public genetic::RandomWeighted {
+ public:
+  EmbeddedRandomGraphs(const Vocabulary& vocabulary, const RandomGraphOptions& options)
+      : vocabulary_(vocabulary), options_(options) {}
+
+  [[nodiscard]] std::unique_ptr<genetic::ValueIterator> random_weighted_graphs(
+      genetic::SearchContext& context, const std::shared_ptr<genetic::RandomGenerator>& rng,
+      const genetic::Mapping& log_context, std::string_view template_name) override;
+
+ private:
+  const Vocabulary& vocabulary_;
+  RandomGraphOptions options_;
+};
+
+class EmbeddedPause : public genetic::Pause {
+ public:
+  void sleep(double seconds) override;
+};
+
+struct HostSettings {
+  RandomGraphOptions graphs;
+  double timeout_seconds = 60.0;
+  std::optional<std::uint64_t> seed;
+  EmbeddedLogger::Sink log;
+  std::function<void(std::int64_t)> on_tick;
+};
+
+class EmbeddedHost : public genetic::Host {
+ public:
+  // Both must outlive the host.
+  EmbeddedHost(SystemCalls& system, const Vocabulary& vocabulary, const HostSettings& settings);
+
+  [[nodiscard]] EmbeddedPool& pool() { return pool_; }
+
+  [[nodiscard]] genetic::Engine& engine() override { return engine_; }
+  [[nodiscard]] genetic::ProcessEvaluation& process_evaluation() override { return pool_; }
+  [[nodiscard]] genetic::Eliteness& eliteness() override { return eliteness_; }
+  [[nodiscard]] genetic::RandomWeighted& random_weighted() override { return random_graphs_; }
+  [[nodiscard]] genetic::SearchSettings& search_settings() override { return search_settings_; }
+  [[nodiscard]] genetic::EvaluationVerdicts& evaluation_verdicts() override { return verdicts_; }
+  [[nodiscard]] genetic::RandomGenerators& random_generators() override { return generators_; }
+  [[nodiscard]] genetic::SecureRandom& secure_random() override { return secure_random_; }
+  [[nodiscard]] genetic::Pause& pause() override { return pause_; }
+
+ private:
+  EmbeddedEngine engine_;
+  EmbeddedEliteness eliteness_;
+  EmbeddedSettings search_settings_;
+  EmbeddedVerdicts verdicts_;
+  EmbeddedRandomGraphs random_graphs_;
+  TwisterGenerators generators_;
+  SystemRandom secure_random_;
+  EmbeddedPause pause_;
+  EmbeddedPool pool_;
+};
+
+}  // namespace varnholt::embedded
