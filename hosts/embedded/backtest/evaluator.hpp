@@ -1,0 +1,49 @@
+// From a graph to what its signal would have earned.
+#pragma once
+
+#include <Eigen/Core>
+
+#include "hosts/embedded/backtest/statistics.hpp"
+#include "hosts/embedded/market/market_data.hpp"
+#include "hosts/embedded/vocabulary/expression.hpp"
+#include "hosts/embedded/vocabulary/feature_panels.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::embedded {
+
+struct EvaluatorOptions {
+  double cost_basis_points = 5.0;  // Of what is traded.
+  GraphLimits limits;
+};
+
+struct Evaluation {
+  GraphShape shape;
+  Panel weights;  // Of every day, the last included; see statistics.hpp.
+  BacktestResult backtest;
+};
+
+// Evaluates graphs over one set of market data. The features are computed once, by the constructor;
+// afterwards nothing changes, and evaluating one graph leaves no trace for the next.
+class Evaluator {
+ public:
+  explicit Evaluator(MarketData data, EvaluatorOptions options = {});
+
+  [[nodiscard]] const MarketData& data() const { return data_; }
+  [[nodiscard]] const Vocabulary& vocabulary() const { return features_.vocabulary(); }
+  [[nodiscard]] const EvaluatorOptions& options() const { return options_; }
+
+  // The signal of an expression that was compiled against vocabulary(). Subtrees that say the same
+  // are computed once, and a panel is let go when the last step that reads it is done.
+  [[nodiscard]] Panel signal(const Expression& expression) const;
+
+  // The graph's signal as weights, and what they would have earned. Throws GraphError for a graph
+  // that breaks a rule of graph_check.hpp or is beyond the limits of the options.
+  [[nodiscard]] Evaluation evaluate(const genetic::Value& graph) const;
+
+ private:
+  MarketData data_;
+  FeaturePanels features_;
+  EvaluatorOptions options_;
+};
+
+}  // namespace varnholt::embedded

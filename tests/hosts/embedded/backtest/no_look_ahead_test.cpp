@@ -1,0 +1,102 @@
+// No look-ahead: with the price history cut off at any day, every weight up to that day is, to the
+// last bit, what it is with the whole history.
+// Method: random graphs over a synthetic universe with gaps and late starts, among them graphs with
+// each function at the root, evaluated on the whole history and on cuts at random days.
+#include <map>
+#include <random>
+
+#include <gtest/gtest.h>
+
+#include "hosts/embedded/backtest/evaluator.hpp"
+#include "hosts/embedded/market/synthetic_universe.hpp"
+#include "hosts/embedded/vocabulary/expression_text.hpp"
+#include "hosts/embedded/vocabulary/random_graphs.hpp"
+#include "tests/hosts/embedded/graph_helpers.hpp"
+#include "tests/hosts/embedded/panel_helpers.hpp"
+
+namespace varnholt::embedded {
+namespace {
+
+constexpr std::uint64_t kSeed = 20240611;
+
+MarketData universe() {
+  return make_synthetic_universe({.instruments = 9,
+                                  .days = 310,
+                                  .factors = 3,
+                                  .seed = kSeed,
+                                  .late_start_share = 0.3,
+                                  .gap_share = 0.004});
+}
+
+// `function` at the root, over random subtrees.
+genetic::Value graph_with_root(const FunctionEntry& function, const Vocabulary& vocabulary,
+                               TwisterGenerator& generator) {
+  genetic::List children;
+  for (std::size_t i = 0; i < function.data_children(); ++i) {
+    children.append(
+        random_graph(generator, vocabulary, {.max_depth = 3, .max_nodes = 10, .max_window = 20}));
+  }
+  if (function.needs_window()) {
+    const auto& windows = vocabulary.windows;
+    children.append(
+        window(std::to_string(windows[genetic::random_below(generator, windows.size())])));
+  }
+  return make_graph_node(function.name, kRotationType, children);
+}
+
+class NoLookAhead : public testing::Test {
+ protected:
+  // The cuts are the same for all graphs, so that their features are computed once.
+  NoLookAhead() : whole_(universe()) {
+    std::mt19937_64 engine(kSeed);
+    for (int i = 0; i < 7; ++i) {
+      const auto days = static_cast<Eigen::Index>(
+          2 + engine() % static_cast<std::uint64_t>(whole_.data().day_count() - 2));
+      cuts_.emplace_back(whole_.data().first_days(days));
+    }
+  }
+
+  void expect_none(const genetic::Value& graph) {
+    SCOPED_TRACE(expression_text(graph));
+    const Evaluation all = whole_.evaluate(graph);
+    for (const Evaluator& cut : cuts_) {
+      const Evaluation head = cut.evaluate(graph);
+      EXPECT_TRUE(begins_with(all.weights, head.weights));
+      // And so what was earned until then.
+      const Eigen::Index days = head.backtest.net_returns.size();
+      EXPECT_TRUE(
+          begins_with(all.backtest.net_returns.matrix(), head.backtest.net_returns.matrix()))
+          << days;
+    }
+    if (all.backtest.statistics.active_days > 0) ++active_graphs_;
+  }
+
+  Evaluator whole_;
+  std::vector<Evaluator> cuts_;
+  int active_graphs_ = 0;
+};
+
+TEST_F(NoLookAhead, OfAnyFunction) {
+  TwisterGenerator generator(kSeed);
+  std::map<std::string_view, int> active;
+  for (const FunctionEntry& function : whole_.vocabulary().functions) {
+    for (int i = 0; i < 4; ++i) {
+      active_graphs_ = 0;
+      expect_none(graph_with_root(function, whole_.vocabulary(), generator));
+      active[function.name] += active_graphs_;
+    }
+    // A signal without a position on any day would show nothing.
+    EXPECT_GT(active[function.name], 0) << function.name;
+  }
+}
+
+TEST_F(NoLookAhead, OfRandomGraphs) {
+  TwisterGenerator generator(kSeed + 1);
+  for (int i = 0; i < 80; ++i) {
+    expect_none(random_graph(generator, whole_.vocabulary(), {.max_depth = 6, .max_nodes = 30}));
+  }
+  EXPECT_GT(active_graphs_, 50);
+}
+
+}  // namespace
+}  // namespace varnholt::embedded
