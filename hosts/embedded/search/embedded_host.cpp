@@ -74,14 +74,12 @@ void EmbeddedLogger::warning_with_error(std::string_view text, const std::except
 }
 
 Value EmbeddedEngine::graph_depth_for_attempt_marker(const Value& graph) {
-  try {
-    return measure_graph(graph).depth;
-  } catch (const GraphError& error) {
-    throw genetic::ValueError(error.what());
-  }
+  return measure_graph(graph).depth;
 }
 
-bool EmbeddedEngine::is_sdk_runtime_not_ready_error(const Value& /*error*/) { return false; }
+bool EmbeddedEngine::is_sdk_runtime_not_ready_error(const Value& /*error*/) {
+  return false;
+}
 
 Value EmbeddedEngine::sdk_runtime_not_ready_rejection_detail() {
   return "The evaluator was not ready.";
@@ -103,8 +101,7 @@ Value EmbeddedEliteness::score_candidate(const Value& candidate, const Mapping& 
       keywords.find(keys::kParsimonyWeight).value_or(defaults.default_parsimony_weight()));
   const Value correlation = keywords.get(keys::kPoolCorrelation);
   const Mapping record = genetic::record_of(candidate);
-  const double nodes =
-      static_cast<double>(measure_graph(record.get(keys::kGraph)).node_count);
+  const double nodes = static_cast<double>(measure_graph(record.get(keys::kGraph)).node_count);
   const double redundancy =
       correlation.is_absent() ? 0.0 : std::abs(genetic::to_float(correlation));
   return genetic::to_float(record.get(keys::kQualityScore)) - diversity_weight * redundancy -
@@ -130,8 +127,7 @@ std::unique_ptr<genetic::ValueIterator> EmbeddedRandomGraphs::random_weighted_gr
 
 void EmbeddedPause::sleep(double seconds) {
   const double whole = std::floor(seconds);
-  const timespec duration{static_cast<time_t>(whole),
-                          static_cast<long>((seconds - whole) * 1e9)};
+  const timespec duration{static_cast<time_t>(whole), static_cast<long>((seconds - whole) * 1e9)};
   nanosleep(&duration, nullptr);
 }
 

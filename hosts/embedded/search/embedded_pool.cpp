@@ -82,12 +82,24 @@ EmbeddedPool::EmbeddedPool(SystemCalls& system, genetic::EvaluationVerdicts& ver
       default_timeout_seconds_(default_timeout_seconds),
       on_tick_(std::move(on_tick)) {}
 
-Value EmbeddedPool::default_search_template_timeout_seconds() { return default_timeout_seconds_; }
-Value EmbeddedPool::default_worker_memory_limit_bytes() { return kNoMemoryLimit; }
-Value EmbeddedPool::terminal_worker_failed() { return kWorkerFailed; }
-Value EmbeddedPool::terminal_worker_timeout() { return kWorkerTimeout; }
-Value EmbeddedPool::terminal_process_priority_failed() { return kProcessPriorityFailed; }
-Value EmbeddedPool::terminal_memory_budget_exceeded() { return kMemoryBudgetExceeded; }
+Value EmbeddedPool::default_search_template_timeout_seconds() {
+  return default_timeout_seconds_;
+}
+Value EmbeddedPool::default_worker_memory_limit_bytes() {
+  return kNoMemoryLimit;
+}
+Value EmbeddedPool::terminal_worker_failed() {
+  return kWorkerFailed;
+}
+Value EmbeddedPool::terminal_worker_timeout() {
+  return kWorkerTimeout;
+}
+Value EmbeddedPool::terminal_process_priority_failed() {
+  return kProcessPriorityFailed;
+}
+Value EmbeddedPool::terminal_memory_budget_exceeded() {
+  return kMemoryBudgetExceeded;
+}
 
 std::optional<Value> EmbeddedPool::as_error(const std::exception& error) {
   if (dynamic_cast<const WorkerError*>(&error) == nullptr) return std::nullopt;
@@ -98,8 +110,8 @@ std::unique_ptr<genetic::WorkerResolution> EmbeddedPool::resolve_process_worker_
     const Value& requested, const Value& candidate_count) {
   const std::int64_t jobs = genetic::saturated_integer(requested);
   const std::int64_t candidates = genetic::saturated_integer(candidate_count);
-  return std::make_unique<ResolvedWorkers>(
-      jobs, std::max<std::int64_t>(1, std::min(jobs, candidates)));
+  return std::make_unique<ResolvedWorkers>(jobs,
+                                           std::max<std::int64_t>(1, std::min(jobs, candidates)));
 }
 
 void EmbeddedPool::log_worker_count_reduction(genetic::Logger& logger,
@@ -173,8 +185,8 @@ std::optional<ProcessResult> EmbeddedPool::process_result(const CandidateEvaluat
 Value EmbeddedPool::failure_record(const CandidateEvaluation& candidate, const Value& reason,
                                    const std::string& detail) {
   const WorkerError error(reason, detail, candidate.candidate_index);
-  return genetic::candidate_process_evaluation_error_result(
-      *this, verdicts_, candidate.graph, genetic::error_object(error));
+  return genetic::candidate_process_evaluation_error_result(*this, verdicts_, candidate.graph,
+                                                            genetic::error_object(error));
 }
 
 }  // namespace varnholt::embedded

@@ -35,8 +35,8 @@ class WorkerError : public genetic::RuntimeError {
   std::shared_ptr<const genetic::ErrorAttributes> attributes_;
 };
 
-// A candidate whose worker is lost, or takes too long, is that candidate's failure and comes back as
-// its record. Candidates whose evaluation is cancelled have no result.
+// A candidate whose worker is lost, or takes too long, is that candidate's failure and comes back
+// as its record. Candidates whose evaluation is cancelled have no result.
 class EmbeddedPool : public genetic::ProcessEvaluation {
  public:
   // `on_tick` is called in the parent several times a second with the number of candidates of the

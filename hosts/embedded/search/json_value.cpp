@@ -60,9 +60,9 @@ class ValueBuilder : public nlohmann::json_sax<nlohmann::json> {
  private:
   bool add_big_integer(const std::string& text) {
     const bool negative = text.front() == '-';
-    return add(genetic::make_object<genetic::BigIntegerObject>(
-        genetic::BigInteger::from_decimal_digits(std::string_view(text).substr(negative ? 1 : 0),
-                                                 negative)));
+    return add(
+        genetic::make_object<genetic::BigIntegerObject>(genetic::BigInteger::from_decimal_digits(
+            std::string_view(text).substr(negative ? 1 : 0), negative)));
   }
 
   bool open(Value container) {

@@ -16,8 +16,8 @@ using genetic::List;
 using genetic::Mapping;
 using genetic::Value;
 
-// The canonical text sorts keys, and the order of a record's keys counts: so the entries travel as a
-// list of pairs. Within an entry only the graph's order counts; it is written as pairs as well.
+// The canonical text sorts keys, and the order of a record's keys counts: so the entries travel as
+// a list of pairs. Within an entry only the graph's order counts; it is written as pairs as well.
 namespace {
 
 constexpr genetic::Key kPairs = genetic::key<"pairs">();
@@ -37,7 +37,8 @@ Value ordered(const Value& value) {
   if (value.is_list() || value.is_tuple()) {
     List items;
     const auto walk = genetic::iterate(value);
-    while (const std::optional<Value> item = walk->next()) items.append(ordered(*item));
+    while (const std::optional<Value> item = walk->next())
+      items.append(ordered(*item));
     return Mapping{{kItems, items}};
   }
   return value;
@@ -48,7 +49,8 @@ Value restored(const Value& value) {
   if (const std::optional<Value> items = value.mapping().find(kItems)) {
     List list;
     genetic::ListCursor cursor(items->list());
-    while (const std::optional<Value> item = cursor.next()) list.append(restored(*item));
+    while (const std::optional<Value> item = cursor.next())
+      list.append(restored(*item));
     return list;
   }
   Mapping mapping;

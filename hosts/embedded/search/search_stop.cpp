@@ -11,8 +11,7 @@ namespace {
 // Sleeps, or less when a signal comes.
 void sleep_interruptibly(double seconds) {
   const double whole = static_cast<double>(static_cast<std::int64_t>(seconds));
-  const timespec duration{static_cast<time_t>(whole),
-                          static_cast<long>((seconds - whole) * 1e9)};
+  const timespec duration{static_cast<time_t>(whole), static_cast<long>((seconds - whole) * 1e9)};
   nanosleep(&duration, nullptr);
 }
 

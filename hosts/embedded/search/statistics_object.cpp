@@ -15,11 +15,11 @@ using genetic::Value;
 
 struct RealField {
   Key name;
-  double BacktestStatistics::* member;
+  double BacktestStatistics::*member;
 };
 struct CountField {
   Key name;
-  std::int64_t BacktestStatistics::* member;
+  std::int64_t BacktestStatistics::*member;
 };
 
 constexpr std::array kRealFields = {
@@ -52,8 +52,10 @@ std::optional<Value> StatisticsObject::attribute(std::string_view name) const {
 
 Mapping statistics_mapping(const BacktestStatistics& statistics) {
   Mapping mapping(kRealFields.size() + kCountFields.size());
-  for (const RealField& field : kRealFields) mapping.set(field.name, statistics.*field.member);
-  for (const CountField& field : kCountFields) mapping.set(field.name, statistics.*field.member);
+  for (const RealField& field : kRealFields)
+    mapping.set(field.name, statistics.*field.member);
+  for (const CountField& field : kCountFields)
+    mapping.set(field.name, statistics.*field.member);
   return mapping;
 }
 

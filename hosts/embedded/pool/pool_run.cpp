@@ -1,0 +1,287 @@
+#include "hosts/embedded/pool/pool_run.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "hosts/embedded/pool/child_process.hpp"
+#include "hosts/embedded/pool/frame.hpp"
+
+namespace varnholt::embedded {
+namespace {
+
+constexpr std::int64_t kTurnNanoseconds = 5'000'000;
+constexpr std::int64_t kNanosecondsPerMillisecond = 1'000'000;
+constexpr double kNanosecondsPerSecond = 1e9;
+// Longer limits are as good as none and would overflow the clock.
+constexpr double kLongestSeconds = 1e9;
+// Turns of the loop that a worker may fail to start while no other runs whose end could help.
+constexpr int kLaunchTries = 20;
+// Turns that poll(2) may fail for want of memory before the run is given up.
+constexpr int kPollTries = 1000;
+constexpr const char* kStopped = "the run was stopped";
+
+std::int64_t nanoseconds(double seconds) {
+  return static_cast<std::int64_t>(std::min(seconds, kLongestSeconds) * kNanosecondsPerSecond);
+}
+
+void refuse_threads(SystemCalls& system) {
+  const int threads = system.thread_count();
+  if (threads == 1) return;
+  if (threads < 0) {
+    throw PoolError(fmt::format(
+        "pool: the threads of this process cannot be counted in /proc/self/task ({}); mount /proc",
+        std::strerror(errno)));
+  }
+  throw PoolError(fmt::format(
+      "pool: this process has {} threads, and a lock that another thread holds would stay locked "
+      "in a forked child; end the other threads before the pool runs",
+      threads));
+}
+
+// Reads the whole frame of a worker into its outcome.
+void read_answer(FrameDecoder& frame, PoolOutcome& outcome) {
+  std::string payload = frame.take_payload();
+  if (frame.kind() == FrameKind::Result) {
+    outcome.status = PoolStatus::Completed;
+    outcome.detail.clear();
+    outcome.payload = std::move(payload);
+    return;
+  }
+  outcome.status = PoolStatus::WorkerFailed;
+  std::optional<FrameError> error = decode_error(payload);
+  if (!error) {
+    outcome.detail = "worker result was damaged: its error text is malformed";
+  } else if (frame.kind() == FrameKind::NotPrepared) {
+    outcome.detail = "worker could not be prepared: " + error->text;
+  } else {
+    outcome.status = PoolStatus::WorkRaised;
+    outcome.error_type = std::move(error->type);
+    outcome.detail = std::move(error->text);
+  }
+}
+
+}  // namespace
+
+PoolRun::PoolRun(SystemCalls& system, const PoolConfig& config, const Work& work,
+                 const PoolCallbacks& callbacks, std::size_t item_count)
+    : system_(system),
+      config_(config),
+      work_(work),
+      callbacks_(callbacks),
+      outcomes_(item_count),
+      changed_signals_(changed_signals()) {
+  for (std::size_t index = 0; index < item_count; ++index) {
+    waiting_.push_back({index, 0});
+  }
+  workers_.reserve(std::min(item_count, static_cast<std::size_t>(config.jobs)));
+}
+
+std::vector<PoolOutcome> PoolRun::conduct() {
+  while (completed_ < outcomes_.size()) {
+    if (callbacks_.stop_requested && callbacks_.stop_requested()) {
+      stop();
+      break;
+    }
+    launch();
+    wait();
+    for (const std::unique_ptr<Worker>& worker : workers_) {
+      worker->drain();
+    }
+    if (callbacks_.poll_callback) callbacks_.poll_callback();
+    act();
+  }
+  return std::move(outcomes_);
+}
+
+void PoolRun::launch() {
+  while (!waiting_.empty() && workers_.size() < static_cast<std::size_t>(config_.jobs)) {
+    const WorkItem item = waiting_.front();
+    const std::optional<LaunchFailure> failure = start_worker(item);
+    if (!failure) {
+      waiting_.pop_front();
+      failed_launches_ = 0;
+      if (callbacks_.started_callback) callbacks_.started_callback(item, workers_.back()->pid());
+      continue;
+    }
+    // What is short (processes, descriptors, memory) may come free: at once when a worker ends, or
+    // in another part of the machine a few turns later.
+    if (!workers_.empty() || ++failed_launches_ < kLaunchTries) return;
+    waiting_.pop_front();
+    failed_launches_ = 0;
+    PoolOutcome outcome;
+    outcome.index = item.index;
+    outcome.attempt = item.attempt;
+    outcome.status = PoolStatus::WorkerFailed;
+    outcome.detail = fmt::format("worker could not be started: {}, {} times in a row",
+                                 failure->text(), kLaunchTries);
+    complete(std::move(outcome));
+  }
+}
+
+std::optional<LaunchFailure> PoolRun::start_worker(const WorkItem& item) {
+  refuse_threads(system_);
+  Worker::StartOptions options;
+  options.limits = {config_.memory_limit_bytes, config_.cpu_limit_seconds,
+                    config_.file_size_limit_bytes};
+  options.pipe_capacity_bytes = config_.pipe_capacity_bytes;
+  options.changed_signals = changed_signals_;
+  for (const std::unique_ptr<Worker>& other : workers_) {
+    if (other->pipe_number() >= 0) options.foreign_descriptors.push_back(other->pipe_number());
+    if (other->pidfd_number() >= 0) options.foreign_descriptors.push_back(other->pidfd_number());
+  }
+  // The worker has its place before there is a process, so that nothing can lose it.
+  workers_.push_back(std::make_unique<Worker>(system_, item, config_.result_limit_bytes));
+  const std::optional<LaunchFailure> failure = workers_.back()->start(work_, std::move(options));
+  if (failure) workers_.pop_back();
+  return failure;
+}
+
+void PoolRun::wait() {
+  poll_entries_.clear();
+  for (const std::unique_ptr<Worker>& worker : workers_) {
+    // Negative descriptors are passed over by poll(2), so the entries stay two a worker.
+    poll_entries_.push_back({worker->pipe_number(), POLLIN, 0});
+    poll_entries_.push_back({worker->pidfd_number(), POLLIN, 0});
+  }
+  const int ready = system_.poll(poll_entries_.data(), poll_entries_.size(), wait_milliseconds());
+  if (ready < 0) {
+    // An interrupted turn is a turn in which nothing was seen. POSIX allows EAGAIN for ENOMEM.
+    if (errno != EINTR && ((errno != EAGAIN && errno != ENOMEM) || ++failed_polls_ >= kPollTries)) {
+      throw PoolError(
+          fmt::format("pool: waiting for {} workers failed with errno {} ({}); run with fewer jobs",
+                      workers_.size(), errno, std::strerror(errno)));
+    }
+    return;
+  }
+  failed_polls_ = 0;
+  for (std::size_t i = 0; i < workers_.size(); ++i) {
+    if (poll_entries_[2 * i + 1].revents != 0) workers_[i]->note_exit();
+    workers_[i]->look_for_exit();
+  }
+}
+
+int PoolRun::wait_milliseconds() const {
+  std::int64_t longest = kTurnNanoseconds;
+  const std::int64_t now = system_.monotonic_nanoseconds();
+  for (const std::unique_ptr<Worker>& worker : workers_) {
+    if (const auto end = deadline(*worker)) {
+      longest = std::clamp<std::int64_t>(*end - now, 0, longest);
+    }
+  }
+  return static_cast<int>((longest + kNanosecondsPerMillisecond - 1) / kNanosecondsPerMillisecond);
+}
+
+std::optional<std::int64_t> PoolRun::deadline(Worker& worker) const {
+  if (const auto closed = worker.closed_nanoseconds()) {
+    return *closed + nanoseconds(config_.exit_grace_seconds);
+  }
+  if (!config_.timeout_seconds) return std::nullopt;
+  return worker.started_nanoseconds() + nanoseconds(*config_.timeout_seconds);
+}
+
+bool PoolRun::is_over(Worker& worker) const {
+  if (worker.has_exited() || worker.decoder().state() == FrameDecoder::State::Damaged) return true;
+  const auto end = deadline(worker);
+  return end && system_.monotonic_nanoseconds() >= *end;
+}
+
+void PoolRun::act() {
+  // Ended workers are taken out first: a callback may throw, and must find the rest in order.
+  std::vector<std::unique_ptr<Worker>> ended;
+  for (std::unique_ptr<Worker>& worker : workers_) {
+    if (is_over(*worker)) ended.push_back(std::move(worker));
+  }
+  std::erase(workers_, nullptr);
+  for (const std::unique_ptr<Worker>& worker : ended) {
+    settle(conclude(*worker));
+  }
+}
+
+PoolOutcome PoolRun::conclude(Worker& worker) {
+  // A worker at its limit gets a last look: what is in the pipe now was in time.
+  if (!worker.has_exited()) worker.drain();
+  const bool without_answer =
+      !worker.has_exited() && worker.decoder().state() == FrameDecoder::State::Incomplete;
+  const bool gave_up = without_answer && worker.closed_nanoseconds().has_value();
+  worker.finish();
+
+  PoolOutcome outcome = outcome_of(worker);
+  if (gave_up) {
+    outcome.status = PoolStatus::WorkerFailed;
+    outcome.detail = worker.read_failure().empty()
+                         ? "worker closed its pipe without a whole result and did not exit"
+                         : "worker was ended because " + worker.read_failure();
+  } else if (without_answer) {
+    // Decided before the kill: what came through since then is late and does not count.
+    outcome.status = PoolStatus::WorkerTimedOut;
+    outcome.detail = fmt::format("worker had no result after {} seconds and was killed",
+                                 *config_.timeout_seconds);
+  } else if (worker.decoder().state() == FrameDecoder::State::Whole) {
+    read_answer(worker.decoder(), outcome);
+  } else {
+    outcome.status = PoolStatus::WorkerFailed;
+    outcome.detail = worker.failure_text();
+  }
+  return outcome;
+}
+
+PoolOutcome PoolRun::outcome_of(const Worker& worker) const {
+  PoolOutcome outcome;
+  outcome.index = worker.item().index;
+  outcome.attempt = worker.item().attempt;
+  outcome.pid = worker.pid();
+  const std::int64_t elapsed = system_.monotonic_nanoseconds() - worker.started_nanoseconds();
+  outcome.elapsed_seconds =
+      static_cast<double>(std::max<std::int64_t>(elapsed, 0)) / kNanosecondsPerSecond;
+  outcome.detail = kStopped;
+  return outcome;
+}
+
+void PoolRun::settle(PoolOutcome outcome) {
+  if (outcome.status != PoolStatus::WorkerFailed || outcome.attempt >= config_.max_retries) {
+    return complete(std::move(outcome));
+  }
+  // Behind the others: what the worker was lost to (memory, most often) gets time to pass.
+  waiting_.push_back({outcome.index, outcome.attempt + 1});
+  if (callbacks_.lost_callback) callbacks_.lost_callback(outcome);
+}
+
+void PoolRun::complete(PoolOutcome outcome) {
+  PoolOutcome& place = outcomes_[outcome.index];
+  place = std::move(outcome);
+  ++completed_;
+  if (callbacks_.completed_callback) callbacks_.completed_callback(place);
+}
+
+void PoolRun::stop() {
+  for (const std::unique_ptr<Worker>& worker : workers_) {
+    worker->drain();
+  }
+  kill_all();
+  std::vector<PoolOutcome> rest;
+  for (const std::unique_ptr<Worker>& worker : workers_) {
+    const bool whole = worker->decoder().state() == FrameDecoder::State::Whole;
+    rest.push_back(whole ? conclude(*worker) : outcome_of(*worker));
+  }
+  workers_.clear();
+  for (const WorkItem& item : waiting_) {
+    PoolOutcome& outcome = rest.emplace_back();
+    outcome.index = item.index;
+    outcome.attempt = item.attempt;
+    outcome.detail = kStopped;
+  }
+  waiting_.clear();
+  std::sort(rest.begin(), rest.end(), [](const PoolOutcome& left, const PoolOutcome& right) {
+    return left.index < right.index;
+  });
+  for (PoolOutcome& outcome : rest) {
+    complete(std::move(outcome));
+  }
+}
+
+}  // namespace varnholt::embedded

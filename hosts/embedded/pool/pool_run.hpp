@@ -1,0 +1,70 @@
+// One run of the pool: the loop of the parent. Each turn waits in one poll over all pipes and ends
+// of workers for at most 5 ms, drains the pipes, and only then acts upon what it saw.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include <poll.h>
+
+#include "hosts/embedded/pool/fork_pool.hpp"
+#include "hosts/embedded/pool/system_calls.hpp"
+#include "hosts/embedded/pool/work.hpp"
+#include "hosts/embedded/pool/worker.hpp"
+
+namespace varnholt::embedded {
+
+// Made for one call of ForkPool::run; everything that it is given outlives it.
+class PoolRun {
+ public:
+  PoolRun(SystemCalls& system, const PoolConfig& config, const Work& work,
+          const PoolCallbacks& callbacks, std::size_t item_count);
+  PoolRun(const PoolRun&) = delete;
+  PoolRun& operator=(const PoolRun&) = delete;
+  // All are killed before the first is waited for, so that they die at the same time.
+  ~PoolRun() { kill_all(); }
+
+  [[nodiscard]] std::vector<PoolOutcome> conduct();
+
+ private:
+  void launch();
+  void wait();
+  void act();
+  void stop();
+
+  [[nodiscard]] std::optional<LaunchFailure> start_worker(const WorkItem& item);
+  [[nodiscard]] int wait_milliseconds() const;
+  // When the worker's time is over, unless it ends before.
+  [[nodiscard]] std::optional<std::int64_t> deadline(Worker& worker) const;
+  [[nodiscard]] bool is_over(Worker& worker) const;
+  // Ends the worker and tells its outcome.
+  [[nodiscard]] PoolOutcome conclude(Worker& worker);
+  // What is known of any worker; without more it counts as stopped.
+  [[nodiscard]] PoolOutcome outcome_of(const Worker& worker) const;
+  void settle(PoolOutcome outcome);
+  void complete(PoolOutcome outcome);
+  void kill_all() noexcept {
+    for (const std::unique_ptr<Worker>& worker : workers_) {
+      worker->kill();
+    }
+  }
+
+  SystemCalls& system_;
+  const PoolConfig& config_;
+  const Work& work_;
+  const PoolCallbacks& callbacks_;
+  std::vector<PoolOutcome> outcomes_;
+  std::vector<int> changed_signals_;
+  std::deque<WorkItem> waiting_;
+  std::vector<std::unique_ptr<Worker>> workers_;
+  std::vector<pollfd> poll_entries_;
+  std::size_t completed_ = 0;
+  int failed_launches_ = 0;
+  int failed_polls_ = 0;
+};
+
+}  // namespace varnholt::embedded
