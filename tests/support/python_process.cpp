@@ -70,9 +70,9 @@ std::vector<std::string> run_python(const std::string& script,
   const int status = ::pclose(pipe);
   if (status != 0) {
     throw std::runtime_error(
-        "this test compares with CPython 3.9 or newer, and \"" + python + "\" failed on " + script +
-        " (wait status " + std::to_string(status) +
-        "; its own words are above): install python3, or name one in VARNHOLT_TEST_PYTHON");
+        "this test compares with CPython 3.11 or newer, and \"" + python + "\" failed on " +
+        script + " (wait status " + std::to_string(status) +
+        "; its own words are above): install it, or name one in VARNHOLT_TEST_PYTHON");
   }
   return lines_of(output);
 }

@@ -117,6 +117,15 @@ TEST(FloatFromText, UndoesManyZerosByAPowerOfTen) {
   const std::string zeros(kZeros, '0');
   EXPECT_EQ(float_from_text("0." + zeros + "125e" + std::to_string(kZeros)), 0.125);
   EXPECT_EQ(float_from_text("125" + zeros + "e-" + std::to_string(kZeros)), 125.0);
+  // Out of range all the same, although digits and power pull apart.
+  EXPECT_EQ(float_from_text("0." + zeros.substr(0, 70'000) + "1e7000000"), kInfinity);
+  EXPECT_EQ(float_from_text("1" + zeros.substr(0, 70'000) + "e-7000000"), 0.0);
+  EXPECT_EQ(float_from_text("0." + zeros + "1e700400"), kInfinity);
+  EXPECT_EQ(float_from_text("1" + zeros + "e-700400"), 0.0);
+  EXPECT_EQ(float_from_text(zeros + "1." + zeros + "e-700400"), 0.0);
+  EXPECT_EQ(float_from_text(zeros + ".1e-400"), 0.0);
+  EXPECT_EQ(float_from_text("1" + zeros), kInfinity);
+  EXPECT_EQ(float_from_text("0." + zeros + "1"), 0.0);
 }
 
 TEST(IntegerFromText, ReadsSignsSpacesUnderscoresAndScripts) {

@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "search_templates/genetic/value/errors.hpp"
-#include "search_templates/genetic/value/number_text.hpp"
 #include "search_templates/genetic/value/text.hpp"
 #include "search_templates/genetic/value/unicode_tables.hpp"
 
@@ -18,13 +17,6 @@ namespace {
 
 // Where CPython cuts the repr in the message about an integer.
 constexpr std::size_t kShownCharacters = 200;
-
-// A power of ten with more digits than this is not left to std::from_chars, which limits powers
-// before it sees how many zeros of the digits they undo.
-constexpr std::size_t kPlainPowerDigits = 4;
-
-// The decimal exponent of the first digit beyond which a number is an infinity or a zero for sure.
-constexpr std::int64_t kHopelessExponent = 1000;
 
 // So many digits always fit into a signed 64-bit integer.
 constexpr std::size_t kDigitsOf64Bits = 18;
@@ -137,33 +129,22 @@ std::optional<Decimal> split_decimal(std::string_view text) noexcept {
   return decimal;
 }
 
-// The value of a number that std::from_chars cannot be trusted with: normalised so that its first
-// digit stands right behind the point, it is either far out of range or has a small power of ten.
-double read_extreme(const Decimal& decimal) {
-  std::string digits(decimal.whole);
-  digits += decimal.fraction;
-  const std::size_t zeros = digits.find_first_not_of('0');
-  if (zeros == std::string::npos) return 0.0;
-  digits.erase(0, zeros);
-  std::int64_t power = 0;
-  // A power too long for 64 bits outweighs every text that fits into memory.
-  const auto read =
-      std::from_chars(decimal.power.data(), decimal.power.data() + decimal.power.size(), power);
-  if (read.ec == std::errc::result_out_of_range) {
-    power = std::numeric_limits<std::int64_t>::max() / 4;
-  }
+// The value of a number that no finite double but zero is near to: its first digit other than zero
+// stands far to the left of the point, or far to the right.
+double read_out_of_range(const Decimal& decimal) {
+  // A power too long for 64 bits outweighs every number of digits that fits into memory.
+  std::int64_t power = std::numeric_limits<std::int64_t>::max() / 4;
+  const char* end = decimal.power.data() + decimal.power.size();
+  if (decimal.power.empty()) power = 0;
+  std::from_chars(decimal.power.data(), end, power);
   if (decimal.power_negative) power = -power;
-  const std::int64_t exponent =
-      power + static_cast<std::int64_t>(decimal.whole.size()) - static_cast<std::int64_t>(zeros);
-  if (exponent > kHopelessExponent) return std::numeric_limits<double>::infinity();
-  if (exponent < -kHopelessExponent) return 0.0;
-  digits.insert(0, "0.");
-  digits.push_back('e');
-  append_integer(digits, exponent);
-  double value = 0.0;
-  const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), value);
-  if (result.ec != std::errc::result_out_of_range) return value;
-  return exponent > 0 ? std::numeric_limits<double>::infinity() : 0.0;
+  const std::size_t whole_zeros = decimal.whole.find_first_not_of('0');
+  const std::size_t zeros = whole_zeros != std::string_view::npos
+                                ? whole_zeros
+                                : decimal.whole.size() + decimal.fraction.find_first_not_of('0');
+  const auto place =
+      static_cast<std::int64_t>(decimal.whole.size()) - static_cast<std::int64_t>(zeros);
+  return power + place > 0 ? std::numeric_limits<double>::infinity() : 0.0;
 }
 
 // The value of a number without sign, white space and underscores.
@@ -176,10 +157,9 @@ std::optional<double> read_magnitude(std::string_view text) {
     if (equals_ignoring_case(text, "nan")) return std::numeric_limits<double>::quiet_NaN();
     return std::nullopt;
   }
-  if (decimal->power.size() > kPlainPowerDigits) return read_extreme(*decimal);
   double value = 0.0;
   const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
-  return result.ec == std::errc::result_out_of_range ? read_extreme(*decimal) : value;
+  return result.ec == std::errc::result_out_of_range ? read_out_of_range(*decimal) : value;
 }
 
 std::optional<double> read_float(std::string_view ascii, std::string& buffer) {
