@@ -313,19 +313,21 @@ TEST_F(ForkPoolFaults, EndsWhatNeverEndsAtItsLimit) {
 }
 
 TEST_F(ForkPoolFaults, GivesEitherTheResultOrTheTimeOutAtTheEdge) {
+  constexpr std::size_t kEdgeItems = kUnderAddressSanitizer ? 40 : 200;
   RealSystemCalls system;
   int told = 0;
   PoolCallbacks callbacks;
   callbacks.completed_callback = [&](const PoolOutcome&) { ++told; };
-  const auto outcomes = ForkPool(system, {.jobs = 4, .timeout_seconds = 0.02})
-                            .run(
-                                150,
-                                [](const WorkItem& item) {
-                                  ::usleep(static_cast<useconds_t>(15'000 + 60 * item.index));
-                                  return std::string("in time");
-                                },
-                                callbacks);
-  EXPECT_EQ(told, 150);
+  const auto outcomes =
+      ForkPool(system, {.jobs = 4, .timeout_seconds = 0.02})
+          .run(
+              kEdgeItems,
+              [](const WorkItem& item) {
+                ::usleep(static_cast<useconds_t>(15'000 + 10'000 * item.index / kEdgeItems));
+                return std::string("in time");
+              },
+              callbacks);
+  EXPECT_EQ(told, static_cast<int>(kEdgeItems));
   for (const PoolOutcome& outcome : outcomes) {
     if (outcome.status == PoolStatus::Completed) {
       EXPECT_EQ(outcome.payload, "in time");
@@ -404,11 +406,11 @@ TEST_F(ForkPoolFaults, RunsOutOfMemoryAlone) {
   if (kUnderAddressSanitizer) {
     GTEST_SKIP() << "the sanitizer's shadow needs more address space than any limit allows";
   }
-  const PoolConfig config{.jobs = 3, .memory_limit_bytes = std::uint64_t{1} << 30};
+  const PoolConfig config{.jobs = 3, .memory_limit_bytes = std::uint64_t{256} << 20};
   const Work greedy = [](const WorkItem&) {
     std::vector<std::string> hoard;
     while (true) {
-      hoard.emplace_back(64U << 20, 'x');
+      hoard.emplace_back(8U << 20, 'x');
     }
     return std::string();
   };
@@ -430,7 +432,7 @@ TEST_F(ForkPoolFaults, StillTellsAnErrorWithNoMemoryLeftForItsText) {
         }
         throw std::bad_alloc();
       },
-      {.jobs = 3, .memory_limit_bytes = std::uint64_t{512} << 20});
+      {.jobs = 3, .memory_limit_bytes = std::uint64_t{128} << 20});
   EXPECT_EQ(outcome.status, PoolStatus::WorkRaised) << outcome.detail;
   EXPECT_EQ(outcome.error_type, "std::bad_alloc");
 }

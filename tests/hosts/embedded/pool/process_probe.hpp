@@ -10,8 +10,15 @@
 
 namespace varnholt::embedded {
 
+// GCC says it with a macro of its own, clang as a feature.
 #if defined(__SANITIZE_ADDRESS__)
 inline constexpr bool kUnderAddressSanitizer = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+inline constexpr bool kUnderAddressSanitizer = true;
+#else
+inline constexpr bool kUnderAddressSanitizer = false;
+#endif
 #else
 inline constexpr bool kUnderAddressSanitizer = false;
 #endif

@@ -1,0 +1,132 @@
+// What runs have found, kept in one SQLite file (docs/store-schema.md).
+//
+//   RunStore store("runs.db");
+//   const std::int64_t run = store.begin_run({...});
+//   store.record_evaluations(run, batch);
+//   store.end_run(run, now, "candidate_limit");
+//
+// What a call recorded is in the file when the call returns, and survives a kill -9 of the process;
+// a loss of power may take the last batches with it, but does not damage the file. Texts called
+// JSON are stored as they are. Times are seconds of wall time since 1970-01-01 UTC; they are data
+// and decide nothing.
+//
+// A store belongs to the process that opened it; in a forked child every call throws. All failures
+// are StoreErrors, which name the file, what was being done, and the mend. After one, nothing of
+// the call is in the file, and the store can still be used.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "hosts/embedded/store/sqlite_database.hpp"
+
+namespace varnholt::embedded {
+
+struct RunStart {
+  double started_at = 0;
+  std::int64_t seed = 0;
+  std::string settings_json;
+  std::string price_file;
+  // Names the very bytes of the price file.
+  std::string price_digest;
+  std::string host_version;
+};
+
+struct RunRecord {
+  std::int64_t id = 0;
+  RunStart start;
+  std::int64_t process_id = 0;
+  // Both absent while the run goes on.
+  std::optional<double> ended_at;
+  std::optional<std::string> terminal_reason;
+};
+
+struct EvaluationRecord {
+  // Unique within its run.
+  std::int64_t candidate_number = 0;
+  std::int64_t generation = 0;
+  // A digest of the graph's structural key.
+  std::string graph_key;
+  std::string graph_json;
+  bool passed = false;
+  std::optional<std::string> failure_reason;
+  std::optional<std::string> failure_detail;
+  std::string statistics_json;
+  // Repeated from the statistics, to sort by. One that is no number counts as absent.
+  std::optional<double> sharpe;
+  std::optional<double> quality_score;
+  double elapsed_seconds = 0;
+  std::optional<std::int64_t> worker_pid;
+  double recorded_at = 0;
+};
+
+struct FailureCount {
+  // Empty for failures without a reason.
+  std::string reason;
+  std::int64_t count = 0;
+};
+
+enum class SignalOrder { QualityScore, Sharpe };
+
+// The terminal reason of a run whose process died before it ended the run.
+inline constexpr const char* kInterrupted = "interrupted";
+
+class RunStore {
+ public:
+  struct Options {
+    // How long a call waits for a lock that another process holds.
+    int busy_timeout_milliseconds = 5000;
+  };
+
+  // Opens the file or makes it. The name ":memory:" is refused: what a run found would be lost with
+  // its process. Runs that a dead process left open are marked as interrupted; those of a process
+  // that is alive, or that may be alive in another container, stay as they are.
+  explicit RunStore(const std::string& path) : RunStore(path, Options{}) {}
+  RunStore(const std::string& path, const Options& options);
+  RunStore(const RunStore&) = delete;
+  RunStore& operator=(const RunStore&) = delete;
+  ~RunStore();
+
+  // The absolute path of the file.
+  [[nodiscard]] const std::string& path() const noexcept;
+  // The runs that opening this store has marked as interrupted.
+  [[nodiscard]] const std::vector<std::int64_t>& interrupted_runs() const noexcept {
+    return interrupted_runs_;
+  }
+
+  // Opens a run in the name of this process and returns its number.
+  std::int64_t begin_run(const RunStart& start);
+  // All or none of them. A candidate number that the run already has is an error.
+  void record_evaluations(std::int64_t run, const std::vector<EvaluationRecord>& evaluations);
+  void record_metrics(std::int64_t run, const std::string& record_json);
+  // The first end counts: false when the run had ended before, and then nothing is changed.
+  bool end_run(std::int64_t run, double ended_at, const std::string& terminal_reason);
+
+  [[nodiscard]] std::optional<RunRecord> find_run(std::int64_t run);
+  // All runs, the oldest first.
+  [[nodiscard]] std::vector<RunRecord> runs();
+  // At most `count` signals that passed, the best first; those without the figure are left out, and
+  // of equal ones the earlier candidate comes first.
+  [[nodiscard]] std::vector<EvaluationRecord> best_signals(
+      std::int64_t run, std::int64_t count, SignalOrder order = SignalOrder::QualityScore);
+  // How often each reason occurs among the evaluations that did not pass, the most frequent first.
+  [[nodiscard]] std::vector<FailureCount> failure_counts(std::int64_t run);
+  [[nodiscard]] std::int64_t evaluation_count(std::int64_t run);
+  // In the order in which they were recorded.
+  [[nodiscard]] std::vector<std::string> metrics(std::int64_t run);
+
+ private:
+  struct Statements;
+
+  void require_run(std::int64_t run, const char* doing);
+  std::vector<std::int64_t> mark_interrupted_runs();
+
+  std::unique_ptr<SqliteDatabase> database_;
+  std::unique_ptr<Statements> statements_;
+  std::vector<std::int64_t> interrupted_runs_;
+};
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,226 @@
+#include "hosts/embedded/store/sqlite_database.hpp"
+
+#include <cmath>
+#include <cstring>
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+namespace varnholt::embedded {
+namespace {
+
+// What a person can do about a result code. The numbers are those of <sqlite3.h>.
+std::string_view mend(int code) {
+  switch (code & 0xff) {
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+      return "another process is writing to it; end that process, or try again later";
+    case SQLITE_FULL:
+      return "the disk is full; free some space, or name a file on another disk";
+    case SQLITE_IOERR:
+      return "the disk refused; check its free space, quotas, limits of file size, and its health";
+    case SQLITE_READONLY:
+    case SQLITE_PERM:
+      return "it cannot be written; check the permissions of the file and of its folder";
+    case SQLITE_CANTOPEN:
+      return "check that its folder exists, and that the folder and the file can be written";
+    case SQLITE_CORRUPT:
+      return "the file is damaged; move it away, and save what is left with `sqlite3 FILE "
+             ".recover`";
+    case SQLITE_NOTADB:
+      return "it is no SQLite database; name another file";
+    case SQLITE_CONSTRAINT:
+      return "the row contradicts one that is there, or names a run that is not";
+    default:
+      return "see the SQLite result codes";
+  }
+}
+
+int checked_size(std::string_view text) {
+  // SQLite takes sizes as int and refuses texts above its own limit, a thousand million bytes.
+  constexpr std::size_t kMost = 1'000'000'000;
+  return static_cast<int>(text.size() < kMost ? text.size() : kMost + 1);
+}
+
+}  // namespace
+
+StoreError::StoreError(const std::string& path, std::string_view trouble,
+                       std::string_view mend_text)
+    : std::runtime_error(fmt::format("store {}: {}; {}", path, trouble, mend_text)) {}
+
+SqliteDatabase::SqliteDatabase(const std::string& path, int busy_timeout_milliseconds)
+    : path_(path), owner_(::getpid()) {
+  // No mutex: the process has one thread.
+  const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+  const int result = ::sqlite3_open_v2(path_.c_str(), &handle_, flags, nullptr);
+  try {
+    if (handle_ == nullptr) throw std::bad_alloc();
+    ::sqlite3_extended_result_codes(handle_, 1);
+    if (result != SQLITE_OK) fail("opening it");
+    ::sqlite3_busy_timeout(handle_, busy_timeout_milliseconds);
+  } catch (...) {
+    ::sqlite3_close(handle_);
+    throw;
+  }
+}
+
+SqliteDatabase::~SqliteDatabase() {
+  if (belongs_to_this_process()) ::sqlite3_close(handle_);
+}
+
+bool SqliteDatabase::belongs_to_this_process() const noexcept {
+  return ::getpid() == owner_;
+}
+
+void SqliteDatabase::require_owner() const {
+  if (belongs_to_this_process()) return;
+  throw StoreError(
+      path_, fmt::format("it was opened by process {}, not by process {}", owner_, ::getpid()),
+      "a worker must hand its result to its parent instead of storing it");
+}
+
+void SqliteDatabase::execute(const char* sql, const char* doing) {
+  require_owner();
+  if (::sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr) != SQLITE_OK) fail(doing);
+}
+
+std::int64_t SqliteDatabase::query_integer(const char* sql, const char* doing) {
+  SqliteStatement statement(*this, sql, doing);
+  SqliteUse use(statement);
+  return use.step() ? use.integer() : 0;
+}
+
+std::string SqliteDatabase::query_text(const char* sql, const char* doing) {
+  SqliteStatement statement(*this, sql, doing);
+  SqliteUse use(statement);
+  return use.step() ? use.text() : std::string();
+}
+
+void SqliteDatabase::fail(const char* doing) const {
+  const int code = ::sqlite3_extended_errcode(handle_);
+  const int system_error = (code & 0xff) == SQLITE_IOERR || (code & 0xff) == SQLITE_CANTOPEN
+                               ? ::sqlite3_system_errno(handle_)
+                               : 0;
+  const std::string cause =
+      system_error != 0 ? fmt::format(" ({})", std::strerror(system_error)) : std::string();
+  throw StoreError(path_, fmt::format("{} failed: {}{}", doing, ::sqlite3_errmsg(handle_), cause),
+                   mend(code));
+}
+
+SqliteStatement::SqliteStatement(SqliteDatabase& database, const char* sql, const char* doing)
+    : database_(database), doing_(doing) {
+  database.require_owner();
+  // Persistent: most live as long as the store.
+  if (::sqlite3_prepare_v3(database.handle(), sql, -1, SQLITE_PREPARE_PERSISTENT, &handle_,
+                           nullptr) != SQLITE_OK) {
+    database.fail(doing);
+  }
+}
+
+SqliteStatement::~SqliteStatement() {
+  if (database_.belongs_to_this_process()) ::sqlite3_finalize(handle_);
+}
+
+SqliteUse::SqliteUse(SqliteStatement& statement) : statement_(statement) {
+  statement.database_.require_owner();
+}
+
+SqliteUse::~SqliteUse() {
+  // The result is that of the last step, which has been told already.
+  ::sqlite3_reset(statement_.handle_);
+  ::sqlite3_clear_bindings(statement_.handle_);
+}
+
+SqliteUse& SqliteUse::bound(int result) {
+  if (result != SQLITE_OK) statement_.database_.fail(statement_.doing_);
+  return *this;
+}
+
+SqliteUse& SqliteUse::bind_null() {
+  return bound(::sqlite3_bind_null(statement_.handle_, ++parameter_));
+}
+
+SqliteUse& SqliteUse::bind(std::int64_t value) {
+  return bound(::sqlite3_bind_int64(statement_.handle_, ++parameter_, value));
+}
+
+SqliteUse& SqliteUse::bind(double value) {
+  if (std::isnan(value)) return bind_null();
+  return bound(::sqlite3_bind_double(statement_.handle_, ++parameter_, value));
+}
+
+SqliteUse& SqliteUse::bind(std::string_view value) {
+  // A null pointer would be stored as NULL, and an empty view may have one.
+  const char* const bytes = value.data() != nullptr ? value.data() : "";
+  return bound(::sqlite3_bind_text(statement_.handle_, ++parameter_, bytes, checked_size(value),
+                                   SQLITE_STATIC));
+}
+
+bool SqliteUse::step() {
+  column_ = 0;
+  const int result = ::sqlite3_step(statement_.handle_);
+  if (result == SQLITE_ROW) return true;
+  if (result != SQLITE_DONE) statement_.database_.fail(statement_.doing_);
+  return false;
+}
+
+int SqliteUse::change() {
+  static_cast<void>(step());
+  return ::sqlite3_changes(statement_.database_.handle());
+}
+
+bool SqliteUse::next_is_null() const noexcept {
+  return ::sqlite3_column_type(statement_.handle_, column_) == SQLITE_NULL;
+}
+
+std::int64_t SqliteUse::integer() {
+  return ::sqlite3_column_int64(statement_.handle_, column_++);
+}
+
+double SqliteUse::real() {
+  return ::sqlite3_column_double(statement_.handle_, column_++);
+}
+
+std::string SqliteUse::text() {
+  const unsigned char* const bytes = ::sqlite3_column_text(statement_.handle_, column_);
+  const int size = ::sqlite3_column_bytes(statement_.handle_, column_++);
+  if (bytes == nullptr) return {};
+  return std::string(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size));
+}
+
+std::optional<std::int64_t> SqliteUse::optional_integer() {
+  if (!next_is_null()) return integer();
+  ++column_;
+  return std::nullopt;
+}
+
+std::optional<double> SqliteUse::optional_real() {
+  if (!next_is_null()) return real();
+  ++column_;
+  return std::nullopt;
+}
+
+std::optional<std::string> SqliteUse::optional_text() {
+  if (!next_is_null()) return text();
+  ++column_;
+  return std::nullopt;
+}
+
+SqliteTransaction::SqliteTransaction(SqliteDatabase& database, const char* doing)
+    : database_(database), doing_(doing) {
+  database.execute("BEGIN IMMEDIATE", doing);
+}
+
+SqliteTransaction::~SqliteTransaction() {
+  // A full disk makes SQLite roll back by itself; then there is nothing left to do.
+  if (!open_ || !database_.belongs_to_this_process()) return;
+  if (::sqlite3_get_autocommit(database_.handle()) != 0) return;
+  ::sqlite3_exec(database_.handle(), "ROLLBACK", nullptr, nullptr, nullptr);
+}
+
+void SqliteTransaction::commit() {
+  database_.execute("COMMIT", doing_);
+  open_ = false;
+}
+
+}  // namespace varnholt::embedded

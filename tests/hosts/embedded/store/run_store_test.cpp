@@ -1,0 +1,266 @@
+// What is recorded is read back as it was, and other files are refused untouched. Method: a store
+// in a temporary folder, opened again to read; foreign and future files made with plain SQLite.
+#include "hosts/embedded/store/run_store.hpp"
+
+#include <cmath>
+#include <limits>
+
+#include <gmock/gmock.h>
+
+#include "hosts/embedded/store/store_schema.hpp"
+#include "tests/hosts/embedded/store/store_fixture.hpp"
+
+namespace varnholt::embedded {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+class RunStoreTest : public StoreTest {
+ protected:
+  static std::vector<std::int64_t> numbers(const std::vector<EvaluationRecord>& records) {
+    std::vector<std::int64_t> found;
+    for (const EvaluationRecord& record : records) {
+      found.push_back(record.candidate_number);
+    }
+    return found;
+  }
+};
+
+TEST_F(RunStoreTest, KeepsARun) {
+  std::int64_t run = 0;
+  {
+    RunStore store(path_);
+    run = store.begin_run(start());
+    const std::optional<RunRecord> open = store.find_run(run);
+    ASSERT_TRUE(open.has_value());
+    EXPECT_EQ(open->process_id, ::getpid());
+    EXPECT_FALSE(open->ended_at.has_value());
+    EXPECT_FALSE(open->terminal_reason.has_value());
+    EXPECT_TRUE(store.end_run(run, 1234.25, "stopped"));
+  }
+  RunStore store(path_);
+  const std::optional<RunRecord> found = store.find_run(run);
+  ASSERT_TRUE(found.has_value());
+  EXPECT_EQ(found->id, run);
+  EXPECT_EQ(found->start.started_at, 1000.5);
+  EXPECT_EQ(found->start.seed, 123456789012345);
+  EXPECT_EQ(found->start.settings_json, R"({"batch_size":16})");
+  EXPECT_EQ(found->start.price_file, "prices.csv");
+  EXPECT_EQ(found->start.price_digest, "ab12");
+  EXPECT_EQ(found->start.host_version, "0.1.0");
+  EXPECT_EQ(found->ended_at, 1234.25);
+  EXPECT_EQ(found->terminal_reason, "stopped");
+  EXPECT_TRUE(store.interrupted_runs().empty());
+  EXPECT_FALSE(store.find_run(run + 1).has_value());
+}
+
+TEST_F(RunStoreTest, GivesEachRunANumberAndListsThem) {
+  RunStore store(path_);
+  const std::int64_t first = store.begin_run(start());
+  const std::int64_t second = store.begin_run(start());
+  EXPECT_NE(first, second);
+  const std::vector<RunRecord> runs = store.runs();
+  ASSERT_EQ(runs.size(), 2U);
+  EXPECT_EQ(runs[0].id, first);
+  EXPECT_EQ(runs[1].id, second);
+}
+
+TEST_F(RunStoreTest, LetsTheFirstEndOfARunCount) {
+  RunStore store(path_);
+  const std::int64_t run = store.begin_run(start());
+  EXPECT_TRUE(store.end_run(run, 1, "first"));
+  EXPECT_FALSE(store.end_run(run, 2, "second"));
+  EXPECT_EQ(store.find_run(run)->terminal_reason, "first");
+  EXPECT_EQ(store.find_run(run)->ended_at, 1);
+}
+
+TEST_F(RunStoreTest, KeepsEveryFieldOfAnEvaluation) {
+  EvaluationRecord full = passing(7, 2.5, -0.75);
+  full.failure_reason = "soft";
+  full.failure_detail = std::string("text with \0 inside and \xc3\xa9", 25);
+  EvaluationRecord bare = passing(8, 1.5);
+  bare.sharpe.reset();
+  bare.worker_pid.reset();
+  bare.graph_json.clear();
+  RunStore store(path_);
+  const std::int64_t run = store.begin_run(start());
+  store.record_evaluations(run, {full, bare});
+
+  const std::vector<EvaluationRecord> found = RunStore(path_).best_signals(run, 10);
+  ASSERT_EQ(found.size(), 2U);
+  EXPECT_EQ(found[0].candidate_number, 7);
+  EXPECT_EQ(found[0].generation, 0);
+  EXPECT_EQ(found[0].graph_key, "key7");
+  EXPECT_EQ(found[0].graph_json, full.graph_json);
+  EXPECT_TRUE(found[0].passed);
+  EXPECT_EQ(found[0].failure_reason, "soft");
+  EXPECT_EQ(found[0].failure_detail, full.failure_detail);
+  EXPECT_EQ(found[0].statistics_json, full.statistics_json);
+  EXPECT_EQ(found[0].sharpe, -0.75);
+  EXPECT_EQ(found[0].quality_score, 2.5);
+  EXPECT_EQ(found[0].elapsed_seconds, 0.125);
+  EXPECT_EQ(found[0].worker_pid, 4007);
+  EXPECT_EQ(found[0].recorded_at, 2007.0);
+  EXPECT_EQ(found[1].graph_json, "");
+  EXPECT_FALSE(found[1].failure_reason.has_value());
+  EXPECT_FALSE(found[1].failure_detail.has_value());
+  EXPECT_FALSE(found[1].sharpe.has_value());
+  EXPECT_FALSE(found[1].worker_pid.has_value());
+}
+
+TEST_F(RunStoreTest, OrdersTheBestSignals) {
+  RunStore store(path_);
+  const std::int64_t run = store.begin_run(start());
+  const std::int64_t other = store.begin_run(start());
+  EvaluationRecord unknown = passing(5, std::numeric_limits<double>::quiet_NaN());
+  EvaluationRecord absent = passing(6, 0);
+  absent.quality_score.reset();
+  store.record_evaluations(run, {passing(1, 1.0, 5.0), passing(2, 3.0, 4.0), failing(3, "weak"),
+                                 passing(4, 3.0, 6.0), unknown, absent});
+  store.record_evaluations(other, {passing(1, 100.0, 100.0)});
+  EXPECT_THAT(numbers(store.best_signals(run, 10)), ElementsAre(2, 4, 1));
+  EXPECT_THAT(numbers(store.best_signals(run, 1)), ElementsAre(2));
+  EXPECT_THAT(numbers(store.best_signals(run, 3, SignalOrder::Sharpe)), ElementsAre(4, 1, 2));
+  EXPECT_TRUE(store.best_signals(run, 0).empty());
+  EXPECT_TRUE(store.best_signals(run, -1).empty());
+}
+
+TEST_F(RunStoreTest, CountsFailuresByReason) {
+  RunStore store(path_);
+  const std::int64_t run = store.begin_run(start());
+  EvaluationRecord silent = failing(9, "");
+  silent.failure_reason.reset();
+  store.record_evaluations(run, {failing(1, "weak"), failing(2, "turnover"), failing(3, "turnover"),
+                                 passing(4, 1.0), failing(5, "deep"), silent});
+  std::vector<std::string> counts;
+  for (const FailureCount& entry : store.failure_counts(run)) {
+    counts.push_back(entry.reason + "=" + std::to_string(entry.count));
+  }
+  EXPECT_THAT(counts, ElementsAre("turnover=2", "=1", "deep=1", "weak=1"));
+  EXPECT_EQ(store.evaluation_count(run), 6);
+  EXPECT_EQ(store.evaluation_count(run + 1), 0);
+}
+
+TEST_F(RunStoreTest, KeepsMetricsInOrder) {
+  RunStore store(path_);
+  const std::int64_t run = store.begin_run(start());
+  store.record_metrics(run, R"({"n":1})");
+  store.record_metrics(run, R"({"n":2})");
+  EXPECT_THAT(store.metrics(run), ElementsAre(R"({"n":1})", R"({"n":2})"));
+  EXPECT_TRUE(store.metrics(run + 1).empty());
+}
+
+TEST_F(RunStoreTest, RecordsABatchWholeOrNotAtAll) {
+  RunStore store(path_);
+  const std::int64_t run = store.begin_run(start());
+  store.record_evaluations(run, batch(1, 3));
+  const std::string text = error_of([&] {
+    store.record_evaluations(run, {passing(4, 1), passing(2, 1)});
+  });
+  EXPECT_THAT(text, StartsWith("store " + path_ + ": recording evaluations failed: UNIQUE"));
+  EXPECT_THAT(text, HasSubstr("contradicts"));
+  EXPECT_EQ(store.evaluation_count(run), 3);
+  store.record_evaluations(run, {passing(4, 1)});
+  EXPECT_EQ(store.evaluation_count(run), 4);
+}
+
+TEST_F(RunStoreTest, RefusesRowsOfARunThatIsNotThere) {
+  RunStore store(path_);
+  const std::string expected = "failed: there is no run 77; begin the run first";
+  EXPECT_THAT(error_of([&] { store.record_evaluations(77, batch(1, 1)); }), HasSubstr(expected));
+  EXPECT_THAT(error_of([&] { store.record_metrics(77, "{}"); }), HasSubstr(expected));
+  EXPECT_THAT(error_of([&] { store.end_run(77, 1, "x"); }), HasSubstr(expected));
+}
+
+TEST_F(RunStoreTest, WritesAheadAndSyncsNormally) {
+  RunStore store(path_);
+  store.begin_run(start());
+  SqliteDatabase reader(path_, 1000);
+  EXPECT_EQ(reader.query_text("PRAGMA journal_mode", "reading"), "wal");
+  EXPECT_EQ(reader.query_integer("PRAGMA application_id", "reading"), kStoreApplicationId);
+  EXPECT_EQ(reader.query_integer("PRAGMA user_version", "reading"), kStoreSchemaVersion);
+  EXPECT_EQ(reader.query_integer("SELECT count(*) FROM runs", "reading"), 1);
+}
+
+TEST_F(RunStoreTest, RefusesWhatIsNoFile) {
+  EXPECT_THAT(error_of([] { RunStore store(":memory:"); }), HasSubstr("outlives it"));
+  EXPECT_THAT(error_of([] { RunStore store(""); }), HasSubstr("(no name)"));
+}
+
+TEST_F(RunStoreTest, TakesAFileAddressForAName) {
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(folder_);
+  {
+    RunStore store("file:odd?mode=memory");
+    EXPECT_EQ(store.path(), (folder_ / "file:odd?mode=memory").string());
+  }
+  std::filesystem::current_path(before);
+  EXPECT_TRUE(std::filesystem::exists(folder_ / "file:odd?mode=memory"));
+}
+
+TEST_F(RunStoreTest, NamesTheFolderThatIsMissing) {
+  const std::string path = (folder_ / "missing" / "runs.db").string();
+  const std::string text = error_of([&] { RunStore store(path); });
+  EXPECT_THAT(text, StartsWith("store " + path + ": "));
+  EXPECT_THAT(text, HasSubstr("check that its folder exists"));
+}
+
+TEST_F(RunStoreTest, RefusesAFileThatIsNoDatabase) {
+  std::ofstream(path_) << std::string(5000, 'x');
+  EXPECT_THAT(error_of([&] { RunStore store(path_); }), HasSubstr("it is no SQLite database"));
+  EXPECT_EQ(bytes_of(path_), std::string(5000, 'x'));
+}
+
+TEST_F(RunStoreTest, RefusesADatabaseOfAnotherProgramAndLeavesItAlone) {
+  for (const char* application : {"0", "99"}) {
+    std::filesystem::remove(path_);
+    {
+      SqliteDatabase foreign(path_, 0);
+      foreign.execute("CREATE TABLE theirs (x)", "making it");
+      foreign.execute((std::string("PRAGMA application_id = ") + application).c_str(), "marking");
+    }
+    const std::string before = bytes_of(path_);
+    const std::string text = error_of([&] { RunStore store(path_); });
+    EXPECT_THAT(text, HasSubstr(std::string("database of another program (application id ") +
+                                application + ","));
+    EXPECT_EQ(bytes_of(path_), before);
+    EXPECT_FALSE(std::filesystem::exists(path_ + "-wal"));
+  }
+}
+
+TEST_F(RunStoreTest, RefusesANewerSchemaAndLeavesItAlone) {
+  { RunStore store(path_); }
+  SqliteDatabase(path_, 0).execute("PRAGMA user_version = 2", "ageing it");
+  const std::string before = bytes_of(path_);
+  EXPECT_THAT(error_of([&] { RunStore store(path_); }),
+              HasSubstr("its schema version is 2, and this program knows versions up to 1; use the "
+                        "newer program"));
+  EXPECT_EQ(bytes_of(path_), before);
+}
+
+TEST_F(RunStoreTest, RefusesASchemaVersionThatNeverWas) {
+  { RunStore store(path_); }
+  SqliteDatabase(path_, 0).execute("PRAGMA user_version = 0", "breaking it");
+  EXPECT_THAT(error_of([&] { RunStore store(path_); }), HasSubstr("version 0 never existed"));
+}
+
+TEST_F(RunStoreTest, FillsAnEmptyFile) {
+  std::ofstream(path_).flush();
+  RunStore store(path_);
+  EXPECT_GT(store.begin_run(start()), 0);
+}
+
+TEST_F(RunStoreTest, MayBeReadWhileItIsWritten) {
+  RunStore writer(path_);
+  RunStore reader(path_);
+  const std::int64_t run = writer.begin_run(start());
+  writer.record_evaluations(run, batch(1, 5));
+  EXPECT_EQ(reader.evaluation_count(run), 5);
+  writer.record_evaluations(run, batch(6, 5));
+  EXPECT_EQ(reader.best_signals(run, 1).at(0).candidate_number, 10);
+}
+
+}  // namespace
+}  // namespace varnholt::embedded
