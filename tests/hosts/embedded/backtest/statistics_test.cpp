@@ -96,11 +96,11 @@ TEST(BacktestStatistics, SharpeIsNetAndItsGrossFormIsNot) {
 
 TEST(BacktestStatistics, NoSpreadMeansNoSharpe) {
   const Panel held = Panel::Constant(6, 1, 1.0);
-  // Steady growth, with returns that differ by their rounding only.
+  // Steady growth: returns of a tenth that differ by their rounding only.
   Panel close(60, 1);
   close(0, 0) = 100.0;
   for (Eigen::Index day = 1; day < 60; ++day)
-    close(day, 0) = close(day - 1, 0) * 1.013;
+    close(day, 0) = close(day - 1, 0) * 1.1;
   const BacktestResult steady = backtest_weights(Panel::Constant(60, 1, 1.0), close, 0);
   EXPECT_NE(steady.net_returns.minCoeff(), steady.net_returns.maxCoeff());
   EXPECT_EQ(steady.statistics.sharpe, 0.0);
