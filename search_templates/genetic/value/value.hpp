@@ -322,6 +322,8 @@ class ListCursor {
 class MappingCursor {
  public:
   explicit MappingCursor(Mapping mapping);
+  MappingCursor(const MappingCursor&) = delete;
+  MappingCursor& operator=(const MappingCursor&) = delete;
   MappingCursor(MappingCursor&&) noexcept;
   MappingCursor& operator=(MappingCursor&&) noexcept;
   ~MappingCursor();
