@@ -10,7 +10,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
-#include "apps/genetic_search/exit_codes.hpp"
+#include "apps/genetic_search/help_page.hpp"
 #include "apps/genetic_search/option_values.hpp"
 #include "apps/genetic_search/text_layout.hpp"
 #include "apps/genetic_search/usage_error.hpp"
@@ -23,14 +23,8 @@ constexpr std::int64_t kNoMost = std::numeric_limits<std::int64_t>::max();
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr std::int64_t kBytesPerMebibyte = 1024 * 1024;
 
-// Help texts are laid out for 80 columns; what an option does begins in this one.
-constexpr std::size_t kDescriptionColumn = 29;
-constexpr std::size_t kHelpWidth = 80;
-
 constexpr const char* kHelpFlag = "-h,--help";
 constexpr const char* kHelpText = "This text.";
-constexpr const char* kRunName = "run";
-constexpr const char* kCheckName = "check-prices";
 
 constexpr const char* kDescription =
     "Searches daily prices for trading signals. A signal is an expression such as\n"
@@ -60,48 +54,6 @@ constexpr const char* kCheckDescription =
     "Tells what a price file holds: instruments, dates, gaps, and jumps that look\n"
     "like a split or a wrong digit. The exit code is 0 whatever is found, and 2 for a\n"
     "file that cannot be read.";
-
-// The help of a command. One blank line stands between its parts.
-class HelpPage : public CLI::Formatter {
- public:
-  HelpPage() { column_width(kDescriptionColumn); }
-
-  std::string make_help(const CLI::App* app, std::string /*name*/,
-                        CLI::AppFormatMode /*mode*/) const override {
-    std::string text =
-        fmt::format("{}\n\nUsage: {}\n", app->get_description(), usage(app->get_name()));
-    for (const std::string& group : app->get_groups())
-      text += make_group(app, group);
-    text += make_commands(app);
-    if (!app->get_footer().empty()) text += fmt::format("\n{}\n", app->get_footer());
-    return text;
-  }
-
- private:
-  static std::string usage(const std::string& command) {
-    if (command == kRunName) return fmt::format("{} run --prices FILE [options]", kProgramName);
-    if (command == kCheckName) return fmt::format("{} check-prices FILE [options]", kProgramName);
-    return fmt::format("{} COMMAND [options]", kProgramName);
-  }
-
-  // Positional arguments are left out: usage and description tell of them.
-  std::string make_group(const CLI::App* app, const std::string& group) const {
-    std::string text;
-    for (const CLI::Option* option : app->get_options()) {
-      if (option->get_group() == group && option->nonpositional()) {
-        text += make_option(option, false);
-      }
-    }
-    return text.empty() ? text : fmt::format("\n{}:\n{}", group, text);
-  }
-
-  std::string make_commands(const CLI::App* app) const {
-    std::string text;
-    for (const CLI::App* command : app->get_subcommands({}))
-      text += make_subcommand(command);
-    return text.empty() ? text : fmt::format("\nCommands:\n{}", text);
-  }
-};
 
 // What an option's target holds when it holds something.
 template <typename Target>
@@ -260,8 +212,7 @@ void add_worker_options(Options& options, RunCommand& run, std::int64_t& memory_
       fmt::format("Seconds that one evaluation may take. Default: {}.", run.search.timeout_seconds),
       run.search.timeout_seconds);
   options.whole("--worker-memory", "MIB", from(1, 1 << 30),
-                "Memory that one worker may use, in MiB. Default: the host's own limit.",
-                memory_mebibytes);
+                "Memory that one worker may use, in MiB. Default: no limit.", memory_mebibytes);
 
   options.group("Output");
   options.whole("--best", "N", from(0, 100'000),

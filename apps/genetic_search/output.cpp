@@ -31,18 +31,22 @@ std::string_view mend(int error_number) {
 
 }  // namespace
 
-Output::Output(int descriptor, std::string name, embedded::InterruptFlag& interrupt)
-    : descriptor_(descriptor), name_(std::move(name)), interrupt_(interrupt) {}
+Output::Output(int descriptor, std::string name, embedded::InterruptFlag& interrupt,
+               Failure failure)
+    : descriptor_(descriptor),
+      name_(std::move(name)),
+      interrupt_(interrupt),
+      on_failure_(failure) {}
 
 // A pipe that is ready takes PIPE_BUF bytes without blocking. So the write below never blocks, and
 // an interrupt is seen even while nobody reads.
 void Output::wait_until_writable() const {
   pollfd waited = {descriptor_, POLLOUT, 0};
   while (true) {
-    if (interrupt_.requests > 1) throw embedded::InterruptedAtOnce();
     const int ready = poll(&waited, 1, kWaitMilliseconds);
     // Also when it can only fail: the write that follows tells why.
     if (ready > 0 || (ready < 0 && errno != EINTR)) return;
+    if (interrupt_.requests > 1) throw embedded::InterruptedAtOnce();
   }
 }
 
@@ -63,12 +67,11 @@ void Output::fail(int error_number) {
   if (error_number == EPIPE) {
     failure_ = std::make_exception_ptr(ReaderGone(fmt::format("the reader of {} is gone", name_)));
   } else {
-    failure_ = std::make_exception_ptr(
-        OutputError(fmt::format("cannot write to {}: {}{}", name_,
-                                std::generic_category().message(error_number),
-                                mend(error_number))));
+    failure_ = std::make_exception_ptr(OutputError(
+        fmt::format("cannot write to {}: {}{}", name_,
+                    std::generic_category().message(error_number), mend(error_number))));
   }
-  if (interrupt_.requests == 0) interrupt_.requests = 1;
+  if (on_failure_ == Failure::EndsRun && interrupt_.requests == 0) interrupt_.requests = 1;
 }
 
 void Output::throw_if_failed() const {

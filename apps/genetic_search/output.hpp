@@ -24,16 +24,19 @@ class ReaderGone : public OutputError {
 
 // Unbuffered, so that a forked child has no text of its parent's to write a second time.
 //
-// The first write that fails is kept and asks for the end of the search, as a first interrupt
-// would: a run whose report cannot be written is still stored whole. Later writes do nothing.
+// The first write that fails is kept; later writes do nothing.
 class Output {
  public:
+  // What a failure means to the run. The one that ends it does so as a first interrupt would: a run
+  // whose report cannot be written is still stored whole.
+  enum class Failure { EndsRun, IsBorne };
+
   // `name` is the output's name in errors; `interrupt` must outlive this. The descriptor is not
   // owned.
-  Output(int descriptor, std::string name, embedded::InterruptFlag& interrupt);
+  Output(int descriptor, std::string name, embedded::InterruptFlag& interrupt, Failure failure);
 
-  // Waits while the descriptor takes nothing. Throws InterruptedAtOnce when the second interrupt
-  // comes meanwhile.
+  // Waits while the descriptor takes nothing, but no longer than to the second interrupt: then it
+  // throws InterruptedAtOnce.
   void write(std::string_view text);
 
   [[nodiscard]] bool has_failed() const noexcept { return failure_ != nullptr; }
@@ -47,6 +50,7 @@ class Output {
   int descriptor_;
   std::string name_;
   embedded::InterruptFlag& interrupt_;
+  Failure on_failure_;
   std::exception_ptr failure_;
 };
 

@@ -1,11 +1,11 @@
 #include "apps/genetic_search/progress_line.hpp"
 
 #include <algorithm>
-#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
 
+#include "apps/genetic_search/failure_counts.hpp"
 #include "apps/genetic_search/text_layout.hpp"
 
 namespace varnholt::app {
@@ -16,15 +16,6 @@ constexpr const char* kEraseLine = "\r\x1b[K";
 
 constexpr std::size_t kShortestExpression = 16;
 constexpr std::size_t kGenerationReasons = 6;
-
-using Count = std::pair<std::string, std::int64_t>;
-
-std::vector<Count> most_frequent_first(const std::map<std::string, std::int64_t>& failures) {
-  std::vector<Count> counts(failures.begin(), failures.end());
-  std::stable_sort(counts.begin(), counts.end(),
-                   [](const Count& a, const Count& b) { return a.second > b.second; });
-  return counts;
-}
 
 double best_quality(const embedded::CandidateRecorded& best) {
   return best.statistics ? best.statistics->quality_score : 0.0;
@@ -38,7 +29,7 @@ double candidates_a_second(const embedded::SearchProgress& progress) {
 }
 
 std::string failures_text(const std::map<std::string, std::int64_t>& failures, std::size_t limit) {
-  const std::vector<Count> counts = most_frequent_first(failures);
+  const std::vector<FailureCount> counts = most_frequent_first(failures);
   std::string text;
   std::size_t others = 0;
   std::int64_t other_count = 0;
@@ -64,9 +55,8 @@ std::string live_progress_text(const embedded::SearchProgress& progress,
   std::string line = fmt::format(
       "gen {} {}/{} | {} cand {:.1f}/s | {} pass", progress.generation + 1, evaluated_in_batch,
       batch_size, progress.candidates, candidates_a_second(progress), progress.passing);
-  const std::string failures = progress.failures.empty()
-                                   ? std::string()
-                                   : " | fail " + failures_text(progress.failures, 3);
+  const std::string failures =
+      progress.failures.empty() ? std::string() : " | fail " + failures_text(progress.failures, 3);
   if (progress.best) {
     line += fmt::format(" | best {:.2f}", best_quality(*progress.best));
     const std::size_t used = column_count(line) + column_count(failures) + 1;
@@ -78,9 +68,9 @@ std::string live_progress_text(const embedded::SearchProgress& progress,
 }
 
 std::string generation_text(const embedded::SearchProgress& progress) {
-  std::string line = fmt::format("generation {}: {} candidates, {:.1f} a second, {} passing",
-                                 progress.generation, progress.candidates,
-                                 candidates_a_second(progress), progress.passing);
+  std::string line =
+      fmt::format("generation {}: {} candidates, {:.1f} a second, {} passing", progress.generation,
+                  progress.candidates, candidates_a_second(progress), progress.passing);
   if (progress.best) {
     line += fmt::format(", best {:.2f} ({})", best_quality(*progress.best),
                         progress.best->evaluation_id);
