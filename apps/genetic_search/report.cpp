@@ -26,8 +26,15 @@ using genetic::Value;
 // Below this an expression beside the figures would be a narrow column of fragments.
 constexpr std::size_t kNarrowestExpression = 30;
 constexpr std::size_t kExpressionIndent = 6;
-constexpr std::size_t kNarrowestTerminal = 20;
+// However narrow a terminal is.
+constexpr std::size_t kNarrowestColumn = 10;
 constexpr std::size_t kListedReasons = 20;
+
+// The lines of a text that begins in column `indent` of a terminal; one line without a terminal.
+std::vector<std::string> wrapped_beside(const std::string& text, Width width, std::size_t indent) {
+  if (!width) return {text};
+  return wrap_text(text, std::max(*width, indent + kNarrowestColumn) - indent);
+}
 
 // --- the metrics record ---
 
@@ -143,12 +150,18 @@ std::string started_text(const embedded::SearchStarted& started) {
       counted(started.jobs, "job"), started.seed);
 }
 
-std::string metrics_text(const Mapping& metrics) {
+std::string metrics_text(const Mapping& metrics, Width width) {
+  constexpr std::size_t kNameWidth = 28;
+  constexpr std::size_t kIndent = kNameWidth + 2;
   std::string text;
   MappingCursor cursor(metrics);
   while (const auto entry = cursor.next()) {
-    text += fmt::format("  {} {}\n", padded(genetic::str(entry->key), 27, Align::Left),
-                        value_text(entry->value));
+    text += "  " + padded(genetic::str(entry->key), kNameWidth, Align::Left);
+    const std::vector<std::string> lines =
+        wrapped_beside(value_text(entry->value), width, kIndent);
+    for (std::size_t line = 0; line < lines.size(); ++line) {
+      text += (line == 0 ? "" : std::string(kIndent, ' ')) + lines[line] + "\n";
+    }
   }
   return text;
 }
@@ -160,9 +173,7 @@ std::string best_signals_text(const std::vector<CandidateRecorded>& best, Width 
   for (std::size_t i = 0; i < best.size(); ++i) {
     const std::string expression = on_one_line(best[i].expression);
     const std::size_t indent = is_below ? kExpressionIndent : beside;
-    const std::vector<std::string> lines =
-        width ? wrap_text(expression, std::max(*width, kNarrowestTerminal) - indent)
-              : std::vector<std::string>{expression};
+    const std::vector<std::string> lines = wrapped_beside(expression, width, indent);
     text += signal_row(i + 1, best[i]);
     for (std::size_t line = 0; line < lines.size(); ++line) {
       const bool continues_row = line == 0 && !is_below;
@@ -233,7 +244,7 @@ std::string end_in_words(const SearchSummary& summary, const SearchOptions& opti
 std::string summary_text(const SearchSummary& summary, const SearchOptions& options, Width width) {
   std::string text;
   if (summary.metrics.is_mapping()) {
-    text += "Metrics\n" + metrics_text(summary.metrics.mapping()) + "\n";
+    text += "Metrics\n" + metrics_text(summary.metrics.mapping(), width) + "\n";
   }
   if (summary.progress.passing == 0) {
     text += nothing_passed_text(summary.progress, options) + "\n";

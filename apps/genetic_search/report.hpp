@@ -21,8 +21,8 @@ using Width = std::optional<std::size_t>;
 // What is searched, with what, and where it is stored.
 [[nodiscard]] std::string started_text(const embedded::SearchStarted& started);
 
-// Each entry of the metrics record on a line of its own, in the record's order.
-[[nodiscard]] std::string metrics_text(const genetic::Mapping& metrics);
+// Each entry of the metrics record, in the record's order.
+[[nodiscard]] std::string metrics_text(const genetic::Mapping& metrics, Width width);
 
 // A row for each signal: its rank, its id in the store, and
 //   sharpe, gross     annualised, after and before costs
