@@ -445,6 +445,13 @@ std::int64_t saturated_integer(const Value& value) {
                         : std::numeric_limits<std::int64_t>::max();
 }
 
+std::int64_t saturated_sum(std::int64_t left, std::int64_t right) noexcept {
+  using Limits = std::numeric_limits<std::int64_t>;
+  if (right > 0 && left > Limits::max() - right) return Limits::max();
+  if (right < 0 && left < Limits::min() - right) return Limits::min();
+  return left + right;
+}
+
 std::string str(const Value& value) {
   if (value.is_text()) return std::string(value.text());
   if (value.is_object()) return value.object().str();

@@ -57,6 +57,8 @@ namespace varnholt::genetic {
 // An integer of any size, cut to what 64 bits hold: for counts and sizes, of which no larger one
 // can be reached. TypeError when the value's exact type is not the integer type.
 [[nodiscard]] std::int64_t saturated_integer(const Value& value);
+// left + right, cut likewise.
+[[nodiscard]] std::int64_t saturated_sum(std::int64_t left, std::int64_t right) noexcept;
 
 // str(value) and repr(value).
 [[nodiscard]] std::string str(const Value& value);
