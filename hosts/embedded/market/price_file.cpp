@@ -49,7 +49,7 @@ Eigen::Index position(const std::vector<Key>& sorted, const Key& key) {
 struct LongRow {
   Date date;
   std::string symbol;
-  std::array<double, kFieldCount> values;
+  std::array<double, kFieldCount> values{};
 };
 
 struct LongColumns {

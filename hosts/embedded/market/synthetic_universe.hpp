@@ -21,10 +21,11 @@ struct SyntheticUniverseOptions {
 
 // Prices with all columns on weekdays from 2000-01-03 on, for instruments "SYN0001", "SYN0002", ...
 //
-//   factor k on day t        f(k,t) = 0.004 z                       (the first, the market: 0.009
-//   z) return of i on day t     r(i,t) = 0.0003 + sum_k b(i,k) f(k,t) + s(i) h(i,t) z loadings
-//   b(i,0) = 1 + 0.3 z, b(i,k) = z;  s(i) uniform in 0.008..0.025 fat tails                h = 3 on
-//   one day in thirty, else 1
+//   factor k on day t         f(k,t) = 0.004 z    (of the first, the market: 0.009 z)
+//   return of i on day t      r(i,t) = 0.0003 + sum_k b(i,k) f(k,t) + s(i) h(i,t) z
+//   loadings                  b(i,0) = 1 + 0.3 z, b(i,k) = z
+//   own scale                 s(i) uniform in 0.008..0.025
+//   fat tails                 h = 3 on one day in thirty, else 1
 //
 // and each return is kept within -0.4 to 0.4. Every z is a new draw of a nearly normal number, the
 // sum of twelve uniform numbers less six (variance 1, never beyond 6). Only additions,

@@ -51,7 +51,7 @@ int send_frame(SystemCalls& system, const ChildPlan& plan, FrameKind kind,
     return write_all(system, plan.result_pipe, payload);
   }
   // A small frame goes in one write, which a pipe takes whole or not at all.
-  std::array<char, kAtomicWriteBytes> buffer;
+  std::array<char, kAtomicWriteBytes> buffer{};
   char* const end = std::copy(header.begin(), header.end(), buffer.data());
   std::copy(payload.begin(), payload.end(), end);
   return write_all(system, plan.result_pipe, std::string_view(buffer.data(), size));

@@ -1,7 +1,6 @@
 #include "hosts/embedded/pool/fork_pool.hpp"
 
 #include <cmath>
-#include <utility>
 
 #include <fmt/format.h>
 #include <signal.h>
@@ -57,8 +56,8 @@ std::string_view to_text(PoolStatus status) noexcept {
   return "unknown";
 }
 
-ForkPool::ForkPool(SystemCalls& system, PoolConfig config)
-    : system_(system), config_(std::move(config)) {
+ForkPool::ForkPool(SystemCalls& system, const PoolConfig& config)
+    : system_(system), config_(config) {
   check(config_);
 }
 

@@ -117,7 +117,7 @@ class PoolError : public std::runtime_error {
 class ForkPool {
  public:
   // `system` must outlive the pool. Throws PoolError for a configuration that makes no sense.
-  ForkPool(SystemCalls& system, PoolConfig config);
+  ForkPool(SystemCalls& system, const PoolConfig& config);
 
   // Works on items 0 to item_count - 1 and returns their outcomes in this order.
   //

@@ -94,7 +94,8 @@ void Worker::drain() {
 }
 
 void Worker::drain_up_to(std::size_t limit_bytes) {
-  std::array<char, kReadBytes> buffer;
+  // Not cleared: after a fork each page of it that is touched is a page to copy.
+  std::array<char, kReadBytes> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init)
   std::size_t taken = 0;
   while (pipe_.is_open() && taken < limit_bytes) {
     const ReadResult got = read_some(system_, pipe_.number(), buffer.data(), buffer.size());
@@ -151,8 +152,8 @@ void Worker::reap() noexcept {
 }
 
 std::string Worker::failure_text() const {
-  const std::string end = exit_info_ ? describe_exit(*exit_info_)
-                                     : "worker was waited for by another part of the program";
+  std::string end = exit_info_ ? describe_exit(*exit_info_)
+                               : "worker was waited for by another part of the program";
   if (!read_failure_.empty()) return fmt::format("{}; {}", end, read_failure_);
   if (decoder_.state() == FrameDecoder::State::Damaged) {
     return "worker result was damaged: " + decoder_.damage();

@@ -13,9 +13,9 @@
 namespace varnholt::embedded {
 
 struct StopLimits {
-  std::optional<std::int64_t> generations;
-  std::optional<std::int64_t> candidates;
-  std::optional<double> seconds;
+  std::optional<std::int64_t> generations = std::nullopt;
+  std::optional<std::int64_t> candidates = std::nullopt;
+  std::optional<double> seconds = std::nullopt;
 };
 
 // The stop event of a search. Once set it stays set, and keeps its first cause. Every question

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include "hosts/embedded/store/process_identity.hpp"
+#include "hosts/embedded/store/sqlite_database.hpp"
 #include "hosts/embedded/store/store_schema.hpp"
 
 namespace varnholt::embedded {

@@ -21,9 +21,11 @@
 #include <string>
 #include <vector>
 
-#include "hosts/embedded/store/sqlite_database.hpp"
+#include "hosts/embedded/store/store_error.hpp"
 
 namespace varnholt::embedded {
+
+class SqliteDatabase;
 
 struct RunStart {
   double started_at = 0;

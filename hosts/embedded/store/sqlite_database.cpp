@@ -44,10 +44,6 @@ int checked_size(std::string_view text) {
 
 }  // namespace
 
-StoreError::StoreError(const std::string& path, std::string_view trouble,
-                       std::string_view mend_text)
-    : std::runtime_error(fmt::format("store {}: {}; {}", path, trouble, mend_text)) {}
-
 SqliteDatabase::SqliteDatabase(const std::string& path, int busy_timeout_milliseconds)
     : path_(path), owner_(::getpid()) {
   // No mutex: the process has one thread.

@@ -5,20 +5,15 @@
 
 #include <cstdint>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
 #include <sqlite3.h>
 #include <sys/types.h>
 
-namespace varnholt::embedded {
+#include "hosts/embedded/store/store_error.hpp"
 
-// "store /data/runs.db: recording evaluations failed: database is locked; another process ..."
-class StoreError : public std::runtime_error {
- public:
-  StoreError(const std::string& path, std::string_view trouble, std::string_view mend);
-};
+namespace varnholt::embedded {
 
 // One connection, used by the process that opened it. A forked child that touches it gets a
 // StoreError, and its copy is never closed: SQLite forbids to carry a connection over a fork.

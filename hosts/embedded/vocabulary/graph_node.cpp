@@ -1,6 +1,5 @@
 #include "hosts/embedded/vocabulary/graph_node.hpp"
 
-#include <algorithm>
 #include <utility>
 #include <vector>
 

@@ -60,7 +60,7 @@ Value RunCounters::count_process_evaluation_failures(const Value& error) {
   reason = str(reason);
   if (!is_same_or_equal(reason, process_evaluation.terminal_process_priority_failed())) {
     const Value count = attribute(error, keys::kFailureCount.view()).value_or(1);
-    failure_count_ += saturated_integer(to_integer(count));
+    failure_count_ = saturated_sum(failure_count_, saturated_integer(to_integer(count)));
   }
   return reason;
 }

@@ -1,4 +1,4 @@
-// What a run counts, and the two conditions under which the counting itself ends the run.
+// What a run counts, and the one condition under which the counting itself ends the run.
 #pragma once
 
 #include <cstdint>

@@ -175,8 +175,9 @@ class SearchRun {
       // The first of equal scores stays.
       if (!batch_score || less(*batch_score, score)) batch_score = std::move(score);
     }
-    if (!best_score_ || less(*best_score_, *batch_score)) {
-      best_score_ = batch_score;
+    // A score that is itself absent counts as none yet.
+    if (best_score_.is_absent() || less(best_score_, *batch_score)) {
+      best_score_ = *batch_score;
       stagnant_batches_ = 0;
     } else {
       ++stagnant_batches_;  // An equal score is no improvement.
@@ -205,7 +206,7 @@ class SearchRun {
   std::shared_ptr<StopEvent> stop_event_;
   std::int64_t batch_index_ = 0;
   Value prior_results_ = List();
-  std::optional<Value> best_score_;
+  Value best_score_;
   std::int64_t stagnant_batches_ = 0;
   bool force_restart_ = false;
   SeenGraphKeys seen_graph_keys_;

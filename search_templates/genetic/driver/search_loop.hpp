@@ -7,8 +7,9 @@
 //   -> terminal test -> pause of a hundredth of a second
 //
 // A run has no state beyond its call but the random state in its configuration and what the host
-// has recorded. It writes exactly one metrics record, whatever ends it, with two exceptions: a
-// process priority that cannot be set, and an error that is none of process evaluation's.
+// has recorded. It writes exactly one metrics record, with two exceptions: none for a process
+// priority that cannot be set, and none for an error of the host or the recording that it does not
+// expect. Such an error leaves the run as it is.
 #pragma once
 
 #include "search_templates/genetic/host/search_context.hpp"

@@ -25,9 +25,11 @@ Mapping failures_of(const DerivedFailure& derived) {
 
 Mapping result_record(SearchContext& context, const Value& graph, const Mapping& outcome) {
   const Value recorded = outcome.get(keys::kRecord);
-  const Mapping record = truth(recorded) ? record_of(recorded) : Mapping();
+  const bool has_record = truth(recorded);
   const Value payloads = outcome.get(keys::kSubmissionPayloads);
   const Value payload = truth(payloads) ? Value(new_mapping(item(payloads, 0))) : Value();
+  // A record that is none fails where it is first read, after the payloads.
+  const Mapping record = has_record ? record_of(recorded) : Mapping();
   const Value stats = record.get(keys::kStats);
   const DerivedFailure derived = derive_candidate_failure(context, record, stats);
 

@@ -60,7 +60,7 @@ Value thaw(const Value& frozen, int depth) {
   if (depth > kMaximumNesting) throw RecursionError("maximum recursion depth exceeded");
   // Read by index, so that a sequence longer than a pair is not refused.
   const Value kind = item(frozen, 0);
-  const Value payload = item(frozen, 1);
+  Value payload = item(frozen, 1);
   if (kind == kDict) {
     Mapping mapping;
     const auto pairs = iterate(payload);

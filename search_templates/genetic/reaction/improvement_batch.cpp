@@ -11,7 +11,7 @@ namespace {
 
 // start + offset. Counts beyond 64 bits do not occur; one that is given is cut.
 Value index_at(const Value& start_index, std::int64_t offset) {
-  return saturated_integer(to_integer(start_index)) + offset;
+  return saturated_sum(saturated_integer(to_integer(start_index)), offset);
 }
 
 void write_lineage(Mapping& result, const Value& improvement) {

@@ -9,9 +9,8 @@
 namespace varnholt::genetic {
 namespace {
 
-bool record_says_succeeded(SearchContext& context) {
-  const std::optional<Mapping> record =
-      as_mapping(context.last_evaluation_record().value_or(Value()));
+bool says_succeeded(const Value& last_record) {
+  const std::optional<Mapping> record = as_mapping(last_record);
   return record && truth(record->get(keys::kRecordingSucceeded));
 }
 
@@ -41,7 +40,9 @@ bool record_candidate_result_in_parent(SearchContext& context, const Value& cand
        {keys::kPerColumnStats, record.get(keys::kPerColumnStats)},
        {keys::kExpressionElapsedSeconds, record.get(keys::kElapsedSimulationSeconds)},
        {keys::kTrackingMetricKwargs, truth(tracking) ? tracking : Value(Mapping())}});
-  if (eval_id.is_absent() && !record_says_succeeded(context)) return false;
+  // Read in any case; what it says counts only where there is no id.
+  const Value last_record = context.last_evaluation_record().value_or(Value());
+  if (eval_id.is_absent() && !says_succeeded(last_record)) return false;
 
   record.set(keys::kParentRecorded, true);
   if (!eval_id.is_absent()) record.set(keys::kEvalId, eval_id);

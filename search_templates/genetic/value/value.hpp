@@ -318,10 +318,13 @@ class ListCursor {
 };
 
 // Walks a mapping in its order. A mapping whose size changes under the walk makes `next` throw
-// RuntimeError "dictionary changed size during iteration".
+// RuntimeError "dictionary changed size during iteration"; one that is handed to the host under the
+// walk is walked to its end.
 class MappingCursor {
  public:
   explicit MappingCursor(Mapping mapping);
+  MappingCursor(const MappingCursor&) = delete;
+  MappingCursor& operator=(const MappingCursor&) = delete;
   MappingCursor(MappingCursor&&) noexcept;
   MappingCursor& operator=(MappingCursor&&) noexcept;
   ~MappingCursor();

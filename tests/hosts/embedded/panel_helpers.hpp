@@ -1,6 +1,7 @@
 // Panels for the tests of the embedded host: written out, drawn at random, and compared.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <initializer_list>

@@ -3,6 +3,7 @@
 #include "hosts/embedded/market/price_report.hpp"
 
 #include <cmath>
+#include <cstdio>
 
 #include <gmock/gmock.h>
 

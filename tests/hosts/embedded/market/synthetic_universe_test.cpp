@@ -2,6 +2,7 @@
 // Method: a digest of the bits of a fixed seed, and checks of every entry.
 #include "hosts/embedded/market/synthetic_universe.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <stdexcept>

@@ -24,8 +24,8 @@ using ::testing::StartsWith;
 class ForkPoolCalls : public ProcessTest {
  protected:
   static std::vector<PoolOutcome> run(SystemCalls& system, std::size_t count,
-                                      PoolConfig config = {.jobs = 2, .max_retries = 1}) {
-    return ForkPool(system, std::move(config)).run(count, [](const WorkItem& item) {
+                                      const PoolConfig& config = {.jobs = 2, .max_retries = 1}) {
+    return ForkPool(system, config).run(count, [](const WorkItem& item) {
       return "result " + std::to_string(item.index);
     });
   }

@@ -27,13 +27,13 @@ using ::testing::StartsWith;
 class ForkPoolFaults : public ProcessTest {
  protected:
   // Item 1 of three meets its fate; its siblings must not notice.
-  [[nodiscard]] PoolOutcome fate(const Work& work, PoolConfig config = {.jobs = 3}) {
+  [[nodiscard]] PoolOutcome fate(const Work& work, const PoolConfig& config = {.jobs = 3}) {
     RealSystemCalls system;
-    return fate(system, work, std::move(config));
+    return fate(system, work, config);
   }
   [[nodiscard]] PoolOutcome fate(SystemCalls& system, const Work& work,
-                                 PoolConfig config = {.jobs = 3}) {
-    const auto outcomes = ForkPool(system, std::move(config)).run(3, [&](const WorkItem& item) {
+                                 const PoolConfig& config = {.jobs = 3}) {
+    const auto outcomes = ForkPool(system, config).run(3, [&](const WorkItem& item) {
       if (item.index == 1) return work(item);
       ::usleep(10'000);
       return std::string("sibling");

@@ -32,9 +32,9 @@ using ::testing::StartsWith;
 class ForkPoolTest : public ProcessTest {
  protected:
   [[nodiscard]] std::vector<PoolOutcome> run(std::size_t count, const Work& work,
-                                             PoolConfig config = {.jobs = 2},
+                                             const PoolConfig& config = {.jobs = 2},
                                              const PoolCallbacks& callbacks = {}) {
-    return ForkPool(system_, std::move(config)).run(count, work, callbacks);
+    return ForkPool(system_, config).run(count, work, callbacks);
   }
   // What the work says in a child.
   [[nodiscard]] std::string ask_child(const Work& work) {

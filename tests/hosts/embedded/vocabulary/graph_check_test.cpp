@@ -63,9 +63,9 @@ TEST(GraphCheck, RefusesWhatIsNoNode) {
   EXPECT_EQ(
       refusal(rotation("cross_rank", {Value("close")})),
       std::string("graph, children[0]: there is no node but a value of the type str") + kNodeMend);
-  EXPECT_EQ(refusal(Mapping({{"type", "feature"}})),
+  EXPECT_EQ(refusal(Mapping({genetic::MappingEntry{"type", "feature"}})),
             std::string("graph, root: the node has no \"node\"") + kNodeMend);
-  EXPECT_EQ(refusal(Mapping({{"node", "close"}})),
+  EXPECT_EQ(refusal(Mapping({genetic::MappingEntry{"node", "close"}})),
             std::string("graph, root: the node has no \"type\"") + kNodeMend);
   EXPECT_EQ(refusal(Mapping({{"node", 20}, {"type", "window"}})),
             std::string("graph, root: its \"node\" is no text but of the type int") + kNodeMend);

@@ -3,6 +3,8 @@
 // Method: seeded loops over many graphs, and a scripted generator.
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 
+#include <algorithm>
+#include <cmath>
 #include <deque>
 #include <map>
 #include <stdexcept>

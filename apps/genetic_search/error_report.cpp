@@ -1,0 +1,39 @@
+#include "apps/genetic_search/error_report.hpp"
+
+#include <stdexcept>
+
+#include "apps/genetic_search/text_layout.hpp"
+#include "apps/genetic_search/usage_error.hpp"
+#include "hosts/embedded/market/price_file_error.hpp"
+#include "hosts/embedded/store/sqlite_database.hpp"
+#include "search_templates/genetic/value/errors.hpp"
+
+namespace varnholt::app {
+namespace {
+
+template <typename... Kinds>
+bool is_one_of(const std::exception& error) {
+  return ((dynamic_cast<const Kinds*>(&error) != nullptr) || ...);
+}
+
+}  // namespace
+
+bool is_about_input(const std::exception& error) {
+  return is_one_of<UsageError, embedded::PriceFileError, embedded::StoreError, genetic::TypeError,
+                   genetic::ValueError, std::invalid_argument>(error);
+}
+
+std::string error_text(const std::exception& error) {
+  std::string text = on_one_line(error.what());
+  if (text.empty()) text = "an error without a text";
+  try {
+    std::rethrow_if_nested(error);
+  } catch (const std::exception& cause) {
+    text += ": " + error_text(cause);
+  } catch (...) {
+    text += ": an error of an unknown kind";
+  }
+  return text;
+}
+
+}  // namespace varnholt::app

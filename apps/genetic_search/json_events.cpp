@@ -1,0 +1,161 @@
+#include "apps/genetic_search/json_events.hpp"
+
+#include <cmath>
+
+#include "apps/genetic_search/progress_line.hpp"
+#include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/keys.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::app {
+namespace {
+
+using embedded::BacktestStatistics;
+using embedded::CandidateRecorded;
+using embedded::SearchProgress;
+using genetic::Value;
+
+Json to_json(const Value& value, int depth) {
+  if (depth > genetic::kMaximumNesting) {
+    throw genetic::RecursionError("a value is nested too deeply to be written as JSON");
+  }
+  if (value.is_absent()) return nullptr;
+  if (value.is_boolean()) return value.boolean();
+  if (value.is_integer()) return value.integer();
+  if (value.is_real()) return std::isfinite(value.real()) ? Json(value.real()) : Json(nullptr);
+  if (value.is_text()) return std::string(value.text());
+  if (value.is_mapping()) {
+    Json object = Json::object();
+    genetic::MappingCursor cursor(value.mapping());
+    while (const auto entry = cursor.next())
+      object[genetic::str(entry->key)] = to_json(entry->value, depth + 1);
+    return object;
+  }
+  if (value.is_tuple()) {
+    Json array = Json::array();
+    for (const Value& item : value.tuple().items())
+      array.push_back(to_json(item, depth + 1));
+    return array;
+  }
+  if (value.is_list()) {
+    Json array = Json::array();
+    genetic::ListCursor cursor(value.list());
+    while (const auto item = cursor.next())
+      array.push_back(to_json(*item, depth + 1));
+    return array;
+  }
+  return genetic::str(value);
+}
+
+Json statistics_json(const std::optional<BacktestStatistics>& statistics) {
+  if (!statistics) return nullptr;
+  return {{"sharpe", statistics->sharpe},
+          {"gross_returns_sharpe", statistics->gross_returns_sharpe},
+          {"annualized_returns", statistics->annualized_returns},
+          {"turnover", statistics->turnover},
+          {"drawdown", statistics->drawdown},
+          {"max_weight", statistics->max_weight},
+          {"delta_exposure", statistics->delta_exposure},
+          {"abs_weight_sum_mean", statistics->abs_weight_sum_mean},
+          {"quality_score", statistics->quality_score},
+          {"holding_days", statistics->holding_days},
+          {"active_days", statistics->active_days},
+          {"missing_return_count", statistics->missing_return_count}};
+}
+
+Json text_or_null(const std::string& text) {
+  return text.empty() ? Json(nullptr) : Json(text);
+}
+
+Json candidate_json(const CandidateRecorded& candidate) {
+  return {{"evaluation_id", candidate.evaluation_id},
+          {"generation", candidate.generation},
+          {"passed", candidate.passed},
+          {"failure_reason", text_or_null(candidate.failure_reason)},
+          {"failure_detail", text_or_null(candidate.failure_detail)},
+          {"expression", text_or_null(candidate.expression)},
+          {"statistics", statistics_json(candidate.statistics)},
+          {"elapsed_seconds", candidate.elapsed_seconds}};
+}
+
+Json event_of(std::string_view name, const Json& members) {
+  Json event = {{"event", name}};
+  event.update(members);
+  return event;
+}
+
+// The counts, the best by its number only: it was told when it was recorded.
+Json progress_json(const SearchProgress& progress) {
+  Json failures = Json::object();
+  for (const auto& [reason, count] : progress.failures)
+    failures[reason] = count;
+  Json best = nullptr;
+  if (progress.best) best = progress.best->evaluation_id;
+  return {{"generation", progress.generation},
+          {"candidates", progress.candidates},
+          {"candidates_per_second", candidates_a_second(progress)},
+          {"passing", progress.passing},
+          {"failures", failures},
+          {"best_evaluation_id", best},
+          {"elapsed_seconds", progress.elapsed_seconds}};
+}
+
+}  // namespace
+
+Json to_json(const Value& value) {
+  return to_json(value, 0);
+}
+
+Json started_event(const embedded::SearchStarted& started) {
+  return event_of("started", {{"run_id", started.run_id},
+                              {"prices", started.prices.string()},
+                              {"database", started.database.string()},
+                              {"instruments", started.instruments},
+                              {"days", started.days},
+                              {"first_date", started.first_date},
+                              {"last_date", started.last_date},
+                              {"jobs", started.jobs},
+                              {"batch_size", started.batch_size},
+                              {"seed", started.seed}});
+}
+
+Json recorded_event(const CandidateRecorded& candidate) {
+  return event_of("recorded", candidate_json(candidate));
+}
+
+Json generation_event(const SearchProgress& progress) {
+  return event_of("generation", progress_json(progress));
+}
+
+Json log_event(embedded::LogLevel level, std::string_view text) {
+  return event_of(
+      "log", {{"level", level == embedded::LogLevel::Error ? "error" : "warning"}, {"text", text}});
+}
+
+Json stopping_event(const SearchProgress& progress) {
+  return event_of("stopping", progress_json(progress));
+}
+
+Json ended_event(const embedded::SearchSummary& summary, const std::filesystem::path& database,
+                 std::string_view why) {
+  Json best = Json::array();
+  for (const CandidateRecorded& signal : summary.best)
+    best.push_back(candidate_json(signal));
+  Json members = {{"run_id", summary.run_id},
+                  {"database", database.string()},
+                  {"stop_cause", embedded::to_text(summary.stop_cause)},
+                  {"why", why}};
+  members.update(progress_json(summary.progress));
+  members["best"] = best;
+  return event_of("ended", members);
+}
+
+Json metrics_event(const genetic::Mapping& metrics) {
+  return event_of("metrics", to_json(Value(metrics)));
+}
+
+std::string json_line(const Json& event) {
+  return event.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace varnholt::app

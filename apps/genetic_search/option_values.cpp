@@ -1,0 +1,73 @@
+#include "apps/genetic_search/option_values.hpp"
+
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <string_view>
+#include <system_error>
+
+#include <fmt/format.h>
+
+#include "apps/genetic_search/text_layout.hpp"
+#include "apps/genetic_search/usage_error.hpp"
+
+namespace varnholt::app {
+namespace {
+
+[[noreturn]] void refuse(const std::string& option, const std::string& text,
+                         const std::string& wanted) {
+  throw UsageError(
+      fmt::format("{} wants {}, not \"{}\"", option, wanted, cut_to_width(on_one_line(text), 40)));
+}
+
+// A leading "+" is common on a command line, but nothing that from_chars reads.
+std::string_view without_plus(std::string_view text) {
+  if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
+  return text;
+}
+
+// Whether the whole text is one number, which `value` holds then.
+template <typename Number>
+bool reads_as(std::string_view text, Number& value) {
+  text = without_plus(text);
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  return error == std::errc() && end == text.data() + text.size();
+}
+
+std::string in_words(WholeRange range) {
+  if (range.most == std::numeric_limits<std::int64_t>::max()) {
+    return fmt::format("a whole number from {}", range.least);
+  }
+  return fmt::format("a whole number from {} to {}", range.least, range.most);
+}
+
+std::string in_words(RealRange range) {
+  const bool from = std::isfinite(range.least);
+  const bool to = std::isfinite(range.most);
+  if (!from && !to) return "a number";
+  if (!from) return fmt::format("a number up to {}", range.most);
+  const std::string start =
+      fmt::format("a number {} {}", range.above_least ? "above" : "from", range.least);
+  return to ? fmt::format("{} to {}", start, range.most) : start;
+}
+
+}  // namespace
+
+std::int64_t whole_number(const std::string& option, const std::string& text, WholeRange range) {
+  std::int64_t value = 0;
+  if (!reads_as(text, value) || value < range.least || value > range.most) {
+    refuse(option, text, in_words(range));
+  }
+  return value;
+}
+
+double real_number(const std::string& option, const std::string& text, RealRange range) {
+  double value = 0.0;
+  if (!reads_as(text, value) || !std::isfinite(value) || value < range.least ||
+      value > range.most || (range.above_least && value == range.least)) {
+    refuse(option, text, in_words(range));
+  }
+  return value;
+}
+
+}  // namespace varnholt::app

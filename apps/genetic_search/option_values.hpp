@@ -1,0 +1,30 @@
+// Reads the values of options.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace varnholt::app {
+
+// Which numbers an option takes.
+struct WholeRange {
+  std::int64_t least;
+  std::int64_t most;
+};
+
+struct RealRange {
+  double least;
+  double most;
+  bool above_least = false;  // Whether `least` itself is refused.
+};
+
+// The value of `option` that `text` writes: decimal digits, with a sign where the range has room
+// for one. Throws UsageError that names option, text and range.
+[[nodiscard]] std::int64_t whole_number(const std::string& option, const std::string& text,
+                                        WholeRange range);
+
+// As above, for a decimal number such as "0.3", "-1" or "1e-3".
+[[nodiscard]] double real_number(const std::string& option, const std::string& text,
+                                 RealRange range);
+
+}  // namespace varnholt::app

@@ -1,0 +1,76 @@
+#include "apps/genetic_search/program.hpp"
+
+#include <exception>
+#include <variant>
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include "apps/genetic_search/check_prices_command.hpp"
+#include "apps/genetic_search/error_report.hpp"
+#include "apps/genetic_search/exit_codes.hpp"
+#include "apps/genetic_search/output.hpp"
+#include "apps/genetic_search/signals.hpp"
+#include "apps/genetic_search/terminal.hpp"
+
+namespace varnholt::app {
+namespace {
+
+class Commands {
+ public:
+  Commands(const RunSearch& search, const RunOutputs& outputs,
+           const embedded::InterruptFlag& interrupt)
+      : search_(search), outputs_(outputs), interrupt_(interrupt) {}
+
+  int operator()(const RunCommand& command) const {
+    return run_command(command, search_, outputs_, interrupt_);
+  }
+  int operator()(const CheckPricesCommand& command) const {
+    check_prices_command(command, outputs_.text);
+    return kExitDone;
+  }
+  int operator()(const ShowText& command) const {
+    outputs_.text.write(command.text);
+    outputs_.text.throw_if_failed();
+    return kExitDone;
+  }
+
+ private:
+  const RunSearch& search_;
+  RunOutputs outputs_;
+  const embedded::InterruptFlag& interrupt_;
+};
+
+// Errors go to `outputs.messages`; what cannot be written there cannot be told.
+int run_and_tell_errors(const std::vector<std::string>& arguments, const RunSearch& search,
+                        const RunOutputs& outputs, const embedded::InterruptFlag& interrupt) {
+  const auto tell = [&outputs](const std::string& text) {
+    outputs.messages.write(fmt::format("{}: {}\n", kProgramName, text));
+  };
+  try {
+    return std::visit(Commands(search, outputs, interrupt), parse_command_line(arguments));
+  } catch (const ReaderGone&) {
+    // Nobody is left to whom it would be news.
+    return kExitReaderGone;
+  } catch (const std::exception& error) {
+    tell(error_text(error));
+    return is_about_input(error) ? kExitBadInput : kExitFailure;
+  }
+}
+
+}  // namespace
+
+int run_program(const std::vector<std::string>& arguments, const RunSearch& search) {
+  fill_standard_descriptors();
+  const SignalGuard signals;
+  embedded::InterruptFlag& interrupt = signals.flag();
+  Output text(STDOUT_FILENO, "standard output", interrupt, Output::Failure::EndsRun);
+  Output messages(STDERR_FILENO, "standard error", interrupt, Output::Failure::IsBorne);
+  try {
+    return run_and_tell_errors(arguments, search, {text, messages}, interrupt);
+  } catch (const embedded::InterruptedAtOnce&) {
+    return kExitInterrupted;
+  }
+}
+
+}  // namespace varnholt::app

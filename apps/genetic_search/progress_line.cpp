@@ -1,0 +1,101 @@
+#include "apps/genetic_search/progress_line.hpp"
+
+#include <algorithm>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "apps/genetic_search/failure_counts.hpp"
+#include "apps/genetic_search/text_layout.hpp"
+
+namespace varnholt::app {
+namespace {
+
+// To the beginning of the line, and clear to its end.
+constexpr const char* kEraseLine = "\r\x1b[K";
+
+constexpr std::size_t kShortestExpression = 16;
+constexpr std::size_t kGenerationReasons = 6;
+
+double best_quality(const embedded::CandidateRecorded& best) {
+  return best.statistics ? best.statistics->quality_score : 0.0;
+}
+
+}  // namespace
+
+double candidates_a_second(const embedded::SearchProgress& progress) {
+  if (!(progress.elapsed_seconds > 0.0)) return 0.0;
+  return static_cast<double>(progress.candidates) / progress.elapsed_seconds;
+}
+
+std::string failures_text(const std::map<std::string, std::int64_t>& failures, std::size_t limit) {
+  const std::vector<FailureCount> counts = most_frequent_first(failures);
+  std::string text;
+  std::size_t others = 0;
+  std::int64_t other_count = 0;
+  for (std::size_t i = 0; i < counts.size(); ++i) {
+    if (i < limit) {
+      text += fmt::format("{}{} {}", text.empty() ? "" : ", ", on_one_line(counts[i].first),
+                          counts[i].second);
+    } else {
+      ++others;
+      other_count += counts[i].second;
+    }
+  }
+  if (others > 0) {
+    text += fmt::format("{}{} other reason{} {}", text.empty() ? "" : ", ", others,
+                        others == 1 ? "" : "s", other_count);
+  }
+  return text;
+}
+
+std::string live_progress_text(const embedded::SearchProgress& progress,
+                               std::int64_t evaluated_in_batch, std::int64_t batch_size,
+                               std::size_t width) {
+  std::string line = fmt::format(
+      "gen {} {}/{} | {} cand {:.1f}/s | {} pass", progress.generation + 1, evaluated_in_batch,
+      batch_size, progress.candidates, candidates_a_second(progress), progress.passing);
+  const std::string failures =
+      progress.failures.empty() ? std::string() : " | fail " + failures_text(progress.failures, 3);
+  if (progress.best) {
+    line += fmt::format(" | best {:.2f}", best_quality(*progress.best));
+    const std::size_t used = column_count(line) + column_count(failures) + 1;
+    // The expression takes what the failures leave, or its shortest form and they what is left.
+    const std::size_t room = std::max(width > used ? width - used : 0, kShortestExpression);
+    line += " " + cut_to_width(on_one_line(progress.best->expression), room);
+  }
+  return cut_to_width(line + failures, width);
+}
+
+std::string generation_text(const embedded::SearchProgress& progress) {
+  std::string line =
+      fmt::format("generation {}: {} candidates, {:.1f} a second, {} passing", progress.generation,
+                  progress.candidates, candidates_a_second(progress), progress.passing);
+  if (progress.best) {
+    line += fmt::format(", best {:.2f} ({})", best_quality(*progress.best),
+                        progress.best->evaluation_id);
+  }
+  if (!progress.failures.empty()) {
+    line += ", failures: " + failures_text(progress.failures, kGenerationReasons);
+  }
+  return line + "\n";
+}
+
+bool LiveLine::is_too_soon(double now) const {
+  return last_ && now - *last_ < kPauseSeconds;
+}
+
+std::optional<std::string> LiveLine::draw(const std::string& line, double now) {
+  if (is_too_soon(now)) return std::nullopt;
+  last_ = now;
+  drawn_ = true;
+  return kEraseLine + line;
+}
+
+std::string LiveLine::erase() {
+  if (!drawn_) return {};
+  drawn_ = false;
+  return kEraseLine;
+}
+
+}  // namespace varnholt::app

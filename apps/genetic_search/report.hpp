@@ -1,0 +1,54 @@
+// What a run has to tell at its beginning and at its end, as texts.
+//
+// Every text consists of ended lines. `width` is that of the terminal; without one, nothing is
+// wrapped or cut.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "hosts/embedded/gates/gates.hpp"
+#include "hosts/embedded/search/search_events.hpp"
+#include "hosts/embedded/search/search_options.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::app {
+
+using Width = std::optional<std::size_t>;
+
+// What is searched, with what, and where it is stored.
+[[nodiscard]] std::string started_text(const embedded::SearchStarted& started);
+
+// Each entry of the metrics record, in the record's order.
+[[nodiscard]] std::string metrics_text(const genetic::Mapping& metrics, Width width);
+
+// A row for each signal: its rank, its id in the store, and
+//   sharpe, gross     annualised, after and before costs
+//   return %          a year, after costs
+//   turnover          fractions of the capital a day
+//   drawdown %        the deepest fall from a peak
+//   quality           what the signals are ranked by
+//   expression        wrapped beside the figures, or below them on a narrow terminal
+[[nodiscard]] std::string best_signals_text(const std::vector<embedded::CandidateRecorded>& best,
+                                            Width width);
+
+// Why nothing passed: the failures by reason, and for the most frequent one what to change.
+[[nodiscard]] std::string nothing_passed_text(const embedded::SearchProgress& progress,
+                                              const embedded::SearchOptions& options);
+
+// What to change for a candidate that fails for `reason`; empty for a reason without a remedy.
+[[nodiscard]] std::string mend_for(const std::string& reason,
+                                   const embedded::SearchOptions& options);
+
+// Why the run ended, in words and without a full stop.
+[[nodiscard]] std::string end_in_words(const embedded::SearchSummary& summary,
+                                       const embedded::SearchOptions& options);
+
+// The whole end of a run: metrics, best signals or why there are none, where everything is stored,
+// why it ended.
+[[nodiscard]] std::string summary_text(const embedded::SearchSummary& summary,
+                                       const embedded::SearchOptions& options, Width width);
+
+}  // namespace varnholt::app

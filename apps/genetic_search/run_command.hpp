@@ -1,0 +1,24 @@
+// "genetic-search run": a search, told while it goes on and at its end.
+#pragma once
+
+#include <functional>
+
+#include "apps/genetic_search/options.hpp"
+#include "apps/genetic_search/run_observer.hpp"
+#include "hosts/embedded/search/interrupt.hpp"
+#include "hosts/embedded/search/search_events.hpp"
+#include "hosts/embedded/search/search_options.hpp"
+
+namespace varnholt::app {
+
+// A search as search_run.hpp conducts it. Given from outside, so that tests can put another in its
+// place.
+using RunSearch = std::function<embedded::SearchSummary(
+    const embedded::SearchOptions&, embedded::SearchObserver&, const embedded::InterruptFlag&)>;
+
+// The exit code of the run. Errors are told here, because only here it is known whether the search
+// had begun, and with it whether an error is one of the input. What is no std::exception passes.
+[[nodiscard]] int run_command(const RunCommand& command, const RunSearch& search,
+                              const RunOutputs& outputs, const embedded::InterruptFlag& interrupt);
+
+}  // namespace varnholt::app

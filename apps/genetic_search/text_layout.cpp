@@ -1,0 +1,88 @@
+#include "apps/genetic_search/text_layout.hpp"
+
+namespace varnholt::app {
+namespace {
+
+constexpr std::string_view kEllipsis = "...";
+
+bool continues_code_point(char byte) {
+  return (static_cast<unsigned char>(byte) & 0xc0U) == 0x80U;
+}
+
+// The bytes that the first `width` columns of the text take.
+std::size_t bytes_of_columns(std::string_view text, std::size_t width) {
+  std::size_t columns = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (continues_code_point(text[i])) continue;
+    if (columns == width) return i;
+    ++columns;
+  }
+  return text.size();
+}
+
+bool breaks_after(char byte) {
+  return byte == ' ' || byte == ',' || byte == '(';
+}
+
+// Where a line that may take `limit` bytes ends: after the last place to break, or at the limit.
+std::size_t break_before(std::string_view text, std::size_t limit) {
+  // A blank right behind the limit ends the line as well as one inside it.
+  if (text[limit] == ' ') return limit;
+  for (std::size_t i = limit; i > 0; --i) {
+    if (breaks_after(text[i - 1])) return i;
+  }
+  return limit;
+}
+
+std::string_view without_blanks(std::string_view text) {
+  while (!text.empty() && text.front() == ' ')
+    text.remove_prefix(1);
+  while (!text.empty() && text.back() == ' ')
+    text.remove_suffix(1);
+  return text;
+}
+
+}  // namespace
+
+std::size_t column_count(std::string_view text) {
+  std::size_t columns = 0;
+  for (const char byte : text)
+    columns += continues_code_point(byte) ? 0 : 1;
+  return columns;
+}
+
+std::string on_one_line(std::string_view text) {
+  std::string line(text);
+  for (char& byte : line) {
+    const auto code = static_cast<unsigned char>(byte);
+    if (code < 0x20U || code == 0x7fU) byte = '?';
+  }
+  return line;
+}
+
+std::string cut_to_width(std::string_view text, std::size_t width) {
+  if (column_count(text) <= width) return std::string(text);
+  if (width <= kEllipsis.size()) return std::string(text.substr(0, bytes_of_columns(text, width)));
+  const std::size_t kept = bytes_of_columns(text, width - kEllipsis.size());
+  return std::string(text.substr(0, kept)).append(kEllipsis);
+}
+
+std::vector<std::string> wrap_text(std::string_view text, std::size_t width) {
+  std::vector<std::string> lines;
+  std::string_view rest = without_blanks(text);
+  while (width > 0 && column_count(rest) > width) {
+    const std::size_t end = break_before(rest, bytes_of_columns(rest, width));
+    lines.emplace_back(without_blanks(rest.substr(0, end)));
+    rest = without_blanks(rest.substr(end));
+  }
+  lines.emplace_back(rest);
+  return lines;
+}
+
+std::string padded(std::string_view text, std::size_t width, Align align) {
+  const std::size_t columns = column_count(text);
+  const std::string blanks(width > columns ? width - columns : 0, ' ');
+  return align == Align::Left ? std::string(text) + blanks : blanks + std::string(text);
+}
+
+}  // namespace varnholt::app

@@ -1,0 +1,31 @@
+// Texts laid out for lines of a fixed width.
+//
+// Widths are in columns. Each code point of UTF-8 counts as one column, which is right for all that
+// the program writes itself; wide characters in the name of a file would count too little.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace varnholt::app {
+
+[[nodiscard]] std::size_t column_count(std::string_view text);
+
+// The text as it can stand on one line: control characters become "?".
+[[nodiscard]] std::string on_one_line(std::string_view text);
+
+// The text if it fits into `width` columns, else its beginning and "...". Never cuts a code point.
+[[nodiscard]] std::string cut_to_width(std::string_view text, std::size_t width);
+
+// The text in lines of at most `width` columns, broken after blanks, commas and opening brackets
+// where there are any, else anywhere. Blanks at a break are dropped. At least one line.
+[[nodiscard]] std::vector<std::string> wrap_text(std::string_view text, std::size_t width);
+
+enum class Align { Left, Right };
+
+// The text with blanks to `width` columns; a longer text stays as it is.
+[[nodiscard]] std::string padded(std::string_view text, std::size_t width, Align align);
+
+}  // namespace varnholt::app

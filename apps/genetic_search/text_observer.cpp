@@ -1,0 +1,65 @@
+#include "apps/genetic_search/text_observer.hpp"
+
+#include <string>
+#include <utility>
+
+#include "apps/genetic_search/report.hpp"
+
+namespace varnholt::app {
+
+TextObserver::TextObserver(const RunOutputs& outputs, const embedded::InterruptFlag& interrupt,
+                           const embedded::SearchOptions& options, Style style)
+    : RunObserver(outputs, interrupt), options_(options), style_(std::move(style)) {}
+
+void TextObserver::clear() {
+  outputs().text.write(line_.erase());
+}
+
+void TextObserver::tell_started(const embedded::SearchStarted& started) {
+  batch_size_ = started.batch_size;
+  if (!style_.quiet) outputs().text.write(started_text(started));
+}
+
+void TextObserver::tell_progress(const embedded::SearchProgress& progress,
+                                 std::int64_t evaluated_in_batch) {
+  if (style_.quiet || !style_.terminal_width || line_.is_too_soon(progress.elapsed_seconds)) return;
+  // A line as wide as the terminal would leave the cursor on the next one.
+  const std::size_t columns = style_.terminal_width();
+  const std::string line =
+      live_progress_text(progress, evaluated_in_batch, batch_size_, columns > 1 ? columns - 1 : 1);
+  if (const auto drawing = line_.draw(line, progress.elapsed_seconds)) {
+    outputs().text.write(*drawing);
+  }
+}
+
+void TextObserver::tell_stopping(const embedded::SearchProgress& progress) {
+  message(stopping_text(progress));
+}
+
+void TextObserver::on_recorded(const embedded::CandidateRecorded& /*candidate*/) {}
+
+void TextObserver::on_generation(const embedded::SearchProgress& progress) {
+  if (style_.quiet || style_.terminal_width) return;
+  outputs().text.write(generation_text(progress));
+}
+
+void TextObserver::on_log(embedded::LogLevel level, std::string_view text) {
+  clear();
+  message((level == embedded::LogLevel::Error ? "error: " : "warning: ") + std::string(text));
+}
+
+// It is part of the end.
+void TextObserver::on_metrics(const genetic::Mapping& /*metrics*/) {}
+
+void TextObserver::finish(const embedded::SearchSummary& summary) {
+  clear();
+  Width width;
+  if (style_.terminal_width) width = style_.terminal_width();
+  // Between the lines of the generations and the end; a terminal has erased its line.
+  if (!style_.quiet && !style_.terminal_width && summary.progress.generation > 0) {
+    outputs().text.write("\n");
+  }
+  outputs().text.write(summary_text(summary, options_, width));
+}
+
+}  // namespace varnholt::app

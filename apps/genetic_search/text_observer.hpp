@@ -1,0 +1,47 @@
+// Tells a run to people.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+
+#include "apps/genetic_search/progress_line.hpp"
+#include "apps/genetic_search/run_observer.hpp"
+#include "hosts/embedded/search/search_options.hpp"
+
+namespace varnholt::app {
+
+// On a terminal one line is drawn anew while the search goes on; elsewhere each generation adds a
+// line. Warnings go to the messages, with the line out of the way.
+class TextObserver : public RunObserver {
+ public:
+  struct Style {
+    // The width of the terminal now; none where the text goes elsewhere.
+    std::function<std::size_t()> terminal_width;
+    bool quiet = false;  // Only warnings and the end.
+  };
+
+  TextObserver(const RunOutputs& outputs, const embedded::InterruptFlag& interrupt,
+               const embedded::SearchOptions& options, Style style);
+
+  void finish(const embedded::SearchSummary& summary) override;
+  void clear() override;
+
+  void on_recorded(const embedded::CandidateRecorded& candidate) override;
+  void on_generation(const embedded::SearchProgress& progress) override;
+  void on_log(embedded::LogLevel level, std::string_view text) override;
+  void on_metrics(const genetic::Mapping& metrics) override;
+
+ private:
+  void tell_started(const embedded::SearchStarted& started) override;
+  void tell_progress(const embedded::SearchProgress& progress,
+                     std::int64_t evaluated_in_batch) override;
+  void tell_stopping(const embedded::SearchProgress& progress) override;
+
+  embedded::SearchOptions options_;
+  Style style_;
+  LiveLine line_;
+  std::int64_t batch_size_ = 0;
+};
+
+}  // namespace varnholt::app

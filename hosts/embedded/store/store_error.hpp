@@ -1,0 +1,20 @@
+// The one error of the store.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace varnholt::embedded {
+
+// Names the file, what was being done and why it failed, and the mend:
+// "store /data/runs.db: recording evaluations failed: database is locked; another process is ...".
+class StoreError : public std::runtime_error {
+ public:
+  StoreError(const std::string& path, std::string_view trouble, std::string_view mend)
+      : std::runtime_error(
+            std::string("store ").append(path).append(": ").append(trouble).append("; ").append(
+                mend)) {}
+};
+
+}  // namespace varnholt::embedded

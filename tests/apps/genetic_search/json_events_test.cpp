@@ -1,0 +1,124 @@
+// Goal: every event is one line of valid JSON with all its members and without a NaN.
+// Method: hand-made events, read back by the JSON library.
+#include "apps/genetic_search/json_events.hpp"
+
+#include <limits>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "search_templates/genetic/value/errors.hpp"
+#include "tests/apps/genetic_search/samples.hpp"
+
+namespace varnholt::app {
+namespace {
+
+using genetic::List;
+using genetic::Mapping;
+using genetic::Tuple;
+using genetic::Value;
+
+std::vector<std::string> members(const Json& event) {
+  std::vector<std::string> names;
+  for (const auto& item : event.items())
+    names.push_back(item.key());
+  return names;
+}
+
+TEST(JsonEvents, ConvertEachKindOfValue) {
+  const double infinity = std::numeric_limits<double>::infinity();
+  const Value value = Mapping{{"absent", Value()},
+                              {"truth", true},
+                              {"whole", 9223372036854775807},
+                              {"real", 0.5},
+                              {"infinite", infinity},
+                              {"nan", std::numeric_limits<double>::quiet_NaN()},
+                              {"text", "a\"b"},
+                              {"list", List{1, 2}},
+                              {"tuple", Tuple{3}},
+                              {"mapping", Mapping{{4, 5}}}};
+  EXPECT_EQ(to_json(value).dump(),
+            R"({"absent":null,"truth":true,"whole":9223372036854775807,"real":0.5,)"
+            R"("infinite":null,"nan":null,"text":"a\"b","list":[1,2],"tuple":[3],)"
+            R"("mapping":{"4":5}})");
+}
+
+TEST(JsonEvents, RefuseWhatIsNestedTooDeeply) {
+  Value deep = 1;
+  for (int i = 0; i < 2000; ++i)
+    deep = List{deep};
+  EXPECT_THROW(static_cast<void>(to_json(deep)), genetic::RecursionError);
+}
+
+TEST(JsonEvents, AreOneLineEach) {
+  const std::string line = json_line(log_event(embedded::LogLevel::Warning, "a\nb"));
+  EXPECT_EQ(line, "{\"event\":\"log\",\"level\":\"warning\",\"text\":\"a\\nb\"}\n");
+}
+
+TEST(JsonEvents, ReplaceBytesThatAreNoUtf8) {
+  const std::string line = json_line(log_event(embedded::LogLevel::Error, "a\xff"));
+  EXPECT_TRUE(Json::accept(line));
+  EXPECT_EQ(Json::parse(line)["text"], "a\uFFFD");
+}
+
+TEST(JsonEvents, TellTheStart) {
+  EXPECT_EQ(started_event(samples::started()).dump(),
+            R"({"event":"started","run_id":7,"prices":"prices.csv","database":"runs.db",)"
+            R"("instruments":4,"days":3268,"first_date":"2000-03-01","last_date":"2013-03-01",)"
+            R"("jobs":2,"batch_size":32,"seed":123})");
+}
+
+TEST(JsonEvents, TellACandidateWithTheSameMembersWhetherItPassedOrNot) {
+  const Json passed = recorded_event(samples::passing(17, 1.32));
+  const Json failed = recorded_event(samples::failing(18));
+  EXPECT_EQ(members(passed), members(failed));
+  EXPECT_EQ(passed["event"], "recorded");
+  EXPECT_EQ(passed["failure_reason"], nullptr);
+  EXPECT_EQ(passed["statistics"]["sharpe"], 1.234);
+  EXPECT_EQ(passed["statistics"].size(), 12U);
+  EXPECT_EQ(failed["failure_detail"], "sharpe 0.12 is below 0.3");
+  EXPECT_EQ(failed["expression"], nullptr);
+  EXPECT_EQ(failed["statistics"], nullptr);
+}
+
+TEST(JsonEvents, WriteNoNan) {
+  embedded::CandidateRecorded candidate = samples::passing(1, 1.0);
+  candidate.statistics->sharpe = std::numeric_limits<double>::quiet_NaN();
+  candidate.statistics->drawdown = std::numeric_limits<double>::infinity();
+  const std::string line = json_line(recorded_event(candidate));
+  EXPECT_TRUE(Json::parse(line)["statistics"]["sharpe"].is_null());
+  EXPECT_TRUE(Json::parse(line)["statistics"]["drawdown"].is_null());
+}
+
+TEST(JsonEvents, TellAGeneration) {
+  EXPECT_EQ(generation_event(samples::progress()).dump(),
+            R"({"event":"generation","generation":3,"candidates":96,)"
+            R"("candidates_per_second":24.0,"passing":12,)"
+            R"("failures":{"sharpe_min":60,"turnover_max":20,"worker_timeout":4},)"
+            R"("best_evaluation_id":17,"elapsed_seconds":4.0})");
+  EXPECT_EQ(generation_event({})["best_evaluation_id"], nullptr);
+  EXPECT_EQ(generation_event({})["failures"], Json::object());
+}
+
+TEST(JsonEvents, TellTheEnd) {
+  const Json ended = ended_event(samples::summary(), "runs.db", "the limit was reached");
+  EXPECT_EQ(ended["event"], "ended");
+  EXPECT_EQ(ended["stop_cause"], "generations");
+  EXPECT_EQ(ended["why"], "the limit was reached");
+  EXPECT_EQ(ended["database"], "runs.db");
+  ASSERT_EQ(ended["best"].size(), 2U);
+  EXPECT_EQ(ended["best"][0]["evaluation_id"], 17);
+  EXPECT_EQ(ended["best"][0]["expression"], "arith_add(cross_rank(ts_delta(close, 5)), volume)");
+}
+
+TEST(JsonEvents, HoldTheThirteenEntriesOfTheMetricsRecord) {
+  const Json metrics = metrics_event(samples::metrics());
+  EXPECT_EQ(metrics["event"], "metrics");
+  EXPECT_EQ(metrics.size(), 14U);
+  EXPECT_EQ(members(metrics)[0], "event");
+  EXPECT_EQ(metrics["terminal_reason"], "stopped");
+  EXPECT_EQ(metrics["determinism_metadata"]["seed"], 123);
+}
+
+}  // namespace
+}  // namespace varnholt::app

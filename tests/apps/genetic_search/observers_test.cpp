@@ -1,0 +1,189 @@
+// Goal: each way of telling a run writes what it should, where it should, and no more often.
+// Method: events by hand, read from two pipes.
+#include <array>
+#include <optional>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "apps/genetic_search/json_observer.hpp"
+#include "apps/genetic_search/text_observer.hpp"
+#include "tests/apps/genetic_search/samples.hpp"
+
+namespace varnholt::app {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+// An output that can be read at once.
+class Captured {
+ public:
+  explicit Captured(embedded::InterruptFlag& interrupt)
+      : ends_(open_pipe()), output(ends_[1], "the pipe", interrupt, Output::Failure::EndsRun) {}
+  ~Captured() {
+    for (const int end : ends_)
+      close(end);
+  }
+  Captured(const Captured&) = delete;
+  Captured& operator=(const Captured&) = delete;
+
+  // What was written since the last call.
+  [[nodiscard]] std::string take() const {
+    std::array<char, 65536> buffer = {};
+    const ssize_t size = read(ends_[0], buffer.data(), buffer.size());
+    return {buffer.data(), static_cast<std::size_t>(size > 0 ? size : 0)};
+  }
+
+ private:
+  static std::array<int, 2> open_pipe() {
+    std::array<int, 2> ends = {};
+    if (pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) throw std::runtime_error("no pipe");
+    return ends;
+  }
+
+  std::array<int, 2> ends_;
+
+ public:
+  Output output;
+};
+
+class Observers : public ::testing::Test {
+ protected:
+  TextObserver text_observer(std::optional<std::size_t> width, bool quiet = false) {
+    TextObserver::Style style;
+    if (width) style.terminal_width = [width] { return *width; };
+    style.quiet = quiet;
+    return {{text.output, messages.output}, interrupt, options, style};
+  }
+  JsonObserver json_observer(bool quiet = false) {
+    return {{text.output, messages.output}, interrupt, options, quiet};
+  }
+
+  embedded::InterruptFlag interrupt;
+  Captured text{interrupt};
+  Captured messages{interrupt};
+  embedded::SearchOptions options;
+};
+
+embedded::SearchProgress progress_at(double seconds) {
+  embedded::SearchProgress progress = samples::progress();
+  progress.elapsed_seconds = seconds;
+  return progress;
+}
+
+TEST_F(Observers, DrawOneLineOverAndOverOnATerminal) {
+  TextObserver observer = text_observer(60);
+  observer.on_started(samples::started());
+  EXPECT_THAT(text.take(), StartsWith("prices  prices.csv"));
+  observer.on_tick(progress_at(1.0), 1);
+  const std::string line = text.take();
+  EXPECT_THAT(line, StartsWith("\r\x1b[Kgen 4 1/32 | 96 cand 96.0/s"));
+  EXPECT_EQ(line.size(), 4U + 59U);  // One column less than the terminal has.
+  observer.on_tick(progress_at(1.05), 2);
+  EXPECT_EQ(text.take(), "");  // Too soon.
+  observer.on_generation(progress_at(1.5));
+  EXPECT_EQ(text.take(), "");  // Not on a terminal.
+  observer.on_tick(progress_at(1.5), 3);
+  EXPECT_THAT(text.take(), StartsWith("\r\x1b[Kgen 4 3/32"));
+  observer.finish(samples::summary());
+  EXPECT_THAT(text.take(), AllOf(StartsWith("\r\x1b[KMetrics\n"), EndsWith("was reached.\n")));
+  EXPECT_EQ(messages.take(), "");
+}
+
+TEST_F(Observers, TakeTheLineAwayForAWarning) {
+  TextObserver observer = text_observer(60);
+  observer.on_tick(progress_at(1.0), 1);
+  static_cast<void>(text.take());
+  observer.on_log(embedded::LogLevel::Warning, "careful");
+  EXPECT_EQ(text.take(), "\r\x1b[K");
+  EXPECT_EQ(messages.take(), "genetic-search: warning: careful\n");
+  observer.on_log(embedded::LogLevel::Error, "two\nlines");
+  EXPECT_EQ(messages.take(), "genetic-search: error: two?lines\n");
+  EXPECT_EQ(text.take(), "");
+}
+
+TEST_F(Observers, AddALineAGenerationWhereThereIsNoTerminal) {
+  TextObserver observer = text_observer(std::nullopt);
+  observer.on_started(samples::started());
+  static_cast<void>(text.take());
+  observer.on_tick(progress_at(1.0), 1);
+  EXPECT_EQ(text.take(), "");
+  observer.on_generation(samples::progress());
+  EXPECT_THAT(text.take(), AllOf(StartsWith("generation 3: "), EndsWith("\n")));
+  observer.finish(samples::summary());
+  EXPECT_THAT(text.take(), StartsWith("\nMetrics\n"));
+}
+
+TEST_F(Observers, TellOnlyTheEndWhenQuiet) {
+  TextObserver observer = text_observer(60, true);
+  observer.on_started(samples::started());
+  observer.on_tick(progress_at(1.0), 1);
+  observer.on_generation(samples::progress());
+  EXPECT_EQ(text.take(), "");
+  observer.on_log(embedded::LogLevel::Warning, "careful");
+  EXPECT_NE(messages.take(), "");
+  observer.finish(samples::summary());
+  EXPECT_THAT(text.take(), StartsWith("Metrics\n"));
+}
+
+TEST_F(Observers, TellOnceThatTheyAreStopping) {
+  TextObserver observer = text_observer(60);
+  observer.on_tick(progress_at(1.0), 1);
+  EXPECT_EQ(messages.take(), "");
+  interrupt.requests = 1;
+  static_cast<void>(text.take());
+  observer.on_tick(progress_at(2.0), 2);
+  observer.on_tick(progress_at(3.0), 3);
+  EXPECT_EQ(messages.take(),
+            "genetic-search: stopping after 96 candidates (press Ctrl-C again to end at once)\n");
+  EXPECT_THAT(text.take(), StartsWith("\r\x1b[K\r\x1b[Kgen"));
+}
+
+TEST_F(Observers, KnowWhetherTheSearchHasBegun) {
+  TextObserver observer = text_observer(60);
+  EXPECT_FALSE(observer.has_started());
+  observer.on_started(samples::started());
+  EXPECT_TRUE(observer.has_started());
+}
+
+TEST_F(Observers, TellMachinesOneEventALineWithTheMetricsLast) {
+  JsonObserver observer = json_observer();
+  observer.on_started(samples::started());
+  observer.on_tick(progress_at(1.0), 1);
+  observer.on_recorded(samples::passing(17, 1.32));
+  observer.on_generation(samples::progress());
+  observer.on_log(embedded::LogLevel::Warning, "careful");
+  interrupt.requests = 1;
+  observer.on_tick(progress_at(2.0), 1);
+  observer.on_metrics(samples::metrics());
+  observer.finish(samples::summary());
+  std::vector<std::string> events;
+  std::istringstream lines(text.take());
+  for (std::string line; std::getline(lines, line);)
+    events.push_back(Json::parse(line)["event"].get<std::string>());
+  EXPECT_THAT(events, ::testing::ElementsAre("started", "recorded", "generation", "log", "stopping",
+                                             "ended", "metrics"));
+  EXPECT_THAT(messages.take(), HasSubstr("stopping after 96 candidates"));
+}
+
+TEST_F(Observers, TellMachinesOnlyTheEndWhenQuiet) {
+  JsonObserver observer = json_observer(true);
+  observer.on_started(samples::started());
+  observer.on_recorded(samples::passing(17, 1.32));
+  observer.on_generation(samples::progress());
+  EXPECT_EQ(text.take(), "");
+  observer.finish(samples::summary());
+  EXPECT_THAT(text.take(), StartsWith("{\"event\":\"ended\""));
+}
+
+}  // namespace
+}  // namespace varnholt::app

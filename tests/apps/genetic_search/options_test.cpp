@@ -1,0 +1,220 @@
+// Goal: each argument reaches its setting, and each mistake is an error with its name and mend.
+// Method: command lines given as words.
+#include "apps/genetic_search/options.hpp"
+
+#include <sstream>
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "apps/genetic_search/usage_error.hpp"
+
+namespace varnholt::app {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using Words = std::vector<std::string>;
+
+RunCommand parse_run(Words words) {
+  words.insert(words.begin(), "run");
+  return std::get<RunCommand>(parse_command_line(words));
+}
+
+std::string usage_error(const Words& words) {
+  try {
+    static_cast<void>(parse_command_line(words));
+  } catch (const UsageError& error) {
+    return error.what();
+  }
+  return "no error";
+}
+
+std::string shown_text(const Words& words) {
+  return std::get<ShowText>(parse_command_line(words)).text;
+}
+
+TEST(Options, LeaveTheHostsDefaults) {
+  const RunCommand run = parse_run({"--prices", "p.csv"});
+  const embedded::SearchOptions defaults;
+  EXPECT_EQ(run.search.prices, "p.csv");
+  EXPECT_EQ(run.search.database, kDefaultDatabase);
+  EXPECT_EQ(run.search.jobs, std::nullopt);
+  EXPECT_FALSE(run.search.batch_size.has_value());
+  EXPECT_EQ(run.search.generations, std::nullopt);
+  EXPECT_EQ(run.search.candidates, std::nullopt);
+  EXPECT_EQ(run.search.seconds, std::nullopt);
+  EXPECT_EQ(run.search.seed, std::nullopt);
+  EXPECT_EQ(run.search.worker_memory_limit_bytes, std::nullopt);
+  EXPECT_EQ(run.search.graphs.max_depth, defaults.graphs.max_depth);
+  EXPECT_EQ(run.search.gates.min_sharpe, defaults.gates.min_sharpe);
+  EXPECT_EQ(run.search.timeout_seconds, defaults.timeout_seconds);
+  EXPECT_EQ(run.search.best_count, defaults.best_count);
+  EXPECT_FALSE(run.json);
+  EXPECT_FALSE(run.quiet);
+}
+
+TEST(Options, ReachTheirSettings) {
+  const RunCommand run =
+      parse_run({"--prices=p.csv", "--db=d.db", "--jobs=3", "--batch-size=64", "--generations=4",
+                 "--candidates=5", "--seconds=6.5", "--seed=9223372036854775807", "--max-depth=7",
+                 "--max-nodes=8", "--max-window=9", "--cost-bps=1.5", "--timeout=2.5",
+                 "--worker-memory=2", "--best=0", "--json", "--quiet"});
+  EXPECT_EQ(run.search.database, "d.db");
+  EXPECT_EQ(run.search.jobs, 3);
+  EXPECT_EQ(run.search.batch_size->integer(), 64);
+  EXPECT_EQ(run.search.generations, 4);
+  EXPECT_EQ(run.search.candidates, 5);
+  EXPECT_EQ(run.search.seconds, 6.5);
+  EXPECT_EQ(run.search.seed, 9223372036854775807U);
+  EXPECT_EQ(run.search.graphs.max_depth, 7);
+  EXPECT_EQ(run.search.graphs.max_nodes, 8U);
+  EXPECT_EQ(run.search.graphs.max_window, 9);
+  EXPECT_EQ(run.search.cost_basis_points, 1.5);
+  EXPECT_EQ(run.search.timeout_seconds, 2.5);
+  EXPECT_EQ(run.search.worker_memory_limit_bytes, 2 * 1024 * 1024);
+  EXPECT_EQ(run.search.best_count, 0);
+  EXPECT_TRUE(run.json);
+  EXPECT_TRUE(run.quiet);
+}
+
+TEST(Options, ReachTheirGates) {
+  const embedded::GateThresholds gates =
+      parse_run({"--prices=p", "--min-sharpe", "-1", "--min-gross-sharpe=0.2", "--max-turnover=0.3",
+                 "--max-weight=0.4", "--max-net-exposure=0.5", "--min-gross-exposure=0.6"})
+          .search.gates;
+  EXPECT_EQ(gates.min_sharpe, -1.0);
+  EXPECT_EQ(gates.min_gross_returns_sharpe, 0.2);
+  EXPECT_EQ(gates.max_turnover, 0.3);
+  EXPECT_EQ(gates.max_max_weight, 0.4);
+  EXPECT_EQ(gates.max_delta_exposure, 0.5);
+  EXPECT_EQ(gates.min_abs_weight_sum_mean, 0.6);
+}
+
+TEST(Options, ReadNumbersAsDecimal) {
+  EXPECT_EQ(parse_run({"--prices=p", "--jobs=010"}).search.jobs, 10);
+  EXPECT_EQ(parse_run({"--prices=p", "--jobs=+2"}).search.jobs, 2);
+  EXPECT_EQ(parse_run({"--prices=p", "--seconds=1e-3"}).search.seconds, 0.001);
+}
+
+TEST(Options, LetTheLastOfARepeatedOneCount) {
+  EXPECT_EQ(parse_run({"--prices=p", "--prices=q", "--seed=1", "--seed=2"}).search.prices, "q");
+}
+
+struct Mistake {
+  Words words;
+  const char* told;
+};
+
+class OptionMistakes : public ::testing::TestWithParam<Mistake> {};
+
+TEST_P(OptionMistakes, AreToldWithNameAndMend) {
+  const std::string text = usage_error(GetParam().words);
+  EXPECT_THAT(text, HasSubstr(GetParam().told));
+  EXPECT_THAT(text, HasSubstr("--help"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, OptionMistakes,
+    ::testing::Values(
+        Mistake{{}, "no command is given"}, Mistake{{"bogus"}, "unknown argument \"bogus\""},
+        Mistake{{"run"}, "name one with --prices FILE"},
+        Mistake{{"run", "--prices"}, "--prices: 1 required FILE missing"},
+        Mistake{{"run", "--prices="}, "--prices"},
+        Mistake{{"run", "--prices", ""}, "--prices wants the name of a file"},
+        Mistake{{"run", "--prices=p", "--bogus"}, "unknown argument \"--bogus\""},
+        Mistake{{"run", "--prices=p", "extra"}, "unknown argument \"extra\""},
+        Mistake{{"run", "--prices=p", "--jobs=0"},
+                "--jobs wants a whole number from 1 to 4096, not \"0\""},
+        Mistake{{"run", "--prices=p", "--jobs=2.5"}, "--jobs wants a whole number"},
+        Mistake{{"run", "--prices=p", "--jobs=0x10"}, "--jobs wants a whole number"},
+        Mistake{{"run", "--prices=p", "--generations=0"},
+                "--generations wants a whole number from 1, not \"0\""},
+        Mistake{{"run", "--prices=p", "--candidates=-1"}, "--candidates wants a whole number"},
+        Mistake{{"run", "--prices=p", "--seed=9223372036854775808"}, "--seed wants a whole number"},
+        Mistake{{"run", "--prices=p", "--seconds=0"},
+                "--seconds wants a number above 0, not \"0\""},
+        Mistake{{"run", "--prices=p", "--seconds=nan"}, "--seconds wants a number"},
+        Mistake{{"run", "--prices=p", "--seconds=inf"}, "--seconds wants a number"},
+        Mistake{{"run", "--prices=p", "--seconds=1s"}, "--seconds wants a number"},
+        Mistake{{"run", "--prices=p", "--cost-bps=10001"},
+                "--cost-bps wants a number from 0 to 10000, not \"10001\""},
+        Mistake{{"run", "--prices=p", "--min-sharpe=high"},
+                "--min-sharpe wants a number, not \"high\""},
+        Mistake{{"run", "--prices=p", "--max-turnover=-0.1"}, "--max-turnover wants a number"},
+        Mistake{{"run", "--prices=p", "--json=3"}, "json"},
+        Mistake{{"check-prices"}, "name it after check-prices"},
+        Mistake{{"check-prices", "a", "b"}, "unknown argument \"b\""},
+        Mistake{{"check-prices", "a", "--list=-1"}, "--list wants a whole number from 0"}));
+
+TEST(Options, PointToThePageOfTheCommand) {
+  EXPECT_THAT(usage_error({"run"}), HasSubstr("\"genetic-search run --help\""));
+  EXPECT_THAT(usage_error({"check-prices"}), HasSubstr("\"genetic-search check-prices --help\""));
+  EXPECT_THAT(usage_error({}), HasSubstr("\"genetic-search --help\""));
+}
+
+TEST(Options, ShowAMistakeOnOneShortLine) {
+  const std::string text = usage_error({"run", "--jobs", std::string(1000, '7') + "\n\x1b[2J"});
+  EXPECT_LT(text.size(), 200U);
+  EXPECT_EQ(text.find('\n'), std::string::npos);
+}
+
+TEST(Options, TellWhatToCheck) {
+  const auto check =
+      std::get<CheckPricesCommand>(parse_command_line({"check-prices", "p.csv", "--list", "3"}));
+  EXPECT_EQ(check.prices, "p.csv");
+  EXPECT_EQ(check.list_limit, 3U);
+}
+
+TEST(Options, TellTheVersion) {
+  EXPECT_THAT(shown_text({"--version"}), ::testing::MatchesRegex("genetic-search [0-9.]+\n"));
+}
+
+TEST(Options, HaveAHelpForEachCommand) {
+  EXPECT_THAT(shown_text({"--help"}), AllOf(HasSubstr("run"), HasSubstr("check-prices")));
+  EXPECT_THAT(shown_text({"check-prices", "--help"}), HasSubstr("check-prices FILE"));
+  const std::string help = shown_text({"run", "--help"});
+  for (const char* option : {"--prices",
+                             "--db",
+                             "--generations",
+                             "--candidates",
+                             "--seconds",
+                             "--batch-size",
+                             "--seed",
+                             "--max-depth",
+                             "--max-nodes",
+                             "--max-window",
+                             "--cost-bps",
+                             "--min-sharpe",
+                             "--min-gross-sharpe",
+                             "--max-turnover",
+                             "--max-weight",
+                             "--max-net-exposure",
+                             "--min-gross-exposure",
+                             "--jobs",
+                             "--timeout",
+                             "--worker-memory",
+                             "--best",
+                             "--json",
+                             "--quiet",
+                             "--help"}) {
+    EXPECT_THAT(help, HasSubstr(std::string(option))) << option;
+  }
+  const embedded::SearchOptions defaults;
+  EXPECT_THAT(help, AllOf(HasSubstr(fmt::format("Default: {}.", defaults.gates.min_sharpe)),
+                          HasSubstr(fmt::format("Default: {}.", defaults.graphs.max_depth)),
+                          HasSubstr("Exit codes")));
+}
+
+TEST(Options, HaveAHelpThatFitsAnOldTerminal) {
+  for (const Words& words :
+       {Words{"--help"}, Words{"run", "--help"}, Words{"check-prices", "--help"}}) {
+    std::istringstream lines(shown_text(words));
+    for (std::string line; std::getline(lines, line);)
+      EXPECT_LE(line.size(), 80U) << line;
+  }
+}
+
+}  // namespace
+}  // namespace varnholt::app

@@ -1,0 +1,82 @@
+// Goal: the progress of a search is told whole where there is room, and within the width always.
+// Method: hand-made progress at all widths; the drawn line at hand-made times.
+#include "apps/genetic_search/progress_line.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "apps/genetic_search/text_layout.hpp"
+#include "tests/apps/genetic_search/samples.hpp"
+
+namespace varnholt::app {
+namespace {
+
+TEST(ProgressLine, TellsEverythingWhereThereIsRoom) {
+  EXPECT_EQ(live_progress_text(samples::progress(), 12, 32, 200),
+            "gen 4 12/32 | 96 cand 24.0/s | 12 pass | best 1.32 "
+            "arith_add(cross_rank(ts_delta(close, 5)), volume)"
+            " | fail sharpe_min 60, turnover_max 20, worker_timeout 4");
+}
+
+TEST(ProgressLine, ShortensTheExpressionFirst) {
+  EXPECT_EQ(live_progress_text(samples::progress(), 12, 32, 130),
+            "gen 4 12/32 | 96 cand 24.0/s | 12 pass | best 1.32 arith_add(cross_rank..."
+            " | fail sharpe_min 60, turnover_max 20, worker_timeout 4");
+}
+
+TEST(ProgressLine, FitsEveryWidth) {
+  for (std::size_t width = 0; width < 160; ++width) {
+    EXPECT_LE(column_count(live_progress_text(samples::progress(), 12, 32, width)), width);
+  }
+}
+
+TEST(ProgressLine, SaysNothingOfABestOrFailuresThatAreNotThere) {
+  EXPECT_EQ(live_progress_text({}, 0, 32, 200), "gen 1 0/32 | 0 cand 0.0/s | 0 pass");
+}
+
+TEST(ProgressLine, KeepsControlCharactersOffTheTerminal) {
+  embedded::SearchProgress progress = samples::progress();
+  progress.failures = {{"a\x1b[2Jb", 1}};
+  progress.best->expression = "x\ny";
+  const std::string line = live_progress_text(progress, 0, 32, 200);
+  EXPECT_EQ(line.find('\x1b'), std::string::npos);
+  EXPECT_EQ(line.find('\n'), std::string::npos);
+}
+
+TEST(ProgressLine, ListsTheMostFrequentFailuresFirst) {
+  EXPECT_EQ(failures_text({{"a", 1}, {"b", 9}, {"c", 5}, {"d", 5}}, 2),
+            "b 9, c 5, 2 other reasons 6");
+  EXPECT_EQ(failures_text({{"a", 1}, {"b", 9}}, 1), "b 9, 1 other reason 1");
+  EXPECT_EQ(failures_text({}, 3), "");
+}
+
+TEST(ProgressLine, HasALineForACompletedGeneration) {
+  EXPECT_EQ(generation_text(samples::progress()),
+            "generation 3: 96 candidates, 24.0 a second, 12 passing, best 1.32 (17), failures: "
+            "sharpe_min 60, turnover_max 20, worker_timeout 4\n");
+}
+
+TEST(LiveLine, IsDrawnOverItselfAndErasedOnce) {
+  LiveLine line;
+  EXPECT_EQ(line.erase(), "");
+  EXPECT_EQ(line.draw("abc", 0.0), "\r\x1b[Kabc");
+  EXPECT_EQ(line.erase(), "\r\x1b[K");
+  EXPECT_EQ(line.erase(), "");
+}
+
+TEST(LiveLine, IsDrawnTenTimesASecondAtMost) {
+  LiveLine line;
+  int drawn = 0;
+  for (int millisecond = 0; millisecond < 2000; ++millisecond) {
+    const double now = static_cast<double>(millisecond) / 1000.0;
+    const bool too_soon = line.is_too_soon(now);
+    EXPECT_EQ(line.draw("abc", now).has_value(), !too_soon);
+    drawn += too_soon ? 0 : 1;
+    if (millisecond % 10 == 0) static_cast<void>(line.erase());
+  }
+  EXPECT_LE(drawn, 20);
+  EXPECT_GE(drawn, 18);
+}
+
+}  // namespace
+}  // namespace varnholt::app

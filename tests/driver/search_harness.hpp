@@ -1,0 +1,196 @@
+// A whole search over the hand-made host: scripted batches in, scripted outcomes of the pool, and
+// the ordered log of every call that the search makes of its host.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "search_templates/genetic/driver/genetic.hpp"
+#include "search_templates/genetic/settings/module_constants.hpp"
+#include "tests/support/scripted_host.hpp"
+
+namespace varnholt::genetic::test {
+
+using Names = std::vector<std::string>;
+
+// The parts one after the other.
+[[nodiscard]] inline Names operator+(Names left, const Names& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
+// A graph of one node, told from others by its name.
+[[nodiscard]] inline Value graph_named(const std::string& name) {
+  return Mapping{{"node", name}};
+}
+[[nodiscard]] inline List graphs_named(const std::vector<std::string>& names) {
+  List graphs;
+  for (const std::string& name : names)
+    graphs.append(graph_named(name));
+  return graphs;
+}
+[[nodiscard]] inline std::string name_of(const Value& graph) {
+  return str(graph.mapping().at("node"));
+}
+
+// What a child process hands back for a graph: a record that passes, and one that fails for
+// `reason`.
+[[nodiscard]] inline Mapping passing(const Value& graph) {
+  return {{"graph", graph}, {"passes", true}, {"failures", Mapping()}, {"correlation", 0.25}};
+}
+[[nodiscard]] inline Mapping failing_for(const Value& graph, const char* reason) {
+  return {{"graph", graph},
+          {"passes", false},
+          {"failures", Mapping{{reason, Mapping{{"reason", reason}}}}}};
+}
+
+// Gives what the test says and writes each request into the log.
+class ScriptedFreshCandidates : public FreshCandidates {
+ public:
+  using Draw = std::function<Value(std::int64_t)>;
+
+  ScriptedFreshCandidates(CallLog& log, std::shared_ptr<Draw> draw)
+      : log_(log), draw_(std::move(draw)) {}
+
+  [[nodiscard]] Value draw(SearchContext& /*context*/, std::int64_t count,
+                           const std::shared_ptr<RandomGenerator>& rng) override {
+    log_.add("fresh.draw", {count});
+    if (rng != nullptr) static_cast<void>(rng->random());
+    return (*draw_)(count);
+  }
+
+ private:
+  CallLog& log_;
+  std::shared_ptr<Draw> draw_;
+};
+
+// By default every batch is as many new graphs as asked for ("g1", "g2", ...), every candidate
+// passes with the score 0.0, and the run ends at the third pause.
+class SearchHarness {
+ public:
+  using Outcome = std::function<Mapping(const Value&)>;
+
+  explicit SearchHarness(std::int64_t batch_size = 1, std::int64_t restart_threshold = 100) {
+    host.context.on_n_jobs = always(Value(2));
+    host.process_evaluation.on_resolve_process_worker_count_details = always(2);
+    host.context.on_safe_record = always(
+        scripted_callable(host.log, "safe_record", [this](const auto& /*graph*/, const auto&) {
+          return Value("eval-" + std::to_string(++recorded_));
+        }));
+    host.context.on_record_search_run_metrics = always(scripted_callable(
+        host.log, "record_metrics", [this](const auto& /*positional*/, const Mapping& keywords) {
+          metrics.push_back(keywords);
+          return Value();
+        }));
+    host.context.on_stop_event = always(std::shared_ptr<StopEvent>(stop_event));
+    stop_at_pause(3);
+    host.process_evaluation.on_evaluate_candidate_batch =
+        [this](const std::vector<CandidateEvaluation>& candidates, const auto& /*simulate*/,
+               const auto& /*config*/) { return evaluate(candidates); };
+    *on_draw = [this](std::int64_t count) {
+      List graphs;
+      for (std::int64_t i = 0; i < count; ++i)
+        graphs.append(graph_named("g" + std::to_string(++drawn_)));
+      return Value(graphs);
+    };
+
+    TemplateArguments arguments = module.default_arguments();
+    arguments.batch_size = batch_size;
+    arguments.restart_threshold = restart_threshold;
+    configure(arguments);
+  }
+  SearchHarness(const SearchHarness&) = delete;
+  SearchHarness& operator=(const SearchHarness&) = delete;
+
+  void configure(const TemplateArguments& arguments) {
+    config = std::make_unique<GeneticTemplate>(module.with_config(arguments));
+  }
+
+  // The number of the pause that the stop event ends.
+  void stop_at_pause(int number) {
+    stop_event->on_wait = [number, pause = 0](double) mutable { return ++pause >= number; };
+  }
+
+  // The batches, in order, and an error of the test when one too many is asked for.
+  void draw_in_turn(std::initializer_list<Value> batches) { *on_draw = in_turn(batches); }
+
+  // Runs the search. The log then holds this run alone.
+  void run() {
+    host.log.clear();
+    module.run(host.context, *config);
+  }
+
+  // How many graphs were asked for, request by request.
+  [[nodiscard]] std::vector<std::string> draws() const {
+    std::vector<std::string> requests;
+    for (const std::string& line : host.log.lines())
+      if (line.rfind("fresh.draw", 0) == 0) requests.push_back(line.substr(10));
+    return requests;
+  }
+
+  ScriptedHost host;
+  std::shared_ptr<ScriptedStopEvent> stop_event = std::make_shared<ScriptedStopEvent>(host.log);
+  std::shared_ptr<ScriptedFreshCandidates::Draw> on_draw =
+      std::make_shared<ScriptedFreshCandidates::Draw>();
+  // What the pool makes of a graph.
+  Outcome on_outcome = passing;
+  // The metrics records that were written.
+  std::vector<Mapping> metrics;
+  Module module{host.bundle(),
+                std::make_unique<LoadedConstants>(host.search_settings, host.process_evaluation),
+                std::make_unique<ScriptedFreshCandidates>(host.log, on_draw)};
+  std::unique_ptr<GeneticTemplate> config;
+
+ private:
+  std::vector<ProcessResult> evaluate(const std::vector<CandidateEvaluation>& candidates) {
+    std::vector<ProcessResult> results;
+    for (const CandidateEvaluation& candidate : candidates) {
+      results.push_back({candidate.candidate_index, on_outcome(candidate.graph), 4321, 0.5, 1});
+    }
+    return results;
+  }
+
+  int drawn_ = 0;
+  int recorded_ = 0;
+};
+
+// The calls of a run's parts, by their names. ---------------------------------------------------
+
+// Before the first turn: the number of workers, and the first test of the stop event.
+inline const Names kSetUp = {"context.n_jobs",
+                             "process_evaluation.resolve_process_worker_count_details",
+                             "process_evaluation.log_worker_count_reduction", "context.stop_event"};
+inline const Names kTest = {"stop_event.is_set"};
+// A batch of fresh graphs; the scripted source draws one random number.
+inline const Names kBatch = {"random_generators.from_state", "fresh.draw", "rng.random",
+                             "rng.getstate"};
+inline const Names kPool = {"context.n_jobs", "context.worker_memory_limit_bytes",
+                            "process_evaluation.default_worker_memory_limit_bytes",
+                            "process_evaluation.evaluate_candidate_batch"};
+// For each result.
+inline const Names kRecord = {"context.safe_record", "safe_record",
+                              "context.last_evaluation_record"};
+inline const Names kStreak = {"engine.infrastructure_failure_threshold"};
+inline const Names kScore = {"eliteness.score_candidate"};
+inline const Names kPause = {"stop_event.wait"};
+inline const Names kReadStopEvent = {"context.stop_event"};
+// The one metrics record; the recorder is asked for six of its keywords.
+inline const Names kMetrics = {"context.record_search_run_metrics", "record_metrics.signature",
+                               "record_metrics.signature",          "record_metrics.signature",
+                               "record_metrics.signature",          "record_metrics.signature",
+                               "record_metrics.signature",          "record_metrics"};
+
+// A generation of one candidate that passes, and of one that fails.
+inline const Names kPassing =
+    kTest + kBatch + kPool + kRecord + kStreak + kTest + kScore + kReadStopEvent + kTest + kPause;
+inline const Names kFailing =
+    kTest + kBatch + kPool + kRecord + kStreak + kTest + kReadStopEvent + kTest + kPause;
+// After the loop.
+inline const Names kStopped = kReadStopEvent + kTest + kMetrics;
+
+}  // namespace varnholt::genetic::test

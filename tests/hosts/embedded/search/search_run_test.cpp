@@ -1,0 +1,209 @@
+// A whole search on a small synthetic universe: it records every outcome, repeats from its seed,
+// refuses bad input before anything is written, and leaves its rows when it is killed.
+#include "hosts/embedded/search/search_run.hpp"
+
+#include <csignal>
+#include <stdexcept>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "hosts/embedded/market/price_file_error.hpp"
+#include "hosts/embedded/store/run_store.hpp"
+#include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/keys.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+#include "tests/hosts/embedded/search/search_fixture.hpp"
+
+namespace varnholt::embedded {
+namespace {
+
+namespace keys = genetic::keys;
+using genetic::Mapping;
+
+class SearchRunTest : public FolderTest {
+ protected:
+  void SetUp() override {
+    FolderTest::SetUp();
+    write_prices(in_folder("prices.csv"), small_universe());
+  }
+
+  [[nodiscard]] SearchOptions options() const {
+    SearchOptions options;
+    options.prices = in_folder("prices.csv");
+    options.database = in_folder("runs.db");
+    options.jobs = 2;
+    options.batch_size = 6;
+    options.generations = 2;
+    options.seed = 21;
+    options.gates.min_sharpe = -10.0;
+    options.gates.min_gross_returns_sharpe = -10.0;
+    return options;
+  }
+
+  InterruptFlag interrupt_;
+  RecordingObserver observer_;
+};
+
+std::vector<std::string> expressions_of(const RecordingObserver& observer) {
+  std::vector<std::string> expressions;
+  for (const auto& candidate : observer.recorded)
+    expressions.push_back(candidate.expression);
+  return expressions;
+}
+
+TEST_F(SearchRunTest, RecordsEveryOutcomeAndOneMetricsRecord) {
+  const SearchSummary summary = run_search(options(), observer_, interrupt_);
+  EXPECT_EQ(summary.stop_cause, StopCause::Generations);
+  EXPECT_EQ(summary.progress.generation, 2);
+  ASSERT_EQ(observer_.started.size(), 1U);
+  EXPECT_EQ(observer_.started[0].instruments, 5);
+  EXPECT_EQ(observer_.started[0].days, 200);
+  EXPECT_EQ(observer_.started[0].seed, 21);
+  ASSERT_EQ(observer_.metrics.size(), 1U);
+  const Mapping metrics = observer_.metrics[0].mapping();
+  EXPECT_EQ(metrics.size(), 13U);
+  EXPECT_EQ(metrics.at(keys::kTerminalReason).text(), "stopped");
+  const auto candidates = static_cast<std::int64_t>(observer_.recorded.size());
+  EXPECT_EQ(metrics.at(keys::kCandidateCount).integer(), candidates);
+  EXPECT_EQ(summary.progress.candidates, candidates);
+
+  RunStore store(options().database.string());
+  EXPECT_EQ(store.evaluation_count(summary.run_id), candidates);
+  EXPECT_EQ(store.metrics(summary.run_id).size(), 1U);
+  EXPECT_EQ(store.find_run(summary.run_id)->terminal_reason, "stopped");
+  EXPECT_EQ(store.find_run(summary.run_id)->start.seed, 21);
+}
+
+TEST_F(SearchRunTest, TellsTheBestSignalsInOrder) {
+  const SearchSummary summary = run_search(options(), observer_, interrupt_);
+  ASSERT_FALSE(summary.best.empty());
+  for (std::size_t i = 0; i < summary.best.size(); ++i) {
+    EXPECT_TRUE(summary.best[i].passed);
+    EXPECT_FALSE(summary.best[i].expression.empty());
+    if (i > 0) {
+      EXPECT_GE(summary.best[i - 1].statistics->quality_score,
+                summary.best[i].statistics->quality_score);
+    }
+  }
+  EXPECT_EQ(summary.progress.best->evaluation_id, summary.best[0].evaluation_id);
+  RunStore store(options().database.string());
+  EXPECT_EQ(store.best_signals(summary.run_id, 1)[0].candidate_number,
+            summary.best[0].evaluation_id);
+}
+
+TEST_F(SearchRunTest, TheSameSeedRepeatsARunAndAnotherDoesNot) {
+  static_cast<void>(run_search(options(), observer_, interrupt_));
+  RecordingObserver again;
+  static_cast<void>(run_search(options(), again, interrupt_));
+  EXPECT_EQ(expressions_of(again), expressions_of(observer_));
+  RecordingObserver other;
+  SearchOptions changed = options();
+  changed.seed = 22;
+  static_cast<void>(run_search(changed, other, interrupt_));
+  EXPECT_NE(expressions_of(other), expressions_of(observer_));
+}
+
+TEST_F(SearchRunTest, NoStructureIsEvaluatedTwice) {
+  SearchOptions longer = options();
+  longer.generations = 5;
+  const SearchSummary summary = run_search(longer, observer_, interrupt_);
+  std::vector<std::string> expressions = expressions_of(observer_);
+  std::sort(expressions.begin(), expressions.end());
+  EXPECT_EQ(std::adjacent_find(expressions.begin(), expressions.end()), expressions.end());
+  EXPECT_EQ(summary.progress.candidates, static_cast<std::int64_t>(expressions.size()));
+}
+
+TEST_F(SearchRunTest, TheLimitOfCandidatesCompletesItsBatch) {
+  SearchOptions limited = options();
+  limited.generations.reset();
+  limited.candidates = 1;
+  const SearchSummary summary = run_search(limited, observer_, interrupt_);
+  EXPECT_EQ(summary.stop_cause, StopCause::Candidates);
+  EXPECT_EQ(summary.progress.candidates, 6);
+}
+
+TEST_F(SearchRunTest, AnInterruptBeforeTheRunRecordsNothingButTheMetrics) {
+  interrupt_.requests = 1;
+  const SearchSummary summary = run_search(options(), observer_, interrupt_);
+  EXPECT_EQ(summary.stop_cause, StopCause::Signal);
+  EXPECT_EQ(summary.progress.candidates, 0);
+  EXPECT_EQ(summary.metrics.mapping().at(keys::kCandidateCount).integer(), 0);
+}
+
+TEST_F(SearchRunTest, TheSecondInterruptLeavesTheRunMarked) {
+  interrupt_.requests = 2;
+  EXPECT_THROW(static_cast<void>(run_search(options(), observer_, interrupt_)), InterruptedAtOnce);
+  RunStore store(options().database.string());
+  EXPECT_EQ(store.runs()[0].terminal_reason, "interrupted");
+  EXPECT_TRUE(store.interrupted_runs().empty());
+}
+
+class ThrowingObserver : public RecordingObserver {
+ public:
+  void on_recorded(const CandidateRecorded& /*candidate*/) override {
+    throw std::runtime_error("the terminal is gone");
+  }
+};
+
+TEST_F(SearchRunTest, AnErrorOfTheObserverLeavesAndMarksTheRun) {
+  ThrowingObserver observer;
+  EXPECT_THROW(static_cast<void>(run_search(options(), observer, interrupt_)), std::runtime_error);
+  RunStore store(options().database.string());
+  EXPECT_EQ(store.runs()[0].terminal_reason, "failed");
+  EXPECT_EQ(store.evaluation_count(1), 1);  // Recorded before the observer was told.
+}
+
+TEST_F(SearchRunTest, BadInputWritesNothing) {
+  const auto refused = [&](const SearchOptions& bad) {
+    EXPECT_ANY_THROW(static_cast<void>(run_search(bad, observer_, interrupt_)));
+    EXPECT_FALSE(std::filesystem::exists(bad.database));
+  };
+  SearchOptions bad = options();
+  bad.jobs = 0;
+  refused(bad);
+  bad = options();
+  bad.batch_size = genetic::Value("six");
+  EXPECT_THROW(static_cast<void>(run_search(bad, observer_, interrupt_)), genetic::TypeError);
+  refused(bad);
+  bad = options();
+  bad.timeout_seconds = 0.0;
+  EXPECT_THROW(static_cast<void>(run_search(bad, observer_, interrupt_)), genetic::ValueError);
+  refused(bad);
+  bad = options();
+  bad.prices = in_folder("missing.csv");
+  EXPECT_THROW(static_cast<void>(run_search(bad, observer_, interrupt_)), PriceFileError);
+  refused(bad);
+  EXPECT_TRUE(observer_.started.empty());
+}
+
+class KillingObserver : public RecordingObserver {
+ public:
+  void on_recorded(const CandidateRecorded& candidate) override {
+    if (candidate.evaluation_id == 4) raise(SIGKILL);
+  }
+};
+
+TEST_F(SearchRunTest, RowsAreThereAfterAKillAndTheRunIsSweptOnce) {
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    KillingObserver observer;
+    static_cast<void>(run_search(options(), observer, interrupt_));
+    _exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFSIGNALED(status));
+  RunStore store(options().database.string());
+  EXPECT_EQ(store.evaluation_count(1), 4);
+  EXPECT_THAT(store.interrupted_runs(), ::testing::ElementsAre(1));
+  RunStore second(options().database.string());
+  EXPECT_TRUE(second.interrupted_runs().empty());
+}
+
+}  // namespace
+}  // namespace varnholt::embedded
