@@ -30,6 +30,18 @@ Callable EmbeddedContext::record_search_run_metrics() {
   });
 }
 
+std::optional<Value> EmbeddedContext::vocabulary() {
+  List rotations;
+  for (const FunctionEntry& function : evaluator_.vocabulary().functions) {
+    rotations.append(Mapping{{keys::kName, function.name},
+                             {"family", function.family},
+                             {"data_children", static_cast<std::int64_t>(function.data_children())},
+                             {"needs_window", function.needs_window()},
+                             {"child_count", static_cast<std::int64_t>(function.child_count())}});
+  }
+  return Mapping{{"functions", Mapping{{"rotation", rotations}}}};
+}
+
 std::optional<Value> EmbeddedContext::worker_memory_limit_bytes() {
   if (!settings_.worker_memory_limit_bytes) return std::nullopt;
   return *settings_.worker_memory_limit_bytes;

@@ -48,6 +48,9 @@ class EmbeddedContext : public genetic::SearchContext {
   [[nodiscard]] genetic::Callable fatal_callback() override { return {}; }
   [[nodiscard]] genetic::Callable record_search_run_metrics() override;
   [[nodiscard]] std::optional<genetic::Value> max_depth() override { return settings_.max_depth; }
+  // {"functions": {"rotation": [{"name", "family", "data_children", "needs_window", "child_count"},
+  // ...]}}: a new mapping at each call.
+  [[nodiscard]] std::optional<genetic::Value> vocabulary() override;
   [[nodiscard]] std::optional<genetic::Value> n_jobs() override { return settings_.jobs; }
   [[nodiscard]] std::optional<genetic::Value> worker_memory_limit_bytes() override;
   [[nodiscard]] std::optional<genetic::Value> attribute(std::string_view name) override;

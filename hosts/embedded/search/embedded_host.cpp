@@ -77,6 +77,38 @@ Value EmbeddedEngine::graph_depth_for_attempt_marker(const Value& graph) {
   return measure_graph(graph).depth;
 }
 
+Value EmbeddedEngine::function_entries_for_kind(const Value& vocabulary, std::string_view kind) {
+  return genetic::item(genetic::item(vocabulary, "functions"), kind);
+}
+
+Value EmbeddedEngine::random_weighted_window_limit(genetic::SearchContext& /*context*/,
+                                                   const Value& /*max_depth*/) {
+  return graphs_.max_window;
+}
+
+Value EmbeddedEngine::random_weighted_node_limit(genetic::SearchContext& /*context*/) {
+  return static_cast<std::int64_t>(graphs_.max_nodes);
+}
+
+Value EmbeddedEngine::random_weighted_runtime_registry(genetic::SearchContext& /*context*/) {
+  return {};
+}
+
+Value EmbeddedEngine::signal_generation_safe_rotations(const Value& functions,
+                                                       const Value& /*window_limit*/,
+                                                       const Value& node_limit,
+                                                       const Value& /*registry*/,
+                                                       const Mapping& /*keywords*/) {
+  genetic::List safe;
+  const auto walk = genetic::iterate(functions);
+  while (const std::optional<Value> function = walk->next()) {
+    // The rotation's own node and one for each of its children.
+    const Value nodes = genetic::item(*function, "child_count").integer() + 1;
+    if (!genetic::less(node_limit, nodes)) safe.append(*function);
+  }
+  return safe;
+}
+
 bool EmbeddedEngine::is_sdk_runtime_not_ready_error(const Value& /*error*/) {
   return false;
 }
@@ -133,7 +165,8 @@ void EmbeddedPause::sleep(double seconds) {
 
 EmbeddedHost::EmbeddedHost(SystemCalls& system, const Vocabulary& vocabulary,
                            const HostSettings& settings)
-    : engine_(settings.log),
+    : engine_(settings.log, settings.graphs),
+      operators_({settings.graphs.max_depth, settings.graphs.max_nodes}),
       random_graphs_(vocabulary, settings.graphs),
       secure_random_(settings.seed),
       pool_(system, verdicts_, settings.timeout_seconds, settings.on_tick) {}

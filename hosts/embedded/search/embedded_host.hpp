@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "hosts/embedded/operators/genetic_operators.hpp"
 #include "hosts/embedded/pool/system_calls.hpp"
 #include "hosts/embedded/random/twister_generators.hpp"
 #include "hosts/embedded/search/embedded_pool.hpp"
@@ -43,11 +44,26 @@ class EmbeddedEngine : public genetic::Engine {
   // A runtime that is not ready this often in a row is taken to be broken.
   static constexpr std::int64_t kInfrastructureFailureThreshold = 25;
 
-  explicit EmbeddedEngine(EmbeddedLogger::Sink sink) : logger_(std::move(sink)) {}
+  EmbeddedEngine(EmbeddedLogger::Sink sink, const RandomGraphOptions& graphs)
+      : logger_(std::move(sink)), graphs_(graphs) {}
 
   [[nodiscard]] genetic::Logger& logger() override { return logger_; }
   // Nodes on the longest way down. genetic::ValueError for what is no graph of nodes.
   [[nodiscard]] genetic::Value graph_depth_for_attempt_marker(const genetic::Value& graph) override;
+  // The vocabulary's functions are its rotations; there is no other kind of function.
+  [[nodiscard]] genetic::Value function_entries_for_kind(const genetic::Value& vocabulary,
+                                                         std::string_view kind) override;
+  [[nodiscard]] genetic::Value random_weighted_window_limit(
+      genetic::SearchContext& context, const genetic::Value& max_depth) override;
+  [[nodiscard]] genetic::Value random_weighted_node_limit(genetic::SearchContext& context) override;
+  // Absent: all functions are there at run time.
+  [[nodiscard]] genetic::Value random_weighted_runtime_registry(
+      genetic::SearchContext& context) override;
+  // Every rotation that fits into the node limit is safe: none of the vocabulary's can fail.
+  [[nodiscard]] genetic::Value signal_generation_safe_rotations(
+      const genetic::Value& functions, const genetic::Value& window_limit,
+      const genetic::Value& node_limit, const genetic::Value& registry,
+      const genetic::Mapping& keywords) override;
   // The embedded evaluator is always ready.
   [[nodiscard]] bool is_sdk_runtime_not_ready_error(const genetic::Value& error) override;
   [[nodiscard]] genetic::Value sdk_runtime_not_ready_rejection_detail() override;
@@ -56,6 +72,7 @@ class EmbeddedEngine : public genetic::Engine {
 
  private:
   EmbeddedLogger logger_;
+  RandomGraphOptions graphs_;
 };
 
 // score = quality_score - diversity_weight * |pool_correlation| - parsimony_weight * nodes
@@ -121,6 +138,7 @@ class EmbeddedHost : public genetic::Host {
   [[nodiscard]] genetic::Engine& engine() override { return engine_; }
   [[nodiscard]] genetic::ProcessEvaluation& process_evaluation() override { return pool_; }
   [[nodiscard]] genetic::Eliteness& eliteness() override { return eliteness_; }
+  [[nodiscard]] genetic::GeneticOps& genetic_ops() override { return operators_; }
   [[nodiscard]] genetic::RandomWeighted& random_weighted() override { return random_graphs_; }
   [[nodiscard]] genetic::SearchSettings& search_settings() override { return search_settings_; }
   [[nodiscard]] genetic::EvaluationVerdicts& evaluation_verdicts() override { return verdicts_; }
@@ -133,6 +151,7 @@ class EmbeddedHost : public genetic::Host {
   EmbeddedEliteness eliteness_;
   EmbeddedSettings search_settings_;
   EmbeddedVerdicts verdicts_;
+  GeneticOperators operators_;
   EmbeddedRandomGraphs random_graphs_;
   TwisterGenerators generators_;
   SystemRandom secure_random_;

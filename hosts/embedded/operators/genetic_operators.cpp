@@ -1,0 +1,157 @@
+#include "hosts/embedded/operators/genetic_operators.hpp"
+
+#include <algorithm>
+#include <exception>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "hosts/embedded/operators/graph_parts.hpp"
+#include "hosts/embedded/vocabulary/vocabulary.hpp"
+#include "search_templates/genetic/value/copy.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::embedded {
+
+using genetic::Callable;
+using genetic::RandomGenerator;
+using genetic::Value;
+
+namespace {
+
+using Rng = std::shared_ptr<RandomGenerator>;
+using Parts = std::vector<const GraphPart*>;
+
+// An index below `size`, or 0 without a generator.
+std::size_t draw_index(const Rng& rng, std::size_t size) {
+  return rng == nullptr ? 0 : genetic::random_below(*rng, size);
+}
+
+Parts data_parts(const std::vector<GraphPart>& parts, bool with_root) {
+  Parts chosen;
+  for (const GraphPart& part : parts) {
+    if (part.is_data() && (with_root || !part.path.empty())) chosen.push_back(&part);
+  }
+  return chosen;
+}
+
+// Where a part may be put: anywhere below the root, or at the root of a graph that is nothing else.
+Parts sites(const std::vector<GraphPart>& parts) {
+  Parts below_root = data_parts(parts, false);
+  return below_root.empty() ? data_parts(parts, true) : below_root;
+}
+
+bool fits(const GraphPart& whole, const GraphPart& site, const GraphPart& part,
+          const GraphLimits& limits) {
+  const std::size_t nodes = whole.shape.node_count - site.shape.node_count + part.shape.node_count;
+  return nodes <= limits.max_nodes && site.depth_above() + part.shape.depth <= limits.max_depth;
+}
+
+bool accepts(const Callable& validator, const Value& graph) {
+  if (!validator) return true;
+  try {
+    // The validator gets a copy, since it may change what it is given.
+    return genetic::truth(validator({genetic::deep_copy(graph)}));
+  } catch (const std::exception&) {
+    return false;  // A refusal: the operator tries again.
+  }
+}
+
+// The first acceptable child of a few tries, or a copy of the parent.
+Value first_accepted(const Value& parent, const Callable& validator,
+                     const std::function<std::optional<Value>()>& attempt) {
+  for (int i = 0; i < GeneticOperators::kTries; ++i) {
+    std::optional<Value> child = attempt();
+    if (child && accepts(validator, *child)) return *std::move(child);
+  }
+  return genetic::deep_copy(parent);
+}
+
+std::vector<std::vector<GraphPart>> parts_of_each(const Value& graphs) {
+  std::vector<std::vector<GraphPart>> parts;
+  const auto walk = genetic::iterate(graphs);
+  while (const std::optional<Value> graph = walk->next())
+    parts.push_back(graph_parts(*graph));
+  return parts;
+}
+
+// Whether two nodes can exchange their names.
+bool same_sort(const GraphPart& left, const GraphPart& right) {
+  return left.type == right.type && left.data_children == right.data_children &&
+         left.has_window == right.has_window;
+}
+
+// The other names that the replacements have for a node of this sort, each once, in their order.
+std::vector<std::string> other_names(const GraphPart& node,
+                                     const std::vector<std::vector<GraphPart>>& replacements) {
+  std::vector<std::string> names;
+  for (const std::vector<GraphPart>& parts : replacements) {
+    for (const GraphPart& part : parts) {
+      if (!same_sort(node, part) || part.name == node.name) continue;
+      if (std::find(names.begin(), names.end(), part.name) == names.end()) {
+        names.push_back(part.name);
+      }
+    }
+  }
+  return names;
+}
+
+}  // namespace
+
+Value GeneticOperators::crossover(const Value& elite, const Value& mate, const Rng& rng,
+                                  const Callable& validator) {
+  const std::vector<GraphPart> elite_parts = graph_parts(elite);
+  const std::vector<GraphPart> mate_parts = graph_parts(mate);
+  const Parts places = sites(elite_parts);
+  const Parts material = data_parts(mate_parts, true);
+  return first_accepted(elite, validator, [&]() -> std::optional<Value> {
+    const GraphPart& site = *places[draw_index(rng, places.size())];
+    const GraphPart& part = *material[draw_index(rng, material.size())];
+    if (!fits(elite_parts.front(), site, part, limits_)) return std::nullopt;
+    return with_part(elite, site.path, part.node);
+  });
+}
+
+Value GeneticOperators::point_mutation(const Value& elite, const Value& replacements,
+                                       const Rng& rng, const Callable& validator) {
+  const std::vector<GraphPart> parts = graph_parts(elite);
+  const auto material = parts_of_each(replacements);
+  return first_accepted(elite, validator, [&]() -> std::optional<Value> {
+    const GraphPart& node = parts[draw_index(rng, parts.size())];
+    const std::vector<std::string> names = other_names(node, material);
+    if (names.empty()) return std::nullopt;
+    return with_name(elite, node.path, names[draw_index(rng, names.size())]);
+  });
+}
+
+Value GeneticOperators::subtree_mutation(const Value& elite, const Value& replacements,
+                                         const Rng& rng, const Callable& validator) {
+  const std::vector<GraphPart> parts = graph_parts(elite);
+  const Parts places = sites(parts);
+  const auto material = parts_of_each(replacements);
+  if (material.empty()) return genetic::deep_copy(elite);
+  return first_accepted(elite, validator, [&]() -> std::optional<Value> {
+    const GraphPart& site = *places[draw_index(rng, places.size())];
+    const Parts candidates = data_parts(material[draw_index(rng, material.size())], true);
+    const GraphPart& part = *candidates[draw_index(rng, candidates.size())];
+    if (!fits(parts.front(), site, part, limits_)) return std::nullopt;
+    return with_part(elite, site.path, part.node);
+  });
+}
+
+Value GeneticOperators::hoist_mutation(const Value& elite, const Rng& rng,
+                                       const Callable& validator) {
+  const std::vector<GraphPart> parts = graph_parts(elite);
+  Parts rotations;
+  for (const GraphPart* part : data_parts(parts, false)) {
+    if (part->type == kRotationType) rotations.push_back(part);
+  }
+  if (rotations.empty()) return genetic::deep_copy(elite);
+  return first_accepted(elite, validator, [&]() -> std::optional<Value> {
+    return genetic::deep_copy(rotations[draw_index(rng, rotations.size())]->node);
+  });
+}
+
+}  // namespace varnholt::embedded

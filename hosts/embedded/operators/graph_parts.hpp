@@ -1,0 +1,45 @@
+// The parts of a graph, and graphs made by putting a part in another's place.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "hosts/embedded/vocabulary/graph_check.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::embedded {
+
+// One node with all that is below it.
+struct GraphPart {
+  std::vector<std::size_t> path;  // The children to go through from the root; empty for the root.
+  genetic::Value node;            // The node itself, not a copy.
+  std::string name;
+  std::string type;
+  std::size_t data_children = 0;  // Children that are features or rotations.
+  bool has_window = false;        // Whether its last child is a window.
+  GraphShape shape;               // Of the part alone.
+
+  [[nodiscard]] bool is_data() const;      // A feature or a rotation: something that has a panel.
+  [[nodiscard]] int depth_above() const {  // Nodes above it.
+    return static_cast<int>(path.size());
+  }
+};
+
+// All parts of a graph, each before its children, children from left to right. GraphError as
+// measure_graph.
+[[nodiscard]] std::vector<GraphPart> graph_parts(const genetic::Value& graph,
+                                                 const GraphLimits& limits = {});
+
+// A new graph: `graph` with a copy of `part` in the place of what stands at `path`. Shares nothing
+// with either.
+[[nodiscard]] genetic::Value with_part(const genetic::Value& graph,
+                                       const std::vector<std::size_t>& path,
+                                       const genetic::Value& part);
+
+// A new graph: the node at `path` has another name, everything else is as it was.
+[[nodiscard]] genetic::Value with_name(const genetic::Value& graph,
+                                       const std::vector<std::size_t>& path,
+                                       const std::string& name);
+
+}  // namespace varnholt::embedded
