@@ -157,8 +157,7 @@ std::string metrics_text(const Mapping& metrics, Width width) {
   MappingCursor cursor(metrics);
   while (const auto entry = cursor.next()) {
     text += "  " + padded(genetic::str(entry->key), kNameWidth, Align::Left);
-    const std::vector<std::string> lines =
-        wrapped_beside(value_text(entry->value), width, kIndent);
+    const std::vector<std::string> lines = wrapped_beside(value_text(entry->value), width, kIndent);
     for (std::size_t line = 0; line < lines.size(); ++line) {
       text += (line == 0 ? "" : std::string(kIndent, ' ')) + lines[line] + "\n";
     }
