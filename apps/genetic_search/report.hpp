@@ -24,7 +24,7 @@ using Width = std::optional<std::size_t>;
 // Each entry of the metrics record, in the record's order.
 [[nodiscard]] std::string metrics_text(const genetic::Mapping& metrics, Width width);
 
-// A row for each signal: its rank, its id in the store, and
+// A row for each signal: its rank, its number in the run (which the store has too), and
 //   sharpe, gross     annualised, after and before costs
 //   return %          a year, after costs
 //   turnover          fractions of the capital a day

@@ -123,7 +123,8 @@ def test_help_and_version():
     page = call("run", "--help")
     assert page.returncode == 0 and "--generations N" in page.stdout and page.stderr == ""
     version = call("--version")
-    assert version.returncode == 0 and re.fullmatch(r"genetic-search \d+\.\d+\.\d+\n", version.stdout)
+    assert version.returncode == 0
+    assert re.fullmatch(r"genetic-search \d+\.\d+\.\d+\n", version.stdout)
 
 
 @pytest.mark.parametrize(
@@ -244,6 +245,13 @@ def test_json_gives_one_event_a_line_and_the_metrics_last(tmp_path: Path, prices
     }
     assert told[-2]["stop_cause"] == "generations"
     assert [b["evaluation_id"] for b in told[-2]["best"]]
+    assert [
+        (event["evaluation_id"], event["generation"], event["passed"])
+        for event in told if event["event"] == "recorded"
+    ] == rows(
+        tmp_path / "runs.db",
+        "SELECT candidate_number, generation, passed FROM evaluations ORDER BY id",
+    )
     stored = json.loads(rows(tmp_path / "runs.db", "SELECT record FROM metrics")[0][0])
     assert {**stored, "event": "metrics"} == metrics
 
