@@ -5,9 +5,9 @@
 // thrown over becomes its cause. A PythonInterrupt is the exception that it carries.
 #pragma once
 
-#include <nanobind/nanobind.h>
-
 #include <exception>
+
+#include <nanobind/nanobind.h>
 
 namespace varnholt::python {
 

@@ -4,9 +4,9 @@
 // here at each use: a host, or a test, may put others in their place at any time.
 #pragma once
 
-#include <nanobind/nanobind.h>
-
 #include <utility>
+
+#include <nanobind/nanobind.h>
 
 namespace varnholt::python {
 

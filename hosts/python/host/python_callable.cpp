@@ -44,7 +44,8 @@ genetic::Value PythonCallable::call(std::span<const genetic::Value> positional,
   const nb::object named = checked(PyDict_New());
   genetic::MappingCursor cursor(keywords);
   while (const std::optional<genetic::MappingEntry> entry = cursor.next()) {
-    checked(PyDict_SetItem(named.ptr(), to_python(entry->key).ptr(), to_python(entry->value).ptr()));
+    checked(
+        PyDict_SetItem(named.ptr(), to_python(entry->key).ptr(), to_python(entry->value).ptr()));
   }
   return to_value(checked(PyObject_Call(callable_.ptr(), arguments.ptr(), named.ptr())));
 }

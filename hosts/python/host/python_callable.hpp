@@ -1,12 +1,12 @@
 // Python's callables behind the library's Callable.
 #pragma once
 
-#include <nanobind/nanobind.h>
-
 #include <optional>
 #include <span>
 #include <utility>
 #include <vector>
+
+#include <nanobind/nanobind.h>
 
 #include "search_templates/genetic/host/callable.hpp"
 

@@ -1,12 +1,12 @@
 // The search context that a Python host hands to the template.
 #pragma once
 
-#include <nanobind/nanobind.h>
-
 #include <memory>
 #include <optional>
 #include <string_view>
 #include <utility>
+
+#include <nanobind/nanobind.h>
 
 #include "search_templates/genetic/host/search_context.hpp"
 #include "search_templates/genetic/host/stop_event.hpp"

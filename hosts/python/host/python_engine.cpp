@@ -37,8 +37,8 @@ void PythonLogger::log(const char* level, std::string_view format,
 }
 
 Value PythonEngine::graph_depth_for_attempt_marker(const Value& graph) {
-  return to_value(call_method(globals_.get("_engine"), "_graph_depth_for_attempt_marker",
-                              {to_python(graph)}));
+  return to_value(
+      call_method(globals_.get("_engine"), "_graph_depth_for_attempt_marker", {to_python(graph)}));
 }
 
 bool PythonEngine::is_sdk_runtime_not_ready_error(const Value& error) {
@@ -65,18 +65,17 @@ Value PythonEliteness::score_candidate(const Value& candidate, const Mapping& ke
 std::unique_ptr<genetic::ValueIterator> PythonRandomWeighted::random_weighted_graphs(
     genetic::SearchContext& context, const std::shared_ptr<genetic::RandomGenerator>& rng,
     const Mapping& /*log_context*/, std::string_view template_name) {
-  nb::object graphs =
-      call(globals_.get("_random_weighted_graphs"), {object_of(context)},
-           {{"rng", object_of(rng)},
-            {"log_context", globals_.get("_GENETIC_RANDOM_WEIGHTED_LOG_CONTEXT")},
-            {"template_name", text_object(template_name)}});
+  nb::object graphs = call(globals_.get("_random_weighted_graphs"), {object_of(context)},
+                           {{"rng", object_of(rng)},
+                            {"log_context", globals_.get("_GENETIC_RANDOM_WEIGHTED_LOG_CONTEXT")},
+                            {"template_name", text_object(template_name)}});
   if (graphs.is_none()) return nullptr;
   return std::make_unique<PythonIterator>(std::move(graphs));
 }
 
 Value PythonEvaluationVerdicts::not_evaluated_verdict() {
-  return to_value(
-      call_method(import_module("varnholt.simulation.evaluation_verdicts"), "not_evaluated_verdict"));
+  return to_value(call_method(import_module("varnholt.simulation.evaluation_verdicts"),
+                              "not_evaluated_verdict"));
 }
 
 }  // namespace varnholt::python

@@ -1,13 +1,13 @@
 // The host's modules for shared helpers, scores, random graphs and verdicts.
 #pragma once
 
-#include <nanobind/nanobind.h>
-
 #include <exception>
 #include <initializer_list>
 #include <memory>
 #include <string>
 #include <string_view>
+
+#include <nanobind/nanobind.h>
 
 #include "hosts/python/host/module_globals.hpp"
 #include "search_templates/genetic/host/eliteness.hpp"

@@ -54,10 +54,9 @@ std::optional<Value> PythonProcessEvaluation::as_error(const std::exception& err
 std::unique_ptr<genetic::WorkerResolution>
 PythonProcessEvaluation::resolve_process_worker_count_details(const Value& requested,
                                                               const Value& candidate_count) {
-  return std::make_unique<PythonWorkerResolution>(
-      call_method(globals_.get("_process_evaluation"), "resolve_process_worker_count_details", {},
-                  {{"requested", to_python(requested)},
-                   {"candidate_count", to_python(candidate_count)}}));
+  return std::make_unique<PythonWorkerResolution>(call_method(
+      globals_.get("_process_evaluation"), "resolve_process_worker_count_details", {},
+      {{"requested", to_python(requested)}, {"candidate_count", to_python(candidate_count)}}));
 }
 
 void PythonProcessEvaluation::log_worker_count_reduction(
@@ -127,18 +126,17 @@ std::vector<ProcessResult> PythonProcessEvaluation::evaluate_candidate_batch(
   const nb::object module = globals_.get("_process_evaluation");
   const nb::object items = checked(PyList_New(0));
   for (const CandidateEvaluation& candidate : candidates) {
-    const nb::object item = call_method(
-        module, "CandidateEvaluation", {},
-        {{"candidate_index", to_python(candidate.candidate_index)},
-         {"graph", to_python(candidate.graph)}});
+    const nb::object item = call_method(module, "CandidateEvaluation", {},
+                                        {{"candidate_index", to_python(candidate.candidate_index)},
+                                         {"graph", to_python(candidate.graph)}});
     checked(PyList_Append(items.ptr(), item.ptr()));
   }
-  const nb::object settings = call_method(
-      module, "ProcessEvaluationConfig", {},
-      {{"n_jobs", to_python(config.n_jobs)},
-       {"max_retries", to_python(config.max_retries)},
-       {"timeout_seconds", to_python(config.timeout_seconds)},
-       {"worker_memory_limit_bytes", to_python(config.worker_memory_limit_bytes)}});
+  const nb::object settings =
+      call_method(module, "ProcessEvaluationConfig", {},
+                  {{"n_jobs", to_python(config.n_jobs)},
+                   {"max_retries", to_python(config.max_retries)},
+                   {"timeout_seconds", to_python(config.timeout_seconds)},
+                   {"worker_memory_limit_bytes", to_python(config.worker_memory_limit_bytes)}});
 
   const SimulationScope simulation(simulate);
   const nb::object answer = call_method(module, "evaluate_candidate_batch",

@@ -1,8 +1,6 @@
 // The host's process pool.
 #pragma once
 
-#include <nanobind/nanobind.h>
-
 #include <exception>
 #include <functional>
 #include <memory>
@@ -10,6 +8,8 @@
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include <nanobind/nanobind.h>
 
 #include "hosts/python/host/module_globals.hpp"
 #include "search_templates/genetic/host/process_evaluation.hpp"

@@ -3,7 +3,6 @@
 #include "hosts/python/values/conversion.hpp"
 #include "hosts/python/values/python_api.hpp"
 #include "hosts/python/values/python_error.hpp"
-#include "hosts/python/values/python_object.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 
 namespace varnholt::python {
@@ -30,7 +29,7 @@ std::uint64_t PythonRandomGenerator::getrandbits(int count) {
 }
 
 genetic::Value PythonRandomGenerator::getstate() const {
-  return genetic::make_object<PythonObject>(call_method(generator_, "getstate"));
+  return opaque_value(call_method(generator_, "getstate"));
 }
 
 std::shared_ptr<genetic::RandomGenerator> PythonRandomGenerators::seeded(

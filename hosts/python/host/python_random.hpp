@@ -1,11 +1,11 @@
 // Random numbers from Python: `random.Random`, `secrets`, and the pause of `time`.
 #pragma once
 
-#include <nanobind/nanobind.h>
-
 #include <cstdint>
 #include <memory>
 #include <utility>
+
+#include <nanobind/nanobind.h>
 
 #include "search_templates/genetic/host/pause.hpp"
 #include "search_templates/genetic/host/random_generator.hpp"

@@ -15,7 +15,9 @@ using genetic::Value;
 class DictCursor : public genetic::MappingStorage::Cursor {
  public:
   explicit DictCursor(nb::object dict)
-      : dict_(std::move(dict)), size_at_start_(PyDict_GET_SIZE(dict_.ptr())), left_(size_at_start_) {}
+      : dict_(std::move(dict)),
+        size_at_start_(PyDict_GET_SIZE(dict_.ptr())),
+        left_(size_at_start_) {}
 
   std::optional<MappingEntry> next() override {
     if (size_at_start_ != PyDict_GET_SIZE(dict_.ptr())) {

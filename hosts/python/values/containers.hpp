@@ -5,12 +5,12 @@
 // Python.
 #pragma once
 
-#include <nanobind/nanobind.h>
-
 #include <cstddef>
 #include <memory>
 #include <optional>
 #include <utility>
+
+#include <nanobind/nanobind.h>
 
 #include "search_templates/genetic/value/storage.hpp"
 

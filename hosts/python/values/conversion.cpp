@@ -192,9 +192,12 @@ nb::object to_python(const Value& value) {
   return python_at(value, 0);
 }
 
+Value opaque_value(nb::handle object) {
+  return object.is_none() ? Value() : object_value(object);
+}
+
 std::string text_of(nb::handle text) {
-  const nb::object bytes =
-      checked(PyUnicode_AsEncodedString(text.ptr(), "utf-8", "surrogatepass"));
+  const nb::object bytes = checked(PyUnicode_AsEncodedString(text.ptr(), "utf-8", "surrogatepass"));
   return {PyBytes_AS_STRING(bytes.ptr()), static_cast<std::size_t>(PyBytes_GET_SIZE(bytes.ptr()))};
 }
 
@@ -203,8 +206,8 @@ std::string str_of(nb::handle object) {
 }
 
 std::string type_name(nb::handle object) {
-  return text_of(attribute(nb::handle(reinterpret_cast<PyObject*>(Py_TYPE(object.ptr()))),
-                           "__name__"));
+  return text_of(
+      attribute(nb::handle(reinterpret_cast<PyObject*>(Py_TYPE(object.ptr()))), "__name__"));
 }
 
 }  // namespace varnholt::python

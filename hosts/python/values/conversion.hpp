@@ -8,9 +8,9 @@
 // a list or dict once, and is that object from then on on both sides; a tuple is made anew.
 #pragma once
 
-#include <nanobind/nanobind.h>
-
 #include <string>
+
+#include <nanobind/nanobind.h>
 
 #include "search_templates/genetic/value/value.hpp"
 
@@ -21,6 +21,10 @@ namespace nb = nanobind;
 // RecursionError for tuples nested deeper than kMaximumTupleNesting.
 [[nodiscard]] genetic::Value to_value(nb::handle object);
 [[nodiscard]] nb::object to_python(const genetic::Value& value);
+
+// The object as an object of the host, whatever its type, for what is handed on and not looked
+// into; None stays absent.
+[[nodiscard]] genetic::Value opaque_value(nb::handle object);
 
 // A frozen graph has three tuples for each level of the graph.
 inline constexpr int kMaximumTupleNesting = 3000;

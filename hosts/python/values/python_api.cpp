@@ -24,16 +24,16 @@ nb::object call(nb::handle callable, std::initializer_list<nb::handle> positiona
   for (const nb::handle argument : positional)
     arguments.push_back(argument.ptr());
   if (keywords.size() == 0) {
-    return checked(PyObject_Vectorcall(callable.ptr(), arguments.data(), arguments.size(), nullptr));
+    return checked(
+        PyObject_Vectorcall(callable.ptr(), arguments.data(), arguments.size(), nullptr));
   }
 
   const nb::object names = checked(PyTuple_New(static_cast<Py_ssize_t>(keywords.size())));
   Py_ssize_t place = 0;
   for (const Keyword& keyword : keywords) {
     arguments.push_back(keyword.value.ptr());
-    PyTuple_SET_ITEM(names.ptr(), place++, checked(PyUnicode_InternFromString(keyword.name))
-                                               .release()
-                                               .ptr());
+    PyTuple_SET_ITEM(names.ptr(), place++,
+                     checked(PyUnicode_InternFromString(keyword.name)).release().ptr());
   }
   return checked(
       PyObject_Vectorcall(callable.ptr(), arguments.data(), positional.size(), names.ptr()));

@@ -4,12 +4,12 @@
 // them expect the interpreter's lock, which the module holds throughout.
 #pragma once
 
-#include <nanobind/nanobind.h>
-
 #include <initializer_list>
 #include <optional>
 #include <span>
 #include <string_view>
+
+#include <nanobind/nanobind.h>
 
 namespace varnholt::python {
 

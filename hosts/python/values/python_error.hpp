@@ -6,11 +6,11 @@
 // which is no std::exception either: nothing that handles ordinary errors sees it.
 #pragma once
 
-#include <nanobind/nanobind.h>
-
 #include <memory>
 #include <string>
 #include <utility>
+
+#include <nanobind/nanobind.h>
 
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/value.hpp"

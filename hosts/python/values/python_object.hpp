@@ -4,13 +4,13 @@
 // class defines counts, and what it raises leaves as that exception.
 #pragma once
 
-#include <nanobind/nanobind.h>
-
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
+
+#include <nanobind/nanobind.h>
 
 #include "search_templates/genetic/value/host_object.hpp"
 #include "search_templates/genetic/value/value.hpp"
