@@ -33,6 +33,7 @@ class PythonHost : public genetic::Host {
         fresh_candidates_(globals_) {}
   PythonHost(const PythonHost&) = delete;
   PythonHost& operator=(const PythonHost&) = delete;
+  ~PythonHost() override = default;
 
   [[nodiscard]] genetic::Engine& engine() override { return engine_; }
   [[nodiscard]] genetic::ProcessEvaluation& process_evaluation() override {

@@ -16,6 +16,7 @@ using genetic::Value;
 template <typename Table>
 nb::object table(const Table& keys) {
   std::vector<Value> texts;
+  texts.reserve(keys.size());
   for (const Key key : keys)
     texts.emplace_back(key);
   return to_python(genetic::Tuple(texts));

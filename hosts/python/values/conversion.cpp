@@ -97,7 +97,7 @@ nb::object python_at(const Value& value, int depth);
 
 nb::object python_tuple(const Tuple& tuple, int depth) {
   refuse_nesting(depth);
-  const nb::object made = checked(PyTuple_New(static_cast<Py_ssize_t>(tuple.size())));
+  nb::object made = checked(PyTuple_New(static_cast<Py_ssize_t>(tuple.size())));
   Py_ssize_t place = 0;
   for (const Value& item : tuple.items()) {
     PyTuple_SET_ITEM(made.ptr(), place++, python_at(item, depth + 1).release().ptr());
@@ -111,7 +111,7 @@ nb::object python_list(List list, int depth) {
     return storage->object();
   }
   refuse_nesting(depth);
-  const nb::object made = checked(PyList_New(0));
+  nb::object made = checked(PyList_New(0));
   const List held = list.adopt(std::make_unique<PythonListStorage>(made));
   for (const Value& item : held.native_items()) {
     checked(PyList_Append(made.ptr(), python_at(item, depth + 1).ptr()));
@@ -124,7 +124,7 @@ nb::object python_dict(Mapping mapping, int depth) {
     return storage->object();
   }
   refuse_nesting(depth);
-  const nb::object made = checked(PyDict_New());
+  nb::object made = checked(PyDict_New());
   const Mapping held = mapping.adopt(std::make_unique<DictStorage>(made));
   for (const MappingEntry& entry : held.native_entries()) {
     checked(PyDict_SetItem(made.ptr(), python_at(entry.key, depth + 1).ptr(),

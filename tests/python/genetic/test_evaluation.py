@@ -225,7 +225,9 @@ def test_the_record_of_a_lost_process(genetic):
 
 def test_a_process_error_without_attributes(genetic):
     result = genetic._candidate_process_evaluation_error_result(None, ValueError("own text"))
-    assert result["failures"] == {"worker_failed": {"reason": "worker_failed", "detail": "own text"}}
+    assert result["failures"] == {
+        "worker_failed": {"reason": "worker_failed", "detail": "own text"}
+    }
     error = process_error(genetic, "text", terminal_reason="", detail="")
     result = genetic._candidate_process_evaluation_error_result(None, error)
     assert result["failures"] == {"worker_failed": {"reason": "worker_failed", "detail": "text"}}

@@ -178,7 +178,9 @@ def test_initial_candidates(genetic):
     for value in ((), {}, "ab", type("L", (list,), {})()):
         with pytest.raises(TypeError) as caught:
             freeze(value)
-        assert str(caught.value) == "genetic initial_candidates must be a list of graph dictionaries"
+        assert str(caught.value) == (
+            "genetic initial_candidates must be a list of graph dictionaries"
+        )
     with pytest.raises(TypeError, match=NOT_PLAIN):
         freeze([{}, ()])
 
