@@ -277,6 +277,17 @@ def test_subclasses_answer_as_their_base(genetic):
         genetic._thaw_graph_data((Reason.STOPPED, 5))
 
 
+def test_a_subclass_of_a_text_is_the_same_key_in_a_large_record_too(genetic, make_context):
+    """Large records are found by hash, which has to be that of the plain text."""
+    key = Text("failure_reason")
+    tracking = {f"key {number}": number for number in range(40)}
+    tracking[key] = "kept"
+    record = {"rejection_reason": "turnover_max", "tracking_metric_kwargs": tracking}
+    copied = genetic._derive_candidate_failure(make_context(), record, None)[2]
+    assert copied == tracking and copied["failure_reason"] == "kept"
+    assert [type(one) for one in copied] == [type(one) for one in tracking]
+
+
 scalars = st.one_of(
     st.none(), st.booleans(), st.integers(), st.floats(), st.text(), st.text(
         alphabet=st.characters(categories=["Cs"])
