@@ -15,7 +15,7 @@ int traverse(PyObject* self, visitproc visit, void* arg) {
 }
 
 int clear(PyObject* self) {
-  nb::inst_ptr<PythonHost>(self)->globals().clear();
+  if (nb::inst_ready(self)) nb::inst_ptr<PythonHost>(self)->globals().clear();
   return 0;
 }
 

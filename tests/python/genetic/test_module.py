@@ -29,6 +29,23 @@ def test_the_settings_are_the_hosts(genetic):
     assert genetic.DEFAULT_OPERATOR_RATES is not genetic._search_settings.DEFAULT_OPERATOR_RATES
 
 
+def test_the_hosts_operations_are_bound_under_their_names(genetic):
+    from varnholt.config import search_settings
+    from varnholt.search_templates import (
+        _engine, eliteness, genetic_ops, process_evaluation, random_weighted, reaction_planning,
+    )
+
+    assert genetic._search_settings is search_settings
+    assert genetic._engine is _engine
+    assert genetic._process_evaluation is process_evaluation
+    assert genetic._reaction_planning is reaction_planning
+    assert genetic._evaluate_threshold_gates is _engine.evaluate_threshold_gates
+    assert genetic.score_candidate is eliteness.score_candidate
+    assert genetic._random_weighted_graphs is random_weighted._random_weighted_graphs
+    for name in ("crossover", "hoist_mutation", "point_mutation", "subtree_mutation"):
+        assert getattr(genetic, name) is getattr(genetic_ops, name)
+
+
 def test_the_constants(genetic):
     assert genetic.DEFAULT_MAX_IMPROVEMENT_DEPTH == 8
     assert genetic.DEFAULT_MAX_IMPROVEMENT_CANDIDATES == 96

@@ -195,6 +195,22 @@ def test_a_fatal_process_error_is_recorded_and_leaves_as_it_is(
     assert context.metrics == []
 
 
+@pytest.mark.parametrize("error", [ValueError("pool"), KeyboardInterrupt()], ids=repr)
+def test_no_other_error_of_the_pool_is_handled(
+    genetic, recording_context, make_event, monkeypatch, error
+):
+    error.candidate_index = 0
+
+    def evaluate(candidates, simulate, *, config):
+        raise error
+
+    monkeypatch.setattr(genetic._process_evaluation, "evaluate_candidate_batch", evaluate)
+    context = recording_context(_stop_event=make_event(set_after=9))
+    with pytest.raises(type(error)) as caught:
+        genetic.genetic(context)
+    assert caught.value is error and context.metrics == [] and context.recorded == []
+
+
 def test_what_the_pool_is_given(genetic, recording_context, make_event, monkeypatch):
     given = []
 

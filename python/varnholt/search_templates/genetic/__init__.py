@@ -22,6 +22,9 @@ from varnholt.search_templates import (
     process_evaluation as _process_evaluation,
     reaction_planning as _reaction_planning,
 )
+from varnholt.search_templates._engine import (
+    evaluate_threshold_gates as _evaluate_threshold_gates,
+)
 from varnholt.search_templates.eliteness import score_candidate
 from varnholt.search_templates.genetic_ops import (
     crossover,

@@ -46,6 +46,7 @@ _engine: ModuleType
 _process_evaluation: ModuleType
 _reaction_planning: ModuleType
 _search_settings: ModuleType
+_evaluate_threshold_gates: Callable[..., Any]
 _random_weighted_graphs: Callable[..., Any]
 score_candidate: Callable[..., Any]
 crossover: Callable[..., Any]
