@@ -4,6 +4,7 @@
 
 #include "apps/genetic_search/progress_line.hpp"
 #include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/host_object.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
@@ -15,6 +16,10 @@ using embedded::CandidateRecorded;
 using embedded::SearchProgress;
 using genetic::Value;
 
+Json number_json(double number) {
+  return std::isfinite(number) ? Json(number) : Json(nullptr);
+}
+
 Json to_json(const Value& value, int depth) {
   if (depth > genetic::kMaximumNesting) {
     throw genetic::RecursionError("a value is nested too deeply to be written as JSON");
@@ -22,7 +27,7 @@ Json to_json(const Value& value, int depth) {
   if (value.is_absent()) return nullptr;
   if (value.is_boolean()) return value.boolean();
   if (value.is_integer()) return value.integer();
-  if (value.is_real()) return std::isfinite(value.real()) ? Json(value.real()) : Json(nullptr);
+  if (value.is_real()) return number_json(value.real());
   if (value.is_text()) return std::string(value.text());
   if (value.is_mapping()) {
     Json object = Json::object();
@@ -44,6 +49,9 @@ Json to_json(const Value& value, int depth) {
       array.push_back(to_json(*item, depth + 1));
     return array;
   }
+  // A NaN is an object of the library; an integer beyond 64 bits keeps all its digits as a text.
+  if (value.object().exact_kind() == genetic::Kind::kReal)
+    return number_json(genetic::to_float(value));
   return genetic::str(value);
 }
 

@@ -15,6 +15,8 @@
 #include "apps/genetic_search/text_layout.hpp"
 #include "apps/genetic_search/usage_error.hpp"
 #include "hosts/embedded/backtest/statistics.hpp"
+#include "hosts/embedded/search/embedded_host.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::app {
 namespace {
@@ -144,7 +146,9 @@ void add_search_options(Options& options, embedded::SearchOptions& search) {
                "After S seconds; evaluations under way are given up.", search.seconds);
 
   options.group("Search");
-  options.whole("--batch-size", "N", from(1, 1'000'000), "Candidates a generation. Default: 32.",
+  options.whole("--batch-size", "N", from(1, 1'000'000),
+                fmt::format("Candidates a generation. Default: {}.",
+                            genetic::str(embedded::EmbeddedSettings().default_batch_size())),
                 search.batch_size);
   options.whole("--seed", "N", from(0),
                 "Repeats a run: the same seed, prices and settings give the same candidates. "

@@ -28,12 +28,25 @@ constexpr std::size_t kNarrowestExpression = 30;
 constexpr std::size_t kExpressionIndent = 6;
 // However narrow a terminal is.
 constexpr std::size_t kNarrowestColumn = 10;
+constexpr std::size_t kMetricNameWidth = 28;
 constexpr std::size_t kListedReasons = 20;
+constexpr std::size_t kReasonWidth = 30;
 
 // The lines of a text that begins in column `indent` of a terminal; one line without a terminal.
 std::vector<std::string> wrapped_beside(const std::string& text, Width width, std::size_t indent) {
   if (!width) return {text};
   return wrap_text(text, std::max(*width, indent + kNarrowestColumn) - indent);
+}
+
+// A name and a text beside it, whose further lines begin below its first.
+std::string entry_text(const std::string& name, const std::string& text, Width width) {
+  const std::size_t indent = column_count(name);
+  std::string entry = name;
+  for (const std::string& line : wrapped_beside(text, width, indent)) {
+    if (entry.size() > name.size()) entry += std::string(indent, ' ');
+    entry += line + "\n";
+  }
+  return entry;
 }
 
 // --- the metrics record ---
@@ -139,29 +152,30 @@ std::string terminal_reason(const SearchSummary& summary) {
 
 }  // namespace
 
-std::string started_text(const embedded::SearchStarted& started) {
-  return fmt::format(
-      "prices  {}: {}, {}, {} to {}\n"
-      "store   {}, run {}\n"
-      "search  batches of {}, {}, seed {}\n\n",
-      on_one_line(started.prices.string()), counted(started.instruments, "instrument"),
-      counted(started.days, "day"), started.first_date, started.last_date,
-      on_one_line(started.database.string()), started.run_id, started.batch_size,
-      counted(started.jobs, "job"), started.seed);
+std::string started_text(const embedded::SearchStarted& started, Width width) {
+  return entry_text(
+             "prices  ",
+             fmt::format("{}: {}, {}, {} to {}", on_one_line(started.prices.string()),
+                         counted(started.instruments, "instrument"), counted(started.days, "day"),
+                         started.first_date, started.last_date),
+             width) +
+         entry_text(
+             "store   ",
+             fmt::format("{}, run {}", on_one_line(started.database.string()), started.run_id),
+             width) +
+         entry_text("search  ",
+                    fmt::format("batches of {}, {}, seed {}", started.batch_size,
+                                counted(started.jobs, "job"), started.seed),
+                    width) +
+         "\n";
 }
 
 std::string metrics_text(const Mapping& metrics, Width width) {
-  constexpr std::size_t kNameWidth = 28;
-  constexpr std::size_t kIndent = kNameWidth + 2;
   std::string text;
   MappingCursor cursor(metrics);
   while (const auto entry = cursor.next()) {
-    text += "  " + padded(genetic::str(entry->key), kNameWidth, Align::Left);
-    const std::vector<std::string> lines =
-        wrapped_beside(value_text(entry->value), width, kIndent);
-    for (std::size_t line = 0; line < lines.size(); ++line) {
-      text += (line == 0 ? "" : std::string(kIndent, ' ')) + lines[line] + "\n";
-    }
+    const std::string name = padded(genetic::str(entry->key), kMetricNameWidth, Align::Left);
+    text += entry_text("  " + name, value_text(entry->value), width);
   }
   return text;
 }
@@ -188,15 +202,14 @@ std::string best_signals_text(const std::vector<CandidateRecorded>& best, Width 
 std::string mend_for(const std::string& reason, const SearchOptions& options) {
   for (const GateOption& gate : gate_options(options.gates)) {
     if (gate.reason.view() != reason) continue;
-    return fmt::format("{} it with {} {} {}", gate.is_minimum ? "lower" : "raise", gate.option,
+    return fmt::format("{} {} {} {}", gate.is_minimum ? "lower" : "raise", gate.option,
                        gate.is_minimum ? "below" : "above", gate.threshold);
   }
   if (reason == "worker_timeout") {
-    return fmt::format("give an evaluation more time with --timeout above {}",
-                       options.timeout_seconds);
+    return fmt::format("raise --timeout above {}", options.timeout_seconds);
   }
   if (reason == "worker_failed" && options.worker_memory_limit_bytes) {
-    return "a worker may want more memory: raise --worker-memory";
+    return "raise --worker-memory, where memory is what they lack";
   }
   return {};
 }
@@ -205,16 +218,17 @@ std::string nothing_passed_text(const embedded::SearchProgress& progress,
                                 const SearchOptions& options) {
   if (progress.candidates == 0) return "No candidate was evaluated.\n";
   std::string text =
-      fmt::format("No signal passed. Of {} failed:\n", counted(progress.candidates, "candidate"));
-  const auto failures = most_frequent_first(progress.failures);
+      fmt::format("No signal passed. Why {} failed, and what lets more of them through:\n",
+                  counted(progress.candidates, "candidate"));
+  const std::vector<FailureCount> failures = most_frequent_first(progress.failures);
   for (std::size_t i = 0; i < std::min(failures.size(), kListedReasons); ++i) {
-    text += fmt::format("  {:>9}  {}\n", failures[i].second, on_one_line(failures[i].first));
+    const auto& [reason, count] = failures[i];
+    const std::string mend = mend_for(reason, options);
+    text += fmt::format("{:>8}  {}\n", count,
+                        mend.empty() ? on_one_line(reason)
+                                     : padded(reason, kReasonWidth, Align::Left) + "  " + mend);
   }
-  if (failures.empty()) return text;
-  const std::string& reason = failures.front().first;
-  const std::string mend = mend_for(reason, options);
-  return text + (mend.empty() ? fmt::format("The store holds the detail of each failure.\n")
-                              : fmt::format("Most failed {}: {}.\n", on_one_line(reason), mend));
+  return text;
 }
 
 std::string end_in_words(const SearchSummary& summary, const SearchOptions& options) {
@@ -253,11 +267,15 @@ std::string summary_text(const SearchSummary& summary, const SearchOptions& opti
                         summary.progress.passing);
     text += best_signals_text(summary.best, width) + "\n";
   }
-  text += fmt::format("Everything is stored in {}, run {}.\n",
-                      on_one_line(options.database.string()), summary.run_id);
-  text += fmt::format("The run ended after {} and {:.1f} seconds: {}.\n",
-                      counted(summary.progress.generation, "generation"),
-                      summary.progress.elapsed_seconds, end_in_words(summary, options));
+  text += entry_text("",
+                     fmt::format("Everything is stored in {}, run {}.",
+                                 on_one_line(options.database.string()), summary.run_id),
+                     width);
+  text += entry_text("",
+                     fmt::format("The run ended after {} and {:.1f} seconds: {}.",
+                                 counted(summary.progress.generation, "generation"),
+                                 summary.progress.elapsed_seconds, end_in_words(summary, options)),
+                     width);
   return text;
 }
 

@@ -19,12 +19,12 @@ namespace varnholt::app {
 using Width = std::optional<std::size_t>;
 
 // What is searched, with what, and where it is stored.
-[[nodiscard]] std::string started_text(const embedded::SearchStarted& started);
+[[nodiscard]] std::string started_text(const embedded::SearchStarted& started, Width width);
 
 // Each entry of the metrics record, in the record's order.
 [[nodiscard]] std::string metrics_text(const genetic::Mapping& metrics, Width width);
 
-// A row for each signal: its rank, its id in the store, and
+// A row for each signal: its rank, its number in the run (which the store has too), and
 //   sharpe, gross     annualised, after and before costs
 //   return %          a year, after costs
 //   turnover          fractions of the capital a day
@@ -34,7 +34,7 @@ using Width = std::optional<std::size_t>;
 [[nodiscard]] std::string best_signals_text(const std::vector<embedded::CandidateRecorded>& best,
                                             Width width);
 
-// Why nothing passed: the failures by reason, and for the most frequent one what to change.
+// Why nothing passed: the failures by reason, the most frequent first, and what to change.
 [[nodiscard]] std::string nothing_passed_text(const embedded::SearchProgress& progress,
                                               const embedded::SearchOptions& options);
 

@@ -35,6 +35,8 @@ int run_command(const RunCommand& command, const RunSearch& search, const RunOut
   const std::unique_ptr<RunObserver> observer = make_observer(command, outputs, interrupt);
   try {
     const embedded::SearchSummary summary = search(command.search, *observer, interrupt);
+    // The second interrupt can come when the search is past looking for it.
+    if (interrupt.requests > 1) throw embedded::InterruptedAtOnce();
     if (!summary.metrics.is_mapping()) {
       throw std::runtime_error("the search ended without a metrics record");
     }

@@ -1,9 +1,8 @@
 #include "apps/genetic_search/text_observer.hpp"
 
+#include <algorithm>
 #include <string>
 #include <utility>
-
-#include "apps/genetic_search/report.hpp"
 
 namespace varnholt::app {
 
@@ -15,18 +14,23 @@ void TextObserver::clear() {
   outputs().text.write(line_.erase());
 }
 
+Width TextObserver::width() const {
+  return style_.terminal_width ? Width(style_.terminal_width()) : std::nullopt;
+}
+
 void TextObserver::tell_started(const embedded::SearchStarted& started) {
   batch_size_ = started.batch_size;
-  if (!style_.quiet) outputs().text.write(started_text(started));
+  if (!style_.quiet) outputs().text.write(started_text(started, width()));
 }
 
 void TextObserver::tell_progress(const embedded::SearchProgress& progress,
                                  std::int64_t evaluated_in_batch) {
   if (style_.quiet || !style_.terminal_width || line_.is_too_soon(progress.elapsed_seconds)) return;
-  // A line as wide as the terminal would leave the cursor on the next one.
-  const std::size_t columns = style_.terminal_width();
-  const std::string line =
-      live_progress_text(progress, evaluated_in_batch, batch_size_, columns > 1 ? columns - 1 : 1);
+  // Room for the cursor and for the "^C" of an interrupt: a line that reached into the next one
+  // could not be erased.
+  constexpr std::size_t kKeptFree = 3;
+  const std::size_t columns = std::max(style_.terminal_width(), kKeptFree + 1) - kKeptFree;
+  const std::string line = live_progress_text(progress, evaluated_in_batch, batch_size_, columns);
   if (const auto drawing = line_.draw(line, progress.elapsed_seconds)) {
     outputs().text.write(*drawing);
   }
@@ -53,13 +57,11 @@ void TextObserver::on_metrics(const genetic::Mapping& /*metrics*/) {}
 
 void TextObserver::finish(const embedded::SearchSummary& summary) {
   clear();
-  Width width;
-  if (style_.terminal_width) width = style_.terminal_width();
   // Between the lines of the generations and the end; a terminal has erased its line.
   if (!style_.quiet && !style_.terminal_width && summary.progress.generation > 0) {
     outputs().text.write("\n");
   }
-  outputs().text.write(summary_text(summary, options_, width));
+  outputs().text.write(summary_text(summary, options_, width()));
 }
 
 }  // namespace varnholt::app

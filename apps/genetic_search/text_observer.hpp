@@ -3,9 +3,9 @@
 
 #include <cstddef>
 #include <functional>
-#include <optional>
 
 #include "apps/genetic_search/progress_line.hpp"
+#include "apps/genetic_search/report.hpp"
 #include "apps/genetic_search/run_observer.hpp"
 #include "hosts/embedded/search/search_options.hpp"
 
@@ -37,6 +37,9 @@ class TextObserver : public RunObserver {
   void tell_progress(const embedded::SearchProgress& progress,
                      std::int64_t evaluated_in_batch) override;
   void tell_stopping(const embedded::SearchProgress& progress) override;
+
+  // The terminal's, if there is one.
+  [[nodiscard]] Width width() const;
 
   embedded::SearchOptions options_;
   Style style_;

@@ -1,6 +1,5 @@
 #include "hosts/embedded/store/sqlite_database.hpp"
 
-#include <cmath>
 #include <cstring>
 
 #include <fmt/format.h>
@@ -141,7 +140,7 @@ SqliteUse& SqliteUse::bind(std::int64_t value) {
 }
 
 SqliteUse& SqliteUse::bind(double value) {
-  if (std::isnan(value)) return bind_null();
+  // SQLite itself makes NULL of what is no number.
   return bound(::sqlite3_bind_double(statement_.handle_, ++parameter_, value));
 }
 

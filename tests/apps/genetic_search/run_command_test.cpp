@@ -2,6 +2,7 @@
 // Method: searches that throw, with the standard descriptors going into files.
 #include "apps/genetic_search/run_command.hpp"
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -142,6 +143,16 @@ TEST(RunCommand, EndsWith130AtTheSecondInterrupt) {
   EXPECT_EQ(ended.exit_code, kExitInterrupted);
   EXPECT_EQ(ended.errors,
             "genetic-search: ended at once; what was recorded until then is in d.db\n");
+}
+
+TEST(RunCommand, EndsWith130AlsoWhenTheSearchDidNotSeeTheSecondInterrupt) {
+  const Ended ended = run(
+      [](const SearchOptions& options, SearchObserver& observer, const InterruptFlag& interrupt) {
+        raise(SIGINT);
+        raise(SIGINT);
+        return succeed(options, observer, interrupt);
+      });
+  EXPECT_EQ(ended.exit_code, kExitInterrupted);
 }
 
 TEST(RunCommand, TellsTheEnd) {

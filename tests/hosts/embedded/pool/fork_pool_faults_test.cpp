@@ -44,7 +44,9 @@ class ForkPoolFaults : public ProcessTest {
   }
 };
 
+// Long enough for any test, and yet no process is left for good when the pool is broken.
 [[noreturn]] void sleep_for_ever() {
+  ::alarm(60);
   while (true) {
     ::pause();
   }

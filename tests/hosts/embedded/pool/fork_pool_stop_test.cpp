@@ -25,7 +25,9 @@ class ForkPoolStop : public ProcessTest {
   RealSystemCalls system_;
 };
 
+// Long enough for any test, and yet no process is left for good when the pool is broken.
 [[noreturn]] void sleep_for_ever() {
+  ::alarm(60);
   while (true) {
     ::pause();
   }

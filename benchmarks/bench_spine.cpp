@@ -1,0 +1,324 @@
+// What one candidate costs the library itself, from the composed batch to the recorded result, with
+// a host that does nothing (null_host.hpp) and graphs of 20 nodes.
+//
+//   bench_spine                            timings, by Google Benchmark
+//   scripts/count_spine_instructions.sh    instructions a candidate, by callgrind
+//   bench_spine run WORK BATCH GENERATIONS MARK...    one run, for that script
+//
+// WORK is "passing" or "failing": whole searches whose candidates all pass or all fail; or
+// "baseline": the same steps as plainly as a general JSON library allows, in baseline_generation().
+// At the start of each generation MARK the function reached_mark() is called, which callgrind can
+// be told to dump at. Graphs are made and freed outside of what is measured, in untimed_graphs().
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <nlohmann/json.hpp>
+
+#include "benchmarks/null_host.hpp"
+#include "search_templates/genetic/driver/genetic.hpp"
+
+// Marks by which callgrind tells one stretch of a run from another: they must stay functions.
+extern "C" {
+[[gnu::noinline]] void reached_mark() {
+  asm volatile("");
+}
+}
+
+namespace varnholt::genetic::benchmarks {
+
+// The graph of a number: 20 nodes in seven levels, of the shape that searches breed. No two numbers
+// give the same graph, and every text is an object of its own, as a host makes them. `make_node`
+// makes one node of either kind of value.
+template <typename MakeNode>
+auto numbered_graph(std::int64_t number, const MakeNode& make_node) {
+  const auto rotation = [&](const std::string& name, auto... children) {
+    return make_node(name, "rotation", std::move(children)...);
+  };
+  const auto feature = [&](const std::string& name) { return make_node(name, "feature"); };
+  auto momentum = rotation(
+      "cs_rank", rotation("arithmetic_sub", rotation("ts_mean_20", feature("close")),
+                          rotation("ts_mean_60", rotation("arithmetic_log", feature("close")))));
+  auto liquidity = rotation(
+      "arithmetic_div",
+      rotation("ts_sum_10", rotation("arithmetic_mul", feature("volume"), feature("vwap"))),
+      rotation("ts_std_20", feature("returns")));
+  return rotation("arithmetic_mul",
+                  rotation("arithmetic_add", std::move(momentum), std::move(liquidity)),
+                  rotation("comparison_gt", feature("range"), feature("high"),
+                           feature("feature_" + std::to_string(number))));
+}
+
+struct ValueNode {
+  template <typename... Children>
+  Value operator()(const std::string& name, const char* type, Children... children) const {
+    return Mapping{{"node", name}, {"type", type}, {"children", List{std::move(children)...}}};
+  }
+};
+
+// New graphs for each batch; those of the batch before last are freed here.
+class NumberedGraphs {
+ public:
+  [[gnu::noinline]] Value untimed_graphs(std::int64_t count) {
+    freed_next_ = kept_;
+    List graphs(static_cast<std::size_t>(count));
+    for (std::int64_t i = 0; i < count; ++i)
+      graphs.append(numbered_graph(next_++, ValueNode()));
+    kept_ = graphs;
+    return graphs;
+  }
+
+ private:
+  std::int64_t next_ = 0;
+  Value kept_;
+  Value freed_next_;
+};
+
+class NumberedSource : public FreshCandidates {
+ public:
+  [[nodiscard]] Value draw(SearchContext& /*context*/, std::int64_t count,
+                           const std::shared_ptr<RandomGenerator>& /*rng*/) override {
+    return graphs_.untimed_graphs(count);
+  }
+
+ private:
+  NumberedGraphs graphs_;
+};
+
+// Set after so many generations; calls the mark at the start of those that it is told.
+class GenerationCount : public StopEvent {
+ public:
+  GenerationCount(std::int64_t generations, std::vector<std::int64_t> marks)
+      : generations_(generations), marks_(std::move(marks)) {}
+
+  void reset() { finished_ = 0; }
+  void note_start() {
+    if (std::find(marks_.begin(), marks_.end(), finished_) != marks_.end()) reached_mark();
+  }
+  [[nodiscard]] bool is_set() override { return finished_ >= generations_; }
+  [[nodiscard]] bool wait(double /*seconds*/) override {
+    ++finished_;
+    note_start();
+    return is_set();
+  }
+
+ private:
+  std::int64_t generations_;
+  std::vector<std::int64_t> marks_;
+  std::int64_t finished_ = 0;
+};
+
+Value outcome_of(const std::string& work) {
+  const Value stats = make_object<FixedStatistics>();
+  if (work == "passing") {
+    return Mapping{
+        {"record", Mapping{{"passed", true}, {"stats", stats}}},
+        {"submission_payloads", List{Mapping{{"eval_id", "id"}, {"submission_type", "signal"}}}},
+        {"attempt_evidence", Mapping{{"backtest_completed", true}}}};
+  }
+  return Mapping{
+      {"record", Mapping{{"passed", false},
+                         {"stats", stats},
+                         {"rejection_reason", "sharpe_min"},
+                         {"tracking_metric_kwargs", Mapping{{"failure_reason", "sharpe_min"},
+                                                            {"failure_detail", "1.25 < 1.5"}}}}},
+      {"attempt_evidence", Mapping{{"backtest_completed", true}}}};
+}
+
+// A search that can be run again and again: each run begins with no graph seen.
+class Spine {
+ public:
+  Spine(const std::string& work, std::int64_t batch_size, std::int64_t generations,
+        std::vector<std::int64_t> marks)
+      : count_(std::make_shared<GenerationCount>(generations, std::move(marks))),
+        context_(outcome_of(work), count_),
+        module_(
+            host_,
+            std::make_unique<LoadedConstants>(host_.search_settings(), host_.process_evaluation()),
+            std::make_unique<NumberedSource>()),
+        config_(module_.with_config(arguments(batch_size))) {}
+
+  void run() {
+    count_->reset();
+    count_->note_start();
+    module_.run(context_, config_);
+  }
+
+ private:
+  [[nodiscard]] TemplateArguments arguments(std::int64_t batch_size) const {
+    TemplateArguments arguments = module_.default_arguments();
+    arguments.batch_size = batch_size;
+    return arguments;
+  }
+
+  NullHost host_;
+  std::shared_ptr<GenerationCount> count_;
+  NullContext context_;
+  Module module_;
+  GeneticTemplate config_;
+};
+
+// The baseline: what a straightforward program does for a failing candidate with a general JSON
+// value (nlohmann::ordered_json): the graph's text is the key, made once for the batch and once for
+// the run, the graph is copied deeply once, and the record is one JSON object of the same
+// entries. ----------------------------------------------------------------
+
+using Json = nlohmann::ordered_json;
+
+struct JsonNode {
+  template <typename... Children>
+  Json operator()(const std::string& name, const char* type, Children... children) const {
+    Json below = Json::array();
+    (below.push_back(std::move(children)), ...);
+    return {{"node", name}, {"type", type}, {"children", std::move(below)}};
+  }
+};
+
+class PlainGraphs {
+ public:
+  [[gnu::noinline]] const std::vector<Json>& untimed_graphs(std::int64_t count) {
+    graphs_.clear();
+    for (std::int64_t i = 0; i < count; ++i)
+      graphs_.push_back(numbered_graph(next_++, JsonNode()));
+    return graphs_;
+  }
+
+ private:
+  std::int64_t next_ = 0;
+  std::vector<Json> graphs_;
+};
+
+[[gnu::noinline]] std::string plain_recorder(const Json& /*result*/, const std::string& reason) {
+  return reason.empty() ? "none" : "evaluation-id";
+}
+
+Json plain_record(const Json& graph) {
+  const Json failure = {{"reason", "sharpe_min"}};
+  Json record = {{"graph", graph},
+                 {"stats", nullptr},
+                 {"passes", false},
+                 {"failures", {{"sharpe_min", failure}}},
+                 {"eval_id", nullptr},
+                 {"submission_payload", nullptr},
+                 {"attempt_evidence", {{"backtest_completed", true}}},
+                 {"per_column_stats", nullptr},
+                 {"tracking_metric_kwargs",
+                  {{"failure_reason", "sharpe_min"}, {"failure_detail", "1.25 < 1.5"}}},
+                 {"sharpe", 1.25},
+                 {"quality_score", 0.75},
+                 {"correlation", 0.5}};
+  record["worker_pid"] = 4321;
+  record["elapsed_simulation_seconds"] = 0.25;
+  record["process_attempt"] = 1;
+  return record;
+}
+
+class Baseline {
+ public:
+  Baseline(std::int64_t batch_size, std::int64_t generations, std::vector<std::int64_t> marks)
+      : batch_size_(batch_size), count_(generations, std::move(marks)) {}
+
+  void run() {
+    seen_.clear();
+    count_.reset();
+    count_.note_start();
+    while (!count_.is_set()) {
+      baseline_generation();
+      static_cast<void>(count_.wait(0.0));
+    }
+  }
+
+ private:
+  void baseline_generation() {
+    std::unordered_set<std::string> local;
+    std::vector<Json> results;
+    for (const Json& graph : graphs_.untimed_graphs(batch_size_)) {
+      if (!local.insert(graph.dump()).second || !seen_.insert(graph.dump()).second) continue;
+      results.push_back(plain_record(graph));
+    }
+    std::int64_t index = 0;
+    for (Json& result : results) {
+      result["candidate_index"] = index++;
+      result["improvement_depth"] = 0;
+      result["eval_id"] = plain_recorder(result, result["failures"].begin().key());
+      result["_parent_recorded"] = true;
+      elapsed_ += result["elapsed_simulation_seconds"].get<double>();
+    }
+    benchmark::DoNotOptimize(elapsed_);
+  }
+
+  std::int64_t batch_size_;
+  GenerationCount count_;
+  PlainGraphs graphs_;
+  std::unordered_set<std::string> seen_;
+  double elapsed_ = 0.0;
+};
+
+// Timings. The making of the graphs is part of them, and stands beside them alone. ---------------
+
+constexpr std::int64_t kTimedCandidates = 4096;
+
+template <typename Work>
+void time_candidates(benchmark::State& state, Work work) {
+  for ([[maybe_unused]] const auto turn : state)
+    work.run();
+  state.SetItemsProcessed(state.iterations() * kTimedCandidates);
+}
+
+void time_search(benchmark::State& state, const std::string& work) {
+  const std::int64_t batch_size = state.range(0);
+  time_candidates(state, Spine(work, batch_size, kTimedCandidates / batch_size, {}));
+}
+void time_baseline(benchmark::State& state) {
+  const std::int64_t batch_size = state.range(0);
+  time_candidates(state, Baseline(batch_size, kTimedCandidates / batch_size, {}));
+}
+void time_graphs(benchmark::State& state) {
+  NumberedGraphs graphs;
+  for ([[maybe_unused]] const auto turn : state)
+    benchmark::DoNotOptimize(graphs.untimed_graphs(state.range(0)));
+  state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+BENCHMARK_CAPTURE(time_search, failing, std::string("failing"))->Arg(64)->Arg(1024);
+BENCHMARK_CAPTURE(time_search, passing, std::string("passing"))->Arg(64)->Arg(1024);
+BENCHMARK(time_baseline)->Arg(64)->Arg(1024);
+BENCHMARK(time_graphs)->Arg(64);
+
+int run_once(const std::vector<std::string>& arguments) {
+  if (arguments.size() < 3) {
+    std::cerr << "usage: bench_spine run passing|failing|baseline BATCH GENERATIONS MARK...\n";
+    return 2;
+  }
+  const std::int64_t batch_size = std::stoll(arguments[1]);
+  const std::int64_t generations = std::stoll(arguments[2]);
+  std::vector<std::int64_t> marks;
+  for (std::size_t i = 3; i < arguments.size(); ++i)
+    marks.push_back(std::stoll(arguments[i]));
+  if (arguments[0] == "baseline") {
+    Baseline(batch_size, generations, marks).run();
+  } else {
+    Spine(arguments[0], batch_size, generations, marks).run();
+  }
+  return 0;
+}
+
+}  // namespace varnholt::genetic::benchmarks
+
+int main(int argc, char** argv) {
+  const std::vector<std::string> arguments(argv + 1, argv + argc);
+  if (!arguments.empty() && arguments[0] == "run") {
+    return varnholt::genetic::benchmarks::run_once({arguments.begin() + 1, arguments.end()});
+  }
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+  benchmark::RunSpecifiedBenchmarks();
+  return 0;
+}

@@ -1,0 +1,229 @@
+// A host that does nothing, so that what is measured is the library's own work.
+//
+// Graphs come from the benchmark, the pool simulates in this very process, the evaluator returns
+// one outcome that was made beforehand, the recorder gives a fixed id. No operation keeps, copies
+// or looks at what it is given.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "search_templates/genetic/host/host.hpp"
+#include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/host_object.hpp"
+
+namespace varnholt::genetic::benchmarks {
+
+class NullLogger : public Logger {
+ public:
+  void error(std::string_view /*format*/, std::initializer_list<Value> /*values*/) override {}
+  void warning(std::string_view /*format*/, std::initializer_list<Value> /*values*/) override {}
+  void warning_with_error(std::string_view /*text*/, const std::exception_ptr& /*error*/) override {
+  }
+};
+
+class NullEngine : public Engine {
+ public:
+  [[nodiscard]] Logger& logger() override { return logger_; }
+  [[nodiscard]] Value graph_depth_for_attempt_marker(const Value& /*graph*/) override { return 1; }
+  [[nodiscard]] bool is_sdk_runtime_not_ready_error(const Value& /*error*/) override {
+    return false;
+  }
+  [[nodiscard]] Value sdk_runtime_not_ready_rejection_detail() override { return {}; }
+  [[nodiscard]] Value infrastructure_failure_threshold() override { return 1000; }
+  [[noreturn]] void raise_background_infrastructure_error(const std::string& detail) override {
+    throw RuntimeError(detail);
+  }
+
+ private:
+  NullLogger logger_;
+};
+
+// One random state for ever: nothing is drawn from it.
+class NullGenerator : public RandomGenerator {
+ public:
+  [[nodiscard]] double random() override { return 0.0; }
+  [[nodiscard]] std::uint64_t getrandbits(int /*count*/) override { return 0; }
+  [[nodiscard]] Value getstate() const override { return 1; }
+};
+
+class NullRandomGenerators : public RandomGenerators {
+ public:
+  [[nodiscard]] std::shared_ptr<RandomGenerator> seeded(const Value& /*seed*/) override {
+    return generator_;
+  }
+  [[nodiscard]] std::shared_ptr<RandomGenerator> from_state(const Value& /*state*/) override {
+    return generator_;
+  }
+
+ private:
+  std::shared_ptr<RandomGenerator> generator_ = std::make_shared<NullGenerator>();
+};
+
+class OneWorker : public WorkerResolution {
+ public:
+  [[nodiscard]] Value resolved() const override { return 1; }
+};
+
+class InProcessPool : public ProcessEvaluation {
+ public:
+  [[nodiscard]] Value default_search_template_timeout_seconds() override { return 600.0; }
+  [[nodiscard]] Value default_worker_memory_limit_bytes() override { return 1 << 30; }
+  [[nodiscard]] Value terminal_worker_failed() override { return "worker_failed"; }
+  [[nodiscard]] Value terminal_worker_timeout() override { return "worker_timeout"; }
+  [[nodiscard]] Value terminal_process_priority_failed() override { return "priority_failed"; }
+  [[nodiscard]] Value terminal_memory_budget_exceeded() override { return "memory_exceeded"; }
+  [[nodiscard]] std::optional<Value> as_error(const std::exception& /*error*/) override {
+    return std::nullopt;
+  }
+  [[nodiscard]] std::unique_ptr<WorkerResolution> resolve_process_worker_count_details(
+      const Value& /*requested*/, const Value& /*candidate_count*/) override {
+    return std::make_unique<OneWorker>();
+  }
+  void log_worker_count_reduction(Logger& /*logger*/, const WorkerResolution& /*resolution*/,
+                                  std::string_view /*scope*/, SearchContext& /*cache_owner*/,
+                                  std::string_view /*detail*/) override {}
+  [[nodiscard]] std::vector<ProcessResult> evaluate_candidate_batch(
+      const std::vector<CandidateEvaluation>& candidates,
+      const std::function<Value(const CandidateEvaluation&)>& simulate,
+      const ProcessEvaluationConfig& /*config*/) override {
+    std::vector<ProcessResult> results;
+    results.reserve(candidates.size());
+    for (const CandidateEvaluation& candidate : candidates) {
+      results.push_back({candidate.candidate_index, simulate(candidate), 4321, 0.25, 1});
+    }
+    return results;
+  }
+};
+
+class NullEliteness : public Eliteness {
+ public:
+  [[nodiscard]] Value score_candidate(const Value& /*candidate*/,
+                                      const Mapping& /*keywords*/) override {
+    return 1.0;
+  }
+};
+
+class NoRandomGraphs : public RandomWeighted {
+ public:
+  [[nodiscard]] std::unique_ptr<ValueIterator> random_weighted_graphs(
+      SearchContext& /*context*/, const std::shared_ptr<RandomGenerator>& /*rng*/,
+      const Mapping& /*log_context*/, std::string_view /*template_name*/) override {
+    return nullptr;
+  }
+};
+
+class FixedSettings : public SearchSettings {
+ public:
+  [[nodiscard]] Value default_batch_size() override { return 64; }
+  [[nodiscard]] Value default_restart_threshold() override { return 1'000'000'000; }
+  [[nodiscard]] Value default_elite_fraction() override { return 0.25; }
+  [[nodiscard]] Value default_diversity_weight() override { return 0.5; }
+  [[nodiscard]] Value default_parsimony_weight() override { return 0.125; }
+  [[nodiscard]] Value default_operator_rates() override { return Mapping{{"crossover", 1.0}}; }
+};
+
+class NullVerdicts : public EvaluationVerdicts {
+ public:
+  [[nodiscard]] Value not_evaluated_verdict() override { return {}; }
+};
+
+class FixedSecureRandom : public SecureRandom {
+ public:
+  [[nodiscard]] std::uint64_t randbits(int /*count*/) override { return 1; }
+};
+
+class NoPause : public Pause {
+ public:
+  void sleep(double /*seconds*/) override {}
+};
+
+class NullHost : public Host {
+ public:
+  [[nodiscard]] Engine& engine() override { return engine_; }
+  [[nodiscard]] ProcessEvaluation& process_evaluation() override { return pool_; }
+  [[nodiscard]] Eliteness& eliteness() override { return eliteness_; }
+  [[nodiscard]] RandomWeighted& random_weighted() override { return random_weighted_; }
+  [[nodiscard]] SearchSettings& search_settings() override { return search_settings_; }
+  [[nodiscard]] EvaluationVerdicts& evaluation_verdicts() override { return verdicts_; }
+  [[nodiscard]] RandomGenerators& random_generators() override { return random_generators_; }
+  [[nodiscard]] SecureRandom& secure_random() override { return secure_random_; }
+  [[nodiscard]] Pause& pause() override { return pause_; }
+
+ private:
+  NullEngine engine_;
+  InProcessPool pool_;
+  NullEliteness eliteness_;
+  NoRandomGraphs random_weighted_;
+  FixedSettings search_settings_;
+  NullVerdicts verdicts_;
+  NullRandomGenerators random_generators_;
+  FixedSecureRandom secure_random_;
+  NoPause pause_;
+};
+
+// A function of the host that returns one value for ever.
+class Constant : public CallableBody {
+ public:
+  explicit Constant(Value value) : value_(std::move(value)) {}
+  Value call(std::span<const Value> /*positional*/, const Mapping& /*keywords*/) override {
+    return value_;
+  }
+  [[nodiscard]] std::optional<std::vector<Parameter>> signature() const override {
+    return std::nullopt;
+  }
+
+ private:
+  Value value_;
+};
+
+// A context whose evaluator returns `outcome`. It has no stop event unless it is given one.
+class NullContext : public SearchContext {
+ public:
+  NullContext(const Value& outcome, std::shared_ptr<StopEvent> stop_event)
+      : stop_event_(std::move(stop_event)),
+        evaluator_(std::make_shared<Constant>(outcome)),
+        recorder_(std::make_shared<Constant>("evaluation-id")) {}
+
+  [[nodiscard]] std::shared_ptr<StopEvent> stop_event() override { return stop_event_; }
+  [[nodiscard]] Callable fatal_callback() override { return {}; }
+  [[nodiscard]] Callable record_search_run_metrics() override { return {}; }
+  [[nodiscard]] std::optional<Value> max_depth() override { return std::nullopt; }
+  [[nodiscard]] std::optional<Value> n_jobs() override { return std::nullopt; }
+  [[nodiscard]] std::optional<Value> worker_memory_limit_bytes() override { return std::nullopt; }
+  [[nodiscard]] std::optional<Value> attribute(std::string_view /*name*/) override {
+    return std::nullopt;
+  }
+  [[nodiscard]] Callable own_graph_validator() override { return {}; }
+  [[nodiscard]] Callable backtester_validate_graph() override { return {}; }
+  [[nodiscard]] Callable evaluate_for_template() override { return evaluator_; }
+  [[nodiscard]] std::optional<Value> last_evaluation_record() override { return std::nullopt; }
+  [[nodiscard]] Callable safe_record() override { return recorder_; }
+  [[nodiscard]] Value current_attempt_evidence() override { return {}; }
+  [[nodiscard]] Callable derive_rejection_reason_detail() override { return {}; }
+
+ private:
+  std::shared_ptr<StopEvent> stop_event_;
+  Callable evaluator_;
+  Callable recorder_;
+};
+
+// A statistics object with the attributes that the library reads.
+class FixedStatistics : public HostObject {
+ public:
+  [[nodiscard]] std::string type_name() const override { return "Statistics"; }
+  [[nodiscard]] std::optional<Value> attribute(std::string_view name) const override {
+    if (name == "sharpe") return 1.25;
+    if (name == "quality_score") return 0.75;
+    if (name == "correlation") return 0.5;
+    return std::nullopt;
+  }
+};
+
+}  // namespace varnholt::genetic::benchmarks

@@ -1,0 +1,105 @@
+#include "hosts/python/errors/outgoing.hpp"
+
+#include <array>
+#include <string>
+#include <utility>
+
+#include "hosts/python/values/conversion.hpp"
+#include "hosts/python/values/python_api.hpp"
+#include "hosts/python/values/python_error.hpp"
+#include "search_templates/genetic/value/errors.hpp"
+
+namespace varnholt::python {
+namespace {
+
+// The built-in exception type of an error's exact kind.
+nb::object exception_type(const genetic::Error& error) {
+  const nb::object builtins = import_module("builtins");
+  const std::optional<nb::object> type = find_attribute(builtins, error.type_name());
+  if (type && PyExceptionClass_Check(type->ptr()) != 0) return *type;
+  return nb::borrow(PyExc_RuntimeError);
+}
+
+// What the exception is made with. A KeyError holds the key itself, whose text form the error has.
+nb::object exception_argument(const genetic::Error& error) {
+  if (dynamic_cast<const genetic::KeyError*>(&error) != nullptr) {
+    const nb::object text = text_object(error.text());
+    PyObject* const key =
+        PyObject_CallMethod(import_module("ast").ptr(), "literal_eval", "O", text.ptr());
+    if (key != nullptr) return nb::steal(key);
+    PyErr_Clear();  // A key of the host's own class: its text form has to do.
+  }
+  return text_object(error.text());
+}
+
+nb::object own_exception(const genetic::Error& error) {
+  nb::object exception = call(exception_type(error), {exception_argument(error)});
+  const auto* const nested = dynamic_cast<const std::nested_exception*>(&error);
+  if (nested != nullptr) {
+    nb::object cause = python_exception(nested->nested_ptr());
+    if (cause.is_valid()) PyException_SetCause(exception.ptr(), cause.release().ptr());
+  }
+  return exception;
+}
+
+void raise(nb::object exception) {
+#if PY_VERSION_HEX >= 0x030C0000
+  PyErr_SetRaisedException(exception.release().ptr());
+#else
+  PyObject* const type = reinterpret_cast<PyObject*>(Py_TYPE(exception.ptr()));
+  Py_INCREF(type);
+  PyObject* const traceback = PyException_GetTraceback(exception.ptr());
+  PyErr_Restore(type, exception.release().ptr(), traceback);
+#endif
+}
+
+// An exception of another class is left to the binding library's own translation.
+void translate(const std::exception_ptr& error, void* /*payload*/) {
+  nb::object exception = python_exception(error);
+  if (!exception.is_valid()) std::rethrow_exception(error);
+  raise(std::move(exception));
+}
+
+}  // namespace
+
+nb::object python_exception(const std::exception_ptr& error) {
+  if (!error) return {};
+  try {
+    std::rethrow_exception(error);
+  } catch (const PythonInterrupt& interrupt) {
+    return interrupt.exception();
+  } catch (const genetic::Error& own) {
+    nb::object origin = python_origin(own);
+    return origin.is_valid() ? origin : own_exception(own);
+  } catch (...) {
+    return {};
+  }
+}
+
+void register_errors() {
+  nb::register_exception_translator(translate);
+}
+
+HandledException::HandledException(const std::exception_ptr& error) {
+  const nb::object exception = python_exception(error);
+  PyObject* type = nullptr;
+  PyObject* value = nullptr;
+  PyObject* traceback = nullptr;
+  PyErr_GetExcInfo(&type, &value, &traceback);
+  outer_type_ = nb::steal(type);
+  outer_value_ = nb::steal(value);
+  outer_traceback_ = nb::steal(traceback);
+  if (!exception.is_valid()) return;
+
+  PyObject* const own_type = reinterpret_cast<PyObject*>(Py_TYPE(exception.ptr()));
+  Py_INCREF(own_type);
+  Py_INCREF(exception.ptr());
+  PyErr_SetExcInfo(own_type, exception.ptr(), PyException_GetTraceback(exception.ptr()));
+}
+
+HandledException::~HandledException() {
+  PyErr_SetExcInfo(outer_type_.release().ptr(), outer_value_.release().ptr(),
+                   outer_traceback_.release().ptr());
+}
+
+}  // namespace varnholt::python

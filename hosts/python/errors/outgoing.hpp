@@ -1,0 +1,37 @@
+// The library's errors on their way out to Python.
+//
+// An error that began as a Python exception is that same object again, with its traceback. An error
+// of the library's own becomes the built-in exception of its kind with the same text; what it was
+// thrown over becomes its cause. A PythonInterrupt is the exception that it carries.
+#pragma once
+
+#include <exception>
+
+#include <nanobind/nanobind.h>
+
+namespace varnholt::python {
+
+namespace nb = nanobind;
+
+// The exception object for an error of the library; null for an exception of any other class.
+[[nodiscard]] nb::object python_exception(const std::exception_ptr& error);
+
+// Makes every function of the module raise as told above. Called once, when the module is made.
+void register_errors();
+
+// While it lives, `error` is what Python takes for the exception being handled: what `sys.exc_info`
+// tells, and so what a log writes that is asked for the traceback.
+class HandledException {
+ public:
+  explicit HandledException(const std::exception_ptr& error);
+  HandledException(const HandledException&) = delete;
+  HandledException& operator=(const HandledException&) = delete;
+  ~HandledException();
+
+ private:
+  nb::object outer_type_;
+  nb::object outer_value_;
+  nb::object outer_traceback_;
+};
+
+}  // namespace varnholt::python

@@ -1,0 +1,85 @@
+#include "hosts/python/host/python_context.hpp"
+
+#include "hosts/python/host/python_callable.hpp"
+#include "hosts/python/values/conversion.hpp"
+#include "hosts/python/values/python_api.hpp"
+
+namespace varnholt::python {
+
+using genetic::Callable;
+using genetic::Value;
+
+bool PythonStopEvent::is_set() {
+  return is_true(call_method(event_, "is_set"));
+}
+
+bool PythonStopEvent::wait(double seconds) {
+  return is_true(call_method(event_, "wait", {to_python(seconds)}));
+}
+
+std::shared_ptr<genetic::StopEvent> PythonSearchContext::stop_event() {
+  nb::object event = attribute_or_none(context_, "_stop_event");
+  if (event.is_none()) return nullptr;
+  return std::make_shared<PythonStopEvent>(std::move(event));
+}
+
+Callable PythonSearchContext::fatal_callback() {
+  const nb::object callback = attribute_or_none(context_, "_fatal_callback");
+  return is_true(callback) ? any_callable(callback) : Callable();
+}
+
+Callable PythonSearchContext::record_search_run_metrics() {
+  return callable_or_empty(attribute_or_none(context_, "record_search_run_metrics"));
+}
+
+std::optional<Value> PythonSearchContext::max_depth() {
+  return attribute("max_depth");
+}
+
+std::optional<Value> PythonSearchContext::n_jobs() {
+  return attribute("_n_jobs");
+}
+
+std::optional<Value> PythonSearchContext::worker_memory_limit_bytes() {
+  return attribute("_worker_memory_limit_bytes");
+}
+
+std::optional<Value> PythonSearchContext::attribute(std::string_view name) {
+  const std::optional<nb::object> found = find_attribute(context_, name);
+  return found ? std::optional(to_value(*found)) : std::nullopt;
+}
+
+Callable PythonSearchContext::own_graph_validator() {
+  return callable_or_empty(attribute_or_none(context_, "_graph_validator"));
+}
+
+Callable PythonSearchContext::backtester_validate_graph() {
+  const nb::object backtester = attribute_or_none(context_, "_backtester");
+  return callable_or_empty(attribute_or_none(backtester, "validate_graph"));
+}
+
+Callable PythonSearchContext::evaluate_for_template() {
+  return callable_or_empty(attribute_or_none(context_, "_evaluate_for_template"));
+}
+
+std::optional<Value> PythonSearchContext::last_evaluation_record() {
+  return attribute("_last_evaluation_record");
+}
+
+Callable PythonSearchContext::safe_record() {
+  return callable_or_empty(attribute_or_none(context_, "_safe_record"));
+}
+
+Value PythonSearchContext::current_attempt_evidence() {
+  return to_value(call_method(context_, "_current_attempt_evidence"));
+}
+
+Callable PythonSearchContext::derive_rejection_reason_detail() {
+  return callable_or_empty(attribute_or_none(context_, "_derive_rejection_reason_detail"));
+}
+
+nb::object object_of(genetic::SearchContext& context) {
+  return dynamic_cast<PythonSearchContext&>(context).object();
+}
+
+}  // namespace varnholt::python

@@ -1,0 +1,61 @@
+// The search context that a Python host hands to the template.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include <nanobind/nanobind.h>
+
+#include "search_templates/genetic/host/search_context.hpp"
+#include "search_templates/genetic/host/stop_event.hpp"
+
+namespace varnholt::python {
+
+namespace nb = nanobind;
+
+class PythonStopEvent : public genetic::StopEvent {
+ public:
+  explicit PythonStopEvent(nb::object event) : event_(std::move(event)) {}
+
+  [[nodiscard]] bool is_set() override;
+  [[nodiscard]] bool wait(double seconds) override;
+
+ private:
+  nb::object event_;
+};
+
+// Reads attributes of `ctx` as `getattr` with a default does: only AttributeError means missing.
+class PythonSearchContext : public genetic::SearchContext {
+ public:
+  explicit PythonSearchContext(nb::object context) : context_(std::move(context)) {}
+
+  [[nodiscard]] const nb::object& object() const noexcept { return context_; }
+
+  [[nodiscard]] std::shared_ptr<genetic::StopEvent> stop_event() override;
+  [[nodiscard]] genetic::Callable fatal_callback() override;
+  [[nodiscard]] genetic::Callable record_search_run_metrics() override;
+
+  [[nodiscard]] std::optional<genetic::Value> max_depth() override;
+  [[nodiscard]] std::optional<genetic::Value> n_jobs() override;
+  [[nodiscard]] std::optional<genetic::Value> worker_memory_limit_bytes() override;
+  [[nodiscard]] std::optional<genetic::Value> attribute(std::string_view name) override;
+
+  [[nodiscard]] genetic::Callable own_graph_validator() override;
+  [[nodiscard]] genetic::Callable backtester_validate_graph() override;
+
+  [[nodiscard]] genetic::Callable evaluate_for_template() override;
+  [[nodiscard]] std::optional<genetic::Value> last_evaluation_record() override;
+  [[nodiscard]] genetic::Callable safe_record() override;
+  [[nodiscard]] genetic::Value current_attempt_evidence() override;
+  [[nodiscard]] genetic::Callable derive_rejection_reason_detail() override;
+
+ private:
+  nb::object context_;
+};
+
+// The `ctx` behind a context of this host.
+[[nodiscard]] nb::object object_of(genetic::SearchContext& context);
+
+}  // namespace varnholt::python

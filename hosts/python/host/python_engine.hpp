@@ -1,0 +1,89 @@
+// The host's modules for shared helpers, scores, random graphs and verdicts.
+#pragma once
+
+#include <exception>
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <nanobind/nanobind.h>
+
+#include "hosts/python/host/module_globals.hpp"
+#include "search_templates/genetic/host/eliteness.hpp"
+#include "search_templates/genetic/host/engine.hpp"
+#include "search_templates/genetic/host/evaluation_verdicts.hpp"
+#include "search_templates/genetic/host/random_weighted.hpp"
+
+namespace varnholt::python {
+
+namespace nb = nanobind;
+
+// `_engine.logger`.
+class PythonLogger : public genetic::Logger {
+ public:
+  explicit PythonLogger(const ModuleGlobals& globals) : globals_(globals) {}
+
+  void error(std::string_view format, std::initializer_list<genetic::Value> values) override;
+  void warning(std::string_view format, std::initializer_list<genetic::Value> values) override;
+  // With `exc_info=True`, while `error` is the exception being handled.
+  void warning_with_error(std::string_view text, const std::exception_ptr& error) override;
+
+  [[nodiscard]] nb::object object() const { return globals_.get("_engine", "logger"); }
+
+ private:
+  void log(const char* level, std::string_view format,
+           std::initializer_list<genetic::Value> values);
+
+  const ModuleGlobals& globals_;
+};
+
+// `_engine`.
+class PythonEngine : public genetic::Engine {
+ public:
+  explicit PythonEngine(const ModuleGlobals& globals) : globals_(globals), logger_(globals) {}
+
+  [[nodiscard]] genetic::Logger& logger() override { return logger_; }
+  [[nodiscard]] genetic::Value graph_depth_for_attempt_marker(const genetic::Value& graph) override;
+  [[nodiscard]] bool is_sdk_runtime_not_ready_error(const genetic::Value& error) override;
+  [[nodiscard]] genetic::Value sdk_runtime_not_ready_rejection_detail() override;
+  [[nodiscard]] genetic::Value infrastructure_failure_threshold() override;
+  [[noreturn]] void raise_background_infrastructure_error(const std::string& detail) override;
+
+ private:
+  const ModuleGlobals& globals_;
+  PythonLogger logger_;
+};
+
+// `score_candidate`.
+class PythonEliteness : public genetic::Eliteness {
+ public:
+  explicit PythonEliteness(const ModuleGlobals& globals) : globals_(globals) {}
+
+  [[nodiscard]] genetic::Value score_candidate(const genetic::Value& candidate,
+                                               const genetic::Mapping& keywords) override;
+
+ private:
+  const ModuleGlobals& globals_;
+};
+
+// `_random_weighted_graphs`, with the module's own log context.
+class PythonRandomWeighted : public genetic::RandomWeighted {
+ public:
+  explicit PythonRandomWeighted(const ModuleGlobals& globals) : globals_(globals) {}
+
+  [[nodiscard]] std::unique_ptr<genetic::ValueIterator> random_weighted_graphs(
+      genetic::SearchContext& context, const std::shared_ptr<genetic::RandomGenerator>& rng,
+      const genetic::Mapping& log_context, std::string_view template_name) override;
+
+ private:
+  const ModuleGlobals& globals_;
+};
+
+// The host's module of verdicts, imported at each call: loading our module does not need it.
+class PythonEvaluationVerdicts : public genetic::EvaluationVerdicts {
+ public:
+  [[nodiscard]] genetic::Value not_evaluated_verdict() override;
+};
+
+}  // namespace varnholt::python

@@ -1,0 +1,71 @@
+// The host behind the Python module: every class of the library's `host/` over Python objects.
+//
+// Made once, over the dict of the module, which it shares with the collector: the module holds the
+// host, and the host holds the module's names.
+#pragma once
+
+#include <utility>
+
+#include <nanobind/nanobind.h>
+
+#include "hosts/python/host/module_globals.hpp"
+#include "hosts/python/host/python_engine.hpp"
+#include "hosts/python/host/python_population.hpp"
+#include "hosts/python/host/python_process_evaluation.hpp"
+#include "hosts/python/host/python_random.hpp"
+#include "hosts/python/host/python_settings.hpp"
+#include "search_templates/genetic/host/host.hpp"
+
+namespace varnholt::python {
+
+namespace nb = nanobind;
+
+class PythonHost : public genetic::Host {
+ public:
+  explicit PythonHost(nb::object globals)
+      : globals_(std::move(globals)),
+        engine_(globals_),
+        process_evaluation_(globals_),
+        eliteness_(globals_),
+        random_weighted_(globals_),
+        search_settings_(globals_),
+        constants_(globals_),
+        fresh_candidates_(globals_) {}
+  PythonHost(const PythonHost&) = delete;
+  PythonHost& operator=(const PythonHost&) = delete;
+  ~PythonHost() override = default;
+
+  [[nodiscard]] genetic::Engine& engine() override { return engine_; }
+  [[nodiscard]] genetic::ProcessEvaluation& process_evaluation() override {
+    return process_evaluation_;
+  }
+  [[nodiscard]] genetic::Eliteness& eliteness() override { return eliteness_; }
+  [[nodiscard]] genetic::RandomWeighted& random_weighted() override { return random_weighted_; }
+  [[nodiscard]] genetic::SearchSettings& search_settings() override { return search_settings_; }
+  [[nodiscard]] genetic::EvaluationVerdicts& evaluation_verdicts() override { return verdicts_; }
+  [[nodiscard]] genetic::RandomGenerators& random_generators() override { return generators_; }
+  [[nodiscard]] genetic::SecureRandom& secure_random() override { return secure_random_; }
+  [[nodiscard]] genetic::Pause& pause() override { return pause_; }
+
+  [[nodiscard]] const PythonModuleConstants& constants() const { return constants_; }
+  [[nodiscard]] ModuleFreshCandidates& fresh_candidates() { return fresh_candidates_; }
+
+  // For the collector.
+  [[nodiscard]] ModuleGlobals& globals() { return globals_; }
+
+ private:
+  ModuleGlobals globals_;
+  PythonEngine engine_;
+  PythonProcessEvaluation process_evaluation_;
+  PythonEliteness eliteness_;
+  PythonRandomWeighted random_weighted_;
+  PythonSearchSettings search_settings_;
+  PythonEvaluationVerdicts verdicts_;
+  PythonRandomGenerators generators_;
+  PythonSecureRandom secure_random_;
+  PythonPause pause_;
+  PythonModuleConstants constants_;
+  ModuleFreshCandidates fresh_candidates_;
+};
+
+}  // namespace varnholt::python

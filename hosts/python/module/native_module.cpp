@@ -1,0 +1,17 @@
+#include <nanobind/nanobind.h>
+
+#include "hosts/python/errors/outgoing.hpp"
+#include "hosts/python/module/init.hpp"
+
+NB_MODULE(_native, module) {
+  namespace python = varnholt::python;
+  python::register_errors();
+  python::init_host(module);
+  python::init_settings(module);
+  python::init_graph(module);
+  python::init_population(module);
+  python::init_evaluation(module);
+  python::init_reaction(module);
+  python::init_process(module);
+  python::init_driver(module);
+}

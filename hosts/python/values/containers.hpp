@@ -1,0 +1,77 @@
+// Python's containers behind the library's lists and mappings.
+//
+// Each class holds a reference to the container and keeps nothing else of it: every read and write
+// goes to the container itself. Walking a container that changes meanwhile ends as it ends in
+// Python.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include <nanobind/nanobind.h>
+
+#include "search_templates/genetic/value/storage.hpp"
+
+namespace varnholt::python {
+
+namespace nb = nanobind;
+
+// Over a list of the exact type.
+class PythonListStorage : public genetic::ListStorage {
+ public:
+  explicit PythonListStorage(nb::object list) : list_(std::move(list)) {}
+
+  [[nodiscard]] const nb::object& object() const noexcept { return list_; }
+
+  [[nodiscard]] const void* identity() const noexcept override { return list_.ptr(); }
+  [[nodiscard]] std::size_t size() const override;
+  [[nodiscard]] genetic::Value at(std::size_t index) const override;
+  void set(std::size_t index, const genetic::Value& item) override;
+  void append(const genetic::Value& item) override;
+
+ private:
+  nb::object list_;
+};
+
+// What the two kinds of mapping share.
+class PythonStorage : public genetic::MappingStorage {
+ public:
+  [[nodiscard]] const nb::object& object() const noexcept { return object_; }
+  [[nodiscard]] const void* identity() const noexcept override { return object_.ptr(); }
+
+ protected:
+  explicit PythonStorage(nb::object object) : object_(std::move(object)) {}
+
+ private:
+  nb::object object_;
+};
+
+// Over a dict of the exact type.
+class DictStorage : public PythonStorage {
+ public:
+  explicit DictStorage(nb::object dict) : PythonStorage(std::move(dict)) {}
+
+  [[nodiscard]] std::size_t size() const override;
+  [[nodiscard]] std::optional<genetic::Value> find(const genetic::Value& key) const override;
+  void set(const genetic::Value& key, const genetic::Value& value) override;
+  bool erase(const genetic::Value& key) override;
+  [[nodiscard]] std::unique_ptr<Cursor> entries() const override;
+};
+
+// Over whatever else is a collections.abc.Mapping: a dict's subclass, a read-only view, a class of
+// the host. It is asked by `get`, and walked by `items`, so that what the class overrides counts; a
+// write to one that cannot be written fails with Python's own error.
+class ObjectMappingStorage : public PythonStorage {
+ public:
+  explicit ObjectMappingStorage(nb::object mapping) : PythonStorage(std::move(mapping)) {}
+
+  [[nodiscard]] std::size_t size() const override;
+  [[nodiscard]] std::optional<genetic::Value> find(const genetic::Value& key) const override;
+  void set(const genetic::Value& key, const genetic::Value& value) override;
+  bool erase(const genetic::Value& key) override;
+  [[nodiscard]] std::unique_ptr<Cursor> entries() const override;
+};
+
+}  // namespace varnholt::python

@@ -1,0 +1,82 @@
+#include "hosts/python/values/python_api.hpp"
+
+#include <cstddef>
+#include <vector>
+
+#include "hosts/python/values/python_error.hpp"
+
+namespace varnholt::python {
+
+nb::object checked(PyObject* new_reference) {
+  if (new_reference == nullptr) throw_current_error();
+  return nb::steal(new_reference);
+}
+
+int checked(int status) {
+  if (status < 0) throw_current_error();
+  return status;
+}
+
+nb::object call(nb::handle callable, std::initializer_list<nb::handle> positional,
+                std::initializer_list<Keyword> keywords) {
+  std::vector<PyObject*> arguments;
+  arguments.reserve(positional.size() + keywords.size());
+  for (const nb::handle argument : positional)
+    arguments.push_back(argument.ptr());
+  if (keywords.size() == 0) {
+    return checked(
+        PyObject_Vectorcall(callable.ptr(), arguments.data(), arguments.size(), nullptr));
+  }
+
+  const nb::object names = checked(PyTuple_New(static_cast<Py_ssize_t>(keywords.size())));
+  Py_ssize_t place = 0;
+  for (const Keyword& keyword : keywords) {
+    arguments.push_back(keyword.value.ptr());
+    PyTuple_SET_ITEM(names.ptr(), place++,
+                     checked(PyUnicode_InternFromString(keyword.name)).release().ptr());
+  }
+  return checked(
+      PyObject_Vectorcall(callable.ptr(), arguments.data(), positional.size(), names.ptr()));
+}
+
+nb::object call_method(nb::handle object, const char* name,
+                       std::initializer_list<nb::handle> positional,
+                       std::initializer_list<Keyword> keywords) {
+  return call(attribute(object, name), positional, keywords);
+}
+
+nb::object attribute(nb::handle object, const char* name) {
+  return checked(PyObject_GetAttrString(object.ptr(), name));
+}
+
+std::optional<nb::object> find_attribute(nb::handle object, std::string_view name) {
+  const nb::object name_object = text_object(name);
+  PyObject* const found = PyObject_GetAttr(object.ptr(), name_object.ptr());
+  if (found != nullptr) return nb::steal(found);
+  if (PyErr_ExceptionMatches(PyExc_AttributeError) == 0) throw_current_error();
+  PyErr_Clear();
+  return std::nullopt;
+}
+
+nb::object attribute_or_none(nb::handle object, const char* name) {
+  return find_attribute(object, name).value_or(nb::none());
+}
+
+bool is_true(nb::handle object) {
+  return checked(PyObject_IsTrue(object.ptr())) != 0;
+}
+
+bool is_instance(nb::handle object, nb::handle type) {
+  return checked(PyObject_IsInstance(object.ptr(), type.ptr())) != 0;
+}
+
+nb::object import_module(const char* name) {
+  return checked(PyImport_ImportModule(name));
+}
+
+nb::object text_object(std::string_view text) {
+  return checked(
+      PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "surrogatepass"));
+}
+
+}  // namespace varnholt::python

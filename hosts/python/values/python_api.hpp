@@ -1,0 +1,49 @@
+// Calls into the interpreter that fail as the library's errors do.
+//
+// Every operation throws what throw_current_error makes of the exception that Python sets. All of
+// them expect the interpreter's lock, which the module holds throughout.
+#pragma once
+
+#include <initializer_list>
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include <nanobind/nanobind.h>
+
+namespace varnholt::python {
+
+namespace nb = nanobind;
+
+// Takes over a new reference that a call of the interpreter gave; null means that it failed.
+[[nodiscard]] nb::object checked(PyObject* new_reference);
+// A status below zero means that the call failed. Returns the status.
+int checked(int status);
+
+struct Keyword {
+  const char* name;
+  nb::handle value;
+};
+
+nb::object call(nb::handle callable, std::initializer_list<nb::handle> positional = {},
+                std::initializer_list<Keyword> keywords = {});
+nb::object call_method(nb::handle object, const char* name,
+                       std::initializer_list<nb::handle> positional = {},
+                       std::initializer_list<Keyword> keywords = {});
+
+// The attribute, or an AttributeError.
+[[nodiscard]] nb::object attribute(nb::handle object, const char* name);
+// The attribute, or nothing when reading it raises AttributeError. Every other failure passes.
+[[nodiscard]] std::optional<nb::object> find_attribute(nb::handle object, std::string_view name);
+// getattr(object, name, None).
+[[nodiscard]] nb::object attribute_or_none(nb::handle object, const char* name);
+
+[[nodiscard]] bool is_true(nb::handle object);
+[[nodiscard]] bool is_instance(nb::handle object, nb::handle type);
+[[nodiscard]] nb::object import_module(const char* name);
+
+// A text. Surrogates pass in both directions, in the three bytes that UTF-8 would give them: a
+// file name that is no valid Unicode keeps its characters inside an exception's text.
+[[nodiscard]] nb::object text_object(std::string_view text);
+
+}  // namespace varnholt::python

@@ -1,0 +1,175 @@
+#include "hosts/python/values/python_object.hpp"
+
+#include <cstdint>
+
+#include "hosts/python/values/containers.hpp"
+#include "hosts/python/values/conversion.hpp"
+#include "hosts/python/values/python_api.hpp"
+#include "hosts/python/values/python_error.hpp"
+#include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/key.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::python {
+namespace {
+
+using genetic::Kind;
+using genetic::Mapping;
+using genetic::Value;
+
+bool compare(nb::handle left, nb::handle right, int operation) {
+  return is_true(checked(PyObject_RichCompare(left.ptr(), right.ptr(), operation)));
+}
+
+// The items of a tuple's subclass as a tuple of the library's.
+Value items_of(nb::handle tuple) {
+  return to_value(checked(PyTuple_GetSlice(tuple.ptr(), 0, PyTuple_GET_SIZE(tuple.ptr()))));
+}
+
+PyTypeObject* type_of_kind(Kind kind) {
+  switch (kind) {
+    case Kind::kBoolean:
+      return &PyBool_Type;
+    case Kind::kInteger:
+      return &PyLong_Type;
+    case Kind::kReal:
+      return &PyFloat_Type;
+    case Kind::kText:
+      return &PyUnicode_Type;
+    case Kind::kList:
+      return &PyList_Type;
+    case Kind::kTuple:
+      return &PyTuple_Type;
+    case Kind::kMapping:
+      return &PyDict_Type;
+    default:
+      return nullptr;
+  }
+}
+
+}  // namespace
+
+std::string PythonObject::type_name() const {
+  return python::type_name(object_);
+}
+
+Kind PythonObject::exact_kind() const {
+  const PyTypeObject* const type = Py_TYPE(object_.ptr());
+  for (const Kind kind : {Kind::kInteger, Kind::kReal, Kind::kText}) {
+    if (type == type_of_kind(kind)) return kind;
+  }
+  return Kind::kObject;
+}
+
+bool PythonObject::truth() const {
+  return is_true(object_);
+}
+
+bool PythonObject::equals(const Value& other) const {
+  return compare(object_, to_python(other), Py_EQ);
+}
+
+std::uint64_t PythonObject::hash() const {
+  PyObject* const pointer = object_.ptr();
+  const hashfunc own_hash = Py_TYPE(pointer)->tp_hash;
+  if (PyUnicode_Check(pointer) != 0 && own_hash == PyUnicode_Type.tp_hash) {
+    return genetic::detail::hash_text(text_of(object_));
+  }
+  if (PyTuple_Check(pointer) != 0 && own_hash == PyTuple_Type.tp_hash) {
+    return genetic::hash(items_of(object_));
+  }
+  const Py_hash_t hash = PyObject_Hash(pointer);
+  if (hash == -1) throw_current_error();
+  return static_cast<std::uint64_t>(hash);
+}
+
+std::optional<bool> PythonObject::less(const Value& other) const {
+  return compare(object_, to_python(other), Py_LT);
+}
+
+std::optional<bool> PythonObject::greater(const Value& other) const {
+  return compare(to_python(other), object_, Py_LT);
+}
+
+double PythonObject::to_float() const {
+  return PyFloat_AS_DOUBLE(checked(PyNumber_Float(object_.ptr())).ptr());
+}
+
+Value PythonObject::to_integer() const {
+  return to_value(checked(PyNumber_Long(object_.ptr())));
+}
+
+std::string PythonObject::str() const {
+  return str_of(object_);
+}
+
+std::string PythonObject::repr() const {
+  return text_of(checked(PyObject_Repr(object_.ptr())));
+}
+
+bool PythonObject::append_json(std::string& out) const {
+  const nb::object separators = to_python(genetic::Tuple{",", ":"});
+  const nb::object json = import_module("json");
+  out += text_of(call_method(json, "dumps", {object_},
+                             {{"sort_keys", nb::handle(Py_True)}, {"separators", separators}}));
+  return true;
+}
+
+std::optional<Mapping> PythonObject::as_mapping() const {
+  if (PyDict_Check(object_.ptr()) == 0) {
+    const nb::object collections = import_module("collections.abc");
+    if (!is_instance(object_, python::attribute(collections, "Mapping"))) return std::nullopt;
+  }
+  return Mapping(std::make_unique<ObjectMappingStorage>(object_));
+}
+
+bool PythonObject::is_instance_of(Kind kind) const {
+  PyTypeObject* const type = type_of_kind(kind);
+  return type != nullptr && PyObject_TypeCheck(object_.ptr(), type) != 0;
+}
+
+std::string PythonObject::text() const {
+  return PyUnicode_Check(object_.ptr()) != 0 ? text_of(object_) : str();
+}
+
+std::size_t PythonObject::length() const {
+  const Py_ssize_t size = PyObject_Size(object_.ptr());
+  if (size < 0) throw_current_error();
+  return static_cast<std::size_t>(size);
+}
+
+std::unique_ptr<genetic::ValueIterator> PythonObject::iterate() const {
+  return std::make_unique<PythonIterator>(checked(PyObject_GetIter(object_.ptr())));
+}
+
+Value PythonObject::item(const Value& key) const {
+  return to_value(checked(PyObject_GetItem(object_.ptr(), to_python(key).ptr())));
+}
+
+std::optional<Value> PythonObject::attribute(std::string_view name) const {
+  const std::optional<nb::object> found = find_attribute(object_, name);
+  return found ? std::optional(to_value(*found)) : std::nullopt;
+}
+
+Value PythonObject::deep_copy() const {
+  return to_value(call_method(import_module("copy"), "deepcopy", {object_}));
+}
+
+Value PythonObject::shallow_copy() const {
+  return to_value(call_method(import_module("copy"), "copy", {object_}));
+}
+
+PythonIterator::PythonIterator(nb::object iterator) : iterator_(std::move(iterator)) {
+  if (PyIter_Check(iterator_.ptr()) == 0) {
+    throw genetic::TypeError("'" + python::type_name(iterator_) + "' object is not an iterator");
+  }
+}
+
+std::optional<Value> PythonIterator::next() {
+  PyObject* const item = PyIter_Next(iterator_.ptr());
+  if (item != nullptr) return to_value(nb::steal(item));
+  if (PyErr_Occurred() != nullptr) throw_current_error();
+  return std::nullopt;
+}
+
+}  // namespace varnholt::python

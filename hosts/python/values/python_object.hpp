@@ -1,0 +1,77 @@
+// A Python object inside a Value: whatever is not exactly one of the library's kinds.
+//
+// Every question goes to the object by the operation that Python itself would use, so that what a
+// class defines counts, and what it raises leaves as that exception.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include <nanobind/nanobind.h>
+
+#include "search_templates/genetic/value/host_object.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::python {
+
+namespace nb = nanobind;
+
+class PythonObject : public genetic::HostObject {
+ public:
+  explicit PythonObject(nb::object object) : object_(std::move(object)) {}
+
+  [[nodiscard]] const nb::object& object() const noexcept { return object_; }
+
+  [[nodiscard]] std::string type_name() const override;
+  [[nodiscard]] genetic::Kind exact_kind() const override;
+  [[nodiscard]] const void* identity() const noexcept override { return object_.ptr(); }
+
+  [[nodiscard]] bool truth() const override;
+  [[nodiscard]] bool equals(const genetic::Value& other) const override;
+  // Python's hash for numbers. A text's or tuple's subclass that hashes as its base does gives the
+  // library's hash of that text or tuple, which it may be equal to.
+  [[nodiscard]] std::uint64_t hash() const override;
+  // Python looks at both operands' operators, so there is always an answer, or its TypeError.
+  [[nodiscard]] std::optional<bool> less(const genetic::Value& other) const override;
+  [[nodiscard]] std::optional<bool> greater(const genetic::Value& other) const override;
+
+  [[nodiscard]] double to_float() const override;
+  [[nodiscard]] genetic::Value to_integer() const override;
+  [[nodiscard]] std::string str() const override;
+  [[nodiscard]] std::string repr() const override;
+  bool append_json(std::string& out) const override;
+
+  // For every collections.abc.Mapping.
+  [[nodiscard]] std::optional<genetic::Mapping> as_mapping() const override;
+  [[nodiscard]] bool is_instance_of(genetic::Kind kind) const override;
+  // The characters of a str's subclass, whatever its `__str__` says.
+  [[nodiscard]] std::string text() const override;
+  [[nodiscard]] std::size_t length() const override;
+  [[nodiscard]] std::unique_ptr<genetic::ValueIterator> iterate() const override;
+  [[nodiscard]] genetic::Value item(const genetic::Value& key) const override;
+  [[nodiscard]] std::optional<genetic::Value> attribute(std::string_view name) const override;
+
+  // copy.deepcopy and copy.copy.
+  [[nodiscard]] genetic::Value deep_copy() const override;
+  [[nodiscard]] genetic::Value shallow_copy() const override;
+
+ private:
+  nb::object object_;
+};
+
+// Walks a Python iterator, one `next` a call.
+class PythonIterator : public genetic::ValueIterator {
+ public:
+  // TypeError "'list' object is not an iterator" for what has no `__next__`.
+  explicit PythonIterator(nb::object iterator);
+
+  [[nodiscard]] std::optional<genetic::Value> next() override;
+
+ private:
+  nb::object iterator_;
+};
+
+}  // namespace varnholt::python

@@ -1,0 +1,376 @@
+"""Genetic search over expression graphs.
+
+The module itself is callable, and searches with all defaults:
+
+    from varnholt.search_templates import genetic
+    genetic(ctx)
+
+`genetic.with_config(batch_size=64)` gives a template with settings of its own, which is called the
+same way. A search returns nothing: everything that it finds leaves through `ctx` and the host's
+modules, until the stop event of `ctx` is set.
+
+The host's modules and operations are bound below under fixed names and looked up in this module at
+each call, so that replacing one here replaces it for the search.
+"""
+
+import sys as _sys
+import types as _types
+
+from varnholt.config import search_settings as _search_settings
+from varnholt.search_templates import (
+    _engine,
+    process_evaluation as _process_evaluation,
+    reaction_planning as _reaction_planning,
+)
+from varnholt.search_templates._engine import (
+    evaluate_threshold_gates as _evaluate_threshold_gates,
+)
+from varnholt.search_templates.eliteness import score_candidate
+from varnholt.search_templates.genetic_ops import (
+    crossover,
+    hoist_mutation,
+    point_mutation,
+    subtree_mutation,
+)
+from varnholt.search_templates.random_weighted import _random_weighted_graphs
+
+from varnholt.search_templates.genetic import _native
+
+# The compiled part's view of the names of this module.
+_host = _native.Host(globals())
+
+DEFAULT_BATCH_SIZE = _search_settings.DEFAULT_BATCH_SIZE
+DEFAULT_RESTART_THRESHOLD = _search_settings.DEFAULT_RESTART_THRESHOLD
+DEFAULT_ELITE_FRACTION = _search_settings.DEFAULT_ELITE_FRACTION
+DEFAULT_DIVERSITY_WEIGHT = _search_settings.DEFAULT_DIVERSITY_WEIGHT
+DEFAULT_PARSIMONY_WEIGHT = _search_settings.DEFAULT_PARSIMONY_WEIGHT
+DEFAULT_OPERATOR_RATES = dict(_search_settings.DEFAULT_OPERATOR_RATES)
+DEFAULT_MAX_IMPROVEMENT_DEPTH = _native.DEFAULT_MAX_IMPROVEMENT_DEPTH
+DEFAULT_MAX_IMPROVEMENT_CANDIDATES = _native.DEFAULT_MAX_IMPROVEMENT_CANDIDATES
+DEFAULT_MAX_IMPROVEMENT_ROUNDS = _native.DEFAULT_MAX_IMPROVEMENT_ROUNDS
+DEFAULT_MAX_REACTION_PLANS_PER_SOURCE = _native.DEFAULT_MAX_REACTION_PLANS_PER_SOURCE
+DEFAULT_MAX_ACTIONABLE_NEAR_MISS_PARENTS = _native.DEFAULT_MAX_ACTIONABLE_NEAR_MISS_PARENTS
+TIE_SEMANTICS = _native.TIE_SEMANTICS
+_GENERATED_SEED_BITS = _native.GENERATED_SEED_BITS
+# What a child finds in place of an operation that only the parent may call, when it was missing.
+_CHILD_PARENT_OPERATION_MISSING = object()
+_GENETIC_RANDOM_WEIGHTED_LOG_CONTEXT = _native.GENETIC_RANDOM_WEIGHTED_LOG_CONTEXT
+_GENETIC_REACTION_LOG_CONTEXT = _native.GENETIC_REACTION_LOG_CONTEXT
+
+_SEARCH_TERMINAL_IMPROVEMENT_REASONS = _native.SEARCH_TERMINAL_IMPROVEMENT_REASONS
+_EXHAUSTED_NEAR_MISS_IMPROVEMENT_REASONS = _native.EXHAUSTED_NEAR_MISS_IMPROVEMENT_REASONS
+_REACTION_FAILURE_REASONS = _native.REACTION_FAILURE_REASONS
+_CLOSE_CONSTRAINT_REPAIR_FAILURE_REASONS = frozenset(
+    _native.CLOSE_CONSTRAINT_REPAIR_FAILURE_REASONS
+)
+_GATE_NEAR_MISS_FAILURE_REASONS = frozenset(_native.GATE_NEAR_MISS_FAILURE_REASONS)
+_MINIMUM_FAILURE_REASONS = frozenset(_native.MINIMUM_FAILURE_REASONS)
+_SHARPE_REACTION_FAILURE_REASONS = frozenset(_native.SHARPE_REACTION_FAILURE_REASONS)
+_PROCESS_TERMINAL_FAILURE_REASONS = frozenset(
+    (_process_evaluation.TERMINAL_WORKER_FAILED, _process_evaluation.TERMINAL_WORKER_TIMEOUT)
+)
+
+from varnholt.search_templates.genetic._evaluation import (  # noqa: E402
+    _candidate_exception_result,
+    _candidate_process_evaluation_error_result,
+    _derive_candidate_failure,
+    _evaluation_exception_failure,
+    _not_evaluated_verdict,
+    _number,
+    _optional_correlation,
+    _process_evaluation_error_is_search_fatal,
+    _process_evaluation_error_results,
+)
+from varnholt.search_templates.genetic._graph import (  # noqa: E402
+    _candidate_item_passes_validator,
+    _candidate_item_within_max_depth,
+    _canonical_graph_string,
+    _context_max_depth,
+    _freeze_graph_data,
+    _graph_passes_validator,
+    _graph_validator,
+    _graph_within_max_depth,
+    _lineage_candidate_item,
+    _plain_graph_data,
+    _plain_initial_candidates,
+    _reaction_improvement_within_graph_max_depth,
+    _structural_key,
+    _thaw_graph_data,
+)
+from varnholt.search_templates.genetic._population import (  # noqa: E402
+    _candidate_batch,
+    _deduplicate_graphs,
+    _fresh_random_candidates,
+    _fresh_random_candidates_for_rng,
+    _run_deduplicated_batch,
+)
+from varnholt.search_templates.genetic._run import (  # noqa: E402
+    _annotate_candidate_results,
+    _callable_accepts_keyword,
+    _context_optional_int,
+    _context_worker_memory_limit_bytes,
+    _elapsed_candidate_seconds,
+    _log_parallel_evaluation_worker_resolution,
+    _parallel_evaluation_requested_jobs,
+    _parallel_evaluation_worker_resolution,
+    _parallel_evaluation_workers,
+    _parent_prefetch_chunk_size,
+    _record_search_run_metrics,
+    _run_genetic_search,
+)
+from varnholt.search_templates.genetic._settings import (  # noqa: E402
+    _generate_run_seed,
+    _managed_rng_state,
+    _nonnegative_float,
+    _operator_rates,
+    _optional_nonnegative_float,
+    _optional_nonnegative_int,
+    _positive_float,
+    _positive_int,
+    _rng_from_state,
+)
+
+# Tells whether the source of fresh random graphs was replaced.
+_DEFAULT_FRESH_RANDOM_CANDIDATES = _fresh_random_candidates
+
+
+class _GeneticTemplate:
+    """One search's settings, immutable but for the state of its random numbers.
+
+    Each template draws a run seed of its own. Calling it with a search context runs the search;
+    calling it again goes on with the random numbers where the first run left them.
+    """
+
+    _varnholt_manages_evaluation = True
+
+    def __init__(
+        self,
+        batch_size=DEFAULT_BATCH_SIZE,
+        initial_candidates=None,
+        restart_threshold=DEFAULT_RESTART_THRESHOLD,
+        elite_fraction=DEFAULT_ELITE_FRACTION,
+        diversity_weight=DEFAULT_DIVERSITY_WEIGHT,
+        parsimony_weight=DEFAULT_PARSIMONY_WEIGHT,
+        operator_rates=None,
+        max_improvement_depth=DEFAULT_MAX_IMPROVEMENT_DEPTH,
+        max_improvement_candidates=DEFAULT_MAX_IMPROVEMENT_CANDIDATES,
+        max_improvement_rounds=DEFAULT_MAX_IMPROVEMENT_ROUNDS,
+        process_timeout_seconds=_process_evaluation.DEFAULT_SEARCH_TEMPLATE_TIMEOUT_SECONDS,
+    ):
+        _native.configure_template(
+            _host,
+            self,
+            batch_size=batch_size,
+            initial_candidates=initial_candidates,
+            restart_threshold=restart_threshold,
+            elite_fraction=elite_fraction,
+            diversity_weight=diversity_weight,
+            parsimony_weight=parsimony_weight,
+            operator_rates=operator_rates,
+            max_improvement_depth=max_improvement_depth,
+            max_improvement_candidates=max_improvement_candidates,
+            max_improvement_rounds=max_improvement_rounds,
+            process_timeout_seconds=process_timeout_seconds,
+        )
+
+    def __setattr__(self, name, value):
+        _native.set_template_attribute(self, name, value)
+
+    def __call__(self, ctx):
+        return _run_genetic_search(ctx, self)
+
+    @property
+    def batch_size(self):
+        """Candidates in a generated batch."""
+        return self._batch_size
+
+    @property
+    def initial_candidates(self):
+        """The seed graphs as new plain graphs, or None."""
+        return _native.thawed_candidates(self._initial_candidates)
+
+    @property
+    def seed(self):
+        """The run's seed."""
+        return self._seed
+
+    @property
+    def rng(self):
+        """A new generator on the current state; advancing it does not advance the template."""
+        return _rng_from_state(self._rng_state)
+
+    @property
+    def restart_threshold(self):
+        """Generations without a better score before a restart is forced."""
+        return self._restart_threshold
+
+    @property
+    def elite_fraction(self):
+        """The share of the population that is kept as elite."""
+        return self._elite_fraction
+
+    @property
+    def diversity_weight(self):
+        """The weight of diversity in a candidate's score."""
+        return self._diversity_weight
+
+    @property
+    def parsimony_weight(self):
+        """The weight of parsimony in a candidate's score."""
+        return self._parsimony_weight
+
+    @property
+    def operator_rates(self):
+        """The rate of each genetic operator, in a new dict."""
+        return dict(self._operator_rates)
+
+    @property
+    def max_improvement_depth(self):
+        """How many improvements may follow on one another, or None for no limit."""
+        return self._max_improvement_depth
+
+    @property
+    def max_improvement_candidates(self):
+        """Improvement candidates allowed in a generation, or None for no limit."""
+        return self._max_improvement_candidates
+
+    @property
+    def max_improvement_rounds(self):
+        """Improvement rounds allowed in a generation, or None for no limit."""
+        return self._max_improvement_rounds
+
+    @property
+    def process_timeout_seconds(self):
+        """Seconds that one candidate's process may take."""
+        return self._process_timeout_seconds
+
+    def _rng_for_batch(self):
+        return _rng_from_state(self._rng_state)
+
+    def _store_rng_state(self, rng):
+        _native.store_rng_state(self, rng)
+
+
+class _DefaultGeneticTemplate:
+    """The template of whoever configures nothing: each setting is read when it is asked for."""
+
+    _varnholt_manages_evaluation = True
+
+    def __call__(self, ctx):
+        return with_config()(ctx)
+
+    @property
+    def batch_size(self):
+        return DEFAULT_BATCH_SIZE
+
+    @property
+    def initial_candidates(self):
+        return None
+
+    @property
+    def seed(self):
+        return None
+
+    @property
+    def rng(self):
+        return None
+
+    @property
+    def restart_threshold(self):
+        return DEFAULT_RESTART_THRESHOLD
+
+    @property
+    def elite_fraction(self):
+        return DEFAULT_ELITE_FRACTION
+
+    @property
+    def diversity_weight(self):
+        return DEFAULT_DIVERSITY_WEIGHT
+
+    @property
+    def parsimony_weight(self):
+        return DEFAULT_PARSIMONY_WEIGHT
+
+    @property
+    def operator_rates(self):
+        return dict(DEFAULT_OPERATOR_RATES)
+
+    @property
+    def max_improvement_depth(self):
+        return DEFAULT_MAX_IMPROVEMENT_DEPTH
+
+    @property
+    def max_improvement_candidates(self):
+        return DEFAULT_MAX_IMPROVEMENT_CANDIDATES
+
+    @property
+    def max_improvement_rounds(self):
+        return DEFAULT_MAX_IMPROVEMENT_ROUNDS
+
+    @property
+    def process_timeout_seconds(self):
+        return _process_evaluation.DEFAULT_SEARCH_TEMPLATE_TIMEOUT_SECONDS
+
+
+def with_config(
+    batch_size=DEFAULT_BATCH_SIZE,
+    initial_candidates=None,
+    restart_threshold=DEFAULT_RESTART_THRESHOLD,
+    elite_fraction=DEFAULT_ELITE_FRACTION,
+    diversity_weight=DEFAULT_DIVERSITY_WEIGHT,
+    parsimony_weight=DEFAULT_PARSIMONY_WEIGHT,
+    operator_rates=None,
+    max_improvement_depth=DEFAULT_MAX_IMPROVEMENT_DEPTH,
+    max_improvement_candidates=DEFAULT_MAX_IMPROVEMENT_CANDIDATES,
+    max_improvement_rounds=DEFAULT_MAX_IMPROVEMENT_ROUNDS,
+    process_timeout_seconds=_process_evaluation.DEFAULT_SEARCH_TEMPLATE_TIMEOUT_SECONDS,
+):
+    """Return a template with these settings; TypeError or ValueError names the first bad one."""
+    return _GeneticTemplate(
+        batch_size=batch_size,
+        initial_candidates=initial_candidates,
+        restart_threshold=restart_threshold,
+        elite_fraction=elite_fraction,
+        diversity_weight=diversity_weight,
+        parsimony_weight=parsimony_weight,
+        operator_rates=operator_rates,
+        max_improvement_depth=max_improvement_depth,
+        max_improvement_candidates=max_improvement_candidates,
+        max_improvement_rounds=max_improvement_rounds,
+        process_timeout_seconds=process_timeout_seconds,
+    )
+
+
+def genetic(ctx):
+    """Search with all defaults, on a template and so with a seed of its own."""
+    return with_config()(ctx)
+
+
+# Tells the host that the template has its candidates evaluated itself.
+genetic._varnholt_manages_evaluation = True
+
+_default_genetic_template = _DefaultGeneticTemplate()
+
+
+class _CallableGeneticModule(_types.ModuleType):
+    """This module: called, and asked for settings, it behaves as the default template."""
+
+    def __call__(self, *args, **kwargs):
+        return _default_genetic_template(*args, **kwargs)
+
+    def __getattr__(self, name):
+        try:
+            return getattr(_default_genetic_template, name)
+        except AttributeError:
+            raise AttributeError(name) from None
+
+
+def _take_in():
+    """Make the functions of the files beside this one functions of this module."""
+    for value in tuple(globals().values()):
+        if isinstance(value, _types.FunctionType) and value.__module__.startswith(__name__ + "."):
+            value.__module__ = __name__
+
+
+_take_in()
+_sys.modules[__name__].__class__ = _CallableGeneticModule

@@ -1,0 +1,227 @@
+"""Nothing is leaked, and the collector sees through what the module holds.
+
+Goal: reference counts come out even on every way through the boundary, failures included. Method:
+counts of references and of allocated blocks before and after many calls; the collector; and the
+binding library's own report when the interpreter ends.
+"""
+
+import ctypes
+import gc
+import os
+import subprocess
+import sys
+import types
+import weakref
+
+import pytest
+
+ROUNDS = 150
+
+
+def calls(genetic, make_context):
+    """One call for each kind of way through the boundary."""
+    graph = {"node": "näme", "children": [{"x": 2**70, "y": float("nan"), "z": [1.5, None]}]}
+    frozen = genetic._freeze_graph_data(graph)
+    error = ValueError("bad")
+
+    def fail(*args, **keywords):
+        # A new one each time: raised again, an exception keeps the frames of all its ways.
+        raise ValueError("bad")
+
+    def swallow(call):
+        def run():
+            try:
+                call()
+            except (Exception, KeyboardInterrupt):
+                pass
+        return run
+
+    def interrupt(graph):
+        raise KeyboardInterrupt
+
+    context = make_context(
+        _safe_record=fail, _current_attempt_evidence=lambda: graph, max_depth="7", _n_jobs=3
+    )
+    config = genetic.with_config(batch_size=2)
+    result = {"passes": True}
+    return [
+        lambda: genetic._plain_graph_data(graph),
+        lambda: genetic._structural_key(graph),
+        lambda: genetic._thaw_graph_data(frozen),
+        lambda: genetic._canonical_graph_string(graph),
+        lambda: genetic._graph_passes_validator(graph, lambda copy: copy),
+        lambda: genetic._graph_passes_validator(graph, fail),
+        swallow(lambda: genetic._graph_passes_validator(graph, interrupt)),
+        swallow(lambda: genetic._freeze_graph_data({1: 2})),
+        swallow(lambda: genetic._freeze_graph_data([graph, ()])),
+        lambda: genetic._lineage_candidate_item(lambda: {"graph": graph}, "x", 9, bool),
+        lambda: genetic._candidate_exception_result(context, graph, error),
+        lambda: genetic._process_evaluation_error_results([graph, graph], error),
+        lambda: genetic._annotate_candidate_results([result], start_index=0, improvement_depth=0),
+        lambda: genetic._operator_rates({"crossover": 1}),
+        swallow(lambda: genetic._operator_rates({"crossover": object()})),
+        lambda: genetic._run_deduplicated_batch(context, config, [graph, graph], set()),
+        lambda: genetic._fresh_random_candidates_for_rng(context, 2, config.rng),
+        lambda: genetic._candidate_batch(context, config, 0, []),
+        lambda: genetic._callable_accepts_keyword(fail, "keywords"),
+        lambda: genetic._parallel_evaluation_workers(context, 3),
+        lambda: genetic.with_config(initial_candidates=[graph]),
+        swallow(lambda: genetic.with_config(batch_size=0)),
+        lambda: genetic._number("x", graph),
+    ]
+
+
+class HeapState(ctypes.Structure):
+    """What glibc's mallinfo2 tells."""
+
+    _fields_ = [
+        (name, ctypes.c_size_t)
+        for name in ("arena", "ordblks", "smblks", "hblks", "hblkhd", "usmblks", "fsmblks",
+                     "uordblks", "fordblks", "keepcost")
+    ]
+
+
+def native_bytes():
+    """Bytes in use on the C heap: the library's own memory, and Python's larger objects."""
+    try:
+        ask = ctypes.CDLL(None).mallinfo2
+    except AttributeError:
+        pytest.skip("this C library does not tell how much memory is in use")
+    ask.restype = HeapState
+    return ask().uordblks
+
+
+# A leaked value of the library's own takes at least this much.
+SMALLEST_VALUE = 32
+
+
+@pytest.mark.parametrize("count, least", [(sys.getallocatedblocks, 1),
+                                          (native_bytes, SMALLEST_VALUE)])
+def test_many_calls_leave_nothing_behind(genetic, make_context, monkeypatch, count, least):
+    # A log that keeps nothing: pytest's own keeps every entry.
+    quiet = types.SimpleNamespace(warning=lambda *args, **keywords: None)
+    monkeypatch.setattr(genetic._engine, "logger", quiet)
+    reductions = genetic._process_evaluation.logged_reductions
+    everything = calls(genetic, make_context)
+
+    def run(rounds):
+        for _ in range(rounds):
+            for call in everything:
+                call()
+            reductions.clear()
+        gc.collect()
+        return count()
+
+    counts = [run(ROUNDS) for _ in range(4)]
+    growth = [after - before for before, after in zip(counts, counts[1:])]
+    # Caches of the interpreter grow now and then; a leak grows each time, with every round.
+    assert min(growth) < ROUNDS * least, growth
+
+
+def test_the_counts_of_shared_objects_come_out_even(genetic, make_context):
+    graph = {"children": [{}], "text": "unshared text", "number": 12345.678}
+    context = make_context(_current_attempt_evidence=lambda: None, _last_evaluation_record={})
+    objects = [graph, graph["children"], graph["children"][0], graph["text"], graph["number"],
+               context, genetic._engine]
+    before = [sys.getrefcount(one) for one in objects]
+    for _ in range(50):
+        genetic._plain_graph_data(graph)
+        genetic._structural_key(graph)
+        genetic._deduplicate_graphs([graph, graph])
+        genetic._candidate_exception_result(context, graph, ValueError("x"))
+        genetic._graph_within_max_depth(graph, 3)
+        genetic._number("x", graph)
+    assert [sys.getrefcount(one) for one in objects] == before
+
+
+def test_an_error_and_its_frames_die_with_it(genetic):
+    class Held:
+        pass
+
+    held = weakref.WeakSet()
+
+    def validator(graph):
+        local = Held()
+        held.add(local)
+        raise ValueError("refused")
+
+    genetic._graph_passes_validator({}, validator)
+    gc.collect()
+    assert not held
+
+
+def test_a_circle_through_a_run_is_collected(genetic, make_context, make_event):
+    context = make_context(_stop_event=make_event())
+    context.circle = lambda: context
+    reference = weakref.ref(context)
+    genetic.genetic(context)
+    context.metrics[0]["context"] = context
+    genetic._process_evaluation.logged_reductions.clear()
+    del context
+    gc.collect()
+    assert reference() is None
+
+
+def test_a_function_kept_from_the_pool_keeps_no_context_alive(
+    genetic, make_context, make_event, monkeypatch
+):
+    kept = []
+
+    def evaluate(candidates, simulate, *, config):
+        kept.append(simulate)
+        return []
+
+    monkeypatch.setattr(genetic._process_evaluation, "evaluate_candidate_batch", evaluate)
+    context = make_context(_stop_event=make_event(set_after=1))
+    reference = weakref.ref(context)
+    genetic.genetic(context)
+    genetic._process_evaluation.logged_reductions.clear()
+    del context
+    gc.collect()
+    assert kept and reference() is None
+
+
+def test_the_collector_sees_the_modules_names(genetic):
+    assert any(one is vars(genetic) for one in gc.get_referents(genetic._host))
+
+
+def test_a_host_over_other_names_is_collected_with_them(genetic):
+    class Names(types.ModuleType):
+        pass
+
+    module = Names("other")
+    module._host = genetic._native.Host(vars(module))
+    reference = weakref.ref(module)
+    del module
+    gc.collect()
+    assert reference() is None
+
+
+@pytest.mark.parametrize(
+    "ending", ["", "import os; os.kill(os.getpid(), 2)", "raise SystemExit(3)"]
+)
+def test_the_binding_library_reports_no_leak_when_the_interpreter_ends(ending):
+    program = f"""
+from varnholt.search_templates import genetic
+import types
+
+class Stopped:
+    def is_set(self): return True
+
+genetic(types.SimpleNamespace(_stop_event=Stopped()))
+try:
+    genetic._freeze_graph_data(())
+except TypeError:
+    pass
+{ending}
+"""
+    answer = subprocess.run(
+        [sys.executable, "-c", program],
+        env={**os.environ, "PYTHONPATH": os.pathsep.join(sys.path)},
+        capture_output=True,
+        text=True,
+        timeout=60,
+        check=False,
+    )
+    assert "leak" not in answer.stderr and "nanobind" not in answer.stderr
+    assert answer.stderr == "" or "KeyboardInterrupt" in answer.stderr

@@ -1,0 +1,1 @@
+"""Timings of backtests."""

@@ -1,0 +1,5 @@
+"""Verdicts."""
+
+
+def not_evaluated_verdict():
+    return {"status": "not_evaluated"}
