@@ -1,0 +1,110 @@
+// The hand-made search context and its stop event. See scripted_host.hpp for how they are scripted.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "search_templates/genetic/host/search_context.hpp"
+#include "search_templates/genetic/host/stop_event.hpp"
+#include "tests/support/scripted_answers.hpp"
+
+namespace varnholt::genetic::test {
+
+class ScriptedStopEvent : public StopEvent {
+ public:
+  explicit ScriptedStopEvent(CallLog& log) : log_(log) {}
+
+  std::function<bool()> on_is_set = always(false);
+  std::function<bool(double)> on_wait = always(false);
+
+  [[nodiscard]] bool is_set() override {
+    log_.add("stop_event.is_set()");
+    return on_is_set();
+  }
+  [[nodiscard]] bool wait(double seconds) override {
+    log_.add("stop_event.wait", {seconds});
+    return on_wait(seconds);
+  }
+
+ private:
+  CallLog& log_;
+};
+
+class ScriptedContext : public SearchContext {
+  // An attribute stands in the log under its bare name.
+  template <typename Function>
+  auto read(const char* name, const Function& answer) {
+    log_.add(std::string(name));
+    return answer();
+  }
+
+ public:
+  explicit ScriptedContext(CallLog& log) : log_(log) {}
+
+  // A missing value or operation is the default of every attribute.
+  std::function<std::shared_ptr<StopEvent>()> on_stop_event = always(nullptr);
+  std::function<Callable()> on_fatal_callback = always(Callable());
+  std::function<Callable()> on_record_search_run_metrics = always(Callable());
+  std::function<std::optional<Value>()> on_max_depth = always(std::nullopt);
+  std::function<std::optional<Value>()> on_n_jobs = always(std::nullopt);
+  std::function<std::optional<Value>()> on_worker_memory_limit_bytes = always(std::nullopt);
+  std::function<std::optional<Value>(std::string_view)> on_attribute = always(std::nullopt);
+  std::function<Callable()> on_own_graph_validator = always(Callable());
+  std::function<Callable()> on_backtester_validate_graph = always(Callable());
+  std::function<Callable()> on_evaluate_for_template = always(Callable());
+  std::function<std::optional<Value>()> on_last_evaluation_record = always(std::nullopt);
+  std::function<Callable()> on_safe_record = always(Callable());
+  std::function<Value()> on_current_attempt_evidence = always(Value());
+  std::function<Callable()> on_derive_rejection_reason_detail = always(Callable());
+
+  [[nodiscard]] std::shared_ptr<StopEvent> stop_event() override {
+    return read("context.stop_event", on_stop_event);
+  }
+  [[nodiscard]] Callable fatal_callback() override {
+    return read("context.fatal_callback", on_fatal_callback);
+  }
+  [[nodiscard]] Callable record_search_run_metrics() override {
+    return read("context.record_search_run_metrics", on_record_search_run_metrics);
+  }
+  [[nodiscard]] std::optional<Value> max_depth() override {
+    return read("context.max_depth", on_max_depth);
+  }
+  [[nodiscard]] std::optional<Value> n_jobs() override { return read("context.n_jobs", on_n_jobs); }
+  [[nodiscard]] std::optional<Value> worker_memory_limit_bytes() override {
+    return read("context.worker_memory_limit_bytes", on_worker_memory_limit_bytes);
+  }
+  [[nodiscard]] std::optional<Value> attribute(std::string_view name) override {
+    log_.add("context.attribute", {name});
+    return on_attribute(name);
+  }
+  [[nodiscard]] Callable own_graph_validator() override {
+    return read("context.own_graph_validator", on_own_graph_validator);
+  }
+  [[nodiscard]] Callable backtester_validate_graph() override {
+    return read("context.backtester_validate_graph", on_backtester_validate_graph);
+  }
+  [[nodiscard]] Callable evaluate_for_template() override {
+    return read("context.evaluate_for_template", on_evaluate_for_template);
+  }
+  [[nodiscard]] std::optional<Value> last_evaluation_record() override {
+    return read("context.last_evaluation_record", on_last_evaluation_record);
+  }
+  [[nodiscard]] Callable safe_record() override {
+    return read("context.safe_record", on_safe_record);
+  }
+  [[nodiscard]] Value current_attempt_evidence() override {
+    log_.add("context.current_attempt_evidence()");
+    return on_current_attempt_evidence();
+  }
+  [[nodiscard]] Callable derive_rejection_reason_detail() override {
+    return read("context.derive_rejection_reason_detail", on_derive_rejection_reason_detail);
+  }
+
+ private:
+  CallLog& log_;
+};
+
+}  // namespace varnholt::genetic::test
