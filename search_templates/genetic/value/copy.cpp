@@ -1,8 +1,10 @@
 #include "search_templates/genetic/value/copy.hpp"
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "search_templates/genetic/value/errors.hpp"
@@ -33,27 +35,29 @@ class DeepCopy {
   }
 
  private:
+  // One level of nesting, or of tuples that may be met again, for as long as it lives.
   class Deeper {
    public:
-    explicit Deeper(int& depth) : depth_(depth) {
-      if (++depth_ > kMaximumNesting) {
-        --depth_;
+    explicit Deeper(int& depth, bool counts = true) : depth_(depth), step_(counts ? 1 : 0) {
+      if (depth_ + step_ > kMaximumNesting) {
         throw RecursionError("maximum recursion depth exceeded");
       }
+      depth_ += step_;
     }
     Deeper(const Deeper&) = delete;
     Deeper& operator=(const Deeper&) = delete;
-    ~Deeper() { --depth_; }
+    ~Deeper() { depth_ -= step_; }
 
    private:
     int& depth_;
+    int step_;
   };
 
   Value copy_list(const Value& value) {
     const List source = value.list();
     const ListStorage* const storage = source.storage();
     const void* const identity = storage ? storage->identity() : value.counted();
-    const bool may_recur = storage != nullptr || value.counted()->references > kOwnHandles;
+    const bool may_recur = storage != nullptr || may_be_met_again(value);
     if (may_recur) {
       if (const Value* const known = find(identity)) return *known;
     }
@@ -77,7 +81,7 @@ class DeepCopy {
     const Mapping source = value.mapping();
     const MappingStorage* const storage = source.storage();
     const void* const identity = storage ? storage->identity() : value.counted();
-    const bool may_recur = storage != nullptr || value.counted()->references > kOwnHandles;
+    const bool may_recur = storage != nullptr || may_be_met_again(value);
     if (may_recur) {
       if (const Value* const known = find(identity)) return *known;
     }
@@ -86,24 +90,52 @@ class DeepCopy {
     if (may_recur) remember(identity, value, result);
     if (storage == nullptr) {
       for (std::size_t i = 0; i < source.native_entries().size(); ++i) {
-        const Value key = source.native_entries()[i].key;
-        result.append_new(key, copy(source.native_entries()[i].value));
+        copy_entry(result, source.native_entries()[i]);
       }
       return result;
     }
     MappingCursor cursor(source);
-    while (const std::optional<MappingEntry> entry = cursor.next()) {
-      result.set(copy(entry->key), copy(entry->value));
-    }
+    while (const std::optional<MappingEntry> entry = cursor.next())
+      copy_entry(result, *entry);
     return result;
   }
 
+  // A text is a key of its own as it is; the copy of another key might equal one that is there.
+  void copy_entry(Mapping& result, const MappingEntry& entry) {
+    if (entry.key.is_text()) {
+      Value key = entry.key;
+      result.append_new(std::move(key), copy(entry.value));
+      return;
+    }
+    const Value key = entry.key;
+    Value value = copy(entry.value);
+    result.set(copy(key), std::move(value));
+  }
+
+  // A tuple cannot be remembered before its items are copied. If it may be met again, so may
+  // whatever lies below it, although nothing else refers to that.
   Value copy_tuple(const Value& value) {
+    const Value source = value;
+    const bool may_recur = may_be_met_again(value);
+    if (may_recur) {
+      if (const Value* const known = find(source.counted())) return *known;
+    }
     const Deeper deeper(depth_);
+    const Deeper below_shared(shared_tuples_, may_recur);
+    const Tuple tuple = source.tuple();
     std::vector<Value> items;
-    for (const Value& item : value.tuple().items())
+    items.reserve(tuple.size());
+    bool changed = false;
+    for (const Value& item : tuple.items()) {
       items.push_back(copy(item));
-    return Tuple(items);
+      changed = changed || !same_object(items.back(), item);
+    }
+    if (!may_recur) return changed ? Value(Tuple(items)) : source;
+    // An item that contains the tuple has led to a copy of it already.
+    if (const Value* const known = find(source.counted())) return *known;
+    const Value result = changed ? Value(Tuple(items)) : source;
+    remember(source.counted(), source, result);
+    return result;
   }
 
   // The handle is taken by value: the object's own code may drop the one that it was met by.
@@ -115,6 +147,9 @@ class DeepCopy {
     return result;
   }
 
+  [[nodiscard]] bool may_be_met_again(const Value& value) const noexcept {
+    return shared_tuples_ > 0 || value.counted()->references > kOwnHandles;
+  }
   [[nodiscard]] const Value* find(const void* identity) const {
     const auto known = copies_.find(identity);
     return known == copies_.end() ? nullptr : &known->second.copy;
@@ -125,7 +160,7 @@ class DeepCopy {
   }
 
   // The count of a container that nothing else refers to: its parent's or the caller's handle, and
-  // the typed handle made here.
+  // the handle made here.
   static constexpr std::uint32_t kOwnHandles = 2;
 
   struct Known {
@@ -134,7 +169,18 @@ class DeepCopy {
   };
   std::unordered_map<const void*, Known> copies_;
   int depth_ = 0;
+  int shared_tuples_ = 0;
 };
+
+// Walks the pair number `index` of a sequence that a mapping is made from.
+std::unique_ptr<ValueIterator> elements_of(const Value& pair, std::size_t index) {
+  try {
+    return iterate(pair);
+  } catch (const TypeError&) {
+    throw TypeError("cannot convert dictionary update sequence element #" + std::to_string(index) +
+                    " to a sequence");
+  }
+}
 
 }  // namespace
 
@@ -171,7 +217,7 @@ Mapping new_mapping(const Value& source) {
   Mapping result;
   const auto pairs = iterate(source);
   for (std::size_t index = 0; const std::optional<Value> pair = pairs->next(); ++index) {
-    const auto elements = iterate(*pair);
+    const auto elements = elements_of(*pair, index);
     std::vector<Value> items;
     while (std::optional<Value> element = elements->next())
       items.push_back(*std::move(element));

@@ -358,9 +358,15 @@ MappingCursor::~MappingCursor() = default;
 
 std::optional<MappingEntry> MappingCursor::next() {
   if (host_) return host_->cursor->next();
-  // A mapping that was handed to the host meanwhile no longer holds its entries itself.
-  if (!mapping_.is_native() || mapping_.size() != size_at_start_) {
+  if (mapping_.size() != size_at_start_) {
     throw RuntimeError("dictionary changed size during iteration");
+  }
+  if (!mapping_.is_native()) {
+    // The mapping was handed to the host meanwhile, which is no change: the walk goes on there.
+    host_ = std::make_unique<Host>(Host{mapping_.storage()->entries()});
+    for (std::size_t i = 0; i < index_; ++i)
+      static_cast<void>(host_->cursor->next());
+    return host_->cursor->next();
   }
   const auto entries = mapping_.native_entries();
   if (index_ == entries.size()) return std::nullopt;

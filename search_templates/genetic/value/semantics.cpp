@@ -279,16 +279,24 @@ Value from_integer(Integer integer) {
 
 // An index counts from the end when it is negative.
 std::size_t sequence_index(const Value& sequence, const Value& key) {
+  const std::string name = sequence.is_text() ? "string" : type_name(sequence);
+  if (key.is_object() && exact_kind(key) == Kind::kInteger) {
+    throw IndexError("cannot fit 'int' into an index-sized integer");
+  }
   if (!is_whole(key.kind())) {
-    throw TypeError(type_name(sequence) + " indices must be integers or slices, not " +
-                    type_name(key));
+    throw TypeError(sequence.is_text()
+                        ? "string indices must be integers, not '" + type_name(key) + "'"
+                        : name + " indices must be integers or slices, not " + type_name(key));
   }
   const auto size = static_cast<std::int64_t>(length(sequence));
   const std::int64_t index = whole(key) < 0 ? whole(key) + size : whole(key);
-  if (index < 0 || index >= size) {
-    throw IndexError((sequence.is_list() ? "list" : "tuple") + std::string(" index out of range"));
-  }
+  if (index < 0 || index >= size) throw IndexError(name + " index out of range");
   return static_cast<std::size_t>(index);
+}
+
+Value character_at(std::string_view text, std::size_t index) {
+  const std::string_view rest = text.substr(first_code_points(text, index).size());
+  return first_code_points(rest, 1);
 }
 
 }  // namespace
@@ -509,6 +517,8 @@ std::unique_ptr<ValueIterator> iterate(const Value& value) {
 
 Value item(const Value& value, const Value& key) {
   switch (value.kind()) {
+    case Kind::kText:
+      return character_at(value.text(), sequence_index(value, key));
     case Kind::kList:
     case Kind::kTuple:
       return item_at(value, sequence_index(value, key));

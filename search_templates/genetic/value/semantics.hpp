@@ -78,7 +78,7 @@ void append_repr(std::string& out, const Value& value);
 // iter(value): the keys of a mapping, the characters of a text, the items of a sequence.
 // TypeError "'int' object is not iterable".
 [[nodiscard]] std::unique_ptr<ValueIterator> iterate(const Value& value);
-// value[index] of a sequence or value[key] of a mapping; IndexError, KeyError or TypeError.
+// value[index] of a text or sequence or value[key] of a mapping; IndexError, KeyError or TypeError.
 [[nodiscard]] Value item(const Value& value, const Value& key);
 // The attribute of an object; empty when it has none of that name, as no value of ours has.
 [[nodiscard]] std::optional<Value> attribute(const Value& value, std::string_view name);

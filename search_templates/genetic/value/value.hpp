@@ -318,7 +318,8 @@ class ListCursor {
 };
 
 // Walks a mapping in its order. A mapping whose size changes under the walk makes `next` throw
-// RuntimeError "dictionary changed size during iteration".
+// RuntimeError "dictionary changed size during iteration"; one that is handed to the host under the
+// walk is walked to its end.
 class MappingCursor {
  public:
   explicit MappingCursor(Mapping mapping);
