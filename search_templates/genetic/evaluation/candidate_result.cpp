@@ -99,8 +99,12 @@ StatisticsNumbers statistics_numbers(const Value& stats) {
 
 EvaluationFailure evaluation_exception_failure(Engine& engine, const Value& error) {
   if (engine.is_sdk_runtime_not_ready_error(error)) {
-    const std::string detail = str(engine.sdk_runtime_not_ready_rejection_detail()) +
-                               " Cause: " + type_name(error) + ": " + str(error);
+    // One statement each, since the operands of one sum would be worked out in any order.
+    std::string detail = str(engine.sdk_runtime_not_ready_rejection_detail());
+    detail += " Cause: ";
+    detail += type_name(error);
+    detail += ": ";
+    detail += str(error);
     return {reasons::kSdkRuntimeNotReady, detail};
   }
   return {reasons::kEvaluateException, str(error)};

@@ -1,22 +1,10 @@
 #include "search_templates/genetic/settings/module_constants.hpp"
 
-#include <utility>
-
 #include "search_templates/genetic/settings/constants.hpp"
 #include "search_templates/genetic/value/copy.hpp"
-#include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::genetic {
-namespace {
-
-Mapping copied_rates(const Value& rates) {
-  const std::optional<Mapping> mapping = as_mapping(rates);
-  if (!mapping) throw TypeError("'" + type_name(rates) + "' object is not iterable");
-  return shallow_copy(*mapping);
-}
-
-}  // namespace
 
 LoadedConstants::LoadedConstants(SearchSettings& settings, ProcessEvaluation& process_evaluation)
     : batch_size_(settings.default_batch_size()),
@@ -24,7 +12,7 @@ LoadedConstants::LoadedConstants(SearchSettings& settings, ProcessEvaluation& pr
       elite_fraction_(settings.default_elite_fraction()),
       diversity_weight_(settings.default_diversity_weight()),
       parsimony_weight_(settings.default_parsimony_weight()),
-      operator_rates_(copied_rates(settings.default_operator_rates())),
+      operator_rates_(new_mapping(settings.default_operator_rates())),
       worker_failed_(process_evaluation.terminal_worker_failed()),
       worker_timeout_(process_evaluation.terminal_worker_timeout()) {}
 
