@@ -36,6 +36,10 @@ std::optional<Value> PythonSearchContext::max_depth() {
   return attribute("max_depth");
 }
 
+std::optional<Value> PythonSearchContext::vocabulary() {
+  return attribute("vocabulary");
+}
+
 std::optional<Value> PythonSearchContext::n_jobs() {
   return attribute("_n_jobs");
 }

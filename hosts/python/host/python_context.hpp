@@ -38,6 +38,7 @@ class PythonSearchContext : public genetic::SearchContext {
   [[nodiscard]] genetic::Callable record_search_run_metrics() override;
 
   [[nodiscard]] std::optional<genetic::Value> max_depth() override;
+  [[nodiscard]] std::optional<genetic::Value> vocabulary() override;
   [[nodiscard]] std::optional<genetic::Value> n_jobs() override;
   [[nodiscard]] std::optional<genetic::Value> worker_memory_limit_bytes() override;
   [[nodiscard]] std::optional<genetic::Value> attribute(std::string_view name) override;

@@ -1,5 +1,6 @@
 #include "hosts/python/host/python_engine.hpp"
 
+#include <array>
 #include <vector>
 
 #include "hosts/python/errors/outgoing.hpp"
@@ -10,6 +11,8 @@
 #include "hosts/python/values/python_api.hpp"
 #include "hosts/python/values/python_error.hpp"
 #include "hosts/python/values/python_object.hpp"
+#include "search_templates/genetic/value/copy.hpp"
+#include "search_templates/genetic/value/keys.hpp"
 
 namespace varnholt::python {
 
@@ -41,6 +44,39 @@ Value PythonEngine::graph_depth_for_attempt_marker(const Value& graph) {
       call_method(globals_.get("_engine"), "_graph_depth_for_attempt_marker", {to_python(graph)}));
 }
 
+Value PythonEngine::function_entries_for_kind(const Value& vocabulary, std::string_view kind) {
+  return to_value(call_method(globals_.get("_engine"), "_function_entries_for_kind",
+                              {to_python(vocabulary), text_object(kind)}));
+}
+
+Value PythonEngine::random_weighted_window_limit(genetic::SearchContext& context,
+                                                 const Value& max_depth) {
+  return opaque_value(call_method(globals_.get("_engine"), "_random_weighted_window_limit",
+                                  {object_of(context), to_python(max_depth)}));
+}
+
+Value PythonEngine::random_weighted_node_limit(genetic::SearchContext& context) {
+  return opaque_value(
+      call_method(globals_.get("_engine"), "_random_weighted_node_limit", {object_of(context)}));
+}
+
+Value PythonEngine::random_weighted_runtime_registry(genetic::SearchContext& context) {
+  return opaque_value(call_method(globals_.get("_engine"), "_random_weighted_runtime_registry",
+                                  {object_of(context)}));
+}
+
+Value PythonEngine::signal_generation_safe_rotations(const Value& functions,
+                                                     const Value& window_limit,
+                                                     const Value& node_limit, const Value& registry,
+                                                     const Mapping& keywords) {
+  // The module's own log context, which a host may have replaced.
+  Mapping given = genetic::shallow_copy(keywords);
+  given.set(genetic::keys::kLogContext, to_value(globals_.get("_GENETIC_REACTION_LOG_CONTEXT")));
+  const std::array<Value, 4> arguments = {functions, window_limit, node_limit, registry};
+  return PythonCallable(globals_.get("_engine", "_signal_generation_safe_rotations"))
+      .call(arguments, given);
+}
+
 bool PythonEngine::is_sdk_runtime_not_ready_error(const Value& error) {
   return is_instance(to_python(error), globals_.get("_engine", "SdkRuntimeNotReadyError"));
 }
@@ -60,6 +96,35 @@ void PythonEngine::raise_background_infrastructure_error(const std::string& deta
 
 Value PythonEliteness::score_candidate(const Value& candidate, const Mapping& keywords) {
   return PythonCallable(globals_.get("score_candidate")).call({&candidate, 1}, keywords);
+}
+
+Value PythonGeneticOps::crossover(const Value& elite, const Value& mate,
+                                  const std::shared_ptr<genetic::RandomGenerator>& rng,
+                                  const genetic::Callable& validator) {
+  return to_value(call(globals_.get("crossover"), {to_python(elite), to_python(mate)},
+                       {{"rng", object_of(rng)}, {"validator", object_of(validator)}}));
+}
+
+Value PythonGeneticOps::point_mutation(const Value& elite, const Value& replacements,
+                                       const std::shared_ptr<genetic::RandomGenerator>& rng,
+                                       const genetic::Callable& validator) {
+  return to_value(call(globals_.get("point_mutation"), {to_python(elite), to_python(replacements)},
+                       {{"rng", object_of(rng)}, {"validator", object_of(validator)}}));
+}
+
+Value PythonGeneticOps::subtree_mutation(const Value& elite, const Value& replacements,
+                                         const std::shared_ptr<genetic::RandomGenerator>& rng,
+                                         const genetic::Callable& validator) {
+  return to_value(call(globals_.get("subtree_mutation"),
+                       {to_python(elite), to_python(replacements)},
+                       {{"rng", object_of(rng)}, {"validator", object_of(validator)}}));
+}
+
+Value PythonGeneticOps::hoist_mutation(const Value& elite,
+                                       const std::shared_ptr<genetic::RandomGenerator>& rng,
+                                       const genetic::Callable& validator) {
+  return to_value(call(globals_.get("hoist_mutation"), {to_python(elite)},
+                       {{"rng", object_of(rng)}, {"validator", object_of(validator)}}));
 }
 
 std::unique_ptr<genetic::ValueIterator> PythonRandomWeighted::random_weighted_graphs(

@@ -13,6 +13,7 @@
 #include "search_templates/genetic/host/eliteness.hpp"
 #include "search_templates/genetic/host/engine.hpp"
 #include "search_templates/genetic/host/evaluation_verdicts.hpp"
+#include "search_templates/genetic/host/genetic_ops.hpp"
 #include "search_templates/genetic/host/random_weighted.hpp"
 
 namespace varnholt::python {
@@ -45,6 +46,17 @@ class PythonEngine : public genetic::Engine {
 
   [[nodiscard]] genetic::Logger& logger() override { return logger_; }
   [[nodiscard]] genetic::Value graph_depth_for_attempt_marker(const genetic::Value& graph) override;
+  [[nodiscard]] genetic::Value function_entries_for_kind(const genetic::Value& vocabulary,
+                                                         std::string_view kind) override;
+  [[nodiscard]] genetic::Value random_weighted_window_limit(
+      genetic::SearchContext& context, const genetic::Value& max_depth) override;
+  [[nodiscard]] genetic::Value random_weighted_node_limit(genetic::SearchContext& context) override;
+  [[nodiscard]] genetic::Value random_weighted_runtime_registry(
+      genetic::SearchContext& context) override;
+  [[nodiscard]] genetic::Value signal_generation_safe_rotations(
+      const genetic::Value& functions, const genetic::Value& window_limit,
+      const genetic::Value& node_limit, const genetic::Value& registry,
+      const genetic::Mapping& keywords) override;
   [[nodiscard]] bool is_sdk_runtime_not_ready_error(const genetic::Value& error) override;
   [[nodiscard]] genetic::Value sdk_runtime_not_ready_rejection_detail() override;
   [[nodiscard]] genetic::Value infrastructure_failure_threshold() override;
@@ -62,6 +74,30 @@ class PythonEliteness : public genetic::Eliteness {
 
   [[nodiscard]] genetic::Value score_candidate(const genetic::Value& candidate,
                                                const genetic::Mapping& keywords) override;
+
+ private:
+  const ModuleGlobals& globals_;
+};
+
+// `crossover`, `point_mutation`, `subtree_mutation` and `hoist_mutation`.
+class PythonGeneticOps : public genetic::GeneticOps {
+ public:
+  explicit PythonGeneticOps(const ModuleGlobals& globals) : globals_(globals) {}
+
+  [[nodiscard]] genetic::Value crossover(const genetic::Value& elite, const genetic::Value& mate,
+                                         const std::shared_ptr<genetic::RandomGenerator>& rng,
+                                         const genetic::Callable& validator) override;
+  [[nodiscard]] genetic::Value point_mutation(const genetic::Value& elite,
+                                              const genetic::Value& replacements,
+                                              const std::shared_ptr<genetic::RandomGenerator>& rng,
+                                              const genetic::Callable& validator) override;
+  [[nodiscard]] genetic::Value subtree_mutation(
+      const genetic::Value& elite, const genetic::Value& replacements,
+      const std::shared_ptr<genetic::RandomGenerator>& rng,
+      const genetic::Callable& validator) override;
+  [[nodiscard]] genetic::Value hoist_mutation(const genetic::Value& elite,
+                                              const std::shared_ptr<genetic::RandomGenerator>& rng,
+                                              const genetic::Callable& validator) override;
 
  private:
   const ModuleGlobals& globals_;

@@ -15,6 +15,7 @@
 #include "hosts/python/host/python_random.hpp"
 #include "hosts/python/host/python_settings.hpp"
 #include "search_templates/genetic/host/host.hpp"
+#include "search_templates/genetic/population/search_environment.hpp"
 
 namespace varnholt::python {
 
@@ -27,6 +28,7 @@ class PythonHost : public genetic::Host {
         engine_(globals_),
         process_evaluation_(globals_),
         eliteness_(globals_),
+        genetic_ops_(globals_),
         random_weighted_(globals_),
         search_settings_(globals_),
         constants_(globals_),
@@ -40,6 +42,7 @@ class PythonHost : public genetic::Host {
     return process_evaluation_;
   }
   [[nodiscard]] genetic::Eliteness& eliteness() override { return eliteness_; }
+  [[nodiscard]] genetic::GeneticOps& genetic_ops() override { return genetic_ops_; }
   [[nodiscard]] genetic::RandomWeighted& random_weighted() override { return random_weighted_; }
   [[nodiscard]] genetic::SearchSettings& search_settings() override { return search_settings_; }
   [[nodiscard]] genetic::EvaluationVerdicts& evaluation_verdicts() override { return verdicts_; }
@@ -49,6 +52,9 @@ class PythonHost : public genetic::Host {
 
   [[nodiscard]] const PythonModuleConstants& constants() const { return constants_; }
   [[nodiscard]] ModuleFreshCandidates& fresh_candidates() { return fresh_candidates_; }
+  [[nodiscard]] genetic::SearchEnvironment environment() {
+    return {*this, constants_, fresh_candidates_};
+  }
 
   // For the collector.
   [[nodiscard]] ModuleGlobals& globals() { return globals_; }
@@ -58,6 +64,7 @@ class PythonHost : public genetic::Host {
   PythonEngine engine_;
   PythonProcessEvaluation process_evaluation_;
   PythonEliteness eliteness_;
+  PythonGeneticOps genetic_ops_;
   PythonRandomWeighted random_weighted_;
   PythonSearchSettings search_settings_;
   PythonEvaluationVerdicts verdicts_;

@@ -1,6 +1,5 @@
 #include "hosts/python/host/python_population.hpp"
 
-#include <algorithm>
 #include <vector>
 
 #include "hosts/python/host/python_callable.hpp"
@@ -21,23 +20,15 @@ genetic::Value ModuleFreshCandidates::draw(genetic::SearchContext& context, std:
                        {{"rng", object_of(rng)}}));
 }
 
-nb::object ModuleFreshCandidates::draw_for_rng(nb::handle context, nb::handle count,
-                                               nb::handle rng) const {
+std::optional<std::vector<genetic::Parameter>> ModuleFreshCandidates::replacement_signature() {
   const nb::object source = globals_.get(kSource);
-  if (!source.is(globals_.get(kDefaultSource)) && !takes_rng(source)) {
-    return call(source, {context, count});
-  }
-  return call(source, {context, count}, {{"rng", rng}});
+  if (source.is(globals_.get(kDefaultSource))) return std::nullopt;
+  return any_callable(source).signature();
 }
 
-// By its name alone, or by taking any keyword. One that cannot be looked into is taken to.
-bool ModuleFreshCandidates::takes_rng(const nb::object& source) const {
-  const std::optional<std::vector<genetic::Parameter>> parameters =
-      any_callable(source).signature();
-  if (!parameters) return true;
-  return std::any_of(parameters->begin(), parameters->end(), [](const genetic::Parameter& one) {
-    return one.name == "rng" || one.kind == genetic::ParameterKind::kVariableKeyword;
-  });
+genetic::Value ModuleFreshCandidates::draw_without_rng(genetic::SearchContext& context,
+                                                       std::int64_t count) {
+  return to_value(call(globals_.get(kSource), {object_of(context), to_python(count)}));
 }
 
 nb::object PythonSeenGraphs::frozen(const genetic::Value& graph,

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include <nanobind/nanobind.h>
 
@@ -26,13 +27,13 @@ class ModuleFreshCandidates : public genetic::FreshCandidates {
   [[nodiscard]] genetic::Value draw(genetic::SearchContext& context, std::int64_t count,
                                     const std::shared_ptr<genetic::RandomGenerator>& rng) override;
 
-  // The same for callers that allow a replacement without the parameter `rng`: one whose signature
-  // shows that it takes no such keyword is called without it.
-  [[nodiscard]] nb::object draw_for_rng(nb::handle context, nb::handle count, nb::handle rng) const;
+  // What the replacement's signature tells; nothing while the module's own source is in place.
+  [[nodiscard]] std::optional<std::vector<genetic::Parameter>> replacement_signature() override;
+  // `_fresh_random_candidates(ctx, count)`.
+  [[nodiscard]] genetic::Value draw_without_rng(genetic::SearchContext& context,
+                                                std::int64_t count) override;
 
  private:
-  [[nodiscard]] bool takes_rng(const nb::object& source) const;
-
   const ModuleGlobals& globals_;
 };
 

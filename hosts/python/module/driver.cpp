@@ -131,8 +131,7 @@ void init_driver(nb::module_& module) {
   module.def("run_genetic_search", [](PythonHost& host, const Any& ctx, const Any& config) {
     PythonSearchContext context(ctx);
     PythonSearchConfig search_config(config);
-    genetic::run_genetic_search({host, host.constants(), host.fresh_candidates()}, context,
-                                search_config);
+    genetic::run_genetic_search(host.environment(), context, search_config);
   });
 }
 

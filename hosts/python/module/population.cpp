@@ -44,7 +44,11 @@ void init_population(nb::module_& module) {
              });
   module.def("fresh_random_candidates_for_rng",
              [](PythonHost& host, const Any& ctx, const Any& batch_size, const Any& rng) {
-               return host.fresh_candidates().draw_for_rng(ctx, batch_size, rng);
+               PythonSearchContext context(ctx);
+               const genetic::Value count = to_value(checked(PyNumber_Index(batch_size.ptr())));
+               return to_python(genetic::fresh_random_candidates_for_rng(
+                   host.fresh_candidates(), context, genetic::saturated_integer(count),
+                   generator_or_null(rng)));
              });
   module.def("candidate_batch", [](PythonHost& host, const Any& ctx, const Any& config,
                                    const Any& batch_index, const Any& prior_results,
@@ -53,9 +57,8 @@ void init_population(nb::module_& module) {
     PythonSearchConfig search_config(config);
     // Of the index only one thing is asked: whether it equals 0.
     const std::int64_t index = to_value(batch_index) == genetic::Value(0) ? 0 : 1;
-    return to_python(genetic::candidate_batch(context, search_config, host.fresh_candidates(),
-                                              index, to_value(prior_results),
-                                              is_true(force_restart)));
+    return to_python(genetic::candidate_batch(host.environment(), context, search_config, index,
+                                              to_value(prior_results), is_true(force_restart)));
   });
 }
 
