@@ -1,0 +1,221 @@
+// The operators over thousands of random graphs: the child is always a valid graph within the limits,
+// the parents stay as they are, the same state gives the same child, and what the validator refuses
+// never comes out. The seed of a failing case is shown.
+#include "hosts/embedded/operators/genetic_operators.hpp"
+
+#include <functional>
+#include <set>
+#include <stdexcept>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "hosts/embedded/market/synthetic_universe.hpp"
+#include "hosts/embedded/operators/graph_parts.hpp"
+#include "hosts/embedded/random/twister_generators.hpp"
+#include "hosts/embedded/search/function_callable.hpp"
+#include "hosts/embedded/vocabulary/expression_text.hpp"
+#include "hosts/embedded/vocabulary/graph_node.hpp"
+#include "hosts/embedded/vocabulary/random_graphs.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::embedded {
+namespace {
+
+using genetic::Callable;
+using genetic::List;
+using genetic::Mapping;
+using genetic::Value;
+using Rng = std::shared_ptr<genetic::RandomGenerator>;
+
+constexpr int kCases = 1500;
+
+Vocabulary small_vocabulary() {
+  SyntheticUniverseOptions options;
+  options.instruments = 2;
+  options.days = 20;
+  options.factors = 1;
+  return make_vocabulary(make_synthetic_universe(options));
+}
+
+class GeneticOperatorsTest : public ::testing::Test {
+ protected:
+  Rng seeded(std::int64_t seed) { return generators_.seeded(seed); }
+
+  Value graph(genetic::RandomGenerator& rng) { return random_graph(rng, vocabulary_, options_); }
+
+  // What the search gives as replacements.
+  Value replacements(genetic::RandomGenerator& rng) {
+    return List{graph(rng), graph(rng), graph(rng)};
+  }
+
+  using Operator =
+      std::function<Value(const Value& elite, const Value& mate, const Value& replacements,
+                          const Rng& rng, const Callable& validator)>;
+
+  Operator crossover = [this](const Value& elite, const Value& mate, const Value&, const Rng& rng,
+                              const Callable& validator) {
+    return operators_.crossover(elite, mate, rng, validator);
+  };
+  Operator point = [this](const Value& elite, const Value&, const Value& replacements,
+                          const Rng& rng, const Callable& validator) {
+    return operators_.point_mutation(elite, replacements, rng, validator);
+  };
+  Operator subtree = [this](const Value& elite, const Value&, const Value& replacements,
+                            const Rng& rng, const Callable& validator) {
+    return operators_.subtree_mutation(elite, replacements, rng, validator);
+  };
+  Operator hoist = [this](const Value& elite, const Value&, const Value&, const Rng& rng,
+                          const Callable& validator) {
+    return operators_.hoist_mutation(elite, rng, validator);
+  };
+
+  void holds_for_random_graphs(const Operator& apply) {
+    int changed = 0;
+    for (int seed = 0; seed < kCases; ++seed) {
+      SCOPED_TRACE("seed " + std::to_string(seed));
+      const Rng material = seeded(seed);
+      const Value elite = graph(*material);
+      const Value mate = graph(*material);
+      const Value fresh = replacements(*material);
+      const std::string before = genetic::repr(List{elite, mate, fresh});
+
+      const Value child = apply(elite, mate, fresh, seeded(seed + 1), {});
+      const GraphShape shape = check_graph(child, vocabulary_);
+      EXPECT_LE(shape.depth, options_.max_depth);
+      EXPECT_LE(shape.node_count, options_.max_nodes);
+      EXPECT_EQ(genetic::repr(List{elite, mate, fresh}), before);
+      EXPECT_TRUE(apply(elite, mate, fresh, seeded(seed + 1), {}) == child);
+      EXPECT_FALSE(genetic::same_object(child, elite));
+      if (!(child == elite)) ++changed;
+    }
+    // A copy of the parent is the way out, not the rule.
+    EXPECT_GT(changed, kCases / 2);
+  }
+
+  // A validator that refuses everything leaves a copy of the elite.
+  void gives_way_to_the_validator(const Operator& apply) {
+    int asked = 0;
+    const Callable refuses =
+        make_callable([&asked](std::span<const Value>, const Mapping&) -> Value {
+          ++asked;
+          throw std::runtime_error("refused");
+        });
+    const Rng material = seeded(9);
+    const Value elite = deep_graph();
+    const Value child = apply(elite, graph(*material), replacements(*material), seeded(1), refuses);
+    EXPECT_TRUE(child == elite);
+    EXPECT_FALSE(genetic::same_object(child, elite));
+    EXPECT_GT(asked, 0);
+    EXPECT_LE(asked, GeneticOperators::kTries);
+  }
+
+  // arith_add(ts_mean(close, 5), arith_neg(volume))
+  static Value deep_graph() {
+    const auto node = [](const char* name, std::string_view type, List children) {
+      return make_graph_node(name, type, std::move(children));
+    };
+    return node("arith_add", kRotationType,
+                {node("ts_mean", kRotationType,
+                      {node("close", kFeatureType, List()), node("5", kWindowType, List())}),
+                 node("arith_neg", kRotationType, {node("volume", kFeatureType, List())})});
+  }
+
+  Vocabulary vocabulary_ = small_vocabulary();
+  RandomGraphOptions options_;
+  GeneticOperators operators_{{options_.max_depth, options_.max_nodes}};
+  TwisterGenerators generators_;
+};
+
+TEST_F(GeneticOperatorsTest, CrossoverHolds) {
+  holds_for_random_graphs(crossover);
+}
+TEST_F(GeneticOperatorsTest, PointMutationHolds) {
+  holds_for_random_graphs(point);
+}
+TEST_F(GeneticOperatorsTest, SubtreeMutationHolds) {
+  holds_for_random_graphs(subtree);
+}
+TEST_F(GeneticOperatorsTest, HoistMutationHolds) {
+  holds_for_random_graphs(hoist);
+}
+
+TEST_F(GeneticOperatorsTest, EachGivesWayToTheValidator) {
+  gives_way_to_the_validator(crossover);
+  gives_way_to_the_validator(point);
+  gives_way_to_the_validator(subtree);
+  gives_way_to_the_validator(hoist);
+}
+
+TEST_F(GeneticOperatorsTest, TheValidatorsOwnCopyIsNotTheChild) {
+  const Callable spoils = make_callable([](std::span<const Value> positional, const Mapping&) {
+    positional[0].mapping().set("node", "spoilt");
+    return Value(true);
+  });
+  const Value child = operators_.hoist_mutation(deep_graph(), seeded(3), spoils);
+  EXPECT_EQ(expression_text(child).find("spoilt"), std::string::npos);
+}
+
+TEST_F(GeneticOperatorsTest, CrossoverKeepsTheElitesRoot) {
+  const Value elite = deep_graph();
+  for (int seed = 0; seed < 50; ++seed) {
+    const Rng material = seeded(seed);
+    const Value child = operators_.crossover(elite, graph(*material), material, {});
+    EXPECT_EQ(graph_parts(child)[0].name, "arith_add");
+  }
+}
+
+TEST_F(GeneticOperatorsTest, APointMutationChangesOneName) {
+  const Value elite = deep_graph();
+  for (int seed = 0; seed < 200; ++seed) {
+    const Rng material = seeded(seed);
+    const auto child =
+        graph_parts(operators_.point_mutation(elite, replacements(*material), material, {}));
+    const auto parent = graph_parts(elite);
+    ASSERT_EQ(child.size(), parent.size());
+    int differences = 0;
+    for (std::size_t i = 0; i < child.size(); ++i) {
+      EXPECT_EQ(child[i].type, parent[i].type);
+      if (child[i].name != parent[i].name) ++differences;
+    }
+    EXPECT_LE(differences, 1);
+  }
+}
+
+TEST_F(GeneticOperatorsTest, AHoistedGraphIsAPartOfTheElite) {
+  std::set<std::string> hoisted;
+  for (int seed = 0; seed < 50; ++seed) {
+    hoisted.insert(expression_text(operators_.hoist_mutation(deep_graph(), seeded(seed), {})));
+  }
+  EXPECT_EQ(hoisted, (std::set<std::string>{"ts_mean(close, 5)", "arith_neg(volume)"}));
+}
+
+TEST_F(GeneticOperatorsTest, ALoneFeatureIsReplacedAsAWhole) {
+  const Value lone = make_graph_node("close", kFeatureType, List());
+  const Value child = operators_.crossover(lone, deep_graph(), seeded(4), {});
+  EXPECT_NO_THROW(static_cast<void>(check_graph(child, vocabulary_)));
+  EXPECT_TRUE(operators_.hoist_mutation(lone, seeded(4), {}) == lone);
+}
+
+TEST_F(GeneticOperatorsTest, PartsBeyondTheLimitsAreNotTaken) {
+  GeneticOperators tight(GraphLimits{3, 6});
+  const Value elite = deep_graph();  // Depth 3, 6 nodes: only parts as small as their place fit.
+  for (int seed = 0; seed < 100; ++seed) {
+    const Rng material = seeded(seed);
+    const GraphShape shape =
+        check_graph(tight.crossover(elite, graph(*material), material, {}), vocabulary_);
+    EXPECT_LE(shape.depth, 3);
+    EXPECT_LE(shape.node_count, 6U);
+  }
+}
+
+TEST_F(GeneticOperatorsTest, WithoutMaterialOrGeneratorTheyStillGiveAGraph) {
+  const Value elite = deep_graph();
+  EXPECT_TRUE(operators_.subtree_mutation(elite, List(), seeded(1), {}) == elite);
+  EXPECT_TRUE(operators_.point_mutation(elite, List(), seeded(1), {}) == elite);
+  EXPECT_NO_THROW(
+      static_cast<void>(check_graph(operators_.crossover(elite, elite, nullptr, {}), vocabulary_)));
+}
+
+}  // namespace
+}  // namespace varnholt::embedded
