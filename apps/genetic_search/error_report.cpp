@@ -5,6 +5,7 @@
 #include "apps/genetic_search/text_layout.hpp"
 #include "apps/genetic_search/usage_error.hpp"
 #include "hosts/embedded/market/price_file_error.hpp"
+#include "hosts/embedded/search/seed_graphs.hpp"
 #include "hosts/embedded/store/sqlite_database.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 
@@ -19,8 +20,9 @@ bool is_one_of(const std::exception& error) {
 }  // namespace
 
 bool is_about_input(const std::exception& error) {
-  return is_one_of<UsageError, embedded::PriceFileError, embedded::StoreError, genetic::TypeError,
-                   genetic::ValueError, std::invalid_argument>(error);
+  return is_one_of<UsageError, embedded::PriceFileError, embedded::SeedFileError,
+                   embedded::StoreError, genetic::TypeError, genetic::ValueError,
+                   std::invalid_argument>(error);
 }
 
 std::string error_text(const std::exception& error) {

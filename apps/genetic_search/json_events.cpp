@@ -78,6 +78,7 @@ Json text_or_null(const std::string& text) {
 Json candidate_json(const CandidateRecorded& candidate) {
   return {{"evaluation_id", candidate.evaluation_id},
           {"generation", candidate.generation},
+          {"bred", candidate.bred},
           {"passed", candidate.passed},
           {"failure_reason", text_or_null(candidate.failure_reason)},
           {"failure_detail", text_or_null(candidate.failure_detail)},
@@ -103,6 +104,8 @@ Json progress_json(const SearchProgress& progress) {
           {"candidates", progress.candidates},
           {"candidates_per_second", candidates_a_second(progress)},
           {"passing", progress.passing},
+          {"fresh_in_generation", progress.fresh_in_generation},
+          {"bred_in_generation", progress.bred_in_generation},
           {"failures", failures},
           {"best_evaluation_id", best},
           {"elapsed_seconds", progress.elapsed_seconds}};

@@ -1,5 +1,6 @@
 #include "apps/genetic_search/option_values.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -68,6 +69,23 @@ double real_number(const std::string& option, const std::string& text, RealRange
     refuse(option, text, in_words(range));
   }
   return value;
+}
+
+genetic::Value rate_list(const std::string& option, const std::string& text) {
+  genetic::Mapping rates;
+  std::size_t start = 0;
+  while (start <= text.size()) {
+    const std::size_t end = std::min(text.find(',', start), text.size());
+    const std::string rate = text.substr(start, end - start);
+    const std::size_t equals = rate.find('=');
+    if (equals == std::string::npos || equals == 0 || equals + 1 == rate.size()) {
+      throw UsageError(fmt::format(
+          "{} wants rates such as crossover=0.4,hoist_mutation=0.1, not \"{}\"", option, rate));
+    }
+    rates.set(rate.substr(0, equals), rate.substr(equals + 1));
+    start = end + 1;
+  }
+  return rates;
 }
 
 }  // namespace varnholt::app

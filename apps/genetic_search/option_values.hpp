@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "search_templates/genetic/value/value.hpp"
+
 namespace varnholt::app {
 
 // Which numbers an option takes.
@@ -26,5 +28,9 @@ struct RealRange {
 // As above, for a decimal number such as "0.3", "-1" or "1e-3".
 [[nodiscard]] double real_number(const std::string& option, const std::string& text,
                                  RealRange range);
+
+// Rates written as "crossover=0.4,hoist_mutation=0", as a mapping of name to the rate's text. Which
+// names and rates there may be is the template's to say. Throws UsageError for another form.
+[[nodiscard]] genetic::Value rate_list(const std::string& option, const std::string& text);
 
 }  // namespace varnholt::app

@@ -83,6 +83,26 @@ class Options {
     });
   }
 
+  void optional_text(const std::string& name, const char* unit, const std::string& description,
+                     std::optional<std::filesystem::path>& target) {
+    add(name, unit, description, [name, &target](const std::string& value) {
+      if (value.empty()) throw UsageError(name + " wants the name of a file, not an empty text");
+      target = value;
+    });
+  }
+
+  // A setting of the search template, which reads and judges the text itself.
+  void setting(const std::string& name, const char* unit, const std::string& description,
+               std::optional<genetic::Value>& target) {
+    add(name, unit, description, [&target](const std::string& value) { target = value; });
+  }
+
+  void rates(const std::string& name, const char* unit, const std::string& description,
+             std::optional<genetic::Value>& target) {
+    add(name, unit, description,
+        [name, &target](const std::string& value) { target = rate_list(name, value); });
+  }
+
   template <typename Target>
   void whole(const std::string& name, const char* unit, WholeRange range,
              const std::string& description, Target& target) {
@@ -128,6 +148,36 @@ constexpr WholeRange from(std::int64_t least, std::int64_t most = kNoMost) {
   return {least, most};
 }
 
+void add_breeding_options(Options& options, embedded::SearchOptions& search) {
+  embedded::EmbeddedSettings defaults;
+  options.setting(
+      "--elite-fraction", "X",
+      fmt::format("The share of the candidates that are parents, above 0 and at most 1. "
+                  "Default: {}.",
+                  genetic::str(defaults.default_elite_fraction())),
+      search.elite_fraction);
+  options.setting("--diversity-weight", "X",
+                  fmt::format("What a parent's score loses for repeating another. Default: {}.",
+                              genetic::str(defaults.default_diversity_weight())),
+                  search.diversity_weight);
+  options.setting("--parsimony-weight", "X",
+                  fmt::format("What a score loses for each node of its expression. Default: {}.",
+                              genetic::str(defaults.default_parsimony_weight())),
+                  search.parsimony_weight);
+  options.whole("--restart-threshold", "N", from(1),
+                fmt::format("Generations without a better score before a restart. Default: {}.",
+                            genetic::str(defaults.default_restart_threshold())),
+                search.restart_threshold);
+  options.rates(
+      "--operator-rates", "NAME=X,...",
+      "Rates of crossover, point_mutation, subtree_mutation and hoist_mutation; those left "
+      "out keep their default.",
+      search.operator_rates);
+  options.optional_text("--seeds", "FILE",
+                        "A JSON list of graphs, with which the first generation begins.",
+                        search.seeds);
+}
+
 void add_search_options(Options& options, embedded::SearchOptions& search) {
   options.group("Data");
   options.text("--prices", "FILE", "Daily prices, as CSV (see below). Needed.", search.prices);
@@ -154,6 +204,9 @@ void add_search_options(Options& options, embedded::SearchOptions& search) {
                 "Repeats a run: the same seed, prices and settings give the same candidates. "
                 "Default: drawn anew, and told.",
                 search.seed);
+
+  options.group("Breeding");
+  add_breeding_options(options, search);
 
   options.group("Expressions");
   options.whole("--max-depth", "N", from(1, 100),

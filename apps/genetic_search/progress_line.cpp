@@ -68,9 +68,10 @@ std::string live_progress_text(const embedded::SearchProgress& progress,
 }
 
 std::string generation_text(const embedded::SearchProgress& progress) {
-  std::string line =
-      fmt::format("generation {}: {} candidates, {:.1f} a second, {} passing", progress.generation,
-                  progress.candidates, candidates_a_second(progress), progress.passing);
+  std::string line = fmt::format(
+      "generation {}: {} fresh and {} bred, {} candidates in all, {:.1f} a second, {} passing",
+      progress.generation, progress.fresh_in_generation, progress.bred_in_generation,
+      progress.candidates, candidates_a_second(progress), progress.passing);
   if (progress.best) {
     line += fmt::format(", best {:.2f} ({})", best_quality(*progress.best),
                         progress.best->evaluation_id);

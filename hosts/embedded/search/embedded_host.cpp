@@ -167,6 +167,7 @@ EmbeddedHost::EmbeddedHost(SystemCalls& system, const Vocabulary& vocabulary,
                            const HostSettings& settings)
     : engine_(settings.log, settings.graphs),
       operators_({settings.graphs.max_depth, settings.graphs.max_nodes}),
+      observed_operators_(operators_, lineage_),
       random_graphs_(vocabulary, settings.graphs),
       secure_random_(settings.seed),
       pool_(system, verdicts_, settings.timeout_seconds, settings.on_tick) {}

@@ -12,6 +12,7 @@
 #include "hosts/embedded/pool/system_calls.hpp"
 #include "hosts/embedded/random/twister_generators.hpp"
 #include "hosts/embedded/search/embedded_pool.hpp"
+#include "hosts/embedded/search/lineage.hpp"
 #include "hosts/embedded/search/search_events.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
@@ -134,11 +135,12 @@ class EmbeddedHost : public genetic::Host {
   EmbeddedHost(SystemCalls& system, const Vocabulary& vocabulary, const HostSettings& settings);
 
   [[nodiscard]] EmbeddedPool& pool() { return pool_; }
+  [[nodiscard]] Lineage& lineage() { return lineage_; }
 
   [[nodiscard]] genetic::Engine& engine() override { return engine_; }
   [[nodiscard]] genetic::ProcessEvaluation& process_evaluation() override { return pool_; }
   [[nodiscard]] genetic::Eliteness& eliteness() override { return eliteness_; }
-  [[nodiscard]] genetic::GeneticOps& genetic_ops() override { return operators_; }
+  [[nodiscard]] genetic::GeneticOps& genetic_ops() override { return observed_operators_; }
   [[nodiscard]] genetic::RandomWeighted& random_weighted() override { return random_graphs_; }
   [[nodiscard]] genetic::SearchSettings& search_settings() override { return search_settings_; }
   [[nodiscard]] genetic::EvaluationVerdicts& evaluation_verdicts() override { return verdicts_; }
@@ -151,7 +153,9 @@ class EmbeddedHost : public genetic::Host {
   EmbeddedEliteness eliteness_;
   EmbeddedSettings search_settings_;
   EmbeddedVerdicts verdicts_;
+  Lineage lineage_;
   GeneticOperators operators_;
+  ObservedOperators observed_operators_;
   EmbeddedRandomGraphs random_graphs_;
   TwisterGenerators generators_;
   SystemRandom secure_random_;

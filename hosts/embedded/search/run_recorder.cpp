@@ -82,9 +82,11 @@ double quality(const CandidateRecorded& candidate) {
 
 }  // namespace
 
-RunRecorder::RunRecorder(RunStore& store, SearchObserver& observer, int best_count)
+RunRecorder::RunRecorder(RunStore& store, SearchObserver& observer, Lineage& lineage,
+                         int best_count)
     : store_(store),
       observer_(observer),
+      lineage_(lineage),
       best_count_(static_cast<std::size_t>(best_count)),
       elapsed_seconds_([] { return 0.0; }) {}
 
@@ -101,6 +103,7 @@ Value RunRecorder::record(const Value& graph, bool passed, const Mapping& keywor
   CandidateRecorded candidate = candidate_of(graph, passed, keywords);
   candidate.evaluation_id = progress_.candidates + 1;
   candidate.generation = progress_.generation;
+  candidate.bred = lineage_.is_bred(graph);
   store_.record_evaluations(run_id_, {stored_form(candidate, graph)});
   count(candidate);
   observer_.on_recorded(candidate);
@@ -109,6 +112,7 @@ Value RunRecorder::record(const Value& graph, bool passed, const Mapping& keywor
 
 void RunRecorder::count(const CandidateRecorded& candidate) {
   ++progress_.candidates;
+  ++(candidate.bred ? bred_ : fresh_);
   if (!candidate.passed) {
     ++progress_.failures[candidate.failure_reason];
     return;
@@ -131,6 +135,9 @@ void RunRecorder::record_metrics(const Mapping& metrics) {
 
 void RunRecorder::generation_done() {
   ++progress_.generation;
+  progress_.bred_in_generation = std::exchange(bred_, 0);
+  progress_.fresh_in_generation = std::exchange(fresh_, 0);
+  lineage_.next_generation();
   observer_.on_generation(progress());
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "hosts/embedded/search/embedded_context.hpp"
+#include "hosts/embedded/search/lineage.hpp"
 #include "hosts/embedded/search/search_events.hpp"
 #include "hosts/embedded/store/run_store.hpp"
 #include "search_templates/genetic/value/value.hpp"
@@ -15,8 +16,8 @@ namespace varnholt::embedded {
 
 class RunRecorder : public ResultRecorder {
  public:
-  // Both must outlive the recorder. At most `best_count` signals are kept as the best.
-  RunRecorder(RunStore& store, SearchObserver& observer, int best_count);
+  // All three must outlive the recorder. At most `best_count` signals are kept as the best.
+  RunRecorder(RunStore& store, SearchObserver& observer, Lineage& lineage, int best_count);
 
   // Opens the run in the store. Nothing is recorded before.
   std::int64_t begin(const RunStart& start);
@@ -43,10 +44,13 @@ class RunRecorder : public ResultRecorder {
 
   RunStore& store_;
   SearchObserver& observer_;
+  Lineage& lineage_;
   std::size_t best_count_;
   std::int64_t run_id_ = 0;
   std::function<double()> elapsed_seconds_;
   SearchProgress progress_;
+  std::int64_t bred_ = 0;  // Of the generation under way.
+  std::int64_t fresh_ = 0;
   genetic::Value metrics_;
   std::vector<CandidateRecorded> best_;
 };

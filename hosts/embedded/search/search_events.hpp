@@ -31,6 +31,7 @@ struct SearchStarted {
 struct CandidateRecorded {
   std::int64_t evaluation_id = 0;  // In the store.
   std::int64_t generation = 0;     // From 0.
+  bool bred = false;               // Made from parents; otherwise a fresh graph or a seed.
   bool passed = false;
   std::string failure_reason;  // Empty when it passed.
   std::string failure_detail;
@@ -44,6 +45,8 @@ struct SearchProgress {
   std::int64_t generation = 0;  // Generations completed.
   std::int64_t candidates = 0;  // Recorded.
   std::int64_t passing = 0;
+  std::int64_t bred_in_generation = 0;  // Of the generation completed last.
+  std::int64_t fresh_in_generation = 0;
   std::map<std::string, std::int64_t> failures;  // By reason.
   std::optional<CandidateRecorded> best;         // The best by quality among the passing.
   double elapsed_seconds = 0.0;                  // Since the search began.

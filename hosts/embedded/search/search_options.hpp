@@ -18,8 +18,16 @@ struct SearchOptions {
 
   // Worker processes at once; absent is one a processor.
   std::optional<int> jobs;
-  // Candidates a generation, validated by the template; absent is the template's default.
-  std::optional<genetic::Value> batch_size;
+  // Settings of the template, which validates them; absent is its default. Numbers may be given as
+  // texts where the template takes a real; `operator_rates` is a mapping of operator to rate.
+  std::optional<genetic::Value> batch_size;         // Candidates a generation.
+  std::optional<genetic::Value> restart_threshold;  // Generations without a better score.
+  std::optional<genetic::Value> elite_fraction;     // The share of candidates that are parents.
+  std::optional<genetic::Value> diversity_weight;
+  std::optional<genetic::Value> parsimony_weight;
+  std::optional<genetic::Value> operator_rates;
+  // A JSON file with the list of graphs that the first generation consists of.
+  std::optional<std::filesystem::path> seeds;
 
   // The limits of the run. Whichever is reached first ends it; without any it runs until it is
   // stopped. Generations are counted by the pauses between them. Candidates are counted as they are

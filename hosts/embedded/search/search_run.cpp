@@ -17,6 +17,7 @@
 #include "hosts/embedded/search/embedded_host.hpp"
 #include "hosts/embedded/search/run_recorder.hpp"
 #include "hosts/embedded/search/search_stop.hpp"
+#include "hosts/embedded/search/seed_graphs.hpp"
 #include "hosts/embedded/store/run_store.hpp"
 #include "search_templates/genetic/driver/genetic.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
@@ -91,9 +92,22 @@ std::string settings_json(const SearchOptions& options, const genetic::SearchCon
 }
 
 genetic::GeneticTemplate configured_template(const genetic::Module& module,
-                                             const SearchOptions& options) {
+                                             const SearchOptions& options,
+                                             const Vocabulary& vocabulary) {
   genetic::TemplateArguments arguments = module.default_arguments();
-  if (options.batch_size) arguments.batch_size = *options.batch_size;
+  const auto set = [](Value& argument, const std::optional<Value>& option) {
+    if (option) argument = *option;
+  };
+  set(arguments.batch_size, options.batch_size);
+  set(arguments.restart_threshold, options.restart_threshold);
+  set(arguments.elite_fraction, options.elite_fraction);
+  set(arguments.diversity_weight, options.diversity_weight);
+  set(arguments.parsimony_weight, options.parsimony_weight);
+  set(arguments.operator_rates, options.operator_rates);
+  if (options.seeds) {
+    arguments.initial_candidates = read_seed_graphs(
+        *options.seeds, vocabulary, {options.graphs.max_depth, options.graphs.max_nodes});
+  }
   arguments.process_timeout_seconds = options.timeout_seconds;
   return module.with_config(arguments);
 }
@@ -167,10 +181,10 @@ SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
   RealSystemCalls system;
   EmbeddedHost host(system, evaluator.vocabulary(), settings);
   genetic::Module module(host);
-  genetic::GeneticTemplate config = configured_template(module, options);
+  genetic::GeneticTemplate config = configured_template(module, options, evaluator.vocabulary());
 
   RunStore store(options.database.string());
-  RunRecorder run_recorder(store, observer, options.best_count);
+  RunRecorder run_recorder(store, observer, host.lineage(), options.best_count);
   recorder = &run_recorder;
   SearchSummary summary;
   summary.run_id = run_recorder.begin(run_start(options, config, jobs));

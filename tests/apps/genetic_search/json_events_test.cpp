@@ -94,6 +94,7 @@ TEST(JsonEvents, TellAGeneration) {
   EXPECT_EQ(generation_event(samples::progress()).dump(),
             R"({"event":"generation","generation":3,"candidates":96,)"
             R"("candidates_per_second":24.0,"passing":12,)"
+            R"("fresh_in_generation":18,"bred_in_generation":14,)"
             R"("failures":{"sharpe_min":60,"turnover_max":20,"worker_timeout":4},)"
             R"("best_evaluation_id":17,"elapsed_seconds":4.0})");
   EXPECT_EQ(generation_event({})["best_evaluation_id"], nullptr);

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "apps/genetic_search/usage_error.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::app {
 namespace {
@@ -90,6 +91,28 @@ TEST(Options, ReachTheirGates) {
   EXPECT_EQ(gates.max_max_weight, 0.4);
   EXPECT_EQ(gates.max_delta_exposure, 0.5);
   EXPECT_EQ(gates.min_abs_weight_sum_mean, 0.6);
+}
+
+TEST(Options, HandTheTemplatesSettingsOnAsTexts) {
+  const RunCommand run =
+      parse_run({"--prices=p", "--elite-fraction=0.5", "--diversity-weight=abc",
+                 "--parsimony-weight=-1", "--restart-threshold=3",
+                 "--operator-rates=crossover=0.4,hoist_mutation=0", "--seeds=seeds.json"});
+  EXPECT_EQ(run.search.elite_fraction->text(), "0.5");
+  EXPECT_EQ(run.search.diversity_weight->text(), "abc");  // The template refuses it.
+  EXPECT_EQ(run.search.parsimony_weight->text(), "-1");
+  EXPECT_EQ(run.search.restart_threshold->integer(), 3);
+  EXPECT_EQ(genetic::repr(*run.search.operator_rates),
+            "{'crossover': '0.4', 'hoist_mutation': '0'}");
+  EXPECT_EQ(run.search.seeds, "seeds.json");
+}
+
+TEST(Options, RefuseRatesOfAnotherForm) {
+  for (const char* rates : {"crossover", "crossover=", "=0.4", "crossover=0.4,", ""}) {
+    EXPECT_THROW(static_cast<void>(parse_run({"--prices=p", "--operator-rates", rates})),
+                 UsageError)
+        << rates;
+  }
 }
 
 TEST(Options, ReadNumbersAsDecimal) {

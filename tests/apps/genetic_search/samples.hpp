@@ -55,6 +55,8 @@ inline embedded::SearchProgress progress() {
   progress.generation = 3;
   progress.candidates = 96;
   progress.passing = 12;
+  progress.fresh_in_generation = 18;
+  progress.bred_in_generation = 14;
   progress.failures = {{"sharpe_min", 60}, {"turnover_max", 20}, {"worker_timeout", 4}};
   progress.best = passing(17, 1.32);
   progress.elapsed_seconds = 4.0;

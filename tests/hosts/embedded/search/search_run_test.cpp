@@ -107,6 +107,38 @@ TEST_F(SearchRunTest, TheSameSeedRepeatsARunAndAnotherDoesNot) {
   EXPECT_NE(expressions_of(other), expressions_of(observer_));
 }
 
+TEST_F(SearchRunTest, BreedsFromWhatPassed) {
+  SearchOptions longer = options();
+  longer.batch_size = 12;
+  longer.generations = 4;
+  static_cast<void>(run_search(longer, observer_, interrupt_));
+  ASSERT_EQ(observer_.generations.size(), 4U);
+  EXPECT_EQ(observer_.generations[0].bred_in_generation, 0);
+  std::int64_t bred = 0;
+  for (const SearchProgress& progress : observer_.generations) {
+    bred += progress.bred_in_generation;
+    EXPECT_LE(progress.bred_in_generation + progress.fresh_in_generation, 12);
+  }
+  EXPECT_GT(bred, 0);
+  std::int64_t recorded_as_bred = 0;
+  for (const CandidateRecorded& candidate : observer_.recorded) {
+    if (candidate.bred) ++recorded_as_bred;
+  }
+  EXPECT_EQ(recorded_as_bred, bred);
+}
+
+TEST_F(SearchRunTest, TheTemplateJudgesItsOwnSettings) {
+  SearchOptions bad = options();
+  bad.elite_fraction = genetic::Value("1.5");
+  try {
+    static_cast<void>(run_search(bad, observer_, interrupt_));
+    FAIL() << "an elite fraction above 1 must be refused";
+  } catch (const genetic::ValueError& error) {
+    EXPECT_EQ(error.text(), "genetic elite_fraction must be <= 1");
+  }
+  EXPECT_FALSE(std::filesystem::exists(bad.database));
+}
+
 TEST_F(SearchRunTest, NoStructureIsEvaluatedTwice) {
   SearchOptions longer = options();
   longer.generations = 5;

@@ -1,0 +1,53 @@
+#include "hosts/embedded/search/seed_graphs.hpp"
+
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include <fmt/format.h>
+
+#include "hosts/embedded/search/json_value.hpp"
+#include "hosts/embedded/vocabulary/graph_node.hpp"
+#include "search_templates/genetic/value/errors.hpp"
+
+namespace varnholt::embedded {
+namespace {
+
+std::string file_text(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) {
+    throw SeedFileError(fmt::format(
+        "{}: cannot be opened; give the name of a JSON file with graphs", path.string()));
+  }
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+genetic::Value parsed(const std::filesystem::path& path) {
+  try {
+    return read_json(file_text(path));
+  } catch (const genetic::ValueError& error) {
+    throw SeedFileError(fmt::format("{}: {}", path.string(), error.text()));
+  }
+}
+
+}  // namespace
+
+genetic::List read_seed_graphs(const std::filesystem::path& path, const Vocabulary& vocabulary,
+                               const GraphLimits& limits) {
+  const genetic::Value graphs = parsed(path);
+  if (!graphs.is_list()) {
+    throw SeedFileError(
+        fmt::format("{}: holds no list; write the graphs as a JSON list [...]", path.string()));
+  }
+  for (std::size_t index = 0; index < graphs.list().size(); ++index) {
+    try {
+      static_cast<void>(check_graph(graphs.list().at(index), vocabulary, limits));
+    } catch (const GraphError& error) {
+      throw SeedFileError(fmt::format("{}: graph {} of {}: {}", path.string(), index + 1,
+                                      graphs.list().size(), error.text()));
+    }
+  }
+  return graphs.list();
+}
+
+}  // namespace varnholt::embedded

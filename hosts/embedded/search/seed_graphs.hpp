@@ -1,0 +1,29 @@
+// Graphs to begin a search with, from a file.
+#pragma once
+
+#include <filesystem>
+#include <stdexcept>
+
+#include "hosts/embedded/vocabulary/graph_check.hpp"
+#include "hosts/embedded/vocabulary/vocabulary.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::embedded {
+
+// A seeds file that cannot be used. The text names the file, the graph in it and the mend.
+class SeedFileError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// The graphs of a JSON file, which holds a list of graphs of this vocabulary within `limits`:
+//
+//   [{"node": "cross_rank", "type": "rotation",
+//     "children": [{"node": "close", "type": "feature", "children": []}]}]
+//
+// Throws SeedFileError.
+[[nodiscard]] genetic::List read_seed_graphs(const std::filesystem::path& path,
+                                             const Vocabulary& vocabulary,
+                                             const GraphLimits& limits);
+
+}  // namespace varnholt::embedded
