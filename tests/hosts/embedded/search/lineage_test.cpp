@@ -5,6 +5,7 @@
 
 #include "hosts/embedded/operators/genetic_operators.hpp"
 #include "search_templates/genetic/value/keys.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/search/search_fixture.hpp"
 
 namespace varnholt::embedded {
