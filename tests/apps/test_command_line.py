@@ -383,27 +383,39 @@ def test_one_signal_ends_a_run_in_good_order(tmp_path: Path, prices: Path, which
     assert rows(store, "SELECT count(*) FROM evaluations")[0][0] == told[-1]["candidate_count"]
 
 
-def stop_children_while_forking(process: subprocess.Popen) -> list[int]:
-    """Stops workers, so that the run is certain to be waiting for them."""
+def is_stopped_child(process: subprocess.Popen, child: int) -> bool:
+    try:
+        fields = Path(f"/proc/{child}/stat").read_text().rsplit(")", 1)[1].split()
+    except OSError:
+        return False
+    return fields[0] == "T" and int(fields[1]) == process.pid
+
+
+def hold_a_worker(process: subprocess.Popen) -> list[int]:
+    """Stops workers until one is held in its work, so that the run is waiting for it."""
     stopped: list[int] = []
 
-    def caught() -> bool:
+    def is_held() -> bool:
         for child in children_of(process.pid):
             try:
                 os.kill(child, signal.SIGSTOP)
                 stopped.append(child)
             except ProcessLookupError:
                 continue
-        return any(child in children_of(process.pid) for child in stopped)
+        # One that was stopped after its work was done is soon gone.
+        return any(
+            all(is_stopped_child(process, child) and not time.sleep(0.02) for _ in range(20))
+            for child in stopped
+        )
 
-    wait_until(caught, "no worker was seen")
+    wait_until(is_held, "no worker was held")
     return stopped
 
 
 def test_two_signals_end_it_at_once_with_no_child_left(tmp_path: Path, prices: Path):
     store = tmp_path / "runs.db"
     process = start("run", "--prices", prices, "--db", store, "--batch-size", "8")
-    stopped = stop_children_while_forking(process)
+    stopped = hold_a_worker(process)
     # Both are waiting when the program goes on, so that it cannot end in between.
     for which in (signal.SIGSTOP, signal.SIGINT, signal.SIGTERM, signal.SIGCONT):
         process.send_signal(which)
@@ -541,8 +553,7 @@ def test_the_first_ctrl_c_tells_what_the_second_would_do(tmp_path: Path, prices:
     store = tmp_path / "runs.db"
     terminal = Terminal(100, "run", "--prices", prices, "--db", store, "--batch-size", "16")
     terminal.read_until(r"gen [2-9]")
-    # A run that has stopped workers is between two ticks of one batch.
-    stop_children_while_forking(terminal.process)
+    hold_a_worker(terminal.process)
     os.write(terminal.screen, b"\x03")
     assert terminal.end() == 0
     assert re.search(

@@ -1,10 +1,12 @@
 // The test of what is plain graph data, and the walk over it that every form of a graph shares.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 
 #include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/native_view.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -12,57 +14,54 @@ namespace varnholt::genetic {
 
 enum class PlainKind : std::uint8_t { kMapping, kList, kScalar };
 
+// What the functions below throw.
+[[noreturn]] void refuse_value();
+[[noreturn]] void refuse_key();
+[[noreturn]] void refuse_depth();
+
+inline void require_depth(int depth) {
+  if (depth > kMaximumNesting) refuse_depth();
+}
+
 // What a value is as plain graph data at `depth` levels below the root. Throws TypeError for what
 // is not plain, RecursionError for what lies too deep.
 [[nodiscard]] inline PlainKind plain_kind(const Value& value, int depth) {
-  switch (exact_kind(value)) {
-    case Kind::kMapping:
-    case Kind::kList:
-      if (depth > kMaximumNesting) throw RecursionError("maximum recursion depth exceeded");
-      return value.is_list() ? PlainKind::kList : PlainKind::kMapping;
-    case Kind::kAbsent:
-    case Kind::kBoolean:
-    case Kind::kInteger:
-    case Kind::kReal:
-    case Kind::kText:
-      return PlainKind::kScalar;
-    default:
-      throw TypeError("genetic initial candidates must contain only plain graph data");
+  if (value.is_scalar()) return PlainKind::kScalar;
+  if (value.is_mapping() || value.is_list()) {
+    require_depth(depth);
+    return value.is_list() ? PlainKind::kList : PlainKind::kMapping;
+  }
+  // An object may be a scalar that our kinds do not hold; a tuple is none.
+  if (value.is_tuple() || exact_kind(value) == Kind::kObject) refuse_value();
+  return PlainKind::kScalar;
+}
+
+inline void require_plain_key(const Value& key) {
+  if (!key.is_text() && exact_kind(key) != Kind::kText) refuse_key();
+}
+
+// Calls `visit(key, value)` for each entry of a mapping, in order. A key that is no text fails
+// before its value is looked at; entries before it have been visited by then.
+template <typename Visit>
+void for_each_entry(const Value& mapping, const Visit& visit) {
+  MappingCursor cursor(mapping.mapping());
+  while (const std::optional<MappingEntry> entry = cursor.next()) {
+    require_plain_key(entry->key);
+    visit(entry->key, entry->value);
   }
 }
 
-// Calls `visit(key, value)` for each entry, in order. A key that is no text fails before its value
-// is looked at; entries before it have been visited by then.
+// Calls `visit(item)` for each item of a list, in order.
 template <typename Visit>
-void for_each_entry(const Mapping& mapping, const Visit& visit) {
-  const auto visit_entry = [&visit](const MappingEntry& entry) {
-    if (exact_kind(entry.key) != Kind::kText) {
-      throw TypeError("genetic initial candidate graph keys must be strings");
-    }
-    visit(entry.key, entry.value);
-  };
-  if (mapping.is_native()) {
-    // No host code runs during the walk of a native mapping, so its entries stay where they are.
-    for (const MappingEntry& entry : mapping.native_entries())
-      visit_entry(entry);
-    return;
-  }
-  MappingCursor cursor(mapping);
-  while (const std::optional<MappingEntry> entry = cursor.next())
-    visit_entry(*entry);
-}
-
-// Calls `visit(item)` for each item, in order.
-template <typename Visit>
-void for_each_item(const List& list, const Visit& visit) {
-  if (list.is_native()) {
-    for (const Value& item : list.native_items())
-      visit(item);
-    return;
-  }
-  ListCursor cursor(list);
+void for_each_item(const Value& list, const Visit& visit) {
+  ListCursor cursor(list.list());
   while (const std::optional<Value> item = cursor.next())
     visit(*item);
 }
+
+// Tests a graph whose lists and mappings all are the library's own, and tells what a copy of them
+// takes in one block of memory. Nothing when it meets a container of the host: what follows is then
+// not tested. Throws as plain_kind and for_each_entry do.
+[[nodiscard]] std::optional<std::size_t> native_tree_bytes(const Value& graph);
 
 }  // namespace varnholt::genetic

@@ -1,10 +1,12 @@
 #include "search_templates/genetic/graph/plain_graph.hpp"
 
+#include <optional>
 #include <vector>
 
 #include "search_templates/genetic/graph/plain_data.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
+#include "search_templates/genetic/value/tree_copy.hpp"
 
 namespace varnholt::genetic {
 namespace {
@@ -13,20 +15,19 @@ constexpr Key kDict = key<"dict">();
 constexpr Key kList = key<"list">();
 constexpr Key kScalar = key<"scalar">();
 
+// The copy of a graph with containers of the host in it.
 Value copy_plain(const Value& value, int depth) {
   switch (plain_kind(value, depth)) {
     case PlainKind::kMapping: {
-      const Mapping source = value.mapping();
-      Mapping copy(source.size());
-      for_each_entry(source, [&](const Value& key, const Value& child) {
+      Mapping copy(value.mapping().size());
+      for_each_entry(value, [&](const Value& key, const Value& child) {
         copy.append_new(key, copy_plain(child, depth + 1));
       });
       return copy;
     }
     case PlainKind::kList: {
-      const List source = value.list();
-      List copy(source.size());
-      for_each_item(source, [&](const Value& child) { copy.append(copy_plain(child, depth + 1)); });
+      List copy(value.list().size());
+      for_each_item(value, [&](const Value& child) { copy.append(copy_plain(child, depth + 1)); });
       return copy;
     }
     case PlainKind::kScalar:
@@ -39,15 +40,14 @@ Value freeze(const Value& value, int depth) {
   switch (plain_kind(value, depth)) {
     case PlainKind::kMapping: {
       std::vector<Value> pairs;
-      for_each_entry(value.mapping(), [&](const Value& key, const Value& child) {
+      for_each_entry(value, [&](const Value& key, const Value& child) {
         pairs.emplace_back(Tuple{key, freeze(child, depth + 1)});
       });
       return Tuple{kDict, Tuple(pairs)};
     }
     case PlainKind::kList: {
       std::vector<Value> items;
-      for_each_item(value.list(),
-                    [&](const Value& child) { items.push_back(freeze(child, depth + 1)); });
+      for_each_item(value, [&](const Value& child) { items.push_back(freeze(child, depth + 1)); });
       return Tuple{kList, Tuple(items)};
     }
     case PlainKind::kScalar:
@@ -83,7 +83,8 @@ Value thaw(const Value& frozen, int depth) {
 }  // namespace
 
 Value plain_graph_data(const Value& value) {
-  return copy_plain(value, 0);
+  const std::optional<std::size_t> bytes = native_tree_bytes(value);
+  return bytes ? detail::copy_tree(value, *bytes) : copy_plain(value, 0);
 }
 
 Value freeze_graph_data(const Value& value) {
@@ -100,7 +101,7 @@ Value plain_initial_candidates(const Value& initial_candidates) {
     throw TypeError("genetic initial_candidates must be a list of graph dictionaries");
   }
   std::vector<Value> frozen;
-  for_each_item(initial_candidates.list(),
+  for_each_item(initial_candidates,
                 [&](const Value& graph) { frozen.push_back(freeze_graph_data(graph)); });
   return Tuple(frozen);
 }

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -9,8 +10,10 @@
 
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/host_object.hpp"
+#include "search_templates/genetic/value/native_view.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "search_templates/genetic/value/storage.hpp"
+#include "search_templates/genetic/value/tree_copy.hpp"
 
 namespace varnholt::genetic {
 namespace {
@@ -172,6 +175,50 @@ class DeepCopy {
   int shared_tuples_ = 0;
 };
 
+// Whether a value that is no scalar is referred to from one place alone.
+bool has_one_handle(const Value& value) noexcept {
+  return value.representation().references == 1;
+}
+
+// Adds what the copy of a list or mapping takes; false unless it is a simple tree, in which nothing
+// can be met twice and nothing copies itself: native lists, native mappings with texts as keys, and
+// scalars, where each of the containers within has no other handle than its place.
+bool add_simple_tree_bytes(const Value& value, int depth, std::size_t& bytes);
+
+bool add_simple_list_bytes(const Value& list, int depth, std::size_t& bytes) {
+  if (depth > kMaximumNesting || !is_native_list(list)) return false;
+  const std::span<const Value> items = native_items(list);
+  bytes += detail::list_bytes(items.size());
+  for (const Value& item : items) {
+    if (item.is_scalar()) continue;
+    if (!has_one_handle(item) || !add_simple_tree_bytes(item, depth + 1, bytes)) return false;
+  }
+  return true;
+}
+
+// A list is walked in the place where it is met, so that the recursion takes one step a mapping.
+bool add_simple_mapping_bytes(const Value& mapping, int depth, std::size_t& bytes) {
+  if (depth > kMaximumNesting || !is_native_mapping(mapping)) return false;
+  const std::span<const MappingEntry> entries = native_entries(mapping);
+  bytes += detail::mapping_bytes(entries.size());
+  for (const MappingEntry& entry : entries) {
+    if (!entry.key.is_text()) return false;
+    if (entry.value.is_scalar()) continue;
+    if (!has_one_handle(entry.value)) return false;
+    if (entry.value.is_list()) {
+      if (!add_simple_list_bytes(entry.value, depth + 1, bytes)) return false;
+    } else if (!add_simple_tree_bytes(entry.value, depth + 1, bytes)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool add_simple_tree_bytes(const Value& value, int depth, std::size_t& bytes) {
+  if (value.is_list()) return add_simple_list_bytes(value, depth, bytes);
+  return value.is_mapping() && add_simple_mapping_bytes(value, depth, bytes);
+}
+
 // Walks the pair number `index` of a sequence that a mapping is made from.
 std::unique_ptr<ValueIterator> elements_of(const Value& pair, std::size_t index) {
   try {
@@ -231,6 +278,8 @@ Mapping new_mapping(const Value& source) {
 }
 
 Value deep_copy(const Value& value) {
+  std::size_t bytes = 0;
+  if (add_simple_tree_bytes(value, 1, bytes)) return detail::copy_tree(value, bytes);
   return DeepCopy().copy(value);
 }
 

@@ -22,16 +22,38 @@ struct Counted {
 // The count of a text that lives in the program: never raised, never lowered.
 inline constexpr std::uint32_t kImmortal = 0xFFFFFFFF;
 
+// Every text has room for this many characters, however short it is, so that the walks over graphs
+// copy nearly all texts in one step. What follows the characters in it is zero.
+inline constexpr std::size_t kShortTextRoom = 16;
+
 // A text's representation. For a text made at run time the characters follow in the same block.
 struct TextRep : Counted {
-  constexpr TextRep(std::uint32_t count, std::uint32_t length, std::uint64_t text_hash,
-                    const char* first)
-      : Counted{count}, size(length), hash(text_hash), characters(first) {}
+  constexpr TextRep(std::uint32_t count, std::string_view text, std::uint64_t text_hash, bool plain)
+      : Counted{count},
+        size(static_cast<std::uint32_t>(text.size() & kLargestSize)),
+        is_plain(plain ? 1U : 0U),
+        hash(text_hash),
+        characters(text.data()) {}
 
-  std::uint32_t size;
+  static constexpr std::size_t kLargestSize = 0x7FFFFFFF;
+
+  std::uint32_t size : 31;
+  // Whether JSON text between quotes has every character as it is.
+  std::uint32_t is_plain : 1;
   std::uint64_t hash;
-  const char* characters;
+  const char* characters;  // At least kShortTextRoom of them can be read.
 };
+
+// Whether a character stands in JSON text as it is.
+constexpr bool is_plain_in_json(char character) noexcept {
+  return character >= 0x20 && character < 0x7F && character != '"' && character != '\\';
+}
+constexpr bool is_plain_in_json(std::string_view text) noexcept {
+  bool plain = true;
+  for (const char character : text)
+    plain &= is_plain_in_json(character);
+  return plain;
+}
 
 // FNV-1a, 64 bits (Fowler, Noll, Vo). Texts are short, and the compiler can work it out.
 constexpr std::uint64_t hash_text(std::string_view text) noexcept {
@@ -53,12 +75,12 @@ struct Literal {
   }
   [[nodiscard]] constexpr std::string_view view() const { return {characters, N - 1}; }
 
-  char characters[N] = {};
+  char characters[N < kShortTextRoom ? kShortTextRoom : N] = {};
 };
 
 template <Literal L>
-inline constexpr TextRep kStaticText{kImmortal, static_cast<std::uint32_t>(L.view().size()),
-                                     hash_text(L.view()), L.characters};
+inline constexpr TextRep kStaticText{kImmortal, L.view(), hash_text(L.view()),
+                                     is_plain_in_json(L.view())};
 
 }  // namespace detail
 

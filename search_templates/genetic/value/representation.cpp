@@ -1,5 +1,6 @@
 #include "search_templates/genetic/value/representation.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <string>
@@ -14,31 +15,28 @@ namespace varnholt::genetic {
 namespace detail {
 namespace {
 
-// Mappings up to this size are looked through; most records and all graph nodes are that small.
-constexpr std::size_t kLargestScanned = 16;
-
 TextRep* make_text(std::string_view text) {
-  if (text.size() > 0xFFFFFFFF) throw OverflowError("text is longer than 4294967295 bytes");
-  auto* const block = static_cast<char*>(::operator new(sizeof(TextRep) + text.size()));
+  if (text.size() > TextRep::kLargestSize) {
+    throw OverflowError("text is longer than 2147483647 bytes");
+  }
+  const std::size_t room = std::max(text.size(), kShortTextRoom);
+  auto* const block = static_cast<char*>(::operator new(sizeof(TextRep) + room));
   char* const characters = block + sizeof(TextRep);
+  std::memset(characters, 0, kShortTextRoom);
   std::memcpy(characters, text.data(), text.size());
-  return new (block)
-      TextRep(1, static_cast<std::uint32_t>(text.size()), hash_text(text), characters);
+  return new (block) TextRep(1, {characters, text.size()}, hash_text(text), is_plain_in_json(text));
 }
 
-void give_back(ContainerRep* rep) noexcept {
-  switch (rep->kind) {
-    case Kind::kList:
-      static_cast<ListRep*>(rep)->~ListRep();
-      break;
-    case Kind::kTuple:
-      static_cast<TupleRep*>(rep)->~TupleRep();
-      break;
-    default:
-      static_cast<MappingRep*>(rep)->~MappingRep();
-      break;
+// Ends a container whose children have been taken out of it.
+template <typename Rep>
+void give_back(Rep* rep) noexcept {
+  TreeBlock* const block = rep->block;
+  rep->~Rep();
+  if (block == nullptr) {
+    ::operator delete(rep);
+  } else if (--block->containers == 0) {
+    ::operator delete(block);
   }
-  ::operator delete(rep);
 }
 
 }  // namespace
@@ -53,12 +51,14 @@ void destroy(Kind kind, Counted* counted) noexcept {
     return;
   }
 
-  // A container's own children join the waiting line instead of being given back within it.
+  // A container's own children join the waiting line instead of being given back within it, and the
+  // container forgets them.
   auto* waiting = static_cast<ContainerRep*>(counted);
-  const auto release_child = [&waiting](Value& child) {
+  waiting->next = nullptr;
+  const auto release_child = [&waiting](const Value& child) {
     const Kind child_kind = child.kind_;
     if (child_kind < Kind::kText) return;
-    Counted* const child_counted = child.take();
+    Counted* const child_counted = child.payload_.counted;
     if (child_counted->references == kImmortal || --child_counted->references != 0) return;
     if (child_kind == Kind::kText || child_kind == Kind::kObject) {
       destroy(child_kind, child_counted);
@@ -68,32 +68,44 @@ void destroy(Kind kind, Counted* counted) noexcept {
     container->next = waiting;
     waiting = container;
   };
-  while (waiting != nullptr) {
+  const auto release_items = [&release_child](auto* rep) {
+    for (const Value& item : rep->items.items())
+      release_child(item);
+    rep->items.forget();
+    give_back(rep);
+  };
+  do {
     ContainerRep* const rep = waiting;
     waiting = rep->next;
-    if (rep->kind == Kind::kMapping) {
-      for (MappingEntry& entry : static_cast<MappingRep*>(rep)->entries.items()) {
-        release_child(entry.key);
-        release_child(entry.value);
+    switch (rep->kind) {
+      case Kind::kMapping: {
+        auto* const mapping = static_cast<MappingRep*>(rep);
+        for (const MappingEntry& entry : mapping->entries.items()) {
+          release_child(entry.key);
+          release_child(entry.value);
+        }
+        mapping->entries.forget();
+        give_back(mapping);
+        break;
       }
-    } else {
-      auto& items = rep->kind == Kind::kList ? static_cast<ListRep*>(rep)->items
-                                             : static_cast<TupleRep*>(rep)->items;
-      for (Value& item : items.items())
-        release_child(item);
+      case Kind::kList:
+        release_items(static_cast<ListRep*>(rep));
+        break;
+      default:
+        release_items(static_cast<TupleRep*>(rep));
     }
-    give_back(rep);
-  }
+  } while (waiting != nullptr);
 }
 
 std::size_t MappingRep::position(const Value& key) {
   const std::uint64_t key_hash = hash(key);  // Throws for what cannot be a key.
-  if (slots.empty()) {
+  if (entries.size() <= kLargestScanned) {
     for (std::size_t i = 0; i < entries.size(); ++i) {
       if (is_same_key(entries[i].key, key)) return i;
     }
     return entries.size();
   }
+  if (slots.empty()) rebuild_slots();
   const std::size_t mask = slots.size() - 1;
   for (std::size_t slot = key_hash & mask; slots[slot] != 0; slot = (slot + 1) & mask) {
     const std::size_t index = slots[slot] - 1;
@@ -104,7 +116,7 @@ std::size_t MappingRep::position(const Value& key) {
 
 void MappingRep::append(Value key, Value value) {
   entries.append({std::move(key), std::move(value)});
-  if (entries.size() <= kLargestScanned) return;
+  if (slots.empty()) return;
   if (entries.size() * 2 > slots.size()) {
     rebuild_slots();
   } else {
@@ -115,7 +127,6 @@ void MappingRep::append(Value key, Value value) {
 void MappingRep::erase(std::size_t index) {
   entries.erase(index);
   slots.clear();
-  if (entries.size() > kLargestScanned) rebuild_slots();
 }
 
 void MappingRep::place(std::size_t index) {

@@ -1,8 +1,9 @@
 // How lists, tuples and mappings of the library's own lie in memory. Private to `value/`.
 //
 // A container made with a capacity is one block: its head, and room for that many items behind it.
-// Only when it outgrows that room do its items move to a block of their own. A copied graph thus
-// costs one allocation a container.
+// Only when it outgrows that room do its items move to a block of their own. The containers of a
+// copied tree lie in one block together (`tree_copy.hpp`), which is given back with the last of
+// them.
 #pragma once
 
 #include <cstddef>
@@ -18,13 +19,21 @@
 
 namespace varnholt::genetic::detail {
 
+// The head of a block that holds the containers of a tree.
+struct TreeBlock {
+  std::size_t containers = 0;  // Those that are alive.
+};
+
 // What lists, tuples and mappings begin with.
 struct ContainerRep : Counted {
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): see `next`.
   explicit ContainerRep(Kind container_kind) : kind(container_kind) {}
 
   Kind kind;
-  // Links the containers that wait to be given back.
-  ContainerRep* next = nullptr;
+  // Links the containers that wait to be given back, and means nothing before.
+  ContainerRep* next;
+  // The block that it shares, or null when its block is its own.
+  TreeBlock* block = nullptr;
 };
 
 // A growing array whose first room is the tail of its owner's block.
@@ -44,6 +53,15 @@ class TailBuffer {
   [[nodiscard]] T& operator[](std::size_t index) noexcept { return first_[index]; }
   [[nodiscard]] std::span<T> items() noexcept { return {first_, size_}; }
 
+  // Appends a copy of each of `sources`, which must have room.
+  template <typename Copy>
+  void append_copies(std::span<const T> sources, const Copy& copy) noexcept {
+    static_assert(noexcept(copy(sources.front())));
+    T* next = first_ + size_;
+    for (const T& source : sources)
+      new (next++) T(copy(source));
+    size_ += sources.size();
+  }
   void append(T item) {
     if (size_ == capacity_) grow();
     new (first_ + size_) T(std::move(item));
@@ -59,6 +77,8 @@ class TailBuffer {
     while (size_ > 0)
       first_[--size_].~T();
   }
+  // Empties the array after everything that its items held has been taken out of them.
+  void forget() noexcept { size_ = 0; }
 
  private:
   void grow() {
@@ -100,6 +120,9 @@ struct TupleRep : ContainerRep {
   TailBuffer<Value> items;
 };
 
+// Mappings up to this size are looked through; most records and all graph nodes are that small.
+inline constexpr std::size_t kLargestScanned = 16;
+
 struct MappingRep : ContainerRep {
   MappingRep(void* tail, std::size_t capacity)
       : ContainerRep(Kind::kMapping), entries(tail, capacity) {}
@@ -111,7 +134,8 @@ struct MappingRep : ContainerRep {
 
   std::unique_ptr<MappingStorage> storage;
   TailBuffer<MappingEntry> entries;
-  // A hash table of positions plus one, kept only by mappings too large to look through.
+  // A hash table of positions plus one, of mappings too large to look through alone. Made when it
+  // is first needed: many a copy is never searched.
   std::vector<std::uint32_t> slots;
 
  private:

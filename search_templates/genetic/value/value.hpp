@@ -42,6 +42,7 @@ class Mapping;
 class MappingStorage;
 class ObjectRef;
 class Tuple;
+class Value;
 
 // From Text on, a Value holds a counted representation.
 enum class Kind : std::uint8_t {
@@ -62,6 +63,8 @@ struct MappingRep;
 struct TupleRep;
 // Gives back what a representation holds, however deep, without recursion.
 void destroy(Kind kind, Counted* counted) noexcept;
+// The first handle on a new representation.
+Value adopt(Kind kind, Counted* counted) noexcept;
 }  // namespace detail
 
 class Value {
@@ -123,6 +126,9 @@ class Value {
   [[nodiscard]] bool is_mapping() const noexcept { return kind_ == Kind::kMapping; }
   [[nodiscard]] bool is_object() const noexcept { return kind_ == Kind::kObject; }
 
+  // Absent, a boolean, a number or a text: what holds no other values.
+  [[nodiscard]] bool is_scalar() const noexcept { return kind_ <= Kind::kText; }
+
   // What the value holds. The kind must be the one asked for: ask first.
   [[nodiscard]] bool boolean() const noexcept { return payload_.boolean; }
   [[nodiscard]] std::int64_t integer() const noexcept { return payload_.integer; }
@@ -138,10 +144,15 @@ class Value {
   // The hash of a text, worked out when it was made.
   [[nodiscard]] std::uint64_t text_hash() const noexcept { return text_rep().hash; }
 
+  // Whether JSON text has every character of the text as it is, told when it was made.
+  [[nodiscard]] bool text_is_plain() const noexcept { return text_rep().is_plain != 0; }
+
   // The counted representation of a text or container; null for a scalar without one.
   [[nodiscard]] detail::Counted* counted() const noexcept {
     return kind_ >= Kind::kText ? payload_.counted : nullptr;
   }
+  // The same of a value that has one: ask first.
+  [[nodiscard]] detail::Counted& representation() const noexcept { return *payload_.counted; }
 
  private:
   friend class List;
@@ -149,6 +160,7 @@ class Value {
   friend class Mapping;
   friend class ObjectRef;
   friend void detail::destroy(Kind kind, detail::Counted* counted) noexcept;
+  friend Value detail::adopt(Kind kind, detail::Counted* counted) noexcept;
 
   Value(Kind kind, detail::Counted* counted) noexcept : kind_(kind), payload_{.counted = counted} {}
 
@@ -165,11 +177,6 @@ class Value {
         --payload_.counted->references == 0) {
       detail::destroy(kind_, payload_.counted);
     }
-  }
-  // Hands the representation over without touching its count.
-  [[nodiscard]] detail::Counted* take() noexcept {
-    kind_ = Kind::kAbsent;
-    return payload_.counted;
   }
 
   Kind kind_;
@@ -343,6 +350,9 @@ inline Value::Value(Key key) noexcept
       // The count of a fixed text says that nobody may write it, so constness is kept in fact.
       // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast)
       payload_{.counted = const_cast<detail::TextRep*>(&key.rep())} {}
+inline Value detail::adopt(Kind kind, Counted* counted) noexcept {
+  return {kind, counted};
+}
 inline Value::Value(List list) noexcept : Value(std::move(list.value_)) {}
 inline Value::Value(Tuple tuple) noexcept : Value(std::move(tuple.value_)) {}
 inline Value::Value(Mapping mapping) noexcept : Value(std::move(mapping.value_)) {}

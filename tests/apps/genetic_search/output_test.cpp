@@ -3,6 +3,7 @@
 #include "apps/genetic_search/output.hpp"
 
 #include <array>
+#include <cerrno>
 #include <csignal>
 
 #include <fcntl.h>
@@ -155,6 +156,21 @@ TEST(Signals, DoNotRestartWhatTheyInterrupt) {
   EXPECT_EQ(now.sa_flags & SA_RESTART, 0);
   sigaction(SIGPIPE, nullptr, &now);
   EXPECT_EQ(now.sa_handler, SIG_IGN);
+}
+
+TEST(Terminal, LeavesNoStandardDescriptorToTheNextFileThatIsOpened) {
+  const int saved = dup(STDOUT_FILENO);
+  ASSERT_GT(saved, STDERR_FILENO);
+  close(STDOUT_FILENO);
+  fill_standard_descriptors();
+  const int flags = fcntl(STDOUT_FILENO, F_GETFL);
+  const ssize_t written = write(STDOUT_FILENO, "x", 1);
+  const int error = errno;
+  dup2(saved, STDOUT_FILENO);
+  close(saved);
+  EXPECT_NE(flags, -1);
+  EXPECT_EQ(written, -1);  // It is still no place to write to.
+  EXPECT_EQ(error, EBADF);
 }
 
 TEST(Terminal, HasAWidthWhereThereIsNone) {
