@@ -32,6 +32,25 @@ class NullEngine : public Engine {
  public:
   [[nodiscard]] Logger& logger() override { return logger_; }
   [[nodiscard]] Value graph_depth_for_attempt_marker(const Value& /*graph*/) override { return 1; }
+  [[nodiscard]] Value function_entries_for_kind(const Value& /*vocabulary*/,
+                                                std::string_view /*kind*/) override {
+    return List();
+  }
+  [[nodiscard]] Value random_weighted_window_limit(SearchContext& /*context*/,
+                                                   const Value& /*max_depth*/) override {
+    return {};
+  }
+  [[nodiscard]] Value random_weighted_node_limit(SearchContext& /*context*/) override { return {}; }
+  [[nodiscard]] Value random_weighted_runtime_registry(SearchContext& /*context*/) override {
+    return {};
+  }
+  [[nodiscard]] Value signal_generation_safe_rotations(const Value& functions,
+                                                       const Value& /*window_limit*/,
+                                                       const Value& /*node_limit*/,
+                                                       const Value& /*registry*/,
+                                                       const Mapping& /*keywords*/) override {
+    return functions;
+  }
   [[nodiscard]] bool is_sdk_runtime_not_ready_error(const Value& /*error*/) override {
     return false;
   }
@@ -110,6 +129,31 @@ class NullEliteness : public Eliteness {
   }
 };
 
+// Gives back what it is given.
+class NullGeneticOps : public GeneticOps {
+ public:
+  [[nodiscard]] Value crossover(const Value& elite, const Value& /*mate*/,
+                                const std::shared_ptr<RandomGenerator>& /*rng*/,
+                                const Callable& /*validator*/) override {
+    return elite;
+  }
+  [[nodiscard]] Value point_mutation(const Value& elite, const Value& /*replacements*/,
+                                     const std::shared_ptr<RandomGenerator>& /*rng*/,
+                                     const Callable& /*validator*/) override {
+    return elite;
+  }
+  [[nodiscard]] Value subtree_mutation(const Value& elite, const Value& /*replacements*/,
+                                       const std::shared_ptr<RandomGenerator>& /*rng*/,
+                                       const Callable& /*validator*/) override {
+    return elite;
+  }
+  [[nodiscard]] Value hoist_mutation(const Value& elite,
+                                     const std::shared_ptr<RandomGenerator>& /*rng*/,
+                                     const Callable& /*validator*/) override {
+    return elite;
+  }
+};
+
 class NoRandomGraphs : public RandomWeighted {
  public:
   [[nodiscard]] std::unique_ptr<ValueIterator> random_weighted_graphs(
@@ -122,7 +166,9 @@ class NoRandomGraphs : public RandomWeighted {
 class FixedSettings : public SearchSettings {
  public:
   [[nodiscard]] Value default_batch_size() override { return 64; }
-  [[nodiscard]] Value default_restart_threshold() override { return 1'000'000'000; }
+  // Every generation but the second begins anew, since the scores never change: what is measured is
+  // the work after a batch is composed, and a fresh batch costs next to nothing to compose.
+  [[nodiscard]] Value default_restart_threshold() override { return 1; }
   [[nodiscard]] Value default_elite_fraction() override { return 0.25; }
   [[nodiscard]] Value default_diversity_weight() override { return 0.5; }
   [[nodiscard]] Value default_parsimony_weight() override { return 0.125; }
@@ -149,6 +195,7 @@ class NullHost : public Host {
   [[nodiscard]] Engine& engine() override { return engine_; }
   [[nodiscard]] ProcessEvaluation& process_evaluation() override { return pool_; }
   [[nodiscard]] Eliteness& eliteness() override { return eliteness_; }
+  [[nodiscard]] GeneticOps& genetic_ops() override { return genetic_ops_; }
   [[nodiscard]] RandomWeighted& random_weighted() override { return random_weighted_; }
   [[nodiscard]] SearchSettings& search_settings() override { return search_settings_; }
   [[nodiscard]] EvaluationVerdicts& evaluation_verdicts() override { return verdicts_; }
@@ -160,6 +207,7 @@ class NullHost : public Host {
   NullEngine engine_;
   InProcessPool pool_;
   NullEliteness eliteness_;
+  NullGeneticOps genetic_ops_;
   NoRandomGraphs random_weighted_;
   FixedSettings search_settings_;
   NullVerdicts verdicts_;
@@ -195,6 +243,7 @@ class NullContext : public SearchContext {
   [[nodiscard]] Callable fatal_callback() override { return {}; }
   [[nodiscard]] Callable record_search_run_metrics() override { return {}; }
   [[nodiscard]] std::optional<Value> max_depth() override { return std::nullopt; }
+  [[nodiscard]] std::optional<Value> vocabulary() override { return std::nullopt; }
   [[nodiscard]] std::optional<Value> n_jobs() override { return std::nullopt; }
   [[nodiscard]] std::optional<Value> worker_memory_limit_bytes() override { return std::nullopt; }
   [[nodiscard]] std::optional<Value> attribute(std::string_view /*name*/) override {
