@@ -69,6 +69,14 @@ TEST(StructuralKey, ComparesIntegersWithRealsExactly) {
   EXPECT_TRUE(same_key(1e300, 1e300));
 }
 
+TEST(StructuralKey, LargeIntegersWithOneHashDiffer) {
+  // Both leave the same remainder modulo 2**61 - 1, which is the hash of a number.
+  const Value first = to_integer("1180591620717411303424");   // 2**70
+  const Value second = to_integer("3486434629931105254424");  // 2**70 + 1000 * (2**61 - 1)
+  ASSERT_EQ(hash(first), hash(second));
+  EXPECT_FALSE(same_key(first, second));
+}
+
 TEST(StructuralKey, InfinitiesAndFractions) {
   constexpr double kInfinity = std::numeric_limits<double>::infinity();
   EXPECT_TRUE(same_key(kInfinity, kInfinity));
@@ -112,6 +120,14 @@ TEST(StructuralKey, LongTextsAndContainers) {
       list.append(Value());
     EXPECT_TRUE(same_key(list, plain_graph_data(list)));
     EXPECT_FALSE(same_key(list, List{list}));
+  }
+}
+
+TEST(StructuralKey, WhatFollowsATextIsNoPartOfIt) {
+  // In memory the integer is the letters "1111111n", of which the last alone means absent.
+  constexpr std::int64_t kLetters = 0x6E31313131313131;
+  for (const std::string& text : {std::string("a"), std::string(200, 'a')}) {
+    EXPECT_FALSE(same_key(List{text, kLetters}, List{text + "i1111111", Value()}));
   }
 }
 

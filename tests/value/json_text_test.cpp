@@ -3,6 +3,7 @@
 #include "search_templates/genetic/value/json_text.hpp"
 
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <string>
@@ -128,6 +129,50 @@ class StrayText : public HostObject {
 TEST(JsonText, AnObjectWritesItself) {
   EXPECT_EQ(json_text(List{make_object<StrayText>()}), R"(["\ud800"])");
   EXPECT_EQ(json_text(Mapping{{make_object<StrayText>(), 1}}), R"({"\ud800":1})");
+}
+
+// An object that changes what it is written in.
+class Intruder : public HostObject {
+ public:
+  explicit Intruder(std::function<void()> change) : change_(std::move(change)) {}
+  [[nodiscard]] std::string type_name() const override { return "Intruder"; }
+  bool append_json(std::string& out) const override {
+    change_();
+    out += "0";
+    return true;
+  }
+
+ private:
+  std::function<void()> change_;
+};
+
+TEST(JsonText, NoticesAMappingThatChangesUnderIt) {
+  Mapping mapping;
+  mapping.set("a", make_object<Intruder>([&mapping] { mapping.set("c", 1); }));
+  mapping.set("b", 2);
+  EXPECT_EQ(error_of([&] { return json_text(mapping); }),
+            "RuntimeError: dictionary changed size during iteration");
+  mapping.set("a", Value());
+}
+
+TEST(JsonText, WritesWhatAListHoldsWhenItsTurnComes) {
+  List list;
+  list.append(make_object<Intruder>([&list] {
+    for (int i = 0; i < 100 && list.size() < 100; ++i)
+      list.append(i);
+  }));
+  const std::string text = json_text(list);
+  EXPECT_EQ(text.substr(0, 10), "[0,0,1,2,3");
+  EXPECT_EQ(text.substr(text.size() - 4), ",98]");
+  list.set(0, Value());
+}
+
+TEST(JsonText, KeepsAliveWhatItIsWriting) {
+  // The object lets go of the list that it stands in, and of itself.
+  List outer;
+  outer.append(List{make_object<Intruder>([&outer] { outer.set(0, Value()); }), 1});
+  EXPECT_EQ(json_text(outer), "[[0,1]]");
+  EXPECT_EQ(json_text(outer), "[null]");
 }
 
 TEST(JsonText, ReadsContainersOfTheHost) {

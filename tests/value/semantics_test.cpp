@@ -234,6 +234,18 @@ TEST(DeepValues, FailWithAnOrdinaryErrorInEveryWalk) {
             "RecursionError: maximum recursion depth exceeded");
 }
 
+TEST(DeepValues, FailInAnOrderThatNeverReachesTheirEnds) {
+  // Lists of different lengths are unequal at once, so that only the order goes down.
+  Value left;
+  Value right;
+  for (int i = 0; i < 100'000; ++i) {
+    left = List{left};
+    right = List{right, 0};
+  }
+  EXPECT_EQ(error_of([&] { return less(left, right); }),
+            "RecursionError: maximum recursion depth exceeded in comparison");
+}
+
 TEST(Hash, OfTuplesFollowsEqualityOfTheirItems) {
   EXPECT_EQ(hash(Tuple{1, "a"}), hash(Tuple{1.0, "a"}));
   EXPECT_NE(hash(Tuple{1, 2}), hash(Tuple{2, 1}));
@@ -319,6 +331,15 @@ TEST(Item, ReadsByIndexAndByKey) {
             "IndexError: cannot fit 'int' into an index-sized integer");
   EXPECT_EQ(error_of([] { return item(Mapping{}, "k"); }), "KeyError: 'k'");
   EXPECT_EQ(error_of([] { return item(1, 0); }), "TypeError: 'int' object is not subscriptable");
+}
+
+TEST(RecordOf, IsAnyMappingOrTheErrorOfReadingOne) {
+  EXPECT_EQ(record_of(Mapping{{"a", 1}}).at("a").integer(), 1);
+  EXPECT_EQ(record_of(subclass(Mapping{{"a", 2}})).at("a").integer(), 2);
+  EXPECT_EQ(error_of([] { return record_of(List{}).size(); }),
+            "AttributeError: 'list' object has no attribute 'get'");
+  EXPECT_EQ(error_of([] { return record_of(Value()).size(); }),
+            "AttributeError: 'NoneType' object has no attribute 'get'");
 }
 
 TEST(FieldValue, ReadsTheEntryOrTheAttribute) {
