@@ -52,7 +52,8 @@ TEST(CandidateResultFromProcessResult, PayloadMayBeASequenceOfPairs) {
   EXPECT_EQ(candidate_result_from_process_result({0, List{Tuple{"passes", true}}, 1, 0.5, 1})
                 .at("passes"),
             true);
-  EXPECT_THROW(candidate_result_from_process_result({0, 5, 1, 0.5, 1}), TypeError);
+  EXPECT_THROW(static_cast<void>(candidate_result_from_process_result({0, 5, 1, 0.5, 1})),
+               TypeError);
 }
 
 class BatchEvaluation : public testing::Test {
@@ -116,11 +117,13 @@ TEST_F(BatchEvaluation, ResultsStandInTheOrderOfTheBatchWithoutThoseThatAreMissi
       [&given](const std::vector<CandidateEvaluation>& candidates, const auto&, const auto&) {
         for (const CandidateEvaluation& candidate : candidates)
           given.push_back(candidate.candidate_index);
-        return std::vector<ProcessResult>{{3, Mapping{{"n", "d"}}, 1, 0.0, 1},
-                                          {0, Mapping{{"n", "a"}}, 1, 0.0, 1},
-                                          {7, Mapping{{"n", "stray"}}, 1, 0.0, 1},
-                                          {1, Mapping{{"n", "b"}}, 1, 0.0, 1},
-                                          {1.0, Mapping{{"n", "b again"}}, 1, 0.0, 2}};
+        const auto result = [](const Value& index, const Value& name) {
+          Mapping payload;
+          payload.set("n", name);
+          return ProcessResult{index, payload, 1, 0.0, 1};
+        };
+        return std::vector<ProcessResult>{result(3, "d"), result(0, "a"), result(7, "stray"),
+                                          result(1, "b"), result(1.0, "b again")};
       };
   const List results = evaluate(List{1, 2, 3, 4});
   EXPECT_THAT(given, ElementsAre(0, 1, 2, 3));

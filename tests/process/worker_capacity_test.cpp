@@ -59,7 +59,7 @@ TEST_F(WorkerCapacity, ReadingTheJobsIsGuardedAgainstTheThreeKindsAlone) {
   host.context.on_n_jobs = failing(ValueError("worked out on reading"));
   EXPECT_EQ(parallel_evaluation_requested_jobs(host.context), 1);
   host.context.on_n_jobs = failing(RuntimeError("odd"));
-  EXPECT_THROW(parallel_evaluation_requested_jobs(host.context), RuntimeError);
+  EXPECT_THROW(static_cast<void>(parallel_evaluation_requested_jobs(host.context)), RuntimeError);
 }
 
 TEST_F(WorkerCapacity, MemoryLimitFallsBackToTheHostsDefault) {
@@ -105,8 +105,10 @@ TEST_F(WorkerCapacity, WorkersAreResolvedLoggedAndGiven) {
 
 TEST_F(WorkerCapacity, WhatTheHostsOperationsThrowPasses) {
   host.process_evaluation.on_resolve_process_worker_count_details = failing(OverflowError("big"));
-  EXPECT_THROW(parallel_evaluation_workers(host.bundle(), host.context, 1), OverflowError);
-  EXPECT_THROW(parent_prefetch_chunk_size(host.bundle(), host.context, 1), OverflowError);
+  EXPECT_THROW(static_cast<void>(parallel_evaluation_workers(host.bundle(), host.context, 1)),
+               OverflowError);
+  EXPECT_THROW(static_cast<void>(parent_prefetch_chunk_size(host.bundle(), host.context, 1)),
+               OverflowError);
 }
 
 TEST_F(WorkerCapacity, ChunkOfABatchThatFitsTheJobs) {
