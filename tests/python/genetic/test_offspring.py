@@ -1,4 +1,4 @@
-"""One offspring on Python objects: choice of operator and parents, derivation, root, rotations.
+"""One offspring on Python objects: choice of operator and parents, derivation, root.
 
 Goal: the order of host calls and of draws for each operator, and what Python's types and exceptions
 make of the rest. Method: one list of events that generator, score, source, operators and validator
@@ -179,7 +179,8 @@ def test_where_the_root_does_not_fit_the_child_stays(genetic):
 
     for child, root, count in (
         (signal("own", feature("x")), "root", 2), (signal("own"), "", 0), (signal("own"), None, 0),
-        (signal("own"), [], 0), ([signal("own")], "root", 0), (None, "root", 0), (("a", []), "b", 0),
+        (signal("own"), [], 0), ([signal("own")], "root", 0), (None, "root", 0),
+        (("a", []), "b", 0),
     ):
         before = repr(child)
         assert genetic._restore_elite_root_node(child, root, count, validator) is child
@@ -447,7 +448,9 @@ def test_a_validator_that_refuses_a_hoisted_copy(genetic):
         assert graph == signal("a")
 
 
-@pytest.mark.parametrize("kind", ["plain", "keywords", "keyword-only", "positional-only", "varargs"])
+@pytest.mark.parametrize(
+    "kind", ["plain", "keywords", "keyword-only", "positional-only", "varargs"]
+)
 def test_replaced_sources_get_the_generator_by_their_signature(genetic, monkeypatch, kind):
     calls = []
 
@@ -509,93 +512,3 @@ def test_a_subclass_of_random_is_drawn_from_by_its_own_methods(genetic, make_con
     bits = [draw for draw in recorder.draws if draw == 30]
     assert len(bits) >= 3
     assert recorder.draws == ["real", "real", *bits, "real", "real"]
-
-
-# Rotations.
-
-class Vocabulary(collections.UserDict):
-    pass
-
-
-def test_safe_rotations(genetic, monkeypatch, make_context):
-    calls = []
-    specifications = [
-        {"name": "rank", "inner": [1]}, {"name": ""}, {"name": 5}, {}, {"name": None},
-        {"name": "zscore"}, {"name": "rank"},
-    ]
-    functions, window, node, registry = object(), (1, [2]), {"n": 1}, [object()]
-
-    def noting(name, answer):
-        def operation(*args, **keywords):
-            calls.append((name, args, keywords))
-            return answer
-        return operation
-
-    monkeypatch.setattr(genetic, "_engine", types.SimpleNamespace(
-        _function_entries_for_kind=noting("entries", functions),
-        _random_weighted_window_limit=noting("window", window),
-        _random_weighted_node_limit=noting("node", node),
-        _random_weighted_runtime_registry=noting("registry", registry),
-        _signal_generation_safe_rotations=noting("safe", specifications),
-    ))
-    vocabulary = Vocabulary(functions=[])
-    context = make_context(vocabulary=vocabulary, max_depth="4")
-    safe = genetic._safe_reaction_rotations(context)
-    assert safe == [specifications[0], specifications[5], specifications[6]]
-    assert safe[0] is not specifications[0]
-    assert safe[0]["inner"] is not specifications[0]["inner"]
-    assert calls == [
-        ("entries", (vocabulary, "rotation"), {}),
-        ("window", (context, 4), {}),
-        ("node", (context,), {}),
-        ("registry", (context,), {}),
-        ("safe", (functions, window, node, registry), {
-            "log_context": genetic._GENETIC_REACTION_LOG_CONTEXT, "template_name": "genetic",
-            "stage": "reaction_planning", "generator": "safe_reaction_rotations",
-        }),
-    ]
-    _, given, keywords = calls[4]
-    assert calls[0][1][0] is vocabulary
-    assert all(one is two for one, two in zip(given, (functions, window, node, registry)))
-    assert keywords["log_context"] is genetic._GENETIC_REACTION_LOG_CONTEXT
-    names = genetic._safe_reaction_rotation_names(context)
-    assert names == {"rank", "zscore"} and type(names) is set
-
-
-@pytest.mark.parametrize("vocabulary", [None, [], "x", 5])
-def test_a_vocabulary_that_is_no_mapping(genetic, monkeypatch, make_context, vocabulary):
-    monkeypatch.setattr(genetic, "_engine", None)
-    context = make_context(vocabulary=vocabulary)
-    assert genetic._safe_reaction_rotations(context) == []
-    assert genetic._safe_reaction_rotation_names(context) == set()
-
-
-@pytest.mark.parametrize(
-    "attributes, depth",
-    [({}, 1), ({"max_depth": None}, 1), ({"max_depth": "x"}, 1), ({"max_depth": float("inf")}, 1),
-     ({"max_depth": 2.9}, 2), ({"max_depth": 0}, 0), ({"max_depth": -3}, -3)],
-    ids=repr,
-)
-def test_the_depth_that_limits_windows(genetic, monkeypatch, make_context, attributes, depth):
-    given = []
-    monkeypatch.setattr(genetic._engine, "_random_weighted_window_limit",
-                        lambda ctx, max_depth: given.append(max_depth))
-    monkeypatch.setattr(genetic._engine, "_function_entries_for_kind",
-                        lambda vocabulary, kind: given.append(vocabulary) or [])
-    # A missing vocabulary is an empty one.
-    assert genetic._safe_reaction_rotations(make_context(**attributes)) == []
-    assert given == [{}, depth] and type(given[0]) is dict and type(given[1]) is int
-
-
-def test_rotation_names_are_the_texts_themselves(genetic, monkeypatch, make_context):
-    class Named(str):
-        def __str__(self):
-            return "another"
-
-    answers = iter([[{"name": Named("rank")}], [5]])
-    monkeypatch.setattr(genetic._engine, "_signal_generation_safe_rotations",
-                        lambda *args, **keywords: next(answers))
-    names = genetic._safe_reaction_rotation_names(make_context())
-    assert names == {"rank"} and [type(name) for name in names] == [str]
-    with pytest.raises(AttributeError):
-        genetic._safe_reaction_rotations(make_context())

@@ -310,8 +310,7 @@ def test_the_default_arguments_are_those_of_load_time(genetic, scores, monkeypat
 def test_a_walk_is_as_good_as_a_list(genetic, scores):
     prior = [candidate("a", 1), candidate("b", 2)]
     assert qualities(genetic._diverse_parent_pool(iter(prior))) == [2, 1]
-    assert qualities(genetic._diverse_parent_pool(types.MappingProxyType(one) for one in prior)) == [
-        2, 1
-    ]
+    views = (types.MappingProxyType(one) for one in prior)
+    assert qualities(genetic._diverse_parent_pool(views)) == [2, 1]
     with pytest.raises(TypeError, match="not iterable"):
         genetic._diverse_parent_pool(5)

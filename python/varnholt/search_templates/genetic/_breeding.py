@@ -1,4 +1,4 @@
-"""Breeding: which candidates become parents, what comes of them, and how a batch is put together."""
+"""Breeding: which candidates become parents, what comes of them, how a batch is put together."""
 
 from varnholt.search_templates.genetic import (
     DEFAULT_BATCH_SIZE,
