@@ -16,7 +16,6 @@
 #include "search_templates/genetic/population/parent_scoring.hpp"
 #include "search_templates/genetic/population/safe_rotations.hpp"
 #include "search_templates/genetic/population/score_order.hpp"
-#include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::python {
