@@ -78,6 +78,10 @@ genetic::Callable any_callable(const nb::object& object) {
   return genetic::Callable(std::make_shared<PythonCallable>(object));
 }
 
+genetic::Callable callable_unless_none(const nb::object& object) {
+  return object.is_none() ? genetic::Callable() : any_callable(object);
+}
+
 nb::object object_of(const genetic::Callable& callable) {
   const auto python = std::dynamic_pointer_cast<PythonCallable>(callable.body());
   return python == nullptr ? nb::none() : python->object();

@@ -33,6 +33,8 @@ class PythonCallable : public genetic::CallableBody {
 [[nodiscard]] genetic::Callable callable_or_empty(const nb::object& object);
 // The object as an operation, whatever it is: one that cannot be called fails in the call.
 [[nodiscard]] genetic::Callable any_callable(const nb::object& object);
+// Empty for None; whatever else is given is called, and fails in the call if it cannot be.
+[[nodiscard]] genetic::Callable callable_unless_none(const nb::object& object);
 // The Python object behind an operation; None behind an empty one.
 [[nodiscard]] nb::object object_of(const genetic::Callable& callable);
 

@@ -12,13 +12,6 @@
 namespace varnholt::python {
 namespace {
 
-using genetic::Callable;
-
-// None is no validator. Whatever else is given is called, and fails in the call if it cannot be.
-Callable validator_of(nb::handle validator) {
-  return validator.is_none() ? Callable() : any_callable(nb::borrow(validator));
-}
-
 void init_forms(nb::module_& module) {
   module.def("plain_graph_data", [](const Any& value) {
     return to_python(genetic::plain_graph_data(to_value(value)));
@@ -63,16 +56,18 @@ void init_depth_filters(nb::module_& module) {
 
 void init_validator_filters(nb::module_& module) {
   module.def("graph_passes_validator", [](const Any& graph, const Any& validator) {
-    return genetic::graph_passes_validator(to_value(graph), validator_of(validator));
+    return genetic::graph_passes_validator(to_value(graph), callable_unless_none(validator));
   });
   module.def("candidate_item_passes_validator", [](const Any& item, const Any& validator) {
-    return genetic::candidate_item_passes_validator(to_value(item), validator_of(validator));
+    return genetic::candidate_item_passes_validator(to_value(item),
+                                                    callable_unless_none(validator));
   });
   module.def("lineage_candidate_item", [](PythonHost& host, const Any& factory, const Any& lineage,
                                           const Any& max_depth, const Any& validator) {
     const auto make = [&factory] { return to_value(call(factory)); };
     return to_python(genetic::lineage_candidate_item(host.engine(), make, to_value(lineage),
-                                                     to_value(max_depth), validator_of(validator)));
+                                                     to_value(max_depth),
+                                                     callable_unless_none(validator)));
   });
   module.def("graph_validator", [](const Any& ctx) {
     PythonSearchContext context(ctx);

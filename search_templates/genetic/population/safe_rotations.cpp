@@ -49,7 +49,9 @@ std::set<std::string> safe_reaction_rotation_names(Engine& engine, SearchContext
   ListCursor cursor(safe_reaction_rotations(engine, context));
   while (const std::optional<Value> rotation = cursor.next()) {
     const Value name = record_of(*rotation).get(keys::kName);
-    if (is_name(name)) names.insert(str(name));
+    if (!is_name(name)) continue;
+    // The text itself, which a type derived from the text type may show otherwise.
+    names.insert(name.is_text() ? std::string(name.text()) : name.object().text());
   }
   return names;
 }

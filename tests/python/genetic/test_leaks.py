@@ -8,6 +8,7 @@ binding library's own report when the interpreter ends.
 import ctypes
 import gc
 import os
+import random
 import subprocess
 import sys
 import types
@@ -44,6 +45,17 @@ def calls(genetic, make_context):
     )
     config = genetic.with_config(batch_size=2)
     result = {"passes": True}
+    rng = random.Random(1)
+    prior = [
+        {"graph": {"node": name, "children": []}, "quality_score": 1.0, "correlation": 0.5}
+        for name in "abcd"
+    ]
+
+    def refuse_a(graph):
+        if graph["node"] == "a":
+            raise ValueError("refused")
+        return True
+
     return [
         lambda: genetic._plain_graph_data(graph),
         lambda: genetic._structural_key(graph),
@@ -63,6 +75,23 @@ def calls(genetic, make_context):
         lambda: genetic._run_deduplicated_batch(context, config, [graph, graph], set()),
         lambda: genetic._fresh_random_candidates_for_rng(context, 2, config.rng),
         lambda: genetic._candidate_batch(context, config, 0, []),
+        lambda: genetic._candidate_batch(context, config, 1, prior),
+        lambda: genetic.compose_next_batch(
+            prior, 4, rng, lambda: {"graph": graph}, lambda parents, rng: parents[0],
+            validator=lambda graph: True,
+        ),
+        lambda: genetic.compose_next_batch(prior, 4, rng, fail, fail),
+        swallow(lambda: genetic.compose_next_batch([5])),
+        lambda: genetic._diverse_parent_pool(prior, rng),
+        lambda: genetic._weighted_parent_index(tuple(prior), rng, 0.5, 0.5),
+        lambda: genetic._elite_derived_graph(context, prior, rng),
+        swallow(lambda: genetic._elite_derived_graph(context, [], rng)),
+        lambda: genetic._choose_operator({"crossover": 1}, rng),
+        lambda: genetic._restore_elite_root_node({"node": "b"}, "a", 0, refuse_a),
+        lambda: genetic._graph_node_names(graph),
+        lambda: genetic._safe_reaction_rotation_names(make_context(
+            vocabulary={"functions": [{"name": "rank", "kind": "rotation"}]}
+        )),
         lambda: genetic._callable_accepts_keyword(fail, "keywords"),
         lambda: genetic._parallel_evaluation_workers(context, 3),
         lambda: genetic.with_config(initial_candidates=[graph]),

@@ -70,6 +70,22 @@ _PROCESS_TERMINAL_FAILURE_REASONS = frozenset(
     (_process_evaluation.TERMINAL_WORKER_FAILED, _process_evaluation.TERMINAL_WORKER_TIMEOUT)
 )
 
+from varnholt.search_templates.genetic._breeding import (  # noqa: E402
+    _candidate_eliteness,
+    _choose_operator,
+    _data_graph_child_count,
+    _diverse_parent_pool,
+    _diversity_adjusted_parent_score,
+    _elite_derived_graph,
+    _graph_node_names,
+    _graph_similarity,
+    _restore_elite_root_node,
+    _safe_reaction_rotation_names,
+    _safe_reaction_rotations,
+    _selected_redundancy,
+    _weighted_parent_index,
+    compose_next_batch,
+)
 from varnholt.search_templates.genetic._evaluation import (  # noqa: E402
     _candidate_exception_result,
     _candidate_process_evaluation_error_result,

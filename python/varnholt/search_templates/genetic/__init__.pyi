@@ -197,6 +197,58 @@ def _candidate_batch(
 
 _DEFAULT_FRESH_RANDOM_CANDIDATES: Callable[..., list[Any]]
 
+# Breeding.
+def _candidate_eliteness(
+    candidate: Mapping[Any, Any], diversity_weight: float, parsimony_weight: float
+) -> Any: ...
+def _graph_node_names(graph: Any) -> set[str]: ...
+def _graph_similarity(left: Any, right: Any) -> float: ...
+def _selected_redundancy(candidate: Mapping[Any, Any], selected: Iterable[Any]) -> float: ...
+def _diversity_adjusted_parent_score(
+    candidate: Mapping[Any, Any],
+    selected: Iterable[Any],
+    diversity_weight: float,
+    parsimony_weight: float,
+) -> Any: ...
+def _diverse_parent_pool(
+    prior: Iterable[_T] | None,
+    rng: Random | None = None,
+    elite_fraction: float = ...,
+    diversity_weight: float = ...,
+    parsimony_weight: float = ...,
+) -> list[_T]: ...
+def compose_next_batch(
+    prior: Iterable[Any] | None,
+    batch_size: int = ...,
+    rng: Random | None = None,
+    fresh_random_factory: Callable[[], Any] | None = None,
+    elite_factory: Callable[[list[Any], Any], Any] | None = None,
+    elite_fraction: float = ...,
+    diversity_weight: float = ...,
+    parsimony_weight: float = ...,
+    max_depth: Any = None,
+    validator: _Validator | None = None,
+) -> list[dict[str, Any]]: ...
+def _choose_operator(operator_rates: Mapping[Any, Any], rng: Random | None) -> str: ...
+def _weighted_parent_index(
+    parents: Sequence[Any], rng: Random | None, diversity_weight: float, parsimony_weight: float
+) -> int: ...
+def _elite_derived_graph(
+    ctx: Any,
+    parents: Sequence[Any],
+    rng: Random | None,
+    operator_rates: Mapping[Any, Any] | None = None,
+    elite_fraction: float = ...,
+    diversity_weight: float = ...,
+    parsimony_weight: float = ...,
+) -> Any: ...
+def _data_graph_child_count(graph: Any) -> int: ...
+def _restore_elite_root_node(
+    child: _T, elite_root_node: Any, elite_data_child_count: int, validator: _Validator | None
+) -> _T: ...
+def _safe_reaction_rotations(ctx: Any) -> list[Any]: ...
+def _safe_reaction_rotation_names(ctx: Any) -> set[str]: ...
+
 # Candidate results.
 def _number(value: Any, default: Any = 0.0) -> Any: ...
 def _optional_correlation(value: Any) -> float | None: ...

@@ -1,0 +1,173 @@
+#include <cstdint>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "hosts/python/host/python_callable.hpp"
+#include "hosts/python/host/python_context.hpp"
+#include "hosts/python/host/python_host.hpp"
+#include "hosts/python/module/init.hpp"
+#include "hosts/python/values/conversion.hpp"
+#include "hosts/python/values/python_api.hpp"
+#include "search_templates/genetic/population/batch_composition.hpp"
+#include "search_templates/genetic/population/elite_derivation.hpp"
+#include "search_templates/genetic/population/node_names.hpp"
+#include "search_templates/genetic/population/parent_pool.hpp"
+#include "search_templates/genetic/population/parent_scoring.hpp"
+#include "search_templates/genetic/population/safe_rotations.hpp"
+#include "search_templates/genetic/population/score_order.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::python {
+namespace {
+
+using genetic::List;
+using genetic::Value;
+using Generator = std::shared_ptr<genetic::RandomGenerator>;
+
+double number_of(const Any& number) {
+  return genetic::as_number(to_value(number));
+}
+
+std::int64_t count_of(const Any& count) {
+  return genetic::saturated_integer(to_value(checked(PyNumber_Index(count.ptr()))));
+}
+
+// A list is handed on as it is, and of any other sequence the items; what is false has none.
+List parents_of(const Any& parents) {
+  const Value given = to_value(parents);
+  if (given.is_list()) return given.list();
+  List items;
+  if (!genetic::truth(given)) return items;
+  const auto size = static_cast<std::int64_t>(genetic::length(given));
+  for (std::int64_t i = 0; i < size; ++i)
+    items.append(genetic::item(given, i));
+  return items;
+}
+
+nb::object python_set(const std::set<std::string>& texts) {
+  nb::object made = checked(PySet_New(nullptr));
+  for (const std::string& text : texts)
+    checked(PySet_Add(made.ptr(), text_object(text).ptr()));
+  return made;
+}
+
+void init_node_names(nb::module_& module) {
+  module.def("graph_node_names", [](const Any& graph) {
+    return python_set(genetic::graph_node_names(to_value(graph)));
+  });
+  module.def("graph_similarity", [](const Any& left, const Any& right) {
+    return genetic::graph_similarity(to_value(left), to_value(right));
+  });
+}
+
+void init_parents(nb::module_& module) {
+  module.def("candidate_eliteness", [](PythonHost& host, const Any& candidate,
+                                       const Any& diversity_weight, const Any& parsimony_weight) {
+    return to_python(genetic::candidate_eliteness(host.eliteness(), to_value(candidate),
+                                                  number_of(diversity_weight),
+                                                  number_of(parsimony_weight)));
+  });
+  module.def("selected_redundancy", [](const Any& candidate, const Any& selected) {
+    return genetic::selected_redundancy(to_value(candidate), to_value(selected));
+  });
+  module.def("diversity_adjusted_parent_score",
+             [](PythonHost& host, const Any& candidate, const Any& selected,
+                const Any& diversity_weight, const Any& parsimony_weight) {
+               return to_python(genetic::diversity_adjusted_parent_score(
+                   host.eliteness(), to_value(candidate), to_value(selected),
+                   number_of(diversity_weight), number_of(parsimony_weight)));
+             });
+  module.def("diverse_parent_pool",
+             [](PythonHost& host, const Any& prior, const Any& elite_fraction,
+                const Any& diversity_weight, const Any& parsimony_weight) {
+               return to_python(genetic::diverse_parent_pool(
+                   host.eliteness(), to_value(prior), number_of(elite_fraction),
+                   number_of(diversity_weight), number_of(parsimony_weight)));
+             });
+}
+
+nb::object compose_next_batch(PythonHost& host, const Any& prior, const Any& batch_size,
+                              const Any& rng, const Any& fresh_random_factory,
+                              const Any& elite_factory, const Any& elite_fraction,
+                              const Any& diversity_weight, const Any& parsimony_weight,
+                              const Any& max_depth, const Any& validator) {
+  genetic::CompositionSettings settings;
+  settings.batch_size = count_of(batch_size);
+  settings.elite_fraction = number_of(elite_fraction);
+  settings.diversity_weight = number_of(diversity_weight);
+  settings.parsimony_weight = number_of(parsimony_weight);
+  settings.max_depth = to_value(max_depth);
+  settings.validator = callable_unless_none(validator);
+  genetic::FreshFactory fresh;
+  if (!fresh_random_factory.is_none()) {
+    fresh = [&] { return to_value(call(fresh_random_factory)); };
+  }
+  genetic::EliteFactory elite;
+  if (!elite_factory.is_none()) {
+    elite = [&](const List& parents, const Generator& generator) {
+      return to_value(call(elite_factory, {to_python(parents), object_of(generator)}));
+    };
+  }
+  return to_python(genetic::compose_next_batch(host.engine(), host.eliteness(), to_value(prior),
+                                               settings, generator_or_null(rng), fresh, elite));
+}
+
+nb::object elite_derived_graph(PythonHost& host, const Any& ctx, const Any& parents, const Any& rng,
+                               const Any& operator_rates, const Any& elite_fraction,
+                               const Any& diversity_weight, const Any& parsimony_weight) {
+  PythonSearchContext context(ctx);
+  const genetic::DerivationSettings settings = {to_value(operator_rates), number_of(elite_fraction),
+                                                number_of(diversity_weight),
+                                                number_of(parsimony_weight)};
+  return to_python(genetic::elite_derived_graph(host.environment(), context, parents_of(parents),
+                                                generator_or_null(rng), settings));
+}
+
+void init_offspring(nb::module_& module) {
+  module.def("choose_operator", [](const Any& operator_rates, const Any& rng) {
+    return to_python(genetic::choose_operator(genetic::record_of(to_value(operator_rates)),
+                                              generator_or_null(rng).get()));
+  });
+  module.def("weighted_parent_index", [](PythonHost& host, const Any& parents, const Any& rng,
+                                         const Any& diversity_weight, const Any& parsimony_weight) {
+    return genetic::weighted_parent_index(host.eliteness(), parents_of(parents),
+                                          generator_or_null(rng).get(), number_of(diversity_weight),
+                                          number_of(parsimony_weight));
+  });
+  module.def("data_graph_child_count",
+             [](const Any& graph) { return genetic::data_graph_child_count(to_value(graph)); });
+  module.def("restore_elite_root_node",
+             [](const Any& child, const Any& elite_root_node, const Any& elite_data_child_count,
+                const Any& validator) {
+               genetic::restore_elite_root_node(to_value(child), to_value(elite_root_node),
+                                                count_of(elite_data_child_count),
+                                                callable_unless_none(validator));
+               // The very object that was given, whatever its type.
+               return child;
+             });
+  module.def("elite_derived_graph", &elite_derived_graph);
+}
+
+void init_rotations(nb::module_& module) {
+  module.def("safe_reaction_rotations", [](PythonHost& host, const Any& ctx) {
+    PythonSearchContext context(ctx);
+    return to_python(genetic::safe_reaction_rotations(host.engine(), context));
+  });
+  module.def("safe_reaction_rotation_names", [](PythonHost& host, const Any& ctx) {
+    PythonSearchContext context(ctx);
+    return python_set(genetic::safe_reaction_rotation_names(host.engine(), context));
+  });
+}
+
+}  // namespace
+
+void init_breeding(nb::module_& module) {
+  init_node_names(module);
+  init_parents(module);
+  module.def("compose_next_batch", &compose_next_batch);
+  init_offspring(module);
+  init_rotations(module);
+}
+
+}  // namespace varnholt::python
