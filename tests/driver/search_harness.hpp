@@ -169,6 +169,17 @@ inline const Names kTest = {"stop_event.is_set"};
 // A batch of fresh graphs; the scripted source draws one random number.
 inline const Names kBatch = {"random_generators.from_state", "fresh.draw", "rng.random",
                              "rng.getstate"};
+// A batch of one that is bred: the parent is scored for the order of the pool and again within it,
+// and with a diversity weight above 0.0 the one place goes to a fresh graph.
+inline const Names kBredBatch = {"random_generators.from_state",
+                                 "context.max_depth",
+                                 "context.own_graph_validator",
+                                 "context.backtester_validate_graph",
+                                 "eliteness.score_candidate",
+                                 "eliteness.score_candidate",
+                                 "fresh.draw",
+                                 "rng.random",
+                                 "rng.getstate"};
 inline const Names kPool = {"context.n_jobs", "context.worker_memory_limit_bytes",
                             "process_evaluation.default_worker_memory_limit_bytes",
                             "process_evaluation.evaluate_candidate_batch"};
@@ -186,8 +197,11 @@ inline const Names kMetrics = {"context.record_search_run_metrics", "record_metr
                                "record_metrics.signature",          "record_metrics"};
 
 // A generation of one candidate that passes, and of one that fails.
-inline const Names kPassing =
-    kTest + kBatch + kPool + kRecord + kStreak + kTest + kScore + kReadStopEvent + kTest + kPause;
+inline const Names kAfterPassingBatch =
+    kPool + kRecord + kStreak + kTest + kScore + kReadStopEvent + kTest + kPause;
+inline const Names kPassing = kTest + kBatch + kAfterPassingBatch;
+// The same after a generation that passed.
+inline const Names kBredPassing = kTest + kBredBatch + kAfterPassingBatch;
 inline const Names kFailing =
     kTest + kBatch + kPool + kRecord + kStreak + kTest + kReadStopEvent + kTest + kPause;
 // After the loop.

@@ -40,7 +40,7 @@ TEST(SearchLoop, PassingGenerations) {
   search.run();
 
   EXPECT_THAT(search.host.log.names(),
-              ElementsAreArray(kSetUp + kPassing + kReadStopEvent + kPassing + kStopped));
+              ElementsAreArray(kSetUp + kPassing + kReadStopEvent + kBredPassing + kStopped));
   ASSERT_THAT(search.metrics, SizeIs(1));
   EXPECT_EQ(search.metrics[0].at("candidate_count"), 2);
   EXPECT_EQ(search.metrics[0].at("elapsed_simulation_seconds"), 1.0);
@@ -118,7 +118,7 @@ TEST(SearchLoop, DuplicatesAfterCountedCandidatesEndTheRun) {
   search.run();
 
   EXPECT_THAT(search.host.log.names(),
-              ElementsAreArray(kSetUp + kPassing + kReadStopEvent + kTest + kBatch +
+              ElementsAreArray(kSetUp + kPassing + kReadStopEvent + kTest + kBredBatch +
                                failed_backfill(20) + kTest + kMetrics));
   ASSERT_THAT(search.metrics, SizeIs(1));
   const Mapping& metrics = search.metrics[0];
@@ -167,12 +167,13 @@ TEST(SearchLoop, SeedsAreGivenOnceEvenWhenNothingCameOfThem) {
 TEST(SearchLoop, WithoutStopEventItSleepsAndNeverWaits) {
   SearchHarness search;
   search.host.context.on_stop_event = always(nullptr);
+  search.on_outcome = [](const Value& graph) { return failing_for(graph, "sharpe_min"); };
   search.draw_in_turn(
       {graphs_named({"a"}), graphs_named({"b"}), List(), graphs_named({"a"}), List()});
   search.run();
 
-  const Names untested = kBatch + kPool + kRecord + kStreak + kScore + kReadStopEvent +
-                         Names{"pause.sleep"} + kReadStopEvent;
+  const Names untested =
+      kBatch + kPool + kRecord + kStreak + kReadStopEvent + Names{"pause.sleep"} + kReadStopEvent;
   // The run ends with the duplicate, whose one backfill returns nothing.
   EXPECT_THAT(search.host.log.names(),
               ElementsAreArray(kSetUp + untested + untested + kBatch + Names{"pause.sleep"} +
