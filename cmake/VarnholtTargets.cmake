@@ -15,7 +15,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
 endif()
 if(VARNHOLT_SANITIZE)
   target_compile_options(varnholt_flags INTERFACE
-    -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
   target_link_options(varnholt_flags INTERFACE -fsanitize=address,undefined)
 endif()
 if(VARNHOLT_COVERAGE)

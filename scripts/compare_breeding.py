@@ -3,10 +3,10 @@
 
 usage: compare_breeding.py PROGRAM PRICES [--seeds N] [--candidates N] [--jobs N]
 
-For each seed the program runs twice over the same number of candidates: once as it is, and once with
-a gate that no signal passes, so that there is never a parent and every generation is fresh. The
-figure of a run is the best quality score among all its candidates, passing or not; what a gate
-refuses counts on both sides. Prints one line a seed and the median of the differences, as Markdown.
+For each seed the program runs twice over the same number of candidates: once as it is, and once
+with a gate that no signal passes, so that there is never a parent and every generation is fresh.
+The figure of a run is the best quality score among all its candidates, passing or not; what a gate
+refuses counts on both sides. Prints a line a seed and the median of the differences, as Markdown.
 """
 import argparse
 import json

@@ -1,9 +1,9 @@
 // Crossover and mutation of graphs.
 //
 // Every child is a new graph that follows the rules of graph_check.hpp where its parents do, is
-// within the limits, and has been accepted by the validator. A part takes the place only of a part of
-// its sort: a feature or rotation that of a feature or rotation, a window that of a window, a function
-// that of one with the same arguments. The parents stay as they are.
+// within the limits, and has been accepted by the validator. A part takes the place only of a part
+// of its sort: a feature or rotation that of a feature or rotation, a window that of a window, a
+// function that of one with the same arguments. The parents stay as they are.
 //
 // All draws come from the generator that is given, so the same state gives the same child. An
 // operator tries a few times, each try with draws of its own; where none gives an acceptable child,
@@ -48,7 +48,8 @@ class GeneticOperators : public genetic::GeneticOps {
       const std::shared_ptr<genetic::RandomGenerator>& rng,
       const genetic::Callable& validator) override;
 
-  // A rotation below the root becomes the whole graph; one draw a try. A graph without one is copied.
+  // A rotation below the root becomes the whole graph; one draw a try. A graph without one is
+  // copied.
   [[nodiscard]] genetic::Value hoist_mutation(const genetic::Value& elite,
                                               const std::shared_ptr<genetic::RandomGenerator>& rng,
                                               const genetic::Callable& validator) override;

@@ -1,5 +1,5 @@
-// The stop event of a search: each limit sets it, it keeps its first cause, and the second interrupt
-// leaves at once.
+// The stop event of a search: each limit sets it, it keeps its first cause, and the second
+// interrupt leaves at once.
 #include "hosts/embedded/search/search_stop.hpp"
 
 #include <gtest/gtest.h>

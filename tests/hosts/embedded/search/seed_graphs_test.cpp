@@ -1,5 +1,5 @@
-// Seeds from a file: graphs of the vocabulary are read; anything else is refused with file, place and
-// mend.
+// Seeds from a file: graphs of the vocabulary are read; anything else is refused with file, place
+// and mend.
 #include "hosts/embedded/search/seed_graphs.hpp"
 
 #include <fstream>

@@ -1,5 +1,5 @@
-// Generators are clones of a state: the same state gives the same draws, and drawing changes neither
-// the state nor another clone.
+// Generators are clones of a state: the same state gives the same draws, and drawing changes
+// neither the state nor another clone.
 #include "hosts/embedded/random/twister_generators.hpp"
 
 #include <gtest/gtest.h>
