@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include "apps/genetic_search/options.hpp"
-
 namespace varnholt::app {
 namespace {
 

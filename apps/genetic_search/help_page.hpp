@@ -6,10 +6,9 @@
 
 #include <CLI/CLI.hpp>
 
-namespace varnholt::app {
+#include "apps/genetic_search/names.hpp"  // IWYU pragma: export
 
-inline constexpr const char* kRunName = "run";
-inline constexpr const char* kCheckName = "check-prices";
+namespace varnholt::app {
 
 // Help texts are laid out for 80 columns; what an option does begins in this one.
 inline constexpr std::size_t kDescriptionColumn = 29;

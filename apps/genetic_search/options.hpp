@@ -7,11 +7,11 @@
 #include <variant>
 #include <vector>
 
+#include "apps/genetic_search/names.hpp"  // IWYU pragma: export
 #include "hosts/embedded/search/search_options.hpp"
 
 namespace varnholt::app {
 
-inline constexpr const char* kProgramName = "genetic-search";
 inline constexpr const char* kDefaultDatabase = "genetic-search.db";
 
 // "run": a search, and how it is told.

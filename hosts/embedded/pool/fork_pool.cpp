@@ -40,22 +40,6 @@ void refuse_ignored_children() {
 
 }  // namespace
 
-std::string_view to_text(PoolStatus status) noexcept {
-  switch (status) {
-    case PoolStatus::Completed:
-      return "completed";
-    case PoolStatus::WorkRaised:
-      return "work_raised";
-    case PoolStatus::WorkerFailed:
-      return "worker_failed";
-    case PoolStatus::WorkerTimedOut:
-      return "worker_timed_out";
-    case PoolStatus::Cancelled:
-      return "cancelled";
-  }
-  return "unknown";
-}
-
 ForkPool::ForkPool(SystemCalls& system, const PoolConfig& config)
     : system_(system), config_(config) {
   check(config_);

@@ -11,7 +11,7 @@
 
 #include <poll.h>
 
-#include "hosts/embedded/pool/fork_pool.hpp"
+#include "hosts/embedded/pool/pool_types.hpp"
 #include "hosts/embedded/pool/system_calls.hpp"
 #include "hosts/embedded/pool/work.hpp"
 #include "hosts/embedded/pool/worker.hpp"

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "hosts/embedded/vocabulary/graph_check.hpp"
+#include "hosts/embedded/vocabulary/graph_shape.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
 #include "search_templates/genetic/value/value.hpp"
 

@@ -1,6 +1,6 @@
 // The operators over thousands of random graphs: the child is always a valid graph within the
-// limits, the parents stay as they are, the same state gives the same child, and what the validator refuses
-// never comes out. The seed of a failing case is shown.
+// limits, the parents stay as they are, the same state gives the same child, and what the validator
+// refuses never comes out. The seed of a failing case is shown.
 #include "hosts/embedded/operators/genetic_operators.hpp"
 
 #include <functional>

@@ -1,0 +1,10 @@
+// The names of the program and its commands.
+#pragma once
+
+namespace varnholt::app {
+
+inline constexpr const char* kProgramName = "genetic-search";
+inline constexpr const char* kRunName = "run";
+inline constexpr const char* kCheckName = "check-prices";
+
+}  // namespace varnholt::app
