@@ -28,8 +28,8 @@ enum class Turn : std::uint8_t { kNext, kLeave };
 class SearchRun {
  public:
   SearchRun(const SearchEnvironment& environment, SearchContext& context, SearchConfig& config)
-      : host_(environment.host),
-        fresh_candidates_(environment.fresh_candidates),
+      : environment_(environment),
+        host_(environment.host),
         context_(context),
         config_(config),
         // Resolved and logged also when the stop event is set before the run.
@@ -57,7 +57,7 @@ class SearchRun {
   };
 
   Turn generation() {
-    const Value batch = candidate_batch(context_, config_, fresh_candidates_, batch_index_,
+    const Value batch = candidate_batch(environment_, context_, config_, batch_index_,
                                         prior_results_, force_restart_);
     force_restart_ = false;
     if (!truth(batch)) {
@@ -65,8 +65,9 @@ class SearchRun {
       return pause();
     }
 
-    const DeduplicatedBatch unique = run_deduplicated_batch(
-        context_, config_.batch_size(), config_, fresh_candidates_, batch, seen_graph_keys_);
+    const DeduplicatedBatch unique =
+        run_deduplicated_batch(context_, config_.batch_size(), config_,
+                               environment_.fresh_candidates, batch, seen_graph_keys_);
     counters_.count_duplicates(unique.duplicate_count);
     if (unique.graphs.empty()) return all_duplicates();
 
@@ -197,8 +198,8 @@ class SearchRun {
     return Turn::kNext;
   }
 
+  SearchEnvironment environment_;
   Host& host_;
-  FreshCandidates& fresh_candidates_;
   SearchContext& context_;
   SearchConfig& config_;
   RunCounters counters_;

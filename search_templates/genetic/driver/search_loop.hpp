@@ -12,19 +12,11 @@
 // expect. Such an error leaves the run as it is.
 #pragma once
 
-#include "search_templates/genetic/host/host.hpp"
-#include "search_templates/genetic/population/fresh_candidates.hpp"
-#include "search_templates/genetic/settings/module_constants.hpp"
+#include "search_templates/genetic/host/search_context.hpp"
+#include "search_templates/genetic/population/search_environment.hpp"
 #include "search_templates/genetic/settings/search_config.hpp"
 
 namespace varnholt::genetic {
-
-// What a search draws on besides its context and settings.
-struct SearchEnvironment {
-  Host& host;
-  const ModuleConstants& constants;
-  FreshCandidates& fresh_candidates;
-};
 
 // Runs one search. Everything that it finds leaves through the host. Runs on the calling thread;
 // the stop event is read from the context before each turn.

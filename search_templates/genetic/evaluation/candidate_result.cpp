@@ -1,6 +1,5 @@
 #include "search_templates/genetic/evaluation/candidate_result.hpp"
 
-#include <cmath>
 #include <exception>
 #include <optional>
 
@@ -16,8 +15,6 @@
 namespace varnholt::genetic {
 namespace {
 
-constexpr std::string_view kCorrelationMustBeFinite =
-    "candidate correlation must be a finite number or None";
 constexpr std::string_view kRecordingFailed =
     "Genetic candidate evaluation failure recording failed";
 
@@ -88,20 +85,6 @@ Mapping evaluation_record(SearchContext& context, Engine& engine, const Value& g
 }
 
 }  // namespace
-
-Value number(const Value& value, const Value& fallback) {
-  const std::optional<double> converted = tolerant_float(value);
-  return converted ? Value(*converted) : fallback;
-}
-
-Value optional_correlation(const Value& value) {
-  if (value.is_absent()) return {};
-  const std::optional<double> converted = tolerant_float(value);
-  if (!converted || !std::isfinite(*converted)) {
-    throw ValueError(std::string(kCorrelationMustBeFinite));
-  }
-  return *converted;
-}
 
 StatisticsNumbers statistics_numbers(const Value& stats) {
   StatisticsNumbers numbers;

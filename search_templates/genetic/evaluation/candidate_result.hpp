@@ -15,16 +15,10 @@
 #include "search_templates/genetic/host/evaluation_verdicts.hpp"
 #include "search_templates/genetic/host/process_evaluation.hpp"
 #include "search_templates/genetic/host/search_context.hpp"
+#include "search_templates/genetic/value/tolerant.hpp"  // IWYU pragma: export
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::genetic {
-
-// float(value), or `fallback` as it is when the conversion fails. NaN and infinities pass through.
-[[nodiscard]] Value number(const Value& value, const Value& fallback = Value(0.0));
-
-// Absent stays absent. ValueError "candidate correlation must be a finite number or None" for what
-// cannot be converted or is not finite.
-[[nodiscard]] Value optional_correlation(const Value& value);
 
 // The number fields of a record, read from a statistics object's attributes alone.
 struct StatisticsNumbers {

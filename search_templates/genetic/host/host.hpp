@@ -8,6 +8,7 @@
 #include "search_templates/genetic/host/eliteness.hpp"
 #include "search_templates/genetic/host/engine.hpp"
 #include "search_templates/genetic/host/evaluation_verdicts.hpp"
+#include "search_templates/genetic/host/genetic_ops.hpp"
 #include "search_templates/genetic/host/pause.hpp"
 #include "search_templates/genetic/host/process_evaluation.hpp"
 #include "search_templates/genetic/host/random_generator.hpp"
@@ -25,6 +26,7 @@ class Host {
   [[nodiscard]] virtual Engine& engine() = 0;
   [[nodiscard]] virtual ProcessEvaluation& process_evaluation() = 0;
   [[nodiscard]] virtual Eliteness& eliteness() = 0;
+  [[nodiscard]] virtual GeneticOps& genetic_ops() = 0;
   [[nodiscard]] virtual RandomWeighted& random_weighted() = 0;
   [[nodiscard]] virtual SearchSettings& search_settings() = 0;
   [[nodiscard]] virtual EvaluationVerdicts& evaluation_verdicts() = 0;

@@ -27,8 +27,10 @@ class SearchContext {
   // Takes the metrics of the run as keyword arguments.
   [[nodiscard]] virtual Callable record_search_run_metrics() = 0;
 
-  // The depth limit of graphs, and the process settings. Missing gives nothing.
+  // The depth limit of graphs, the words they are made of, and the process settings. Missing gives
+  // nothing.
   [[nodiscard]] virtual std::optional<Value> max_depth() = 0;
+  [[nodiscard]] virtual std::optional<Value> vocabulary() = 0;
   [[nodiscard]] virtual std::optional<Value> n_jobs() = 0;
   [[nodiscard]] virtual std::optional<Value> worker_memory_limit_bytes() = 0;
   // Any attribute by its name in the host.

@@ -1,5 +1,6 @@
 #include "search_templates/genetic/population/fresh_candidates.hpp"
 
+#include <algorithm>
 #include <optional>
 #include <utility>
 
@@ -19,6 +20,19 @@ List fresh_random_candidates(RandomWeighted& random_weighted, SearchContext& con
     candidates.append(*std::move(graph));
   }
   return candidates;
+}
+
+Value fresh_random_candidates_for_rng(FreshCandidates& source, SearchContext& context,
+                                      std::int64_t count,
+                                      const std::shared_ptr<RandomGenerator>& rng) {
+  const std::optional<std::vector<Parameter>> signature = source.replacement_signature();
+  const auto takes_rng = [](const Parameter& parameter) {
+    return parameter.name == "rng" || parameter.kind == ParameterKind::kVariableKeyword;
+  };
+  if (signature && std::none_of(signature->begin(), signature->end(), takes_rng)) {
+    return source.draw_without_rng(context, count);
+  }
+  return source.draw(context, count, rng);
 }
 
 }  // namespace varnholt::genetic

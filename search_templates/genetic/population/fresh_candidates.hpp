@@ -3,7 +3,10 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <vector>
 
+#include "search_templates/genetic/host/callable.hpp"
 #include "search_templates/genetic/host/random_generator.hpp"
 #include "search_templates/genetic/host/random_weighted.hpp"
 #include "search_templates/genetic/host/search_context.hpp"
@@ -20,7 +23,22 @@ class FreshCandidates {
   // those is told there.
   [[nodiscard]] virtual Value draw(SearchContext& context, std::int64_t count,
                                    const std::shared_ptr<RandomGenerator>& rng) = 0;
+
+  // A replacement's parameters; nothing for the module's own source, and when they cannot be told.
+  [[nodiscard]] virtual std::optional<std::vector<Parameter>> replacement_signature() {
+    return std::nullopt;
+  }
+  // Asked only of a replacement that does not take the generator.
+  [[nodiscard]] virtual Value draw_without_rng(SearchContext& context, std::int64_t count) {
+    return draw(context, count, nullptr);
+  }
 };
+
+// Asks the source for graphs, without the generator where a replacement does not take one: where no
+// parameter is named "rng", of whatever kind, or takes any keyword.
+[[nodiscard]] Value fresh_random_candidates_for_rng(FreshCandidates& source, SearchContext& context,
+                                                    std::int64_t count,
+                                                    const std::shared_ptr<RandomGenerator>& rng);
 
 // The source that asks the host's generator of random graphs. It is advanced no further than asked,
 // so that no extra random draws are made, and released before the graphs are returned.

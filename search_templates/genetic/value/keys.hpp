@@ -89,6 +89,9 @@ inline constexpr Key kPoolCorrelation = key<"pool_correlation">();
 inline constexpr Key kDiversityWeight = key<"diversity_weight">();
 inline constexpr Key kParsimonyWeight = key<"parsimony_weight">();
 inline constexpr Key kExpressionElapsedSeconds = key<"expression_elapsed_seconds">();
+inline constexpr Key kLogContext = key<"log_context">();
+inline constexpr Key kTemplateName = key<"template_name">();
+inline constexpr Key kName = key<"name">();
 inline constexpr Key kIncludeCorrelation = key<"include_correlation">();
 
 }  // namespace varnholt::genetic::keys

@@ -35,4 +35,11 @@ template <typename Conversion>
   return tolerate([&value] { return to_integer(value); });
 }
 
+// float(value), or `fallback` as it is when the conversion fails. NaN and infinities pass through.
+[[nodiscard]] Value number(const Value& value, const Value& fallback = Value(0.0));
+
+// A candidate's correlation. Absent stays absent; ValueError "candidate correlation must be a
+// finite number or None" for what cannot be converted or is not finite.
+[[nodiscard]] Value optional_correlation(const Value& value);
+
 }  // namespace varnholt::genetic

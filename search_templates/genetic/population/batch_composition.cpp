@@ -1,0 +1,96 @@
+#include "search_templates/genetic/population/batch_composition.hpp"
+
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "search_templates/genetic/graph/graph_filters.hpp"
+#include "search_templates/genetic/population/parent_pool.hpp"
+#include "search_templates/genetic/population/parent_scoring.hpp"
+#include "search_templates/genetic/population/score_order.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::genetic {
+namespace {
+
+constexpr Key kFreshRandom = key<"fresh_random">();
+constexpr Key kEliteDerived = key<"elite_derived">();
+
+// Every item is scored once, those without a graph included.
+List scored_pool(Eliteness& eliteness, const Value& prior, const CompositionSettings& settings) {
+  std::vector<ScoredCandidate> scored;
+  if (truth(prior)) {
+    const auto walk = iterate(prior);
+    while (const std::optional<Value> candidate = walk->next()) {
+      scored.push_back({candidate_eliteness(eliteness, *candidate, settings.diversity_weight,
+                                            settings.parsimony_weight),
+                        *candidate});
+    }
+  }
+  sort_highest_first(scored);
+  List pool(scored.size());
+  for (const ScoredCandidate& item : scored)
+    pool.append(item.candidate);
+  return pool;
+}
+
+class Composition {
+ public:
+  Composition(Engine& engine, const CompositionSettings& settings)
+      : engine_(engine), settings_(settings) {}
+
+  [[nodiscard]] bool is_full() const {
+    return static_cast<std::int64_t>(batch_.size()) >= settings_.batch_size;
+  }
+
+  // Whether an item was added.
+  bool add(const std::function<Value()>& factory, Key lineage) {
+    const Value item =
+        lineage_candidate_item(engine_, factory, lineage, settings_.max_depth, settings_.validator);
+    if (item.is_absent()) return false;
+    batch_.append(item);
+    return true;
+  }
+
+  [[nodiscard]] List take() { return std::move(batch_); }
+
+ private:
+  Engine& engine_;
+  const CompositionSettings& settings_;
+  List batch_;
+};
+
+}  // namespace
+
+List compose_next_batch(Engine& engine, Eliteness& eliteness, const Value& prior,
+                        const CompositionSettings& settings,
+                        const std::shared_ptr<RandomGenerator>& rng,
+                        const FreshFactory& fresh_random_factory,
+                        const EliteFactory& elite_factory) {
+  const List elite_pool = diverse_parent_pool(eliteness, scored_pool(eliteness, prior, settings),
+                                              settings.elite_fraction, settings.diversity_weight,
+                                              settings.parsimony_weight);
+  const bool exploration_first = settings.diversity_weight > 0.0;
+  const bool can_breed = elite_factory && !elite_pool.empty();
+  const auto breed = [&] { return elite_factory(elite_pool, rng); };
+
+  Composition batch(engine, settings);
+  while (!batch.is_full()) {
+    bool added = false;
+    if (exploration_first && fresh_random_factory) {
+      added = batch.add(fresh_random_factory, kFreshRandom);
+      if (batch.is_full()) break;
+    }
+    if (can_breed) {
+      added = batch.add(breed, kEliteDerived) || added;
+      if (batch.is_full()) break;
+    }
+    if (!exploration_first && fresh_random_factory) {
+      added = batch.add(fresh_random_factory, kFreshRandom) || added;
+    }
+    if (!added) break;
+  }
+  return batch.take();
+}
+
+}  // namespace varnholt::genetic
