@@ -49,6 +49,7 @@ class ScriptedContext : public SearchContext {
   std::function<Callable()> on_fatal_callback = always(Callable());
   std::function<Callable()> on_record_search_run_metrics = always(Callable());
   std::function<std::optional<Value>()> on_max_depth = always(std::nullopt);
+  std::function<std::optional<Value>()> on_vocabulary = always(std::nullopt);
   std::function<std::optional<Value>()> on_n_jobs = always(std::nullopt);
   std::function<std::optional<Value>()> on_worker_memory_limit_bytes = always(std::nullopt);
   std::function<std::optional<Value>(std::string_view)> on_attribute = always(std::nullopt);
@@ -71,6 +72,9 @@ class ScriptedContext : public SearchContext {
   }
   [[nodiscard]] std::optional<Value> max_depth() override {
     return read("context.max_depth", on_max_depth);
+  }
+  [[nodiscard]] std::optional<Value> vocabulary() override {
+    return read("context.vocabulary", on_vocabulary);
   }
   [[nodiscard]] std::optional<Value> n_jobs() override { return read("context.n_jobs", on_n_jobs); }
   [[nodiscard]] std::optional<Value> worker_memory_limit_bytes() override {

@@ -28,6 +28,7 @@
 #include "search_templates/genetic/value/errors.hpp"
 #include "tests/support/scripted_answers.hpp"
 #include "tests/support/scripted_context.hpp"
+#include "tests/support/scripted_genetic_ops.hpp"
 #include "tests/support/scripted_process_evaluation.hpp"
 #include "tests/support/scripted_random.hpp"
 
@@ -81,6 +82,13 @@ class ScriptedEngine : public Engine {
       always("SDK runtime is not ready");
   std::function<Value()> on_infrastructure_failure_threshold = always(10);
 
+  std::function<Value(const Value&, std::string_view)> on_function_entries_for_kind =
+      always("functions");
+  std::function<Value(const Value&)> on_random_weighted_window_limit = always(20);
+  std::function<Value()> on_random_weighted_node_limit = always(50);
+  std::function<Value()> on_random_weighted_runtime_registry = always("registry");
+  std::function<Value(const Mapping&)> on_signal_generation_safe_rotations = always(Value(List{}));
+
   [[nodiscard]] Logger& logger() override { return logger_; }
   [[nodiscard]] Value graph_depth_for_attempt_marker(const Value& graph) override {
     log_.add("engine.graph_depth_for_attempt_marker", {graph});
@@ -93,6 +101,33 @@ class ScriptedEngine : public Engine {
   [[nodiscard]] Value sdk_runtime_not_ready_rejection_detail() override {
     log_.add("engine.sdk_runtime_not_ready_rejection_detail", {});
     return on_sdk_runtime_not_ready_rejection_detail();
+  }
+  [[nodiscard]] Value function_entries_for_kind(const Value& vocabulary,
+                                                std::string_view kind) override {
+    log_.add("engine.function_entries_for_kind", {vocabulary, kind});
+    return on_function_entries_for_kind(vocabulary, kind);
+  }
+  [[nodiscard]] Value random_weighted_window_limit(SearchContext& /*context*/,
+                                                   const Value& max_depth) override {
+    log_.add("engine.random_weighted_window_limit", {max_depth});
+    return on_random_weighted_window_limit(max_depth);
+  }
+  [[nodiscard]] Value random_weighted_node_limit(SearchContext& /*context*/) override {
+    log_.add("engine.random_weighted_node_limit()");
+    return on_random_weighted_node_limit();
+  }
+  [[nodiscard]] Value random_weighted_runtime_registry(SearchContext& /*context*/) override {
+    log_.add("engine.random_weighted_runtime_registry()");
+    return on_random_weighted_runtime_registry();
+  }
+  [[nodiscard]] Value signal_generation_safe_rotations(const Value& functions,
+                                                       const Value& window_limit,
+                                                       const Value& node_limit,
+                                                       const Value& registry,
+                                                       const Mapping& keywords) override {
+    log_.add("engine.signal_generation_safe_rotations",
+             {functions, window_limit, node_limit, registry}, keywords);
+    return on_signal_generation_safe_rotations(keywords);
   }
   [[nodiscard]] Value infrastructure_failure_threshold() override {
     log_.add("engine.infrastructure_failure_threshold", {});
@@ -231,6 +266,7 @@ struct ScriptedHost {
   ScriptedContext context{log};
   ScriptedProcessEvaluation process_evaluation{log};
   ScriptedEliteness eliteness{log};
+  ScriptedGeneticOps genetic_ops{log};
   ScriptedRandomWeighted random_weighted{log};
   ScriptedSearchSettings search_settings{log};
   ScriptedVerdicts evaluation_verdicts{log};
@@ -254,6 +290,7 @@ struct ScriptedHost {
       return host_.process_evaluation;
     }
     [[nodiscard]] Eliteness& eliteness() override { return host_.eliteness; }
+    [[nodiscard]] GeneticOps& genetic_ops() override { return host_.genetic_ops; }
     [[nodiscard]] RandomWeighted& random_weighted() override { return host_.random_weighted; }
     [[nodiscard]] SearchSettings& search_settings() override { return host_.search_settings; }
     [[nodiscard]] EvaluationVerdicts& evaluation_verdicts() override {
