@@ -25,11 +25,14 @@ using ::testing::IsEmpty;
 
 class CandidateBatch : public ::testing::Test {
  protected:
-  CandidateBatch() { config_.settings.batch_size = 3; }
+  CandidateBatch() {
+    config_.settings.batch_size = 3;
+    host_.log.clear();
+  }
 
   [[nodiscard]] std::string batch(std::int64_t index, const Value& prior = List{},
                                   bool force_restart = false) {
-    return repr(candidate_batch(host_.context, config_, fresh_, index, prior, force_restart));
+    return repr(candidate_batch(environment_, host_.context, config_, index, prior, force_restart));
   }
   // A source that gives exactly as many numbered graphs as it is asked for, or `more`.
   void give_numbers(std::int64_t more = 0) {
@@ -47,6 +50,8 @@ class CandidateBatch : public ::testing::Test {
   ScriptedHost host_;
   test::ScriptedConfig config_{host_.log};
   test::ScriptedFresh fresh_{host_.log};
+  LoadedConstants constants_{host_.search_settings, host_.process_evaluation};
+  SearchEnvironment environment_{host_.bundle(), constants_, fresh_};
 };
 
 TEST_F(CandidateBatch, SeedsAreTheFirstOfTheBatchSizeInOrder) {
@@ -61,7 +66,7 @@ TEST_F(CandidateBatch, SeedsAreTheFirstOfTheBatchSizeInOrder) {
 
 TEST_F(CandidateBatch, SeedsAreThawedAnewEachTime) {
   set_seeds(List{Mapping{{"a", 1}}});
-  const Value first = candidate_batch(host_.context, config_, fresh_, 0, List{}, false);
+  const Value first = candidate_batch(environment_, host_.context, config_, 0, List{}, false);
   first.list().at(0).mapping().set("a", 2);
   EXPECT_EQ(batch(0), "[{'a': 1}]");
 }
@@ -120,7 +125,7 @@ TEST_F(CandidateBatch, ABatchWithoutHistoryIsWhatTheSourceReturns) {
   const Value given = Tuple{1};
   fresh_.on_draw = always(given);
   EXPECT_TRUE(
-      same_object(candidate_batch(host_.context, config_, fresh_, 3, Value(), false), given));
+      same_object(candidate_batch(environment_, host_.context, config_, 3, Value(), false), given));
 }
 
 TEST_F(CandidateBatch, AFailureLeavesTheStreamAsItWas) {
