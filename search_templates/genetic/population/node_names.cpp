@@ -13,13 +13,18 @@ namespace {
 
 constexpr std::size_t kWordBits = 64;
 
+// The text itself, which a type derived from the text type may show otherwise.
+std::string text_of(const Value& text) {
+  return text.is_text() ? std::string(text.text()) : text.object().text();
+}
+
 template <typename Visit>
 void for_each_name(const Value& graph, const Visit& visit, int depth) {
   if (depth > kMaximumNesting) throw RecursionError("maximum recursion depth exceeded");
   Value children;
   if (const std::optional<Mapping> node = as_mapping(graph)) {
     const Value name = node->get(keys::kNode);
-    if (is_instance_of(name, Kind::kText) && truth(name)) visit(str(name));
+    if (is_instance_of(name, Kind::kText) && truth(name)) visit(text_of(name));
     children = node->find(keys::kChildren).value_or(Value(Tuple()));
   } else if (is_instance_of(graph, Kind::kList) || is_instance_of(graph, Kind::kTuple)) {
     children = graph;
