@@ -26,8 +26,8 @@ double absolute_correlation(const Mapping& candidate) {
   return correlation.is_absent() ? 0.0 : std::abs(to_float(correlation));
 }
 
-Value adjusted_score(const Value& base_score, double redundancy, double diversity_weight) {
-  return to_float(base_score) - redundancy * kRedundancyPenalty * diversity_weight;
+double adjusted_score(const Value& base_score, double redundancy, double diversity_weight) {
+  return as_number(base_score) - redundancy * kRedundancyPenalty * diversity_weight;
 }
 
 // A hash of a value that does not depend on the order of a mapping's keys: equal values hash alike.
@@ -54,12 +54,21 @@ std::uint64_t unordered_hash(const Value& value) {
   return hash(value);
 }
 
+// The hash of the record's graph, for a record that begins with it. Such records are compared by
+// their graphs before anything else, so unequal hashes spare the comparison and nobody is asked
+// less; where an object of the host may stand before the graph there is no hash.
+std::optional<std::uint64_t> leading_graph_hash(const Value& record) {
+  if (!record.is_mapping()) return std::nullopt;
+  const std::optional<MappingEntry> first = MappingCursor(record.mapping()).next();
+  if (!first || !is_same_key(first->key, keys::kGraph)) return std::nullopt;
+  return unordered_hash(first->value);
+}
+
 // A candidate of one structure, with what is worked out of it once: its names and its correlation
 // when the rules first need them, and the greatest redundancy to those selected so far.
 struct PoolCandidate {
   Value candidate;
-  // Records can be equal only if their graphs are, so unequal hashes spare the comparison.
-  std::uint64_t graph_hash = 0;
+  std::optional<std::uint64_t> graph_hash;
   std::optional<NameSet> names;
   std::optional<double> redundancy;
   std::size_t compared = 0;  // How many of the selected the redundancy accounts for.
@@ -67,7 +76,8 @@ struct PoolCandidate {
 
 bool same_record(const PoolCandidate& left, const PoolCandidate& right) {
   if (same_object(left.candidate, right.candidate)) return true;
-  return left.graph_hash == right.graph_hash && left.candidate == right.candidate;
+  if (left.graph_hash && right.graph_hash && left.graph_hash != right.graph_hash) return false;
+  return left.candidate == right.candidate;
 }
 
 class ParentPool {
@@ -133,7 +143,6 @@ class ParentPool {
     for (const ScoredCandidate& item : scored) {
       PoolCandidate candidate;
       candidate.candidate = item.candidate;
-      candidate.graph_hash = unordered_hash(record_of(item.candidate).get(keys::kGraph));
       unique_.push_back(std::move(candidate));
     }
   }
@@ -173,7 +182,7 @@ class ParentPool {
 
   // What a pass compares: the adjusted score, and the score with the caller's own weight.
   struct Rank {
-    Value adjusted;
+    double adjusted = 0.0;
     Value own;
   };
 
@@ -181,18 +190,19 @@ class ParentPool {
   // candidate in each pass.
   [[nodiscard]] Rank rank_of(PoolCandidate& candidate) {
     const Value base = candidate_eliteness(eliteness_, candidate.candidate, 0.0, parsimony_weight_);
-    Value adjusted = adjusted_score(base, redundancy_of(candidate), diversity_weight_);
-    return {std::move(adjusted), score(candidate.candidate)};
+    const double adjusted = adjusted_score(base, redundancy_of(candidate), diversity_weight_);
+    return {adjusted, score(candidate.candidate)};
   }
 
   [[nodiscard]] static bool is_greater(const Rank& left, const Rank& right) {
-    if (!is_same_or_equal(left.adjusted, right.adjusted))
-      return less(right.adjusted, left.adjusted);
+    if (left.adjusted != right.adjusted) return left.adjusted > right.adjusted;
     if (is_same_or_equal(left.own, right.own)) return false;
     return less(right.own, left.own);
   }
 
   void select_greedily(std::int64_t target_size) {
+    for (PoolCandidate& candidate : unique_)
+      candidate.graph_hash = leading_graph_hash(candidate.candidate);
     selected_.push_back(0);
     std::vector<std::size_t> remaining;
     for (std::size_t i = 1; i < unique_.size(); ++i) {

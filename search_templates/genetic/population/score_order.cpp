@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -24,6 +23,13 @@ bool comes_before(const ScoredCandidate& left, const ScoredCandidate& right) {
 
 void sort_highest_first(std::vector<ScoredCandidate>& candidates) {
   std::stable_sort(candidates.begin(), candidates.end(), comes_before);
+}
+
+double as_number(const Value& value) {
+  if (is_instance_of(value, Kind::kText)) {
+    throw TypeError("must be real number, not " + type_name(value));
+  }
+  return to_float(value);
 }
 
 std::int64_t rounded_count(double value) {

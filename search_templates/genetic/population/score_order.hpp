@@ -1,6 +1,7 @@
 // Orders by score, as the host's language orders numbers.
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "search_templates/genetic/value/value.hpp"
@@ -16,6 +17,10 @@ struct ScoredCandidate {
 // Sorts by score, highest first; equal scores keep their order. A NaN comes last, so that the order
 // is one even where there are some.
 void sort_highest_first(std::vector<ScoredCandidate>& candidates);
+
+// A score or a rate as a number to reckon with. TypeError for what is none, also for a text that
+// float() would read.
+[[nodiscard]] double as_number(const Value& value);
 
 // `value` rounded to an integer, ties to the even one, and cut to the range of counts.
 // ValueError for a NaN, OverflowError for an infinity.
