@@ -37,7 +37,7 @@ constexpr const char* kNoPositiveRate =
 
 double rate_of(const Mapping& rates, Key name) {
   const std::optional<Value> rate = rates.find(name);
-  return rate ? to_float(*rate) : 0.0;
+  return rate ? as_number(*rate) : 0.0;
 }
 
 // Added up from left to right without compensation: the last bit of a draw's target depends on it.
@@ -45,7 +45,7 @@ double sum_of_rates(const Mapping& rates) {
   double total = 0.0;
   MappingCursor cursor(rates);
   while (const std::optional<MappingEntry> entry = cursor.next())
-    total += to_float(entry->value);
+    total += as_number(entry->value);
   return total;
 }
 
@@ -78,7 +78,7 @@ ParentIndices choose_parents(Eliteness& eliteness, const List& eligible, RandomG
 }
 
 Value graph_of(const List& parents, std::int64_t index) {
-  return record_of(parents.at(static_cast<std::size_t>(index))).at(keys::kGraph);
+  return item(parents.at(static_cast<std::size_t>(index)), keys::kGraph);
 }
 
 // One offspring on its way.
@@ -98,12 +98,11 @@ class Derivation {
   }
 
   Value apply(Key operation, const Value& replacements) {
-    const bool has_replacements = truth(replacements);
     if (is(operation, kCrossover)) return ops_.crossover(elite_, mate_, rng_, validator_);
-    if (is(operation, kPointMutation) && has_replacements) {
+    if (is(operation, kPointMutation) && truth(replacements)) {
       return ops_.point_mutation(elite_, replacements, rng_, validator_);
     }
-    if (is(operation, kSubtreeMutation) && has_replacements) {
+    if (is(operation, kSubtreeMutation) && truth(replacements)) {
       return ops_.subtree_mutation(elite_, replacements, rng_, validator_);
     }
     // A mutation without replacements leaves the elite as it is. Only here is the child validated:
@@ -159,12 +158,14 @@ std::int64_t weighted_parent_index(Eliteness& eliteness, const List& parents, Ra
   if (parents.empty()) throw ValueError("parent selection requires at least one parent");
   if (rng == nullptr || parents.size() == 1) return 0;
 
-  std::vector<double> weights;
+  std::vector<Value> scores;
   ListCursor cursor(parents);
   while (const std::optional<Value> parent = cursor.next()) {
-    weights.push_back(
-        to_float(candidate_eliteness(eliteness, *parent, diversity_weight, parsimony_weight)));
+    scores.push_back(candidate_eliteness(eliteness, *parent, diversity_weight, parsimony_weight));
   }
+  std::vector<double> weights;
+  for (const Value& score : scores)
+    weights.push_back(as_number(score));
   const double floor = *std::min_element(weights.begin(), weights.end());
   double total = 0.0;
   for (double& weight : weights) {
@@ -224,9 +225,10 @@ Value elite_derived_graph(const SearchEnvironment& environment, SearchContext& c
                                                 environment.constants.default_operator_rates());
   const List eligible = first_parents(parents, settings.elite_fraction);
   const ParentIndices indices = choose_parents(host.eliteness(), eligible, rng.get(), settings);
-  const auto mate_index = indices.mate % static_cast<std::int64_t>(eligible.size());
-  Derivation offspring(host.genetic_ops(), std::move(validator), graph_of(eligible, indices.elite),
-                       graph_of(eligible, mate_index), rng);
+  Value elite = graph_of(eligible, indices.elite);
+  Value mate = graph_of(eligible, indices.mate);
+  Derivation offspring(host.genetic_ops(), std::move(validator), std::move(elite), std::move(mate),
+                       rng);
 
   // Drawn before the operator is known, whether or not it uses them.
   const Value replacements =
