@@ -16,16 +16,17 @@ namespace {
 constexpr Key kFreshRandom = key<"fresh_random">();
 constexpr Key kEliteDerived = key<"elite_derived">();
 
-// Every item is scored once, those without a graph included.
+// Every item is scored once, those without a graph included, after all of them have been read.
 List scored_pool(Eliteness& eliteness, const Value& prior, const CompositionSettings& settings) {
   std::vector<ScoredCandidate> scored;
   if (truth(prior)) {
     const auto walk = iterate(prior);
-    while (const std::optional<Value> candidate = walk->next()) {
-      scored.push_back({candidate_eliteness(eliteness, *candidate, settings.diversity_weight,
-                                            settings.parsimony_weight),
-                        *candidate});
-    }
+    while (const std::optional<Value> candidate = walk->next())
+      scored.push_back({Value(), *candidate});
+  }
+  for (ScoredCandidate& item : scored) {
+    item.score = candidate_eliteness(eliteness, item.candidate, settings.diversity_weight,
+                                     settings.parsimony_weight);
   }
   sort_highest_first(scored);
   List pool(scored.size());
@@ -71,7 +72,6 @@ List compose_next_batch(Engine& engine, Eliteness& eliteness, const Value& prior
                                               settings.elite_fraction, settings.diversity_weight,
                                               settings.parsimony_weight);
   const bool exploration_first = settings.diversity_weight > 0.0;
-  const bool can_breed = elite_factory && !elite_pool.empty();
   const auto breed = [&] { return elite_factory(elite_pool, rng); };
 
   Composition batch(engine, settings);
@@ -81,7 +81,8 @@ List compose_next_batch(Engine& engine, Eliteness& eliteness, const Value& prior
       added = batch.add(fresh_random_factory, kFreshRandom);
       if (batch.is_full()) break;
     }
-    if (can_breed) {
+    // The factory is handed the pool itself, and may have emptied it.
+    if (elite_factory && !elite_pool.empty()) {
       added = batch.add(breed, kEliteDerived) || added;
       if (batch.is_full()) break;
     }

@@ -38,12 +38,14 @@ List fresh_start(SearchContext& context, SearchConfig& config, FreshCandidates& 
   constexpr std::int64_t kLargest = std::numeric_limits<std::int64_t>::max();
   const std::int64_t requested =
       force_restart && batch_size < kLargest ? batch_size + 1 : batch_size;
-  const Value graphs = fresh_candidates.draw(context, requested, rng);
+  Value graphs = fresh_candidates.draw(context, requested, rng);
   // A restart draws one graph too many and throws the first away, on purpose. The test is against
   // the batch size: a source that returns more than it was asked for loses its first graph as well.
-  const bool drop_first = force_restart && static_cast<std::int64_t>(length(graphs)) > batch_size;
+  if (force_restart && static_cast<std::int64_t>(length(graphs)) > batch_size) {
+    graphs = slice(graphs, 1, kLargest);
+  }
   config.store_rng_state(rng);
-  return slice(graphs, drop_first ? 1 : 0, batch_size);
+  return slice(graphs, 0, batch_size);
 }
 
 // The values under "graph" of a batch bred from the prior results.
