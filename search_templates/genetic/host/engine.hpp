@@ -32,7 +32,7 @@ class Engine {
                                                            const Value& max_depth) = 0;
   [[nodiscard]] virtual Value random_weighted_node_limit(SearchContext& context) = 0;
   [[nodiscard]] virtual Value random_weighted_runtime_registry(SearchContext& context) = 0;
-  // The rotations that a signal may use safely: a walk over their specifications, each a mapping.
+  // The rotations that a signal may use safely: a walk over mappings that describe them.
   // `keywords` tells the log who asks.
   [[nodiscard]] virtual Value signal_generation_safe_rotations(const Value& functions,
                                                                const Value& window_limit,

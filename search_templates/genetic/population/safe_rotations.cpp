@@ -29,16 +29,16 @@ List safe_reaction_rotations(Engine& engine, SearchContext& context) {
   const Value window_limit = engine.random_weighted_window_limit(context, max_depth);
   const Value node_limit = engine.random_weighted_node_limit(context);
   const Value registry = engine.random_weighted_runtime_registry(context);
-  const Value specifications =
+  const Value rotations =
       engine.signal_generation_safe_rotations(functions, window_limit, node_limit, registry,
                                               {{keys::kLogContext, genetic_reaction_log_context()},
                                                {keys::kTemplateName, "genetic"},
                                                {keys::kStage, "reaction_planning"},
                                                {keys::kGenerator, "safe_reaction_rotations"}});
-  const auto walk = iterate(specifications);
-  while (const std::optional<Value> specification = walk->next()) {
-    if (is_name(record_of(*specification).get(keys::kName))) {
-      safe.append(deep_copy(*specification));
+  const auto walk = iterate(rotations);
+  while (const std::optional<Value> rotation = walk->next()) {
+    if (is_name(record_of(*rotation).get(keys::kName))) {
+      safe.append(deep_copy(*rotation));
     }
   }
   return safe;
@@ -47,8 +47,8 @@ List safe_reaction_rotations(Engine& engine, SearchContext& context) {
 std::set<std::string> safe_reaction_rotation_names(Engine& engine, SearchContext& context) {
   std::set<std::string> names;
   ListCursor cursor(safe_reaction_rotations(engine, context));
-  while (const std::optional<Value> specification = cursor.next()) {
-    const Value name = record_of(*specification).get(keys::kName);
+  while (const std::optional<Value> rotation = cursor.next()) {
+    const Value name = record_of(*rotation).get(keys::kName);
     if (is_name(name)) names.insert(str(name));
   }
   return names;

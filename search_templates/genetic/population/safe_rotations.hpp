@@ -10,7 +10,7 @@
 
 namespace varnholt::genetic {
 
-// Deep copies of the specifications that the host calls safe, those without a name left out. Empty,
+// Deep copies of the rotations that the host calls safe, those without a name left out. Empty,
 // without asking the host, for a context whose vocabulary is no mapping; a missing vocabulary is an
 // empty one.
 [[nodiscard]] List safe_reaction_rotations(Engine& engine, SearchContext& context);
