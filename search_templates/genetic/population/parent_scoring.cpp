@@ -7,11 +7,14 @@ namespace varnholt::genetic {
 
 Value candidate_eliteness(Eliteness& eliteness, const Value& candidate, double diversity_weight,
                           double parsimony_weight) {
-  return eliteness.score_candidate(
-      candidate, {{keys::kSiblingCorrelations, Tuple()},
-                  {keys::kPoolCorrelation, record_of(candidate).get(keys::kCorrelation)},
-                  {keys::kDiversityWeight, diversity_weight},
-                  {keys::kParsimonyWeight, parsimony_weight}});
+  // A pool asks for two scores a candidate and parent, so the keywords are set without looking
+  // whether they are there.
+  Mapping keywords(4);
+  keywords.append_new(keys::kSiblingCorrelations, Tuple());
+  keywords.append_new(keys::kPoolCorrelation, record_of(candidate).get(keys::kCorrelation));
+  keywords.append_new(keys::kDiversityWeight, diversity_weight);
+  keywords.append_new(keys::kParsimonyWeight, parsimony_weight);
+  return eliteness.score_candidate(candidate, keywords);
 }
 
 }  // namespace varnholt::genetic
