@@ -27,8 +27,8 @@ class SafeRotations : public ::testing::Test {
   [[nodiscard]] std::set<std::string> names() {
     return safe_reaction_rotation_names(host_.engine, host_.context);
   }
-  void give(const Value& specifications) {
-    host_.engine.on_signal_generation_safe_rotations = always(specifications);
+  void give(const Value& given) {
+    host_.engine.on_signal_generation_safe_rotations = always(given);
   }
   // The depth that the host is asked with when the context's reads like this.
   [[nodiscard]] std::string depth_for(const Value& max_depth) {

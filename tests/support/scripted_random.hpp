@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <utility>
@@ -62,6 +63,14 @@ class ScriptedGenerator : public RandomGenerator {
   CallLog& log_;
   MersenneTwister twister_;
 };
+
+// A generator whose draws are these, in order, and no more.
+[[nodiscard]] inline std::shared_ptr<ScriptedGenerator> scripted_draws(
+    CallLog& log, std::initializer_list<double> draws) {
+  auto rng = std::make_shared<ScriptedGenerator>(log, MersenneTwister(1));
+  rng->on_random = in_turn<double>(draws);
+  return rng;
+}
 
 class ScriptedRandomGenerators : public RandomGenerators {
  public:
