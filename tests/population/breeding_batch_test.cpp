@@ -25,8 +25,11 @@ using test::failing;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+Mapping named(const std::string& node) {
+  return {{"node", node}};
+}
 Mapping result(const std::string& id, double score) {
-  return {{"graph", Mapping{{"node", id}}}, {"id", id}, {"score", score}};
+  return {{"graph", named(id)}, {"id", id}, {"score", score}};
 }
 
 class BreedingBatch : public ::testing::Test {
@@ -130,7 +133,7 @@ TEST_F(BreedingBatch, BreedsFirstWithoutADiversityWeight) {
 TEST_F(BreedingBatch, DoesWithoutTheFreshItemsThatItDoesNotGet) {
   fresh_.on_draw = always(Value(List{}));
   EXPECT_EQ(repr(batch()), "[{'node': 'c'}, {'node': 'c'}]");
-  fresh_.on_draw = [this](std::int64_t count) -> Value {
+  fresh_.on_draw = [](std::int64_t count) -> Value {
     if (count == 1) throw TypeError("unexpected keyword argument 'rng'");
     return List{1};
   };
@@ -245,8 +248,9 @@ TEST_F(BreedingBatch, WorksWithoutAGenerator) {
 TEST_F(BreedingBatch, ReadsTheSettingsForEveryOffspring) {
   config_.settings.batch_size = 4;
   host_.genetic_ops.on_point_mutation = [this](const auto&) {
-    config_.settings.operator_rates = {{"point_mutation", 0.0}, {"hoist_mutation", 1.0}};
-    return Value(Mapping{{"node", "p"}});
+    config_.settings.operator_rates =
+        Mapping{{key<"point_mutation">(), 0.0}, {key<"hoist_mutation">(), 1.0}};
+    return Value(named("p"));
   };
   static_cast<void>(batch());
   EXPECT_EQ(host_.log.count("genetic_ops.point_mutation"), 1U);

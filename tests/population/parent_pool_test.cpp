@@ -10,13 +10,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "search_templates/genetic/population/parent_scoring.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/support/error_of.hpp"
 #include "tests/support/host_containers.hpp"
 #include "tests/support/recording_eliteness.hpp"
-#include "tests/support/scripted_host.hpp"
 
 namespace varnholt::genetic {
 namespace {
@@ -81,28 +79,6 @@ class Incomparable : public HostObject {
     throw ValueError("the truth of an array is ambiguous");
   }
 };
-
-TEST(CandidateEliteness, IsOneCallWithTheCorrelationAsItIs) {
-  test::ScriptedHost host;
-  host.eliteness.on_score_candidate = test::always(Value("as given"));
-  const Value result =
-      candidate_eliteness(host.eliteness, Mapping{{"correlation", "x"}}, 0.5, 0.25);
-  EXPECT_EQ(result, Value("as given"));
-  static_cast<void>(candidate_eliteness(host.eliteness, Mapping(), -1.0, 0.0));
-  EXPECT_THAT(host.log.lines(),
-              ElementsAre("eliteness.score_candidate({'correlation': 'x'}, "
-                          "sibling_correlations=(), pool_correlation='x', diversity_weight=0.5, "
-                          "parsimony_weight=0.25)",
-                          "eliteness.score_candidate({}, sibling_correlations=(), "
-                          "pool_correlation=None, diversity_weight=-1.0, parsimony_weight=0.0)"));
-}
-
-TEST(CandidateEliteness, IsForRecordsAlone) {
-  RecordingEliteness eliteness;
-  EXPECT_EQ(error_of([&] { return candidate_eliteness(eliteness, 3, 0.5, 0.0); }),
-            "AttributeError: 'int' object has no attribute 'get'");
-  EXPECT_THAT(eliteness.calls, IsEmpty());
-}
 
 TEST(SelectedRedundancy, IsTheAbsoluteCorrelationWithoutOthers) {
   EXPECT_EQ(selected_redundancy(loner("a", 1.0, -0.9), List()), 0.9);
