@@ -8,8 +8,7 @@
 // The budget for n candidates of which k are chosen: graph walks grow as n, redundancy as n times
 // k, nothing as n times k squared. The table gives the time by n times k and the walks by n, for
 // all purposes and for the names among them; they stay flat. Each pass asks for two scores a
-// candidate, which is the host's share: "scoring" is as many requests alone. Times are of the
-// processor.
+// candidate left, which is nearly all of the time. Times are of the processor.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -22,7 +21,6 @@
 #include <vector>
 
 #include "search_templates/genetic/population/parent_pool.hpp"
-#include "search_templates/genetic/population/parent_scoring.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/storage.hpp"
 #include "tests/support/plain_parent_pool.hpp"
@@ -156,29 +154,28 @@ List library_pool(Eliteness& eliteness, const List& prior) {
                                                 kParsimonyWeight);
 }
 
-// What one pool takes, and its requests for scores alone.
-struct Cost {
-  std::size_t chosen = 0;
-  std::uint64_t requests = 0;
-  double pool_seconds = 0.0;
-  double scoring_seconds = 0.0;
-  Walks walks;
-};
-
-Cost cost_of_pool(std::size_t count) {
-  Cost cost;
-  const Candidates candidates(count, &cost.walks);
-  const List prior = candidates.list();
-  BenchEliteness eliteness;
-  cost.pool_seconds = seconds([&] { cost.chosen = library_pool(eliteness, prior).size(); });
-  cost.requests = eliteness.requests;
-  cost.scoring_seconds = seconds([&] {
-    for (std::uint64_t i = 0; i < cost.requests; ++i) {
-      static_cast<void>(candidate_eliteness(eliteness, candidates.all[i % count], kDiversityWeight,
-                                            kParsimonyWeight));
+void print_growth() {
+  std::printf("\n%8s %6s %12s %8s %10s %11s %10s %13s\n", "n", "k", "requests", "pool s",
+              "ns/request", "ns/(n k)", "walks/n", "name walks/n");
+  for (const std::size_t count : {1000U, 4000U, 16000U}) {
+    Walks walks;
+    const List prior = Candidates(count, &walks).list();
+    BenchEliteness eliteness;
+    std::size_t chosen = 0;
+    const double time = seconds([&] { chosen = library_pool(eliteness, prior).size(); });
+    const auto n = static_cast<double>(count);
+    std::printf("%8zu %6zu %12llu %8.3f %10.1f %11.1f %10.2f %13.2f\n", count, chosen,
+                static_cast<unsigned long long>(eliteness.requests), time,
+                1e9 * time / static_cast<double>(eliteness.requests),
+                1e9 * time / n / static_cast<double>(chosen),
+                static_cast<double>(walks.over_entries + walks.over_names) / n,
+                static_cast<double>(walks.over_names) / n);
+    std::fflush(stdout);
+    // One walk for the structural key, one to tell records apart, one for the names.
+    if (walks.over_entries > 2 * count || walks.over_names > count) {
+      fail("a graph was walked more than once for one thing");
     }
-  });
-  return cost;
+  }
 }
 
 void compare_with_plain_pool() {
@@ -207,26 +204,6 @@ void compare_with_plain_pool() {
   std::printf("1,000 candidates: plain pool %.2f s, library's %.4f s: %.0f times faster\n", plain,
               fast, plain / fast);
   if (plain < 20.0 * fast) fail("less than 20 times faster than the plain pool");
-}
-
-void print_growth() {
-  std::printf("\n%8s %6s %12s %8s %10s %13s %11s %13s\n", "n", "k", "requests", "pool s",
-              "scoring s", "pool ns/(nk)", "walks/n", "name walks/n");
-  for (const std::size_t count : {1000U, 4000U, 16000U}) {
-    const Cost cost = cost_of_pool(count);
-    const auto n = static_cast<double>(count);
-    std::printf("%8zu %6zu %12llu %8.3f %10.3f %13.1f %11.2f %13.2f\n", count, cost.chosen,
-                static_cast<unsigned long long>(cost.requests), cost.pool_seconds,
-                cost.scoring_seconds,
-                1e9 * cost.pool_seconds / n / static_cast<double>(cost.chosen),
-                static_cast<double>(cost.walks.over_entries + cost.walks.over_names) / n,
-                static_cast<double>(cost.walks.over_names) / n);
-    std::fflush(stdout);
-    // One walk for the structural key, one to tell records apart, one for the names.
-    if (cost.walks.over_entries > 2 * count || cost.walks.over_names > count) {
-      fail("a graph was walked more than once for one thing");
-    }
-  }
 }
 
 }  // namespace

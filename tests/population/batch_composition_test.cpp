@@ -230,7 +230,8 @@ TEST_F(ComposeNextBatch, HandsTheSamePoolToEveryCall) {
   EXPECT_TRUE(same_object(parents_[0], parents_[1]));
   // A pool that has been emptied breeds no more.
   const std::shared_ptr<int> calls = std::make_shared<int>(0);
-  const EliteFactory once = [calls](List parents, const auto&) -> Value {
+  const EliteFactory once = [calls](List parents,
+                                    const std::shared_ptr<RandomGenerator>&) -> Value {
     ++*calls;
     const auto nobody = std::make_shared<test::HostList>();
     static_cast<void>(parents.adopt(std::make_unique<test::HostListStorage>(nobody)));

@@ -25,8 +25,11 @@ using test::failing;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+Mapping named(const std::string& node) {
+  return {{"node", node}};
+}
 Mapping result(const std::string& id, double score) {
-  return {{"graph", Mapping{{"node", id}}}, {"id", id}, {"score", score}};
+  return {{"graph", named(id)}, {"id", id}, {"score", score}};
 }
 
 class BreedingBatch : public ::testing::Test {
@@ -130,7 +133,7 @@ TEST_F(BreedingBatch, BreedsFirstWithoutADiversityWeight) {
 TEST_F(BreedingBatch, DoesWithoutTheFreshItemsThatItDoesNotGet) {
   fresh_.on_draw = always(Value(List{}));
   EXPECT_EQ(repr(batch()), "[{'node': 'c'}, {'node': 'c'}]");
-  fresh_.on_draw = [this](std::int64_t count) -> Value {
+  fresh_.on_draw = [](std::int64_t count) -> Value {
     if (count == 1) throw TypeError("unexpected keyword argument 'rng'");
     return List{1};
   };
@@ -194,6 +197,46 @@ TEST_F(BreedingBatch, AFailureLeavesTheStreamAsItWas) {
   EXPECT_EQ(host_.log.count("config.store_rng_state"), 0U);
 }
 
+// Five results and a share of 0.8: a pool of four, so three passes over the rest, and of its four
+// parents three to choose from.
+TEST_F(BreedingBatch, SizesThePoolByTheEliteFraction) {
+  config_.settings.elite_fraction = 0.8;
+  List prior;
+  for (const char* const id : {"a", "b", "c", "d", "e"})
+    prior.append(result(id, 1.0));
+  static_cast<void>(batch(prior));
+  std::size_t passes = 0;
+  std::size_t last_scores = 0;
+  for (const std::string& step : steps()) {
+    if (step.starts_with("score(") && step.ends_with(", 0.0)")) ++passes;
+    if (step.starts_with("score(")) ++last_scores;
+  }
+  EXPECT_EQ(passes, 4U + 3U + 2U);
+  EXPECT_EQ(last_scores, 5U + 5U + 2U * passes + 2U * 3U);
+}
+
+// A restart drops its first graph before the stream is stored; the cut to the batch size follows.
+TEST_F(BreedingBatch, StoresTheStreamBetweenTheDropAndTheCut) {
+  class Unreadable : public HostObject {
+   public:
+    [[nodiscard]] std::string type_name() const override { return "graphs"; }
+    [[nodiscard]] std::size_t length() const override { return 3; }
+    [[nodiscard]] Value item(const Value& /*key*/) const override { throw KeyError("unreadable"); }
+  };
+  fresh_.on_draw = always(Value(make_object<Unreadable>()));
+  const LoadedConstants constants(host_.search_settings, host_.process_evaluation);
+  const SearchEnvironment environment{host_.bundle(), constants, fresh_};
+  const auto started = [&](bool force_restart) {
+    return error_of([&] {
+      return candidate_batch(environment, host_.context, config_, 0, List(), force_restart);
+    });
+  };
+  EXPECT_EQ(started(true), "KeyError: unreadable");
+  EXPECT_EQ(host_.log.count("config.store_rng_state"), 0U);
+  EXPECT_EQ(started(false), "KeyError: unreadable");
+  EXPECT_EQ(host_.log.count("config.store_rng_state"), 1U);
+}
+
 TEST_F(BreedingBatch, WorksWithoutAGenerator) {
   config_.on_rng_for_batch = always(nullptr);
   EXPECT_EQ(repr(batch()), "[{'node': 'fresh0'}, {'node': 'c'}]");
@@ -205,8 +248,9 @@ TEST_F(BreedingBatch, WorksWithoutAGenerator) {
 TEST_F(BreedingBatch, ReadsTheSettingsForEveryOffspring) {
   config_.settings.batch_size = 4;
   host_.genetic_ops.on_point_mutation = [this](const auto&) {
-    config_.settings.operator_rates = {{"point_mutation", 0.0}, {"hoist_mutation", 1.0}};
-    return Value(Mapping{{"node", "p"}});
+    config_.settings.operator_rates =
+        Mapping{{key<"point_mutation">(), 0.0}, {key<"hoist_mutation">(), 1.0}};
+    return Value(named("p"));
   };
   static_cast<void>(batch());
   EXPECT_EQ(host_.log.count("genetic_ops.point_mutation"), 1U);

@@ -192,6 +192,7 @@ TEST_F(WeightedParentIndex, NeedsScoresThatAreNumbers) {
               return index({"0.5", "0.75"}, 0.5);
             }),
             "TypeError: must be real number, not str");
+  EXPECT_EQ(eliteness_.calls.size(), 2U);  // All are scored before a score is used.
   EXPECT_EQ(error_of([&] {
               return index({1.0, "0.75"}, 0.5);
             }),

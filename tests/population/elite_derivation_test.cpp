@@ -323,6 +323,13 @@ TEST_F(EliteDerivedGraph, NeedsTheGraphsOfItsParents) {
   EXPECT_EQ(host_.log.count("fresh.draw"), 0U);
   EXPECT_EQ(error_of([&] { return derive(List{3}, {}); }),
             "TypeError: 'int' object is not subscriptable");
+  // The elite, here the last, is read before its mate.
+  settings_.elite_fraction = 1.0;
+  EXPECT_EQ(error_of([&] { return derive(List{3, Mapping()}, {}); }), "KeyError: 'graph'");
+  EXPECT_EQ(error_of([&] {
+              return derive(List{Mapping(), 3}, {});
+            }),
+            "TypeError: 'int' object is not subscriptable");
   // An absent graph is one: the operators may make something of it.
   static_cast<void>(derive(List{Mapping{{"graph", Value()}}}, {0.0, 0.3}));
   EXPECT_EQ(host_.log.lines().back(),
@@ -337,6 +344,15 @@ TEST_F(EliteDerivedGraph, KeepsTheChildsRootWhenItHasOtherDataChildren) {
   // As many as the elite has are as good as none.
   const Value elite = Mapping{{"node", "a"}, {"children", List{Mapping{{"type", "rotation"}}}}};
   EXPECT_EQ(str(derive(List{Mapping{{"graph", elite}}}, {0.0, 0.3}).mapping().at("node")), "a");
+}
+
+// The mate's data children say nothing about the elite's root.
+TEST_F(EliteDerivedGraph, CountsTheElitesDataChildrenAlone) {
+  rate({{"crossover", 1.0}});
+  settings_.elite_fraction = 1.0;
+  const Value mate = Mapping{{"node", "m"}, {"children", List{Mapping{{"type", "feature"}}}}};
+  const List parents{Mapping{{"graph", mate}}, parent("a", 1.0)};
+  EXPECT_EQ(repr(derive(parents, {0.0, 0.3})), "{'node': 'a'}");
 }
 
 TEST_F(EliteDerivedGraph, KeepsTheChildsRootWhenTheEliteHasNone) {

@@ -3,19 +3,18 @@
 #include "search_templates/genetic/population/parent_pool.hpp"
 
 #include <limits>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "search_templates/genetic/population/parent_scoring.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/support/error_of.hpp"
 #include "tests/support/host_containers.hpp"
 #include "tests/support/recording_eliteness.hpp"
-#include "tests/support/scripted_host.hpp"
 
 namespace varnholt::genetic {
 namespace {
@@ -80,28 +79,6 @@ class Incomparable : public HostObject {
     throw ValueError("the truth of an array is ambiguous");
   }
 };
-
-TEST(CandidateEliteness, IsOneCallWithTheCorrelationAsItIs) {
-  test::ScriptedHost host;
-  host.eliteness.on_score_candidate = test::always(Value("as given"));
-  const Value result =
-      candidate_eliteness(host.eliteness, Mapping{{"correlation", "x"}}, 0.5, 0.25);
-  EXPECT_EQ(result, Value("as given"));
-  static_cast<void>(candidate_eliteness(host.eliteness, Mapping(), -1.0, 0.0));
-  EXPECT_THAT(host.log.lines(),
-              ElementsAre("eliteness.score_candidate({'correlation': 'x'}, "
-                          "sibling_correlations=(), pool_correlation='x', diversity_weight=0.5, "
-                          "parsimony_weight=0.25)",
-                          "eliteness.score_candidate({}, sibling_correlations=(), "
-                          "pool_correlation=None, diversity_weight=-1.0, parsimony_weight=0.0)"));
-}
-
-TEST(CandidateEliteness, IsForRecordsAlone) {
-  RecordingEliteness eliteness;
-  EXPECT_EQ(error_of([&] { return candidate_eliteness(eliteness, 3, 0.5, 0.0); }),
-            "AttributeError: 'int' object has no attribute 'get'");
-  EXPECT_THAT(eliteness.calls, IsEmpty());
-}
 
 TEST(SelectedRedundancy, IsTheAbsoluteCorrelationWithoutOthers) {
   EXPECT_EQ(selected_redundancy(loner("a", 1.0, -0.9), List()), 0.9);
@@ -356,6 +333,17 @@ TEST(DiverseParentPool, BreaksTiesByTheScoreWithTheWeight) {
               ElementsAre("c", "a", "b"));
 }
 
+// A host may score otherwise when it is asked again: the pass goes by what it hears then.
+TEST(DiverseParentPool, BreaksTiesByTheScoreOfThePass) {
+  std::size_t requests = 0;
+  RecordingEliteness eliteness([&](const Value& record, double diversity_weight) {
+    const double score = record.mapping().at("score").real();
+    if (++requests <= 4) return Value(score);
+    return Value(diversity_weight == 0.0 ? 1.0 : -score);
+  });
+  EXPECT_THAT(ids(pool(eliteness, loners(4), 1.0, 0.5)), ElementsAre("0", "3", "2", "1"));
+}
+
 TEST(DiverseParentPool, TakesTheFirstOfEqualRanks) {
   EXPECT_THAT(
       pool_ids(List{loner("a", 1.0), loner("b", 1.0), loner("c", 1.0), loner("d", 1.0)}, 0.75, 0.5),
@@ -443,6 +431,16 @@ TEST_F(EqualRecords, OfTheBestAreDroppedForGood) {
   EXPECT_THAT(picked(told_apart, {3.0, 2.0, 1.0}), ElementsAre(0, 2, 1));
 }
 
+// Equal numbers of two kinds are equal here as well.
+TEST_F(EqualRecords, MayDifferInTheKindsOfTheirNumbers) {
+  const Value nan = std::numeric_limits<double>::quiet_NaN();
+  const std::vector<Value> prior = {
+      Mapping{{"graph", Mapping{{"a", 1}, {"b", List{true, nan, 0.0}}}}},
+      Mapping{{"graph", Mapping{{"b", List{1.0, nan, -0.0}}, {"a", 1.0}}}},
+      Mapping{{"graph", Mapping{{"b", List{nan, 1.0, -0.0}}, {"a", 1.0}}}}};
+  EXPECT_THAT(picked(prior, {3.0, 2.0, 1.0}), ElementsAre(0, 2));
+}
+
 // Of two equal ones the first leaves the candidates whichever has won: here it is the second that
 // wins, by the score without the weight, and so it is there to win again.
 TEST_F(EqualRecords, MakeTheFirstLeaveInTheWinnersPlace) {
@@ -456,6 +454,25 @@ TEST_F(EqualRecords, MakeTheFirstLeaveInTheWinnersPlace) {
   ASSERT_EQ(parents.size(), 3U);
   EXPECT_TRUE(same_object(parents.at(1), prior[2]));
   EXPECT_TRUE(same_object(parents.at(2), prior[2]));
+}
+
+// Equality that holds when the candidates are listed and no more when the pool is filled up: then
+// whoever was dropped comes back.
+TEST_F(EqualRecords, ComeBackWhenTheyAreNoLongerEqual) {
+  class Fickle : public HostObject {
+   public:
+    explicit Fickle(std::shared_ptr<int> asked) : asked_(std::move(asked)) {}
+    [[nodiscard]] std::string type_name() const override { return "Fickle"; }
+    [[nodiscard]] bool equals(const Value& /*other*/) const override { return ++*asked_ == 1; }
+
+   private:
+    std::shared_ptr<int> asked_;
+  };
+  const auto asked = std::make_shared<int>(0);
+  const auto fickle = [&] { return Value(make_object<Fickle>(asked)); };
+  const std::vector<Value> prior = {record("x", false, fickle()), record("x", true, fickle())};
+  EXPECT_THAT(picked(prior, {2.0, 1.0}), ElementsAre(0, 1));
+  EXPECT_GT(*asked, 1);
 }
 
 // Whole records are compared, entry by entry up to the first difference. An object of the host that

@@ -71,7 +71,6 @@ struct PoolCandidate {
   std::optional<std::uint64_t> graph_hash;
   std::optional<NameSet> names;
   std::optional<double> redundancy;
-  std::size_t compared = 0;  // How many of the selected the redundancy accounts for.
 };
 
 bool same_record(const PoolCandidate& left, const PoolCandidate& right) {
@@ -154,17 +153,15 @@ class ParentPool {
     return std::min(target_size, size);
   }
 
-  // The greatest redundancy to any of those selected. Each pass adds only what has been selected
-  // since the last one.
+  // The greatest redundancy to any of those selected. Each pass selects one and asks for every
+  // remaining candidate once, so only the one selected last is new.
   [[nodiscard]] double redundancy_of(PoolCandidate& candidate) {
     if (!candidate.redundancy) {
       candidate.redundancy = absolute_correlation(record_of(candidate.candidate));
     }
-    for (; candidate.compared < selected_.size(); ++candidate.compared) {
-      const NameSet& names = names_of(candidate);
-      const NameSet& others = names_of(unique_[selected_[candidate.compared]]);
-      candidate.redundancy = std::max(*candidate.redundancy, NameTable::similarity(names, others));
-    }
+    const NameSet& names = names_of(candidate);
+    const NameSet& newest = names_of(unique_[selected_.back()]);
+    candidate.redundancy = std::max(*candidate.redundancy, NameTable::similarity(names, newest));
     return *candidate.redundancy;
   }
 
