@@ -136,9 +136,11 @@ class ParentPool {
 
   void rank(const std::vector<Value>& candidates) {
     std::vector<ScoredCandidate> scored;
+    scored.reserve(candidates.size());
     for (const Value& candidate : candidates)
       scored.push_back({score(candidate), candidate});
     sort_highest_first(scored);
+    unique_.reserve(scored.size());
     for (const ScoredCandidate& item : scored) {
       PoolCandidate candidate;
       candidate.candidate = item.candidate;

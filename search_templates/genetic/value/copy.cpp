@@ -136,7 +136,7 @@ class DeepCopy {
     if (!may_recur) return changed ? Value(Tuple(items)) : source;
     // An item that contains the tuple has led to a copy of it already.
     if (const Value* const known = find(source.counted())) return *known;
-    const Value result = changed ? Value(Tuple(items)) : source;
+    Value result = changed ? Value(Tuple(items)) : source;
     remember(source.counted(), source, result);
     return result;
   }
