@@ -87,7 +87,7 @@ Callable EmbeddedContext::safe_record() {
   // A child records nothing: its result goes to the parent, which does.
   if (in_child_) return {};
   return make_callable([this](std::span<const Value> positional, const Mapping& keywords) {
-    const Value id = recorder_.record(positional[0], genetic::truth(positional[1]), keywords);
+    Value id = recorder_.record(positional[0], genetic::truth(positional[1]), keywords);
     stop_->count_candidate();
     return id;
   });

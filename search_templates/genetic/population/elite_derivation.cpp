@@ -164,6 +164,7 @@ std::int64_t weighted_parent_index(Eliteness& eliteness, const List& parents, Ra
     scores.push_back(candidate_eliteness(eliteness, *parent, diversity_weight, parsimony_weight));
   }
   std::vector<double> weights;
+  weights.reserve(scores.size());
   for (const Value& score : scores)
     weights.push_back(as_number(score));
   const double floor = *std::min_element(weights.begin(), weights.end());
