@@ -1,6 +1,7 @@
 // The small modules of the embedded host: score, depth, log texts, random graphs, defaults.
 #include "hosts/embedded/search/embedded_host.hpp"
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -8,6 +9,7 @@
 
 #include "hosts/embedded/vocabulary/graph_check.hpp"
 #include "search_templates/genetic/driver/genetic.hpp"
+#include "search_templates/genetic/population/safe_rotations.hpp"
 #include "tests/hosts/embedded/search/search_fixture.hpp"
 
 namespace varnholt::embedded {
@@ -87,6 +89,30 @@ TEST_F(EmbeddedHostTest, RandomGraphsAreValidAndOneStreamGivesOneSequence) {
   };
   EXPECT_EQ(draw(3), draw(3));
   EXPECT_NE(draw(3), draw(4));
+}
+
+TEST_F(EmbeddedHostTest, SafeRotationsAreThoseThatFitTheNodeLimit) {
+  InterruptFlag interrupt;
+  NoRecorder recorder;
+  const Evaluator evaluator(small_universe());
+  EmbeddedContext context(evaluator, {},
+                          std::make_shared<SearchStop>(StopLimits{}, interrupt, [] {}), recorder);
+  EXPECT_EQ(host_.engine().random_weighted_window_limit(context, 5).integer(), 120);
+  EXPECT_EQ(host_.engine().random_weighted_node_limit(context).integer(), 25);
+  EXPECT_TRUE(host_.engine().random_weighted_runtime_registry(context).is_absent());
+
+  const auto safe = [&](EmbeddedHost& host) {
+    return genetic::safe_reaction_rotation_names(host.engine(), context);
+  };
+  const std::set<std::string> all = safe(host_);
+  EXPECT_EQ(all.size(), evaluator.vocabulary().functions.size());
+  EXPECT_TRUE(all.contains("ts_correlation"));  // Four nodes at the least.
+  HostSettings small = settings();
+  small.graphs.max_nodes = 3;
+  EmbeddedHost tight(system_, vocabulary_, small);
+  EXPECT_FALSE(safe(tight).contains("ts_correlation"));
+  EXPECT_TRUE(safe(tight).contains("ts_mean"));
+  EXPECT_TRUE(safe(tight).contains("arith_add"));
 }
 
 TEST_F(EmbeddedHostTest, AModuleOverItHasAFixedSeed) {
