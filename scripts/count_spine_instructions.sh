@@ -56,11 +56,11 @@ row() {  # work, batch size, first generation, generation after the last, budget
 printf '%-10s %6s %-16s %14s %10s\n' candidates batch '   generations' instructions budget
 for candidates in "failing 60000" "passing 90000"; do
   read -r work budget <<<"$candidates"
-  row "$work" 64 1 21 "$budget"
+  row "$work" 64 3 23 "$budget"
   early=$latest
   row "$work" 64 "$((last - 20))" "$last" "$((early + early / 20))"  # Flat, within a twentieth.
-  row "$work" 1024 1 4 "$((early * 2))"
+  row "$work" 1024 3 6 "$((early * 2))"
 done
-row baseline 64 1 21 ""
-row baseline 1024 1 4 ""
+row baseline 64 3 23 ""
+row baseline 1024 3 6 ""
 exit "$over_budget"
