@@ -42,7 +42,7 @@ def main():
     parser.add_argument("program")
     parser.add_argument("prices")
     parser.add_argument("--seeds", type=int, default=20)
-    parser.add_argument("--candidates", type=int, default=640)
+    parser.add_argument("--candidates", type=int, default=2560)
     parser.add_argument("--jobs", type=int, default=2)
     arguments = parser.parse_args()
 
