@@ -72,6 +72,8 @@ std::string generation_text(const embedded::SearchProgress& progress) {
       "generation {}: {} fresh and {} bred, {} candidates in all, {:.1f} a second, {} passing",
       progress.generation, progress.fresh_in_generation, progress.bred_in_generation,
       progress.candidates, candidates_a_second(progress), progress.passing);
+  // After the first, a generation without offspring is a restart, or had no parents to breed from.
+  if (progress.generation > 1 && progress.bred_in_generation == 0) line += ", begun anew";
   if (progress.best) {
     line += fmt::format(", best {:.2f} ({})", best_quality(*progress.best),
                         progress.best->evaluation_id);

@@ -57,6 +57,14 @@ TEST(ProgressLine, HasALineForACompletedGeneration) {
             "sharpe_min 60, turnover_max 20, worker_timeout 4\n");
 }
 
+TEST(ProgressLine, SaysWhereTheSearchBeganAnew) {
+  embedded::SearchProgress progress = samples::progress();
+  progress.bred_in_generation = 0;
+  EXPECT_THAT(generation_text(progress), testing::HasSubstr("12 passing, begun anew, best"));
+  progress.generation = 1;  // The first generation has nothing to breed from.
+  EXPECT_THAT(generation_text(progress), testing::Not(testing::HasSubstr("anew")));
+}
+
 TEST(LiveLine, IsDrawnOverItselfAndErasedOnce) {
   LiveLine line;
   EXPECT_EQ(line.erase(), "");
