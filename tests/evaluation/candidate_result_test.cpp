@@ -272,6 +272,8 @@ TEST_F(CandidateResult, OfAProcessFailureFallsBackToTheDefaultReasonAndTheErrors
   EXPECT_EQ(
       failures(ScriptedProcessError("the text", {{"terminal_reason", Value()}, {"detail", ""}})),
       fallback);
+  EXPECT_EQ(failures(ScriptedProcessError("the text", {{"terminal_reason", ""}})), fallback);
+  EXPECT_EQ(failures(ScriptedProcessError("the text", {{"terminal_reason", 0}})), fallback);
   EXPECT_EQ(failures(ScriptedProcessError("", {{"terminal_reason", 9}, {"detail", 0}})),
             "{'9': {'reason': '9', 'detail': ''}}");
   EXPECT_EQ(failures(ScriptedProcessError("x", {{"detail", List{1}}})),

@@ -127,6 +127,16 @@ TEST(DeepCopy, WhatIsSharedStaysShared) {
   EXPECT_TRUE(same_object(first, copy.list().at(3).mapping().at("k")));
 }
 
+TEST(DeepCopy, WhatIsSharedInATreeOfListsAndMappingsStaysShared) {
+  const List shared{1};
+  const Value lists = deep_copy(List{shared, shared});
+  EXPECT_TRUE(same_object(lists.list().at(0), lists.list().at(1)));
+  EXPECT_FALSE(same_object(lists.list().at(0), shared));
+  const Value mappings = deep_copy(Mapping{{"a", Mapping{{"b", shared}}}, {"c", shared}});
+  EXPECT_TRUE(
+      same_object(mappings.mapping().at("a").mapping().at("b"), mappings.mapping().at("c")));
+}
+
 TEST(DeepCopy, WhatIsSharedThroughATupleStaysShared) {
   // The list has a single handle, but the tuple that holds it is met twice.
   const Value tuple = Tuple{List{1}};
