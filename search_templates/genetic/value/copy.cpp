@@ -38,22 +38,19 @@ class DeepCopy {
   }
 
  private:
-  // One level of nesting, or of tuples that may be met again, for as long as it lives.
+  // One level of nesting, for as long as it lives.
   class Deeper {
    public:
-    explicit Deeper(int& depth, bool counts = true) : depth_(depth), step_(counts ? 1 : 0) {
-      if (depth_ + step_ > kMaximumNesting) {
-        throw RecursionError("maximum recursion depth exceeded");
-      }
-      depth_ += step_;
+    explicit Deeper(int& depth) : depth_(depth) {
+      if (depth_ == kMaximumNesting) throw RecursionError("maximum recursion depth exceeded");
+      ++depth_;
     }
     Deeper(const Deeper&) = delete;
     Deeper& operator=(const Deeper&) = delete;
-    ~Deeper() { depth_ -= step_; }
+    ~Deeper() { --depth_; }
 
    private:
     int& depth_;
-    int step_;
   };
 
   Value copy_list(const Value& value) {
@@ -115,8 +112,7 @@ class DeepCopy {
     result.set(copy(key), std::move(value));
   }
 
-  // A tuple cannot be remembered before its items are copied. If it may be met again, so may
-  // whatever lies below it, although nothing else refers to that.
+  // A tuple cannot be remembered before its items are copied.
   Value copy_tuple(const Value& value) {
     const Value source = value;
     const bool may_recur = may_be_met_again(value);
@@ -124,7 +120,6 @@ class DeepCopy {
       if (const Value* const known = find(source.counted())) return *known;
     }
     const Deeper deeper(depth_);
-    const Deeper below_shared(shared_tuples_, may_recur);
     const Tuple tuple = source.tuple();
     std::vector<Value> items;
     items.reserve(tuple.size());
@@ -134,7 +129,8 @@ class DeepCopy {
       changed = changed || !same_object(items.back(), item);
     }
     if (!may_recur) return changed ? Value(Tuple(items)) : source;
-    // An item that contains the tuple has led to a copy of it already.
+    // An item that contains the tuple has led to the copy of it already, in which the item is met
+    // for the second time and so was remembered.
     if (const Value* const known = find(source.counted())) return *known;
     Value result = changed ? Value(Tuple(items)) : source;
     remember(source.counted(), source, result);
@@ -150,8 +146,8 @@ class DeepCopy {
     return result;
   }
 
-  [[nodiscard]] bool may_be_met_again(const Value& value) const noexcept {
-    return shared_tuples_ > 0 || value.counted()->references > kOwnHandles;
+  [[nodiscard]] static bool may_be_met_again(const Value& value) noexcept {
+    return value.counted()->references > kOwnHandles;
   }
   [[nodiscard]] const Value* find(const void* identity) const {
     const auto known = copies_.find(identity);
@@ -172,7 +168,6 @@ class DeepCopy {
   };
   std::unordered_map<const void*, Known> copies_;
   int depth_ = 0;
-  int shared_tuples_ = 0;
 };
 
 // Whether a value that is no scalar is referred to from one place alone.
