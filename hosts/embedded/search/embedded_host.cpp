@@ -4,8 +4,7 @@
 #include <exception>
 #include <utility>
 
-#include <time.h>
-
+#include "hosts/embedded/search/interruptible_sleep.hpp"
 #include "hosts/embedded/vocabulary/graph_check.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/keys.hpp"
@@ -158,9 +157,7 @@ std::unique_ptr<genetic::ValueIterator> EmbeddedRandomGraphs::random_weighted_gr
 }
 
 void EmbeddedPause::sleep(double seconds) {
-  const double whole = std::floor(seconds);
-  const timespec duration{static_cast<time_t>(whole), static_cast<long>((seconds - whole) * 1e9)};
-  nanosleep(&duration, nullptr);
+  sleep_interruptibly(seconds);
 }
 
 EmbeddedHost::EmbeddedHost(SystemCalls& system, const Vocabulary& vocabulary,

@@ -16,15 +16,14 @@ using genetic::List;
 using genetic::Mapping;
 using genetic::Value;
 
-// The canonical text sorts keys, and the order of a record's keys counts: so the entries travel as
-// a list of pairs. Within an entry only the graph's order counts; it is written as pairs as well.
 namespace {
 
 constexpr genetic::Key kPairs = genetic::key<"pairs">();
 constexpr genetic::Key kItems = genetic::key<"items">();
 
-// Mappings become {"pairs": [[key, value], ...]} and lists {"items": [...]}, so that both the order
-// of keys and keys that are no texts survive.
+// The canonical text sorts keys, while the order of a record's and of a graph's keys counts. So
+// mappings travel as {"pairs": [[key, value], ...]} and lists as {"items": [...]}, in which both
+// the order of keys and keys that are no texts survive.
 Value ordered(const Value& value) {
   if (value.is_mapping()) {
     List pairs;

@@ -1,21 +1,10 @@
 #include "hosts/embedded/search/search_stop.hpp"
 
-#include <algorithm>
 #include <utility>
 
-#include <time.h>
+#include "hosts/embedded/search/interruptible_sleep.hpp"
 
 namespace varnholt::embedded {
-namespace {
-
-// Sleeps, or less when a signal comes.
-void sleep_interruptibly(double seconds) {
-  const double whole = static_cast<double>(static_cast<std::int64_t>(seconds));
-  const timespec duration{static_cast<time_t>(whole), static_cast<long>((seconds - whole) * 1e9)};
-  nanosleep(&duration, nullptr);
-}
-
-}  // namespace
 
 SearchStop::SearchStop(const StopLimits& limits, const InterruptFlag& interrupt,
                        std::function<void()> on_pause)
@@ -44,7 +33,7 @@ bool SearchStop::wait(double seconds) {
   ++generations_;
   on_pause_();
   if (is_set()) return true;
-  sleep_interruptibly(std::max(seconds, 0.0));
+  sleep_interruptibly(seconds);
   return is_set();
 }
 

@@ -32,9 +32,6 @@ constexpr Key kRotation = key<"rotation">();
 constexpr double kWeightFloor = 0.001;
 constexpr std::int64_t kReplacements = 3;
 
-constexpr const char* kNoPositiveRate =
-    "genetic operator_rates must contain at least one positive rate";
-
 double rate_of(const Mapping& rates, Key name) {
   const std::optional<Value> rate = rates.find(name);
   return rate ? as_number(*rate) : 0.0;

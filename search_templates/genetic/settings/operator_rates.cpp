@@ -55,7 +55,7 @@ Mapping complete_operator_rates(const Value& operator_rates, const Mapping& defa
     rates.set(key, nonnegative_float(entry->value, "operator_rates." + key));
   }
   if (sum_of_values(rates) <= 0.0) {
-    throw ValueError("genetic operator_rates must contain at least one positive rate");
+    throw ValueError(kNoPositiveRate);
   }
   return rates;
 }

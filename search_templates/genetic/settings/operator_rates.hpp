@@ -5,6 +5,10 @@
 
 namespace varnholt::genetic {
 
+// Told where all rates are 0.0, whether settings are validated or an operator is chosen.
+inline constexpr const char* kNoPositiveRate =
+    "genetic operator_rates must contain at least one positive rate";
+
 // A complete mapping of operator name to rate, a new one at each call. `operator_rates` is absent,
 // which gives a copy of `defaults`, or any mapping, whose entries override those of `defaults`.
 //
