@@ -9,6 +9,7 @@
 
 #include "search_templates/genetic/host/search_context.hpp"
 #include "search_templates/genetic/host/stop_event.hpp"
+#include "search_templates/genetic/value/errors.hpp"
 #include "tests/support/scripted_answers.hpp"
 
 namespace varnholt::genetic::test {
@@ -58,6 +59,13 @@ class ScriptedContext : public SearchContext {
   std::function<Callable()> on_evaluate_for_template = always(Callable());
   std::function<std::optional<Value>()> on_last_evaluation_record = always(std::nullopt);
   std::function<Callable()> on_safe_record = always(Callable());
+  // Missing as well: reading it where it is required fails.
+  std::function<Callable()> on_required_safe_record =
+      failing(AttributeError("'SearchContext' object has no attribute '_safe_record'"));
+  std::function<void(const Value&, const Value&)> on_activate_existing_attempt =
+      [](const Value&, const Value&) {};
+  std::function<Callable()> on_enqueue_deferred_submission_payload = always(Callable());
+  std::function<Callable()> on_search_context_thresholds = always(Callable());
   std::function<Value()> on_current_attempt_evidence = always(Value());
   std::function<Callable()> on_derive_rejection_reason_detail = always(Callable());
 
@@ -98,6 +106,21 @@ class ScriptedContext : public SearchContext {
   }
   [[nodiscard]] Callable safe_record() override {
     return read("context.safe_record", on_safe_record);
+  }
+  [[nodiscard]] Callable required_safe_record() override {
+    return read("context.required_safe_record", on_required_safe_record);
+  }
+  void activate_existing_attempt(const Value& source_attempt_id,
+                                 const Value& attempt_evidence) override {
+    log_.add("context.activate_existing_attempt", {source_attempt_id, attempt_evidence});
+    on_activate_existing_attempt(source_attempt_id, attempt_evidence);
+  }
+  [[nodiscard]] Callable enqueue_deferred_submission_payload() override {
+    return read("context.enqueue_deferred_submission_payload",
+                on_enqueue_deferred_submission_payload);
+  }
+  [[nodiscard]] Callable search_context_thresholds() override {
+    return read("context.search_context_thresholds", on_search_context_thresholds);
   }
   [[nodiscard]] Value current_attempt_evidence() override {
     log_.add("context.current_attempt_evidence()");

@@ -28,120 +28,13 @@
 #include "search_templates/genetic/value/errors.hpp"
 #include "tests/support/scripted_answers.hpp"
 #include "tests/support/scripted_context.hpp"
+#include "tests/support/scripted_engine.hpp"
 #include "tests/support/scripted_genetic_ops.hpp"
 #include "tests/support/scripted_process_evaluation.hpp"
 #include "tests/support/scripted_random.hpp"
+#include "tests/support/scripted_timings.hpp"
 
 namespace varnholt::genetic::test {
-
-class ScriptedLogger : public Logger {
- public:
-  explicit ScriptedLogger(CallLog& log) : log_(log) {}
-
-  void error(std::string_view format, std::initializer_list<Value> values) override {
-    write("logger.error", format, values);
-  }
-  void warning(std::string_view format, std::initializer_list<Value> values) override {
-    write("logger.warning", format, values);
-  }
-  void warning_with_error(std::string_view text, const std::exception_ptr& error) override {
-    std::string what = "no std::exception";
-    try {
-      std::rethrow_exception(error);
-    } catch (const std::exception& caught) {
-      what = caught.what();
-    } catch (...) {
-      // Errors of other types have no text.
-    }
-    log_.add("logger.warning_with_error", {text, what});
-  }
-
- private:
-  void write(std::string_view name, std::string_view format, std::initializer_list<Value> values) {
-    std::vector<Value> all = {format};
-    all.insert(all.end(), values.begin(), values.end());
-    log_.add(name, all, Mapping());
-  }
-
-  CallLog& log_;
-};
-
-// Thrown by the scripted engine to end a run.
-class ScriptedInfrastructureError : public RuntimeError {
- public:
-  using RuntimeError::RuntimeError;
-};
-
-class ScriptedEngine : public Engine {
- public:
-  explicit ScriptedEngine(CallLog& log) : log_(log), logger_(log) {}
-
-  std::function<Value(const Value&)> on_graph_depth_for_attempt_marker = always(1);
-  std::function<bool(const Value&)> on_is_sdk_runtime_not_ready_error = always(false);
-  std::function<Value()> on_sdk_runtime_not_ready_rejection_detail =
-      always("SDK runtime is not ready");
-  std::function<Value()> on_infrastructure_failure_threshold = always(10);
-
-  std::function<Value(const Value&, std::string_view)> on_function_entries_for_kind =
-      always("functions");
-  std::function<Value(const Value&)> on_random_weighted_window_limit = always(20);
-  std::function<Value()> on_random_weighted_node_limit = always(50);
-  std::function<Value()> on_random_weighted_runtime_registry = always("registry");
-  std::function<Value(const Mapping&)> on_signal_generation_safe_rotations = always(Value(List{}));
-
-  [[nodiscard]] Logger& logger() override { return logger_; }
-  [[nodiscard]] Value graph_depth_for_attempt_marker(const Value& graph) override {
-    log_.add("engine.graph_depth_for_attempt_marker", {graph});
-    return on_graph_depth_for_attempt_marker(graph);
-  }
-  [[nodiscard]] bool is_sdk_runtime_not_ready_error(const Value& error) override {
-    log_.add("engine.is_sdk_runtime_not_ready_error", {str(error)});
-    return on_is_sdk_runtime_not_ready_error(error);
-  }
-  [[nodiscard]] Value sdk_runtime_not_ready_rejection_detail() override {
-    log_.add("engine.sdk_runtime_not_ready_rejection_detail", {});
-    return on_sdk_runtime_not_ready_rejection_detail();
-  }
-  [[nodiscard]] Value function_entries_for_kind(const Value& vocabulary,
-                                                std::string_view kind) override {
-    log_.add("engine.function_entries_for_kind", {vocabulary, kind});
-    return on_function_entries_for_kind(vocabulary, kind);
-  }
-  [[nodiscard]] Value random_weighted_window_limit(SearchContext& /*context*/,
-                                                   const Value& max_depth) override {
-    log_.add("engine.random_weighted_window_limit", {max_depth});
-    return on_random_weighted_window_limit(max_depth);
-  }
-  [[nodiscard]] Value random_weighted_node_limit(SearchContext& /*context*/) override {
-    log_.add("engine.random_weighted_node_limit()");
-    return on_random_weighted_node_limit();
-  }
-  [[nodiscard]] Value random_weighted_runtime_registry(SearchContext& /*context*/) override {
-    log_.add("engine.random_weighted_runtime_registry()");
-    return on_random_weighted_runtime_registry();
-  }
-  [[nodiscard]] Value signal_generation_safe_rotations(const Value& functions,
-                                                       const Value& window_limit,
-                                                       const Value& node_limit,
-                                                       const Value& registry,
-                                                       const Mapping& keywords) override {
-    log_.add("engine.signal_generation_safe_rotations",
-             {functions, window_limit, node_limit, registry}, keywords);
-    return on_signal_generation_safe_rotations(keywords);
-  }
-  [[nodiscard]] Value infrastructure_failure_threshold() override {
-    log_.add("engine.infrastructure_failure_threshold", {});
-    return on_infrastructure_failure_threshold();
-  }
-  [[noreturn]] void raise_background_infrastructure_error(const std::string& detail) override {
-    log_.add("engine.raise_background_infrastructure_error", {detail});
-    throw ScriptedInfrastructureError(detail);
-  }
-
- private:
-  CallLog& log_;
-  ScriptedLogger logger_;
-};
 
 class ScriptedEliteness : public Eliteness {
  public:
@@ -270,6 +163,8 @@ struct ScriptedHost {
   ScriptedRandomWeighted random_weighted{log};
   ScriptedSearchSettings search_settings{log};
   ScriptedVerdicts evaluation_verdicts{log};
+  ScriptedBacktestTimings backtest_timings{log};
+  ScriptedJsonReader json_reader{log};
   ScriptedRandomGenerators random_generators{log};
   ScriptedSecureRandom secure_random{log};
   ScriptedPause pause{log};
@@ -296,6 +191,8 @@ struct ScriptedHost {
     [[nodiscard]] EvaluationVerdicts& evaluation_verdicts() override {
       return host_.evaluation_verdicts;
     }
+    [[nodiscard]] BacktestTimings& backtest_timings() override { return host_.backtest_timings; }
+    [[nodiscard]] JsonReader& json_reader() override { return host_.json_reader; }
     [[nodiscard]] RandomGenerators& random_generators() override { return host_.random_generators; }
     [[nodiscard]] SecureRandom& secure_random() override { return host_.secure_random; }
     [[nodiscard]] Pause& pause() override { return host_.pause; }

@@ -16,6 +16,7 @@
 #include "search_templates/genetic/settings/constants.hpp"
 #include "search_templates/genetic/settings/reason_tables.hpp"
 #include "search_templates/genetic/submission/recording.hpp"
+#include "search_templates/genetic/submission/submitting.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
@@ -87,7 +88,8 @@ class SearchRun {
     // The improvement rounds join here: they extend the generation's results and settle why they
     // ended. Until then a generation is its batch, and the reason stays absent.
     Value improvement_terminal_reason;
-    // Every result goes through recording a second time; the marks on it make that harmless.
+    // Every result goes through recording and submission a second time; the marks on it make that
+    // harmless, and what the host did not take the first time is offered again.
     record_and_submit(generation_results);
 
     choose_parents(generation_results);
@@ -133,9 +135,10 @@ class SearchRun {
     }
   }
 
-  // Submission joins recording here: what passes is submitted only after it is recorded.
+  // What passes is submitted only after all is recorded.
   void record_and_submit(const Value& results) {
-    record_candidate_results_in_parent(context_, results);
+    record_candidate_results_in_parent(host_, context_, results);
+    submit_submittable_candidates(host_, context_, results);
   }
 
   void choose_parents(const List& generation_results) {

@@ -9,6 +9,7 @@
 #include "search_templates/genetic/value/copy.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/keys.hpp"
+#include "search_templates/genetic/value/operations.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "search_templates/genetic/value/tolerant.hpp"
 
@@ -27,17 +28,6 @@ void set_default_verdicts(Mapping& tracking, EvaluationVerdicts& verdicts) {
   tracking.set_default(keys::kStatsVerdict, not_evaluated_verdict(verdicts));
   tracking.set_default(keys::kCorrelationVerdict, not_evaluated_verdict(verdicts));
   tracking.set_default(keys::kMiVerdict, not_evaluated_verdict(verdicts));
-}
-
-// A pair (reason, detail). Anything else that can be walked is a ValueError.
-std::pair<Value, Value> unpack_pair(const Value& value) {
-  const auto elements = iterate(value);
-  std::optional<Value> first = elements->next();
-  if (!first) throw ValueError("not enough values to unpack (expected 2, got 0)");
-  std::optional<Value> second = elements->next();
-  if (!second) throw ValueError("not enough values to unpack (expected 2, got 1)");
-  if (elements->next()) throw ValueError("too many values to unpack (expected 2)");
-  return {*std::move(first), *std::move(second)};
 }
 
 // The host's reason from statistics. Only a TypeError leads to the second call, without the

@@ -1,9 +1,11 @@
 #include "search_templates/genetic/evaluation/candidate_simulation.hpp"
 
 #include <exception>
+#include <optional>
 
 #include "search_templates/genetic/evaluation/candidate_result.hpp"
 #include "search_templates/genetic/graph/plain_graph.hpp"
+#include "search_templates/genetic/submission/backtest_timing.hpp"
 #include "search_templates/genetic/value/copy.hpp"
 #include "search_templates/genetic/value/error_object.hpp"
 #include "search_templates/genetic/value/errors.hpp"
@@ -23,7 +25,13 @@ Mapping failures_of(const DerivedFailure& derived) {
   return failures;
 }
 
-Mapping result_record(SearchContext& context, const Value& graph, const Mapping& outcome) {
+bool backtest_completed(const Value& attempt_evidence) {
+  const std::optional<Mapping> evidence = as_mapping(attempt_evidence);
+  return evidence && truth(evidence->get(keys::kBacktestCompleted));
+}
+
+Mapping result_record(Host& host, SearchContext& context, const Value& graph,
+                      const Mapping& outcome) {
   const Value recorded = outcome.get(keys::kRecord);
   const bool has_record = truth(recorded);
   const Value payloads = outcome.get(keys::kSubmissionPayloads);
@@ -33,29 +41,36 @@ Mapping result_record(SearchContext& context, const Value& graph, const Mapping&
   const Value stats = record.get(keys::kStats);
   const DerivedFailure derived = derive_candidate_failure(context, record, stats);
 
-  Mapping result(12);
   const Mapping failures = failures_of(derived);
   const bool passed = truth(record.get(keys::kPassed));
+  const Value attempt_evidence = outcome.get(keys::kAttemptEvidence);
+  // A candidate that failed after its backtest was completed still carries its timing.
+  Value timing;
+  if (passed || backtest_completed(attempt_evidence)) {
+    timing = process_backtest_timing(host.backtest_timings(), graph, attempt_evidence, payload);
+  }
+
+  Mapping result(13);
   result.set(keys::kGraph, plain_graph_data(graph));
   result.set(keys::kStats, stats);
   result.set(keys::kPasses, passed);
   result.set(keys::kFailures, failures);
   result.set(keys::kEvalId, payload.is_absent() ? Value() : payload.mapping().get(keys::kEvalId));
   result.set(keys::kSubmissionPayload, payload);
-  result.set(keys::kAttemptEvidence, outcome.get(keys::kAttemptEvidence));
+  result.set(keys::kAttemptEvidence, attempt_evidence);
   result.set(keys::kPerColumnStats, record.get(keys::kPerColumnStats));
   result.set(keys::kTrackingMetricKwargs, derived.tracking_metric_kwargs);
   const StatisticsNumbers numbers = statistics_numbers(stats);
   result.set(keys::kSharpe, numbers.sharpe);
   result.set(keys::kQualityScore, numbers.quality_score);
   result.set(keys::kCorrelation, numbers.correlation);
+  if (!timing.is_absent()) result.set(keys::kBacktestTiming, timing);
   return result;
 }
 
 }  // namespace
 
-Mapping simulate_candidate(SearchContext& context, Engine& engine, EvaluationVerdicts& verdicts,
-                           const Value& graph) {
+Mapping simulate_candidate(Host& host, SearchContext& context, const Value& graph) {
   const Callable evaluate = context.evaluate_for_template();
   if (!evaluate) {
     throw RuntimeError("genetic search requires the canonical SearchContext evaluator");
@@ -64,9 +79,10 @@ Mapping simulate_candidate(SearchContext& context, Engine& engine, EvaluationVer
   try {
     outcome = evaluate({graph});
   } catch (const std::exception& error) {
-    return candidate_exception_result(context, engine, verdicts, graph, error_object(error));
+    return candidate_exception_result(context, host.engine(), host.evaluation_verdicts(), graph,
+                                      error_object(error));
   }
-  return result_record(context, graph, record_of(outcome));
+  return result_record(host, context, graph, record_of(outcome));
 }
 
 }  // namespace varnholt::genetic

@@ -1,9 +1,11 @@
 // Helpers that the host shares with its search templates.
 #pragma once
 
+#include <span>
 #include <string>
 #include <string_view>
 
+#include "search_templates/genetic/host/callable.hpp"
 #include "search_templates/genetic/host/logger.hpp"
 #include "search_templates/genetic/host/search_context.hpp"
 #include "search_templates/genetic/value/value.hpp"
@@ -39,6 +41,68 @@ class Engine {
                                                                const Value& node_limit,
                                                                const Value& registry,
                                                                const Mapping& keywords) = 0;
+
+  // The gates. `stats_gate_threshold_set` makes a threshold set, opaque but for its truth, of the
+  // merged thresholds and the era configuration, or absent; `stats_gate_metrics` the metrics of a
+  // statistics object or, where there is none, of a whole result record.
+  [[nodiscard]] virtual Value stats_gate_threshold_set(const Mapping& thresholds,
+                                                       const Value& era_config) = 0;
+  [[nodiscard]] virtual Value stats_gate_metrics(const Value& stats) = 0;
+  // An object whose attribute `failures` is a walk over gate failures; each of these has the
+  // attributes `actual`, `threshold`, `gate`, `operator` and `category`, any of which may be
+  // missing.
+  [[nodiscard]] virtual Value evaluate_threshold_gates(const Value& metrics,
+                                                       const Value& threshold_set) = 0;
+  [[nodiscard]] virtual Value threshold_gate_failure_reason(const Value& gate_failure) = 0;
+  [[nodiscard]] virtual Value threshold_gate_failure_metric(const Value& gate_failure) = 0;
+
+  // The detail under which a failure is recorded, for (reason, metric, value, threshold) and the
+  // keywords `gate`, `operator`, `category`.
+  [[nodiscard]] virtual Value recorded_failure_detail(std::span<const Value> positional,
+                                                      const Mapping& keywords) = 0;
+  // The same, and the host's verdicts, for callers that can tell whether there are such operations:
+  // (reason; detail, value, threshold) and (passed[, reason]; value, threshold, detail).
+  [[nodiscard]] virtual Callable find_recorded_failure_detail() = 0;
+  [[nodiscard]] virtual Callable find_failed_gate_verdict() = 0;
+  [[nodiscard]] virtual Callable find_gate_verdict() = 0;
+
+  // The pool metrics of a submission. Each threshold operation gives a pair of threshold and pool:
+  // (era_config, signal_pool_name, thresholds) and (era_config, signal_pool_name).
+  [[nodiscard]] virtual Callable find_submission_mi_threshold_and_pool() = 0;
+  [[nodiscard]] virtual Callable find_submission_correlation_threshold_and_pool() = 0;
+  [[nodiscard]] virtual Value submission_correlation_threshold_and_pool(
+      const Value& era_config, const Value& signal_pool_name) = 0;
+  // Whether the host knows what is in the pool now.
+  [[nodiscard]] virtual Value refresh_submission_manifest_membership(const Value& era_config,
+                                                                     const Value& signal_pool_name,
+                                                                     const Value& sync_manager) = 0;
+  // Whether there is something in the pool to compare with, so that a PnL matrix is required.
+  [[nodiscard]] virtual Value selected_pool_has_synced_found_signal_ids(
+      const Value& era_config, const Value& signal_pool_name) = 0;
+  // ValueError when the statistics hold no usable PnL matrix.
+  virtual void normalize_required_pool_pnl_matrix(const Value& gate_stats, const Value& era_config,
+                                                  const Value& signal_pool_name) = 0;
+  [[nodiscard]] virtual Value evaluation_metaparameters_for_pool(const Value& signal_pool_name,
+                                                                 const Value& metaparameters) = 0;
+  // Runs one backtest: (backtester, the name of its operation, graph, metaparameters, universe) and
+  // the mapping of what the operation is given beyond that. Called while the ValueError of
+  // `normalize_required_pool_pnl_matrix` is being handled. Returns statistics.
+  [[nodiscard]] virtual Value call_backtester_with_transform_context(
+      std::span<const Value> positional, const Mapping& extra_kwargs) = 0;
+  // A pair of the metric and whether it passes: (backtester, gate_stats, era_config,
+  // signal_pool_name, thresholds), and for the correlation the same without the thresholds.
+  [[nodiscard]] virtual Value submission_pnl_mi_from_backtest_or_compute(
+      std::span<const Value> positional) = 0;
+  [[nodiscard]] virtual Value submission_correlation_from_backtest_or_compute(
+      std::span<const Value> positional) = 0;
+  // Whether an error object says that the pool's data is not ready yet.
+  [[nodiscard]] virtual bool is_pool_data_not_ready_error(const Value& error) = 0;
+
+  // Makes the statistics of a submission, (stats, era_config), as a pair of a mapping, or anything
+  // else for none, and a reason.
+  [[nodiscard]] virtual Callable find_submitted_stats_payload_from_backtest() = 0;
+  // Writes the client's manifest into the payload.
+  virtual void annotate_submission_client_manifest(Mapping& payload, const Value& sync_manager) = 0;
 
   // How many candidates in a row may meet a runtime that is not ready.
   [[nodiscard]] virtual Value infrastructure_failure_threshold() = 0;

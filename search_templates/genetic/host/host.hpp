@@ -5,10 +5,12 @@
 // class says otherwise. The bundle and what it gives must outlive every use of the library.
 #pragma once
 
+#include "search_templates/genetic/host/backtest_timings.hpp"
 #include "search_templates/genetic/host/eliteness.hpp"
 #include "search_templates/genetic/host/engine.hpp"
 #include "search_templates/genetic/host/evaluation_verdicts.hpp"
 #include "search_templates/genetic/host/genetic_ops.hpp"
+#include "search_templates/genetic/host/json_reader.hpp"
 #include "search_templates/genetic/host/pause.hpp"
 #include "search_templates/genetic/host/process_evaluation.hpp"
 #include "search_templates/genetic/host/random_generator.hpp"
@@ -30,6 +32,8 @@ class Host {
   [[nodiscard]] virtual RandomWeighted& random_weighted() = 0;
   [[nodiscard]] virtual SearchSettings& search_settings() = 0;
   [[nodiscard]] virtual EvaluationVerdicts& evaluation_verdicts() = 0;
+  [[nodiscard]] virtual BacktestTimings& backtest_timings() = 0;
+  [[nodiscard]] virtual JsonReader& json_reader() = 0;
   [[nodiscard]] virtual RandomGenerators& random_generators() = 0;
   [[nodiscard]] virtual SecureRandom& secure_random() = 0;
   [[nodiscard]] virtual Pause& pause() = 0;

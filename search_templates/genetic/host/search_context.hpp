@@ -15,6 +15,33 @@
 
 namespace varnholt::genetic {
 
+// Attributes that hold plain data, by their names in the host, for SearchContext::attribute. Where
+// the host has a name with and without an underscore, the constant of the first begins with "Own".
+namespace context_names {
+
+// What a signal is submitted to: the market, the era with its configuration, the pool.
+inline constexpr Key kOwnMarketId = key<"_market_id">();
+inline constexpr Key kMarketId = key<"market_id">();
+inline constexpr Key kOwnEraNumber = key<"_era_number">();
+inline constexpr Key kEraNumber = key<"era_number">();
+inline constexpr Key kOwnEraConfig = key<"_era_config">();
+inline constexpr Key kEraConfig = key<"era_config">();
+inline constexpr Key kSignalPoolName = key<"_signal_pool_name">();
+inline constexpr Key kSubmissionOwner = key<"_submission_owner">();
+
+// The thresholds of the gates.
+inline constexpr Key kThresholds = key<"thresholds">();
+inline constexpr Key kOwnThresholds = key<"_thresholds">();
+
+// What a backtest is run with, and the host's link to the pool. The first and the last are opaque.
+inline constexpr Key kBacktester = key<"_backtester">();
+inline constexpr Key kEvaluationMetaparameters = key<"_evaluation_metaparameters">();
+inline constexpr Key kMetaparameters = key<"_metaparameters">();
+inline constexpr Key kNamedUniverse = key<"_named_universe">();
+inline constexpr Key kSyncManager = key<"_sync_mgr">();
+
+}  // namespace context_names
+
 class SearchContext {
  public:
   virtual ~SearchContext() = default;
@@ -47,6 +74,16 @@ class SearchContext {
   [[nodiscard]] virtual std::optional<Value> last_evaluation_record() = 0;
   // Records one attempt.
   [[nodiscard]] virtual Callable safe_record() = 0;
+  // The same operation for a caller that cannot do without: AttributeError when the context has
+  // none; one that is there but cannot be called fails in the call.
+  [[nodiscard]] virtual Callable required_safe_record() = 0;
+  // Makes the attempt of a child the current one of the parent, before its record is written.
+  virtual void activate_existing_attempt(const Value& source_attempt_id,
+                                         const Value& attempt_evidence) = 0;
+  // Hands one submission payload on. False, and nothing else, says that it was not taken.
+  [[nodiscard]] virtual Callable enqueue_deferred_submission_payload() = 0;
+  // Gives thresholds beyond those of the attributes, as a mapping.
+  [[nodiscard]] virtual Callable search_context_thresholds() = 0;
   // The evidence of the attempt that is being worked on. Its failure passes to the caller.
   [[nodiscard]] virtual Value current_attempt_evidence() = 0;
   // Tells from statistics why a candidate failed: a pair of reason and detail, each or absent.

@@ -4,14 +4,11 @@
 #include <cmath>
 
 #include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/operations.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::genetic {
 namespace {
-
-bool is_nan(const Value& score) {
-  return score.is_object() && exact_kind(score) == Kind::kReal;
-}
 
 bool comes_before(const ScoredCandidate& left, const ScoredCandidate& right) {
   if (is_nan(left.score)) return false;

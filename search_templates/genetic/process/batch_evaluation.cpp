@@ -61,7 +61,7 @@ List evaluate_candidate_batch(Host& host, SearchContext& context, const Value& b
           ? host.process_evaluation().default_search_template_timeout_seconds()
           : process_timeout_seconds;
   const auto simulate = [&host, &context](const CandidateEvaluation& candidate) -> Value {
-    return simulate_candidate(context, host.engine(), host.evaluation_verdicts(), candidate.graph);
+    return simulate_candidate(host, context, candidate.graph);
   };
   Mapping results_by_index(candidates.size());
   for (const ProcessResult& process_result : host.process_evaluation().evaluate_candidate_batch(

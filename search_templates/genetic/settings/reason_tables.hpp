@@ -38,6 +38,13 @@ inline constexpr Key kSharpeMin = key<"sharpe_min">();
 inline constexpr Key kGrossReturnsSharpeBelowMin = key<"gross_returns_sharpe_below_min">();
 inline constexpr Key kCorrelationExceeded = key<"correlation_exceeded">();
 inline constexpr Key kPnlMiBelowThreshold = key<"pnl_mi_below_threshold">();
+inline constexpr Key kPnlMi = key<"pnl_mi">();
+inline constexpr Key kMissingIsPnlMi = key<"missing_is_pnl_mi">();
+inline constexpr Key kMissingIsCorrelation = key<"missing_is_correlation">();
+inline constexpr Key kAgentPoolPnlSyncMissing = key<"agent_pool_pnl_sync_missing">();
+
+// Why a submission waits.
+inline constexpr Key kPoolMetricsRefreshRequired = key<"pool_metrics_refresh_required">();
 
 }  // namespace reasons
 
@@ -78,6 +85,11 @@ inline constexpr std::array MINIMUM_FAILURE_REASONS = {
 
 inline constexpr std::array SHARPE_REACTION_FAILURE_REASONS = {
     reasons::kSharpeMin, reasons::kGrossReturnsSharpeBelowMin};
+
+// The reasons of a failure against the pool, which end when the pool is to be measured again.
+inline constexpr std::array POOL_FAILURE_REASONS = {
+    reasons::kPnlMi,          reasons::kPnlMiBelowThreshold,  reasons::kCorrelationExceeded,
+    reasons::kMissingIsPnlMi, reasons::kMissingIsCorrelation, reasons::kAgentPoolPnlSyncMissing};
 
 // Whether `reason` equals an entry of `table`.
 [[nodiscard]] inline bool is_member(std::span<const Key> table, const Value& reason) {

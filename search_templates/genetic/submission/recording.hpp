@@ -1,6 +1,7 @@
 // Recording results in the parent: the parent process alone persists what the search found.
 #pragma once
 
+#include "search_templates/genetic/host/host.hpp"
 #include "search_templates/genetic/host/search_context.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -13,12 +14,19 @@ namespace varnholt::genetic {
 // call return true without asking the host. False when the host did not record it; then nothing is
 // marked. A record may succeed without yielding an id.
 //
-// RuntimeError "genetic search requires the canonical SearchContext recorder" without a recorder.
-[[nodiscard]] bool record_candidate_result_in_parent(SearchContext& context,
+// A completed backtest must come with its timing (backtest_timing.hpp), which is checked before
+// anything is written; with the identity of the process when a worker made the result. Of a passing
+// candidate the pool metrics are measured before the record is written, so that the record tells the
+// final verdict. The id that the host gives replaces the one in record and payload.
+//
+// AttributeError without a recorder. RuntimeError "genetic candidate is missing serialized backtest
+// timing" for a passing candidate whose consumed timing is empty.
+[[nodiscard]] bool record_candidate_result_in_parent(Host& host, SearchContext& context,
                                                      const Value& candidate);
 
 // The same for each, in order. RuntimeError "genetic candidate parent evaluation persistence
 // failed" at the first that is not recorded; those after it stay unrecorded.
-void record_candidate_results_in_parent(SearchContext& context, const Value& candidates);
+void record_candidate_results_in_parent(Host& host, SearchContext& context,
+                                        const Value& candidates);
 
 }  // namespace varnholt::genetic

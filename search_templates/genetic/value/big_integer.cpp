@@ -137,6 +137,12 @@ BigInteger BigInteger::from_double_truncated(double value) {
   return result;
 }
 
+BigInteger BigInteger::negated() const {
+  BigInteger opposite = *this;
+  opposite.negative_ = !negative_ && !is_zero();
+  return opposite;
+}
+
 std::optional<std::int64_t> BigInteger::to_int64() const noexcept {
   if (limbs_.size() > 2) return std::nullopt;
   const std::uint64_t magnitude = bits_from(limbs_, 0);

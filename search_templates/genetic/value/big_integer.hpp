@@ -1,5 +1,5 @@
 // Integers of any size, as far as the search meets them: read from a text or from a double, shown,
-// compared, hashed and turned into a double. There is no arithmetic.
+// compared, hashed, turned into a double or into its opposite. There is no other arithmetic.
 //
 // A BigInteger never changes once it is made. Its magnitude is a sequence of 32-bit limbs, least
 // significant first, without leading zeros; zero has no limb and no sign.
@@ -33,6 +33,8 @@ class BigInteger {
 
   [[nodiscard]] bool is_zero() const noexcept { return limbs_.empty(); }
   [[nodiscard]] bool is_negative() const noexcept { return negative_; }
+
+  [[nodiscard]] BigInteger negated() const;
 
   // The value where 64 bits hold it.
   [[nodiscard]] std::optional<std::int64_t> to_int64() const noexcept;

@@ -54,6 +54,18 @@ Value HostObject::item(const Value& /*key*/) const {
   throw TypeError("'" + type_name() + "' object is not subscriptable");
 }
 
+bool HostObject::contains(const Value& /*item*/) const {
+  throw TypeError("argument of type '" + type_name() + "' is not iterable");
+}
+
+Value HostObject::get(const Value& /*key*/) const {
+  throw AttributeError("'" + type_name() + "' object has no attribute 'get'");
+}
+
+Value HostObject::negated() const {
+  throw TypeError("bad operand type for unary -: '" + type_name() + "'");
+}
+
 std::optional<Value> HostObject::attribute(std::string_view /*name*/) const {
   return std::nullopt;
 }

@@ -64,6 +64,13 @@ class HostObject : public detail::Counted {
   [[nodiscard]] virtual std::size_t length() const;                      // TypeError: has no len()
   [[nodiscard]] virtual std::unique_ptr<ValueIterator> iterate() const;  // TypeError: not iterable
   [[nodiscard]] virtual Value item(const Value& key) const;              // TypeError: no items
+  // Whether the object holds `item`. TypeError for what cannot be asked.
+  [[nodiscard]] virtual bool contains(const Value& item) const;
+  // The object's operation `get`, for one that is no mapping. AttributeError when it has none.
+  [[nodiscard]] virtual Value get(const Value& key) const;
+  // The number with its sign turned. TypeError for what is none.
+  [[nodiscard]] virtual Value negated() const;
+  [[nodiscard]] virtual bool is_callable() const { return false; }
   // Missing and absent are two answers.
   [[nodiscard]] virtual std::optional<Value> attribute(std::string_view name) const;
 

@@ -39,8 +39,42 @@ inline constexpr Key kWorkerPid = key<"worker_pid">();
 inline constexpr Key kElapsedSimulationSeconds = key<"elapsed_simulation_seconds">();
 inline constexpr Key kProcessAttempt = key<"process_attempt">();
 
-// The marks that the parent sets on a record of its own.
+inline constexpr Key kSourceAttemptId = key<"source_attempt_id">();
+inline constexpr Key kBacktestTiming = key<"backtest_timing">();
+
+// The marks that the parent sets on a record of its own; the pending reason on the payload too.
 inline constexpr Key kParentRecorded = key<"_parent_recorded">();
+inline constexpr Key kSubmissionEnqueued = key<"_submission_enqueued">();
+inline constexpr Key kSubmissionBlockedReason = key<"_submission_blocked_reason">();
+inline constexpr Key kSubmissionPendingReason = key<"_submission_pending_reason">();
+
+// A submission payload, in the order in which it is written.
+inline constexpr Key kSubmissionType = key<"submission_type">();
+inline constexpr Key kNamedUniverse = key<"named_universe">();
+inline constexpr Key kSignalPoolName = key<"signal_pool_name">();
+inline constexpr Key kIsStats = key<"is_stats">();
+inline constexpr Key kMetaparameters = key<"metaparameters">();
+inline constexpr Key kSearchState = key<"search_state">();
+inline constexpr Key kMarketId = key<"market_id">();
+inline constexpr Key kEraNumber = key<"era_number">();
+inline constexpr Key kClientManifestMarketId = key<"client_manifest_market_id">();
+inline constexpr Key kClientManifestEraNumber = key<"client_manifest_era_number">();
+inline constexpr Key kSubmissionOwner = key<"_submission_owner">();
+inline constexpr Key kPayloadSourceAttemptId = key<"_source_attempt_id">();
+
+// The statistics in a payload beside those of a record.
+inline constexpr Key kAnnualizedReturns = key<"annualized_returns">();
+inline constexpr Key kTurnover = key<"turnover">();
+inline constexpr Key kDrawdown = key<"drawdown">();
+inline constexpr Key kIsPnlMi = key<"is_pnl_mi">();
+
+// An era configuration.
+inline constexpr Key kMarket = key<"market">();
+inline constexpr Key kId = key<"id">();
+
+// An attempt's evidence and a timing.
+inline constexpr Key kBacktestCompleted = key<"backtest_completed">();
+inline constexpr Key kGraphKey = key<"graph_key">();
 
 // The evaluator's outcome, and the record of the last evaluation.
 inline constexpr Key kRecord = key<"record">();
@@ -59,6 +93,17 @@ inline constexpr Key kFailureDetail = key<"failure_detail">();
 inline constexpr Key kStatsVerdict = key<"stats_verdict">();
 inline constexpr Key kCorrelationVerdict = key<"correlation_verdict">();
 inline constexpr Key kMiVerdict = key<"mi_verdict">();
+inline constexpr Key kPnlMi = key<"pnl_mi">();
+inline constexpr Key kPoolMetricsPending = key<"pool_metrics_pending">();
+inline constexpr Key kPoolMetricsPendingDetail = key<"pool_metrics_pending_detail">();
+
+// A gate's failure, its recorded detail, and a verdict.
+inline constexpr Key kValue = key<"value">();
+inline constexpr Key kThreshold = key<"threshold">();
+inline constexpr Key kActual = key<"actual">();
+inline constexpr Key kGate = key<"gate">();
+inline constexpr Key kOperator = key<"operator">();
+inline constexpr Key kCategory = key<"category">();
 
 // The report of a deduplicated batch.
 inline constexpr Key kGraphs = key<"graphs">();
@@ -93,5 +138,7 @@ inline constexpr Key kLogContext = key<"log_context">();
 inline constexpr Key kTemplateName = key<"template_name">();
 inline constexpr Key kName = key<"name">();
 inline constexpr Key kIncludeCorrelation = key<"include_correlation">();
+inline constexpr Key kIncludeIdentity = key<"include_identity">();
+inline constexpr Key kReturnSeries = key<"return_series">();
 
 }  // namespace varnholt::genetic::keys

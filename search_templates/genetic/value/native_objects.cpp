@@ -58,6 +58,10 @@ Value NotANumber::to_integer() const {
   throw ValueError("cannot convert float NaN to integer");
 }
 
+Value NotANumber::negated() const {
+  return make_object<NotANumber>();
+}
+
 bool NotANumber::append_json(std::string& out) const {
   out += "NaN";
   return true;
@@ -83,6 +87,12 @@ std::optional<bool> BigIntegerObject::greater(const Value& other) const {
 
 double BigIntegerObject::to_float() const {
   return number_.to_double();
+}
+
+Value BigIntegerObject::negated() const {
+  const Integer opposite = genetic::to_integer(number_.negated());
+  if (const auto* const small = std::get_if<std::int64_t>(&opposite)) return *small;
+  return make_object<BigIntegerObject>(std::get<BigInteger>(opposite));
 }
 
 std::string BigIntegerObject::repr() const {

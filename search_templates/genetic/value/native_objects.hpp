@@ -22,6 +22,7 @@ class NotANumber : public HostObject {
   }
   // ValueError "cannot convert float NaN to integer".
   [[nodiscard]] Value to_integer() const override;
+  [[nodiscard]] Value negated() const override;
   [[nodiscard]] std::string repr() const override { return "nan"; }
   bool append_json(std::string& out) const override;
 };
@@ -41,6 +42,7 @@ class BigIntegerObject : public HostObject {
   [[nodiscard]] std::optional<bool> greater(const Value& other) const override;
   [[nodiscard]] double to_float() const override;
   [[nodiscard]] Value to_integer() const override { return self(); }
+  [[nodiscard]] Value negated() const override;
   [[nodiscard]] std::string repr() const override;
   bool append_json(std::string& out) const override;
 

@@ -1,0 +1,19 @@
+// The thresholds that a context's candidates are gated by.
+#pragma once
+
+#include "search_templates/genetic/host/engine.hpp"
+#include "search_templates/genetic/host/search_context.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::genetic {
+
+// The host's threshold set of the context's merged thresholds: the attribute "thresholds", then
+// "_thresholds", then what the operation `search_context_thresholds` gives; a later entry replaces
+// an earlier one. What is no mapping, or empty, adds nothing, and an ordinary failure of that one
+// operation counts as nothing; every other failure passes.
+//
+// The era configuration is "era_config" unless that is absent, then "_era_config": the opposite of
+// `context_era_config`, on purpose.
+[[nodiscard]] Value context_thresholds(SearchContext& context, Engine& engine);
+
+}  // namespace varnholt::genetic

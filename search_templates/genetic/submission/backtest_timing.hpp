@@ -1,0 +1,53 @@
+// The timing of a candidate's backtest.
+//
+// Every completed backtest carries a timing, a mapping whose fields are the host's. The same timing
+// can reach the parent by three roads: on the candidate, in the attempt's evidence, in the
+// submission payload. It is validated, bound to its graph by a key, and must be the same on all
+// roads. A disagreement is a broken ordering and no failure of the candidate, so every fault here
+// is a RuntimeError, and what throws has changed nothing.
+//
+// A bad timing, as the host's operations tell it by a TypeError, ValueError or OverflowError,
+// becomes RuntimeError "genetic candidate has invalid backtest timing: ..." with the host's error
+// as its cause; any other failure of the host passes.
+#pragma once
+
+#include "search_templates/genetic/host/backtest_timings.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::genetic {
+
+// The host's normalised timing.
+[[nodiscard]] Value validated_process_backtest_timing(BacktestTimings& timings,
+                                                      const Value& timing);
+
+// The same, checked against the graph; the first requires the process identity as well.
+[[nodiscard]] Value validated_graph_process_backtest_timing(BacktestTimings& timings,
+                                                            const Value& graph,
+                                                            const Value& timing);
+[[nodiscard]] Value validated_graph_backtest_timing(BacktestTimings& timings, const Value& graph,
+                                                    const Value& timing);
+
+// The timing checked against the graph, with the graph's key written into the very mapping that the
+// host's validator returned.
+[[nodiscard]] Value graph_bound_process_backtest_timing(BacktestTimings& timings,
+                                                        const Value& graph, const Value& timing);
+
+// The timing that the host recorded in this process for the graph. A payload that has the key
+// "backtest_timing" hands its value on, be it absent.
+[[nodiscard]] Value consumed_process_backtest_timing(BacktestTimings& timings, const Value& graph,
+                                                     const Value& payload);
+
+// The timing for a candidate's record: the evidence's, which must agree with the payload's where
+// that has the key, or else the consumed one. RuntimeError "genetic candidate attempt evidence
+// backtest timing disagrees with submission payload backtest timing".
+[[nodiscard]] Value process_backtest_timing(BacktestTimings& timings, const Value& graph,
+                                            const Value& attempt_evidence, const Value& payload);
+
+// The one timing of a candidate. An absent timing is no timing on any road. RuntimeError "genetic
+// candidate is missing serialized backtest timing" without one, and "genetic candidate backtest
+// timing disagrees with attempt evidence backtest timing" (or "submission payload").
+[[nodiscard]] Value candidate_backtest_timing_payload(BacktestTimings& timings,
+                                                      const Mapping& candidate,
+                                                      bool require_process_identity = false);
+
+}  // namespace varnholt::genetic

@@ -1,0 +1,156 @@
+#include "search_templates/genetic/submission/pool_metric_tracking.hpp"
+
+#include <array>
+#include <exception>
+#include <optional>
+
+#include "search_templates/genetic/context/market_era.hpp"
+#include "search_templates/genetic/context/thresholds.hpp"
+#include "search_templates/genetic/settings/reason_tables.hpp"
+#include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/keys.hpp"
+#include "search_templates/genetic/value/operations.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::genetic {
+namespace {
+
+constexpr const char* kThresholdsRequired = "genetic search requires canonical PnL-MI thresholds";
+constexpr const char* kEvidenceRequired = "genetic search requires canonical failure evidence";
+
+void remove_pool_failure_reason(Mapping& tracking) {
+  if (!is_member(POOL_FAILURE_REASONS, tracking.get(keys::kFailureReason))) return;
+  tracking.erase(keys::kFailureReason);
+  tracking.erase(keys::kFailureDetail);
+}
+
+Value failed_verdict(Engine& engine, const Value& reason, const Value& detail) {
+  if (const Callable failed_gate_verdict = engine.find_failed_gate_verdict()) {
+    Mapping keywords{{keys::kDetail, detail}};
+    if (const std::optional<Mapping> evidence = as_mapping(detail)) {
+      keywords.set(keys::kValue, evidence->get(keys::kValue));
+      keywords.set(keys::kThreshold, evidence->get(keys::kThreshold));
+    }
+    return failed_gate_verdict({reason}, keywords);
+  }
+  if (const Callable gate_verdict = engine.find_gate_verdict()) {
+    return gate_verdict({false, reason}, {{keys::kDetail, detail}});
+  }
+  return Mapping{{keys::kPassed, false}, {keys::kReason, reason}};
+}
+
+Value passed_verdict(Engine& engine, const Value& value, const Value& threshold) {
+  if (const Callable gate_verdict = engine.find_gate_verdict()) {
+    return gate_verdict({true}, {{keys::kValue, value}, {keys::kThreshold, threshold}});
+  }
+  return Mapping{{keys::kPassed, true},
+                 {keys::kReason, Value()},
+                 {keys::kValue, value},
+                 {keys::kThreshold, threshold}};
+}
+
+Value mi_threshold(Engine& engine, SearchContext& context) {
+  const Callable threshold_and_pool = engine.find_submission_mi_threshold_and_pool();
+  const Value era_config = context_era_config(context);
+  const Value pool_name = context_value(context, context_names::kSignalPoolName);
+  if (!threshold_and_pool || era_config.is_absent() || !truth(pool_name)) return {};
+  try {
+    return item(threshold_and_pool({era_config, pool_name, context_thresholds(context, engine)}),
+                0);
+  } catch (const std::exception&) {
+    return {};  // The metric has passed; only what is told about it is poorer.
+  }
+}
+
+Value correlation_threshold(Engine& engine, SearchContext& context) {
+  const Callable threshold_and_pool = engine.find_submission_correlation_threshold_and_pool();
+  const Value era_config = context_era_config(context);
+  const Value pool_name = context_value(context, context_names::kSignalPoolName);
+  if (!threshold_and_pool) return {};
+  return item(threshold_and_pool({era_config, pool_name}), 0);
+}
+
+}  // namespace
+
+Mapping mapping_made_when_missing(Mapping& record, Key key) {
+  return writable_mapping(record.set_default(key, Mapping()));
+}
+
+Value submission_mi_failure_detail(Engine& engine, SearchContext& context, const Value& score) {
+  const Callable threshold_and_pool = engine.find_submission_mi_threshold_and_pool();
+  if (!threshold_and_pool) throw RuntimeError(kThresholdsRequired);
+  // One statement each: the operands of one call would be read in any order.
+  const Value era_config = context_era_config(context);
+  const Value pool_name = context_value(context, context_names::kSignalPoolName);
+  const Value threshold =
+      unpack_pair(threshold_and_pool({era_config, pool_name, context_thresholds(context, engine)}))
+          .first;
+  const Callable recorded_failure_detail = engine.find_recorded_failure_detail();
+  if (!recorded_failure_detail) throw RuntimeError(kEvidenceRequired);
+  return recorded_failure_detail(
+      {reasons::kPnlMiBelowThreshold, keys::kIsPnlMi, score, threshold},
+      {{keys::kGate, "is_pnl_mi_threshold"}, {keys::kOperator, "<"}, {keys::kCategory, "quality"}});
+}
+
+void block_candidate_submission(Engine& engine, Mapping& candidate, const Value& reason,
+                                const Value& detail) {
+  candidate.set(keys::kPasses, false);
+  Mapping failure{{keys::kReason, reason}};
+  if (!detail.is_absent()) failure.set(keys::kDetail, detail);
+  mapping_made_when_missing(candidate, keys::kFailures).set(reason, failure);
+
+  Mapping tracking = mapping_made_when_missing(candidate, keys::kTrackingMetricKwargs);
+  // The tracking values know the failed gate on mutual information by another name.
+  tracking.set(keys::kFailureReason, is_same_or_equal(reason, reasons::kPnlMiBelowThreshold)
+                                         ? Value(reasons::kPnlMi)
+                                         : reason);
+  if (detail.is_absent()) {
+    tracking.erase(keys::kFailureDetail);
+  } else {
+    tracking.set(keys::kFailureDetail, detail);
+  }
+  // Every reason but the correlation's is a verdict on mutual information, on purpose.
+  const Key verdict_key = is_same_or_equal(reason, reasons::kCorrelationExceeded)
+                              ? keys::kCorrelationVerdict
+                              : keys::kMiVerdict;
+  tracking.set(verdict_key, failed_verdict(engine, reason, detail));
+  candidate.set(keys::kSubmissionBlockedReason, reason);
+}
+
+void set_candidate_mi_tracking(Engine& engine, SearchContext& context, Mapping& candidate,
+                               const Value& score) {
+  Mapping tracking = mapping_made_when_missing(candidate, keys::kTrackingMetricKwargs);
+  tracking.set(keys::kPnlMi, score);
+  const Value threshold = mi_threshold(engine, context);
+  tracking.set(keys::kMiVerdict, passed_verdict(engine, score, threshold));
+}
+
+void set_candidate_correlation_tracking(Engine& engine, SearchContext& context, Mapping& candidate,
+                                        const Value& correlation) {
+  Mapping tracking = mapping_made_when_missing(candidate, keys::kTrackingMetricKwargs);
+  tracking.set(keys::kCorrelation, correlation);
+  const Value threshold = correlation_threshold(engine, context);
+  tracking.set(keys::kCorrelationVerdict, passed_verdict(engine, correlation, threshold));
+}
+
+void mark_candidate_pool_metrics_pending(Mapping& candidate, Mapping& payload,
+                                         const Value& detail) {
+  candidate.set(keys::kSubmissionPendingReason, reasons::kPoolMetricsRefreshRequired);
+  candidate.erase(keys::kSubmissionBlockedReason);
+  payload.set(keys::kSubmissionPendingReason, reasons::kPoolMetricsRefreshRequired);
+  Mapping tracking = mapping_made_when_missing(candidate, keys::kTrackingMetricKwargs);
+  remove_pool_failure_reason(tracking);
+  tracking.set(keys::kPoolMetricsPending, true);
+  tracking.set(keys::kPoolMetricsPendingDetail, str(detail));
+}
+
+void clear_candidate_pool_metrics_pending(Mapping& candidate, Mapping& payload) {
+  candidate.erase(keys::kSubmissionPendingReason);
+  payload.erase(keys::kSubmissionPendingReason);
+  Mapping tracking = mapping_made_when_missing(candidate, keys::kTrackingMetricKwargs);
+  tracking.erase(keys::kPoolMetricsPending);
+  tracking.erase(keys::kPoolMetricsPendingDetail);
+  remove_pool_failure_reason(tracking);
+}
+
+}  // namespace varnholt::genetic

@@ -1,0 +1,105 @@
+#include "search_templates/genetic/value/operations.hpp"
+
+#include <cstdint>
+#include <limits>
+#include <optional>
+
+#include "search_templates/genetic/value/big_integer.hpp"
+#include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/native_objects.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::genetic {
+namespace {
+
+bool can_be_walked(const Value& value) {
+  return value.is_object() || value.kind() >= Kind::kText;
+}
+
+bool text_contains(const Value& text, const Value& part) {
+  if (!is_instance_of(part, Kind::kText)) {
+    throw TypeError("'in <string>' requires string as left operand, not " + type_name(part));
+  }
+  return text.text().find(part.is_text() ? part.text() : std::string_view(part.object().text())) !=
+         std::string_view::npos;
+}
+
+bool sequence_contains(const Value& sequence, const Value& item) {
+  const auto walk = iterate(sequence);
+  while (const std::optional<Value> candidate = walk->next()) {
+    if (is_same_or_equal(*candidate, item)) return true;
+  }
+  return false;
+}
+
+Value negated_integer(std::int64_t integer) {
+  if (integer != std::numeric_limits<std::int64_t>::min()) return -integer;
+  return make_object<BigIntegerObject>(BigInteger(integer).negated());
+}
+
+}  // namespace
+
+std::pair<Value, Value> unpack_pair(const Value& value) {
+  if (!can_be_walked(value)) {
+    throw TypeError("cannot unpack non-iterable " + type_name(value) + " object");
+  }
+  const auto elements = iterate(value);
+  std::optional<Value> first = elements->next();
+  if (!first) throw ValueError("not enough values to unpack (expected 2, got 0)");
+  std::optional<Value> second = elements->next();
+  if (!second) throw ValueError("not enough values to unpack (expected 2, got 1)");
+  if (elements->next()) throw ValueError("too many values to unpack (expected 2)");
+  return {*std::move(first), *std::move(second)};
+}
+
+bool contains(const Value& container, const Value& item) {
+  switch (container.kind()) {
+    case Kind::kMapping:
+      return container.mapping().contains(item);
+    case Kind::kText:
+      return text_contains(container, item);
+    case Kind::kList:
+    case Kind::kTuple:
+      return sequence_contains(container, item);
+    case Kind::kObject:
+      return container.object().contains(item);
+    default:
+      throw TypeError("argument of type '" + type_name(container) + "' is not iterable");
+  }
+}
+
+Value negated(const Value& value) {
+  switch (value.kind()) {
+    case Kind::kBoolean:
+      return value.boolean() ? -1 : 0;
+    case Kind::kInteger:
+      return negated_integer(value.integer());
+    case Kind::kReal:
+      return -value.real();
+    case Kind::kObject:
+      return value.object().negated();
+    default:
+      throw TypeError("bad operand type for unary -: '" + type_name(value) + "'");
+  }
+}
+
+bool is_nan(const Value& value) {
+  // Every other real is of our own kind.
+  return value.is_object() && exact_kind(value) == Kind::kReal;
+}
+
+Mapping writable_mapping(const Value& value) {
+  std::optional<Mapping> mapping = as_mapping(value);
+  if (!mapping) {
+    throw TypeError("'" + type_name(value) + "' object does not support item assignment");
+  }
+  return *std::move(mapping);
+}
+
+Value entry(const Value& value, const Value& key) {
+  if (const std::optional<Mapping> mapping = as_mapping(value)) return mapping->get(key);
+  if (value.is_object()) return value.object().get(key);
+  throw AttributeError("'" + type_name(value) + "' object has no attribute 'get'");
+}
+
+}  // namespace varnholt::genetic

@@ -1,0 +1,35 @@
+// What statements of the host's language do with values: unpack, look inside, turn the sign, write
+// an entry. Each fails as the statement does.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::genetic {
+
+// first, second = value. TypeError "cannot unpack non-iterable int object"; ValueError for another
+// number of items than two.
+[[nodiscard]] std::pair<Value, Value> unpack_pair(const Value& value);
+
+// item in container: a key of a mapping, an item of a sequence, a part of a text.
+// TypeError "argument of type 'int' is not iterable", and for an item that cannot be a key.
+[[nodiscard]] bool contains(const Value& container, const Value& item);
+
+// -value. TypeError "bad operand type for unary -: 'str'".
+[[nodiscard]] Value negated(const Value& value);
+
+// Whether the value is a real that is not a number.
+[[nodiscard]] bool is_nan(const Value& value);
+
+// The mapping into which value[key] = ... writes.
+// TypeError "'int' object does not support item assignment" for what is no mapping.
+[[nodiscard]] Mapping writable_mapping(const Value& value);
+
+// value.get(key), for a record that may be any kind of object with such an operation.
+// AttributeError "'int' object has no attribute 'get'".
+[[nodiscard]] Value entry(const Value& value, const Value& key);
+
+}  // namespace varnholt::genetic
