@@ -20,6 +20,25 @@
 
 namespace varnholt::genetic::benchmarks {
 
+// A function of the host that returns one value for ever.
+class Constant : public CallableBody {
+ public:
+  explicit Constant(Value value) : value_(std::move(value)) {}
+  Value call(std::span<const Value> /*positional*/, const Mapping& /*keywords*/) override {
+    return value_;
+  }
+  [[nodiscard]] std::optional<std::vector<Parameter>> signature() const override {
+    return std::nullopt;
+  }
+
+ private:
+  Value value_;
+};
+
+inline Callable constant(Value value) {
+  return Callable(std::make_shared<Constant>(std::move(value)));
+}
+
 class NullLogger : public Logger {
  public:
   void error(std::string_view /*format*/, std::initializer_list<Value> /*values*/) override {}
@@ -55,6 +74,68 @@ class NullEngine : public Engine {
     return false;
   }
   [[nodiscard]] Value sdk_runtime_not_ready_rejection_detail() override { return {}; }
+  // No thresholds, an empty pool, and both pool metrics pass.
+  [[nodiscard]] Value stats_gate_threshold_set(const Mapping& /*thresholds*/,
+                                               const Value& /*era_config*/) override {
+    return {};
+  }
+  [[nodiscard]] Value stats_gate_metrics(const Value& /*stats*/) override { return {}; }
+  [[nodiscard]] Value evaluate_threshold_gates(const Value& /*metrics*/,
+                                               const Value& /*threshold_set*/) override {
+    return {};
+  }
+  [[nodiscard]] Value threshold_gate_failure_reason(const Value& /*gate_failure*/) override {
+    return {};
+  }
+  [[nodiscard]] Value threshold_gate_failure_metric(const Value& /*gate_failure*/) override {
+    return {};
+  }
+  [[nodiscard]] Value recorded_failure_detail(std::span<const Value> /*positional*/,
+                                              const Mapping& /*keywords*/) override {
+    return {};
+  }
+  [[nodiscard]] Callable find_recorded_failure_detail() override { return constant_; }
+  [[nodiscard]] Callable find_failed_gate_verdict() override { return constant_; }
+  [[nodiscard]] Callable find_gate_verdict() override { return constant_; }
+  [[nodiscard]] Callable find_submission_mi_threshold_and_pool() override { return threshold_; }
+  [[nodiscard]] Callable find_submission_correlation_threshold_and_pool() override {
+    return threshold_;
+  }
+  [[nodiscard]] Value submission_correlation_threshold_and_pool(
+      const Value& /*era_config*/, const Value& /*signal_pool_name*/) override {
+    return passed_metric_;
+  }
+  [[nodiscard]] Value refresh_submission_manifest_membership(
+      const Value& /*era_config*/, const Value& /*signal_pool_name*/,
+      const Value& /*sync_manager*/) override {
+    return true;
+  }
+  [[nodiscard]] Value selected_pool_has_synced_found_signal_ids(
+      const Value& /*era_config*/, const Value& /*signal_pool_name*/) override {
+    return false;
+  }
+  void normalize_required_pool_pnl_matrix(const Value& /*gate_stats*/, const Value& /*era_config*/,
+                                          const Value& /*signal_pool_name*/) override {}
+  [[nodiscard]] Value evaluation_metaparameters_for_pool(const Value& /*signal_pool_name*/,
+                                                         const Value& metaparameters) override {
+    return metaparameters;
+  }
+  [[nodiscard]] Value call_backtester_with_transform_context(
+      std::span<const Value> /*positional*/, const Mapping& /*extra_kwargs*/) override {
+    return {};
+  }
+  [[nodiscard]] Value submission_pnl_mi_from_backtest_or_compute(
+      std::span<const Value> /*positional*/) override {
+    return passed_metric_;
+  }
+  [[nodiscard]] Value submission_correlation_from_backtest_or_compute(
+      std::span<const Value> /*positional*/) override {
+    return passed_metric_;
+  }
+  [[nodiscard]] bool is_pool_data_not_ready_error(const Value& /*error*/) override { return false; }
+  [[nodiscard]] Callable find_submitted_stats_payload_from_backtest() override { return {}; }
+  void annotate_submission_client_manifest(Mapping& /*payload*/,
+                                           const Value& /*sync_manager*/) override {}
   [[nodiscard]] Value infrastructure_failure_threshold() override { return 1000; }
   [[noreturn]] void raise_background_infrastructure_error(const std::string& detail) override {
     throw RuntimeError(detail);
@@ -62,6 +143,28 @@ class NullEngine : public Engine {
 
  private:
   NullLogger logger_;
+  Value passed_metric_ = Tuple{0.5, true};
+  Callable constant_ = constant(Value());
+  Callable threshold_ = constant(Tuple{0.25, "pool"});
+};
+
+// Every timing is one and the same.
+class NullTimings : public BacktestTimings {
+ public:
+  [[nodiscard]] Callable validate_backtest_timing_payload() override { return timing_; }
+  [[nodiscard]] Callable validate_graph_backtest_timing_payload() override { return timing_; }
+  [[nodiscard]] Callable validate_process_backtest_timing_payload() override { return timing_; }
+  [[nodiscard]] Callable consume_recorded_backtest_timing_payload() override { return timing_; }
+  [[nodiscard]] Callable graph_timing_key() override { return key_; }
+
+ private:
+  Callable timing_ = constant(Mapping{{"seconds", 0.25}, {"graph_key", "key"}});
+  Callable key_ = constant("key");
+};
+
+class NoJson : public JsonReader {
+ public:
+  [[nodiscard]] Value read(const Value& /*text*/) override { throw ValueError("no JSON here"); }
 };
 
 // One random state for ever: nothing is drawn from it.
@@ -199,6 +302,8 @@ class NullHost : public Host {
   [[nodiscard]] RandomWeighted& random_weighted() override { return random_weighted_; }
   [[nodiscard]] SearchSettings& search_settings() override { return search_settings_; }
   [[nodiscard]] EvaluationVerdicts& evaluation_verdicts() override { return verdicts_; }
+  [[nodiscard]] BacktestTimings& backtest_timings() override { return timings_; }
+  [[nodiscard]] JsonReader& json_reader() override { return json_; }
   [[nodiscard]] RandomGenerators& random_generators() override { return random_generators_; }
   [[nodiscard]] SecureRandom& secure_random() override { return secure_random_; }
   [[nodiscard]] Pause& pause() override { return pause_; }
@@ -211,33 +316,18 @@ class NullHost : public Host {
   NoRandomGraphs random_weighted_;
   FixedSettings search_settings_;
   NullVerdicts verdicts_;
+  NullTimings timings_;
+  NoJson json_;
   NullRandomGenerators random_generators_;
   FixedSecureRandom secure_random_;
   NoPause pause_;
-};
-
-// A function of the host that returns one value for ever.
-class Constant : public CallableBody {
- public:
-  explicit Constant(Value value) : value_(std::move(value)) {}
-  Value call(std::span<const Value> /*positional*/, const Mapping& /*keywords*/) override {
-    return value_;
-  }
-  [[nodiscard]] std::optional<std::vector<Parameter>> signature() const override {
-    return std::nullopt;
-  }
-
- private:
-  Value value_;
 };
 
 // A context whose evaluator returns `outcome`. It has no stop event unless it is given one.
 class NullContext : public SearchContext {
  public:
   NullContext(const Value& outcome, std::shared_ptr<StopEvent> stop_event)
-      : stop_event_(std::move(stop_event)),
-        evaluator_(std::make_shared<Constant>(outcome)),
-        recorder_(std::make_shared<Constant>("evaluation-id")) {}
+      : stop_event_(std::move(stop_event)), evaluator_(constant(outcome)) {}
 
   [[nodiscard]] std::shared_ptr<StopEvent> stop_event() override { return stop_event_; }
   [[nodiscard]] Callable fatal_callback() override { return {}; }
@@ -246,21 +336,32 @@ class NullContext : public SearchContext {
   [[nodiscard]] std::optional<Value> vocabulary() override { return std::nullopt; }
   [[nodiscard]] std::optional<Value> n_jobs() override { return std::nullopt; }
   [[nodiscard]] std::optional<Value> worker_memory_limit_bytes() override { return std::nullopt; }
-  [[nodiscard]] std::optional<Value> attribute(std::string_view /*name*/) override {
-    return std::nullopt;
+  [[nodiscard]] std::optional<Value> attribute(std::string_view name) override {
+    return attributes_.find(name);
   }
   [[nodiscard]] Callable own_graph_validator() override { return {}; }
   [[nodiscard]] Callable backtester_validate_graph() override { return {}; }
   [[nodiscard]] Callable evaluate_for_template() override { return evaluator_; }
   [[nodiscard]] std::optional<Value> last_evaluation_record() override { return std::nullopt; }
   [[nodiscard]] Callable safe_record() override { return recorder_; }
+  [[nodiscard]] Callable required_safe_record() override { return recorder_; }
+  void activate_existing_attempt(const Value& /*source_attempt_id*/,
+                                 const Value& /*attempt_evidence*/) override {}
+  [[nodiscard]] Callable enqueue_deferred_submission_payload() override { return queue_; }
+  [[nodiscard]] Callable search_context_thresholds() override { return {}; }
   [[nodiscard]] Value current_attempt_evidence() override { return {}; }
   [[nodiscard]] Callable derive_rejection_reason_detail() override { return {}; }
 
  private:
   std::shared_ptr<StopEvent> stop_event_;
   Callable evaluator_;
-  Callable recorder_;
+  Callable recorder_ = constant("evaluation-id");
+  Callable queue_ = constant(true);
+  Mapping attributes_{{"_market_id", 1},
+                      {"_era_number", 2},
+                      {"_era_config", Mapping{{"id", 2}}},
+                      {"_signal_pool_name", "pool"},
+                      {"_backtester", "backtester"}};
 };
 
 // A statistics object with the attributes that the library reads.
