@@ -22,11 +22,11 @@ std::string file_text(const std::filesystem::path& path) {
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-genetic::Value parsed(const std::filesystem::path& path) {
+genetic::Value parsed(std::string_view text, const std::string& name) {
   try {
-    return read_json(file_text(path));
+    return read_json(text);
   } catch (const genetic::ValueError& error) {
-    throw SeedFileError(fmt::format("{}: {}", path.string(), error.text()));
+    throw SeedFileError(fmt::format("{}: {}", name, error.text()));
   }
 }
 
@@ -34,16 +34,21 @@ genetic::Value parsed(const std::filesystem::path& path) {
 
 genetic::List read_seed_graphs(const std::filesystem::path& path, const Vocabulary& vocabulary,
                                const GraphLimits& limits) {
-  const genetic::Value graphs = parsed(path);
+  return parse_seed_graphs(file_text(path), path.string(), vocabulary, limits);
+}
+
+genetic::List parse_seed_graphs(std::string_view text, const std::string& name,
+                                const Vocabulary& vocabulary, const GraphLimits& limits) {
+  const genetic::Value graphs = parsed(text, name);
   if (!graphs.is_list()) {
     throw SeedFileError(
-        fmt::format("{}: holds no list; write the graphs as a JSON list [...]", path.string()));
+        fmt::format("{}: holds no list; write the graphs as a JSON list [...]", name));
   }
   for (std::size_t index = 0; index < graphs.list().size(); ++index) {
     try {
       static_cast<void>(check_graph(graphs.list().at(index), vocabulary, limits));
     } catch (const GraphError& error) {
-      throw SeedFileError(fmt::format("{}: graph {} of {}: {}", path.string(), index + 1,
+      throw SeedFileError(fmt::format("{}: graph {} of {}: {}", name, index + 1,
                                       graphs.list().size(), error.text()));
     }
   }

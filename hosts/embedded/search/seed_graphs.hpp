@@ -3,6 +3,8 @@
 
 #include <filesystem>
 #include <stdexcept>
+#include <string>
+#include <string_view>
 
 #include "hosts/embedded/vocabulary/graph_check.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
@@ -25,5 +27,10 @@ class SeedFileError : public std::runtime_error {
 [[nodiscard]] genetic::List read_seed_graphs(const std::filesystem::path& path,
                                              const Vocabulary& vocabulary,
                                              const GraphLimits& limits);
+
+// The same for a text, with `name` as the name of the file in messages.
+[[nodiscard]] genetic::List parse_seed_graphs(std::string_view text, const std::string& name,
+                                              const Vocabulary& vocabulary,
+                                              const GraphLimits& limits);
 
 }  // namespace varnholt::embedded
