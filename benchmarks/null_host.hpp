@@ -132,7 +132,9 @@ class NullEngine : public Engine {
       std::span<const Value> /*positional*/) override {
     return passed_metric_;
   }
-  [[nodiscard]] bool is_pool_data_not_ready_error(const Value& /*error*/) override { return false; }
+  [[nodiscard]] bool is_pool_data_not_ready(const std::exception& /*error*/) override {
+    return false;
+  }
   [[nodiscard]] Callable find_submitted_stats_payload_from_backtest() override { return {}; }
   void annotate_submission_client_manifest(Mapping& /*payload*/,
                                            const Value& /*sync_manager*/) override {}

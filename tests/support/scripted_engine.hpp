@@ -91,7 +91,7 @@ class ScriptedEngine : public Engine {
       always(Value(Tuple{0.9, true}));
   std::function<Value()> on_submission_correlation_from_backtest_or_compute =
       always(Value(Tuple{0.25, true}));
-  std::function<bool(const Value&)> on_is_pool_data_not_ready_error = always(false);
+  std::function<bool(const std::exception&)> on_is_pool_data_not_ready = always(false);
   std::function<void(Mapping&)> on_annotate_submission_client_manifest = [](Mapping&) {};
 
   std::function<Value(const Value&, std::string_view)> on_function_entries_for_kind =
@@ -236,9 +236,9 @@ class ScriptedEngine : public Engine {
     log_.add("engine.submission_correlation_from_backtest_or_compute", positional, Mapping());
     return on_submission_correlation_from_backtest_or_compute();
   }
-  [[nodiscard]] bool is_pool_data_not_ready_error(const Value& error) override {
-    log_.add("engine.is_pool_data_not_ready_error", {str(error)});
-    return on_is_pool_data_not_ready_error(error);
+  [[nodiscard]] bool is_pool_data_not_ready(const std::exception& error) override {
+    log_.add("engine.is_pool_data_not_ready", {error.what()});
+    return on_is_pool_data_not_ready(error);
   }
   [[nodiscard]] Callable find_submitted_stats_payload_from_backtest() override {
     log_.add("engine.find_submitted_stats_payload_from_backtest");

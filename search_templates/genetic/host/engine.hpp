@@ -1,6 +1,7 @@
 // Helpers that the host shares with its search templates.
 #pragma once
 
+#include <exception>
 #include <span>
 #include <string>
 #include <string_view>
@@ -95,8 +96,8 @@ class Engine {
       std::span<const Value> positional) = 0;
   [[nodiscard]] virtual Value submission_correlation_from_backtest_or_compute(
       std::span<const Value> positional) = 0;
-  // Whether an error object says that the pool's data is not ready yet.
-  [[nodiscard]] virtual bool is_pool_data_not_ready_error(const Value& error) = 0;
+  // Whether an error that is on its way out says that the pool's data is not ready yet.
+  [[nodiscard]] virtual bool is_pool_data_not_ready(const std::exception& error) = 0;
 
   // Makes the statistics of a submission, (stats, era_config), as a pair of a mapping, or anything
   // else for none, and a reason.

@@ -147,10 +147,9 @@ class Refresh {
   std::optional<PoolMetric> unless_not_ready(const Measure& measure) {
     try {
       return measure();
-    } catch (const std::exception& exception) {
-      const Value error = error_object(exception);
-      if (!engine_.is_pool_data_not_ready_error(error)) throw;
-      mark_candidate_pool_metrics_pending(candidate_, payload_, error);
+    } catch (const std::exception& error) {
+      if (!engine_.is_pool_data_not_ready(error)) throw;
+      mark_candidate_pool_metrics_pending(candidate_, payload_, error_object(error));
       return std::nullopt;
     }
   }
