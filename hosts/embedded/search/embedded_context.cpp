@@ -3,9 +3,13 @@
 #include <span>
 #include <utility>
 
+#include "hosts/embedded/gates/failure_detail.hpp"
+#include "hosts/embedded/gates/threshold_set.hpp"
+#include "hosts/embedded/search/backtester_object.hpp"
 #include "hosts/embedded/search/function_callable.hpp"
 #include "hosts/embedded/search/statistics_object.hpp"
 #include "hosts/embedded/vocabulary/graph_check.hpp"
+#include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
@@ -18,9 +22,46 @@ using genetic::Mapping;
 using genetic::Tuple;
 using genetic::Value;
 
+namespace {
+
+namespace names = genetic::context_names;
+
+Mapping context_attributes(const Evaluator& evaluator, const ContextSettings& settings) {
+  const Mapping era_config{{keys::kId, settings.pool.era_number},
+                           {keys::kEraNumber, settings.pool.era_number},
+                           {keys::kMarketId, settings.pool.market_id},
+                           {"first_date", settings.first_date},
+                           {"last_date", settings.last_date}};
+  return {{names::kOwnMarketId, settings.pool.market_id},
+          {names::kOwnEraNumber, settings.pool.era_number},
+          {names::kOwnEraConfig, era_config},
+          {names::kSignalPoolName, settings.pool.signal_pool_name},
+          {names::kThresholds, threshold_set(settings.gates, settings.limits)},
+          {names::kBacktester, genetic::make_object<BacktesterObject>(evaluator)},
+          {names::kMetaparameters,
+           Mapping{{"cost_basis_points", evaluator.options().cost_basis_points}}},
+          {names::kNamedUniverse, "all"}};
+}
+
+}  // namespace
+
 EmbeddedContext::EmbeddedContext(const Evaluator& evaluator, const ContextSettings& settings,
-                                 std::shared_ptr<SearchStop> stop, ResultRecorder& recorder)
-    : evaluator_(evaluator), settings_(settings), stop_(std::move(stop)), recorder_(recorder) {}
+                                 std::shared_ptr<SearchStop> stop, ResultRecorder& recorder,
+                                 SignalSubmission& submission, RecordedTimings& timings)
+    : evaluator_(evaluator),
+      settings_(settings),
+      stop_(std::move(stop)),
+      recorder_(recorder),
+      submission_(submission),
+      timings_(timings),
+      process_(own_identity()),
+      attributes_(context_attributes(evaluator, settings)) {}
+
+void EmbeddedContext::enter_child() {
+  in_child_ = true;
+  process_ = own_identity();
+  timings_.enter_process(process_);
+}
 
 Callable EmbeddedContext::record_search_run_metrics() {
   if (in_child_) return {};
@@ -51,7 +92,7 @@ std::optional<Value> EmbeddedContext::attribute(std::string_view name) {
   if (name == "max_depth") return max_depth();
   if (name == "_n_jobs") return n_jobs();
   if (name == "_worker_memory_limit_bytes") return worker_memory_limit_bytes();
-  return std::nullopt;
+  return attributes_.find(name);
 }
 
 Callable EmbeddedContext::own_graph_validator() {
@@ -69,18 +110,25 @@ Callable EmbeddedContext::evaluate_for_template() {
 
 // The statistics decide whether the signal passes; the reason is the first gate that it fails.
 Value EmbeddedContext::evaluate(const Value& graph) {
+  attempt_evidence_ = Mapping{{keys::kBacktestCompleted, false}};
+  const BacktestStopwatch stopwatch(clock_, process_);
   const BacktestStatistics statistics = evaluator_.evaluate(graph).backtest.statistics;
-  const std::optional<GateFailure> failure = first_failed_gate(statistics, settings_.gates);
+  const Mapping timing = stopwatch.timing(graph);
+  timings_.record(graph, timing);
+  attempt_evidence_ = Mapping{{keys::kBacktestCompleted, true}, {keys::kBacktestTiming, timing}};
+
+  const std::optional<GateFailure> failure =
+      first_failed_gate(statistics, settings_.gates, settings_.limits);
   Mapping tracking;
   Mapping record{{keys::kStats, genetic::make_object<StatisticsObject>(statistics)},
                  {keys::kPassed, !failure.has_value()},
                  {keys::kRejectionReason, failure ? Value(failure->reason) : Value()},
                  {keys::kTrackingMetricKwargs, tracking}};
-  if (failure) tracking.set(keys::kFailureDetail, failure->detail);
+  if (failure) tracking.set(keys::kFailureDetail, failure_detail_text(*failure));
   last_evaluation_record_ = record;
   return Mapping{{keys::kRecord, record},
                  {keys::kSubmissionPayloads, List()},
-                 {keys::kAttemptEvidence, Value()}};
+                 {keys::kAttemptEvidence, attempt_evidence_}};
 }
 
 Callable EmbeddedContext::safe_record() {
@@ -93,13 +141,32 @@ Callable EmbeddedContext::safe_record() {
   });
 }
 
+Callable EmbeddedContext::required_safe_record() {
+  Callable recorder = safe_record();
+  if (!recorder) throw genetic::AttributeError("a child process has no operation '_safe_record'");
+  return recorder;
+}
+
+void EmbeddedContext::activate_existing_attempt(const Value& /*source_attempt_id*/,
+                                                const Value& attempt_evidence) {
+  attempt_evidence_ = attempt_evidence;
+}
+
+Callable EmbeddedContext::enqueue_deferred_submission_payload() {
+  if (in_child_) return {};
+  return make_callable([this](std::span<const Value> positional, const Mapping& /*keywords*/) {
+    return Value(submission_.enqueue(genetic::record_of(positional[0])));
+  });
+}
+
 Callable EmbeddedContext::derive_rejection_reason_detail() {
   return make_callable([this](std::span<const Value> positional, const Mapping& /*keywords*/) {
     const std::optional<BacktestStatistics> statistics = statistics_of(positional[0]);
     const std::optional<GateFailure> failure =
-        statistics ? first_failed_gate(*statistics, settings_.gates) : std::nullopt;
+        statistics ? first_failed_gate(*statistics, settings_.gates, settings_.limits)
+                   : std::nullopt;
     if (!failure) return Value(Tuple{Value(), Value()});
-    return Value(Tuple{failure->reason, failure->detail});
+    return Value(Tuple{failure->reason, failure_detail_text(*failure)});
   });
 }
 

@@ -4,11 +4,15 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "hosts/embedded/backtest/evaluator.hpp"
 #include "hosts/embedded/gates/gates.hpp"
 #include "hosts/embedded/search/search_stop.hpp"
+#include "hosts/embedded/search/signal_submission.hpp"
+#include "hosts/embedded/timing/recorded_timings.hpp"
+#include "hosts/embedded/timing/stopwatch.hpp"
 #include "search_templates/genetic/host/search_context.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -29,17 +33,25 @@ struct ContextSettings {
   int jobs = 1;
   int max_depth = 5;
   GateThresholds gates;
+  HardLimits limits;
   std::optional<std::int64_t> worker_memory_limit_bytes;
+  // The market, the era and the pool that signals are submitted to, and the era's first and last
+  // day.
+  PoolIdentity pool;
+  std::string first_date;
+  std::string last_date;
 };
 
 class EmbeddedContext : public genetic::SearchContext {
  public:
-  // All four must outlive the context.
+  // All but the settings must outlive the context.
   EmbeddedContext(const Evaluator& evaluator, const ContextSettings& settings,
-                  std::shared_ptr<SearchStop> stop, ResultRecorder& recorder);
+                  std::shared_ptr<SearchStop> stop, ResultRecorder& recorder,
+                  SignalSubmission& submission, RecordedTimings& timings);
 
-  // Called in a child before it works: from then on the parent's operations are not there.
-  void enter_child() { in_child_ = true; }
+  // Called in a child before it works: from then on the parent's operations are not there, and
+  // timings are the child's own.
+  void enter_child();
 
   [[nodiscard]] const Evaluator& evaluator() const { return evaluator_; }
   [[nodiscard]] SearchStop& stop() { return *stop_; }
@@ -61,7 +73,15 @@ class EmbeddedContext : public genetic::SearchContext {
     return last_evaluation_record_;
   }
   [[nodiscard]] genetic::Callable safe_record() override;
-  [[nodiscard]] genetic::Value current_attempt_evidence() override { return {}; }
+  [[nodiscard]] genetic::Callable required_safe_record() override;
+  void activate_existing_attempt(const genetic::Value& source_attempt_id,
+                                 const genetic::Value& attempt_evidence) override;
+  [[nodiscard]] genetic::Callable enqueue_deferred_submission_payload() override;
+  // The thresholds are the attribute "thresholds"; there are no others.
+  [[nodiscard]] genetic::Callable search_context_thresholds() override { return {}; }
+  // Whether a backtest was completed, and its timing: of the graph evaluated last in a child, or of
+  // the attempt that the parent has made the current one.
+  [[nodiscard]] genetic::Value current_attempt_evidence() override { return attempt_evidence_; }
   [[nodiscard]] genetic::Callable derive_rejection_reason_detail() override;
 
  private:
@@ -71,6 +91,13 @@ class EmbeddedContext : public genetic::SearchContext {
   ContextSettings settings_;
   std::shared_ptr<SearchStop> stop_;
   ResultRecorder& recorder_;
+  SignalSubmission& submission_;
+  RecordedTimings& timings_;
+  SystemTimingClock clock_;
+  ProcessIdentity process_;
+  // What the search reads by name.
+  genetic::Mapping attributes_;
+  genetic::Value attempt_evidence_;
   genetic::Value last_evaluation_record_;
   bool in_child_ = false;
 };

@@ -18,30 +18,6 @@ using genetic::Value;
 
 namespace {
 
-// Fills each "%s" of the format with the next value's text.
-std::string formatted(std::string_view format, std::initializer_list<Value> values) {
-  std::string text;
-  const auto* value = values.begin();
-  while (!format.empty()) {
-    const std::size_t hole = format.find("%s");
-    text += format.substr(0, hole);
-    if (hole == std::string_view::npos) break;
-    if (value != values.end()) text += genetic::str(*value++);
-    format.remove_prefix(hole + 2);
-  }
-  return text;
-}
-
-std::string error_text(const std::exception_ptr& error) {
-  try {
-    std::rethrow_exception(error);
-  } catch (const std::exception& exception) {
-    return exception.what();
-  } catch (...) {
-    return "an error without text";
-  }
-}
-
 class RandomGraphs : public genetic::ValueIterator {
  public:
   RandomGraphs(std::shared_ptr<genetic::RandomGenerator> rng, const Vocabulary& vocabulary,
@@ -59,70 +35,6 @@ class RandomGraphs : public genetic::ValueIterator {
 };
 
 }  // namespace
-
-void EmbeddedLogger::error(std::string_view format, std::initializer_list<Value> values) {
-  sink_(LogLevel::Error, formatted(format, values));
-}
-
-void EmbeddedLogger::warning(std::string_view format, std::initializer_list<Value> values) {
-  sink_(LogLevel::Warning, formatted(format, values));
-}
-
-void EmbeddedLogger::warning_with_error(std::string_view text, const std::exception_ptr& error) {
-  sink_(LogLevel::Warning, std::string(text) + ": " + error_text(error));
-}
-
-Value EmbeddedEngine::graph_depth_for_attempt_marker(const Value& graph) {
-  return measure_graph(graph).depth;
-}
-
-Value EmbeddedEngine::function_entries_for_kind(const Value& vocabulary, std::string_view kind) {
-  return genetic::item(genetic::item(vocabulary, "functions"), kind);
-}
-
-Value EmbeddedEngine::random_weighted_window_limit(genetic::SearchContext& /*context*/,
-                                                   const Value& /*max_depth*/) {
-  return graphs_.max_window;
-}
-
-Value EmbeddedEngine::random_weighted_node_limit(genetic::SearchContext& /*context*/) {
-  return static_cast<std::int64_t>(graphs_.max_nodes);
-}
-
-Value EmbeddedEngine::random_weighted_runtime_registry(genetic::SearchContext& /*context*/) {
-  return {};
-}
-
-Value EmbeddedEngine::signal_generation_safe_rotations(const Value& functions,
-                                                       const Value& /*window_limit*/,
-                                                       const Value& node_limit,
-                                                       const Value& /*registry*/,
-                                                       const Mapping& /*keywords*/) {
-  genetic::List safe;
-  const auto walk = genetic::iterate(functions);
-  while (const std::optional<Value> function = walk->next()) {
-    // The rotation's own node and one for each of its children.
-    const Value nodes = genetic::item(*function, "child_count").integer() + 1;
-    if (!genetic::less(node_limit, nodes)) safe.append(*function);
-  }
-  return safe;
-}
-
-bool EmbeddedEngine::is_sdk_runtime_not_ready_error(const Value& /*error*/) {
-  return false;
-}
-
-Value EmbeddedEngine::sdk_runtime_not_ready_rejection_detail() {
-  return "The evaluator was not ready.";
-}
-
-Value EmbeddedEngine::infrastructure_failure_threshold() {
-  return kInfrastructureFailureThreshold;
-}
-
-void EmbeddedEngine::raise_background_infrastructure_error(const std::string& detail) {
-  throw BackgroundInfrastructureError(detail);
-}
 
 Value EmbeddedEliteness::score_candidate(const Value& candidate, const Mapping& keywords) {
   EmbeddedSettings defaults;
@@ -162,10 +74,11 @@ void EmbeddedPause::sleep(double seconds) {
 
 EmbeddedHost::EmbeddedHost(SystemCalls& system, const Vocabulary& vocabulary,
                            const HostSettings& settings)
-    : engine_(settings.log, settings.graphs),
+    : engine_(settings.log, settings.graphs, settings.gates, settings.limits),
       operators_({settings.graphs.max_depth, settings.graphs.max_nodes}),
       observed_operators_(operators_, lineage_),
       random_graphs_(vocabulary, settings.graphs),
+      observed_random_graphs_(random_graphs_, lineage_),
       secure_random_(settings.seed),
       pool_(system, verdicts_, settings.timeout_seconds, settings.on_tick) {}
 

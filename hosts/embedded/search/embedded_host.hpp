@@ -5,13 +5,16 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <string>
 #include <string_view>
 
+#include "hosts/embedded/config/host_config.hpp"
 #include "hosts/embedded/operators/genetic_operators.hpp"
 #include "hosts/embedded/pool/system_calls.hpp"
 #include "hosts/embedded/random/twister_generators.hpp"
+#include "hosts/embedded/search/embedded_engine.hpp"
 #include "hosts/embedded/search/embedded_pool.hpp"
+#include "hosts/embedded/search/embedded_timings.hpp"
+#include "hosts/embedded/search/json_value.hpp"
 #include "hosts/embedded/search/lineage.hpp"
 #include "hosts/embedded/search/search_events.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
@@ -19,62 +22,6 @@
 #include "search_templates/genetic/host/host.hpp"
 
 namespace varnholt::embedded {
-
-// Ends a run whose runtime keeps failing.
-class BackgroundInfrastructureError : public genetic::RuntimeError {
- public:
-  using RuntimeError::RuntimeError;
-};
-
-class EmbeddedLogger : public genetic::Logger {
- public:
-  using Sink = std::function<void(LogLevel, std::string_view)>;
-
-  explicit EmbeddedLogger(Sink sink) : sink_(std::move(sink)) {}
-
-  void error(std::string_view format, std::initializer_list<genetic::Value> values) override;
-  void warning(std::string_view format, std::initializer_list<genetic::Value> values) override;
-  void warning_with_error(std::string_view text, const std::exception_ptr& error) override;
-
- private:
-  Sink sink_;
-};
-
-class EmbeddedEngine : public genetic::Engine {
- public:
-  // A runtime that is not ready this often in a row is taken to be broken.
-  static constexpr std::int64_t kInfrastructureFailureThreshold = 25;
-
-  EmbeddedEngine(EmbeddedLogger::Sink sink, const RandomGraphOptions& graphs)
-      : logger_(std::move(sink)), graphs_(graphs) {}
-
-  [[nodiscard]] genetic::Logger& logger() override { return logger_; }
-  // Nodes on the longest way down. genetic::ValueError for what is no graph of nodes.
-  [[nodiscard]] genetic::Value graph_depth_for_attempt_marker(const genetic::Value& graph) override;
-  // The vocabulary's functions are its rotations; there is no other kind of function.
-  [[nodiscard]] genetic::Value function_entries_for_kind(const genetic::Value& vocabulary,
-                                                         std::string_view kind) override;
-  [[nodiscard]] genetic::Value random_weighted_window_limit(
-      genetic::SearchContext& context, const genetic::Value& max_depth) override;
-  [[nodiscard]] genetic::Value random_weighted_node_limit(genetic::SearchContext& context) override;
-  // Absent: all functions are there at run time.
-  [[nodiscard]] genetic::Value random_weighted_runtime_registry(
-      genetic::SearchContext& context) override;
-  // Every rotation that fits into the node limit is safe: none of the vocabulary's can fail.
-  [[nodiscard]] genetic::Value signal_generation_safe_rotations(
-      const genetic::Value& functions, const genetic::Value& window_limit,
-      const genetic::Value& node_limit, const genetic::Value& registry,
-      const genetic::Mapping& keywords) override;
-  // The embedded evaluator is always ready.
-  [[nodiscard]] bool is_sdk_runtime_not_ready_error(const genetic::Value& error) override;
-  [[nodiscard]] genetic::Value sdk_runtime_not_ready_rejection_detail() override;
-  [[nodiscard]] genetic::Value infrastructure_failure_threshold() override;
-  [[noreturn]] void raise_background_infrastructure_error(const std::string& detail) override;
-
- private:
-  EmbeddedLogger logger_;
-  RandomGraphOptions graphs_;
-};
 
 // score = quality_score - diversity_weight * |pool_correlation| - parsimony_weight * nodes
 //
@@ -101,6 +48,13 @@ class EmbeddedVerdicts : public genetic::EvaluationVerdicts {
   [[nodiscard]] genetic::Value not_evaluated_verdict() override;
 };
 
+class EmbeddedJsonReader : public genetic::JsonReader {
+ public:
+  [[nodiscard]] genetic::Value read(const genetic::Value& text) override {
+    return read_json(text.text());
+  }
+};
+
 // An endless walk over random graphs of one vocabulary.
 class EmbeddedRandomGraphs : public genetic::RandomWeighted {
  public:
@@ -123,6 +77,8 @@ class EmbeddedPause : public genetic::Pause {
 
 struct HostSettings {
   RandomGraphOptions graphs;
+  GateThresholds gates;
+  HardLimits limits;
   double timeout_seconds = 60.0;
   std::optional<std::uint64_t> seed;
   EmbeddedLogger::Sink log;
@@ -136,14 +92,20 @@ class EmbeddedHost : public genetic::Host {
 
   [[nodiscard]] EmbeddedPool& pool() { return pool_; }
   [[nodiscard]] Lineage& lineage() { return lineage_; }
+  [[nodiscard]] EmbeddedEngine& embedded_engine() { return engine_; }
+  [[nodiscard]] EmbeddedTimings& timings() { return timings_; }
 
   [[nodiscard]] genetic::Engine& engine() override { return engine_; }
   [[nodiscard]] genetic::ProcessEvaluation& process_evaluation() override { return pool_; }
   [[nodiscard]] genetic::Eliteness& eliteness() override { return eliteness_; }
   [[nodiscard]] genetic::GeneticOps& genetic_ops() override { return observed_operators_; }
-  [[nodiscard]] genetic::RandomWeighted& random_weighted() override { return random_graphs_; }
+  [[nodiscard]] genetic::RandomWeighted& random_weighted() override {
+    return observed_random_graphs_;
+  }
   [[nodiscard]] genetic::SearchSettings& search_settings() override { return search_settings_; }
   [[nodiscard]] genetic::EvaluationVerdicts& evaluation_verdicts() override { return verdicts_; }
+  [[nodiscard]] genetic::BacktestTimings& backtest_timings() override { return timings_; }
+  [[nodiscard]] genetic::JsonReader& json_reader() override { return json_reader_; }
   [[nodiscard]] genetic::RandomGenerators& random_generators() override { return generators_; }
   [[nodiscard]] genetic::SecureRandom& secure_random() override { return secure_random_; }
   [[nodiscard]] genetic::Pause& pause() override { return pause_; }
@@ -153,10 +115,13 @@ class EmbeddedHost : public genetic::Host {
   EmbeddedEliteness eliteness_;
   EmbeddedSettings search_settings_;
   EmbeddedVerdicts verdicts_;
+  EmbeddedTimings timings_;
+  EmbeddedJsonReader json_reader_;
   Lineage lineage_;
   GeneticOperators operators_;
   ObservedOperators observed_operators_;
   EmbeddedRandomGraphs random_graphs_;
+  ObservedRandomGraphs observed_random_graphs_;
   TwisterGenerators generators_;
   SystemRandom secure_random_;
   EmbeddedPause pause_;

@@ -1,18 +1,25 @@
 #include "hosts/embedded/search/run_recorder.hpp"
 
 #include <algorithm>
-#include <chrono>
+#include <cmath>
 #include <optional>
 #include <utility>
 
-#include "hosts/embedded/search/digest.hpp"
+#include <fmt/format.h>
+
+#include "hosts/embedded/digest/digest.hpp"
+#include "hosts/embedded/gates/failure_detail.hpp"
+#include "hosts/embedded/search/json_value.hpp"
 #include "hosts/embedded/search/statistics_object.hpp"
+#include "hosts/embedded/search/wall_clock.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "hosts/embedded/vocabulary/graph_node.hpp"
 #include "search_templates/genetic/graph/canonical_text.hpp"
+#include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
+#include "search_templates/genetic/value/tolerant.hpp"
 
 namespace varnholt::embedded {
 
@@ -21,10 +28,6 @@ using genetic::Mapping;
 using genetic::Value;
 
 namespace {
-
-double wall_clock_seconds() {
-  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
 
 // A graph from a seeds file may be none of the vocabulary's; it is stored all the same.
 std::string readable(const Value& graph) {
@@ -39,8 +42,33 @@ std::string text_or_empty(const Value& value) {
   return value.is_absent() ? std::string() : genetic::str(value);
 }
 
+// The evidence behind a failure's detail, a mapping or its JSON text; anything else as it is.
+Value detail_evidence(const Value& detail) {
+  if (!detail.is_text()) return detail;
+  try {
+    return read_json(detail.text());
+  } catch (const genetic::ValueError&) {
+    return detail;  // The text of an exception, for people.
+  }
+}
+
+double number_in(const Mapping& entries, genetic::Key key) {
+  return genetic::tolerant_float(entries.get(key)).value_or(std::nan(""));
+}
+
 std::optional<std::string> text_or_nothing(const std::string& text) {
   return text.empty() ? std::nullopt : std::optional(text);
+}
+
+// A detail for people: that of a gate reads "sharpe 0.12 is below 0.3".
+std::string readable_detail(const Value& detail) {
+  const Value evidence = detail_evidence(detail);
+  if (!evidence.is_mapping()) return text_or_empty(detail);
+  const Mapping entries = evidence.mapping();
+  const bool is_below = genetic::str(entries.get(keys::kOperator)) == "<";
+  return fmt::format("{} {:.4g} is {} {:.4g}", genetic::str(entries.get("metric")),
+                     number_in(entries, keys::kValue), is_below ? "below" : "above",
+                     number_in(entries, keys::kThreshold));
 }
 
 CandidateRecorded candidate_of(const Value& graph, bool passed, const Mapping& keywords) {
@@ -48,7 +76,7 @@ CandidateRecorded candidate_of(const Value& graph, bool passed, const Mapping& k
   candidate.passed = passed;
   candidate.failure_reason = text_or_empty(keywords.get(keys::kRejectionReason));
   const auto tracking = genetic::as_mapping(keywords.get(keys::kTrackingMetricKwargs));
-  if (tracking) candidate.failure_detail = text_or_empty(tracking->get(keys::kFailureDetail));
+  if (tracking) candidate.failure_detail = readable_detail(tracking->get(keys::kFailureDetail));
   candidate.expression = readable(graph);
   candidate.statistics = statistics_of(keywords.get(keys::kStats));
   const Value elapsed = keywords.get(keys::kExpressionElapsedSeconds);
@@ -56,9 +84,27 @@ CandidateRecorded candidate_of(const Value& graph, bool passed, const Mapping& k
   return candidate;
 }
 
+// Every failure by its reason with its evidence: the reason that the candidate was rejected for,
+// then the gates that its statistics fail besides.
+Mapping all_failures(const CandidateRecorded& candidate, const Mapping& keywords,
+                     const RunRecorder::Settings& settings) {
+  Mapping failures;
+  if (!candidate.failure_reason.empty()) {
+    const auto tracking = genetic::as_mapping(keywords.get(keys::kTrackingMetricKwargs));
+    const Value detail = tracking ? tracking->get(keys::kFailureDetail) : Value();
+    failures.set(candidate.failure_reason, detail_evidence(detail));
+  }
+  if (!candidate.statistics) return failures;
+  for (const GateFailure& failure :
+       failed_gates(*candidate.statistics, settings.gates, settings.limits)) {
+    failures.set_default(failure.reason, failure_detail(failure));
+  }
+  return failures;
+}
+
 EvaluationRecord stored_form(const CandidateRecorded& candidate, const Value& graph) {
   EvaluationRecord record;
-  record.candidate_number = candidate.evaluation_id;
+  record.candidate_number = candidate.candidate_number;
   record.generation = candidate.generation;
   record.graph_json = genetic::canonical_graph_string(graph);
   record.graph_key = sha256_hex(record.graph_json);
@@ -83,15 +129,17 @@ double quality(const CandidateRecorded& candidate) {
 }  // namespace
 
 RunRecorder::RunRecorder(RunStore& store, SearchObserver& observer, Lineage& lineage,
-                         int best_count)
+                         const Settings& settings)
     : store_(store),
       observer_(observer),
       lineage_(lineage),
-      best_count_(static_cast<std::size_t>(best_count)),
+      settings_(settings),
       elapsed_seconds_([] { return 0.0; }) {}
 
 std::int64_t RunRecorder::begin(const RunStart& start) {
   run_id_ = store_.begin_run(start);
+  market_id_ = start.market_id;
+  era_number_ = start.era_number;
   return run_id_;
 }
 
@@ -101,13 +149,19 @@ void RunRecorder::set_clock(std::function<double()> elapsed_seconds) {
 
 Value RunRecorder::record(const Value& graph, bool passed, const Mapping& keywords) {
   CandidateRecorded candidate = candidate_of(graph, passed, keywords);
-  candidate.evaluation_id = progress_.candidates + 1;
+  candidate.candidate_number = progress_.candidates + 1;
+  candidate.eval_id = eval_id_of(run_id_, candidate.candidate_number);
   candidate.generation = progress_.generation;
   candidate.bred = lineage_.is_bred(graph);
-  store_.record_evaluations(run_id_, {stored_form(candidate, graph)});
+  EvaluationRecord record = stored_form(candidate, graph);
+  record.lineage_json = lineage_json(lineage_.origin_of(graph));
+  record.failures_json = genetic::json_text(all_failures(candidate, keywords, settings_));
+  record.market_id = market_id_;
+  record.era_number = era_number_;
+  store_.record_evaluations(run_id_, {record});
   count(candidate);
   observer_.on_recorded(candidate);
-  return candidate.evaluation_id;
+  return candidate.eval_id;
 }
 
 void RunRecorder::count(const CandidateRecorded& candidate) {
@@ -124,13 +178,32 @@ void RunRecorder::count(const CandidateRecorded& candidate) {
                          return quality(left) > quality(right);
                        });
   best_.insert(place, candidate);
-  if (best_.size() > std::max<std::size_t>(best_count_, 1)) best_.pop_back();
+  if (std::cmp_greater(best_.size(), std::max(settings_.best_count, 1))) best_.pop_back();
 }
 
 void RunRecorder::record_metrics(const Mapping& metrics) {
   metrics_ = metrics;
   store_.record_metrics(run_id_, genetic::json_text(metrics));
   observer_.on_metrics(metrics);
+}
+
+void RunRecorder::settled(const SyncReport& report) {
+  for (const SettledSubmission& submission : report.settled) {
+    SettledSignal signal;
+    signal.eval_id = submission.eval_id;
+    signal.submitted = !submission.refusal.has_value();
+    if (submission.refusal) {
+      signal.refusal_reason = submission.refusal->reason;
+      signal.refusal_detail = submission.refusal->detail;
+      ++submissions_.refused[signal.refusal_reason];
+    } else {
+      ++submissions_.submitted;
+    }
+    signal.novelty = submission.measure.score;
+    signal.correlation = submission.measure.correlation;
+    observer_.on_settled(signal);
+  }
+  submissions_.waiting = static_cast<std::int64_t>(report.waiting.size());
 }
 
 void RunRecorder::generation_done() {

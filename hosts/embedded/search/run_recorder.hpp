@@ -6,18 +6,28 @@
 #include <string>
 #include <vector>
 
+#include "hosts/embedded/gates/gates.hpp"
 #include "hosts/embedded/search/embedded_context.hpp"
 #include "hosts/embedded/search/lineage.hpp"
 #include "hosts/embedded/search/search_events.hpp"
 #include "hosts/embedded/store/run_store.hpp"
+#include "hosts/embedded/submission/submission_queue.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::embedded {
 
 class RunRecorder : public ResultRecorder {
  public:
-  // All three must outlive the recorder. At most `best_count` signals are kept as the best.
-  RunRecorder(RunStore& store, SearchObserver& observer, Lineage& lineage, int best_count);
+  struct Settings {
+    int best_count = 10;  // At most so many signals are kept as the best.
+    // By which all failures of a candidate are told, not only the first.
+    GateThresholds gates;
+    HardLimits limits;
+  };
+
+  // The first three must outlive the recorder.
+  RunRecorder(RunStore& store, SearchObserver& observer, Lineage& lineage,
+              const Settings& settings);
 
   // Opens the run in the store. Nothing is recorded before.
   std::int64_t begin(const RunStart& start);
@@ -28,6 +38,8 @@ class RunRecorder : public ResultRecorder {
   genetic::Value record(const genetic::Value& graph, bool passed,
                         const genetic::Mapping& keywords) override;
   void record_metrics(const genetic::Mapping& metrics) override;
+  // What a sync of the submission queue did: the observer is told of each signal.
+  void settled(const SyncReport& report);
   void generation_done();
   // Shows the progress of the batch under way.
   void tick(std::int64_t evaluated_in_batch);
@@ -35,6 +47,7 @@ class RunRecorder : public ResultRecorder {
   void end(const std::string& terminal_reason);
 
   [[nodiscard]] SearchProgress progress() const;
+  [[nodiscard]] const SubmissionCounts& submissions() const { return submissions_; }
   [[nodiscard]] const genetic::Value& metrics() const { return metrics_; }
   // Passing signals, the best quality first; of equal ones the earlier.
   [[nodiscard]] const std::vector<CandidateRecorded>& best() const { return best_; }
@@ -45,14 +58,17 @@ class RunRecorder : public ResultRecorder {
   RunStore& store_;
   SearchObserver& observer_;
   Lineage& lineage_;
-  std::size_t best_count_;
+  Settings settings_;
   std::int64_t run_id_ = 0;
+  std::optional<std::int64_t> market_id_;
+  std::optional<std::int64_t> era_number_;
   std::function<double()> elapsed_seconds_;
   SearchProgress progress_;
   std::int64_t bred_ = 0;  // Of the generation under way.
   std::int64_t fresh_ = 0;
   genetic::Value metrics_;
   std::vector<CandidateRecorded> best_;
+  SubmissionCounts submissions_;
 };
 
 }  // namespace varnholt::embedded

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "hosts/embedded/backtest/out_of_sample.hpp"
 #include "hosts/embedded/backtest/statistics.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -25,13 +26,23 @@ struct SearchStarted {
   int jobs = 0;
   std::int64_t batch_size = 0;
   std::int64_t seed = 0;
+  // The pool that signals are submitted to, and the days: those that the search sees, up to the end
+  // of its era, and those of the hold-out, which it never sees.
+  std::string signal_pool_name;
+  std::int64_t market_id = 0;
+  std::int64_t era_number = 0;
+  std::int64_t seen_days = 0;
+  std::string last_seen_date;
+  std::int64_t holdout_days = 0;
+  std::string first_holdout_date;
 };
 
 // One recorded candidate.
 struct CandidateRecorded {
-  std::int64_t evaluation_id = 0;  // In the store.
-  std::int64_t generation = 0;     // From 0.
-  bool bred = false;               // Made from parents; otherwise a fresh graph or a seed.
+  std::string eval_id;                // In the store, "3-17".
+  std::int64_t candidate_number = 0;  // Within the run, from 1.
+  std::int64_t generation = 0;        // From 0.
+  bool bred = false;                  // Made from parents; otherwise a fresh graph or a seed.
   bool passed = false;
   std::string failure_reason;  // Empty when it passed.
   std::string failure_detail;
@@ -52,6 +63,32 @@ struct SearchProgress {
   double elapsed_seconds = 0.0;                  // Since the search began.
 };
 
+// What became of a submission when it was settled.
+struct SettledSignal {
+  std::string eval_id;
+  bool submitted = false;      // A member of the pool now; otherwise refused.
+  std::string refusal_reason;  // Empty when it was submitted.
+  std::string refusal_detail;
+  double novelty = 1.0;      // Against the pool as it was at that moment.
+  double correlation = 0.0;  // Likewise.
+};
+
+// A signal that joined the pool, on the days that the search saw and on those that it never saw.
+struct SubmittedSignal {
+  std::string eval_id;
+  std::string expression;
+  SampleStatistics statistics;
+  double novelty = 1.0;      // Against the pool as it was when the signal joined it.
+  double correlation = 0.0;  // Likewise.
+};
+
+// What became of all that the run's syncs dealt with, left-overs of earlier runs among it.
+struct SubmissionCounts {
+  std::int64_t submitted = 0;
+  std::map<std::string, std::int64_t> refused;  // By reason.
+  std::int64_t waiting = 0;                     // Still in the queue at the end.
+};
+
 enum class LogLevel { Warning, Error };
 
 // Why the run ended, beside the terminal reason of its metrics record.
@@ -65,6 +102,10 @@ struct SearchSummary {
   SearchProgress progress;
   genetic::Value metrics;               // The metrics record, or absent when the run wrote none.
   std::vector<CandidateRecorded> best;  // Passing signals, best quality first.
+  // The run's signals that joined the pool, in that order, and the equal-weight market.
+  std::vector<SubmittedSignal> submitted;
+  SampleStatistics market;
+  SubmissionCounts submissions;
 };
 
 // Told of everything as it happens, in the parent, on the thread of the search. An exception that
@@ -78,6 +119,7 @@ class SearchObserver {
   // way.
   virtual void on_tick(const SearchProgress& progress, std::int64_t evaluated_in_batch) = 0;
   virtual void on_recorded(const CandidateRecorded& candidate) = 0;
+  virtual void on_settled(const SettledSignal& signal) = 0;
   virtual void on_generation(const SearchProgress& progress) = 0;
   virtual void on_log(LogLevel level, std::string_view text) = 0;
   // The run's metrics record.

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <optional>
 
-#include "hosts/embedded/gates/gates.hpp"
+#include "hosts/embedded/config/host_config.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -45,7 +45,8 @@ struct SearchOptions {
   RandomGraphOptions graphs;
   // Costs in basis points of what is traded.
   double cost_basis_points = 5.0;
-  GateThresholds gates;
+  // Gates, limits, the pool, the eras and the market.
+  HostConfig config;
 
   // The limit of one evaluation, and of its process's memory (absent is the host's default).
   double timeout_seconds = 60.0;

@@ -1,35 +1,39 @@
 #include "hosts/embedded/search/search_run.hpp"
 
-#include <chrono>
 #include <cmath>
 #include <limits>
 #include <memory>
 #include <stdexcept>
 #include <string>
 
+#include <fmt/format.h>
 #include <sched.h>
 
 #include "hosts/embedded/backtest/evaluator.hpp"
+#include "hosts/embedded/digest/digest.hpp"
+#include "hosts/embedded/gates/threshold_set.hpp"
+#include "hosts/embedded/market/eras.hpp"
 #include "hosts/embedded/market/price_file.hpp"
 #include "hosts/embedded/pool/system_calls.hpp"
-#include "hosts/embedded/search/digest.hpp"
 #include "hosts/embedded/search/embedded_context.hpp"
 #include "hosts/embedded/search/embedded_host.hpp"
 #include "hosts/embedded/search/run_recorder.hpp"
 #include "hosts/embedded/search/search_stop.hpp"
 #include "hosts/embedded/search/seed_graphs.hpp"
+#include "hosts/embedded/search/signal_report.hpp"
+#include "hosts/embedded/search/signal_submission.hpp"
+#include "hosts/embedded/search/wall_clock.hpp"
 #include "hosts/embedded/store/run_store.hpp"
 #include "search_templates/genetic/driver/genetic.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
 
 namespace varnholt::embedded {
 
+using genetic::List;
 using genetic::Mapping;
 using genetic::Value;
 
 namespace {
-
-constexpr const char* kHostVersion = "0.1.0";
 
 // The terminal reasons of runs that did not come to a metrics record of their own.
 constexpr const char* kFailed = "failed";
@@ -69,7 +73,7 @@ Value optional_value(const auto& value) {
 // What makes a run repeatable, beside its prices.
 std::string settings_json(const SearchOptions& options, const genetic::SearchConfig& config,
                           int jobs) {
-  const GateThresholds& gates = options.gates;
+  const HostConfig& host = options.config;
   return genetic::json_text(
       Mapping{{"batch_size", config.batch_size()},
               {"jobs", jobs},
@@ -83,17 +87,17 @@ std::string settings_json(const SearchOptions& options, const genetic::SearchCon
               {"cost_basis_points", options.cost_basis_points},
               {"timeout_seconds", options.timeout_seconds},
               {"worker_memory_limit_bytes", optional_value(options.worker_memory_limit_bytes)},
-              {"gates", Mapping{{"min_abs_weight_sum_mean", gates.min_abs_weight_sum_mean},
-                                {"max_turnover", gates.max_turnover},
-                                {"max_max_weight", gates.max_max_weight},
-                                {"max_delta_exposure", gates.max_delta_exposure},
-                                {"min_gross_returns_sharpe", gates.min_gross_returns_sharpe},
-                                {"min_sharpe", gates.min_sharpe}}}});
+              {"gates", threshold_set(host.gates, host.limits)},
+              {"pool", Mapping{{"name", host.pool.name},
+                               {"correlation_max", host.pool.correlation_max},
+                               {"pnl_mi_min", host.pool.pnl_mi_min},
+                               {"minimum_days", host.pool.minimum_days}}},
+              {"eras", Mapping{{"train", host.eras.train}, {"holdout", host.eras.holdout}}}});
 }
 
 genetic::GeneticTemplate configured_template(const genetic::Module& module,
                                              const SearchOptions& options,
-                                             const Vocabulary& vocabulary) {
+                                             const Vocabulary& vocabulary, Lineage& lineage) {
   genetic::TemplateArguments arguments = module.default_arguments();
   const auto set = [](Value& argument, const std::optional<Value>& option) {
     if (option) argument = *option;
@@ -105,40 +109,131 @@ genetic::GeneticTemplate configured_template(const genetic::Module& module,
   set(arguments.parsimony_weight, options.parsimony_weight);
   set(arguments.operator_rates, options.operator_rates);
   if (options.seeds) {
-    arguments.initial_candidates = read_seed_graphs(
-        *options.seeds, vocabulary, {options.graphs.max_depth, options.graphs.max_nodes});
+    const List seeds = read_seed_graphs(*options.seeds, vocabulary,
+                                        {options.graphs.max_depth, options.graphs.max_nodes});
+    for (std::size_t i = 0; i < seeds.size(); ++i)
+      lineage.note_seed(seeds.at(i));
+    arguments.initial_candidates = seeds;
   }
   arguments.process_timeout_seconds = options.timeout_seconds;
   return module.with_config(arguments);
 }
 
-SearchStarted started_event(const SearchOptions& options, const MarketData& data,
+std::size_t era_index(const EraPlan& plan) {
+  return static_cast<std::size_t>(plan.era - 1);
+}
+
+// The prices of a run: the whole history, how it is split, and what the search may see of it.
+struct RunData {
+  explicit RunData(const SearchOptions& options)
+      : whole(read_price_file(options.prices)),
+        plan(split_eras(whole.dates, options.config.eras)),
+        digest(file_sha256_hex(options.prices)) {}
+
+  MarketData whole;
+  EraPlan plan;
+  std::string digest;
+};
+
+Mapping day_span(const DaySpan& span) {
+  return {{"first_date", date_text(span.first_date)},
+          {"last_date", date_text(span.last_date)},
+          {"first_day", static_cast<std::int64_t>(span.first_day)},
+          {"end_day", static_cast<std::int64_t>(span.end_day)}};
+}
+
+std::string eras_json(const EraPlan& plan) {
+  List train;
+  for (const DaySpan& era : plan.train)
+    train.append(day_span(era));
+  return genetic::json_text(Mapping{{"train", train},
+                                    {"holdout", day_span(plan.holdout)},
+                                    {"era", plan.era},
+                                    {"seen_days", static_cast<std::int64_t>(plan.seen_days())}});
+}
+
+// Signals are comparable day by day when they were evaluated on the same days of the same prices at
+// the same costs.
+PoolIdentity pool_identity(const SearchOptions& options, const RunData& data) {
+  const std::string comparable =
+      fmt::format("{} {} {}", data.digest, data.plan.seen_days(), options.cost_basis_points);
+  return {options.config.pool.name, options.config.market_id, data.plan.era,
+          sha256_hex(comparable)};
+}
+
+SearchStarted started_event(const SearchOptions& options, const RunData& data,
                             const genetic::SearchConfig& config, const RunStore& store,
                             std::int64_t run_id, int jobs) {
   SearchStarted started;
   started.run_id = run_id;
   started.prices = options.prices;
   started.database = store.path();
-  started.instruments = data.instrument_count();
-  started.days = data.day_count();
-  started.first_date = date_text(data.dates.front());
-  started.last_date = date_text(data.dates.back());
+  started.instruments = data.whole.instrument_count();
+  started.days = data.whole.day_count();
+  started.first_date = date_text(data.whole.dates.front());
+  started.last_date = date_text(data.whole.dates.back());
   started.jobs = jobs;
   started.batch_size = genetic::saturated_integer(config.batch_size());
   started.seed = genetic::saturated_integer(config.seed());
+  started.signal_pool_name = options.config.pool.name;
+  started.market_id = options.config.market_id;
+  started.era_number = data.plan.era;
+  started.seen_days = data.plan.seen_days();
+  started.last_seen_date = date_text(data.plan.train[era_index(data.plan)].last_date);
+  started.holdout_days = data.plan.holdout.day_count();
+  started.first_holdout_date = date_text(data.plan.holdout.first_date);
   return started;
 }
 
-RunStart run_start(const SearchOptions& options, const genetic::SearchConfig& config, int jobs) {
+RunStart run_start(const SearchOptions& options, const RunData& data,
+                   const genetic::SearchConfig& config, int jobs) {
   RunStart start;
-  start.started_at =
-      std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+  start.started_at = wall_clock_seconds();
   start.seed = genetic::saturated_integer(config.seed());
   start.settings_json = settings_json(options, config, jobs);
   start.price_file = options.prices.filename().string();
-  start.price_digest = file_sha256_hex(options.prices);
-  start.host_version = kHostVersion;
+  start.price_digest = data.digest;
+  start.host_version = VARNHOLT_VERSION;
+  start.price_path = std::filesystem::absolute(options.prices).string();
+  start.market_id = options.config.market_id;
+  start.era_number = data.plan.era;
+  start.eras_json = eras_json(data.plan);
+  start.cost_basis_points = options.cost_basis_points;
   return start;
+}
+
+Mapping client_manifest(const RunData& data, std::int64_t run_id) {
+  return {{"client", "genetic-search"},
+          {"version", VARNHOLT_VERSION},
+          {"price_digest", data.digest},
+          {"run", run_id}};
+}
+
+HostSettings host_settings(const SearchOptions& options, SearchObserver& observer) {
+  HostSettings settings;
+  settings.graphs = options.graphs;
+  settings.gates = options.config.gates;
+  settings.limits = options.config.limits;
+  settings.timeout_seconds = options.timeout_seconds;
+  settings.seed = options.seed;
+  settings.log = [&observer](LogLevel level, std::string_view text) {
+    observer.on_log(level, text);
+  };
+  return settings;
+}
+
+ContextSettings context_settings(const SearchOptions& options, const RunData& data,
+                                 const PoolIdentity& pool, int jobs) {
+  ContextSettings settings;
+  settings.jobs = jobs;
+  settings.max_depth = options.graphs.max_depth;
+  settings.gates = options.config.gates;
+  settings.limits = options.config.limits;
+  settings.worker_memory_limit_bytes = options.worker_memory_limit_bytes;
+  settings.pool = pool;
+  settings.first_date = date_text(data.whole.dates.front());
+  settings.last_date = date_text(data.plan.train[era_index(data.plan)].last_date);
+  return settings;
 }
 
 // Runs the search and closes the run in the store, whatever ends it.
@@ -165,49 +260,54 @@ SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
   const int jobs = options.jobs.value_or(available_processors());
   EvaluatorOptions evaluator_options;
   evaluator_options.cost_basis_points = options.cost_basis_points;
-  const Evaluator evaluator(read_price_file(options.prices), evaluator_options);
+  const RunData data(options);
+  const Evaluator evaluator(data.whole.first_days(data.plan.seen_days()), evaluator_options);
 
   // The recorder needs the store, and the store must not be made before the settings are known to
   // be good: so the host reaches the recorder through this pointer.
   RunRecorder* recorder = nullptr;
-  HostSettings settings;
-  settings.graphs = options.graphs;
-  settings.timeout_seconds = options.timeout_seconds;
-  settings.seed = options.seed;
-  settings.log = [&observer](LogLevel level, std::string_view text) {
-    observer.on_log(level, text);
-  };
+  HostSettings settings = host_settings(options, observer);
   settings.on_tick = [&recorder](std::int64_t evaluated) { recorder->tick(evaluated); };
   RealSystemCalls system;
   EmbeddedHost host(system, evaluator.vocabulary(), settings);
   genetic::Module module(host);
-  genetic::GeneticTemplate config = configured_template(module, options, evaluator.vocabulary());
+  genetic::GeneticTemplate config =
+      configured_template(module, options, evaluator.vocabulary(), host.lineage());
 
   RunStore store(options.database.string());
-  RunRecorder run_recorder(store, observer, host.lineage(), options.best_count);
+  RunRecorder run_recorder(store, observer, host.lineage(),
+                           {options.best_count, options.config.gates, options.config.limits});
   recorder = &run_recorder;
+  const PoolIdentity pool = pool_identity(options, data);
+  SignalSubmission submission(store, evaluator, pool, options.config.pool);
   SearchSummary summary;
-  summary.run_id = run_recorder.begin(run_start(options, config, jobs));
-  observer.on_started(
-      started_event(options, evaluator.data(), config, store, summary.run_id, jobs));
+  summary.run_id = run_recorder.begin(run_start(options, data, config, jobs));
+  host.embedded_engine().set_submission(submission, client_manifest(data, summary.run_id));
+  observer.on_started(started_event(options, data, config, store, summary.run_id, jobs));
 
   const auto stop = std::make_shared<SearchStop>(
       StopLimits{options.generations, options.candidates, options.seconds}, interrupt,
-      [&run_recorder] { run_recorder.generation_done(); });
+      [&run_recorder, &submission] {
+        run_recorder.settled(submission.sync());
+        run_recorder.generation_done();
+      });
   run_recorder.set_clock([&stop] { return stop->elapsed_seconds(); });
-  ContextSettings context_settings;
-  context_settings.jobs = jobs;
-  context_settings.max_depth = options.graphs.max_depth;
-  context_settings.gates = options.gates;
-  context_settings.worker_memory_limit_bytes = options.worker_memory_limit_bytes;
-  EmbeddedContext context(evaluator, context_settings, stop, run_recorder);
+  EmbeddedContext context(evaluator, context_settings(options, data, pool, jobs), stop,
+                          run_recorder, submission, host.timings().recorded());
   host.pool().set_context(context);
 
+  // What a run that died left in the queue is settled before anything is measured.
+  run_recorder.settled(submission.sync());
   run_to_its_end(module, context, config, run_recorder);
+  run_recorder.settled(submission.sync());
   summary.stop_cause = stop->cause();
   summary.progress = run_recorder.progress();
   summary.metrics = run_recorder.metrics();
   summary.best = run_recorder.best();
+  const Evaluator whole(data.whole, evaluator_options);
+  summary.submitted = report_submitted_signals(store, summary.run_id, whole, data.plan);
+  summary.market = market_statistics(whole, data.plan);
+  summary.submissions = run_recorder.submissions();
   return summary;
 }
 

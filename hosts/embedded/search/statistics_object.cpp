@@ -71,9 +71,12 @@ BacktestStatistics statistics_from(const Mapping& mapping) {
   return statistics;
 }
 
+const StatisticsObject* statistics_object(const Value& stats) {
+  return stats.is_object() ? dynamic_cast<const StatisticsObject*>(&stats.object()) : nullptr;
+}
+
 std::optional<BacktestStatistics> statistics_of(const Value& stats) {
-  if (!stats.is_object()) return std::nullopt;
-  const auto* const object = dynamic_cast<const StatisticsObject*>(&stats.object());
+  const StatisticsObject* const object = statistics_object(stats);
   return object == nullptr ? std::nullopt : std::optional(object->statistics());
 }
 

@@ -4,6 +4,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+
+#include <Eigen/Core>
 
 #include "hosts/embedded/backtest/statistics.hpp"
 #include "search_templates/genetic/value/host_object.hpp"
@@ -11,17 +14,23 @@
 
 namespace varnholt::embedded {
 
+// The daily PnL is there only where a backtest was asked for it: a child's result does not carry it.
 class StatisticsObject : public genetic::HostObject {
  public:
-  explicit StatisticsObject(const BacktestStatistics& statistics) : statistics_(statistics) {}
+  explicit StatisticsObject(const BacktestStatistics& statistics,
+                            std::optional<Eigen::ArrayXd> pnl = std::nullopt)
+      : statistics_(statistics), pnl_(std::move(pnl)) {}
 
   [[nodiscard]] const BacktestStatistics& statistics() const { return statistics_; }
+  // Net returns, one entry a holding day.
+  [[nodiscard]] const std::optional<Eigen::ArrayXd>& pnl() const { return pnl_; }
 
   [[nodiscard]] std::string type_name() const override { return "BacktestStatistics"; }
   [[nodiscard]] std::optional<genetic::Value> attribute(std::string_view name) const override;
 
  private:
   BacktestStatistics statistics_;
+  std::optional<Eigen::ArrayXd> pnl_;
 };
 
 // Every statistic under its name, in the order of the structure.
@@ -30,7 +39,9 @@ class StatisticsObject : public genetic::HostObject {
 // The statistics of such a mapping. genetic::KeyError for one that is missing.
 [[nodiscard]] BacktestStatistics statistics_from(const genetic::Mapping& mapping);
 
-// The statistics behind a record's entry "stats", or nothing when it holds none.
+// The object behind a record's entry "stats"; null when it holds another value.
+[[nodiscard]] const StatisticsObject* statistics_object(const genetic::Value& stats);
+// Its statistics, or nothing.
 [[nodiscard]] std::optional<BacktestStatistics> statistics_of(const genetic::Value& stats);
 
 }  // namespace varnholt::embedded

@@ -1,0 +1,26 @@
+// What became of a run's signals: those that joined the pool, on the days that the search saw and on
+// those that it never saw, beside the market that they have to beat.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "hosts/embedded/backtest/evaluator.hpp"
+#include "hosts/embedded/backtest/out_of_sample.hpp"
+#include "hosts/embedded/market/eras.hpp"
+#include "hosts/embedded/search/search_events.hpp"
+#include "hosts/embedded/store/run_store.hpp"
+
+namespace varnholt::embedded {
+
+// The signals that the run submitted, in the order in which they joined the pool. `evaluator` is
+// over the whole history that `plan` splits. The hold-out's statistics are written into the store.
+[[nodiscard]] std::vector<SubmittedSignal> report_submitted_signals(RunStore& store,
+                                                                    std::int64_t run,
+                                                                    const Evaluator& evaluator,
+                                                                    const EraPlan& plan);
+
+// The equal-weight market over the same days, at the same costs.
+[[nodiscard]] SampleStatistics market_statistics(const Evaluator& evaluator, const EraPlan& plan);
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,63 @@
+// One search's way into the pool of submitted signals: measuring a candidate against the pool, and
+// handing in what passes.
+#pragma once
+
+#include <optional>
+
+#include "hosts/embedded/backtest/evaluator.hpp"
+#include "hosts/embedded/config/host_config.hpp"
+#include "hosts/embedded/signal_pool/signal_pool.hpp"
+#include "hosts/embedded/store/run_store.hpp"
+#include "hosts/embedded/submission/submission_queue.hpp"
+#include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::embedded {
+
+// The pool cannot be measured against yet: a member's PnL is missing, or there are too few days.
+class PoolDataNotReady : public genetic::RuntimeError {
+ public:
+  using RuntimeError::RuntimeError;
+};
+
+// The daily PnL that a statistics object holds. genetic::ValueError when it holds none.
+[[nodiscard]] const Eigen::ArrayXd& required_pnl(const genetic::Value& stats);
+
+class SignalSubmission {
+ public:
+  // Store and evaluator must outlive the object.
+  SignalSubmission(RunStore& store, const Evaluator& evaluator, const PoolIdentity& identity,
+                   const PoolSettings& settings);
+
+  [[nodiscard]] const PoolIdentity& identity() const { return pool_.identity(); }
+  [[nodiscard]] const PoolThresholds& thresholds() const { return thresholds_; }
+
+  // Brings the members in; whether membership is confirmed.
+  [[nodiscard]] bool refresh();
+  [[nodiscard]] bool has_members() const { return pool_.has_members(); }
+
+  // Both metrics of a statistics object, which must hold its daily PnL where the pool has members.
+  // The search asks for one metric after the other; the answer for the last object is kept until
+  // the next refresh. PoolDataNotReady; genetic::ValueError for statistics without a PnL.
+  [[nodiscard]] const PoolMeasure& measure(const genetic::Value& stats);
+
+  // Evaluates the payload's graph once more for its PnL and queues both. False when the store is
+  // busy.
+  [[nodiscard]] bool enqueue(const genetic::Mapping& payload);
+  // Settles what is queued.
+  SyncReport sync() { return queue_.sync(); }
+
+ private:
+  struct Measured {
+    genetic::Value stats;
+    PoolMeasure measure;
+  };
+
+  const Evaluator& evaluator_;
+  PoolThresholds thresholds_;
+  SignalPool pool_;
+  SubmissionQueue queue_;
+  std::optional<Measured> last_measured_;
+};
+
+}  // namespace varnholt::embedded
