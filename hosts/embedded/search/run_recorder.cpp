@@ -5,7 +5,7 @@
 #include <optional>
 #include <utility>
 
-#include "hosts/embedded/search/digest.hpp"
+#include "hosts/embedded/digest/digest.hpp"
 #include "hosts/embedded/search/statistics_object.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "hosts/embedded/vocabulary/graph_node.hpp"

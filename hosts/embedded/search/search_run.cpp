@@ -10,9 +10,9 @@
 #include <sched.h>
 
 #include "hosts/embedded/backtest/evaluator.hpp"
+#include "hosts/embedded/digest/digest.hpp"
 #include "hosts/embedded/market/price_file.hpp"
 #include "hosts/embedded/pool/system_calls.hpp"
-#include "hosts/embedded/search/digest.hpp"
 #include "hosts/embedded/search/embedded_context.hpp"
 #include "hosts/embedded/search/embedded_host.hpp"
 #include "hosts/embedded/search/run_recorder.hpp"
