@@ -60,23 +60,29 @@ struct DailySums {
   std::int64_t missing_returns = 0;
 };
 
-DailySums daily_sums(const Panel& weights, const Panel& close) {
-  const Eigen::Index days = std::max<Eigen::Index>(close.rows() - 1, 0);
-  const Eigen::ArrayXd zeros = Eigen::ArrayXd::Zero(days);
+// Holding days, as the weights and prices count them.
+struct HoldingDays {
+  Eigen::Index first = 0;
+  Eigen::Index count = 0;
+};
+
+DailySums daily_sums(const Panel& weights, const Panel& close, HoldingDays held) {
+  const Eigen::ArrayXd zeros = Eigen::ArrayXd::Zero(held.count);
   DailySums sums{zeros, zeros, zeros, zeros};
   for (Eigen::Index column = 0; column < close.cols(); ++column) {
-    double before = 0.0;
-    for (Eigen::Index day = 0; day < days; ++day) {
+    double before = held.first == 0 ? 0.0 : weights(held.first - 1, column);
+    for (Eigen::Index entry = 0; entry < held.count; ++entry) {
+      const Eigen::Index day = held.first + entry;
       const double weight = weights(day, column);
-      sums.traded(day) += std::abs(weight - before);
+      sums.traded(entry) += std::abs(weight - before);
       before = weight;
       if (weight == 0.0) continue;
-      sums.net_exposure(day) += weight;
-      sums.gross_exposure(day) += std::abs(weight);
+      sums.net_exposure(entry) += weight;
+      sums.gross_exposure(entry) += std::abs(weight);
       sums.max_weight = std::max(sums.max_weight, std::abs(weight));
       const double change = close(day + 1, column) / close(day, column) - 1.0;
       if (std::abs(change) <= kLargestReturn) {  // False for a NaN too.
-        sums.gross_return(day) += weight * change;
+        sums.gross_return(entry) += weight * change;
       } else {
         ++sums.missing_returns;
       }
@@ -85,20 +91,57 @@ DailySums daily_sums(const Panel& weights, const Panel& close) {
   return sums;
 }
 
-void check(const Panel& weights, const Panel& close, double cost_basis_points) {
-  if (weights.rows() != close.rows() || weights.cols() != close.cols()) {
-    throw std::invalid_argument(
-        "weights of " + std::to_string(weights.rows()) + " x " + std::to_string(weights.cols()) +
-        " for closes of " + std::to_string(close.rows()) + " x " + std::to_string(close.cols()) +
-        "; take both from the same market data");
+void check_shapes(const Panel& weights, const Panel& close) {
+  if (weights.rows() == close.rows() && weights.cols() == close.cols()) return;
+  throw std::invalid_argument("weights of " + std::to_string(weights.rows()) + " x " +
+                              std::to_string(weights.cols()) + " for closes of " +
+                              std::to_string(close.rows()) + " x " + std::to_string(close.cols()) +
+                              "; take both from the same market data");
+}
+
+void check_finite(const Panel& weights, Eigen::Index first_row, Eigen::Index rows) {
+  if (weights.middleRows(first_row, rows).isFinite().all()) return;
+  throw std::invalid_argument("a weight is not finite; make weights with signal_weights");
+}
+
+void check_costs(double cost_basis_points) {
+  if (cost_basis_points >= 0.0 && cost_basis_points <= kLargestCosts) return;
+  throw std::invalid_argument("costs of " + std::to_string(cost_basis_points) +
+                              " basis points; give 0 to 10000");
+}
+
+void check_days(HoldingDays held, Eigen::Index price_days) {
+  // Written so that no sum can overflow.
+  const Eigen::Index most = std::max<Eigen::Index>(price_days - 1, 0);
+  if (held.first >= 0 && held.first <= most && held.count >= 0 && held.count <= most - held.first) {
+    return;
   }
-  if (!weights.isFinite().all()) {
-    throw std::invalid_argument("a weight is not finite; make weights with signal_weights");
-  }
-  if (!(cost_basis_points >= 0.0 && cost_basis_points <= kLargestCosts)) {
-    throw std::invalid_argument("costs of " + std::to_string(cost_basis_points) +
-                                " basis points; give 0 to 10000");
-  }
+  throw std::invalid_argument(std::to_string(held.count) + " holding days from day " +
+                              std::to_string(held.first) + " on of a history of " +
+                              std::to_string(price_days) + " days, which has " +
+                              std::to_string(most) + "; ask for days within it");
+}
+
+BacktestResult result_of(const DailySums& sums, double cost_basis_points) {
+  BacktestResult result;
+  result.gross_returns = sums.gross_return;
+  result.net_returns = sums.gross_return - cost_basis_points / 10'000.0 * sums.traded;
+
+  BacktestStatistics& statistics = result.statistics;
+  statistics.sharpe = annualised_sharpe(result.net_returns);
+  statistics.gross_returns_sharpe = annualised_sharpe(result.gross_returns);
+  statistics.annualized_returns = kTradingDays * mean(result.net_returns);
+  statistics.turnover = mean(sums.traded);
+  statistics.drawdown = deepest_fall(result.net_returns);
+  statistics.max_weight = sums.max_weight;
+  statistics.delta_exposure = mean(sums.net_exposure.abs());
+  statistics.abs_weight_sum_mean = mean(sums.gross_exposure);
+  statistics.quality_score =
+      statistics.sharpe - statistics.drawdown - kTurnoverPenalty * statistics.turnover;
+  statistics.holding_days = sums.gross_return.size();
+  statistics.active_days = (sums.gross_exposure > 0.0).count();
+  statistics.missing_return_count = sums.missing_returns;
+  return result;
 }
 
 }  // namespace
@@ -135,27 +178,23 @@ Panel signal_weights(const Panel& signal) {
 
 BacktestResult backtest_weights(const Panel& weights, const Panel& close,
                                 double cost_basis_points) {
-  check(weights, close, cost_basis_points);
-  const DailySums sums = daily_sums(weights, close);
-  BacktestResult result;
-  result.gross_returns = sums.gross_return;
-  result.net_returns = sums.gross_return - cost_basis_points / 10'000.0 * sums.traded;
+  check_shapes(weights, close);
+  check_finite(weights, 0, weights.rows());
+  check_costs(cost_basis_points);
+  const Eigen::Index days = std::max<Eigen::Index>(close.rows() - 1, 0);
+  return result_of(daily_sums(weights, close, {0, days}), cost_basis_points);
+}
 
-  BacktestStatistics& statistics = result.statistics;
-  statistics.sharpe = annualised_sharpe(result.net_returns);
-  statistics.gross_returns_sharpe = annualised_sharpe(result.gross_returns);
-  statistics.annualized_returns = kTradingDays * mean(result.net_returns);
-  statistics.turnover = mean(sums.traded);
-  statistics.drawdown = deepest_fall(result.net_returns);
-  statistics.max_weight = sums.max_weight;
-  statistics.delta_exposure = mean(sums.net_exposure.abs());
-  statistics.abs_weight_sum_mean = mean(sums.gross_exposure);
-  statistics.quality_score =
-      statistics.sharpe - statistics.drawdown - kTurnoverPenalty * statistics.turnover;
-  statistics.holding_days = sums.gross_return.size();
-  statistics.active_days = (sums.gross_exposure > 0.0).count();
-  statistics.missing_return_count = sums.missing_returns;
-  return result;
+BacktestResult backtest_holding_days(const Panel& weights, const Panel& close,
+                                     double cost_basis_points, Eigen::Index first_day,
+                                     Eigen::Index day_count) {
+  const HoldingDays held{first_day, day_count};
+  check_shapes(weights, close);
+  check_days(held, close.rows());
+  const Eigen::Index first_row = std::max<Eigen::Index>(first_day - 1, 0);
+  check_finite(weights, first_row, first_day + day_count - first_row);
+  check_costs(cost_basis_points);
+  return result_of(daily_sums(weights, close, held), cost_basis_points);
 }
 
 }  // namespace varnholt::embedded

@@ -84,4 +84,14 @@ struct BacktestResult {
 [[nodiscard]] BacktestResult backtest_weights(const Panel& weights, const Panel& close,
                                               double cost_basis_points);
 
+// The same of the holding days first_day .. first_day + day_count - 1 alone: what the book earned
+// while it was held from day to day, not what it would have earned had it been bought on the first
+// of them. So what is traded on the first day counts from the weights that were held before, and
+// the equity begins at 1 there. Nothing before the close of first_day enters but those weights, and
+// nothing after the close of the day first_day + day_count. Throws std::invalid_argument as above,
+// but for weights of those days only, and for days that the prices do not hold.
+[[nodiscard]] BacktestResult backtest_holding_days(const Panel& weights, const Panel& close,
+                                                   double cost_basis_points, Eigen::Index first_day,
+                                                   Eigen::Index day_count);
+
 }  // namespace varnholt::embedded

@@ -1,12 +1,29 @@
 // The gates: what a signal's statistics must be for it to pass.
 //
-// A signal stops at the first gate that it fails, in the order of the thresholds below. Each gate
-// has one reason, under which the failure stands in the candidate's record, and a detail with the
-// value, the threshold and how the two were compared.
+// Two kinds stand in one table. A limit is what a book may never be, whatever the signal is worth;
+// a gate is what a signal is asked for. The limits are judged first. Each row is data: the reason
+// under which a failure stands in the candidate's record, the statistic that is judged, the sense
+// in which it is judged, and the threshold.
+//
+//   reason                           metric                 fails where it is
+//   turnover_exceeded                turnover               above  the limit
+//   max_weight_exceeded              max_weight             above  the limit
+//   delta_exposure_exceeded          delta_exposure         above  the limit
+//   abs_weight_sum_mean_below_min    abs_weight_sum_mean    below  the threshold
+//   turnover_max                     turnover               above  the threshold
+//   max_weight_max                   max_weight             above  the threshold
+//   delta_exposure_max               delta_exposure         above  the threshold
+//   gross_returns_sharpe_below_min   gross_returns_sharpe   below  the threshold
+//   sharpe_min                       sharpe                 below  the threshold
+//
+// A value at its threshold passes, and so does one that is beyond it by no more than the rounding
+// of its sums (kGateRounding). A value that is not finite fails every gate that judges it.
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
+#include <vector>
 
 #include "hosts/embedded/backtest/statistics.hpp"
 #include "search_templates/genetic/value/key.hpp"
@@ -25,13 +42,68 @@ struct GateThresholds {
   double min_sharpe = 0.3;
 };
 
-struct GateFailure {
-  genetic::Key reason;
-  std::string detail;  // "sharpe 0.12 is below 0.3"
+// The most that a book of unit gross exposure can be: turned round whole every day, all in one
+// instrument, all on one side. Limits at these figures refuse nothing.
+inline constexpr double kMostTurnover = 2.0;
+inline constexpr double kMostWeight = 1.0;
+inline constexpr double kMostDeltaExposure = 1.0;
+inline constexpr double kMostAbsWeightSum = 1.0;
+
+struct HardLimits {
+  double turnover = kMostTurnover;
+  double max_weight = kMostWeight;
+  double delta_exposure = kMostDeltaExposure;
 };
 
-// The first gate that the statistics fail, or nothing.
+// How far a value may lie beyond its threshold: this fraction of the threshold, or of 1 where the
+// threshold is smaller. The weights of a day that is all on one side sum to 1 but for rounding, and
+// such a book is not above 1.
+inline constexpr double kGateRounding = 1e-9;
+
+enum class Sense { AtMost, AtLeast };
+
+// One row of the table.
+struct Gate {
+  genetic::Key reason;
+  genetic::Key metric;  // The name of the statistic.
+  genetic::Key name;  // The name of the gate, under which its threshold stands in a threshold set.
+  genetic::Key category;  // "risk": how the book is held. "quality": what it is worth.
+  Sense sense = Sense::AtMost;
+  bool is_limit = false;
+  double BacktestStatistics::*statistic = nullptr;
+  double (*threshold)(const GateThresholds&, const HardLimits&) = nullptr;
+
+  // The comparison that holds where the gate fails: ">" or "<".
+  [[nodiscard]] genetic::Key comparison() const;
+};
+
+// The table, in the order in which gates are judged.
+[[nodiscard]] std::span<const Gate> gate_table();
+
+// A gate that was not passed, with what it was judged by. The keys are those of the table's row.
+struct GateFailure {
+  genetic::Key reason;
+  genetic::Key metric;
+  genetic::Key gate;
+  genetic::Key comparison;
+  genetic::Key category;
+  double actual = 0.0;
+  double threshold = 0.0;
+  std::string detail;  // For a reader: "sharpe 0.12 is below 0.3".
+};
+
+// The failure of `gate` at this value and threshold, or nothing where it passes.
+[[nodiscard]] std::optional<GateFailure> judge_gate(const Gate& gate, double actual,
+                                                    double threshold);
+
+// Every gate that the statistics fail, in the order of the table.
+[[nodiscard]] std::vector<GateFailure> failed_gates(const BacktestStatistics& statistics,
+                                                    const GateThresholds& thresholds,
+                                                    const HardLimits& limits = {});
+
+// The first of them, or nothing: what a candidate is rejected for.
 [[nodiscard]] std::optional<GateFailure> first_failed_gate(const BacktestStatistics& statistics,
-                                                           const GateThresholds& thresholds);
+                                                           const GateThresholds& thresholds,
+                                                           const HardLimits& limits = {});
 
 }  // namespace varnholt::embedded

@@ -1,4 +1,4 @@
-#include "hosts/embedded/search/digest.hpp"
+#include "hosts/embedded/digest/digest.hpp"
 
 #include <array>
 #include <fstream>

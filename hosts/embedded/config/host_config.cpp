@@ -1,0 +1,368 @@
+#include "hosts/embedded/config/host_config.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <limits>
+#include <optional>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "hosts/embedded/config/ascii_text.hpp"
+#include "hosts/embedded/config/config_source.hpp"
+#include "hosts/embedded/config/toml_parser.hpp"
+
+namespace varnholt::embedded {
+namespace {
+
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+constexpr std::int64_t kLargestInteger = std::numeric_limits<std::int64_t>::max();
+constexpr std::size_t kLongestPoolName = 100;
+constexpr std::size_t kShownProblem = 160;
+
+// --- the keys ---
+
+// A number from `low` to `high`, or between them where `open`.
+struct RealKey {
+  double& (*field)(HostConfig&);
+  double low;
+  double high;
+  bool open = false;
+};
+struct IntegerKey {
+  void (*assign)(HostConfig&, std::int64_t);
+  std::int64_t low;
+  std::int64_t high;
+};
+// One line in ASCII, not empty, of at most kLongestPoolName characters.
+struct TextKey {
+  std::string& (*field)(HostConfig&);
+};
+
+struct ConfigKey {
+  std::string_view table;
+  std::string_view name;
+  std::variant<RealKey, IntegerKey, TextKey> kind;
+};
+
+template <auto Table, auto Member>
+constexpr RealKey real_key(double low, double high, bool open = false) {
+  return {[](HostConfig& config) -> double& { return config.*Table.*Member; }, low, high, open};
+}
+
+constexpr std::array kKeys = {
+    ConfigKey{"gates", "sharpe_min",
+              real_key<&HostConfig::gates, &GateThresholds::min_sharpe>(-kInfinity, kInfinity)},
+    ConfigKey{"gates", "gross_returns_sharpe_min",
+              real_key<&HostConfig::gates, &GateThresholds::min_gross_returns_sharpe>(-kInfinity,
+                                                                                      kInfinity)},
+    ConfigKey{"gates", "turnover_max",
+              real_key<&HostConfig::gates, &GateThresholds::max_turnover>(0.0, kMostTurnover)},
+    ConfigKey{"gates", "max_weight_max",
+              real_key<&HostConfig::gates, &GateThresholds::max_max_weight>(0.0, kMostWeight)},
+    ConfigKey{
+        "gates", "delta_exposure_max",
+        real_key<&HostConfig::gates, &GateThresholds::max_delta_exposure>(0.0, kMostDeltaExposure)},
+    ConfigKey{"gates", "abs_weight_sum_mean_min",
+              real_key<&HostConfig::gates, &GateThresholds::min_abs_weight_sum_mean>(
+                  0.0, kMostAbsWeightSum)},
+    ConfigKey{"limits", "turnover",
+              real_key<&HostConfig::limits, &HardLimits::turnover>(0.0, kMostTurnover)},
+    ConfigKey{"limits", "max_weight",
+              real_key<&HostConfig::limits, &HardLimits::max_weight>(0.0, kMostWeight)},
+    ConfigKey{"limits", "delta_exposure",
+              real_key<&HostConfig::limits, &HardLimits::delta_exposure>(0.0, kMostDeltaExposure)},
+    ConfigKey{"pool", "name",
+              TextKey{[](HostConfig& config) -> std::string& { return config.pool.name; }}},
+    ConfigKey{"pool", "correlation_max",
+              real_key<&HostConfig::pool, &PoolSettings::correlation_max>(0.0, 1.0)},
+    ConfigKey{"pool", "pnl_mi_min",
+              real_key<&HostConfig::pool, &PoolSettings::pnl_mi_min>(0.0, kInfinity)},
+    ConfigKey{
+        "pool", "minimum_days",
+        IntegerKey{[](HostConfig& config, std::int64_t days) { config.pool.minimum_days = days; },
+                   10, 1'000'000}},
+    ConfigKey{"eras", "train",
+              IntegerKey{[](HostConfig& config, std::int64_t count) {
+                           config.eras.train = static_cast<int>(count);
+                         },
+                         1, kLargestEraCount}},
+    ConfigKey{"eras", "holdout",
+              real_key<&HostConfig::eras, &EraSettings::holdout>(0.0, 1.0, true)},
+    ConfigKey{"eras", "era",
+              IntegerKey{[](HostConfig& config, std::int64_t number) {
+                           config.eras.era = static_cast<int>(number);
+                         },
+                         1, kLargestEraCount}},
+    ConfigKey{"market", "id",
+              IntegerKey{[](HostConfig& config, std::int64_t id) { config.market_id = id; }, 1,
+                         kLargestInteger}}};
+
+constexpr std::string_view kTablesMend =
+    "the tables are [gates], [limits], [pool], [eras] and [market]";
+
+bool is_table(std::string_view name) {
+  return std::any_of(kKeys.begin(), kKeys.end(),
+                     [name](const ConfigKey& key) { return key.table == name; });
+}
+
+const ConfigKey* find_key(std::string_view table, std::string_view name) {
+  const auto* const found = std::find_if(kKeys.begin(), kKeys.end(), [&](const ConfigKey& key) {
+    return key.table == table && key.name == name;
+  });
+  return found == kKeys.end() ? nullptr : found;
+}
+
+std::string keys_mend(std::string_view table) {
+  std::string names;
+  for (const ConfigKey& key : kKeys) {
+    if (key.table != table) continue;
+    names.append(names.empty() ? "" : ", ").append(key.name);
+  }
+  return fmt::format("the keys of [{}] are: {}", table, names);
+}
+
+// --- what stands where ---
+
+TextPosition position_of(const toml::source_position& position) {
+  return {position.line, position.column};
+}
+
+// The name of a key as the file would have to write it, and short enough to be shown.
+std::string key_text(std::string_view name) {
+  constexpr std::size_t kShownKey = 60;
+  const bool bare = !name.empty() && std::all_of(name.begin(), name.end(), [](char character) {
+    return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
+           (character >= '0' && character <= '9') || character == '_' || character == '-';
+  });
+  const std::string text = on_one_line(name, kShownKey);
+  return bare ? text : "\"" + text + "\"";
+}
+
+// An entry of a table, in the order of the text rather than of the names.
+struct Entry {
+  const toml::key* key;
+  const toml::node* value;
+};
+
+std::vector<Entry> entries_in_order(const toml::table& table) {
+  std::vector<Entry> entries;
+  for (const auto& [key, value] : table)
+    entries.push_back({&key, &value});
+  std::stable_sort(entries.begin(), entries.end(), [](const Entry& left, const Entry& right) {
+    return left.key->source().begin < right.key->source().begin;
+  });
+  return entries;
+}
+
+// A value with its key, ready to be refused.
+class Met {
+ public:
+  Met(const ConfigSource& source, std::string key, const toml::node& node)
+      : source_(source), key_(std::move(key)), node_(node) {}
+
+  [[nodiscard]] const toml::node& node() const { return node_; }
+
+  [[noreturn]] void refuse(const std::string& problem, const std::string& mend) const {
+    const TextPosition begin = position_of(node_.source().begin);
+    throw HostConfigError(
+        source_.place(begin, key_, source_.shown(begin, position_of(node_.source().end))), problem,
+        mend);
+  }
+
+ private:
+  const ConfigSource& source_;
+  std::string key_;
+  const toml::node& node_;
+};
+
+// --- values ---
+
+std::string real_mend(const RealKey& key) {
+  if (key.open) return fmt::format("write a number above {} and below {}", key.low, key.high);
+  if (std::isfinite(key.high))
+    return fmt::format("write a number from {} to {}", key.low, key.high);
+  if (std::isfinite(key.low)) return fmt::format("write a finite number of {} or more", key.low);
+  return "write a finite number such as 0.3";
+}
+
+bool is_within(double number, const RealKey& key) {
+  return key.open ? number > key.low && number < key.high : number >= key.low && number <= key.high;
+}
+
+void take(HostConfig& config, const RealKey& key, const Met& met) {
+  double number = 0.0;
+  if (const auto* const whole = met.node().as_integer()) {
+    number = static_cast<double>(whole->get());
+  } else if (const auto* const real = met.node().as_floating_point()) {
+    number = real->get();
+  } else {
+    met.refuse("is not a number", real_mend(key));
+  }
+  if (!std::isfinite(number)) met.refuse("is not a finite number", real_mend(key));
+  if (!is_within(number, key)) met.refuse("is out of range", real_mend(key));
+  key.field(config) = number;
+}
+
+std::string integer_mend(const IntegerKey& key) {
+  if (key.high == kLargestInteger) return fmt::format("write an integer of {} or more", key.low);
+  return fmt::format("write an integer from {} to {}", key.low, key.high);
+}
+
+void take(HostConfig& config, const IntegerKey& key, const Met& met) {
+  const auto* const number = met.node().as_integer();
+  if (number == nullptr) met.refuse("is not an integer", integer_mend(key));
+  if (number->get() < key.low || number->get() > key.high) {
+    met.refuse("is out of range", integer_mend(key));
+  }
+  key.assign(config, number->get());
+}
+
+void take(HostConfig& config, const TextKey& key, const Met& met) {
+  const std::string mend = fmt::format(
+      "write 1 to {} printable ASCII characters, such as \"signals\"", kLongestPoolName);
+  const auto* const text = met.node().as_string();
+  if (text == nullptr) met.refuse("is not a text", mend);
+  const std::string& bytes = text->get();
+  if (bytes.empty()) met.refuse("is empty", mend);
+  if (bytes.size() > kLongestPoolName) met.refuse("is too long", mend);
+  // An escape sequence can write any character.
+  const auto is_printable = [](char character) { return character >= 0x20 && character < 0x7f; };
+  if (!std::all_of(bytes.begin(), bytes.end(), is_printable)) {
+    met.refuse("holds another character", mend);
+  }
+  key.field(config) = bytes;
+}
+
+// --- tables ---
+
+void take_table(HostConfig& config, const ConfigSource& source, std::string_view table_name,
+                const toml::table& table) {
+  for (const Entry& entry : entries_in_order(table)) {
+    const std::string path = fmt::format("{}.{}", table_name, key_text(entry.key->str()));
+    const ConfigKey* const key = find_key(table_name, entry.key->str());
+    if (key == nullptr) {
+      throw HostConfigError(source.place(position_of(entry.key->source().begin), path),
+                            fmt::format("[{}] has no such key", table_name), keys_mend(table_name));
+    }
+    const Met met(source, path, *entry.value);
+    std::visit([&](const auto& kind) { take(config, kind, met); }, key->kind);
+  }
+}
+
+// What no single key can tell.
+void check_era(const HostConfig& config, const ConfigSource& source, const toml::table& root) {
+  if (!config.eras.era || *config.eras.era <= config.eras.train) return;
+  const toml::node* const era = root.at_path("eras.era").node();
+  Met(source, "eras.era", *era)
+      .refuse(fmt::format("is beyond the {} train eras", config.eras.train),
+              fmt::format("write an integer from 1 to {}, raise eras.train, or leave the key out "
+                          "for the last train era",
+                          config.eras.train));
+}
+
+HostConfig config_of(const toml::table& root, const ConfigSource& source) {
+  HostConfig config;
+  for (const Entry& entry : entries_in_order(root)) {
+    const std::string_view name = entry.key->str();
+    const std::string shown_name = key_text(name);
+    const toml::table* const table = entry.value->as_table();
+    if (!is_table(name)) {
+      throw HostConfigError(
+          source.place(position_of(entry.key->source().begin), shown_name),
+          table != nullptr ? "there is no such table" : "the key stands in no table",
+          std::string(kTablesMend));
+    }
+    if (table == nullptr) {
+      Met(source, shown_name, *entry.value)
+          .refuse("is not a table",
+                  fmt::format("write one table [{}] with its keys below it", name));
+    }
+    take_table(config, source, name, *table);
+  }
+  check_era(config, source, root);
+  return config;
+}
+
+[[noreturn]] void refuse_text(const ConfigSource& source, TextPosition position,
+                              std::string_view problem) {
+  throw HostConfigError(source.place(position, {}, "\"" + source.shown_line(position) + "\""),
+                        "is not TOML: " + on_one_line(problem, kShownProblem),
+                        "write tables and keys as examples/genetic-search.toml has them");
+}
+
+bool breaks_an_assertion(std::string_view text) {
+  try {
+    static_cast<void>(toml::parse(text));
+  } catch (const toml::parse_error&) {
+  } catch (const TomlAssertion&) {
+    return true;
+  }
+  return false;
+}
+
+// Where the text breaks an assertion of the parser: the last character of the shortest beginning
+// that does. The parser goes through a text once, so a longer beginning breaks it too.
+TextPosition broken_assertion(std::string_view text) {
+  std::size_t good = 0;
+  std::size_t bad = text.size();
+  while (bad - good > 1) {
+    const std::size_t middle = good + (bad - good) / 2;
+    (breaks_an_assertion(text.substr(0, middle)) ? bad : good) = middle;
+  }
+  return position_of_byte(text, good);
+}
+
+[[noreturn]] void refuse_file(const std::filesystem::path& path, const std::string& problem,
+                              const std::string& mend) {
+  throw HostConfigError(ConfigPlace{path.string()}, problem, mend);
+}
+
+}  // namespace
+
+HostConfig parse_host_config(std::string_view text, const std::string& name) {
+  constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
+  if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
+  const ConfigSource source(text, name);
+  const AsciiText ascii = ascii_text(text);
+  if (ascii.stray) {
+    const TextPosition position = position_of_byte(text, *ascii.stray);
+    throw HostConfigError(source.place(position, {}, "\"" + source.shown_line(position) + "\""),
+                          "has a character beyond ASCII outside of a comment", "write it in ASCII");
+  }
+  try {
+    return config_of(toml::parse(ascii.text), source);
+  } catch (const toml::parse_error& error) {
+    refuse_text(source, position_of(error.source().begin), error.description());
+  } catch (const TomlAssertion&) {
+    refuse_text(source, broken_assertion(ascii.text), "unexpected character");
+  }
+}
+
+HostConfig read_host_config(const std::filesystem::path& path) {
+  const std::string file_mend = "name a TOML file that may be read";
+  std::error_code error;
+  if (std::filesystem::is_directory(path, error)) refuse_file(path, "is a directory", file_mend);
+  errno = 0;
+  std::ifstream file(path, std::ios::binary);
+  if (!file) {
+    refuse_file(path, fmt::format("cannot be opened: {}", std::strerror(errno)), file_mend);
+  }
+  std::string text(kLargestConfigBytes + 1, '\0');
+  file.read(text.data(), static_cast<std::streamsize>(text.size()));
+  if (file.bad()) refuse_file(path, "cannot be read to its end", file_mend);
+  text.resize(static_cast<std::size_t>(file.gcount()));
+  if (text.size() > kLargestConfigBytes) {
+    refuse_file(path, fmt::format("is larger than {} bytes", kLargestConfigBytes),
+                "name a configuration; one is a page or two");
+  }
+  return parse_host_config(text, path.string());
+}
+
+}  // namespace varnholt::embedded

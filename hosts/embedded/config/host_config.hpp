@@ -1,0 +1,54 @@
+// The configuration of the embedded host: what a signal is asked for, and which days it is sought
+// in.
+//
+// A TOML file with the tables [gates], [limits], [pool], [eras] and [market]. Every table and every
+// key may be left out; what is left out has its default, so an empty file is a configuration. The
+// keys, with meaning, unit, range and default, are told in docs/configuration.md; the defaults are
+// written out in examples/genetic-search.toml.
+//
+//   const HostConfig config = read_host_config("genetic-search.toml");
+//   first_failed_gate(statistics, config.gates, config.limits);
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+#include "hosts/embedded/config/host_config_error.hpp"
+#include "hosts/embedded/gates/gates.hpp"
+#include "hosts/embedded/market/eras.hpp"
+
+namespace varnholt::embedded {
+
+// The pool of submitted signals that a new signal is compared with.
+struct PoolSettings {
+  std::string name = "signals";
+  double correlation_max = 0.7;    // The largest correlation with a signal of the pool.
+  double pnl_mi_min = 0.2;         // The least score of mutual information with the pool.
+  std::int64_t minimum_days = 60;  // The fewest days on which two signals can be compared.
+};
+
+struct HostConfig {
+  GateThresholds gates;
+  HardLimits limits;
+  PoolSettings pool;
+  EraSettings eras;
+  std::int64_t market_id = 1;
+};
+
+// A configuration is a page or two; what is larger is another file.
+inline constexpr std::size_t kLargestConfigBytes = std::size_t{1} << 20U;
+
+// The configuration in a file. HostConfigError for a file that cannot be read or is larger than
+// kLargestConfigBytes, and for all that parse_host_config refuses.
+[[nodiscard]] HostConfig read_host_config(const std::filesystem::path& path);
+
+// The configuration in a text; `name` stands for the file in errors. HostConfigError, which names
+// the first mistake in the order of the text, for what is not TOML 1.0, for a table or key that is
+// not known, for a value of another type or out of range, and for an era beyond the train eras. Characters beyond
+// ASCII may stand in comments only.
+[[nodiscard]] HostConfig parse_host_config(std::string_view text, const std::string& name);
+
+}  // namespace varnholt::embedded

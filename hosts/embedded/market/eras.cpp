@@ -1,0 +1,69 @@
+#include "hosts/embedded/market/eras.hpp"
+
+#include <cmath>
+#include <string>
+
+#include <fmt/format.h>
+
+namespace varnholt::embedded {
+namespace {
+
+void check(const EraSettings& settings) {
+  if (settings.train < 1 || settings.train > kLargestEraCount) {
+    throw EraError(fmt::format("{} train eras; ask for 1 to {}", settings.train, kLargestEraCount));
+  }
+  if (!(settings.holdout > 0.0 && settings.holdout < 1.0)) {
+    throw EraError(fmt::format("a hold-out of {} of the days; give a share above 0 and below 1",
+                               settings.holdout));
+  }
+  if (settings.era && (*settings.era < 1 || *settings.era > settings.train)) {
+    throw EraError(fmt::format("era {} of {} train eras; ask for one of 1 to {}", *settings.era,
+                               settings.train, settings.train));
+  }
+}
+
+// What can be done about a history that is too short.
+void require_days(const std::string& what, Eigen::Index days, const EraSettings& settings,
+                  std::size_t history, const char* other_mend) {
+  if (days >= kMinimumEraDays) return;
+  throw EraError(fmt::format(
+      "of a history of {} days (train eras: {}, hold-out: {} of the days) {} has {} days, and {} "
+      "are needed; give a longer history{}",
+      history, settings.train, settings.holdout, what, days, kMinimumEraDays, other_mend));
+}
+
+DaySpan span_of(const std::vector<Date>& dates, Eigen::Index first_day, Eigen::Index end_day) {
+  return {first_day, end_day, dates[static_cast<std::size_t>(first_day)],
+          dates[static_cast<std::size_t>(end_day) - 1]};
+}
+
+}  // namespace
+
+Eigen::Index EraPlan::seen_days() const {
+  return train.at(static_cast<std::size_t>(era) - 1).end_day;
+}
+
+EraPlan split_eras(const std::vector<Date>& dates, const EraSettings& settings) {
+  check(settings);
+  const auto days = static_cast<Eigen::Index>(dates.size());
+  const auto holdout_days =
+      static_cast<Eigen::Index>(std::floor(settings.holdout * static_cast<double>(days) + 0.5));
+  const Eigen::Index train_days = days - holdout_days;
+  require_days("the hold-out", holdout_days, settings, dates.size(), " or a larger hold-out");
+  // The shortest era is as long as the whole division says; some have one day more.
+  require_days(
+      "a train era", train_days / settings.train, settings, dates.size(),
+      settings.train > 1 ? ", fewer train eras or a smaller hold-out" : " or a smaller hold-out");
+  EraPlan plan;
+  Eigen::Index first_day = 0;
+  for (Eigen::Index number = 1; number <= settings.train; ++number) {
+    const Eigen::Index end_day = number * train_days / settings.train;
+    plan.train.push_back(span_of(dates, first_day, end_day));
+    first_day = end_day;
+  }
+  plan.holdout = span_of(dates, train_days, days);
+  plan.era = settings.era.value_or(settings.train);
+  return plan;
+}
+
+}  // namespace varnholt::embedded
