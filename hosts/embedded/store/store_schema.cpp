@@ -84,7 +84,7 @@ UPDATE evaluations SET failures = json_object(failure_reason, CASE
 CREATE UNIQUE INDEX evaluations_by_eval_id ON evaluations (eval_id);
 
 CREATE TABLE submissions (
-  id INTEGER PRIMARY KEY,
+  id INTEGER PRIMARY KEY AUTOINCREMENT,
   run_id INTEGER NOT NULL REFERENCES runs (id),
   evaluation_id INTEGER NOT NULL REFERENCES evaluations (id),
   eval_id TEXT NOT NULL,

@@ -54,8 +54,8 @@ constexpr const char* kMembers =
     "AND state = 'submitted' AND settled_order > ?5 "
     "ORDER BY settled_order";
 constexpr const char* kNextQueued = "AND state = 'queued' AND id > ?5 ORDER BY id LIMIT 1";
-constexpr const char* kCountMembers = "SELECT count(*) FROM submissions ";
-constexpr const char* kSubmitted = "AND state = 'submitted'";
+constexpr const char* kNumbers = "SELECT id FROM submissions ";
+constexpr const char* kSubmitted = "AND state = 'submitted' ORDER BY settled_order";
 
 std::string joined(std::initializer_list<const char*> parts) {
   std::string text;
@@ -136,7 +136,7 @@ struct SubmissionTable::Statements {
         select_of_evaluation(database, joined({kColumns, kOfEvaluation}).c_str(), kReading),
         select_filtered(database, joined({kColumns, kFiltered}).c_str(), kReading),
         select_members(database, joined({kPnlColumns, kOfPool, kMembers}).c_str(), kReadingPool),
-        count_members(database, joined({kCountMembers, kOfPool, kSubmitted}).c_str(), kReadingPool),
+        select_numbers(database, joined({kNumbers, kOfPool, kSubmitted}).c_str(), kReadingPool),
         select_next_queued(database, joined({kPnlColumns, kOfPool, kNextQueued}).c_str(),
                            kSettling) {}
 
@@ -147,7 +147,7 @@ struct SubmissionTable::Statements {
   SqliteStatement select_of_evaluation;
   SqliteStatement select_filtered;
   SqliteStatement select_members;
-  SqliteStatement count_members;
+  SqliteStatement select_numbers;
   SqliteStatement select_next_queued;
 };
 
@@ -223,9 +223,13 @@ std::vector<SubmissionPnl> SubmissionTable::members(const PoolIdentity& pool,
   return found;
 }
 
-std::int64_t SubmissionTable::member_count(const PoolIdentity& pool) {
-  SqliteUse rows(statements_->count_members);
-  return bind_pool(rows, pool).step() ? rows.integer() : 0;
+std::vector<std::int64_t> SubmissionTable::member_numbers(const PoolIdentity& pool) {
+  SqliteUse rows(statements_->select_numbers);
+  bind_pool(rows, pool);
+  std::vector<std::int64_t> found;
+  while (rows.step())
+    found.push_back(rows.integer());
+  return found;
 }
 
 std::optional<SubmissionPnl> SubmissionTable::next_queued(const PoolIdentity& pool,

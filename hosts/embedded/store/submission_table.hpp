@@ -119,7 +119,8 @@ class SubmissionTable {
   // The members of a pool that were settled after `settled_order`, in the order of settlement.
   [[nodiscard]] std::vector<SubmissionPnl> members(const PoolIdentity& pool,
                                                    std::int64_t settled_order = 0);
-  [[nodiscard]] std::int64_t member_count(const PoolIdentity& pool);
+  // Their numbers, in the same order. A number is never given twice, also not after a deletion.
+  [[nodiscard]] std::vector<std::int64_t> member_numbers(const PoolIdentity& pool);
   // The first queued submission of a pool that was enqueued after the one with the number `id`.
   [[nodiscard]] std::optional<SubmissionPnl> next_queued(const PoolIdentity& pool, std::int64_t id);
 

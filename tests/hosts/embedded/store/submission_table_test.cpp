@@ -178,8 +178,11 @@ TEST_F(SubmissionTableTest, ListsMembersInTheOrderOfSettlement) {
   EXPECT_EQ(members[0].pnl, pnl_);
   EXPECT_LT(members[0].settled_order, members[1].settled_order);
   EXPECT_THAT(ids(table().members(pool_, members[0].settled_order)), ElementsAre("1-1"));
-  EXPECT_EQ(table().member_count(pool_), 2);
-  EXPECT_EQ(table().member_count({"beta", 1, 2, "data"}), 0);
+  EXPECT_THAT(table().member_numbers(pool_), ElementsAre(third, first));
+  EXPECT_TRUE(table().member_numbers({"beta", 1, 2, "data"}).empty());
+  // The number of a row that is gone is not given again.
+  SqliteDatabase(path_, 0).execute("DELETE FROM submissions", "deleting");
+  EXPECT_GT(enqueue("1-1").id, third);
 }
 
 TEST_F(SubmissionTableTest, WalksTheQueueInOrder) {
