@@ -17,8 +17,8 @@ class StoreError : public std::runtime_error {
                 mend)) {}
 };
 
-// Another process holds the lock, and the time to wait for it is over. Nothing of the call is in the
-// file; the same call may succeed later.
+// Another process holds the lock, and the time to wait for it is over. Nothing of the call is in
+// the file; the same call may succeed later.
 class StoreBusyError : public StoreError {
  public:
   using StoreError::StoreError;

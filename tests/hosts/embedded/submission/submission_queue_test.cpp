@@ -4,11 +4,11 @@
 
 #include <limits>
 #include <stdexcept>
+#include <tuple>
 
 #include <gmock/gmock.h>
 
 #include "search_templates/genetic/value/errors.hpp"
-#include "search_templates/genetic/value/native_objects.hpp"
 #include "tests/hosts/embedded/submission/queue_fixture.hpp"
 
 namespace varnholt::embedded {
@@ -187,13 +187,12 @@ TEST_F(SubmissionQueueTest, OneWithoutItsOwnPnlDoesNotHoldUpTheOthers) {
   for (const std::string& id : {bare, holed, whole})
     EXPECT_TRUE(own->queue.enqueue(payload(id), base_));
   SqliteDatabase other(path_, 1000);
-  other.execute(("UPDATE submissions SET pnl = NULL WHERE eval_id = '" + bare + "'").c_str(), "a");
+  other.execute(("UPDATE submissions SET pnl = NULL WHERE eval_id = '" + bare + "'").c_str(),
+                "losing it");
+  // The bytes of one infinite number.
   other.execute(
-      ("UPDATE submissions SET pnl = zeroblob(7) || x'ff' WHERE 0; UPDATE submissions SET "
-       "pnl = x'000000000000f07f' WHERE eval_id = '" +
-       holed + "'")
-          .c_str(),
-      "b");
+      ("UPDATE submissions SET pnl = x'000000000000f07f' WHERE eval_id = '" + holed + "'").c_str(),
+      "breaking it");
   const SyncReport report = own->queue.sync();
   EXPECT_THAT(ids(report), ElementsAre(whole));
   ASSERT_EQ(report.waiting.size(), 2U);
