@@ -1,6 +1,7 @@
 // A file of an earlier schema version is brought up to date without losing a row. Method: a file
 // made by the very statements of version 1, opened by the store and read back.
 #include <gmock/gmock.h>
+#include <sys/wait.h>
 
 #include "hosts/embedded/store/store_schema.hpp"
 #include "tests/hosts/embedded/store/store_fixture.hpp"
@@ -180,6 +181,27 @@ TEST_F(SchemaMigration, IsWholeOrNotAtAll) {
             15);
   EXPECT_EQ(old.query_integer("SELECT count(*) FROM evaluations", "reading"), 5);
   old.execute("DROP TABLE submissions_by_run", "getting out of the way");
+  EXPECT_EQ(RunStore(path_).evaluation_count(1), 4);
+}
+
+TEST_F(SchemaMigration, IsDoneOnceByProcessesThatOpenAtOnce) {
+  make_version_1();
+  std::vector<pid_t> children;
+  for (int i = 0; i < 6; ++i) {
+    children.push_back(::fork());
+    if (children.back() != 0) continue;
+    try {
+      RunStore store(path_, {.busy_timeout_milliseconds = 60'000});
+      ::_exit(store.runs().size() == 2 ? 0 : 1);
+    } catch (const StoreError&) {
+      ::_exit(2);
+    }
+  }
+  for (const pid_t child : children) {
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+  }
   EXPECT_EQ(RunStore(path_).evaluation_count(1), 4);
 }
 
