@@ -1,30 +1,80 @@
-// Where the candidates of a generation come from: bred from parents, or fresh.
+// Where the candidates of a generation come from: bred from parents, seeds of the run, or fresh.
 //
 // The search hands graphs on without their origin. The host knows it all the same, because every
-// offspring is made by its operators: a candidate is bred when an operator made its graph since the
-// generation began.
+// offspring is made by its operators and every fresh graph by its source: a candidate is bred when
+// an operator made its structure since the generation began, and so on.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
 
 #include "search_templates/genetic/graph/structural_key.hpp"
 #include "search_templates/genetic/host/genetic_ops.hpp"
+#include "search_templates/genetic/host/random_weighted.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::embedded {
 
+enum class Origin { Bred, Seed, Fresh, Unknown };
+
+struct GraphOrigin {
+  Origin origin = Origin::Unknown;
+  // Of a bred graph: the operators in the order in which they were applied, one or two
+  // ("point_mutation", then "crossover" with the mate), and the graph keys of the elite and the
+  // mate, each once. Graphs that only lent a part to a mutation are no parents.
+  std::vector<std::string> operators;
+  std::vector<std::string> parents;
+};
+
+// {"operators":["crossover"],"origin":"bred","parents":["<graph key>","<graph key>"]} for a bred
+// graph, {"origin":"seed"} and so on for the others.
+[[nodiscard]] std::string lineage_json(const GraphOrigin& origin);
+
 class Lineage {
  public:
-  // The search may still change the offspring's root after this.
-  void note_offspring(const genetic::Value& graph) { offspring_.append(graph); }
-  // Asked when the generation's graphs are made and changed no more.
+  // An operator made `graph` of `parents`, the elite first. The search may still change the root of
+  // the graph in place, cross it with a mate, and put the elite's root on a copy of what a hoist
+  // gave; all of that is seen.
+  void note_offspring(std::string_view operation, const genetic::Value& graph,
+                      std::vector<genetic::Value> parents);
+  // Also of graphs that only lend a part to a mutation.
+  void note_fresh(const genetic::Value& graph);
+  // For the whole run.
+  void note_seed(const genetic::Value& graph);
+
+  // Asked when the graphs that it is asked about are made and changed no more. A structure that has
+  // several origins is bred rather than a seed, and a seed rather than fresh; of several breedings
+  // the first counts.
   [[nodiscard]] bool is_bred(const genetic::Value& graph);
+  [[nodiscard]] GraphOrigin origin_of(const genetic::Value& graph);
+
   void next_generation();
 
  private:
-  genetic::List offspring_;
-  std::optional<genetic::StructuralKeySet> keys_;  // Of the offspring, once it is asked for.
+  struct Offspring {
+    genetic::Value graph;
+    std::vector<std::string> operators;
+    std::vector<genetic::Value> parents;
+  };
+  using Index = std::unordered_map<genetic::StructuralKey, std::size_t, genetic::StructuralKeyHash>;
+
+  [[nodiscard]] bool is_step_of_last(const genetic::Value& elite) const;
+  // The structures that the search may have made of it.
+  [[nodiscard]] static std::vector<genetic::StructuralKey> structures(const Offspring& offspring);
+  [[nodiscard]] const Offspring* breeding_of(const genetic::StructuralKey& key);
+  [[nodiscard]] bool is_fresh(const genetic::StructuralKey& key);
+
+  std::vector<Offspring> offspring_;
+  std::vector<genetic::Value> fresh_;
+  genetic::StructuralKeySet seeds_;
+  // Made when they are first asked for, and again after a note.
+  std::optional<Index> offspring_index_;
+  std::optional<genetic::StructuralKeySet> fresh_keys_;
 };
 
 // Passes every call on, and notes what comes back.
@@ -36,34 +86,37 @@ class ObservedOperators : public genetic::GeneticOps {
 
   [[nodiscard]] genetic::Value crossover(const genetic::Value& elite, const genetic::Value& mate,
                                          const std::shared_ptr<genetic::RandomGenerator>& rng,
-                                         const genetic::Callable& validator) override {
-    return noted(operators_.crossover(elite, mate, rng, validator));
-  }
+                                         const genetic::Callable& validator) override;
   [[nodiscard]] genetic::Value point_mutation(const genetic::Value& elite,
                                               const genetic::Value& replacements,
                                               const std::shared_ptr<genetic::RandomGenerator>& rng,
-                                              const genetic::Callable& validator) override {
-    return noted(operators_.point_mutation(elite, replacements, rng, validator));
-  }
+                                              const genetic::Callable& validator) override;
   [[nodiscard]] genetic::Value subtree_mutation(
       const genetic::Value& elite, const genetic::Value& replacements,
       const std::shared_ptr<genetic::RandomGenerator>& rng,
-      const genetic::Callable& validator) override {
-    return noted(operators_.subtree_mutation(elite, replacements, rng, validator));
-  }
+      const genetic::Callable& validator) override;
   [[nodiscard]] genetic::Value hoist_mutation(const genetic::Value& elite,
                                               const std::shared_ptr<genetic::RandomGenerator>& rng,
-                                              const genetic::Callable& validator) override {
-    return noted(operators_.hoist_mutation(elite, rng, validator));
-  }
+                                              const genetic::Callable& validator) override;
 
  private:
-  [[nodiscard]] genetic::Value noted(genetic::Value child) {
-    lineage_.note_offspring(child);
-    return child;
-  }
-
   genetic::GeneticOps& operators_;
+  Lineage& lineage_;
+};
+
+// The same for the source of fresh graphs.
+class ObservedRandomGraphs : public genetic::RandomWeighted {
+ public:
+  // Both must outlive the object and its walks.
+  ObservedRandomGraphs(genetic::RandomWeighted& source, Lineage& lineage)
+      : source_(source), lineage_(lineage) {}
+
+  [[nodiscard]] std::unique_ptr<genetic::ValueIterator> random_weighted_graphs(
+      genetic::SearchContext& context, const std::shared_ptr<genetic::RandomGenerator>& rng,
+      const genetic::Mapping& log_context, std::string_view template_name) override;
+
+ private:
+  genetic::RandomWeighted& source_;
   Lineage& lineage_;
 };
 

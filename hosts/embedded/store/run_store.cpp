@@ -2,65 +2,16 @@
 
 #include <filesystem>
 #include <system_error>
-#include <utility>
 
 #include <fmt/format.h>
 
 #include "hosts/embedded/store/process_identity.hpp"
+#include "hosts/embedded/store/run_store_statements.hpp"
 #include "hosts/embedded/store/sqlite_database.hpp"
 #include "hosts/embedded/store/store_schema.hpp"
 
 namespace varnholt::embedded {
 namespace {
-
-constexpr const char* kBeginning = "beginning a run";
-constexpr const char* kRecording = "recording evaluations";
-constexpr const char* kRecordingMetrics = "recording metrics";
-constexpr const char* kEnding = "ending a run";
-constexpr const char* kMarking = "marking interrupted runs";
-constexpr const char* kReadingRuns = "reading runs";
-constexpr const char* kReadingSignals = "reading the best signals";
-constexpr const char* kCounting = "counting evaluations";
-constexpr const char* kReadingMetrics = "reading metrics";
-
-constexpr const char* kInsertRun =
-    "INSERT INTO runs (started_at, seed, settings, price_file, price_digest, host_version, "
-    "process_id, process_started, boot_id, pid_namespace) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)";
-constexpr const char* kInsertEvaluation =
-    "INSERT INTO evaluations (run_id, candidate_number, generation, graph_key, graph, passed, "
-    "failure_reason, failure_detail, statistics, sharpe, quality_score, elapsed_seconds, "
-    "worker_pid, recorded_at) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)";
-constexpr const char* kInsertMetrics = "INSERT INTO metrics (run_id, record) VALUES (?, ?)";
-constexpr const char* kEndRun =
-    "UPDATE runs SET ended_at = ?2, terminal_reason = ?3 WHERE id = ?1 AND ended_at IS NULL";
-// Nobody saw the end; the last record is the last sign of life.
-constexpr const char* kInterruptRun =
-    "UPDATE runs SET terminal_reason = ?2, ended_at = coalesce((SELECT max(recorded_at) FROM "
-    "evaluations WHERE run_id = ?1), started_at) WHERE id = ?1 AND ended_at IS NULL";
-constexpr const char* kSelectOpenRuns =
-    "SELECT id, process_id, process_started, boot_id, pid_namespace FROM runs WHERE ended_at IS "
-    "NULL ORDER BY id";
-constexpr const char* kSelectRun =
-    "SELECT id, started_at, seed, settings, price_file, price_digest, host_version, process_id, "
-    "ended_at, terminal_reason FROM runs WHERE id = ?";
-constexpr const char* kSelectRuns =
-    "SELECT id, started_at, seed, settings, price_file, price_digest, host_version, process_id, "
-    "ended_at, terminal_reason FROM runs ORDER BY id";
-constexpr const char* kSelectByQuality =
-    "SELECT candidate_number, generation, graph_key, graph, passed, failure_reason, "
-    "failure_detail, statistics, sharpe, quality_score, elapsed_seconds, worker_pid, recorded_at "
-    "FROM evaluations WHERE run_id = ? AND passed = 1 AND quality_score IS NOT NULL "
-    "ORDER BY quality_score DESC, candidate_number LIMIT ?";
-constexpr const char* kSelectBySharpe =
-    "SELECT candidate_number, generation, graph_key, graph, passed, failure_reason, "
-    "failure_detail, statistics, sharpe, quality_score, elapsed_seconds, worker_pid, recorded_at "
-    "FROM evaluations WHERE run_id = ? AND passed = 1 AND sharpe IS NOT NULL "
-    "ORDER BY sharpe DESC, candidate_number LIMIT ?";
-constexpr const char* kCountFailures =
-    "SELECT coalesce(failure_reason, ''), count(*) FROM evaluations WHERE run_id = ? AND passed = "
-    "0 GROUP BY 1 ORDER BY 2 DESC, 1";
-constexpr const char* kCountEvaluations = "SELECT count(*) FROM evaluations WHERE run_id = ?";
-constexpr const char* kSelectMetrics = "SELECT record FROM metrics WHERE run_id = ? ORDER BY id";
 
 RunRecord read_run(SqliteUse& row) {
   RunRecord run;
@@ -71,28 +22,15 @@ RunRecord read_run(SqliteUse& row) {
   run.start.price_file = row.text();
   run.start.price_digest = row.text();
   run.start.host_version = row.text();
+  run.start.price_path = row.text();
+  run.start.market_id = row.optional_integer();
+  run.start.era_number = row.optional_integer();
+  run.start.eras_json = row.text();
+  run.start.cost_basis_points = row.optional_real();
   run.process_id = row.integer();
   run.ended_at = row.optional_real();
   run.terminal_reason = row.optional_text();
   return run;
-}
-
-EvaluationRecord read_evaluation(SqliteUse& row) {
-  EvaluationRecord evaluation;
-  evaluation.candidate_number = row.integer();
-  evaluation.generation = row.integer();
-  evaluation.graph_key = row.text();
-  evaluation.graph_json = row.text();
-  evaluation.passed = row.integer() != 0;
-  evaluation.failure_reason = row.optional_text();
-  evaluation.failure_detail = row.optional_text();
-  evaluation.statistics_json = row.text();
-  evaluation.sharpe = row.optional_real();
-  evaluation.quality_score = row.optional_real();
-  evaluation.elapsed_seconds = row.real();
-  evaluation.worker_pid = row.optional_integer();
-  evaluation.recorded_at = row.real();
-  return evaluation;
 }
 
 std::string checked_path(const std::string& path) {
@@ -108,52 +46,29 @@ std::string checked_path(const std::string& path) {
   return absolute.string();
 }
 
+std::unique_ptr<SqliteDatabase> opened(const std::string& path, const RunStore::Options& options) {
+  auto database =
+      std::make_unique<SqliteDatabase>(checked_path(path), options.busy_timeout_milliseconds);
+  prepare_schema(*database);
+  return database;
+}
+
 }  // namespace
 
-// Prepared once, when the store is opened.
-struct RunStore::Statements {
-  explicit Statements(SqliteDatabase& database)
-      : insert_run(database, kInsertRun, kBeginning),
-        insert_evaluation(database, kInsertEvaluation, kRecording),
-        insert_metrics(database, kInsertMetrics, kRecordingMetrics),
-        end_run(database, kEndRun, kEnding),
-        interrupt_run(database, kInterruptRun, kMarking),
-        select_open_runs(database, kSelectOpenRuns, kMarking),
-        select_run(database, kSelectRun, kReadingRuns),
-        select_runs(database, kSelectRuns, kReadingRuns),
-        select_by_quality(database, kSelectByQuality, kReadingSignals),
-        select_by_sharpe(database, kSelectBySharpe, kReadingSignals),
-        count_failures(database, kCountFailures, kCounting),
-        count_evaluations(database, kCountEvaluations, kCounting),
-        select_metrics(database, kSelectMetrics, kReadingMetrics) {}
-
-  SqliteStatement insert_run;
-  SqliteStatement insert_evaluation;
-  SqliteStatement insert_metrics;
-  SqliteStatement end_run;
-  SqliteStatement interrupt_run;
-  SqliteStatement select_open_runs;
-  SqliteStatement select_run;
-  SqliteStatement select_runs;
-  SqliteStatement select_by_quality;
-  SqliteStatement select_by_sharpe;
-  SqliteStatement count_failures;
-  SqliteStatement count_evaluations;
-  SqliteStatement select_metrics;
-};
-
 RunStore::RunStore(const std::string& path, const Options& options)
-    : database_(
-          std::make_unique<SqliteDatabase>(checked_path(path), options.busy_timeout_milliseconds)) {
-  prepare_schema(*database_);
-  statements_ = std::make_unique<Statements>(*database_);
-  interrupted_runs_ = mark_interrupted_runs();
-}
+    : database_(opened(path, options)),
+      statements_(std::make_unique<Statements>(*database_)),
+      submissions_(*database_),
+      interrupted_runs_(mark_interrupted_runs()) {}
 
 RunStore::~RunStore() = default;
 
 const std::string& RunStore::path() const noexcept {
   return database_->path();
+}
+
+SqliteTransaction RunStore::lock(const char* doing) {
+  return {*database_, doing};
 }
 
 std::vector<std::int64_t> RunStore::mark_interrupted_runs() {
@@ -199,34 +114,13 @@ std::int64_t RunStore::begin_run(const RunStart& start) {
                         .bind(own.started_ticks)
                         .bind(own.boot_id)
                         .bind(own.pid_namespace)
+                        .bind(start.price_path)
+                        .bind(start.market_id)
+                        .bind(start.era_number)
+                        .bind(start.eras_json)
+                        .bind(start.cost_basis_points)
                         .change());
   return ::sqlite3_last_insert_rowid(database_->handle());
-}
-
-void RunStore::record_evaluations(std::int64_t run,
-                                  const std::vector<EvaluationRecord>& evaluations) {
-  if (evaluations.empty()) return database_->require_owner();
-  SqliteTransaction transaction(*database_, kRecording);
-  require_run(run, kRecording);
-  for (const EvaluationRecord& evaluation : evaluations) {
-    static_cast<void>(SqliteUse(statements_->insert_evaluation)
-                          .bind(run)
-                          .bind(evaluation.candidate_number)
-                          .bind(evaluation.generation)
-                          .bind(evaluation.graph_key)
-                          .bind(evaluation.graph_json)
-                          .bind(std::int64_t{evaluation.passed})
-                          .bind(evaluation.failure_reason)
-                          .bind(evaluation.failure_detail)
-                          .bind(evaluation.statistics_json)
-                          .bind(evaluation.sharpe)
-                          .bind(evaluation.quality_score)
-                          .bind(evaluation.elapsed_seconds)
-                          .bind(evaluation.worker_pid)
-                          .bind(evaluation.recorded_at)
-                          .change());
-  }
-  transaction.commit();
 }
 
 void RunStore::record_metrics(std::int64_t run, const std::string& record_json) {
@@ -264,37 +158,6 @@ std::vector<RunRecord> RunStore::runs() {
     found.push_back(read_run(rows));
   }
   return found;
-}
-
-std::vector<EvaluationRecord> RunStore::best_signals(std::int64_t run, std::int64_t count,
-                                                     SignalOrder order) {
-  std::vector<EvaluationRecord> found;
-  // SQLite takes a negative limit for none.
-  if (count <= 0) return found;
-  SqliteUse rows(order == SignalOrder::Sharpe ? statements_->select_by_sharpe
-                                              : statements_->select_by_quality);
-  rows.bind(run).bind(count);
-  while (rows.step()) {
-    found.push_back(read_evaluation(rows));
-  }
-  return found;
-}
-
-std::vector<FailureCount> RunStore::failure_counts(std::int64_t run) {
-  std::vector<FailureCount> found;
-  SqliteUse rows(statements_->count_failures);
-  rows.bind(run);
-  while (rows.step()) {
-    FailureCount& entry = found.emplace_back();
-    entry.reason = rows.text();
-    entry.count = rows.integer();
-  }
-  return found;
-}
-
-std::int64_t RunStore::evaluation_count(std::int64_t run) {
-  SqliteUse rows(statements_->count_evaluations);
-  return rows.bind(run).step() ? rows.integer() : 0;
 }
 
 std::vector<std::string> RunStore::metrics(std::int64_t run) {

@@ -5,6 +5,8 @@
 //   store.record_evaluations(run, batch);
 //   store.end_run(run, now, "candidate_limit");
 //
+// What was enqueued for a pool of signals is in store.submissions() (submission_table.hpp).
+//
 // What a call recorded is in the file when the call returns, and survives a kill -9 of the process;
 // a loss of power may take the last batches with it, but does not damage the file. Texts called
 // JSON are stored as they are. Times are seconds of wall time since 1970-01-01 UTC; they are data
@@ -22,10 +24,12 @@
 #include <vector>
 
 #include "hosts/embedded/store/store_error.hpp"
+#include "hosts/embedded/store/submission_table.hpp"
 
 namespace varnholt::embedded {
 
 class SqliteDatabase;
+class SqliteTransaction;
 
 struct RunStart {
   double started_at = 0;
@@ -35,6 +39,17 @@ struct RunStart {
   // Names the very bytes of the price file.
   std::string price_digest;
   std::string host_version;
+
+  // What it takes to evaluate one of the run's signals again, beside its graph: the file with the
+  // digest above, the days, and the costs.
+  std::string price_path = {};  // Absolute. Empty in runs of the first schema version.
+  // Which market and era the run searched in. Absent in runs without eras.
+  std::optional<std::int64_t> market_id = {};
+  std::optional<std::int64_t> era_number = {};
+  // The boundaries of all eras, the hold-out among them.
+  std::string eras_json = "null";
+  // Of what is traded. Absent in runs of the first schema version, whose settings have it.
+  std::optional<double> cost_basis_points = {};
 };
 
 struct RunRecord {
@@ -63,6 +78,23 @@ struct EvaluationRecord {
   double elapsed_seconds = 0;
   std::optional<std::int64_t> worker_pid;
   double recorded_at = 0;
+  // How the graph came about: lineage_json of search/lineage.hpp.
+  std::string lineage_json = R"({"origin":"unknown"})";
+  // Every failure by its reason, of which `failure_reason` is the first.
+  std::string failures_json = "{}";
+  std::optional<std::int64_t> market_id = {};
+  std::optional<std::int64_t> era_number = {};
+  // The figures on days that the search never saw, once they are known.
+  std::optional<std::string> holdout_statistics_json = {};
+  // The public id "<run>-<candidate number>". The store makes it: filled in what is read, without
+  // meaning in what is recorded.
+  std::string eval_id = {};
+};
+
+// An evaluation with the run that it belongs to.
+struct EvaluationOfRun {
+  RunRecord run;
+  EvaluationRecord evaluation;
 };
 
 struct FailureCount {
@@ -72,6 +104,9 @@ struct FailureCount {
 };
 
 enum class SignalOrder { QualityScore, Sharpe };
+
+// The public id of an evaluation, "3-17".
+[[nodiscard]] std::string eval_id_of(std::int64_t run, std::int64_t candidate_number);
 
 // The terminal reason of a run whose process died before it ended the run.
 inline constexpr const char* kInterrupted = "interrupted";
@@ -103,6 +138,8 @@ class RunStore {
   std::int64_t begin_run(const RunStart& start);
   // All or none of them. A candidate number that the run already has is an error.
   void record_evaluations(std::int64_t run, const std::vector<EvaluationRecord>& evaluations);
+  // An error when no evaluation has the id.
+  void record_holdout(const std::string& eval_id, const std::string& statistics_json);
   void record_metrics(std::int64_t run, const std::string& record_json);
   // The first end counts: false when the run had ended before, and then nothing is changed.
   bool end_run(std::int64_t run, double ended_at, const std::string& terminal_reason);
@@ -110,6 +147,7 @@ class RunStore {
   [[nodiscard]] std::optional<RunRecord> find_run(std::int64_t run);
   // All runs, the oldest first.
   [[nodiscard]] std::vector<RunRecord> runs();
+  [[nodiscard]] std::optional<EvaluationOfRun> find_evaluation(const std::string& eval_id);
   // At most `count` signals that passed, the best first; those without the figure are left out, and
   // of equal ones the earlier candidate comes first.
   [[nodiscard]] std::vector<EvaluationRecord> best_signals(
@@ -120,6 +158,12 @@ class RunStore {
   // In the order in which they were recorded.
   [[nodiscard]] std::vector<std::string> metrics(std::int64_t run);
 
+  [[nodiscard]] SubmissionTable& submissions() noexcept { return submissions_; }
+  // Holds the store's write lock until the transaction is committed or given up, so that what is
+  // read in it stays true while it is acted on. Calls that write in transactions of their own
+  // (recording, ending, enqueueing) fail meanwhile.
+  [[nodiscard]] SqliteTransaction lock(const char* doing);
+
  private:
   struct Statements;
 
@@ -128,6 +172,7 @@ class RunStore {
 
   std::unique_ptr<SqliteDatabase> database_;
   std::unique_ptr<Statements> statements_;
+  SubmissionTable submissions_;
   std::vector<std::int64_t> interrupted_runs_;
 };
 

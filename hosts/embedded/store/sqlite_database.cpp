@@ -1,6 +1,8 @@
 #include "hosts/embedded/store/sqlite_database.hpp"
 
+#include <bit>
 #include <cstring>
+#include <new>
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -33,6 +35,34 @@ std::string_view mend(int code) {
     default:
       return "see the SQLite result codes";
   }
+}
+
+constexpr std::size_t kBytesOfADouble = 8;
+static_assert(sizeof(double) == kBytesOfADouble);
+
+std::string little_endian(std::span<const double> series) {
+  std::string bytes;
+  bytes.reserve(series.size() * kBytesOfADouble);
+  for (const double value : series) {
+    const auto bits = std::bit_cast<std::uint64_t>(value);
+    for (unsigned int shift = 0; shift < 64; shift += 8) {
+      bytes.push_back(static_cast<char>((bits >> shift) & 0xffU));
+    }
+  }
+  return bytes;
+}
+
+std::vector<double> from_little_endian(std::span<const unsigned char> bytes) {
+  std::vector<double> series;
+  series.reserve(bytes.size() / kBytesOfADouble);
+  for (std::size_t at = 0; at < bytes.size(); at += kBytesOfADouble) {
+    std::uint64_t bits = 0;
+    for (std::size_t byte = kBytesOfADouble; byte > 0; --byte) {
+      bits = (bits << 8) | bytes[at + byte - 1];
+    }
+    series.push_back(std::bit_cast<double>(bits));
+  }
+  return series;
 }
 
 int checked_size(std::string_view text) {
@@ -98,8 +128,13 @@ void SqliteDatabase::fail(const char* doing) const {
                                : 0;
   const std::string cause =
       system_error != 0 ? fmt::format(" ({})", std::strerror(system_error)) : std::string();
-  throw StoreError(path_, fmt::format("{} failed: {}{}", doing, ::sqlite3_errmsg(handle_), cause),
-                   mend(code));
+  const std::string trouble =
+      fmt::format("{} failed: {}{}", doing, ::sqlite3_errmsg(handle_), cause);
+  const int primary = code & 0xff;
+  if (primary == SQLITE_BUSY || primary == SQLITE_LOCKED) {
+    throw StoreBusyError(path_, trouble, mend(code));
+  }
+  throw StoreError(path_, trouble, mend(code));
 }
 
 SqliteStatement::SqliteStatement(SqliteDatabase& database, const char* sql, const char* doing)
@@ -151,6 +186,12 @@ SqliteUse& SqliteUse::bind(std::string_view value) {
                                    SQLITE_STATIC));
 }
 
+SqliteUse& SqliteUse::bind(std::span<const double> series) {
+  series_ = little_endian(series);
+  return bound(::sqlite3_bind_blob(statement_.handle_, ++parameter_, series_.data(),
+                                   checked_size(series_), SQLITE_STATIC));
+}
+
 bool SqliteUse::step() {
   column_ = 0;
   const int result = ::sqlite3_step(statement_.handle_);
@@ -199,6 +240,15 @@ std::optional<std::string> SqliteUse::optional_text() {
   if (!next_is_null()) return text();
   ++column_;
   return std::nullopt;
+}
+
+std::optional<std::vector<double>> SqliteUse::optional_series() {
+  const bool is_null = next_is_null();
+  const auto* const bytes =
+      static_cast<const unsigned char*>(::sqlite3_column_blob(statement_.handle_, column_));
+  const auto size = static_cast<std::size_t>(::sqlite3_column_bytes(statement_.handle_, column_++));
+  if (is_null || size % kBytesOfADouble != 0) return std::nullopt;
+  return from_little_endian({bytes, size});
 }
 
 SqliteTransaction::SqliteTransaction(SqliteDatabase& database, const char* doing)

@@ -5,8 +5,10 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <sqlite3.h>
 #include <sys/types.h>
@@ -38,7 +40,8 @@ class SqliteDatabase {
   [[nodiscard]] std::int64_t query_integer(const char* sql, const char* doing);
   [[nodiscard]] std::string query_text(const char* sql, const char* doing);
 
-  // Throws the StoreError for the last call that failed.
+  // Throws the StoreError for the last call that failed: a StoreBusyError where a lock was the
+  // reason.
   [[noreturn]] void fail(const char* doing) const;
 
  private:
@@ -71,10 +74,12 @@ class SqliteUse {
   SqliteUse& operator=(const SqliteUse&) = delete;
   ~SqliteUse();
 
-  // Texts must live until the last step. A real that is no number is stored as NULL.
+  // Texts and series must live until the last step. A real that is no number is stored as NULL, a
+  // series as the bytes of its doubles (IEEE 754, 8 bytes each, the lowest first).
   SqliteUse& bind(std::int64_t value);
   SqliteUse& bind(double value);
   SqliteUse& bind(std::string_view value);
+  SqliteUse& bind(std::span<const double> series);
   template <typename Value>
   SqliteUse& bind(const std::optional<Value>& value) {
     return value ? bind(*value) : bind_null();
@@ -91,6 +96,8 @@ class SqliteUse {
   [[nodiscard]] std::optional<std::int64_t> optional_integer();
   [[nodiscard]] std::optional<double> optional_real();
   [[nodiscard]] std::optional<std::string> optional_text();
+  // Absent for NULL and for bytes that are no whole number of doubles.
+  [[nodiscard]] std::optional<std::vector<double>> optional_series();
 
  private:
   SqliteUse& bind_null();
@@ -100,6 +107,7 @@ class SqliteUse {
   SqliteStatement& statement_;
   int parameter_ = 0;
   int column_ = 0;
+  std::string series_;  // The bytes of a bound series.
 };
 
 // A write transaction: begun at once (so that no later step can find the file locked), committed by

@@ -1,4 +1,4 @@
-// The one error of the store.
+// The errors of the store.
 #pragma once
 
 #include <stdexcept>
@@ -15,6 +15,13 @@ class StoreError : public std::runtime_error {
       : std::runtime_error(
             std::string("store ").append(path).append(": ").append(trouble).append("; ").append(
                 mend)) {}
+};
+
+// Another process holds the lock, and the time to wait for it is over. Nothing of the call is in
+// the file; the same call may succeed later.
+class StoreBusyError : public StoreError {
+ public:
+  using StoreError::StoreError;
 };
 
 }  // namespace varnholt::embedded

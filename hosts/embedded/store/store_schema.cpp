@@ -1,11 +1,15 @@
 #include "hosts/embedded/store/store_schema.hpp"
 
+#include <array>
+
 #include <fmt/format.h>
 
 namespace varnholt::embedded {
 namespace {
 
-constexpr const char* kTables = R"sql(
+// A file is made by the same statements that bring an old one up to date, so that the two have the
+// same tables. A released version's statements never change; a later version adds its own.
+constexpr const char* kVersion1 = R"sql(
 CREATE TABLE runs (
   id INTEGER PRIMARY KEY,
   started_at REAL NOT NULL,
@@ -55,15 +59,80 @@ CREATE TABLE metrics (
 CREATE INDEX metrics_by_run ON metrics (run_id);
 )sql";
 
-enum class Contents { Empty, Ours };
+// A generated id cannot contradict the columns that it is made of. Of the failures of an old row,
+// the first is what is known.
+constexpr const char* kVersion2 = R"sql(
+ALTER TABLE runs ADD COLUMN price_path TEXT NOT NULL DEFAULT '';
+ALTER TABLE runs ADD COLUMN market_id INTEGER;
+ALTER TABLE runs ADD COLUMN era_number INTEGER;
+ALTER TABLE runs ADD COLUMN eras TEXT NOT NULL DEFAULT 'null';
+ALTER TABLE runs ADD COLUMN cost_basis_points REAL;
 
-// Reads only, so that a foreign file is not changed by being looked at.
-Contents inspect(SqliteDatabase& database) {
+ALTER TABLE evaluations ADD COLUMN eval_id TEXT
+  GENERATED ALWAYS AS (run_id || '-' || candidate_number) VIRTUAL;
+ALTER TABLE evaluations ADD COLUMN lineage TEXT NOT NULL DEFAULT '{"origin":"unknown"}';
+ALTER TABLE evaluations ADD COLUMN failures TEXT NOT NULL DEFAULT '{}';
+ALTER TABLE evaluations ADD COLUMN market_id INTEGER;
+ALTER TABLE evaluations ADD COLUMN era_number INTEGER;
+ALTER TABLE evaluations ADD COLUMN holdout_statistics TEXT;
+
+UPDATE evaluations SET failures = json_object(failure_reason, CASE
+    WHEN failure_detail IS NULL THEN json_object('reason', failure_reason)
+    ELSE json_object('reason', failure_reason, 'detail', failure_detail) END)
+  WHERE failure_reason IS NOT NULL;
+
+CREATE UNIQUE INDEX evaluations_by_eval_id ON evaluations (eval_id);
+
+CREATE TABLE submissions (
+  id INTEGER PRIMARY KEY AUTOINCREMENT,
+  run_id INTEGER NOT NULL REFERENCES runs (id),
+  evaluation_id INTEGER NOT NULL REFERENCES evaluations (id),
+  eval_id TEXT NOT NULL,
+  graph_key TEXT NOT NULL,
+  signal_pool_name TEXT NOT NULL,
+  market_id INTEGER NOT NULL,
+  era_number INTEGER NOT NULL,
+  data_key TEXT NOT NULL,
+  state TEXT NOT NULL CHECK (state IN ('queued', 'submitted', 'refused')),
+  pending_reason TEXT,
+  payload TEXT NOT NULL,
+  pnl BLOB,
+  score REAL,
+  score_threshold REAL,
+  correlation REAL,
+  correlation_threshold REAL,
+  refusal_reason TEXT,
+  refusal_detail TEXT,
+  queued_at REAL NOT NULL,
+  settled_at REAL,
+  settled_order INTEGER UNIQUE,
+  CHECK ((state = 'queued') = (settled_at IS NULL)),
+  CHECK ((state = 'queued') = (settled_order IS NULL)),
+  CHECK ((state = 'refused') = (refusal_reason IS NOT NULL)),
+  CHECK (state = 'queued' OR (score IS NOT NULL AND score_threshold IS NOT NULL
+    AND correlation IS NOT NULL AND correlation_threshold IS NOT NULL))
+) STRICT;
+
+CREATE UNIQUE INDEX one_submission_a_structure
+  ON submissions (signal_pool_name, market_id, era_number, data_key, graph_key)
+  WHERE state <> 'refused';
+CREATE INDEX submissions_by_pool
+  ON submissions (signal_pool_name, market_id, era_number, data_key, state, settled_order);
+CREATE INDEX submissions_by_evaluation ON submissions (evaluation_id);
+CREATE INDEX submissions_by_run ON submissions (run_id);
+)sql";
+
+constexpr std::array kVersions = {kVersion1, kVersion2};
+static_assert(kVersions.size() == static_cast<std::size_t>(kStoreSchemaVersion));
+
+// The file's schema version, 0 for an empty file. Reads only, so that a foreign file is not changed
+// by being looked at.
+std::int64_t version_of(SqliteDatabase& database) {
   constexpr const char* kDoing = "reading what kind of file it is";
   const std::int64_t application = database.query_integer("PRAGMA application_id", kDoing);
   const std::int64_t version = database.query_integer("PRAGMA user_version", kDoing);
   const std::int64_t tables = database.query_integer("SELECT count(*) FROM sqlite_schema", kDoing);
-  if (application == 0 && version == 0 && tables == 0) return Contents::Empty;
+  if (application == 0 && version == 0 && tables == 0) return 0;
   if (application != kStoreApplicationId) {
     throw StoreError(database.path(),
                      fmt::format("it is a database of another program (application id {}, {} "
@@ -78,19 +147,23 @@ Contents inspect(SqliteDatabase& database) {
                                  version, kStoreSchemaVersion),
                      "use the newer program that made it, or name another file");
   }
-  if (version < kStoreSchemaVersion) {
+  if (version < 1) {
     throw StoreError(database.path(), fmt::format("its schema version {} never existed", version),
                      "the file is damaged; move it away or name another file");
   }
-  return Contents::Ours;
+  return version;
 }
 
-void make_tables(SqliteDatabase& database) {
-  constexpr const char* kDoing = "making the tables";
+// Runs the statements of every version that the file has not yet, all of them or none.
+void bring_up_to_date(SqliteDatabase& database) {
+  constexpr const char* kDoing = "bringing the tables up to date";
   SqliteTransaction transaction(database, kDoing);
   // Another process may have been quicker between the look and the lock.
-  if (inspect(database) == Contents::Ours) return;
-  database.execute(kTables, kDoing);
+  const std::int64_t before = version_of(database);
+  if (before == kStoreSchemaVersion) return;
+  for (std::int64_t version = before; version < kStoreSchemaVersion; ++version) {
+    database.execute(kVersions[static_cast<std::size_t>(version)], kDoing);
+  }
   database.execute(fmt::format("PRAGMA application_id = {}", kStoreApplicationId).c_str(), kDoing);
   database.execute(fmt::format("PRAGMA user_version = {}", kStoreSchemaVersion).c_str(), kDoing);
   transaction.commit();
@@ -99,7 +172,7 @@ void make_tables(SqliteDatabase& database) {
 }  // namespace
 
 void prepare_schema(SqliteDatabase& database) {
-  const Contents contents = inspect(database);
+  const std::int64_t version = version_of(database);
   if (::sqlite3_db_readonly(database.handle(), "main") == 1) {
     throw StoreError(database.path(), "it can be read but not written",
                      "check the permissions of the file and of its folder");
@@ -111,7 +184,7 @@ void prepare_schema(SqliteDatabase& database) {
                      "keep the file on a local disk; network file systems cannot do it");
   }
   database.execute("PRAGMA synchronous = NORMAL; PRAGMA foreign_keys = ON", "setting it up");
-  if (contents == Contents::Empty) make_tables(database);
+  if (version < kStoreSchemaVersion) bring_up_to_date(database);
 }
 
 }  // namespace varnholt::embedded

@@ -170,6 +170,13 @@ TEST_F(RunStoreFaults, AForkedChildCannotTouchTheStore) {
         [&] { static_cast<void>(store.failure_counts(run)); },
         [&] { static_cast<void>(store.evaluation_count(run)); },
         [&] { static_cast<void>(store.metrics(run)); },
+        [&] { store.record_holdout("1-1", "{}"); },
+        [&] { static_cast<void>(store.find_evaluation("1-1")); },
+        [&] { static_cast<void>(store.submissions().list({})); },
+        [&] {
+          store.submissions().enqueue({{}, "1-1", {}, "{}", {}, 0.0});
+        },
+        [&] { static_cast<void>(store.lock("locking")); },
     };
     for (std::size_t i = 0; i < calls.size(); ++i) {
       EXPECT_THAT(error_of(calls[i]), HasSubstr("a worker must hand its result to its parent"))

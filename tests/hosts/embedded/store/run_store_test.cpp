@@ -32,7 +32,13 @@ TEST_F(RunStoreTest, KeepsARun) {
   std::int64_t run = 0;
   {
     RunStore store(path_);
-    run = store.begin_run(start());
+    RunStart full = start();
+    full.price_path = "/data/prices.csv";
+    full.market_id = 2;
+    full.era_number = 5;
+    full.eras_json = R"([{"number":5}])";
+    full.cost_basis_points = 12.5;
+    run = store.begin_run(full);
     const std::optional<RunRecord> open = store.find_run(run);
     ASSERT_TRUE(open.has_value());
     EXPECT_EQ(open->process_id, ::getpid());
@@ -50,6 +56,11 @@ TEST_F(RunStoreTest, KeepsARun) {
   EXPECT_EQ(found->start.price_file, "prices.csv");
   EXPECT_EQ(found->start.price_digest, "ab12");
   EXPECT_EQ(found->start.host_version, "0.1.0");
+  EXPECT_EQ(found->start.price_path, "/data/prices.csv");
+  EXPECT_EQ(found->start.market_id, 2);
+  EXPECT_EQ(found->start.era_number, 5);
+  EXPECT_EQ(found->start.eras_json, R"([{"number":5}])");
+  EXPECT_EQ(found->start.cost_basis_points, 12.5);
   EXPECT_EQ(found->ended_at, 1234.25);
   EXPECT_EQ(found->terminal_reason, "stopped");
   EXPECT_TRUE(store.interrupted_runs().empty());
@@ -79,6 +90,12 @@ TEST_F(RunStoreTest, LetsTheFirstEndOfARunCount) {
 TEST_F(RunStoreTest, KeepsEveryFieldOfAnEvaluation) {
   EvaluationRecord full = passing(7, 2.5, -0.75);
   full.failure_reason = "soft";
+  full.lineage_json = R"({"origin":"fresh"})";
+  full.failures_json = R"({"soft":{"reason":"soft"}})";
+  full.market_id = 3;
+  full.era_number = 4;
+  full.holdout_statistics_json = R"({"sharpe":0.5})";
+  full.eval_id = "not this";
   full.failure_detail = std::string("text with \0 inside and \xc3\xa9", 25);
   EvaluationRecord bare = passing(8, 1.5);
   bare.sharpe.reset();
@@ -103,11 +120,52 @@ TEST_F(RunStoreTest, KeepsEveryFieldOfAnEvaluation) {
   EXPECT_EQ(found[0].elapsed_seconds, 0.125);
   EXPECT_EQ(found[0].worker_pid, 4007);
   EXPECT_EQ(found[0].recorded_at, 2007.0);
+  EXPECT_EQ(found[0].lineage_json, full.lineage_json);
+  EXPECT_EQ(found[0].failures_json, full.failures_json);
+  EXPECT_EQ(found[0].market_id, 3);
+  EXPECT_EQ(found[0].era_number, 4);
+  EXPECT_EQ(found[0].holdout_statistics_json, full.holdout_statistics_json);
+  EXPECT_EQ(found[0].eval_id, eval_id_of(run, 7));
   EXPECT_EQ(found[1].graph_json, "");
+  EXPECT_EQ(found[1].lineage_json, R"({"origin":"unknown"})");
+  EXPECT_EQ(found[1].failures_json, "{}");
+  EXPECT_FALSE(found[1].market_id.has_value());
+  EXPECT_FALSE(found[1].era_number.has_value());
+  EXPECT_FALSE(found[1].holdout_statistics_json.has_value());
   EXPECT_FALSE(found[1].failure_reason.has_value());
   EXPECT_FALSE(found[1].failure_detail.has_value());
   EXPECT_FALSE(found[1].sharpe.has_value());
   EXPECT_FALSE(found[1].worker_pid.has_value());
+}
+
+TEST_F(RunStoreTest, FindsAnEvaluationByItsPublicId) {
+  RunStore store(path_);
+  store.begin_run(start());
+  const std::int64_t run = store.begin_run(start());
+  store.record_evaluations(run, {passing(1, 1.0), failing(17, "weak")});
+  EXPECT_EQ(eval_id_of(run, 17), "2-17");
+  const std::optional<EvaluationOfRun> found = store.find_evaluation("2-17");
+  ASSERT_TRUE(found.has_value());
+  EXPECT_EQ(found->run.id, run);
+  EXPECT_EQ(found->run.start.price_digest, "ab12");
+  EXPECT_EQ(found->evaluation.candidate_number, 17);
+  EXPECT_EQ(found->evaluation.eval_id, "2-17");
+  EXPECT_FALSE(found->evaluation.passed);
+  for (const char* none : {"1-17", "2-2", "2-017", "2-17 ", "", "2"}) {
+    EXPECT_FALSE(store.find_evaluation(none).has_value()) << none;
+  }
+}
+
+TEST_F(RunStoreTest, TakesHoldoutStatisticsLater) {
+  RunStore store(path_);
+  const std::int64_t run = store.begin_run(start());
+  store.record_evaluations(run, batch(1, 2));
+  store.record_holdout("1-2", R"({"sharpe":-0.25})");
+  EXPECT_EQ(store.find_evaluation("1-2")->evaluation.holdout_statistics_json,
+            R"({"sharpe":-0.25})");
+  EXPECT_FALSE(store.find_evaluation("1-1")->evaluation.holdout_statistics_json.has_value());
+  EXPECT_THAT(error_of([&] { store.record_holdout("1-3", "{}"); }),
+              HasSubstr("failed: there is no evaluation 1-3; record the evaluation first"));
 }
 
 TEST_F(RunStoreTest, OrdersTheBestSignals) {
@@ -232,10 +290,10 @@ TEST_F(RunStoreTest, RefusesADatabaseOfAnotherProgramAndLeavesItAlone) {
 
 TEST_F(RunStoreTest, RefusesANewerSchemaAndLeavesItAlone) {
   { RunStore store(path_); }
-  SqliteDatabase(path_, 0).execute("PRAGMA user_version = 2", "ageing it");
+  SqliteDatabase(path_, 0).execute("PRAGMA user_version = 3", "ageing it");
   const std::string before = bytes_of(path_);
   EXPECT_THAT(error_of([&] { RunStore store(path_); }),
-              HasSubstr("its schema version is 2, and this program knows versions up to 1; use the "
+              HasSubstr("its schema version is 3, and this program knows versions up to 2; use the "
                         "newer program"));
   EXPECT_EQ(bytes_of(path_), before);
 }

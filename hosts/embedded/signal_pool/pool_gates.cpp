@@ -1,0 +1,57 @@
+#include "hosts/embedded/signal_pool/pool_gates.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+
+#include <fmt/format.h>
+
+#include "search_templates/genetic/settings/reason_tables.hpp"
+
+namespace varnholt::embedded {
+namespace {
+
+void require_share(double value, const char* name) {
+  if (value >= 0.0 && value <= 1.0) return;
+  throw std::invalid_argument(
+      fmt::format("{} is {}; it must be a number from 0 to 1", name, value));
+}
+
+}  // namespace
+
+void check_pool_thresholds(const PoolThresholds& thresholds) {
+  require_share(thresholds.min_pnl_mi, "the least PnL mutual information score of a new signal");
+  require_share(thresholds.max_correlation, "the greatest correlation to the pool");
+}
+
+double novelty(double mutual_information) {
+  // expm1 keeps the digits of the smallest dependence.
+  return 1.0 - std::sqrt(-std::expm1(-2.0 * std::max(mutual_information, 0.0)));
+}
+
+bool passes_pnl_mi(const PoolMeasure& measure, const PoolThresholds& thresholds) {
+  return measure.score >= thresholds.min_pnl_mi;
+}
+
+bool passes_correlation(const PoolMeasure& measure, const PoolThresholds& thresholds) {
+  return measure.correlation <= thresholds.max_correlation;
+}
+
+std::optional<PoolRefusal> refusal(const PoolMeasure& measure, const PoolThresholds& thresholds) {
+  if (!passes_pnl_mi(measure, thresholds)) {
+    return PoolRefusal{
+        std::string(genetic::reasons::kPnlMiBelowThreshold.view()),
+        fmt::format("score {:.6g} is below {:.6g}; member {} tells the most about it",
+                    measure.score, thresholds.min_pnl_mi,
+                    measure.nearest_by_information.value_or("(none)"))};
+  }
+  if (!passes_correlation(measure, thresholds)) {
+    return PoolRefusal{
+        std::string(genetic::reasons::kCorrelationExceeded.view()),
+        fmt::format("correlation {:.6g} is above {:.6g}, with member {}", measure.correlation,
+                    thresholds.max_correlation, measure.nearest_by_correlation.value_or("(none)"))};
+  }
+  return std::nullopt;
+}
+
+}  // namespace varnholt::embedded

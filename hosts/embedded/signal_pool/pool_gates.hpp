@@ -1,0 +1,56 @@
+// The two gates between a signal and the pool that it wants to join.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace varnholt::embedded {
+
+// What was measured of a signal against a pool.
+struct PoolMeasure {
+  // How much of the signal is new beside the member that tells most about it, from 0 (nothing) to
+  // 1 (all, and in an empty pool): novelty() of `mutual_information`.
+  double score = 1.0;
+  // In nats: the largest with any member; 0 in an empty pool.
+  double mutual_information = 0.0;
+  // The largest absolute Pearson correlation with any member; 0 in an empty pool.
+  double correlation = 0.0;
+  // The members that gave the two, by their evaluation ids; of equal ones the earlier. Absent in an
+  // empty pool.
+  std::optional<std::string> nearest_by_information;
+  std::optional<std::string> nearest_by_correlation;
+};
+
+// A signal passes with a score of at least the one and a correlation of at most the other.
+//
+// The score of independent signals is not 1 but scatters below it, since their mutual information
+// is estimated: over 1,000 days, mostly from 0.8 on. A minimum above 0.6 would refuse what is new.
+struct PoolThresholds {
+  double min_pnl_mi = 0.3;
+  double max_correlation = 0.7;
+};
+
+// Throws std::invalid_argument unless both are from 0 to 1.
+void check_pool_thresholds(const PoolThresholds& thresholds);
+
+// 1 - sqrt(1 - exp(-2 I)) for mutual information of I nats; what an estimate has below 0 counts as
+// 0. The root is the informational coefficient of correlation (E. H. Linfoot, "An informational
+// measure of correlation", Information and Control 1, 1957): for a Gaussian pair with correlation
+// rho it is |rho|, so that the novelty is 1 - |rho|.
+[[nodiscard]] double novelty(double mutual_information);
+
+[[nodiscard]] bool passes_pnl_mi(const PoolMeasure& measure, const PoolThresholds& thresholds);
+[[nodiscard]] bool passes_correlation(const PoolMeasure& measure, const PoolThresholds& thresholds);
+
+// A gate that a signal failed: "pnl_mi_below_threshold" or "correlation_exceeded", and what was
+// measured, for people.
+struct PoolRefusal {
+  std::string reason;
+  std::string detail;
+};
+
+// Absent when both gates are passed. Of two failed gates the mutual information's is named.
+[[nodiscard]] std::optional<PoolRefusal> refusal(const PoolMeasure& measure,
+                                                 const PoolThresholds& thresholds);
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,118 @@
+#include "hosts/embedded/signal_pool/signal_pool.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "hosts/embedded/signal_pool/pool_errors.hpp"
+#include "hosts/embedded/store/sqlite_database.hpp"
+
+namespace varnholt::embedded {
+
+using Eigen::ArrayXd;
+
+SignalPool::SignalPool(RunStore& store, PoolIdentity identity)
+    : store_(store), identity_(std::move(identity)) {}
+
+bool SignalPool::refresh() {
+  try {
+    // Reading alone needs no lock; but while another process writes, who belongs to the pool is
+    // about to change.
+    const SqliteTransaction lock = store_.lock("confirming the members of a pool");
+    refresh_under_lock();
+    return true;
+  } catch (const StoreBusyError&) {
+    return false;
+  }
+}
+
+void SignalPool::refresh_under_lock() {
+  // Members may have been taken out by hand, and a PnL that was missing put back: then all is read
+  // anew.
+  if (!is_still_good(store_.submissions().member_numbers(identity_))) {
+    members_.clear();
+    last_settled_order_ = 0;
+  }
+  read_members();
+}
+
+bool SignalPool::is_still_good(const std::vector<std::int64_t>& submissions) const {
+  return members_.size() <= submissions.size() &&
+         std::equal(members_.begin(), members_.end(), submissions.begin(),
+                    [](const Member& member, std::int64_t submission) {
+                      return member.submission == submission && member.series;
+                    });
+}
+
+void SignalPool::read_members() {
+  for (const SubmissionPnl& found : store_.submissions().members(identity_, last_settled_order_)) {
+    Member& member = members_.emplace_back();
+    member.submission = found.id;
+    member.eval_id = found.eval_id;
+    last_settled_order_ = found.settled_order;
+    if (!found.pnl) continue;
+    const ArrayXd pnl =
+        Eigen::Map<const ArrayXd>(found.pnl->data(), static_cast<Eigen::Index>(found.pnl->size()));
+    // A series with a hole cannot be compared: it counts as missing.
+    if (pnl.isFinite().all()) member.series = Series{pnl, NormalScores(pnl)};
+  }
+}
+
+std::vector<std::string> SignalPool::member_ids() const {
+  std::vector<std::string> ids;
+  for (const Member& member : members_)
+    ids.push_back(member.eval_id);
+  return ids;
+}
+
+const SignalPool::Series& SignalPool::comparable(const Member& member, Eigen::Index days) const {
+  if (!member.series) {
+    throw PoolPnlMissing(member.eval_id,
+                         "has no PnL in the store that can be read; submit it anew, or take it out "
+                         "of the pool");
+  }
+  if (member.series->pnl.size() != days) {
+    throw PoolPnlMissing(member.eval_id,
+                         fmt::format("has the PnL of {} days, and the signal that of {}; only "
+                                     "equal days compare",
+                                     member.series->pnl.size(), days));
+  }
+  return *member.series;
+}
+
+PoolMeasure SignalPool::measure(const ArrayXd& pnl) const {
+  if (!pnl.isFinite().all()) {
+    throw std::invalid_argument("the PnL of a signal has an entry that is no finite number");
+  }
+  PoolMeasure measure;
+  if (members_.empty()) return measure;
+  // Every member must be comparable before any is compared: half a measure is none.
+  std::vector<const Series*> series;
+  for (const Member& member : members_)
+    series.push_back(&comparable(member, pnl.size()));
+  if (pnl.size() < kMinimumCommonDays) {
+    throw PoolMetricNotYetComputable(
+        fmt::format("the signal has {} days in common with its pool, and it takes {} to compare",
+                    pnl.size(), kMinimumCommonDays));
+  }
+  const NormalScores scores(pnl);
+  for (std::size_t i = 0; i < members_.size(); ++i) {
+    const double information = mutual_information(scores, series[i]->scores);
+    const double correlation = std::abs(pearson_correlation(pnl, series[i]->pnl));
+    if (i == 0 || information > measure.mutual_information) {
+      measure.mutual_information = information;
+      measure.nearest_by_information = members_[i].eval_id;
+    }
+    if (i == 0 || correlation > measure.correlation) {
+      measure.correlation = correlation;
+      measure.nearest_by_correlation = members_[i].eval_id;
+    }
+  }
+  measure.score = novelty(measure.mutual_information);
+  return measure;
+}
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,72 @@
+// The pool of submitted signals that a new one is compared with.
+//
+//   SignalPool pool(store, {"alpha", 1, 3, data_key});
+//   if (!pool.refresh()) ...                      // Not confirmed: try again later.
+//   const PoolMeasure measure = pool.measure(net_returns);
+//
+// Its members are the submissions of one identity that were settled as submitted, by whatever
+// process. What has been read stays in memory, and each refresh reads what has been settled since.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <Eigen/Core>
+
+#include "hosts/embedded/signal_pool/pnl_measures.hpp"
+#include "hosts/embedded/signal_pool/pool_gates.hpp"
+#include "hosts/embedded/store/run_store.hpp"
+
+namespace varnholt::embedded {
+
+// With fewer days in common no figure means anything: the scatter of a correlation is 1/sqrt(days).
+inline constexpr Eigen::Index kMinimumCommonDays = 40;
+
+class SignalPool {
+ public:
+  // The store must outlive the pool. The pool has no members before the first refresh.
+  SignalPool(RunStore& store, PoolIdentity identity);
+
+  [[nodiscard]] const PoolIdentity& identity() const noexcept { return identity_; }
+
+  // Brings in the members settled since the last refresh. Whether membership is confirmed: false
+  // when another process holds the store's lock, because it may be settling a signal at that very
+  // moment; the members stay as they were. Other troubles of the store throw StoreError.
+  [[nodiscard]] bool refresh();
+  // The same for a caller that holds the store's lock itself.
+  void refresh_under_lock();
+
+  [[nodiscard]] bool has_members() const noexcept { return !members_.empty(); }
+  // The evaluation ids of the members, in the order of settlement.
+  [[nodiscard]] std::vector<std::string> member_ids() const;
+
+  // How a signal with this PnL stands to the members known from the last refresh. In an empty pool
+  // any PnL measures as new. Throws PoolPnlMissing when a member's PnL is not in the store or has
+  // other days, PoolMetricNotYetComputable when there are fewer than kMinimumCommonDays, and
+  // std::invalid_argument when the PnL given has an entry that is no finite number.
+  [[nodiscard]] PoolMeasure measure(const Eigen::ArrayXd& pnl) const;
+
+ private:
+  struct Series {
+    Eigen::ArrayXd pnl;
+    NormalScores scores;
+  };
+  struct Member {
+    std::int64_t submission = 0;
+    std::string eval_id;
+    std::optional<Series> series;
+  };
+
+  void read_members();
+  [[nodiscard]] bool is_still_good(const std::vector<std::int64_t>& submissions) const;
+  [[nodiscard]] const Series& comparable(const Member& member, Eigen::Index days) const;
+
+  RunStore& store_;
+  PoolIdentity identity_;
+  std::vector<Member> members_;
+  std::int64_t last_settled_order_ = 0;
+};
+
+}  // namespace varnholt::embedded

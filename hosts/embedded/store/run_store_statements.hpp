@@ -1,0 +1,37 @@
+// The statements of a RunStore, prepared once, when it is opened. Included by its sources alone.
+#pragma once
+
+#include "hosts/embedded/store/run_store.hpp"
+#include "hosts/embedded/store/sqlite_database.hpp"
+
+namespace varnholt::embedded {
+
+// What is being done, for people.
+inline constexpr const char* kBeginning = "beginning a run";
+inline constexpr const char* kRecording = "recording evaluations";
+inline constexpr const char* kRecordingHoldout = "recording hold-out statistics";
+inline constexpr const char* kRecordingMetrics = "recording metrics";
+inline constexpr const char* kEnding = "ending a run";
+inline constexpr const char* kMarking = "marking interrupted runs";
+
+struct RunStore::Statements {
+  explicit Statements(SqliteDatabase& database);
+
+  SqliteStatement insert_run;
+  SqliteStatement insert_evaluation;
+  SqliteStatement insert_metrics;
+  SqliteStatement end_run;
+  SqliteStatement interrupt_run;
+  SqliteStatement update_holdout;
+  SqliteStatement select_open_runs;
+  SqliteStatement select_run;
+  SqliteStatement select_runs;
+  SqliteStatement select_evaluation;
+  SqliteStatement select_by_quality;
+  SqliteStatement select_by_sharpe;
+  SqliteStatement count_failures;
+  SqliteStatement count_evaluations;
+  SqliteStatement select_metrics;
+};
+
+}  // namespace varnholt::embedded

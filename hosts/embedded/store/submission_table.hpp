@@ -1,0 +1,134 @@
+// The submissions of a store: every payload that was ever enqueued, and what became of it.
+//
+// A submission is queued, and later settled: submitted (then its signal is a member of its pool) or
+// refused. Settling is one statement of one transaction, so that a crash leaves it queued or
+// settled. In a pool a structure has at most one submission that is not refused.
+//
+// All failures are StoreErrors, as those of the store that the table belongs to (run_store.hpp).
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "hosts/embedded/store/store_error.hpp"
+
+namespace varnholt::embedded {
+
+class SqliteDatabase;
+
+// Which signals are compared with each other: those of equal identity.
+struct PoolIdentity {
+  std::string signal_pool_name;
+  std::int64_t market_id = 0;
+  std::int64_t era_number = 0;
+  // A digest of all that makes two PnL series comparable day by day: prices, costs, days.
+  std::string data_key;
+
+  friend bool operator==(const PoolIdentity&, const PoolIdentity&) = default;
+};
+
+enum class SubmissionState { Queued, Submitted, Refused };
+
+// "queued", "submitted", "refused".
+[[nodiscard]] const char* name_of(SubmissionState state);
+
+struct NewSubmission {
+  PoolIdentity pool;
+  // Of an evaluation that is in the store.
+  std::string eval_id;
+  // The mark that the search put on the payload because the pool could not be measured.
+  std::optional<std::string> pending_reason;
+  std::string payload_json;
+  // Fractions of the capital earned a day, after costs.
+  std::span<const double> pnl;
+  double queued_at = 0;
+};
+
+struct Enqueued {
+  // Of the new submission, or of the one that the structure has in the pool already.
+  std::int64_t id = 0;
+  bool added = false;
+};
+
+// How a queued submission ends. The measured values must be numbers.
+struct Settlement {
+  double score = 0;
+  double score_threshold = 0;
+  double correlation = 0;
+  double correlation_threshold = 0;
+  // Absent when it was submitted.
+  std::optional<std::string> refusal_reason;
+  std::optional<std::string> refusal_detail;
+  double settled_at = 0;
+};
+
+struct SubmissionRecord {
+  std::int64_t id = 0;
+  std::int64_t run = 0;
+  std::string eval_id;
+  // The structure: a digest of the graph's canonical text.
+  std::string graph_key;
+  PoolIdentity pool;
+  SubmissionState state = SubmissionState::Queued;
+  std::optional<std::string> pending_reason;
+  std::string payload_json;
+  double queued_at = 0;
+  // Absent while it is queued.
+  std::optional<Settlement> settlement;
+};
+
+// A submission with its PnL, which is absent when the file holds none that can be read.
+struct SubmissionPnl {
+  std::int64_t id = 0;
+  // Its place in the order of settlement over the whole file; 0 while it is queued.
+  std::int64_t settled_order = 0;
+  std::string eval_id;
+  std::string graph_key;
+  std::optional<std::vector<double>> pnl;
+};
+
+struct SubmissionFilter {
+  std::optional<std::int64_t> run;
+  std::optional<SubmissionState> state;
+};
+
+class SubmissionTable {
+ public:
+  // The database must have the tables and must outlive the object.
+  explicit SubmissionTable(SqliteDatabase& database);
+  SubmissionTable(const SubmissionTable&) = delete;
+  SubmissionTable& operator=(const SubmissionTable&) = delete;
+  ~SubmissionTable();
+
+  // Queues a payload, unless its structure is queued in the pool or submitted to it already.
+  // An error when no evaluation has the id.
+  Enqueued enqueue(const NewSubmission& submission);
+  // False when it is not queued any more, and then nothing is changed.
+  bool settle(std::int64_t id, const Settlement& settlement);
+
+  [[nodiscard]] std::optional<SubmissionRecord> find(std::int64_t id);
+  // All submissions of an evaluation, the oldest first.
+  [[nodiscard]] std::vector<SubmissionRecord> of_evaluation(const std::string& eval_id);
+  // In the order of enqueueing.
+  [[nodiscard]] std::vector<SubmissionRecord> list(const SubmissionFilter& filter);
+
+  // The members of a pool that were settled after `settled_order`, in the order of settlement.
+  [[nodiscard]] std::vector<SubmissionPnl> members(const PoolIdentity& pool,
+                                                   std::int64_t settled_order = 0);
+  // Their numbers, in the same order. A number is never given twice, also not after a deletion.
+  [[nodiscard]] std::vector<std::int64_t> member_numbers(const PoolIdentity& pool);
+  // The first queued submission of a pool that was enqueued after the one with the number `id`.
+  [[nodiscard]] std::optional<SubmissionPnl> next_queued(const PoolIdentity& pool, std::int64_t id);
+
+ private:
+  struct Statements;
+
+  SqliteDatabase& database_;
+  std::unique_ptr<Statements> statements_;
+};
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,153 @@
+#include "hosts/embedded/submission/submission_queue.hpp"
+
+#include <span>
+#include <stdexcept>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "hosts/embedded/signal_pool/pool_errors.hpp"
+#include "hosts/embedded/store/sqlite_database.hpp"
+#include "search_templates/genetic/value/json_text.hpp"
+#include "search_templates/genetic/value/keys.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::embedded {
+
+using Eigen::ArrayXd;
+using genetic::Key;
+using genetic::Mapping;
+using genetic::Value;
+
+namespace {
+
+constexpr Key kSignalPoolName = genetic::key<"signal_pool_name">();
+constexpr Key kMarketId = genetic::key<"market_id">();
+constexpr Key kEraNumber = genetic::key<"era_number">();
+constexpr Key kPendingReason = genetic::key<"_submission_pending_reason">();
+
+// A payload need not name its pool, but what it names must be right.
+void require_same(const Mapping& payload, Key key, const Value& expected) {
+  const Value named = payload.get(key);
+  if (named.is_absent() || named == expected) return;
+  throw std::invalid_argument(
+      fmt::format("a submission payload has {} {}, and this queue is that of {}; hand it to the "
+                  "queue of its own pool",
+                  key.view(), genetic::repr(named), genetic::repr(expected)));
+}
+
+void require_pnl(const ArrayXd& pnl) {
+  if (pnl.size() > 0 && pnl.isFinite().all()) return;
+  throw std::invalid_argument(pnl.size() == 0
+                                  ? "a submission has no PnL; hand in that of its backtest"
+                                  : "a submission's PnL has an entry that is no finite number");
+}
+
+Settlement settlement_of(const PoolMeasure& measure, const PoolThresholds& thresholds,
+                         const std::optional<PoolRefusal>& refusal, double settled_at) {
+  Settlement settlement;
+  settlement.score = measure.score;
+  settlement.score_threshold = thresholds.min_pnl_mi;
+  settlement.correlation = measure.correlation;
+  settlement.correlation_threshold = thresholds.max_correlation;
+  settlement.settled_at = settled_at;
+  if (refusal) {
+    settlement.refusal_reason = refusal->reason;
+    settlement.refusal_detail = refusal->detail;
+  }
+  return settlement;
+}
+
+// What keeps a measure from being made for now, or nothing.
+std::optional<std::string> try_to_measure(const SignalPool& pool, const SubmissionPnl& queued,
+                                          PoolMeasure& measure) {
+  if (!queued.pnl) return "its own PnL in the store cannot be read";
+  const auto size = static_cast<Eigen::Index>(queued.pnl->size());
+  const ArrayXd pnl = Eigen::Map<const ArrayXd>(queued.pnl->data(), size);
+  if (!pnl.isFinite().all()) return "its own PnL in the store has an entry that is no number";
+  try {
+    measure = pool.measure(pnl);
+    return std::nullopt;
+  } catch (const PoolMetricNotYetComputable& error) {
+    return error.what();
+  } catch (const PoolPnlMissing& error) {
+    return error.what();
+  }
+}
+
+}  // namespace
+
+SubmissionQueue::SubmissionQueue(RunStore& store, SignalPool& pool,
+                                 const PoolThresholds& thresholds, WallClock wall_clock)
+    : store_(store), pool_(pool), thresholds_(thresholds), wall_clock_(std::move(wall_clock)) {
+  check_pool_thresholds(thresholds);
+}
+
+void SubmissionQueue::check_payload(const Mapping& payload) const {
+  if (!payload.get(genetic::keys::kEvalId).is_text()) {
+    throw std::invalid_argument(
+        fmt::format("a submission payload has eval_id {}; record the evaluation first, and put its "
+                    "id in",
+                    genetic::repr(payload.get(genetic::keys::kEvalId))));
+  }
+  require_same(payload, kSignalPoolName, pool_.identity().signal_pool_name);
+  require_same(payload, kMarketId, pool_.identity().market_id);
+  require_same(payload, kEraNumber, pool_.identity().era_number);
+}
+
+bool SubmissionQueue::enqueue(const Mapping& payload, const ArrayXd& pnl) {
+  check_payload(payload);
+  require_pnl(pnl);
+  NewSubmission submission;
+  submission.pool = pool_.identity();
+  submission.eval_id = payload.get(genetic::keys::kEvalId).text();
+  const Value pending = payload.get(kPendingReason);
+  if (!pending.is_absent()) submission.pending_reason = genetic::str(pending);
+  submission.payload_json = genetic::json_text(payload);
+  submission.pnl = std::span(pnl.data(), static_cast<std::size_t>(pnl.size()));
+  submission.queued_at = wall_clock_();
+  try {
+    // Whether it was added or there already makes no difference to the search.
+    static_cast<void>(store_.submissions().enqueue(submission));
+    return true;
+  } catch (const StoreBusyError&) {
+    return false;
+  }
+}
+
+SyncReport SubmissionQueue::sync() {
+  SyncReport report;
+  try {
+    std::int64_t last = 0;
+    while (const std::optional<std::int64_t> next = settle_next(last, report))
+      last = *next;
+  } catch (const StoreBusyError&) {
+    report.store_was_busy = true;
+  }
+  return report;
+}
+
+std::optional<std::int64_t> SubmissionQueue::settle_next(std::int64_t id, SyncReport& report) {
+  SubmissionTable& table = store_.submissions();
+  // From here to the commit nobody else can enqueue, settle or join the pool. Whatever leaves
+  // before the commit leaves the payload queued.
+  SqliteTransaction lock = store_.lock("settling a submission");
+  const std::optional<SubmissionPnl> queued = table.next_queued(pool_.identity(), id);
+  if (!queued) return std::nullopt;
+  pool_.refresh_under_lock();
+  SettledSubmission settled{queued->id, queued->eval_id, {}, {}};
+  if (const auto why = try_to_measure(pool_, *queued, settled.measure)) {
+    report.waiting.push_back({queued->id, queued->eval_id, *why});
+    return queued->id;
+  }
+  settled.refusal = refusal(settled.measure, thresholds_);
+  if (!table.settle(queued->id,
+                    settlement_of(settled.measure, thresholds_, settled.refusal, wall_clock_()))) {
+    throw std::logic_error("a queued submission was settled under another's lock");
+  }
+  lock.commit();
+  report.settled.push_back(std::move(settled));
+  return queued->id;
+}
+
+}  // namespace varnholt::embedded

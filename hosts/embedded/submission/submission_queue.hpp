@@ -1,0 +1,88 @@
+// What a search submits, on its way into the pool.
+//
+//   SubmissionQueue queue(store, pool, thresholds, wall_clock_seconds);
+//   if (!queue.enqueue(payload, net_returns)) ...  // The store was busy: try again later.
+//   const SyncReport report = queue.sync();
+//
+// The search measures each signal against the pool as it is at that moment; two signals of one
+// generation that are much the same can so both pass. Therefore nothing counts as submitted by
+// being enqueued: a sync settles the queued payloads in the order of enqueueing, each by the same
+// two gates against the pool as the one before has left it. Whether the search marked a payload as
+// pending makes no difference. What a run left in the queue when it died is settled by the next
+// sync of any run on the same pool.
+//
+// A payload is settled in one transaction, under the store's lock: a crash at any moment leaves it
+// queued or settled, and two processes that settle at once take turns.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <Eigen/Core>
+
+#include "hosts/embedded/signal_pool/signal_pool.hpp"
+#include "hosts/embedded/store/run_store.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::embedded {
+
+struct SettledSubmission {
+  std::int64_t id = 0;
+  std::string eval_id;
+  PoolMeasure measure;
+  // Absent when the signal is a member now.
+  std::optional<PoolRefusal> refusal;
+};
+
+// Left in the queue, because the pool's data is not ready.
+struct WaitingSubmission {
+  std::int64_t id = 0;
+  std::string eval_id;
+  std::string why;
+};
+
+struct SyncReport {
+  std::vector<SettledSubmission> settled;
+  std::vector<WaitingSubmission> waiting;
+  // Another process held the lock, and the sync ended there: what is still queued waits for the
+  // next one.
+  bool store_was_busy = false;
+};
+
+class SubmissionQueue {
+ public:
+  // The seconds of wall time since 1970-01-01 UTC.
+  using WallClock = std::function<double()>;
+
+  // Store and pool must outlive the queue, and the pool be of this store. Throws
+  // std::invalid_argument for thresholds that are not from 0 to 1.
+  SubmissionQueue(RunStore& store, SignalPool& pool, const PoolThresholds& thresholds,
+                  WallClock wall_clock);
+
+  // Keeps a payload and the PnL of its signal. `eval_id` in the payload names the evaluation, which
+  // must be in the store. False only when the store is busy. A payload whose structure is queued or
+  // submitted already is true and changes nothing.
+  //
+  // Throws std::invalid_argument for a payload without `eval_id`, or of another pool, market or era
+  // than this queue's, and for a PnL without a day or with an entry that is no finite number;
+  // genetic::TypeError for a payload that JSON cannot hold; StoreError for other troubles.
+  [[nodiscard]] bool enqueue(const genetic::Mapping& payload, const Eigen::ArrayXd& pnl);
+
+  // Settles what is queued for this pool.
+  SyncReport sync();
+
+ private:
+  void check_payload(const genetic::Mapping& payload) const;
+  // The number of the payload that it dealt with, or nothing when none is queued after `id`.
+  std::optional<std::int64_t> settle_next(std::int64_t id, SyncReport& report);
+
+  RunStore& store_;
+  SignalPool& pool_;
+  PoolThresholds thresholds_;
+  WallClock wall_clock_;
+};
+
+}  // namespace varnholt::embedded

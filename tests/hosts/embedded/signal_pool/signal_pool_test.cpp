@@ -1,0 +1,198 @@
+// A signal is measured against exactly the members that the store has, also those that others bring
+// in meanwhile. Method: a store in a temporary folder, series of known likeness, a second
+// connection.
+#include "hosts/embedded/signal_pool/signal_pool.hpp"
+
+#include <limits>
+#include <stdexcept>
+
+#include <gmock/gmock.h>
+
+#include "hosts/embedded/signal_pool/pool_errors.hpp"
+#include "tests/hosts/embedded/signal_pool/pool_fixture.hpp"
+
+namespace varnholt::embedded {
+namespace {
+
+using Eigen::ArrayXd;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+class SignalPoolTest : public PoolTest {
+ protected:
+  void execute(const std::string& sql) {
+    SqliteDatabase(path_, 1000).execute(sql.c_str(), "changing it from outside");
+  }
+  // The text of the PoolPnlMissing that a measure gives.
+  static std::string missing(const SignalPool& pool, const ArrayXd& pnl) {
+    try {
+      static_cast<void>(pool.measure(pnl));
+    } catch (const PoolPnlMissing& error) {
+      return error.eval_id() + ": " + error.what();
+    }
+    return "no error";
+  }
+  const ArrayXd base_ = normal_series(kDays, 1);
+};
+
+TEST_F(SignalPoolTest, AnEmptyPoolFindsAnythingNew) {
+  SignalPool pool(*store_, pool_);
+  EXPECT_FALSE(pool.has_members());
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_FALSE(pool.has_members());
+  for (const ArrayXd& pnl : {base_, ArrayXd(normal_series(3, 1))}) {
+    const PoolMeasure measure = pool.measure(pnl);
+    EXPECT_EQ(measure.score, 1.0);
+    EXPECT_EQ(measure.correlation, 0.0);
+    EXPECT_FALSE(measure.nearest_by_information.has_value());
+    EXPECT_FALSE(measure.nearest_by_correlation.has_value());
+  }
+}
+
+TEST_F(SignalPoolTest, MeasuresAgainstTheNearestMember) {
+  join(normal_series(kDays, 7));
+  const std::string near = join(correlated(base_, -0.9, 2));
+  const std::string curved = join(base_.square() + 0.01 * normal_series(kDays, 3));
+  SignalPool pool(*store_, pool_);
+  EXPECT_TRUE(pool.refresh());
+  const PoolMeasure measure = pool.measure(base_);
+  EXPECT_NEAR(measure.correlation, 0.9, 0.05) << "the sign does not count";
+  EXPECT_EQ(measure.nearest_by_correlation, near);
+  EXPECT_EQ(measure.nearest_by_information, curved);
+  EXPECT_EQ(measure.mutual_information,
+            mutual_information(base_, base_.square() + 0.01 * normal_series(kDays, 3)));
+  EXPECT_EQ(measure.score, novelty(measure.mutual_information));
+}
+
+TEST_F(SignalPoolTest, AConstantPnlMeasuresAsNew) {
+  join(base_);
+  SignalPool pool(*store_, pool_);
+  EXPECT_TRUE(pool.refresh());
+  const PoolMeasure measure = pool.measure(ArrayXd::Zero(kDays));
+  EXPECT_EQ(measure.score, 1.0);
+  EXPECT_EQ(measure.correlation, 0.0);
+}
+
+TEST_F(SignalPoolTest, BringsInWhatOthersSubmitted) {
+  SignalPool pool(*store_, pool_);
+  const std::string first = join(base_);
+  EXPECT_TRUE(pool.member_ids().empty()) << "not before the refresh";
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_THAT(pool.member_ids(), ElementsAre(first));
+  RunStore other(path_);
+  const std::string second = evaluate();
+  const std::vector<double> pnl(static_cast<std::size_t>(kDays), 0.5);
+  const std::int64_t id = other.submissions().enqueue({pool_, second, {}, "{}", pnl, 1.0}).id;
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_THAT(pool.member_ids(), ElementsAre(first)) << "queued is no member";
+  other.submissions().settle(id, {1.0, 0.3, 0.0, 0.7, {}, {}, 2.0});
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_THAT(pool.member_ids(), ElementsAre(first, second));
+  EXPECT_TRUE(pool.has_members());
+}
+
+TEST_F(SignalPoolTest, KeepsToItsIdentity) {
+  join(base_);
+  for (const PoolIdentity& other :
+       {PoolIdentity{"beta", 1, 2, "data"}, PoolIdentity{"alpha", 2, 2, "data"},
+        PoolIdentity{"alpha", 1, 3, "data"}, PoolIdentity{"alpha", 1, 2, "date"}}) {
+    SignalPool pool(*store_, other);
+    EXPECT_TRUE(pool.refresh());
+    EXPECT_FALSE(pool.has_members());
+  }
+}
+
+TEST_F(SignalPoolTest, IsNotConfirmedWhileAnotherHoldsTheLock) {
+  const std::string member = join(base_);
+  RunStore quick(path_, {.busy_timeout_milliseconds = 20});
+  SignalPool pool(quick, pool_);
+  {
+    SqliteDatabase other(path_, 0);
+    SqliteTransaction held(other, "holding the lock");
+    EXPECT_FALSE(pool.refresh());
+    EXPECT_FALSE(pool.has_members());
+  }
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_THAT(pool.member_ids(), ElementsAre(member));
+  {
+    SqliteDatabase other(path_, 0);
+    SqliteTransaction held(other, "holding the lock");
+    EXPECT_FALSE(pool.refresh());
+    EXPECT_THAT(pool.member_ids(), ElementsAre(member)) << "what was known stays";
+  }
+}
+
+TEST_F(SignalPoolTest, OtherTroublesOfTheStorePass) {
+  SignalPool pool(*store_, pool_);
+  execute("ALTER TABLE submissions RENAME COLUMN pnl TO gone");
+  EXPECT_THROW(static_cast<void>(pool.refresh()), StoreError);
+}
+
+TEST_F(SignalPoolTest, NamesTheMemberWithoutPnlUntilItIsBack) {
+  join(normal_series(kDays, 9));
+  const std::string bare = join(base_);
+  execute("UPDATE submissions SET pnl = NULL WHERE eval_id = '" + bare + "'");
+  SignalPool pool(*store_, pool_);
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_TRUE(pool.has_members());
+  EXPECT_EQ(missing(pool, base_),
+            bare + ": pool member " + bare +
+                " has no PnL in the store that can be read; submit it anew, or take it out of the "
+                "pool");
+  execute("UPDATE submissions SET pnl = (SELECT pnl FROM submissions WHERE pnl IS NOT NULL)");
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_EQ(missing(pool, base_), "no error");
+}
+
+TEST_F(SignalPoolTest, APnlWithAHoleIsMissing) {
+  ArrayXd holed = base_;
+  holed[7] = std::numeric_limits<double>::quiet_NaN();
+  const std::string member = join(holed);
+  SignalPool pool(*store_, pool_);
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_THAT(missing(pool, base_), HasSubstr(member + " has no PnL"));
+}
+
+TEST_F(SignalPoolTest, NamesTheMemberWithOtherDays) {
+  const std::string member = join(normal_series(kDays - 1, 1));
+  SignalPool pool(*store_, pool_);
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_THAT(missing(pool, base_),
+              HasSubstr(member + " has the PnL of 249 days, and the signal that of 250; only"));
+}
+
+TEST_F(SignalPoolTest, NeedsEnoughDaysInCommon) {
+  join(normal_series(kMinimumCommonDays - 1, 1));
+  SignalPool pool(*store_, pool_);
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_THROW(static_cast<void>(pool.measure(normal_series(kMinimumCommonDays - 1, 2))),
+               PoolMetricNotYetComputable);
+  execute("DELETE FROM submissions");
+  join(normal_series(kMinimumCommonDays, 1));
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_NO_THROW(static_cast<void>(pool.measure(normal_series(kMinimumCommonDays, 2))));
+}
+
+TEST_F(SignalPoolTest, SeesThatAMemberWasTakenOut) {
+  const std::string first = join(base_);
+  const std::string second = join(normal_series(kDays, 2));
+  SignalPool pool(*store_, pool_);
+  EXPECT_TRUE(pool.refresh());
+  execute("DELETE FROM submissions WHERE eval_id = '" + first + "'");
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_THAT(pool.member_ids(), ElementsAre(second));
+  execute("DELETE FROM submissions");
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_FALSE(pool.has_members());
+}
+
+TEST_F(SignalPoolTest, RefusesAPnlThatIsNoNumber) {
+  SignalPool pool(*store_, pool_);
+  ArrayXd broken = base_;
+  broken[3] = std::numeric_limits<double>::infinity();
+  EXPECT_THROW(static_cast<void>(pool.measure(broken)), std::invalid_argument);
+}
+
+}  // namespace
+}  // namespace varnholt::embedded

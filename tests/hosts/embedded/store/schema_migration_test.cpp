@@ -1,0 +1,226 @@
+// A file of an earlier schema version is brought up to date without losing a row. Method: a file
+// made by the very statements of version 1, opened by the store and read back.
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+
+#include "hosts/embedded/store/store_schema.hpp"
+#include "tests/hosts/embedded/store/store_fixture.hpp"
+
+namespace varnholt::embedded {
+namespace {
+
+using ::testing::HasSubstr;
+
+constexpr const char* kVersion1 = R"sql(
+CREATE TABLE runs (
+  id INTEGER PRIMARY KEY,
+  started_at REAL NOT NULL,
+  seed INTEGER NOT NULL,
+  settings TEXT NOT NULL,
+  price_file TEXT NOT NULL,
+  price_digest TEXT NOT NULL,
+  host_version TEXT NOT NULL,
+  process_id INTEGER NOT NULL,
+  process_started INTEGER NOT NULL,
+  boot_id TEXT NOT NULL,
+  pid_namespace TEXT NOT NULL,
+  ended_at REAL,
+  terminal_reason TEXT,
+  CHECK ((ended_at IS NULL) = (terminal_reason IS NULL))
+) STRICT;
+
+CREATE TABLE evaluations (
+  id INTEGER PRIMARY KEY,
+  run_id INTEGER NOT NULL REFERENCES runs (id),
+  candidate_number INTEGER NOT NULL,
+  generation INTEGER NOT NULL,
+  graph_key TEXT NOT NULL,
+  graph TEXT NOT NULL,
+  passed INTEGER NOT NULL CHECK (passed IN (0, 1)),
+  failure_reason TEXT,
+  failure_detail TEXT,
+  statistics TEXT NOT NULL,
+  sharpe REAL,
+  quality_score REAL,
+  elapsed_seconds REAL NOT NULL,
+  worker_pid INTEGER,
+  recorded_at REAL NOT NULL,
+  UNIQUE (run_id, candidate_number)
+) STRICT;
+
+CREATE INDEX passing_by_quality ON evaluations (run_id, quality_score) WHERE passed = 1;
+CREATE INDEX passing_by_sharpe ON evaluations (run_id, sharpe) WHERE passed = 1;
+CREATE INDEX failing_by_reason ON evaluations (run_id, failure_reason) WHERE passed = 0;
+
+CREATE TABLE metrics (
+  id INTEGER PRIMARY KEY,
+  run_id INTEGER NOT NULL REFERENCES runs (id),
+  record TEXT NOT NULL
+) STRICT;
+
+CREATE INDEX metrics_by_run ON metrics (run_id);
+
+PRAGMA application_id = 1447511374;
+PRAGMA user_version = 1;
+)sql";
+
+constexpr const char* kRows = R"sql(
+INSERT INTO runs VALUES (1, 10.5, 7, '{"batch_size":8}', 'p.csv', 'ab', '0.1.0', 1, 2, 'boot',
+  'pid:[1]', 20.5, 'stopped');
+INSERT INTO runs VALUES (3, 30.5, 8, '{}', 'q.csv', 'cd', '0.1.0', 1, 2, 'boot', 'pid:[1]', 40.5,
+  'stopped');
+INSERT INTO evaluations VALUES (1, 1, 1, 0, 'k1', '{"node":"close"}', 1, NULL, NULL,
+  '{"sharpe":1.5}', 1.5, 0.5, 0.25, 99, 11.5);
+INSERT INTO evaluations VALUES (2, 1, 2, 0, 'k2', '{}', 0, 'weak', 'because "so"', 'null', NULL,
+  NULL, 0.25, NULL, 12.5);
+INSERT INTO evaluations VALUES (3, 1, 3, 0, 'k3', '{}', 0, NULL, NULL, 'null', NULL, NULL, 0.25,
+  NULL, 13.5);
+INSERT INTO evaluations VALUES (4, 1, 4, 0, 'k4', '{}', 0, 'deep', NULL, 'null', NULL, NULL, 0.25,
+  NULL, 14.5);
+INSERT INTO evaluations VALUES (5, 3, 17, 2, 'k1', '{}', 1, NULL, NULL, '{}', 2.5, 3.5, 0.25, 98,
+  31.5);
+INSERT INTO metrics VALUES (1, 1, '{"n":1}');
+)sql";
+
+class SchemaMigration : public StoreTest {
+ protected:
+  void make_version_1() {
+    SqliteDatabase old(path_, 0);
+    old.execute(kVersion1, "making version 1");
+    old.execute(kRows, "filling it");
+  }
+  // The names and types of all columns, and all indexes.
+  static std::string schema(const std::string& path) {
+    return SqliteDatabase(path, 1000)
+        .query_text(
+            "SELECT group_concat(t.name || '.' || c.name || ' ' || c.type || ' ' || "
+            "coalesce(c.dflt_value, '-') || ' ' || c.hidden, char(10)) || char(10) || (SELECT "
+            "group_concat(name, char(10)) FROM sqlite_schema WHERE type = 'index') "
+            "FROM sqlite_schema t, pragma_table_xinfo(t.name) c WHERE t.type = 'table'",
+            "reading the schema");
+  }
+};
+
+TEST_F(SchemaMigration, KeepsEveryRowOfVersion1) {
+  make_version_1();
+  RunStore store(path_);
+  const std::vector<RunRecord> runs = store.runs();
+  ASSERT_EQ(runs.size(), 2U);
+  EXPECT_EQ(runs[0].start.seed, 7);
+  EXPECT_EQ(runs[0].start.settings_json, R"({"batch_size":8})");
+  EXPECT_EQ(runs[0].start.price_digest, "ab");
+  EXPECT_EQ(runs[0].ended_at, 20.5);
+  EXPECT_EQ(runs[0].start.price_path, "");
+  EXPECT_FALSE(runs[0].start.market_id.has_value());
+  EXPECT_FALSE(runs[0].start.era_number.has_value());
+  EXPECT_EQ(runs[0].start.eras_json, "null");
+  EXPECT_FALSE(runs[0].start.cost_basis_points.has_value());
+  EXPECT_EQ(store.evaluation_count(1), 4);
+  EXPECT_EQ(store.metrics(1).at(0), R"({"n":1})");
+
+  const std::optional<EvaluationOfRun> found = store.find_evaluation("3-17");
+  ASSERT_TRUE(found.has_value());
+  EXPECT_EQ(found->run.id, 3);
+  EXPECT_EQ(found->evaluation.candidate_number, 17);
+  EXPECT_EQ(found->evaluation.graph_key, "k1");
+  EXPECT_EQ(found->evaluation.quality_score, 3.5);
+  EXPECT_EQ(found->evaluation.worker_pid, 98);
+  EXPECT_EQ(found->evaluation.lineage_json, R"({"origin":"unknown"})");
+  EXPECT_EQ(found->evaluation.failures_json, "{}");
+  EXPECT_FALSE(found->evaluation.market_id.has_value());
+  EXPECT_FALSE(found->evaluation.holdout_statistics_json.has_value());
+}
+
+TEST_F(SchemaMigration, MakesTheFailuresOfTheReason) {
+  make_version_1();
+  RunStore store(path_);
+  const auto failures = [&](const char* id) {
+    return store.find_evaluation(id)->evaluation.failures_json;
+  };
+  EXPECT_EQ(failures("1-1"), "{}");
+  EXPECT_EQ(failures("1-2"), R"({"weak":{"reason":"weak","detail":"because \"so\""}})");
+  EXPECT_EQ(failures("1-3"), "{}");
+  EXPECT_EQ(failures("1-4"), R"({"deep":{"reason":"deep"}})");
+}
+
+TEST_F(SchemaMigration, GivesTheTablesOfANewFile) {
+  make_version_1();
+  { RunStore store(path_); }
+  const std::string fresh = (folder_ / "fresh.db").string();
+  { RunStore store(fresh); }
+  EXPECT_EQ(schema(path_), schema(fresh));
+  EXPECT_THAT(schema(path_), HasSubstr("submissions.pnl BLOB"));
+  EXPECT_EQ(SqliteDatabase(path_, 0).query_integer("PRAGMA user_version", "reading"),
+            kStoreSchemaVersion);
+  EXPECT_EQ(integrity(path_), "ok");
+}
+
+TEST_F(SchemaMigration, AMigratedFileTakesNewRows) {
+  make_version_1();
+  RunStore store(path_);
+  const std::int64_t run = store.begin_run(start());
+  EXPECT_EQ(run, 4);
+  store.record_evaluations(run, {passing(1, 1.0)});
+  EXPECT_EQ(store.find_evaluation("4-1")->evaluation.graph_key, "key1");
+  const PoolIdentity pool{"alpha", 1, 1, "data"};
+  EXPECT_TRUE(store.submissions().enqueue({pool, "3-17", {}, "{}", {}, 50.0}).added);
+}
+
+TEST_F(SchemaMigration, IsWholeOrNotAtAll) {
+  make_version_1();
+  // The last statements of the migration find their name taken.
+  SqliteDatabase(path_, 0).execute("CREATE TABLE submissions_by_run (x)", "getting in the way");
+  EXPECT_THAT(error_of([&] { RunStore store(path_); }),
+              HasSubstr("bringing the tables up to date failed: there is already a table named"));
+  SqliteDatabase old(path_, 0);
+  EXPECT_EQ(old.query_integer("PRAGMA user_version", "reading"), 1);
+  EXPECT_EQ(
+      old.query_integer("SELECT count(*) FROM sqlite_schema WHERE name = 'submissions'", "reading"),
+      0);
+  EXPECT_EQ(old.query_integer("SELECT count(*) FROM pragma_table_xinfo('evaluations')", "reading"),
+            15);
+  EXPECT_EQ(old.query_integer("SELECT count(*) FROM evaluations", "reading"), 5);
+  old.execute("DROP TABLE submissions_by_run", "getting out of the way");
+  EXPECT_EQ(RunStore(path_).evaluation_count(1), 4);
+}
+
+TEST_F(SchemaMigration, IsDoneOnceByProcessesThatOpenAtOnce) {
+  make_version_1();
+  std::vector<pid_t> children;
+  for (int i = 0; i < 6; ++i) {
+    children.push_back(::fork());
+    if (children.back() != 0) continue;
+    try {
+      RunStore store(path_, {.busy_timeout_milliseconds = 60'000});
+      ::_exit(store.runs().size() == 2 ? 0 : 1);
+    } catch (const StoreError&) {
+      ::_exit(2);
+    }
+  }
+  for (const pid_t child : children) {
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+  }
+  EXPECT_EQ(RunStore(path_).evaluation_count(1), 4);
+}
+
+TEST_F(SchemaMigration, WaitsForAWriterOfTheOldFile) {
+  make_version_1();
+  SqliteDatabase writer(path_, 0);
+  static_cast<void>(writer.query_text("PRAGMA journal_mode = WAL", "preparing"));
+  {
+    SqliteTransaction held(writer, "holding the lock");
+    EXPECT_THROW(RunStore(path_, {.busy_timeout_milliseconds = 20}), StoreBusyError);
+  }
+  EXPECT_EQ(RunStore(path_).runs().size(), 2U);
+  // A program of the old version that was running goes on.
+  writer.execute(
+      "INSERT INTO evaluations (run_id, candidate_number, generation, graph_key, graph, passed, "
+      "statistics, elapsed_seconds, recorded_at) VALUES (3, 18, 2, 'k', '{}', 1, '{}', 1, 1)",
+      "recording as version 1");
+  EXPECT_TRUE(RunStore(path_).find_evaluation("3-18").has_value());
+}
+
+}  // namespace
+}  // namespace varnholt::embedded

@@ -1,0 +1,239 @@
+// A payload is queued once for each structure of a pool and settled once. Method: a store in a
+// temporary folder with a few evaluations, read back through a second connection.
+#include "hosts/embedded/store/submission_table.hpp"
+
+#include <array>
+#include <cmath>
+#include <limits>
+
+#include <gmock/gmock.h>
+
+#include "tests/hosts/embedded/store/store_fixture.hpp"
+
+namespace varnholt::embedded {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+class SubmissionTableTest : public StoreTest {
+ protected:
+  void SetUp() override {
+    StoreTest::SetUp();
+    store_.emplace(path_);
+    const std::int64_t run = store_->begin_run(start());
+    EvaluationRecord twin = passing(4, 1.0);
+    twin.graph_key = "key1";
+    store_->record_evaluations(run, {passing(1, 1.0), passing(2, 1.0), passing(3, 1.0), twin});
+  }
+  Enqueued enqueue(const std::string& eval_id, const PoolIdentity& pool) {
+    return table().enqueue({pool, eval_id, {}, R"({"a":1})", pnl_, 100.0});
+  }
+  Enqueued enqueue(const std::string& eval_id) { return enqueue(eval_id, pool_); }
+  SubmissionTable& table() { return store_->submissions(); }
+
+  static Settlement accepted(double at) { return {0.75, 0.5, 0.25, 0.7, {}, {}, at}; }
+  static Settlement refused(double at) { return {0.25, 0.5, 0.25, 0.7, "too close", "why", at}; }
+  static std::vector<std::string> ids(const std::vector<SubmissionPnl>& submissions) {
+    std::vector<std::string> found;
+    for (const SubmissionPnl& submission : submissions)
+      found.push_back(submission.eval_id);
+    return found;
+  }
+
+  std::optional<RunStore> store_;
+  const PoolIdentity pool_{"alpha", 1, 2, "data"};
+  const std::vector<double> pnl_{0.5, -0.25, 0.0};
+};
+
+TEST_F(SubmissionTableTest, KeepsEveryFieldOfAQueuedPayload) {
+  const Enqueued enqueued =
+      table().enqueue({pool_, "1-2", "pool_metrics_refresh_required", R"({"a":1})", pnl_, 100.5});
+  EXPECT_TRUE(enqueued.added);
+  const std::optional<SubmissionRecord> found = RunStore(path_).submissions().find(enqueued.id);
+  ASSERT_TRUE(found.has_value());
+  EXPECT_EQ(found->id, enqueued.id);
+  EXPECT_EQ(found->run, 1);
+  EXPECT_EQ(found->eval_id, "1-2");
+  EXPECT_EQ(found->graph_key, "key2");
+  EXPECT_EQ(found->pool, pool_);
+  EXPECT_EQ(found->state, SubmissionState::Queued);
+  EXPECT_STREQ(name_of(found->state), "queued");
+  EXPECT_EQ(found->pending_reason, "pool_metrics_refresh_required");
+  EXPECT_EQ(found->payload_json, R"({"a":1})");
+  EXPECT_EQ(found->queued_at, 100.5);
+  EXPECT_FALSE(found->settlement.has_value());
+  EXPECT_FALSE(table().find(enqueued.id + 1).has_value());
+}
+
+TEST_F(SubmissionTableTest, KeepsEveryBitOfThePnl) {
+  const std::vector<double> odd{0.1, -0.0, 5e-324, -1.7976931348623157e308,
+                                std::numeric_limits<double>::infinity()};
+  table().enqueue({pool_, "1-1", {}, "{}", odd, 1.0});
+  const std::optional<SubmissionPnl> queued = table().next_queued(pool_, 0);
+  ASSERT_TRUE(queued.has_value());
+  ASSERT_TRUE(queued->pnl.has_value());
+  EXPECT_EQ(*queued->pnl, odd);
+  EXPECT_TRUE(std::signbit(queued->pnl->at(1)));
+  // The bytes are those that the documentation tells other programs to expect.
+  EXPECT_EQ(SqliteDatabase(path_, 0).query_text("SELECT substr(hex(pnl), 1, 16) FROM submissions",
+                                                "reading"),
+            "9A9999999999B93F");
+}
+
+TEST_F(SubmissionTableTest, APnlThatIsLostOrTornIsAbsent) {
+  enqueue("1-1");
+  SqliteDatabase other(path_, 0);
+  other.execute("UPDATE submissions SET pnl = x'00112233445566'", "tearing it");
+  EXPECT_FALSE(table().next_queued(pool_, 0)->pnl.has_value());
+  other.execute("UPDATE submissions SET pnl = NULL", "losing it");
+  EXPECT_FALSE(table().next_queued(pool_, 0)->pnl.has_value());
+}
+
+TEST_F(SubmissionTableTest, AStructureIsThereOnceInAPool) {
+  const Enqueued first = enqueue("1-1");
+  EXPECT_TRUE(first.added);
+  for (const char* same : {"1-1", "1-4"}) {
+    const Enqueued again = enqueue(same);
+    EXPECT_FALSE(again.added) << same;
+    EXPECT_EQ(again.id, first.id) << same;
+  }
+  EXPECT_TRUE(table().settle(first.id, accepted(200)));
+  EXPECT_FALSE(enqueue("1-4").added) << "submitted is there as well";
+  EXPECT_EQ(table().list({}).size(), 1U);
+  // Each part of the identity counts.
+  for (const PoolIdentity& other :
+       {PoolIdentity{"beta", 1, 2, "data"}, PoolIdentity{"alpha", 2, 2, "data"},
+        PoolIdentity{"alpha", 1, 3, "data"}, PoolIdentity{"alpha", 1, 2, "date"}}) {
+    EXPECT_TRUE(enqueue("1-1", other).added);
+  }
+}
+
+TEST_F(SubmissionTableTest, ARefusedStructureMayBeEnqueuedAgain) {
+  const Enqueued first = enqueue("1-1");
+  table().settle(first.id, refused(200));
+  const Enqueued second = enqueue("1-1");
+  EXPECT_TRUE(second.added);
+  EXPECT_NE(second.id, first.id);
+  const std::vector<SubmissionRecord> both = table().of_evaluation("1-1");
+  ASSERT_EQ(both.size(), 2U);
+  EXPECT_EQ(both[0].state, SubmissionState::Refused);
+  EXPECT_EQ(both[1].state, SubmissionState::Queued);
+  EXPECT_TRUE(table().of_evaluation("1-4").empty());
+}
+
+TEST_F(SubmissionTableTest, NeedsAnEvaluation) {
+  EXPECT_THAT(error_of([&] { enqueue("1-9"); }),
+              HasSubstr("enqueueing a submission failed: there is no evaluation 1-9; record the "
+                        "evaluation first"));
+  SqliteDatabase other(path_, 0);
+  other.execute("PRAGMA foreign_keys = ON", "setting it up");
+  enqueue("1-1");
+  EXPECT_THAT(error_of([&] { other.execute("DELETE FROM evaluations", "deleting"); }),
+              HasSubstr("FOREIGN KEY"));
+}
+
+TEST_F(SubmissionTableTest, IsSettledOnce) {
+  const std::int64_t first = enqueue("1-1").id;
+  const std::int64_t second = enqueue("1-2").id;
+  EXPECT_TRUE(table().settle(second, refused(200.5)));
+  EXPECT_TRUE(table().settle(first, accepted(300.5)));
+  EXPECT_FALSE(table().settle(first, refused(400)));
+  EXPECT_FALSE(table().settle(77, accepted(400)));
+
+  const SubmissionRecord submitted = *table().find(first);
+  EXPECT_EQ(submitted.state, SubmissionState::Submitted);
+  EXPECT_EQ(submitted.settlement->score, 0.75);
+  EXPECT_EQ(submitted.settlement->score_threshold, 0.5);
+  EXPECT_EQ(submitted.settlement->correlation, 0.25);
+  EXPECT_EQ(submitted.settlement->correlation_threshold, 0.7);
+  EXPECT_EQ(submitted.settlement->settled_at, 300.5);
+  EXPECT_FALSE(submitted.settlement->refusal_reason.has_value());
+  EXPECT_FALSE(submitted.settlement->refusal_detail.has_value());
+  const SubmissionRecord turned_down = *table().find(second);
+  EXPECT_EQ(turned_down.state, SubmissionState::Refused);
+  EXPECT_EQ(turned_down.settlement->refusal_reason, "too close");
+  EXPECT_EQ(turned_down.settlement->refusal_detail, "why");
+}
+
+TEST_F(SubmissionTableTest, DoesNotSettleWithoutMeasuredValues) {
+  const std::int64_t id = enqueue("1-1").id;
+  Settlement unmeasured = accepted(1);
+  unmeasured.score = std::numeric_limits<double>::quiet_NaN();
+  EXPECT_THAT(error_of([&] { table().settle(id, unmeasured); }), HasSubstr("CHECK constraint"));
+  EXPECT_EQ(table().find(id)->state, SubmissionState::Queued);
+}
+
+TEST_F(SubmissionTableTest, ListsMembersInTheOrderOfSettlement) {
+  const std::int64_t first = enqueue("1-1").id;
+  const std::int64_t second = enqueue("1-2").id;
+  const std::int64_t third = enqueue("1-3").id;
+  enqueue("1-1", {"beta", 1, 2, "data"});
+  EXPECT_TRUE(table().members(pool_).empty());
+  table().settle(third, accepted(1));
+  table().settle(second, refused(2));
+  table().settle(first, accepted(3));
+  const std::vector<SubmissionPnl> members = table().members(pool_);
+  EXPECT_THAT(ids(members), ElementsAre("1-3", "1-1"));
+  EXPECT_EQ(members[0].pnl, pnl_);
+  EXPECT_LT(members[0].settled_order, members[1].settled_order);
+  EXPECT_THAT(ids(table().members(pool_, members[0].settled_order)), ElementsAre("1-1"));
+  EXPECT_THAT(table().member_numbers(pool_), ElementsAre(third, first));
+  EXPECT_TRUE(table().member_numbers({"beta", 1, 2, "data"}).empty());
+  // The number of a row that is gone is not given again.
+  SqliteDatabase(path_, 0).execute("DELETE FROM submissions", "deleting");
+  EXPECT_GT(enqueue("1-1").id, third);
+}
+
+TEST_F(SubmissionTableTest, WalksTheQueueInOrder) {
+  const std::int64_t first = enqueue("1-3").id;
+  const std::int64_t second = enqueue("1-1").id;
+  EXPECT_EQ(table().next_queued(pool_, 0)->eval_id, "1-3");
+  EXPECT_EQ(table().next_queued(pool_, first)->eval_id, "1-1");
+  EXPECT_FALSE(table().next_queued(pool_, second).has_value());
+  table().settle(first, accepted(1));
+  EXPECT_EQ(table().next_queued(pool_, 0)->eval_id, "1-1");
+  EXPECT_FALSE(table().next_queued({"beta", 1, 2, "data"}, 0).has_value());
+}
+
+TEST_F(SubmissionTableTest, ListsByRunAndState) {
+  const std::int64_t other_run = store_->begin_run(start());
+  EvaluationRecord other = passing(1, 1.0);
+  other.graph_key = "other";
+  store_->record_evaluations(other_run, {other});
+  table().settle(enqueue("1-1").id, accepted(1));
+  enqueue("1-2");
+  enqueue("2-1");
+  const auto listed = [&](const SubmissionFilter& filter) {
+    std::vector<std::string> found;
+    for (const SubmissionRecord& record : table().list(filter))
+      found.push_back(record.eval_id);
+    return found;
+  };
+  EXPECT_THAT(listed({}), ElementsAre("1-1", "1-2", "2-1"));
+  EXPECT_THAT(listed({1, {}}), ElementsAre("1-1", "1-2"));
+  EXPECT_THAT(listed({{}, SubmissionState::Queued}), ElementsAre("1-2", "2-1"));
+  EXPECT_THAT(listed({1, SubmissionState::Submitted}), ElementsAre("1-1"));
+  EXPECT_THAT(listed({2, SubmissionState::Refused}), ElementsAre());
+}
+
+TEST_F(SubmissionTableTest, ALockedStoreIsToldFromOtherTroubles) {
+  RunStore quick(path_, {.busy_timeout_milliseconds = 20});
+  SqliteDatabase other(path_, 0);
+  SqliteTransaction held(other, "holding the lock");
+  EXPECT_THROW(quick.submissions().enqueue({pool_, "1-1", {}, "{}", pnl_, 1.0}), StoreBusyError);
+  EXPECT_THROW(static_cast<void>(quick.lock("locking")), StoreBusyError);
+  EXPECT_TRUE(quick.submissions().list({}).empty()) << "reading goes on";
+}
+
+TEST_F(SubmissionTableTest, ALockGivenUpLeavesNothing) {
+  const std::int64_t id = enqueue("1-1").id;
+  {
+    const SqliteTransaction lock = store_->lock("settling");
+    EXPECT_TRUE(table().settle(id, accepted(1)));
+  }
+  EXPECT_EQ(table().find(id)->state, SubmissionState::Queued);
+}
+
+}  // namespace
+}  // namespace varnholt::embedded
