@@ -3,14 +3,14 @@
 
 #include <filesystem>
 #include <string>
-#include <string_view>
+
+#include "search_templates/genetic/value/digest.hpp"
 
 namespace varnholt::embedded {
 
-// SHA-256 (FIPS 180-4) in lower-case hexadecimal digits. std::runtime_error when it cannot be had.
-[[nodiscard]] std::string sha256_hex(std::string_view bytes);
+using genetic::sha256_hex;
 
-// The digest of a file's bytes. std::runtime_error when it cannot be read.
+// The same digest of a file's bytes. std::runtime_error when it cannot be read.
 [[nodiscard]] std::string file_sha256_hex(const std::filesystem::path& path);
 
 }  // namespace varnholt::embedded

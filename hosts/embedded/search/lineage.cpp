@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "hosts/embedded/search/digest.hpp"
+#include "hosts/embedded/digest/digest.hpp"
 #include "search_templates/genetic/graph/canonical_text.hpp"
 #include "search_templates/genetic/population/elite_derivation.hpp"
 #include "search_templates/genetic/value/copy.hpp"

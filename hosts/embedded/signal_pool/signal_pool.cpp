@@ -14,8 +14,8 @@ namespace varnholt::embedded {
 
 using Eigen::ArrayXd;
 
-SignalPool::SignalPool(RunStore& store, PoolIdentity identity)
-    : store_(store), identity_(std::move(identity)) {}
+SignalPool::SignalPool(RunStore& store, PoolIdentity identity, Eigen::Index minimum_days)
+    : store_(store), identity_(std::move(identity)), minimum_days_(minimum_days) {}
 
 bool SignalPool::refresh() {
   try {
@@ -93,10 +93,10 @@ PoolMeasure SignalPool::measure(const ArrayXd& pnl) const {
   std::vector<const Series*> series;
   for (const Member& member : members_)
     series.push_back(&comparable(member, pnl.size()));
-  if (pnl.size() < kMinimumCommonDays) {
+  if (pnl.size() < minimum_days_) {
     throw PoolMetricNotYetComputable(
         fmt::format("the signal has {} days in common with its pool, and it takes {} to compare",
-                    pnl.size(), kMinimumCommonDays));
+                    pnl.size(), minimum_days_));
   }
   const NormalScores scores(pnl);
   for (std::size_t i = 0; i < members_.size(); ++i) {

@@ -27,7 +27,8 @@ inline constexpr Eigen::Index kMinimumCommonDays = 40;
 class SignalPool {
  public:
   // The store must outlive the pool. The pool has no members before the first refresh.
-  SignalPool(RunStore& store, PoolIdentity identity);
+  SignalPool(RunStore& store, PoolIdentity identity,
+             Eigen::Index minimum_days = kMinimumCommonDays);
 
   [[nodiscard]] const PoolIdentity& identity() const noexcept { return identity_; }
 
@@ -44,7 +45,7 @@ class SignalPool {
 
   // How a signal with this PnL stands to the members known from the last refresh. In an empty pool
   // any PnL measures as new. Throws PoolPnlMissing when a member's PnL is not in the store or has
-  // other days, PoolMetricNotYetComputable when there are fewer than kMinimumCommonDays, and
+  // other days, PoolMetricNotYetComputable when there are fewer than `minimum_days`, and
   // std::invalid_argument when the PnL given has an entry that is no finite number.
   [[nodiscard]] PoolMeasure measure(const Eigen::ArrayXd& pnl) const;
 
@@ -65,6 +66,7 @@ class SignalPool {
 
   RunStore& store_;
   PoolIdentity identity_;
+  Eigen::Index minimum_days_;
   std::vector<Member> members_;
   std::int64_t last_settled_order_ = 0;
 };
