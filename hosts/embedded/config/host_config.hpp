@@ -47,8 +47,8 @@ inline constexpr std::size_t kLargestConfigBytes = std::size_t{1} << 20U;
 
 // The configuration in a text; `name` stands for the file in errors. HostConfigError, which names
 // the first mistake in the order of the text, for what is not TOML 1.0, for a table or key that is
-// not known, for a value of another type or out of range, and for an era beyond the train eras. Characters beyond
-// ASCII may stand in comments only.
+// not known, for a value of another type or out of range, and for an era beyond the train eras.
+// Characters beyond ASCII may stand in comments only.
 [[nodiscard]] HostConfig parse_host_config(std::string_view text, const std::string& name);
 
 }  // namespace varnholt::embedded
