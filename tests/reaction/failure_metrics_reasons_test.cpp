@@ -185,6 +185,10 @@ TEST(HasFailureReason, LooksForTheNamesAmongTheKeysOfTheFailures) {
   EXPECT_FALSE(asked(result, "sharpe_min"));
   EXPECT_TRUE(asked(Mapping{{"failures", Mapping{{"a", 1}}}}, "xa"));
   EXPECT_TRUE(asked(as_host_containers(result), Tuple{"sharpe_min"}));
+  // Whatever stands under it.
+  EXPECT_TRUE(asked(failed_with(Mapping{{"a", Value()}}), Tuple{"a"}));
+  EXPECT_TRUE(
+      has_failure_reason(failed_with(Mapping{{"sharpe_min", 0}}), SHARPE_REACTION_FAILURE_REASONS));
 
   EXPECT_TRUE(has_failure_reason(result, SHARPE_REACTION_FAILURE_REASONS));
   EXPECT_FALSE(has_failure_reason(result, GATE_NEAR_MISS_FAILURE_REASONS));
