@@ -376,12 +376,14 @@ TEST_F(MiTracking, AnOrdinaryFailureOfTheThresholdLeavesItAbsent) {
 }
 
 TEST_F(MiTracking, OtherFailuresPassAfterTheScoreIsWritten) {
-  Mapping candidate;
   const auto failure = [&] {
-    return error_of([&] {
+    Mapping candidate;
+    const std::string error = error_of([&] {
       set_candidate_mi_tracking(host.engine, host.context, candidate, 1);
       return 0;
     });
+    EXPECT_EQ(repr(candidate), "{'tracking_metric_kwargs': {'pnl_mi': 1}}");
+    return error;
   };
   host.engine.on_find_gate_verdict =
       always(operation("gate_verdict", throwing([] { throw KeyError("no verdict"); })));
@@ -393,7 +395,6 @@ TEST_F(MiTracking, OtherFailuresPassAfterTheScoreIsWritten) {
   EXPECT_EQ(failure(), "ValueError: broken name");
   host.context.on_attribute = failing(ValueError("broken configuration"));
   EXPECT_EQ(failure(), "ValueError: broken configuration");
-  EXPECT_EQ(repr(candidate), "{'tracking_metric_kwargs': {'pnl_mi': 1}}");
 }
 
 using CorrelationTracking = PoolMetricTracking;
@@ -429,6 +430,7 @@ TEST_F(CorrelationTracking, WithoutOperationsOfTheHostIsAPlainVerdict) {
 TEST_F(CorrelationTracking, LetsEveryFailurePass) {
   Mapping candidate;
   const auto failure = [&] {
+    candidate = Mapping();
     return error_of([&] {
       set_candidate_correlation_tracking(host.engine, host.context, candidate, 1);
       return 0;
@@ -436,6 +438,8 @@ TEST_F(CorrelationTracking, LetsEveryFailurePass) {
   };
   correlation_threshold(throwing([] { throw RuntimeError("no pool"); }));
   EXPECT_EQ(failure(), "RuntimeError: no pool");
+  // The metric is written before.
+  EXPECT_EQ(repr(candidate), "{'tracking_metric_kwargs': {'correlation': 1}}");
   correlation_threshold(always(Value()));
   EXPECT_EQ(failure(), "TypeError: 'NoneType' object is not subscriptable");
   correlation_threshold(always(Value(Tuple())));
