@@ -154,6 +154,17 @@ TEST(BigInteger, IsComparedExactlyWithOtherKinds) {
   EXPECT_EQ(compare_exactly(value, std::nan("")), std::partial_ordering::unordered);
 }
 
+TEST(BigInteger, IsTurnedIntoItsOpposite) {
+  EXPECT_EQ(big("18446744073709551616").negated(), big("18446744073709551616", true));
+  EXPECT_EQ(big("18446744073709551616", true).negated(), big("18446744073709551616"));
+  EXPECT_EQ(BigInteger(kSmallest).negated().to_decimal(), "9223372036854775808");
+  EXPECT_EQ(BigInteger(0).negated(), BigInteger(0));
+  EXPECT_FALSE(BigInteger(0).negated().is_negative());
+  const BigInteger seven(7);
+  EXPECT_EQ(seven.negated().negated(), seven);
+  EXPECT_EQ(seven, BigInteger(7));
+}
+
 TEST(BigInteger, HashesAsCPython) {
   EXPECT_EQ(BigInteger(0).hash(), 0);
   EXPECT_EQ(BigInteger(-1).hash(), -2);

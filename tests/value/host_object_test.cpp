@@ -60,6 +60,17 @@ TEST(HostObject, ConvertsToNothing) {
             "TypeError: '<' not supported between instances of 'Plain' and 'Plain'");
 }
 
+TEST(HostObject, HoldsNothingHasNoEntriesAndNoSign) {
+  const Value object = make_object<Plain>();
+  EXPECT_EQ(error_of([&] { return object.object().contains("anything"); }),
+            "TypeError: argument of type 'Plain' is not iterable");
+  EXPECT_EQ(error_of([&] { return object.object().get("anything"); }),
+            "AttributeError: 'Plain' object has no attribute 'get'");
+  EXPECT_EQ(error_of([&] { return object.object().negated(); }),
+            "TypeError: bad operand type for unary -: 'Plain'");
+  EXPECT_FALSE(object.object().is_callable());
+}
+
 TEST(HostObject, HasTextsAndNoAttributes) {
   const Value object = make_object<Plain>();
   EXPECT_EQ(repr(object), "<Plain object>");

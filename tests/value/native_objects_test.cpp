@@ -32,6 +32,10 @@ TEST(NotANumber, IsANumberWithoutOrder) {
             "ValueError: cannot convert float NaN to integer");
   EXPECT_EQ(repr(nan), "nan");
   EXPECT_TRUE(truth(nan));
+  // The opposite is another object, which no container takes for the same.
+  const Value opposite = nan.object().negated();
+  EXPECT_TRUE(std::isnan(to_float(opposite)));
+  EXPECT_FALSE(is_same_or_equal(opposite, nan));
 }
 
 TEST(BigInteger, ComparesWithNumbersOfEveryKind) {
@@ -59,6 +63,9 @@ TEST(BigInteger, ConvertsAsAnInteger) {
   EXPECT_EQ(to_float(huge), 1e20);
   EXPECT_TRUE(same_object(to_integer(huge), huge));
   EXPECT_EQ(str(huge), kHuge);
+  EXPECT_EQ(str(huge.object().negated()), "-" + std::string(kHuge));
+  EXPECT_TRUE(same_object(to_integer("9223372036854775808").object().negated(),
+                          std::numeric_limits<std::int64_t>::min()));
   EXPECT_EQ(error_of([] { return to_float(to_integer("1" + std::string(400, '0'))); }),
             "OverflowError: int too large to convert to float");
 }

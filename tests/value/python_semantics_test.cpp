@@ -1,5 +1,6 @@
 // Values mean what they mean in the host's language: text forms, JSON text, truth, conversions,
-// hashes of numbers, equality and order, with the kind and message of each error.
+// hashes of numbers, equality, order, sign, membership, unpacking and digests, with the kind and
+// mostly the message of each error.
 //
 // Method: random pairs of values, the second a close variation of the first or independent of it,
 // are sent as literals to the installed CPython, and its answers are compared with the library's.
@@ -9,7 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include "search_templates/genetic/value/digest.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
+#include "search_templates/genetic/value/operations.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "search_templates/genetic/value/value.hpp"
 #include "tests/support/error_of.hpp"
@@ -37,6 +40,14 @@ std::string answer_of(const Answer& answer) {
   return error == "no error" ? "=" + text : "!" + error;
 }
 
+// The same of an answer that may be the kind of an error.
+template <typename Answer>
+std::string answer_or_kind(const Answer& answer) {
+  std::string text;
+  const std::string error = test::error_of([&] { return text = answer(); });
+  return "=" + (error == "no error" ? text : error.substr(0, error.find(':')));
+}
+
 std::string truth_name(bool truth) {
   return truth ? "True" : "False";
 }
@@ -61,11 +72,25 @@ std::vector<std::string> own_answers(const Value& left, const Value& right) {
       }),
       answer_of([&] { return truth_name(left == right); }),
       answer_of([&] { return truth_name(less(left, right)); }),
+      answer_of([&] { return repr(negated(left)); }),
+      answer_or_kind([&] { return truth_name(contains(left, right)); }),
+      answer_or_kind([&] {
+        return truth_name(contains(Tuple{0, right}, left));
+      }),
+      answer_or_kind([&] {
+        return truth_name(contains(Mapping{{"a", right}}, left));
+      }),
+      answer_or_kind([&] {
+        const auto [first, second] = unpack_pair(left);
+        return repr(Tuple{first, second});
+      }),
+      answer_or_kind([&] { return sha256_hex(json_text(left)); }),
   };
 }
 
-constexpr const char* kQuestions[] = {"repr", "str", "json", "bool", "float",
-                                      "int",  "len", "hash", "==",   "<"};
+constexpr const char* kQuestions[] = {
+    "repr", "str", "json", "bool",          "float",    "int",     "len",    "hash",
+    "==",   "<",   "-",    "right in left", "in tuple", "in dict", "unpack", "digest"};
 
 // Which of two keys without an order the message names first is up to the sorting method.
 std::string without_key_order(const std::string& answer) {

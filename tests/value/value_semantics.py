@@ -5,6 +5,7 @@ value and about the pair, a field each: "=" and a text in hexadecimal UTF-8, or 
 kind of the error with its message.
 """
 
+import hashlib
 import json
 import math
 import sys
@@ -17,6 +18,24 @@ def field(answer):
         return "=" + answer().encode("utf-8").hex()
     except Exception as error:
         return "!" + f"{type(error).__name__}: {error}".encode("utf-8").hex()
+
+
+def kind_or(answer):
+    """The answer, or the kind of the error alone: its message differs between versions."""
+    try:
+        return answer()
+    except Exception as error:
+        return type(error).__name__
+
+
+def unpacked(value):
+    first, second = value
+    return repr((first, second))
+
+
+def digest(value):
+    text = json.dumps(value, sort_keys=True, separators=(",", ":"))
+    return hashlib.sha256(text.encode("utf-8")).hexdigest()
 
 
 def is_number(value):
@@ -35,6 +54,12 @@ def answers(left, right):
         field(lambda: str(hash(left)) if is_number(left) else "-"),
         field(lambda: str(left == right)),
         field(lambda: str(left < right)),
+        field(lambda: repr(-left)),
+        field(lambda: kind_or(lambda: str(right in left))),
+        field(lambda: kind_or(lambda: str(left in (0, right)))),
+        field(lambda: kind_or(lambda: str(left in {"a": right}))),
+        field(lambda: kind_or(lambda: unpacked(left))),
+        field(lambda: kind_or(lambda: digest(left))),
     ]
 
 

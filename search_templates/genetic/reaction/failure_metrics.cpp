@@ -63,7 +63,6 @@ Mapping expanded_failure(Engine& engine, const Value& reason, const Value& gate_
 
 bool carries_a_metric(JsonReader& json_reader, const Value& failure) {
   const MetricPair pair = failure_metric_pair(json_reader, failure);
-  if (!as_mapping(failure)) return false;
   return !pair.value.is_absent() || !pair.threshold.is_absent();
 }
 

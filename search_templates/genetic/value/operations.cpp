@@ -13,7 +13,7 @@ namespace varnholt::genetic {
 namespace {
 
 bool can_be_walked(const Value& value) {
-  return value.is_object() || value.kind() >= Kind::kText;
+  return !value.is_scalar() || value.is_text();
 }
 
 bool text_contains(const Value& text, const Value& part) {
