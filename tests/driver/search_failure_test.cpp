@@ -89,9 +89,10 @@ TEST(SearchFailure, ErrorOfOneCandidateFailsTheBatchAndTheRunGoesOn) {
   // The error is counted after the recording, in place of the streak.
   const Names counted = {"process_evaluation.terminal_worker_failed",
                          "process_evaluation.terminal_process_priority_failed"};
-  EXPECT_THAT(search.host.log.names(),
-              ElementsAreArray(kBeforeError + made_up + kRecord + counted + kTest + kReadStopEvent +
-                               kTest + kPause + kReadStopEvent + kPassing + kStopped));
+  EXPECT_THAT(
+      search.host.log.names(),
+      ElementsAreArray(kBeforeError + made_up + kRecordFailing + counted + kTest + kReadStopEvent +
+                       kTest + kPause + kReadStopEvent + kPassing + kStopped));
   ASSERT_THAT(search.metrics, SizeIs(1));
   EXPECT_EQ(search.metrics[0].at("failure_count"), 1);
   EXPECT_EQ(search.metrics[0].at("candidate_count"), 2);
@@ -109,7 +110,8 @@ TEST(SearchFailure, EveryGraphOfTheLostBatchIsRecordedAsFailed) {
   EXPECT_THAT(
       search.host.log.lines(),
       Contains("safe_record({'node': 'g1'}, False, rejection_reason='worker_timeout', stats=None, "
-               "per_column_stats=None, expression_elapsed_seconds=None, tracking_metric_kwargs="
+               "per_column_stats=None, expression_elapsed_seconds=None, backtest_timing=None, "
+               "tracking_metric_kwargs="
                "{'failure_reason': 'worker_timeout', 'failure_detail': 'after 600 s', "
                "'stats_verdict': {'verdict': 'not_evaluated'}, 'correlation_verdict': "
                "{'verdict': 'not_evaluated'}, 'mi_verdict': {'verdict': 'not_evaluated'}})"));
@@ -158,10 +160,9 @@ TEST(SearchFailure, InterruptPassesUntouched) {
 
 TEST(SearchFailure, PoolErrorsOutsideTheEvaluationAreNotCaught) {
   SearchHarness search;
-  search.host.context.on_safe_record = always(
-      scripted_callable(search.host.log, "safe_record", [](const auto&, const Mapping&) -> Value {
-        throw ScriptedProcessError("from the recorder", {{"candidate_index", 0}});
-      }));
+  search.on_record([](const auto&, const Mapping&) -> Value {
+    throw ScriptedProcessError("from the recorder", {{"candidate_index", 0}});
+  });
   EXPECT_THROW(search.run(), ScriptedProcessError);
   EXPECT_THAT(search.metrics, SizeIs(0));
   EXPECT_EQ(search.host.log.count("process_evaluation.as_error"), 0U);
@@ -194,11 +195,11 @@ TEST(SearchFailure, RuntimeThatIsNeverReadyEndsTheRunWithMetrics) {
               "candidate, is what fails, so the search stops instead of recording more candidate "
               "rejections");
   }
-  const Names first = kTest + kBatch + kPool + kRecord + kRecord + kStreak + kTest +
+  const Names first = kTest + kBatch + kPool + kRecordFailing + kRecordFailing + kStreak + kTest +
                       kReadStopEvent + kTest + kPause + kReadStopEvent;
   EXPECT_THAT(search.host.log.names(),
-              ElementsAreArray(kSetUp + first + kTest + kBatch + kPool + kRecord + kRecord +
-                               kStreak + Names{"logger.error"} + kMetrics +
+              ElementsAreArray(kSetUp + first + kTest + kBatch + kPool + kRecordFailing +
+                               kRecordFailing + kStreak + Names{"logger.error"} + kMetrics +
                                Names{"context.fatal_callback", "fatal",
                                      "engine.raise_background_infrastructure_error"}));
   ASSERT_THAT(search.metrics, SizeIs(1));

@@ -24,6 +24,13 @@ using Names = std::vector<std::string>;
   return left;
 }
 
+[[nodiscard]] inline Names times(int count, const Names& part) {
+  Names all;
+  for (int i = 0; i < count; ++i)
+    all = all + part;
+  return all;
+}
+
 // A graph of one node, told from others by its name.
 [[nodiscard]] inline Value graph_named(const std::string& name) {
   return Mapping{{"node", name}};
@@ -38,10 +45,14 @@ using Names = std::vector<std::string>;
   return str(graph.mapping().at("node"));
 }
 
-// What a child process hands back for a graph: a record that passes, and one that fails for
-// `reason`.
+// What a child process hands back for a graph: a record that passes, with the timing that it must
+// have, and one that fails for `reason`.
 [[nodiscard]] inline Mapping passing(const Value& graph) {
-  return {{"graph", graph}, {"passes", true}, {"failures", Mapping()}, {"correlation", 0.25}};
+  return {{"graph", graph},
+          {"passes", true},
+          {"failures", Mapping()},
+          {"correlation", 0.25},
+          {"backtest_timing", Mapping{{"seconds", 0.5}}}};
 }
 [[nodiscard]] inline Mapping failing_for(const Value& graph, const char* reason) {
   return {{"graph", graph},
@@ -70,7 +81,8 @@ class ScriptedFreshCandidates : public FreshCandidates {
 };
 
 // By default every batch is as many new graphs as asked for ("g1", "g2", ...), every candidate
-// passes with the score 0.0, and the run ends at the third pause.
+// passes with the score 0.0 and is recorded and enqueued, and the run ends at the third pause. The
+// context has nothing to measure a candidate against the pool with.
 class SearchHarness {
  public:
   using Outcome = std::function<Mapping(const Value&)>;
@@ -78,10 +90,10 @@ class SearchHarness {
   explicit SearchHarness(std::int64_t batch_size = 1, std::int64_t restart_threshold = 100) {
     host.context.on_n_jobs = always(Value(2));
     host.process_evaluation.on_resolve_process_worker_count_details = always(2);
-    host.context.on_safe_record = always(
-        scripted_callable(host.log, "safe_record", [this](const auto& /*graph*/, const auto&) {
-          return Value("eval-" + std::to_string(++recorded_));
-        }));
+    on_record([this](const auto& /*positional*/, const Mapping& /*keywords*/) {
+      return Value("eval-" + std::to_string(++recorded_));
+    });
+    on_enqueue([](const auto& /*positional*/, const Mapping& /*keywords*/) { return Value(); });
     host.context.on_record_search_run_metrics = always(scripted_callable(
         host.log, "record_metrics", [this](const auto& /*positional*/, const Mapping& keywords) {
           metrics.push_back(keywords);
@@ -109,6 +121,16 @@ class SearchHarness {
 
   void configure(const TemplateArguments& arguments) {
     config = std::make_unique<GeneticTemplate>(module.with_config(arguments));
+  }
+
+  // The host's recorder and its queue of submissions.
+  void on_record(ScriptedCallable::Function function) {
+    host.context.on_required_safe_record =
+        always(scripted_callable(host.log, "safe_record", std::move(function)));
+  }
+  void on_enqueue(ScriptedCallable::Function function) {
+    host.context.on_enqueue_deferred_submission_payload =
+        always(scripted_callable(host.log, "enqueue", std::move(function)));
   }
 
   // The number of the pause that the stop event ends.
@@ -183,9 +205,32 @@ inline const Names kBredBatch = {"random_generators.from_state",
 inline const Names kPool = {"context.n_jobs", "context.worker_memory_limit_bytes",
                             "process_evaluation.default_worker_memory_limit_bytes",
                             "process_evaluation.evaluate_candidate_batch"};
-// For each result.
-inline const Names kRecord = {"context.safe_record", "safe_record",
-                              "context.last_evaluation_record"};
+// As many reads of the context's plain attributes.
+[[nodiscard]] inline Names attribute_reads(std::size_t count) {
+  return Names(count, "context.attribute");
+}
+// For each result that fails.
+inline const Names kRecordFailing = {"context.required_safe_record", "safe_record",
+                                     "context.last_evaluation_record"};
+// A market and an era that the context does not know.
+inline const Names kMarketAndEra = attribute_reads(10);
+// For each result that passes: its timing is checked, the payload is built round the manifest, the
+// pool cannot be measured, and only then is the result recorded.
+inline const Names kCheckTiming = {"timings.validate_backtest_timing_payload",
+                                   "timings.validate_graph_backtest_timing_payload"};
+inline const Names kRecordPassing =
+    Names{"timings.validate_backtest_timing_payload",
+          "timings.validate_process_backtest_timing_payload", "context.required_safe_record"} +
+    kCheckTiming + attribute_reads(2) + Names{"engine.find_submitted_stats_payload_from_backtest"} +
+    attribute_reads(1) + kMarketAndEra + attribute_reads(1) +
+    Names{"engine.annotate_submission_client_manifest"} + kMarketAndEra + attribute_reads(1) +
+    attribute_reads(4) +
+    Names{"evaluation_verdicts.not_evaluated_verdict", "evaluation_verdicts.not_evaluated_verdict",
+          "safe_record", "context.last_evaluation_record"};
+// For each result that passes and is recorded. Its timing has come to stand in the payload as well.
+inline const Names kSubmit = Names{"timings.validate_backtest_timing_payload"} + kCheckTiming +
+                             kMarketAndEra +
+                             Names{"context.enqueue_deferred_submission_payload", "enqueue"};
 inline const Names kStreak = {"engine.infrastructure_failure_threshold"};
 inline const Names kScore = {"eliteness.score_candidate"};
 inline const Names kPause = {"stop_event.wait"};
@@ -197,13 +242,14 @@ inline const Names kMetrics = {"context.record_search_run_metrics", "record_metr
                                "record_metrics.signature",          "record_metrics"};
 
 // A generation of one candidate that passes, and of one that fails.
-inline const Names kAfterPassingBatch =
-    kPool + kRecord + kStreak + kTest + kScore + kReadStopEvent + kTest + kPause;
+// Three scores: the ranks of the first and of the second submission, and the generation's best.
+inline const Names kAfterPassingBatch = kPool + kRecordPassing + kScore + kSubmit + kStreak +
+                                        kTest + kScore + kScore + kReadStopEvent + kTest + kPause;
 inline const Names kPassing = kTest + kBatch + kAfterPassingBatch;
 // The same after a generation that passed.
 inline const Names kBredPassing = kTest + kBredBatch + kAfterPassingBatch;
 inline const Names kFailing =
-    kTest + kBatch + kPool + kRecord + kStreak + kTest + kReadStopEvent + kTest + kPause;
+    kTest + kBatch + kPool + kRecordFailing + kStreak + kTest + kReadStopEvent + kTest + kPause;
 // After the loop.
 inline const Names kStopped = kReadStopEvent + kTest + kMetrics;
 

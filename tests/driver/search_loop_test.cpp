@@ -66,7 +66,8 @@ TEST(SearchLoop, EmptyBatchDoesNotEndTheRun) {
   // The empty turn asks the pool nothing, and the next one is a restart: it wants one graph more.
   EXPECT_THAT(search.host.log.names(),
               ElementsAreArray(kSetUp + kTest + kBatch + kPause + kReadStopEvent + kTest + kBatch +
-                               kPool + kRecord + kRecord + kStreak + kTest + kScore + kScore +
+                               kPool + kRecordPassing + kRecordPassing + kScore + kScore + kSubmit +
+                               kSubmit + kStreak + kTest + kScore + kScore + kScore + kScore +
                                kReadStopEvent + kTest + kPause + kStopped));
   EXPECT_THAT(search.draws(), ElementsAre("(2)", "(3)"));
 }
@@ -172,8 +173,8 @@ TEST(SearchLoop, WithoutStopEventItSleepsAndNeverWaits) {
       {graphs_named({"a"}), graphs_named({"b"}), List(), graphs_named({"a"}), List()});
   search.run();
 
-  const Names untested =
-      kBatch + kPool + kRecord + kStreak + kReadStopEvent + Names{"pause.sleep"} + kReadStopEvent;
+  const Names untested = kBatch + kPool + kRecordFailing + kStreak + kReadStopEvent +
+                         Names{"pause.sleep"} + kReadStopEvent;
   // The run ends with the duplicate, whose one backfill returns nothing.
   EXPECT_THAT(search.host.log.names(),
               ElementsAreArray(kSetUp + untested + untested + kBatch + Names{"pause.sleep"} +
@@ -186,11 +187,10 @@ TEST(SearchLoop, ResultsAreAnnotatedBeforeTheyAreRecorded) {
   SearchHarness search(2);
   search.stop_at_pause(1);
   List recorded;
-  search.host.context.on_safe_record = always(scripted_callable(
-      search.host.log, "safe_record", [&](std::span<const Value> positional, const Mapping&) {
-        recorded.append(positional[0]);
-        return Value("id");
-      }));
+  search.on_record([&](std::span<const Value> positional, const Mapping&) {
+    recorded.append(positional[0]);
+    return Value("id");
+  });
   std::vector<Value> scored;
   search.host.eliteness.on_score_candidate = [&scored](const Value& candidate, const Mapping&) {
     scored.push_back(candidate);
@@ -198,7 +198,7 @@ TEST(SearchLoop, ResultsAreAnnotatedBeforeTheyAreRecorded) {
   };
   search.run();
 
-  ASSERT_THAT(scored, SizeIs(2));
+  ASSERT_THAT(scored, SizeIs(6));  // Two ranks and the best score, of two candidates.
   EXPECT_EQ(repr(recorded), "[{'node': 'g1'}, {'node': 'g2'}]");
   for (std::int64_t index : {0, 1}) {
     const Mapping record = scored[static_cast<std::size_t>(index)].mapping();
@@ -220,8 +220,7 @@ TEST(SearchLoop, EachResultIsRecordedOnceAlthoughTheGenerationIsRecordedAgain) {
 
 TEST(SearchLoop, ResultThatFailsToBeRecordedEndsTheRunWithoutMetrics) {
   SearchHarness search(2);
-  search.host.context.on_safe_record =
-      always(scripted_callable(search.host.log, "safe_record", always(Value())));
+  search.on_record(always(Value()));
   EXPECT_THROW(search.run(), RuntimeError);
   EXPECT_EQ(search.host.log.count("safe_record"), 1U);
   EXPECT_THAT(search.metrics, SizeIs(0));
@@ -232,10 +231,13 @@ TEST(SearchLoop, MissingPassesCountsAsFailed) {
   search.stop_at_pause(1);
   search.on_outcome = [](const Value& graph) {
     if (name_of(graph) == "g1") return Mapping{{"graph", graph}};
-    return Mapping{{"graph", graph}, {"passes", "yes"}};  // A truth test.
+    Mapping result = passing(graph);
+    result.set("passes", "yes");  // A truth test.
+    return result;
   };
   search.run();
-  EXPECT_EQ(search.host.log.count("eliteness.score_candidate"), 1U);
+  EXPECT_EQ(search.host.log.count("eliteness.score_candidate"), 3U);
+  EXPECT_EQ(search.host.log.count("enqueue"), 1U);
 }
 
 TEST(SearchLoop, CandidatesWithoutResultAreNotCounted) {
@@ -313,9 +315,9 @@ TEST(SearchLoop, DefaultSourceIsTheHostsGeneratorOfRandomGraphs) {
       Names{"random_generators.from_state", "random_weighted.random_weighted_graphs"} + draw +
       draw + draw + draw + Names{"random_graphs.release", "rng.getstate"};
   EXPECT_THAT(search.host.log.names(),
-              ElementsAreArray(kSetUp + kTest + walk + kPool + kRecord + kRecord + kRecord +
-                               kRecord + kStreak + kTest + kScore + kScore + kScore + kScore +
-                               kReadStopEvent + kTest + kPause + kStopped));
+              ElementsAreArray(kSetUp + kTest + walk + kPool + times(4, kRecordPassing) +
+                               times(4, kScore) + times(4, kSubmit) + kStreak + kTest +
+                               times(8, kScore) + kReadStopEvent + kTest + kPause + kStopped));
   EXPECT_THAT(search.host.log.lines(),
               Contains("random_weighted.random_weighted_graphs(rng='rng', log_context="
                        "{'template': 'genetic', 'stage': 'fresh_candidates', 'generator': "

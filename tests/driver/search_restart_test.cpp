@@ -36,6 +36,15 @@ void score_in_turn(SearchHarness& search, const std::vector<Value>& scores) {
   };
 }
 
+// The same where only the generation's best is looked for: the ranks for submission, which take no
+// weights, are all 0.0.
+void weighted_score_in_turn(SearchHarness& search, const std::vector<Value>& scores) {
+  score_in_turn(search, scores);
+  search.host.eliteness.on_score_candidate = [](const Value& candidate, const Mapping& keywords) {
+    return keywords.contains("diversity_weight") ? candidate.mapping().at("score") : Value(0.0);
+  };
+}
+
 // A run of generations of one candidate each. A negative number is a generation that fails.
 std::vector<bool> restarts_after(const std::vector<double>& scores, std::int64_t threshold) {
   SearchHarness search(1, threshold);
@@ -110,7 +119,7 @@ TEST(SearchRestart, AnAbsentBestScoreIsNone) {
   // the two are never compared.
   SearchHarness search(1, 1);
   search.stop_at_pause(4);
-  score_in_turn(search, {Value(), Value(), 1.0, 1.0});
+  weighted_score_in_turn(search, {Value(), Value(), 1.0, 1.0});
   search.run();
   EXPECT_THAT(restarts(search), ElementsAre(false, false, false));
 }
@@ -139,8 +148,9 @@ TEST(SearchRestart, NanWithinAGenerationCountsByItsPosition) {
 
 TEST(SearchRestart, ScoresThatHaveNoOrderFail) {
   SearchHarness search(2);
-  search.host.eliteness.on_score_candidate = in_turn({"high", 1.0});
+  weighted_score_in_turn(search, {"high", 1.0});
   EXPECT_THROW(search.run(), TypeError);
+  EXPECT_EQ(search.host.log.count("enqueue"), 2U);
 }
 
 TEST(SearchRestart, ARestartThrowsTheFirstOfItsGraphsAway) {

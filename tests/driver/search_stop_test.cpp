@@ -10,7 +10,10 @@
 namespace varnholt::genetic::test {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAreArray;
+using testing::HasSubstr;
+using testing::Not;
 using testing::SizeIs;
 
 // A passing, a failing, an empty and a lost generation, a turn of duplicates that finds
@@ -76,7 +79,10 @@ TEST(SearchStop, ResultsOfTheGenerationThatIsStoppedAreRecordedAndCounted) {
   search.stop_event->on_is_set = in_turn<bool>({false, true, true});
   search.run();
   EXPECT_EQ(search.host.log.count("safe_record"), 2U);
-  EXPECT_EQ(search.host.log.count("eliteness.score_candidate"), 0U);
+  EXPECT_EQ(search.host.log.count("enqueue"), 2U);
+  // They are ranked for submission, but no generation's best is looked for.
+  EXPECT_EQ(search.host.log.count("eliteness.score_candidate"), 2U);
+  EXPECT_THAT(search.host.log.lines(), Not(Contains(HasSubstr("diversity_weight="))));
   EXPECT_EQ(search.metrics.at(0).at("candidate_count"), 2);
 }
 
