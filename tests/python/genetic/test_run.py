@@ -26,6 +26,7 @@ def recording_context(make_context):
 
     def make(**attributes):
         recorded = []
+        enqueued = []
 
         def safe_record(graph, passed, **keywords):
             recorded.append((graph, passed, keywords))
@@ -37,8 +38,10 @@ def recording_context(make_context):
             _evaluate_for_template=lambda graph: {
                 "record": {"passed": True, "per_column_stats": os.getpid()}
             },
+            _enqueue_deferred_submission_payload=enqueued.append,
         )
         context.recorded = recorded
+        context.enqueued = enqueued
         context.__dict__.update(attributes)
         return context
 
