@@ -38,7 +38,8 @@ nb::object own_exception(const genetic::Error& error) {
   if (nested != nullptr) {
     const nb::object cause = python_exception(nested->nested_ptr());
     if (cause.is_valid()) {
-      // As `raise ... from cause` while the cause is being handled. Both calls take a reference over.
+      // As `raise ... from cause` while the cause is being handled. Both calls take over what
+      // they are given.
       PyException_SetCause(exception.ptr(), nb::object(cause).release().ptr());
       PyException_SetContext(exception.ptr(), nb::object(cause).release().ptr());
     }
@@ -57,8 +58,8 @@ void raise(nb::object exception) {
 #endif
 }
 
-// An exception that is raised for the first time gets the one that Python is handling as its context,
-// unless it has one; one that is on its way already keeps what it has.
+// An exception that is raised for the first time gets the one that Python is handling as its
+// context, unless it has one; one that is on its way already keeps what it has.
 void raise_new(const nb::object& exception) {
   const nb::object context = nb::steal(PyException_GetContext(exception.ptr()));
   if (context.is_valid()) {

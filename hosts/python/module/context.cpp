@@ -15,8 +15,8 @@ namespace {
 using genetic::Mapping;
 using genetic::Value;
 
-// As the library's field_value, for a name that the caller chooses: built-in objects have attributes
-// too.
+// As the library's field_value, for a name that the caller chooses: built-in objects have
+// attributes too.
 nb::object field_value(const Any& value, const Any& key, const Any& fallback) {
   if (const std::optional<Mapping> mapping = genetic::as_mapping(to_value(value))) {
     const std::optional<Value> found = mapping->find(to_value(key));
