@@ -43,6 +43,35 @@ class Context:
         self.metrics.append(record)
 
 
+class Operations:
+    """Operations of a host that note their calls and answer as told.
+
+    An answer is a value; an exception, which is raised; or a function, which is called. A class is
+    no operation but the attribute itself.
+    """
+
+    def __init__(self, **answers):
+        self.calls = []
+        for name, answer in answers.items():
+            self.answer(name, answer)
+
+    def answer(self, name, answer):
+        setattr(self, name, answer if isinstance(answer, type) else self._operation(name, answer))
+
+    def _operation(self, name, answer):
+        def operation(*args, **keywords):
+            self.calls.append((name, args, keywords))
+            if isinstance(answer, BaseException):
+                raise answer
+            return answer(*args, **keywords) if callable(answer) else answer
+
+        return operation
+
+    @property
+    def called(self):
+        return [name for name, _, _ in self.calls]
+
+
 @pytest.fixture
 def genetic():
     """The module under test."""
@@ -54,6 +83,30 @@ def genetic():
 @pytest.fixture
 def make_context():
     return Context
+
+
+@pytest.fixture
+def make_engine(genetic, monkeypatch):
+    """Puts operations as given in the place of the host's helpers, and returns them."""
+
+    def make(**answers):
+        engine = Operations(**answers)
+        monkeypatch.setattr(genetic, "_engine", engine)
+        return engine
+
+    return make
+
+
+@pytest.fixture
+def make_timings(monkeypatch):
+    """Puts operations as given in the place of the host's module of timings, and returns them."""
+
+    def make(**answers):
+        timings = Operations(**answers)
+        monkeypatch.setitem(sys.modules, "varnholt.simulation.backtest_timing", timings)
+        return timings
+
+    return make
 
 
 @pytest.fixture

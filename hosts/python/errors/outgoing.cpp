@@ -36,8 +36,13 @@ nb::object own_exception(const genetic::Error& error) {
   nb::object exception = call(exception_type(error), {exception_argument(error)});
   const auto* const nested = dynamic_cast<const std::nested_exception*>(&error);
   if (nested != nullptr) {
-    nb::object cause = python_exception(nested->nested_ptr());
-    if (cause.is_valid()) PyException_SetCause(exception.ptr(), cause.release().ptr());
+    const nb::object cause = python_exception(nested->nested_ptr());
+    if (cause.is_valid()) {
+      // As `raise ... from cause` while the cause is being handled. Both calls take over what
+      // they are given.
+      PyException_SetCause(exception.ptr(), nb::object(cause).release().ptr());
+      PyException_SetContext(exception.ptr(), nb::object(cause).release().ptr());
+    }
   }
   return exception;
 }
@@ -53,11 +58,27 @@ void raise(nb::object exception) {
 #endif
 }
 
+// An exception that is raised for the first time gets the one that Python is handling as its
+// context, unless it has one; one that is on its way already keeps what it has.
+void raise_new(const nb::object& exception) {
+  const nb::object context = nb::steal(PyException_GetContext(exception.ptr()));
+  if (context.is_valid()) {
+    raise(exception);
+  } else {
+    PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exception.ptr())), exception.ptr());
+  }
+}
+
 // An exception of another class is left to the binding library's own translation.
 void translate(const std::exception_ptr& error, void* /*payload*/) {
   nb::object exception = python_exception(error);
   if (!exception.is_valid()) std::rethrow_exception(error);
-  raise(std::move(exception));
+  const nb::object traceback = nb::steal(PyException_GetTraceback(exception.ptr()));
+  if (traceback.is_valid()) {
+    raise(std::move(exception));
+  } else {
+    raise_new(exception);
+  }
 }
 
 }  // namespace

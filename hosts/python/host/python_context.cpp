@@ -74,6 +74,24 @@ Callable PythonSearchContext::safe_record() {
   return callable_or_empty(attribute_or_none(context_, "_safe_record"));
 }
 
+Callable PythonSearchContext::required_safe_record() {
+  return any_callable(python::attribute(context_, "_safe_record"));
+}
+
+void PythonSearchContext::activate_existing_attempt(const Value& source_attempt_id,
+                                                    const Value& attempt_evidence) {
+  call_method(context_, "_activate_existing_attempt",
+              {to_python(source_attempt_id), to_python(attempt_evidence)});
+}
+
+Callable PythonSearchContext::enqueue_deferred_submission_payload() {
+  return callable_or_empty(attribute_or_none(context_, "_enqueue_deferred_submission_payload"));
+}
+
+Callable PythonSearchContext::search_context_thresholds() {
+  return callable_or_empty(attribute_or_none(context_, "_search_context_thresholds"));
+}
+
 Value PythonSearchContext::current_attempt_evidence() {
   return to_value(call_method(context_, "_current_attempt_evidence"));
 }

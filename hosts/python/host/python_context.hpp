@@ -49,6 +49,12 @@ class PythonSearchContext : public genetic::SearchContext {
   [[nodiscard]] genetic::Callable evaluate_for_template() override;
   [[nodiscard]] std::optional<genetic::Value> last_evaluation_record() override;
   [[nodiscard]] genetic::Callable safe_record() override;
+  // The plain attribute, which may turn out not to be callable.
+  [[nodiscard]] genetic::Callable required_safe_record() override;
+  void activate_existing_attempt(const genetic::Value& source_attempt_id,
+                                 const genetic::Value& attempt_evidence) override;
+  [[nodiscard]] genetic::Callable enqueue_deferred_submission_payload() override;
+  [[nodiscard]] genetic::Callable search_context_thresholds() override;
   [[nodiscard]] genetic::Value current_attempt_evidence() override;
   [[nodiscard]] genetic::Callable derive_rejection_reason_detail() override;
 

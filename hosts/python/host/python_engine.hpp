@@ -4,6 +4,7 @@
 #include <exception>
 #include <initializer_list>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -57,12 +58,62 @@ class PythonEngine : public genetic::Engine {
       const genetic::Value& functions, const genetic::Value& window_limit,
       const genetic::Value& node_limit, const genetic::Value& registry,
       const genetic::Mapping& keywords) override;
+
+  // Defined in python_engine_gates.cpp. `find_...` is getattr(_engine, name, None), empty for what
+  // cannot be called; the others read the attribute and fail as Python does where it is missing.
+  [[nodiscard]] genetic::Value stats_gate_threshold_set(const genetic::Mapping& thresholds,
+                                                        const genetic::Value& era_config) override;
+  [[nodiscard]] genetic::Value stats_gate_metrics(const genetic::Value& stats) override;
+  // The module's `_evaluate_threshold_gates`, not an attribute of `_engine`.
+  [[nodiscard]] genetic::Value evaluate_threshold_gates(
+      const genetic::Value& metrics, const genetic::Value& threshold_set) override;
+  [[nodiscard]] genetic::Value threshold_gate_failure_reason(
+      const genetic::Value& gate_failure) override;
+  [[nodiscard]] genetic::Value threshold_gate_failure_metric(
+      const genetic::Value& gate_failure) override;
+  [[nodiscard]] genetic::Value recorded_failure_detail(std::span<const genetic::Value> positional,
+                                                       const genetic::Mapping& keywords) override;
+  [[nodiscard]] genetic::Callable find_recorded_failure_detail() override;
+  [[nodiscard]] genetic::Callable find_failed_gate_verdict() override;
+  [[nodiscard]] genetic::Callable find_gate_verdict() override;
+  [[nodiscard]] genetic::Callable find_submission_mi_threshold_and_pool() override;
+  [[nodiscard]] genetic::Callable find_submission_correlation_threshold_and_pool() override;
+  [[nodiscard]] genetic::Value submission_correlation_threshold_and_pool(
+      const genetic::Value& era_config, const genetic::Value& signal_pool_name) override;
+  [[nodiscard]] genetic::Value refresh_submission_manifest_membership(
+      const genetic::Value& era_config, const genetic::Value& signal_pool_name,
+      const genetic::Value& sync_manager) override;
+  [[nodiscard]] genetic::Value selected_pool_has_synced_found_signal_ids(
+      const genetic::Value& era_config, const genetic::Value& signal_pool_name) override;
+  void normalize_required_pool_pnl_matrix(const genetic::Value& gate_stats,
+                                          const genetic::Value& era_config,
+                                          const genetic::Value& signal_pool_name) override;
+  // In these two the exception that the library handles is the one that Python handles, so that it
+  // becomes the context of what fails.
+  [[nodiscard]] genetic::Value evaluation_metaparameters_for_pool(
+      const genetic::Value& signal_pool_name, const genetic::Value& metaparameters) override;
+  [[nodiscard]] genetic::Value call_backtester_with_transform_context(
+      std::span<const genetic::Value> positional, const genetic::Mapping& extra_kwargs) override;
+  [[nodiscard]] genetic::Value submission_pnl_mi_from_backtest_or_compute(
+      std::span<const genetic::Value> positional) override;
+  [[nodiscard]] genetic::Value submission_correlation_from_backtest_or_compute(
+      std::span<const genetic::Value> positional) override;
+  // As `except (_engine.AgentPoolPnlSyncMissingError, _engine.PoolMetricNotYetComputableError)`.
+  [[nodiscard]] bool is_pool_data_not_ready_error(const genetic::Value& error) override;
+  [[nodiscard]] genetic::Callable find_submitted_stats_payload_from_backtest() override;
+  void annotate_submission_client_manifest(genetic::Mapping& payload,
+                                           const genetic::Value& sync_manager) override;
+
   [[nodiscard]] bool is_sdk_runtime_not_ready_error(const genetic::Value& error) override;
   [[nodiscard]] genetic::Value sdk_runtime_not_ready_rejection_detail() override;
   [[nodiscard]] genetic::Value infrastructure_failure_threshold() override;
   [[noreturn]] void raise_background_infrastructure_error(const std::string& detail) override;
 
  private:
+  [[nodiscard]] genetic::Callable find(const char* name) const;
+  genetic::Value call_own(const char* name, std::span<const genetic::Value> positional,
+                          const genetic::Mapping& keywords = genetic::Mapping()) const;
+
   const ModuleGlobals& globals_;
   PythonLogger logger_;
 };

@@ -14,6 +14,7 @@
 #include "hosts/python/host/python_process_evaluation.hpp"
 #include "hosts/python/host/python_random.hpp"
 #include "hosts/python/host/python_settings.hpp"
+#include "hosts/python/host/python_timings.hpp"
 #include "search_templates/genetic/host/host.hpp"
 #include "search_templates/genetic/population/search_environment.hpp"
 
@@ -46,6 +47,8 @@ class PythonHost : public genetic::Host {
   [[nodiscard]] genetic::RandomWeighted& random_weighted() override { return random_weighted_; }
   [[nodiscard]] genetic::SearchSettings& search_settings() override { return search_settings_; }
   [[nodiscard]] genetic::EvaluationVerdicts& evaluation_verdicts() override { return verdicts_; }
+  [[nodiscard]] genetic::BacktestTimings& backtest_timings() override { return timings_; }
+  [[nodiscard]] genetic::JsonReader& json_reader() override { return json_reader_; }
   [[nodiscard]] genetic::RandomGenerators& random_generators() override { return generators_; }
   [[nodiscard]] genetic::SecureRandom& secure_random() override { return secure_random_; }
   [[nodiscard]] genetic::Pause& pause() override { return pause_; }
@@ -68,6 +71,8 @@ class PythonHost : public genetic::Host {
   PythonRandomWeighted random_weighted_;
   PythonSearchSettings search_settings_;
   PythonEvaluationVerdicts verdicts_;
+  PythonBacktestTimings timings_;
+  PythonJsonReader json_reader_;
   PythonRandomGenerators generators_;
   PythonSecureRandom secure_random_;
   PythonPause pause_;

@@ -4,6 +4,7 @@
 #include "hosts/python/values/conversion.hpp"
 #include "search_templates/genetic/context/verdicts.hpp"
 #include "search_templates/genetic/evaluation/candidate_result.hpp"
+#include "search_templates/genetic/evaluation/candidate_simulation.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::python {
@@ -42,6 +43,10 @@ void init_failures(nb::module_& module) {
 void init_evaluation(nb::module_& module) {
   init_numbers(module);
   init_failures(module);
+  module.def("simulate_candidate", [](PythonHost& host, const Any& ctx, const Any& graph) {
+    PythonSearchContext context(ctx);
+    return to_python(genetic::simulate_candidate(host, context, to_value(graph)));
+  });
   module.def("candidate_exception_result", [](PythonHost& host, const Any& ctx, const Any& graph,
                                               const Any& error) {
     PythonSearchContext context(ctx);

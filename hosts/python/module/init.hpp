@@ -24,6 +24,8 @@ void init_settings(nb::module_& module);
 void init_graph(nb::module_& module);
 void init_population(nb::module_& module);
 void init_breeding(nb::module_& module);
+void init_context(nb::module_& module);
+void init_submission(nb::module_& module);
 void init_evaluation(nb::module_& module);
 void init_reaction(nb::module_& module);
 void init_process(nb::module_& module);

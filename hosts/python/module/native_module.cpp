@@ -11,6 +11,8 @@ NB_MODULE(_native, module) {
   python::init_graph(module);
   python::init_population(module);
   python::init_breeding(module);
+  python::init_context(module);
+  python::init_submission(module);
   python::init_evaluation(module);
   python::init_reaction(module);
   python::init_process(module);

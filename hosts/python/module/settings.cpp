@@ -86,6 +86,8 @@ void init_settings(nb::module_& module) {
   module.attr("GATE_NEAR_MISS_FAILURE_REASONS") = table(genetic::GATE_NEAR_MISS_FAILURE_REASONS);
   module.attr("MINIMUM_FAILURE_REASONS") = table(genetic::MINIMUM_FAILURE_REASONS);
   module.attr("SHARPE_REACTION_FAILURE_REASONS") = table(genetic::SHARPE_REACTION_FAILURE_REASONS);
+  module.attr("NON_NUMERIC_REPAIR_PEER_ROOT_FAMILIES") =
+      table(genetic::NON_NUMERIC_REPAIR_PEER_ROOT_FAMILIES);
 }
 
 }  // namespace varnholt::python

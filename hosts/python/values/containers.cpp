@@ -145,6 +145,10 @@ std::optional<Value> ObjectMappingStorage::find(const Value& key) const {
   return to_value(found);
 }
 
+bool ObjectMappingStorage::contains(const Value& key) const {
+  return checked(PySequence_Contains(object().ptr(), to_python(key).ptr())) != 0;
+}
+
 void ObjectMappingStorage::set(const Value& key, const Value& value) {
   checked(PyObject_SetItem(object().ptr(), to_python(key).ptr(), to_python(value).ptr()));
 }

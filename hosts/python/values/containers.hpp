@@ -69,6 +69,8 @@ class ObjectMappingStorage : public PythonStorage {
 
   [[nodiscard]] std::size_t size() const override;
   [[nodiscard]] std::optional<genetic::Value> find(const genetic::Value& key) const override;
+  // `key in mapping`: a class may have an opinion of its own.
+  [[nodiscard]] bool contains(const genetic::Value& key) const override;
   void set(const genetic::Value& key, const genetic::Value& value) override;
   bool erase(const genetic::Value& key) override;
   [[nodiscard]] std::unique_ptr<Cursor> entries() const override;

@@ -1,6 +1,7 @@
 #include "hosts/python/values/python_api.hpp"
 
 #include <cstddef>
+#include <utility>
 #include <vector>
 
 #include "hosts/python/values/python_error.hpp"
@@ -49,17 +50,20 @@ nb::object attribute(nb::handle object, const char* name) {
   return checked(PyObject_GetAttrString(object.ptr(), name));
 }
 
-std::optional<nb::object> find_attribute(nb::handle object, std::string_view name) {
-  const nb::object name_object = text_object(name);
-  PyObject* const found = PyObject_GetAttr(object.ptr(), name_object.ptr());
+std::optional<nb::object> find_attribute(nb::handle object, nb::handle name) {
+  PyObject* const found = PyObject_GetAttr(object.ptr(), name.ptr());
   if (found != nullptr) return nb::steal(found);
   if (PyErr_ExceptionMatches(PyExc_AttributeError) == 0) throw_current_error();
   PyErr_Clear();
   return std::nullopt;
 }
 
+std::optional<nb::object> find_attribute(nb::handle object, std::string_view name) {
+  return find_attribute(object, text_object(name));
+}
+
 nb::object attribute_or_none(nb::handle object, const char* name) {
-  return find_attribute(object, name).value_or(nb::none());
+  return find_attribute(object, std::string_view(name)).value_or(nb::none());
 }
 
 bool is_true(nb::handle object) {
@@ -72,6 +76,21 @@ bool is_instance(nb::handle object, nb::handle type) {
 
 nb::object import_module(const char* name) {
   return checked(PyImport_ImportModule(name));
+}
+
+nb::object import_name(const char* module_name, const char* name) {
+  const nb::object module = import_module(module_name);
+  if (std::optional<nb::object> found = find_attribute(module, std::string_view(name))) {
+    return *std::move(found);
+  }
+  const nb::object path = attribute_or_none(module, "__file__");
+  const nb::object text = checked(
+      path.is_none() ? PyUnicode_FromFormat("cannot import name '%s' from '%s' (unknown location)",
+                                            name, module_name)
+                     : PyUnicode_FromFormat("cannot import name '%s' from '%s' (%S)", name,
+                                            module_name, path.ptr()));
+  PyErr_SetImportError(text.ptr(), text_object(module_name).ptr(), path.ptr());
+  throw_current_error();
 }
 
 nb::object text_object(std::string_view text) {

@@ -34,6 +34,8 @@ nb::object call_method(nb::handle object, const char* name,
 // The attribute, or an AttributeError.
 [[nodiscard]] nb::object attribute(nb::handle object, const char* name);
 // The attribute, or nothing when reading it raises AttributeError. Every other failure passes.
+// TypeError for a name that is no text.
+[[nodiscard]] std::optional<nb::object> find_attribute(nb::handle object, nb::handle name);
 [[nodiscard]] std::optional<nb::object> find_attribute(nb::handle object, std::string_view name);
 // getattr(object, name, None).
 [[nodiscard]] nb::object attribute_or_none(nb::handle object, const char* name);
@@ -41,6 +43,8 @@ nb::object call_method(nb::handle object, const char* name,
 [[nodiscard]] bool is_true(nb::handle object);
 [[nodiscard]] bool is_instance(nb::handle object, nb::handle type);
 [[nodiscard]] nb::object import_module(const char* name);
+// from module import name: ImportError for a name that the module has not.
+[[nodiscard]] nb::object import_name(const char* module_name, const char* name);
 
 // A text. Surrogates pass in both directions, in the three bytes that UTF-8 would give them: a
 // file name that is no valid Unicode keeps its characters inside an exception's text.

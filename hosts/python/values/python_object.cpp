@@ -146,6 +146,22 @@ Value PythonObject::item(const Value& key) const {
   return to_value(checked(PyObject_GetItem(object_.ptr(), to_python(key).ptr())));
 }
 
+bool PythonObject::contains(const Value& item) const {
+  return checked(PySequence_Contains(object_.ptr(), to_python(item).ptr())) != 0;
+}
+
+Value PythonObject::get(const Value& key) const {
+  return to_value(call_method(object_, "get", {to_python(key)}));
+}
+
+Value PythonObject::negated() const {
+  return to_value(checked(PyNumber_Negative(object_.ptr())));
+}
+
+bool PythonObject::is_callable() const {
+  return PyCallable_Check(object_.ptr()) != 0;
+}
+
 std::optional<Value> PythonObject::attribute(std::string_view name) const {
   const std::optional<nb::object> found = find_attribute(object_, name);
   return found ? std::optional(to_value(*found)) : std::nullopt;

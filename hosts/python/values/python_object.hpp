@@ -52,6 +52,11 @@ class PythonObject : public genetic::HostObject {
   [[nodiscard]] std::size_t length() const override;
   [[nodiscard]] std::unique_ptr<genetic::ValueIterator> iterate() const override;
   [[nodiscard]] genetic::Value item(const genetic::Value& key) const override;
+  // `item in object`, object.get(key), -object.
+  [[nodiscard]] bool contains(const genetic::Value& item) const override;
+  [[nodiscard]] genetic::Value get(const genetic::Value& key) const override;
+  [[nodiscard]] genetic::Value negated() const override;
+  [[nodiscard]] bool is_callable() const override;
   [[nodiscard]] std::optional<genetic::Value> attribute(std::string_view name) const override;
 
   // copy.deepcopy and copy.copy.

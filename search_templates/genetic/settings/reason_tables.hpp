@@ -86,6 +86,10 @@ inline constexpr std::array MINIMUM_FAILURE_REASONS = {
 inline constexpr std::array SHARPE_REACTION_FAILURE_REASONS = {
     reasons::kSharpeMin, reasons::kGrossReturnsSharpeBelowMin};
 
+// The families of functions whose results are no numbers, so that a graph with such a root is a
+// poor partner in a repair. A function's family is its name up to the first underscore.
+inline constexpr std::array NON_NUMERIC_REPAIR_PEER_ROOT_FAMILIES = {key<"comparison">()};
+
 // The reasons of a failure against the pool, which end when the pool is to be measured again.
 inline constexpr std::array POOL_FAILURE_REASONS = {
     reasons::kPnlMi,          reasons::kPnlMiBelowThreshold,  reasons::kCorrelationExceeded,

@@ -84,10 +84,10 @@ void mark_recorded(Mapping& record, const Value& eval_id) {
 }  // namespace
 
 Value candidate_rejection_reason(const Value& candidate) {
-  const std::optional<Mapping> failures = as_mapping(record_of(candidate).get(keys::kFailures));
-  if (!failures || failures->empty()) return {};
-  MappingCursor cursor(*failures);
-  return cursor.next()->key;
+  const Value failures = record_of(candidate).get(keys::kFailures);
+  if (!truth(failures) || !as_mapping(failures)) return {};
+  // A mapping of the host's may be true and yet give nothing.
+  return iterate(failures)->next().value_or(Value());
 }
 
 bool record_candidate_result_in_parent(Host& host, SearchContext& context, const Value& candidate) {

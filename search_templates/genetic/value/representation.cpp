@@ -290,6 +290,12 @@ Value Mapping::at(const Value& key) const {
   return *std::move(value);
 }
 
+bool Mapping::contains(const Value& key) const {
+  detail::MappingRep& own = rep();
+  if (own.storage) return own.storage->contains(key);
+  return own.position(key) != own.entries.size();
+}
+
 void Mapping::set(const Value& key, Value value) {
   detail::MappingRep& own = rep();
   if (own.storage) {

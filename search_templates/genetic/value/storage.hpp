@@ -42,6 +42,8 @@ class MappingStorage {
   [[nodiscard]] virtual const void* identity() const noexcept = 0;
   [[nodiscard]] virtual std::size_t size() const = 0;
   [[nodiscard]] virtual std::optional<Value> find(const Value& key) const = 0;
+  // For containers whose answer to "is it in there" need not be that of a look-up.
+  [[nodiscard]] virtual bool contains(const Value& key) const { return find(key).has_value(); }
   virtual void set(const Value& key, const Value& value) = 0;
   virtual bool erase(const Value& key) = 0;
   [[nodiscard]] virtual std::unique_ptr<Cursor> entries() const = 0;

@@ -264,7 +264,7 @@ class Mapping {
   [[nodiscard]] Value get(const Value& key) const { return find(key).value_or(Value()); }
   // Throws KeyError with the key's text form.
   [[nodiscard]] Value at(const Value& key) const;
-  [[nodiscard]] bool contains(const Value& key) const { return find(key).has_value(); }
+  [[nodiscard]] bool contains(const Value& key) const;
   // Throws TypeError "unhashable type: ..." for a key that cannot be one.
   void set(const Value& key, Value value);
   // Sets the key unless it is there, whatever value it holds; returns what it holds then.

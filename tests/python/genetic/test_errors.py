@@ -117,6 +117,32 @@ def test_the_librarys_own_errors_are_the_built_in_exceptions(genetic):
     assert type(caught.value) is RecursionError
 
 
+def test_an_own_error_has_what_the_caller_handles_as_its_context(genetic):
+    outer = LookupError("outer")
+    try:
+        raise outer
+    except LookupError:
+        with pytest.raises(ValueError) as caught:
+            genetic._positive_int(0, "size")
+    assert caught.value.__context__ is outer and caught.value.__cause__ is None
+    with pytest.raises(ValueError) as caught:
+        genetic._positive_int(0, "size")
+    assert caught.value.__context__ is None
+
+
+def test_an_error_of_the_host_keeps_the_context_that_it_has(genetic, make_context):
+    outer, error = LookupError("outer"), ValueError("inner")
+    context = make_context(
+        _last_evaluation_record={}, _current_attempt_evidence=raiser(error)
+    )
+    try:
+        raise outer
+    except LookupError:
+        with pytest.raises(ValueError) as caught:
+            genetic._candidate_exception_result(context, {}, KeyError("x"))
+    assert caught.value is error and error.__context__ is outer
+
+
 def test_a_missing_key_is_told_as_python_tells_it(genetic):
     with pytest.raises(KeyError) as caught:
         genetic._annotate_candidate_results(

@@ -56,7 +56,52 @@ def calls(genetic, make_context):
             raise ValueError("refused")
         return True
 
+    timing = {"seconds": 1}
+    recorder = make_context(
+        _safe_record=lambda *args, **keywords: "id", _era_config={"id": 3}, _signal_pool_name="p",
+        _backtester=types.SimpleNamespace(run_backtest=fail), thresholds={"turnover": 0.5},
+        _enqueue_deferred_submission_payload=lambda payload: None,
+        _evaluate_for_template=lambda graph: {"record": {"passed": True}},
+    )
+
+    def passing(**others):
+        return {"passes": True, "graph": graph, "backtest_timing": timing, "quality_score": 1.0,
+                **others}
+
+    def submit(**others):
+        candidates = [passing(**others), {"failures": {"a": 1}}]
+        genetic._record_candidate_results_in_parent(recorder, candidates)
+        genetic._submit_submittable_candidates(recorder, candidates)
+
+    def second_backtest():
+        genetic._engine._selected_pool_has_synced_found_signal_ids, kept = (
+            lambda *args: True, genetic._engine._selected_pool_has_synced_found_signal_ids
+        )
+        try:
+            genetic._refresh_candidate_submission_pool_metrics(recorder, passing(), {})
+        finally:
+            genetic._engine._selected_pool_has_synced_found_signal_ids = kept
+
+    failed = {"stats": {"turnover": 0.9}, "failures": {"sharpe_min": {"detail": '{"value": 1}'}}}
+
     return [
+        lambda: genetic._simulate_candidate(recorder, graph),
+        submit,
+        lambda: submit(submission_payload={"own": 1}, source_attempt_id=1),
+        swallow(lambda: submit(backtest_timing={"seconds": 0})),
+        swallow(lambda: submit(backtest_timing=None)),
+        swallow(second_backtest),
+        lambda: genetic._refresh_candidate_submission_pool_metrics(recorder, passing(), {}),
+        lambda: genetic._refresh_candidate_submission_pool_metrics(context, passing(), {}),
+        lambda: genetic._block_candidate_submission(passing(), "r", {"value": graph}),
+        swallow(lambda: genetic._block_candidate_submission(passing(failures=None), "r")),
+        lambda: genetic._candidate_eval_id({"graph": graph}),
+        lambda: genetic._ensure_payload_market_era({"market_id": "7"}, recorder),
+        lambda: genetic._field_value(context, "absent", graph),
+        lambda: genetic._with_expanded_reaction_failures(recorder, failed),
+        lambda: genetic._sharpe_reaction_metric_pair(failed),
+        lambda: genetic._failure_metric_pair({"detail": "{"}),
+        lambda: genetic._has_failure_reason(failed, ("a", "sharpe_min")),
         lambda: genetic._plain_graph_data(graph),
         lambda: genetic._structural_key(graph),
         lambda: genetic._thaw_graph_data(frozen),

@@ -26,6 +26,7 @@ def recording_context(make_context):
 
     def make(**attributes):
         recorded = []
+        enqueued = []
 
         def safe_record(graph, passed, **keywords):
             recorded.append((graph, passed, keywords))
@@ -37,8 +38,10 @@ def recording_context(make_context):
             _evaluate_for_template=lambda graph: {
                 "record": {"passed": True, "per_column_stats": os.getpid()}
             },
+            _enqueue_deferred_submission_payload=enqueued.append,
         )
         context.recorded = recorded
+        context.enqueued = enqueued
         context.__dict__.update(attributes)
         return context
 
@@ -94,6 +97,35 @@ def test_a_generation_runs_in_children_and_is_recorded_in_the_parent(
     pids = {keywords["per_column_stats"] for _, _, keywords in context.recorded}
     assert len(pids) == 3 and os.getpid() not in pids
     assert [call for call in context._stop_event.calls if call != "is_set"] == [("wait", 0.01)]
+
+
+def test_what_passes_is_enqueued_in_the_parent_after_all_is_recorded(
+    genetic, recording_context, make_event
+):
+    row = []
+    context = recording_context(_stop_event=make_event(set_after=4), market_id=3)
+    context._safe_record, record = (
+        lambda *args, **keywords: row.append("record") or record(*args, **keywords),
+        context._safe_record,
+    )
+    context._enqueue_deferred_submission_payload = lambda payload: row.append(payload)
+    genetic.with_config(batch_size=3)(context)
+    assert row[:3] == ["record"] * 3 and len(row) == 6
+    for place, payload in enumerate(row[3:]):
+        assert payload["eval_id"] == place + 1, "the host's id"
+        assert payload["graph"] == context.recorded[place][0] and payload["market_id"] == 3
+        # The timing was taken in the child, which it names.
+        assert payload["backtest_timing"]["pid"] == context.recorded[place][2]["per_column_stats"]
+        assert payload["_submission_pending_reason"] == "pool_metrics_refresh_required"
+
+
+def test_a_passing_candidate_needs_a_queue(genetic, recording_context, make_event):
+    context = recording_context(
+        _stop_event=make_event(set_after=4), _enqueue_deferred_submission_payload=None
+    )
+    with pytest.raises(RuntimeError, match="genetic search requires canonical submission enqueue"):
+        genetic.with_config(batch_size=2)(context)
+    assert len(context.recorded) == 2 and context.metrics == []
 
 
 def test_the_same_seed_gives_the_same_graphs(genetic, recording_context, make_event, monkeypatch):

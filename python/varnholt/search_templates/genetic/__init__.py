@@ -66,6 +66,7 @@ _CLOSE_CONSTRAINT_REPAIR_FAILURE_REASONS = frozenset(
 _GATE_NEAR_MISS_FAILURE_REASONS = frozenset(_native.GATE_NEAR_MISS_FAILURE_REASONS)
 _MINIMUM_FAILURE_REASONS = frozenset(_native.MINIMUM_FAILURE_REASONS)
 _SHARPE_REACTION_FAILURE_REASONS = frozenset(_native.SHARPE_REACTION_FAILURE_REASONS)
+_NON_NUMERIC_REPAIR_PEER_ROOT_FAMILIES = frozenset(_native.NON_NUMERIC_REPAIR_PEER_ROOT_FAMILIES)
 _PROCESS_TERMINAL_FAILURE_REASONS = frozenset(
     (_process_evaluation.TERMINAL_WORKER_FAILED, _process_evaluation.TERMINAL_WORKER_TIMEOUT)
 )
@@ -86,6 +87,15 @@ from varnholt.search_templates.genetic._breeding import (  # noqa: E402
     _weighted_parent_index,
     compose_next_batch,
 )
+from varnholt.search_templates.genetic._context import (  # noqa: E402
+    _context_era_config,
+    _context_era_number,
+    _context_market_id,
+    _context_thresholds,
+    _ensure_payload_market_era,
+    _field_value,
+    _positive_int_or_none,
+)
 from varnholt.search_templates.genetic._evaluation import (  # noqa: E402
     _candidate_exception_result,
     _candidate_process_evaluation_error_result,
@@ -96,6 +106,20 @@ from varnholt.search_templates.genetic._evaluation import (  # noqa: E402
     _optional_correlation,
     _process_evaluation_error_is_search_fatal,
     _process_evaluation_error_results,
+    _simulate_candidate,
+)
+from varnholt.search_templates.genetic._failures import (  # noqa: E402
+    _expanded_threshold_failures,
+    _failure_metric_pair,
+    _has_actionable_near_miss_failure,
+    _has_failure_reason,
+    _has_gate_near_miss_failure,
+    _has_reaction_failure,
+    _is_negative_sharpe_reaction_candidate,
+    _sharpe_reaction_metric_pair,
+    _sharpe_reaction_value,
+    _stats_gate_metrics_for_result,
+    _with_expanded_reaction_failures,
 )
 from varnholt.search_templates.genetic._graph import (  # noqa: E402
     _candidate_item_passes_validator,
@@ -144,6 +168,33 @@ from varnholt.search_templates.genetic._settings import (  # noqa: E402
     _positive_float,
     _positive_int,
     _rng_from_state,
+)
+from varnholt.search_templates.genetic._submission import (  # noqa: E402
+    _block_candidate_submission,
+    _candidate_eval_id,
+    _candidate_rejection_reason,
+    _candidate_stats_payload,
+    _clear_candidate_pool_metrics_pending,
+    _ensure_candidate_submission_payload,
+    _mark_candidate_pool_metrics_pending,
+    _record_candidate_result_in_parent,
+    _record_candidate_results_in_parent,
+    _refresh_candidate_submission_pool_metrics,
+    _set_candidate_correlation_tracking,
+    _set_candidate_mi_tracking,
+    _submission_mi_failure_detail,
+    _submit_candidate,
+    _submit_submittable_candidates,
+    rank_submittable_candidates,
+)
+from varnholt.search_templates.genetic._timing import (  # noqa: E402
+    _candidate_backtest_timing_payload,
+    _consumed_process_backtest_timing,
+    _graph_bound_process_backtest_timing,
+    _process_backtest_timing,
+    _validated_graph_backtest_timing,
+    _validated_graph_process_backtest_timing,
+    _validated_process_backtest_timing,
 )
 
 # Tells whether the source of fresh random graphs was replaced.

@@ -46,3 +46,8 @@ def _derive_candidate_failure(ctx, record, stats):
 def _not_evaluated_verdict():
     """Return the host's verdict on what was not evaluated."""
     return _native.not_evaluated_verdict(_host)
+
+
+def _simulate_candidate(ctx, graph):
+    """Return the record of one graph's evaluation by the context's evaluator."""
+    return _native.simulate_candidate(_host, ctx, graph)

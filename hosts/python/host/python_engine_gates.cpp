@@ -1,0 +1,152 @@
+// The gates, the pool metrics and the submission payload of `_engine`.
+#include <array>
+#include <exception>
+
+#include "hosts/python/errors/outgoing.hpp"
+#include "hosts/python/host/python_callable.hpp"
+#include "hosts/python/host/python_engine.hpp"
+#include "hosts/python/values/conversion.hpp"
+#include "hosts/python/values/python_api.hpp"
+#include "search_templates/genetic/value/errors.hpp"
+
+namespace varnholt::python {
+
+using genetic::Callable;
+using genetic::Mapping;
+using genetic::Value;
+
+namespace {
+
+// As the interpreter looks at what an `except` names.
+void require_exception_class(const nb::object& type) {
+  if (PyExceptionClass_Check(type.ptr()) != 0) return;
+  throw genetic::TypeError(
+      "catching classes that do not inherit from BaseException is not allowed");
+}
+
+}  // namespace
+
+Callable PythonEngine::find(const char* name) const {
+  return callable_or_empty(attribute_or_none(globals_.get("_engine"), name));
+}
+
+Value PythonEngine::call_own(const char* name, std::span<const Value> positional,
+                             const Mapping& keywords) const {
+  return PythonCallable(globals_.get("_engine", name)).call(positional, keywords);
+}
+
+Value PythonEngine::stats_gate_threshold_set(const Mapping& thresholds, const Value& era_config) {
+  return call_own("_stats_gate_threshold_set", std::array<Value, 2>{thresholds, era_config});
+}
+
+Value PythonEngine::stats_gate_metrics(const Value& stats) {
+  return call_own("_stats_gate_metrics", {&stats, 1});
+}
+
+Value PythonEngine::evaluate_threshold_gates(const Value& metrics, const Value& threshold_set) {
+  return to_value(
+      call(globals_.get("_evaluate_threshold_gates"), {},
+           {{"metrics", to_python(metrics)}, {"threshold_set", to_python(threshold_set)}}));
+}
+
+Value PythonEngine::threshold_gate_failure_reason(const Value& gate_failure) {
+  return call_own("threshold_gate_failure_reason", {&gate_failure, 1});
+}
+
+Value PythonEngine::threshold_gate_failure_metric(const Value& gate_failure) {
+  return call_own("threshold_gate_failure_metric", {&gate_failure, 1});
+}
+
+Value PythonEngine::recorded_failure_detail(std::span<const Value> positional,
+                                            const Mapping& keywords) {
+  return call_own("_recorded_failure_detail", positional, keywords);
+}
+
+Callable PythonEngine::find_recorded_failure_detail() {
+  return find("_recorded_failure_detail");
+}
+Callable PythonEngine::find_failed_gate_verdict() {
+  return find("_failed_gate_verdict");
+}
+Callable PythonEngine::find_gate_verdict() {
+  return find("_gate_verdict");
+}
+Callable PythonEngine::find_submission_mi_threshold_and_pool() {
+  return find("_submission_mi_threshold_and_pool");
+}
+Callable PythonEngine::find_submission_correlation_threshold_and_pool() {
+  return find("_submission_correlation_threshold_and_pool");
+}
+
+Value PythonEngine::submission_correlation_threshold_and_pool(const Value& era_config,
+                                                              const Value& signal_pool_name) {
+  return call_own("_submission_correlation_threshold_and_pool",
+                  std::array<Value, 2>{era_config, signal_pool_name});
+}
+
+Value PythonEngine::refresh_submission_manifest_membership(const Value& era_config,
+                                                           const Value& signal_pool_name,
+                                                           const Value& sync_manager) {
+  return call_own("_refresh_submission_manifest_membership",
+                  std::array<Value, 3>{era_config, signal_pool_name, sync_manager});
+}
+
+Value PythonEngine::selected_pool_has_synced_found_signal_ids(const Value& era_config,
+                                                              const Value& signal_pool_name) {
+  return call_own("_selected_pool_has_synced_found_signal_ids",
+                  std::array<Value, 2>{era_config, signal_pool_name});
+}
+
+void PythonEngine::normalize_required_pool_pnl_matrix(const Value& gate_stats,
+                                                      const Value& era_config,
+                                                      const Value& signal_pool_name) {
+  call_own("_normalize_required_pool_pnl_matrix",
+           std::array<Value, 3>{gate_stats, era_config, signal_pool_name});
+}
+
+Value PythonEngine::evaluation_metaparameters_for_pool(const Value& signal_pool_name,
+                                                       const Value& metaparameters) {
+  const HandledException handled(std::current_exception());
+  return call_own("_evaluation_metaparameters_for_pool",
+                  std::array<Value, 2>{signal_pool_name, metaparameters});
+}
+
+Value PythonEngine::call_backtester_with_transform_context(std::span<const Value> positional,
+                                                           const Mapping& extra_kwargs) {
+  const HandledException handled(std::current_exception());
+  return call_own("_call_backtester_with_transform_context", positional,
+                  {{"extra_kwargs", extra_kwargs}});
+}
+
+Value PythonEngine::submission_pnl_mi_from_backtest_or_compute(std::span<const Value> positional) {
+  return call_own("_submission_pnl_mi_from_backtest_or_compute", positional);
+}
+
+Value PythonEngine::submission_correlation_from_backtest_or_compute(
+    std::span<const Value> positional) {
+  return call_own("_submission_correlation_from_backtest_or_compute", positional);
+}
+
+bool PythonEngine::is_pool_data_not_ready_error(const Value& error) {
+  const HandledException handled(std::current_exception());
+  // Both are read before either is compared.
+  const nb::object sync_missing = globals_.get("_engine", "AgentPoolPnlSyncMissingError");
+  const nb::object not_computable = globals_.get("_engine", "PoolMetricNotYetComputableError");
+  const nb::object exception = to_python(error);
+  for (const nb::object& type : {sync_missing, not_computable}) {
+    require_exception_class(type);
+    if (PyErr_GivenExceptionMatches(exception.ptr(), type.ptr()) != 0) return true;
+  }
+  return false;
+}
+
+Callable PythonEngine::find_submitted_stats_payload_from_backtest() {
+  return find("_submitted_stats_payload_from_backtest");
+}
+
+void PythonEngine::annotate_submission_client_manifest(Mapping& payload,
+                                                       const Value& sync_manager) {
+  call_own("_annotate_submission_client_manifest", std::array<Value, 2>{payload, sync_manager});
+}
+
+}  // namespace varnholt::python
