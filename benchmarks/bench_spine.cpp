@@ -1,5 +1,6 @@
 // What one candidate costs the library itself, from the composed batch to the recorded result and,
-// where it passes, to its submission, with a host that does nothing (null_host.hpp) and graphs of 20 nodes.
+// where it passes, to its submission, with a host that does nothing (null_host.hpp) and graphs of
+// 20 nodes.
 //
 //   bench_spine                            timings, by Google Benchmark
 //   scripts/count_spine_instructions.sh    instructions a candidate, by callgrind

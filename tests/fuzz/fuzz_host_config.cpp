@@ -1,5 +1,5 @@
 // Goal: no configuration crashes or leaks, and every one that is refused is refused with its place.
-// Method: every text is read as a configuration; one that is taken holds values within their ranges.
+// Method: every text is read as a configuration; one that is taken holds values within range.
 #include <string>
 
 #include "hosts/embedded/config/host_config.hpp"

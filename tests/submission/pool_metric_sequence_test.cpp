@@ -1,6 +1,6 @@
 // Goal: after any sequence of measurements against the pool a candidate is in the state that the
 // last of them left, together with what a measurement does not undo.
-// Method: a scripted engine; chosen pairs, and random sequences against a plain model of the states.
+// Method: a scripted engine; chosen pairs, and random sequences against a plain model of states.
 #include <algorithm>
 #include <string>
 #include <vector>

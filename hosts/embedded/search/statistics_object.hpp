@@ -14,7 +14,7 @@
 
 namespace varnholt::embedded {
 
-// The daily PnL is there only where a backtest was asked for it: a child's result does not carry it.
+// The daily PnL is there only where a backtest was asked for it: a child's result has none.
 class StatisticsObject : public genetic::HostObject {
  public:
   explicit StatisticsObject(const BacktestStatistics& statistics,

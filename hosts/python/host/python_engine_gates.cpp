@@ -7,6 +7,7 @@
 #include "hosts/python/host/python_engine.hpp"
 #include "hosts/python/values/conversion.hpp"
 #include "hosts/python/values/python_api.hpp"
+#include "search_templates/genetic/value/error_object.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 
 namespace varnholt::python {
@@ -127,12 +128,12 @@ Value PythonEngine::submission_correlation_from_backtest_or_compute(
   return call_own("_submission_correlation_from_backtest_or_compute", positional);
 }
 
-bool PythonEngine::is_pool_data_not_ready_error(const Value& error) {
+bool PythonEngine::is_pool_data_not_ready(const std::exception& error) {
   const HandledException handled(std::current_exception());
   // Both are read before either is compared.
   const nb::object sync_missing = globals_.get("_engine", "AgentPoolPnlSyncMissingError");
   const nb::object not_computable = globals_.get("_engine", "PoolMetricNotYetComputableError");
-  const nb::object exception = to_python(error);
+  const nb::object exception = to_python(genetic::error_object(error));
   for (const nb::object& type : {sync_missing, not_computable}) {
     require_exception_class(type);
     if (PyErr_GivenExceptionMatches(exception.ptr(), type.ptr()) != 0) return true;

@@ -5,9 +5,9 @@
 
 namespace varnholt::genetic {
 
-// Each method looks one operation up, at the moment it is called; a host that has none throws there.
-// The Callable is never empty. Looking up and calling are two steps because a failure of the call
-// means a bad timing, and one of the look-up does not.
+// Each method looks one operation up, at the moment it is called; a host that has none throws
+// there. The Callable is never empty. Looking up and calling are two steps because a failure of the
+// call means a bad timing, and one of the look-up does not.
 //
 // A timing is a mapping whose fields are the host's own. The validating operations return a
 // normalised mapping, and throw TypeError, ValueError or OverflowError for a bad timing.

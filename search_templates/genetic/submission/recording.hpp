@@ -16,8 +16,8 @@ namespace varnholt::genetic {
 //
 // A completed backtest must come with its timing (backtest_timing.hpp), which is checked before
 // anything is written; with the identity of the process when a worker made the result. Of a passing
-// candidate the pool metrics are measured before the record is written, so that the record tells the
-// final verdict. The id that the host gives replaces the one in record and payload.
+// candidate the pool metrics are measured before the record is written, so that the record tells
+// the final verdict. The id that the host gives replaces the one in record and payload.
 //
 // AttributeError without a recorder. RuntimeError "genetic candidate is missing serialized backtest
 // timing" for a passing candidate whose consumed timing is empty.

@@ -15,8 +15,8 @@ namespace varnholt::genetic {
 [[nodiscard]] Value candidate_eval_id(const Mapping& candidate);
 
 // The payload of a passing candidate, absent for one that does not pass. A payload is built once;
-// one that is there, the evaluator's or an earlier call's, is only completed. The candidate gets its
-// checked timing as "backtest_timing".
+// one that is there, the evaluator's or an earlier call's, is only completed. The candidate gets
+// its checked timing as "backtest_timing".
 //
 // With `refresh_pool_metrics` the pool is measured (pool_metric_refresh.hpp), which may end the
 // candidate's passing: then the result is absent, and the payload stays on the candidate.
