@@ -339,7 +339,12 @@ class NullContext : public SearchContext {
   [[nodiscard]] std::optional<Value> n_jobs() override { return std::nullopt; }
   [[nodiscard]] std::optional<Value> worker_memory_limit_bytes() override { return std::nullopt; }
   [[nodiscard]] std::optional<Value> attribute(std::string_view name) override {
-    return attributes_.find(name);
+    if (name == "_era_config") return era_config_;
+    if (name == "_signal_pool_name") return pool_name_;
+    if (name == "_backtester") return 1;
+    if (name == "_market_id") return 1;
+    if (name == "_era_number") return 2;
+    return std::nullopt;
   }
   [[nodiscard]] Callable own_graph_validator() override { return {}; }
   [[nodiscard]] Callable backtester_validate_graph() override { return {}; }
@@ -359,11 +364,8 @@ class NullContext : public SearchContext {
   Callable evaluator_;
   Callable recorder_ = constant("evaluation-id");
   Callable queue_ = constant(true);
-  Mapping attributes_{{"_market_id", 1},
-                      {"_era_number", 2},
-                      {"_era_config", Mapping{{"id", 2}}},
-                      {"_signal_pool_name", "pool"},
-                      {"_backtester", "backtester"}};
+  Value pool_name_ = "pool";
+  Value era_config_ = Mapping{{"id", 2}};
 };
 
 // A statistics object with the attributes that the library reads.
