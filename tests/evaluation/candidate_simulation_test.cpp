@@ -1,13 +1,19 @@
 // Goal: whatever the evaluator returns or throws becomes one result record.
-// Method: a scripted evaluator; the record is compared whole.
+// Method: a scripted evaluator and scripted rules for timings; the record is compared whole, and the
+// ordered log of calls.
 #include "search_templates/genetic/evaluation/candidate_simulation.hpp"
 
+#include <algorithm>
 #include <limits>
+#include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 
+#include "search_templates/genetic/value/copy.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
+#include "tests/support/error_of.hpp"
 #include "tests/support/scripted_host.hpp"
 
 namespace varnholt::genetic::test {
@@ -21,12 +27,17 @@ class CandidateSimulation : public testing::Test {
     host.context.on_evaluate_for_template =
         always(scripted_callable(host.log, "evaluate", std::move(function)));
   }
-  Mapping simulate() {
-    return simulate_candidate(host.context, host.engine, host.evaluation_verdicts, graph);
-  }
+  Mapping simulate() { return simulate_candidate(host.bundle(), host.context, graph); }
   Mapping simulate(const Value& outcome) {
     evaluator(always(outcome));
     return simulate();
+  }
+  static std::vector<std::string> keys_of(const Mapping& record) {
+    std::vector<std::string> keys;
+    MappingCursor cursor(record);
+    while (const auto entry = cursor.next())
+      keys.push_back(str(entry->key));
+    return keys;
   }
   Mapping simulate_record(const Mapping& record) { return simulate(Mapping{{"record", record}}); }
 
@@ -74,7 +85,12 @@ TEST_F(CandidateSimulation, FullOutcome) {
   EXPECT_EQ(repr(result.at("sharpe")), "1.5");
   EXPECT_EQ(repr(result.at("quality_score")), "2.0");
   EXPECT_EQ(repr(result.at("correlation")), "0.25");
-  EXPECT_EQ(result.size(), 12U);
+  // The evidence is no mapping, so that the timing is the one that the host remembers.
+  EXPECT_EQ(repr(result.at("backtest_timing")), "{'seconds': 0.5}");
+  EXPECT_THAT(keys_of(result),
+              ElementsAre("graph", "stats", "passes", "failures", "eval_id", "submission_payload",
+                          "attempt_evidence", "per_column_stats", "tracking_metric_kwargs",
+                          "sharpe", "quality_score", "correlation", "backtest_timing"));
 }
 
 TEST_F(CandidateSimulation, WritesNeverReachTheEvaluatorsOwn) {
@@ -141,6 +157,142 @@ TEST_F(CandidateSimulation, EvidenceThatIsNoMappingIsKept) {
   EXPECT_EQ(simulate(Mapping{{"attempt_evidence", 7}}).at("attempt_evidence"), 7);
 }
 
+// Which records carry a timing, and where it comes from ------------------------------------------
+
+TEST_F(CandidateSimulation, TimingOfACompletedBacktest) {
+  const Mapping timing{{"seconds", 1}};
+  const Mapping completed{{"backtest_completed", true}};
+  const std::string none;
+  const std::string consumed = "{'seconds': 0.5}";
+  const std::string bound = "{'seconds': 1, 'graph_key': 'graph key'}";
+  host.backtest_timings.on_validate_graph = [](std::span<const Value> values, const Mapping&) {
+    return deep_copy(values[1]);
+  };
+  struct Row {
+    const char* what;
+    Value passed;
+    Value attempt_evidence;
+    Value payload;  // Absent for none.
+    std::string told;
+  };
+  const std::vector<Row> table = {
+      {"failing", false, Value(), Value(), none},
+      {"failing, no mapping", false, "backtest_completed", Value(), none},
+      {"failing, a list of it", false, List{"backtest_completed"}, Value(), none},
+      {"failing, not completed", false, Mapping{{"backtest_timing", timing}}, Value(), none},
+      {"failing, false in a truth test", 0, Mapping{{"backtest_completed", ""}}, Value(), none},
+      {"failing, completed", false, completed, Value(), consumed},
+      {"failing, true in a truth test", Value(), Mapping{{"backtest_completed", "no"}}, Value(),
+       consumed},
+      {"failing, completed, with timing", false,
+       Mapping{{"backtest_completed", 1}, {"backtest_timing", timing}}, Value(), bound},
+      {"passing", true, Value(), Value(), consumed},
+      {"passing, true in a truth test", "yes", Value(), Value(), consumed},
+      {"passing, evidence that is no mapping", true, "backtest_timing", Value(), consumed},
+      {"passing, with timing", true, Mapping{{"backtest_timing", timing}}, Value(), bound},
+      {"passing, both agree", true, Mapping{{"backtest_timing", timing}},
+       Mapping{{"backtest_timing", timing}}, bound},
+      {"passing, timing in the payload alone", true, Value(), Mapping{{"backtest_timing", timing}},
+       consumed},
+  };
+  for (const Row& row : table) {
+    SCOPED_TRACE(row.what);
+    Mapping outcome{{"record", Mapping{{"passed", row.passed}}},
+                    {"attempt_evidence", row.attempt_evidence}};
+    if (!row.payload.is_absent()) outcome.set("submission_payloads", List{row.payload});
+    const Mapping result = simulate(outcome);
+    EXPECT_EQ(result.contains("backtest_timing"), !row.told.empty());
+    if (!row.told.empty()) {
+      EXPECT_EQ(repr(result.at("backtest_timing")), row.told);
+    }
+    EXPECT_TRUE(same_object(result.at("attempt_evidence"), row.attempt_evidence) ||
+                result.at("attempt_evidence") == row.attempt_evidence);
+    EXPECT_EQ(result.at("passes"), truth(row.passed));
+  }
+}
+
+TEST_F(CandidateSimulation, AbsentTimingLeavesTheKeyOut) {
+  host.backtest_timings.on_consume = always(Value());
+  EXPECT_FALSE(simulate_record({{"passed", true}}).contains("backtest_timing"));
+  // An empty one is one.
+  host.backtest_timings.on_consume = always(Value(Mapping()));
+  EXPECT_EQ(repr(simulate_record({{"passed", true}}).at("backtest_timing")), "{}");
+}
+
+TEST_F(CandidateSimulation, ConsumingIsToldTheCallersGraphAndThePayloadsTiming) {
+  Value asked;
+  host.backtest_timings.on_consume = [&](std::span<const Value> values, const Mapping&) {
+    asked = values[0];
+    return Value(Mapping());
+  };
+  static_cast<void>(simulate(
+      Mapping{{"record", Mapping{{"passed", true}}},
+              {"submission_payloads", List{Mapping{{"backtest_timing", Value()}}, Mapping()}}}));
+  EXPECT_TRUE(same_object(asked, graph));
+  EXPECT_THAT(host.log.lines(),
+              ElementsAre("context.evaluate_for_template", "evaluate({'node': 'close'})",
+                          "timings.consume_recorded_backtest_timing_payload({'node': 'close'}, "
+                          "None, include_identity=True)"));
+}
+
+// The host's validator decides whether the evidence itself is changed: it is when it returns what
+// it got.
+TEST_F(CandidateSimulation, GraphKeyGoesIntoWhatTheValidatorReturns) {
+  Mapping timing{{"seconds", 1}};
+  const Mapping outcome{{"record", Mapping{{"passed", true}}},
+                        {"attempt_evidence", Mapping{{"backtest_timing", timing}}}};
+  EXPECT_TRUE(same_object(simulate(outcome).at("backtest_timing"), timing));
+  EXPECT_EQ(repr(timing), "{'seconds': 1, 'graph_key': 'graph key'}");
+
+  timing.erase("graph_key");
+  host.backtest_timings.on_validate_graph = [](std::span<const Value> values, const Mapping&) {
+    return deep_copy(values[1]);
+  };
+  EXPECT_TRUE(simulate(outcome).at("backtest_timing").mapping().contains("graph_key"));
+  EXPECT_EQ(repr(timing), "{'seconds': 1}");
+}
+
+TEST_F(CandidateSimulation, FaultsOfTheTimingPass) {
+  const Mapping passing{{"passed", true}};
+  const Mapping one{{"backtest_timing", Mapping{{"seconds", 1}}}};
+  const Mapping two{{"backtest_timing", Mapping{{"seconds", 2}}}};
+  EXPECT_EQ(
+      error_of([&] {
+        return simulate(Mapping{
+            {"record", passing}, {"attempt_evidence", one}, {"submission_payloads", List{two}}});
+      }),
+      "RuntimeError: genetic candidate attempt evidence backtest timing disagrees with "
+      "submission payload backtest timing");
+  host.backtest_timings.on_consume = failing(ValueError("nothing recorded"));
+  EXPECT_EQ(error_of([&] { return simulate_record(passing); }),
+            "RuntimeError: genetic candidate has invalid backtest timing: nothing recorded");
+  host.backtest_timings.on_consume = failing(KeyError("odd"));
+  EXPECT_EQ(error_of([&] { return simulate_record(passing); }), "KeyError: odd");
+}
+
+TEST_F(CandidateSimulation, EvaluatorThatChangesTheGraphIsSeenInTheRecord) {
+  evaluator([this](std::span<const Value> values, const Mapping&) {
+    EXPECT_TRUE(same_object(values[0], graph));
+    values[0].mapping().set("node", "open");
+    return Value(Mapping());
+  });
+  EXPECT_EQ(repr(simulate().at("graph")), "{'node': 'open'}");
+}
+
+TEST_F(CandidateSimulation, ReasonIsDerivedBeforeTheTimingIsLookedAt) {
+  host.context.on_derive_rejection_reason_detail =
+      always(scripted_callable(host.log, "derive", always(Value(Tuple{"sharpe_min", "detail"}))));
+  const Mapping result =
+      simulate(Mapping{{"record", Mapping{{"passed", false}, {"stats", "stats"}}},
+                       {"attempt_evidence", Mapping{{"backtest_completed", true}}}});
+  EXPECT_EQ(repr(result.at("failures")),
+            "{'sharpe_min': {'reason': 'sharpe_min', 'detail': 'detail'}}");
+  const auto names = host.log.names();
+  const auto derived = std::find(names.begin(), names.end(), "derive");
+  EXPECT_NE(derived, names.end());
+  EXPECT_EQ(names.back(), "timings.consume_recorded_backtest_timing_payload");
+}
+
 TEST_F(CandidateSimulation, EvaluatorsErrorBecomesARecord) {
   evaluator([](const auto&, const Mapping&) -> Value { throw ValueError("no data"); });
   host.context.on_current_attempt_evidence = always(Value("evidence"));
@@ -150,6 +302,7 @@ TEST_F(CandidateSimulation, EvaluatorsErrorBecomesARecord) {
   EXPECT_EQ(result.at("passes"), false);
   EXPECT_EQ(result.at("attempt_evidence"), "evidence");
   EXPECT_EQ(host.log.count("evaluation_verdicts.not_evaluated_verdict"), 3U);
+  EXPECT_FALSE(result.contains("backtest_timing"));
 }
 
 TEST_F(CandidateSimulation, ErrorsOfTheStandardLibraryAreOrdinaryToo) {
