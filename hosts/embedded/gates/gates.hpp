@@ -68,10 +68,10 @@ struct Gate {
   genetic::Key metric;  // The name of the statistic.
   genetic::Key name;  // The name of the gate, under which its threshold stands in a threshold set.
   genetic::Key category;  // "risk": how the book is held. "quality": what it is worth.
-  Sense sense = Sense::AtMost;
-  bool is_limit = false;
-  double BacktestStatistics::*statistic = nullptr;
-  double (*threshold)(const GateThresholds&, const HardLimits&) = nullptr;
+  Sense sense;
+  bool is_limit;
+  double BacktestStatistics::*statistic;
+  double (*threshold)(const GateThresholds&, const HardLimits&);
 
   // The comparison that holds where the gate fails: ">" or "<".
   [[nodiscard]] genetic::Key comparison() const;
