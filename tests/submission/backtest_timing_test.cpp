@@ -12,6 +12,7 @@
 #include <gmock/gmock.h>
 
 #include "search_templates/genetic/value/copy.hpp"
+#include "search_templates/genetic/value/host_object.hpp"
 #include "tests/support/error_of.hpp"
 #include "tests/support/scripted_host.hpp"
 
@@ -327,6 +328,23 @@ TEST_F(BacktestTiming, RoadsOfACandidateMustAgree) {
     EXPECT_EQ(error == "no error" ? outcome : error, row.outcome);
     EXPECT_EQ(repr(candidate), before);  // Whatever comes of it.
   }
+}
+
+// An object of the host that says it equals whatever it is compared with.
+class EqualToAll : public HostObject {
+ public:
+  [[nodiscard]] std::string type_name() const override { return "Any"; }
+  [[nodiscard]] bool equals(const Value& /*other*/) const override { return true; }
+};
+
+TEST_F(BacktestTiming, EachRoadIsComparedWithTheFirst) {
+  const Mapping candidate{
+      {"backtest_timing", timing_of(1)},
+      {"attempt_evidence", Mapping{{"backtest_timing", make_object<EqualToAll>()}}},
+      {"submission_payload", Mapping{{"backtest_timing", timing_of(2)}}}};
+  EXPECT_EQ(error_of([&] { return candidate_backtest_timing_payload(timings, candidate); }),
+            "RuntimeError: genetic candidate backtest timing disagrees with submission payload "
+            "backtest timing");
 }
 
 TEST_F(BacktestTiming, SourcesThatAreNoMappingsHaveNoTiming) {

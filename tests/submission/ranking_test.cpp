@@ -78,6 +78,14 @@ TEST_F(Ranking, EqualScoresGoByIndexAndEqualIndicesByGraph) {
 TEST_F(Ranking, WhatIsAlikeKeepsItsOrder) {
   EXPECT_THAT(ranked(List{candidate("z", 1), candidate("a", 1), candidate("m", 1)}),
               ElementsAre("z", "a", "m"));
+  // Also where there are many: an unstable sort keeps the order of a few only.
+  List many;
+  Names names;
+  for (int i = 0; i < 100; ++i) {
+    names.push_back(std::to_string((i * 37) % 100));
+    many.append(candidate(names.back().c_str(), 1));
+  }
+  EXPECT_EQ(ranked(many), names);
 }
 
 TEST_F(Ranking, IndexMayBeMissingButNotAbsent) {

@@ -32,6 +32,9 @@ TEST(CandidateEvalId, IsTheOwnOneOrMadeOfTheIndexOrOfTheGraph) {
       {{{"eval_id", false}}, false},
       {{{"eval_id", Value()}, {"candidate_index", 3}, {"graph", graph}}, "genetic-candidate-3"},
       {{{"candidate_index", 0}}, "genetic-candidate-0"},
+      // The payload's id does not count.
+      {{{"candidate_index", 4}, {"submission_payload", Mapping{{"eval_id", "p"}}}},
+       "genetic-candidate-4"},
       {{{"candidate_index", 3.0}}, "genetic-candidate-3.0"},
       {{{"candidate_index", "x"}}, "genetic-candidate-x"},
       {{{"candidate_index", true}}, "genetic-candidate-True"},
