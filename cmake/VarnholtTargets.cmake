@@ -20,12 +20,21 @@ if(VARNHOLT_SANITIZE)
 endif()
 if(VARNHOLT_FUZZ)
   target_compile_options(varnholt_flags INTERFACE
-    -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer
+    -O1 -g1)
   target_link_options(varnholt_flags INTERFACE -fsanitize=address,undefined)
 endif()
 if(VARNHOLT_COVERAGE)
   target_compile_options(varnholt_flags INTERFACE --coverage -fprofile-update=atomic)
   target_link_options(varnholt_flags INTERFACE --coverage)
+endif()
+
+# What tests link after varnholt_flags: the checks that cost most to compile are left to the code
+# under test, which has them all.
+add_library(varnholt_test_flags INTERFACE)
+if(VARNHOLT_SANITIZE)
+  target_compile_options(varnholt_test_flags INTERFACE
+    -fno-sanitize=null,alignment,vptr,object-size)
 endif()
 
 function(varnholt_target name)
