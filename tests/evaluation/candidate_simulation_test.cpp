@@ -1,6 +1,6 @@
 // Goal: whatever the evaluator returns or throws becomes one result record.
-// Method: a scripted evaluator and scripted rules for timings; the record is compared whole, and the
-// ordered log of calls.
+// Method: a scripted evaluator and scripted rules for timings; the record is compared whole, and so
+// is the ordered log of calls.
 #include "search_templates/genetic/evaluation/candidate_simulation.hpp"
 
 #include <algorithm>

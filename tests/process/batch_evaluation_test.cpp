@@ -84,7 +84,9 @@ TEST_F(BatchEvaluation, EveryCandidateIsSimulated) {
                                             "process_evaluation.default_worker_memory_limit_bytes",
                                             "process_evaluation.evaluate_candidate_batch",
                                             "context.evaluate_for_template", "evaluate",
-                                            "context.evaluate_for_template", "evaluate"));
+                                            "timings.consume_recorded_backtest_timing_payload",
+                                            "context.evaluate_for_template", "evaluate",
+                                            "timings.consume_recorded_backtest_timing_payload"));
   EXPECT_THAT(host.log.lines(),
               Contains("process_evaluation.evaluate_candidate_batch(2, n_jobs=1, max_retries=1, "
                        "timeout_seconds=60.0, worker_memory_limit_bytes=1073741824)"));

@@ -136,6 +136,40 @@ TEST_F(Ranking, IndexAndGraphAreWorkedOutWithoutTies) {
   EXPECT_EQ(host.log.lines().size(), 1U);
 }
 
+class Unlogged : public Eliteness {
+ public:
+  [[nodiscard]] Value score_candidate(const Value& /*candidate*/,
+                                      const Mapping& /*keywords*/) override {
+    return 1.0;
+  }
+};
+
+TEST_F(Ranking, GraphWithoutATextFailsAlsoWhereNothingIsTied) {
+  const auto ranked_alone = [this](const Value& graph) {
+    return ranked(List{candidate("other", 2), candidate("one", 1, 0, graph)}).at(0);
+  };
+  EXPECT_EQ(ranked_alone(Mapping{{1, "a"}}),
+            "TypeError: genetic initial candidate graph keys must be strings");
+  EXPECT_EQ(ranked_alone(List{List{Tuple()}}),
+            "TypeError: genetic initial candidates must contain only plain graph data");
+  EXPECT_EQ(ranked_alone(List{scripted_object(Mapping())}),
+            "TypeError: genetic initial candidates must contain only plain graph data");
+  Value deep;
+  for (int i = 0; i < 2000; ++i)
+    deep = List{deep};
+  // The log could not show it either.
+  Unlogged unlogged;
+  EXPECT_EQ(error_of([&] {
+              return rank_submittable_candidates(unlogged, List{candidate("one", 1, 0, deep)});
+            }),
+            "RecursionError: maximum recursion depth exceeded");
+  List endless;
+  endless.append(endless);
+  EXPECT_EQ(ranked_alone(endless), "RecursionError: maximum recursion depth exceeded");
+  endless.set(0, Value());  // Or it would never be freed.
+  EXPECT_EQ(ranked_alone(Mapping{{"node", 1.5}, {"children", List{true, Value()}}}), "other");
+}
+
 TEST_F(Ranking, ResultIsANewListOfTheSameCandidates) {
   const Mapping first = candidate("first", 1);
   const Mapping second = candidate("second", 2);
