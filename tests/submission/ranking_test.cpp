@@ -10,6 +10,7 @@
 #include <gmock/gmock.h>
 
 #include "tests/support/error_of.hpp"
+#include "tests/support/host_containers.hpp"
 #include "tests/support/python_process.hpp"
 #include "tests/support/random_values.hpp"
 #include "tests/support/scripted_host.hpp"
@@ -167,6 +168,9 @@ TEST_F(Ranking, GraphWithoutATextFailsAlsoWhereNothingIsTied) {
   endless.append(endless);
   EXPECT_EQ(ranked_alone(endless), "RecursionError: maximum recursion depth exceeded");
   endless.set(0, Value());  // Or it would never be freed.
+  // The host's own containers are walked as well.
+  EXPECT_EQ(ranked_alone(as_host_containers(List{List{Tuple()}})),
+            "TypeError: genetic initial candidates must contain only plain graph data");
   EXPECT_EQ(ranked_alone(Mapping{{"node", 1.5}, {"children", List{true, Value()}}}), "other");
 }
 
