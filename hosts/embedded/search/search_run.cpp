@@ -23,6 +23,7 @@
 #include "hosts/embedded/search/signal_report.hpp"
 #include "hosts/embedded/search/signal_submission.hpp"
 #include "hosts/embedded/search/wall_clock.hpp"
+#include "hosts/embedded/signal_pool/pool_gates.hpp"
 #include "hosts/embedded/store/run_store.hpp"
 #include "search_templates/genetic/driver/genetic.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
@@ -56,6 +57,14 @@ void check_options(const SearchOptions& options) {
   require(!options.worker_memory_limit_bytes || *options.worker_memory_limit_bytes >= 1,
           "the memory limit of a worker must be at least 1 byte");
   require(options.best_count >= 0, "the number of best signals must not be negative");
+  require(options.cost_basis_points >= 0.0 && options.cost_basis_points <= kLargestCosts,
+          fmt::format("the costs must be from 0 to {} basis points", kLargestCosts));
+  // A configuration that was not read from a file is checked by nobody else before the store.
+  check_pool_thresholds({options.config.pool.pnl_mi_min, options.config.pool.correlation_max});
+  for (const Gate& gate : gate_table()) {
+    require(!std::isnan(gate.threshold(options.config.gates, options.config.limits)),
+            fmt::format("the threshold {} must be a number", gate.name.view()));
+  }
 }
 
 // The processors that this process may run on.

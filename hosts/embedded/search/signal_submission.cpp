@@ -32,6 +32,11 @@ bool SignalSubmission::refresh() {
   return pool_.refresh();
 }
 
+SyncReport SignalSubmission::sync() {
+  last_measured_.reset();
+  return queue_.sync();
+}
+
 const PoolMeasure& SignalSubmission::measure(const Value& stats) {
   if (last_measured_ && genetic::same_object(last_measured_->stats, stats)) {
     return last_measured_->measure;

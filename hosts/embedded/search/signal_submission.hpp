@@ -38,14 +38,15 @@ class SignalSubmission {
 
   // Both metrics of a statistics object, which must hold its daily PnL where the pool has members.
   // The search asks for one metric after the other; the answer for the last object is kept until
-  // the next refresh. PoolDataNotReady; genetic::ValueError for statistics without a PnL.
+  // the members may have changed, at the next refresh or sync. PoolDataNotReady; genetic::ValueError
+  // for statistics without a PnL.
   [[nodiscard]] const PoolMeasure& measure(const genetic::Value& stats);
 
   // Evaluates the payload's graph once more for its PnL and queues both. False when the store is
   // busy.
   [[nodiscard]] bool enqueue(const genetic::Mapping& payload);
-  // Settles what is queued.
-  SyncReport sync() { return queue_.sync(); }
+  // Settles what is queued, which brings the members in.
+  SyncReport sync();
 
  private:
   struct Measured {

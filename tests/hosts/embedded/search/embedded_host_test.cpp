@@ -19,7 +19,7 @@ namespace keys = genetic::keys;
 using genetic::Mapping;
 using genetic::Value;
 
-class EmbeddedHostTest : public ::testing::Test {
+class EmbeddedHostTest : public ContextTest {
  protected:
   HostSettings settings() {
     HostSettings settings;
@@ -32,8 +32,9 @@ class EmbeddedHostTest : public ::testing::Test {
   }
 
   std::vector<std::string> logs_;
+  NoRecorder recorder_;
   RealSystemCalls system_;
-  Vocabulary vocabulary_ = make_vocabulary(small_universe());
+  const Vocabulary& vocabulary_ = evaluator_.vocabulary();
   EmbeddedHost host_{system_, vocabulary_, settings()};
 };
 
@@ -69,11 +70,7 @@ TEST_F(EmbeddedHostTest, LogTextsAreFilledIn) {
 }
 
 TEST_F(EmbeddedHostTest, RandomGraphsAreValidAndOneStreamGivesOneSequence) {
-  InterruptFlag interrupt;
-  NoRecorder recorder;
-  const Evaluator evaluator(small_universe());
-  EmbeddedContext context(evaluator, {},
-                          std::make_shared<SearchStop>(StopLimits{}, interrupt, [] {}), recorder);
+  EmbeddedContext context(evaluator_, {}, stop_, recorder_, submission_, timings_);
   const RandomGraphOptions options;
   const auto draw = [&](std::int64_t seed) {
     EmbeddedRandomGraphs source(vocabulary_, options);
@@ -92,11 +89,7 @@ TEST_F(EmbeddedHostTest, RandomGraphsAreValidAndOneStreamGivesOneSequence) {
 }
 
 TEST_F(EmbeddedHostTest, SafeRotationsAreThoseThatFitTheNodeLimit) {
-  InterruptFlag interrupt;
-  NoRecorder recorder;
-  const Evaluator evaluator(small_universe());
-  EmbeddedContext context(evaluator, {},
-                          std::make_shared<SearchStop>(StopLimits{}, interrupt, [] {}), recorder);
+  EmbeddedContext context(evaluator_, {}, stop_, recorder_, submission_, timings_);
   EXPECT_EQ(host_.engine().random_weighted_window_limit(context, 5).integer(), 120);
   EXPECT_EQ(host_.engine().random_weighted_node_limit(context).integer(), 25);
   EXPECT_TRUE(host_.engine().random_weighted_runtime_registry(context).is_absent());
@@ -105,7 +98,7 @@ TEST_F(EmbeddedHostTest, SafeRotationsAreThoseThatFitTheNodeLimit) {
     return genetic::safe_reaction_rotation_names(host.engine(), context);
   };
   const std::set<std::string> all = safe(host_);
-  EXPECT_EQ(all.size(), evaluator.vocabulary().functions.size());
+  EXPECT_EQ(all.size(), evaluator_.vocabulary().functions.size());
   EXPECT_TRUE(all.contains("ts_correlation"));  // Four nodes at the least.
   HostSettings small = settings();
   small.graphs.max_nodes = 3;

@@ -23,7 +23,7 @@ using genetic::Mapping;
 using genetic::ProcessResult;
 using genetic::Value;
 
-class EmbeddedPoolTest : public ::testing::Test {
+class EmbeddedPoolTest : public ContextTest {
  protected:
   EmbeddedPoolTest() { pool_.set_context(context_); }
 
@@ -56,11 +56,8 @@ class EmbeddedPoolTest : public ::testing::Test {
                             .at(keys::kDetail));
   }
 
-  InterruptFlag interrupt_;
-  std::shared_ptr<SearchStop> stop_ = std::make_shared<SearchStop>(StopLimits{}, interrupt_, [] {});
   NoRecorder recorder_;
-  Evaluator evaluator_{small_universe()};
-  EmbeddedContext context_{evaluator_, {}, stop_, recorder_};
+  EmbeddedContext context_{evaluator_, {}, stop_, recorder_, submission_, timings_};
   RealSystemCalls system_;
   EmbeddedVerdicts verdicts_;
   std::int64_t last_tick_ = -1;

@@ -1,9 +1,11 @@
 // Prices, graphs and an observer for tests of the embedded search.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -14,6 +16,10 @@
 #include "hosts/embedded/market/synthetic_universe.hpp"
 #include "hosts/embedded/search/embedded_context.hpp"
 #include "hosts/embedded/search/search_events.hpp"
+#include "hosts/embedded/search/signal_submission.hpp"
+#include "hosts/embedded/store/process_identity.hpp"
+#include "hosts/embedded/store/run_store.hpp"
+#include "hosts/embedded/store/sqlite_database.hpp"
 #include "hosts/embedded/vocabulary/graph_node.hpp"
 
 namespace varnholt::embedded {
@@ -62,6 +68,7 @@ class RecordingObserver : public SearchObserver {
     ticks.push_back(evaluated);
   }
   void on_recorded(const CandidateRecorded& candidate) override { recorded.push_back(candidate); }
+  void on_settled(const SettledSignal& signal) override { settled.push_back(signal); }
   void on_generation(const SearchProgress& progress) override { generations.push_back(progress); }
   void on_log(LogLevel /*level*/, std::string_view text) override { logs.emplace_back(text); }
   void on_metrics(const genetic::Mapping& record) override { metrics.emplace_back(record); }
@@ -69,6 +76,7 @@ class RecordingObserver : public SearchObserver {
   std::vector<SearchStarted> started;
   std::vector<std::int64_t> ticks;
   std::vector<CandidateRecorded> recorded;
+  std::vector<SettledSignal> settled;
   std::vector<SearchProgress> generations;
   std::vector<std::string> logs;
   std::vector<genetic::Value> metrics;
@@ -89,15 +97,56 @@ class NoRecorder : public ResultRecorder {
 // A folder of the test's own.
 class FolderTest : public ::testing::Test {
  protected:
-  void SetUp() override { std::filesystem::create_directories(folder_); }
-  void TearDown() override { std::filesystem::remove_all(folder_); }
+  FolderTest() { std::filesystem::create_directories(folder_); }
+  ~FolderTest() override { std::filesystem::remove_all(folder_); }
 
   [[nodiscard]] std::filesystem::path in_folder(const char* name) const { return folder_ / name; }
 
  private:
-  std::filesystem::path folder_ = std::filesystem::temp_directory_path() /
-                                  ("varnholt-search-" + std::to_string(getpid()) + "-" +
-                                   ::testing::UnitTest::GetInstance()->current_test_info()->name());
+  // The name of a parametrised test has a slash.
+  static std::string test_name() {
+    std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+    std::replace(name.begin(), name.end(), '/', '-');
+    return name;
+  }
+
+  std::filesystem::path folder_ =
+      std::filesystem::temp_directory_path() /
+      ("varnholt-search-" + std::to_string(getpid()) + "-" + test_name());
+};
+
+// Thresholds that no signal fails.
+inline GateThresholds open_gates() {
+  constexpr double kBeyond = 1e9;
+  return {.min_abs_weight_sum_mean = 0.0,
+          .max_turnover = kBeyond,
+          .max_max_weight = kBeyond,
+          .max_delta_exposure = kBeyond,
+          .min_gross_returns_sharpe = -kBeyond,
+          .min_sharpe = -kBeyond};
+}
+
+// What a context stands on: an evaluator, a stop event without limits, and an empty store.
+class ContextTest : public FolderTest {
+ protected:
+  explicit ContextTest(const PoolSettings& pool = {})
+      : submission_(store_, evaluator_, pool_identity_, pool) {}
+
+  [[nodiscard]] std::string database() const { return in_folder("runs.db").string(); }
+  // What only somebody with the file in hand could do.
+  void execute(const std::string& sql) const {
+    SqliteDatabase(database(), kBusyMilliseconds).execute(sql.c_str(), "changing the file");
+  }
+
+  static constexpr int kBusyMilliseconds = 20;
+
+  InterruptFlag interrupt_;
+  std::shared_ptr<SearchStop> stop_ = std::make_shared<SearchStop>(StopLimits{}, interrupt_, [] {});
+  Evaluator evaluator_{small_universe()};
+  RunStore store_{database(), {.busy_timeout_milliseconds = kBusyMilliseconds}};
+  PoolIdentity pool_identity_{"alpha", 7, 3, "data"};
+  SignalSubmission submission_;
+  RecordedTimings timings_{own_identity()};
 };
 
 }  // namespace varnholt::embedded

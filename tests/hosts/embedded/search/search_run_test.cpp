@@ -16,44 +16,13 @@
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
-#include "tests/hosts/embedded/search/search_fixture.hpp"
+#include "tests/hosts/embedded/search/run_fixture.hpp"
 
 namespace varnholt::embedded {
 namespace {
 
 namespace keys = genetic::keys;
 using genetic::Mapping;
-
-class SearchRunTest : public FolderTest {
- protected:
-  void SetUp() override {
-    FolderTest::SetUp();
-    write_prices(in_folder("prices.csv"), small_universe());
-  }
-
-  [[nodiscard]] SearchOptions options() const {
-    SearchOptions options;
-    options.prices = in_folder("prices.csv");
-    options.database = in_folder("runs.db");
-    options.jobs = 2;
-    options.batch_size = 6;
-    options.generations = 2;
-    options.seed = 21;
-    options.gates.min_sharpe = -10.0;
-    options.gates.min_gross_returns_sharpe = -10.0;
-    return options;
-  }
-
-  InterruptFlag interrupt_;
-  RecordingObserver observer_;
-};
-
-std::vector<std::string> expressions_of(const RecordingObserver& observer) {
-  std::vector<std::string> expressions;
-  for (const auto& candidate : observer.recorded)
-    expressions.push_back(candidate.expression);
-  return expressions;
-}
 
 TEST_F(SearchRunTest, RecordsEveryOutcomeAndOneMetricsRecord) {
   const SearchSummary summary = run_search(options(), observer_, interrupt_);
@@ -89,19 +58,21 @@ TEST_F(SearchRunTest, TellsTheBestSignalsInOrder) {
                 summary.best[i].statistics->quality_score);
     }
   }
-  EXPECT_EQ(summary.progress.best->evaluation_id, summary.best[0].evaluation_id);
+  EXPECT_EQ(summary.progress.best->eval_id, summary.best[0].eval_id);
   RunStore store(options().database.string());
-  EXPECT_EQ(store.best_signals(summary.run_id, 1)[0].candidate_number,
-            summary.best[0].evaluation_id);
+  EXPECT_EQ(store.best_signals(summary.run_id, 1)[0].eval_id, summary.best[0].eval_id);
 }
 
 TEST_F(SearchRunTest, TheSameSeedRepeatsARunAndAnotherDoesNot) {
   static_cast<void>(run_search(options(), observer_, interrupt_));
+  // On a store of its own: the signals of the first run would be in the pool of this one.
   RecordingObserver again;
-  static_cast<void>(run_search(options(), again, interrupt_));
+  SearchOptions changed = options();
+  changed.database = in_folder("again.db");
+  static_cast<void>(run_search(changed, again, interrupt_));
   EXPECT_EQ(expressions_of(again), expressions_of(observer_));
   RecordingObserver other;
-  SearchOptions changed = options();
+  changed.database = in_folder("other.db");
   changed.seed = 22;
   static_cast<void>(run_search(changed, other, interrupt_));
   EXPECT_NE(expressions_of(other), expressions_of(observer_));
@@ -215,7 +186,7 @@ TEST_F(SearchRunTest, BadInputWritesNothing) {
 class KillingObserver : public RecordingObserver {
  public:
   void on_recorded(const CandidateRecorded& candidate) override {
-    if (candidate.evaluation_id == 4) raise(SIGKILL);
+    if (candidate.candidate_number == 4) raise(SIGKILL);
   }
 };
 
