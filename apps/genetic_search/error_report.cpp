@@ -4,8 +4,10 @@
 
 #include "apps/genetic_search/text_layout.hpp"
 #include "apps/genetic_search/usage_error.hpp"
+#include "hosts/embedded/config/host_config_error.hpp"
 #include "hosts/embedded/market/price_file_error.hpp"
 #include "hosts/embedded/search/seed_graphs.hpp"
+#include "hosts/embedded/search/signal_export.hpp"
 #include "hosts/embedded/store/sqlite_database.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 
@@ -21,8 +23,8 @@ bool is_one_of(const std::exception& error) {
 
 bool is_about_input(const std::exception& error) {
   return is_one_of<UsageError, embedded::PriceFileError, embedded::SeedFileError,
-                   embedded::StoreError, genetic::TypeError, genetic::ValueError,
-                   std::invalid_argument>(error);
+                   embedded::StoreError, embedded::HostConfigError, embedded::ExportError,
+                   genetic::TypeError, genetic::ValueError, std::invalid_argument>(error);
 }
 
 std::string error_text(const std::exception& error) {

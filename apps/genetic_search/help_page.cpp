@@ -8,6 +8,11 @@ namespace {
 std::string usage(const std::string& command) {
   if (command == kRunName) return fmt::format("{} run --prices FILE [options]", kProgramName);
   if (command == kCheckName) return fmt::format("{} check-prices FILE [options]", kProgramName);
+  if (command == kSignalsName) return fmt::format("{} signals DB [options]", kProgramName);
+  if (command == kShowName) return fmt::format("{} show DB ID [options]", kProgramName);
+  if (command == kExportName) {
+    return fmt::format("{} export DB ID --weights FILE [options]", kProgramName);
+  }
   return fmt::format("{} COMMAND [options]", kProgramName);
 }
 

@@ -16,10 +16,6 @@ using embedded::CandidateRecorded;
 using embedded::SearchProgress;
 using genetic::Value;
 
-Json number_json(double number) {
-  return std::isfinite(number) ? Json(number) : Json(nullptr);
-}
-
 Json to_json(const Value& value, int depth) {
   if (depth > genetic::kMaximumNesting) {
     throw genetic::RecursionError("a value is nested too deeply to be written as JSON");
@@ -76,7 +72,8 @@ Json text_or_null(const std::string& text) {
 }
 
 Json candidate_json(const CandidateRecorded& candidate) {
-  return {{"evaluation_id", candidate.evaluation_id},
+  return {{"eval_id", candidate.eval_id},
+          {"candidate_number", candidate.candidate_number},
           {"generation", candidate.generation},
           {"bred", candidate.bred},
           {"passed", candidate.passed},
@@ -93,25 +90,47 @@ Json event_of(std::string_view name, const Json& members) {
   return event;
 }
 
-// The counts, the best by its number only: it was told when it was recorded.
+Json counts_json(const std::map<std::string, std::int64_t>& counts) {
+  Json object = Json::object();
+  for (const auto& [name, count] : counts)
+    object[name] = count;
+  return object;
+}
+
+// The counts, the best by its id only: it was told when it was recorded.
 Json progress_json(const SearchProgress& progress) {
-  Json failures = Json::object();
-  for (const auto& [reason, count] : progress.failures)
-    failures[reason] = count;
   Json best = nullptr;
-  if (progress.best) best = progress.best->evaluation_id;
+  if (progress.best) best = progress.best->eval_id;
   return {{"generation", progress.generation},
           {"candidates", progress.candidates},
           {"candidates_per_second", candidates_a_second(progress)},
           {"passing", progress.passing},
           {"fresh_in_generation", progress.fresh_in_generation},
           {"bred_in_generation", progress.bred_in_generation},
-          {"failures", failures},
-          {"best_evaluation_id", best},
+          {"failures", counts_json(progress.failures)},
+          {"best_eval_id", best},
           {"elapsed_seconds", progress.elapsed_seconds}};
 }
 
+Json samples_json(const embedded::SampleStatistics& statistics) {
+  return {{"in_sample", statistics_json(statistics.in_sample)},
+          {"holdout", statistics_json(statistics.holdout)}};
+}
+
+Json submitted_json(const embedded::SubmittedSignal& signal) {
+  Json object = {{"eval_id", signal.eval_id},
+                 {"expression", text_or_null(signal.expression)},
+                 {"novelty", number_json(signal.novelty)},
+                 {"correlation", number_json(signal.correlation)}};
+  object.update(samples_json(signal.statistics));
+  return object;
+}
+
 }  // namespace
+
+Json number_json(double number) {
+  return std::isfinite(number) ? Json(number) : Json(nullptr);
+}
 
 Json to_json(const Value& value) {
   return to_json(value, 0);
@@ -127,11 +146,27 @@ Json started_event(const embedded::SearchStarted& started) {
                               {"last_date", started.last_date},
                               {"jobs", started.jobs},
                               {"batch_size", started.batch_size},
-                              {"seed", started.seed}});
+                              {"seed", started.seed},
+                              {"signal_pool_name", started.signal_pool_name},
+                              {"market_id", started.market_id},
+                              {"era_number", started.era_number},
+                              {"seen_days", started.seen_days},
+                              {"last_seen_date", started.last_seen_date},
+                              {"holdout_days", started.holdout_days},
+                              {"first_holdout_date", started.first_holdout_date}});
 }
 
 Json recorded_event(const CandidateRecorded& candidate) {
   return event_of("recorded", candidate_json(candidate));
+}
+
+Json settled_event(const embedded::SettledSignal& signal) {
+  return event_of("settled", {{"eval_id", signal.eval_id},
+                              {"submitted", signal.submitted},
+                              {"refusal_reason", text_or_null(signal.refusal_reason)},
+                              {"refusal_detail", text_or_null(signal.refusal_detail)},
+                              {"novelty", number_json(signal.novelty)},
+                              {"correlation", number_json(signal.correlation)}});
 }
 
 Json generation_event(const SearchProgress& progress) {
@@ -158,6 +193,14 @@ Json ended_event(const embedded::SearchSummary& summary, const std::filesystem::
                   {"why", why}};
   members.update(progress_json(summary.progress));
   members["best"] = best;
+  Json submitted = Json::array();
+  for (const embedded::SubmittedSignal& signal : summary.submitted)
+    submitted.push_back(submitted_json(signal));
+  members["submitted"] = submitted;
+  members["market"] = samples_json(summary.market);
+  members["submissions"] = {{"submitted", summary.submissions.submitted},
+                            {"refused", counts_json(summary.submissions.refused)},
+                            {"waiting", summary.submissions.waiting}};
   return event_of("ended", members);
 }
 

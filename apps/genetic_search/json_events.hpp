@@ -21,8 +21,12 @@ using Json = nlohmann::ordered_json;
 // genetic::RecursionError for a value nested deeper than kMaximumNesting.
 [[nodiscard]] Json to_json(const genetic::Value& value);
 
+// A real as JSON.
+[[nodiscard]] Json number_json(double number);
+
 [[nodiscard]] Json started_event(const embedded::SearchStarted& started);
 [[nodiscard]] Json recorded_event(const embedded::CandidateRecorded& candidate);
+[[nodiscard]] Json settled_event(const embedded::SettledSignal& signal);
 [[nodiscard]] Json generation_event(const embedded::SearchProgress& progress);
 [[nodiscard]] Json log_event(embedded::LogLevel level, std::string_view text);
 [[nodiscard]] Json stopping_event(const embedded::SearchProgress& progress);

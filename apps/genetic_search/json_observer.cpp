@@ -32,6 +32,10 @@ void JsonObserver::on_recorded(const embedded::CandidateRecorded& candidate) {
   if (!quiet_) tell(recorded_event(candidate));
 }
 
+void JsonObserver::on_settled(const embedded::SettledSignal& signal) {
+  if (!quiet_) tell(settled_event(signal));
+}
+
 void JsonObserver::on_generation(const embedded::SearchProgress& progress) {
   if (!quiet_) tell(generation_event(progress));
 }

@@ -19,6 +19,7 @@ class JsonObserver : public RunObserver {
   void clear() override;
 
   void on_recorded(const embedded::CandidateRecorded& candidate) override;
+  void on_settled(const embedded::SettledSignal& signal) override;
   void on_generation(const embedded::SearchProgress& progress) override;
   void on_log(embedded::LogLevel level, std::string_view text) override;
   void on_metrics(const genetic::Mapping& metrics) override;

@@ -6,5 +6,8 @@ namespace varnholt::app {
 inline constexpr const char* kProgramName = "genetic-search";
 inline constexpr const char* kRunName = "run";
 inline constexpr const char* kCheckName = "check-prices";
+inline constexpr const char* kSignalsName = "signals";
+inline constexpr const char* kShowName = "show";
+inline constexpr const char* kExportName = "export";
 
 }  // namespace varnholt::app

@@ -1,6 +1,7 @@
 #include "apps/genetic_search/program.hpp"
 
 #include <exception>
+#include <optional>
 #include <variant>
 
 #include <fmt/format.h>
@@ -9,8 +10,11 @@
 #include "apps/genetic_search/check_prices_command.hpp"
 #include "apps/genetic_search/error_report.hpp"
 #include "apps/genetic_search/exit_codes.hpp"
+#include "apps/genetic_search/export_command.hpp"
 #include "apps/genetic_search/output.hpp"
+#include "apps/genetic_search/show_command.hpp"
 #include "apps/genetic_search/signals.hpp"
+#include "apps/genetic_search/signals_command.hpp"
 #include "apps/genetic_search/terminal.hpp"
 
 namespace varnholt::app {
@@ -29,6 +33,18 @@ class Commands {
     check_prices_command(command, outputs_.text);
     return kExitDone;
   }
+  int operator()(const SignalsCommand& command) const {
+    signals_command(command, outputs_.text, width());
+    return kExitDone;
+  }
+  int operator()(const ShowCommand& command) const {
+    show_command(command, outputs_.text, width());
+    return kExitDone;
+  }
+  int operator()(const ExportCommand& command) const {
+    export_command(command, outputs_.text, interrupt_);
+    return kExitDone;
+  }
   int operator()(const ShowText& command) const {
     outputs_.text.write(command.text);
     outputs_.text.throw_if_failed();
@@ -36,6 +52,10 @@ class Commands {
   }
 
  private:
+  [[nodiscard]] static Width width() {
+    return is_live_terminal(STDOUT_FILENO) ? Width(terminal_width(STDOUT_FILENO)) : std::nullopt;
+  }
+
   const RunSearch& search_;
   RunOutputs outputs_;
   const embedded::InterruptFlag& interrupt_;

@@ -75,8 +75,7 @@ std::string generation_text(const embedded::SearchProgress& progress) {
   // After the first, a generation without offspring is a restart, or had no parents to breed from.
   if (progress.generation > 1 && progress.bred_in_generation == 0) line += ", begun anew";
   if (progress.best) {
-    line += fmt::format(", best {:.2f} ({})", best_quality(*progress.best),
-                        progress.best->evaluation_id);
+    line += fmt::format(", best {:.2f} ({})", best_quality(*progress.best), progress.best->eval_id);
   }
   if (!progress.failures.empty()) {
     line += ", failures: " + failures_text(progress.failures, kGenerationReasons);

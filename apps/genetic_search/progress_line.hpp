@@ -28,7 +28,7 @@ namespace varnholt::app {
                                              std::int64_t batch_size, std::size_t width);
 
 // A completed generation, for outputs that are no terminal, ended:
-//   generation 3: 96 candidates, 35.2 a second, 12 passing, best 1.32 (17), failures: ...
+//   generation 3: 96 candidates, 35.2 a second, 12 passing, best 1.32 (3-17), failures: ...
 [[nodiscard]] std::string generation_text(const embedded::SearchProgress& progress);
 
 // Draws a line over itself. It makes texts and leaves writing to others.

@@ -6,6 +6,8 @@
 #include <fmt/format.h>
 
 #include "apps/genetic_search/failure_counts.hpp"
+#include "apps/genetic_search/pool_report.hpp"
+#include "apps/genetic_search/signal_table.hpp"
 #include "apps/genetic_search/text_layout.hpp"
 #include "search_templates/genetic/settings/reason_tables.hpp"
 #include "search_templates/genetic/value/keys.hpp"
@@ -23,31 +25,9 @@ using genetic::Mapping;
 using genetic::MappingCursor;
 using genetic::Value;
 
-// Below this an expression beside the figures would be a narrow column of fragments.
-constexpr std::size_t kNarrowestExpression = 30;
-constexpr std::size_t kExpressionIndent = 6;
-// However narrow a terminal is.
-constexpr std::size_t kNarrowestColumn = 10;
 constexpr std::size_t kMetricNameWidth = 28;
 constexpr std::size_t kListedReasons = 20;
 constexpr std::size_t kReasonWidth = 30;
-
-// The lines of a text that begins in column `indent` of a terminal; one line without a terminal.
-std::vector<std::string> wrapped_beside(const std::string& text, Width width, std::size_t indent) {
-  if (!width) return {text};
-  return wrap_text(text, std::max(*width, indent + kNarrowestColumn) - indent);
-}
-
-// A name and a text beside it, whose further lines begin below its first.
-std::string entry_text(const std::string& name, const std::string& text, Width width) {
-  const std::size_t indent = column_count(name);
-  std::string entry = name;
-  for (const std::string& line : wrapped_beside(text, width, indent)) {
-    if (entry.size() > name.size()) entry += std::string(indent, ' ');
-    entry += line + "\n";
-  }
-  return entry;
-}
 
 // --- the metrics record ---
 
@@ -66,70 +46,36 @@ std::string value_text(const Value& value) {
 
 // --- the table of signals ---
 
-struct Column {
-  const char* heading;
-  std::size_t width;
-};
-
-constexpr std::array<Column, 8> kColumns = {{{"rank", 4},
-                                             {"id", 7},
-                                             {"sharpe", 7},
-                                             {"gross", 7},
-                                             {"return %", 9},
-                                             {"turnover", 9},
-                                             {"drawdown %", 11},
-                                             {"quality", 8}}};
-
-std::size_t figures_width() {
-  std::size_t width = 0;
-  for (const Column& column : kColumns)
-    width += column.width;
-  return width;
-}
-
-std::string figures_row(const std::array<std::string, kColumns.size()>& cells) {
-  std::string row;
-  for (std::size_t i = 0; i < kColumns.size(); ++i)
-    row += padded(cells[i], kColumns[i].width, Align::Right);
-  return row;
-}
-
-std::string headings_row() {
-  std::array<std::string, kColumns.size()> cells;
-  for (std::size_t i = 0; i < kColumns.size(); ++i)
-    cells[i] = kColumns[i].heading;
-  return figures_row(cells);
-}
-
-std::string signal_row(std::size_t rank, const CandidateRecorded& signal) {
-  std::array<std::string, kColumns.size()> cells;
-  cells.fill("-");
-  cells[0] = std::to_string(rank);
-  cells[1] = std::to_string(signal.evaluation_id);
+SignalRow signal_row(const CandidateRecorded& signal) {
+  SignalRow row{{signal.eval_id, "-", "-", "-", "-", "-", "-"}, signal.expression};
   if (signal.statistics) {
     const BacktestStatistics& statistics = *signal.statistics;
-    cells[2] = fmt::format("{:.2f}", statistics.sharpe);
-    cells[3] = fmt::format("{:.2f}", statistics.gross_returns_sharpe);
-    cells[4] = fmt::format("{:.1f}", 100.0 * statistics.annualized_returns);
-    cells[5] = fmt::format("{:.3f}", statistics.turnover);
-    cells[6] = fmt::format("{:.1f}", 100.0 * statistics.drawdown);
-    cells[7] = fmt::format("{:.2f}", statistics.quality_score);
+    row.cells = {signal.eval_id,
+                 two_digits(statistics.sharpe),
+                 two_digits(statistics.gross_returns_sharpe),
+                 fmt::format("{:.1f}", 100.0 * statistics.annualized_returns),
+                 fmt::format("{:.3f}", statistics.turnover),
+                 fmt::format("{:.1f}", 100.0 * statistics.drawdown),
+                 two_digits(statistics.quality_score)};
   }
-  return figures_row(cells);
+  return row;
 }
 
 // --- the end in words ---
 
-// A gate with the option that relaxes it.
-struct GateOption {
+// A threshold with the option that relaxes it, or with the key of the configuration where there is
+// no option.
+struct Mend {
   genetic::Key reason;
-  const char* option;
+  const char* setting;
   double threshold;
   bool is_minimum;
 };
 
-std::array<GateOption, 6> gate_options(const embedded::GateThresholds& gates) {
+std::array<Mend, 11> threshold_mends(const embedded::HostConfig& config) {
   namespace reasons = genetic::reasons;
+  const embedded::GateThresholds& gates = config.gates;
+  const embedded::HardLimits& limits = config.limits;
   return {{{reasons::kAbsWeightSumMeanBelowMin, "--min-gross-exposure",
             gates.min_abs_weight_sum_mean, true},
            {reasons::kTurnoverMax, "--max-turnover", gates.max_turnover, false},
@@ -137,7 +83,15 @@ std::array<GateOption, 6> gate_options(const embedded::GateThresholds& gates) {
            {reasons::kDeltaExposureMax, "--max-net-exposure", gates.max_delta_exposure, false},
            {reasons::kGrossReturnsSharpeBelowMin, "--min-gross-sharpe",
             gates.min_gross_returns_sharpe, true},
-           {reasons::kSharpeMin, "--min-sharpe", gates.min_sharpe, true}}};
+           {reasons::kSharpeMin, "--min-sharpe", gates.min_sharpe, true},
+           {reasons::kTurnoverExceeded, "limits.turnover in --config", limits.turnover, false},
+           {reasons::kMaxWeightExceeded, "limits.max_weight in --config", limits.max_weight, false},
+           {reasons::kDeltaExposureExceeded, "limits.delta_exposure in --config",
+            limits.delta_exposure, false},
+           {reasons::kCorrelationExceeded, "pool.correlation_max in --config",
+            config.pool.correlation_max, false},
+           {reasons::kPnlMiBelowThreshold, "pool.pnl_mi_min in --config", config.pool.pnl_mi_min,
+            true}}};
 }
 
 std::string counted(std::int64_t count, const char* noun) {
@@ -160,9 +114,18 @@ std::string started_text(const embedded::SearchStarted& started, Width width) {
                          started.first_date, started.last_date),
              width) +
          entry_text(
+             "days    ",
+             fmt::format("in sample {}, to {}; hold-out {}, from {}", started.seen_days,
+                         started.last_seen_date, started.holdout_days, started.first_holdout_date),
+             width) +
+         entry_text(
              "store   ",
              fmt::format("{}, run {}", on_one_line(started.database.string()), started.run_id),
              width) +
+         entry_text("pool    ",
+                    fmt::format("\"{}\", market {}, era {}", on_one_line(started.signal_pool_name),
+                                started.market_id, started.era_number),
+                    width) +
          entry_text("search  ",
                     fmt::format("batches of {}, {}, seed {}", started.batch_size,
                                 counted(started.jobs, "job"), started.seed),
@@ -181,29 +144,19 @@ std::string metrics_text(const Mapping& metrics, Width width) {
 }
 
 std::string best_signals_text(const std::vector<CandidateRecorded>& best, Width width) {
-  const std::size_t beside = figures_width() + 2;
-  const bool is_below = width && *width < beside + kNarrowestExpression;
-  std::string text = headings_row() + (is_below ? "\n" : "  expression\n");
-  for (std::size_t i = 0; i < best.size(); ++i) {
-    const std::string expression = on_one_line(best[i].expression);
-    const std::size_t indent = is_below ? kExpressionIndent : beside;
-    const std::vector<std::string> lines = wrapped_beside(expression, width, indent);
-    text += signal_row(i + 1, best[i]);
-    for (std::size_t line = 0; line < lines.size(); ++line) {
-      const bool continues_row = line == 0 && !is_below;
-      text += continues_row ? "  " : "\n" + std::string(indent, ' ');
-      text += lines[line];
-    }
-    text += "\n";
-  }
-  return text;
+  const std::vector<TableColumn> columns = {{"id"},       {"sharpe"},     {"gross"},  {"return %"},
+                                            {"turnover"}, {"drawdown %"}, {"quality"}};
+  std::vector<SignalRow> rows;
+  for (const CandidateRecorded& signal : best)
+    rows.push_back(signal_row(signal));
+  return signal_table_text(columns, rows, width);
 }
 
 std::string mend_for(const std::string& reason, const SearchOptions& options) {
-  for (const GateOption& gate : gate_options(options.gates)) {
-    if (gate.reason.view() != reason) continue;
-    return fmt::format("{} {} {} {}", gate.is_minimum ? "lower" : "raise", gate.option,
-                       gate.is_minimum ? "below" : "above", gate.threshold);
+  for (const Mend& mend : threshold_mends(options.config)) {
+    if (mend.reason.view() != reason) continue;
+    return fmt::format("{} {} {} {}", mend.is_minimum ? "lower" : "raise", mend.setting,
+                       mend.is_minimum ? "below" : "above", mend.threshold);
   }
   if (reason == "worker_timeout") {
     return fmt::format("raise --timeout above {}", options.timeout_seconds);
@@ -255,7 +208,8 @@ std::string end_in_words(const SearchSummary& summary, const SearchOptions& opti
   return fmt::format("the search gave the reason {}", reason);
 }
 
-std::string summary_text(const SearchSummary& summary, const SearchOptions& options, Width width) {
+std::string summary_text(const SearchSummary& summary, const SearchOptions& options,
+                         const embedded::SearchStarted& started, Width width) {
   std::string text;
   if (summary.metrics.is_mapping()) {
     text += "Metrics\n" + metrics_text(summary.metrics.mapping(), width) + "\n";
@@ -263,10 +217,11 @@ std::string summary_text(const SearchSummary& summary, const SearchOptions& opti
   if (summary.progress.passing == 0) {
     text += nothing_passed_text(summary.progress, options) + "\n";
   } else if (!summary.best.empty()) {
-    text += fmt::format("Best signals ({} of {} that passed)\n", summary.best.size(),
+    text += fmt::format("Best in sample ({} of {} that passed)\n", summary.best.size(),
                         summary.progress.passing);
     text += best_signals_text(summary.best, width) + "\n";
   }
+  text += pool_text(summary, started, width) + "\n";
   text += entry_text("",
                      fmt::format("Everything is stored in {}, run {}.",
                                  on_one_line(options.database.string()), summary.run_id),

@@ -4,11 +4,10 @@
 // wrapped or cut.
 #pragma once
 
-#include <cstddef>
-#include <optional>
 #include <string>
 #include <vector>
 
+#include "apps/genetic_search/text_layout.hpp"
 #include "hosts/embedded/gates/gates.hpp"
 #include "hosts/embedded/search/search_events.hpp"
 #include "hosts/embedded/search/search_options.hpp"
@@ -16,21 +15,18 @@
 
 namespace varnholt::app {
 
-using Width = std::optional<std::size_t>;
-
 // What is searched, with what, and where it is stored.
 [[nodiscard]] std::string started_text(const embedded::SearchStarted& started, Width width);
 
 // Each entry of the metrics record, in the record's order.
 [[nodiscard]] std::string metrics_text(const genetic::Mapping& metrics, Width width);
 
-// A row for each signal: its rank, its number in the run (which the store has too), and
+// A row for each signal: its id in the store, and of the days that the search saw
 //   sharpe, gross     annualised, after and before costs
 //   return %          a year, after costs
 //   turnover          fractions of the capital a day
 //   drawdown %        the deepest fall from a peak
 //   quality           what the signals are ranked by
-//   expression        wrapped beside the figures, or below them on a narrow terminal
 [[nodiscard]] std::string best_signals_text(const std::vector<embedded::CandidateRecorded>& best,
                                             Width width);
 
@@ -46,9 +42,10 @@ using Width = std::optional<std::size_t>;
 [[nodiscard]] std::string end_in_words(const embedded::SearchSummary& summary,
                                        const embedded::SearchOptions& options);
 
-// The whole end of a run: metrics, best signals or why there are none, where everything is stored,
-// why it ended.
+// The whole end of a run: metrics, best signals or why there are none, the pool (pool_report.hpp),
+// where everything is stored, why it ended.
 [[nodiscard]] std::string summary_text(const embedded::SearchSummary& summary,
-                                       const embedded::SearchOptions& options, Width width);
+                                       const embedded::SearchOptions& options,
+                                       const embedded::SearchStarted& started, Width width);
 
 }  // namespace varnholt::app

@@ -30,8 +30,10 @@ std::unique_ptr<RunObserver> make_observer(const RunCommand& command, const RunO
 
 }  // namespace
 
-int run_command(const RunCommand& command, const RunSearch& search, const RunOutputs& outputs,
+int run_command(const RunCommand& given, const RunSearch& search, const RunOutputs& outputs,
                 const embedded::InterruptFlag& interrupt) {
+  RunCommand command = given;
+  command.search.config = resolved_config(given.config_file, given.overrides);
   const std::unique_ptr<RunObserver> observer = make_observer(command, outputs, interrupt);
   try {
     const embedded::SearchSummary summary = search(command.search, *observer, interrupt);

@@ -16,9 +16,10 @@ namespace varnholt::app {
 using RunSearch = std::function<embedded::SearchSummary(
     const embedded::SearchOptions&, embedded::SearchObserver&, const embedded::InterruptFlag&)>;
 
-// The exit code of the run. Errors are told here, because only here it is known whether the search
-// had begun, and with it whether an error is one of the input. What is no std::exception passes.
-[[nodiscard]] int run_command(const RunCommand& command, const RunSearch& search,
+// The exit code of the run. Errors of the search are told here, because only here it is known
+// whether it had begun, and with it whether an error is one of the input. Passed on are the errors
+// of the configuration (run_config.hpp), which come before it, and what is no std::exception.
+[[nodiscard]] int run_command(const RunCommand& given, const RunSearch& search,
                               const RunOutputs& outputs, const embedded::InterruptFlag& interrupt);
 
 }  // namespace varnholt::app

@@ -1,9 +1,13 @@
 #include "apps/genetic_search/text_layout.hpp"
 
+#include <algorithm>
+
 namespace varnholt::app {
 namespace {
 
 constexpr std::string_view kEllipsis = "...";
+// However narrow a terminal is.
+constexpr std::size_t kNarrowestColumn = 10;
 
 bool continues_code_point(char byte) {
   return (static_cast<unsigned char>(byte) & 0xc0U) == 0x80U;
@@ -77,6 +81,21 @@ std::vector<std::string> wrap_text(std::string_view text, std::size_t width) {
   }
   lines.emplace_back(rest);
   return lines;
+}
+
+std::vector<std::string> wrapped_beside(std::string_view text, Width width, std::size_t indent) {
+  if (!width) return {std::string(text)};
+  return wrap_text(text, std::max(*width, indent + kNarrowestColumn) - indent);
+}
+
+std::string entry_text(std::string_view name, std::string_view text, Width width) {
+  const std::size_t indent = column_count(name);
+  std::string entry(name);
+  for (const std::string& line : wrapped_beside(text, width, indent)) {
+    if (entry.size() > name.size()) entry += std::string(indent, ' ');
+    entry += line + "\n";
+  }
+  return entry;
 }
 
 std::string padded(std::string_view text, std::size_t width, Align align) {

@@ -5,11 +5,15 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace varnholt::app {
+
+// The columns of a terminal; absent where the text goes elsewhere and nothing is wrapped.
+using Width = std::optional<std::size_t>;
 
 [[nodiscard]] std::size_t column_count(std::string_view text);
 
@@ -22,6 +26,13 @@ namespace varnholt::app {
 // The text in lines of at most `width` columns, broken after blanks, commas and opening brackets
 // where there are any, else anywhere. Blanks at a break are dropped. At least one line.
 [[nodiscard]] std::vector<std::string> wrap_text(std::string_view text, std::size_t width);
+
+// The lines of a text that begins in column `indent` of a terminal; one line without a terminal.
+[[nodiscard]] std::vector<std::string> wrapped_beside(std::string_view text, Width width,
+                                                      std::size_t indent);
+
+// A name and a text beside it, whose further lines begin below its first. All lines are ended.
+[[nodiscard]] std::string entry_text(std::string_view name, std::string_view text, Width width);
 
 enum class Align { Left, Right };
 

@@ -19,7 +19,7 @@ Width TextObserver::width() const {
 }
 
 void TextObserver::tell_started(const embedded::SearchStarted& started) {
-  batch_size_ = started.batch_size;
+  started_ = started;
   if (!style_.quiet) outputs().text.write(started_text(started, width()));
 }
 
@@ -30,7 +30,8 @@ void TextObserver::tell_progress(const embedded::SearchProgress& progress,
   // could not be erased.
   constexpr std::size_t kKeptFree = 3;
   const std::size_t columns = std::max(style_.terminal_width(), kKeptFree + 1) - kKeptFree;
-  const std::string line = live_progress_text(progress, evaluated_in_batch, batch_size_, columns);
+  const std::string line =
+      live_progress_text(progress, evaluated_in_batch, started_.batch_size, columns);
   if (const auto drawing = line_.draw(line, progress.elapsed_seconds)) {
     outputs().text.write(*drawing);
   }
@@ -41,6 +42,9 @@ void TextObserver::tell_stopping(const embedded::SearchProgress& progress) {
 }
 
 void TextObserver::on_recorded(const embedded::CandidateRecorded& /*candidate*/) {}
+
+// What was submitted is told at the end, and what was refused is counted there.
+void TextObserver::on_settled(const embedded::SettledSignal& /*signal*/) {}
 
 void TextObserver::on_generation(const embedded::SearchProgress& progress) {
   if (style_.quiet || style_.terminal_width) return;
@@ -61,7 +65,7 @@ void TextObserver::finish(const embedded::SearchSummary& summary) {
   if (!style_.quiet && !style_.terminal_width && summary.progress.generation > 0) {
     outputs().text.write("\n");
   }
-  outputs().text.write(summary_text(summary, options_, width()));
+  outputs().text.write(summary_text(summary, options_, started_, width()));
 }
 
 }  // namespace varnholt::app

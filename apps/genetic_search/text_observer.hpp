@@ -28,6 +28,7 @@ class TextObserver : public RunObserver {
   void clear() override;
 
   void on_recorded(const embedded::CandidateRecorded& candidate) override;
+  void on_settled(const embedded::SettledSignal& signal) override;
   void on_generation(const embedded::SearchProgress& progress) override;
   void on_log(embedded::LogLevel level, std::string_view text) override;
   void on_metrics(const genetic::Mapping& metrics) override;
@@ -44,7 +45,7 @@ class TextObserver : public RunObserver {
   embedded::SearchOptions options_;
   Style style_;
   LiveLine line_;
-  std::int64_t batch_size_ = 0;
+  embedded::SearchStarted started_;
 };
 
 }  // namespace varnholt::app

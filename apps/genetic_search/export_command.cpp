@@ -1,0 +1,65 @@
+#include "apps/genetic_search/export_command.hpp"
+
+#include <system_error>
+
+#include <fmt/format.h>
+
+#include "apps/genetic_search/store_reader.hpp"
+#include "apps/genetic_search/stored_signal.hpp"
+#include "apps/genetic_search/text_layout.hpp"
+#include "hosts/embedded/search/signal_export.hpp"
+
+namespace varnholt::app {
+namespace {
+
+using embedded::ExportError;
+
+std::filesystem::path prices_of(const ExportCommand& command, const embedded::RunStart& run) {
+  if (command.prices) return *command.prices;
+  if (run.price_path.empty()) {
+    throw ExportError(fmt::format(
+        "the store does not say where the price file {} was; name it with --prices FILE",
+        on_one_line(run.price_file)));
+  }
+  return run.price_path;
+}
+
+// --force replaces an earlier export, not what it was made of.
+void refuse_input_as_output(const ExportCommand& command, const std::filesystem::path& prices) {
+  for (const std::filesystem::path& input : {command.database, prices}) {
+    std::error_code ignored;  // Files that are not there are not the same.
+    if (std::filesystem::equivalent(input, command.weights, ignored)) {
+      throw ExportError(fmt::format("{}: it is a file that the export reads; name another one",
+                                    command.weights.string()));
+    }
+  }
+}
+
+}  // namespace
+
+void export_command(const ExportCommand& command, Output& output,
+                    const embedded::InterruptFlag& interrupt) {
+  using embedded::Existing;
+  const auto check_interrupt = [&interrupt] {
+    if (interrupt.requests > 0) throw embedded::InterruptedAtOnce();
+  };
+  const Existing existing = command.force ? Existing::IsReplaced : Existing::IsKept;
+  StoreReader store(command.database);
+  const embedded::EvaluationOfRun found = required_evaluation(store, command.eval_id);
+  const std::filesystem::path prices = prices_of(command, found.run.start);
+  refuse_input_as_output(command, prices);
+  embedded::check_weights_path(command.weights, existing);
+
+  const embedded::MarketData data = embedded::read_run_prices(prices, found.run.start.price_digest);
+  check_interrupt();
+  const embedded::Panel weights = embedded::history_weights(data, found.evaluation.graph_json);
+  check_interrupt();
+  embedded::write_weights(command.weights, data, weights, existing);
+  output.write(fmt::format("{}: the weights of {} on {} days, {} to {}, in {} instruments\n",
+                           on_one_line(command.weights.string()), found.evaluation.eval_id,
+                           data.day_count(), embedded::date_text(data.dates.front()),
+                           embedded::date_text(data.dates.back()), data.instrument_count()));
+  output.throw_if_failed();
+}
+
+}  // namespace varnholt::app

@@ -1,0 +1,17 @@
+// "genetic-search export": the daily weights of one signal, as a file.
+#pragma once
+
+#include "apps/genetic_search/options.hpp"
+#include "apps/genetic_search/output.hpp"
+#include "hosts/embedded/search/interrupt.hpp"
+
+namespace varnholt::app {
+
+// Writes the file and tells what is in it. Until the file is whole, an interrupt ends it with
+// InterruptedAtOnce and without a file. Throws StoreError, UsageError for an id that the store does
+// not have, ExportError and PriceFileError for prices or a file that cannot be used,
+// std::system_error when the file cannot be written, and OutputError.
+void export_command(const ExportCommand& command, Output& output,
+                    const embedded::InterruptFlag& interrupt);
+
+}  // namespace varnholt::app

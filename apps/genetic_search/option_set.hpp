@@ -1,0 +1,136 @@
+// The options of one command, as the parser of the command line wants them.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <limits>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include <CLI/CLI.hpp>
+
+#include "apps/genetic_search/help_page.hpp"
+#include "apps/genetic_search/option_values.hpp"
+#include "apps/genetic_search/text_layout.hpp"
+#include "apps/genetic_search/usage_error.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::app {
+
+// What an option's target holds when it holds something.
+template <typename Target>
+struct Held {
+  using Type = Target;
+};
+template <typename Target>
+struct Held<std::optional<Target>> {
+  using Type = Target;
+};
+
+// The options of one command, each with its description wrapped for the help.
+class Options {
+ public:
+  explicit Options(CLI::App& command) : command_(command) {}
+
+  // Options from here on stand under this heading.
+  void group(std::string heading) { group_ = std::move(heading); }
+
+  void text(const std::string& name, const char* unit, const std::string& description,
+            std::filesystem::path& target) {
+    add(name, unit, description, [name, &target](const std::string& value) {
+      if (value.empty()) throw UsageError(name + " wants the name of a file, not an empty text");
+      target = value;
+    });
+  }
+
+  void optional_text(const std::string& name, const char* unit, const std::string& description,
+                     std::optional<std::filesystem::path>& target) {
+    add(name, unit, description, [name, &target](const std::string& value) {
+      if (value.empty()) throw UsageError(name + " wants the name of a file, not an empty text");
+      target = value;
+    });
+  }
+
+  // A setting of the search template, which reads and judges the text itself.
+  void setting(const std::string& name, const char* unit, const std::string& description,
+               std::optional<genetic::Value>& target) {
+    add(name, unit, description, [&target](const std::string& value) { target = value; });
+  }
+
+  void text(const std::string& name, const char* unit, const std::string& description,
+            std::optional<std::string>& target) {
+    add(name, unit, description, [&target](const std::string& value) { target = value; });
+  }
+
+  // A text that `refusal` finds nothing wrong with; what it says otherwise is told after the name.
+  void checked_text(const std::string& name, const char* unit, const std::string& description,
+                    std::string (*refusal)(const std::string&),
+                    std::optional<std::string>& target) {
+    add(name, unit, description, [name, refusal, &target](const std::string& value) {
+      const std::string trouble = refusal(value);
+      if (!trouble.empty()) throw UsageError(name + " " + trouble);
+      target = value;
+    });
+  }
+
+  // A word without a name, which stands by its place.
+  template <typename Target>
+  void positional(const char* name, Target& target) {
+    command_.add_option(name, target)->group(group_);
+  }
+
+  void rates(const std::string& name, const char* unit, const std::string& description,
+             std::optional<genetic::Value>& target) {
+    add(name, unit, description,
+        [name, &target](const std::string& value) { target = rate_list(name, value); });
+  }
+
+  template <typename Target>
+  void whole(const std::string& name, const char* unit, WholeRange range,
+             const std::string& description, Target& target) {
+    add(name, unit, description, [name, range, &target](const std::string& value) {
+      target = static_cast<typename Held<Target>::Type>(whole_number(name, value, range));
+    });
+  }
+
+  template <typename Target>
+  void real(const std::string& name, const char* unit, RealRange range,
+            const std::string& description, Target& target) {
+    add(name, unit, description, [name, range, &target](const std::string& value) {
+      target = real_number(name, value, range);
+    });
+  }
+
+  void flag(const std::string& name, const std::string& description, bool& target) {
+    command_.add_flag(name, target, wrapped(description))->group(group_)->disable_flag_override();
+  }
+
+ private:
+  static std::string wrapped(const std::string& description) {
+    std::string text;
+    for (const std::string& line : wrap_text(description, kHelpWidth - kDescriptionColumn)) {
+      text.append(text.empty() ? "" : "\n").append(line);
+    }
+    return text;
+  }
+
+  void add(const std::string& name, const char* unit, const std::string& description,
+           const std::function<void(const std::string&)>& read) {
+    command_.add_option_function<std::string>(name, read, wrapped(description))
+        ->type_name(unit)
+        ->group(group_)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+  }
+
+  CLI::App& command_;
+  std::string group_;
+};
+
+[[nodiscard]] constexpr WholeRange from(
+    std::int64_t least, std::int64_t most = std::numeric_limits<std::int64_t>::max()) {
+  return {least, most};
+}
+
+}  // namespace varnholt::app

@@ -1,0 +1,75 @@
+#include "apps/genetic_search/pool_report.hpp"
+
+#include <cstdint>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "apps/genetic_search/progress_line.hpp"
+#include "apps/genetic_search/signal_table.hpp"
+
+namespace varnholt::app {
+namespace {
+
+// There are two.
+constexpr std::size_t kListedRefusals = 10;
+
+std::string table_of(const embedded::SearchSummary& summary, Width width) {
+  const std::vector<TableColumn> columns = {
+      {"id"}, {"in sample"}, {"hold-out"}, {"novelty"}, {"correlation"}};
+  std::vector<SignalRow> rows;
+  for (const embedded::SubmittedSignal& signal : summary.submitted) {
+    rows.push_back({{signal.eval_id, two_digits(signal.statistics.in_sample.sharpe),
+                     two_digits(signal.statistics.holdout.sharpe), two_digits(signal.novelty),
+                     two_digits(signal.correlation)},
+                    signal.expression});
+  }
+  rows.push_back({{"market", two_digits(summary.market.in_sample.sharpe),
+                   two_digits(summary.market.holdout.sharpe), "-", "-"},
+                  "the same weight in every instrument, long only"});
+  return signal_table_text(columns, rows, width);
+}
+
+}  // namespace
+
+std::string sample_days_text(const embedded::SearchStarted& started) {
+  return fmt::format(
+      "In sample are the {} days from {} to {}, which the search saw; hold-out are the {} days "
+      "from {} to {}, which it never saw.",
+      started.seen_days, started.first_date, started.last_seen_date, started.holdout_days,
+      started.first_holdout_date, started.last_date);
+}
+
+std::string submission_counts_text(const embedded::SubmissionCounts& counts) {
+  std::int64_t refused = 0;
+  for (const auto& [reason, count] : counts.refused)
+    refused += count;
+  std::string text = fmt::format("{} submitted, {} refused", counts.submitted, refused);
+  if (refused > 0) text += fmt::format(" ({})", failures_text(counts.refused, kListedRefusals));
+  return text + fmt::format(", {} waiting", counts.waiting);
+}
+
+std::string pool_text(const embedded::SearchSummary& summary,
+                      const embedded::SearchStarted& started, Width width) {
+  const std::size_t count = summary.submitted.size();
+  const std::string pool = on_one_line(started.signal_pool_name);
+  std::string text =
+      count == 0 ? fmt::format(
+                       "No signal was submitted to the pool \"{}\". The market to beat, by Sharpe "
+                       "ratio\n",
+                       pool)
+                 : fmt::format(
+                       "Submitted to the pool \"{}\": {} signal{}, beside the market, by Sharpe "
+                       "ratio\n",
+                       pool, count, count == 1 ? "" : "s");
+  text += table_of(summary, width);
+  text += entry_text("", sample_days_text(started), width);
+  std::string counts = "Submissions: " + submission_counts_text(summary.submissions);
+  // A run settles what one that died has left in the queue.
+  if (static_cast<std::uint64_t>(summary.submissions.submitted) > count) {
+    counts += ", left-overs of earlier runs among them";
+  }
+  return text + entry_text("", counts + ".", width);
+}
+
+}  // namespace varnholt::app

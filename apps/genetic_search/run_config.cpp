@@ -1,0 +1,38 @@
+#include "apps/genetic_search/run_config.hpp"
+
+#include <fmt/format.h>
+
+#include "apps/genetic_search/usage_error.hpp"
+
+namespace varnholt::app {
+namespace {
+
+template <typename Target, typename Value>
+void override_with(Target& target, const std::optional<Value>& value) {
+  if (value) target = *value;
+}
+
+}  // namespace
+
+embedded::HostConfig resolved_config(const std::optional<std::filesystem::path>& file,
+                                     const ConfigOverrides& overrides) {
+  embedded::HostConfig config = file ? embedded::read_host_config(*file) : embedded::HostConfig();
+  embedded::GateThresholds& gates = config.gates;
+  override_with(gates.min_abs_weight_sum_mean, overrides.min_abs_weight_sum_mean);
+  override_with(gates.max_turnover, overrides.max_turnover);
+  override_with(gates.max_max_weight, overrides.max_max_weight);
+  override_with(gates.max_delta_exposure, overrides.max_delta_exposure);
+  override_with(gates.min_gross_returns_sharpe, overrides.min_gross_returns_sharpe);
+  override_with(gates.min_sharpe, overrides.min_sharpe);
+  override_with(config.eras.era, overrides.era);
+  override_with(config.pool.name, overrides.pool_name);
+  if (overrides.era && *overrides.era > config.eras.train) {
+    throw UsageError(fmt::format(
+        "--era {} is beyond the {} train era{}; give one of those, or more of them with eras.train "
+        "in the file of --config",
+        *overrides.era, config.eras.train, config.eras.train == 1 ? "" : "s"));
+  }
+  return config;
+}
+
+}  // namespace varnholt::app

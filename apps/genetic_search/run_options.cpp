@@ -1,0 +1,190 @@
+#include "apps/genetic_search/run_options.hpp"
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <string>
+
+#include <fmt/format.h>
+
+#include "hosts/embedded/backtest/statistics.hpp"
+#include "hosts/embedded/search/embedded_host.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::app {
+namespace {
+
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+void add_breeding_options(Options& options, embedded::SearchOptions& search) {
+  embedded::EmbeddedSettings defaults;
+  options.setting(
+      "--elite-fraction", "X",
+      fmt::format("The share of the candidates that are parents, above 0 and at most 1. "
+                  "Default: {}.",
+                  genetic::str(defaults.default_elite_fraction())),
+      search.elite_fraction);
+  options.setting("--diversity-weight", "X",
+                  fmt::format("What a parent's score loses for repeating another. Default: {}.",
+                              genetic::str(defaults.default_diversity_weight())),
+                  search.diversity_weight);
+  options.setting("--parsimony-weight", "X",
+                  fmt::format("What a score loses for each node of its expression. Default: {}.",
+                              genetic::str(defaults.default_parsimony_weight())),
+                  search.parsimony_weight);
+  options.whole("--restart-threshold", "N", from(1),
+                fmt::format("Generations without a better score before a restart. Default: {}.",
+                            genetic::str(defaults.default_restart_threshold())),
+                search.restart_threshold);
+  options.rates(
+      "--operator-rates", "NAME=X,...",
+      "Rates of crossover, point_mutation, subtree_mutation and hoist_mutation; those left "
+      "out keep their default.",
+      search.operator_rates);
+  options.optional_text("--seeds", "FILE",
+                        "A JSON list of graphs, with which the first generation begins.",
+                        search.seeds);
+}
+
+void add_search_options(Options& options, embedded::SearchOptions& search) {
+  options.group("Data");
+  options.text("--prices", "FILE", "Daily prices, as CSV (see below). Needed.", search.prices);
+  options.text("--db", "FILE",
+               fmt::format("The store: an SQLite file, made when it is not there, to which the "
+                           "run is added. Default: {} in the current folder.",
+                           kDefaultDatabase),
+               search.database);
+
+  options.group("When the run ends (without a limit: at Ctrl-C)");
+  options.whole("--generations", "N", from(1), "After N generations.", search.generations);
+  options.whole("--candidates", "N", from(1),
+                "After N evaluated candidates; the batch under way is completed.",
+                search.candidates);
+  options.real("--seconds", "S", {0.0, kInfinity, true},
+               "After S seconds; evaluations under way are given up.", search.seconds);
+
+  options.group("Search");
+  options.whole("--batch-size", "N", from(1, 1'000'000),
+                fmt::format("Candidates a generation. Default: {}.",
+                            genetic::str(embedded::EmbeddedSettings().default_batch_size())),
+                search.batch_size);
+  options.whole("--seed", "N", from(0),
+                "Repeats a run: the same seed, prices and settings give the same candidates. "
+                "Default: drawn anew, and told.",
+                search.seed);
+
+  options.group("Breeding");
+  add_breeding_options(options, search);
+
+  options.group("Expressions");
+  options.whole("--max-depth", "N", from(1, 100),
+                fmt::format("Nodes on the longest way down an expression. Default: {}.",
+                            search.graphs.max_depth),
+                search.graphs.max_depth);
+  options.whole("--max-nodes", "N", from(1, 10'000),
+                fmt::format("Nodes of an expression: features, functions and windows. Default: {}.",
+                            search.graphs.max_nodes),
+                search.graphs.max_nodes);
+  options.whole("--max-window", "DAYS", from(1, 100'000),
+                fmt::format("The longest look back of a function, in trading days. Default: {}.",
+                            search.graphs.max_window),
+                search.graphs.max_window);
+}
+
+std::string pool_name_refusal(const std::string& name) {
+  // The rule of the configuration's key.
+  constexpr std::size_t kLongest = 100;
+  const auto is_printable = [](char character) { return character >= 0x20 && character < 0x7f; };
+  const bool is_good = !name.empty() && name.size() <= kLongest &&
+                       std::all_of(name.begin(), name.end(), is_printable);
+  return is_good ? std::string() : "wants 1 to 100 printable ASCII characters, such as signals";
+}
+
+void add_config_options(Options& options, RunCommand& run) {
+  const embedded::HostConfig defaults;
+  options.group("Configuration");
+  options.optional_text("--config", "FILE",
+                        "A TOML file with gates, limits, pool, eras and market. The gates below, "
+                        "--era and --pool override what it says.",
+                        run.config_file);
+  options.whole("--era", "N", from(1, embedded::kLargestEraCount),
+                "The era that is searched: the search sees the days up to its end. Default: the "
+                "last before the hold-out.",
+                run.overrides.era);
+  options.checked_text("--pool", "NAME",
+                       fmt::format("The pool that signals are compared with and submitted to. "
+                                   "Default: {}.",
+                                   defaults.pool.name),
+                       pool_name_refusal, run.overrides.pool_name);
+}
+
+void add_judging_options(Options& options, embedded::SearchOptions& search,
+                         ConfigOverrides& overrides) {
+  const embedded::GateThresholds gates;
+  options.group("Backtest");
+  options.real("--cost-bps", "BP", {0.0, embedded::kLargestCosts},
+               fmt::format("Costs in basis points (1/10,000) of what is traded. Default: {}.",
+                           search.cost_basis_points),
+               search.cost_basis_points);
+
+  options.group("Gates (what a signal needs to pass; defaults where --config says nothing)");
+  options.real("--min-sharpe", "X", {-kInfinity, kInfinity},
+               fmt::format("Annualised Sharpe ratio after costs. Default: {}.", gates.min_sharpe),
+               overrides.min_sharpe);
+  options.real("--min-gross-sharpe", "X", {-kInfinity, kInfinity},
+               fmt::format("Annualised Sharpe ratio before costs. Default: {}.",
+                           gates.min_gross_returns_sharpe),
+               overrides.min_gross_returns_sharpe);
+  options.real("--max-turnover", "X", {0.0, kInfinity},
+               fmt::format("Mean fraction of the capital traded a day; 2 turns the whole book "
+                           "round. Default: {}.",
+                           gates.max_turnover),
+               overrides.max_turnover);
+  options.real("--max-weight", "X", {0.0, kInfinity},
+               fmt::format("Largest weight of one instrument on any day; 1 is all of the capital. "
+                           "Default: {}.",
+                           gates.max_max_weight),
+               overrides.max_max_weight);
+  options.real("--max-net-exposure", "X", {0.0, kInfinity},
+               fmt::format("Mean absolute net exposure; 0 is market neutral, 1 all on one side. "
+                           "Default: {}.",
+                           gates.max_delta_exposure),
+               overrides.max_delta_exposure);
+  options.real("--min-gross-exposure", "X", {0.0, kInfinity},
+               fmt::format("Mean gross exposure; 1 is a position on every day. Default: {}.",
+                           gates.min_abs_weight_sum_mean),
+               overrides.min_abs_weight_sum_mean);
+}
+
+void add_worker_options(Options& options, RunCommand& run) {
+  options.group("Workers");
+  options.whole("--jobs", "N", from(1, 4096), "Worker processes at once. Default: one a processor.",
+                run.search.jobs);
+  options.real(
+      "--timeout", "S", {0.0, kInfinity, true},
+      fmt::format("Seconds that one evaluation may take. Default: {}.", run.search.timeout_seconds),
+      run.search.timeout_seconds);
+  options.whole("--worker-memory", "MIB", from(1, 1 << 30),
+                "Memory that one worker may use, in MiB. Default: no limit.",
+                run.worker_memory_mebibytes);
+
+  options.group("Output");
+  options.whole("--best", "N", from(0, 100'000),
+                fmt::format("How many of the best signals are shown at the end. Default: {}.",
+                            run.search.best_count),
+                run.search.best_count);
+  options.flag("--json", "One JSON object a line, for machines; the last is the metrics record.",
+               run.json);
+  options.flag("--quiet", "No progress: only warnings, errors and the end.", run.quiet);
+}
+
+}  // namespace
+
+void add_run_options(Options& options, RunCommand& run) {
+  add_search_options(options, run.search);
+  add_config_options(options, run);
+  add_judging_options(options, run.search, run.overrides);
+  add_worker_options(options, run);
+}
+
+}  // namespace varnholt::app

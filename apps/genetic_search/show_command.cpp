@@ -1,0 +1,241 @@
+#include "apps/genetic_search/show_command.hpp"
+
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include "apps/genetic_search/signal_lineage.hpp"
+#include "apps/genetic_search/signal_table.hpp"
+#include "apps/genetic_search/store_reader.hpp"
+#include "apps/genetic_search/stored_signal.hpp"
+#include "search_templates/genetic/value/json_text.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::app {
+namespace {
+
+using embedded::EvaluationOfRun;
+using embedded::SubmissionRecord;
+using genetic::Key;
+using genetic::key;
+using genetic::Mapping;
+using genetic::MappingCursor;
+using genetic::Value;
+
+constexpr std::size_t kStatisticWidth = 24;
+constexpr std::size_t kFigureWidth = 14;
+
+// All that is shown, as it is stored.
+struct Page {
+  EvaluationOfRun found;
+  std::string expression;
+  Value graph;
+  Value statistics;
+  Value holdout;
+  Value failures;
+  Value eras;
+  std::vector<SubmissionRecord> submissions;
+  Ancestor lineage;
+};
+
+Page page_of(StoreReader& store, const std::string& eval_id) {
+  Page page{required_evaluation(store, eval_id), {}, {}, {}, {}, {}, {}, {}, {}};
+  const embedded::EvaluationRecord& evaluation = page.found.evaluation;
+  const auto json = [&](const std::string& text, const char* what) {
+    return stored_json(store, text, fmt::format("the {} of {}", what, eval_id));
+  };
+  page.expression = stored_expression(evaluation.graph_json);
+  page.graph = json(evaluation.graph_json, "graph");
+  page.statistics = json(evaluation.statistics_json, "statistics");
+  page.holdout = json(evaluation.holdout_statistics_json.value_or("null"), "hold-out statistics");
+  page.failures = json(evaluation.failures_json, "failures");
+  page.eras = stored_json(store, page.found.run.start.eras_json,
+                          fmt::format("the eras of run {}", page.found.run.id));
+  page.submissions = store.submissions().of_evaluation(evaluation.eval_id);
+  page.lineage = ancestry(store, page.found);
+  return page;
+}
+
+// --- the page ---
+
+Value entry(const Value& mapping, const char* name) {
+  return mapping.is_mapping() ? mapping.mapping().get(name) : Value();
+}
+
+std::string text_of(const Value& value) {
+  return value.is_absent() ? "-" : on_one_line(genetic::str(value));
+}
+
+std::string number_text(const Value& value) {
+  if (value.is_real()) return fmt::format("{:.6g}", value.real());
+  return text_of(value);
+}
+
+std::string time_text(double seconds) {
+  return fmt::format("{:%Y-%m-%d %H:%M:%S} UTC", fmt::gmtime(static_cast<std::time_t>(seconds)));
+}
+
+std::string verdict_text(const embedded::EvaluationRecord& evaluation) {
+  if (evaluation.passed) return "passed its gates";
+  std::string text = "failed: " + evaluation.failure_reason.value_or("no reason is stored");
+  return on_one_line(text);
+}
+
+std::string submission_text(const SubmissionRecord& submission) {
+  std::string text = fmt::format("{}, pool \"{}\", market {}, era {}", state_text(submission),
+                                 submission.pool.signal_pool_name, submission.pool.market_id,
+                                 submission.pool.era_number);
+  if (const auto& settlement = submission.settlement) {
+    text += fmt::format("; novelty {:.2f} (at least {:g}), correlation {:.2f} (at most {:g})",
+                        settlement->score, settlement->score_threshold, settlement->correlation,
+                        settlement->correlation_threshold);
+  } else if (submission.pending_reason) {
+    text += "; " + *submission.pending_reason;
+  }
+  return on_one_line(text);
+}
+
+std::string run_text(const embedded::RunRecord& run) {
+  return fmt::format("{}, seed {}, begun {}, {}", run.id, run.start.seed,
+                     time_text(run.start.started_at),
+                     run.terminal_reason ? "ended: " + on_one_line(*run.terminal_reason)
+                                         : std::string("not ended"));
+}
+
+std::string prices_text(const embedded::RunStart& start) {
+  return on_one_line(start.price_path.empty() ? start.price_file : start.price_path) +
+         (start.cost_basis_points
+              ? fmt::format(", costs {:g} basis points", *start.cost_basis_points)
+              : std::string());
+}
+
+// Empty for a run without eras.
+std::string days_text(const Value& eras) {
+  const Value train = entry(eras, "train");
+  const Value holdout = entry(eras, "holdout");
+  const Value era = entry(eras, "era");
+  if (!train.is_list() || !era.is_integer() || era.integer() < 1 ||
+      static_cast<std::size_t>(era.integer()) > train.list().size()) {
+    return {};
+  }
+  const Value last = train.list().at(static_cast<std::size_t>(era.integer() - 1));
+  return fmt::format("in sample {}, {} to {}; hold-out {} to {}", text_of(entry(eras, "seen_days")),
+                     text_of(entry(train.list().at(0), "first_date")),
+                     text_of(entry(last, "last_date")), text_of(entry(holdout, "first_date")),
+                     text_of(entry(holdout, "last_date")));
+}
+
+std::string statistics_text(const Value& statistics, const Value& holdout) {
+  if (!statistics.is_mapping()) return "  none: there was no whole backtest\n";
+  std::string text = "  " + std::string(kStatisticWidth, ' ') +
+                     padded("in sample", kFigureWidth, Align::Right) +
+                     padded("hold-out", kFigureWidth, Align::Right) + "\n";
+  MappingCursor cursor(statistics.mapping());
+  while (const auto figure = cursor.next()) {
+    const std::string name = genetic::str(figure->key);
+    const Value other = holdout.is_mapping() ? holdout.mapping().get(figure->key) : Value();
+    text += "  " + padded(on_one_line(name), kStatisticWidth, Align::Left) +
+            padded(number_text(figure->value), kFigureWidth, Align::Right) +
+            padded(number_text(other), kFigureWidth, Align::Right) + "\n";
+  }
+  return text;
+}
+
+// "sharpe_min  sharpe 0.12 < 0.3, gate sharpe_min", or the detail as it is.
+std::string failures_text(const Value& failures, Width width) {
+  if (!failures.is_mapping()) return {};
+  std::string text;
+  MappingCursor cursor(failures.mapping());
+  while (const auto failure = cursor.next()) {
+    const Value& detail = failure->value;
+    const bool is_gate = !entry(detail, "threshold").is_absent();
+    const std::string told =
+        is_gate
+            ? fmt::format("{} {} {} {}, gate {}", text_of(entry(detail, "metric")),
+                          number_text(entry(detail, "value")), text_of(entry(detail, "operator")),
+                          number_text(entry(detail, "threshold")), text_of(entry(detail, "gate")))
+            : text_of(detail);
+    text += entry_text("  " + on_one_line(genetic::str(failure->key)) + "  ", told, width);
+  }
+  return text;
+}
+
+std::string page_text(const Page& page, Width width) {
+  const embedded::EvaluationRecord& evaluation = page.found.evaluation;
+  std::string text;
+  const auto line = [&](const char* name, const std::string& told) {
+    if (!told.empty()) text += entry_text(padded(name, 12, Align::Left), told, width);
+  };
+  line("evaluation",
+       fmt::format("{}: candidate {} of run {}, generation {}", evaluation.eval_id,
+                   evaluation.candidate_number, page.found.run.id, evaluation.generation));
+  line("expression", on_one_line(page.expression.empty() ? "-" : page.expression));
+  line("verdict", verdict_text(evaluation));
+  for (const SubmissionRecord& submission : page.submissions)
+    line("submission", submission_text(submission));
+  if (page.submissions.empty()) line("submission", "none");
+  line("run", run_text(page.found.run));
+  line("prices", prices_text(page.found.run.start));
+  line("days", days_text(page.eras));
+  text += "\nStatistics\n" + statistics_text(page.statistics, page.holdout);
+  const std::string failures = failures_text(page.failures, width);
+  if (!failures.empty()) text += "\nFailures\n" + failures;
+  text += "\nLineage, parents below their child\n" + ancestry_text(page.lineage, width);
+  // As it stands in the store: it can be given to --seeds within [ ].
+  text += "\nGraph\n" + genetic::json_text(page.graph) + "\n";
+  return text;
+}
+
+// --- JSON ---
+
+Json run_json(const Page& page) {
+  const embedded::RunRecord& run = page.found.run;
+  const embedded::RunStart& start = run.start;
+  return {{"run_id", run.id},
+          {"seed", start.seed},
+          {"started_at", start.started_at},
+          {"ended_at", figure_json(run.ended_at)},
+          {"terminal_reason", run.terminal_reason ? Json(*run.terminal_reason) : Json(nullptr)},
+          {"prices", start.price_path.empty() ? start.price_file : start.price_path},
+          {"price_digest", start.price_digest},
+          {"cost_basis_points", figure_json(start.cost_basis_points)},
+          {"market_id", start.market_id ? Json(*start.market_id) : Json(nullptr)},
+          {"era_number", start.era_number ? Json(*start.era_number) : Json(nullptr)},
+          {"eras", to_json(page.eras)}};
+}
+
+Json page_json(const Page& page) {
+  const embedded::EvaluationRecord& evaluation = page.found.evaluation;
+  Json submissions = Json::array();
+  for (const SubmissionRecord& submission : page.submissions)
+    submissions.push_back(submission_json(submission));
+  return {{"eval_id", evaluation.eval_id},
+          {"candidate_number", evaluation.candidate_number},
+          {"generation", evaluation.generation},
+          {"expression", page.expression.empty() ? Json(nullptr) : Json(page.expression)},
+          {"passed", evaluation.passed},
+          {"failure_reason",
+           evaluation.failure_reason ? Json(*evaluation.failure_reason) : Json(nullptr)},
+          {"failures", to_json(page.failures)},
+          {"statistics", to_json(page.statistics)},
+          {"holdout_statistics", to_json(page.holdout)},
+          {"submissions", submissions},
+          {"run", run_json(page)},
+          {"lineage", ancestry_json(page.lineage)},
+          {"graph_key", evaluation.graph_key},
+          {"graph", to_json(page.graph)}};
+}
+
+}  // namespace
+
+void show_command(const ShowCommand& command, Output& output, Width width) {
+  StoreReader store(command.database);
+  const Page page = page_of(store, command.eval_id);
+  output.write(command.json ? json_line(page_json(page)) : page_text(page, width));
+  output.throw_if_failed();
+}
+
+}  // namespace varnholt::app

@@ -1,0 +1,134 @@
+#include "apps/genetic_search/signal_lineage.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <set>
+
+#include <fmt/format.h>
+
+#include "apps/genetic_search/stored_signal.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::app {
+namespace {
+
+using embedded::EvaluationOfRun;
+using genetic::Key;
+using genetic::key;
+using genetic::Mapping;
+using genetic::Value;
+
+constexpr Key kOrigin = key<"origin">();
+constexpr Key kOperators = key<"operators">();
+constexpr Key kParents = key<"parents">();
+
+constexpr std::size_t kShownKey = 12;
+
+std::vector<std::string> texts(const Value& list) {
+  std::vector<std::string> found;
+  if (!list.is_list()) return found;
+  for (std::size_t i = 0; i < list.list().size(); ++i)
+    found.push_back(genetic::str(list.list().at(i)));
+  return found;
+}
+
+class Tree {
+ public:
+  Tree(StoreReader& store, std::int64_t run)
+      : store_(store), first_candidates_(store.first_candidates(run)) {}
+
+  Ancestor of(const EvaluationOfRun& found, int generations) {
+    const embedded::EvaluationRecord& evaluation = found.evaluation;
+    const Value lineage =
+        stored_json(store_, evaluation.lineage_json, "the lineage of " + evaluation.eval_id);
+    Ancestor ancestor;
+    ancestor.graph_key = evaluation.graph_key;
+    ancestor.eval_id = evaluation.eval_id;
+    ancestor.expression = stored_expression(evaluation.graph_json);
+    ancestor.origin = "unknown";
+    if (!lineage.is_mapping()) return ancestor;
+    const Mapping& entries = lineage.mapping();
+    ancestor.origin = genetic::str(entries.get(kOrigin));
+    ancestor.operators = texts(entries.get(kOperators));
+    const std::vector<std::string> parents = texts(entries.get(kParents));
+    if (parents.empty()) return ancestor;
+    if (generations == 0) {
+      ancestor.parents_are_left_off = true;
+    } else if (!told_.insert(evaluation.eval_id).second) {
+      ancestor.parents_are_above = true;
+    } else {
+      for (const std::string& parent : parents)
+        ancestor.parents.push_back(parent_of(found, parent, generations - 1));
+    }
+    return ancestor;
+  }
+
+ private:
+  Ancestor parent_of(const EvaluationOfRun& child, const std::string& graph_key, int generations) {
+    const auto place = first_candidates_.find(graph_key);
+    if (place != first_candidates_.end() && place->second < child.evaluation.candidate_number) {
+      const auto parent = store_.find_evaluation(embedded::eval_id_of(child.run.id, place->second));
+      if (parent) return of(*parent, generations);
+    }
+    Ancestor unknown;
+    unknown.graph_key = graph_key;
+    unknown.origin = "unknown";
+    return unknown;
+  }
+
+  StoreReader& store_;
+  std::map<std::string, std::int64_t> first_candidates_;
+  std::set<std::string> told_;  // Those whose parents stand in the tree.
+};
+
+std::string origin_text(const Ancestor& ancestor) {
+  if (!ancestor.eval_id) return "not in this run";
+  std::string text = on_one_line(ancestor.origin);
+  if (!ancestor.operators.empty()) {
+    text += " by ";
+    for (std::size_t i = 0; i < ancestor.operators.size(); ++i)
+      text += (i > 0 ? ", then " : "") + on_one_line(ancestor.operators[i]);
+  }
+  if (ancestor.parents_are_above) text += ", parents as above";
+  if (ancestor.parents_are_left_off) text += ", parents not told";
+  return text;
+}
+
+std::string ancestry_text(const Ancestor& ancestor, std::size_t depth, Width width) {
+  const std::string name =
+      ancestor.eval_id ? *ancestor.eval_id : "graph " + ancestor.graph_key.substr(0, kShownKey);
+  std::string text = entry_text(
+      std::string(2 * depth + 2, ' ') + name + "  ",
+      fmt::format("{}{}{}", origin_text(ancestor), ancestor.expression.empty() ? "" : ": ",
+                  on_one_line(ancestor.expression)),
+      width);
+  for (const Ancestor& parent : ancestor.parents)
+    text += ancestry_text(parent, depth + 1, width);
+  return text;
+}
+
+}  // namespace
+
+Ancestor ancestry(StoreReader& store, const EvaluationOfRun& evaluation) {
+  return Tree(store, evaluation.run.id).of(evaluation, kToldGenerations);
+}
+
+std::string ancestry_text(const Ancestor& root, Width width) {
+  return ancestry_text(root, 0, width);
+}
+
+Json ancestry_json(const Ancestor& ancestor) {
+  Json parents = Json::array();
+  for (const Ancestor& parent : ancestor.parents)
+    parents.push_back(ancestry_json(parent));
+  if (ancestor.parents_are_above || ancestor.parents_are_left_off) parents = nullptr;
+  return {{"eval_id", ancestor.eval_id ? Json(*ancestor.eval_id) : Json(nullptr)},
+          {"graph_key", ancestor.graph_key},
+          {"origin", ancestor.origin},
+          {"operators", ancestor.operators},
+          {"expression", ancestor.expression.empty() ? Json(nullptr) : Json(ancestor.expression)},
+          {"parents", parents}};
+}
+
+}  // namespace varnholt::app

@@ -1,0 +1,41 @@
+// Where a stored signal comes from, several generations back.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "apps/genetic_search/json_events.hpp"
+#include "apps/genetic_search/store_reader.hpp"
+#include "apps/genetic_search/text_layout.hpp"
+
+namespace varnholt::app {
+
+// How many generations of parents are told.
+inline constexpr int kToldGenerations = 4;
+
+// A candidate and how it came about.
+struct Ancestor {
+  std::string graph_key;
+  // Of the candidate with this graph; absent when the run has none before its child.
+  std::optional<std::string> eval_id;
+  std::string expression;
+  std::string origin;                  // "bred", "seed", "fresh" or "unknown".
+  std::vector<std::string> operators;  // Of a bred one, in the order in which they were applied.
+  // Empty also where they are told elsewhere in the tree, or are too many generations back.
+  std::vector<Ancestor> parents;
+  bool parents_are_above = false;
+  bool parents_are_left_off = false;
+};
+
+// The tree of an evaluation of `store`.
+[[nodiscard]] Ancestor ancestry(StoreReader& store, const embedded::EvaluationOfRun& evaluation);
+
+// A line for each candidate, its parents below it and further in. Ended.
+[[nodiscard]] std::string ancestry_text(const Ancestor& root, Width width);
+
+// {"eval_id","graph_key","origin","operators","expression","parents":[...]}; `parents` is null where
+// there are parents that are not told here.
+[[nodiscard]] Json ancestry_json(const Ancestor& root);
+
+}  // namespace varnholt::app

@@ -1,0 +1,38 @@
+// What is stored of evaluations, in the forms that the commands that look share.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "apps/genetic_search/json_events.hpp"
+#include "apps/genetic_search/store_reader.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::app {
+
+// The evaluation, with its run. Throws UsageError where the store has none of this id.
+[[nodiscard]] embedded::EvaluationOfRun required_evaluation(StoreReader& store,
+                                                            const std::string& eval_id);
+
+// The graph as a call; empty for a graph that is none of the vocabulary's form.
+[[nodiscard]] std::string stored_expression(const std::string& graph_json);
+
+// A stored JSON text as a value. Where the text is damaged, StoreError that names `what`.
+[[nodiscard]] genetic::Value stored_json(const StoreReader& store, const std::string& text,
+                                         const std::string& what);
+
+// A figure of a statistics mapping; nothing where there are no statistics.
+[[nodiscard]] std::optional<double> figure_of(const genetic::Value& statistics, genetic::Key name);
+
+// The number with two digits, or "-".
+[[nodiscard]] std::string figure_text(const std::optional<double>& figure);
+// The number, or null.
+[[nodiscard]] Json figure_json(const std::optional<double>& figure);
+
+// "submitted", "waiting", "refused: correlation_exceeded".
+[[nodiscard]] std::string state_text(const embedded::SubmissionRecord& submission);
+
+// All of a submission but its payload: `state` is "queued", "submitted" or "refused".
+[[nodiscard]] Json submission_json(const embedded::SubmissionRecord& submission);
+
+}  // namespace varnholt::app

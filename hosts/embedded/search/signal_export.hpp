@@ -1,0 +1,51 @@
+// The weights of one stored signal on every day of its prices, as a file.
+//
+//   const MarketData data = read_run_prices(path, run.price_digest);
+//   write_weights(out, data, history_weights(data, evaluation.graph_json), Existing::IsKept);
+//
+// The weights of day t are taken at the close of day t and earn the return to the close of day t+1
+// (statistics.hpp). Because a signal knows nothing of later days, those of the days that the search
+// saw are what it was judged by: a backtest of these rows gives back the recorded statistics.
+#pragma once
+
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "hosts/embedded/market/market_data.hpp"
+
+namespace varnholt::embedded {
+
+// An export that cannot be done as it was asked for. The text names the file and the mend; nothing
+// was written.
+class ExportError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// The prices in the file, whose bytes must have this digest: any other prices give other weights.
+// ExportError for a file that cannot be read or that has another digest; PriceFileError for one
+// that holds no prices.
+[[nodiscard]] MarketData read_run_prices(const std::filesystem::path& path,
+                                         std::string_view digest);
+
+// A row a day, a column an instrument, as those of `data`. Throws GraphError for a graph that says
+// nothing on these prices, and genetic::ValueError for a text that is no JSON.
+[[nodiscard]] Panel history_weights(const MarketData& data, std::string_view graph_json);
+
+enum class Existing { IsKept, IsReplaced };
+
+// ExportError when write_weights would refuse to write there: to be asked before the weights are
+// made.
+void check_weights_path(const std::filesystem::path& path, Existing existing);
+
+// Writes the columns date,SYMBOL,... with the fewest digits that give back the same doubles. The
+// file is written beside its place and put there when it is whole, so that no one ever sees a part
+// of it, and a file that is replaced stays until then. Throws ExportError as check_weights_path
+// does, std::invalid_argument for weights of another shape than the prices, and std::system_error
+// when the file cannot be written; then what was there before is there still.
+void write_weights(const std::filesystem::path& path, const MarketData& data, const Panel& weights,
+                   Existing existing);
+
+}  // namespace varnholt::embedded
