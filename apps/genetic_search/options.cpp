@@ -60,8 +60,8 @@ constexpr const char* kCheckDescription =
 constexpr const char* kSignalsDescription =
     "Lists the signals that the runs in a store submitted, in the order of\n"
     "submission, with their Sharpe ratios in sample and on the hold-out. The store is\n"
-    "not changed. Exit codes: 0 done, also when there is none, 2 for a file that is no\n"
-    "store and for a run that is not in it.";
+    "not changed. Exit codes: 0 done, also when there is none, 2 for a file that is\n"
+    "no store and for a run that is not in it.";
 
 constexpr const char* kShowDescription =
     "Tells all that is stored of one evaluation: expression, run, submission,\n"
@@ -71,8 +71,8 @@ constexpr const char* kShowDescription =
 
 constexpr const char* kExportDescription =
     "Writes the weights of one signal on every day of the price history, the hold-out\n"
-    "among them: a CSV file with the columns date,SYMBOL,... and all digits. The store\n"
-    "is not changed.";
+    "among them: a CSV file with the columns date,SYMBOL,... and all digits. The\n"
+    "store is not changed.";
 
 constexpr const char* kExportFooter =
     "The weights of a day are taken at its close, and earn the return to the next.\n"

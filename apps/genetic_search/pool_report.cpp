@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "apps/genetic_search/names.hpp"
 #include "apps/genetic_search/progress_line.hpp"
 #include "apps/genetic_search/signal_table.hpp"
 
@@ -53,15 +54,16 @@ std::string pool_text(const embedded::SearchSummary& summary,
                       const embedded::SearchStarted& started, Width width) {
   const std::size_t count = summary.submitted.size();
   const std::string pool = on_one_line(started.signal_pool_name);
-  std::string text =
+  const std::string heading =
       count == 0 ? fmt::format(
-                       "No signal was submitted to the pool \"{}\". The market to beat, by Sharpe "
-                       "ratio\n",
+                       "No signal was submitted to the pool \"{}\". The market to beat, by "
+                       "Sharpe ratio",
                        pool)
                  : fmt::format(
-                       "Submitted to the pool \"{}\": {} signal{}, beside the market, by Sharpe "
-                       "ratio\n",
+                       "Submitted to the pool \"{}\": {} signal{}, beside the market, by "
+                       "Sharpe ratio",
                        pool, count, count == 1 ? "" : "s");
+  std::string text = entry_text("", heading, width);
   text += table_of(summary, width);
   text += entry_text("", sample_days_text(started), width);
   std::string counts = "Submissions: " + submission_counts_text(summary.submissions);
@@ -69,7 +71,15 @@ std::string pool_text(const embedded::SearchSummary& summary,
   if (static_cast<std::uint64_t>(summary.submissions.submitted) > count) {
     counts += ", left-overs of earlier runs among them";
   }
-  return text + entry_text("", counts + ".", width);
+  text += entry_text("", counts + ".", width);
+  if (count > 0) {
+    text += entry_text(
+        "",
+        fmt::format("More of one: {} {} {} {}", kProgramName, kShowName,
+                    on_one_line(started.database.string()), summary.submitted.front().eval_id),
+        width);
+  }
+  return text;
 }
 
 }  // namespace varnholt::app

@@ -13,7 +13,8 @@ namespace varnholt::app {
 //   in sample, hold-out   Sharpe ratio after costs, annualised, on the days that the search saw and
 //                         on those that it never saw
 //   novelty, correlation  against the pool as it was when the signal joined it
-// Then which days those are, and what became of all submissions. Every line is ended.
+// Then which days those are, what became of all submissions, and the command that tells more of a
+// signal. Every line is ended.
 [[nodiscard]] std::string pool_text(const embedded::SearchSummary& summary,
                                     const embedded::SearchStarted& started, Width width);
 

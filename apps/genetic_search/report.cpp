@@ -70,7 +70,10 @@ struct Mend {
   const char* setting;
   double threshold;
   bool is_minimum;
+  const char* first = "";  // What else helps, and often better.
 };
+
+constexpr const char* kOtherPool = "begin another pool with --pool NAME, or ";
 
 std::array<Mend, 11> threshold_mends(const embedded::HostConfig& config) {
   namespace reasons = genetic::reasons;
@@ -89,9 +92,9 @@ std::array<Mend, 11> threshold_mends(const embedded::HostConfig& config) {
            {reasons::kDeltaExposureExceeded, "limits.delta_exposure in --config",
             limits.delta_exposure, false},
            {reasons::kCorrelationExceeded, "pool.correlation_max in --config",
-            config.pool.correlation_max, false},
+            config.pool.correlation_max, false, kOtherPool},
            {reasons::kPnlMiBelowThreshold, "pool.pnl_mi_min in --config", config.pool.pnl_mi_min,
-            true}}};
+            true, kOtherPool}}};
 }
 
 std::string counted(std::int64_t count, const char* noun) {
@@ -155,8 +158,8 @@ std::string best_signals_text(const std::vector<CandidateRecorded>& best, Width 
 std::string mend_for(const std::string& reason, const SearchOptions& options) {
   for (const Mend& mend : threshold_mends(options.config)) {
     if (mend.reason.view() != reason) continue;
-    return fmt::format("{} {} {} {}", mend.is_minimum ? "lower" : "raise", mend.setting,
-                       mend.is_minimum ? "below" : "above", mend.threshold);
+    return fmt::format("{}{} {} {} {}", mend.first, mend.is_minimum ? "lower" : "raise",
+                       mend.setting, mend.is_minimum ? "below" : "above", mend.threshold);
   }
   if (reason == "worker_timeout") {
     return fmt::format("raise --timeout above {}", options.timeout_seconds);

@@ -11,6 +11,7 @@
 #include "apps/genetic_search/signal_table.hpp"
 #include "apps/genetic_search/store_reader.hpp"
 #include "apps/genetic_search/stored_signal.hpp"
+#include "hosts/embedded/search/statistics_object.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
@@ -61,7 +62,7 @@ Page page_of(StoreReader& store, const std::string& eval_id) {
 
 // --- the page ---
 
-Value entry(const Value& mapping, const char* name) {
+Value entry(const Value& mapping, const std::string& name) {
   return mapping.is_mapping() ? mapping.mapping().get(name) : Value();
 }
 
@@ -92,6 +93,7 @@ std::string submission_text(const SubmissionRecord& submission) {
     text += fmt::format("; novelty {:.2f} (at least {:g}), correlation {:.2f} (at most {:g})",
                         settlement->score, settlement->score_threshold, settlement->correlation,
                         settlement->correlation_threshold);
+    if (settlement->refusal_detail) text += "; " + *settlement->refusal_detail;
   } else if (submission.pending_reason) {
     text += "; " + *submission.pending_reason;
   }
@@ -133,13 +135,14 @@ std::string statistics_text(const Value& statistics, const Value& holdout) {
   std::string text = "  " + std::string(kStatisticWidth, ' ') +
                      padded("in sample", kFigureWidth, Align::Right) +
                      padded("hold-out", kFigureWidth, Align::Right) + "\n";
-  MappingCursor cursor(statistics.mapping());
+  // In the order of their structure; JSON has them by name.
+  const Mapping order = embedded::statistics_mapping({});
+  MappingCursor cursor(order);
   while (const auto figure = cursor.next()) {
     const std::string name = genetic::str(figure->key);
-    const Value other = holdout.is_mapping() ? holdout.mapping().get(figure->key) : Value();
-    text += "  " + padded(on_one_line(name), kStatisticWidth, Align::Left) +
-            padded(number_text(figure->value), kFigureWidth, Align::Right) +
-            padded(number_text(other), kFigureWidth, Align::Right) + "\n";
+    text += "  " + padded(name, kStatisticWidth, Align::Left) +
+            padded(number_text(entry(statistics, name)), kFigureWidth, Align::Right) +
+            padded(number_text(entry(holdout, name)), kFigureWidth, Align::Right) + "\n";
   }
   return text;
 }

@@ -65,7 +65,9 @@ TEST(JsonEvents, TellTheStart) {
   EXPECT_EQ(started_event(samples::started()).dump(),
             R"({"event":"started","run_id":7,"prices":"prices.csv","database":"runs.db",)"
             R"("instruments":4,"days":3268,"first_date":"2000-03-01","last_date":"2013-03-01",)"
-            R"("jobs":2,"batch_size":32,"seed":123})");
+            R"("jobs":2,"batch_size":32,"seed":123,"signal_pool_name":"signals","market_id":1,)"
+            R"("era_number":3,"seen_days":2451,"last_seen_date":"2009-11-27","holdout_days":817,)"
+            R"("first_holdout_date":"2009-11-30"})");
 }
 
 TEST(JsonEvents, TellACandidateWithTheSameMembersWhetherItPassedOrNot) {
@@ -73,6 +75,8 @@ TEST(JsonEvents, TellACandidateWithTheSameMembersWhetherItPassedOrNot) {
   const Json failed = recorded_event(samples::failing(18));
   EXPECT_EQ(members(passed), members(failed));
   EXPECT_EQ(passed["event"], "recorded");
+  EXPECT_EQ(passed["eval_id"], "7-17");
+  EXPECT_EQ(passed["candidate_number"], 17);
   EXPECT_EQ(passed["failure_reason"], nullptr);
   EXPECT_EQ(passed["statistics"]["sharpe"], 1.234);
   EXPECT_EQ(passed["statistics"].size(), 12U);
@@ -96,8 +100,8 @@ TEST(JsonEvents, TellAGeneration) {
             R"("candidates_per_second":24.0,"passing":12,)"
             R"("fresh_in_generation":18,"bred_in_generation":14,)"
             R"("failures":{"sharpe_min":60,"turnover_max":20,"worker_timeout":4},)"
-            R"("best_evaluation_id":17,"elapsed_seconds":4.0})");
-  EXPECT_EQ(generation_event({})["best_evaluation_id"], nullptr);
+            R"("best_eval_id":"7-17","elapsed_seconds":4.0})");
+  EXPECT_EQ(generation_event({})["best_eval_id"], nullptr);
   EXPECT_EQ(generation_event({})["failures"], Json::object());
 }
 
@@ -108,8 +112,37 @@ TEST(JsonEvents, TellTheEnd) {
   EXPECT_EQ(ended["why"], "the limit was reached");
   EXPECT_EQ(ended["database"], "runs.db");
   ASSERT_EQ(ended["best"].size(), 2U);
-  EXPECT_EQ(ended["best"][0]["evaluation_id"], 17);
+  EXPECT_EQ(ended["best"][0]["eval_id"], "7-17");
   EXPECT_EQ(ended["best"][0]["expression"], "arith_add(cross_rank(ts_delta(close, 5)), volume)");
+}
+
+TEST(JsonEvents, TellAtTheEndThePoolTheMarketAndTheSubmissions) {
+  const Json ended = ended_event(samples::summary(), "runs.db", "the limit was reached");
+  ASSERT_EQ(ended["submitted"].size(), 2U);
+  const Json& signal = ended["submitted"][0];
+  EXPECT_THAT(members(signal), ::testing::ElementsAre("eval_id", "expression", "novelty",
+                                                      "correlation", "in_sample", "holdout"));
+  EXPECT_EQ(signal["eval_id"], "7-17");
+  EXPECT_EQ(signal["novelty"], 0.75);
+  EXPECT_EQ(signal["correlation"], 0.125);
+  EXPECT_EQ(signal["in_sample"]["sharpe"], 1.234);
+  EXPECT_EQ(signal["holdout"]["sharpe"], 0.4);
+  EXPECT_EQ(signal["holdout"].size(), 12U);
+  EXPECT_EQ(ended["market"]["in_sample"]["sharpe"], 0.51);
+  EXPECT_EQ(ended["market"]["holdout"]["sharpe"], 0.62);
+  EXPECT_EQ(ended["submissions"].dump(),
+            R"({"submitted":2,"refused":{"correlation_exceeded":4,"pnl_mi_below_threshold":1},)"
+            R"("waiting":1})");
+}
+
+TEST(JsonEvents, TellWhatBecameOfASubmission) {
+  EXPECT_EQ(settled_event(samples::settled(17)).dump(),
+            R"({"event":"settled","eval_id":"7-17","submitted":true,"refusal_reason":null,)"
+            R"("refusal_detail":null,"novelty":0.75,"correlation":0.9})");
+  const Json refused = settled_event(samples::settled(18, "correlation_exceeded"));
+  EXPECT_EQ(refused["submitted"], false);
+  EXPECT_EQ(refused["refusal_reason"], "correlation_exceeded");
+  EXPECT_EQ(refused["refusal_detail"], "0.9 is above 0.7");
 }
 
 TEST(JsonEvents, HoldTheThirteenEntriesOfTheMetricsRecord) {

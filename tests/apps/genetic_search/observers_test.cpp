@@ -1,19 +1,16 @@
 // Goal: each way of telling a run writes what it should, where it should, and no more often.
 // Method: events by hand, read from two pipes.
-#include <array>
 #include <optional>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "apps/genetic_search/json_observer.hpp"
 #include "apps/genetic_search/text_observer.hpp"
+#include "tests/apps/genetic_search/captured.hpp"
 #include "tests/apps/genetic_search/samples.hpp"
 
 namespace varnholt::app {
@@ -23,38 +20,6 @@ using ::testing::AllOf;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-
-// An output that can be read at once.
-class Captured {
- public:
-  explicit Captured(embedded::InterruptFlag& interrupt)
-      : ends_(open_pipe()), output(ends_[1], "the pipe", interrupt, Output::Failure::EndsRun) {}
-  ~Captured() {
-    for (const int end : ends_)
-      close(end);
-  }
-  Captured(const Captured&) = delete;
-  Captured& operator=(const Captured&) = delete;
-
-  // What was written since the last call.
-  [[nodiscard]] std::string take() const {
-    std::array<char, 65536> buffer = {};
-    const ssize_t size = read(ends_[0], buffer.data(), buffer.size());
-    return {buffer.data(), static_cast<std::size_t>(size > 0 ? size : 0)};
-  }
-
- private:
-  static std::array<int, 2> open_pipe() {
-    std::array<int, 2> ends = {};
-    if (pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) throw std::runtime_error("no pipe");
-    return ends;
-  }
-
-  std::array<int, 2> ends_;
-
- public:
-  Output output;
-};
 
 class Observers : public ::testing::Test {
  protected:
@@ -123,6 +88,18 @@ TEST_F(Observers, AddALineAGenerationWhereThereIsNoTerminal) {
   EXPECT_THAT(text.take(), StartsWith("\nMetrics\n"));
 }
 
+TEST_F(Observers, LeaveSubmissionsToTheEnd) {
+  TextObserver observer = text_observer(std::nullopt);
+  observer.on_started(samples::started());
+  static_cast<void>(text.take());
+  observer.on_settled(samples::settled(17));
+  EXPECT_EQ(text.take(), "");
+  observer.finish(samples::summary());
+  // The days are those that the beginning told.
+  EXPECT_THAT(text.take(), AllOf(HasSubstr("Submitted to the pool \"signals\": 2 signals"),
+                                 HasSubstr("2451 days from 2000-03-01 to 2009-11-27")));
+}
+
 TEST_F(Observers, TellOnlyTheEndWhenQuiet) {
   TextObserver observer = text_observer(60, true);
   observer.on_started(samples::started());
@@ -160,6 +137,7 @@ TEST_F(Observers, TellMachinesOneEventALineWithTheMetricsLast) {
   observer.on_started(samples::started());
   observer.on_tick(progress_at(1.0), 1);
   observer.on_recorded(samples::passing(17, 1.32));
+  observer.on_settled(samples::settled(17));
   observer.on_generation(samples::progress());
   observer.on_log(embedded::LogLevel::Warning, "careful");
   interrupt.requests = 1;
@@ -170,14 +148,15 @@ TEST_F(Observers, TellMachinesOneEventALineWithTheMetricsLast) {
   std::istringstream lines(text.take());
   for (std::string line; std::getline(lines, line);)
     events.push_back(Json::parse(line)["event"].get<std::string>());
-  EXPECT_THAT(events, ::testing::ElementsAre("started", "recorded", "generation", "log", "stopping",
-                                             "ended", "metrics"));
+  EXPECT_THAT(events, ::testing::ElementsAre("started", "recorded", "settled", "generation", "log",
+                                             "stopping", "ended", "metrics"));
   EXPECT_THAT(messages.take(), HasSubstr("stopping after 96 candidates"));
 }
 
 TEST_F(Observers, TellMachinesOnlyTheEndWhenQuiet) {
   JsonObserver observer = json_observer(true);
   observer.on_started(samples::started());
+  observer.on_settled(samples::settled(17));
   observer.on_recorded(samples::passing(17, 1.32));
   observer.on_generation(samples::progress());
   EXPECT_EQ(text.take(), "");

@@ -49,9 +49,12 @@ TEST(Options, LeaveTheHostsDefaults) {
   EXPECT_EQ(run.search.seed, std::nullopt);
   EXPECT_EQ(run.search.worker_memory_limit_bytes, std::nullopt);
   EXPECT_EQ(run.search.graphs.max_depth, defaults.graphs.max_depth);
-  EXPECT_EQ(run.search.gates.min_sharpe, defaults.gates.min_sharpe);
+  EXPECT_EQ(run.config_file, std::nullopt);
+  EXPECT_EQ(run.overrides.min_sharpe, std::nullopt);
+  EXPECT_EQ(run.overrides.era, std::nullopt);
+  EXPECT_EQ(run.overrides.pool_name, std::nullopt);
   EXPECT_EQ(run.search.timeout_seconds, defaults.timeout_seconds);
-  EXPECT_EQ(run.search.best_count, defaults.best_count);
+  EXPECT_EQ(run.search.best_count, kDefaultBestCount);
   EXPECT_FALSE(run.json);
   EXPECT_FALSE(run.quiet);
 }
@@ -81,16 +84,24 @@ TEST(Options, ReachTheirSettings) {
 }
 
 TEST(Options, ReachTheirGates) {
-  const embedded::GateThresholds gates =
+  const ConfigOverrides gates =
       parse_run({"--prices=p", "--min-sharpe", "-1", "--min-gross-sharpe=0.2", "--max-turnover=0.3",
                  "--max-weight=0.4", "--max-net-exposure=0.5", "--min-gross-exposure=0.6"})
-          .search.gates;
+          .overrides;
   EXPECT_EQ(gates.min_sharpe, -1.0);
   EXPECT_EQ(gates.min_gross_returns_sharpe, 0.2);
   EXPECT_EQ(gates.max_turnover, 0.3);
   EXPECT_EQ(gates.max_max_weight, 0.4);
   EXPECT_EQ(gates.max_delta_exposure, 0.5);
   EXPECT_EQ(gates.min_abs_weight_sum_mean, 0.6);
+}
+
+TEST(Options, ReachTheConfiguration) {
+  const RunCommand run =
+      parse_run({"--prices=p", "--config", "c.toml", "--era", "2", "--pool", "mine"});
+  EXPECT_EQ(run.config_file, "c.toml");
+  EXPECT_EQ(run.overrides.era, 2);
+  EXPECT_EQ(run.overrides.pool_name, "mine");
 }
 
 TEST(Options, HandTheTemplatesSettingsOnAsTexts) {
@@ -167,6 +178,19 @@ INSTANTIATE_TEST_SUITE_P(
                 "--min-sharpe wants a number, not \"high\""},
         Mistake{{"run", "--prices=p", "--max-turnover=-0.1"}, "--max-turnover wants a number"},
         Mistake{{"run", "--prices=p", "--json=3"}, "json"},
+        Mistake{{"run", "--prices=p", "--config", ""}, "--config wants the name of a file"},
+        Mistake{{"run", "--prices=p", "--era=0"}, "--era wants a whole number from 1 to 1000"},
+        Mistake{{"run", "--prices=p", "--pool", ""}, "--pool wants 1 to 100 printable ASCII"},
+        Mistake{{"run", "--prices=p", "--pool", "caf\xc3\xa9"}, "--pool wants 1 to 100 printable"},
+        Mistake{{"run", "--prices=p", "--pool", std::string(101, 'a')}, "--pool wants 1 to 100"},
+        Mistake{{"signals"}, "name the file of --db after signals"},
+        Mistake{{"signals", "a", "b"}, "unknown argument \"b\""},
+        Mistake{{"signals", "a", "--run=0"}, "--run wants a whole number from 1, not \"0\""},
+        Mistake{{"show"}, "name the file of --db after show"},
+        Mistake{{"show", "a"}, "no id is given"}, Mistake{{"show", "a", "1-2", "c"}, "\"c\""},
+        Mistake{{"export", "a"}, "no id is given"},
+        Mistake{{"export", "a", "1-2"}, "name one with --weights FILE"},
+        Mistake{{"export", "a", "1-2", "--weights", ""}, "--weights wants the name of a file"},
         Mistake{{"check-prices"}, "name it after check-prices"},
         Mistake{{"check-prices", "a", "b"}, "unknown argument \"b\""},
         Mistake{{"check-prices", "a", "--list=-1"}, "--list wants a whole number from 0"}));
@@ -190,6 +214,41 @@ TEST(Options, TellWhatToCheck) {
   EXPECT_EQ(check.list_limit, 3U);
 }
 
+TEST(Options, TellWhatToList) {
+  const auto plain = std::get<SignalsCommand>(parse_command_line({"signals", "runs.db"}));
+  EXPECT_EQ(plain.database, "runs.db");
+  EXPECT_EQ(plain.run, std::nullopt);
+  EXPECT_EQ(plain.pool, std::nullopt);
+  EXPECT_FALSE(plain.all || plain.json);
+  const auto all = std::get<SignalsCommand>(parse_command_line(
+      {"signals", "runs.db", "--run", "3", "--pool", "mine", "--all", "--json"}));
+  EXPECT_EQ(all.run, 3);
+  EXPECT_EQ(all.pool, "mine");
+  EXPECT_TRUE(all.all && all.json);
+}
+
+TEST(Options, TellWhatToShow) {
+  const auto show =
+      std::get<ShowCommand>(parse_command_line({"show", "runs.db", "3-17", "--json"}));
+  EXPECT_EQ(show.database, "runs.db");
+  EXPECT_EQ(show.eval_id, "3-17");
+  EXPECT_TRUE(show.json);
+}
+
+TEST(Options, TellWhatToExport) {
+  const auto given = std::get<ExportCommand>(
+      parse_command_line({"export", "runs.db", "3-17", "--weights", "w.csv"}));
+  EXPECT_EQ(given.database, "runs.db");
+  EXPECT_EQ(given.eval_id, "3-17");
+  EXPECT_EQ(given.weights, "w.csv");
+  EXPECT_EQ(given.prices, std::nullopt);
+  EXPECT_FALSE(given.force);
+  const auto forced = std::get<ExportCommand>(parse_command_line(
+      {"export", "runs.db", "3-17", "--weights=w.csv", "--prices=p.csv", "--force"}));
+  EXPECT_EQ(forced.prices, "p.csv");
+  EXPECT_TRUE(forced.force);
+}
+
 TEST(Options, TellTheVersion) {
   EXPECT_THAT(shown_text({"--version"}), ::testing::MatchesRegex("genetic-search [0-9.]+\n"));
 }
@@ -197,6 +256,14 @@ TEST(Options, TellTheVersion) {
 TEST(Options, HaveAHelpForEachCommand) {
   EXPECT_THAT(shown_text({"--help"}), AllOf(HasSubstr("run"), HasSubstr("check-prices")));
   EXPECT_THAT(shown_text({"check-prices", "--help"}), HasSubstr("check-prices FILE"));
+  EXPECT_THAT(shown_text({"signals", "--help"}),
+              AllOf(HasSubstr("Usage: genetic-search signals DB [options]"), HasSubstr("--run N"),
+                    HasSubstr("--pool NAME"), HasSubstr("--all"), HasSubstr("--json")));
+  EXPECT_THAT(shown_text({"show", "--help"}),
+              AllOf(HasSubstr("Usage: genetic-search show DB ID [options]"), HasSubstr("--json")));
+  EXPECT_THAT(shown_text({"export", "--help"}),
+              AllOf(HasSubstr("Usage: genetic-search export DB ID --weights FILE [options]"),
+                    HasSubstr("--prices FILE"), HasSubstr("--force"), HasSubstr("Exit codes")));
   const std::string help = shown_text({"run", "--help"});
   for (const char* option : {"--prices",
                              "--db",
@@ -209,6 +276,9 @@ TEST(Options, HaveAHelpForEachCommand) {
                              "--max-nodes",
                              "--max-window",
                              "--cost-bps",
+                             "--config",
+                             "--era",
+                             "--pool",
                              "--min-sharpe",
                              "--min-gross-sharpe",
                              "--max-turnover",
@@ -225,14 +295,15 @@ TEST(Options, HaveAHelpForEachCommand) {
     EXPECT_THAT(help, HasSubstr(std::string(option))) << option;
   }
   const embedded::SearchOptions defaults;
-  EXPECT_THAT(help, AllOf(HasSubstr(fmt::format("Default: {}.", defaults.gates.min_sharpe)),
+  EXPECT_THAT(help, AllOf(HasSubstr(fmt::format("Default: {}.", defaults.config.gates.min_sharpe)),
                           HasSubstr(fmt::format("Default: {}.", defaults.graphs.max_depth)),
                           HasSubstr("Exit codes")));
 }
 
 TEST(Options, HaveAHelpThatFitsAnOldTerminal) {
   for (const Words& words :
-       {Words{"--help"}, Words{"run", "--help"}, Words{"check-prices", "--help"}}) {
+       {Words{"--help"}, Words{"run", "--help"}, Words{"check-prices", "--help"},
+        Words{"signals", "--help"}, Words{"show", "--help"}, Words{"export", "--help"}}) {
     std::istringstream lines(shown_text(words));
     for (std::string line; std::getline(lines, line);)
       EXPECT_LE(line.size(), 80U) << line;

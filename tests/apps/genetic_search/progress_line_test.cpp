@@ -53,7 +53,7 @@ TEST(ProgressLine, ListsTheMostFrequentFailuresFirst) {
 TEST(ProgressLine, HasALineForACompletedGeneration) {
   EXPECT_EQ(generation_text(samples::progress()),
             "generation 3: 18 fresh and 14 bred, 96 candidates in all, 24.0 a second, 12 passing, "
-            "best 1.32 (17), failures: "
+            "best 1.32 (7-17), failures: "
             "sharpe_min 60, turnover_max 20, worker_timeout 4\n");
 }
 

@@ -23,7 +23,9 @@ using ::testing::Not;
 TEST(Report, TellsWhatIsSearched) {
   EXPECT_EQ(started_text(samples::started(), std::nullopt),
             "prices  prices.csv: 4 instruments, 3268 days, 2000-03-01 to 2013-03-01\n"
+            "days    in sample 2451, to 2009-11-27; hold-out 817, from 2009-11-30\n"
             "store   runs.db, run 7\n"
+            "pool    \"signals\", market 1, era 3\n"
             "search  batches of 32, 2 jobs, seed 123\n\n");
 }
 
@@ -31,7 +33,10 @@ TEST(Report, WrapsWhatIsSearchedToTheTerminal) {
   EXPECT_EQ(started_text(samples::started(), 40),
             "prices  prices.csv: 4 instruments, 3268\n"
             "        days, 2000-03-01 to 2013-03-01\n"
+            "days    in sample 2451, to 2009-11-27;\n"
+            "        hold-out 817, from 2009-11-30\n"
             "store   runs.db, run 7\n"
+            "pool    \"signals\", market 1, era 3\n"
             "search  batches of 32, 2 jobs, seed 123\n\n");
 }
 
@@ -45,37 +50,19 @@ TEST(Report, ListsTheMetricsRecordInItsOrder) {
   EXPECT_LT(text.find("batch_size"), text.find("process_count"));
 }
 
-TEST(Report, PutsAWholeSignalOnOneLineWhereThereIsNoTerminal) {
+TEST(Report, HasARowForEachOfTheBest) {
   EXPECT_EQ(best_signals_text(samples::summary().best, std::nullopt),
-            "rank     id sharpe  gross return % turnover drawdown % quality  expression\n"
-            "   1     17   1.23   1.50     12.3    0.250       33.3    1.32  "
+            "  id  sharpe  gross  return %  turnover  drawdown %  quality  expression\n"
+            "7-17    1.23   1.50      12.3     0.250        33.3     1.32  "
             "arith_add(cross_rank(ts_delta(close, 5)), volume)\n"
-            "   2      5   1.23   1.50     12.3    0.250       33.3    0.80  "
+            " 7-5    1.23   1.50      12.3     0.250        33.3     0.80  "
             "arith_add(cross_rank(ts_delta(close, 5)), volume)\n");
-}
-
-TEST(Report, WrapsTheExpressionBesideTheFigures) {
-  EXPECT_EQ(best_signals_text({samples::passing(17, 1.32)}, 100),
-            "rank     id sharpe  gross return % turnover drawdown % quality  expression\n"
-            "   1     17   1.23   1.50     12.3    0.250       33.3    1.32  "
-            "arith_add(cross_rank(ts_delta(close,\n"
-            "                                                                5)), volume)\n");
-}
-
-TEST(Report, PutsTheExpressionBelowTheFiguresOnANarrowTerminal) {
-  EXPECT_EQ(best_signals_text({samples::passing(17, 1.32)}, 80),
-            "rank     id sharpe  gross return % turnover drawdown % quality\n"
-            "   1     17   1.23   1.50     12.3    0.250       33.3    1.32\n"
-            "      arith_add(cross_rank(ts_delta(close, 5)), volume)\n");
 }
 
 TEST(Report, FitsTerminalsFromTheWidthOfTheFiguresOn) {
   for (std::size_t width = 62; width < 140; ++width) {
-    std::istringstream lines(best_signals_text(samples::summary().best, width));
+    std::istringstream lines(summary_text(samples::summary(), {}, samples::started(), width));
     for (std::string line; std::getline(lines, line);)
-      EXPECT_LE(column_count(line), width) << line;
-    std::istringstream metrics(metrics_text(samples::metrics(), width));
-    for (std::string line; std::getline(metrics, line);)
       EXPECT_LE(column_count(line), width) << line;
   }
 }
@@ -83,14 +70,14 @@ TEST(Report, FitsTerminalsFromTheWidthOfTheFiguresOn) {
 TEST(Report, ShowsASignalWithoutStatistics) {
   embedded::CandidateRecorded signal = samples::passing(17, 1.0);
   signal.statistics.reset();
-  EXPECT_THAT(best_signals_text({signal}, std::nullopt), HasSubstr("   1     17      -      -  "));
+  EXPECT_THAT(best_signals_text({signal}, std::nullopt), HasSubstr("\n7-17       -      -  "));
 }
 
 TEST(Report, TellsWhyNothingPassedAndWhatToChange) {
   embedded::SearchProgress progress = samples::progress();
   progress.passing = 0;
   SearchOptions options;
-  options.gates.min_sharpe = 0.3;
+  options.config.gates.min_sharpe = 0.3;
   EXPECT_EQ(nothing_passed_text(progress, options),
             "No signal passed. Why 96 candidates failed, and what lets more of them through:\n"
             "      60  sharpe_min                      lower --min-sharpe below 0.3\n"
@@ -100,7 +87,7 @@ TEST(Report, TellsWhyNothingPassedAndWhatToChange) {
 
 TEST(Report, KnowsTheOptionOfEachGate) {
   SearchOptions options;
-  options.gates = {0.1, 0.2, 0.3, 0.4, 0.5, 0.6};
+  options.config.gates = {0.1, 0.2, 0.3, 0.4, 0.5, 0.6};
   EXPECT_EQ(mend_for("abs_weight_sum_mean_below_min", options),
             "lower --min-gross-exposure below 0.1");
   EXPECT_EQ(mend_for("turnover_max", options), "raise --max-turnover above 0.2");
@@ -114,6 +101,23 @@ TEST(Report, KnowsTheOptionOfEachGate) {
   options.worker_memory_limit_bytes = 1;
   EXPECT_THAT(mend_for("worker_failed", options), HasSubstr("--worker-memory"));
   EXPECT_EQ(mend_for("another", options), "");
+}
+
+TEST(Report, KnowsTheKeyOfWhatHasNoOption) {
+  SearchOptions options;
+  options.config.limits = {1.5, 0.5, 0.25};
+  options.config.pool.correlation_max = 0.6;
+  options.config.pool.pnl_mi_min = 0.1;
+  EXPECT_EQ(mend_for("turnover_exceeded", options), "raise limits.turnover in --config above 1.5");
+  EXPECT_EQ(mend_for("max_weight_exceeded", options),
+            "raise limits.max_weight in --config above 0.5");
+  EXPECT_EQ(mend_for("delta_exposure_exceeded", options),
+            "raise limits.delta_exposure in --config above 0.25");
+  EXPECT_EQ(mend_for("correlation_exceeded", options),
+            "begin another pool with --pool NAME, or raise pool.correlation_max in --config above "
+            "0.6");
+  EXPECT_EQ(mend_for("pnl_mi_below_threshold", options),
+            "begin another pool with --pool NAME, or lower pool.pnl_mi_min in --config below 0.1");
 }
 
 TEST(Report, ListsAReasonWithoutARemedy) {
@@ -149,21 +153,31 @@ TEST(Report, EndsWithTheStoreAndTheReason) {
   SearchOptions options;
   options.generations = 3;
   options.database = "my/runs.db";
-  const std::string text = summary_text(samples::summary(), options, std::nullopt);
-  EXPECT_THAT(text, AllOf(HasSubstr("Metrics\n"), HasSubstr("Best signals (2 of 12 that passed)"),
+  const std::string text =
+      summary_text(samples::summary(), options, samples::started(), std::nullopt);
+  EXPECT_THAT(text, AllOf(HasSubstr("Metrics\n"), HasSubstr("Best in sample (2 of 12 that passed)"),
                           HasSubstr("Everything is stored in my/runs.db, run 7.\n"
                                     "The run ended after 3 generations and 4.0 seconds: the limit "
                                     "of 3 generations was reached.\n")));
   EXPECT_THAT(text, Not(HasSubstr("No signal passed")));
 }
 
+TEST(Report, TellsThePoolAfterTheBestAndBeforeTheEnd) {
+  const std::string text = summary_text(samples::summary(), {}, samples::started(), std::nullopt);
+  const std::size_t best = text.find("Best in sample");
+  const std::size_t pool = text.find("Submitted to the pool");
+  EXPECT_LT(best, pool);
+  EXPECT_LT(pool, text.find("Everything is stored"));
+}
+
 TEST(Report, ShowsNoTableWhereNothingPassedOrNoneWasAskedFor) {
   SearchSummary summary = samples::summary();
   summary.best.clear();
-  EXPECT_THAT(summary_text(summary, {}, std::nullopt),
-              AllOf(Not(HasSubstr("Best signals")), Not(HasSubstr("No signal passed"))));
+  EXPECT_THAT(summary_text(summary, {}, samples::started(), std::nullopt),
+              AllOf(Not(HasSubstr("Best in sample")), Not(HasSubstr("No signal passed"))));
   summary.progress.passing = 0;
-  EXPECT_THAT(summary_text(summary, {}, std::nullopt), HasSubstr("No signal passed"));
+  EXPECT_THAT(summary_text(summary, {}, samples::started(), std::nullopt),
+              HasSubstr("No signal passed"));
 }
 
 }  // namespace

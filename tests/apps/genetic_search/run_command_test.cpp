@@ -17,7 +17,9 @@
 #include "apps/genetic_search/exit_codes.hpp"
 #include "apps/genetic_search/program.hpp"
 #include "apps/genetic_search/usage_error.hpp"
+#include "hosts/embedded/config/host_config_error.hpp"
 #include "hosts/embedded/market/price_file_error.hpp"
+#include "hosts/embedded/search/signal_export.hpp"
 #include "hosts/embedded/store/sqlite_database.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "tests/apps/genetic_search/samples.hpp"
@@ -110,6 +112,8 @@ class InputErrors : public ::testing::Test {
       return {{"p.csv", 3, 2, "close", "abc"}, "is no number", "correct it"};
     } else if constexpr (std::is_same_v<Error, embedded::StoreError>) {
       return {"d.db", "is no store", "name another"};
+    } else if constexpr (std::is_same_v<Error, embedded::HostConfigError>) {
+      return {{"c.toml", 4, 16, "gates.turnover_max", "3.5"}, "is out of range", "write another"};
     } else {
       return Error("p.csv is wrong; correct it");
     }
@@ -118,7 +122,8 @@ class InputErrors : public ::testing::Test {
 
 using InputErrorKinds =
     ::testing::Types<UsageError, embedded::PriceFileError, embedded::StoreError, genetic::TypeError,
-                     genetic::ValueError, std::invalid_argument>;
+                     genetic::ValueError, std::invalid_argument, embedded::HostConfigError,
+                     embedded::ExportError>;
 TYPED_TEST_SUITE(InputErrors, InputErrorKinds);
 
 TYPED_TEST(InputErrors, AreBadInputBeforeTheSearchBegins) {
@@ -174,6 +179,40 @@ TEST(RunCommand, HandsTheOptionsToTheSearch) {
   EXPECT_EQ(given.generations, 3);
   EXPECT_EQ(given.prices, "p.csv");
   EXPECT_THAT(ended.text, HasSubstr("\n{\"event\":\"metrics\""));
+}
+
+TEST(RunCommand, HandsTheConfigurationToTheSearch) {
+  const std::string path = std::filesystem::temp_directory_path() /
+                           ("genetic-search-config-" + std::to_string(getpid()) + ".toml");
+  std::ofstream(path) << "[gates]\nsharpe_min = 1.5\nturnover_max = 0.5\n[market]\nid = 4\n";
+  embedded::HostConfig given;
+  const Ended ended = run(
+      [&given](const SearchOptions& options, SearchObserver& observer,
+               const InterruptFlag& interrupt) {
+        given = options.config;
+        return succeed(options, observer, interrupt);
+      },
+      {"--config", path, "--max-turnover", "0.25", "--pool", "mine", "--era", "2"});
+  std::filesystem::remove(path);
+  EXPECT_EQ(ended.exit_code, kExitDone) << ended.errors;
+  EXPECT_EQ(given.gates.min_sharpe, 1.5);
+  EXPECT_EQ(given.gates.max_turnover, 0.25);
+  EXPECT_EQ(given.market_id, 4);
+  EXPECT_EQ(given.pool.name, "mine");
+  EXPECT_EQ(given.eras.era, 2);
+}
+
+TEST(RunCommand, RefusesAConfigurationBeforeItSearches) {
+  const RunSearch never = [](const SearchOptions&, SearchObserver&,
+                             const InterruptFlag&) -> SearchSummary {
+    throw std::runtime_error("the search was begun");
+  };
+  const Ended missing = run(never, {"--config", "/nowhere/c.toml"});
+  EXPECT_EQ(missing.exit_code, kExitBadInput);
+  EXPECT_THAT(missing.errors, HasSubstr("/nowhere/c.toml: "));
+  const Ended era = run(never, {"--era", "4"});
+  EXPECT_EQ(era.exit_code, kExitBadInput);
+  EXPECT_THAT(era.errors, HasSubstr("--era 4 is beyond the 3 train eras"));
 }
 
 TEST(RunCommand, FailsWithoutAMetricsRecord) {

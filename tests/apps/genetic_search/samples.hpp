@@ -21,12 +21,26 @@ inline embedded::SearchStarted started() {
   started.jobs = 2;
   started.batch_size = 32;
   started.seed = 123;
+  started.signal_pool_name = "signals";
+  started.market_id = 1;
+  started.era_number = 3;
+  started.seen_days = 2451;
+  started.last_seen_date = "2009-11-27";
+  started.holdout_days = 817;
+  started.first_holdout_date = "2009-11-30";
   return started;
 }
 
-inline embedded::CandidateRecorded passing(std::int64_t id, double quality) {
+// Candidates of run 7.
+inline embedded::CandidateRecorded candidate_of_run(std::int64_t number) {
   embedded::CandidateRecorded candidate;
-  candidate.evaluation_id = id;
+  candidate.candidate_number = number;
+  candidate.eval_id = "7-" + std::to_string(number);
+  return candidate;
+}
+
+inline embedded::CandidateRecorded passing(std::int64_t number, double quality) {
+  embedded::CandidateRecorded candidate = candidate_of_run(number);
   candidate.generation = 1;
   candidate.passed = true;
   candidate.expression = "arith_add(cross_rank(ts_delta(close, 5)), volume)";
@@ -42,9 +56,8 @@ inline embedded::CandidateRecorded passing(std::int64_t id, double quality) {
   return candidate;
 }
 
-inline embedded::CandidateRecorded failing(std::int64_t id) {
-  embedded::CandidateRecorded candidate;
-  candidate.evaluation_id = id;
+inline embedded::CandidateRecorded failing(std::int64_t number) {
+  embedded::CandidateRecorded candidate = candidate_of_run(number);
   candidate.failure_reason = "sharpe_min";
   candidate.failure_detail = "sharpe 0.12 is below 0.3";
   return candidate;
@@ -83,6 +96,28 @@ inline genetic::Mapping metrics(const std::string& terminal_reason = "stopped") 
        Mapping{{"seed", 123}, {"process_count", 2}, {"tie_semantics", genetic::TIE_SEMANTICS}}}};
 }
 
+inline embedded::SubmittedSignal submitted(std::int64_t number, double in_sample, double holdout) {
+  embedded::SubmittedSignal signal;
+  signal.eval_id = "7-" + std::to_string(number);
+  signal.expression = "cross_rank(ts_delta(close, 5))";
+  signal.statistics.in_sample.sharpe = in_sample;
+  signal.statistics.holdout.sharpe = holdout;
+  signal.novelty = 0.75;
+  signal.correlation = 0.125;
+  return signal;
+}
+
+inline embedded::SettledSignal settled(std::int64_t number, const std::string& refusal = {}) {
+  embedded::SettledSignal signal;
+  signal.eval_id = "7-" + std::to_string(number);
+  signal.submitted = refusal.empty();
+  signal.refusal_reason = refusal;
+  if (!refusal.empty()) signal.refusal_detail = "0.9 is above 0.7";
+  signal.novelty = 0.75;
+  signal.correlation = 0.9;
+  return signal;
+}
+
 inline embedded::SearchSummary summary() {
   embedded::SearchSummary summary;
   summary.run_id = 7;
@@ -90,6 +125,12 @@ inline embedded::SearchSummary summary() {
   summary.progress = progress();
   summary.metrics = metrics();
   summary.best = {passing(17, 1.32), passing(5, 0.8)};
+  summary.submitted = {submitted(17, 1.234, 0.4), submitted(5, 0.8, -0.25)};
+  summary.market.in_sample.sharpe = 0.51;
+  summary.market.holdout.sharpe = 0.62;
+  summary.submissions.submitted = 2;
+  summary.submissions.refused = {{"correlation_exceeded", 4}, {"pnl_mi_below_threshold", 1}};
+  summary.submissions.waiting = 1;
   return summary;
 }
 

@@ -1,0 +1,253 @@
+// Goal: signals and show tell what is stored, in a text and in JSON, and name what is not there.
+// Method: a small store made by hand; whole texts compared.
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "apps/genetic_search/show_command.hpp"
+#include "apps/genetic_search/signal_lineage.hpp"
+#include "apps/genetic_search/signals_command.hpp"
+#include "apps/genetic_search/usage_error.hpp"
+#include "tests/apps/genetic_search/captured.hpp"
+#include "tests/apps/genetic_search/sample_store.hpp"
+
+namespace varnholt::app {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+class StoreCommands : public samples::StoreTest {
+ protected:
+  void SetUp() override {
+    StoreTest::SetUp();
+    path_ = filled();
+  }
+
+  [[nodiscard]] SignalsCommand listing() const {
+    SignalsCommand command;
+    command.database = path_;
+    return command;
+  }
+  std::string signals(const SignalsCommand& command) {
+    signals_command(command, text_.output, std::nullopt);
+    return text_.take();
+  }
+  std::string show(const std::string& eval_id, bool json = false, Width width = std::nullopt) {
+    show_command({path_, eval_id, json}, text_.output, width);
+    return text_.take();
+  }
+
+  std::filesystem::path path_;
+  embedded::InterruptFlag interrupt_;
+  Captured text_{interrupt_};
+};
+
+TEST_F(StoreCommands, ListWhatWasSubmitted) {
+  EXPECT_EQ(signals(listing()),
+            " id  run  pool     market  era  in sample  hold-out  expression\n"
+            "1-1    1  signals       1    2       1.25     -0.50  cross_rank(close)\n");
+}
+
+TEST_F(StoreCommands, ListRefusedAndWaitingOnesWhenAsked) {
+  SignalsCommand command = listing();
+  command.all = true;
+  EXPECT_EQ(signals(command),
+            " id  run  pool     market  era  in sample  hold-out  state                          "
+            "expression\n"
+            "1-1    1  signals       1    2       1.25     -0.50  submitted                      "
+            "cross_rank(close)\n"
+            "1-3    1  signals       1    2       1.25         -  refused: correlation_exceeded  "
+            "cross_rank(close)\n"
+            "1-4    1  others        1    2       1.25         -  waiting                        "
+            "cross_rank(close)\n");
+  command.pool = "others";
+  EXPECT_THAT(signals(command), AllOf(HasSubstr("\n1-4 "), Not(HasSubstr("\n1-1 "))));
+}
+
+TEST_F(StoreCommands, TellWhatThereIsInsteadOfAnEmptyList) {
+  SignalsCommand command = listing();
+  command.pool = "mine";
+  EXPECT_EQ(
+      signals(command),
+      "No signal was submitted to the pool \"mine\". The pools are: \"others\" \"signals\".\n");
+  command.pool = "others";
+  EXPECT_EQ(signals(command),
+            "No signal was submitted to the pool \"others\". With --all, refused and waiting ones "
+            "are listed too.\n");
+  command = listing();
+  command.run = 2;
+  command.all = true;
+  EXPECT_EQ(signals(command), "Nothing was handed in by run 2.\n");
+}
+
+TEST_F(StoreCommands, ListAnEmptyStore) {
+  const std::filesystem::path empty = in_folder("empty.db");
+  static_cast<void>(embedded::RunStore(empty.string()));
+  SignalsCommand command = listing();
+  command.database = empty;
+  EXPECT_EQ(signals(command), "No signal was submitted.\n");
+  command.json = true;
+  EXPECT_EQ(signals(command), "");
+}
+
+TEST_F(StoreCommands, ListForMachines) {
+  SignalsCommand command = listing();
+  command.all = true;
+  command.json = true;
+  std::istringstream lines(signals(command));
+  std::vector<Json> objects;
+  for (std::string line; std::getline(lines, line);)
+    objects.push_back(Json::parse(line));
+  ASSERT_EQ(objects.size(), 3U);
+  EXPECT_EQ(objects[0].dump(),
+            R"({"eval_id":"1-1","run_id":1,"signal_pool_name":"signals","market_id":1,)"
+            R"("era_number":2,"state":"submitted","pending_reason":null,"novelty":1.0,)"
+            R"("novelty_min":0.2,"correlation":0.0,"correlation_max":0.7,"refusal_reason":null,)"
+            R"("refusal_detail":null,"queued_at":1600000001.0,"settled_at":1600000002.0,)"
+            R"-("in_sample_sharpe":1.25,"holdout_sharpe":-0.5,"expression":"cross_rank(close)"})-");
+  EXPECT_EQ(objects[1]["refusal_reason"], "correlation_exceeded");
+  EXPECT_EQ(objects[1]["holdout_sharpe"], nullptr);
+  EXPECT_EQ(objects[2]["state"], "queued");
+  EXPECT_EQ(objects[2]["novelty"], nullptr);
+}
+
+TEST_F(StoreCommands, RefuseARunAndAnIdThatAreNotThere) {
+  SignalsCommand command = listing();
+  command.run = 9;
+  EXPECT_THROW(signals_command(command, text_.output, std::nullopt), UsageError);
+  for (const char* id : {"9-9", "1", "", "1-1 ", "diary"}) {
+    EXPECT_THROW(static_cast<void>(show(id)), UsageError) << id;
+  }
+}
+
+TEST_F(StoreCommands, ShowASubmittedSignal) {
+  EXPECT_EQ(
+      show("1-1"),
+      "evaluation  1-1: candidate 1 of run 1, generation 0\n"
+      "expression  cross_rank(close)\n"
+      "verdict     passed its gates\n"
+      "submission  submitted, pool \"signals\", market 1, era 2; novelty 1.00 (at least 0.2), "
+      "correlation 0.00 (at most 0.7)\n"
+      "run         1, seed 123, begun 2020-09-13 12:26:40 UTC, ended: stopped\n"
+      "prices      /data/prices.csv, costs 5 basis points\n"
+      "days        in sample 80, 2020-01-01 to 2020-03-31; hold-out 2020-04-01 to 2020-05-01\n"
+      "\nStatistics\n"
+      "                               in sample      hold-out\n"
+      "  sharpe                            1.25          -0.5\n"
+      "  gross_returns_sharpe               1.5             -\n"
+      "  annualized_returns                 0.1             -\n"
+      "  turnover                           0.5             -\n"
+      "  drawdown                           0.2             -\n"
+      "  max_weight                         0.4             -\n"
+      "  delta_exposure                       0             -\n"
+      "  abs_weight_sum_mean                  1             -\n"
+      "  quality_score                        1             -\n"
+      "  holding_days                        79             -\n"
+      "  active_days                         79             -\n"
+      "  missing_return_count                 0             -\n"
+      "\nLineage, parents below their child\n"
+      "  1-1  fresh: cross_rank(close)\n"
+      "\nGraph\n" +
+          std::string(samples::kGraph) + "\n");
+}
+
+TEST_F(StoreCommands, ShowWhyACandidateFailed) {
+  EXPECT_THAT(
+      show("1-2"),
+      AllOf(HasSubstr("\nverdict     failed: sharpe_min\n"), HasSubstr("\nsubmission  none\n"),
+            HasSubstr("\nFailures\n  sharpe_min  sharpe 0.125 < 0.3, gate sharpe_gate\n")));
+  EXPECT_THAT(show("1-3"),
+              HasSubstr("submission  refused: correlation_exceeded, pool \"signals\""));
+  EXPECT_THAT(show("1-3"), HasSubstr("(at most 0.7); correlation 0.9 with 1-1\n"));
+  EXPECT_THAT(show("1-4"), HasSubstr("submission  waiting, pool \"others\""));
+}
+
+TEST_F(StoreCommands, ShowACandidateWithoutBacktestOfARunWithoutEras) {
+  const std::string page = show("2-1");
+  EXPECT_THAT(page, AllOf(HasSubstr("\nprices      prices.csv\n"), Not(HasSubstr("\ndays ")),
+                          HasSubstr("\nStatistics\n  none: there was no whole backtest\n"),
+                          HasSubstr("  worker_timeout  the limit was 60 seconds\n"),
+                          HasSubstr(" UTC, not ended\n"), HasSubstr("  2-1  seed: ")));
+}
+
+TEST_F(StoreCommands, ShowParentsSeveralGenerationsBack) {
+  const std::string page = show("1-6");
+  EXPECT_THAT(page, HasSubstr("\n  1-6  bred by hoist_mutation: cross_rank(close)\n"
+                              "    1-5  bred by hoist_mutation: cross_rank(close)\n"
+                              "      1-4  bred by point_mutation, then crossover: "
+                              "cross_rank(close)\n"
+                              "        1-3  bred by crossover: cross_rank(close)\n"
+                              "          1-1  fresh: cross_rank(close)\n"
+                              "          1-2  fresh: cross_rank(close)\n"
+                              "        graph feedfacefeed  not in this run\n"));
+  EXPECT_THAT(show("1-8"),
+              AllOf(HasSubstr("          1-4  bred by point_mutation, then crossover, parents not "
+                              "told: cross_rank(close)\n"),
+                    Not(HasSubstr("1-3"))));
+}
+
+TEST_F(StoreCommands, ShowOneAncestorsParentsOnce) {
+  embedded::RunStore(path_.string())
+      .record_evaluations(
+          1, {samples::evaluation(
+                 9, R"({"operators":["crossover"],"origin":"bred","parents":["k3","k5"]})")});
+  const std::string page = show("1-9");
+  EXPECT_THAT(page, HasSubstr("      1-4  bred by point_mutation, then crossover: "));
+  EXPECT_THAT(page, HasSubstr("1-3  bred by crossover, parents as above: "));
+}
+
+TEST_F(StoreCommands, TakeNoLaterCandidateForAParent) {
+  embedded::RunStore(path_.string())
+      .record_evaluations(
+          1, {samples::evaluation(
+                  9, R"({"operators":["crossover"],"origin":"bred","parents":["k9","k10"]})"),
+              samples::evaluation(10, R"({"origin":"fresh"})")});
+  EXPECT_THAT(show("1-9"), AllOf(HasSubstr("    graph k9  not in this run\n"),
+                                 HasSubstr("    graph k10  not in this run\n")));
+}
+
+TEST_F(StoreCommands, ShowForMachines) {
+  const Json page = Json::parse(show("1-4", true));
+  std::vector<std::string> members;
+  for (const auto& item : page.items())
+    members.push_back(item.key());
+  EXPECT_THAT(members,
+              ElementsAre("eval_id", "candidate_number", "generation", "expression", "passed",
+                          "failure_reason", "failures", "statistics", "holdout_statistics",
+                          "submissions", "run", "lineage", "graph_key", "graph"));
+  EXPECT_EQ(page["statistics"]["sharpe"], 1.25);
+  EXPECT_EQ(page["holdout_statistics"], nullptr);
+  EXPECT_EQ(page["submissions"][0]["state"], "queued");
+  EXPECT_EQ(page["run"]["price_digest"], "the digest");
+  EXPECT_EQ(page["run"]["eras"]["seen_days"], 80);
+  EXPECT_EQ(page["graph"]["node"], "cross_rank");
+  const Json& parents = page["lineage"]["parents"];
+  ASSERT_EQ(parents.size(), 2U);
+  EXPECT_EQ(parents[0]["eval_id"], "1-3");
+  EXPECT_EQ(parents[0]["parents"][1]["eval_id"], "1-2");
+  EXPECT_EQ(parents[1]["eval_id"], nullptr);
+  EXPECT_EQ(parents[1]["graph_key"], "feedfacefeedface");
+  EXPECT_EQ(Json::parse(show("1-2", true))["failures"]["sharpe_min"]["value"], 0.125);
+}
+
+TEST_F(StoreCommands, TellAStoreWithDamagedTexts) {
+  embedded::EvaluationRecord damaged = samples::evaluation(9, R"({"origin":"fresh"})");
+  damaged.statistics_json = "{";
+  embedded::RunStore(path_.string()).record_evaluations(1, {damaged});
+  EXPECT_THROW(static_cast<void>(show("1-9")), embedded::StoreError);
+}
+
+TEST_F(StoreCommands, WrapALineToTheTerminal) {
+  std::istringstream lines(show("1-6", false, 60));
+  for (std::string line; std::getline(lines, line) && line != "Graph";)
+    EXPECT_LE(column_count(line), 60U) << line;
+}
+
+}  // namespace
+}  // namespace varnholt::app
