@@ -57,7 +57,7 @@ std::unique_ptr<SqliteDatabase> opened(const std::string& path, const RunStore::
 
 RunStore::RunStore(const std::string& path, const Options& options)
     : database_(opened(path, options)),
-      statements_(std::make_unique<Statements>(*database_)),
+      statements_(std::make_unique<RunStoreStatements>(*database_)),
       submissions_(*database_),
       interrupted_runs_(mark_interrupted_runs()) {}
 

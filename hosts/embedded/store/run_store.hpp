@@ -30,6 +30,7 @@ namespace varnholt::embedded {
 
 class SqliteDatabase;
 class SqliteTransaction;
+struct RunStoreStatements;
 
 struct RunStart {
   double started_at = 0;
@@ -165,13 +166,11 @@ class RunStore {
   [[nodiscard]] SqliteTransaction lock(const char* doing);
 
  private:
-  struct Statements;
-
   void require_run(std::int64_t run, const char* doing);
   std::vector<std::int64_t> mark_interrupted_runs();
 
   std::unique_ptr<SqliteDatabase> database_;
-  std::unique_ptr<Statements> statements_;
+  std::unique_ptr<RunStoreStatements> statements_;
   SubmissionTable submissions_;
   std::vector<std::int64_t> interrupted_runs_;
 };

@@ -62,7 +62,7 @@ std::string joined(const char* columns, const char* condition) {
 
 }  // namespace
 
-RunStore::Statements::Statements(SqliteDatabase& database)
+RunStoreStatements::RunStoreStatements(SqliteDatabase& database)
     : insert_run(database, kInsertRun, kBeginning),
       insert_evaluation(database, kInsertEvaluation, kRecording),
       insert_metrics(database, kInsertMetrics, kRecordingMetrics),

@@ -1,7 +1,6 @@
 // The statements of a RunStore, prepared once, when it is opened. Included by its sources alone.
 #pragma once
 
-#include "hosts/embedded/store/run_store.hpp"
 #include "hosts/embedded/store/sqlite_database.hpp"
 
 namespace varnholt::embedded {
@@ -14,8 +13,8 @@ inline constexpr const char* kRecordingMetrics = "recording metrics";
 inline constexpr const char* kEnding = "ending a run";
 inline constexpr const char* kMarking = "marking interrupted runs";
 
-struct RunStore::Statements {
-  explicit Statements(SqliteDatabase& database);
+struct RunStoreStatements {
+  explicit RunStoreStatements(SqliteDatabase& database);
 
   SqliteStatement insert_run;
   SqliteStatement insert_evaluation;

@@ -8,8 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "hosts/embedded/operators/genetic_operators.hpp"
 #include "hosts/embedded/digest/digest.hpp"
+#include "hosts/embedded/operators/genetic_operators.hpp"
 #include "hosts/embedded/search/embedded_host.hpp"
 #include "search_templates/genetic/graph/canonical_text.hpp"
 #include "search_templates/genetic/population/elite_derivation.hpp"
