@@ -80,8 +80,8 @@ class EmbeddedEngine : public genetic::Engine {
                                                         const genetic::Value& era_config) override;
   // The statistics by name. Of what holds no statistics there are none, and so no gate is judged.
   [[nodiscard]] genetic::Value stats_gate_metrics(const genetic::Value& stats) override;
-  [[nodiscard]] genetic::Value evaluate_threshold_gates(
-      const genetic::Value& metrics, const genetic::Value& threshold_set) override;
+  [[nodiscard]] genetic::Value evaluate_threshold_gates(const genetic::Value& metrics,
+                                                        const genetic::Value& thresholds) override;
   [[nodiscard]] genetic::Value threshold_gate_failure_reason(
       const genetic::Value& gate_failure) override;
   [[nodiscard]] genetic::Value threshold_gate_failure_metric(

@@ -119,7 +119,7 @@ std::string cell(const std::string& symbol) {
 }
 
 void append_number(std::string& text, double number) {
-  std::array<char, 32> digits;  // The longest double has 24.
+  std::array<char, 32> digits{};  // The longest double has 24.
   const auto [end, error] = std::to_chars(digits.data(), digits.data() + digits.size(), number);
   if (error != std::errc()) throw std::logic_error("a double with more than 32 characters");
   text.append(digits.data(), end);

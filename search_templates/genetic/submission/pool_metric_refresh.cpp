@@ -99,7 +99,7 @@ class Refresh {
   // The candidate's statistics, or those of a new backtest where a PnL matrix is required that they
   // do not hold. The matrix of a normalisation that works is not kept: it serves as a test only.
   Value statistics_to_measure() {
-    const Value stats = candidate_.get(keys::kStats);
+    Value stats = candidate_.get(keys::kStats);
     if (!truth(engine_.selected_pool_has_synced_found_signal_ids(era_config_, pool_name_))) {
       return stats;
     }
