@@ -34,8 +34,8 @@ struct Ancestor {
 // A line for each candidate, its parents below it and further in. Ended.
 [[nodiscard]] std::string ancestry_text(const Ancestor& root, Width width);
 
-// {"eval_id","graph_key","origin","operators","expression","parents":[...]}; `parents` is null where
-// there are parents that are not told here.
+// {"eval_id","graph_key","origin","operators","expression","parents":[...]}; `parents` is null
+// where there are parents that are not told here.
 [[nodiscard]] Json ancestry_json(const Ancestor& root);
 
 }  // namespace varnholt::app

@@ -20,8 +20,8 @@ namespace varnholt::app {
 
 class StoreReader {
  public:
-  // Throws StoreError for a file that is not there, that is no store, or whose tables are of another
-  // version than this program's.
+  // Throws StoreError for a file that is not there, that is no store, or whose tables are of
+  // another version than this program's.
   explicit StoreReader(const std::filesystem::path& path);
 
   // The absolute path of the file.
