@@ -112,15 +112,20 @@ Callable EmbeddedContext::evaluate_for_template() {
 Value EmbeddedContext::evaluate(const Value& graph) {
   attempt_evidence_ = Mapping{{keys::kBacktestCompleted, false}};
   const BacktestStopwatch stopwatch(clock_, process_);
-  const BacktestStatistics statistics = evaluator_.evaluate(graph).backtest.statistics;
+  const BacktestResult backtest = evaluator_.evaluate(graph).backtest;
   const Mapping timing = stopwatch.timing(graph);
   timings_.record(graph, timing);
   attempt_evidence_ = Mapping{{keys::kBacktestCompleted, true}, {keys::kBacktestTiming, timing}};
 
   const std::optional<GateFailure> failure =
-      first_failed_gate(statistics, settings_.gates, settings_.limits);
+      first_failed_gate(backtest.statistics, settings_.gates, settings_.limits);
+  // Children compare what passes with the pool, all at once; in the parent it would be one after the
+  // other.
+  const Value stats = in_child_ && !failure
+                          ? submission_.compared(backtest)
+                          : genetic::make_object<StatisticsObject>(backtest.statistics);
   Mapping tracking;
-  Mapping record{{keys::kStats, genetic::make_object<StatisticsObject>(statistics)},
+  Mapping record{{keys::kStats, stats},
                  {keys::kPassed, !failure.has_value()},
                  {keys::kRejectionReason, failure ? Value(failure->reason) : Value()},
                  {keys::kTrackingMetricKwargs, tracking}};

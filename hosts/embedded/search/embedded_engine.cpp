@@ -4,7 +4,6 @@
 
 #include "hosts/embedded/gates/failure_detail.hpp"
 #include "hosts/embedded/gates/threshold_set.hpp"
-#include "hosts/embedded/search/backtester_object.hpp"
 #include "hosts/embedded/search/function_callable.hpp"
 #include "hosts/embedded/search/gate_objects.hpp"
 #include "hosts/embedded/search/statistics_object.hpp"
@@ -220,7 +219,7 @@ Value EmbeddedEngine::evaluation_metaparameters_for_pool(const Value& /*signal_p
 Value EmbeddedEngine::call_backtester_with_transform_context(std::span<const Value> positional,
                                                              const Mapping& /*extra_kwargs*/) {
   // The backtester, the name of its only operation, and the graph.
-  return backtest_with_pnl(positional[0], positional[2]);
+  return submission().backtest(positional[0], positional[2]);
 }
 
 Value EmbeddedEngine::submission_pnl_mi_from_backtest_or_compute(

@@ -1,8 +1,10 @@
 #include "hosts/embedded/search/signal_submission.hpp"
 
+#include "hosts/embedded/search/backtester_object.hpp"
 #include "hosts/embedded/search/statistics_object.hpp"
 #include "hosts/embedded/search/wall_clock.hpp"
 #include "hosts/embedded/signal_pool/pool_errors.hpp"
+#include "search_templates/genetic/graph/canonical_text.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
@@ -34,7 +36,12 @@ bool SignalSubmission::refresh() {
 
 SyncReport SignalSubmission::sync() {
   last_measured_.reset();
-  return queue_.sync();
+  pnls_.clear();
+  SyncReport report = queue_.sync();
+  // For the children that are forked next. They would do without, only the parent would have more
+  // to compare.
+  static_cast<void>(pool_.refresh());
+  return report;
 }
 
 const PoolMeasure& SignalSubmission::measure(const Value& stats) {
@@ -43,8 +50,11 @@ const PoolMeasure& SignalSubmission::measure(const Value& stats) {
   }
   PoolMeasure measured;
   if (pool_.has_members()) {
+    const Eigen::ArrayXd& pnl = required_pnl(stats);
+    const auto& comparison = statistics_object(stats)->comparison();
+    if (comparison) pool_.take_over(pnl, *comparison);
     try {
-      measured = pool_.measure(required_pnl(stats));
+      measured = pool_.measure(pnl);
     } catch (const PoolPnlMissing& error) {
       throw PoolDataNotReady(error.what());
     } catch (const PoolMetricNotYetComputable& error) {
@@ -54,9 +64,31 @@ const PoolMeasure& SignalSubmission::measure(const Value& stats) {
   return last_measured_.emplace(Measured{stats, measured}).measure;
 }
 
+Value SignalSubmission::compared(const BacktestResult& backtest) {
+  if (!has_members()) return genetic::make_object<StatisticsObject>(backtest.statistics);
+  std::optional<PoolComparison> comparison;
+  try {
+    comparison = pool_.compare(backtest.net_returns);
+  } catch (const PoolPnlMissing&) {
+    // The parent meets the same when it measures, and makes the candidate wait.
+  } catch (const PoolMetricNotYetComputable&) {
+    // Likewise.
+  }
+  return genetic::make_object<StatisticsObject>(backtest.statistics, backtest.net_returns,
+                                                comparison);
+}
+
+Value SignalSubmission::backtest(const Value& backtester, const Value& graph) {
+  Value stats = backtest_with_pnl(backtester, graph);
+  pnls_.insert_or_assign(genetic::canonical_graph_string(graph), required_pnl(stats));
+  return stats;
+}
+
 bool SignalSubmission::enqueue(const Mapping& payload) {
-  return queue_.enqueue(payload,
-                        evaluator_.evaluate(payload.get(keys::kGraph)).backtest.net_returns);
+  const Value graph = payload.get(keys::kGraph);
+  const auto known = pnls_.find(genetic::canonical_graph_string(graph));
+  if (known != pnls_.end()) return queue_.enqueue(payload, known->second);
+  return queue_.enqueue(payload, evaluator_.evaluate(graph).backtest.net_returns);
 }
 
 }  // namespace varnholt::embedded

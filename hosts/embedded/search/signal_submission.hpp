@@ -3,6 +3,10 @@
 #pragma once
 
 #include <optional>
+#include <string>
+#include <unordered_map>
+
+#include <Eigen/Core>
 
 #include "hosts/embedded/backtest/evaluator.hpp"
 #include "hosts/embedded/config/host_config.hpp"
@@ -42,10 +46,20 @@ class SignalSubmission {
   // for statistics without a PnL.
   [[nodiscard]] const PoolMeasure& measure(const genetic::Value& stats);
 
-  // Evaluates the payload's graph once more for its PnL and queues both. False when the store is
-  // busy.
+  // What a child makes of a backtest that passed the gates: statistics that need no second backtest
+  // and no second comparison in the parent. Without PnL where there is nothing to compare with, and
+  // without comparison where the pool's data is not ready. Reads no store.
+  [[nodiscard]] genetic::Value compared(const BacktestResult& backtest);
+
+  // The statistics of one more backtest of the graph, with its PnL: for measure(), and kept until the
+  // next sync for enqueue(). Fails as backtest_with_pnl does.
+  [[nodiscard]] genetic::Value backtest(const genetic::Value& backtester,
+                                        const genetic::Value& graph);
+
+  // Queues the payload with the PnL of its graph, which is evaluated for it unless backtest() did.
+  // False when the store is busy.
   [[nodiscard]] bool enqueue(const genetic::Mapping& payload);
-  // Settles what is queued, which brings the members in.
+  // Settles what is queued, and brings the members in.
   SyncReport sync();
 
  private:
@@ -59,6 +73,7 @@ class SignalSubmission {
   SignalPool pool_;
   SubmissionQueue queue_;
   std::optional<Measured> last_measured_;
+  std::unordered_map<std::string, Eigen::ArrayXd> pnls_;  // By the graph's canonical text.
 };
 
 }  // namespace varnholt::embedded

@@ -9,21 +9,26 @@
 #include <Eigen/Core>
 
 #include "hosts/embedded/backtest/statistics.hpp"
+#include "hosts/embedded/signal_pool/signal_pool.hpp"
 #include "search_templates/genetic/value/host_object.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::embedded {
 
-// The daily PnL is there only where a backtest was asked for it: a child's result has none.
+// The daily PnL is there only where it is needed to compare the signal with the pool: in what a
+// backtest was asked for, and in a child's result that passed its gates while the pool had members.
+// The latter also holds what the child found when it compared them.
 class StatisticsObject : public genetic::HostObject {
  public:
   explicit StatisticsObject(const BacktestStatistics& statistics,
-                            std::optional<Eigen::ArrayXd> pnl = std::nullopt)
-      : statistics_(statistics), pnl_(std::move(pnl)) {}
+                            std::optional<Eigen::ArrayXd> pnl = std::nullopt,
+                            std::optional<PoolComparison> comparison = std::nullopt)
+      : statistics_(statistics), pnl_(std::move(pnl)), comparison_(std::move(comparison)) {}
 
   [[nodiscard]] const BacktestStatistics& statistics() const { return statistics_; }
   // Net returns, one entry a holding day.
   [[nodiscard]] const std::optional<Eigen::ArrayXd>& pnl() const { return pnl_; }
+  [[nodiscard]] const std::optional<PoolComparison>& comparison() const { return comparison_; }
 
   [[nodiscard]] std::string type_name() const override { return "BacktestStatistics"; }
   [[nodiscard]] std::optional<genetic::Value> attribute(std::string_view name) const override;
@@ -31,6 +36,7 @@ class StatisticsObject : public genetic::HostObject {
  private:
   BacktestStatistics statistics_;
   std::optional<Eigen::ArrayXd> pnl_;
+  std::optional<PoolComparison> comparison_;
 };
 
 // Every statistic under its name, in the order of the structure.

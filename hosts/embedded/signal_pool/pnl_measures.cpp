@@ -47,60 +47,174 @@ std::vector<std::uint64_t> dense_ranks(const ArrayXd& series, const std::vector<
   return ranks;
 }
 
-// Walks away from a day along the one series, always on to the nearer side, and keeps the distances
-// of the days nearest to it in the plane.
-class NeighbourSearch {
+// The plane of two series, cut into cells of equally many places along either axis, so that the
+// neighbours of a day are found in the cells around its own.
+class NeighbourGrid {
  public:
-  NeighbourSearch(const NormalScores& along, const NormalScores& across, int neighbours)
-      : along_(along), across_(across), nearest_(static_cast<std::size_t>(neighbours)) {}
+  NeighbourGrid(const NormalScores& left, const NormalScores& right, int neighbours)
+      : left_(left), right_(right), neighbours_(neighbours) {
+    const Index size = left.size();
+    side_ = std::max<Index>(1, std::lround(std::sqrt(static_cast<double>(size) / kDaysInCell)));
+    first_place_.resize(static_cast<std::size_t>(side_) + 1);
+    for (Index line = 0; line <= side_; ++line) {
+      // The least place with place * side / size == line.
+      first_place_[static_cast<std::size_t>(line)] = (line * size + side_ - 1) / side_;
+    }
+    std::vector<Index> line_of_place(static_cast<std::size_t>(size));
+    for (Index line = 0; line < side_; ++line) {
+      const auto begin = line_of_place.begin();
+      std::fill(begin + first_place_[static_cast<std::size_t>(line)],
+                begin + first_place_[static_cast<std::size_t>(line) + 1], line);
+    }
+    sort_into_cells(line_of_place);
+  }
 
-  // The distance of the last of the neighbours.
+  // The distance of the last of the day's neighbours.
   double distance_of_last(Index day) {
-    std::fill(nearest_.begin(), nearest_.end(), std::numeric_limits<double>::infinity());
-    const std::vector<Index>& order = along_.days_in_order();
-    Index below = along_.place_of_day()[static_cast<std::size_t>(day)] - 1;
-    Index above = below + 2;
-    while (true) {
-      const double down = distance_along(day, below);
-      const double up = distance_along(day, above);
-      const double nearer = std::min(down, up);
-      // Also ends the walk when both sides have run out.
-      if (!(nearer < nearest_.back())) return nearest_.back();
-      Index& place = down <= up ? below : above;
-      const Index other = order[static_cast<std::size_t>(place)];
-      place += down <= up ? -1 : 1;
-      keep(std::max(nearer, std::abs(across_.by_day()[day] - across_.by_day()[other])));
+    const auto index = static_cast<std::size_t>(day);
+    const Index row = cell_of_day_[index] / side_;
+    const Index column = cell_of_day_[index] % side_;
+    const double x = left_.by_day()[day];
+    const double y = right_.by_day()[day];
+    for (Index reach = 1;; ++reach) {
+      const Lines rows = lines_around(row, reach);
+      const Lines columns = lines_around(column, reach);
+      const double beyond = std::min(distance_beyond(left_.in_order(), x, rows),
+                                     distance_beyond(right_.in_order(), y, columns));
+      // First those that are likely near enough, then, where they are too few, all.
+      for (const double limit : {std::min(likely_limit(rows, columns), beyond), beyond}) {
+        collect_distances(x, y, rows, columns, limit);
+        // The day itself is among them, at distance 0.
+        if (count_ <= neighbours_) continue;
+        double* const last = distances_.data() + neighbours_;
+        std::nth_element(distances_.data(), last, distances_.data() + count_);
+        return *last;
+      }
     }
   }
 
  private:
-  [[nodiscard]] double distance_along(Index day, Index place) const {
-    if (place < 0 || place >= along_.size()) return std::numeric_limits<double>::infinity();
-    const Index other = along_.days_in_order()[static_cast<std::size_t>(place)];
-    return std::abs(along_.by_day()[day] - along_.by_day()[other]);
-  }
-  void keep(double distance) {
-    if (distance >= nearest_.back()) return;
-    const auto place = std::upper_bound(nearest_.begin(), nearest_.end(), distance);
-    std::move_backward(place, nearest_.end() - 1, nearest_.end());
-    *place = distance;
+  // Both found by trying: fewer days are looked at in small cells, but more cells.
+  static constexpr double kDaysInCell = 3.0;
+  static constexpr double kLikelyDays = 1.5;  // For each neighbour.
+
+  // The lines first .. end - 1 of one axis.
+  struct Lines {
+    Index first;
+    Index end;
+  };
+
+  [[nodiscard]] Lines lines_around(Index line, Index reach) const {
+    return {std::max<Index>(0, line - reach), std::min(side_, line + reach + 1)};
   }
 
-  const NormalScores& along_;
-  const NormalScores& across_;
-  std::vector<double> nearest_;  // Ascending.
+  // No day outside the lines is nearer than this; infinity where there is none.
+  [[nodiscard]] double distance_beyond(const std::vector<double>& in_order, double value,
+                                       const Lines& lines) const {
+    double distance = std::numeric_limits<double>::infinity();
+    const auto first =
+        static_cast<std::size_t>(first_place_[static_cast<std::size_t>(lines.first)]);
+    const auto end = static_cast<std::size_t>(first_place_[static_cast<std::size_t>(lines.end)]);
+    if (first > 0) distance = value - in_order[first - 1];
+    if (end < in_order.size()) distance = std::min(distance, in_order[end] - value);
+    return distance;
+  }
+
+  void sort_into_cells(const std::vector<Index>& line_of_place) {
+    const auto size = static_cast<std::size_t>(left_.size());
+    first_in_cell_.assign(static_cast<std::size_t>(side_ * side_) + 1, 0);
+    cell_of_day_.resize(size);
+    for (std::size_t day = 0; day < size; ++day) {
+      const Index row = line_of_place[static_cast<std::size_t>(left_.place_of_day()[day])];
+      const Index column = line_of_place[static_cast<std::size_t>(right_.place_of_day()[day])];
+      cell_of_day_[day] = row * side_ + column;
+      ++first_in_cell_[static_cast<std::size_t>(cell_of_day_[day]) + 1];
+    }
+    std::partial_sum(first_in_cell_.begin(), first_in_cell_.end(), first_in_cell_.begin());
+    std::vector<std::size_t> next(first_in_cell_.begin(), first_in_cell_.end() - 1);
+    xs_.resize(size);
+    ys_.resize(size);
+    distances_.resize(size + 1);
+    for (std::size_t day = 0; day < size; ++day) {
+      const std::size_t place = next[static_cast<std::size_t>(cell_of_day_[day])]++;
+      xs_[place] = left_.by_day()[static_cast<Index>(day)];
+      ys_[place] = right_.by_day()[static_cast<Index>(day)];
+    }
+  }
+
+  // Within it there are kLikelyDays for each neighbour, if the days of the cells are spread evenly.
+  [[nodiscard]] double likely_limit(const Lines& rows, const Lines& columns) const {
+    std::size_t days = 0;
+    for (Index row = rows.first; row < rows.end; ++row) {
+      days += first_in_cell_[static_cast<std::size_t>(row * side_ + columns.end)] -
+              first_in_cell_[static_cast<std::size_t>(row * side_ + columns.first)];
+    }
+    const double area = extent(left_.in_order(), rows) * extent(right_.in_order(), columns);
+    return 0.5 * std::sqrt(kLikelyDays * static_cast<double>(neighbours_ + 1) * area /
+                           static_cast<double>(days));
+  }
+  [[nodiscard]] double extent(const std::vector<double>& in_order, const Lines& lines) const {
+    const Index first = first_place_[static_cast<std::size_t>(lines.first)];
+    const Index end = first_place_[static_cast<std::size_t>(lines.end)];
+    return in_order[static_cast<std::size_t>(end - 1)] - in_order[static_cast<std::size_t>(first)];
+  }
+
+  // To the days of the cells that are no farther than `limit`. The days of one row of cells lie
+  // side by side.
+  void collect_distances(double x, double y, const Lines& rows, const Lines& columns,
+                         double limit) {
+    double* const distances = distances_.data();
+    std::ptrdiff_t count = 0;
+    for (Index row = rows.first; row < rows.end; ++row) {
+      const std::size_t first =
+          first_in_cell_[static_cast<std::size_t>(row * side_ + columns.first)];
+      const std::size_t end = first_in_cell_[static_cast<std::size_t>(row * side_ + columns.end)];
+      for (std::size_t i = first; i < end; ++i) {
+        const double distance = std::max(std::abs(x - xs_[i]), std::abs(y - ys_[i]));
+        // Written in any case and kept or not: whether is as good as random.
+        distances[count] = distance;
+        count += distance <= limit ? 1 : 0;
+      }
+    }
+    count_ = count;
+  }
+
+  const NormalScores& left_;
+  const NormalScores& right_;
+  std::ptrdiff_t neighbours_;
+  Index side_ = 1;                          // Lines along either axis.
+  std::vector<Index> first_place_;          // Of each line, and of the one after the last.
+  std::vector<Index> cell_of_day_;          // row * side + column.
+  std::vector<std::size_t> first_in_cell_;  // In the two below, and one after the last.
+  std::vector<double> xs_;
+  std::vector<double> ys_;
+  std::vector<double> distances_;  // The first `count_` of them.
+  std::ptrdiff_t count_ = 0;
 };
+
+// The first of `count` values in order that `is_beyond` holds for. Without a branch on the values:
+// which way it goes is as good as random.
+template <typename IsBeyond>
+const double* first_beyond(const double* values, Index count, const IsBeyond& is_beyond) {
+  while (count > 0) {
+    const Index half = count / 2;
+    const bool later = !is_beyond(values[half]);
+    values = later ? values + half + 1 : values;
+    count = later ? count - half - 1 : half;
+  }
+  return values;
+}
 
 // The other days nearer to the day than `distance`.
 Index count_nearer(const NormalScores& scores, Index day, double distance) {
-  const std::vector<Index>& order = scores.days_in_order();
+  const double* const begin = scores.in_order().data();
   const double value = scores.by_day()[day];
-  const auto self = order.begin() + scores.place_of_day()[static_cast<std::size_t>(day)];
-  const auto first = std::partition_point(
-      order.begin(), self, [&](Index other) { return value - scores.by_day()[other] >= distance; });
-  const auto last = std::partition_point(
-      self, order.end(), [&](Index other) { return scores.by_day()[other] - value < distance; });
-  return (last - first) - 1;
+  const Index place = scores.place_of_day()[static_cast<std::size_t>(day)];
+  const double* const first =
+      first_beyond(begin, place, [=](double other) { return !(value - other >= distance); });
+  const double* const end = first_beyond(begin + place, scores.size() - place,
+                                         [=](double other) { return !(other - value < distance); });
+  return (end - first) - 1;
 }
 
 }  // namespace
@@ -125,6 +239,7 @@ double pearson_correlation(const ArrayXd& left, const ArrayXd& right) {
 NormalScores::NormalScores(const ArrayXd& series) : by_day_(series.size()) {
   require_finite(series);
   const auto size = static_cast<std::size_t>(series.size());
+  in_order_.resize(size);
   days_in_order_.resize(size);
   place_of_day_.resize(size);
   std::iota(days_in_order_.begin(), days_in_order_.end(), Index{0});
@@ -145,7 +260,9 @@ NormalScores::NormalScores(const ArrayXd& series) : by_day_(series.size()) {
   for (std::size_t place = 0; place < size; ++place) {
     const Index day = days_in_order_[place];
     place_of_day_[static_cast<std::size_t>(day)] = static_cast<Index>(place);
-    by_day_[day] = normal_quantile((static_cast<double>(place) + 0.5) / static_cast<double>(size));
+    in_order_[place] =
+        normal_quantile((static_cast<double>(place) + 0.5) / static_cast<double>(size));
+    by_day_[day] = in_order_[place];
   }
 }
 
@@ -159,10 +276,10 @@ double mutual_information(const NormalScores& left, const NormalScores& right, i
   if (left.is_constant() || right.is_constant()) return 0.0;
   const std::vector<double> digamma = digamma_of_integers(size);
   const auto psi = [&](Index n) { return digamma[static_cast<std::size_t>(n - 1)]; };
-  NeighbourSearch search(left, right, neighbours);
+  NeighbourGrid grid(left, right, neighbours);
   double sum = 0.0;
   for (Index day = 0; day < size; ++day) {
-    const double distance = search.distance_of_last(day);
+    const double distance = grid.distance_of_last(day);
     sum += psi(count_nearer(left, day, distance) + 1) + psi(count_nearer(right, day, distance) + 1);
   }
   return psi(neighbours) + psi(size) - sum / static_cast<double>(size);

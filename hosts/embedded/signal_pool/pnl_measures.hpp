@@ -37,6 +37,8 @@ class NormalScores {
   // All values were equal.
   [[nodiscard]] bool is_constant() const noexcept { return is_constant_; }
   [[nodiscard]] const Eigen::ArrayXd& by_day() const noexcept { return by_day_; }
+  // The scores in ascending order.
+  [[nodiscard]] const std::vector<double>& in_order() const noexcept { return in_order_; }
   // The days in ascending order of their scores, and the place of each day in that order.
   [[nodiscard]] const std::vector<Eigen::Index>& days_in_order() const noexcept {
     return days_in_order_;
@@ -47,6 +49,7 @@ class NormalScores {
 
  private:
   Eigen::ArrayXd by_day_;
+  std::vector<double> in_order_;
   std::vector<Eigen::Index> days_in_order_;
   std::vector<Eigen::Index> place_of_day_;
   bool is_constant_ = false;

@@ -34,6 +34,7 @@ void SignalPool::refresh_under_lock() {
   // anew.
   if (!is_still_good(store_.submissions().member_numbers(identity_))) {
     members_.clear();
+    remembered_.clear();
     last_settled_order_ = 0;
   }
   read_members();
@@ -83,12 +84,21 @@ const SignalPool::Series& SignalPool::comparable(const Member& member, Eigen::In
   return *member.series;
 }
 
-PoolMeasure SignalPool::measure(const ArrayXd& pnl) const {
+SignalPool::Remembered& SignalPool::remembered(const ArrayXd& pnl) {
+  const auto found =
+      std::find_if(remembered_.begin(), remembered_.end(), [&pnl](const Remembered& candidate) {
+        return candidate.pnl.size() == pnl.size() && (candidate.pnl == pnl).all();
+      });
+  if (found != remembered_.end()) return *found;
+  if (remembered_.size() == kRememberedMeasures) remembered_.pop_front();
+  return remembered_.emplace_back(Remembered{pnl, 0, {}});
+}
+
+PoolMeasure SignalPool::measure(const ArrayXd& pnl) {
   if (!pnl.isFinite().all()) {
     throw std::invalid_argument("the PnL of a signal has an entry that is no finite number");
   }
-  PoolMeasure measure;
-  if (members_.empty()) return measure;
+  if (members_.empty()) return {};
   // Every member must be comparable before any is compared: half a measure is none.
   std::vector<const Series*> series;
   for (const Member& member : members_)
@@ -98,8 +108,11 @@ PoolMeasure SignalPool::measure(const ArrayXd& pnl) const {
         fmt::format("the signal has {} days in common with its pool, and it takes {} to compare",
                     pnl.size(), minimum_days_));
   }
+  Remembered& known = remembered(pnl);
+  if (known.members == members_.size()) return known.measure;
+  PoolMeasure& measure = known.measure;
   const NormalScores scores(pnl);
-  for (std::size_t i = 0; i < members_.size(); ++i) {
+  for (std::size_t i = known.members; i < members_.size(); ++i) {
     const double information = mutual_information(scores, series[i]->scores);
     const double correlation = std::abs(pearson_correlation(pnl, series[i]->pnl));
     if (i == 0 || information > measure.mutual_information) {
@@ -112,7 +125,27 @@ PoolMeasure SignalPool::measure(const ArrayXd& pnl) const {
     }
   }
   measure.score = novelty(measure.mutual_information);
+  known.members = members_.size();
   return measure;
+}
+
+std::optional<PoolComparison> SignalPool::compare(const ArrayXd& pnl) {
+  if (members_.empty()) return std::nullopt;
+  const PoolMeasure measured = measure(pnl);
+  return PoolComparison{static_cast<std::int64_t>(members_.size()), members_.back().submission,
+                        measured};
+}
+
+void SignalPool::take_over(const ArrayXd& pnl, const PoolComparison& comparison) {
+  // Members join at the end and numbers are never given twice. So where the last one stands in its
+  // old place, those before it do too.
+  if (comparison.members < 1 || std::cmp_greater(comparison.members, members_.size())) return;
+  const auto members = static_cast<std::size_t>(comparison.members);
+  if (members_[members - 1].submission != comparison.last_member) return;
+  Remembered& known = remembered(pnl);
+  if (known.members >= members) return;
+  known.members = members;
+  known.measure = comparison.measure;
 }
 
 }  // namespace varnholt::embedded

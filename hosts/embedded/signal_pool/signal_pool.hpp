@@ -8,7 +8,9 @@
 // process. What has been read stays in memory, and each refresh reads what has been settled since.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <string>
 #include <vector>
@@ -24,8 +26,17 @@ namespace varnholt::embedded {
 // With fewer days in common no figure means anything: the scatter of a correlation is 1/sqrt(days).
 inline constexpr Eigen::Index kMinimumCommonDays = 40;
 
+// A measure that was made elsewhere, in a process that knew the same first members.
+struct PoolComparison {
+  std::int64_t members = 0;      // How many it was compared with, at least one ...
+  std::int64_t last_member = 0;  // ... and the number of the last one's submission.
+  PoolMeasure measure;
+};
+
 class SignalPool {
  public:
+  static constexpr std::size_t kRememberedMeasures = 128;
+
   // The store must outlive the pool. The pool has no members before the first refresh.
   SignalPool(RunStore& store, PoolIdentity identity,
              Eigen::Index minimum_days = kMinimumCommonDays);
@@ -47,7 +58,17 @@ class SignalPool {
   // any PnL measures as new. Throws PoolPnlMissing when a member's PnL is not in the store or has
   // other days, PoolMetricNotYetComputable when there are fewer than `minimum_days`, and
   // std::invalid_argument when the PnL given has an entry that is no finite number.
-  [[nodiscard]] PoolMeasure measure(const Eigen::ArrayXd& pnl) const;
+  //
+  // The comparison takes as long as a backtest for each member, and a signal is measured when it is
+  // recorded and again when it is settled. So what the last kRememberedMeasures signals came to is
+  // remembered, and only members that have joined since are compared.
+  [[nodiscard]] PoolMeasure measure(const Eigen::ArrayXd& pnl);
+
+  // The same for another process that is to take the measure over; nothing where the pool has no
+  // members. It reads no store, so a forked child may call it. Throws as measure() does.
+  [[nodiscard]] std::optional<PoolComparison> compare(const Eigen::ArrayXd& pnl);
+  // Takes over what another process measured of this PnL, unless members were taken out meanwhile.
+  void take_over(const Eigen::ArrayXd& pnl, const PoolComparison& comparison);
 
  private:
   struct Series {
@@ -60,15 +81,24 @@ class SignalPool {
     std::optional<Series> series;
   };
 
+  // What a signal comes to against the first `members` members.
+  struct Remembered {
+    Eigen::ArrayXd pnl;
+    std::size_t members = 0;
+    PoolMeasure measure;
+  };
+
   void read_members();
   [[nodiscard]] bool is_still_good(const std::vector<std::int64_t>& submissions) const;
   [[nodiscard]] const Series& comparable(const Member& member, Eigen::Index days) const;
+  [[nodiscard]] Remembered& remembered(const Eigen::ArrayXd& pnl);
 
   RunStore& store_;
   PoolIdentity identity_;
   Eigen::Index minimum_days_;
   std::vector<Member> members_;
   std::int64_t last_settled_order_ = 0;
+  std::deque<Remembered> remembered_;  // The latest last.
 };
 
 }  // namespace varnholt::embedded

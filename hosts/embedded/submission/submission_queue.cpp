@@ -59,7 +59,7 @@ Settlement settlement_of(const PoolMeasure& measure, const PoolThresholds& thres
 }
 
 // What keeps a measure from being made for now, or nothing.
-std::optional<std::string> try_to_measure(const SignalPool& pool, const SubmissionPnl& queued,
+std::optional<std::string> try_to_measure(SignalPool& pool, const SubmissionPnl& queued,
                                           PoolMeasure& measure) {
   if (!queued.pnl) return "its own PnL in the store cannot be read";
   const auto size = static_cast<Eigen::Index>(queued.pnl->size());

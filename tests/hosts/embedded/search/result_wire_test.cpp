@@ -2,7 +2,9 @@
 // bit of its reals, keys that are no texts, and the statistics as an object with attributes.
 #include "hosts/embedded/search/result_wire.hpp"
 
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 
 #include <gtest/gtest.h>
@@ -68,6 +70,39 @@ TEST(ResultWire, CarriesTheStatisticsAsAnObject) {
   EXPECT_FALSE(genetic::attribute(stats, "correlation").has_value());
   // What was sent is unchanged.
   EXPECT_TRUE(record.at(genetic::keys::kStats).is_object());
+}
+
+TEST(ResultWire, CarriesThePnlToTheLastBitAndWhatItWasComparedWith) {
+  Eigen::ArrayXd pnl(6);
+  pnl << 0.1, -0.0, 5e-324, -std::numeric_limits<double>::max(), 1e-17, 0.0;
+  PoolComparison comparison{3, 17, {0.25, 0.5, 0.75, "1-2", std::nullopt}};
+  const Mapping record{{genetic::keys::kStats, genetic::make_object<StatisticsObject>(
+                                                   BacktestStatistics(), pnl, comparison)}};
+  const Value stats = through_the_wire(record).at(genetic::keys::kStats);
+  const StatisticsObject* const received = statistics_object(stats);
+  ASSERT_NE(received, nullptr);
+  ASSERT_TRUE(received->pnl().has_value());
+  ASSERT_EQ(received->pnl()->size(), pnl.size());
+  for (Eigen::Index day = 0; day < pnl.size(); ++day) {
+    EXPECT_EQ(std::bit_cast<std::uint64_t>((*received->pnl())[day]),
+              std::bit_cast<std::uint64_t>(pnl[day]));
+  }
+  ASSERT_TRUE(received->comparison().has_value());
+  EXPECT_EQ(received->comparison()->members, 3);
+  EXPECT_EQ(received->comparison()->last_member, 17);
+  EXPECT_EQ(received->comparison()->measure.score, 0.25);
+  EXPECT_EQ(received->comparison()->measure.mutual_information, 0.5);
+  EXPECT_EQ(received->comparison()->measure.correlation, 0.75);
+  EXPECT_EQ(received->comparison()->measure.nearest_by_information, "1-2");
+  EXPECT_FALSE(received->comparison()->measure.nearest_by_correlation.has_value());
+}
+
+TEST(ResultWire, StatisticsWithoutAPnlStayWithout) {
+  const Mapping record{
+      {genetic::keys::kStats, genetic::make_object<StatisticsObject>(BacktestStatistics())}};
+  const Value stats = through_the_wire(record).at(genetic::keys::kStats);
+  EXPECT_FALSE(statistics_object(stats)->pnl().has_value());
+  EXPECT_FALSE(statistics_object(stats)->comparison().has_value());
 }
 
 TEST(ResultWire, RefusesWhatIsNoRecord) {

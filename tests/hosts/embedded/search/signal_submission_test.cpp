@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "hosts/embedded/search/backtester_object.hpp"
 #include "hosts/embedded/search/statistics_object.hpp"
 #include "search_templates/genetic/graph/canonical_text.hpp"
 #include "search_templates/genetic/value/errors.hpp"
@@ -105,10 +106,8 @@ TEST_F(SignalSubmissionTest, ASyncThatBringsMembersInDropsTheMeasureToo) {
   EXPECT_TRUE(submission_.refresh());
   const Value stats = stats_of(ranked("close"));
   EXPECT_EQ(submission_.measure(stats).correlation, 0.0);
-  // The second is settled against the first.
-  EXPECT_TRUE(submission_.enqueue(recorded(ranked("close"))));
-  EXPECT_TRUE(submission_.enqueue(recorded(ranked("volume"))));
-  EXPECT_EQ(submission_.sync().settled.size(), 2U);
+  join(ranked("close"));
+  EXPECT_TRUE(submission_.has_members()) << "without a refresh";
   EXPECT_NEAR(submission_.measure(stats).correlation, 1.0, 1e-12);
 }
 
@@ -155,6 +154,20 @@ TEST_F(SignalSubmissionTest, AFailedMeasureIsNotKept) {
   execute("UPDATE submissions SET pnl = saved");
   EXPECT_TRUE(submission_.refresh());
   EXPECT_GT(submission_.measure(stats).correlation, 0.0);
+}
+
+TEST_F(SignalSubmissionTest, ThePnlOfABacktestIsThatOfTheSubmission) {
+  const Value backtester = genetic::make_object<BacktesterObject>(evaluator_);
+  static_cast<void>(submission_.backtest(backtester, ranked("volume")));
+  const Value stats = submission_.backtest(backtester, ranked("close"));
+  const Eigen::ArrayXd expected = evaluator_.evaluate(ranked("close")).backtest.net_returns;
+  EXPECT_TRUE((required_pnl(stats) == expected).all());
+  // An equal graph, not the same one.
+  EXPECT_TRUE(submission_.enqueue(recorded(ranked("close"))));
+  EXPECT_EQ(submission_.sync().settled.size(), 1U);
+  const std::vector<SubmissionPnl> members = store_.submissions().members(pool_identity_);
+  ASSERT_EQ(members.size(), 1U);
+  EXPECT_EQ(*members[0].pnl, std::vector<double>(expected.begin(), expected.end()));
 }
 
 TEST_F(SignalSubmissionTest, WhatIsNotRecordedCannotBeSubmitted) {

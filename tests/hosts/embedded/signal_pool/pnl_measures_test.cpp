@@ -136,6 +136,31 @@ TEST(MutualInformation, IsWhatTheDefinitionSays) {
   }
 }
 
+TEST(MutualInformation, IsWhatTheDefinitionSaysOfSeriesThatClusterAndOfAFewDays) {
+  constexpr Index kManyDays = 700;
+  for (const double rho : {0.0, -0.7, 0.97, 0.9999, 1.0}) {
+    SCOPED_TRACE(rho);
+    const ArrayXd x = normal_series(kManyDays, 3);
+    const NormalScores left(x);
+    const NormalScores right(correlated(x, rho, 4));
+    EXPECT_NEAR(mutual_information(left, right), slow_mutual_information(left, right, kNeighbours),
+                1e-11);
+    // Two clusters in opposite corners, empty cells between them.
+    const NormalScores split((x > 0.0).select(x + 50.0, x));
+    EXPECT_NEAR(mutual_information(split, right),
+                slow_mutual_information(split, right, kNeighbours), 1e-11);
+  }
+  for (Index days = 2; days <= 12; ++days) {
+    SCOPED_TRACE(days);
+    const NormalScores left(normal_series(days, 5));
+    const NormalScores right(normal_series(days, 6));
+    for (int k = 1; k < days; ++k) {
+      EXPECT_NEAR(mutual_information(left, right, k), slow_mutual_information(left, right, k),
+                  1e-11);
+    }
+  }
+}
+
 TEST(MutualInformation, OfGaussianPairsComesToTheClosedForm) {
   // By the correlation of the sample itself, the scatter of an estimate over 2,000 days is 0.01 and
   // its bias at most 0.02; the mean of four scatters half as much.

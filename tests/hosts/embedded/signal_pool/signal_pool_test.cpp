@@ -24,7 +24,7 @@ class SignalPoolTest : public PoolTest {
     SqliteDatabase(path_, 1000).execute(sql.c_str(), "changing it from outside");
   }
   // The text of the PoolPnlMissing that a measure gives.
-  static std::string missing(const SignalPool& pool, const ArrayXd& pnl) {
+  static std::string missing(SignalPool& pool, const ArrayXd& pnl) {
     try {
       static_cast<void>(pool.measure(pnl));
     } catch (const PoolPnlMissing& error) {
@@ -185,6 +185,93 @@ TEST_F(SignalPoolTest, SeesThatAMemberWasTakenOut) {
   execute("DELETE FROM submissions");
   EXPECT_TRUE(pool.refresh());
   EXPECT_FALSE(pool.has_members());
+}
+
+// A pool that has measured before and one that has not must agree, whatever happens to the members
+// between two measures.
+TEST_F(SignalPoolTest, WhatItRemembersIsWhatItWouldMeasure) {
+  constexpr int kSteps = 40;
+  std::mt19937_64 generator(17);
+  std::vector<ArrayXd> signals;
+  for (std::uint64_t seed = 1; seed <= 6; ++seed)
+    signals.push_back(correlated(base_, 0.15 * static_cast<double>(seed), seed + 50));
+  std::vector<std::string> members = {join(normal_series(kDays, 1000))};
+  SignalPool pool(*store_, pool_);
+  for (int step = 0; step < kSteps; ++step) {
+    SCOPED_TRACE(step);
+    const std::uint64_t draw = generator() % 8;
+    if (draw < 3) {
+      members.push_back(join(correlated(base_, 0.1 * static_cast<double>(draw), generator())));
+    } else if (draw == 3 && members.size() > 2) {
+      const auto gone = members.begin() + static_cast<std::ptrdiff_t>(generator() % members.size());
+      execute("DELETE FROM submissions WHERE eval_id = '" + *gone + "'");
+      members.erase(gone);
+    }
+    const ArrayXd& signal = signals[generator() % signals.size()];
+    EXPECT_TRUE(pool.refresh());
+    SignalPool fresh(*store_, pool_);
+    EXPECT_TRUE(fresh.refresh());
+    const PoolMeasure remembered = pool.measure(signal);
+    const PoolMeasure measured = fresh.measure(signal);
+    EXPECT_EQ(remembered.mutual_information, measured.mutual_information);
+    EXPECT_EQ(remembered.score, measured.score);
+    EXPECT_EQ(remembered.correlation, measured.correlation);
+    EXPECT_EQ(remembered.nearest_by_information, measured.nearest_by_information);
+    EXPECT_EQ(remembered.nearest_by_correlation, measured.nearest_by_correlation);
+  }
+}
+
+TEST_F(SignalPoolTest, TakesOverWhatAnotherProcessMeasured) {
+  join(base_);
+  const std::string last = join(normal_series(kDays, 2));
+  const ArrayXd signal = correlated(base_, 0.5, 3);
+  SignalPool pool(*store_, pool_);
+  EXPECT_FALSE(pool.compare(signal).has_value()) << "no members are known";
+  EXPECT_TRUE(pool.refresh());
+  PoolComparison comparison = pool.compare(signal).value();
+  EXPECT_EQ(comparison.members, 2);
+  EXPECT_EQ(comparison.measure.correlation, pool.measure(signal).correlation);
+
+  // A figure that no comparison could give shows whether it was taken.
+  comparison.measure.correlation = 0.125;
+  comparison.measure.mutual_information = -1.0;
+  const auto correlation_after_taking = [&] {
+    SignalPool other(*store_, pool_);
+    EXPECT_TRUE(other.refresh());
+    other.take_over(signal, comparison);
+    return other.measure(signal).correlation;
+  };
+  EXPECT_EQ(correlation_after_taking(), 0.125);
+  // One that joined since is compared on top.
+  join(signal);
+  EXPECT_EQ(correlation_after_taking(), 1.0);
+  // Where a member is gone it stands for nothing.
+  execute("DELETE FROM submissions WHERE eval_id = '" + last + "'");
+  comparison.measure.correlation = 2.0;
+  EXPECT_EQ(correlation_after_taking(), 1.0);
+  execute("DELETE FROM submissions");
+  EXPECT_EQ(correlation_after_taking(), 0.0);
+}
+
+TEST_F(SignalPoolTest, WhatItMeasuredItselfIsNotReplaced) {
+  join(base_);
+  SignalPool pool(*store_, pool_);
+  EXPECT_TRUE(pool.refresh());
+  const PoolMeasure own = pool.measure(base_);
+  PoolComparison comparison = pool.compare(base_).value();
+  comparison.measure.correlation = 0.125;
+  pool.take_over(base_, comparison);
+  EXPECT_EQ(pool.measure(base_).correlation, own.correlation);
+}
+
+TEST_F(SignalPoolTest, ForgetsTheOldestOfManySignals) {
+  join(base_);
+  SignalPool pool(*store_, pool_);
+  EXPECT_TRUE(pool.refresh());
+  const PoolMeasure first = pool.measure(normal_series(kDays, 2));
+  for (std::uint64_t seed = 0; seed < SignalPool::kRememberedMeasures; ++seed)
+    static_cast<void>(pool.measure(normal_series(kDays, 100 + seed)));
+  EXPECT_EQ(pool.measure(normal_series(kDays, 2)).mutual_information, first.mutual_information);
 }
 
 TEST_F(SignalPoolTest, RefusesAPnlThatIsNoNumber) {
