@@ -1,7 +1,7 @@
 // "genetic-search check-prices": what a price file holds.
 #pragma once
 
-#include "apps/genetic_search/options.hpp"
+#include "apps/genetic_search/commands.hpp"
 #include "apps/genetic_search/output.hpp"
 
 namespace varnholt::app {

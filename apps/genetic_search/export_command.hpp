@@ -1,7 +1,7 @@
 // "genetic-search export": the daily weights of one signal, as a file.
 #pragma once
 
-#include "apps/genetic_search/options.hpp"
+#include "apps/genetic_search/commands.hpp"
 #include "apps/genetic_search/output.hpp"
 #include "hosts/embedded/search/interrupt.hpp"
 

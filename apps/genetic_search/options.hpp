@@ -1,74 +1,12 @@
-// What the command line asks for.
+// Reading the command line.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-#include <filesystem>
-#include <optional>
 #include <string>
-#include <variant>
 #include <vector>
 
-#include "apps/genetic_search/names.hpp"  // IWYU pragma: export
-#include "apps/genetic_search/run_config.hpp"
-#include "hosts/embedded/search/search_options.hpp"
+#include "apps/genetic_search/commands.hpp"  // IWYU pragma: export
 
 namespace varnholt::app {
-
-inline constexpr const char* kDefaultDatabase = "genetic-search.db";
-// How many of the best signals a run tells.
-inline constexpr int kDefaultBestCount = 5;
-
-// "run": a search, and how it is told. The configuration of `search` is made when the run begins
-// (run_config.hpp), because reading the command line reads no file.
-struct RunCommand {
-  embedded::SearchOptions search;
-  std::optional<std::filesystem::path> config_file;
-  ConfigOverrides overrides;
-  std::optional<std::int64_t> worker_memory_mebibytes;
-  bool json = false;
-  bool quiet = false;
-};
-
-// "check-prices": what a price file holds.
-struct CheckPricesCommand {
-  std::filesystem::path prices;
-  std::size_t list_limit = 20;  // Findings of each kind that are listed.
-};
-
-// "signals": what was submitted.
-struct SignalsCommand {
-  std::filesystem::path database;
-  std::optional<std::int64_t> run;
-  std::optional<std::string> pool;
-  bool all = false;  // Refused and waiting submissions too.
-  bool json = false;
-};
-
-// "show": one evaluation.
-struct ShowCommand {
-  std::filesystem::path database;
-  std::string eval_id;
-  bool json = false;
-};
-
-// "export": the daily weights of one evaluation.
-struct ExportCommand {
-  std::filesystem::path database;
-  std::string eval_id;
-  std::filesystem::path weights;
-  // Absent is the path that is stored with the run.
-  std::optional<std::filesystem::path> prices;
-  bool force = false;  // Whether `weights` is replaced when it is there.
-};
-
-// A text that was asked for: the help or the version.
-struct ShowText {
-  std::string text;
-};
-
-using Command = std::variant<RunCommand, CheckPricesCommand, SignalsCommand, ShowCommand,
-                             ExportCommand, ShowText>;
 
 // What the arguments (without the program's name) ask for. Reads nothing but the arguments. Throws
 // UsageError (usage_error.hpp).

@@ -11,6 +11,7 @@
 #include "apps/genetic_search/error_report.hpp"
 #include "apps/genetic_search/exit_codes.hpp"
 #include "apps/genetic_search/export_command.hpp"
+#include "apps/genetic_search/options.hpp"
 #include "apps/genetic_search/output.hpp"
 #include "apps/genetic_search/show_command.hpp"
 #include "apps/genetic_search/signals.hpp"

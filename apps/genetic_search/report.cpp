@@ -67,9 +67,9 @@ SignalRow signal_row(const CandidateRecorded& signal) {
 // no option.
 struct Mend {
   genetic::Key reason;
-  const char* setting;
-  double threshold;
-  bool is_minimum;
+  const char* setting = "";
+  double threshold = 0.0;
+  bool is_minimum = false;
   const char* first = "";  // What else helps, and often better.
 };
 
@@ -150,6 +150,7 @@ std::string best_signals_text(const std::vector<CandidateRecorded>& best, Width 
   const std::vector<TableColumn> columns = {{"id"},       {"sharpe"},     {"gross"},  {"return %"},
                                             {"turnover"}, {"drawdown %"}, {"quality"}};
   std::vector<SignalRow> rows;
+  rows.reserve(best.size());
   for (const CandidateRecorded& signal : best)
     rows.push_back(signal_row(signal));
   return signal_table_text(columns, rows, width);

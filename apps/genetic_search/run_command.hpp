@@ -3,7 +3,7 @@
 
 #include <functional>
 
-#include "apps/genetic_search/options.hpp"
+#include "apps/genetic_search/commands.hpp"
 #include "apps/genetic_search/run_observer.hpp"
 #include "hosts/embedded/search/interrupt.hpp"
 #include "hosts/embedded/search/search_events.hpp"

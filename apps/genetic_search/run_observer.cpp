@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "apps/genetic_search/options.hpp"
+#include "apps/genetic_search/commands.hpp"
 #include "apps/genetic_search/text_layout.hpp"
 
 namespace varnholt::app {

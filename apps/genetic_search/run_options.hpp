@@ -1,8 +1,8 @@
 // The options of "genetic-search run".
 #pragma once
 
+#include "apps/genetic_search/commands.hpp"
 #include "apps/genetic_search/option_set.hpp"
-#include "apps/genetic_search/options.hpp"
 
 namespace varnholt::app {
 

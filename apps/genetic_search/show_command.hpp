@@ -1,7 +1,7 @@
 // "genetic-search show": all that is stored of one evaluation.
 #pragma once
 
-#include "apps/genetic_search/options.hpp"
+#include "apps/genetic_search/commands.hpp"
 #include "apps/genetic_search/output.hpp"
 #include "apps/genetic_search/text_layout.hpp"
 

@@ -119,8 +119,8 @@ Value EmbeddedContext::evaluate(const Value& graph) {
 
   const std::optional<GateFailure> failure =
       first_failed_gate(backtest.statistics, settings_.gates, settings_.limits);
-  // Children compare what passes with the pool, all at once; in the parent it would be one after the
-  // other.
+  // Children compare what passes with the pool, all at once; in the parent it would be one after
+  // the other.
   const Value stats = in_child_ && !failure
                           ? submission_.compared(backtest)
                           : genetic::make_object<StatisticsObject>(backtest.statistics);

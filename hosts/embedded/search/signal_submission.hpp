@@ -42,8 +42,8 @@ class SignalSubmission {
 
   // Both metrics of a statistics object, which must hold its daily PnL where the pool has members.
   // The search asks for one metric after the other; the answer for the last object is kept until
-  // the members may have changed, at the next refresh or sync. PoolDataNotReady; genetic::ValueError
-  // for statistics without a PnL.
+  // the members may have changed, at the next refresh or sync. PoolDataNotReady;
+  // genetic::ValueError for statistics without a PnL.
   [[nodiscard]] const PoolMeasure& measure(const genetic::Value& stats);
 
   // What a child makes of a backtest that passed the gates: statistics that need no second backtest
@@ -51,8 +51,8 @@ class SignalSubmission {
   // without comparison where the pool's data is not ready. Reads no store.
   [[nodiscard]] genetic::Value compared(const BacktestResult& backtest);
 
-  // The statistics of one more backtest of the graph, with its PnL: for measure(), and kept until the
-  // next sync for enqueue(). Fails as backtest_with_pnl does.
+  // The statistics of one more backtest of the graph, with its PnL: for measure(), and kept until
+  // the next sync for enqueue(). Fails as backtest_with_pnl does.
   [[nodiscard]] genetic::Value backtest(const genetic::Value& backtester,
                                         const genetic::Value& graph);
 

@@ -1,7 +1,7 @@
 // What a whole search submits: signals that pass every gate and differ from each other, each once,
 // whatever run handed them in and however that one ended.
-// Method: searches on a small synthetic universe, judged by what is in their store afterwards and by
-// evaluating again; a run that is killed with payloads in its queue.
+// Method: searches on a small synthetic universe, judged by what is in their store afterwards and
+// by evaluating again; a run that is killed with payloads in its queue.
 #include <algorithm>
 #include <csignal>
 #include <map>

@@ -1,5 +1,5 @@
-// The way of a signal into the pool: what is measured, when the measure is kept, and what becomes of
-// it when the store is busy or the pool's data is not ready.
+// The way of a signal into the pool: what is measured, when the measure is kept, and what becomes
+// of it when the store is busy or the pool's data is not ready.
 // Method: real backtests of a small universe, a second connection that holds the lock, and rows
 // changed behind the store's back.
 #include "hosts/embedded/search/signal_submission.hpp"
