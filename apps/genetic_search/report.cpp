@@ -67,10 +67,10 @@ SignalRow signal_row(const CandidateRecorded& signal) {
 // no option.
 struct Mend {
   genetic::Key reason;
-  const char* setting = "";
-  double threshold = 0.0;
-  bool is_minimum = false;
-  const char* first = "";  // What else helps, and often better.
+  const char* first;  // What else helps, and often better.
+  const char* setting;
+  double threshold;
+  bool is_minimum;
 };
 
 constexpr const char* kOtherPool = "begin another pool with --pool NAME, or ";
@@ -79,22 +79,23 @@ std::array<Mend, 11> threshold_mends(const embedded::HostConfig& config) {
   namespace reasons = genetic::reasons;
   const embedded::GateThresholds& gates = config.gates;
   const embedded::HardLimits& limits = config.limits;
-  return {{{reasons::kAbsWeightSumMeanBelowMin, "--min-gross-exposure",
-            gates.min_abs_weight_sum_mean, true},
-           {reasons::kTurnoverMax, "--max-turnover", gates.max_turnover, false},
-           {reasons::kMaxWeightMax, "--max-weight", gates.max_max_weight, false},
-           {reasons::kDeltaExposureMax, "--max-net-exposure", gates.max_delta_exposure, false},
-           {reasons::kGrossReturnsSharpeBelowMin, "--min-gross-sharpe",
-            gates.min_gross_returns_sharpe, true},
-           {reasons::kSharpeMin, "--min-sharpe", gates.min_sharpe, true},
-           {reasons::kTurnoverExceeded, "limits.turnover in --config", limits.turnover, false},
-           {reasons::kMaxWeightExceeded, "limits.max_weight in --config", limits.max_weight, false},
-           {reasons::kDeltaExposureExceeded, "limits.delta_exposure in --config",
-            limits.delta_exposure, false},
-           {reasons::kCorrelationExceeded, "pool.correlation_max in --config",
-            config.pool.correlation_max, false, kOtherPool},
-           {reasons::kPnlMiBelowThreshold, "pool.pnl_mi_min in --config", config.pool.pnl_mi_min,
-            true, kOtherPool}}};
+  return {
+      {{reasons::kAbsWeightSumMeanBelowMin, "", "--min-gross-exposure",
+        gates.min_abs_weight_sum_mean, true},
+       {reasons::kTurnoverMax, "", "--max-turnover", gates.max_turnover, false},
+       {reasons::kMaxWeightMax, "", "--max-weight", gates.max_max_weight, false},
+       {reasons::kDeltaExposureMax, "", "--max-net-exposure", gates.max_delta_exposure, false},
+       {reasons::kGrossReturnsSharpeBelowMin, "", "--min-gross-sharpe",
+        gates.min_gross_returns_sharpe, true},
+       {reasons::kSharpeMin, "", "--min-sharpe", gates.min_sharpe, true},
+       {reasons::kTurnoverExceeded, "", "limits.turnover in --config", limits.turnover, false},
+       {reasons::kMaxWeightExceeded, "", "limits.max_weight in --config", limits.max_weight, false},
+       {reasons::kDeltaExposureExceeded, "", "limits.delta_exposure in --config",
+        limits.delta_exposure, false},
+       {reasons::kCorrelationExceeded, kOtherPool, "pool.correlation_max in --config",
+        config.pool.correlation_max, false},
+       {reasons::kPnlMiBelowThreshold, kOtherPool, "pool.pnl_mi_min in --config",
+        config.pool.pnl_mi_min, true}}};
 }
 
 std::string counted(std::int64_t count, const char* noun) {

@@ -118,16 +118,16 @@ std::string ancestry_text(const Ancestor& root, Width width) {
   return ancestry_text(root, 0, width);
 }
 
-Json ancestry_json(const Ancestor& ancestor) {
+Json ancestry_json(const Ancestor& root) {
   Json parents = Json::array();
-  for (const Ancestor& parent : ancestor.parents)
+  for (const Ancestor& parent : root.parents)
     parents.push_back(ancestry_json(parent));
-  if (ancestor.parents_are_above || ancestor.parents_are_left_off) parents = nullptr;
-  return {{"eval_id", ancestor.eval_id ? Json(*ancestor.eval_id) : Json(nullptr)},
-          {"graph_key", ancestor.graph_key},
-          {"origin", ancestor.origin},
-          {"operators", ancestor.operators},
-          {"expression", ancestor.expression.empty() ? Json(nullptr) : Json(ancestor.expression)},
+  if (root.parents_are_above || root.parents_are_left_off) parents = nullptr;
+  return {{"eval_id", root.eval_id ? Json(*root.eval_id) : Json(nullptr)},
+          {"graph_key", root.graph_key},
+          {"origin", root.origin},
+          {"operators", root.operators},
+          {"expression", root.expression.empty() ? Json(nullptr) : Json(root.expression)},
           {"parents", parents}};
 }
 

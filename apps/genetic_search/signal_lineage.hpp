@@ -36,6 +36,6 @@ struct Ancestor {
 
 // {"eval_id","graph_key","origin","operators","expression","parents":[...]}; `parents` is null
 // where there are parents that are not told here.
-[[nodiscard]] Json ancestry_json(const Ancestor& ancestor);
+[[nodiscard]] Json ancestry_json(const Ancestor& root);
 
 }  // namespace varnholt::app
