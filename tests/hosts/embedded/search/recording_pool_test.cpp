@@ -119,7 +119,9 @@ TEST_F(BusyPoolTest, TheSyncRefusesByTheGatesThatItWaitedFor) {
 }
 
 TEST_F(RecordingTest, AMembersMissingPnlMakesACandidateWaitUntilItIsBack) {
-  joined(ranked("close"));
+  // Another process brings the member in, so that this one has not read its PnL.
+  submit(recorded(ranked("close")));
+  EXPECT_EQ(SignalSubmission(store_, evaluator_, pool_identity_, {}).sync().settled.size(), 1U);
   execute("ALTER TABLE submissions ADD COLUMN saved BLOB");
   execute("UPDATE submissions SET saved = pnl, pnl = NULL");
   const Mapping candidate = recorded(unlike_the_others());

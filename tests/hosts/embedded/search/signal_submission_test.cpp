@@ -49,10 +49,16 @@ class SignalSubmissionTest : public ContextTest {
     return {{keys::kEvalId, eval_id_of(run_, candidates_)}, {keys::kGraph, graph}};
   }
   // Makes the graph's signal a member.
-  std::string join(const Value& graph) {
+  std::string join(const Value& graph) { return join(graph, submission_); }
+  // The same by another process, so that this one has not read its PnL.
+  std::string join_elsewhere(const Value& graph) {
+    SignalSubmission other(store_, evaluator_, pool_identity_, {});
+    return join(graph, other);
+  }
+  std::string join(const Value& graph, SignalSubmission& submission) {
     const Mapping payload = recorded(graph);
-    EXPECT_TRUE(submission_.enqueue(payload));
-    const SyncReport report = submission_.sync();
+    EXPECT_TRUE(submission.enqueue(payload));
+    const SyncReport report = submission.sync();
     EXPECT_EQ(report.settled.size(), 1U);
     EXPECT_FALSE(report.settled.at(0).refusal.has_value());
     return std::string(payload.at(keys::kEvalId).text());
@@ -133,7 +139,7 @@ TEST_F(SignalSubmissionTest, ABusyStoreConfirmsNothingAndTakesNothing) {
 }
 
 TEST_F(SignalSubmissionTest, AMemberWithoutPnlIsPoolDataNotReady) {
-  const std::string member = join(ranked("close"));
+  const std::string member = join_elsewhere(ranked("close"));
   execute("UPDATE submissions SET pnl = NULL");
   EXPECT_TRUE(submission_.refresh());
   try {
@@ -145,7 +151,7 @@ TEST_F(SignalSubmissionTest, AMemberWithoutPnlIsPoolDataNotReady) {
 }
 
 TEST_F(SignalSubmissionTest, AFailedMeasureIsNotKept) {
-  join(ranked("close"));
+  join_elsewhere(ranked("close"));
   execute("ALTER TABLE submissions ADD COLUMN saved BLOB");
   execute("UPDATE submissions SET saved = pnl, pnl = NULL");
   const Value stats = stats_of(ranked("volume"));
