@@ -102,7 +102,7 @@ struct SearchSummary {
   SearchProgress progress;
   genetic::Value metrics;               // The metrics record, or absent when the run wrote none.
   std::vector<CandidateRecorded> best;  // Passing signals, best quality first.
-  // The run's signals that joined the pool, in that order, and the equal-weight market.
+  // The run's signals that joined the pool, in the order in which they were queued, and the market.
   std::vector<SubmittedSignal> submitted;
   SampleStatistics market;
   SubmissionCounts submissions;

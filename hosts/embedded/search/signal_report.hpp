@@ -13,7 +13,7 @@
 
 namespace varnholt::embedded {
 
-// The signals that the run submitted, in the order in which they joined the pool. `evaluator` is
+// The signals that the run submitted, in the order in which they were queued. `evaluator` is
 // over the whole history that `plan` splits. The hold-out's statistics are written into the store.
 [[nodiscard]] std::vector<SubmittedSignal> report_submitted_signals(RunStore& store,
                                                                     std::int64_t run,
