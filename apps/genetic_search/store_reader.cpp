@@ -1,16 +1,17 @@
 #include "apps/genetic_search/store_reader.hpp"
 
+#include <string>
 #include <system_error>
 
 #include <fmt/format.h>
 #include <sqlite3.h>
 
+#include "hosts/embedded/store/store_rows.hpp"
 #include "hosts/embedded/store/store_schema.hpp"
 
 namespace varnholt::app {
 namespace {
 
-using embedded::EvaluationRecord;
 using embedded::RunRecord;
 using embedded::SqliteDatabase;
 using embedded::SqliteUse;
@@ -21,14 +22,8 @@ constexpr int kBusyMilliseconds = 5000;
 
 constexpr const char* kReading = "reading the store";
 
-constexpr const char* kSelectRun =
-    "SELECT id, started_at, seed, settings, price_file, price_digest, host_version, price_path, "
-    "market_id, era_number, eras, cost_basis_points, process_id, ended_at, terminal_reason "
-    "FROM runs WHERE id = ?";
-constexpr const char* kSelectEvaluation =
-    "SELECT run_id, candidate_number, generation, graph_key, graph, passed, failure_reason, "
-    "failure_detail, statistics, lineage, failures, market_id, era_number, holdout_statistics, "
-    "eval_id FROM evaluations WHERE eval_id = ?";
+constexpr const char* kOneRun = "WHERE id = ?";
+constexpr const char* kOneEvaluation = "WHERE eval_id = ?";
 constexpr const char* kSelectStructures =
     "SELECT graph_key, min(candidate_number) FROM evaluations WHERE run_id = ? GROUP BY graph_key";
 
@@ -85,58 +80,21 @@ std::unique_ptr<SqliteDatabase> opened(const std::filesystem::path& path) {
   return database;
 }
 
-RunRecord read_run(SqliteUse& row) {
-  RunRecord run;
-  run.id = row.integer();
-  run.start.started_at = row.real();
-  run.start.seed = row.integer();
-  run.start.settings_json = row.text();
-  run.start.price_file = row.text();
-  run.start.price_digest = row.text();
-  run.start.host_version = row.text();
-  run.start.price_path = row.text();
-  run.start.market_id = row.optional_integer();
-  run.start.era_number = row.optional_integer();
-  run.start.eras_json = row.text();
-  run.start.cost_basis_points = row.optional_real();
-  run.process_id = row.integer();
-  run.ended_at = row.optional_real();
-  run.terminal_reason = row.optional_text();
-  return run;
-}
-
-EvaluationRecord read_evaluation(SqliteUse& row) {
-  EvaluationRecord evaluation;
-  evaluation.candidate_number = row.integer();
-  evaluation.generation = row.integer();
-  evaluation.graph_key = row.text();
-  evaluation.graph_json = row.text();
-  evaluation.passed = row.integer() != 0;
-  evaluation.failure_reason = row.optional_text();
-  evaluation.failure_detail = row.optional_text();
-  evaluation.statistics_json = row.text();
-  evaluation.lineage_json = row.text();
-  evaluation.failures_json = row.text();
-  evaluation.market_id = row.optional_integer();
-  evaluation.era_number = row.optional_integer();
-  evaluation.holdout_statistics_json = row.optional_text();
-  evaluation.eval_id = row.text();
-  return evaluation;
-}
-
 }  // namespace
 
 StoreReader::StoreReader(const std::filesystem::path& path)
     : database_(opened(path)),
-      select_run_(*database_, kSelectRun, kReading),
-      select_evaluation_(*database_, kSelectEvaluation, kReading),
+      select_run_(*database_, (std::string(embedded::kRunColumns) + kOneRun).c_str(), kReading),
+      select_evaluation_(*database_,
+                         (std::string(embedded::kEvaluationColumns) + kOneEvaluation).c_str(),
+                         kReading),
       select_structures_(*database_, kSelectStructures, kReading),
       submissions_(*database_) {}
 
 std::optional<RunRecord> StoreReader::find_run(std::int64_t run) {
   SqliteUse rows(select_run_);
   if (!rows.bind(run).step()) return std::nullopt;
-  return read_run(rows);
+  return embedded::read_run(rows);
 }
 
 std::optional<embedded::EvaluationOfRun> StoreReader::find_evaluation(const std::string& eval_id) {
@@ -147,7 +105,7 @@ std::optional<embedded::EvaluationOfRun> StoreReader::find_evaluation(const std:
     throw StoreError(path(), fmt::format("evaluation {} has no run", eval_id),
                      "the file is damaged; move it away");
   }
-  return embedded::EvaluationOfRun{*run, read_evaluation(rows)};
+  return embedded::EvaluationOfRun{*run, embedded::read_evaluation(rows)};
 }
 
 std::map<std::string, std::int64_t> StoreReader::first_candidates(std::int64_t run) {

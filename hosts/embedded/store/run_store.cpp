@@ -8,30 +8,11 @@
 #include "hosts/embedded/store/process_identity.hpp"
 #include "hosts/embedded/store/run_store_statements.hpp"
 #include "hosts/embedded/store/sqlite_database.hpp"
+#include "hosts/embedded/store/store_rows.hpp"
 #include "hosts/embedded/store/store_schema.hpp"
 
 namespace varnholt::embedded {
 namespace {
-
-RunRecord read_run(SqliteUse& row) {
-  RunRecord run;
-  run.id = row.integer();
-  run.start.started_at = row.real();
-  run.start.seed = row.integer();
-  run.start.settings_json = row.text();
-  run.start.price_file = row.text();
-  run.start.price_digest = row.text();
-  run.start.host_version = row.text();
-  run.start.price_path = row.text();
-  run.start.market_id = row.optional_integer();
-  run.start.era_number = row.optional_integer();
-  run.start.eras_json = row.text();
-  run.start.cost_basis_points = row.optional_real();
-  run.process_id = row.integer();
-  run.ended_at = row.optional_real();
-  run.terminal_reason = row.optional_text();
-  return run;
-}
 
 std::string checked_path(const std::string& path) {
   if (path.empty() || path == ":memory:") {

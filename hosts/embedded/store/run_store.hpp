@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "hosts/embedded/store/store_error.hpp"
+#include "hosts/embedded/store/store_records.hpp"  // IWYU pragma: export
 #include "hosts/embedded/store/submission_table.hpp"
 
 namespace varnholt::embedded {
@@ -31,72 +32,6 @@ namespace varnholt::embedded {
 class SqliteDatabase;
 class SqliteTransaction;
 struct RunStoreStatements;
-
-struct RunStart {
-  double started_at = 0;
-  std::int64_t seed = 0;
-  std::string settings_json;
-  std::string price_file;
-  // Names the very bytes of the price file.
-  std::string price_digest;
-  std::string host_version;
-
-  // What it takes to evaluate one of the run's signals again, beside its graph: the file with the
-  // digest above, the days, and the costs.
-  std::string price_path = {};  // Absolute. Empty in runs of the first schema version.
-  // Which market and era the run searched in. Absent in runs without eras.
-  std::optional<std::int64_t> market_id = {};
-  std::optional<std::int64_t> era_number = {};
-  // The boundaries of all eras, the hold-out among them.
-  std::string eras_json = "null";
-  // Of what is traded. Absent in runs of the first schema version, whose settings have it.
-  std::optional<double> cost_basis_points = {};
-};
-
-struct RunRecord {
-  std::int64_t id = 0;
-  RunStart start;
-  std::int64_t process_id = 0;
-  // Both absent while the run goes on.
-  std::optional<double> ended_at;
-  std::optional<std::string> terminal_reason;
-};
-
-struct EvaluationRecord {
-  // Unique within its run.
-  std::int64_t candidate_number = 0;
-  std::int64_t generation = 0;
-  // A digest of the graph's structural key.
-  std::string graph_key;
-  std::string graph_json;
-  bool passed = false;
-  std::optional<std::string> failure_reason;
-  std::optional<std::string> failure_detail;
-  std::string statistics_json;
-  // Repeated from the statistics, to sort by. One that is no number counts as absent.
-  std::optional<double> sharpe;
-  std::optional<double> quality_score;
-  double elapsed_seconds = 0;
-  std::optional<std::int64_t> worker_pid;
-  double recorded_at = 0;
-  // How the graph came about: lineage_json of search/lineage.hpp.
-  std::string lineage_json = R"({"origin":"unknown"})";
-  // Every failure by its reason, of which `failure_reason` is the first.
-  std::string failures_json = "{}";
-  std::optional<std::int64_t> market_id = {};
-  std::optional<std::int64_t> era_number = {};
-  // The figures on days that the search never saw, once they are known.
-  std::optional<std::string> holdout_statistics_json = {};
-  // The public id "<run>-<candidate number>". The store makes it: filled in what is read, without
-  // meaning in what is recorded.
-  std::string eval_id = {};
-};
-
-// An evaluation with the run that it belongs to.
-struct EvaluationOfRun {
-  RunRecord run;
-  EvaluationRecord evaluation;
-};
 
 struct FailureCount {
   // Empty for failures without a reason.

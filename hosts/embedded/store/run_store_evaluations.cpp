@@ -5,36 +5,12 @@
 #include "hosts/embedded/store/run_store.hpp"
 #include "hosts/embedded/store/run_store_statements.hpp"
 #include "hosts/embedded/store/sqlite_database.hpp"
+#include "hosts/embedded/store/store_rows.hpp"
 
 namespace varnholt::embedded {
 namespace {
 
 constexpr const char* kDamaged = "the file is damaged; move it away";
-
-// Of the columns after the number of the run.
-EvaluationRecord read_evaluation(SqliteUse& row) {
-  EvaluationRecord evaluation;
-  evaluation.candidate_number = row.integer();
-  evaluation.generation = row.integer();
-  evaluation.graph_key = row.text();
-  evaluation.graph_json = row.text();
-  evaluation.passed = row.integer() != 0;
-  evaluation.failure_reason = row.optional_text();
-  evaluation.failure_detail = row.optional_text();
-  evaluation.statistics_json = row.text();
-  evaluation.sharpe = row.optional_real();
-  evaluation.quality_score = row.optional_real();
-  evaluation.elapsed_seconds = row.real();
-  evaluation.worker_pid = row.optional_integer();
-  evaluation.recorded_at = row.real();
-  evaluation.lineage_json = row.text();
-  evaluation.failures_json = row.text();
-  evaluation.market_id = row.optional_integer();
-  evaluation.era_number = row.optional_integer();
-  evaluation.holdout_statistics_json = row.optional_text();
-  evaluation.eval_id = row.text();
-  return evaluation;
-}
 
 }  // namespace
 

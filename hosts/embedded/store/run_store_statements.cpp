@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "hosts/embedded/store/store_rows.hpp"
+
 namespace varnholt::embedded {
 namespace {
 
@@ -32,17 +34,9 @@ constexpr const char* kUpdateHoldout =
 constexpr const char* kSelectOpenRuns =
     "SELECT id, process_id, process_started, boot_id, pid_namespace FROM runs WHERE ended_at IS "
     "NULL ORDER BY id";
-constexpr const char* kRunColumns =
-    "SELECT id, started_at, seed, settings, price_file, price_digest, host_version, price_path, "
-    "market_id, era_number, eras, cost_basis_points, process_id, ended_at, terminal_reason "
-    "FROM runs ";
 constexpr const char* kOneRun = "WHERE id = ?";
 constexpr const char* kAllRuns = "ORDER BY id";
 
-constexpr const char* kEvaluationColumns =
-    "SELECT run_id, candidate_number, generation, graph_key, graph, passed, failure_reason, "
-    "failure_detail, statistics, sharpe, quality_score, elapsed_seconds, worker_pid, recorded_at, "
-    "lineage, failures, market_id, era_number, holdout_statistics, eval_id FROM evaluations ";
 constexpr const char* kOneEvaluation = "WHERE eval_id = ?";
 constexpr const char* kByQuality =
     "WHERE run_id = ? AND passed = 1 AND quality_score IS NOT NULL "
