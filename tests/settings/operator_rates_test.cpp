@@ -69,6 +69,20 @@ TEST(OperatorRates, EmptyGivesTheDefaultsAndAPartialMappingOverridesSome) {
             "{'crossover': 0.5, 'point': 0.3, 'hoist': 1.0}");
 }
 
+TEST(OperatorRates, ADefaultThatIsATextIsNoRate) {
+  EXPECT_EQ(error_of([] {
+              return complete_operator_rates(Mapping{{"a", 1.0}}, {{"a", 0.0}, {"b", "0.5"}});
+            }),
+            "TypeError: must be real number, not str");
+}
+
+TEST(SumOfRates, AddsUpFromLeftToRightWithoutCompensation) {
+  EXPECT_EQ(sum_of_rates(Mapping()), 0.0);
+  EXPECT_EQ(sum_of_rates({{"crossover", 1}, {"unknown", 0.5}}), 1.5);
+  // A compensated sum would be 2.0.
+  EXPECT_EQ(sum_of_rates({{"a", 1.0}, {"b", 1e100}, {"c", 1.0}, {"d", -1e100}}), 0.0);
+}
+
 TEST(OperatorRates, NeverWriteIntoWhatWasGiven) {
   const Mapping given{{"hoist", 1}};
   const Mapping base = defaults();

@@ -1,5 +1,5 @@
-// Goal: unpacking, membership, the turned sign, the written entry and the read one do what the
-// statements of the host's language do, and fail with their texts.
+// Goal: unpacking, membership, the turned sign, the number to reckon with, the written entry and the
+// read one do what the statements of the host's language do, and fail with their texts.
 //
 // Method: a table for each operation over every kind of value, and objects that answer for
 // themselves; random values are compared with CPython in python_semantics_test.
@@ -260,6 +260,16 @@ TEST(IsNan, HoldsForTheRealThatIsNoNumberAlone) {
         to_integer(kBeyond), scripted_object(Mapping())}) {
     EXPECT_FALSE(is_nan(other)) << repr(other);
   }
+}
+
+TEST(AsNumber, ReadsNumbersAndNoTexts) {
+  EXPECT_EQ(as_number(2), 2.0);
+  EXPECT_EQ(as_number(true), 1.0);
+  EXPECT_EQ(as_number(0.25), 0.25);
+  EXPECT_EQ(as_number(to_integer(kBeyond)), 0x1p63);
+  EXPECT_EQ(error_of([] { return as_number("0.5"); }), "TypeError: must be real number, not str");
+  EXPECT_EQ(error_of([] { return as_number(Value()); }),
+            "TypeError: float() argument must be a string or a real number, not 'NoneType'");
 }
 
 TEST(WritableMapping, IsTheMappingItself) {

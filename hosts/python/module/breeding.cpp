@@ -15,7 +15,7 @@
 #include "search_templates/genetic/population/parent_pool.hpp"
 #include "search_templates/genetic/population/parent_scoring.hpp"
 #include "search_templates/genetic/population/safe_rotations.hpp"
-#include "search_templates/genetic/population/score_order.hpp"
+#include "search_templates/genetic/value/operations.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::python {

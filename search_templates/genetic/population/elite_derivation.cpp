@@ -14,6 +14,7 @@
 #include "search_templates/genetic/value/copy.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/keys.hpp"
+#include "search_templates/genetic/value/operations.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::genetic {
@@ -35,15 +36,6 @@ constexpr std::int64_t kReplacements = 3;
 double rate_of(const Mapping& rates, Key name) {
   const std::optional<Value> rate = rates.find(name);
   return rate ? as_number(*rate) : 0.0;
-}
-
-// Added up from left to right without compensation: the last bit of a draw's target depends on it.
-double sum_of_rates(const Mapping& rates) {
-  double total = 0.0;
-  MappingCursor cursor(rates);
-  while (const std::optional<MappingEntry> entry = cursor.next())
-    total += as_number(entry->value);
-  return total;
 }
 
 List first_parents(const List& parents, double elite_fraction) {

@@ -13,6 +13,7 @@
 #include "search_templates/genetic/population/parent_scoring.hpp"
 #include "search_templates/genetic/population/score_order.hpp"
 #include "search_templates/genetic/value/keys.hpp"
+#include "search_templates/genetic/value/operations.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "search_templates/genetic/value/tolerant.hpp"
 

@@ -22,13 +22,6 @@ void sort_highest_first(std::vector<ScoredCandidate>& candidates) {
   std::stable_sort(candidates.begin(), candidates.end(), comes_before);
 }
 
-double as_number(const Value& value) {
-  if (is_instance_of(value, Kind::kText)) {
-    throw TypeError("must be real number, not " + type_name(value));
-  }
-  return to_float(value);
-}
-
 std::int64_t rounded_count(double value) {
   if (std::isnan(value)) throw ValueError("cannot convert float NaN to integer");
   if (std::isinf(value)) throw OverflowError("cannot convert float infinity to integer");

@@ -18,10 +18,6 @@ struct ScoredCandidate {
 // is one even where there are some.
 void sort_highest_first(std::vector<ScoredCandidate>& candidates);
 
-// A score or a rate as a number to reckon with. TypeError for what is none, also for a text that
-// float() would read.
-[[nodiscard]] double as_number(const Value& value);
-
 // `value` rounded to an integer, ties to the even one, and cut to the range of counts.
 // ValueError for a NaN, OverflowError for an infinity.
 [[nodiscard]] std::int64_t rounded_count(double value);

@@ -7,6 +7,7 @@
 #include "search_templates/genetic/settings/validators.hpp"
 #include "search_templates/genetic/value/copy.hpp"
 #include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/operations.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::genetic {
@@ -30,16 +31,6 @@ void refuse_unknown_keys(const Mapping& given, const Mapping& defaults) {
   throw ValueError(message);
 }
 
-// Added up from left to right without compensation: the last bit of an operator draw's target
-// depends on it.
-double sum_of_values(const Mapping& rates) {
-  double sum = 0.0;
-  MappingCursor cursor(rates);
-  while (const std::optional<MappingEntry> entry = cursor.next())
-    sum += to_float(entry->value);
-  return sum;
-}
-
 }  // namespace
 
 Mapping complete_operator_rates(const Value& operator_rates, const Mapping& defaults) {
@@ -54,10 +45,18 @@ Mapping complete_operator_rates(const Value& operator_rates, const Mapping& defa
     const std::string key = str(entry->key);
     rates.set(key, nonnegative_float(entry->value, "operator_rates." + key));
   }
-  if (sum_of_values(rates) <= 0.0) {
-    throw ValueError(kNoPositiveRate);
-  }
+  if (sum_of_rates(rates) <= 0.0) throw ValueError(kNoPositiveRate);
   return rates;
+}
+
+double sum_of_rates(const Mapping& rates) {
+  // Added up from left to right without compensation: the last bit of an operator draw's target
+  // depends on it.
+  double sum = 0.0;
+  MappingCursor cursor(rates);
+  while (const std::optional<MappingEntry> entry = cursor.next())
+    sum += as_number(entry->value);
+  return sum;
 }
 
 }  // namespace varnholt::genetic

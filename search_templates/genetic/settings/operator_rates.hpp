@@ -18,4 +18,7 @@ inline constexpr const char* kNoPositiveRate =
 // "genetic operator_rates must contain at least one positive rate".
 [[nodiscard]] Mapping complete_operator_rates(const Value& operator_rates, const Mapping& defaults);
 
+// All rates, those of names that are no operators included. TypeError for one that is no number.
+[[nodiscard]] double sum_of_rates(const Mapping& rates);
+
 }  // namespace varnholt::genetic

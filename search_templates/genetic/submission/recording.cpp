@@ -59,9 +59,13 @@ void activate_attempt(SearchContext& context, const Mapping& record) {
   context.activate_existing_attempt(source_attempt_id, record.get(keys::kAttemptEvidence));
 }
 
+Value tracking_metric_kwargs(const Mapping& record) {
+  Value tracking = record.get(keys::kTrackingMetricKwargs);
+  return truth(tracking) ? tracking : Value(Mapping());
+}
+
 Value persisted_id(const Callable& safe_record, const Mapping& record, const Value& timing) {
   const bool passed = passes(record);
-  const Value tracking = record.get(keys::kTrackingMetricKwargs);
   return safe_record(
       {record.get(keys::kGraph), passed},
       {{keys::kRejectionReason, passed ? Value() : candidate_rejection_reason(record)},
@@ -69,7 +73,7 @@ Value persisted_id(const Callable& safe_record, const Mapping& record, const Val
        {keys::kPerColumnStats, record.get(keys::kPerColumnStats)},
        {keys::kExpressionElapsedSeconds, record.get(keys::kElapsedSimulationSeconds)},
        {keys::kBacktestTiming, timing},
-       {keys::kTrackingMetricKwargs, truth(tracking) ? tracking : Value(Mapping())}});
+       {keys::kTrackingMetricKwargs, tracking_metric_kwargs(record)}});
 }
 
 void mark_recorded(Mapping& record, const Value& eval_id) {

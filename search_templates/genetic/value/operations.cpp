@@ -88,6 +88,13 @@ bool is_nan(const Value& value) {
   return value.is_object() && exact_kind(value) == Kind::kReal;
 }
 
+double as_number(const Value& value) {
+  if (is_instance_of(value, Kind::kText)) {
+    throw TypeError("must be real number, not " + type_name(value));
+  }
+  return to_float(value);
+}
+
 Mapping writable_mapping(const Value& value) {
   std::optional<Mapping> mapping = as_mapping(value);
   if (!mapping) {

@@ -24,6 +24,10 @@ namespace varnholt::genetic {
 // Whether the value is a real that is not a number.
 [[nodiscard]] bool is_nan(const Value& value);
 
+// A score or a rate as a number to reckon with. TypeError for what is none, also for a text that
+// float() would read.
+[[nodiscard]] double as_number(const Value& value);
+
 // The mapping into which value[key] = ... writes.
 // TypeError "'int' object does not support item assignment" for what is no mapping.
 [[nodiscard]] Mapping writable_mapping(const Value& value);
