@@ -39,8 +39,12 @@ DaySpan span_of(const std::vector<Date>& dates, Eigen::Index first_day, Eigen::I
 
 }  // namespace
 
+const DaySpan& EraPlan::searched() const {
+  return train.at(static_cast<std::size_t>(era) - 1);
+}
+
 Eigen::Index EraPlan::seen_days() const {
-  return train.at(static_cast<std::size_t>(era) - 1).end_day;
+  return searched().end_day;
 }
 
 EraPlan split_eras(const std::vector<Date>& dates, const EraSettings& settings) {

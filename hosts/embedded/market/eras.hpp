@@ -58,6 +58,8 @@ struct EraPlan {
   int era = 0;                 // The era that is searched, counted from 1.
 
   [[nodiscard]] Eigen::Index train_days() const { return holdout.first_day; }
+  // The era that is searched.
+  [[nodiscard]] const DaySpan& searched() const;
   // The days that a search in `era` sees: 0 .. seen_days() - 1. MarketData::first_days of as many
   // is all that it may be given.
   [[nodiscard]] Eigen::Index seen_days() const;

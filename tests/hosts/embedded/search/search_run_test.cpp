@@ -3,6 +3,7 @@
 #include "hosts/embedded/search/search_run.hpp"
 
 #include <csignal>
+#include <fstream>
 #include <stdexcept>
 #include <string>
 
@@ -12,8 +13,10 @@
 #include <unistd.h>
 
 #include "hosts/embedded/market/price_file_error.hpp"
+#include "hosts/embedded/search/json_value.hpp"
 #include "hosts/embedded/store/run_store.hpp"
 #include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/json_text.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/search/run_fixture.hpp"
@@ -96,6 +99,34 @@ TEST_F(SearchRunTest, BreedsFromWhatPassed) {
     if (candidate.bred) ++recorded_as_bred;
   }
   EXPECT_EQ(recorded_as_bred, bred);
+}
+
+TEST_F(SearchRunTest, StoresTheSettingsThatRepeatIt) {
+  const std::string seeds = R"([{"children":[],"node":"close","type":"feature"}])";
+  std::ofstream(in_folder("seeds.json")) << seeds;
+  SearchOptions set = options();
+  set.restart_threshold = 3;
+  set.elite_fraction = 0.5;
+  set.diversity_weight = "0.125";
+  set.parsimony_weight = 0.0;
+  set.operator_rates = Mapping{{"crossover", 0.0}};
+  set.seeds = in_folder("seeds.json");
+  const SearchSummary summary = run_search(set, observer_, interrupt_);
+  RunStore store(set.database.string());
+  Mapping stored = read_json(store.find_run(summary.run_id)->start.settings_json).mapping();
+  // What the configuration file says is the matter of its own tests.
+  for (const char* table : {"gates", "pool", "eras"})
+    EXPECT_TRUE(stored.erase(table)) << table;
+  EXPECT_EQ(genetic::json_text(stored),
+            R"({"batch_size":6,"candidates":null,"cost_basis_points":5.0,"diversity_weight":0.125,)"
+            R"("elite_fraction":0.5,"generations":2,"initial_candidates":)" +
+                seeds +
+                R"(,"jobs":2,"leaf_share":0.3,"max_depth":5,"max_improvement_candidates":96,)"
+                R"("max_improvement_depth":8,"max_improvement_rounds":10,"max_nodes":25,)"
+                R"("max_window":120,"operator_rates":{"crossover":0.0,"hoist_mutation":0.1,)"
+                R"("point_mutation":0.3,"subtree_mutation":0.2},"parsimony_weight":0.0,)"
+                R"("restart_threshold":3,"seconds":null,"timeout_seconds":60.0,)"
+                R"("worker_memory_limit_bytes":null})");
 }
 
 TEST_F(SearchRunTest, TheTemplateJudgesItsOwnSettings) {

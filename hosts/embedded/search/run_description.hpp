@@ -1,0 +1,42 @@
+// What a run searches, and what is written down of it: its prices, its settings, its pool.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "hosts/embedded/market/eras.hpp"
+#include "hosts/embedded/market/market_data.hpp"
+#include "hosts/embedded/search/search_events.hpp"
+#include "hosts/embedded/search/search_options.hpp"
+#include "hosts/embedded/store/run_store.hpp"
+#include "search_templates/genetic/driver/genetic_template.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::embedded {
+
+// The prices of a run: the whole history, how it is split, and the SHA-256 of the file.
+struct RunData {
+  // Throws what read_price_file and split_eras throw.
+  explicit RunData(const SearchOptions& options);
+
+  MarketData whole;
+  EraPlan plan;
+  std::string digest;
+};
+
+// Signals are comparable day by day when they were evaluated on the same days of the same prices at
+// the same costs: such runs share a pool.
+[[nodiscard]] PoolIdentity pool_identity(const SearchOptions& options, const RunData& data);
+
+// The row under which the store keeps the run.
+[[nodiscard]] RunStart run_start(const SearchOptions& options, const RunData& data,
+                                 const genetic::GeneticTemplate& config, int jobs);
+
+[[nodiscard]] SearchStarted started_event(const SearchOptions& options, const RunData& data,
+                                          const genetic::GeneticTemplate& config,
+                                          const RunStore& store, std::int64_t run_id, int jobs);
+
+// What a submission's payload says of this client.
+[[nodiscard]] genetic::Mapping client_manifest(const RunData& data, std::int64_t run_id);
+
+}  // namespace varnholt::embedded
