@@ -6,6 +6,7 @@
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/operations.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
+#include "search_templates/genetic/value/stable_sort.hpp"
 
 namespace varnholt::genetic {
 namespace {
@@ -19,7 +20,7 @@ bool comes_before(const ScoredCandidate& left, const ScoredCandidate& right) {
 }  // namespace
 
 void sort_highest_first(std::vector<ScoredCandidate>& candidates) {
-  std::stable_sort(candidates.begin(), candidates.end(), comes_before);
+  stable_sort(candidates, comes_before);
 }
 
 std::int64_t rounded_count(double value) {

@@ -1,6 +1,5 @@
 #include "search_templates/genetic/submission/ranking.hpp"
 
-#include <algorithm>
 #include <optional>
 #include <string>
 #include <utility>
@@ -11,15 +10,17 @@
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/operations.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
+#include "search_templates/genetic/value/stable_sort.hpp"
 
 namespace varnholt::genetic {
 namespace {
 
+// The key that a candidate is sorted by, smallest first.
 struct RankedCandidate {
-  Value opposite_score;  // Sorted smallest first.
+  Value opposite_score;
   Value candidate_index;
-  // Of a graph that holds nothing of the host it is made when there is a tie to break: nobody can
-  // tell, and ties are rare.
+  // Of a graph that holds nothing of the host it is made when it is needed to break a tie: nobody
+  // can tell, and ties are rare.
   std::optional<std::string> graph_text;
   Value candidate;
 };
@@ -36,7 +37,7 @@ RankedCandidate ranked(Eliteness& eliteness, const Value& candidate) {
   RankedCandidate result;
   result.opposite_score = negated(score);
   // Only a missing index is 0; an absent one fails in the conversion.
-  result.candidate_index = to_integer(record.find(keys::kCandidateIndex).value_or(0));
+  result.candidate_index = to_integer(record.get(keys::kCandidateIndex, 0));
   const Value graph = record.get(keys::kGraph);
   // A graph that has no text fails here, tie or not.
   if (!native_tree_bytes(graph)) result.graph_text = canonical_graph_string(graph);
@@ -44,33 +45,26 @@ RankedCandidate ranked(Eliteness& eliteness, const Value& candidate) {
   return result;
 }
 
-// The order without the texts.
-bool comes_before(const RankedCandidate& left, const RankedCandidate& right) {
+const std::string& graph_text(RankedCandidate& candidate) {
+  if (!candidate.graph_text) {
+    candidate.graph_text = canonical_graph_string(graph_of(candidate.candidate));
+  }
+  return *candidate.graph_text;
+}
+
+// Keys are compared like tuples: by the first part in which they differ, and parts that are one
+// object do not differ, whatever they say of themselves.
+bool comes_before(RankedCandidate& left, RankedCandidate& right) {
   const bool left_is_nan = is_nan(left.opposite_score);
   const bool right_is_nan = is_nan(right.opposite_score);
   if (left_is_nan != right_is_nan) return right_is_nan;
-  if (!left_is_nan && !(left.opposite_score == right.opposite_score)) {
+  if (!left_is_nan && !is_same_or_equal(left.opposite_score, right.opposite_score)) {
     return less(left.opposite_score, right.opposite_score);
   }
-  return less(left.candidate_index, right.candidate_index);
-}
-
-void break_ties(std::vector<RankedCandidate>& order) {
-  auto first = order.begin();
-  while (first != order.end()) {
-    const auto last = std::find_if(first + 1, order.end(), [&first](const RankedCandidate& next) {
-      return comes_before(*first, next);
-    });
-    if (last - first > 1) {
-      std::for_each(first, last, [](RankedCandidate& tied) {
-        if (!tied.graph_text) tied.graph_text = canonical_graph_string(graph_of(tied.candidate));
-      });
-      std::stable_sort(first, last, [](const RankedCandidate& left, const RankedCandidate& right) {
-        return left.graph_text < right.graph_text;
-      });
-    }
-    first = last;
+  if (!(left.candidate_index == right.candidate_index)) {
+    return less(left.candidate_index, right.candidate_index);
   }
+  return graph_text(left) < graph_text(right);
 }
 
 }  // namespace
@@ -87,8 +81,7 @@ List rank_submittable_candidates(Eliteness& eliteness, const Value& candidates) 
   order.reserve(submittable.size());
   for (const Value& candidate : submittable)
     order.push_back(ranked(eliteness, candidate));
-  std::stable_sort(order.begin(), order.end(), comes_before);
-  break_ties(order);
+  stable_sort(order, comes_before);
 
   List ranking(order.size());
   for (RankedCandidate& entry : order)

@@ -11,6 +11,7 @@
 #include "search_templates/genetic/value/native_view.hpp"
 #include "search_templates/genetic/value/number_text.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
+#include "search_templates/genetic/value/stable_sort.hpp"
 #include "search_templates/genetic/value/text.hpp"
 
 namespace varnholt::genetic {
@@ -159,8 +160,7 @@ class JsonWriter {
     for (std::size_t i = 0; i < entries.size(); ++i)
       places_.push_back(static_cast<std::uint32_t>(i));
     if (entries.size() > kSmall) {
-      std::stable_sort(places_.begin() + static_cast<std::ptrdiff_t>(start), places_.end(),
-                       place_less);
+      stable_sort(std::span(places_).subspan(start), place_less);
       return;
     }
     std::uint32_t* const places = places_.data() + start;
@@ -178,10 +178,9 @@ class JsonWriter {
     MappingCursor cursor(mapping);
     while (std::optional<MappingEntry> entry = cursor.next())
       entries.push_back(*std::move(entry));
-    std::stable_sort(entries.begin(), entries.end(),
-                     [](const MappingEntry& left, const MappingEntry& right) {
-                       return key_less(left.key, right.key);
-                     });
+    stable_sort(entries, [](const MappingEntry& left, const MappingEntry& right) {
+      return key_less(left.key, right.key);
+    });
     out_.append('{');
     for (std::size_t i = 0; i < entries.size(); ++i) {
       if (i > 0) out_.append(',');
