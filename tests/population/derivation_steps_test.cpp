@@ -196,7 +196,14 @@ TEST_F(WeightedParentIndex, NeedsScoresThatAreNumbers) {
   EXPECT_EQ(error_of([&] {
               return index({1.0, "0.75"}, 0.5);
             }),
-            "TypeError: must be real number, not str");
+            "TypeError: '<' not supported between instances of 'str' and 'float'");
+}
+
+TEST_F(WeightedParentIndex, TellsLargeIntegersApartThatAreOneReal) {
+  constexpr std::int64_t kLarge = std::int64_t{1} << 53;
+  // The weights are 0.001 and 1.001, and not 0.001 each.
+  EXPECT_EQ(index({kLarge, kLarge + 1}, 0.25), 1);
+  EXPECT_EQ(index({kLarge + 1, kLarge}, 0.25), 0);
 }
 
 TEST(DataGraphChildCount, CountsFeaturesAndRotations) {

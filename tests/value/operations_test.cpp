@@ -1,5 +1,5 @@
-// Goal: unpacking, membership, the turned sign, the number to reckon with, the written entry and the
-// read one do what the statements of the host's language do, and fail with their texts.
+// Goal: unpacking, membership, the turned sign, the number to reckon with, the written entry and
+// the read one do what the statements of the host's language do, and fail with their texts.
 //
 // Method: a table for each operation over every kind of value, and objects that answer for
 // themselves; random values are compared with CPython in python_semantics_test.
@@ -270,6 +270,33 @@ TEST(AsNumber, ReadsNumbersAndNoTexts) {
   EXPECT_EQ(error_of([] { return as_number("0.5"); }), "TypeError: must be real number, not str");
   EXPECT_EQ(error_of([] { return as_number(Value()); }),
             "TypeError: float() argument must be a string or a real number, not 'NoneType'");
+}
+
+TEST(Difference, OfIntegersIsExact) {
+  EXPECT_EQ(difference(5, 2), 3.0);
+  EXPECT_EQ(difference(0.5, 2), -1.5);
+  EXPECT_EQ(difference(true, 0.25), 0.75);
+  const std::int64_t large = (std::int64_t{1} << 53) + 1;
+  EXPECT_EQ(difference(large, large - 1), 1.0);
+  EXPECT_EQ(difference(kSmallest, 1), -0x1p63);  // Beyond 64 bits.
+  EXPECT_EQ(error_of([] { return difference(1, "1"); }), "TypeError: must be real number, not str");
+}
+
+// An object of the host that is neither equal to anything nor different from it.
+class Undecided : public HostObject {
+ public:
+  [[nodiscard]] std::string type_name() const override { return "Undecided"; }
+  [[nodiscard]] bool differs(const Value& /*other*/) const override { return false; }
+};
+
+TEST(Differ, AsksAnObjectOnEitherSideWhetherItDiffers) {
+  EXPECT_FALSE(differ(1, 1.0));
+  EXPECT_TRUE(differ("1", 1));
+  const Value undecided = make_object<Undecided>();
+  EXPECT_FALSE(undecided == Value(1));
+  EXPECT_FALSE(differ(undecided, 1));
+  EXPECT_FALSE(differ(1, undecided));
+  EXPECT_TRUE(differ(scripted_object(Mapping()), 1));
 }
 
 TEST(WritableMapping, IsTheMappingItself) {

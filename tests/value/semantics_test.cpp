@@ -57,6 +57,30 @@ class Subclass : public HostObject {
   Value value_;
 };
 
+// An object that says at once what its own side and the other one answer to equality.
+class Judge : public HostObject {
+ public:
+  Judge(bool answer, bool for_both) : answer_(answer), for_both_(for_both) {}
+
+  [[nodiscard]] std::string type_name() const override { return "Judge"; }
+  [[nodiscard]] bool equals(const Value& /*other*/) const override { return answer_; }
+  [[nodiscard]] bool equals_for_both() const override { return for_both_; }
+
+ private:
+  bool answer_;
+  bool for_both_;
+};
+
+TEST(Equality, OfTwoObjectsIsWhatEitherSaysUnlessTheFirstAnswersForBoth) {
+  const Value yes = make_object<Judge>(true, false);
+  const Value no = make_object<Judge>(false, false);
+  const Value no_for_both = make_object<Judge>(false, true);
+  EXPECT_TRUE(yes == no);
+  EXPECT_TRUE(no == yes);
+  EXPECT_TRUE(yes == no_for_both);
+  EXPECT_FALSE(no_for_both == yes);
+}
+
 Value subclass(Value value) {
   return make_object<Subclass>(std::move(value));
 }

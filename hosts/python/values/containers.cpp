@@ -145,6 +145,15 @@ std::optional<Value> ObjectMappingStorage::find(const Value& key) const {
   return to_value(found);
 }
 
+Value ObjectMappingStorage::get(const Value& key, const Value& fallback) const {
+  if (fallback.is_absent()) return to_value(call_method(object(), "get", {to_python(key)}));
+  return to_value(call_method(object(), "get", {to_python(key), to_python(fallback)}));
+}
+
+Value ObjectMappingStorage::at(const Value& key) const {
+  return to_value(checked(PyObject_GetItem(object().ptr(), to_python(key).ptr())));
+}
+
 bool ObjectMappingStorage::contains(const Value& key) const {
   return checked(PySequence_Contains(object().ptr(), to_python(key).ptr())) != 0;
 }
@@ -159,6 +168,15 @@ bool ObjectMappingStorage::erase(const Value& key) {
 
 std::unique_ptr<genetic::MappingStorage::Cursor> ObjectMappingStorage::entries() const {
   return std::make_unique<ItemsCursor>(object());
+}
+
+std::optional<genetic::Mapping> ObjectMappingStorage::new_mapping() const {
+  return new_dict(object());
+}
+
+genetic::Mapping new_dict(nb::handle object) {
+  return genetic::Mapping(
+      std::make_unique<DictStorage>(call(reinterpret_cast<PyObject*>(&PyDict_Type), {object})));
 }
 
 }  // namespace varnholt::python

@@ -60,20 +60,29 @@ class DictStorage : public PythonStorage {
   [[nodiscard]] std::unique_ptr<Cursor> entries() const override;
 };
 
-// Over whatever else is a collections.abc.Mapping: a dict's subclass, a read-only view, a class of
-// the host. It is asked by `get`, and walked by `items`, so that what the class overrides counts; a
-// write to one that cannot be written fails with Python's own error.
+// Over whatever else is read and written by key: a dict's subclass, a read-only view, a class of
+// the host. It is asked by `get`, and walked by `items`, so that what the class overrides counts;
+// what it cannot do fails with Python's own error.
 class ObjectMappingStorage : public PythonStorage {
  public:
   explicit ObjectMappingStorage(nb::object mapping) : PythonStorage(std::move(mapping)) {}
 
   [[nodiscard]] std::size_t size() const override;
   [[nodiscard]] std::optional<genetic::Value> find(const genetic::Value& key) const override;
+  // mapping.get(key) alone where there is no fallback: a class need not take a second argument.
+  [[nodiscard]] genetic::Value get(const genetic::Value& key,
+                                   const genetic::Value& fallback) const override;
+  [[nodiscard]] genetic::Value at(const genetic::Value& key) const override;
   // `key in mapping`: a class may have an opinion of its own.
   [[nodiscard]] bool contains(const genetic::Value& key) const override;
   void set(const genetic::Value& key, const genetic::Value& value) override;
   bool erase(const genetic::Value& key) override;
   [[nodiscard]] std::unique_ptr<Cursor> entries() const override;
+  // dict(mapping), which reads it in its own way.
+  [[nodiscard]] std::optional<genetic::Mapping> new_mapping() const override;
 };
+
+// dict(object), as a mapping over the new dict.
+[[nodiscard]] genetic::Mapping new_dict(nb::handle object);
 
 }  // namespace varnholt::python

@@ -69,6 +69,10 @@ bool PythonObject::equals(const Value& other) const {
   return compare(object_, to_python(other), Py_EQ);
 }
 
+bool PythonObject::differs(const Value& other) const {
+  return compare(object_, to_python(other), Py_NE);
+}
+
 std::uint64_t PythonObject::hash() const {
   PyObject* const pointer = object_.ptr();
   const hashfunc own_hash = Py_TYPE(pointer)->tp_hash;
@@ -89,6 +93,10 @@ std::optional<bool> PythonObject::less(const Value& other) const {
 
 std::optional<bool> PythonObject::greater(const Value& other) const {
   return compare(to_python(other), object_, Py_LT);
+}
+
+bool PythonObject::is_whole() const {
+  return is_true(call_method(object_, "is_integer"));
 }
 
 double PythonObject::to_float() const {
@@ -121,6 +129,14 @@ std::optional<Mapping> PythonObject::as_mapping() const {
     if (!is_instance(object_, python::attribute(collections, "Mapping"))) return std::nullopt;
   }
   return Mapping(std::make_unique<ObjectMappingStorage>(object_));
+}
+
+std::optional<Mapping> PythonObject::as_record() const {
+  return Mapping(std::make_unique<ObjectMappingStorage>(object_));
+}
+
+std::optional<Mapping> PythonObject::new_mapping() const {
+  return new_dict(object_);
 }
 
 bool PythonObject::is_instance_of(Kind kind) const {
@@ -167,21 +183,19 @@ std::optional<Value> PythonObject::attribute(std::string_view name) const {
   return found ? std::optional(to_value(*found)) : std::nullopt;
 }
 
-Value PythonObject::deep_copy() const {
-  return to_value(call_method(import_module("copy"), "deepcopy", {object_}));
+std::optional<Value> PythonObject::deep_copy_of(const Value& root) const {
+  if (exact_kind() != Kind::kObject) return std::nullopt;
+  return to_value(call_method(import_module("copy"), "deepcopy", {to_python(root)}));
 }
 
 Value PythonObject::shallow_copy() const {
   return to_value(call_method(import_module("copy"), "copy", {object_}));
 }
 
-PythonIterator::PythonIterator(nb::object iterator) : iterator_(std::move(iterator)) {
+std::optional<Value> PythonIterator::next() {
   if (PyIter_Check(iterator_.ptr()) == 0) {
     throw genetic::TypeError("'" + python::type_name(iterator_) + "' object is not an iterator");
   }
-}
-
-std::optional<Value> PythonIterator::next() {
   PyObject* const item = PyIter_Next(iterator_.ptr());
   if (item != nullptr) return to_value(nb::steal(item));
   if (PyErr_Occurred() != nullptr) throw_current_error();

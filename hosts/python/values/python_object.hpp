@@ -30,7 +30,10 @@ class PythonObject : public genetic::HostObject {
   [[nodiscard]] const void* identity() const noexcept override { return object_.ptr(); }
 
   [[nodiscard]] bool truth() const override;
+  // Python's operator asks both operands.
   [[nodiscard]] bool equals(const genetic::Value& other) const override;
+  [[nodiscard]] bool equals_for_both() const override { return true; }
+  [[nodiscard]] bool differs(const genetic::Value& other) const override;
   // Python's hash for numbers. A text's or tuple's subclass that hashes as its base does gives the
   // library's hash of that text or tuple, which it may be equal to.
   [[nodiscard]] std::uint64_t hash() const override;
@@ -38,6 +41,8 @@ class PythonObject : public genetic::HostObject {
   [[nodiscard]] std::optional<bool> less(const genetic::Value& other) const override;
   [[nodiscard]] std::optional<bool> greater(const genetic::Value& other) const override;
 
+  // What `is_integer` says.
+  [[nodiscard]] bool is_whole() const override;
   [[nodiscard]] double to_float() const override;
   [[nodiscard]] genetic::Value to_integer() const override;
   [[nodiscard]] std::string str() const override;
@@ -46,6 +51,9 @@ class PythonObject : public genetic::HostObject {
 
   // For every collections.abc.Mapping.
   [[nodiscard]] std::optional<genetic::Mapping> as_mapping() const override;
+  [[nodiscard]] std::optional<genetic::Mapping> as_record() const override;
+  // dict(object).
+  [[nodiscard]] std::optional<genetic::Mapping> new_mapping() const override;
   [[nodiscard]] bool is_instance_of(genetic::Kind kind) const override;
   // The characters of a str's subclass, whatever its `__str__` says.
   [[nodiscard]] std::string text() const override;
@@ -59,8 +67,11 @@ class PythonObject : public genetic::HostObject {
   [[nodiscard]] bool is_callable() const override;
   [[nodiscard]] std::optional<genetic::Value> attribute(std::string_view name) const override;
 
-  // copy.deepcopy and copy.copy.
-  [[nodiscard]] genetic::Value deep_copy() const override;
+  // copy.deepcopy of the whole value, in which the object may share containers with others; not of
+  // what is exactly a number or text.
+  [[nodiscard]] std::optional<genetic::Value> deep_copy_of(
+      const genetic::Value& root) const override;
+  // copy.copy.
   [[nodiscard]] genetic::Value shallow_copy() const override;
 
  private:
@@ -70,9 +81,9 @@ class PythonObject : public genetic::HostObject {
 // Walks a Python iterator, one `next` a call.
 class PythonIterator : public genetic::ValueIterator {
  public:
-  // TypeError "'list' object is not an iterator" for what has no `__next__`.
-  explicit PythonIterator(nb::object iterator);
+  explicit PythonIterator(nb::object iterator) : iterator_(std::move(iterator)) {}
 
+  // TypeError "'list' object is not an iterator" for what has no `__next__`.
   [[nodiscard]] std::optional<genetic::Value> next() override;
 
  private:

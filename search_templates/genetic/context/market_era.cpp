@@ -5,6 +5,7 @@
 #include <optional>
 #include <span>
 
+#include "search_templates/genetic/value/host_object.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "search_templates/genetic/value/tolerant.hpp"
@@ -22,8 +23,8 @@ constexpr std::array kConfigEraNames = {keys::kEraNumber, keys::kEraNumber, keys
 
 bool has_fraction(const Value& value) {
   if (!is_instance_of(value, Kind::kReal)) return false;
-  const double real = to_float(value);
-  return !std::isfinite(real) || std::trunc(real) != real;
+  if (value.is_object()) return !value.object().is_whole();
+  return !std::isfinite(value.real()) || std::trunc(value.real()) != value.real();
 }
 
 Value first_positive(SearchContext& context, std::span<const Key> context_names,

@@ -152,15 +152,15 @@ std::int64_t weighted_parent_index(Eliteness& eliteness, const List& parents, Ra
   while (const std::optional<Value> parent = cursor.next()) {
     scores.push_back(candidate_eliteness(eliteness, *parent, diversity_weight, parsimony_weight));
   }
+  const Value floor =
+      *std::min_element(scores.begin(), scores.end(),
+                        [](const Value& left, const Value& right) { return less(left, right); });
   std::vector<double> weights;
   weights.reserve(scores.size());
-  for (const Value& score : scores)
-    weights.push_back(as_number(score));
-  const double floor = *std::min_element(weights.begin(), weights.end());
   double total = 0.0;
-  for (double& weight : weights) {
-    weight = (weight - floor) + kWeightFloor;
-    total += weight;
+  for (const Value& score : scores) {
+    weights.push_back(difference(score, floor) + kWeightFloor);
+    total += weights.back();
   }
   const double target = rng->random() * total;
   double running = 0.0;
@@ -175,7 +175,7 @@ std::int64_t data_graph_child_count(const Value& graph) {
   const std::optional<Mapping> mapping = as_mapping(graph);
   if (!mapping) return 0;
   std::int64_t count = 0;
-  const auto walk = iterate(mapping->find(keys::kChildren).value_or(Value(Tuple())));
+  const auto walk = iterate(mapping->get(keys::kChildren, Tuple()));
   while (const std::optional<Value> child = walk->next()) {
     const std::optional<Mapping> node = as_mapping(*child);
     if (!node) continue;

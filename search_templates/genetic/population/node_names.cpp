@@ -25,7 +25,7 @@ void for_each_name(const Value& graph, const Visit& visit, int depth) {
   if (const std::optional<Mapping> node = as_mapping(graph)) {
     const Value name = node->get(keys::kNode);
     if (is_instance_of(name, Kind::kText) && truth(name)) visit(text_of(name));
-    children = node->find(keys::kChildren).value_or(Value(Tuple()));
+    children = node->get(keys::kChildren, Tuple());
   } else if (is_instance_of(graph, Kind::kList) || is_instance_of(graph, Kind::kTuple)) {
     children = graph;
   } else {

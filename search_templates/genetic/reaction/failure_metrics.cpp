@@ -107,8 +107,10 @@ bool has_failure_reason(const Value& result, const Value& reason_names) {
 
 Value stats_gate_metrics_for_result(Engine& engine, const Value& result) {
   if (const std::optional<Mapping> record = as_mapping(result)) {
-    const Value stats = record->get(keys::kStats);
-    if (!stats.is_absent()) return engine.stats_gate_metrics(stats);
+    // Two reads on purpose: a record of the host may make what it gives.
+    if (!record->get(keys::kStats).is_absent()) {
+      return engine.stats_gate_metrics(record->at(keys::kStats));
+    }
   }
   return engine.stats_gate_metrics(result);
 }

@@ -44,8 +44,7 @@ double elapsed_candidate_seconds(const Value& results) {
   double seconds = 0.0;
   const auto walk = iterate(results);
   while (const std::optional<Value> result = walk->next()) {
-    const Value elapsed =
-        record_of(*result).find(keys::kElapsedSimulationSeconds).value_or(Value(0.0));
+    const Value elapsed = record_of(*result).get(keys::kElapsedSimulationSeconds, 0.0);
     seconds += to_float(number(elapsed));
   }
   return seconds;

@@ -108,17 +108,18 @@ Value consumed_process_backtest_timing(BacktestTimings& timings, const Value& gr
 
 Value process_backtest_timing(BacktestTimings& timings, const Value& graph,
                               const Value& attempt_evidence, const Value& payload) {
-  const Value evidence_timing = timing_in(attempt_evidence);
-  if (evidence_timing.is_absent()) {
+  if (timing_in(attempt_evidence).is_absent()) {
     return consumed_process_backtest_timing(timings, graph, payload);
   }
 
-  Value timing = graph_bound_process_backtest_timing(timings, graph, evidence_timing);
+  // Read again, as it is told here: a host's mapping may give another answer than its `get`.
+  Value timing = graph_bound_process_backtest_timing(timings, graph,
+                                                     item(attempt_evidence, keys::kBacktestTiming));
   // Unlike everywhere else, an absent value under the payload's key is compared as well.
   if (has_timing_key(payload)) {
     const Value payload_timing =
         graph_bound_process_backtest_timing(timings, graph, item(payload, keys::kBacktestTiming));
-    if (!(payload_timing == timing)) {
+    if (differ(payload_timing, timing)) {
       throw RuntimeError(std::string(kEvidenceDisagreesWithPayload));
     }
   }
@@ -133,7 +134,7 @@ Value candidate_backtest_timing_payload(BacktestTimings& timings, const Mapping&
 
   const Value& first = sourced.front().timing;
   for (std::size_t i = 1; i < sourced.size(); ++i) {
-    if (sourced[i].timing == first) continue;
+    if (!differ(sourced[i].timing, first)) continue;
     throw RuntimeError("genetic candidate backtest timing disagrees with " +
                        std::string(sourced[i].source) + " backtest timing");
   }

@@ -18,10 +18,18 @@
 namespace varnholt::genetic {
 namespace {
 
+// Thrown where an object is met whose host copies the whole value: what was copied so far is given
+// up, since the object may share containers with it. Nothing of the host has seen it.
+struct CopiedAsAWhole {
+  Value copy;
+};
+
 // One deep copy. Only what can be met twice is remembered: a container that nothing else refers to
 // is met once, so that the copy of a plain tree remembers nothing.
 class DeepCopy {
  public:
+  explicit DeepCopy(const Value& root) : root_(root) {}
+
   Value copy(const Value& value) {
     switch (value.kind()) {
       case Kind::kList:
@@ -141,6 +149,9 @@ class DeepCopy {
   Value copy_object(Value value) {
     const void* const identity = value.object().identity();
     if (const Value* const known = find(identity)) return *known;
+    if (std::optional<Value> whole = value.object().deep_copy_of(root_)) {
+      throw CopiedAsAWhole{*std::move(whole)};
+    }
     Value result = value.object().deep_copy();
     remember(identity, value, result);
     return result;
@@ -166,6 +177,7 @@ class DeepCopy {
     Value source;
     Value copy;
   };
+  Value root_;
   std::unordered_map<const void*, Known> copies_;
   int depth_ = 0;
 };
@@ -243,6 +255,9 @@ Value shallow_copy(const Value& value) {
 }
 
 Mapping shallow_copy(const Mapping& mapping) {
+  if (!mapping.is_native()) {
+    if (std::optional<Mapping> copy = mapping.storage()->new_mapping()) return *std::move(copy);
+  }
   Mapping copy(mapping.size());
   if (mapping.is_native()) {
     for (const MappingEntry& entry : mapping.native_entries()) {
@@ -255,6 +270,9 @@ Mapping shallow_copy(const Mapping& mapping) {
 }
 
 Mapping new_mapping(const Value& source) {
+  if (source.is_object()) {
+    if (std::optional<Mapping> made = source.object().new_mapping()) return *std::move(made);
+  }
   if (const std::optional<Mapping> mapping = as_mapping(source)) return shallow_copy(*mapping);
   Mapping result;
   const auto pairs = iterate(source);
@@ -275,7 +293,11 @@ Mapping new_mapping(const Value& source) {
 Value deep_copy(const Value& value) {
   std::size_t bytes = 0;
   if (add_simple_tree_bytes(value, 1, bytes)) return detail::copy_tree(value, bytes);
-  return DeepCopy().copy(value);
+  try {
+    return DeepCopy(value).copy(value);
+  } catch (const CopiedAsAWhole& whole) {
+    return whole.copy;
+  }
 }
 
 }  // namespace varnholt::genetic

@@ -1,5 +1,7 @@
 #include "search_templates/genetic/value/host_object.hpp"
 
+#include <cmath>
+
 #include "search_templates/genetic/value/errors.hpp"
 
 namespace varnholt::genetic {
@@ -19,6 +21,11 @@ std::optional<bool> HostObject::less(const Value& /*other*/) const {
 }
 std::optional<bool> HostObject::greater(const Value& /*other*/) const {
   return std::nullopt;
+}
+
+bool HostObject::is_whole() const {
+  const double real = to_float();
+  return std::isfinite(real) && std::trunc(real) == real;
 }
 
 double HostObject::to_float() const {
@@ -72,6 +79,10 @@ std::optional<Value> HostObject::attribute(std::string_view /*name*/) const {
 
 Value HostObject::deep_copy() const {
   return self();
+}
+
+std::optional<Value> HostObject::deep_copy_of(const Value& /*root*/) const {
+  return std::nullopt;
 }
 
 Value HostObject::self() const {

@@ -40,6 +40,10 @@ class HostObject : public detail::Counted {
   [[nodiscard]] virtual bool truth() const { return true; }
   // Equality in the host's sense; identity has been tested before.
   [[nodiscard]] virtual bool equals(const Value& other) const;
+  // Whether equals() has asked the other side as well, so that its answer stands.
+  [[nodiscard]] virtual bool equals_for_both() const { return false; }
+  // this != other, which a class may answer otherwise than by equality.
+  [[nodiscard]] virtual bool differs(const Value& other) const { return !equals(other); }
   // Equal values hash alike, also an object and a value of ours (`hash` of semantics.hpp).
   // Throws TypeError for what cannot be a key.
   [[nodiscard]] virtual std::uint64_t hash() const;
@@ -47,6 +51,8 @@ class HostObject : public detail::Counted {
   [[nodiscard]] virtual std::optional<bool> less(const Value& other) const;
   [[nodiscard]] virtual std::optional<bool> greater(const Value& other) const;
 
+  // Of an instance of the real type: whether it has no fraction, as it says itself.
+  [[nodiscard]] virtual bool is_whole() const;
   // float() and int() of the object; TypeError when it is not convertible.
   [[nodiscard]] virtual double to_float() const;
   [[nodiscard]] virtual Value to_integer() const;
@@ -57,6 +63,12 @@ class HostObject : public detail::Counted {
 
   // A handle on the object as a mapping, when it is one (an exact mapping is no object).
   [[nodiscard]] virtual std::optional<Mapping> as_mapping() const { return std::nullopt; }
+  // A handle on the object as what is read by `get` and written by key, whether or not it is a
+  // mapping: each of these fails by itself. Nothing when the host has no such objects.
+  [[nodiscard]] virtual std::optional<Mapping> as_record() const { return as_mapping(); }
+  // A new mapping made of the object as the host makes one; nothing when that is what new_mapping()
+  // of copy.hpp does.
+  [[nodiscard]] virtual std::optional<Mapping> new_mapping() const { return std::nullopt; }
   // Whether it is an instance of the list, tuple or text type.
   [[nodiscard]] virtual bool is_instance_of(Kind kind) const;
   // The text of an instance of the text type.
@@ -75,6 +87,10 @@ class HostObject : public detail::Counted {
   [[nodiscard]] virtual std::optional<Value> attribute(std::string_view name) const;
 
   [[nodiscard]] virtual Value deep_copy() const;
+  // The deep copy of the whole value `root`, in which this object was met, for a host that copies
+  // its objects together with what they share; nothing when the object is copied by itself. Such
+  // an object's deep_copy() is not asked.
+  [[nodiscard]] virtual std::optional<Value> deep_copy_of(const Value& root) const;
   [[nodiscard]] virtual Value shallow_copy() const { return self(); }
 
  protected:

@@ -1,11 +1,13 @@
 #include "search_templates/genetic/value/operations.hpp"
 
+#include <cmath>
 #include <cstdint>
 #include <limits>
 #include <optional>
 
 #include "search_templates/genetic/value/big_integer.hpp"
 #include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/host_object.hpp"
 #include "search_templates/genetic/value/native_objects.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
@@ -84,8 +86,15 @@ Value negated(const Value& value) {
 }
 
 bool is_nan(const Value& value) {
-  // Every other real is of our own kind.
-  return value.is_object() && exact_kind(value) == Kind::kReal;
+  // A real that is a number is of our own kind, unless it is an instance of a host's subtype.
+  if (!value.is_object() || !is_instance_of(value, Kind::kReal)) return false;
+  return exact_kind(value) == Kind::kReal || std::isnan(to_float(value));
+}
+
+bool differ(const Value& left, const Value& right) {
+  if (left.is_object()) return left.object().differs(right);
+  if (right.is_object()) return right.object().differs(left);
+  return !(left == right);
 }
 
 double as_number(const Value& value) {
@@ -95,12 +104,22 @@ double as_number(const Value& value) {
   return to_float(value);
 }
 
+double difference(const Value& left, const Value& right) {
+  std::int64_t exact = 0;
+  if (left.is_integer() && right.is_integer() &&
+      !__builtin_sub_overflow(left.integer(), right.integer(), &exact)) {
+    return static_cast<double>(exact);
+  }
+  return as_number(left) - as_number(right);
+}
+
 Mapping writable_mapping(const Value& value) {
-  std::optional<Mapping> mapping = as_mapping(value);
-  if (!mapping) {
+  std::optional<Mapping> record =
+      value.is_object() ? value.object().as_record() : as_mapping(value);
+  if (!record) {
     throw TypeError("'" + type_name(value) + "' object does not support item assignment");
   }
-  return *std::move(mapping);
+  return *std::move(record);
 }
 
 Value entry(const Value& value, const Value& key) {

@@ -24,9 +24,17 @@ namespace varnholt::genetic {
 // Whether the value is a real that is not a number.
 [[nodiscard]] bool is_nan(const Value& value);
 
+// left != right. A host's object is asked whether it differs, which need not be whether it is not
+// equal.
+[[nodiscard]] bool differ(const Value& left, const Value& right);
+
 // A score or a rate as a number to reckon with. TypeError for what is none, also for a text that
 // float() would read.
 [[nodiscard]] double as_number(const Value& value);
+
+// left - right of two such numbers. Integers are subtracted before they become a real: those beyond
+// 2**53 may differ by less than reals there do.
+[[nodiscard]] double difference(const Value& left, const Value& right);
 
 // The mapping into which value[key] = ... writes.
 // TypeError "'int' object does not support item assignment" for what is no mapping.

@@ -256,6 +256,12 @@ std::span<const Value> Tuple::items() const noexcept {
 
 // Mappings.
 
+Value MappingStorage::at(const Value& key) const {
+  std::optional<Value> value = find(key);
+  if (!value) throw KeyError(repr(key));
+  return *std::move(value);
+}
+
 Mapping::Mapping(std::size_t capacity)
     : value_(Kind::kMapping, detail::make_container<detail::MappingRep, MappingEntry>(capacity)) {}
 
@@ -284,7 +290,15 @@ std::optional<Value> Mapping::find(const Value& key) const {
   return own.entries[index].value;
 }
 
+Value Mapping::get(const Value& key, const Value& fallback) const {
+  detail::MappingRep& own = rep();
+  if (own.storage) return own.storage->get(key, fallback);
+  const std::size_t index = own.position(key);
+  return index == own.entries.size() ? fallback : own.entries[index].value;
+}
+
 Value Mapping::at(const Value& key) const {
+  if (const MappingStorage* const host = storage()) return host->at(key);
   std::optional<Value> value = find(key);
   if (!value) throw KeyError(repr(key));
   return *std::move(value);
@@ -326,7 +340,9 @@ bool Mapping::erase(const Value& key) {
 }
 
 void Mapping::update(const Mapping& other) {
-  MappingCursor cursor(other);
+  const std::optional<Mapping> plain =
+      other.is_native() ? std::nullopt : other.storage()->new_mapping();
+  MappingCursor cursor(plain.value_or(other));
   while (std::optional<MappingEntry> entry = cursor.next()) {
     set(entry->key, std::move(entry->value));
   }

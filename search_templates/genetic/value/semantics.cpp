@@ -72,7 +72,8 @@ bool equal(const Value& left, const Value& right, int depth) {
     throw RecursionError("maximum recursion depth exceeded in comparison");
   }
   if (left.is_object()) {
-    return left.object().equals(right) || (right.is_object() && right.object().equals(left));
+    if (left.object().equals(right)) return true;
+    return right.is_object() && !left.object().equals_for_both() && right.object().equals(left);
   }
   if (right.is_object()) return right.object().equals(left);
   if (is_number(left.kind()) && is_number(right.kind())) {
@@ -475,9 +476,10 @@ std::optional<Mapping> as_mapping(const Value& value) {
 }
 
 Mapping record_of(const Value& value) {
-  std::optional<Mapping> mapping = as_mapping(value);
-  if (!mapping) throw AttributeError("'" + type_name(value) + "' object has no attribute 'get'");
-  return *std::move(mapping);
+  std::optional<Mapping> record =
+      value.is_object() ? value.object().as_record() : as_mapping(value);
+  if (!record) throw AttributeError("'" + type_name(value) + "' object has no attribute 'get'");
+  return *std::move(record);
 }
 
 bool is_instance_of(const Value& value, Kind kind) {
@@ -544,7 +546,7 @@ std::optional<Value> attribute(const Value& value, std::string_view name) {
 
 Value field_value(const Value& value, Key key, const Value& fallback) {
   if (const std::optional<Mapping> mapping = as_mapping(value)) {
-    return mapping->find(key).value_or(fallback);
+    return mapping->get(key, fallback);
   }
   return attribute(value, key.view()).value_or(fallback);
 }

@@ -260,8 +260,8 @@ class Mapping {
   [[nodiscard]] bool empty() const { return size() == 0; }
   // Missing and absent are two answers here.
   [[nodiscard]] std::optional<Value> find(const Value& key) const;
-  // Absent also when the key is missing.
-  [[nodiscard]] Value get(const Value& key) const { return find(key).value_or(Value()); }
+  // `fallback` when the key is missing; an absent value that is there stays absent.
+  [[nodiscard]] Value get(const Value& key, const Value& fallback = Value()) const;
   // Throws KeyError with the key's text form.
   [[nodiscard]] Value at(const Value& key) const;
   [[nodiscard]] bool contains(const Value& key) const;
@@ -271,7 +271,7 @@ class Mapping {
   Value set_default(const Value& key, const Value& value);
   // Whether the key was there.
   bool erase(const Value& key);
-  // Sets every entry of `other`, in its order.
+  // Sets every entry of `other`, in its order, as new_mapping() reads them (copy.hpp).
   void update(const Mapping& other);
 
   // The entries of a mapping of the library's own, valid until it changes; empty for a host's.
