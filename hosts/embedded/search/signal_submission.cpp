@@ -26,7 +26,7 @@ SignalSubmission::SignalSubmission(RunStore& store, const Evaluator& evaluator,
                                    const PoolIdentity& identity, const PoolSettings& settings)
     : evaluator_(evaluator),
       thresholds_{settings.pnl_mi_min, settings.correlation_max},
-      pool_(store, identity, static_cast<Eigen::Index>(settings.minimum_days)),
+      pool_(store, identity, static_cast<Eigen::Index>(settings.minimum_days), settings.pnl_mi_min),
       queue_(store, pool_, thresholds_, wall_clock_seconds) {}
 
 bool SignalSubmission::refresh() {

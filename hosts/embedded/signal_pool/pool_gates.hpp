@@ -8,10 +8,11 @@ namespace varnholt::embedded {
 
 // What was measured of a signal against a pool.
 struct PoolMeasure {
-  // How much of the signal is new beside the member that tells most about it, from 0 (nothing) to
-  // 1 (all, and in an empty pool): novelty() of `mutual_information`.
+  // How much of the signal is new beside the member that tells most about it, from 0 (nothing) to 1
+  // (all, and in an empty pool): novelty() of `mutual_information`.
   double score = 1.0;
-  // In nats: the largest with any member; 0 in an empty pool.
+  // In nats: the largest with any member, or with the member that was enough to refuse the signal;
+  // 0 in an empty pool.
   double mutual_information = 0.0;
   // The largest absolute Pearson correlation with any member; 0 in an empty pool.
   double correlation = 0.0;

@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include "hosts/embedded/digest/digest.hpp"
 #include "hosts/embedded/signal_pool/pool_errors.hpp"
 #include "hosts/embedded/store/sqlite_database.hpp"
 
@@ -14,8 +15,21 @@ namespace varnholt::embedded {
 
 using Eigen::ArrayXd;
 
-SignalPool::SignalPool(RunStore& store, PoolIdentity identity, Eigen::Index minimum_days)
-    : store_(store), identity_(std::move(identity)), minimum_days_(minimum_days) {}
+namespace {
+
+std::string digest_of(const ArrayXd& pnl) {
+  const auto* const bytes = reinterpret_cast<const char*>(pnl.data());
+  return sha256_hex({bytes, static_cast<std::size_t>(pnl.size()) * sizeof(double)});
+}
+
+}  // namespace
+
+SignalPool::SignalPool(RunStore& store, PoolIdentity identity, Eigen::Index minimum_days,
+                       double least_score)
+    : store_(store),
+      identity_(std::move(identity)),
+      minimum_days_(minimum_days),
+      least_score_(least_score) {}
 
 bool SignalPool::refresh() {
   try {
@@ -69,7 +83,7 @@ std::vector<std::string> SignalPool::member_ids() const {
   return ids;
 }
 
-const SignalPool::Series& SignalPool::comparable(const Member& member, Eigen::Index days) const {
+void SignalPool::require_comparable(const Member& member, Eigen::Index days) {
   if (!member.series) {
     throw PoolPnlMissing(member.eval_id,
                          "has no PnL in the store that can be read; submit it anew, or take it out "
@@ -81,17 +95,47 @@ const SignalPool::Series& SignalPool::comparable(const Member& member, Eigen::In
                                      "equal days compare",
                                      member.series->pnl.size(), days));
   }
-  return *member.series;
 }
 
 SignalPool::Remembered& SignalPool::remembered(const ArrayXd& pnl) {
-  const auto found =
-      std::find_if(remembered_.begin(), remembered_.end(), [&pnl](const Remembered& candidate) {
-        return candidate.pnl.size() == pnl.size() && (candidate.pnl == pnl).all();
-      });
+  const std::string digest = digest_of(pnl);
+  const auto found = std::find_if(
+      remembered_.begin(), remembered_.end(),
+      [&digest](const Remembered& candidate) { return candidate.pnl_digest == digest; });
   if (found != remembered_.end()) return *found;
   if (remembered_.size() == kRememberedMeasures) remembered_.pop_front();
-  return remembered_.emplace_back(Remembered{pnl, 0, {}});
+  return remembered_.emplace_back(Remembered{digest, 0, {}});
+}
+
+std::vector<std::size_t> SignalPool::correlated_first(const ArrayXd& pnl, Remembered& known) const {
+  PoolMeasure& measure = known.measure;
+  std::vector<std::pair<double, std::size_t>> likeness;
+  for (std::size_t i = known.members; i < members_.size(); ++i) {
+    const double correlation = std::abs(pearson_correlation(pnl, members_[i].series->pnl));
+    likeness.emplace_back(-correlation, i);
+    if (measure.nearest_by_correlation && correlation <= measure.correlation) continue;
+    measure.correlation = correlation;
+    measure.nearest_by_correlation = members_[i].eval_id;
+  }
+  std::sort(likeness.begin(), likeness.end());
+  std::vector<std::size_t> order;
+  for (const auto& [opposite_correlation, member] : likeness)
+    order.push_back(member);
+  return order;
+}
+
+void SignalPool::compare_information(const ArrayXd& pnl, const std::vector<std::size_t>& order,
+                                     PoolMeasure& measure) const {
+  if (order.empty() || measure.score < least_score_) return;
+  const NormalScores scores(pnl);
+  for (const std::size_t member : order) {
+    const double information = mutual_information(scores, members_[member].series->scores);
+    if (measure.nearest_by_information && information <= measure.mutual_information) continue;
+    measure.mutual_information = information;
+    measure.nearest_by_information = members_[member].eval_id;
+    measure.score = novelty(information);
+    if (measure.score < least_score_) return;
+  }
 }
 
 PoolMeasure SignalPool::measure(const ArrayXd& pnl) {
@@ -100,33 +144,17 @@ PoolMeasure SignalPool::measure(const ArrayXd& pnl) {
   }
   if (members_.empty()) return {};
   // Every member must be comparable before any is compared: half a measure is none.
-  std::vector<const Series*> series;
   for (const Member& member : members_)
-    series.push_back(&comparable(member, pnl.size()));
+    require_comparable(member, pnl.size());
   if (pnl.size() < minimum_days_) {
     throw PoolMetricNotYetComputable(
         fmt::format("the signal has {} days in common with its pool, and it takes {} to compare",
                     pnl.size(), minimum_days_));
   }
   Remembered& known = remembered(pnl);
-  if (known.members == members_.size()) return known.measure;
-  PoolMeasure& measure = known.measure;
-  const NormalScores scores(pnl);
-  for (std::size_t i = known.members; i < members_.size(); ++i) {
-    const double information = mutual_information(scores, series[i]->scores);
-    const double correlation = std::abs(pearson_correlation(pnl, series[i]->pnl));
-    if (i == 0 || information > measure.mutual_information) {
-      measure.mutual_information = information;
-      measure.nearest_by_information = members_[i].eval_id;
-    }
-    if (i == 0 || correlation > measure.correlation) {
-      measure.correlation = correlation;
-      measure.nearest_by_correlation = members_[i].eval_id;
-    }
-  }
-  measure.score = novelty(measure.mutual_information);
+  compare_information(pnl, correlated_first(pnl, known), known.measure);
   known.members = members_.size();
-  return measure;
+  return known.measure;
 }
 
 std::optional<PoolComparison> SignalPool::compare(const ArrayXd& pnl) {

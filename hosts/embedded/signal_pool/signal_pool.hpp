@@ -35,11 +35,12 @@ struct PoolComparison {
 
 class SignalPool {
  public:
-  static constexpr std::size_t kRememberedMeasures = 128;
+  static constexpr std::size_t kRememberedMeasures = 4096;
 
-  // The store must outlive the pool. The pool has no members before the first refresh.
-  SignalPool(RunStore& store, PoolIdentity identity,
-             Eigen::Index minimum_days = kMinimumCommonDays);
+  // The store must outlive the pool. The pool has no members before the first refresh. A signal
+  // whose score is below `least_score` beside one member is not compared with the rest.
+  SignalPool(RunStore& store, PoolIdentity identity, Eigen::Index minimum_days = kMinimumCommonDays,
+             double least_score = 0.0);
 
   [[nodiscard]] const PoolIdentity& identity() const noexcept { return identity_; }
 
@@ -59,9 +60,11 @@ class SignalPool {
   // other days, PoolMetricNotYetComputable when there are fewer than `minimum_days`, and
   // std::invalid_argument when the PnL given has an entry that is no finite number.
   //
-  // The comparison takes as long as a backtest for each member, and a signal is measured when it is
-  // recorded and again when it is settled. So what the last kRememberedMeasures signals came to is
-  // remembered, and only members that have joined since are compared.
+  // Mutual information takes as long as a backtest for each member. So the members that correlate
+  // most are compared first, and the first one that brings the score below the least ends it: score
+  // and information are then those beside this member. And a signal is measured when it is recorded
+  // and again when it is settled: what the last kRememberedMeasures signals came to is remembered,
+  // and only members that have joined since are compared.
   [[nodiscard]] PoolMeasure measure(const Eigen::ArrayXd& pnl);
 
   // The same for another process that is to take the measure over; nothing where the pool has no
@@ -83,19 +86,25 @@ class SignalPool {
 
   // What a signal comes to against the first `members` members.
   struct Remembered {
-    Eigen::ArrayXd pnl;
+    std::string pnl_digest;
     std::size_t members = 0;
     PoolMeasure measure;
   };
 
   void read_members();
   [[nodiscard]] bool is_still_good(const std::vector<std::int64_t>& submissions) const;
-  [[nodiscard]] const Series& comparable(const Member& member, Eigen::Index days) const;
+  static void require_comparable(const Member& member, Eigen::Index days);
   [[nodiscard]] Remembered& remembered(const Eigen::ArrayXd& pnl);
+  // The members that are new to `known`, those that correlate most first.
+  [[nodiscard]] std::vector<std::size_t> correlated_first(const Eigen::ArrayXd& pnl,
+                                                          Remembered& known) const;
+  void compare_information(const Eigen::ArrayXd& pnl, const std::vector<std::size_t>& order,
+                           PoolMeasure& measure) const;
 
   RunStore& store_;
   PoolIdentity identity_;
   Eigen::Index minimum_days_;
+  double least_score_;
   std::vector<Member> members_;
   std::int64_t last_settled_order_ = 0;
   std::deque<Remembered> remembered_;  // The latest last.

@@ -64,6 +64,45 @@ TEST_F(SignalPoolTest, MeasuresAgainstTheNearestMember) {
   EXPECT_EQ(measure.score, novelty(measure.mutual_information));
 }
 
+TEST_F(SignalPoolTest, OneMemberIsEnoughToRefuseASignal) {
+  const ArrayXd curve = base_.square() + 0.01 * normal_series(kDays, 3);
+  const std::string curved = join(curve);
+  const ArrayXd likeness = correlated(base_, -0.9, 2);
+  const std::string near = join(likeness);
+  SignalPool pool(*store_, pool_, kMinimumCommonDays, 0.3);
+  EXPECT_TRUE(pool.refresh());
+  const PoolMeasure refused = pool.measure(base_);
+  EXPECT_EQ(refused.nearest_by_information, near) << "it correlates most, and is enough";
+  EXPECT_EQ(refused.mutual_information, mutual_information(base_, likeness));
+  EXPECT_LT(refused.mutual_information, mutual_information(base_, curve));
+  EXPECT_EQ(refused.score, novelty(refused.mutual_information));
+  EXPECT_LT(refused.score, 0.3);
+
+  // Of those that join later only the correlation is still looked at.
+  const std::string same = join(base_);
+  EXPECT_TRUE(pool.refresh());
+  const PoolMeasure again = pool.measure(base_);
+  EXPECT_EQ(again.nearest_by_information, near);
+  EXPECT_EQ(again.score, refused.score);
+  EXPECT_EQ(again.nearest_by_correlation, same);
+  EXPECT_NEAR(again.correlation, 1.0, 1e-12);
+}
+
+TEST_F(SignalPoolTest, WhatIsNotRefusedIsComparedWithAll) {
+  for (std::uint64_t seed = 2; seed < 8; ++seed)
+    join(correlated(base_, 0.1 * static_cast<double>(seed % 4), seed));
+  SignalPool thorough(*store_, pool_);
+  SignalPool quick(*store_, pool_, kMinimumCommonDays, 0.1);
+  EXPECT_TRUE(thorough.refresh());
+  EXPECT_TRUE(quick.refresh());
+  const PoolMeasure measure = quick.measure(base_);
+  const PoolMeasure expected = thorough.measure(base_);
+  ASSERT_GE(expected.score, 0.1);
+  EXPECT_EQ(measure.score, expected.score);
+  EXPECT_EQ(measure.nearest_by_information, expected.nearest_by_information);
+  EXPECT_EQ(measure.correlation, expected.correlation);
+}
+
 TEST_F(SignalPoolTest, AConstantPnlMeasuresAsNew) {
   join(base_);
   SignalPool pool(*store_, pool_);
@@ -265,13 +304,20 @@ TEST_F(SignalPoolTest, WhatItMeasuredItselfIsNotReplaced) {
 }
 
 TEST_F(SignalPoolTest, ForgetsTheOldestOfManySignals) {
-  join(base_);
+  join(normal_series(kMinimumCommonDays, 1));
   SignalPool pool(*store_, pool_);
   EXPECT_TRUE(pool.refresh());
-  const PoolMeasure first = pool.measure(normal_series(kDays, 2));
-  for (std::uint64_t seed = 0; seed < SignalPool::kRememberedMeasures; ++seed)
-    static_cast<void>(pool.measure(normal_series(kDays, 100 + seed)));
-  EXPECT_EQ(pool.measure(normal_series(kDays, 2)).mutual_information, first.mutual_information);
+  const ArrayXd first = normal_series(kMinimumCommonDays, 2);
+  // A figure that no comparison could give shows whether it is remembered.
+  PoolComparison comparison = pool.compare(normal_series(kMinimumCommonDays, 3)).value();
+  comparison.measure.correlation = 2.0;
+  pool.take_over(first, comparison);
+  for (std::uint64_t seed = 0; seed + 2 < SignalPool::kRememberedMeasures; ++seed)
+    static_cast<void>(pool.measure(normal_series(kMinimumCommonDays, 100 + seed)));
+  EXPECT_EQ(pool.measure(first).correlation, 2.0);
+  for (const std::uint64_t seed : {10, 11})
+    static_cast<void>(pool.measure(normal_series(kMinimumCommonDays, seed)));
+  EXPECT_LE(pool.measure(first).correlation, 1.0);
 }
 
 TEST_F(SignalPoolTest, RefusesAPnlThatIsNoNumber) {
