@@ -34,14 +34,13 @@ void set_default_verdicts(Mapping& tracking, EvaluationVerdicts& verdicts) {
 // keyword; the unpacking belongs to each call. Nothing when the host fails otherwise.
 std::optional<std::pair<Value, Value>> derived_pair(const Callable& derive, const Value& stats) {
   try {
-    return unpack_pair(derive({stats}, {{keys::kIncludeCorrelation, false}}));
-  } catch (const TypeError&) {
-    // A host that does not know the keyword is asked again below.
-  } catch (const std::exception&) {
-    return std::nullopt;
-  }
-  try {
-    return unpack_pair(derive({stats}));
+    return catching(
+        {ErrorKind::kTypeError},
+        [&] {
+          return unpack_pair(derive({stats}, {{keys::kIncludeCorrelation, false}}));
+        },
+        // A host that does not know the keyword is asked again.
+        [&](const Error&) { return unpack_pair(derive({stats})); });
   } catch (const std::exception&) {
     return std::nullopt;
   }

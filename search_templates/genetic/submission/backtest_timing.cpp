@@ -27,22 +27,12 @@ struct SourcedTiming {
   Value timing;
 };
 
-// Called while `error` is being handled, which becomes the cause.
-[[noreturn]] void throw_invalid_timing(const std::exception& error) {
-  std::throw_with_nested(RuntimeError(std::string(kInvalidTiming) + str(error_object(error))));
-}
-
+// The host's answer; a refusal becomes the cause of the RuntimeError.
 template <typename Call>
 Value validated(const Call& call) {
-  try {
-    return call();
-  } catch (const TypeError& error) {
-    throw_invalid_timing(error);
-  } catch (const ValueError& error) {
-    throw_invalid_timing(error);
-  } catch (const OverflowError& error) {
-    throw_invalid_timing(error);
-  }
+  return catching(kConversionErrors, call, [](const Error& error) -> Value {
+    std::throw_with_nested(RuntimeError(std::string(kInvalidTiming) + str(error_object(error))));
+  });
 }
 
 // The entry "backtest_timing" of a mapping; absent also for what is no mapping.

@@ -103,13 +103,17 @@ class Refresh {
     if (!truth(engine_.selected_pool_has_synced_found_signal_ids(era_config_, pool_name_))) {
       return stats;
     }
-    try {
-      engine_.normalize_required_pool_pnl_matrix(stats, era_config_, pool_name_);
-    } catch (const ValueError&) {
-      // Without a backtest to run, the statistics are measured as they are.
-      if (is_callable(attribute(backtester_, "run_backtest"))) return backtested_again();
-    }
-    return stats;
+    return catching(
+        {ErrorKind::kValueError},
+        [&] {
+          engine_.normalize_required_pool_pnl_matrix(stats, era_config_, pool_name_);
+          return stats;
+        },
+        [&](const Error&) {
+          // Without a backtest to run, the statistics are measured as they are.
+          if (!is_callable(attribute(backtester_, "run_backtest"))) return stats;
+          return backtested_again();
+        });
   }
 
   Value backtested_again() {

@@ -196,7 +196,8 @@ def test_a_matrix_that_is_there_changes_nothing(genetic, make_engine):
 def test_statistics_without_a_matrix_are_made_again(
     genetic, make_engine, attributes, metaparameters
 ):
-    class BadMatrix(ValueError):
+    # An axis that is out of range is an error of two kinds.
+    class BadMatrix(ValueError, IndexError):
         pass
 
     engine = make_engine(**answers(
