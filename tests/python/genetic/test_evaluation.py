@@ -5,6 +5,7 @@ contexts made of plain attributes, and host operations that note their calls.
 """
 
 import math
+import sys
 import types
 
 import pytest
@@ -200,9 +201,21 @@ def test_the_verdict_is_imported_at_each_call(genetic, monkeypatch):
     assert genetic._not_evaluated_verdict() == "replaced"
     result = genetic._candidate_process_evaluation_error_result({}, ValueError("x"))
     assert result["tracking_metric_kwargs"]["mi_verdict"] == "replaced"
-    monkeypatch.setitem(__import__("sys").modules, "varnholt.simulation.evaluation_verdicts", None)
+    monkeypatch.setitem(sys.modules, "varnholt.simulation.evaluation_verdicts", None)
     with pytest.raises(ImportError):
         genetic._not_evaluated_verdict()
+
+
+def test_a_missing_verdict_is_the_import_error_of_the_statement(genetic, monkeypatch):
+    from varnholt.simulation import evaluation_verdicts
+
+    monkeypatch.delattr(evaluation_verdicts, "not_evaluated_verdict")
+    with pytest.raises(ImportError, match="cannot import name 'not_evaluated_verdict'") as expected:
+        exec("from varnholt.simulation.evaluation_verdicts import not_evaluated_verdict")
+    with pytest.raises(ImportError) as caught:
+        genetic._not_evaluated_verdict()
+    assert caught.value.args == expected.value.args
+    assert (caught.value.name, caught.value.path) == (expected.value.name, expected.value.path)
 
 
 def process_error(genetic, text="", **attributes):
