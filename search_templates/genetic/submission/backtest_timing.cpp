@@ -116,7 +116,7 @@ Value process_backtest_timing(BacktestTimings& timings, const Value& graph,
 }
 
 Value candidate_backtest_timing_payload(BacktestTimings& timings, const Mapping& candidate,
-                                        bool require_process_identity) {
+                                        const Value& require_process_identity) {
   // All are validated before any two are compared.
   const std::vector<SourcedTiming> sourced = timings_of(timings, candidate);
   if (sourced.empty()) throw RuntimeError(std::string(kMissingSerializedTiming));
@@ -127,9 +127,9 @@ Value candidate_backtest_timing_payload(BacktestTimings& timings, const Mapping&
     throw RuntimeError("genetic candidate backtest timing disagrees with " +
                        std::string(sourced[i].source) + " backtest timing");
   }
-  const Value graph = candidate.get(keys::kGraph);
-  return require_process_identity ? validated_graph_process_backtest_timing(timings, graph, first)
-                                  : validated_graph_backtest_timing(timings, graph, first);
+  const auto validate = truth(require_process_identity) ? validated_graph_process_backtest_timing
+                                                        : validated_graph_backtest_timing;
+  return validate(timings, candidate.get(keys::kGraph), first);
 }
 
 }  // namespace varnholt::genetic
