@@ -12,6 +12,7 @@
 
 #include "search_templates/genetic/value/copy.hpp"
 #include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/host_object.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/support/error_of.hpp"
 #include "tests/support/scripted_host.hpp"
@@ -208,6 +209,23 @@ TEST_F(CandidateSimulation, TimingOfACompletedBacktest) {
     EXPECT_TRUE(same_object(result.at("attempt_evidence"), row.attempt_evidence) ||
                 result.at("attempt_evidence") == row.attempt_evidence);
     EXPECT_EQ(result.at("passes"), truth(row.passed));
+  }
+}
+
+// What cannot be asked for its truth.
+class Undecided : public HostObject {
+ public:
+  [[nodiscard]] std::string type_name() const override { return "Undecided"; }
+  [[nodiscard]] bool truth() const override { throw ValueError("undecided"); }
+};
+
+TEST_F(CandidateSimulation, TheEvidenceIsAskedWhetherOrNotTheCandidatePassed) {
+  for (const bool passed : {false, true}) {
+    SCOPED_TRACE(passed);
+    const Mapping outcome{
+        {"record", Mapping{{"passed", passed}}},
+        {"attempt_evidence", Mapping{{"backtest_completed", make_object<Undecided>()}}}};
+    EXPECT_EQ(error_of([&] { return simulate(outcome); }), "ValueError: undecided");
   }
 }
 

@@ -44,9 +44,11 @@ Mapping result_record(Host& host, SearchContext& context, const Value& graph,
   const Mapping failures = failures_of(derived);
   const bool passed = truth(record.get(keys::kPassed));
   const Value attempt_evidence = outcome.get(keys::kAttemptEvidence);
+  // Asked for a candidate that passed as well: the evidence may be the host's own mapping.
+  const bool completed = backtest_completed(attempt_evidence);
   // A candidate that failed after its backtest was completed still carries its timing.
   Value timing;
-  if (passed || backtest_completed(attempt_evidence)) {
+  if (passed || completed) {
     timing = process_backtest_timing(host.backtest_timings(), graph, attempt_evidence, payload);
   }
 
