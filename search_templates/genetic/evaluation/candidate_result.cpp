@@ -208,8 +208,9 @@ List process_evaluation_error_results(ProcessEvaluation& process_evaluation,
 bool process_evaluation_error_is_search_fatal(ProcessEvaluation& process_evaluation,
                                               const Value& error) {
   const Value reason = attribute(error, keys::kTerminalReason.view()).value_or(Value());
-  if (is_same_or_equal(reason, process_evaluation.terminal_process_priority_failed())) return true;
-  if (is_same_or_equal(reason, process_evaluation.terminal_memory_budget_exceeded())) return true;
+  // Equality alone: a reason that is not equal to itself is not fatal by being the same object.
+  if (reason == process_evaluation.terminal_process_priority_failed()) return true;
+  if (reason == process_evaluation.terminal_memory_budget_exceeded()) return true;
   return attribute(error, keys::kCandidateIndex.view()).value_or(Value()).is_absent();
 }
 

@@ -263,6 +263,18 @@ def test_which_process_errors_are_fatal(genetic):
         assert fatal(process_error(genetic, candidate_index=0, terminal_reason=reason)) is True
 
 
+def test_a_fatal_reason_is_one_that_is_equal_and_not_one_that_is_the_same(genetic, monkeypatch):
+    class Unequal:
+        def __eq__(self, other):
+            return False
+
+    fatal = genetic._process_evaluation_error_is_search_fatal
+    for reason in (math.nan, Unequal()):
+        for name in ("TERMINAL_PROCESS_PRIORITY_FAILED", "TERMINAL_MEMORY_BUDGET_EXCEEDED"):
+            monkeypatch.setattr(genetic._process_evaluation, name, reason)
+        assert fatal(process_error(genetic, candidate_index=0, terminal_reason=reason)) is False
+
+
 def test_lineage_is_written_by_position(genetic):
     source = {"candidate_index": 7, "graph": {"source": 1}}
     improvement = {"source_result": source, "reaction_plan": "plan", "improvement_depth": 2}
