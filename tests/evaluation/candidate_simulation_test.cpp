@@ -323,6 +323,17 @@ TEST_F(CandidateSimulation, EvaluatorsErrorBecomesARecord) {
   EXPECT_FALSE(result.contains("backtest_timing"));
 }
 
+TEST_F(CandidateSimulation, TheRecordIsMadeWhileTheEvaluatorsErrorIsHandled) {
+  evaluator([](const auto&, const Mapping&) -> Value { throw ValueError("no data"); });
+  host.context.on_handling = logged_handling(host.log);
+  static_cast<void>(simulate());
+  const auto names = host.log.names();
+  ASSERT_GE(names.size(), 4U);
+  EXPECT_EQ(host.log.lines()[2], "context.handling('ValueError: no data')");
+  EXPECT_EQ(host.log.count("context.current_attempt_evidence"), 1U);
+  EXPECT_EQ(std::find(names.begin(), names.end(), "handled"), names.end() - 1);
+}
+
 TEST_F(CandidateSimulation, ErrorsOfTheStandardLibraryAreOrdinaryToo) {
   evaluator([](const auto&, const Mapping&) -> Value { throw std::out_of_range("index"); });
   EXPECT_EQ(repr(simulate().at("failures")),

@@ -487,6 +487,22 @@ TEST_F(PoolMetricRefresh, SecondBacktestIsToldTheMetaparameters) {
   }
 }
 
+TEST_F(PoolMetricRefresh, SecondBacktestRunsWhileTheMatrixsErrorIsHandled) {
+  host.context.on_handling = logged_handling(host.log);
+  host.engine.on_selected_pool_has_synced_found_signal_ids = always(true);
+  host.engine.on_normalize_required_pool_pnl_matrix = failing(ValueError("no matrix"));
+  refresh();
+  const auto names = host.log.names();
+  const auto place = [&](const char* name) {
+    return std::find(names.begin(), names.end(), name) - names.begin();
+  };
+  EXPECT_THAT(host.log.lines(), Contains("context.handling('ValueError: no matrix')"));
+  EXPECT_LT(place("engine.normalize_required_pool_pnl_matrix"), place("context.handling"));
+  EXPECT_LT(place("context.handling"), place("engine.evaluation_metaparameters_for_pool"));
+  EXPECT_LT(place("engine.call_backtester_with_transform_context"), place("handled"));
+  EXPECT_LT(place("handled"), place("engine.submission_pnl_mi_from_backtest_or_compute"));
+}
+
 TEST_F(PoolMetricRefresh, OnlyTheTwoMeasurementsCanBePending) {
   host.engine.on_refresh_submission_manifest_membership = failing(PoolDataNotReady("membership"));
   EXPECT_EQ(error_of_refresh(), "RuntimeError: membership");

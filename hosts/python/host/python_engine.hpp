@@ -88,8 +88,6 @@ class PythonEngine : public genetic::Engine {
   void normalize_required_pool_pnl_matrix(const genetic::Value& gate_stats,
                                           const genetic::Value& era_config,
                                           const genetic::Value& signal_pool_name) override;
-  // In these two the exception that the library handles is the one that Python handles, so that it
-  // becomes the context of what fails.
   [[nodiscard]] genetic::Value evaluation_metaparameters_for_pool(
       const genetic::Value& signal_pool_name, const genetic::Value& metaparameters) override;
   [[nodiscard]] genetic::Value call_backtester_with_transform_context(

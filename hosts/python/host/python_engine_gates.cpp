@@ -107,14 +107,12 @@ void PythonEngine::normalize_required_pool_pnl_matrix(const Value& gate_stats,
 
 Value PythonEngine::evaluation_metaparameters_for_pool(const Value& signal_pool_name,
                                                        const Value& metaparameters) {
-  const HandledException handled(std::current_exception());
   return call_own("_evaluation_metaparameters_for_pool",
                   std::array<Value, 2>{signal_pool_name, metaparameters});
 }
 
 Value PythonEngine::call_backtester_with_transform_context(std::span<const Value> positional,
                                                            const Mapping& extra_kwargs) {
-  const HandledException handled(std::current_exception());
   return call_own("_call_backtester_with_transform_context", positional,
                   {{"extra_kwargs", extra_kwargs}});
 }

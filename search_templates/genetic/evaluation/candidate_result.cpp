@@ -32,7 +32,8 @@ void set_default_verdicts(Mapping& tracking, EvaluationVerdicts& verdicts) {
 
 // The host's reason from statistics. Only a TypeError leads to the second call, without the
 // keyword; the unpacking belongs to each call. Nothing when the host fails otherwise.
-std::optional<std::pair<Value, Value>> derived_pair(const Callable& derive, const Value& stats) {
+std::optional<std::pair<Value, Value>> derived_pair(SearchContext& context, const Callable& derive,
+                                                    const Value& stats) {
   try {
     return catching(
         {ErrorKind::kTypeError},
@@ -40,7 +41,10 @@ std::optional<std::pair<Value, Value>> derived_pair(const Callable& derive, cons
           return unpack_pair(derive({stats}, {{keys::kIncludeCorrelation, false}}));
         },
         // A host that does not know the keyword is asked again.
-        [&](const Error&) { return unpack_pair(derive({stats})); });
+        [&](const Error&) {
+          const auto handled = context.handling(std::current_exception());
+          return unpack_pair(derive({stats}));
+        });
   } catch (const std::exception&) {
     return std::nullopt;
   }
@@ -119,7 +123,7 @@ DerivedFailure derive_candidate_failure(SearchContext& context, const Mapping& r
   }
 
   if (const Callable derive = context.derive_rejection_reason_detail()) {
-    const auto derived = derived_pair(derive, stats);
+    const auto derived = derived_pair(context, derive, stats);
     if (derived && !derived->first.is_absent()) {
       tracking.set_default(keys::kFailureReason, derived->first);
       if (!derived->second.is_absent()) {

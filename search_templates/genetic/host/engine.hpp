@@ -86,8 +86,7 @@ class Engine {
   [[nodiscard]] virtual Value evaluation_metaparameters_for_pool(const Value& signal_pool_name,
                                                                  const Value& metaparameters) = 0;
   // Runs one backtest: (backtester, the name of its operation, graph, metaparameters, universe) and
-  // the mapping of what the operation is given beyond that. Called while the ValueError of
-  // `normalize_required_pool_pnl_matrix` is being handled. Returns statistics.
+  // the mapping of what the operation is given beyond that. Returns statistics.
   [[nodiscard]] virtual Value call_backtester_with_transform_context(
       std::span<const Value> positional, const Mapping& extra_kwargs) = 0;
   // A pair of the metric and whether it passes: (backtester, gate_stats, era_config,

@@ -110,6 +110,7 @@ class Refresh {
           return stats;
         },
         [&](const Error&) {
+          const auto handled = context_.handling(std::current_exception());
           // Without a backtest to run, the statistics are measured as they are.
           if (!is_callable(attribute(backtester_, "run_backtest"))) return stats;
           return backtested_again();

@@ -249,6 +249,79 @@ def test_the_exception_being_handled_is_shown_to_the_log_and_put_back(
     assert traceback.extract_tb(trace)[-1].name == "raise_it"
 
 
+def test_the_evaluators_error_is_handled_while_its_record_is_made(genetic, make_context):
+    error, shown = Odd("no data"), []
+
+    def show(*args, **keywords):
+        shown.append((sys.exc_info()[1], traceback.format_exc()))
+
+    failure = LookupError("evidence")
+
+    def fail():
+        show()
+        raise failure
+
+    context = make_context(
+        _evaluate_for_template=raiser(error), _safe_record=show, _current_attempt_evidence=show
+    )
+    outer = KeyError("outer")
+    try:
+        raise outer
+    except KeyError:
+        genetic._simulate_candidate(context, {})
+        assert sys.exc_info()[1] is outer
+    assert len(shown) == 2
+    for value, text in shown:
+        assert value is error
+        assert "raise_it" in text and text.endswith("Odd: no data\n")
+    context._current_attempt_evidence = fail
+    with pytest.raises(LookupError) as caught:
+        genetic._simulate_candidate(context, {})
+    assert caught.value is failure
+    assert failure.__context__ is error and failure.__cause__ is None
+    assert sys.exc_info() == (None, None, None)
+
+
+def test_what_fails_in_the_recording_has_the_evaluators_error_as_context(
+    genetic, make_context, monkeypatch
+):
+    error, failure, shown = Odd("no data"), LookupError("recording"), []
+    log = types.SimpleNamespace(warning=lambda *args, **keywords: shown.append(sys.exc_info()[1]))
+    monkeypatch.setattr(
+        genetic, "_engine",
+        types.SimpleNamespace(logger=log, SdkRuntimeNotReadyError=ZeroDivisionError),
+    )
+    context = make_context(
+        _evaluate_for_template=raiser(error), _safe_record=raiser(failure),
+        _current_attempt_evidence=lambda: shown.append(sys.exc_info()[1]),
+    )
+    genetic._simulate_candidate(context, {})
+    assert shown == [failure, error] and failure.__context__ is error
+
+
+@pytest.mark.parametrize("first", [TypeError("keyword"), NotWritten("x"), 5], ids=repr)
+def test_the_first_derivations_error_is_handled_in_the_second(genetic, make_context, first):
+    shown, failure = [], LookupError("second")
+
+    def derive(stats, **keywords):
+        shown.append(sys.exc_info()[1])
+        if not keywords:
+            raise failure
+        if isinstance(first, Exception):
+            raise first
+        return first
+
+    context = make_context(_derive_rejection_reason_detail=derive)
+    assert genetic._derive_candidate_failure(context, {}, object())[0] is None
+    assert len(shown) == 2 and shown[0] is None and failure.__context__ is shown[1]
+    if isinstance(first, Exception):
+        assert shown[1] is first
+    else:
+        # What cannot be unpacked is the library's own error, which is Python's for the host.
+        assert repr(shown[1]) == "TypeError('cannot unpack non-iterable int object')"
+    assert sys.exc_info() == (None, None, None)
+
+
 def test_only_an_attribute_error_means_that_an_attribute_is_missing(genetic):
     def context_raising(error):
         return type("C", (), {"max_depth": property(raiser(error))})()

@@ -251,6 +251,13 @@ def test_what_fails_in_the_second_backtest_has_the_first_failure_as_context(
         genetic._refresh_candidate_submission_pool_metrics(pool_context(), {}, {})
     assert handled == [first] and caught.value.__context__ is first
     assert caught.value.__cause__ is None
+    # What the context is asked for meanwhile is asked in the same state.
+    handled.clear()
+    context = type("C", (), {"_named_universe": property(fail)})()
+    context.__dict__.update(vars(pool_context(_evaluation_metaparameters={})))
+    with pytest.raises(LookupError):
+        genetic._refresh_candidate_submission_pool_metrics(context, {}, {})
+    assert handled == [first]
     delattr(engine, operation)
     with pytest.raises(AttributeError) as caught:
         genetic._refresh_candidate_submission_pool_metrics(pool_context(), {}, {})
