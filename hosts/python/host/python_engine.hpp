@@ -4,6 +4,7 @@
 #include <exception>
 #include <initializer_list>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -97,7 +98,8 @@ class PythonEngine : public genetic::Engine {
   [[nodiscard]] genetic::Value submission_correlation_from_backtest_or_compute(
       std::span<const genetic::Value> positional) override;
   // As `except (_engine.AgentPoolPnlSyncMissingError, _engine.PoolMetricNotYetComputableError)`.
-  [[nodiscard]] bool is_pool_data_not_ready(const std::exception& error) override;
+  [[nodiscard]] std::optional<genetic::Value> as_pool_data_not_ready(
+      const std::exception_ptr& error) override;
   [[nodiscard]] genetic::Callable find_submitted_stats_payload_from_backtest() override;
   void annotate_submission_client_manifest(genetic::Mapping& payload,
                                            const genetic::Value& sync_manager) override;

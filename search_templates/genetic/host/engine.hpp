@@ -2,6 +2,7 @@
 #pragma once
 
 #include <exception>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -95,8 +96,10 @@ class Engine {
       std::span<const Value> positional) = 0;
   [[nodiscard]] virtual Value submission_correlation_from_backtest_or_compute(
       std::span<const Value> positional) = 0;
-  // Whether an error that is on its way out says that the pool's data is not ready yet.
-  [[nodiscard]] virtual bool is_pool_data_not_ready(const std::exception& error) = 0;
+  // The error object when `error`, which is on its way out, says that the pool's data is not ready
+  // yet. It may be of any class, one that is no ordinary error among them.
+  [[nodiscard]] virtual std::optional<Value> as_pool_data_not_ready(
+      const std::exception_ptr& error) = 0;
 
   // Makes the statistics of a submission, (stats, era_config), as a pair of a mapping, or anything
   // else for none, and a reason.

@@ -11,7 +11,6 @@
 #include "search_templates/genetic/settings/reason_tables.hpp"
 #include "search_templates/genetic/submission/pool_metric_tracking.hpp"
 #include "search_templates/genetic/submission/statistics_payload.hpp"
-#include "search_templates/genetic/value/error_object.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/operations.hpp"
@@ -152,9 +151,11 @@ class Refresh {
   std::optional<PoolMetric> unless_not_ready(const Measure& measure) {
     try {
       return measure();
-    } catch (const std::exception& error) {
-      if (!engine_.is_pool_data_not_ready(error)) throw;
-      mark_candidate_pool_metrics_pending(candidate_, payload_, error_object(error));
+    } catch (...) {
+      const auto handled = context_.handling(std::current_exception());
+      const auto not_ready = engine_.as_pool_data_not_ready(std::current_exception());
+      if (!not_ready) throw;
+      mark_candidate_pool_metrics_pending(candidate_, payload_, *not_ready);
       return std::nullopt;
     }
   }
