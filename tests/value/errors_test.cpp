@@ -100,6 +100,24 @@ TEST(Errors, CatchingLetsEveryOtherErrorPassAsItIs) {
   EXPECT_THROW(static_cast<void>(caught(5)), int);
 }
 
+TEST(Errors, AnErrorInPlaceOfAnotherKeepsItsKindAndTheOther) {
+  try {
+    try {
+      throw KeyError("other");
+    } catch (const KeyError&) {
+      throw_in_place(ValueError("own"));
+    }
+  } catch (const ValueError& error) {
+    EXPECT_EQ(error.text(), "own");
+    EXPECT_EQ(error.type_name(), "ValueError");
+    const auto* const in_place = dynamic_cast<const InPlaceOfError*>(&error);
+    ASSERT_NE(in_place, nullptr);
+    EXPECT_THROW(std::rethrow_exception(in_place->replaced()), KeyError);
+    return;
+  }
+  FAIL() << "nothing was thrown";
+}
+
 TEST(Errors, ARecursionErrorIsARuntimeErrorAndAnOrdinaryError) {
   EXPECT_THROW(throw RecursionError("deep"), RuntimeError);
   EXPECT_THROW(throw KeyError("key"), LookupError);

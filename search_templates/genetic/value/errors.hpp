@@ -165,6 +165,27 @@ auto catching(std::initializer_list<ErrorKind> kinds, Attempt&& attempt, Otherwi
   }
 }
 
+// Mixed into an error that was thrown in place of another, which is not to be shown beside it.
+class InPlaceOfError {
+ public:
+  virtual ~InPlaceOfError() = default;
+
+  [[nodiscard]] const std::exception_ptr& replaced() const noexcept { return replaced_; }
+
+ private:
+  std::exception_ptr replaced_ = std::current_exception();
+};
+
+// Throws `error` in place of the one that is being handled.
+template <typename Kind>
+[[noreturn]] void throw_in_place(const Kind& error) {
+  class Replacement : public Kind, public InPlaceOfError {
+   public:
+    explicit Replacement(const Kind& own) : Kind(own) {}
+  };
+  throw Replacement(error);
+}
+
 // The levels of nesting that a recursive walk follows before it gives up with a RecursionError.
 inline constexpr int kMaximumNesting = 900;
 

@@ -194,6 +194,32 @@ def test_a_correlation_that_is_not_finite_passes_to_the_caller(genetic, make_con
         genetic._candidate_exception_result(context, {}, ValueError())
 
 
+def test_the_conversions_error_is_not_shown_beside_the_correlations(genetic):
+    class Odd:
+        def __float__(self):
+            raise failure
+
+    def error_of(value):
+        try:
+            raise outer
+        except LookupError:
+            with pytest.raises(ValueError) as caught:
+                genetic._optional_correlation(value)
+        assert caught.value.args == ("candidate correlation must be a finite number or None",)
+        assert caught.value.__cause__ is None
+        return caught.value
+
+    failure, outer = TypeError("no number"), LookupError("outer")
+    # As `raise ... from None`, but only where there was an error to leave out.
+    error = error_of(Odd())
+    assert error.__suppress_context__ is True and error.__context__ is failure
+    error = error_of("abc")
+    assert error.__suppress_context__ is True
+    assert repr(error.__context__) == """ValueError("could not convert string to float: 'abc'")"""
+    error = error_of(math.inf)
+    assert error.__suppress_context__ is False and error.__context__ is outer
+
+
 def test_the_verdict_is_imported_at_each_call(genetic, monkeypatch):
     from varnholt.simulation import evaluation_verdicts
 
