@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -132,8 +133,9 @@ class NullEngine : public Engine {
       std::span<const Value> /*positional*/) override {
     return passed_metric_;
   }
-  [[nodiscard]] bool is_pool_data_not_ready(const std::exception& /*error*/) override {
-    return false;
+  [[nodiscard]] std::optional<Value> as_pool_data_not_ready(
+      const std::exception_ptr& /*error*/) override {
+    return std::nullopt;
   }
   [[nodiscard]] Callable find_submitted_stats_payload_from_backtest() override { return {}; }
   void annotate_submission_client_manifest(Mapping& /*payload*/,

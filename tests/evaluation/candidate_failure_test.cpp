@@ -303,6 +303,19 @@ TEST_F(CandidateFailure, OnlyATypeErrorLeadsToASecondCall) {
                                              "derive(<Stats object>)"));
 }
 
+TEST_F(CandidateFailure, TheSecondCallComesWhileTheFirstOnesErrorIsHandled) {
+  host_.context.on_handling = logged_handling(host_.log);
+  set_derive([](std::span<const Value>, const Mapping& keywords) -> Value {
+    if (!keywords.empty()) throw TypeError("unexpected keyword");
+    throw KeyError("second");
+  });
+  static_cast<void>(derived(Mapping(), stats_));
+  EXPECT_THAT(host_.log.lines(), ElementsAre("context.derive_rejection_reason_detail",
+                                             "derive(<Stats object>, include_correlation=False)",
+                                             "context.handling('TypeError: unexpected keyword')",
+                                             "derive(<Stats object>)", "handled"));
+}
+
 TEST_F(CandidateFailure, WhatIsNoPairCountsAsAFailureOfItsCall) {
   // Whether a second call follows tells the two kinds of failure apart.
   const auto calls_for = [&](const Value& answer) {

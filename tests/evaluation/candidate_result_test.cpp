@@ -2,6 +2,7 @@
 // often and in which order the host is asked. Method: a scripted host whose calls are all logged.
 #include "search_templates/genetic/evaluation/candidate_result.hpp"
 
+#include <cmath>
 #include <limits>
 #include <string>
 #include <vector>
@@ -313,6 +314,13 @@ TEST_F(SearchFatal, AFatalReasonIsFatalEvenWithACandidate) {
   EXPECT_TRUE(fatal({{"terminal_reason", "memory_budget_exceeded"}, {"candidate_index", 1}}));
   EXPECT_THAT(host_.log.lines(), ElementsAre("process_evaluation.terminal_process_priority_failed",
                                              "process_evaluation.terminal_memory_budget_exceeded"));
+}
+
+TEST_F(SearchFatal, AReasonThatIsNotEqualToItselfIsNotFatal) {
+  const Value nan = std::nan("");
+  host_.process_evaluation.on_terminal_process_priority_failed = always(nan);
+  host_.process_evaluation.on_terminal_memory_budget_exceeded = always(nan);
+  EXPECT_FALSE(fatal({{"terminal_reason", nan}, {"candidate_index", 0}}));
 }
 
 TEST_F(SearchFatal, AFailureThatNoCandidateCanBeToldForIsFatal) {

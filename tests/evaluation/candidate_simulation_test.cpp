@@ -12,6 +12,7 @@
 
 #include "search_templates/genetic/value/copy.hpp"
 #include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/host_object.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/support/error_of.hpp"
 #include "tests/support/scripted_host.hpp"
@@ -211,6 +212,23 @@ TEST_F(CandidateSimulation, TimingOfACompletedBacktest) {
   }
 }
 
+// What cannot be asked for its truth.
+class Undecided : public HostObject {
+ public:
+  [[nodiscard]] std::string type_name() const override { return "Undecided"; }
+  [[nodiscard]] bool truth() const override { throw ValueError("undecided"); }
+};
+
+TEST_F(CandidateSimulation, TheEvidenceIsAskedWhetherOrNotTheCandidatePassed) {
+  for (const bool passed : {false, true}) {
+    SCOPED_TRACE(passed);
+    const Mapping outcome{
+        {"record", Mapping{{"passed", passed}}},
+        {"attempt_evidence", Mapping{{"backtest_completed", make_object<Undecided>()}}}};
+    EXPECT_EQ(error_of([&] { return simulate(outcome); }), "ValueError: undecided");
+  }
+}
+
 TEST_F(CandidateSimulation, AbsentTimingLeavesTheKeyOut) {
   host.backtest_timings.on_consume = always(Value());
   EXPECT_FALSE(simulate_record({{"passed", true}}).contains("backtest_timing"));
@@ -303,6 +321,17 @@ TEST_F(CandidateSimulation, EvaluatorsErrorBecomesARecord) {
   EXPECT_EQ(result.at("attempt_evidence"), "evidence");
   EXPECT_EQ(host.log.count("evaluation_verdicts.not_evaluated_verdict"), 3U);
   EXPECT_FALSE(result.contains("backtest_timing"));
+}
+
+TEST_F(CandidateSimulation, TheRecordIsMadeWhileTheEvaluatorsErrorIsHandled) {
+  evaluator([](const auto&, const Mapping&) -> Value { throw ValueError("no data"); });
+  host.context.on_handling = logged_handling(host.log);
+  static_cast<void>(simulate());
+  const auto names = host.log.names();
+  ASSERT_GE(names.size(), 4U);
+  EXPECT_EQ(host.log.lines()[2], "context.handling('ValueError: no data')");
+  EXPECT_EQ(host.log.count("context.current_attempt_evidence"), 1U);
+  EXPECT_EQ(std::find(names.begin(), names.end(), "handled"), names.end() - 1);
 }
 
 TEST_F(CandidateSimulation, ErrorsOfTheStandardLibraryAreOrdinaryToo) {

@@ -42,9 +42,7 @@ class PoolMetricRefresh : public testing::Test {
  protected:
   PoolMetricRefresh() {
     host.context.on_attribute = [this](std::string_view name) { return attributes.find(name); };
-    host.engine.on_is_pool_data_not_ready = [](const std::exception& error) {
-      return dynamic_cast<const PoolDataNotReady*>(&error) != nullptr;
-    };
+    host.engine.on_as_pool_data_not_ready = error_object_of<PoolDataNotReady>;
     host.engine.on_find_submission_mi_threshold_and_pool = [this] {
       return scripted_callable(host.log, "mi_threshold", always(Value(Tuple{0.5, "pool"})));
     };

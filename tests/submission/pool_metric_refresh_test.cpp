@@ -100,13 +100,13 @@ TEST_F(PoolMetricRefresh, PendingWhereSomethingIsMissing) {
   const Names kAfterMembership = {"refresh_submission_manifest_membership"};
   const Names kUpToMi = {"refresh_submission_manifest_membership",
                          "selected_pool_has_synced_found_signal_ids", "stats_gate_threshold_set",
-                         "submission_pnl_mi_from_backtest_or_compute", "is_pool_data_not_ready"};
+                         "submission_pnl_mi_from_backtest_or_compute", "as_pool_data_not_ready"};
   const Names kUpToCorrelation = {"refresh_submission_manifest_membership",
                                   "selected_pool_has_synced_found_signal_ids",
                                   "stats_gate_threshold_set",
                                   "submission_pnl_mi_from_backtest_or_compute",
                                   "submission_correlation_from_backtest_or_compute",
-                                  "is_pool_data_not_ready"};
+                                  "as_pool_data_not_ready"};
   const Mapping all = shallow_copy(attributes);
   const auto with = [&](const char* name, const Value& value) {
     return [this, name, value] { attributes.set(name, value); };
@@ -137,7 +137,7 @@ TEST_F(PoolMetricRefresh, PendingWhereSomethingIsMissing) {
        },
        "thresholds",
        {"refresh_submission_manifest_membership", "selected_pool_has_synced_found_signal_ids",
-        "stats_gate_threshold_set", "is_pool_data_not_ready"}},
+        "stats_gate_threshold_set", "as_pool_data_not_ready"}},
       {"correlation not ready",
        [this] {
          host.engine.on_stats_gate_threshold_set = always(Value(Mapping()));
@@ -487,10 +487,26 @@ TEST_F(PoolMetricRefresh, SecondBacktestIsToldTheMetaparameters) {
   }
 }
 
+TEST_F(PoolMetricRefresh, SecondBacktestRunsWhileTheMatrixsErrorIsHandled) {
+  host.context.on_handling = logged_handling(host.log);
+  host.engine.on_selected_pool_has_synced_found_signal_ids = always(true);
+  host.engine.on_normalize_required_pool_pnl_matrix = failing(ValueError("no matrix"));
+  refresh();
+  const auto names = host.log.names();
+  const auto place = [&](const char* name) {
+    return std::find(names.begin(), names.end(), name) - names.begin();
+  };
+  EXPECT_THAT(host.log.lines(), Contains("context.handling('ValueError: no matrix')"));
+  EXPECT_LT(place("engine.normalize_required_pool_pnl_matrix"), place("context.handling"));
+  EXPECT_LT(place("context.handling"), place("engine.evaluation_metaparameters_for_pool"));
+  EXPECT_LT(place("engine.call_backtester_with_transform_context"), place("handled"));
+  EXPECT_LT(place("handled"), place("engine.submission_pnl_mi_from_backtest_or_compute"));
+}
+
 TEST_F(PoolMetricRefresh, OnlyTheTwoMeasurementsCanBePending) {
   host.engine.on_refresh_submission_manifest_membership = failing(PoolDataNotReady("membership"));
   EXPECT_EQ(error_of_refresh(), "RuntimeError: membership");
-  EXPECT_EQ(host.log.count("engine.is_pool_data_not_ready"), 0U);
+  EXPECT_EQ(host.log.count("engine.as_pool_data_not_ready"), 0U);
 }
 
 }  // namespace

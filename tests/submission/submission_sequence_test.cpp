@@ -50,9 +50,7 @@ struct Told {
 class RandomHost {
  public:
   explicit RandomHost(RandomValues& random) : random_(random) {
-    host.engine.on_is_pool_data_not_ready = [](const std::exception& error) {
-      return dynamic_cast<const NotReady*>(&error) != nullptr;
-    };
+    host.engine.on_as_pool_data_not_ready = error_object_of<NotReady>;
     host.engine.on_find_submission_mi_threshold_and_pool = [this] {
       return scripted_callable(host.log, "mi_threshold", always(Value(Tuple{0.5, "pool"})));
     };

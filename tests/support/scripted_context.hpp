@@ -1,6 +1,7 @@
 // The hand-made search context and its stop event. See scripted_host.hpp for how they are scripted.
 #pragma once
 
+#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -10,6 +11,7 @@
 #include "search_templates/genetic/host/search_context.hpp"
 #include "search_templates/genetic/host/stop_event.hpp"
 #include "search_templates/genetic/value/errors.hpp"
+#include "tests/support/error_of.hpp"
 #include "tests/support/scripted_answers.hpp"
 
 namespace varnholt::genetic::test {
@@ -33,6 +35,15 @@ class ScriptedStopEvent : public StopEvent {
  private:
   CallLog& log_;
 };
+
+// An answer to SearchContext::handling that writes into the log when an error begins to be handled,
+// with its text, and when that is over.
+[[nodiscard]] inline auto logged_handling(CallLog& log) {
+  return [&log](const std::exception_ptr& error) {
+    log.add("context.handling", {error_of([&error] { std::rethrow_exception(error); })});
+    return std::shared_ptr<const void>(&log, [](CallLog* ended) { ended->add("handled"); });
+  };
+}
 
 class ScriptedContext : public SearchContext {
   // An attribute stands in the log under its bare name.
@@ -68,6 +79,9 @@ class ScriptedContext : public SearchContext {
   std::function<Callable()> on_search_context_thresholds = always(Callable());
   std::function<Value()> on_current_attempt_evidence = always(Value());
   std::function<Callable()> on_derive_rejection_reason_detail = always(Callable());
+  // Not in the log unless logged_handling() writes it.
+  std::function<std::shared_ptr<const void>(const std::exception_ptr&)> on_handling =
+      always(nullptr);
 
   [[nodiscard]] std::shared_ptr<StopEvent> stop_event() override {
     return read("context.stop_event", on_stop_event);
@@ -128,6 +142,9 @@ class ScriptedContext : public SearchContext {
   }
   [[nodiscard]] Callable derive_rejection_reason_detail() override {
     return read("context.derive_rejection_reason_detail", on_derive_rejection_reason_detail);
+  }
+  [[nodiscard]] std::shared_ptr<const void> handling(const std::exception_ptr& error) override {
+    return on_handling(error);
   }
 
  private:

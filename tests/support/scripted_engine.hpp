@@ -4,12 +4,14 @@
 #include <exception>
 #include <functional>
 #include <initializer_list>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "search_templates/genetic/host/engine.hpp"
+#include "search_templates/genetic/value/error_object.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "tests/support/scripted_answers.hpp"
 
@@ -53,6 +55,18 @@ class ScriptedInfrastructureError : public RuntimeError {
   using RuntimeError::RuntimeError;
 };
 
+// An answer to Engine::as_pool_data_not_ready: errors of this class say so.
+template <typename NotReady>
+[[nodiscard]] std::optional<Value> error_object_of(const std::exception_ptr& error) {
+  try {
+    std::rethrow_exception(error);
+  } catch (const NotReady& not_ready) {
+    return error_object(not_ready);
+  } catch (...) {
+    return std::nullopt;
+  }
+}
+
 class ScriptedEngine : public Engine {
  public:
   explicit ScriptedEngine(CallLog& log) : log_(log), logger_(log) {}
@@ -91,7 +105,8 @@ class ScriptedEngine : public Engine {
       always(Value(Tuple{0.9, true}));
   std::function<Value()> on_submission_correlation_from_backtest_or_compute =
       always(Value(Tuple{0.25, true}));
-  std::function<bool(const std::exception&)> on_is_pool_data_not_ready = always(false);
+  std::function<std::optional<Value>(const std::exception_ptr&)> on_as_pool_data_not_ready =
+      always(std::nullopt);
   std::function<void(Mapping&)> on_annotate_submission_client_manifest = [](Mapping&) {};
 
   std::function<Value(const Value&, std::string_view)> on_function_entries_for_kind =
@@ -236,9 +251,10 @@ class ScriptedEngine : public Engine {
     log_.add("engine.submission_correlation_from_backtest_or_compute", positional, Mapping());
     return on_submission_correlation_from_backtest_or_compute();
   }
-  [[nodiscard]] bool is_pool_data_not_ready(const std::exception& error) override {
-    log_.add("engine.is_pool_data_not_ready", {error.what()});
-    return on_is_pool_data_not_ready(error);
+  [[nodiscard]] std::optional<Value> as_pool_data_not_ready(
+      const std::exception_ptr& error) override {
+    log_.add("engine.as_pool_data_not_ready");
+    return on_as_pool_data_not_ready(error);
   }
   [[nodiscard]] Callable find_submitted_stats_payload_from_backtest() override {
     log_.add("engine.find_submitted_stats_payload_from_backtest");

@@ -17,6 +17,7 @@ namespace {
 class Origin : public ErrorOrigin {
  public:
   [[nodiscard]] std::string type_name() const override { return "HostError"; }
+  [[nodiscard]] bool is_of(ErrorKind kind) const override { return kind == ErrorKind::kValueError; }
   [[nodiscard]] Value object() const override { return "the host's exception"; }
 };
 

@@ -9,6 +9,7 @@
 #include "hosts/embedded/search/statistics_object.hpp"
 #include "hosts/embedded/vocabulary/graph_check.hpp"
 #include "search_templates/genetic/value/copy.hpp"
+#include "search_templates/genetic/value/error_object.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
@@ -234,8 +235,14 @@ Value EmbeddedEngine::submission_correlation_from_backtest_or_compute(
   return Tuple{measure.correlation, passes_correlation(measure, submission().thresholds())};
 }
 
-bool EmbeddedEngine::is_pool_data_not_ready(const std::exception& error) {
-  return dynamic_cast<const PoolDataNotReady*>(&error) != nullptr;
+std::optional<Value> EmbeddedEngine::as_pool_data_not_ready(const std::exception_ptr& error) {
+  try {
+    std::rethrow_exception(error);
+  } catch (const PoolDataNotReady& not_ready) {
+    return genetic::error_object(not_ready);
+  } catch (...) {
+    return std::nullopt;
+  }
 }
 
 Callable EmbeddedEngine::find_submitted_stats_payload_from_backtest() {

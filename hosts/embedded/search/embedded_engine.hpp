@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <exception>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -113,7 +114,8 @@ class EmbeddedEngine : public genetic::Engine {
       std::span<const genetic::Value> positional) override;
   [[nodiscard]] genetic::Value submission_correlation_from_backtest_or_compute(
       std::span<const genetic::Value> positional) override;
-  [[nodiscard]] bool is_pool_data_not_ready(const std::exception& error) override;
+  [[nodiscard]] std::optional<genetic::Value> as_pool_data_not_ready(
+      const std::exception_ptr& error) override;
 
   // All statistics of a statistics object, by name.
   [[nodiscard]] genetic::Callable find_submitted_stats_payload_from_backtest() override;

@@ -32,17 +32,28 @@ nb::object exception_argument(const genetic::Error& error) {
   return text_object(error.text());
 }
 
+// The calls of the interpreter take over what they are given.
+void set_context(const nb::object& exception, const nb::object& context) {
+  if (context.is_valid()) {
+    PyException_SetContext(exception.ptr(), nb::object(context).release().ptr());
+  }
+}
+
 nb::object own_exception(const genetic::Error& error) {
   nb::object exception = call(exception_type(error), {exception_argument(error)});
   const auto* const nested = dynamic_cast<const std::nested_exception*>(&error);
   if (nested != nullptr) {
     const nb::object cause = python_exception(nested->nested_ptr());
     if (cause.is_valid()) {
-      // As `raise ... from cause` while the cause is being handled. Both calls take over what
-      // they are given.
+      // As `raise ... from cause` while the cause is being handled.
       PyException_SetCause(exception.ptr(), nb::object(cause).release().ptr());
-      PyException_SetContext(exception.ptr(), nb::object(cause).release().ptr());
+      set_context(exception, cause);
     }
+  }
+  if (const auto* const in_place = dynamic_cast<const genetic::InPlaceOfError*>(&error)) {
+    // As `raise ... from None`: the other error stays the context, which is not shown.
+    PyException_SetCause(exception.ptr(), nullptr);
+    set_context(exception, python_exception(in_place->replaced()));
   }
   return exception;
 }

@@ -2,7 +2,8 @@
 //
 // An error that began as a Python exception is that same object again, with its traceback. An error
 // of the library's own becomes the built-in exception of its kind with the same text; what it was
-// thrown over becomes its cause. A PythonInterrupt is the exception that it carries.
+// thrown over becomes its cause, and what it was thrown in place of its context, which Python does
+// not show. A PythonInterrupt is the exception that it carries.
 #pragma once
 
 #include <exception>

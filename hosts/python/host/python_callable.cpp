@@ -51,14 +51,11 @@ genetic::Value PythonCallable::call(std::span<const genetic::Value> positional,
 }
 
 std::optional<std::vector<Parameter>> PythonCallable::signature() const {
-  nb::object signature;
-  try {
-    signature = call_method(import_module("inspect"), "signature", {callable_});
-  } catch (const genetic::TypeError&) {
-    return std::nullopt;
-  } catch (const genetic::ValueError&) {
-    return std::nullopt;
-  }
+  const nb::object signature = genetic::catching(
+      {genetic::ErrorKind::kTypeError, genetic::ErrorKind::kValueError},
+      [this] { return call_method(import_module("inspect"), "signature", {callable_}); },
+      [](const genetic::Error&) { return nb::object(); });
+  if (!signature.is_valid()) return std::nullopt;
   const nb::object values = call_method(attribute(signature, "parameters"), "values");
   const nb::object iterator = checked(PyObject_GetIter(values.ptr()));
   std::vector<Parameter> parameters;

@@ -1,5 +1,6 @@
 #include "hosts/python/host/python_context.hpp"
 
+#include "hosts/python/errors/outgoing.hpp"
 #include "hosts/python/host/python_callable.hpp"
 #include "hosts/python/values/conversion.hpp"
 #include "hosts/python/values/python_api.hpp"
@@ -98,6 +99,10 @@ Value PythonSearchContext::current_attempt_evidence() {
 
 Callable PythonSearchContext::derive_rejection_reason_detail() {
   return callable_or_empty(attribute_or_none(context_, "_derive_rejection_reason_detail"));
+}
+
+std::shared_ptr<const void> PythonSearchContext::handling(const std::exception_ptr& error) {
+  return std::make_shared<HandledException>(error);
 }
 
 nb::object object_of(genetic::SearchContext& context) {

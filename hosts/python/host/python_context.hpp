@@ -1,6 +1,7 @@
 // The search context that a Python host hands to the template.
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -57,6 +58,9 @@ class PythonSearchContext : public genetic::SearchContext {
   [[nodiscard]] genetic::Callable search_context_thresholds() override;
   [[nodiscard]] genetic::Value current_attempt_evidence() override;
   [[nodiscard]] genetic::Callable derive_rejection_reason_detail() override;
+
+  // `error` is what `sys.exc_info` tells meanwhile, and the context of what fails.
+  [[nodiscard]] std::shared_ptr<const void> handling(const std::exception_ptr& error) override;
 
  private:
   nb::object context_;

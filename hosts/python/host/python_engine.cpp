@@ -139,8 +139,8 @@ std::unique_ptr<genetic::ValueIterator> PythonRandomWeighted::random_weighted_gr
 }
 
 Value PythonEvaluationVerdicts::not_evaluated_verdict() {
-  return to_value(call_method(import_module("varnholt.simulation.evaluation_verdicts"),
-                              "not_evaluated_verdict"));
+  return to_value(
+      call(import_name("varnholt.simulation.evaluation_verdicts", "not_evaluated_verdict")));
 }
 
 }  // namespace varnholt::python

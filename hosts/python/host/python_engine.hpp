@@ -4,6 +4,7 @@
 #include <exception>
 #include <initializer_list>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -88,8 +89,6 @@ class PythonEngine : public genetic::Engine {
   void normalize_required_pool_pnl_matrix(const genetic::Value& gate_stats,
                                           const genetic::Value& era_config,
                                           const genetic::Value& signal_pool_name) override;
-  // In these two the exception that the library handles is the one that Python handles, so that it
-  // becomes the context of what fails.
   [[nodiscard]] genetic::Value evaluation_metaparameters_for_pool(
       const genetic::Value& signal_pool_name, const genetic::Value& metaparameters) override;
   [[nodiscard]] genetic::Value call_backtester_with_transform_context(
@@ -99,7 +98,8 @@ class PythonEngine : public genetic::Engine {
   [[nodiscard]] genetic::Value submission_correlation_from_backtest_or_compute(
       std::span<const genetic::Value> positional) override;
   // As `except (_engine.AgentPoolPnlSyncMissingError, _engine.PoolMetricNotYetComputableError)`.
-  [[nodiscard]] bool is_pool_data_not_ready(const std::exception& error) override;
+  [[nodiscard]] std::optional<genetic::Value> as_pool_data_not_ready(
+      const std::exception_ptr& error) override;
   [[nodiscard]] genetic::Callable find_submitted_stats_payload_from_backtest() override;
   void annotate_submission_client_manifest(genetic::Mapping& payload,
                                            const genetic::Value& sync_manager) override;

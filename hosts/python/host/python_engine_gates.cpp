@@ -7,8 +7,7 @@
 #include "hosts/python/host/python_engine.hpp"
 #include "hosts/python/values/conversion.hpp"
 #include "hosts/python/values/python_api.hpp"
-#include "search_templates/genetic/value/error_object.hpp"
-#include "search_templates/genetic/value/errors.hpp"
+#include "hosts/python/values/python_error.hpp"
 
 namespace varnholt::python {
 
@@ -18,11 +17,13 @@ using genetic::Value;
 
 namespace {
 
-// As the interpreter looks at what an `except` names.
+// As the interpreter looks at what an `except` names. Its own error, so that it gets the exception
+// that is being handled as its context.
 void require_exception_class(const nb::object& type) {
   if (PyExceptionClass_Check(type.ptr()) != 0) return;
-  throw genetic::TypeError(
-      "catching classes that do not inherit from BaseException is not allowed");
+  PyErr_SetString(PyExc_TypeError,
+                  "catching classes that do not inherit from BaseException is not allowed");
+  throw_current_error();
 }
 
 }  // namespace
@@ -107,14 +108,12 @@ void PythonEngine::normalize_required_pool_pnl_matrix(const Value& gate_stats,
 
 Value PythonEngine::evaluation_metaparameters_for_pool(const Value& signal_pool_name,
                                                        const Value& metaparameters) {
-  const HandledException handled(std::current_exception());
   return call_own("_evaluation_metaparameters_for_pool",
                   std::array<Value, 2>{signal_pool_name, metaparameters});
 }
 
 Value PythonEngine::call_backtester_with_transform_context(std::span<const Value> positional,
                                                            const Mapping& extra_kwargs) {
-  const HandledException handled(std::current_exception());
   return call_own("_call_backtester_with_transform_context", positional,
                   {{"extra_kwargs", extra_kwargs}});
 }
@@ -128,17 +127,18 @@ Value PythonEngine::submission_correlation_from_backtest_or_compute(
   return call_own("_submission_correlation_from_backtest_or_compute", positional);
 }
 
-bool PythonEngine::is_pool_data_not_ready(const std::exception& error) {
-  const HandledException handled(std::current_exception());
-  // Both are read before either is compared.
+std::optional<Value> PythonEngine::as_pool_data_not_ready(const std::exception_ptr& error) {
+  // Both are read, and both looked at, before the exception is compared with either.
   const nb::object sync_missing = globals_.get("_engine", "AgentPoolPnlSyncMissingError");
   const nb::object not_computable = globals_.get("_engine", "PoolMetricNotYetComputableError");
-  const nb::object exception = to_python(genetic::error_object(error));
+  require_exception_class(sync_missing);
+  require_exception_class(not_computable);
+  const nb::object exception = python_exception(error);
+  if (!exception.is_valid()) return std::nullopt;
   for (const nb::object& type : {sync_missing, not_computable}) {
-    require_exception_class(type);
-    if (PyErr_GivenExceptionMatches(exception.ptr(), type.ptr()) != 0) return true;
+    if (PyErr_GivenExceptionMatches(exception.ptr(), type.ptr()) != 0) return to_value(exception);
   }
-  return false;
+  return std::nullopt;
 }
 
 Callable PythonEngine::find_submitted_stats_payload_from_backtest() {

@@ -101,7 +101,7 @@ void init_timings(nb::module_& module) {
   module.def("candidate_backtest_timing_payload",
              [](PythonHost& host, const Any& candidate, const Any& require_process_identity) {
                return to_python(genetic::candidate_backtest_timing_payload(
-                   host.backtest_timings(), record(candidate), is_true(require_process_identity)));
+                   host.backtest_timings(), record(candidate), to_value(require_process_identity)));
              });
 }
 
@@ -119,7 +119,7 @@ void init_payload(nb::module_& module) {
         PythonSearchContext context(ctx);
         Mapping result = record(candidate);
         return to_python(genetic::ensure_candidate_submission_payload(
-            host, context, result, is_true(refresh_pool_metrics)));
+            host, context, result, to_value(refresh_pool_metrics)));
       });
 }
 

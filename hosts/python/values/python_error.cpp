@@ -33,6 +33,18 @@ std::string PythonErrorOrigin::type_name() const {
   return python::type_name(exception_);
 }
 
+bool PythonErrorOrigin::is_of(genetic::ErrorKind kind) const {
+  switch (kind) {
+    case genetic::ErrorKind::kTypeError:
+      return is_kind(exception_, PyExc_TypeError);
+    case genetic::ErrorKind::kValueError:
+      return is_kind(exception_, PyExc_ValueError);
+    case genetic::ErrorKind::kOverflowError:
+      return is_kind(exception_, PyExc_OverflowError);
+  }
+  return false;
+}
+
 genetic::Value PythonErrorOrigin::object() const {
   return to_value(exception_);
 }

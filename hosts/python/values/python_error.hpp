@@ -26,6 +26,7 @@ class PythonErrorOrigin : public genetic::ErrorOrigin {
   [[nodiscard]] const nb::object& exception() const noexcept { return exception_; }
 
   [[nodiscard]] std::string type_name() const override;
+  [[nodiscard]] bool is_of(genetic::ErrorKind kind) const override;
   [[nodiscard]] genetic::Value object() const override;
 
  private:

@@ -117,6 +117,7 @@ class SearchRun {
       return {evaluate_candidate_batch(host_, context_, graphs, config_.process_timeout_seconds()),
               std::nullopt};
     } catch (const std::exception& exception) {
+      const auto handled = context_.handling(std::current_exception());
       const std::optional<Value> error = host_.process_evaluation().as_error(exception);
       if (!error) throw;
       if (process_evaluation_error_is_search_fatal(host_.process_evaluation(), *error)) {

@@ -32,16 +32,19 @@ void set_default_verdicts(Mapping& tracking, EvaluationVerdicts& verdicts) {
 
 // The host's reason from statistics. Only a TypeError leads to the second call, without the
 // keyword; the unpacking belongs to each call. Nothing when the host fails otherwise.
-std::optional<std::pair<Value, Value>> derived_pair(const Callable& derive, const Value& stats) {
+std::optional<std::pair<Value, Value>> derived_pair(SearchContext& context, const Callable& derive,
+                                                    const Value& stats) {
   try {
-    return unpack_pair(derive({stats}, {{keys::kIncludeCorrelation, false}}));
-  } catch (const TypeError&) {
-    // A host that does not know the keyword is asked again below.
-  } catch (const std::exception&) {
-    return std::nullopt;
-  }
-  try {
-    return unpack_pair(derive({stats}));
+    return catching(
+        {ErrorKind::kTypeError},
+        [&] {
+          return unpack_pair(derive({stats}, {{keys::kIncludeCorrelation, false}}));
+        },
+        // A host that does not know the keyword is asked again.
+        [&](const Error&) {
+          const auto handled = context.handling(std::current_exception());
+          return unpack_pair(derive({stats}));
+        });
   } catch (const std::exception&) {
     return std::nullopt;
   }
@@ -120,7 +123,7 @@ DerivedFailure derive_candidate_failure(SearchContext& context, const Mapping& r
   }
 
   if (const Callable derive = context.derive_rejection_reason_detail()) {
-    const auto derived = derived_pair(derive, stats);
+    const auto derived = derived_pair(context, derive, stats);
     if (derived && !derived->first.is_absent()) {
       tracking.set_default(keys::kFailureReason, derived->first);
       if (!derived->second.is_absent()) {
@@ -209,8 +212,9 @@ List process_evaluation_error_results(ProcessEvaluation& process_evaluation,
 bool process_evaluation_error_is_search_fatal(ProcessEvaluation& process_evaluation,
                                               const Value& error) {
   const Value reason = attribute(error, keys::kTerminalReason.view()).value_or(Value());
-  if (is_same_or_equal(reason, process_evaluation.terminal_process_priority_failed())) return true;
-  if (is_same_or_equal(reason, process_evaluation.terminal_memory_budget_exceeded())) return true;
+  // Equality alone: a reason that is not equal to itself is not fatal by being the same object.
+  if (reason == process_evaluation.terminal_process_priority_failed()) return true;
+  if (reason == process_evaluation.terminal_memory_budget_exceeded()) return true;
   return attribute(error, keys::kCandidateIndex.view()).value_or(Value()).is_absent();
 }
 

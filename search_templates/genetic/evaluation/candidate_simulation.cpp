@@ -44,9 +44,11 @@ Mapping result_record(Host& host, SearchContext& context, const Value& graph,
   const Mapping failures = failures_of(derived);
   const bool passed = truth(record.get(keys::kPassed));
   const Value attempt_evidence = outcome.get(keys::kAttemptEvidence);
+  // Asked for a candidate that passed as well: the evidence may be the host's own mapping.
+  const bool completed = backtest_completed(attempt_evidence);
   // A candidate that failed after its backtest was completed still carries its timing.
   Value timing;
-  if (passed || backtest_completed(attempt_evidence)) {
+  if (passed || completed) {
     timing = process_backtest_timing(host.backtest_timings(), graph, attempt_evidence, payload);
   }
 
@@ -79,6 +81,7 @@ Mapping simulate_candidate(Host& host, SearchContext& context, const Value& grap
   try {
     outcome = evaluate({graph});
   } catch (const std::exception& error) {
+    const auto handled = context.handling(std::current_exception());
     return candidate_exception_result(context, host.engine(), host.evaluation_verdicts(), graph,
                                       error_object(error));
   }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <exception>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -86,8 +87,7 @@ class Engine {
   [[nodiscard]] virtual Value evaluation_metaparameters_for_pool(const Value& signal_pool_name,
                                                                  const Value& metaparameters) = 0;
   // Runs one backtest: (backtester, the name of its operation, graph, metaparameters, universe) and
-  // the mapping of what the operation is given beyond that. Called while the ValueError of
-  // `normalize_required_pool_pnl_matrix` is being handled. Returns statistics.
+  // the mapping of what the operation is given beyond that. Returns statistics.
   [[nodiscard]] virtual Value call_backtester_with_transform_context(
       std::span<const Value> positional, const Mapping& extra_kwargs) = 0;
   // A pair of the metric and whether it passes: (backtester, gate_stats, era_config,
@@ -96,8 +96,10 @@ class Engine {
       std::span<const Value> positional) = 0;
   [[nodiscard]] virtual Value submission_correlation_from_backtest_or_compute(
       std::span<const Value> positional) = 0;
-  // Whether an error that is on its way out says that the pool's data is not ready yet.
-  [[nodiscard]] virtual bool is_pool_data_not_ready(const std::exception& error) = 0;
+  // The error object when `error`, which is on its way out, says that the pool's data is not ready
+  // yet. It may be of any class, one that is no ordinary error among them.
+  [[nodiscard]] virtual std::optional<Value> as_pool_data_not_ready(
+      const std::exception_ptr& error) = 0;
 
   // Makes the statistics of a submission, (stats, era_config), as a pair of a mapping, or anything
   // else for none, and a reason.

@@ -5,6 +5,7 @@
 // std::optional. An operation that is missing or cannot be called is an empty Callable.
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -88,6 +89,13 @@ class SearchContext {
   [[nodiscard]] virtual Value current_attempt_evidence() = 0;
   // Tells from statistics why a candidate failed: a pair of reason and detail, each or absent.
   [[nodiscard]] virtual Callable derive_rejection_reason_detail() = 0;
+
+  // Tells the host that `error` is being handled for as long as the result lives. A host whose
+  // language knows such a thing shows it to its own operations, which may write it into a log; to
+  // any other host it means nothing.
+  [[nodiscard]] virtual std::shared_ptr<const void> handling(const std::exception_ptr& /*error*/) {
+    return nullptr;
+  }
 };
 
 }  // namespace varnholt::genetic

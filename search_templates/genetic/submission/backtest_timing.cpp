@@ -27,22 +27,12 @@ struct SourcedTiming {
   Value timing;
 };
 
-// Called while `error` is being handled, which becomes the cause.
-[[noreturn]] void throw_invalid_timing(const std::exception& error) {
-  std::throw_with_nested(RuntimeError(std::string(kInvalidTiming) + str(error_object(error))));
-}
-
+// The host's answer; a refusal becomes the cause of the RuntimeError.
 template <typename Call>
 Value validated(const Call& call) {
-  try {
-    return call();
-  } catch (const TypeError& error) {
-    throw_invalid_timing(error);
-  } catch (const ValueError& error) {
-    throw_invalid_timing(error);
-  } catch (const OverflowError& error) {
-    throw_invalid_timing(error);
-  }
+  return catching(kConversionErrors, call, [](const Error& error) -> Value {
+    std::throw_with_nested(RuntimeError(std::string(kInvalidTiming) + str(error_object(error))));
+  });
 }
 
 // The entry "backtest_timing" of a mapping; absent also for what is no mapping.
@@ -127,7 +117,7 @@ Value process_backtest_timing(BacktestTimings& timings, const Value& graph,
 }
 
 Value candidate_backtest_timing_payload(BacktestTimings& timings, const Mapping& candidate,
-                                        bool require_process_identity) {
+                                        const Value& require_process_identity) {
   // All are validated before any two are compared.
   const std::vector<SourcedTiming> sourced = timings_of(timings, candidate);
   if (sourced.empty()) throw RuntimeError(std::string(kMissingSerializedTiming));
@@ -138,9 +128,9 @@ Value candidate_backtest_timing_payload(BacktestTimings& timings, const Mapping&
     throw RuntimeError("genetic candidate backtest timing disagrees with " +
                        std::string(sourced[i].source) + " backtest timing");
   }
-  const Value graph = candidate.get(keys::kGraph);
-  return require_process_identity ? validated_graph_process_backtest_timing(timings, graph, first)
-                                  : validated_graph_backtest_timing(timings, graph, first);
+  const auto validate = truth(require_process_identity) ? validated_graph_process_backtest_timing
+                                                        : validated_graph_backtest_timing;
+  return validate(timings, candidate.get(keys::kGraph), first);
 }
 
 }  // namespace varnholt::genetic

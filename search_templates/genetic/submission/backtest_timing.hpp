@@ -45,9 +45,10 @@ namespace varnholt::genetic {
 
 // The one timing of a candidate. An absent timing is no timing on any road. RuntimeError "genetic
 // candidate is missing serialized backtest timing" without one, and "genetic candidate backtest
-// timing disagrees with attempt evidence backtest timing" (or "submission payload").
-[[nodiscard]] Value candidate_backtest_timing_payload(BacktestTimings& timings,
-                                                      const Mapping& candidate,
-                                                      bool require_process_identity = false);
+// timing disagrees with attempt evidence backtest timing" (or "submission payload"). The truth of
+// `require_process_identity` is asked only when all roads agree.
+[[nodiscard]] Value candidate_backtest_timing_payload(
+    BacktestTimings& timings, const Mapping& candidate,
+    const Value& require_process_identity = false);
 
 }  // namespace varnholt::genetic

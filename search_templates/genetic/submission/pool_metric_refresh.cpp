@@ -11,7 +11,6 @@
 #include "search_templates/genetic/settings/reason_tables.hpp"
 #include "search_templates/genetic/submission/pool_metric_tracking.hpp"
 #include "search_templates/genetic/submission/statistics_payload.hpp"
-#include "search_templates/genetic/value/error_object.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/operations.hpp"
@@ -103,13 +102,18 @@ class Refresh {
     if (!truth(engine_.selected_pool_has_synced_found_signal_ids(era_config_, pool_name_))) {
       return stats;
     }
-    try {
-      engine_.normalize_required_pool_pnl_matrix(stats, era_config_, pool_name_);
-    } catch (const ValueError&) {
-      // Without a backtest to run, the statistics are measured as they are.
-      if (is_callable(attribute(backtester_, "run_backtest"))) return backtested_again();
-    }
-    return stats;
+    return catching(
+        {ErrorKind::kValueError},
+        [&] {
+          engine_.normalize_required_pool_pnl_matrix(stats, era_config_, pool_name_);
+          return stats;
+        },
+        [&](const Error&) {
+          const auto handled = context_.handling(std::current_exception());
+          // Without a backtest to run, the statistics are measured as they are.
+          if (!is_callable(attribute(backtester_, "run_backtest"))) return stats;
+          return backtested_again();
+        });
   }
 
   Value backtested_again() {
@@ -147,9 +151,11 @@ class Refresh {
   std::optional<PoolMetric> unless_not_ready(const Measure& measure) {
     try {
       return measure();
-    } catch (const std::exception& error) {
-      if (!engine_.is_pool_data_not_ready(error)) throw;
-      mark_candidate_pool_metrics_pending(candidate_, payload_, error_object(error));
+    } catch (...) {
+      const auto handled = context_.handling(std::current_exception());
+      const auto not_ready = engine_.as_pool_data_not_ready(std::current_exception());
+      if (!not_ready) throw;
+      mark_candidate_pool_metrics_pending(candidate_, payload_, *not_ready);
       return std::nullopt;
     }
   }

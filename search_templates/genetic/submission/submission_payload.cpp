@@ -78,7 +78,7 @@ Value candidate_eval_id(const Mapping& candidate) {
 }
 
 Value ensure_candidate_submission_payload(Host& host, SearchContext& context, Mapping& candidate,
-                                          bool refresh_pool_metrics) {
+                                          const Value& refresh_pool_metrics) {
   if (!truth(candidate.get(keys::kPasses))) return {};
 
   const Value timing = candidate_backtest_timing_payload(host.backtest_timings(), candidate);
@@ -92,7 +92,7 @@ Value ensure_candidate_submission_payload(Host& host, SearchContext& context, Ma
     payload = *record;
     candidate.set(keys::kSubmissionPayload, payload);
   }
-  if (refresh_pool_metrics) {
+  if (truth(refresh_pool_metrics)) {
     refresh_candidate_submission_pool_metrics(host.engine(), host.evaluation_verdicts(), context,
                                               candidate, *record);
   }

@@ -18,12 +18,13 @@ namespace varnholt::genetic {
 // one that is there, the evaluator's or an earlier call's, is only completed. The candidate gets
 // its checked timing as "backtest_timing".
 //
-// With `refresh_pool_metrics` the pool is measured (pool_metric_refresh.hpp), which may end the
-// candidate's passing: then the result is absent, and the payload stays on the candidate.
+// With `refresh_pool_metrics`, whose truth is asked only then, the pool is measured last
+// (pool_metric_refresh.hpp), which may end the candidate's passing: then the result is absent, and
+// the payload stays on the candidate.
 //
 // What backtest_timing.hpp and the host throw passes.
 [[nodiscard]] Value ensure_candidate_submission_payload(Host& host, SearchContext& context,
                                                         Mapping& candidate,
-                                                        bool refresh_pool_metrics = false);
+                                                        const Value& refresh_pool_metrics = false);
 
 }  // namespace varnholt::genetic

@@ -7,14 +7,23 @@
 #pragma once
 
 #include <exception>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace varnholt::genetic {
 
 class Value;
+
+// The kinds that rules tolerate or answer to.
+enum class ErrorKind { kTypeError, kValueError, kOverflowError };
+
+// What a conversion fails with when the value is at fault.
+inline constexpr std::initializer_list<ErrorKind> kConversionErrors = {
+    ErrorKind::kTypeError, ErrorKind::kValueError, ErrorKind::kOverflowError};
 
 // The host's own exception object behind an error. Kept alive as long as the error is.
 class ErrorOrigin {
@@ -23,6 +32,8 @@ class ErrorOrigin {
 
   // The name of the exception's exact type, as the host shows it.
   [[nodiscard]] virtual std::string type_name() const = 0;
+  // Whether the exception is of the kind, which may be one of several that it is of.
+  [[nodiscard]] virtual bool is_of(ErrorKind kind) const = 0;
   // The exception itself.
   [[nodiscard]] virtual Value object() const = 0;
 };
@@ -54,6 +65,10 @@ class Error : public std::exception {
 
   // The name of the exact kind: the origin's, where there is one.
   [[nodiscard]] std::string type_name() const;
+
+  // Whether the error is of one of the kinds: the origin says so, where there is one. Its class
+  // alone does not, since an exception of the host may have bases of two kinds.
+  [[nodiscard]] bool is_any_of(std::initializer_list<ErrorKind> kinds) const;
 
  protected:
   [[nodiscard]] virtual std::string_view kind_name() const noexcept { return "Exception"; }
@@ -136,6 +151,40 @@ class RecursionError : public RuntimeError {
  protected:
   [[nodiscard]] std::string_view kind_name() const noexcept override { return "RecursionError"; }
 };
+
+// The result of `attempt()`, or of `otherwise(error)` when it fails with an error of one of the
+// kinds. `otherwise` is called while the error is being handled; every other error passes.
+template <typename Attempt, typename Otherwise>
+auto catching(std::initializer_list<ErrorKind> kinds, Attempt&& attempt, Otherwise&& otherwise)
+    -> decltype(std::forward<Attempt>(attempt)()) {
+  try {
+    return std::forward<Attempt>(attempt)();
+  } catch (const Error& error) {
+    if (!error.is_any_of(kinds)) throw;
+    return std::forward<Otherwise>(otherwise)(error);
+  }
+}
+
+// Mixed into an error that was thrown in place of another, which is not to be shown beside it.
+class InPlaceOfError {
+ public:
+  virtual ~InPlaceOfError() = default;
+
+  [[nodiscard]] const std::exception_ptr& replaced() const noexcept { return replaced_; }
+
+ private:
+  std::exception_ptr replaced_ = std::current_exception();
+};
+
+// Throws `error` in place of the one that is being handled.
+template <typename Kind>
+[[noreturn]] void throw_in_place(const Kind& error) {
+  class Replacement : public Kind, public InPlaceOfError {
+   public:
+    explicit Replacement(const Kind& own) : Kind(own) {}
+  };
+  throw Replacement(error);
+}
 
 // The levels of nesting that a recursive walk follows before it gives up with a RecursionError.
 inline constexpr int kMaximumNesting = 900;

@@ -16,13 +16,11 @@ namespace varnholt::genetic {
 template <typename Conversion>
 [[nodiscard]] auto tolerate(Conversion&& conversion)
     -> std::optional<decltype(std::forward<Conversion>(conversion)())> {
-  try {
-    return std::forward<Conversion>(conversion)();
-  } catch (const TypeError&) {
-  } catch (const ValueError&) {
-  } catch (const OverflowError&) {
-  }
-  return std::nullopt;
+  using Result = std::optional<decltype(std::forward<Conversion>(conversion)())>;
+  return catching(
+      kConversionErrors,
+      [&conversion]() -> Result { return std::forward<Conversion>(conversion)(); },
+      [](const Error&) -> Result { return std::nullopt; });
 }
 
 // float(value), or nothing. There is no test for finiteness.

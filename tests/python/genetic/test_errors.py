@@ -24,6 +24,21 @@ class Both(TypeError, ValueError):
     pass
 
 
+class OutOfRange(ValueError, IndexError):
+    pass
+
+
+class NotWritten(NotImplementedError, TypeError):
+    pass
+
+
+class NotHeld(KeyError, OverflowError):
+    pass
+
+
+TWO_KINDS = [OutOfRange("axis"), NotWritten("not yet"), NotHeld("big")]
+
+
 class OddBase(BaseException):
     pass
 
@@ -40,6 +55,7 @@ ORDINARY = [
     AttributeError("a"), LookupError("l"), IndexError("i"), RuntimeError("r"),
     RecursionError("d"), ZeroDivisionError("z"), MemoryError("m"), StopIteration(3),
     UnicodeDecodeError("utf-8", b"\xff", 0, 1, "bad"), OSError(2, "no file"), AssertionError(),
+    *TWO_KINDS,
 ]
 INTERRUPTS = [KeyboardInterrupt("now"), SystemExit(3), GeneratorExit(), OddBase("base")]
 
@@ -86,11 +102,64 @@ def test_what_is_no_exception_is_never_swallowed(genetic, make_context, error):
         assert caught.value is error
 
 
-@pytest.mark.parametrize("error", [TypeError("x"), ValueError("x"), OverflowError("x"), Both("x")])
+@pytest.mark.parametrize(
+    "error", [TypeError("x"), ValueError("x"), OverflowError("x"), Both("x"), *TWO_KINDS],
+    ids=lambda error: type(error).__name__,
+)
 def test_the_three_tolerated_kinds_and_their_subclasses_are_tolerated(genetic, error):
     value = type("N", (), {"__float__": raiser(error), "__int__": raiser(error)})()
     assert genetic._number(value, 7) == 7
     assert genetic._parallel_evaluation_requested_jobs(types.SimpleNamespace(_n_jobs=value)) == 1
+    assert genetic._positive_int_or_none(value) is None
+    with pytest.raises(ValueError, match="candidate correlation must be a finite number or None"):
+        genetic._optional_correlation(value)
+
+
+def test_an_error_of_two_kinds_below_type_error_leads_to_the_second_derivation(
+    genetic, make_context
+):
+    asked = []
+
+    def derive(*args, **keywords):
+        asked.append(keywords)
+        if keywords:
+            raise NotWritten("without keywords")
+        return "turnover_max", None
+
+    context = make_context(_derive_rejection_reason_detail=derive)
+    assert genetic._derive_candidate_failure(context, {}, object())[0] == "turnover_max"
+    assert asked == [{"include_correlation": False}, {}]
+
+    def out_of_range(*args, **keywords):
+        asked.append(keywords)
+        raise OutOfRange("no second call")
+
+    asked.clear()
+    context = make_context(_derive_rejection_reason_detail=out_of_range)
+    assert genetic._derive_candidate_failure(context, {}, object())[0] is None
+    assert asked == [{"include_correlation": False}]
+
+
+@pytest.mark.parametrize("error", TWO_KINDS, ids=lambda error: type(error).__name__)
+def test_a_bad_timing_may_be_told_by_an_error_of_two_kinds(genetic, make_timings, error):
+    make_timings(validate_backtest_timing_payload=error)
+    with pytest.raises(RuntimeError) as caught:
+        genetic._validated_process_backtest_timing({})
+    assert type(caught.value) is RuntimeError and caught.value.__cause__ is error
+    assert str(caught.value) == f"genetic candidate has invalid backtest timing: {error}"
+
+
+def test_an_unsigned_callable_may_be_told_by_an_error_of_two_kinds(genetic):
+    class Unsigned:
+        @property
+        def __signature__(self):
+            raise OutOfRange("none")
+
+        def __call__(self):
+            pass
+
+    assert genetic._callable_accepts_keyword(Unsigned(), "x") is True
+
 
 
 @pytest.mark.parametrize("error", [Odd("x"), RuntimeError("x"), KeyError("x"), AttributeError("x")])
@@ -178,6 +247,79 @@ def test_the_exception_being_handled_is_shown_to_the_log_and_put_back(
     assert kwargs == {"exc_info": True}
     assert kind is Odd and value is error
     assert traceback.extract_tb(trace)[-1].name == "raise_it"
+
+
+def test_the_evaluators_error_is_handled_while_its_record_is_made(genetic, make_context):
+    error, shown = Odd("no data"), []
+
+    def show(*args, **keywords):
+        shown.append((sys.exc_info()[1], traceback.format_exc()))
+
+    failure = LookupError("evidence")
+
+    def fail():
+        show()
+        raise failure
+
+    context = make_context(
+        _evaluate_for_template=raiser(error), _safe_record=show, _current_attempt_evidence=show
+    )
+    outer = KeyError("outer")
+    try:
+        raise outer
+    except KeyError:
+        genetic._simulate_candidate(context, {})
+        assert sys.exc_info()[1] is outer
+    assert len(shown) == 2
+    for value, text in shown:
+        assert value is error
+        assert "raise_it" in text and text.endswith("Odd: no data\n")
+    context._current_attempt_evidence = fail
+    with pytest.raises(LookupError) as caught:
+        genetic._simulate_candidate(context, {})
+    assert caught.value is failure
+    assert failure.__context__ is error and failure.__cause__ is None
+    assert sys.exc_info() == (None, None, None)
+
+
+def test_what_fails_in_the_recording_has_the_evaluators_error_as_context(
+    genetic, make_context, monkeypatch
+):
+    error, failure, shown = Odd("no data"), LookupError("recording"), []
+    log = types.SimpleNamespace(warning=lambda *args, **keywords: shown.append(sys.exc_info()[1]))
+    monkeypatch.setattr(
+        genetic, "_engine",
+        types.SimpleNamespace(logger=log, SdkRuntimeNotReadyError=ZeroDivisionError),
+    )
+    context = make_context(
+        _evaluate_for_template=raiser(error), _safe_record=raiser(failure),
+        _current_attempt_evidence=lambda: shown.append(sys.exc_info()[1]),
+    )
+    genetic._simulate_candidate(context, {})
+    assert shown == [failure, error] and failure.__context__ is error
+
+
+@pytest.mark.parametrize("first", [TypeError("keyword"), NotWritten("x"), 5], ids=repr)
+def test_the_first_derivations_error_is_handled_in_the_second(genetic, make_context, first):
+    shown, failure = [], LookupError("second")
+
+    def derive(stats, **keywords):
+        shown.append(sys.exc_info()[1])
+        if not keywords:
+            raise failure
+        if isinstance(first, Exception):
+            raise first
+        return first
+
+    context = make_context(_derive_rejection_reason_detail=derive)
+    assert genetic._derive_candidate_failure(context, {}, object())[0] is None
+    assert len(shown) == 2 and shown[0] is None and failure.__context__ is shown[1]
+    if isinstance(first, Exception):
+        assert shown[1] is first
+    else:
+        # What cannot be unpacked is the library's own error, which is Python's for the host.
+        assert repr(shown[1]) == "TypeError('cannot unpack non-iterable int object')"
+    assert sys.exc_info() == (None, None, None)
 
 
 def test_only_an_attribute_error_means_that_an_attribute_is_missing(genetic):

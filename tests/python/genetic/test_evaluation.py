@@ -5,6 +5,7 @@ contexts made of plain attributes, and host operations that note their calls.
 """
 
 import math
+import sys
 import types
 
 import pytest
@@ -193,6 +194,32 @@ def test_a_correlation_that_is_not_finite_passes_to_the_caller(genetic, make_con
         genetic._candidate_exception_result(context, {}, ValueError())
 
 
+def test_the_conversions_error_is_not_shown_beside_the_correlations(genetic):
+    class Odd:
+        def __float__(self):
+            raise failure
+
+    def error_of(value):
+        try:
+            raise outer
+        except LookupError:
+            with pytest.raises(ValueError) as caught:
+                genetic._optional_correlation(value)
+        assert caught.value.args == ("candidate correlation must be a finite number or None",)
+        assert caught.value.__cause__ is None
+        return caught.value
+
+    failure, outer = TypeError("no number"), LookupError("outer")
+    # As `raise ... from None`, but only where there was an error to leave out.
+    error = error_of(Odd())
+    assert error.__suppress_context__ is True and error.__context__ is failure
+    error = error_of("abc")
+    assert error.__suppress_context__ is True
+    assert repr(error.__context__) == """ValueError("could not convert string to float: 'abc'")"""
+    error = error_of(math.inf)
+    assert error.__suppress_context__ is False and error.__context__ is outer
+
+
 def test_the_verdict_is_imported_at_each_call(genetic, monkeypatch):
     from varnholt.simulation import evaluation_verdicts
 
@@ -200,9 +227,21 @@ def test_the_verdict_is_imported_at_each_call(genetic, monkeypatch):
     assert genetic._not_evaluated_verdict() == "replaced"
     result = genetic._candidate_process_evaluation_error_result({}, ValueError("x"))
     assert result["tracking_metric_kwargs"]["mi_verdict"] == "replaced"
-    monkeypatch.setitem(__import__("sys").modules, "varnholt.simulation.evaluation_verdicts", None)
+    monkeypatch.setitem(sys.modules, "varnholt.simulation.evaluation_verdicts", None)
     with pytest.raises(ImportError):
         genetic._not_evaluated_verdict()
+
+
+def test_a_missing_verdict_is_the_import_error_of_the_statement(genetic, monkeypatch):
+    from varnholt.simulation import evaluation_verdicts
+
+    monkeypatch.delattr(evaluation_verdicts, "not_evaluated_verdict")
+    with pytest.raises(ImportError, match="cannot import name 'not_evaluated_verdict'") as expected:
+        exec("from varnholt.simulation.evaluation_verdicts import not_evaluated_verdict")
+    with pytest.raises(ImportError) as caught:
+        genetic._not_evaluated_verdict()
+    assert caught.value.args == expected.value.args
+    assert (caught.value.name, caught.value.path) == (expected.value.name, expected.value.path)
 
 
 def process_error(genetic, text="", **attributes):
@@ -248,6 +287,18 @@ def test_which_process_errors_are_fatal(genetic):
     assert fatal(process_error(genetic, candidate_index=0)) is False
     for reason in ("process_priority_failed", "memory_budget_exceeded"):
         assert fatal(process_error(genetic, candidate_index=0, terminal_reason=reason)) is True
+
+
+def test_a_fatal_reason_is_one_that_is_equal_and_not_one_that_is_the_same(genetic, monkeypatch):
+    class Unequal:
+        def __eq__(self, other):
+            return False
+
+    fatal = genetic._process_evaluation_error_is_search_fatal
+    for reason in (math.nan, Unequal()):
+        for name in ("TERMINAL_PROCESS_PRIORITY_FAILED", "TERMINAL_MEMORY_BUDGET_EXCEEDED"):
+            monkeypatch.setattr(genetic._process_evaluation, name, reason)
+        assert fatal(process_error(genetic, candidate_index=0, terminal_reason=reason)) is False
 
 
 def test_lineage_is_written_by_position(genetic):

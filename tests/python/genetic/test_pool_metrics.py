@@ -158,6 +158,56 @@ def test_the_hosts_error_types_are_read_only_when_an_error_is_on_its_way(genetic
         genetic._refresh_candidate_submission_pool_metrics(pool_context(), {}, {})
 
 
+@pytest.mark.parametrize("error", [SyncMissing(), KeyError("k"), SystemExit(2)], ids=repr)
+@pytest.mark.parametrize(
+    "name", ["AgentPoolPnlSyncMissingError", "PoolMetricNotYetComputableError"]
+)
+def test_both_error_types_are_looked_at_before_either_is_compared(
+    genetic, make_engine, error, name
+):
+    for wrong in ("no class", int, (SyncMissing,)):
+        engine = make_engine(**answers(_submission_pnl_mi_from_backtest_or_compute=error))
+        setattr(engine, name, wrong)
+        with pytest.raises(TypeError) as caught:
+            genetic._refresh_candidate_submission_pool_metrics(pool_context(), {}, {})
+        assert caught.value.args == (
+            "catching classes that do not inherit from BaseException is not allowed",
+        )
+        assert caught.value.__context__ is error
+        # Every exception on its way asks for the types, one that nobody handles among them.
+        delattr(engine, name)
+        with pytest.raises(AttributeError, match=name) as caught:
+            genetic._refresh_candidate_submission_pool_metrics(pool_context(), {}, {})
+        assert caught.value.__context__ is error
+
+
+@pytest.mark.parametrize("operation", ["pnl_mi", "correlation"])
+def test_data_that_is_not_ready_may_be_told_by_what_is_no_exception(
+    genetic, make_engine, operation
+):
+    class Behind(BaseException):
+        def __str__(self):
+            shown.append(sys.exc_info()[1])
+            return "behind"
+
+    shown, error = [], Behind()
+    name = f"_submission_{operation}_from_backtest_or_compute"
+    for base in (Behind, BaseException):
+        shown.clear()
+        make_engine(**answers(**{name: error, "AgentPoolPnlSyncMissingError": base}))
+        candidate, payload = {"passes": True}, {"is_stats": {}}
+        genetic._refresh_candidate_submission_pool_metrics(pool_context(), candidate, payload)
+        tracking = candidate["tracking_metric_kwargs"]
+        assert tracking["pool_metrics_pending_detail"] == "behind"
+        assert payload["_submission_pending_reason"] == PENDING
+        assert shown == [error], "the text is asked for while the exception is handled"
+    # With types of other classes it passes.
+    make_engine(**answers(**{name: error}))
+    with pytest.raises(Behind) as caught:
+        genetic._refresh_candidate_submission_pool_metrics(pool_context(), {}, {})
+    assert caught.value is error and sys.exc_info() == (None, None, None)
+
+
 def test_a_missing_operation_fails_as_an_attribute_does(genetic, make_engine):
     for name in ("_refresh_submission_manifest_membership",
                  "_selected_pool_has_synced_found_signal_ids",
@@ -196,7 +246,8 @@ def test_a_matrix_that_is_there_changes_nothing(genetic, make_engine):
 def test_statistics_without_a_matrix_are_made_again(
     genetic, make_engine, attributes, metaparameters
 ):
-    class BadMatrix(ValueError):
+    # An axis that is out of range is an error of two kinds.
+    class BadMatrix(ValueError, IndexError):
         pass
 
     engine = make_engine(**answers(
@@ -250,6 +301,13 @@ def test_what_fails_in_the_second_backtest_has_the_first_failure_as_context(
         genetic._refresh_candidate_submission_pool_metrics(pool_context(), {}, {})
     assert handled == [first] and caught.value.__context__ is first
     assert caught.value.__cause__ is None
+    # What the context is asked for meanwhile is asked in the same state.
+    handled.clear()
+    context = type("C", (), {"_named_universe": property(fail)})()
+    context.__dict__.update(vars(pool_context(_evaluation_metaparameters={})))
+    with pytest.raises(LookupError):
+        genetic._refresh_candidate_submission_pool_metrics(context, {}, {})
+    assert handled == [first]
     delattr(engine, operation)
     with pytest.raises(AttributeError) as caught:
         genetic._refresh_candidate_submission_pool_metrics(pool_context(), {}, {})

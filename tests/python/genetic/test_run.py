@@ -8,6 +8,7 @@ import logging
 import os
 import random
 import secrets
+import sys
 import types
 
 import pytest
@@ -225,6 +226,22 @@ def test_a_fatal_process_error_is_recorded_and_leaves_as_it_is(
     with pytest.raises(genetic._process_evaluation.ProcessEvaluationError):
         genetic.genetic(context)
     assert context.metrics == []
+
+
+def test_the_metrics_are_recorded_while_the_process_error_is_handled(
+    genetic, recording_context, make_event, monkeypatch
+):
+    error, shown = genetic._process_evaluation.ProcessEvaluationError("pool"), []
+
+    def evaluate(candidates, simulate, *, config):
+        raise error
+
+    monkeypatch.setattr(genetic._process_evaluation, "evaluate_candidate_batch", evaluate)
+    context = recording_context(_stop_event=make_event(set_after=9))
+    context.record_search_run_metrics = lambda **record: shown.append(sys.exc_info()[1])
+    with pytest.raises(genetic._process_evaluation.ProcessEvaluationError):
+        genetic.genetic(context)
+    assert shown == [error] and sys.exc_info() == (None, None, None)
 
 
 @pytest.mark.parametrize("error", [ValueError("pool"), KeyboardInterrupt()], ids=repr)

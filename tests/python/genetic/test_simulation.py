@@ -167,6 +167,20 @@ def test_a_failed_candidate_carries_the_timing_of_a_completed_backtest(
     assert len(timings.calls) == completed
 
 
+@pytest.mark.parametrize("passed", [False, True])
+def test_the_evidence_is_asked_whether_or_not_the_candidate_passed(genetic, make_timings, passed):
+    class Undecided:
+        def __bool__(self):
+            raise LookupError("undecided")
+
+    make_timings(consume_recorded_backtest_timing_payload={"seconds": 1})
+    outcome = {
+        "record": {"passed": passed}, "attempt_evidence": {"backtest_completed": Undecided()}
+    }
+    with pytest.raises(LookupError, match="undecided"):
+        simulate(genetic, outcome)
+
+
 def test_a_bad_timing_is_not_guarded(genetic, make_timings):
     make_timings(consume_recorded_backtest_timing_payload=ValueError("none"))
     with pytest.raises(RuntimeError, match="genetic candidate has invalid backtest timing: none"):

@@ -179,6 +179,21 @@ def test_the_timings_fault_comes_before_any_write(genetic, passing):
     assert passing == before
 
 
+def test_whether_to_refresh_is_asked_when_the_payload_is_there(genetic, passing):
+    asked = []
+
+    class Asked:
+        def __bool__(self):
+            asked.append("submission_payload" in passing)
+            return False
+
+    ensure = genetic._ensure_candidate_submission_payload
+    assert ensure(object(), {}, refresh_pool_metrics=Asked()) is None and asked == []
+    payload = ensure(object(), passing, refresh_pool_metrics=Asked())
+    assert asked == [True] and "mi_verdict" not in passing.get("tracking_metric_kwargs", {})
+    assert payload is passing["submission_payload"]
+
+
 def test_a_block_in_the_refresh_leaves_the_payload_on_the_record(genetic, monkeypatch, passing):
     monkeypatch.setattr(
         genetic._engine, "_submission_correlation_from_backtest_or_compute",

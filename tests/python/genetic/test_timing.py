@@ -283,6 +283,33 @@ def test_all_are_validated_before_any_two_are_compared(genetic, make_timings):
     assert timings.called == ["validate_backtest_timing_payload"] * 3
 
 
+def test_whether_the_process_counts_is_asked_when_all_agree(genetic, make_timings):
+    asked = []
+
+    class Asked:
+        def __bool__(self):
+            asked.append(list(timings.called))
+            return True
+
+    def payload(candidate):
+        return genetic._candidate_backtest_timing_payload(
+            None, candidate, require_process_identity=Asked()
+        )
+
+    timings = make_timings(**working_timings())
+    seconds = [{"seconds": 1}, {"seconds": 2}]
+    for candidate in (
+        {}, {"backtest_timing": seconds[0], "attempt_evidence": {"backtest_timing": seconds[1]}}
+    ):
+        with pytest.raises(RuntimeError):
+            payload(candidate)
+        assert asked == []
+    timings.calls.clear()
+    payload({"backtest_timing": seconds[0]})
+    assert asked == [["validate_backtest_timing_payload"]]
+    assert timings.called[-1] == "validate_process_backtest_timing_payload"
+
+
 def plain_payload(timings, candidate, require):
     found = []
     for source, holder in (

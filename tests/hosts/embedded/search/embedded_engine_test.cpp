@@ -168,9 +168,15 @@ TEST_F(EmbeddedEngineTest, StatisticsWithoutAPnlAskForABacktest) {
 }
 
 TEST_F(EmbeddedEngineTest, OnlyPoolDataThatIsNotReadyIsThat) {
-  EXPECT_TRUE(engine_.is_pool_data_not_ready(PoolDataNotReady("a member has no PnL")));
-  EXPECT_FALSE(engine_.is_pool_data_not_ready(genetic::RuntimeError("other")));
-  EXPECT_FALSE(engine_.is_pool_data_not_ready(std::runtime_error("other")));
+  const auto not_ready = engine_.as_pool_data_not_ready(
+      std::make_exception_ptr(PoolDataNotReady("a member has no PnL")));
+  ASSERT_TRUE(not_ready.has_value());
+  EXPECT_EQ(genetic::str(*not_ready), "a member has no PnL");
+  EXPECT_FALSE(
+      engine_.as_pool_data_not_ready(std::make_exception_ptr(genetic::RuntimeError("other"))));
+  EXPECT_FALSE(
+      engine_.as_pool_data_not_ready(std::make_exception_ptr(std::runtime_error("other"))));
+  EXPECT_FALSE(engine_.as_pool_data_not_ready(std::make_exception_ptr(5)));
 }
 
 TEST_F(EmbeddedEngineTest, PayloadsHoldAllStatisticsAndTheClient) {
