@@ -25,18 +25,6 @@ namespace {
 
 using testing::ElementsAre;
 
-// A subclass of the mapping type.
-class Ledger : public HostObject {
- public:
-  explicit Ledger(Mapping entries) : entries_(std::move(entries)) {}
-
-  [[nodiscard]] std::string type_name() const override { return "Ledger"; }
-  [[nodiscard]] std::optional<Mapping> as_mapping() const override { return entries_; }
-
- private:
-  Mapping entries_;
-};
-
 using WithExpandedFailures = FailureExpansion;
 
 TEST_F(WithExpandedFailures, IsTheResultItselfWithoutAContextOrARecord) {

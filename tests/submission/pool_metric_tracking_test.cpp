@@ -30,19 +30,6 @@ using testing::ElementsAre;
 // An interrupt of the host: no ordinary error.
 struct Interrupt {};
 
-// A subclass of the mapping type.
-class Ledger : public HostObject {
- public:
-  explicit Ledger(Mapping entries) : entries_(std::move(entries)) {}
-
-  [[nodiscard]] std::string type_name() const override { return "Ledger"; }
-  [[nodiscard]] std::string repr() const override { return "<ledger>"; }
-  [[nodiscard]] std::optional<Mapping> as_mapping() const override { return entries_; }
-
- private:
-  Mapping entries_;
-};
-
 class PoolMetricTracking : public testing::Test {
  protected:
   void attributes(Mapping entries) {
@@ -247,7 +234,7 @@ TEST_F(BlockCandidate, TakesTheVerdictFromTheFirstOperationThatIsThere) {
             "failed_gate_verdict('pnl_mi', detail={'threshold': 0}, value=None, threshold=0)");
   verdict_with(make_object<Ledger>(Mapping{{"value", 5}}));
   EXPECT_EQ(host.log.lines().back(),
-            "failed_gate_verdict('pnl_mi', detail=<ledger>, value=5, threshold=None)");
+            "failed_gate_verdict('pnl_mi', detail=<Ledger object>, value=5, threshold=None)");
   EXPECT_EQ(host.log.count("gate_verdict"), 0U);
 
   host.engine.on_find_failed_gate_verdict = always(Callable());

@@ -33,10 +33,10 @@ const char* const kZeros =
 // An interrupt of the host: no ordinary error.
 struct Interrupt {};
 
-// A subclass of the mapping type.
-class Ledger : public HostObject {
+// An object of a subclass of the mapping type that is false, although it is one.
+class EmptyLedger : public HostObject {
  public:
-  [[nodiscard]] std::string type_name() const override { return "Ledger"; }
+  [[nodiscard]] std::string type_name() const override { return "EmptyLedger"; }
   [[nodiscard]] bool truth() const override { return false; }
   [[nodiscard]] std::optional<Mapping> as_mapping() const override { return Mapping(); }
 };
@@ -63,8 +63,9 @@ TEST_F(StatisticsPayload, IsTheHostsMappingItself) {
   host.context.on_attribute = [](std::string_view name) -> std::optional<Value> {
     return name == "era_config" ? std::optional<Value>("era") : std::nullopt;
   };
-  for (const Value& made : {Value(Mapping{{"sharpe", "any"}}), Value(Mapping()),
-                            as_host_containers(Mapping{{"k", 1}}), Value(make_object<Ledger>())}) {
+  for (const Value& made :
+       {Value(Mapping{{"sharpe", "any"}}), Value(Mapping()), as_host_containers(Mapping{{"k", 1}}),
+        Value(make_object<EmptyLedger>())}) {
     build(always(Value(Tuple{made, "the reason is ignored"})));
     EXPECT_TRUE(same_object(payload_of({{"stats", "s"}}), made)) << repr(made);
     EXPECT_THAT(host.log.lines(),

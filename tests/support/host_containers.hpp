@@ -116,6 +116,18 @@ class HostMappingStorage : public MappingStorage {
   std::shared_ptr<HostMapping> mapping_;
 };
 
+// An object of a subclass of the mapping type: its entries count, whatever its own `get` says.
+class Ledger : public HostObject {
+ public:
+  explicit Ledger(Mapping entries) : entries_(std::move(entries)) {}
+
+  [[nodiscard]] std::string type_name() const override { return "Ledger"; }
+  [[nodiscard]] std::optional<Mapping> as_mapping() const override { return entries_; }
+
+ private:
+  Mapping entries_;
+};
+
 [[nodiscard]] inline List list_of(const std::shared_ptr<HostList>& host) {
   return List(std::make_unique<HostListStorage>(host));
 }

@@ -57,18 +57,6 @@ class Crate : public HostObject {
   List items_;
 };
 
-// A subclass of the mapping type: its entries count, whatever its own `get` says.
-class Ledger : public HostObject {
- public:
-  explicit Ledger(Mapping entries) : entries_(std::move(entries)) {}
-
-  [[nodiscard]] std::string type_name() const override { return "Ledger"; }
-  [[nodiscard]] std::optional<Mapping> as_mapping() const override { return entries_; }
-
- private:
-  Mapping entries_;
-};
-
 // A subclass of the text type, or a text that is not valid Unicode.
 class HostText : public HostObject {
  public:
