@@ -295,6 +295,7 @@ TEST(SaturatedInteger, CutsToWhat64BitsHold) {
             std::numeric_limits<std::int64_t>::max());
   EXPECT_EQ(saturated_integer(to_integer("-100000000000000000000")),
             std::numeric_limits<std::int64_t>::min());
+  EXPECT_EQ(saturated_integer(subclass(5)), 5);
   EXPECT_EQ(error_of([] { return saturated_integer(1.0); }),
             "TypeError: 'float' object cannot be interpreted as an integer");
 }

@@ -105,10 +105,14 @@ double as_number(const Value& value) {
 }
 
 double difference(const Value& left, const Value& right) {
-  std::int64_t exact = 0;
-  if (left.is_integer() && right.is_integer() &&
-      !__builtin_sub_overflow(left.integer(), right.integer(), &exact)) {
-    return static_cast<double>(exact);
+  if (is_instance_of(left, Kind::kInteger) && is_instance_of(right, Kind::kInteger)) {
+    const Value minuend = to_integer(left);
+    const Value subtrahend = to_integer(right);
+    std::int64_t exact = 0;
+    if (minuend.is_integer() && subtrahend.is_integer() &&
+        !__builtin_sub_overflow(minuend.integer(), subtrahend.integer(), &exact)) {
+      return static_cast<double>(exact);
+    }
   }
   return as_number(left) - as_number(right);
 }

@@ -439,9 +439,10 @@ Value to_integer(const Value& value) {
 
 std::int64_t saturated_integer(const Value& value) {
   if (is_whole(value.kind())) return whole(value);
-  if (exact_kind(value) != Kind::kInteger) {
+  if (!is_instance_of(value, Kind::kInteger)) {
     throw TypeError("'" + type_name(value) + "' object cannot be interpreted as an integer");
   }
+  if (exact_kind(value) != Kind::kInteger) return saturated_integer(to_integer(value));
   return less(value, 0) ? std::numeric_limits<std::int64_t>::min()
                         : std::numeric_limits<std::int64_t>::max();
 }

@@ -55,7 +55,7 @@ namespace varnholt::genetic {
 [[nodiscard]] Value to_integer(const Value& value);
 
 // An integer of any size, cut to what 64 bits hold: for counts and sizes, of which no larger one
-// can be reached. TypeError when the value's exact type is not the integer type.
+// can be reached. TypeError for what is no instance of the integer type.
 [[nodiscard]] std::int64_t saturated_integer(const Value& value);
 // left + right, cut likewise.
 [[nodiscard]] std::int64_t saturated_sum(std::int64_t left, std::int64_t right) noexcept;

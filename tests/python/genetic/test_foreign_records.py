@@ -257,3 +257,31 @@ def test_equality_is_what_pythons_operator_says(genetic, make_timings):
     timing({"a": Never()}, {"a": Always()})
     with pytest.raises(RuntimeError, match=message):
         timing(Different(), Different())
+
+
+def test_a_subtype_of_int_is_a_batch_size(genetic, make_context):
+    class Count(int):
+        pass
+
+    class Unlike:
+        def __index__(self):
+            return 2
+
+    def batch(batch_size):
+        config = types.SimpleNamespace(_batch_size=batch_size)
+        return genetic._run_deduplicated_batch(make_context(), config, [{"a": 1}, {"a": 2}], set())
+
+    assert batch(Count(2))["graphs"] == batch(2)["graphs"] == [{"a": 1}, {"a": 2}]
+    with pytest.raises(TypeError, match="'Unlike' object cannot be interpreted as an integer"):
+        batch(Unlike())
+
+
+def test_subtypes_of_int_are_subtracted_exactly(genetic, monkeypatch):
+    class Score(int):
+        pass
+
+    scores = [Score(2**53 + 1), Score(2**53), Score(2**53 + 4)]
+    monkeypatch.setattr(genetic, "score_candidate", lambda c, **_: scores[c["i"]])
+    parents = [{"graph": {}, "i": i} for i in range(3)]
+    draw = types.SimpleNamespace(random=lambda: 0.02558)  # Weights 1.001, 0.001 and 4.001.
+    assert genetic._weighted_parent_index(parents, draw, 0.0, 0.0) == 0
