@@ -315,7 +315,7 @@ TEST_F(SignalPoolTest, ForgetsTheOldestOfManySignals) {
   for (std::uint64_t seed = 0; seed + 2 < SignalPool::kRememberedMeasures; ++seed)
     static_cast<void>(pool.measure(normal_series(kMinimumCommonDays, 100 + seed)));
   EXPECT_EQ(pool.measure(first).correlation, 2.0);
-  for (const std::uint64_t seed : {10, 11})
+  for (const std::uint64_t seed : {10U, 11U})
     static_cast<void>(pool.measure(normal_series(kMinimumCommonDays, seed)));
   EXPECT_LE(pool.measure(first).correlation, 1.0);
 }
