@@ -85,7 +85,7 @@ TEST_F(ContextThresholds, ALaterSourceWinsAndKeepsThePlaceOfTheEarlierKey) {
       {Mapping{{"a", 1}}, Mapping{{"a", Value()}}, Value(), "{'a': None}"},
       // What is empty or no mapping adds nothing.
       {Mapping(), Mapping(), Mapping(), "{}"},
-      {List{1}, Tuple{Tuple{"a", 1}}, "text", "{}"},
+      {List{1}, Tuple{Value(Tuple{"a", 1})}, "text", "{}"},
       {5, true, scripted_object(Mapping{{"a", 1}}), "{}"},
       {Mapping{{"a", 1}}, List{Tuple{"a", 2}}, 7, "{'a': 1}"},
   };

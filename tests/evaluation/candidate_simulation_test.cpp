@@ -116,8 +116,9 @@ TEST_F(CandidateSimulation, PayloadsThatAreFalseGiveNone) {
   // A payload without an id, and one of pairs.
   EXPECT_TRUE(
       simulate(Mapping{{"submission_payloads", List{Mapping()}}}).at("eval_id").is_absent());
-  EXPECT_EQ(
-      simulate(Mapping{{"submission_payloads", List{List{Tuple{"eval_id", 3}}}}}).at("eval_id"), 3);
+  EXPECT_EQ(simulate(Mapping{{"submission_payloads", List{Value(List{Tuple{"eval_id", 3}})}}})
+                .at("eval_id"),
+            3);
 }
 
 TEST_F(CandidateSimulation, ReasonWithAndWithoutDetail) {

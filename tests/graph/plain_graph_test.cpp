@@ -67,8 +67,8 @@ TEST(ThawGraphData, GivesAnEqualGraphThatSharesNothing) {
 
 TEST(ThawGraphData, ReadsPairsByIndex) {
   EXPECT_EQ(thaw_graph_data(Tuple{"scalar", 5, "more"}).integer(), 5);
-  EXPECT_EQ(repr(thaw_graph_data(List{"list", Tuple{Tuple{"scalar", 1, 2}}})), "[1]");
-  EXPECT_EQ(repr(thaw_graph_data(Tuple{"dict", List{List{"k", Tuple{"scalar", 1}, 3}}})),
+  EXPECT_EQ(repr(thaw_graph_data(List{"list", Tuple{Value(Tuple{"scalar", 1, 2})}})), "[1]");
+  EXPECT_EQ(repr(thaw_graph_data(Tuple{"dict", List{Value(List{"k", Tuple{"scalar", 1}, 3})}})),
             "{'k': 1}");
 }
 
@@ -179,7 +179,7 @@ TEST(DeepGraphs, WithinTheLimitAreFine) {
   const Value deep = nested(kMaximumNesting);
   EXPECT_EQ(error_of([&] { return plain_graph_data(deep); }), "no error");
   EXPECT_EQ(error_of([&] { return thaw_graph_data(freeze_graph_data(deep)); }), "no error");
-  EXPECT_NE(error_of([&] { return plain_graph_data(List{List{deep}}); }), "no error");
+  EXPECT_NE(error_of([&] { return plain_graph_data(List{Value(List{deep})}); }), "no error");
 }
 
 TEST(PlainInitialCandidates, TakeAbsentAndTheExactListAlone) {

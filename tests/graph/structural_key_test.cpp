@@ -106,7 +106,7 @@ TEST(StructuralKey, KindsDiffer) {
   EXPECT_FALSE(same_key("", Value()));
   EXPECT_FALSE(same_key("1", 1));
   EXPECT_FALSE(same_key(List{1}, 1));
-  EXPECT_FALSE(same_key(List{List{}, 1}, List{List{1}}));
+  EXPECT_FALSE(same_key(List{List{}, 1}, List{Value(List{1})}));
   EXPECT_FALSE(same_key(List{Mapping{{"a", 1}}}, Mapping{{"a", List{1}}}));
 }
 
@@ -119,7 +119,7 @@ TEST(StructuralKey, LongTextsAndContainers) {
     for (std::size_t i = 0; i < size; ++i)
       list.append(Value());
     EXPECT_TRUE(same_key(list, plain_graph_data(list)));
-    EXPECT_FALSE(same_key(list, List{list}));
+    EXPECT_FALSE(same_key(list, List{Value(list)}));
   }
 }
 

@@ -68,7 +68,7 @@ TEST(NodeNames, AreFoundUnderChildrenAlone) {
 }
 
 TEST(NodeNames, AreFoundInSequencesWithinSequences) {
-  const Value graph = List{node("a"), Tuple{node("b"), List{List{node("c")}}}, "no node", 3};
+  const Value graph = List{node("a"), Tuple{node("b"), List{Value(List{node("c")})}}, "no node", 3};
   EXPECT_THAT(graph_node_names(graph), ElementsAre("a", "b", "c"));
   EXPECT_THAT(graph_node_names(Mapping{{"children", Tuple{List{node("d")}}}}), ElementsAre("d"));
 }

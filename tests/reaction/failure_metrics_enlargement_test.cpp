@@ -150,7 +150,7 @@ TEST_F(WithExpandedFailures, TakeWhatAMappingCanBeMadeOf) {
   EXPECT_EQ(repr(enlarged(Mapping{
                 {"failures", List{Tuple{"a", 1}, List{"sharpe_min", Mapping{{"value", 9}}}}}})),
             "{'failures': [('a', 1), ['sharpe_min', {'value': 9}]]}");
-  EXPECT_EQ(repr(enlarged(Mapping{{"failures", Tuple{Tuple{"a", 1}}}})),
+  EXPECT_EQ(repr(enlarged(Mapping{{"failures", Tuple{Value(Tuple{"a", 1})}}})),
             "{'failures': {'a': 1, 'sharpe_min': {'reason': 'sharpe_min', 'detail': {'value': 1, "
             "'threshold': 2}}}}");
   EXPECT_EQ(error_of([&] {

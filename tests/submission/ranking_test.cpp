@@ -151,7 +151,7 @@ TEST_F(Ranking, GraphWithoutATextFailsAlsoWhereNothingIsTied) {
   };
   EXPECT_EQ(ranked_alone(Mapping{{1, "a"}}),
             "TypeError: genetic initial candidate graph keys must be strings");
-  EXPECT_EQ(ranked_alone(List{List{Tuple()}}),
+  EXPECT_EQ(ranked_alone(List{Value(List{Tuple()})}),
             "TypeError: genetic initial candidates must contain only plain graph data");
   EXPECT_EQ(ranked_alone(List{scripted_object(Mapping())}),
             "TypeError: genetic initial candidates must contain only plain graph data");
@@ -169,7 +169,7 @@ TEST_F(Ranking, GraphWithoutATextFailsAlsoWhereNothingIsTied) {
   EXPECT_EQ(ranked_alone(endless), "RecursionError: maximum recursion depth exceeded");
   endless.set(0, Value());  // Or it would never be freed.
   // The host's own containers are walked as well.
-  EXPECT_EQ(ranked_alone(as_host_containers(List{List{Tuple()}})),
+  EXPECT_EQ(ranked_alone(as_host_containers(List{Value(List{Tuple()})})),
             "TypeError: genetic initial candidates must contain only plain graph data");
   EXPECT_EQ(ranked_alone(Mapping{{"node", 1.5}, {"children", List{true, Value()}}}), "other");
 }

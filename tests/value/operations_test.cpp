@@ -161,7 +161,7 @@ TEST(Contains, AnswersByTheKindOfTheContainer) {
       {List{1, "a"}, "a", "yes"},
       {List{1, "a"}, 1.0, "yes"},
       {List{1, "a"}, "b", "no"},
-      {List{List{1}}, List{1}, "yes"},
+      {List{Value(List{1})}, List{1}, "yes"},
       {List{nan}, nan, "yes"},
       {List{nan}, Value(std::nan("")), "no"},
       {Tuple{1, Value()}, Value(), "yes"},

@@ -59,7 +59,7 @@ TEST(Value, CopyingSharesTheContainer) {
 }
 
 TEST(Value, AssigningAContainerToItsOwnItemIsSafe) {
-  Value value = List{List{1}};
+  Value value = List{Value(List{1})};
   value = value.list().at(0);
   EXPECT_TRUE(value == Value(List{1}));
   value = *&value;
