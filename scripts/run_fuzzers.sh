@@ -5,7 +5,7 @@
 #
 # Each target runs for SECONDS, 30 unless told, as many at once as there are processors, and begins
 # with the texts of tests/fuzz/corpus and with what earlier runs found, under build/fuzz/found. An
-# input that breaks a target is left in build/fuzz/failures; "build/fuzz/bin/fuzz_NAME FILE" runs it
+# input that breaks a target is left in build/fuzz/failures; "build/asan/bin/fuzz_NAME FILE" runs it
 # again.
 set -euo pipefail
 
@@ -21,14 +21,14 @@ if ((${#targets[@]} == 0)); then
   done
 fi
 
-cmake --preset fuzz --log-level=WARNING
-cmake --build --preset fuzz --target "${targets[@]/#/fuzz_}"
+cmake --preset asan --log-level=WARNING
+cmake --build --preset asan --target "${targets[@]/#/fuzz_}"
 mkdir -p build/fuzz/failures
 
 fuzz() {  # target
   local found=build/fuzz/found/$1 log=build/fuzz/$1.log
   mkdir -p "$found"
-  if build/fuzz/bin/fuzz_"$1" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+  if build/asan/bin/fuzz_"$1" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
     -artifact_prefix="build/fuzz/failures/$1-" "$found" "tests/fuzz/corpus/$1" >"$log" 2>&1; then
     echo "$1: $(grep -o 'Done [0-9]* runs' "$log"), nothing found"
     return 0
