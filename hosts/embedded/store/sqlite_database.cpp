@@ -74,7 +74,7 @@ int checked_size(std::string_view text) {
 }  // namespace
 
 SqliteDatabase::SqliteDatabase(const std::string& path, int busy_timeout_milliseconds)
-    : path_(path), owner_(::getpid()) {
+    : path_(path), busy_timeout_(busy_timeout_milliseconds), owner_(::getpid()) {
   // No mutex: the process has one thread.
   const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
   const int result = ::sqlite3_open_v2(path_.c_str(), &handle_, flags, nullptr);

@@ -29,6 +29,7 @@ class SqliteDatabase {
   ~SqliteDatabase();
 
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
+  [[nodiscard]] int busy_timeout_milliseconds() const noexcept { return busy_timeout_; }
   [[nodiscard]] sqlite3* handle() const noexcept { return handle_; }
   [[nodiscard]] bool belongs_to_this_process() const noexcept;
   // Throws where it does not belong to this process.
@@ -46,6 +47,7 @@ class SqliteDatabase {
 
  private:
   std::string path_;
+  int busy_timeout_;
   pid_t owner_;
   sqlite3* handle_ = nullptr;
 };

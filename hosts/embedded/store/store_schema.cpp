@@ -1,6 +1,7 @@
 #include "hosts/embedded/store/store_schema.hpp"
 
 #include <array>
+#include <chrono>
 
 #include <fmt/format.h>
 
@@ -169,6 +170,23 @@ void bring_up_to_date(SqliteDatabase& database) {
   transaction.commit();
 }
 
+// The journal mode that the file has then. Two connections that turn it on at once both hold what
+// the other one needs: SQLite fails then without waiting, and trying again is the cure.
+std::string turn_on_write_ahead_logging(SqliteDatabase& database, const char* doing) {
+  using Clock = std::chrono::steady_clock;
+  constexpr int kPauseMilliseconds = 5;
+  const auto deadline =
+      Clock::now() + std::chrono::milliseconds(database.busy_timeout_milliseconds());
+  for (;;) {
+    try {
+      return database.query_text("PRAGMA journal_mode = WAL", doing);
+    } catch (const StoreBusyError&) {
+      if (Clock::now() >= deadline) throw;
+    }
+    ::sqlite3_sleep(kPauseMilliseconds);
+  }
+}
+
 }  // namespace
 
 void prepare_schema(SqliteDatabase& database) {
@@ -178,7 +196,7 @@ void prepare_schema(SqliteDatabase& database) {
                      "check the permissions of the file and of its folder");
   }
   constexpr const char* kDoing = "turning on write-ahead logging";
-  const std::string mode = database.query_text("PRAGMA journal_mode = WAL", kDoing);
+  const std::string mode = turn_on_write_ahead_logging(database, kDoing);
   if (mode != "wal") {
     throw StoreError(database.path(), fmt::format("{} failed: the mode stays {}", kDoing, mode),
                      "keep the file on a local disk; network file systems cannot do it");

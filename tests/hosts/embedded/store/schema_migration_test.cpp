@@ -193,7 +193,8 @@ TEST_F(SchemaMigration, IsDoneOnceByProcessesThatOpenAtOnce) {
     try {
       RunStore store(path_, {.busy_timeout_milliseconds = 60'000});
       ::_exit(store.runs().size() == 2 ? 0 : 1);
-    } catch (const StoreError&) {
+    } catch (const StoreError& error) {
+      std::fprintf(stderr, "%s\n", error.what());
       ::_exit(2);
     }
   }
