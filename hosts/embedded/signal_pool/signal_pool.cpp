@@ -119,6 +119,7 @@ std::vector<std::size_t> SignalPool::correlated_first(const ArrayXd& pnl, Rememb
   }
   std::sort(likeness.begin(), likeness.end());
   std::vector<std::size_t> order;
+  order.reserve(likeness.size());
   for (const auto& [opposite_correlation, member] : likeness)
     order.push_back(member);
   return order;
