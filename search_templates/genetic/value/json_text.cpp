@@ -1,6 +1,5 @@
 #include "search_templates/genetic/value/json_text.hpp"
 
-#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <span>

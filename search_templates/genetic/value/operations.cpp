@@ -118,8 +118,7 @@ double difference(const Value& left, const Value& right) {
 }
 
 Mapping writable_mapping(const Value& value) {
-  std::optional<Mapping> record =
-      value.is_object() ? value.object().as_record() : as_mapping(value);
+  std::optional<Mapping> record = as_record(value);
   if (!record) {
     throw TypeError("'" + type_name(value) + "' object does not support item assignment");
   }

@@ -256,10 +256,17 @@ std::span<const Value> Tuple::items() const noexcept {
 
 // Mappings.
 
+namespace {
+
+Value unless_missing(std::optional<Value> found, const Value& key) {
+  if (!found) throw KeyError(repr(key));
+  return *std::move(found);
+}
+
+}  // namespace
+
 Value MappingStorage::at(const Value& key) const {
-  std::optional<Value> value = find(key);
-  if (!value) throw KeyError(repr(key));
-  return *std::move(value);
+  return unless_missing(find(key), key);
 }
 
 Mapping::Mapping(std::size_t capacity)
@@ -299,9 +306,7 @@ Value Mapping::get(const Value& key, const Value& fallback) const {
 
 Value Mapping::at(const Value& key) const {
   if (const MappingStorage* const host = storage()) return host->at(key);
-  std::optional<Value> value = find(key);
-  if (!value) throw KeyError(repr(key));
-  return *std::move(value);
+  return unless_missing(find(key), key);
 }
 
 bool Mapping::contains(const Value& key) const {

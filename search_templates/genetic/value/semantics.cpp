@@ -476,9 +476,12 @@ std::optional<Mapping> as_mapping(const Value& value) {
   return std::nullopt;
 }
 
+std::optional<Mapping> as_record(const Value& value) {
+  return value.is_object() ? value.object().as_record() : as_mapping(value);
+}
+
 Mapping record_of(const Value& value) {
-  std::optional<Mapping> record =
-      value.is_object() ? value.object().as_record() : as_mapping(value);
+  std::optional<Mapping> record = as_record(value);
   if (!record) throw AttributeError("'" + type_name(value) + "' object has no attribute 'get'");
   return *std::move(record);
 }

@@ -67,8 +67,10 @@ void append_repr(std::string& out, const Value& value);
 
 // A handle on the value as a mapping, when it is any kind of mapping.
 [[nodiscard]] std::optional<Mapping> as_mapping(const Value& value);
-// The same for a record that a rule reads by key: AttributeError "'int' object has no attribute
-// 'get'" for what is no mapping.
+// The same for a record that a rule reads or writes by key, which may be any object of the host
+// (HostObject::as_record). record_of throws AttributeError "'int' object has no attribute 'get'"
+// where there is none.
+[[nodiscard]] std::optional<Mapping> as_record(const Value& value);
 [[nodiscard]] Mapping record_of(const Value& value);
 // Whether it is a text, list or tuple, or an instance of a subclass of it.
 [[nodiscard]] bool is_instance_of(const Value& value, Kind kind);

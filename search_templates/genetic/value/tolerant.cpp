@@ -19,11 +19,11 @@ Value number(const Value& value, const Value& fallback) {
 
 Value optional_correlation(const Value& value) {
   if (value.is_absent()) return {};
-  const ValueError must_be_finite{std::string(kCorrelationMustBeFinite)};
+  const auto must_be_finite = [] { return ValueError(std::string(kCorrelationMustBeFinite)); };
   const double converted = catching(
       kConversionErrors, [&value] { return to_float(value); },
-      [&must_be_finite](const Error&) -> double { throw_in_place(must_be_finite); });
-  if (!std::isfinite(converted)) throw ValueError(must_be_finite);
+      [&must_be_finite](const Error&) -> double { throw_in_place(must_be_finite()); });
+  if (!std::isfinite(converted)) throw must_be_finite();
   return converted;
 }
 
