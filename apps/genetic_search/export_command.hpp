@@ -3,7 +3,7 @@
 
 #include "apps/genetic_search/commands.hpp"
 #include "apps/genetic_search/output.hpp"
-#include "hosts/embedded/search/interrupt.hpp"
+#include "hosts/embedded/system/interrupt.hpp"
 
 namespace varnholt::app {
 

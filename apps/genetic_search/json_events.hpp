@@ -10,7 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "hosts/embedded/search/search_events.hpp"
+#include "hosts/embedded/host/search_events.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::app {

@@ -17,7 +17,7 @@ namespace {
 // How long a write waits before it looks for an interrupt again.
 constexpr int kWaitMilliseconds = 100;
 
-std::string_view mend(int error_number) {
+std::string_view remedy(int error_number) {
   switch (error_number) {
     case ENOSPC:
     case EDQUOT:
@@ -69,7 +69,7 @@ void Output::fail(int error_number) {
   } else {
     failure_ = std::make_exception_ptr(OutputError(
         fmt::format("cannot write to {}: {}{}", name_,
-                    std::generic_category().message(error_number), mend(error_number))));
+                    std::generic_category().message(error_number), remedy(error_number))));
   }
   if (on_failure_ == Failure::EndsRun && interrupt_.requests == 0) interrupt_.requests = 1;
 }

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "hosts/embedded/search/interrupt.hpp"
+#include "hosts/embedded/system/interrupt.hpp"
 
 namespace varnholt::app {
 

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "apps/genetic_search/text_layout.hpp"
-#include "hosts/embedded/search/search_events.hpp"
+#include "hosts/embedded/host/search_events.hpp"
 
 namespace varnholt::app {
 

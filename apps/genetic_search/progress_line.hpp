@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "hosts/embedded/search/search_events.hpp"
+#include "hosts/embedded/host/search_events.hpp"
 
 namespace varnholt::app {
 

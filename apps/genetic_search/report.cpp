@@ -65,7 +65,7 @@ SignalRow signal_row(const CandidateRecorded& signal) {
 
 // A threshold with the option that relaxes it, or with the key of the configuration where there is
 // no option.
-struct Mend {
+struct Remedy {
   genetic::Key reason;
   const char* first;  // What else helps, and often better.
   const char* setting;
@@ -75,7 +75,7 @@ struct Mend {
 
 constexpr const char* kOtherPool = "begin another pool with --pool NAME, or ";
 
-std::array<Mend, 11> threshold_mends(const embedded::HostConfig& config) {
+std::array<Remedy, 11> threshold_remedies(const embedded::HostConfig& config) {
   namespace reasons = genetic::reasons;
   const embedded::GateThresholds& gates = config.gates;
   const embedded::HardLimits& limits = config.limits;
@@ -157,11 +157,11 @@ std::string best_signals_text(const std::vector<CandidateRecorded>& best, Width 
   return signal_table_text(columns, rows, width);
 }
 
-std::string mend_for(const std::string& reason, const SearchOptions& options) {
-  for (const Mend& mend : threshold_mends(options.config)) {
-    if (mend.reason.view() != reason) continue;
-    return fmt::format("{}{} {} {} {}", mend.first, mend.is_minimum ? "lower" : "raise",
-                       mend.setting, mend.is_minimum ? "below" : "above", mend.threshold);
+std::string remedy_for(const std::string& reason, const SearchOptions& options) {
+  for (const Remedy& remedy : threshold_remedies(options.config)) {
+    if (remedy.reason.view() != reason) continue;
+    return fmt::format("{}{} {} {} {}", remedy.first, remedy.is_minimum ? "lower" : "raise",
+                       remedy.setting, remedy.is_minimum ? "below" : "above", remedy.threshold);
   }
   if (reason == "worker_timeout") {
     return fmt::format("raise --timeout above {}", options.timeout_seconds);
@@ -181,10 +181,10 @@ std::string nothing_passed_text(const embedded::SearchProgress& progress,
   const std::vector<FailureCount> failures = most_frequent_first(progress.failures);
   for (std::size_t i = 0; i < std::min(failures.size(), kListedReasons); ++i) {
     const auto& [reason, count] = failures[i];
-    const std::string mend = mend_for(reason, options);
+    const std::string remedy = remedy_for(reason, options);
     text += fmt::format("{:>8}  {}\n", count,
-                        mend.empty() ? on_one_line(reason)
-                                     : padded(reason, kReasonWidth, Align::Left) + "  " + mend);
+                        remedy.empty() ? on_one_line(reason)
+                                       : padded(reason, kReasonWidth, Align::Left) + "  " + remedy);
   }
   return text;
 }

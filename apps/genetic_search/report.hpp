@@ -9,7 +9,7 @@
 
 #include "apps/genetic_search/text_layout.hpp"
 #include "hosts/embedded/gates/gates.hpp"
-#include "hosts/embedded/search/search_events.hpp"
+#include "hosts/embedded/host/search_events.hpp"
 #include "hosts/embedded/search/search_options.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -35,8 +35,8 @@ namespace varnholt::app {
                                               const embedded::SearchOptions& options);
 
 // What to change for a candidate that fails for `reason`; empty for a reason without a remedy.
-[[nodiscard]] std::string mend_for(const std::string& reason,
-                                   const embedded::SearchOptions& options);
+[[nodiscard]] std::string remedy_for(const std::string& reason,
+                                     const embedded::SearchOptions& options);
 
 // Why the run ended, in words and without a full stop.
 [[nodiscard]] std::string end_in_words(const embedded::SearchSummary& summary,

@@ -5,9 +5,9 @@
 
 #include "apps/genetic_search/commands.hpp"
 #include "apps/genetic_search/run_observer.hpp"
-#include "hosts/embedded/search/interrupt.hpp"
-#include "hosts/embedded/search/search_events.hpp"
+#include "hosts/embedded/host/search_events.hpp"
 #include "hosts/embedded/search/search_options.hpp"
+#include "hosts/embedded/system/interrupt.hpp"
 
 namespace varnholt::app {
 

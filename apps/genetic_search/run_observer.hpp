@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "apps/genetic_search/output.hpp"
-#include "hosts/embedded/search/search_events.hpp"
+#include "hosts/embedded/host/search_events.hpp"
 
 namespace varnholt::app {
 

@@ -8,7 +8,7 @@
 #include <fmt/format.h>
 
 #include "hosts/embedded/backtest/statistics.hpp"
-#include "hosts/embedded/search/embedded_host.hpp"
+#include "hosts/embedded/host/embedded_host.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::app {

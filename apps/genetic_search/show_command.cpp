@@ -11,7 +11,7 @@
 #include "apps/genetic_search/signal_table.hpp"
 #include "apps/genetic_search/store_reader.hpp"
 #include "apps/genetic_search/stored_signal.hpp"
-#include "hosts/embedded/search/statistics_object.hpp"
+#include "hosts/embedded/host/statistics_object.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 

@@ -5,7 +5,7 @@
 
 #include <signal.h>
 
-#include "hosts/embedded/search/interrupt.hpp"
+#include "hosts/embedded/system/interrupt.hpp"
 
 namespace varnholt::app {
 

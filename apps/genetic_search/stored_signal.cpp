@@ -5,7 +5,7 @@
 #include "apps/genetic_search/names.hpp"
 #include "apps/genetic_search/signal_table.hpp"
 #include "apps/genetic_search/usage_error.hpp"
-#include "hosts/embedded/search/json_value.hpp"
+#include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/semantics.hpp"

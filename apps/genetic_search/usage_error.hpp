@@ -5,7 +5,7 @@
 
 namespace varnholt::app {
 
-// The text names the argument and the mend.
+// The text names the argument and the remedy.
 class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

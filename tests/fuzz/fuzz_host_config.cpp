@@ -16,7 +16,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   } catch (const varnholt::embedded::HostConfigError& error) {
     const std::string text = error.what();
     require(text.starts_with("host.toml: ") && text.find(';') != std::string::npos,
-            "an error names the file and the mend");
+            "an error names the file and the remedy");
   }
   return 0;
 }

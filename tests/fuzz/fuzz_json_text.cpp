@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "hosts/embedded/search/json_value.hpp"
+#include "hosts/embedded/host/json_value.hpp"
 #include "search_templates/genetic/host/json_reader.hpp"
 #include "search_templates/genetic/reaction/failure_metrics.hpp"
 #include "search_templates/genetic/value/errors.hpp"

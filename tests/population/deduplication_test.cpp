@@ -1,4 +1,4 @@
-// Structural deduplication: what is counted and when, how long a batch is mended, and when the
+// Structural deduplication: what is counted and when, how long a batch is refilled, and when the
 // random stream is fetched and stored. Method: scripted sources of graphs and a log of every
 // access.
 #include "search_templates/genetic/population/deduplication.hpp"

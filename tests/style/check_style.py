@@ -24,21 +24,41 @@ CPP_SUFFIXES = {".cpp", ".hpp"}
 # Texts that are not ours to shape: data, and the licence.
 UNSHAPED = re.compile(r"(^|/)data/|^LICENSE$|\.(csv|tsv|jsonl)$")
 
-# From the ground up: a folder includes only folders that stand before it.
+# The rooms of a building, from the ground up: a folder includes only folders that stand before it.
 LIBRARY = "search_templates/genetic"
-LIBRARY_FOLDERS = (
-    "value",
-    "host",
-    "settings",
-    "context",
-    "graph",
-    "population",
-    "submission",
-    "evaluation",
-    "reaction",
-    "process",
-    "driver",
-)
+ROOMS = {
+    LIBRARY: (
+        "value",
+        "host",
+        "settings",
+        "context",
+        "graph",
+        "population",
+        "submission",
+        "evaluation",
+        "reaction",
+        "process",
+        "driver",
+    ),
+    "hosts/embedded": (
+        "system",
+        "market",
+        "vocabulary",
+        "operators",
+        "planner",
+        "backtest",
+        "timing",
+        "pool",
+        "store",
+        "attempts",
+        "signal_pool",
+        "submission",
+        "gates",
+        "config",
+        "host",
+        "search",
+    ),
+}
 # What each top folder may include besides itself. Tests and benchmarks may include everything.
 REACH = {
     "search_templates/": ("search_templates/",),
@@ -234,12 +254,17 @@ def check_purity(file: SourceFile) -> Iterator[Finding]:
                 yield Finding(file.path, number, f'library says "{found.group().strip()}"', advice)
 
 
-def library_level(path: str) -> int | None:
-    """The place of a library file's folder in the order; None for one right under the library."""
-    rest = path[len(LIBRARY) + 1 :].split("/")
+def building_of(path: str) -> str | None:
+    """The building with ordered rooms that a file stands in, if any."""
+    return next((building for building in ROOMS if path.startswith(building + "/")), None)
+
+
+def room_level(building: str, path: str) -> int | None:
+    """The place of a file's room in the order; None for one right under its building."""
+    rest = path[len(building) + 1 :].split("/")
     if len(rest) == 1:
         return None
-    return LIBRARY_FOLDERS.index(rest[0]) if rest[0] in LIBRARY_FOLDERS else -1
+    return ROOMS[building].index(rest[0]) if rest[0] in ROOMS[building] else -1
 
 
 def check_include_places(file: SourceFile, known: set[str]) -> Iterator[Finding]:
@@ -255,20 +280,22 @@ def check_include_places(file: SourceFile, known: set[str]) -> Iterator[Finding]
         if reach is not None and not quoted.startswith(reach):
             advice = f"files here include only {', '.join(reach)}"
             yield Finding(file.path, number, f'include "{quoted}" reaches too far', advice)
-        if not (file.path.startswith(LIBRARY + "/") and quoted.startswith(LIBRARY + "/")):
+        building = building_of(file.path)
+        if building is None or building_of(quoted) != building:
             continue
-        own, other = library_level(file.path), library_level(quoted)
+        own, other = room_level(building, file.path), room_level(building, quoted)
         if own is not None and (other is None or other > own):
-            order = ", ".join(LIBRARY_FOLDERS)
+            order = ", ".join(ROOMS[building])
             advice = f"include only folders that stand before your own in: {order}"
             yield Finding(file.path, number, f'include "{quoted}" goes upwards', advice)
 
 
-def check_library_folders(file: SourceFile) -> Iterator[Finding]:
-    if file.path.startswith(LIBRARY + "/") and file.suffix in CPP_SUFFIXES:
-        if library_level(file.path) == -1:
-            advice = "put it into one of: " + ", ".join(LIBRARY_FOLDERS)
-            yield Finding(file.path, 1, "unknown folder of the library", advice)
+def check_rooms(file: SourceFile) -> Iterator[Finding]:
+    building = building_of(file.path)
+    if building is not None and file.suffix in CPP_SUFFIXES:
+        if room_level(building, file.path) == -1:
+            advice = "put it into one of: " + ", ".join(ROOMS[building])
+            yield Finding(file.path, 1, f"unknown folder of {building}", advice)
 
 
 def find_circle(edges: dict[str, set[str]]) -> list[str] | None:
@@ -348,7 +375,7 @@ def check_tree(root: Path) -> list[Finding]:
         findings += check_headers_and_tests(file)
         if file.suffix in CPP_SUFFIXES:
             findings += check_purity(file)
-            findings += check_library_folders(file)
+            findings += check_rooms(file)
             findings += check_include_places(file, known)
     findings += check_circles(files)
     findings += pinned_versions({file.path: file for file in files})

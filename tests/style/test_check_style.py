@@ -130,10 +130,15 @@ def test_a_folder_includes_only_folders_above_it(tmp_path: Path) -> None:
             f"{LIBRARY}/driver/d.hpp": CLEAN_HEADER + f'#include "{LIBRARY}/genetic.hpp"\n',
             f"{LIBRARY}/genetic.hpp": CLEAN_HEADER,
             f"{LIBRARY}/attic/e.hpp": CLEAN_HEADER,
+            "hosts/embedded/market/m.hpp": CLEAN_HEADER
+            + '#include "hosts/embedded/search/s.hpp"\n'
+            + f'#include "{LIBRARY}/driver/d.hpp"\n',
+            "hosts/embedded/search/s.hpp": CLEAN_HEADER,
         },
     )
     assert found == [
-        (f"{LIBRARY}/attic/e.hpp", 1, "unknown folder of the library"),
+        ("hosts/embedded/market/m.hpp", 3, 'include "hosts/embedded/search/s.hpp" goes upwards'),
+        (f"{LIBRARY}/attic/e.hpp", 1, f"unknown folder of {LIBRARY}"),
         (f"{LIBRARY}/driver/d.hpp", 3, f'include "{LIBRARY}/genetic.hpp" goes upwards'),
         (f"{LIBRARY}/value/a.hpp", 3, f'include "{LIBRARY}/graph/b.hpp" goes upwards'),
     ]

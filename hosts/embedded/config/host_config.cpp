@@ -169,11 +169,11 @@ class Met {
 
   [[nodiscard]] const toml::node& node() const { return node_; }
 
-  [[noreturn]] void refuse(const std::string& problem, const std::string& mend) const {
+  [[noreturn]] void refuse(const std::string& problem, const std::string& remedy) const {
     const TextPosition begin = position_of(node_.source().begin);
     throw HostConfigError(
         source_.place(begin, key_, source_.shown(begin, position_of(node_.source().end))), problem,
-        mend);
+        remedy);
   }
 
  private:
@@ -225,17 +225,17 @@ void take(HostConfig& config, const IntegerKey& key, const Met& met) {
 }
 
 void take(HostConfig& config, const TextKey& key, const Met& met) {
-  const std::string mend = fmt::format(
+  const std::string remedy = fmt::format(
       "write 1 to {} printable ASCII characters, such as \"signals\"", kLongestPoolName);
   const auto* const text = met.node().as_string();
-  if (text == nullptr) met.refuse("is not a text", mend);
+  if (text == nullptr) met.refuse("is not a text", remedy);
   const std::string& bytes = text->get();
-  if (bytes.empty()) met.refuse("is empty", mend);
-  if (bytes.size() > kLongestPoolName) met.refuse("is too long", mend);
+  if (bytes.empty()) met.refuse("is empty", remedy);
+  if (bytes.size() > kLongestPoolName) met.refuse("is too long", remedy);
   // An escape sequence can write any character.
   const auto is_printable = [](char character) { return character >= 0x20 && character < 0x7f; };
   if (!std::all_of(bytes.begin(), bytes.end(), is_printable)) {
-    met.refuse("holds another character", mend);
+    met.refuse("holds another character", remedy);
   }
   key.field(config) = bytes;
 }
@@ -320,8 +320,8 @@ TextPosition broken_assertion(std::string_view text) {
 }
 
 [[noreturn]] void refuse_file(const std::filesystem::path& path, const std::string& problem,
-                              const std::string& mend) {
-  throw HostConfigError(ConfigPlace{path.string()}, problem, mend);
+                              const std::string& remedy) {
+  throw HostConfigError(ConfigPlace{path.string()}, problem, remedy);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// What is wrong with a configuration, where, and how to mend it.
+// What is wrong with a configuration, where, and how to fix it.
 #pragma once
 
 #include <cstddef>
@@ -18,11 +18,11 @@ struct ConfigPlace {
 };
 
 // Thrown by everything that reads a configuration. The text reads
-//   FILE: line L, column C, KEY: VALUE PROBLEM; MEND
+//   FILE: line L, column C, KEY: VALUE PROBLEM; REMEDY
 // and leaves out the parts that the place does not have.
 class HostConfigError : public std::runtime_error {
  public:
-  HostConfigError(ConfigPlace place, const std::string& problem, const std::string& mend);
+  HostConfigError(ConfigPlace place, const std::string& problem, const std::string& remedy);
 
   [[nodiscard]] const ConfigPlace& place() const noexcept { return place_; }
 

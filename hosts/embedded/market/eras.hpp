@@ -45,7 +45,7 @@ struct DaySpan {
   [[nodiscard]] Eigen::Index day_count() const { return end_day - first_day; }
 };
 
-// A history that cannot be split as it was asked for. The text names the figures and the mend.
+// A history that cannot be split as it was asked for. The text names the figures and the remedy.
 class EraError : public std::invalid_argument {
  public:
   using std::invalid_argument::invalid_argument;

@@ -7,11 +7,11 @@
 
 namespace varnholt::embedded {
 
-// What is wrong with a cell, as a clause that follows its value, and how to mend it. The reader of
+// What is wrong with a cell, as a clause that follows its value, and how to fix it. The reader of
 // the file adds the place.
 struct CellMistake {
   std::string problem;
-  std::string mend;
+  std::string remedy;
 };
 
 // Each of these throws CellMistake where the cell does not hold what it should.

@@ -32,7 +32,8 @@ std::string shown(const std::string& value) {
   return text + "\"";
 }
 
-std::string message(const PricePlace& place, const std::string& problem, const std::string& mend) {
+std::string message(const PricePlace& place, const std::string& problem,
+                    const std::string& remedy) {
   std::string text = place.file;
   if (place.line != 0) text.append(": line ").append(std::to_string(place.line));
   if (place.column != 0) {
@@ -42,13 +43,13 @@ std::string message(const PricePlace& place, const std::string& problem, const s
   } else {
     text.append(": ");
   }
-  return text + problem + "; " + mend;
+  return text + problem + "; " + remedy;
 }
 
 }  // namespace
 
 PriceFileError::PriceFileError(PricePlace place, const std::string& problem,
-                               const std::string& mend)
-    : std::runtime_error(message(place, problem, mend)), place_(std::move(place)) {}
+                               const std::string& remedy)
+    : std::runtime_error(message(place, problem, remedy)), place_(std::move(place)) {}
 
 }  // namespace varnholt::embedded

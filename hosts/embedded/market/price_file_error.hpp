@@ -1,4 +1,4 @@
-// What is wrong with a price file, where, and how to mend it.
+// What is wrong with a price file, where, and how to fix it.
 #pragma once
 
 #include <cstddef>
@@ -18,11 +18,11 @@ struct PricePlace {
 };
 
 // Thrown by everything that reads prices. The text reads
-//   FILE: line L, column C "NAME": "VALUE" PROBLEM; MEND
+//   FILE: line L, column C "NAME": "VALUE" PROBLEM; REMEDY
 // and leaves out the parts that the place does not have.
 class PriceFileError : public std::runtime_error {
  public:
-  PriceFileError(PricePlace place, const std::string& problem, const std::string& mend);
+  PriceFileError(PricePlace place, const std::string& problem, const std::string& remedy);
 
   [[nodiscard]] const PricePlace& place() const noexcept { return place_; }
 

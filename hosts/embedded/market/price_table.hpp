@@ -40,7 +40,7 @@ class PriceTable {
     try {
       return read_cell(rows_[row].fields[column]);
     } catch (const CellMistake& mistake) {
-      throw PriceFileError(place(row, column), mistake.problem, mistake.mend);
+      throw PriceFileError(place(row, column), mistake.problem, mistake.remedy);
     }
   }
 

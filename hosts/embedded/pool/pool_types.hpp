@@ -90,7 +90,7 @@ struct PoolCallbacks {
   std::function<void(const PoolOutcome&)> completed_callback;
 };
 
-// The pool cannot work as it was set up or in this process. The text names what and the mend.
+// The pool cannot work as it was set up or in this process. The text names what and the remedy.
 class PoolError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -4,10 +4,10 @@
 
 #include <fmt/format.h>
 
-#include "hosts/embedded/digest/digest.hpp"
 #include "hosts/embedded/gates/threshold_set.hpp"
 #include "hosts/embedded/market/price_file.hpp"
-#include "hosts/embedded/search/wall_clock.hpp"
+#include "hosts/embedded/system/digest.hpp"
+#include "hosts/embedded/system/wall_clock.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 

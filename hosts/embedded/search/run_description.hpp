@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <string>
 
+#include "hosts/embedded/host/search_events.hpp"
 #include "hosts/embedded/market/eras.hpp"
 #include "hosts/embedded/market/market_data.hpp"
-#include "hosts/embedded/search/search_events.hpp"
 #include "hosts/embedded/search/search_options.hpp"
 #include "hosts/embedded/store/run_store.hpp"
 #include "search_templates/genetic/driver/genetic_template.hpp"

@@ -7,11 +7,11 @@
 
 #include <fmt/format.h>
 
-#include "hosts/embedded/digest/digest.hpp"
 #include "hosts/embedded/gates/failure_detail.hpp"
-#include "hosts/embedded/search/json_value.hpp"
-#include "hosts/embedded/search/statistics_object.hpp"
-#include "hosts/embedded/search/wall_clock.hpp"
+#include "hosts/embedded/host/json_value.hpp"
+#include "hosts/embedded/host/statistics_object.hpp"
+#include "hosts/embedded/system/digest.hpp"
+#include "hosts/embedded/system/wall_clock.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "hosts/embedded/vocabulary/graph_node.hpp"
 #include "search_templates/genetic/graph/canonical_text.hpp"

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "hosts/embedded/gates/gates.hpp"
-#include "hosts/embedded/search/embedded_context.hpp"
-#include "hosts/embedded/search/lineage.hpp"
-#include "hosts/embedded/search/search_events.hpp"
+#include "hosts/embedded/host/embedded_context.hpp"
+#include "hosts/embedded/host/lineage.hpp"
+#include "hosts/embedded/host/search_events.hpp"
 #include "hosts/embedded/store/run_store.hpp"
 #include "hosts/embedded/submission/submission_queue.hpp"
 #include "search_templates/genetic/value/value.hpp"

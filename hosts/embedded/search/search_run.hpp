@@ -1,9 +1,9 @@
 // One search, from the price file to the best signals.
 #pragma once
 
-#include "hosts/embedded/search/interrupt.hpp"
-#include "hosts/embedded/search/search_events.hpp"
+#include "hosts/embedded/host/search_events.hpp"
 #include "hosts/embedded/search/search_options.hpp"
+#include "hosts/embedded/system/interrupt.hpp"
 
 namespace varnholt::embedded {
 

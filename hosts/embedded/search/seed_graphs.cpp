@@ -6,7 +6,7 @@
 
 #include <fmt/format.h>
 
-#include "hosts/embedded/search/json_value.hpp"
+#include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/vocabulary/graph_node.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 

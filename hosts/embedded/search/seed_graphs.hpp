@@ -12,7 +12,7 @@
 
 namespace varnholt::embedded {
 
-// A seeds file that cannot be used. The text names the file, the graph in it and the mend.
+// A seeds file that cannot be used. The text names the file, the graph in it and the remedy.
 class SeedFileError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -14,9 +14,9 @@
 #include <unistd.h>
 
 #include "hosts/embedded/backtest/evaluator.hpp"
-#include "hosts/embedded/digest/digest.hpp"
+#include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/market/price_file.hpp"
-#include "hosts/embedded/search/json_value.hpp"
+#include "hosts/embedded/system/digest.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -30,8 +30,8 @@ constexpr std::size_t kBufferBytes = std::size_t{1} << 20U;
                           fmt::format("cannot write {}", path.string()));
 }
 
-[[noreturn]] void refuse(const fs::path& path, std::string_view trouble, std::string_view mend) {
-  throw ExportError(fmt::format("{}: {}; {}", path.string(), trouble, mend));
+[[noreturn]] void refuse(const fs::path& path, std::string_view trouble, std::string_view remedy) {
+  throw ExportError(fmt::format("{}: {}; {}", path.string(), trouble, remedy));
 }
 
 [[noreturn]] void refuse_existing(const fs::path& path) {

@@ -17,8 +17,8 @@
 
 namespace varnholt::embedded {
 
-// An export that cannot be done as it was asked for. The text names the file and the mend; nothing
-// was written.
+// An export that cannot be done as it was asked for. The text names the file and the remedy;
+// nothing was written.
 class ExportError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -2,8 +2,8 @@
 
 #include <optional>
 
-#include "hosts/embedded/search/json_value.hpp"
-#include "hosts/embedded/search/statistics_object.hpp"
+#include "hosts/embedded/host/json_value.hpp"
+#include "hosts/embedded/host/statistics_object.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
 #include "search_templates/genetic/value/keys.hpp"

@@ -7,8 +7,8 @@
 
 #include "hosts/embedded/backtest/evaluator.hpp"
 #include "hosts/embedded/backtest/out_of_sample.hpp"
+#include "hosts/embedded/host/search_events.hpp"
 #include "hosts/embedded/market/eras.hpp"
-#include "hosts/embedded/search/search_events.hpp"
 #include "hosts/embedded/store/run_store.hpp"
 
 namespace varnholt::embedded {

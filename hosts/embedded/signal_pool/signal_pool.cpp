@@ -7,9 +7,9 @@
 
 #include <fmt/format.h>
 
-#include "hosts/embedded/digest/digest.hpp"
 #include "hosts/embedded/signal_pool/pool_errors.hpp"
 #include "hosts/embedded/store/sqlite_database.hpp"
+#include "hosts/embedded/system/digest.hpp"
 
 namespace varnholt::embedded {
 

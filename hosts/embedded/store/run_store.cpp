@@ -5,11 +5,11 @@
 
 #include <fmt/format.h>
 
-#include "hosts/embedded/store/process_identity.hpp"
 #include "hosts/embedded/store/run_store_statements.hpp"
 #include "hosts/embedded/store/sqlite_database.hpp"
 #include "hosts/embedded/store/store_rows.hpp"
 #include "hosts/embedded/store/store_schema.hpp"
+#include "hosts/embedded/system/process_identity.hpp"
 
 namespace varnholt::embedded {
 namespace {

@@ -13,7 +13,7 @@
 // and decide nothing.
 //
 // A store belongs to the process that opened it; in a forked child every call throws. All failures
-// are StoreErrors, which name the file, what was being done, and the mend. After one, nothing of
+// are StoreErrors, which name the file, what was being done, and the remedy. After one, nothing of
 // the call is in the file, and the store can still be used.
 #pragma once
 

@@ -11,7 +11,7 @@ namespace varnholt::embedded {
 namespace {
 
 // What a person can do about a result code. The numbers are those of <sqlite3.h>.
-std::string_view mend(int code) {
+std::string_view remedy(int code) {
   switch (code & 0xff) {
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
@@ -132,9 +132,9 @@ void SqliteDatabase::fail(const char* doing) const {
       fmt::format("{} failed: {}{}", doing, ::sqlite3_errmsg(handle_), cause);
   const int primary = code & 0xff;
   if (primary == SQLITE_BUSY || primary == SQLITE_LOCKED) {
-    throw StoreBusyError(path_, trouble, mend(code));
+    throw StoreBusyError(path_, trouble, remedy(code));
   }
-  throw StoreError(path_, trouble, mend(code));
+  throw StoreError(path_, trouble, remedy(code));
 }
 
 SqliteStatement::SqliteStatement(SqliteDatabase& database, const char* sql, const char* doing)

@@ -1,6 +1,6 @@
 // SQLite behind four small classes: a connection, a prepared statement, one use of it, and a
 // transaction. Every failure becomes a StoreError that names the file, what was being done, and
-// the mend.
+// the remedy.
 #pragma once
 
 #include <cstdint>

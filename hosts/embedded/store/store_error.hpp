@@ -7,14 +7,14 @@
 
 namespace varnholt::embedded {
 
-// Names the file, what was being done and why it failed, and the mend:
+// Names the file, what was being done and why it failed, and the remedy:
 // "store /data/runs.db: recording evaluations failed: database is locked; another process is ...".
 class StoreError : public std::runtime_error {
  public:
-  StoreError(const std::string& path, std::string_view trouble, std::string_view mend)
+  StoreError(const std::string& path, std::string_view trouble, std::string_view remedy)
       : std::runtime_error(
             std::string("store ").append(path).append(": ").append(trouble).append("; ").append(
-                mend)) {}
+                remedy)) {}
 };
 
 // Another process holds the lock, and the time to wait for it is over. Nothing of the call is in

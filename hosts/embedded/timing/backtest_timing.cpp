@@ -8,7 +8,7 @@
 
 #include <fmt/format.h>
 
-#include "hosts/embedded/digest/digest.hpp"
+#include "hosts/embedded/system/digest.hpp"
 #include "search_templates/genetic/graph/canonical_text.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/semantics.hpp"

@@ -9,7 +9,7 @@
 #include <string>
 #include <unordered_map>
 
-#include "hosts/embedded/store/process_identity.hpp"
+#include "hosts/embedded/system/process_identity.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::embedded {

@@ -7,7 +7,7 @@
 
 #include <utility>
 
-#include "hosts/embedded/store/process_identity.hpp"
+#include "hosts/embedded/system/process_identity.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::embedded {

@@ -17,7 +17,7 @@
 namespace varnholt::embedded {
 
 // The shape of a graph that follows the rules. Throws GraphError, which names the place and the
-// mend, for one that does not.
+// remedy, for one that does not.
 [[nodiscard]] GraphShape check_graph(const genetic::Value& graph, const Vocabulary& vocabulary,
                                      const GraphLimits& limits = {});
 

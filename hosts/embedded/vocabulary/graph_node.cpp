@@ -31,8 +31,8 @@ std::string read_text(const genetic::Mapping& node, genetic::Key key, std::strin
 }  // namespace
 
 GraphError::GraphError(const std::string& place, const std::string& problem,
-                       const std::string& mend)
-    : ValueError("graph, " + place + ": " + problem + "; " + mend) {}
+                       const std::string& remedy)
+    : ValueError("graph, " + place + ": " + problem + "; " + remedy) {}
 
 std::string GraphPlace::text() const {
   if (parent == nullptr) return "root";

@@ -16,11 +16,11 @@
 
 namespace varnholt::embedded {
 
-// A graph that does not follow the rules. The text reads "graph, PLACE: PROBLEM; MEND", where the
+// A graph that does not follow the rules. The text reads "graph, PLACE: PROBLEM; REMEDY", where the
 // place is "root" or a path such as "children[1].children[0]".
 class GraphError : public genetic::ValueError {
  public:
-  GraphError(const std::string& place, const std::string& problem, const std::string& mend);
+  GraphError(const std::string& place, const std::string& problem, const std::string& remedy);
 };
 
 // Where a node stands, as a chain of the nodes above it; those must outlive it.

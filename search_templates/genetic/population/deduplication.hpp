@@ -44,9 +44,9 @@ struct DeduplicatedBatch {
 [[nodiscard]] List deduplicate_graphs(const Value& graphs);
 
 // Drops every graph whose structure `seen` has, and replaces the dropped ones by fresh random
-// graphs. A batch shorter than the batch size does not grow: it is never filled up, only mended. An
-// accepted graph enters `seen` at once, before it is evaluated, and stays there whatever becomes of
-// it.
+// graphs. A batch shorter than the batch size does not grow: it gets back what it lost and no more.
+// An accepted graph enters `seen` at once, before it is evaluated, and stays there whatever becomes
+// of it.
 //
 // The random stream is fetched at the first replacement and stored once, after the last; when
 // something fails in between, the draws made so far are not stored.

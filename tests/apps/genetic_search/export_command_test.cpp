@@ -8,8 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "hosts/embedded/digest/digest.hpp"
 #include "hosts/embedded/search/signal_export.hpp"
+#include "hosts/embedded/system/digest.hpp"
 #include "tests/apps/genetic_search/captured.hpp"
 #include "tests/apps/genetic_search/sample_store.hpp"
 

@@ -1,4 +1,4 @@
-// Goal: each argument reaches its setting, and each mistake is an error with its name and mend.
+// Goal: each argument reaches its setting, and each mistake is an error with its name and remedy.
 // Method: command lines given as words.
 #include "apps/genetic_search/options.hpp"
 

@@ -88,19 +88,19 @@ TEST(Report, TellsWhyNothingPassedAndWhatToChange) {
 TEST(Report, KnowsTheOptionOfEachGate) {
   SearchOptions options;
   options.config.gates = {0.1, 0.2, 0.3, 0.4, 0.5, 0.6};
-  EXPECT_EQ(mend_for("abs_weight_sum_mean_below_min", options),
+  EXPECT_EQ(remedy_for("abs_weight_sum_mean_below_min", options),
             "lower --min-gross-exposure below 0.1");
-  EXPECT_EQ(mend_for("turnover_max", options), "raise --max-turnover above 0.2");
-  EXPECT_EQ(mend_for("max_weight_max", options), "raise --max-weight above 0.3");
-  EXPECT_EQ(mend_for("delta_exposure_max", options), "raise --max-net-exposure above 0.4");
-  EXPECT_EQ(mend_for("gross_returns_sharpe_below_min", options),
+  EXPECT_EQ(remedy_for("turnover_max", options), "raise --max-turnover above 0.2");
+  EXPECT_EQ(remedy_for("max_weight_max", options), "raise --max-weight above 0.3");
+  EXPECT_EQ(remedy_for("delta_exposure_max", options), "raise --max-net-exposure above 0.4");
+  EXPECT_EQ(remedy_for("gross_returns_sharpe_below_min", options),
             "lower --min-gross-sharpe below 0.5");
-  EXPECT_EQ(mend_for("sharpe_min", options), "lower --min-sharpe below 0.6");
-  EXPECT_THAT(mend_for("worker_timeout", options), HasSubstr("raise --timeout above 60"));
-  EXPECT_EQ(mend_for("worker_failed", options), "");
+  EXPECT_EQ(remedy_for("sharpe_min", options), "lower --min-sharpe below 0.6");
+  EXPECT_THAT(remedy_for("worker_timeout", options), HasSubstr("raise --timeout above 60"));
+  EXPECT_EQ(remedy_for("worker_failed", options), "");
   options.worker_memory_limit_bytes = 1;
-  EXPECT_THAT(mend_for("worker_failed", options), HasSubstr("--worker-memory"));
-  EXPECT_EQ(mend_for("another", options), "");
+  EXPECT_THAT(remedy_for("worker_failed", options), HasSubstr("--worker-memory"));
+  EXPECT_EQ(remedy_for("another", options), "");
 }
 
 TEST(Report, KnowsTheKeyOfWhatHasNoOption) {
@@ -108,15 +108,16 @@ TEST(Report, KnowsTheKeyOfWhatHasNoOption) {
   options.config.limits = {1.5, 0.5, 0.25};
   options.config.pool.correlation_max = 0.6;
   options.config.pool.pnl_mi_min = 0.1;
-  EXPECT_EQ(mend_for("turnover_exceeded", options), "raise limits.turnover in --config above 1.5");
-  EXPECT_EQ(mend_for("max_weight_exceeded", options),
+  EXPECT_EQ(remedy_for("turnover_exceeded", options),
+            "raise limits.turnover in --config above 1.5");
+  EXPECT_EQ(remedy_for("max_weight_exceeded", options),
             "raise limits.max_weight in --config above 0.5");
-  EXPECT_EQ(mend_for("delta_exposure_exceeded", options),
+  EXPECT_EQ(remedy_for("delta_exposure_exceeded", options),
             "raise limits.delta_exposure in --config above 0.25");
-  EXPECT_EQ(mend_for("correlation_exceeded", options),
+  EXPECT_EQ(remedy_for("correlation_exceeded", options),
             "begin another pool with --pool NAME, or raise pool.correlation_max in --config above "
             "0.6");
-  EXPECT_EQ(mend_for("pnl_mi_below_threshold", options),
+  EXPECT_EQ(remedy_for("pnl_mi_below_threshold", options),
             "begin another pool with --pool NAME, or lower pool.pnl_mi_min in --config below 0.1");
 }
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "hosts/embedded/search/search_events.hpp"
+#include "hosts/embedded/host/search_events.hpp"
 #include "search_templates/genetic/settings/constants.hpp"
 #include "search_templates/genetic/value/value.hpp"
 

@@ -1,4 +1,4 @@
-// Goal: a store can be looked at without being made, mended or changed, and what is no store is
+// Goal: a store can be looked at without being made, repaired or changed, and what is no store is
 // refused.
 // Method: real files, compared byte by byte before and after; a child that dies without closing its
 // store.

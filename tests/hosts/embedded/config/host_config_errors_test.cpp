@@ -1,4 +1,4 @@
-// Configurations with a mistake: each is refused with its place, what is wrong, and the mend.
+// Configurations with a mistake: each is refused with its place, what is wrong, and the remedy.
 // Method: one small text a mistake, against the whole message.
 #include <filesystem>
 #include <fstream>
@@ -26,19 +26,19 @@ std::string place(const std::string& key, const std::string& value) {
 }
 
 TEST(HostConfigErrors, ANumberOfAnotherType) {
-  const std::string mend = "; write a finite number such as 0.3";
+  const std::string remedy = "; write a finite number such as 0.3";
   const auto sharpe = [](const std::string& value) {
     return refusal_of("gates", "sharpe_min = " + value);
   };
   const std::string key = "gates.sharpe_min";
-  EXPECT_EQ(sharpe("\"high\""), place(key, "\"high\" is not a number" + mend));
-  EXPECT_EQ(sharpe("true"), place(key, "true is not a number" + mend));
-  EXPECT_EQ(sharpe("2011-01-01"), place(key, "2011-01-01 is not a number" + mend));
-  EXPECT_EQ(sharpe("[1, 2]"), place(key, "[1, 2] is not a number" + mend));
-  EXPECT_EQ(sharpe("{a = 1}"), place(key, "{a = 1} is not a number" + mend));
-  EXPECT_EQ(sharpe("[1,\n2]"), place(key, "[1,... is not a number" + mend));
-  EXPECT_EQ(sharpe("nan"), place(key, "nan is not a finite number" + mend));
-  EXPECT_EQ(sharpe("-inf"), place(key, "-inf is not a finite number" + mend));
+  EXPECT_EQ(sharpe("\"high\""), place(key, "\"high\" is not a number" + remedy));
+  EXPECT_EQ(sharpe("true"), place(key, "true is not a number" + remedy));
+  EXPECT_EQ(sharpe("2011-01-01"), place(key, "2011-01-01 is not a number" + remedy));
+  EXPECT_EQ(sharpe("[1, 2]"), place(key, "[1, 2] is not a number" + remedy));
+  EXPECT_EQ(sharpe("{a = 1}"), place(key, "{a = 1} is not a number" + remedy));
+  EXPECT_EQ(sharpe("[1,\n2]"), place(key, "[1,... is not a number" + remedy));
+  EXPECT_EQ(sharpe("nan"), place(key, "nan is not a finite number" + remedy));
+  EXPECT_EQ(sharpe("-inf"), place(key, "-inf is not a finite number" + remedy));
 }
 
 struct Range {
@@ -46,7 +46,7 @@ struct Range {
   const char* key;
   std::vector<const char*> good;
   std::vector<const char*> bad;
-  const char* mend;
+  const char* remedy;
 };
 
 TEST(HostConfigErrors, ANumberOutOfRange) {
@@ -79,7 +79,7 @@ TEST(HostConfigErrors, ANumberOutOfRange) {
       EXPECT_THAT(refusal_of(range.table, std::string(range.key) + " = " + value),
                   AllOf(StartsWith(place(std::string(range.table) + "." + range.key,
                                          std::string(value) + " is out of range; write ")),
-                        HasSubstr(range.mend)));
+                        HasSubstr(range.remedy)));
     }
   }
 }
@@ -95,17 +95,17 @@ TEST(HostConfigErrors, AnIntegerOfAnotherType) {
 }
 
 TEST(HostConfigErrors, APoolNameThatIsNone) {
-  const std::string mend = "; write 1 to 100 printable ASCII characters, such as \"signals\"";
-  EXPECT_EQ(refusal_of("pool", "name = 7"), place("pool.name", "7 is not a text" + mend));
-  EXPECT_EQ(refusal_of("pool", "name = ''"), place("pool.name", "'' is empty" + mend));
+  const std::string remedy = "; write 1 to 100 printable ASCII characters, such as \"signals\"";
+  EXPECT_EQ(refusal_of("pool", "name = 7"), place("pool.name", "7 is not a text" + remedy));
+  EXPECT_EQ(refusal_of("pool", "name = ''"), place("pool.name", "'' is empty" + remedy));
   EXPECT_EQ(refusal_of("pool", "name = \"a\\nb\""),
-            place("pool.name", "\"a\\nb\" holds another character" + mend));
+            place("pool.name", "\"a\\nb\" holds another character" + remedy));
   EXPECT_EQ(refusal_of("pool", "name = \"a\\u00e4\""),
-            place("pool.name", "\"a\\u00e4\" holds another character" + mend));
+            place("pool.name", "\"a\\u00e4\" holds another character" + remedy));
   const std::string longest(100, 'x');
   EXPECT_EQ(refusal_of("pool", "name = '" + longest + "'"), "accepted");
   EXPECT_EQ(refusal_of("pool", "name = '" + longest + "x'"),
-            place("pool.name", "'" + std::string(39, 'x') + "... is too long" + mend));
+            place("pool.name", "'" + std::string(39, 'x') + "... is too long" + remedy));
 }
 
 TEST(HostConfigErrors, AKeyOrTableThatIsNotKnown) {
@@ -152,14 +152,14 @@ TEST(HostConfigErrors, AnEraBeyondTheTrainEras) {
 }
 
 TEST(HostConfigErrors, ATextThatIsNotToml) {
-  const std::string mend = "; write tables and keys as examples/genetic-search.toml has them";
+  const std::string remedy = "; write tables and keys as examples/genetic-search.toml has them";
   EXPECT_EQ(refusal("[gates]\nsharpe_min = abc\n"),
             "c.toml: line 2, column 14: \"sharpe_min = abc\" is not TOML: Error while parsing "
             "value: could not determine value type" +
-                mend);
-  EXPECT_THAT(
-      refusal("[gates]\nsharpe_min = 1\nsharpe_min = 2\n"),
-      AllOf(StartsWith("c.toml: line 3, column "), HasSubstr("cannot redefine"), HasSubstr(mend)));
+                remedy);
+  EXPECT_THAT(refusal("[gates]\nsharpe_min = 1\nsharpe_min = 2\n"),
+              AllOf(StartsWith("c.toml: line 3, column "), HasSubstr("cannot redefine"),
+                    HasSubstr(remedy)));
   EXPECT_THAT(refusal("[gates]\nx = \"\xff\"\n"), StartsWith("c.toml: line 2, column "));
   EXPECT_THAT(refusal("[gates]\nsharpe_min = 1e999\n"), StartsWith("c.toml: line 2, column "));
   EXPECT_THAT(refusal("[market]\nid = 9223372036854775808\n"),

@@ -100,7 +100,7 @@ TEST(HostConfig, TheExampleHasEveryKeyAndTheDocumentationTellsIt) {
     SCOPED_TRACE(table + " " + key);
     EXPECT_THAT(documentation, HasSubstr("## `" + table + "`"));
     EXPECT_THAT(documentation, HasSubstr("| `" + key + "` |"));
-    // That the list is whole: the mend of a wrong key names all there are.
+    // That the list is whole: the remedy of a wrong key names all there are.
     EXPECT_THAT(refusal(table + "\nx = 1"), HasSubstr(key));
   }
   std::size_t named = 0;
@@ -152,7 +152,7 @@ id = 9223372036854775807
 }
 
 // Bytes of the example are changed, dropped, doubled; what is not taken is refused with the file's
-// name and a mend, and nothing else is thrown.
+// name and a remedy, and nothing else is thrown.
 TEST(HostConfig, BrokenTextsAreTakenOrRefusedProperly) {
   const std::string example = file_text(kRoot / "examples/genetic-search.toml");
   constexpr std::string_view kSpice = "[]=\"'#.,{}\n\r\t\0\x7f\xff\xc3-+e0919n_";

@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "hosts/embedded/search/json_value.hpp"
+#include "hosts/embedded/host/json_value.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/gates/gate_helpers.hpp"
 

@@ -9,7 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "hosts/embedded/search/statistics_object.hpp"
+#include "hosts/embedded/host/statistics_object.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
 #include "search_templates/genetic/value/semantics.hpp"

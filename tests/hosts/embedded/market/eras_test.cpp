@@ -1,5 +1,5 @@
 // Eras: the days of a history fall into train eras and a hold-out, each exactly once; a history too
-// short for that is refused with the mend.
+// short for that is refused with the remedy.
 // Method: boundaries written out; random settings against the rules of the header.
 #include "hosts/embedded/market/eras.hpp"
 

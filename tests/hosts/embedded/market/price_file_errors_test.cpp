@@ -1,4 +1,4 @@
-// Price files with a mistake: each is refused with its place, what is wrong, and the mend.
+// Price files with a mistake: each is refused with its place, what is wrong, and the remedy.
 // Method: one small file a mistake, against the whole text of the message.
 #include <cstdlib>
 #include <filesystem>

@@ -10,10 +10,10 @@
 
 #include <gtest/gtest.h>
 
+#include "hosts/embedded/host/function_callable.hpp"
+#include "hosts/embedded/host/twister_generators.hpp"
 #include "hosts/embedded/market/synthetic_universe.hpp"
 #include "hosts/embedded/operators/graph_parts.hpp"
-#include "hosts/embedded/random/twister_generators.hpp"
-#include "hosts/embedded/search/function_callable.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "hosts/embedded/vocabulary/graph_node.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"

@@ -7,14 +7,14 @@
 
 #include <gtest/gtest.h>
 
-#include "hosts/embedded/search/embedded_host.hpp"
+#include "hosts/embedded/host/embedded_host.hpp"
 #include "hosts/embedded/search/run_recorder.hpp"
 #include "search_templates/genetic/process/batch_evaluation.hpp"
 #include "search_templates/genetic/submission/recording.hpp"
 #include "search_templates/genetic/submission/submitting.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
-#include "tests/hosts/embedded/search/search_fixture.hpp"
+#include "tests/hosts/embedded/host/search_fixture.hpp"
 
 namespace varnholt::embedded {
 

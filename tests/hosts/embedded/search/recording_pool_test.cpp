@@ -7,8 +7,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "hosts/embedded/search/json_value.hpp"
-#include "hosts/embedded/search/statistics_object.hpp"
+#include "hosts/embedded/host/json_value.hpp"
+#include "hosts/embedded/host/statistics_object.hpp"
 #include "tests/hosts/embedded/search/recording_fixture.hpp"
 
 namespace varnholt::embedded {

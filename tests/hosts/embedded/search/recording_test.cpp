@@ -8,8 +8,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "hosts/embedded/search/json_value.hpp"
-#include "hosts/embedded/search/statistics_object.hpp"
+#include "hosts/embedded/host/json_value.hpp"
+#include "hosts/embedded/host/statistics_object.hpp"
 #include "hosts/embedded/timing/backtest_timing.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "tests/hosts/embedded/search/recording_fixture.hpp"

@@ -8,7 +8,7 @@
 
 #include "hosts/embedded/search/search_run.hpp"
 #include "hosts/embedded/store/run_store.hpp"
-#include "tests/hosts/embedded/search/search_fixture.hpp"
+#include "tests/hosts/embedded/host/search_fixture.hpp"
 
 namespace varnholt::embedded {
 

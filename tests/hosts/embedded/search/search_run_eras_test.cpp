@@ -6,8 +6,8 @@
 #include <gtest/gtest.h>
 
 #include "hosts/embedded/backtest/evaluator.hpp"
+#include "hosts/embedded/host/statistics_object.hpp"
 #include "hosts/embedded/market/eras.hpp"
-#include "hosts/embedded/search/statistics_object.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/search/run_fixture.hpp"
 

@@ -10,8 +10,8 @@
 #include <gtest/gtest.h>
 
 #include "hosts/embedded/config/host_config.hpp"
+#include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/market/eras.hpp"
-#include "hosts/embedded/search/json_value.hpp"
 #include "search_templates/genetic/settings/reason_tables.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "tests/hosts/embedded/search/run_fixture.hpp"

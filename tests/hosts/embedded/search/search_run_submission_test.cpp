@@ -14,10 +14,10 @@
 #include <unistd.h>
 
 #include "hosts/embedded/backtest/evaluator.hpp"
+#include "hosts/embedded/host/json_value.hpp"
+#include "hosts/embedded/host/statistics_object.hpp"
 #include "hosts/embedded/market/eras.hpp"
 #include "hosts/embedded/market/price_file.hpp"
-#include "hosts/embedded/search/json_value.hpp"
-#include "hosts/embedded/search/statistics_object.hpp"
 #include "hosts/embedded/signal_pool/pnl_measures.hpp"
 #include "hosts/embedded/signal_pool/pool_gates.hpp"
 #include "hosts/embedded/store/sqlite_database.hpp"
@@ -225,7 +225,7 @@ TEST_F(SearchRunSubmissionTest, AnErrorInTheMiddleLeavesTheRestToTheNextRun) {
   EXPECT_THROW(static_cast<void>(run_search(options(), observer_, interrupt_)), StoreError);
   {
     SqliteDatabase database(options().database.string(), 1000);
-    database.execute("DROP TRIGGER broken", "mending the file");
+    database.execute("DROP TRIGGER broken", "repairing the file");
   }
   const std::vector<SubmissionRecord> left = submissions(options(), SubmissionState::Queued);
   ASSERT_FALSE(left.empty());

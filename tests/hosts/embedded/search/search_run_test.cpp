@@ -12,8 +12,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/market/price_file_error.hpp"
-#include "hosts/embedded/search/json_value.hpp"
 #include "hosts/embedded/store/run_store.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/json_text.hpp"

@@ -1,5 +1,5 @@
 // Seeds from a file: graphs of the vocabulary are read; anything else is refused with file, place
-// and mend.
+// and remedy.
 #include "hosts/embedded/search/seed_graphs.hpp"
 
 #include <fstream>
@@ -10,7 +10,7 @@
 #include "hosts/embedded/search/search_run.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
-#include "tests/hosts/embedded/search/search_fixture.hpp"
+#include "tests/hosts/embedded/host/search_fixture.hpp"
 
 namespace varnholt::embedded {
 namespace {

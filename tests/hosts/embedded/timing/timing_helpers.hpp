@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "hosts/embedded/store/process_identity.hpp"
+#include "hosts/embedded/system/process_identity.hpp"
 #include "hosts/embedded/timing/backtest_timing.hpp"
 #include "search_templates/genetic/value/value.hpp"
 #include "tests/hosts/embedded/graph_helpers.hpp"

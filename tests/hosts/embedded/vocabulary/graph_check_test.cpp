@@ -1,5 +1,5 @@
 // Graphs against a vocabulary: what follows the rules has a shape, and each broken rule has a
-// message that names the place and the mend.
+// message that names the place and the remedy.
 // Method: one small graph a rule, against the whole text.
 #include "hosts/embedded/vocabulary/graph_check.hpp"
 

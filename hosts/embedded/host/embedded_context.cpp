@@ -1,0 +1,178 @@
+#include "hosts/embedded/host/embedded_context.hpp"
+
+#include <span>
+#include <utility>
+
+#include "hosts/embedded/gates/failure_detail.hpp"
+#include "hosts/embedded/gates/threshold_set.hpp"
+#include "hosts/embedded/host/backtester_object.hpp"
+#include "hosts/embedded/host/function_callable.hpp"
+#include "hosts/embedded/host/statistics_object.hpp"
+#include "hosts/embedded/vocabulary/graph_check.hpp"
+#include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/keys.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::embedded {
+
+namespace keys = genetic::keys;
+using genetic::Callable;
+using genetic::List;
+using genetic::Mapping;
+using genetic::Tuple;
+using genetic::Value;
+
+namespace {
+
+namespace names = genetic::context_names;
+
+Mapping context_attributes(const Evaluator& evaluator, const ContextSettings& settings) {
+  const Mapping era_config{{keys::kId, settings.pool.era_number},
+                           {keys::kEraNumber, settings.pool.era_number},
+                           {keys::kMarketId, settings.pool.market_id},
+                           {"first_date", settings.first_date},
+                           {"last_date", settings.last_date}};
+  return {{names::kOwnMarketId, settings.pool.market_id},
+          {names::kOwnEraNumber, settings.pool.era_number},
+          {names::kOwnEraConfig, era_config},
+          {names::kSignalPoolName, settings.pool.signal_pool_name},
+          {names::kThresholds, threshold_set(settings.gates, settings.limits)},
+          {names::kBacktester, genetic::make_object<BacktesterObject>(evaluator)},
+          {names::kMetaparameters,
+           Mapping{{"cost_basis_points", evaluator.options().cost_basis_points}}},
+          {names::kNamedUniverse, "all"}};
+}
+
+}  // namespace
+
+EmbeddedContext::EmbeddedContext(const Evaluator& evaluator, const ContextSettings& settings,
+                                 std::shared_ptr<SearchStop> stop, ResultRecorder& recorder,
+                                 SignalSubmission& submission, RecordedTimings& timings)
+    : evaluator_(evaluator),
+      settings_(settings),
+      stop_(std::move(stop)),
+      recorder_(recorder),
+      submission_(submission),
+      timings_(timings),
+      process_(own_identity()),
+      attributes_(context_attributes(evaluator, settings)) {}
+
+void EmbeddedContext::enter_child() {
+  in_child_ = true;
+  process_ = own_identity();
+  timings_.enter_process(process_);
+}
+
+Callable EmbeddedContext::record_search_run_metrics() {
+  if (in_child_) return {};
+  return make_callable([this](std::span<const Value> /*positional*/, const Mapping& metrics) {
+    recorder_.record_metrics(metrics);
+    return Value();
+  });
+}
+
+std::optional<Value> EmbeddedContext::vocabulary() {
+  List rotations;
+  for (const FunctionEntry& function : evaluator_.vocabulary().functions) {
+    rotations.append(Mapping{{keys::kName, function.name},
+                             {"family", function.family},
+                             {"data_children", static_cast<std::int64_t>(function.data_children())},
+                             {"needs_window", function.needs_window()},
+                             {"child_count", static_cast<std::int64_t>(function.child_count())}});
+  }
+  return Mapping{{"functions", Mapping{{"rotation", rotations}}}};
+}
+
+std::optional<Value> EmbeddedContext::worker_memory_limit_bytes() {
+  if (!settings_.worker_memory_limit_bytes) return std::nullopt;
+  return *settings_.worker_memory_limit_bytes;
+}
+
+std::optional<Value> EmbeddedContext::attribute(std::string_view name) {
+  if (name == "max_depth") return max_depth();
+  if (name == "_n_jobs") return n_jobs();
+  if (name == "_worker_memory_limit_bytes") return worker_memory_limit_bytes();
+  return attributes_.find(name);
+}
+
+Callable EmbeddedContext::own_graph_validator() {
+  return make_callable([this](std::span<const Value> positional, const Mapping& /*keywords*/) {
+    static_cast<void>(check_graph(positional[0], evaluator_.vocabulary()));
+    return Value(true);
+  });
+}
+
+Callable EmbeddedContext::evaluate_for_template() {
+  return make_callable([this](std::span<const Value> positional, const Mapping& /*keywords*/) {
+    return evaluate(positional[0]);
+  });
+}
+
+// The statistics decide whether the signal passes; the reason is the first gate that it fails.
+Value EmbeddedContext::evaluate(const Value& graph) {
+  attempt_evidence_ = Mapping{{keys::kBacktestCompleted, false}};
+  const BacktestStopwatch stopwatch(clock_, process_);
+  const BacktestResult backtest = evaluator_.evaluate(graph).backtest;
+  const Mapping timing = stopwatch.timing(graph);
+  timings_.record(graph, timing);
+  attempt_evidence_ = Mapping{{keys::kBacktestCompleted, true}, {keys::kBacktestTiming, timing}};
+
+  const std::optional<GateFailure> failure =
+      first_failed_gate(backtest.statistics, settings_.gates, settings_.limits);
+  // Children compare what passes with the pool, all at once; in the parent it would be one after
+  // the other.
+  const Value stats = in_child_ && !failure
+                          ? submission_.compared(backtest)
+                          : genetic::make_object<StatisticsObject>(backtest.statistics);
+  Mapping tracking;
+  Mapping record{{keys::kStats, stats},
+                 {keys::kPassed, !failure.has_value()},
+                 {keys::kRejectionReason, failure ? Value(failure->reason) : Value()},
+                 {keys::kTrackingMetricKwargs, tracking}};
+  if (failure) tracking.set(keys::kFailureDetail, failure_detail_text(*failure));
+  last_evaluation_record_ = record;
+  return Mapping{{keys::kRecord, record},
+                 {keys::kSubmissionPayloads, List()},
+                 {keys::kAttemptEvidence, attempt_evidence_}};
+}
+
+Callable EmbeddedContext::safe_record() {
+  // A child records nothing: its result goes to the parent, which does.
+  if (in_child_) return {};
+  return make_callable([this](std::span<const Value> positional, const Mapping& keywords) {
+    Value id = recorder_.record(positional[0], genetic::truth(positional[1]), keywords);
+    stop_->count_candidate();
+    return id;
+  });
+}
+
+Callable EmbeddedContext::required_safe_record() {
+  Callable recorder = safe_record();
+  if (!recorder) throw genetic::AttributeError("a child process has no operation '_safe_record'");
+  return recorder;
+}
+
+void EmbeddedContext::activate_existing_attempt(const Value& /*source_attempt_id*/,
+                                                const Value& attempt_evidence) {
+  attempt_evidence_ = attempt_evidence;
+}
+
+Callable EmbeddedContext::enqueue_deferred_submission_payload() {
+  if (in_child_) return {};
+  return make_callable([this](std::span<const Value> positional, const Mapping& /*keywords*/) {
+    return Value(submission_.enqueue(genetic::record_of(positional[0])));
+  });
+}
+
+Callable EmbeddedContext::derive_rejection_reason_detail() {
+  return make_callable([this](std::span<const Value> positional, const Mapping& /*keywords*/) {
+    const std::optional<BacktestStatistics> statistics = statistics_of(positional[0]);
+    const std::optional<GateFailure> failure =
+        statistics ? first_failed_gate(*statistics, settings_.gates, settings_.limits)
+                   : std::nullopt;
+    if (!failure) return Value(Tuple{Value(), Value()});
+    return Value(Tuple{failure->reason, failure_detail_text(*failure)});
+  });
+}
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,105 @@
+// The embedded host's search context: the evaluator, the recorder and the settings of one search.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "hosts/embedded/backtest/evaluator.hpp"
+#include "hosts/embedded/gates/gates.hpp"
+#include "hosts/embedded/host/search_stop.hpp"
+#include "hosts/embedded/host/signal_submission.hpp"
+#include "hosts/embedded/timing/recorded_timings.hpp"
+#include "hosts/embedded/timing/stopwatch.hpp"
+#include "search_templates/genetic/host/search_context.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::embedded {
+
+// Where the parent persists what the search found.
+class ResultRecorder {
+ public:
+  virtual ~ResultRecorder() = default;
+
+  // `keywords` are those of the context's operation `safe_record`. Returns the evaluation's id.
+  virtual genetic::Value record(const genetic::Value& graph, bool passed,
+                                const genetic::Mapping& keywords) = 0;
+  virtual void record_metrics(const genetic::Mapping& metrics) = 0;
+};
+
+struct ContextSettings {
+  int jobs = 1;
+  int max_depth = 5;
+  GateThresholds gates;
+  HardLimits limits;
+  std::optional<std::int64_t> worker_memory_limit_bytes;
+  // The market, the era and the pool that signals are submitted to, and the era's first and last
+  // day.
+  PoolIdentity pool;
+  std::string first_date;
+  std::string last_date;
+};
+
+class EmbeddedContext : public genetic::SearchContext {
+ public:
+  // All but the settings must outlive the context.
+  EmbeddedContext(const Evaluator& evaluator, const ContextSettings& settings,
+                  std::shared_ptr<SearchStop> stop, ResultRecorder& recorder,
+                  SignalSubmission& submission, RecordedTimings& timings);
+
+  // Called in a child before it works: from then on the parent's operations are not there, and
+  // timings are the child's own.
+  void enter_child();
+
+  [[nodiscard]] const Evaluator& evaluator() const { return evaluator_; }
+  [[nodiscard]] SearchStop& stop() { return *stop_; }
+
+  [[nodiscard]] std::shared_ptr<genetic::StopEvent> stop_event() override { return stop_; }
+  [[nodiscard]] genetic::Callable fatal_callback() override { return {}; }
+  [[nodiscard]] genetic::Callable record_search_run_metrics() override;
+  [[nodiscard]] std::optional<genetic::Value> max_depth() override { return settings_.max_depth; }
+  // {"functions": {"rotation": [{"name", "family", "data_children", "needs_window", "child_count"},
+  // ...]}}: a new mapping at each call.
+  [[nodiscard]] std::optional<genetic::Value> vocabulary() override;
+  [[nodiscard]] std::optional<genetic::Value> n_jobs() override { return settings_.jobs; }
+  [[nodiscard]] std::optional<genetic::Value> worker_memory_limit_bytes() override;
+  [[nodiscard]] std::optional<genetic::Value> attribute(std::string_view name) override;
+  [[nodiscard]] genetic::Callable own_graph_validator() override;
+  [[nodiscard]] genetic::Callable backtester_validate_graph() override { return {}; }
+  [[nodiscard]] genetic::Callable evaluate_for_template() override;
+  [[nodiscard]] std::optional<genetic::Value> last_evaluation_record() override {
+    return last_evaluation_record_;
+  }
+  [[nodiscard]] genetic::Callable safe_record() override;
+  [[nodiscard]] genetic::Callable required_safe_record() override;
+  void activate_existing_attempt(const genetic::Value& source_attempt_id,
+                                 const genetic::Value& attempt_evidence) override;
+  [[nodiscard]] genetic::Callable enqueue_deferred_submission_payload() override;
+  // The thresholds are the attribute "thresholds"; there are no others.
+  [[nodiscard]] genetic::Callable search_context_thresholds() override { return {}; }
+  // Whether a backtest was completed, and its timing: of the graph evaluated last in a child, or of
+  // the attempt that the parent has made the current one.
+  [[nodiscard]] genetic::Value current_attempt_evidence() override { return attempt_evidence_; }
+  [[nodiscard]] genetic::Callable derive_rejection_reason_detail() override;
+
+ private:
+  [[nodiscard]] genetic::Value evaluate(const genetic::Value& graph);
+
+  const Evaluator& evaluator_;
+  ContextSettings settings_;
+  std::shared_ptr<SearchStop> stop_;
+  ResultRecorder& recorder_;
+  SignalSubmission& submission_;
+  RecordedTimings& timings_;
+  SystemTimingClock clock_;
+  ProcessIdentity process_;
+  // What the search reads by name.
+  genetic::Mapping attributes_;
+  genetic::Value attempt_evidence_;
+  genetic::Value last_evaluation_record_;
+  bool in_child_ = false;
+};
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,85 @@
+#include "hosts/embedded/host/embedded_host.hpp"
+
+#include <cmath>
+#include <exception>
+#include <utility>
+
+#include "hosts/embedded/system/interruptible_sleep.hpp"
+#include "hosts/embedded/vocabulary/graph_check.hpp"
+#include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/keys.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::embedded {
+
+namespace keys = genetic::keys;
+using genetic::Mapping;
+using genetic::Value;
+
+namespace {
+
+class RandomGraphs : public genetic::ValueIterator {
+ public:
+  RandomGraphs(std::shared_ptr<genetic::RandomGenerator> rng, const Vocabulary& vocabulary,
+               const RandomGraphOptions& options)
+      : rng_(std::move(rng)), vocabulary_(vocabulary), options_(options) {}
+
+  [[nodiscard]] std::optional<Value> next() override {
+    return random_graph(*rng_, vocabulary_, options_);
+  }
+
+ private:
+  std::shared_ptr<genetic::RandomGenerator> rng_;
+  const Vocabulary& vocabulary_;
+  RandomGraphOptions options_;
+};
+
+}  // namespace
+
+Value EmbeddedEliteness::score_candidate(const Value& candidate, const Mapping& keywords) {
+  EmbeddedSettings defaults;
+  const double diversity_weight = genetic::to_float(
+      keywords.find(keys::kDiversityWeight).value_or(defaults.default_diversity_weight()));
+  const double parsimony_weight = genetic::to_float(
+      keywords.find(keys::kParsimonyWeight).value_or(defaults.default_parsimony_weight()));
+  const Value correlation = keywords.get(keys::kPoolCorrelation);
+  const Mapping record = genetic::record_of(candidate);
+  const double nodes = static_cast<double>(measure_graph(record.get(keys::kGraph)).node_count);
+  const double redundancy =
+      correlation.is_absent() ? 0.0 : std::abs(genetic::to_float(correlation));
+  return genetic::to_float(record.get(keys::kQualityScore)) - diversity_weight * redundancy -
+         parsimony_weight * nodes;
+}
+
+Value EmbeddedSettings::default_operator_rates() {
+  return Mapping{{"crossover", 0.4},
+                 {"point_mutation", 0.3},
+                 {"subtree_mutation", 0.2},
+                 {"hoist_mutation", 0.1}};
+}
+
+Value EmbeddedVerdicts::not_evaluated_verdict() {
+  return Mapping{{"verdict", "not_evaluated"}};
+}
+
+std::unique_ptr<genetic::ValueIterator> EmbeddedRandomGraphs::random_weighted_graphs(
+    genetic::SearchContext& /*context*/, const std::shared_ptr<genetic::RandomGenerator>& rng,
+    const Mapping& /*log_context*/, std::string_view /*template_name*/) {
+  return std::make_unique<RandomGraphs>(rng, vocabulary_, options_);
+}
+
+void EmbeddedPause::sleep(double seconds) {
+  sleep_interruptibly(seconds);
+}
+
+EmbeddedHost::EmbeddedHost(SystemCalls& system, const Vocabulary& vocabulary,
+                           const HostSettings& settings)
+    : engine_(settings.log, settings.graphs, settings.gates, settings.limits),
+      operators_({settings.graphs.max_depth, settings.graphs.max_nodes}),
+      observed_operators_(operators_, lineage_),
+      random_graphs_(vocabulary, settings.graphs),
+      observed_random_graphs_(random_graphs_, lineage_),
+      secure_random_(settings.seed),
+      pool_(system, verdicts_, settings.timeout_seconds, settings.on_tick) {}
+
+}  // namespace varnholt::embedded

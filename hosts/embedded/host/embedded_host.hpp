@@ -1,0 +1,131 @@
+// The embedded host: everything that the search asks for, from prices in memory.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include "hosts/embedded/config/host_config.hpp"
+#include "hosts/embedded/host/embedded_engine.hpp"
+#include "hosts/embedded/host/embedded_pool.hpp"
+#include "hosts/embedded/host/embedded_timings.hpp"
+#include "hosts/embedded/host/json_value.hpp"
+#include "hosts/embedded/host/lineage.hpp"
+#include "hosts/embedded/host/search_events.hpp"
+#include "hosts/embedded/host/twister_generators.hpp"
+#include "hosts/embedded/operators/genetic_operators.hpp"
+#include "hosts/embedded/pool/system_calls.hpp"
+#include "hosts/embedded/vocabulary/random_graphs.hpp"
+#include "hosts/embedded/vocabulary/vocabulary.hpp"
+#include "search_templates/genetic/host/host.hpp"
+
+namespace varnholt::embedded {
+
+// score = quality_score - diversity_weight * |pool_correlation| - parsimony_weight * nodes
+//
+// with the record's quality score, the correlation to the pool of submitted signals (0 when it is
+// absent) and the number of the graph's nodes. A weight that is not given is the setting's default.
+class EmbeddedEliteness : public genetic::Eliteness {
+ public:
+  [[nodiscard]] genetic::Value score_candidate(const genetic::Value& candidate,
+                                               const genetic::Mapping& keywords) override;
+};
+
+class EmbeddedSettings : public genetic::SearchSettings {
+ public:
+  [[nodiscard]] genetic::Value default_batch_size() override { return 32; }
+  [[nodiscard]] genetic::Value default_restart_threshold() override { return 5; }
+  [[nodiscard]] genetic::Value default_elite_fraction() override { return 0.25; }
+  [[nodiscard]] genetic::Value default_diversity_weight() override { return 0.5; }
+  [[nodiscard]] genetic::Value default_parsimony_weight() override { return 0.005; }
+  [[nodiscard]] genetic::Value default_operator_rates() override;
+};
+
+class EmbeddedVerdicts : public genetic::EvaluationVerdicts {
+ public:
+  [[nodiscard]] genetic::Value not_evaluated_verdict() override;
+};
+
+class EmbeddedJsonReader : public genetic::JsonReader {
+ public:
+  [[nodiscard]] genetic::Value read(const genetic::Value& text) override {
+    return read_json(text.text());
+  }
+};
+
+// An endless walk over random graphs of one vocabulary.
+class EmbeddedRandomGraphs : public genetic::RandomWeighted {
+ public:
+  EmbeddedRandomGraphs(const Vocabulary& vocabulary, const RandomGraphOptions& options)
+      : vocabulary_(vocabulary), options_(options) {}
+
+  [[nodiscard]] std::unique_ptr<genetic::ValueIterator> random_weighted_graphs(
+      genetic::SearchContext& context, const std::shared_ptr<genetic::RandomGenerator>& rng,
+      const genetic::Mapping& log_context, std::string_view template_name) override;
+
+ private:
+  const Vocabulary& vocabulary_;
+  RandomGraphOptions options_;
+};
+
+class EmbeddedPause : public genetic::Pause {
+ public:
+  void sleep(double seconds) override;
+};
+
+struct HostSettings {
+  RandomGraphOptions graphs;
+  GateThresholds gates;
+  HardLimits limits;
+  double timeout_seconds = 60.0;
+  std::optional<std::uint64_t> seed;
+  EmbeddedLogger::Sink log;
+  std::function<void(std::int64_t)> on_tick;
+};
+
+class EmbeddedHost : public genetic::Host {
+ public:
+  // Both must outlive the host.
+  EmbeddedHost(SystemCalls& system, const Vocabulary& vocabulary, const HostSettings& settings);
+
+  [[nodiscard]] EmbeddedPool& pool() { return pool_; }
+  [[nodiscard]] Lineage& lineage() { return lineage_; }
+  [[nodiscard]] EmbeddedEngine& embedded_engine() { return engine_; }
+  [[nodiscard]] EmbeddedTimings& timings() { return timings_; }
+
+  [[nodiscard]] genetic::Engine& engine() override { return engine_; }
+  [[nodiscard]] genetic::ProcessEvaluation& process_evaluation() override { return pool_; }
+  [[nodiscard]] genetic::Eliteness& eliteness() override { return eliteness_; }
+  [[nodiscard]] genetic::GeneticOps& genetic_ops() override { return observed_operators_; }
+  [[nodiscard]] genetic::RandomWeighted& random_weighted() override {
+    return observed_random_graphs_;
+  }
+  [[nodiscard]] genetic::SearchSettings& search_settings() override { return search_settings_; }
+  [[nodiscard]] genetic::EvaluationVerdicts& evaluation_verdicts() override { return verdicts_; }
+  [[nodiscard]] genetic::BacktestTimings& backtest_timings() override { return timings_; }
+  [[nodiscard]] genetic::JsonReader& json_reader() override { return json_reader_; }
+  [[nodiscard]] genetic::RandomGenerators& random_generators() override { return generators_; }
+  [[nodiscard]] genetic::SecureRandom& secure_random() override { return secure_random_; }
+  [[nodiscard]] genetic::Pause& pause() override { return pause_; }
+
+ private:
+  EmbeddedEngine engine_;
+  EmbeddedEliteness eliteness_;
+  EmbeddedSettings search_settings_;
+  EmbeddedVerdicts verdicts_;
+  EmbeddedTimings timings_;
+  EmbeddedJsonReader json_reader_;
+  Lineage lineage_;
+  GeneticOperators operators_;
+  ObservedOperators observed_operators_;
+  EmbeddedRandomGraphs random_graphs_;
+  ObservedRandomGraphs observed_random_graphs_;
+  TwisterGenerators generators_;
+  SystemRandom secure_random_;
+  EmbeddedPause pause_;
+  EmbeddedPool pool_;
+};
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,192 @@
+#include "hosts/embedded/host/embedded_pool.hpp"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include "hosts/embedded/host/result_wire.hpp"
+#include "search_templates/genetic/evaluation/candidate_result.hpp"
+#include "search_templates/genetic/value/error_object.hpp"
+#include "search_templates/genetic/value/keys.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::embedded {
+
+using genetic::CandidateEvaluation;
+using genetic::Key;
+using genetic::key;
+using genetic::Mapping;
+using genetic::ProcessResult;
+using genetic::Value;
+
+namespace {
+
+constexpr Key kWorkerFailed = key<"worker_failed">();
+constexpr Key kWorkerTimeout = key<"worker_timeout">();
+constexpr Key kProcessPriorityFailed = key<"process_priority_failed">();
+constexpr Key kMemoryBudgetExceeded = key<"memory_budget_exceeded">();
+constexpr std::int64_t kNoMemoryLimit = std::numeric_limits<std::int64_t>::max();
+
+class WorkerErrorAttributes : public genetic::ErrorAttributes {
+ public:
+  explicit WorkerErrorAttributes(Mapping attributes) : attributes_(std::move(attributes)) {}
+
+  [[nodiscard]] std::optional<Value> attribute(std::string_view name) const override {
+    return attributes_.find(name);
+  }
+
+ private:
+  Mapping attributes_;
+};
+
+class ResolvedWorkers : public genetic::WorkerResolution {
+ public:
+  ResolvedWorkers(std::int64_t requested, std::int64_t resolved)
+      : requested_(requested), resolved_(resolved) {}
+
+  [[nodiscard]] Value resolved() const override { return resolved_; }
+  [[nodiscard]] std::int64_t requested_jobs() const { return requested_; }
+  [[nodiscard]] bool is_reduced() const { return resolved_ < requested_; }
+
+ private:
+  std::int64_t requested_;
+  std::int64_t resolved_;
+};
+
+PoolConfig pool_config(const genetic::ProcessEvaluationConfig& config, std::size_t candidates) {
+  PoolConfig pool;
+  pool.jobs = static_cast<int>(
+      std::clamp<std::int64_t>(config.n_jobs, 1, static_cast<std::int64_t>(candidates)));
+  pool.timeout_seconds = genetic::to_float(config.timeout_seconds);
+  pool.max_retries = static_cast<int>(config.max_retries);
+  const std::int64_t limit = genetic::saturated_integer(config.worker_memory_limit_bytes);
+  if (limit != kNoMemoryLimit) pool.memory_limit_bytes = static_cast<std::uint64_t>(limit);
+  return pool;
+}
+
+}  // namespace
+
+WorkerError::WorkerError(Value terminal_reason, const std::string& detail,
+                         std::int64_t candidate_index)
+    : RuntimeError(detail),
+      attributes_(std::make_shared<WorkerErrorAttributes>(
+          Mapping{{genetic::keys::kTerminalReason, std::move(terminal_reason)},
+                  {genetic::keys::kDetail, detail},
+                  {genetic::keys::kCandidateIndex, candidate_index}})) {}
+
+EmbeddedPool::EmbeddedPool(SystemCalls& system, genetic::EvaluationVerdicts& verdicts,
+                           double default_timeout_seconds,
+                           std::function<void(std::int64_t)> on_tick)
+    : system_(system),
+      verdicts_(verdicts),
+      default_timeout_seconds_(default_timeout_seconds),
+      on_tick_(std::move(on_tick)) {}
+
+Value EmbeddedPool::default_search_template_timeout_seconds() {
+  return default_timeout_seconds_;
+}
+Value EmbeddedPool::default_worker_memory_limit_bytes() {
+  return kNoMemoryLimit;
+}
+Value EmbeddedPool::terminal_worker_failed() {
+  return kWorkerFailed;
+}
+Value EmbeddedPool::terminal_worker_timeout() {
+  return kWorkerTimeout;
+}
+Value EmbeddedPool::terminal_process_priority_failed() {
+  return kProcessPriorityFailed;
+}
+Value EmbeddedPool::terminal_memory_budget_exceeded() {
+  return kMemoryBudgetExceeded;
+}
+
+std::optional<Value> EmbeddedPool::as_error(const std::exception& error) {
+  if (dynamic_cast<const WorkerError*>(&error) == nullptr) return std::nullopt;
+  return genetic::error_object(error);
+}
+
+std::unique_ptr<genetic::WorkerResolution> EmbeddedPool::resolve_process_worker_count_details(
+    const Value& requested, const Value& candidate_count) {
+  const std::int64_t jobs = genetic::saturated_integer(requested);
+  const std::int64_t candidates = genetic::saturated_integer(candidate_count);
+  return std::make_unique<ResolvedWorkers>(jobs,
+                                           std::max<std::int64_t>(1, std::min(jobs, candidates)));
+}
+
+void EmbeddedPool::log_worker_count_reduction(genetic::Logger& logger,
+                                              const genetic::WorkerResolution& resolution,
+                                              std::string_view scope,
+                                              genetic::SearchContext& /*cache_owner*/,
+                                              std::string_view detail) {
+  // This pool serves one context, so what it has logged is remembered here.
+  const auto& resolved = dynamic_cast<const ResolvedWorkers&>(resolution);
+  if (!resolved.is_reduced() || reduction_logged_) return;
+  reduction_logged_ = true;
+  logger.warning("%s uses %s of %s workers: %s",
+                 {Value(scope), resolved.resolved(), resolved.requested_jobs(), Value(detail)});
+}
+
+std::vector<ProcessResult> EmbeddedPool::evaluate_candidate_batch(
+    const std::vector<CandidateEvaluation>& candidates,
+    const std::function<Value(const CandidateEvaluation&)>& simulate,
+    const genetic::ProcessEvaluationConfig& config) {
+  std::int64_t ended = 0;
+  PoolCallbacks callbacks;
+  callbacks.stop_requested = [this] { return context_->stop().cancels_evaluations(); };
+  callbacks.poll_callback = [this, &ended] { on_tick_(ended); };
+  callbacks.completed_callback = [this, &ended](const PoolOutcome&) { on_tick_(++ended); };
+
+  const ForkPool pool(system_, pool_config(config, candidates.size()));
+  const std::vector<PoolOutcome> outcomes = pool.run(
+      candidates.size(),
+      [&](const WorkItem& item) {
+        context_->enter_child();
+        return encode_result(simulate(candidates[item.index]).mapping());
+      },
+      callbacks);
+
+  std::vector<ProcessResult> results;
+  for (const PoolOutcome& outcome : outcomes) {
+    if (auto result = process_result(candidates[outcome.index], outcome)) {
+      results.push_back(*std::move(result));
+    }
+  }
+  return results;
+}
+
+std::optional<ProcessResult> EmbeddedPool::process_result(const CandidateEvaluation& candidate,
+                                                          const PoolOutcome& outcome) {
+  ProcessResult result;
+  result.candidate_index = candidate.candidate_index;
+  result.worker_pid = std::int64_t{outcome.pid};
+  result.elapsed_simulation_seconds = outcome.elapsed_seconds;
+  result.attempt = outcome.attempt;
+  switch (outcome.status) {
+    case PoolStatus::Completed:
+      result.payload = decode_result(outcome.payload);
+      return result;
+    case PoolStatus::WorkRaised:
+      result.payload =
+          failure_record(candidate, kWorkerFailed, outcome.error_type + ": " + outcome.detail);
+      return result;
+    case PoolStatus::WorkerFailed:
+      result.payload = failure_record(candidate, kWorkerFailed, outcome.detail);
+      return result;
+    case PoolStatus::WorkerTimedOut:
+      result.payload = failure_record(candidate, kWorkerTimeout, outcome.detail);
+      return result;
+    case PoolStatus::Cancelled:
+      break;
+  }
+  return std::nullopt;
+}
+
+Value EmbeddedPool::failure_record(const CandidateEvaluation& candidate, const Value& reason,
+                                   const std::string& detail) {
+  const WorkerError error(reason, detail, candidate.candidate_index);
+  return genetic::candidate_process_evaluation_error_result(*this, verdicts_, candidate.graph,
+                                                            genetic::error_object(error));
+}
+
+}  // namespace varnholt::embedded

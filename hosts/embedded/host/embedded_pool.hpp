@@ -1,0 +1,85 @@
+// The embedded host's process pool as the search calls it.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "hosts/embedded/host/embedded_context.hpp"
+#include "hosts/embedded/pool/fork_pool.hpp"
+#include "search_templates/genetic/host/evaluation_verdicts.hpp"
+#include "search_templates/genetic/host/process_evaluation.hpp"
+#include "search_templates/genetic/value/errors.hpp"
+
+namespace varnholt::embedded {
+
+// One candidate's process failed.
+class WorkerError : public genetic::RuntimeError {
+ public:
+  WorkerError(genetic::Value terminal_reason, const std::string& detail,
+              std::int64_t candidate_index);
+
+  [[nodiscard]] std::shared_ptr<const genetic::ErrorAttributes> attributes() const override {
+    return attributes_;
+  }
+
+ protected:
+  [[nodiscard]] std::string_view kind_name() const noexcept override {
+    return "ProcessEvaluationError";
+  }
+
+ private:
+  std::shared_ptr<const genetic::ErrorAttributes> attributes_;
+};
+
+// A candidate whose worker is lost, or takes too long, is that candidate's failure and comes back
+// as its record. Candidates whose evaluation is cancelled have no result.
+class EmbeddedPool : public genetic::ProcessEvaluation {
+ public:
+  // `on_tick` is called in the parent several times a second with the number of candidates of the
+  // batch that have ended.
+  EmbeddedPool(SystemCalls& system, genetic::EvaluationVerdicts& verdicts,
+               double default_timeout_seconds, std::function<void(std::int64_t)> on_tick);
+
+  // The context whose candidates are evaluated. It must be set before a batch is.
+  void set_context(EmbeddedContext& context) { context_ = &context; }
+
+  [[nodiscard]] genetic::Value default_search_template_timeout_seconds() override;
+  // No limit.
+  [[nodiscard]] genetic::Value default_worker_memory_limit_bytes() override;
+  [[nodiscard]] genetic::Value terminal_worker_failed() override;
+  [[nodiscard]] genetic::Value terminal_worker_timeout() override;
+  [[nodiscard]] genetic::Value terminal_process_priority_failed() override;
+  [[nodiscard]] genetic::Value terminal_memory_budget_exceeded() override;
+  [[nodiscard]] std::optional<genetic::Value> as_error(const std::exception& error) override;
+  // As many as were asked for, but no more than there are candidates.
+  [[nodiscard]] std::unique_ptr<genetic::WorkerResolution> resolve_process_worker_count_details(
+      const genetic::Value& requested, const genetic::Value& candidate_count) override;
+  void log_worker_count_reduction(genetic::Logger& logger,
+                                  const genetic::WorkerResolution& resolution,
+                                  std::string_view scope, genetic::SearchContext& cache_owner,
+                                  std::string_view detail) override;
+  [[nodiscard]] std::vector<genetic::ProcessResult> evaluate_candidate_batch(
+      const std::vector<genetic::CandidateEvaluation>& candidates,
+      const std::function<genetic::Value(const genetic::CandidateEvaluation&)>& simulate,
+      const genetic::ProcessEvaluationConfig& config) override;
+
+ private:
+  [[nodiscard]] std::optional<genetic::ProcessResult> process_result(
+      const genetic::CandidateEvaluation& candidate, const PoolOutcome& outcome);
+  [[nodiscard]] genetic::Value failure_record(const genetic::CandidateEvaluation& candidate,
+                                              const genetic::Value& reason,
+                                              const std::string& detail);
+
+  SystemCalls& system_;
+  genetic::EvaluationVerdicts& verdicts_;
+  double default_timeout_seconds_;
+  std::function<void(std::int64_t)> on_tick_;
+  EmbeddedContext* context_ = nullptr;
+  bool reduction_logged_ = false;
+};
+
+}  // namespace varnholt::embedded

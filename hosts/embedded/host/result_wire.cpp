@@ -1,0 +1,169 @@
+#include "hosts/embedded/host/result_wire.hpp"
+
+#include <bit>
+#include <charconv>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <Eigen/Core>
+
+#include "hosts/embedded/host/json_value.hpp"
+#include "hosts/embedded/host/statistics_object.hpp"
+#include "search_templates/genetic/value/copy.hpp"
+#include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/json_text.hpp"
+#include "search_templates/genetic/value/keys.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::embedded {
+
+using genetic::List;
+using genetic::Mapping;
+using genetic::Value;
+
+namespace {
+
+constexpr genetic::Key kPairs = genetic::key<"pairs">();
+constexpr genetic::Key kItems = genetic::key<"items">();
+
+// The canonical text sorts keys, while the order of a record's and of a graph's keys counts. So
+// mappings travel as {"pairs": [[key, value], ...]} and lists as {"items": [...]}, in which both
+// the order of keys and keys that are no texts survive.
+Value ordered(const Value& value) {
+  if (value.is_mapping()) {
+    List pairs;
+    genetic::MappingCursor cursor(value.mapping());
+    while (const std::optional<genetic::MappingEntry> entry = cursor.next()) {
+      pairs.append(List{entry->key, ordered(entry->value)});
+    }
+    return Mapping{{kPairs, pairs}};
+  }
+  if (value.is_list() || value.is_tuple()) {
+    List items;
+    const auto walk = genetic::iterate(value);
+    while (const std::optional<Value> item = walk->next())
+      items.append(ordered(*item));
+    return Mapping{{kItems, items}};
+  }
+  return value;
+}
+
+Value restored(const Value& value) {
+  if (!value.is_mapping()) return value;
+  if (const std::optional<Value> items = value.mapping().find(kItems)) {
+    List list;
+    genetic::ListCursor cursor(items->list());
+    while (const std::optional<Value> item = cursor.next())
+      list.append(restored(*item));
+    return list;
+  }
+  Mapping mapping;
+  genetic::ListCursor cursor(value.mapping().at(kPairs).list());
+  while (const std::optional<Value> pair = cursor.next()) {
+    mapping.set(pair->list().at(0), restored(pair->list().at(1)));
+  }
+  return mapping;
+}
+
+constexpr genetic::Key kPnl = genetic::key<"pnl">();
+constexpr genetic::Key kPool = genetic::key<"pool">();
+constexpr std::size_t kDigits = 16;  // Of one number.
+
+// Every bit of each number: its 64 bits in hexadecimal digits, which are quicker to write and read
+// than a decimal text.
+std::string bits_text(const Eigen::ArrayXd& numbers) {
+  constexpr std::string_view kHexDigits = "0123456789abcdef";
+  std::string text;
+  text.reserve(static_cast<std::size_t>(numbers.size()) * kDigits);
+  for (const double number : numbers) {
+    const auto bits = std::bit_cast<std::uint64_t>(number);
+    for (int shift = 60; shift >= 0; shift -= 4)
+      text += kHexDigits[(bits >> static_cast<unsigned>(shift)) & 0xfU];
+  }
+  return text;
+}
+
+Eigen::ArrayXd numbers_of(std::string_view text) {
+  if (text.size() % kDigits != 0) throw genetic::ValueError("a PnL of half a number");
+  Eigen::ArrayXd numbers(static_cast<Eigen::Index>(text.size() / kDigits));
+  for (double& number : numbers) {
+    std::uint64_t bits = 0;
+    const char* const end = text.data() + kDigits;
+    if (std::from_chars(text.data(), end, bits, 16).ptr != end) {
+      throw genetic::ValueError("a PnL with a number that is none");
+    }
+    number = std::bit_cast<double>(bits);
+    text.remove_prefix(kDigits);
+  }
+  return numbers;
+}
+
+Value optional_text(const std::optional<std::string>& text) {
+  return text ? Value(*text) : Value();
+}
+
+std::optional<std::string> text_of(const Value& value) {
+  return value.is_absent() ? std::nullopt : std::optional(std::string(value.text()));
+}
+
+Mapping comparison_mapping(const PoolComparison& comparison) {
+  return {{"members", comparison.members},
+          {"last_member", comparison.last_member},
+          {"score", comparison.measure.score},
+          {"mutual_information", comparison.measure.mutual_information},
+          {"correlation", comparison.measure.correlation},
+          {"nearest_by_information", optional_text(comparison.measure.nearest_by_information)},
+          {"nearest_by_correlation", optional_text(comparison.measure.nearest_by_correlation)}};
+}
+
+PoolComparison comparison_from(const Mapping& mapping) {
+  PoolComparison comparison;
+  comparison.members = mapping.at("members").integer();
+  comparison.last_member = mapping.at("last_member").integer();
+  comparison.measure.score = mapping.at("score").real();
+  comparison.measure.mutual_information = mapping.at("mutual_information").real();
+  comparison.measure.correlation = mapping.at("correlation").real();
+  comparison.measure.nearest_by_information = text_of(mapping.at("nearest_by_information"));
+  comparison.measure.nearest_by_correlation = text_of(mapping.at("nearest_by_correlation"));
+  return comparison;
+}
+
+Mapping sent_statistics(const StatisticsObject& stats) {
+  Mapping sent = statistics_mapping(stats.statistics());
+  if (stats.pnl()) sent.set(kPnl, bits_text(*stats.pnl()));
+  if (stats.comparison()) sent.set(kPool, comparison_mapping(*stats.comparison()));
+  return sent;
+}
+
+Value received_statistics(const Mapping& sent) {
+  std::optional<Eigen::ArrayXd> pnl;
+  std::optional<PoolComparison> comparison;
+  if (const auto text = sent.find(kPnl)) pnl = numbers_of(text->text());
+  if (const auto found = sent.find(kPool)) comparison = comparison_from(found->mapping());
+  return genetic::make_object<StatisticsObject>(statistics_from(sent), pnl, comparison);
+}
+
+}  // namespace
+
+std::string encode_result(const Mapping& result) {
+  Mapping record = genetic::shallow_copy(result);
+  if (const auto* const stats = statistics_object(record.get(genetic::keys::kStats))) {
+    record.set(genetic::keys::kStats, sent_statistics(*stats));
+  }
+  return genetic::json_text(ordered(record));
+}
+
+Mapping decode_result(std::string_view bytes) {
+  const Value value = restored(read_json(bytes));
+  if (!value.is_mapping()) throw genetic::ValueError("a candidate result record is a mapping");
+  Mapping record = value.mapping();
+  const Value stats = record.get(genetic::keys::kStats);
+  if (stats.is_mapping()) {
+    record.set(genetic::keys::kStats, received_statistics(stats.mapping()));
+  }
+  return record;
+}
+
+}  // namespace varnholt::embedded

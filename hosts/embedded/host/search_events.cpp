@@ -1,0 +1,21 @@
+#include "hosts/embedded/host/search_events.hpp"
+
+namespace varnholt::embedded {
+
+std::string_view to_text(StopCause cause) noexcept {
+  switch (cause) {
+    case StopCause::Generations:
+      return "generations";
+    case StopCause::Candidates:
+      return "candidates";
+    case StopCause::Seconds:
+      return "seconds";
+    case StopCause::Signal:
+      return "signal";
+    case StopCause::None:
+      break;
+  }
+  return "none";
+}
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,94 @@
+#include "hosts/embedded/host/signal_submission.hpp"
+
+#include "hosts/embedded/host/backtester_object.hpp"
+#include "hosts/embedded/host/statistics_object.hpp"
+#include "hosts/embedded/signal_pool/pool_errors.hpp"
+#include "hosts/embedded/system/wall_clock.hpp"
+#include "search_templates/genetic/graph/canonical_text.hpp"
+#include "search_templates/genetic/value/keys.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::embedded {
+
+namespace keys = genetic::keys;
+using genetic::Mapping;
+using genetic::Value;
+
+const Eigen::ArrayXd& required_pnl(const Value& stats) {
+  const StatisticsObject* const object = statistics_object(stats);
+  if (object == nullptr || !object->pnl()) {
+    throw genetic::ValueError("the statistics hold no daily PnL to compare with the pool's");
+  }
+  return *object->pnl();
+}
+
+SignalSubmission::SignalSubmission(RunStore& store, const Evaluator& evaluator,
+                                   const PoolIdentity& identity, const PoolSettings& settings)
+    : evaluator_(evaluator),
+      thresholds_{settings.pnl_mi_min, settings.correlation_max},
+      pool_(store, identity, static_cast<Eigen::Index>(settings.minimum_days), settings.pnl_mi_min),
+      queue_(store, pool_, thresholds_, wall_clock_seconds) {}
+
+bool SignalSubmission::refresh() {
+  last_measured_.reset();
+  return pool_.refresh();
+}
+
+SyncReport SignalSubmission::sync() {
+  last_measured_.reset();
+  pnls_.clear();
+  SyncReport report = queue_.sync();
+  // For the children that are forked next. They would do without, only the parent would have more
+  // to compare.
+  static_cast<void>(pool_.refresh());
+  return report;
+}
+
+const PoolMeasure& SignalSubmission::measure(const Value& stats) {
+  if (last_measured_ && genetic::same_object(last_measured_->stats, stats)) {
+    return last_measured_->measure;
+  }
+  PoolMeasure measured;
+  if (pool_.has_members()) {
+    const Eigen::ArrayXd& pnl = required_pnl(stats);
+    const auto& comparison = statistics_object(stats)->comparison();
+    if (comparison) pool_.take_over(pnl, *comparison);
+    try {
+      measured = pool_.measure(pnl);
+    } catch (const PoolPnlMissing& error) {
+      throw PoolDataNotReady(error.what());
+    } catch (const PoolMetricNotYetComputable& error) {
+      throw PoolDataNotReady(error.what());
+    }
+  }
+  return last_measured_.emplace(Measured{stats, measured}).measure;
+}
+
+Value SignalSubmission::compared(const BacktestResult& backtest) {
+  if (!has_members()) return genetic::make_object<StatisticsObject>(backtest.statistics);
+  std::optional<PoolComparison> comparison;
+  try {
+    comparison = pool_.compare(backtest.net_returns);
+  } catch (const PoolPnlMissing&) {
+    // The parent meets the same when it measures, and makes the candidate wait.
+  } catch (const PoolMetricNotYetComputable&) {
+    // Likewise.
+  }
+  return genetic::make_object<StatisticsObject>(backtest.statistics, backtest.net_returns,
+                                                comparison);
+}
+
+Value SignalSubmission::backtest(const Value& backtester, const Value& graph) {
+  Value stats = backtest_with_pnl(backtester, graph);
+  pnls_.insert_or_assign(genetic::canonical_graph_string(graph), required_pnl(stats));
+  return stats;
+}
+
+bool SignalSubmission::enqueue(const Mapping& payload) {
+  const Value graph = payload.get(keys::kGraph);
+  const auto known = pnls_.find(genetic::canonical_graph_string(graph));
+  if (known != pnls_.end()) return queue_.enqueue(payload, known->second);
+  return queue_.enqueue(payload, evaluator_.evaluate(graph).backtest.net_returns);
+}
+
+}  // namespace varnholt::embedded

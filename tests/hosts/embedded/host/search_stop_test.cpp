@@ -1,0 +1,76 @@
+// The stop event of a search: each limit sets it, it keeps its first cause, and the second
+// interrupt leaves at once.
+#include "hosts/embedded/host/search_stop.hpp"
+
+#include <gtest/gtest.h>
+
+namespace varnholt::embedded {
+namespace {
+
+class SearchStopTest : public ::testing::Test {
+ protected:
+  SearchStop stop(const StopLimits& limits) {
+    return {limits, interrupt_, [this] { ++pauses_; }};
+  }
+
+  InterruptFlag interrupt_;
+  int pauses_ = 0;
+};
+
+TEST_F(SearchStopTest, WithoutALimitItIsNeverSet) {
+  SearchStop event = stop({});
+  EXPECT_FALSE(event.is_set());
+  EXPECT_FALSE(event.wait(0.0));
+  EXPECT_EQ(event.cause(), StopCause::None);
+}
+
+TEST_F(SearchStopTest, GenerationsAreCountedByThePauses) {
+  SearchStop event = stop({.generations = 2});
+  EXPECT_FALSE(event.wait(0.0));
+  EXPECT_FALSE(event.is_set());
+  EXPECT_TRUE(event.wait(1000.0));  // Set, so it does not wait.
+  EXPECT_EQ(event.cause(), StopCause::Generations);
+  EXPECT_EQ(pauses_, 2);
+  EXPECT_FALSE(event.cancels_evaluations());
+}
+
+TEST_F(SearchStopTest, CandidatesAreCountedAsTheyAreRecorded) {
+  SearchStop event = stop({.candidates = 2});
+  event.count_candidate();
+  EXPECT_FALSE(event.is_set());
+  event.count_candidate();
+  EXPECT_FALSE(event.cancels_evaluations());  // The batch is completed.
+  EXPECT_TRUE(event.is_set());
+  EXPECT_EQ(event.cause(), StopCause::Candidates);
+}
+
+TEST_F(SearchStopTest, TheLimitInSecondsCancelsEvaluations) {
+  SearchStop event = stop({.seconds = 1e-9});
+  EXPECT_TRUE(event.cancels_evaluations());
+  EXPECT_TRUE(event.is_set());
+  EXPECT_EQ(event.cause(), StopCause::Seconds);
+}
+
+TEST_F(SearchStopTest, TheFirstCauseStays) {
+  SearchStop event = stop({.candidates = 1});
+  event.count_candidate();
+  EXPECT_TRUE(event.is_set());
+  interrupt_.requests = 1;
+  EXPECT_TRUE(event.is_set());
+  EXPECT_EQ(event.cause(), StopCause::Candidates);
+}
+
+TEST_F(SearchStopTest, AnInterruptStopsAndTheSecondLeavesAtOnce) {
+  SearchStop event = stop({});
+  interrupt_.requests = 1;
+  EXPECT_TRUE(event.cancels_evaluations());
+  EXPECT_TRUE(event.is_set());
+  EXPECT_EQ(event.cause(), StopCause::Signal);
+  interrupt_.requests = 2;
+  EXPECT_THROW(static_cast<void>(event.is_set()), InterruptedAtOnce);
+  EXPECT_THROW(static_cast<void>(event.cancels_evaluations()), InterruptedAtOnce);
+  EXPECT_THROW(static_cast<void>(event.wait(0.0)), InterruptedAtOnce);
+}
+
+}  // namespace
+}  // namespace varnholt::embedded
