@@ -140,7 +140,9 @@ Callable EmbeddedContext::safe_record() {
   // A child records nothing: its result goes to the parent, which does.
   if (in_child_) return {};
   return make_callable([this](std::span<const Value> positional, const Mapping& keywords) {
-    Value id = recorder_.record(positional[0], genetic::truth(positional[1]), keywords);
+    const bool passed = genetic::truth(positional[1]);
+    Value id = recorder_.record(positional[0], passed, keywords);
+    if (passed) submission_.keep_pnl(id, keywords.get(keys::kStats));
     stop_->count_candidate();
     return id;
   });

@@ -4,6 +4,7 @@
 
 #include "hosts/embedded/gates/failure_detail.hpp"
 #include "hosts/embedded/gates/threshold_set.hpp"
+#include "hosts/embedded/host/backtester_object.hpp"
 #include "hosts/embedded/host/function_callable.hpp"
 #include "hosts/embedded/host/gate_objects.hpp"
 #include "hosts/embedded/host/statistics_object.hpp"
@@ -220,7 +221,7 @@ Value EmbeddedEngine::evaluation_metaparameters_for_pool(const Value& /*signal_p
 Value EmbeddedEngine::call_backtester_with_transform_context(std::span<const Value> positional,
                                                              const Mapping& /*extra_kwargs*/) {
   // The backtester, the name of its only operation, and the graph.
-  return submission().backtest(positional[0], positional[2]);
+  return backtest_with_pnl(positional[0], positional[2]);
 }
 
 Value EmbeddedEngine::submission_pnl_mi_from_backtest_or_compute(

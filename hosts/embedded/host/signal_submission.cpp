@@ -1,10 +1,8 @@
 #include "hosts/embedded/host/signal_submission.hpp"
 
-#include "hosts/embedded/host/backtester_object.hpp"
 #include "hosts/embedded/host/statistics_object.hpp"
 #include "hosts/embedded/signal_pool/pool_errors.hpp"
 #include "hosts/embedded/system/wall_clock.hpp"
-#include "search_templates/genetic/graph/canonical_text.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
@@ -36,7 +34,7 @@ bool SignalSubmission::refresh() {
 
 SyncReport SignalSubmission::sync() {
   last_measured_.reset();
-  pnls_.clear();
+  recorded_.clear();
   SyncReport report = queue_.sync();
   // For the children that are forked next. They would do without, only the parent would have more
   // to compare.
@@ -65,7 +63,6 @@ const PoolMeasure& SignalSubmission::measure(const Value& stats) {
 }
 
 Value SignalSubmission::compared(const BacktestResult& backtest) {
-  if (!has_members()) return genetic::make_object<StatisticsObject>(backtest.statistics);
   std::optional<PoolComparison> comparison;
   try {
     comparison = pool_.compare(backtest.net_returns);
@@ -78,17 +75,16 @@ Value SignalSubmission::compared(const BacktestResult& backtest) {
                                                 comparison);
 }
 
-Value SignalSubmission::backtest(const Value& backtester, const Value& graph) {
-  Value stats = backtest_with_pnl(backtester, graph);
-  pnls_.insert_or_assign(genetic::canonical_graph_string(graph), required_pnl(stats));
-  return stats;
+void SignalSubmission::keep_pnl(const Value& eval_id, const Value& stats) {
+  const StatisticsObject* const object = statistics_object(stats);
+  if (object != nullptr && object->pnl()) recorded_.insert_or_assign(genetic::str(eval_id), stats);
 }
 
 bool SignalSubmission::enqueue(const Mapping& payload) {
-  const Value graph = payload.get(keys::kGraph);
-  const auto known = pnls_.find(genetic::canonical_graph_string(graph));
-  if (known != pnls_.end()) return queue_.enqueue(payload, known->second);
-  return queue_.enqueue(payload, evaluator_.evaluate(graph).backtest.net_returns);
+  const auto known = recorded_.find(genetic::str(payload.get(keys::kEvalId)));
+  if (known != recorded_.end()) return queue_.enqueue(payload, required_pnl(known->second));
+  return queue_.enqueue(payload,
+                        evaluator_.evaluate(payload.get(keys::kGraph)).backtest.net_returns);
 }
 
 }  // namespace varnholt::embedded

@@ -46,18 +46,17 @@ class SignalSubmission {
   // genetic::ValueError for statistics without a PnL.
   [[nodiscard]] const PoolMeasure& measure(const genetic::Value& stats);
 
-  // What a child makes of a backtest that passed the gates: statistics that need no second backtest
-  // and no second comparison in the parent. Without PnL where there is nothing to compare with, and
-  // without comparison where the pool's data is not ready. Reads no store.
+  // What a child makes of a backtest that passed the gates: statistics with the daily PnL, which
+  // need no second backtest and no second comparison in the parent. Without comparison where there
+  // is nothing to compare with, or the pool's data is not ready. Reads no store.
   [[nodiscard]] genetic::Value compared(const BacktestResult& backtest);
 
-  // The statistics of one more backtest of the graph, with its PnL: for measure(), and kept until
-  // the next sync for enqueue(). Fails as backtest_with_pnl does.
-  [[nodiscard]] genetic::Value backtest(const genetic::Value& backtester,
-                                        const genetic::Value& graph);
+  // A candidate that passed was recorded under this evaluation id: the PnL that its statistics
+  // hold, if any, is kept until the next sync for enqueue().
+  void keep_pnl(const genetic::Value& eval_id, const genetic::Value& stats);
 
-  // Queues the payload with the PnL of its graph, which is evaluated for it unless backtest() did.
-  // False when the store is busy.
+  // Queues the payload with the PnL that was kept for its evaluation; where none was, its graph is
+  // evaluated. False when the store is busy.
   [[nodiscard]] bool enqueue(const genetic::Mapping& payload);
   // Settles what is queued, and brings the members in.
   SyncReport sync();
@@ -73,7 +72,7 @@ class SignalSubmission {
   SignalPool pool_;
   SubmissionQueue queue_;
   std::optional<Measured> last_measured_;
-  std::unordered_map<std::string, Eigen::ArrayXd> pnls_;  // By the graph's canonical text.
+  std::unordered_map<std::string, genetic::Value> recorded_;  // Statistics by evaluation id.
 };
 
 }  // namespace varnholt::embedded

@@ -15,9 +15,9 @@
 
 namespace varnholt::embedded {
 
-// The daily PnL is there only where it is needed to compare the signal with the pool: in what a
-// backtest was asked for, and in a child's result that passed its gates while the pool had members.
-// The latter also holds what the child found when it compared them.
+// The daily PnL is there only where the signal is compared with the pool and submitted with it: in
+// what a backtest was asked for, and in a child's result that passed its gates. The latter also
+// holds what the child found when it compared the signal with the pool's members.
 class StatisticsObject : public genetic::HostObject {
  public:
   explicit StatisticsObject(const BacktestStatistics& statistics,

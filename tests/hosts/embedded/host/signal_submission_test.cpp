@@ -9,7 +9,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "hosts/embedded/host/backtester_object.hpp"
 #include "hosts/embedded/host/statistics_object.hpp"
 #include "search_templates/genetic/graph/canonical_text.hpp"
 #include "search_templates/genetic/value/errors.hpp"
@@ -162,17 +161,29 @@ TEST_F(SignalSubmissionTest, AFailedMeasureIsNotKept) {
   EXPECT_GT(submission_.measure(stats).correlation, 0.0);
 }
 
-TEST_F(SignalSubmissionTest, ThePnlOfABacktestIsThatOfTheSubmission) {
-  const Value backtester = genetic::make_object<BacktesterObject>(evaluator_);
-  static_cast<void>(submission_.backtest(backtester, ranked("volume")));
-  const Value stats = submission_.backtest(backtester, ranked("close"));
-  const Eigen::ArrayXd expected = evaluator_.evaluate(ranked("close")).backtest.net_returns;
-  EXPECT_TRUE((required_pnl(stats) == expected).all());
-  // An equal graph, not the same one.
-  EXPECT_TRUE(submission_.enqueue(recorded(ranked("close"))));
+TEST_F(SignalSubmissionTest, TheKeptPnlOfAnEvaluationIsThatOfItsSubmission) {
+  const Mapping payload = recorded(ranked("close"));
+  // Told apart from what a backtest of the payload's graph would give.
+  const Eigen::ArrayXd marked = required_pnl(stats_of(ranked("close"))) * 2.0;
+  submission_.keep_pnl("1-77", stats_of(ranked("volume")));
+  submission_.keep_pnl(payload.at(keys::kEvalId),
+                       genetic::make_object<StatisticsObject>(BacktestStatistics(), marked));
+  EXPECT_TRUE(submission_.enqueue(payload));
   EXPECT_EQ(submission_.sync().settled.size(), 1U);
   const std::vector<SubmissionPnl> members = store_.submissions().members(pool_identity_);
   ASSERT_EQ(members.size(), 1U);
+  EXPECT_EQ(*members[0].pnl, std::vector<double>(marked.begin(), marked.end()));
+}
+
+TEST_F(SignalSubmissionTest, WithoutAKeptPnlTheGraphIsEvaluated) {
+  const Mapping payload = recorded(ranked("close"));
+  submission_.keep_pnl(payload.at(keys::kEvalId), without_pnl());
+  submission_.keep_pnl(payload.at(keys::kEvalId), Value());
+  EXPECT_TRUE(submission_.enqueue(payload));
+  EXPECT_EQ(submission_.sync().settled.size(), 1U);
+  const std::vector<SubmissionPnl> members = store_.submissions().members(pool_identity_);
+  ASSERT_EQ(members.size(), 1U);
+  const Eigen::ArrayXd expected = evaluator_.evaluate(ranked("close")).backtest.net_returns;
   EXPECT_EQ(*members[0].pnl, std::vector<double>(expected.begin(), expected.end()));
 }
 

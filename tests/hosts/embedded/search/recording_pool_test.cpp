@@ -23,7 +23,8 @@ TEST_F(RecordingTest, AChildComparesItsSignalWithThePool) {
   const StatisticsObject* stats = nullptr;
   const Mapping first = joined(ranked("close"));
   stats = statistics_object(first.at(keys::kStats));
-  EXPECT_FALSE(stats->pnl().has_value()) << "there was nothing to compare with";
+  EXPECT_TRUE(stats->pnl().has_value()) << "it is submitted with it";
+  EXPECT_FALSE(stats->comparison().has_value()) << "there was nothing to compare with";
 
   const Mapping second = evaluated(unlike_the_others());
   stats = statistics_object(second.at(keys::kStats));

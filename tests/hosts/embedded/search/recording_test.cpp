@@ -99,6 +99,22 @@ TEST_F(RecordingTest, TheSubmissionHoldsThePnlAndThePayload) {
   EXPECT_EQ(*members[0].pnl, std::vector<double>(expected.begin(), expected.end()));
 }
 
+// The PnL that joins the pool is the one that the child sent: had the parent run a backtest of its
+// own, the marked one could not be there.
+TEST_F(RecordingTest, APassingCandidateIsBacktestedOnceAndInItsChild) {
+  Mapping candidate = evaluated(ranked("close"));
+  const StatisticsObject& sent = *statistics_object(candidate.at(keys::kStats));
+  ASSERT_TRUE(sent.pnl().has_value());
+  const Eigen::ArrayXd marked = *sent.pnl() * 2.0;
+  candidate.set(keys::kStats, genetic::make_object<StatisticsObject>(sent.statistics(), marked));
+  EXPECT_TRUE(genetic::record_candidate_result_in_parent(host_, context_, candidate));
+  submit(candidate);
+  EXPECT_EQ(submission_.sync().settled.size(), 1U);
+  const std::vector<SubmissionPnl> members = store_.submissions().members(pool_identity_);
+  ASSERT_EQ(members.size(), 1U);
+  EXPECT_EQ(*members[0].pnl, std::vector<double>(marked.begin(), marked.end()));
+}
+
 TEST_F(RecordingTest, AnEnqueueThatTheBusyStoreRefusesIsTriedAgain) {
   const Mapping candidate = recorded(ranked("close"));
   {
