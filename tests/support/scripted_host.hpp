@@ -32,6 +32,7 @@
 #include "tests/support/scripted_genetic_ops.hpp"
 #include "tests/support/scripted_process_evaluation.hpp"
 #include "tests/support/scripted_random.hpp"
+#include "tests/support/scripted_reaction_planning.hpp"
 #include "tests/support/scripted_timings.hpp"
 
 namespace varnholt::genetic::test {
@@ -161,6 +162,7 @@ struct ScriptedHost {
   ScriptedEliteness eliteness{log};
   ScriptedGeneticOps genetic_ops{log};
   ScriptedRandomWeighted random_weighted{log};
+  ScriptedReactionPlanning reaction_planning{log};
   ScriptedSearchSettings search_settings{log};
   ScriptedVerdicts evaluation_verdicts{log};
   ScriptedBacktestTimings backtest_timings{log};
@@ -187,6 +189,7 @@ struct ScriptedHost {
     [[nodiscard]] Eliteness& eliteness() override { return host_.eliteness; }
     [[nodiscard]] GeneticOps& genetic_ops() override { return host_.genetic_ops; }
     [[nodiscard]] RandomWeighted& random_weighted() override { return host_.random_weighted; }
+    [[nodiscard]] ReactionPlanning& reaction_planning() override { return host_.reaction_planning; }
     [[nodiscard]] SearchSettings& search_settings() override { return host_.search_settings; }
     [[nodiscard]] EvaluationVerdicts& evaluation_verdicts() override {
       return host_.evaluation_verdicts;

@@ -10,6 +10,7 @@
 
 #include "hosts/python/host/module_globals.hpp"
 #include "hosts/python/host/python_engine.hpp"
+#include "hosts/python/host/python_planning.hpp"
 #include "hosts/python/host/python_population.hpp"
 #include "hosts/python/host/python_process_evaluation.hpp"
 #include "hosts/python/host/python_random.hpp"
@@ -31,6 +32,7 @@ class PythonHost : public genetic::Host {
         eliteness_(globals_),
         genetic_ops_(globals_),
         random_weighted_(globals_),
+        reaction_planning_(globals_),
         search_settings_(globals_),
         constants_(globals_),
         fresh_candidates_(globals_) {}
@@ -45,6 +47,9 @@ class PythonHost : public genetic::Host {
   [[nodiscard]] genetic::Eliteness& eliteness() override { return eliteness_; }
   [[nodiscard]] genetic::GeneticOps& genetic_ops() override { return genetic_ops_; }
   [[nodiscard]] genetic::RandomWeighted& random_weighted() override { return random_weighted_; }
+  [[nodiscard]] genetic::ReactionPlanning& reaction_planning() override {
+    return reaction_planning_;
+  }
   [[nodiscard]] genetic::SearchSettings& search_settings() override { return search_settings_; }
   [[nodiscard]] genetic::EvaluationVerdicts& evaluation_verdicts() override { return verdicts_; }
   [[nodiscard]] genetic::BacktestTimings& backtest_timings() override { return timings_; }
@@ -69,6 +74,7 @@ class PythonHost : public genetic::Host {
   PythonEliteness eliteness_;
   PythonGeneticOps genetic_ops_;
   PythonRandomWeighted random_weighted_;
+  PythonReactionPlanning reaction_planning_;
   PythonSearchSettings search_settings_;
   PythonEvaluationVerdicts verdicts_;
   PythonBacktestTimings timings_;

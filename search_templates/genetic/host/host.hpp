@@ -15,6 +15,7 @@
 #include "search_templates/genetic/host/process_evaluation.hpp"
 #include "search_templates/genetic/host/random_generator.hpp"
 #include "search_templates/genetic/host/random_weighted.hpp"
+#include "search_templates/genetic/host/reaction_planning.hpp"
 #include "search_templates/genetic/host/search_context.hpp"
 #include "search_templates/genetic/host/search_settings.hpp"
 #include "search_templates/genetic/host/secure_random.hpp"
@@ -37,6 +38,12 @@ class Host {
   [[nodiscard]] virtual RandomGenerators& random_generators() = 0;
   [[nodiscard]] virtual SecureRandom& secure_random() = 0;
   [[nodiscard]] virtual Pause& pause() = 0;
+
+  // A host without a planner of its own has no plans.
+  [[nodiscard]] virtual ReactionPlanning& reaction_planning() { return no_reaction_planning_; }
+
+ private:
+  NoReactionPlanning no_reaction_planning_;
 };
 
 }  // namespace varnholt::genetic
