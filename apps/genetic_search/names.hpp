@@ -9,5 +9,6 @@ inline constexpr const char* kCheckName = "check-prices";
 inline constexpr const char* kSignalsName = "signals";
 inline constexpr const char* kShowName = "show";
 inline constexpr const char* kExportName = "export";
+inline constexpr const char* kVocabularyName = "vocabulary";
 
 }  // namespace varnholt::app

@@ -1,8 +1,10 @@
 #include "apps/genetic_search/options.hpp"
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -12,6 +14,7 @@
 #include "apps/genetic_search/run_options.hpp"
 #include "apps/genetic_search/text_layout.hpp"
 #include "apps/genetic_search/usage_error.hpp"
+#include "hosts/embedded/vocabulary/vocabulary_page.hpp"
 
 namespace varnholt::app {
 namespace {
@@ -80,6 +83,10 @@ constexpr const char* kExportFooter =
     "Exit codes: 0 done, 1 the file could not be written, 2 bad usage or bad input.\n"
     "After 1 and 2 nothing was written.";
 
+constexpr const char* kVocabularyDescription =
+    "Prints what signals are written in, as Markdown: every feature and every function\n"
+    "with its formula, its rules for missing and equal values, and an example.";
+
 // The parser with all that it writes into. It is built anew for each command line.
 struct Parser {
   CLI::App app{kDescription, kProgramName};
@@ -88,11 +95,15 @@ struct Parser {
   SignalsCommand signals;
   ShowCommand show;
   ExportCommand exported;
-  CLI::App* run_app = nullptr;
-  CLI::App* check_app = nullptr;
-  CLI::App* signals_app = nullptr;
-  CLI::App* show_app = nullptr;
-  CLI::App* export_app = nullptr;
+
+  // One command: its parser, the long description on its own page, and what its command line asks
+  // for once it is checked.
+  struct Entry {
+    CLI::App* app;
+    const char* page;
+    Command (*checked)(Parser&);
+  };
+  std::vector<Entry> entries;
 
   Parser() {
     run.search.database = kDefaultDatabase;
@@ -108,88 +119,45 @@ struct Parser {
     add_signals();
     add_show();
     add_export();
+    add_vocabulary();
   }
 
-  // A command without options yet; its help flag is to stand behind them.
-  CLI::App* add_command(const char* name, const char* description, const char* footer) {
+  // Adds a command; `add_options` gives it its options and tells the group in which its help flag
+  // stands, behind them.
+  template <typename AddOptions>
+  void add_command(const char* name, const char* description, const char* page, const char* footer,
+                   Command (*checked)(Parser&), AddOptions add_options) {
     CLI::App* const command = app.add_subcommand(name, description);
     command->footer(footer);
     command->set_help_flag();
-    return command;
+    Options options(*command);
+    const char* const help_group = add_options(options);
+    command->set_help_flag(kHelpFlag, kHelpText)->group(help_group);
+    entries.push_back({command, page, checked});
   }
 
-  void add_run() {
-    run_app = add_command(kRunName, "Searches a price file for trading signals.", kRunFooter);
-    Options options(*run_app);
-    add_run_options(options, run);
-    run_app->set_help_flag(kHelpFlag, kHelpText)->group("Output");
-  }
+  void add_run();
+  void add_check();
+  void add_signals();
+  void add_show();
+  void add_export();
+  void add_vocabulary();
 
-  void add_check() {
-    check_app = add_command(kCheckName, "Tells what a price file holds.", "");
-    Options options(*check_app);
-    options.group(kOptionsGroup);
-    options.positional("FILE", check.prices);
-    options.whole("--list", "N", from(0, 1'000'000),
-                  fmt::format("How many findings of each kind are listed; the rest are counted. "
-                              "Default: {}.",
-                              check.list_limit),
-                  check.list_limit);
-    check_app->set_help_flag(kHelpFlag, kHelpText)->group(kOptionsGroup);
+  // The command that was given; null where none was.
+  [[nodiscard]] const Entry* given() const {
+    const auto found = std::find_if(entries.begin(), entries.end(),
+                                    [](const Entry& entry) { return entry.app->parsed(); });
+    return found == entries.end() ? nullptr : &*found;
   }
-
-  void add_signals() {
-    signals_app = add_command(kSignalsName, "Lists the signals that runs submitted.", "");
-    Options options(*signals_app);
-    options.group(kOptionsGroup);
-    options.positional("DB", signals.database);
-    options.whole("--run", "N", from(1), "Only those of run N.", signals.run);
-    options.text("--pool", "NAME", "Only those of the pool NAME.", signals.pool);
-    options.flag("--all", "Refused and waiting ones too.", signals.all);
-    options.flag("--json", "One JSON object a line, for machines.", signals.json);
-    signals_app->set_help_flag(kHelpFlag, kHelpText)->group(kOptionsGroup);
-  }
-
-  void add_show() {
-    show_app = add_command(kShowName, "Tells all that is stored of one evaluation.", "");
-    Options options(*show_app);
-    options.group(kOptionsGroup);
-    options.positional("DB", show.database);
-    options.positional("ID", show.eval_id);
-    options.flag("--json", "One JSON object on one line, for machines.", show.json);
-    show_app->set_help_flag(kHelpFlag, kHelpText)->group(kOptionsGroup);
-  }
-
-  void add_export() {
-    export_app = add_command(kExportName, "Writes the daily weights of one signal.", kExportFooter);
-    Options options(*export_app);
-    options.group(kOptionsGroup);
-    options.positional("DB", exported.database);
-    options.positional("ID", exported.eval_id);
-    options.text("--weights", "FILE", "The file to write, as CSV. Needed.", exported.weights);
-    options.optional_text("--prices", "FILE",
-                          "The price file of the run. Default: where it was when the run began.",
-                          exported.prices);
-    options.flag("--force", "Replaces the file when it is there.", exported.force);
-    export_app->set_help_flag(kHelpFlag, kHelpText)->group(kOptionsGroup);
-  }
-
-  // The command that was given; none where there is none.
   [[nodiscard]] const CLI::App* command() const {
-    for (const CLI::App* const command : {run_app, check_app, signals_app, show_app, export_app}) {
-      if (command->parsed()) return command;
-    }
-    return nullptr;
+    const Entry* const entry = given();
+    return entry == nullptr ? nullptr : entry->app;
   }
 
   // The page of the command that was asked about.
   [[nodiscard]] std::string help() {
     // The long description belongs on the command's own page, the short one on the program's.
-    if (run_app->parsed()) run_app->description(kRunDescription);
-    if (check_app->parsed()) check_app->description(kCheckDescription);
-    if (signals_app->parsed()) signals_app->description(kSignalsDescription);
-    if (show_app->parsed()) show_app->description(kShowDescription);
-    if (export_app->parsed()) export_app->description(kExportDescription);
+    if (const Entry* const entry = given()) entry->app->description(entry->page);
     return app.help();
   }
 };
@@ -225,7 +193,7 @@ void require(bool is_given, const std::string& problem, const Parser& parser) {
   if (!is_given) throw UsageError(with_help_hint(problem, parser));
 }
 
-RunCommand checked_run(Parser& parser) {
+Command checked_run(Parser& parser) {
   RunCommand& run = parser.run;
   require(!run.search.prices.empty(),
           "no price file is given; name one with --prices FILE, a CSV with the columns "
@@ -237,7 +205,7 @@ RunCommand checked_run(Parser& parser) {
   return run;
 }
 
-CheckPricesCommand checked_prices(const Parser& parser) {
+Command checked_prices(Parser& parser) {
   require(!parser.check.prices.empty(), "no price file is given; name it after check-prices",
           parser);
   return parser.check;
@@ -256,23 +224,107 @@ void require_id(const std::string& eval_id, const Parser& parser) {
           parser);
 }
 
-SignalsCommand checked_signals(const Parser& parser) {
+Command checked_signals(Parser& parser) {
   require_store(parser.signals.database, parser);
   return parser.signals;
 }
 
-ShowCommand checked_show(const Parser& parser) {
+Command checked_show(Parser& parser) {
   require_store(parser.show.database, parser);
   require_id(parser.show.eval_id, parser);
   return parser.show;
 }
 
-ExportCommand checked_export(const Parser& parser) {
+Command checked_export(Parser& parser) {
   require_store(parser.exported.database, parser);
   require_id(parser.exported.eval_id, parser);
   require(!parser.exported.weights.empty(),
           "no file for the weights is given; name one with --weights FILE", parser);
   return parser.exported;
+}
+
+Command checked_vocabulary(Parser& /*parser*/) {
+  return ShowText{embedded::vocabulary_page()};
+}
+
+void Parser::add_run() {
+  add_command(kRunName, "Searches a price file for trading signals.", kRunDescription, kRunFooter,
+              checked_run, [this](Options& options) {
+                add_run_options(options, run);
+                return "Output";
+              });
+}
+
+void Parser::add_check() {
+  add_command(kCheckName, "Tells what a price file holds.", kCheckDescription, "", checked_prices,
+              [this](Options& options) {
+                options.group(kOptionsGroup);
+                options.positional("FILE", check.prices);
+                options.whole(
+                    "--list", "N", from(0, 1'000'000),
+                    fmt::format("How many findings of each kind are listed; the rest are counted. "
+                                "Default: {}.",
+                                check.list_limit),
+                    check.list_limit);
+                return kOptionsGroup;
+              });
+}
+
+void Parser::add_signals() {
+  add_command(kSignalsName, "Lists the signals that runs submitted.", kSignalsDescription, "",
+              checked_signals, [this](Options& options) {
+                options.group(kOptionsGroup);
+                options.positional("DB", signals.database);
+                options.whole("--run", "N", from(1), "Only those of run N.", signals.run);
+                options.text("--pool", "NAME", "Only those of the pool NAME.", signals.pool);
+                options.flag("--all", "Refused and waiting ones too.", signals.all);
+                options.flag("--json", "One JSON object a line, for machines.", signals.json);
+                return kOptionsGroup;
+              });
+}
+
+void Parser::add_show() {
+  add_command(kShowName, "Tells all that is stored of one evaluation.", kShowDescription, "",
+              checked_show, [this](Options& options) {
+                options.group(kOptionsGroup);
+                options.positional("DB", show.database);
+                options.positional("ID", show.eval_id);
+                options.flag("--json", "One JSON object on one line, for machines.", show.json);
+                return kOptionsGroup;
+              });
+}
+
+void Parser::add_export() {
+  add_command(kExportName, "Writes the daily weights of one signal.", kExportDescription,
+              kExportFooter, checked_export, [this](Options& options) {
+                options.group(kOptionsGroup);
+                options.positional("DB", exported.database);
+                options.positional("ID", exported.eval_id);
+                options.text("--weights", "FILE", "The file to write, as CSV. Needed.",
+                             exported.weights);
+                options.optional_text(
+                    "--prices", "FILE",
+                    "The price file of the run. Default: where it was when the run began.",
+                    exported.prices);
+                options.flag("--force", "Replaces the file when it is there.", exported.force);
+                return kOptionsGroup;
+              });
+}
+
+void Parser::add_vocabulary() {
+  add_command(kVocabularyName, "Prints what signals are written in.", kVocabularyDescription, "",
+              checked_vocabulary, [](Options& /*options*/) { return kOptionsGroup; });
+}
+
+// The commands as a list in a sentence.
+std::string command_list(const Parser& parser) {
+  std::string text;
+  for (const Parser::Entry& entry : parser.entries) {
+    const bool is_last = &entry == &parser.entries.back();
+    if (!text.empty()) text += is_last ? " and " : ", ";
+    text += fmt::format("\"{}\"", entry.app->get_name());
+  }
+  return text;
 }
 
 }  // namespace
@@ -286,15 +338,9 @@ Command parse_command_line(const std::vector<std::string>& arguments) {
   } catch (const CLI::Success&) {
     return ShowText{parser.help()};
   }
-  if (parser.run_app->parsed()) return checked_run(parser);
-  if (parser.check_app->parsed()) return checked_prices(parser);
-  if (parser.signals_app->parsed()) return checked_signals(parser);
-  if (parser.show_app->parsed()) return checked_show(parser);
-  if (parser.export_app->parsed()) return checked_export(parser);
+  if (const Parser::Entry* const entry = parser.given()) return entry->checked(parser);
   throw UsageError(with_help_hint(
-      "no command is given; there are \"run\", \"signals\", \"show\", \"export\" and "
-      "\"check-prices\"",
-      parser));
+      fmt::format("no command is given; there are {}", command_list(parser)), parser));
 }
 
 }  // namespace varnholt::app

@@ -19,18 +19,12 @@ inline constexpr std::string_view kFeatureType = "feature";
 inline constexpr std::string_view kRotationType = "rotation";
 inline constexpr std::string_view kWindowType = "window";
 
-// A feature: one panel of the market data. Features that need a column are there where it is.
-//
-//   close, open, high, low, volume   as they stand in the file
-//   returns          close(t) / close(t-1) - 1
-//   log_returns      ln(close(t) / close(t-1))
-//   range            (high - low) / close
-//   dollar_volume    close * volume
-//
-// Each is NaN where one of its parts is; a return needs both days next to each other.
+// A feature: one panel of the market data. Features that need a column are there where it is. Each
+// is NaN where one of its parts is.
 struct FeatureEntry {
   std::string_view name;
   double weight;  // Its share of the random choices among features, relative to the others.
+  std::string_view formula = {};
 };
 
 using OnePanelFunction = Panel (*)(const Panel&);
@@ -38,12 +32,20 @@ using TwoPanelFunction = Panel (*)(const Panel&, const Panel&);
 using WindowFunction = Panel (*)(const Panel&, Eigen::Index);
 using TwoPanelWindowFunction = Panel (*)(const Panel&, const Panel&, Eigen::Index);
 
+// What a function means, for people. x and y are its panels, n is its window in days.
+struct FunctionText {
+  std::string_view formula;
+  std::string_view unknown;  // When the result is NaN, beside the rule of its family.
+  std::string_view ties;     // What equal values give; empty where the formula says it.
+};
+
 // A function. Its name is that of its family and its own, joined by an underscore: "ts_mean".
 struct FunctionEntry {
   std::string_view name;
   std::string_view family;  // "cross", "ts", "arith" or "comparison".
   double weight;            // Its share of the random choices among functions.
   std::variant<OnePanelFunction, TwoPanelFunction, WindowFunction, TwoPanelWindowFunction> function;
+  FunctionText text;
 
   // How many children give it panels. They come first; a window, if it needs one, comes last.
   [[nodiscard]] std::size_t data_children() const {
@@ -75,6 +77,10 @@ struct Vocabulary {
   // The window that the decimal text of its days names, or nothing: "20", but not "020" or "+20".
   [[nodiscard]] std::optional<int> find_window(std::string_view text) const;
 };
+
+// All features, whether or not there are columns for them, and all functions.
+[[nodiscard]] std::vector<FeatureEntry> all_features();
+[[nodiscard]] std::vector<FunctionEntry> all_functions();
 
 // All functions and windows, and the features that `data` has the columns for.
 [[nodiscard]] Vocabulary make_vocabulary(const MarketData& data);
