@@ -5,12 +5,15 @@
 // class says otherwise. The bundle and what it gives must outlive every use of the library.
 #pragma once
 
+#include "search_templates/genetic/host/attempt_accounting.hpp"
+#include "search_templates/genetic/host/attempt_markers.hpp"
 #include "search_templates/genetic/host/backtest_timings.hpp"
 #include "search_templates/genetic/host/eliteness.hpp"
 #include "search_templates/genetic/host/engine.hpp"
 #include "search_templates/genetic/host/evaluation_verdicts.hpp"
 #include "search_templates/genetic/host/genetic_ops.hpp"
 #include "search_templates/genetic/host/json_reader.hpp"
+#include "search_templates/genetic/host/message_queue.hpp"
 #include "search_templates/genetic/host/pause.hpp"
 #include "search_templates/genetic/host/process_evaluation.hpp"
 #include "search_templates/genetic/host/random_generator.hpp"
@@ -41,6 +44,12 @@ class Host {
 
   // A host without a planner of its own has no plans.
   [[nodiscard]] virtual ReactionPlanning& reaction_planning() { return no_reaction_planning_; }
+
+  // What the ledger of attempts asks for. A host that keeps no attempts may leave these out: asking
+  // it for one is a RuntimeError that names the method.
+  [[nodiscard]] virtual AttemptMarkers& attempt_markers();
+  [[nodiscard]] virtual AttemptAccounting& attempt_accounting();
+  [[nodiscard]] virtual ProcessContexts& process_contexts();
 
  private:
   NoReactionPlanning no_reaction_planning_;

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string_view>
 
+#include "search_templates/genetic/host/attempt_tracker.hpp"
 #include "search_templates/genetic/host/callable.hpp"
 #include "search_templates/genetic/host/stop_event.hpp"
 #include "search_templates/genetic/value/value.hpp"
@@ -41,6 +42,15 @@ inline constexpr Key kMetaparameters = key<"_metaparameters">();
 inline constexpr Key kNamedUniverse = key<"_named_universe">();
 inline constexpr Key kSyncManager = key<"_sync_mgr">();
 
+// What an attempt is created and ended with: handed on, never looked into.
+inline constexpr Key kTracker = key<"_tracker">();
+inline constexpr Key kProductRunId = key<"_product_run_id">();
+inline constexpr Key kAttemptExpectedColumns = key<"_attempt_expected_columns">();
+inline constexpr Key kMetaparametersForDatabase = key<"_metaparams_for_db">();
+
+// The operation that tells whether the run has been called off.
+inline constexpr Key kSubmissionCancelled = key<"_submission_cancelled">();
+
 }  // namespace context_names
 
 class SearchContext {
@@ -63,6 +73,11 @@ class SearchContext {
   [[nodiscard]] virtual std::optional<Value> worker_memory_limit_bytes() = 0;
   // Any attribute by its name in the host.
   [[nodiscard]] virtual std::optional<Value> attribute(std::string_view name) = 0;
+  // The same for what is only handed on: a host may give its own object, of whatever type, so that
+  // it meets that very object again.
+  [[nodiscard]] virtual std::optional<Value> opaque_attribute(std::string_view name);
+  // The same for a caller that cannot do without: AttributeError when the context has none.
+  [[nodiscard]] virtual Value required_attribute(std::string_view name);
 
   // Validates one graph and throws when it refuses it: the context's own operation, and the
   // backtester's.
@@ -89,6 +104,12 @@ class SearchContext {
   [[nodiscard]] virtual Value current_attempt_evidence() = 0;
   // Tells from statistics why a candidate failed: a pair of reason and detail, each or absent.
   [[nodiscard]] virtual Callable derive_rejection_reason_detail() = 0;
+
+  // The attempt tracker, in the parent. AttributeError when the context has none.
+  [[nodiscard]] virtual std::shared_ptr<AttemptTracker> tracker();
+  // Whether the run has been called off. Asked in the parent; every call is behaviour.
+  // AttributeError when the context cannot tell.
+  [[nodiscard]] virtual bool submission_cancelled();
 
   // Tells the host that `error` is being handled for as long as the result lives. A host whose
   // language knows such a thing shows it to its own operations, which may write it into a log; to

@@ -13,8 +13,6 @@
 namespace varnholt::genetic {
 namespace {
 
-constexpr const char* kPersistenceFailed = "genetic candidate parent evaluation persistence failed";
-
 bool passes(const Mapping& record) {
   return truth(record.get(keys::kPasses));
 }
@@ -123,7 +121,7 @@ void record_candidate_results_in_parent(Host& host, SearchContext& context,
   const auto walk = iterate(candidates);
   while (const std::optional<Value> candidate = walk->next()) {
     if (!record_candidate_result_in_parent(host, context, *candidate)) {
-      throw RuntimeError(kPersistenceFailed);
+      throw RuntimeError(std::string(kPersistenceFailed));
     }
   }
 }

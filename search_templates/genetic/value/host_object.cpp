@@ -77,6 +77,12 @@ std::optional<Value> HostObject::attribute(std::string_view /*name*/) const {
   return std::nullopt;
 }
 
+Value HostObject::required_attribute(std::string_view name) const {
+  std::optional<Value> found = attribute(name);
+  if (found) return *std::move(found);
+  throw AttributeError("'" + type_name() + "' object has no attribute '" + std::string(name) + "'");
+}
+
 Value HostObject::deep_copy() const {
   return self();
 }

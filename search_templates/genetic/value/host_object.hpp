@@ -85,6 +85,8 @@ class HostObject : public detail::Counted {
   [[nodiscard]] virtual bool is_callable() const { return false; }
   // Missing and absent are two answers.
   [[nodiscard]] virtual std::optional<Value> attribute(std::string_view name) const;
+  // AttributeError for a missing one.
+  [[nodiscard]] virtual Value required_attribute(std::string_view name) const;
 
   [[nodiscard]] virtual Value deep_copy() const;
   // The deep copy of the whole value `root`, in which this object was met, for a host that copies

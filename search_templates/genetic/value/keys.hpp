@@ -72,8 +72,17 @@ inline constexpr Key kIsPnlMi = key<"is_pnl_mi">();
 inline constexpr Key kMarket = key<"market">();
 inline constexpr Key kId = key<"id">();
 
-// An attempt's evidence and a timing.
+// An attempt's evidence, in the order in which it is written, and a timing.
+inline constexpr Key kBacktestStarted = key<"backtest_started">();
 inline constexpr Key kBacktestCompleted = key<"backtest_completed">();
+inline constexpr Key kGeneratedStats = key<"generated_stats">();
+inline constexpr Key kCandidateStats = key<"candidate_stats">();
+inline constexpr Key kStatsConstructionBlocker = key<"stats_construction_blocker">();
+inline constexpr Key kPerColumnInventory = key<"per_column_inventory">();
+inline constexpr Key kTerminalDispositionOverride = key<"terminal_disposition_override">();
+inline constexpr Key kThresholdVerdictOverride = key<"threshold_verdict_override">();
+inline constexpr Key kFailureCategoryOverride = key<"failure_category_override">();
+inline constexpr Key kClassificationSourceOverride = key<"classification_source_override">();
 inline constexpr Key kGraphKey = key<"graph_key">();
 
 // The evaluator's outcome, and the record of the last evaluation.
@@ -96,6 +105,27 @@ inline constexpr Key kMiVerdict = key<"mi_verdict">();
 inline constexpr Key kPnlMi = key<"pnl_mi">();
 inline constexpr Key kPoolMetricsPending = key<"pool_metrics_pending">();
 inline constexpr Key kPoolMetricsPendingDetail = key<"pool_metrics_pending_detail">();
+
+// The threshold gate that an attempt without a result ends with, beside reason, detail and the
+// three verdicts.
+inline constexpr Key kVerdict = key<"verdict">();
+inline constexpr Key kThresholdSet = key<"threshold_set">();
+
+// The state of an attempt in the ledger, in the order in which it is written, beside
+// "backtest_started" and the pool's failure.
+inline constexpr Key kAttemptId = key<"attempt_id">();
+inline constexpr Key kDispatched = key<"dispatched">();
+inline constexpr Key kWorkerStarted = key<"worker_started">();
+inline constexpr Key kFinalized = key<"finalized">();
+inline constexpr Key kMarkerAttemptId = key<"marker_attempt_id">();
+
+// An event of the pool, beside the candidate's index and the failure's reason.
+inline constexpr Key kEvent = key<"event">();
+inline constexpr Key kAttempt = key<"attempt">();
+inline constexpr Key kCandidate = key<"candidate">();
+inline constexpr Key kRetrying = key<"retrying">();
+inline constexpr Key kError = key<"error">();
+inline constexpr Key kMetadata = key<"metadata">();
 
 // A gate's failure, its recorded detail, and a verdict.
 inline constexpr Key kValue = key<"value">();

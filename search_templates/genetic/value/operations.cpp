@@ -85,6 +85,12 @@ Value negated(const Value& value) {
   }
 }
 
+Value required_attribute(const Value& value, std::string_view name) {
+  if (value.is_object()) return value.object().required_attribute(name);
+  throw AttributeError("'" + type_name(value) + "' object has no attribute '" + std::string(name) +
+                       "'");
+}
+
 bool is_nan(const Value& value) {
   // A real that is a number is of our own kind, unless it is an instance of a host's subtype.
   if (!value.is_object() || !is_instance_of(value, Kind::kReal)) return false;

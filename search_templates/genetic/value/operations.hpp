@@ -21,6 +21,10 @@ namespace varnholt::genetic {
 // -value. TypeError "bad operand type for unary -: 'str'".
 [[nodiscard]] Value negated(const Value& value);
 
+// value.name, for an attribute that a rule cannot do without.
+// AttributeError "'int' object has no attribute 'graph'".
+[[nodiscard]] Value required_attribute(const Value& value, std::string_view name);
+
 // Whether the value is a real that is not a number.
 [[nodiscard]] bool is_nan(const Value& value);
 
