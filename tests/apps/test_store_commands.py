@@ -272,7 +272,7 @@ def test_export_refuses_other_prices_than_those_of_the_run(
     prices.rename(moved)
     ended = call("export", store, eval_id, "--weights", out)
     assert ended.returncode == 2 and not out.exists()
-    assert f"{prices}: it cannot be opened; name the price file of the run" in ended.stderr
+    assert f"{prices}: it cannot be opened: No such file or directory; name the" in ended.stderr
     assert call("export", store, eval_id, "--weights", out, "--prices", moved).returncode == 0
     out.unlink()
     moved.write_text(moved.read_text() + "\n")

@@ -2,10 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cmath>
-#include <cstring>
-#include <fstream>
 #include <limits>
 #include <optional>
 #include <utility>
@@ -17,6 +14,7 @@
 #include "hosts/embedded/config/ascii_text.hpp"
 #include "hosts/embedded/config/config_source.hpp"
 #include "hosts/embedded/config/toml_parser.hpp"
+#include "hosts/embedded/system/read_file.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -346,23 +344,15 @@ HostConfig parse_host_config(std::string_view text, const std::string& name) {
 }
 
 HostConfig read_host_config(const std::filesystem::path& path) {
-  const std::string file_mend = "name a TOML file that may be read";
-  std::error_code error;
-  if (std::filesystem::is_directory(path, error)) refuse_file(path, "is a directory", file_mend);
-  errno = 0;
-  std::ifstream file(path, std::ios::binary);
-  if (!file) {
-    refuse_file(path, fmt::format("cannot be opened: {}", std::strerror(errno)), file_mend);
-  }
-  std::string text(kLargestConfigBytes + 1, '\0');
-  file.read(text.data(), static_cast<std::streamsize>(text.size()));
-  if (file.bad()) refuse_file(path, "cannot be read to its end", file_mend);
-  text.resize(static_cast<std::size_t>(file.gcount()));
-  if (text.size() > kLargestConfigBytes) {
+  const FileBytes file = read_file(path, kLargestConfigBytes);
+  if (file.trouble == ReadTrouble::IsTooLarge) {
     refuse_file(path, fmt::format("is larger than {} bytes", kLargestConfigBytes),
                 "name a configuration; one is a page or two");
   }
-  return parse_host_config(text, path.string());
+  if (file.trouble != ReadTrouble::None) {
+    refuse_file(path, file.trouble_text(), "name a TOML file that may be read");
+  }
+  return parse_host_config(file.bytes, path.string());
 }
 
 }  // namespace varnholt::embedded

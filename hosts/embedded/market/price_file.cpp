@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <fstream>
-#include <iterator>
 #include <limits>
 #include <map>
 #include <set>
@@ -12,6 +10,7 @@
 #include "hosts/embedded/market/csv_rows.hpp"
 #include "hosts/embedded/market/price_cells.hpp"
 #include "hosts/embedded/market/price_table.hpp"
+#include "hosts/embedded/system/read_file.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -216,22 +215,16 @@ MarketData read_price_text(std::string_view text, const std::string& name) {
 }
 
 MarketData read_price_file(const std::filesystem::path& path) {
-  const std::string name = path.string();
-  std::error_code ignored;  // A path that cannot be looked at cannot be opened either.
-  if (std::filesystem::is_directory(path, ignored)) {
-    throw PriceFileError({.file = name}, "is a folder", "name a CSV file of daily prices");
-  }
-  std::ifstream stream(path, std::ios::binary);
-  if (!stream) {
-    throw PriceFileError({.file = name}, "cannot be opened",
-                         "check the path, and that you may read the file");
-  }
-  const std::string text{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-  if (stream.bad()) {
-    throw PriceFileError({.file = name}, "cannot be read to its end",
-                         "check the disk and the file's permissions");
-  }
-  return read_price_text(text, name);
+  return read_price_text(read_price_bytes(path), path.string());
+}
+
+std::string read_price_bytes(const std::filesystem::path& path) {
+  FileBytes file = read_file(path);
+  if (file.trouble == ReadTrouble::None) return std::move(file.bytes);
+  const char* const remedy = file.trouble == ReadTrouble::IsFolder
+                                 ? "name a CSV file of daily prices"
+                                 : "check the path, and that you may read the file";
+  throw PriceFileError({.file = path.string()}, file.trouble_text(), remedy);
 }
 
 }  // namespace varnholt::embedded

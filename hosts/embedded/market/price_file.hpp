@@ -33,6 +33,10 @@ inline constexpr Eigen::Index kMaximumPriceCells = 100'000'000;
 // The prices in the file at `path`.
 [[nodiscard]] MarketData read_price_file(const std::filesystem::path& path);
 
+// The bytes of that file, for who needs more of them than the prices. PriceFileError when they
+// cannot be read.
+[[nodiscard]] std::string read_price_bytes(const std::filesystem::path& path);
+
 // The prices in `text`, with `name` as the name of the file in messages.
 [[nodiscard]] MarketData read_price_text(std::string_view text, const std::string& name);
 

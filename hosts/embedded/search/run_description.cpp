@@ -77,9 +77,12 @@ std::string eras_json(const EraPlan& plan) {
 }  // namespace
 
 RunData::RunData(const SearchOptions& options)
-    : whole(read_price_file(options.prices)),
+    : RunData(options, read_price_bytes(options.prices)) {}
+
+RunData::RunData(const SearchOptions& options, const std::string& price_bytes)
+    : whole(read_price_text(price_bytes, options.prices.string())),
       plan(split_eras(whole.dates, options.config.eras)),
-      digest(file_sha256_hex(options.prices)) {}
+      digest(sha256_hex(price_bytes)) {}
 
 PoolIdentity pool_identity(const SearchOptions& options, const RunData& data) {
   const std::string comparable =

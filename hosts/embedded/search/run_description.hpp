@@ -16,12 +16,16 @@ namespace varnholt::embedded {
 
 // The prices of a run: the whole history, how it is split, and the SHA-256 of the file.
 struct RunData {
-  // Throws what read_price_file and split_eras throw.
+  // Reads the file once, so that the digest is that of the very bytes that are searched. Throws
+  // what read_price_file and split_eras throw.
   explicit RunData(const SearchOptions& options);
 
   MarketData whole;
   EraPlan plan;
   std::string digest;
+
+ private:
+  RunData(const SearchOptions& options, const std::string& price_bytes);
 };
 
 // Signals are comparable day by day when they were evaluated on the same days of the same prices at

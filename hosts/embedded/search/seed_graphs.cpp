@@ -1,12 +1,11 @@
 #include "hosts/embedded/search/seed_graphs.hpp"
 
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include <fmt/format.h>
 
 #include "hosts/embedded/host/json_value.hpp"
+#include "hosts/embedded/system/read_file.hpp"
 #include "hosts/embedded/vocabulary/graph_node.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 
@@ -14,12 +13,12 @@ namespace varnholt::embedded {
 namespace {
 
 std::string file_text(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) {
-    throw SeedFileError(fmt::format(
-        "{}: cannot be opened; give the name of a JSON file with graphs", path.string()));
+  FileBytes file = read_file(path);
+  if (file.trouble != ReadTrouble::None) {
+    throw SeedFileError(fmt::format("{}: {}; give the name of a JSON file with graphs",
+                                    path.string(), file.trouble_text()));
   }
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  return std::move(file.bytes);
 }
 
 genetic::Value parsed(std::string_view text, const std::string& name) {

@@ -4,8 +4,6 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <system_error>
 #include <utility>
 
@@ -17,6 +15,7 @@
 #include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/market/price_file.hpp"
 #include "hosts/embedded/system/digest.hpp"
+#include "hosts/embedded/system/read_file.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -130,14 +129,10 @@ void append_number(std::string& text, double number) {
 MarketData read_run_prices(const fs::path& path, std::string_view digest) {
   constexpr std::string_view kMend =
       "name the price file of the run with --prices FILE, as it was when the run began";
-  std::error_code ignored;  // A path that cannot be looked at cannot be opened either.
-  if (fs::is_directory(path, ignored)) refuse(path, "it is a folder", kMend);
-  std::ifstream stream(path, std::ios::binary);
-  if (!stream) refuse(path, "it cannot be opened", kMend);
   // Read once: the digest is that of the very bytes that are used.
-  const std::string text{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-  if (stream.bad()) refuse(path, "it cannot be read to its end", kMend);
-  const std::string found = sha256_hex(text);
+  const FileBytes file = read_file(path);
+  if (file.trouble != ReadTrouble::None) refuse(path, "it " + file.trouble_text(), kMend);
+  const std::string found = sha256_hex(file.bytes);
   if (found != digest) {
     refuse(path,
            fmt::format("it is not the price file of the run: its SHA-256 is {}, that of the run's "
@@ -145,7 +140,7 @@ MarketData read_run_prices(const fs::path& path, std::string_view digest) {
                        found, digest),
            kMend);
   }
-  return read_price_text(text, path.string());
+  return read_price_text(file.bytes, path.string());
 }
 
 Panel history_weights(const MarketData& data, std::string_view graph_json) {

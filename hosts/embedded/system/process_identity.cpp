@@ -1,25 +1,20 @@
 #include "hosts/embedded/system/process_identity.hpp"
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <sstream>
 #include <system_error>
 
 #include <unistd.h>
 
+#include "hosts/embedded/system/read_file.hpp"
+
 namespace varnholt::embedded {
 namespace {
 
 // Empty where the file cannot be read.
-std::string read_file(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
 std::string read_line(const std::string& path) {
-  const std::string text = read_file(path);
+  const std::string text = read_file(path).bytes;
   return text.substr(0, text.find('\n'));
 }
 
@@ -37,7 +32,7 @@ struct ProcessState {
 // proc(5): "pid (name) state ...", where the name may hold blanks and brackets itself, and the
 // start is field 22.
 std::optional<ProcessState> read_state(const std::string& path) {
-  const std::string text = read_file(path);
+  const std::string text = read_file(path).bytes;
   const std::size_t name_end = text.rfind(')');
   if (name_end == std::string::npos) return std::nullopt;
   std::istringstream fields(text.substr(name_end + 1));

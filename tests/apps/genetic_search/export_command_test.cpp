@@ -10,6 +10,7 @@
 
 #include "hosts/embedded/search/signal_export.hpp"
 #include "hosts/embedded/system/digest.hpp"
+#include "hosts/embedded/system/read_file.hpp"
 #include "tests/apps/genetic_search/captured.hpp"
 #include "tests/apps/genetic_search/sample_store.hpp"
 
@@ -28,7 +29,7 @@ class ExportCommandTest : public samples::StoreTest {
     command_.weights = in_folder("w.csv");
     embedded::RunStore store(command_.database.string());
     embedded::RunStart start = samples::run_start();
-    start.price_digest = embedded::file_sha256_hex(in_folder("prices.csv"));
+    start.price_digest = embedded::sha256_hex(embedded::read_file(in_folder("prices.csv")).bytes);
     start.price_path = in_folder("prices.csv");
     store.record_evaluations(store.begin_run(start),
                              {samples::evaluation(1, R"({"origin":"fresh"})")});

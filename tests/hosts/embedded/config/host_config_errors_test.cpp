@@ -238,7 +238,7 @@ TEST_F(ConfigFile, ThatIsNotThere) {
 
 TEST_F(ConfigFile, ThatIsADirectory) {
   EXPECT_EQ(refusal_of_file(::testing::TempDir()),
-            ::testing::TempDir() + ": is a directory; name a TOML file that may be read");
+            ::testing::TempDir() + ": is a folder; name a TOML file that may be read");
 }
 
 TEST_F(ConfigFile, ThatIsTooLarge) {

@@ -182,9 +182,10 @@ TEST(PriceFileErrors, FilesThatCannotBeRead) {
     (void)read_price_file("/nowhere/prices.csv");
     FAIL();
   } catch (const PriceFileError& error) {
-    EXPECT_STREQ(error.what(),
-                 "/nowhere/prices.csv: cannot be opened; check the path, and that you may read "
-                 "the file");
+    EXPECT_STREQ(
+        error.what(),
+        "/nowhere/prices.csv: cannot be opened: No such file or directory; check the path, "
+        "and that you may read the file");
   }
   try {
     (void)read_price_file("/");

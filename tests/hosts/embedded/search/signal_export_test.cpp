@@ -189,7 +189,7 @@ TEST_F(SignalExport, RefusesOtherPrices) {
       AllOf(HasSubstr("p.csv: it is not the price file of the run"), HasSubstr(digest),
             HasSubstr(sha256_hex("date,AAA\n2020-01-01,1.5\n")), HasSubstr("--prices FILE")));
   EXPECT_THAT(refusal([&] { static_cast<void>(read_run_prices(in_folder("none"), digest)); }),
-              HasSubstr("none: it cannot be opened; name the price file"));
+              HasSubstr("none: it cannot be opened: No such file or directory; name the"));
   EXPECT_THAT(refusal([&] { static_cast<void>(read_run_prices(in_folder(""), digest)); }),
               HasSubstr("it is a folder"));
 }

@@ -1,0 +1,45 @@
+// What is written down of a run: its prices are read once, so that the digest names the very bytes
+// that are searched.
+// Method: a pipe in place of the price file, and another file there for whoever opens it again.
+#include "hosts/embedded/search/run_description.hpp"
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "hosts/embedded/system/digest.hpp"
+#include "hosts/embedded/system/read_file.hpp"
+#include "tests/hosts/embedded/host/search_fixture.hpp"
+
+namespace varnholt::embedded {
+namespace {
+
+using RunDescriptionTest = FolderTest;
+
+TEST_F(RunDescriptionTest, ThePricesAreReadOnceAndTheDigestIsOfThoseBytes) {
+  write_prices(in_folder("prices.csv"), small_universe());
+  const std::string bytes = read_file(in_folder("prices.csv")).bytes;
+  std::ofstream(in_folder("others.csv")) << bytes << '\n';
+  SearchOptions options;
+  options.prices = in_folder("pipe");
+  ASSERT_EQ(mkfifo(options.prices.c_str(), 0600), 0);
+  const pid_t writer = fork();
+  if (writer == 0) {
+    std::ofstream pipe(options.prices, std::ios::binary);  // Waits for the reader.
+    std::filesystem::rename(in_folder("others.csv"), options.prices);
+    pipe << bytes << std::flush;
+    _exit(0);
+  }
+  const RunData data(options);
+  EXPECT_EQ(data.digest, sha256_hex(bytes));
+  EXPECT_EQ(data.whole.symbols, small_universe().symbols);
+  EXPECT_EQ(waitpid(writer, nullptr, 0), writer);
+}
+
+}  // namespace
+}  // namespace varnholt::embedded

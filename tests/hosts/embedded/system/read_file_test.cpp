@@ -1,0 +1,90 @@
+// Reading a file: all of it, once, and every trouble told apart.
+// Method: files of the test's own, a pipe in two pieces, a folder, and what the kernel shows as
+// files without a size or without anything to read.
+#include "hosts/embedded/system/read_file.hpp"
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace varnholt::embedded {
+namespace {
+
+class ReadFileTest : public ::testing::Test {
+ protected:
+  ReadFileTest() { std::filesystem::create_directories(folder_); }
+  ~ReadFileTest() override { std::filesystem::remove_all(folder_); }
+
+  [[nodiscard]] std::filesystem::path file_with(const std::string& bytes) const {
+    const std::filesystem::path path = folder_ / "file";
+    std::ofstream(path, std::ios::binary) << bytes;
+    return path;
+  }
+
+  std::filesystem::path folder_ =
+      std::filesystem::temp_directory_path() / ("varnholt-read-" + std::to_string(getpid()));
+};
+
+std::string many_bytes(std::size_t size) {
+  std::string bytes(size, '\0');
+  for (std::size_t i = 0; i < size; ++i)
+    bytes[i] = static_cast<char>(i * 7 % 251);
+  return bytes;
+}
+
+TEST_F(ReadFileTest, EveryByteOfAFile) {
+  for (const std::size_t size : {0U, 1U, 65536U, 65537U, 1000000U}) {
+    const std::string bytes = many_bytes(size);
+    const FileBytes file = read_file(file_with(bytes));
+    EXPECT_EQ(file.trouble, ReadTrouble::None);
+    EXPECT_TRUE(file.bytes == bytes) << size;
+  }
+}
+
+TEST_F(ReadFileTest, WhatHasNoSizeIsReadToItsEndToo) {
+  const FileBytes status = read_file("/proc/self/status");
+  EXPECT_EQ(status.trouble, ReadTrouble::None);
+  EXPECT_NE(status.bytes.find("Pid:"), std::string::npos);
+
+  const std::filesystem::path pipe = folder_ / "pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const std::string bytes = many_bytes(200000);
+  const pid_t writer = fork();
+  if (writer == 0) {
+    std::ofstream out(pipe, std::ios::binary);
+    out << bytes.substr(0, 70001) << std::flush;
+    out << bytes.substr(70001) << std::flush;
+    _exit(0);
+  }
+  const FileBytes file = read_file(pipe);
+  EXPECT_TRUE(file.bytes == bytes);
+  EXPECT_EQ(waitpid(writer, nullptr, 0), writer);
+}
+
+TEST_F(ReadFileTest, AFileMayBeAsLargeAsTheLimitAndNoLarger) {
+  const std::filesystem::path path = file_with(many_bytes(1000));
+  EXPECT_EQ(read_file(path, 1000).trouble, ReadTrouble::None);
+  EXPECT_EQ(read_file(path, 1000).bytes.size(), 1000U);
+  EXPECT_EQ(read_file(path, 999).trouble, ReadTrouble::IsTooLarge);
+  EXPECT_EQ(read_file("/dev/zero", 5000000).trouble, ReadTrouble::IsTooLarge);
+}
+
+TEST_F(ReadFileTest, EachTroubleHasItsText) {
+  EXPECT_EQ(read_file(folder_).trouble_text(), "is a folder");
+  const FileBytes missing = read_file(folder_ / "none");
+  EXPECT_EQ(missing.trouble, ReadTrouble::CannotBeOpened);
+  EXPECT_EQ(missing.trouble_text(), "cannot be opened: No such file or directory");
+  // Reading the memory of a process from address 0 fails after the file has been opened.
+  const FileBytes unreadable = read_file("/proc/self/mem");
+  EXPECT_EQ(unreadable.trouble, ReadTrouble::CannotBeReadToItsEnd);
+  EXPECT_EQ(unreadable.trouble_text(), "cannot be read to its end: Input/output error");
+  EXPECT_EQ(read_file("/dev/zero", 1).trouble_text(), "is too large");
+}
+
+}  // namespace
+}  // namespace varnholt::embedded
