@@ -7,7 +7,6 @@
 
 #include <cstdint>
 #include <exception>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -16,8 +15,11 @@
 #include <vector>
 
 #include "search_templates/genetic/host/host.hpp"
+#include "search_templates/genetic/host/pool_objects.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/host_object.hpp"
+#include "search_templates/genetic/value/keys.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::genetic::benchmarks {
 
@@ -215,16 +217,27 @@ class InProcessPool : public ProcessEvaluation {
   void log_worker_count_reduction(Logger& /*logger*/, const WorkerResolution& /*resolution*/,
                                   std::string_view /*scope*/, SearchContext& /*cache_owner*/,
                                   std::string_view /*detail*/) override {}
-  [[nodiscard]] std::vector<ProcessResult> evaluate_candidate_batch(
-      const std::vector<CandidateEvaluation>& candidates,
-      const std::function<Value(const CandidateEvaluation&)>& simulate,
+  void prefetch_candidate_features(SearchContext& /*context*/, const List& /*graphs*/) override {}
+  [[nodiscard]] Value candidate_evaluation(const Value& candidate_index,
+                                           const Value& graph) override {
+    return make_object<CandidateEvaluation>(candidate_index, graph);
+  }
+  [[nodiscard]] std::unique_ptr<ConfiguredPool> configure(
       const ProcessEvaluationConfig& /*config*/) override {
-    std::vector<ProcessResult> results;
-    results.reserve(candidates.size());
-    for (const CandidateEvaluation& candidate : candidates) {
-      results.push_back({candidate.candidate_index, simulate(candidate), 4321, 0.25, 1});
-    }
-    return results;
+    class Configured : public ConfiguredPool {
+     public:
+      [[nodiscard]] Value evaluate_candidate_batch(const List& candidates,
+                                                   const Callable& simulate) override {
+        List results(candidates.size());
+        for (const Value& candidate : candidates.native_items()) {
+          results.append(make_object<ProcessResult>(
+              attribute(candidate, keys::kCandidateIndex.view()).value_or(Value()),
+              simulate({candidate}), 4321, 0.25, 1));
+        }
+        return results;
+      }
+    };
+    return std::make_unique<Configured>();
   }
 };
 
@@ -280,6 +293,7 @@ class FixedSettings : public SearchSettings {
   [[nodiscard]] Value default_diversity_weight() override { return 0.5; }
   [[nodiscard]] Value default_parsimony_weight() override { return 0.125; }
   [[nodiscard]] Value default_operator_rates() override { return Mapping{{"crossover", 1.0}}; }
+  [[nodiscard]] Value default_process_priority() override { return {}; }
 };
 
 class NullVerdicts : public EvaluationVerdicts {

@@ -74,8 +74,8 @@ TEST(SearchFailure, ErrorOfOneCandidateFailsTheBatchAndTheRunGoesOn) {
   SearchHarness search;
   search.stop_at_pause(2);
   search.host.process_evaluation.on_evaluate_candidate_batch =
-      [calls = 0](const std::vector<CandidateEvaluation>& candidates, const auto&,
-                  const auto&) mutable -> std::vector<ProcessResult> {
+      [calls = 0](const std::vector<ScriptedCandidate>& candidates, const auto&,
+                  const auto&) mutable -> std::vector<ScriptedResult> {
     if (++calls == 1) throw ScriptedProcessError("child lost", {{"candidate_index", 0}});
     return {{candidates[0].candidate_index, passing(candidates[0].graph), 1, 0.5, 1}};
   };

@@ -102,7 +102,7 @@ class SearchHarness {
     host.context.on_stop_event = always(std::shared_ptr<StopEvent>(stop_event));
     stop_at_pause(3);
     host.process_evaluation.on_evaluate_candidate_batch =
-        [this](const std::vector<CandidateEvaluation>& candidates, const auto& /*simulate*/,
+        [this](const std::vector<ScriptedCandidate>& candidates, const auto& /*simulate*/,
                const auto& /*config*/) { return evaluate(candidates); };
     *on_draw = [this](std::int64_t count) {
       List graphs;
@@ -169,9 +169,9 @@ class SearchHarness {
   std::unique_ptr<GeneticTemplate> config;
 
  private:
-  std::vector<ProcessResult> evaluate(const std::vector<CandidateEvaluation>& candidates) {
-    std::vector<ProcessResult> results;
-    for (const CandidateEvaluation& candidate : candidates) {
+  std::vector<ScriptedResult> evaluate(const std::vector<ScriptedCandidate>& candidates) {
+    std::vector<ScriptedResult> results;
+    for (const ScriptedCandidate& candidate : candidates) {
       results.push_back({candidate.candidate_index, on_outcome(candidate.graph), 4321, 0.5, 1});
     }
     return results;
@@ -202,8 +202,12 @@ inline const Names kBredBatch = {"random_generators.from_state",
                                  "fresh.draw",
                                  "rng.random",
                                  "rng.getstate"};
-inline const Names kPool = {"context.n_jobs", "context.worker_memory_limit_bytes",
+inline const Names kPool = {"context.n_jobs",
+                            "search_settings.default_process_priority",
+                            "context.attribute",
+                            "context.worker_memory_limit_bytes",
                             "process_evaluation.default_worker_memory_limit_bytes",
+                            "context.attribute",
                             "process_evaluation.evaluate_candidate_batch"};
 // As many reads of the context's plain attributes.
 [[nodiscard]] inline Names attribute_reads(std::size_t count) {

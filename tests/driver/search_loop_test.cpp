@@ -135,7 +135,8 @@ TEST(SearchLoop, DuplicatesBeforeAnyCountedCandidateKeepTheRunGoing) {
   // The pool returns no result at all, so that the first batch leaves its keys but no candidate.
   SearchHarness search;
   *search.on_draw = [](std::int64_t) { return Value(graphs_named({"same"})); };
-  search.host.process_evaluation.on_evaluate_candidate_batch = always(std::vector<ProcessResult>{});
+  search.host.process_evaluation.on_evaluate_candidate_batch =
+      always(std::vector<ScriptedResult>{});
   search.run();
 
   const Names no_results =
@@ -160,7 +161,8 @@ TEST(SearchLoop, SeedsAreGivenOnceEvenWhenNothingCameOfThem) {
   arguments.initial_candidates = graphs_named({"seed"});
   search.configure(arguments);
   search.stop_at_pause(2);
-  search.host.process_evaluation.on_evaluate_candidate_batch = always(std::vector<ProcessResult>{});
+  search.host.process_evaluation.on_evaluate_candidate_batch =
+      always(std::vector<ScriptedResult>{});
   search.run();
   EXPECT_THAT(search.draws(), ElementsAre("(1)"));  // Batch 1 alone: batch 0 is the seed.
 }
@@ -244,8 +246,8 @@ TEST(SearchLoop, CandidatesWithoutResultAreNotCounted) {
   SearchHarness search(3);
   search.stop_at_pause(1);
   search.host.process_evaluation.on_evaluate_candidate_batch =
-      [](const std::vector<CandidateEvaluation>& candidates, const auto&, const auto&) {
-        return std::vector<ProcessResult>{
+      [](const std::vector<ScriptedCandidate>& candidates, const auto&, const auto&) {
+        return std::vector<ScriptedResult>{
             {candidates[2].candidate_index, passing(candidates[2].graph), 1, 0.25, 1}};
       };
   search.run();

@@ -14,9 +14,13 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::SizeIs;
 
+Mapping result_of(const ScriptedResult& process_result) {
+  return candidate_result_from_process_result(process_result.object());
+}
+
 TEST(CandidateResultFromProcessResult, CarriesTheWorkersIdentity) {
   const Mapping payload{{"graph", Mapping()}, {"worker_pid", 1}, {"process_attempt", 9}};
-  const Mapping result = candidate_result_from_process_result({3, payload, 4321, 0.5, 2});
+  const Mapping result = result_of({3, payload, 4321, 0.5, 2});
   EXPECT_EQ(repr(result),
             "{'graph': {}, 'worker_pid': 4321, 'process_attempt': 2, 'candidate_index': 3, "
             "'elapsed_simulation_seconds': 0.5}");
@@ -26,19 +30,15 @@ TEST(CandidateResultFromProcessResult, CarriesTheWorkersIdentity) {
 }
 
 TEST(CandidateResultFromProcessResult, KeepsTheIndexThatThePayloadHas) {
-  EXPECT_EQ(candidate_result_from_process_result({3, Mapping{{"candidate_index", 7}}, 1, 0.5, 1})
-                .at("candidate_index"),
-            7);
-  EXPECT_TRUE(
-      candidate_result_from_process_result({3, Mapping{{"candidate_index", Value()}}, 1, 0.5, 1})
-          .at("candidate_index")
-          .is_absent());
+  EXPECT_EQ(result_of({3, Mapping{{"candidate_index", 7}}, 1, 0.5, 1}).at("candidate_index"), 7);
+  EXPECT_TRUE(result_of({3, Mapping{{"candidate_index", Value()}}, 1, 0.5, 1})
+                  .at("candidate_index")
+                  .is_absent());
 }
 
 TEST(CandidateResultFromProcessResult, SubmissionPayloadGetsTheWorkerUnlessItHasOne) {
   const auto submission = [](const Value& payload) {
-    return repr(candidate_result_from_process_result(
-                    {0, Mapping{{"submission_payload", payload}}, 4321, 0.5, 1})
+    return repr(result_of({0, Mapping{{"submission_payload", payload}}, 4321, 0.5, 1})
                     .at("submission_payload"));
   };
   EXPECT_EQ(submission(Mapping{{"eval_id", "e"}}), "{'eval_id': 'e', 'worker_pid': 4321}");
@@ -49,11 +49,8 @@ TEST(CandidateResultFromProcessResult, SubmissionPayloadGetsTheWorkerUnlessItHas
 }
 
 TEST(CandidateResultFromProcessResult, PayloadMayBeASequenceOfPairs) {
-  EXPECT_EQ(candidate_result_from_process_result({0, List{Tuple{"passes", true}}, 1, 0.5, 1})
-                .at("passes"),
-            true);
-  EXPECT_THROW(static_cast<void>(candidate_result_from_process_result({0, 5, 1, 0.5, 1})),
-               TypeError);
+  EXPECT_EQ(result_of({0, List{Tuple{"passes", true}}, 1, 0.5, 1}).at("passes"), true);
+  EXPECT_THROW(static_cast<void>(result_of({0, 5, 1, 0.5, 1})), TypeError);
 }
 
 class BatchEvaluation : public testing::Test {
@@ -80,13 +77,15 @@ TEST_F(BatchEvaluation, EmptyBatchAsksTheHostNothing) {
 
 TEST_F(BatchEvaluation, EveryCandidateIsSimulated) {
   const List results = evaluate(List{Mapping{{"node", "a"}}, Mapping{{"node", "b"}}});
-  EXPECT_THAT(host.log.names(), ElementsAre("context.n_jobs", "context.worker_memory_limit_bytes",
-                                            "process_evaluation.default_worker_memory_limit_bytes",
-                                            "process_evaluation.evaluate_candidate_batch",
-                                            "context.evaluate_for_template", "evaluate",
-                                            "timings.consume_recorded_backtest_timing_payload",
-                                            "context.evaluate_for_template", "evaluate",
-                                            "timings.consume_recorded_backtest_timing_payload"));
+  EXPECT_THAT(
+      host.log.names(),
+      ElementsAre("context.n_jobs", "search_settings.default_process_priority", "context.attribute",
+                  "context.worker_memory_limit_bytes",
+                  "process_evaluation.default_worker_memory_limit_bytes", "context.attribute",
+                  "process_evaluation.evaluate_candidate_batch", "context.evaluate_for_template",
+                  "evaluate", "timings.consume_recorded_backtest_timing_payload",
+                  "context.evaluate_for_template", "evaluate",
+                  "timings.consume_recorded_backtest_timing_payload"));
   EXPECT_THAT(host.log.lines(),
               Contains("process_evaluation.evaluate_candidate_batch(2, n_jobs=1, max_retries=1, "
                        "timeout_seconds=60.0, worker_memory_limit_bytes=1073741824)"));
@@ -116,16 +115,16 @@ TEST_F(BatchEvaluation, OnlyAnAbsentTimeOutIsTheHostsDefault) {
 TEST_F(BatchEvaluation, ResultsStandInTheOrderOfTheBatchWithoutThoseThatAreMissing) {
   std::vector<std::int64_t> given;
   host.process_evaluation.on_evaluate_candidate_batch =
-      [&given](const std::vector<CandidateEvaluation>& candidates, const auto&, const auto&) {
-        for (const CandidateEvaluation& candidate : candidates)
+      [&given](const std::vector<ScriptedCandidate>& candidates, const auto&, const auto&) {
+        for (const ScriptedCandidate& candidate : candidates)
           given.push_back(candidate.candidate_index);
         const auto result = [](const Value& index, const Value& name) {
           Mapping payload;
           payload.set("n", name);
-          return ProcessResult{index, payload, 1, 0.0, 1};
+          return ScriptedResult{index, payload, 1, 0.0, 1};
         };
-        return std::vector<ProcessResult>{result(3, "d"), result(0, "a"), result(7, "stray"),
-                                          result(1, "b"), result(1.0, "b again")};
+        return std::vector<ScriptedResult>{result(3, "d"), result(0, "a"), result(7, "stray"),
+                                           result(1, "b"), result(1.0, "b again")};
       };
   const List results = evaluate(List{1, 2, 3, 4});
   EXPECT_THAT(given, ElementsAre(0, 1, 2, 3));
@@ -142,13 +141,14 @@ TEST_F(BatchEvaluation, WhatTheChildThrowsAndWhatThePoolThrowsPass) {
   EXPECT_THROW(evaluate(List{1}), ScriptedProcessError);
 }
 
-TEST_F(BatchEvaluation, JobsBeyondSixtyFourBitsAreCut) {
+TEST_F(BatchEvaluation, JobsBeyondSixtyFourBitsStayAsTheyAre) {
   host.context.on_n_jobs = always(Value("99999999999999999999"));
   evaluate(List{1});
-  EXPECT_THAT(host.log.lines(),
-              Contains("process_evaluation.evaluate_candidate_batch(1, n_jobs=9223372036854775807, "
-                       "max_retries=1, timeout_seconds=60.0, "
-                       "worker_memory_limit_bytes=1073741824)"));
+  EXPECT_THAT(
+      host.log.lines(),
+      Contains("process_evaluation.evaluate_candidate_batch(1, n_jobs=99999999999999999999, "
+               "max_retries=1, timeout_seconds=60.0, "
+               "worker_memory_limit_bytes=1073741824)"));
 }
 
 }  // namespace

@@ -89,6 +89,7 @@ class ScriptedSearchSettings : public SearchSettings {
   std::function<Value()> on_default_parsimony_weight = always(0.125);
   std::function<Value()> on_default_operator_rates = always(Mapping{
       {"crossover", 0.4}, {"subtree_mutation", 0.3}, {"point_mutation", 0.2}, {"hoist", 0.1}});
+  std::function<Value()> on_default_process_priority = always(10);
 
   [[nodiscard]] Value default_batch_size() override {
     log_.add("search_settings.default_batch_size");
@@ -113,6 +114,10 @@ class ScriptedSearchSettings : public SearchSettings {
   [[nodiscard]] Value default_operator_rates() override {
     log_.add("search_settings.default_operator_rates");
     return on_default_operator_rates();
+  }
+  [[nodiscard]] Value default_process_priority() override {
+    log_.add("search_settings.default_process_priority");
+    return on_default_process_priority();
   }
 
  private:

@@ -2,6 +2,7 @@
 // scripted.
 #pragma once
 
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -11,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "search_templates/genetic/host/pool_objects.hpp"
 #include "search_templates/genetic/host/process_evaluation.hpp"
 #include "search_templates/genetic/value/error_object.hpp"
 #include "search_templates/genetic/value/errors.hpp"
@@ -57,10 +59,29 @@ class ScriptedProcessError : public RuntimeError {
   std::shared_ptr<const Entries> attributes_;
 };
 
+// A work item and a result as tests write them; the pool makes the objects of them.
+struct ScriptedCandidate {
+  std::int64_t candidate_index = 0;
+  Value graph;
+  Value item = {};
+};
+struct ScriptedResult {
+  Value candidate_index;
+  Value payload;
+  Value worker_pid;
+  Value elapsed_simulation_seconds;
+  Value attempt;
+
+  [[nodiscard]] Value object() const {
+    return make_object<ProcessResult>(candidate_index, payload, worker_pid,
+                                      elapsed_simulation_seconds, attempt);
+  }
+};
+
 // Runs every candidate in this very process, in order, unless a test scripts something else.
 class ScriptedProcessEvaluation : public ProcessEvaluation {
  public:
-  using Simulate = std::function<Value(const CandidateEvaluation&)>;
+  using Simulate = std::function<Value(const ScriptedCandidate&)>;
 
   explicit ScriptedProcessEvaluation(CallLog& log) : log_(log) {}
 
@@ -73,15 +94,16 @@ class ScriptedProcessEvaluation : public ProcessEvaluation {
   // The number of workers for what was requested and for how many candidates.
   std::function<Value(const Value&, const Value&)> on_resolve_process_worker_count_details =
       always(1);
-  std::function<std::vector<ProcessResult>(const std::vector<CandidateEvaluation>&, const Simulate&,
-                                           const ProcessEvaluationConfig&)>
+  std::function<void(const List&)> on_prefetch_candidate_features = [](const List& /*graphs*/) {};
+  std::function<std::vector<ScriptedResult>(const std::vector<ScriptedCandidate>&, const Simulate&,
+                                            const ProcessEvaluationConfig&)>
       on_evaluate_candidate_batch = simulate_in_this_process;
 
-  [[nodiscard]] static std::vector<ProcessResult> simulate_in_this_process(
-      const std::vector<CandidateEvaluation>& candidates, const Simulate& simulate,
+  [[nodiscard]] static std::vector<ScriptedResult> simulate_in_this_process(
+      const std::vector<ScriptedCandidate>& candidates, const Simulate& simulate,
       const ProcessEvaluationConfig& /*config*/) {
-    std::vector<ProcessResult> results;
-    for (const CandidateEvaluation& candidate : candidates) {
+    std::vector<ScriptedResult> results;
+    for (const ScriptedCandidate& candidate : candidates) {
       results.push_back({candidate.candidate_index, simulate(candidate), 4321, 0.5, 1});
     }
     return results;
@@ -129,19 +151,54 @@ class ScriptedProcessEvaluation : public ProcessEvaluation {
     log_.add("process_evaluation.log_worker_count_reduction",
              {resolution.resolved(), scope, detail});
   }
-  [[nodiscard]] std::vector<ProcessResult> evaluate_candidate_batch(
-      const std::vector<CandidateEvaluation>& candidates, const Simulate& simulate,
+  void prefetch_candidate_features(SearchContext& /*context*/, const List& graphs) override {
+    log_.add("process_evaluation.prefetch_candidate_features", {graphs});
+    on_prefetch_candidate_features(graphs);
+  }
+  [[nodiscard]] Value candidate_evaluation(const Value& candidate_index,
+                                           const Value& graph) override {
+    return make_object<CandidateEvaluation>(candidate_index, graph);
+  }
+  [[nodiscard]] std::unique_ptr<ConfiguredPool> configure(
       const ProcessEvaluationConfig& config) override {
-    log_.add("process_evaluation.evaluate_candidate_batch",
-             {static_cast<std::int64_t>(candidates.size())},
-             {{"n_jobs", config.n_jobs},
-              {"max_retries", config.max_retries},
-              {"timeout_seconds", config.timeout_seconds},
-              {"worker_memory_limit_bytes", config.worker_memory_limit_bytes}});
-    return on_evaluate_candidate_batch(candidates, simulate, config);
+    return std::make_unique<Configured>(*this, config);
   }
 
  private:
+  class Configured : public ConfiguredPool {
+   public:
+    Configured(ScriptedProcessEvaluation& pool, ProcessEvaluationConfig config)
+        : pool_(pool), config_(std::move(config)) {}
+
+    [[nodiscard]] Value evaluate_candidate_batch(const List& candidates,
+                                                 const Callable& simulate) override {
+      pool_.log_.add("process_evaluation.evaluate_candidate_batch",
+                     {static_cast<std::int64_t>(candidates.size())},
+                     {{"n_jobs", config_.n_jobs},
+                      {"max_retries", config_.max_retries},
+                      {"timeout_seconds", config_.timeout_seconds},
+                      {"worker_memory_limit_bytes", config_.worker_memory_limit_bytes}});
+      std::vector<ScriptedCandidate> scripted;
+      for (const Value& item : candidates.native_items()) {
+        const auto& work = dynamic_cast<const CandidateEvaluation&>(item.object());
+        scripted.push_back({work.candidate_index().integer(), work.graph(), item});
+      }
+      const auto simulate_one = [&simulate](const ScriptedCandidate& candidate) {
+        return simulate({candidate.item});
+      };
+      List results;
+      for (const ScriptedResult& result :
+           pool_.on_evaluate_candidate_batch(scripted, simulate_one, config_)) {
+        results.append(result.object());
+      }
+      return results;
+    }
+
+   private:
+    ScriptedProcessEvaluation& pool_;
+    ProcessEvaluationConfig config_;
+  };
+
   CallLog& log_;
 };
 

@@ -41,6 +41,8 @@ class EmbeddedSettings : public genetic::SearchSettings {
   [[nodiscard]] genetic::Value default_diversity_weight() override { return 0.5; }
   [[nodiscard]] genetic::Value default_parsimony_weight() override { return 0.005; }
   [[nodiscard]] genetic::Value default_operator_rates() override;
+  // Absent: workers keep the priority of the search.
+  [[nodiscard]] genetic::Value default_process_priority() override { return {}; }
 };
 
 class EmbeddedVerdicts : public genetic::EvaluationVerdicts {

@@ -6,6 +6,7 @@
 
 #include "hosts/embedded/host/result_wire.hpp"
 #include "search_templates/genetic/evaluation/candidate_result.hpp"
+#include "search_templates/genetic/host/pool_objects.hpp"
 #include "search_templates/genetic/value/error_object.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -15,6 +16,7 @@ namespace varnholt::embedded {
 using genetic::CandidateEvaluation;
 using genetic::Key;
 using genetic::key;
+using genetic::List;
 using genetic::Mapping;
 using genetic::ProcessResult;
 using genetic::Value;
@@ -53,10 +55,14 @@ class ResolvedWorkers : public genetic::WorkerResolution {
   std::int64_t resolved_;
 };
 
+const CandidateEvaluation& candidate_of(const Value& candidate) {
+  return dynamic_cast<const CandidateEvaluation&>(candidate.object());
+}
+
 PoolConfig pool_config(const genetic::ProcessEvaluationConfig& config, std::size_t candidates) {
   PoolConfig pool;
-  pool.jobs = static_cast<int>(
-      std::clamp<std::int64_t>(config.n_jobs, 1, static_cast<std::int64_t>(candidates)));
+  pool.jobs = static_cast<int>(std::clamp<std::int64_t>(genetic::saturated_integer(config.n_jobs),
+                                                        1, static_cast<std::int64_t>(candidates)));
   pool.timeout_seconds = genetic::to_float(config.timeout_seconds);
   pool.max_retries = static_cast<int>(config.max_retries);
   const std::int64_t limit = genetic::saturated_integer(config.worker_memory_limit_bytes);
@@ -66,13 +72,12 @@ PoolConfig pool_config(const genetic::ProcessEvaluationConfig& config, std::size
 
 }  // namespace
 
-WorkerError::WorkerError(Value terminal_reason, const std::string& detail,
-                         std::int64_t candidate_index)
+WorkerError::WorkerError(Value terminal_reason, const std::string& detail, Value candidate_index)
     : RuntimeError(detail),
       attributes_(std::make_shared<WorkerErrorAttributes>(
           Mapping{{genetic::keys::kTerminalReason, std::move(terminal_reason)},
                   {genetic::keys::kDetail, detail},
-                  {genetic::keys::kCandidateIndex, candidate_index}})) {}
+                  {genetic::keys::kCandidateIndex, std::move(candidate_index)}})) {}
 
 EmbeddedPool::EmbeddedPool(SystemCalls& system, genetic::EvaluationVerdicts& verdicts,
                            double default_timeout_seconds,
@@ -127,10 +132,33 @@ void EmbeddedPool::log_worker_count_reduction(genetic::Logger& logger,
                  {Value(scope), resolved.resolved(), resolved.requested_jobs(), Value(detail)});
 }
 
-std::vector<ProcessResult> EmbeddedPool::evaluate_candidate_batch(
-    const std::vector<CandidateEvaluation>& candidates,
-    const std::function<Value(const CandidateEvaluation&)>& simulate,
+Value EmbeddedPool::candidate_evaluation(const Value& candidate_index, const Value& graph) {
+  return genetic::make_object<CandidateEvaluation>(candidate_index, graph);
+}
+
+class EmbeddedPool::Configured : public genetic::ConfiguredPool {
+ public:
+  Configured(EmbeddedPool& pool, genetic::ProcessEvaluationConfig config)
+      : pool_(pool), config_(std::move(config)) {}
+
+  [[nodiscard]] Value evaluate_candidate_batch(const List& candidates,
+                                               const genetic::Callable& simulate) override {
+    return pool_.evaluate_candidate_batch(candidates, simulate, config_);
+  }
+
+ private:
+  EmbeddedPool& pool_;
+  genetic::ProcessEvaluationConfig config_;
+};
+
+std::unique_ptr<genetic::ConfiguredPool> EmbeddedPool::configure(
     const genetic::ProcessEvaluationConfig& config) {
+  return std::make_unique<Configured>(*this, config);
+}
+
+List EmbeddedPool::evaluate_candidate_batch(const List& candidates,
+                                            const genetic::Callable& simulate,
+                                            const genetic::ProcessEvaluationConfig& config) {
   std::int64_t ended = 0;
   PoolCallbacks callbacks;
   callbacks.stop_requested = [this] { return context_->stop().cancels_evaluations(); };
@@ -142,50 +170,47 @@ std::vector<ProcessResult> EmbeddedPool::evaluate_candidate_batch(
       candidates.size(),
       [&](const WorkItem& item) {
         context_->enter_child();
-        return encode_result(simulate(candidates[item.index]).mapping());
+        return encode_result(simulate({candidates.at(item.index)}).mapping());
       },
       callbacks);
 
-  std::vector<ProcessResult> results;
+  List results;
   for (const PoolOutcome& outcome : outcomes) {
-    if (auto result = process_result(candidates[outcome.index], outcome)) {
-      results.push_back(*std::move(result));
+    if (const auto result = process_result(candidates.at(outcome.index), outcome)) {
+      results.append(*result);
     }
   }
   return results;
 }
 
-std::optional<ProcessResult> EmbeddedPool::process_result(const CandidateEvaluation& candidate,
-                                                          const PoolOutcome& outcome) {
-  ProcessResult result;
-  result.candidate_index = candidate.candidate_index;
-  result.worker_pid = std::int64_t{outcome.pid};
-  result.elapsed_simulation_seconds = outcome.elapsed_seconds;
-  result.attempt = outcome.attempt;
+std::optional<Value> EmbeddedPool::process_result(const Value& candidate,
+                                                  const PoolOutcome& outcome) {
+  const auto result = [&](const Value& payload) -> Value {
+    return genetic::make_object<ProcessResult>(candidate_of(candidate).candidate_index(), payload,
+                                               std::int64_t{outcome.pid}, outcome.elapsed_seconds,
+                                               outcome.attempt);
+  };
   switch (outcome.status) {
     case PoolStatus::Completed:
-      result.payload = decode_result(outcome.payload);
-      return result;
+      return result(decode_result(outcome.payload));
     case PoolStatus::WorkRaised:
-      result.payload =
-          failure_record(candidate, kWorkerFailed, outcome.error_type + ": " + outcome.detail);
-      return result;
+      return result(
+          failure_record(candidate, kWorkerFailed, outcome.error_type + ": " + outcome.detail));
     case PoolStatus::WorkerFailed:
-      result.payload = failure_record(candidate, kWorkerFailed, outcome.detail);
-      return result;
+      return result(failure_record(candidate, kWorkerFailed, outcome.detail));
     case PoolStatus::WorkerTimedOut:
-      result.payload = failure_record(candidate, kWorkerTimeout, outcome.detail);
-      return result;
+      return result(failure_record(candidate, kWorkerTimeout, outcome.detail));
     case PoolStatus::Cancelled:
       break;
   }
   return std::nullopt;
 }
 
-Value EmbeddedPool::failure_record(const CandidateEvaluation& candidate, const Value& reason,
+Value EmbeddedPool::failure_record(const Value& candidate, const Value& reason,
                                    const std::string& detail) {
-  const WorkerError error(reason, detail, candidate.candidate_index);
-  return genetic::candidate_process_evaluation_error_result(*this, verdicts_, candidate.graph,
+  const CandidateEvaluation& work = candidate_of(candidate);
+  const WorkerError error(reason, detail, work.candidate_index());
+  return genetic::candidate_process_evaluation_error_result(*this, verdicts_, work.graph(),
                                                             genetic::error_object(error));
 }
 

@@ -20,7 +20,7 @@ namespace varnholt::embedded {
 class WorkerError : public genetic::RuntimeError {
  public:
   WorkerError(genetic::Value terminal_reason, const std::string& detail,
-              std::int64_t candidate_index);
+              genetic::Value candidate_index);
 
   [[nodiscard]] std::shared_ptr<const genetic::ErrorAttributes> attributes() const override {
     return attributes_;
@@ -62,15 +62,23 @@ class EmbeddedPool : public genetic::ProcessEvaluation {
                                   const genetic::WorkerResolution& resolution,
                                   std::string_view scope, genetic::SearchContext& cache_owner,
                                   std::string_view detail) override;
-  [[nodiscard]] std::vector<genetic::ProcessResult> evaluate_candidate_batch(
-      const std::vector<genetic::CandidateEvaluation>& candidates,
-      const std::function<genetic::Value(const genetic::CandidateEvaluation&)>& simulate,
+  // Nothing to warm: the children have the parent's panels.
+  void prefetch_candidate_features(genetic::SearchContext& /*context*/,
+                                   const genetic::List& /*graphs*/) override {}
+  [[nodiscard]] genetic::Value candidate_evaluation(const genetic::Value& candidate_index,
+                                                    const genetic::Value& graph) override;
+  [[nodiscard]] std::unique_ptr<genetic::ConfiguredPool> configure(
       const genetic::ProcessEvaluationConfig& config) override;
 
  private:
-  [[nodiscard]] std::optional<genetic::ProcessResult> process_result(
-      const genetic::CandidateEvaluation& candidate, const PoolOutcome& outcome);
-  [[nodiscard]] genetic::Value failure_record(const genetic::CandidateEvaluation& candidate,
+  class Configured;
+
+  [[nodiscard]] genetic::List evaluate_candidate_batch(
+      const genetic::List& candidates, const genetic::Callable& simulate,
+      const genetic::ProcessEvaluationConfig& config);
+  [[nodiscard]] std::optional<genetic::Value> process_result(const genetic::Value& candidate,
+                                                             const PoolOutcome& outcome);
+  [[nodiscard]] genetic::Value failure_record(const genetic::Value& candidate,
                                               const genetic::Value& reason,
                                               const std::string& detail);
 

@@ -1,5 +1,6 @@
 #include "hosts/python/host/python_process_evaluation.hpp"
 
+#include "hosts/python/host/python_callable.hpp"
 #include "hosts/python/host/python_context.hpp"
 #include "hosts/python/host/python_engine.hpp"
 #include "hosts/python/values/conversion.hpp"
@@ -9,8 +10,6 @@
 
 namespace varnholt::python {
 
-using genetic::CandidateEvaluation;
-using genetic::ProcessResult;
 using genetic::Value;
 
 Value PythonWorkerResolution::resolved() const {
@@ -72,33 +71,22 @@ void PythonProcessEvaluation::log_worker_count_reduction(
 
 namespace {
 
-using Simulate = std::function<Value(const CandidateEvaluation&)>;
-
 // What the pool runs in a child. The simulation lives as long as the call of the pool, so a host
 // that keeps the function finds it empty afterwards.
 struct Simulation {
-  const Simulate* simulate;
+  const genetic::Callable* simulate;
 };
-
-Value run_simulation(const Simulation& simulation, nb::handle candidate) {
-  if (simulation.simulate == nullptr) {
-    throw genetic::RuntimeError("the batch of this simulation is over");
-  }
-  CandidateEvaluation evaluation;
-  const nb::object index = attribute(candidate, "candidate_index");
-  evaluation.candidate_index = PyLong_AsLongLong(index.ptr());
-  if (PyErr_Occurred() != nullptr) throw_current_error();
-  evaluation.graph = to_value(attribute(candidate, "graph"));
-  return (*simulation.simulate)(evaluation);
-}
 
 // The function as long as the call lasts.
 class SimulationScope {
  public:
-  explicit SimulationScope(const Simulate& simulate)
+  explicit SimulationScope(const genetic::Callable& simulate)
       : simulation_(std::make_shared<Simulation>(Simulation{&simulate})),
         function_(nb::cpp_function([simulation = simulation_](nb::handle candidate) {
-          return to_python(run_simulation(*simulation, candidate));
+          if (simulation->simulate == nullptr) {
+            throw genetic::RuntimeError("the batch of this simulation is over");
+          }
+          return to_python((*simulation->simulate)({to_value(candidate)}));
         })) {}
   SimulationScope(const SimulationScope&) = delete;
   SimulationScope& operator=(const SimulationScope&) = delete;
@@ -111,43 +99,57 @@ class SimulationScope {
   nb::object function_;
 };
 
-ProcessResult process_result(nb::handle result) {
-  return {to_value(attribute(result, "candidate_index")), to_value(attribute(result, "payload")),
-          to_value(attribute(result, "worker_pid")),
-          to_value(attribute(result, "elapsed_simulation_seconds")),
-          to_value(attribute(result, "attempt"))};
-}
+class PythonConfiguredPool : public genetic::ConfiguredPool {
+ public:
+  PythonConfiguredPool(const ModuleGlobals& globals, nb::object config)
+      : globals_(globals), config_(std::move(config)) {}
+
+  [[nodiscard]] Value evaluate_candidate_batch(const genetic::List& candidates,
+                                               const genetic::Callable& simulate) override {
+    const SimulationScope simulation(simulate);
+    return to_value(call_method(globals_.get("_process_evaluation"), "evaluate_candidate_batch",
+                                {to_python(candidates), simulation.function()},
+                                {{"config", config_}}));
+  }
+
+ private:
+  const ModuleGlobals& globals_;
+  nb::object config_;
+};
 
 }  // namespace
 
-std::vector<ProcessResult> PythonProcessEvaluation::evaluate_candidate_batch(
-    const std::vector<CandidateEvaluation>& candidates, const Simulate& simulate,
+void PythonProcessEvaluation::prefetch_candidate_features(genetic::SearchContext& context,
+                                                          const genetic::List& graphs) {
+  call_method(globals_.get("_process_evaluation"), "prefetch_candidate_features",
+              {object_of(context), to_python(graphs)});
+}
+
+Value PythonProcessEvaluation::candidate_evaluation(const Value& candidate_index,
+                                                    const Value& graph) {
+  return opaque_value(
+      call_method(globals_.get("_process_evaluation"), "CandidateEvaluation", {},
+                  {{"candidate_index", to_python(candidate_index)}, {"graph", to_python(graph)}}));
+}
+
+std::unique_ptr<genetic::ConfiguredPool> PythonProcessEvaluation::configure(
     const genetic::ProcessEvaluationConfig& config) {
-  const nb::object module = globals_.get("_process_evaluation");
-  const nb::object items = checked(PyList_New(0));
-  for (const CandidateEvaluation& candidate : candidates) {
-    const nb::object item = call_method(module, "CandidateEvaluation", {},
-                                        {{"candidate_index", to_python(candidate.candidate_index)},
-                                         {"graph", to_python(candidate.graph)}});
-    checked(PyList_Append(items.ptr(), item.ptr()));
-  }
-  const nb::object settings =
-      call_method(module, "ProcessEvaluationConfig", {},
+  nb::object made =
+      call_method(globals_.get("_process_evaluation"), "ProcessEvaluationConfig", {},
                   {{"n_jobs", to_python(config.n_jobs)},
                    {"max_retries", to_python(config.max_retries)},
                    {"timeout_seconds", to_python(config.timeout_seconds)},
-                   {"worker_memory_limit_bytes", to_python(config.worker_memory_limit_bytes)}});
-
-  const SimulationScope simulation(simulate);
-  const nb::object answer = call_method(module, "evaluate_candidate_batch",
-                                        {items, simulation.function()}, {{"config", settings}});
-  const nb::object iterator = checked(PyObject_GetIter(answer.ptr()));
-  std::vector<ProcessResult> results;
-  while (PyObject* const next = PyIter_Next(iterator.ptr())) {
-    results.push_back(process_result(nb::steal(next)));
-  }
-  if (PyErr_Occurred() != nullptr) throw_current_error();
-  return results;
+                   {"process_priority", to_python(config.process_priority)},
+                   {"worker_memory_limit_bytes", to_python(config.worker_memory_limit_bytes)},
+                   {"worker_processes", to_python(config.worker_processes)},
+                   {"pre_dispatch_callback", object_of(config.pre_dispatch_callback)},
+                   {"lifecycle_callback", object_of(config.lifecycle_callback)},
+                   {"progress_callback", object_of(config.progress_callback)},
+                   {"completed_result_callback", object_of(config.completed_result_callback)},
+                   {"parent_poll_callback", object_of(config.parent_poll_callback)},
+                   {"stop_requested", object_of(config.stop_requested)},
+                   {"drain_terminal_timeouts", to_python(config.drain_terminal_timeouts)}});
+  return std::make_unique<PythonConfiguredPool>(globals_, std::move(made));
 }
 
 }  // namespace varnholt::python

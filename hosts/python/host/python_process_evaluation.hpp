@@ -2,12 +2,10 @@
 #pragma once
 
 #include <exception>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include <nanobind/nanobind.h>
 
@@ -50,9 +48,11 @@ class PythonProcessEvaluation : public genetic::ProcessEvaluation {
                                   std::string_view scope, genetic::SearchContext& cache_owner,
                                   std::string_view detail) override;
 
-  [[nodiscard]] std::vector<genetic::ProcessResult> evaluate_candidate_batch(
-      const std::vector<genetic::CandidateEvaluation>& candidates,
-      const std::function<genetic::Value(const genetic::CandidateEvaluation&)>& simulate,
+  void prefetch_candidate_features(genetic::SearchContext& context,
+                                   const genetic::List& graphs) override;
+  [[nodiscard]] genetic::Value candidate_evaluation(const genetic::Value& candidate_index,
+                                                    const genetic::Value& graph) override;
+  [[nodiscard]] std::unique_ptr<genetic::ConfiguredPool> configure(
       const genetic::ProcessEvaluationConfig& config) override;
 
  private:

@@ -118,5 +118,8 @@ Value PythonSearchSettings::default_parsimony_weight() {
 Value PythonSearchSettings::default_operator_rates() {
   return setting("DEFAULT_OPERATOR_RATES");
 }
+Value PythonSearchSettings::default_process_priority() {
+  return setting("DEFAULT_PROCESS_PRIORITY");
+}
 
 }  // namespace varnholt::python

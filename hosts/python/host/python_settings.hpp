@@ -75,6 +75,7 @@ class PythonSearchSettings : public genetic::SearchSettings {
   [[nodiscard]] genetic::Value default_diversity_weight() override;
   [[nodiscard]] genetic::Value default_parsimony_weight() override;
   [[nodiscard]] genetic::Value default_operator_rates() override;
+  [[nodiscard]] genetic::Value default_process_priority() override;
 
  private:
   [[nodiscard]] genetic::Value setting(const char* name) const;

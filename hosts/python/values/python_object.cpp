@@ -183,6 +183,10 @@ std::optional<Value> PythonObject::attribute(std::string_view name) const {
   return found ? std::optional(to_value(*found)) : std::nullopt;
 }
 
+Value PythonObject::required_attribute(std::string_view name) const {
+  return to_value(checked(PyObject_GetAttr(object_.ptr(), text_object(name).ptr())));
+}
+
 std::optional<Value> PythonObject::deep_copy_of(const Value& root) const {
   if (exact_kind() != Kind::kObject) return std::nullopt;
   return to_value(call_method(import_module("copy"), "deepcopy", {to_python(root)}));

@@ -66,6 +66,8 @@ class PythonObject : public genetic::HostObject {
   [[nodiscard]] genetic::Value negated() const override;
   [[nodiscard]] bool is_callable() const override;
   [[nodiscard]] std::optional<genetic::Value> attribute(std::string_view name) const override;
+  // Fails with the object's own AttributeError.
+  [[nodiscard]] genetic::Value required_attribute(std::string_view name) const override;
 
   // copy.deepcopy of the whole value, in which the object may share containers with others; not of
   // what is exactly a number or text.

@@ -3,12 +3,11 @@
 
 #include <cstdint>
 #include <exception>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string_view>
-#include <vector>
 
+#include "search_templates/genetic/host/callable.hpp"
 #include "search_templates/genetic/host/logger.hpp"
 #include "search_templates/genetic/host/search_context.hpp"
 #include "search_templates/genetic/value/value.hpp"
@@ -23,26 +22,50 @@ class WorkerResolution {
   [[nodiscard]] virtual Value resolved() const = 0;
 };
 
-// One candidate on its way to the pool.
-struct CandidateEvaluation {
-  std::int64_t candidate_index = 0;
-  Value graph;
-};
-
-// What came back for one candidate.
-struct ProcessResult {
-  Value candidate_index;
-  Value payload;  // The candidate result record that the child made.
-  Value worker_pid;
-  Value elapsed_simulation_seconds;
-  Value attempt;
-};
-
+// One batch's configuration, in the order in which the pool is given it.
+//
+// An event is a mapping with `event`, `candidate_index`, `attempt` and `candidate`, the work item;
+// where a worker failed also with `failure_reason`, `error` and `retrying`. All callbacks are
+// called in the parent, on the thread that runs the batch, one at a time. What one of them throws
+// ends the batch, and leaves the pool unchanged.
 struct ProcessEvaluationConfig {
-  std::int64_t n_jobs = 1;
+  // The jobs asked for; the pool resolves by itself how many it runs.
+  Value n_jobs = 1;
+  // How often a candidate is tried again whose worker was lost.
   std::int64_t max_retries = 1;
   Value timeout_seconds;
+  Value process_priority;
   Value worker_memory_limit_bytes;
+  // Absent when the context has none.
+  Value worker_processes;
+  // (event), before a work item goes to a worker: it writes the number of the attempt into the
+  // item's metadata, under `process_attempt`, for the child to read.
+  Callable pre_dispatch_callback;
+  // (event): "started", "ok", "error".
+  Callable lifecycle_callback;
+  // (event): "started", "ok", "error"; other names are ignored.
+  Callable progress_callback;
+  // (process result), at the moment at which the result completes.
+  Callable completed_result_callback;
+  // (), often, while the parent waits: it answers a child that waits at the start of its backtest.
+  Callable parent_poll_callback;
+  // () -> whether the search is cancelled. Empty when the context has no such operation.
+  Callable stop_requested;
+  // Time-outs are reported as terminal errors once the other candidates of the batch are done.
+  bool drain_terminal_timeouts = true;
+};
+
+// The pool with the configuration of one batch.
+class ConfiguredPool {
+ public:
+  virtual ~ConfiguredPool() = default;
+
+  // Runs `simulate`, (work item) -> candidate result record, on every work item, each in a child
+  // process of its own. Returns something to walk over: process results (pool_objects.hpp) in any
+  // order. A candidate may have none. Throws a process evaluation error for candidates whose
+  // process failed.
+  [[nodiscard]] virtual Value evaluate_candidate_batch(const List& candidates,
+                                                       const Callable& simulate) = 0;
 };
 
 class ProcessEvaluation {
@@ -58,7 +81,8 @@ class ProcessEvaluation {
   [[nodiscard]] virtual Value terminal_memory_budget_exceeded() = 0;
 
   // The error object when `error` is a failure of process evaluation. Its attributes
-  // `terminal_reason`, `detail`, `candidate_index` and `failure_count` may each be missing.
+  // `terminal_reason`, `detail`, `candidate_index`, `failure_count` and `terminal_errors`, a
+  // sequence of errors of this kind, may each be missing.
   [[nodiscard]] virtual std::optional<Value> as_error(const std::exception& error) = 0;
 
   [[nodiscard]] virtual std::unique_ptr<WorkerResolution> resolve_process_worker_count_details(
@@ -68,12 +92,15 @@ class ProcessEvaluation {
                                           std::string_view scope, SearchContext& cache_owner,
                                           std::string_view detail) = 0;
 
-  // Runs `simulate` on every candidate, each in a child process of its own. Results come in any
-  // order, and a candidate may have none. Throws a process evaluation error for candidates whose
-  // process failed.
-  [[nodiscard]] virtual std::vector<ProcessResult> evaluate_candidate_batch(
-      const std::vector<CandidateEvaluation>& candidates,
-      const std::function<Value(const CandidateEvaluation&)>& simulate,
+  // Warms the parent's feature data for a list of graphs, so that the children that are forked for
+  // them inherit it.
+  virtual void prefetch_candidate_features(SearchContext& context, const List& graphs) = 0;
+  // The work item of one candidate: an object with the attributes `candidate_index`, `graph` and
+  // `metadata`, a mapping that can be written.
+  [[nodiscard]] virtual Value candidate_evaluation(const Value& candidate_index,
+                                                   const Value& graph) = 0;
+  // Takes one batch's configuration.
+  [[nodiscard]] virtual std::unique_ptr<ConfiguredPool> configure(
       const ProcessEvaluationConfig& config) = 0;
 };
 

@@ -51,6 +51,10 @@ inline constexpr Key kMetaparametersForDatabase = key<"_metaparams_for_db">();
 // The operation that tells whether the run has been called off.
 inline constexpr Key kSubmissionCancelled = key<"_submission_cancelled">();
 
+// The process settings of the pool.
+inline constexpr Key kProcessPriority = key<"_process_priority">();
+inline constexpr Key kWorkerProcesses = key<"_worker_processes">();
+
 }  // namespace context_names
 
 class SearchContext {

@@ -1,4 +1,4 @@
-// The host's default settings, read once when the module is loaded.
+// The host's default settings. All but the last are read once, when the module is loaded.
 #pragma once
 
 #include "search_templates/genetic/value/value.hpp"
@@ -16,6 +16,8 @@ class SearchSettings {
   [[nodiscard]] virtual Value default_parsimony_weight() = 0;
   // A mapping of operator name to rate.
   [[nodiscard]] virtual Value default_operator_rates() = 0;
+  // The priority of worker processes, read for each batch.
+  [[nodiscard]] virtual Value default_process_priority() = 0;
 };
 
 }  // namespace varnholt::genetic

@@ -7,7 +7,7 @@
 namespace varnholt::genetic {
 
 // The result record of a process result: a copy of its payload with the worker's identity.
-[[nodiscard]] Mapping candidate_result_from_process_result(const ProcessResult& process_result);
+[[nodiscard]] Mapping candidate_result_from_process_result(const Value& process_result);
 
 // Every graph is evaluated in a child process, also with one job. Returns the result records in the
 // order of the batch, without those that have no result. An absent `process_timeout_seconds` is the

@@ -90,6 +90,10 @@ inline constexpr Key kRecord = key<"record">();
 inline constexpr Key kSubmissionPayloads = key<"submission_payloads">();
 inline constexpr Key kRecordingSucceeded = key<"recording_succeeded">();
 
+// A process result and a process error, beside what other records have.
+inline constexpr Key kPayload = key<"payload">();
+inline constexpr Key kTerminalErrors = key<"terminal_errors">();
+
 // A failure record, and the evaluator's record of one evaluation.
 inline constexpr Key kReason = key<"reason">();
 inline constexpr Key kDetail = key<"detail">();

@@ -3,6 +3,8 @@
 
 #include <cerrno>
 #include <csignal>
+#include <functional>
+#include <span>
 #include <stdexcept>
 
 #include <gtest/gtest.h>
@@ -10,6 +12,7 @@
 #include <unistd.h>
 
 #include "hosts/embedded/host/embedded_host.hpp"
+#include "hosts/embedded/host/function_callable.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/host/search_fixture.hpp"
@@ -18,10 +21,19 @@ namespace varnholt::embedded {
 namespace {
 
 namespace keys = genetic::keys;
-using genetic::CandidateEvaluation;
 using genetic::Mapping;
-using genetic::ProcessResult;
 using genetic::Value;
+
+struct CandidateEvaluation {
+  std::int64_t candidate_index;
+};
+struct ProcessResult {
+  Value candidate_index;
+  Value payload;
+  Value worker_pid;
+  Value elapsed_simulation_seconds;
+  Value attempt;
+};
 
 class EmbeddedPoolTest : public ContextTest {
  protected:
@@ -31,16 +43,28 @@ class EmbeddedPoolTest : public ContextTest {
   std::vector<ProcessResult> evaluate(
       std::size_t count, const std::function<Value(const CandidateEvaluation&)>& simulate,
       double timeout_seconds = 30.0) {
-    std::vector<CandidateEvaluation> candidates;
+    genetic::List candidates;
     for (std::size_t i = 0; i < count; ++i) {
-      candidates.push_back({static_cast<std::int64_t>(i), ranked("close")});
+      candidates.append(pool_.candidate_evaluation(static_cast<std::int64_t>(i), ranked("close")));
     }
     genetic::ProcessEvaluationConfig config;
     config.n_jobs = 2;
     config.max_retries = 1;
     config.timeout_seconds = timeout_seconds;
     config.worker_memory_limit_bytes = pool_.default_worker_memory_limit_bytes();
-    return pool_.evaluate_candidate_batch(candidates, simulate, config);
+    const auto simulate_one =
+        make_callable([&simulate](std::span<const Value> positional, const Mapping&) {
+          return simulate({genetic::attribute(positional[0], "candidate_index")->integer()});
+        });
+    std::vector<ProcessResult> results;
+    const Value answer =
+        pool_.configure(config)->evaluate_candidate_batch(candidates, simulate_one);
+    for (const Value& result : answer.list().native_items()) {
+      const auto read = [&result](const char* name) { return *genetic::attribute(result, name); };
+      results.push_back({read("candidate_index"), read("payload"), read("worker_pid"),
+                         read("elapsed_simulation_seconds"), read("attempt")});
+    }
+    return results;
   }
 
   static std::string reason_of(const ProcessResult& result) {

@@ -34,7 +34,16 @@ class ProcessEvaluationConfig:
     n_jobs: int = 1
     max_retries: int = 1
     timeout_seconds: object = None
+    process_priority: object = None
     worker_memory_limit_bytes: object = None
+    worker_processes: object = None
+    pre_dispatch_callback: object = None
+    lifecycle_callback: object = None
+    progress_callback: object = None
+    completed_result_callback: object = None
+    parent_poll_callback: object = None
+    stop_requested: object = None
+    drain_terminal_timeouts: bool = False
 
 
 def resolve_process_worker_count_details(*, requested, candidate_count):
