@@ -1,6 +1,7 @@
 #include "hosts/python/host/python_context.hpp"
 
 #include "hosts/python/errors/outgoing.hpp"
+#include "hosts/python/host/python_attempts.hpp"
 #include "hosts/python/host/python_callable.hpp"
 #include "hosts/python/values/conversion.hpp"
 #include "hosts/python/values/python_api.hpp"
@@ -54,6 +55,15 @@ std::optional<Value> PythonSearchContext::attribute(std::string_view name) {
   return found ? std::optional(to_value(*found)) : std::nullopt;
 }
 
+std::optional<Value> PythonSearchContext::opaque_attribute(std::string_view name) {
+  const std::optional<nb::object> found = find_attribute(context_, name);
+  return found ? std::optional(opaque_value(*found)) : std::nullopt;
+}
+
+Value PythonSearchContext::required_attribute(std::string_view name) {
+  return opaque_value(python::attribute(context_, text_object(name)));
+}
+
 Callable PythonSearchContext::own_graph_validator() {
   return callable_or_empty(attribute_or_none(context_, "_graph_validator"));
 }
@@ -99,6 +109,14 @@ Value PythonSearchContext::current_attempt_evidence() {
 
 Callable PythonSearchContext::derive_rejection_reason_detail() {
   return callable_or_empty(attribute_or_none(context_, "_derive_rejection_reason_detail"));
+}
+
+std::shared_ptr<genetic::AttemptTracker> PythonSearchContext::tracker() {
+  return std::make_shared<PythonAttemptTracker>(python::attribute(context_, "_tracker"));
+}
+
+bool PythonSearchContext::submission_cancelled() {
+  return is_true(call_method(context_, "_submission_cancelled"));
 }
 
 std::shared_ptr<const void> PythonSearchContext::handling(const std::exception_ptr& error) {

@@ -43,6 +43,9 @@ class PythonSearchContext : public genetic::SearchContext {
   [[nodiscard]] std::optional<genetic::Value> n_jobs() override;
   [[nodiscard]] std::optional<genetic::Value> worker_memory_limit_bytes() override;
   [[nodiscard]] std::optional<genetic::Value> attribute(std::string_view name) override;
+  // The very object, whatever its type.
+  [[nodiscard]] std::optional<genetic::Value> opaque_attribute(std::string_view name) override;
+  [[nodiscard]] genetic::Value required_attribute(std::string_view name) override;
 
   [[nodiscard]] genetic::Callable own_graph_validator() override;
   [[nodiscard]] genetic::Callable backtester_validate_graph() override;
@@ -58,6 +61,10 @@ class PythonSearchContext : public genetic::SearchContext {
   [[nodiscard]] genetic::Callable search_context_thresholds() override;
   [[nodiscard]] genetic::Value current_attempt_evidence() override;
   [[nodiscard]] genetic::Callable derive_rejection_reason_detail() override;
+
+  // The plain attribute, and the call of the plain attribute.
+  [[nodiscard]] std::shared_ptr<genetic::AttemptTracker> tracker() override;
+  [[nodiscard]] bool submission_cancelled() override;
 
   // `error` is what `sys.exc_info` tells meanwhile, and the context of what fails.
   [[nodiscard]] std::shared_ptr<const void> handling(const std::exception_ptr& error) override;

@@ -9,10 +9,12 @@
 #include <nanobind/nanobind.h>
 
 #include "hosts/python/host/module_globals.hpp"
+#include "hosts/python/host/python_attempts.hpp"
 #include "hosts/python/host/python_engine.hpp"
 #include "hosts/python/host/python_planning.hpp"
 #include "hosts/python/host/python_population.hpp"
 #include "hosts/python/host/python_process_evaluation.hpp"
+#include "hosts/python/host/python_queues.hpp"
 #include "hosts/python/host/python_random.hpp"
 #include "hosts/python/host/python_settings.hpp"
 #include "hosts/python/host/python_timings.hpp"
@@ -34,6 +36,8 @@ class PythonHost : public genetic::Host {
         random_weighted_(globals_),
         reaction_planning_(globals_),
         search_settings_(globals_),
+        attempt_markers_(globals_),
+        process_contexts_(globals_),
         constants_(globals_),
         fresh_candidates_(globals_) {}
   PythonHost(const PythonHost&) = delete;
@@ -57,6 +61,11 @@ class PythonHost : public genetic::Host {
   [[nodiscard]] genetic::RandomGenerators& random_generators() override { return generators_; }
   [[nodiscard]] genetic::SecureRandom& secure_random() override { return secure_random_; }
   [[nodiscard]] genetic::Pause& pause() override { return pause_; }
+  [[nodiscard]] genetic::AttemptMarkers& attempt_markers() override { return attempt_markers_; }
+  [[nodiscard]] genetic::AttemptAccounting& attempt_accounting() override {
+    return attempt_accounting_;
+  }
+  [[nodiscard]] genetic::ProcessContexts& process_contexts() override { return process_contexts_; }
 
   [[nodiscard]] const PythonModuleConstants& constants() const { return constants_; }
   [[nodiscard]] ModuleFreshCandidates& fresh_candidates() { return fresh_candidates_; }
@@ -82,6 +91,9 @@ class PythonHost : public genetic::Host {
   PythonRandomGenerators generators_;
   PythonSecureRandom secure_random_;
   PythonPause pause_;
+  PythonAttemptMarkers attempt_markers_;
+  PythonAttemptAccounting attempt_accounting_;
+  PythonProcessContexts process_contexts_;
   PythonModuleConstants constants_;
   ModuleFreshCandidates fresh_candidates_;
 };

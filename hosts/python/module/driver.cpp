@@ -22,7 +22,7 @@ using genetic::TemplateArguments;
 using genetic::Value;
 
 void set_attribute(nb::handle object, const char* name, const Value& value) {
-  checked(PyObject_SetAttrString(object.ptr(), name, to_python(value).ptr()));
+  python::set_attribute(object, name, to_python(value));
 }
 
 // Sets an attribute past whatever guards the object's attributes.

@@ -8,14 +8,18 @@
 namespace varnholt::python {
 namespace {
 
+using genetic::Mapping;
 using genetic::MappingEntry;
 using genetic::Value;
 
 // Walks a dict as Python's own iterator does, with the same two complaints.
 class DictCursor : public genetic::MappingStorage::Cursor {
  public:
-  explicit DictCursor(nb::object dict)
+  using Conversion = Value (*)(nb::handle);
+
+  DictCursor(nb::object dict, Conversion convert_value)
       : dict_(std::move(dict)),
+        convert_value_(convert_value),
         size_at_start_(PyDict_GET_SIZE(dict_.ptr())),
         left_(size_at_start_) {}
 
@@ -32,13 +36,14 @@ class DictCursor : public genetic::MappingStorage::Cursor {
       throw genetic::RuntimeError("dictionary keys changed during iteration");
     }
     --left_;
-    return MappingEntry{to_value(key), to_value(value)};
+    return MappingEntry{to_value(key), convert_value_(value)};
   }
 
  private:
   static constexpr Py_ssize_t kBroken = -1;
 
   nb::object dict_;
+  Conversion convert_value_;
   Py_ssize_t size_at_start_;
   Py_ssize_t left_;
   Py_ssize_t position_ = 0;
@@ -106,15 +111,24 @@ void PythonListStorage::append(const Value& item) {
 
 // Dicts.
 
+namespace {
+
+// What the dict has under the key; null for nothing.
+PyObject* item_of(const nb::object& dict, const Value& key) {
+  PyObject* const found = PyDict_GetItemWithError(dict.ptr(), to_python(key).ptr());
+  if (found == nullptr && PyErr_Occurred() != nullptr) throw_current_error();
+  return found;
+}
+
+}  // namespace
+
 std::size_t DictStorage::size() const {
   return static_cast<std::size_t>(PyDict_GET_SIZE(object().ptr()));
 }
 
 std::optional<Value> DictStorage::find(const Value& key) const {
-  PyObject* const found = PyDict_GetItemWithError(object().ptr(), to_python(key).ptr());
-  if (found != nullptr) return to_value(found);
-  if (PyErr_Occurred() != nullptr) throw_current_error();
-  return std::nullopt;
+  PyObject* const found = item_of(object(), key);
+  return found == nullptr ? std::nullopt : std::optional(to_value(found));
 }
 
 void DictStorage::set(const Value& key, const Value& value) {
@@ -126,7 +140,16 @@ bool DictStorage::erase(const Value& key) {
 }
 
 std::unique_ptr<genetic::MappingStorage::Cursor> DictStorage::entries() const {
-  return std::make_unique<DictCursor>(object());
+  return std::make_unique<DictCursor>(object(), to_value);
+}
+
+std::optional<Value> OpaqueDictStorage::find(const Value& key) const {
+  PyObject* const found = item_of(object(), key);
+  return found == nullptr ? std::nullopt : std::optional(opaque_record(found));
+}
+
+std::unique_ptr<genetic::MappingStorage::Cursor> OpaqueDictStorage::entries() const {
+  return std::make_unique<DictCursor>(object(), opaque_record);
 }
 
 // Other mappings.
@@ -172,6 +195,11 @@ std::unique_ptr<genetic::MappingStorage::Cursor> ObjectMappingStorage::entries()
 
 std::optional<genetic::Mapping> ObjectMappingStorage::new_mapping() const {
   return new_dict(object());
+}
+
+Value opaque_record(nb::handle object) {
+  if (Py_TYPE(object.ptr()) != &PyDict_Type) return opaque_value(object);
+  return Mapping(std::make_unique<OpaqueDictStorage>(nb::borrow(object)));
 }
 
 genetic::Mapping new_dict(nb::handle object) {

@@ -60,6 +60,16 @@ class DictStorage : public PythonStorage {
   [[nodiscard]] std::unique_ptr<Cursor> entries() const override;
 };
 
+// The same for a dict whose values are mostly handed on: each of them is the very object that
+// stands there, whatever its type, and a dict among them is another such mapping.
+class OpaqueDictStorage : public DictStorage {
+ public:
+  explicit OpaqueDictStorage(nb::object dict) : DictStorage(std::move(dict)) {}
+
+  [[nodiscard]] std::optional<genetic::Value> find(const genetic::Value& key) const override;
+  [[nodiscard]] std::unique_ptr<Cursor> entries() const override;
+};
+
 // Over whatever else is read and written by key: a dict's subclass, a read-only view, a class of
 // the host. It is asked by `get`, and walked by `items`, so that what the class overrides counts;
 // what it cannot do fails with Python's own error.
@@ -81,6 +91,9 @@ class ObjectMappingStorage : public PythonStorage {
   // dict(mapping), which reads it in its own way.
   [[nodiscard]] std::optional<genetic::Mapping> new_mapping() const override;
 };
+
+// An exact dict as such a mapping, and whatever else as an object; None stays absent.
+[[nodiscard]] genetic::Value opaque_record(nb::handle object);
 
 // dict(object), as a mapping over the new dict.
 [[nodiscard]] genetic::Mapping new_dict(nb::handle object);

@@ -50,6 +50,10 @@ nb::object attribute(nb::handle object, const char* name) {
   return checked(PyObject_GetAttrString(object.ptr(), name));
 }
 
+nb::object attribute(nb::handle object, nb::handle name) {
+  return checked(PyObject_GetAttr(object.ptr(), name.ptr()));
+}
+
 std::optional<nb::object> find_attribute(nb::handle object, nb::handle name) {
   PyObject* const found = PyObject_GetAttr(object.ptr(), name.ptr());
   if (found != nullptr) return nb::steal(found);
@@ -64,6 +68,10 @@ std::optional<nb::object> find_attribute(nb::handle object, std::string_view nam
 
 nb::object attribute_or_none(nb::handle object, const char* name) {
   return find_attribute(object, std::string_view(name)).value_or(nb::none());
+}
+
+void set_attribute(nb::handle object, const char* name, nb::handle value) {
+  checked(PyObject_SetAttrString(object.ptr(), name, value.ptr()));
 }
 
 bool is_true(nb::handle object) {

@@ -33,12 +33,15 @@ nb::object call_method(nb::handle object, const char* name,
 
 // The attribute, or an AttributeError.
 [[nodiscard]] nb::object attribute(nb::handle object, const char* name);
+[[nodiscard]] nb::object attribute(nb::handle object, nb::handle name);
 // The attribute, or nothing when reading it raises AttributeError. Every other failure passes.
 // TypeError for a name that is no text.
 [[nodiscard]] std::optional<nb::object> find_attribute(nb::handle object, nb::handle name);
 [[nodiscard]] std::optional<nb::object> find_attribute(nb::handle object, std::string_view name);
 // getattr(object, name, None).
 [[nodiscard]] nb::object attribute_or_none(nb::handle object, const char* name);
+
+void set_attribute(nb::handle object, const char* name, nb::handle value);
 
 [[nodiscard]] bool is_true(nb::handle object);
 [[nodiscard]] bool is_instance(nb::handle object, nb::handle type);

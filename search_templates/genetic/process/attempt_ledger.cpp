@@ -248,11 +248,11 @@ void ProcessAttemptLedger::clear_marker(const Value& state) {
 
 // States.
 
-Value ProcessAttemptLedger::new_state() {
-  return Mapping{{keys::kAttemptId, Value()},     {keys::kDispatched, false},
-                 {keys::kWorkerStarted, false},   {keys::kBacktestStarted, false},
-                 {keys::kFinalized, false},       {keys::kFailureReason, Value()},
-                 {keys::kFailureDetail, Value()}, {keys::kMarkerAttemptId, Value()}};
+Mapping new_attempt_state() {
+  return {{keys::kAttemptId, Value()},     {keys::kDispatched, false},
+          {keys::kWorkerStarted, false},   {keys::kBacktestStarted, false},
+          {keys::kFinalized, false},       {keys::kFailureReason, Value()},
+          {keys::kFailureDetail, Value()}, {keys::kMarkerAttemptId, Value()}};
 }
 
 std::pair<Value, Value> ProcessAttemptLedger::state_for_event(const Value& event) {

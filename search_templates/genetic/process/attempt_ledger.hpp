@@ -102,6 +102,10 @@ class AttemptLedger {
   virtual void finalize_all_open(const Value& reason, const Value& detail) = 0;
 };
 
+// A fresh state: `attempt_id` absent, `dispatched`, `worker_started`, `backtest_started` and
+// `finalized` false, `failure_reason`, `failure_detail` and `marker_attempt_id` absent.
+[[nodiscard]] Mapping new_attempt_state();
+
 class ProcessAttemptLedger : public AttemptLedger {
  public:
   // Host and records must outlive the ledger.
@@ -130,9 +134,7 @@ class ProcessAttemptLedger : public AttemptLedger {
   // What the operations above are made of. A host whose language lets single operations of an
   // object be replaced derives from this class, and is then asked for these.
 
-  // A fresh state: `attempt_id` absent, `dispatched`, `worker_started`, `backtest_started` and
-  // `finalized` false, `failure_reason`, `failure_detail` and `marker_attempt_id` absent.
-  [[nodiscard]] virtual Value new_state();
+  [[nodiscard]] virtual Value new_state() { return new_attempt_state(); }
   // The key (int(candidate_index), int(attempt)) of an event, and its state.
   [[nodiscard]] virtual std::pair<Value, Value> state_for_event(const Value& event);
   // Creates the row, keeps its identity at once, and marks it dispatched and started; returns the

@@ -21,7 +21,7 @@ class LedgerRecords {
   // Candidate index to graph, in the order of the batch.
   [[nodiscard]] virtual Mapping graphs() = 0;
   // (candidate index, attempt number) to the state of that attempt, in the order of dispatch. The
-  // keys of a state, and what they begin with: ProcessAttemptLedger::new_state.
+  // keys of a state, and what they begin with: new_attempt_state() of attempt_ledger.hpp.
   [[nodiscard]] virtual Mapping states() = 0;
   // Candidate index to the number of the attempt that was dispatched last.
   [[nodiscard]] virtual Mapping current_attempt() = 0;

@@ -13,8 +13,8 @@ import pytest
 # What the module needs for itself and nobody else should use.
 INTERNAL = {
     "_host", "_native", "_sys", "_types", "_take_in",
-    "_breeding", "_context", "_evaluation", "_failures", "_graph", "_population", "_run",
-    "_settings", "_submission", "_timing",
+    "_attempts", "_breeding", "_context", "_evaluation", "_failures", "_graph", "_population",
+    "_run", "_settings", "_submission", "_timing",
 }
 
 
@@ -76,7 +76,10 @@ def test_the_stub_names_what_the_module_has(genetic, stub):
     present = {
         name for name in vars(genetic) if not name.startswith("__") and name not in INTERNAL
     }
-    helpers = {"_T", "_Record", "_Graph", "_Frozen", "_Validator", "_SupportsSearch"}
+    helpers = {
+        "_T", "_Record", "_Graph", "_Frozen", "_Validator", "_SupportsSearch", "_AttemptKey",
+        "_AttemptState",
+    }
     assert set(declared(stub.body)) - helpers == present
 
 
@@ -104,6 +107,17 @@ def test_classes_have_the_members_that_the_stub_tells(genetic, stub, name):
             assert [decorator.id for decorator in node.decorator_list] == ["property"]
         elif isinstance(node, ast.FunctionDef):
             compare(node, real[key])
+
+
+def test_the_ledger_has_the_members_that_the_stub_tells(genetic, stub):
+    members = declared(declared(stub.body)["_ProcessAttemptLedger"].body)
+    attributes = {name for name, node in members.items() if isinstance(node, ast.AnnAssign)}
+    ledger = genetic._ProcessAttemptLedger(object(), [])
+    assert attributes == set(vars(ledger))
+    operations = {name for name in vars(type(ledger)) if callable(getattr(ledger, name))}
+    assert set(members) - attributes == operations - {"__class__"}
+    for name in set(members) - attributes:
+        compare(members[name], vars(type(ledger))[name])
 
 
 def test_the_package_says_that_it_has_types(genetic):

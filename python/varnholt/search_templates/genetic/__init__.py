@@ -71,6 +71,17 @@ _PROCESS_TERMINAL_FAILURE_REASONS = frozenset(
     (_process_evaluation.TERMINAL_WORKER_FAILED, _process_evaluation.TERMINAL_WORKER_TIMEOUT)
 )
 
+from varnholt.search_templates.genetic._attempts import (  # noqa: E402
+    _ProcessAttemptLedger,
+    _attempt_json_ready,
+    _build_attempt_column_inventory,
+    _create_process_attempt,
+    _finalize_process_failure_attempt,
+    _process_attempt_blocker,
+    _process_attempt_evidence,
+    _record_process_candidate_result_in_parent,
+    _write_parent_process_evaluation_attempt_marker,
+)
 from varnholt.search_templates.genetic._breeding import (  # noqa: E402
     _candidate_eliteness,
     _choose_operator,
@@ -433,9 +444,10 @@ class _CallableGeneticModule(_types.ModuleType):
 
 
 def _take_in():
-    """Make the functions of the files beside this one functions of this module."""
+    """Make the functions and classes of the files beside this one those of this module."""
+    kinds = (_types.FunctionType, type)
     for value in tuple(globals().values()):
-        if isinstance(value, _types.FunctionType) and value.__module__.startswith(__name__ + "."):
+        if isinstance(value, kinds) and value.__module__.startswith(__name__ + "."):
             value.__module__ = __name__
 
 
