@@ -197,6 +197,7 @@ std::optional<Value> EmbeddedPool::process_result(const Value& candidate,
       return result(
           failure_record(candidate, kWorkerFailed, outcome.error_type + ": " + outcome.detail));
     case PoolStatus::WorkerFailed:
+    case PoolStatus::PriorityFailed:
       return result(failure_record(candidate, kWorkerFailed, outcome.detail));
     case PoolStatus::WorkerTimedOut:
       return result(failure_record(candidate, kWorkerTimeout, outcome.detail));

@@ -33,6 +33,7 @@ constexpr int kExitNotPrepared = 71;
 constexpr std::size_t kAtomicWriteBytes = 4096;
 constexpr std::size_t kErrorTextLimit = 64 * 1024;
 constexpr std::string_view kOutOfMemory = "std::bad_alloc";
+constexpr std::string_view kSetPriority = "setpriority";
 
 [[noreturn]] void leave(int status) noexcept {
 #ifdef VARNHOLT_COVERAGE
@@ -172,6 +173,7 @@ std::string_view prepare(SystemCalls& system, const ChildPlan& plan) noexcept {
     ::close(descriptor);
   }
   if (const std::string_view failed = reset_signals(plan); !failed.empty()) return failed;
+  if (plan.nice && system.setpriority(*plan.nice) != 0) return kSetPriority;
   if (const std::string_view failed = set_limits(system, plan.limits); !failed.empty()) {
     return failed;
   }
@@ -190,7 +192,9 @@ void run_child(SystemCalls& system, const ChildPlan& plan, const Work& work) noe
     const int number = errno;
     const std::string text =
         fmt::format("{} failed with errno {} ({})", failed, number, std::strerror(number));
-    static_cast<void>(send_error(system, plan, FrameKind::NotPrepared, "", text));
+    const FrameKind kind =
+        failed == kSetPriority ? FrameKind::PriorityFailed : FrameKind::NotPrepared;
+    static_cast<void>(send_error(system, plan, kind, "", text));
     leave(kExitNotPrepared);
   }
   leave(send_answer(system, plan, work) == 0 ? kExitDone : kExitUnwritten);

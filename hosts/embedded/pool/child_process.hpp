@@ -3,8 +3,8 @@
 // The prologue, in this order: own process group (so that whatever the work starts can be killed
 // with it), death with the parent, a look whether the parent is still the one that forked, closing
 // of pipe ends that belong to others, default signals (SIGINT ignored: at a terminal it is the
-// parent's to handle), limits, standard input from nothing. Then the work, one frame, _exit. No
-// destructor, no atexit handler and no stdio flush of the parent's runs in a child.
+// parent's to handle), priority, limits, standard input from nothing. Then the work, one frame,
+// _exit. No destructor, no atexit handler and no stdio flush of the parent's runs in a child.
 #pragma once
 
 #include <cstdint>
@@ -39,6 +39,7 @@ struct ChildPlan {
   // Signals whose action is not the default one in the parent.
   std::vector<int> changed_signals;
   ChildLimits limits;
+  std::optional<int> nice;
   std::uint64_t result_limit_bytes = 0;
 };
 

@@ -24,7 +24,9 @@ void check(const PoolConfig& config) {
     throw PoolError(
         fmt::format("pool: max_retries is {}; it must not be negative", config.max_retries));
   }
-  if (config.timeout_seconds) check_seconds("timeout_seconds", *config.timeout_seconds);
+  if (config.timeout_seconds && *config.timeout_seconds != 0.0) {
+    check_seconds("timeout_seconds", *config.timeout_seconds);
+  }
   check_seconds("exit_grace_seconds", config.exit_grace_seconds);
 }
 

@@ -104,7 +104,7 @@ void FrameDecoder::read_header() {
   }
   const auto kind = get<std::uint32_t>(header_.data() + kKindOffset);
   if (kind < static_cast<std::uint32_t>(FrameKind::Result) ||
-      kind > static_cast<std::uint32_t>(FrameKind::NotPrepared)) {
+      kind > static_cast<std::uint32_t>(FrameKind::PriorityFailed)) {
     return fail(fmt::format("its kind {} is unknown", kind));
   }
   kind_ = static_cast<FrameKind>(kind);

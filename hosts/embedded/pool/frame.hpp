@@ -4,7 +4,8 @@
 //
 //   offset  bytes
 //        0      8  magic "VGFRAME1"
-//        8      4  kind: 1 result, 2 error raised by the work, 3 worker could not be prepared
+//        8      4  kind: 1 result, 2 error raised by the work, 3 worker could not be prepared,
+//                  4 worker could not be given its priority
 //       12      4  attempt
 //       16      8  index of the work item
 //       24      8  length of the payload in bytes
@@ -14,7 +15,7 @@
 // FNV-1a is by Fowler, Noll and Vo (public domain); offset basis 14695981039346656037, prime
 // 1099511628211. It finds damage, not malice: worker and parent are the same program.
 //
-// The payload of kinds 2 and 3 is the type name's length (4 bytes), the type name, and the text.
+// The payload of kinds 2, 3 and 4 is the type name's length (4 bytes), the type name, and the text.
 #pragma once
 
 #include <array>
@@ -28,7 +29,7 @@ namespace varnholt::embedded {
 
 inline constexpr std::size_t kFrameHeaderBytes = 40;
 
-enum class FrameKind : std::uint32_t { Result = 1, Error = 2, NotPrepared = 3 };
+enum class FrameKind : std::uint32_t { Result = 1, Error = 2, NotPrepared = 3, PriorityFailed = 4 };
 
 // Which piece of work a frame belongs to.
 struct FrameAddress {

@@ -58,6 +58,9 @@ void read_answer(FrameDecoder& frame, PoolOutcome& outcome) {
     outcome.detail = "worker result was damaged: its error text is malformed";
   } else if (frame.kind() == FrameKind::NotPrepared) {
     outcome.detail = "worker could not be prepared: " + error->text;
+  } else if (frame.kind() == FrameKind::PriorityFailed) {
+    outcome.status = PoolStatus::PriorityFailed;
+    outcome.detail = "worker could not be given its priority: " + error->text;
   } else {
     outcome.status = PoolStatus::WorkRaised;
     outcome.error_type = std::move(error->type);
@@ -88,6 +91,10 @@ std::vector<PoolOutcome> PoolRun::conduct() {
       break;
     }
     launch();
+    if (workers_.empty() && next_item() == nullptr) {
+      stop();
+      break;
+    }
     wait();
     for (const std::unique_ptr<Worker>& worker : workers_) {
       worker->drain();
@@ -98,12 +105,38 @@ std::vector<PoolOutcome> PoolRun::conduct() {
   return std::move(outcomes_);
 }
 
+bool PoolRun::is_held() {
+  if (!held_ && callbacks_.hold_requested) held_ = callbacks_.hold_requested();
+  return held_;
+}
+
+const WorkItem* PoolRun::next_item() {
+  if (waiting_.empty()) return nullptr;
+  if (waiting_.front().attempt > 0 || is_dispatched_ || !is_held()) return &waiting_.front();
+  // Retries stand behind the items that are held back now.
+  const auto retry = std::find_if(waiting_.begin(), waiting_.end(),
+                                  [](const WorkItem& item) { return item.attempt > 0; });
+  if (retry == waiting_.end()) return nullptr;
+  std::rotate(waiting_.begin(), retry, retry + 1);
+  return &waiting_.front();
+}
+
+void PoolRun::dispatch(const WorkItem& item) {
+  if (is_dispatched_) return;
+  is_dispatched_ = true;
+  if (callbacks_.dispatch_callback) callbacks_.dispatch_callback(item);
+}
+
 void PoolRun::launch() {
-  while (!waiting_.empty() && workers_.size() < static_cast<std::size_t>(config_.jobs)) {
-    const WorkItem item = waiting_.front();
+  while (workers_.size() < static_cast<std::size_t>(config_.jobs)) {
+    const WorkItem* const next = next_item();
+    if (next == nullptr) return;
+    const WorkItem item = *next;
+    dispatch(item);
     const std::optional<LaunchFailure> failure = start_worker(item);
     if (!failure) {
       waiting_.pop_front();
+      is_dispatched_ = false;
       failed_launches_ = 0;
       if (callbacks_.started_callback) callbacks_.started_callback(item, workers_.back()->pid());
       continue;
@@ -112,6 +145,7 @@ void PoolRun::launch() {
     // in another part of the machine a few turns later.
     if (!workers_.empty() || ++failed_launches_ < kLaunchTries) return;
     waiting_.pop_front();
+    is_dispatched_ = false;
     failed_launches_ = 0;
     PoolOutcome outcome;
     outcome.index = item.index;
@@ -128,7 +162,9 @@ std::optional<LaunchFailure> PoolRun::start_worker(const WorkItem& item) {
   Worker::StartOptions options;
   options.limits = {config_.memory_limit_bytes, config_.cpu_limit_seconds,
                     config_.file_size_limit_bytes};
+  options.nice = config_.nice;
   options.pipe_capacity_bytes = config_.pipe_capacity_bytes;
+  options.foreign_descriptors = callbacks_.watched_descriptors;
   options.changed_signals = changed_signals_;
   for (const std::unique_ptr<Worker>& other : workers_) {
     if (other->pipe_number() >= 0) options.foreign_descriptors.push_back(other->pipe_number());
@@ -147,6 +183,9 @@ void PoolRun::wait() {
     // Negative descriptors are passed over by poll(2), so the entries stay two a worker.
     poll_entries_.push_back({worker->pipe_number(), POLLIN, 0});
     poll_entries_.push_back({worker->pidfd_number(), POLLIN, 0});
+  }
+  for (const int descriptor : callbacks_.watched_descriptors) {
+    poll_entries_.push_back({descriptor, POLLIN, 0});
   }
   const int ready = system_.poll(poll_entries_.data(), poll_entries_.size(), wait_milliseconds());
   if (ready < 0) {

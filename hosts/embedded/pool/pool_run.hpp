@@ -36,6 +36,12 @@ class PoolRun {
   void act();
   void stop();
 
+  // Whether no item may be begun that was not worked on yet.
+  [[nodiscard]] bool is_held();
+  // The next item to be worked on; null when there is none, or none may be begun.
+  [[nodiscard]] const WorkItem* next_item();
+  // Tells of the attempt once, however often its worker fails to start.
+  void dispatch(const WorkItem& item);
   [[nodiscard]] std::optional<LaunchFailure> start_worker(const WorkItem& item);
   [[nodiscard]] int wait_milliseconds() const;
   // When the worker's time is over, unless it ends before.
@@ -63,6 +69,8 @@ class PoolRun {
   std::vector<std::unique_ptr<Worker>> workers_;
   std::vector<pollfd> poll_entries_;
   std::size_t completed_ = 0;
+  bool held_ = false;
+  bool is_dispatched_ = false;  // The item in front.
   int failed_launches_ = 0;
   int failed_polls_ = 0;
 };

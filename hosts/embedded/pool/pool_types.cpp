@@ -12,6 +12,8 @@ std::string_view to_text(PoolStatus status) noexcept {
       return "worker_failed";
     case PoolStatus::WorkerTimedOut:
       return "worker_timed_out";
+    case PoolStatus::PriorityFailed:
+      return "priority_failed";
     case PoolStatus::Cancelled:
       return "cancelled";
   }

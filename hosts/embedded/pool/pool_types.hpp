@@ -19,11 +19,14 @@ namespace varnholt::embedded {
 struct PoolConfig {
   // Children alive at once, at least 1.
   int jobs = 1;
-  // From the fork to the whole result, on the monotonic clock. Absent: no limit.
+  // From the fork to the whole result, on the monotonic clock. Absent: no limit. 0 leaves a worker
+  // no time at all.
   std::optional<double> timeout_seconds = std::nullopt;
   // How often an item is tried again after its worker was lost. An exception of the work is a
   // result and never tried again; neither is a time-out, which would only take as long again.
   int max_retries = 0;
+  // The nice value of a child. Absent: the parent's.
+  std::optional<int> nice = std::nullopt;
   // Address space of a child, with what the parent has mapped at the fork.
   std::optional<std::uint64_t> memory_limit_bytes = std::nullopt;
   // Processor time of a child: a second net below the time-out.
@@ -49,6 +52,9 @@ enum class PoolStatus {
   WorkerFailed,
   // No whole result within the limit. A result that is whole later does not count.
   WorkerTimedOut,
+  // The worker could not be given its priority; the work was not begun. Every further worker would
+  // meet the same, so it is not tried again.
+  PriorityFailed,
   // The run was stopped before the item had an outcome.
   Cancelled,
 };
@@ -79,11 +85,20 @@ struct PoolCallbacks {
   // Asked once a turn, before anything else. True ends the run: children are killed, items without
   // an outcome are Cancelled, except those whose whole result is already there.
   std::function<bool()> stop_requested;
+  // Asked before an item is worked on for the first time. True leaves it and all items after it
+  // where they are: the run ends when those that were begun, retries included, have their outcome,
+  // and the others are Cancelled.
+  std::function<bool()> hold_requested;
+  // Before each attempt at an item, whether or not its worker can then be started.
+  std::function<void(const WorkItem&)> dispatch_callback;
   // After each fork, with the worker's process.
   std::function<void(const WorkItem&, pid_t)> started_callback;
   // Once a turn, between reading the pipes and acting upon the ends of workers: at least every 5
-  // ms. What a worker sent elsewhere before its end can so be taken before that end is told.
+  // ms, and at once when there is something to read in one of `watched_descriptors`. What a worker
+  // sent elsewhere before its end can so be taken before that end is told.
   std::function<void()> poll_callback;
+  // Where workers send the parent something beside their result. They are closed in the children.
+  std::vector<int> watched_descriptors;
   // A worker was lost and its item will be tried again.
   std::function<void(const PoolOutcome&)> lost_callback;
   // An item has its outcome. Called once for each item, in the order in which they complete.

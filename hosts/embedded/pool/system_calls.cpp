@@ -1,9 +1,11 @@
 #include "hosts/embedded/pool/system_calls.hpp"
 
 #include <cerrno>
+#include <limits>
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/futex.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -77,6 +79,19 @@ int RealSystemCalls::fcntl(int descriptor, int command, int argument) {
 
 int RealSystemCalls::setrlimit(int resource, const rlimit& limit) {
   return ::setrlimit(static_cast<__rlimit_resource>(resource), &limit);
+}
+
+int RealSystemCalls::setpriority(int nice) {
+  return ::setpriority(PRIO_PROCESS, 0, nice);
+}
+
+int RealSystemCalls::futex_wait(std::uint32_t* word, std::uint32_t value) {
+  return static_cast<int>(::syscall(SYS_futex, word, FUTEX_WAIT, value, nullptr, nullptr, 0));
+}
+
+int RealSystemCalls::futex_wake(std::uint32_t* word) {
+  return static_cast<int>(
+      ::syscall(SYS_futex, word, FUTEX_WAKE, std::numeric_limits<int>::max(), nullptr, nullptr, 0));
 }
 
 std::int64_t RealSystemCalls::monotonic_nanoseconds() {

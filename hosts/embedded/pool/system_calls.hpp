@@ -37,6 +37,12 @@ class SystemCalls {
   virtual int set_parent_death_signal(int signal) = 0;
   virtual int fcntl(int descriptor, int command, int argument) = 0;
   virtual int setrlimit(int resource, const rlimit& limit) = 0;
+  // The nice value of the calling process.
+  virtual int setpriority(int nice) = 0;
+  // Sleeps while `word`, in memory that processes share, is `value`.
+  virtual int futex_wait(std::uint32_t* word, std::uint32_t value) = 0;
+  // Wakes all that sleep on `word`.
+  virtual int futex_wake(std::uint32_t* word) = 0;
 
   // CLOCK_MONOTONIC. Every limit of the pool is measured with it; wall time is only data.
   virtual std::int64_t monotonic_nanoseconds() = 0;
@@ -58,6 +64,9 @@ class RealSystemCalls : public SystemCalls {
   int set_parent_death_signal(int signal) override;
   int fcntl(int descriptor, int command, int argument) override;
   int setrlimit(int resource, const rlimit& limit) override;
+  int setpriority(int nice) override;
+  int futex_wait(std::uint32_t* word, std::uint32_t value) override;
+  int futex_wake(std::uint32_t* word) override;
   std::int64_t monotonic_nanoseconds() override;
   int thread_count() override;
 };

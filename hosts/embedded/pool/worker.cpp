@@ -70,6 +70,7 @@ std::optional<LaunchFailure> Worker::start(const Work& work, StartOptions option
                        std::move(options.foreign_descriptors),
                        std::move(options.changed_signals),
                        options.limits,
+                       options.nice,
                        result_limit_bytes_};
   flush_output();
   started_nanoseconds_ = system_.monotonic_nanoseconds();

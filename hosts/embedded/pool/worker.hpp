@@ -43,8 +43,9 @@ class Worker {
 
   struct StartOptions {
     ChildLimits limits;
+    std::optional<int> nice;
     std::optional<int> pipe_capacity_bytes;
-    // Not to stay open in the child: the parent's ends of the other workers.
+    // Not to stay open in the child: the parent's ends of pipes, the other workers' among them.
     std::vector<int> foreign_descriptors;
     std::vector<int> changed_signals;
   };

@@ -108,8 +108,8 @@ TEST(Frame, WithAWrongChecksumIsDamage) {
 
 TEST(Frame, OfAnUnknownKindIsDamage) {
   FrameDecoder decoder(kAddress, kLimit);
-  EXPECT_EQ(decoder.feed(frame(static_cast<FrameKind>(4), kAddress, "x")), State::Damaged);
-  EXPECT_EQ(decoder.damage(), "its kind 4 is unknown");
+  EXPECT_EQ(decoder.feed(frame(static_cast<FrameKind>(5), kAddress, "x")), State::Damaged);
+  EXPECT_EQ(decoder.damage(), "its kind 5 is unknown");
 }
 
 TEST(Frame, MayBeAsLongAsTheLimitAndNoLonger) {

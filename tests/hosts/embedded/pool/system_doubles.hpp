@@ -27,6 +27,9 @@ class InterruptingCalls : public RealSystemCalls {
   int waitid(pid_t pid, siginfo_t* info, int options) override {
     return interrupt() ? -1 : RealSystemCalls::waitid(pid, info, options);
   }
+  int futex_wait(std::uint32_t* word, std::uint32_t value) override {
+    return interrupt() ? -1 : RealSystemCalls::futex_wait(word, value);
+  }
   int interruptions = 0;
 
  private:
