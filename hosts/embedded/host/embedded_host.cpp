@@ -79,6 +79,7 @@ EmbeddedHost::EmbeddedHost(SystemCalls& system, const Vocabulary& vocabulary,
       observed_operators_(operators_, lineage_),
       random_graphs_(vocabulary, settings.graphs),
       observed_random_graphs_(random_graphs_, lineage_),
+      planning_(vocabulary, settings.graphs, json_reader_, lineage_),
       secure_random_(settings.seed),
       pool_(system, verdicts_, settings.timeout_seconds, settings.on_tick) {}
 

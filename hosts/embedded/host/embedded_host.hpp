@@ -9,6 +9,7 @@
 
 #include "hosts/embedded/config/host_config.hpp"
 #include "hosts/embedded/host/embedded_engine.hpp"
+#include "hosts/embedded/host/embedded_planning.hpp"
 #include "hosts/embedded/host/embedded_pool.hpp"
 #include "hosts/embedded/host/embedded_timings.hpp"
 #include "hosts/embedded/host/json_value.hpp"
@@ -104,6 +105,7 @@ class EmbeddedHost : public genetic::Host {
   [[nodiscard]] genetic::RandomWeighted& random_weighted() override {
     return observed_random_graphs_;
   }
+  [[nodiscard]] genetic::ReactionPlanning& reaction_planning() override { return planning_; }
   [[nodiscard]] genetic::SearchSettings& search_settings() override { return search_settings_; }
   [[nodiscard]] genetic::EvaluationVerdicts& evaluation_verdicts() override { return verdicts_; }
   [[nodiscard]] genetic::BacktestTimings& backtest_timings() override { return timings_; }
@@ -124,6 +126,7 @@ class EmbeddedHost : public genetic::Host {
   ObservedOperators observed_operators_;
   EmbeddedRandomGraphs random_graphs_;
   ObservedRandomGraphs observed_random_graphs_;
+  EmbeddedPlanning planning_;
   TwisterGenerators generators_;
   SystemRandom secure_random_;
   EmbeddedPause pause_;

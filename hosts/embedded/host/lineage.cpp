@@ -32,6 +32,8 @@ const char* name_of(Origin origin) {
       return "seed";
     case Origin::Fresh:
       return "fresh";
+    case Origin::Repaired:
+      return "repaired";
     case Origin::Unknown:
       break;
   }
@@ -43,6 +45,16 @@ genetic::List texts(const std::vector<std::string>& items) {
   for (const std::string& item : items)
     list.append(item);
   return list;
+}
+
+// The graph key of each, once.
+std::vector<std::string> graph_keys(const std::vector<Value>& graphs) {
+  std::vector<std::string> keys;
+  for (const Value& graph : graphs) {
+    std::string key = sha256_hex(genetic::canonical_graph_string(graph));
+    if (std::find(keys.begin(), keys.end(), key) == keys.end()) keys.push_back(std::move(key));
+  }
+  return keys;
 }
 
 class NotedGraphs : public genetic::ValueIterator {
@@ -68,6 +80,13 @@ std::string lineage_json(const GraphOrigin& origin) {
   if (origin.origin == Origin::Bred) {
     lineage.set("operators", texts(origin.operators));
     lineage.set("parents", texts(origin.parents));
+  }
+  if (origin.repair) {
+    lineage.set("parents", texts(origin.parents));
+    lineage.set("plan", origin.repair->plan);
+    lineage.set("reason", origin.repair->reason);
+    lineage.set("explanation", origin.repair->explanation);
+    lineage.set("depth", origin.repair->depth);
   }
   return genetic::json_text(lineage);
 }
@@ -122,6 +141,12 @@ void Lineage::note_seed(const Value& graph) {
   seeds_.insert(genetic::structural_key(graph));
 }
 
+void Lineage::note_repair(const Value& graph, std::vector<Value> parents, RepairNote repair) {
+  repairs_.try_emplace(genetic::structural_key(graph),
+                       Repair{std::move(parents), std::move(repair)});
+  has_new_repairs_ = true;
+}
+
 const Lineage::Offspring* Lineage::breeding_of(const StructuralKey& key) {
   if (!offspring_index_) {
     offspring_index_.emplace();
@@ -150,16 +175,15 @@ bool Lineage::is_bred(const Value& graph) {
 GraphOrigin Lineage::origin_of(const Value& graph) {
   const StructuralKey key = genetic::structural_key(graph);
   GraphOrigin found;
-  if (const Offspring* offspring = breeding_of(key)) {
+  if (const auto repair = repairs_.find(key); repair != repairs_.end()) {
+    found.origin = Origin::Repaired;
+    found.parents = graph_keys(repair->second.parents);
+    found.repair = repair->second.note;
+    has_new_repairs_ = false;
+  } else if (const Offspring* offspring = breeding_of(key)) {
     found.origin = Origin::Bred;
     found.operators = offspring->operators;
-    for (const Value& parent : offspring->parents) {
-      const std::string parent_key = sha256_hex(genetic::canonical_graph_string(parent));
-      if (std::find(found.parents.begin(), found.parents.end(), parent_key) ==
-          found.parents.end()) {
-        found.parents.push_back(parent_key);
-      }
-    }
+    found.parents = graph_keys(offspring->parents);
   } else if (seeds_.contains(key)) {
     found.origin = Origin::Seed;
   } else if (is_fresh(key)) {
@@ -171,6 +195,8 @@ GraphOrigin Lineage::origin_of(const Value& graph) {
 void Lineage::next_generation() {
   offspring_.clear();
   fresh_.clear();
+  repairs_.clear();
+  has_new_repairs_ = false;
   offspring_index_.reset();
   fresh_keys_.reset();
 }

@@ -1,11 +1,14 @@
-// Where the candidates of a generation come from: bred from parents, seeds of the run, or fresh.
+// Where the candidates of a generation come from: bred from parents, seeds of the run, fresh, or
+// repairs of what failed.
 //
 // The search hands graphs on without their origin. The host knows it all the same, because every
-// offspring is made by its operators and every fresh graph by its source: a candidate is bred when
-// an operator made its structure since the generation began, and so on.
+// offspring is made by its operators, every fresh graph by its source and every repair by its
+// planner: a candidate is bred when an operator made its structure since the generation began, and
+// so on.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,7 +23,15 @@
 
 namespace varnholt::embedded {
 
-enum class Origin { Bred, Seed, Fresh, Unknown };
+enum class Origin { Bred, Seed, Fresh, Repaired, Unknown };
+
+// The plan by which a graph was repaired.
+struct RepairNote {
+  std::string plan;
+  std::string reason;  // The failure that it is meant for.
+  std::string explanation;
+  std::int64_t depth = 1;  // How many repairs lie between the graph and one that is none.
+};
 
 struct GraphOrigin {
   Origin origin = Origin::Unknown;
@@ -28,11 +39,15 @@ struct GraphOrigin {
   // ("point_mutation", then "crossover" with the mate), and the graph keys of the elite and the
   // mate, each once. Graphs that only lent a part to a mutation are no parents.
   std::vector<std::string> operators;
+  //
+  // Of a repair the signal that was repaired, and the peer that it was combined with, if any.
   std::vector<std::string> parents;
+  std::optional<RepairNote> repair = {};
 };
 
 // {"operators":["crossover"],"origin":"bred","parents":["<graph key>","<graph key>"]} for a bred
-// graph, {"origin":"seed"} and so on for the others.
+// graph, {"depth":1,"explanation":"...","origin":"repaired","parents":["<graph key>"],
+// "plan":"reverse","reason":"sharpe_min"} for a repair, {"origin":"seed"} and so on for the others.
 [[nodiscard]] std::string lineage_json(const GraphOrigin& origin);
 
 class Lineage {
@@ -46,12 +61,20 @@ class Lineage {
   void note_fresh(const genetic::Value& graph);
   // For the whole run.
   void note_seed(const genetic::Value& graph);
+  // The planner made `graph` of `parents`, the failed signal first. The search evaluates the
+  // repairs of a generation after its batch, round by round.
+  void note_repair(const genetic::Value& graph, std::vector<genetic::Value> parents,
+                   RepairNote repair);
 
   // Asked when the graphs that it is asked about are made and changed no more. A structure that has
-  // several origins is bred rather than a seed, and a seed rather than fresh; of several breedings
+  // several origins is repaired rather than bred, for what the batch has evaluated is no repair any
+  // more; bred rather than a seed, and a seed rather than fresh. Of several breedings or repairs
   // the first counts.
   [[nodiscard]] bool is_bred(const genetic::Value& graph);
   [[nodiscard]] GraphOrigin origin_of(const genetic::Value& graph);
+
+  // Whether repairs were planned of which none was asked about with origin_of yet.
+  [[nodiscard]] bool has_new_repairs() const { return has_new_repairs_; }
 
   void next_generation();
 
@@ -69,8 +92,15 @@ class Lineage {
   [[nodiscard]] const Offspring* breeding_of(const genetic::StructuralKey& key);
   [[nodiscard]] bool is_fresh(const genetic::StructuralKey& key);
 
+  struct Repair {
+    std::vector<genetic::Value> parents;
+    RepairNote note;
+  };
+
   std::vector<Offspring> offspring_;
   std::vector<genetic::Value> fresh_;
+  std::unordered_map<genetic::StructuralKey, Repair, genetic::StructuralKeyHash> repairs_;
+  bool has_new_repairs_ = false;
   genetic::StructuralKeySet seeds_;
   // Made when they are first asked for, and again after a note.
   std::optional<Index> offspring_index_;

@@ -21,6 +21,10 @@ constexpr int kLongWindow = 60;
 constexpr int kDecayWindow = 40;
 constexpr int kShortestSmoothing = 5;
 
+constexpr std::size_t kBestPeer = 0;
+constexpr std::size_t kSecondPeer = 1;
+static_assert(kSecondPeer < kPeersUsed);
+
 // Steps in the list of windows, each about half as long again as the one before it.
 constexpr int kTwice = 2;
 constexpr int kThrice = 3;
@@ -169,13 +173,13 @@ Graph quicker_windows(const RepairCase& failed, const RepairMaterial& material) 
   return slowed(failed.graph, material, kHalf);
 }
 Graph blend_with_peer(const RepairCase& failed, const RepairMaterial& material) {
-  return combined(failed, material, "arith_add", 0);
+  return combined(failed, material, "arith_add", kBestPeer);
 }
 Graph blend_with_second_peer(const RepairCase& failed, const RepairMaterial& material) {
-  return combined(failed, material, "arith_add", 1);
+  return combined(failed, material, "arith_add", kSecondPeer);
 }
 Graph hedge_with_peer(const RepairCase& failed, const RepairMaterial& material) {
-  return combined(failed, material, "arith_sub", 0);
+  return combined(failed, material, "arith_sub", kBestPeer);
 }
 Graph demean(const RepairCase& failed, const RepairMaterial& material) {
   return wrapped(failed.graph, material, "cross_demean");
@@ -225,12 +229,12 @@ constexpr std::array kPlans = {
     RepairPlan{"blend_with_peer",
                "add the best peer at the same scale: independent errors cancel, and a day on which "
                "one is silent is the other's",
-               &blend_with_peer},
+               &blend_with_peer, kBestPeer},
     RepairPlan{"blend_with_second_peer",
                "add the second best peer at the same scale: another mix, other errors that cancel",
-               &blend_with_second_peer},
+               &blend_with_second_peer, kSecondPeer},
     RepairPlan{"hedge_with_peer", "hold the best peer against it, so that common exposure cancels",
-               &hedge_with_peer},
+               &hedge_with_peer, kBestPeer},
     RepairPlan{"demean", "take off the day's mean: as much long as short", &demean},
     RepairPlan{"standardise",
                "take off the day's mean and divide by its spread: as much long as "

@@ -48,12 +48,17 @@ struct RepairMaterial {
   std::vector<genetic::Value> peers;
 };
 
+// So many peers are made use of, the first ones.
+inline constexpr std::size_t kPeersUsed = 2;
+
 // One entry of the catalogue. Its graph may share nodes with the graphs that it is made of.
 struct RepairPlan {
   std::string_view name;
   std::string_view explanation;  // One line.
   // Nothing where the repair does not apply: no window to lengthen, no peer, no such function.
   std::optional<genetic::Value> (*graph)(const RepairCase& failed, const RepairMaterial& material);
+  // Which peer the graph is made of beside the signal's own, if any.
+  std::optional<std::size_t> peer = {};
 };
 
 [[nodiscard]] std::span<const RepairPlan> repair_plans();

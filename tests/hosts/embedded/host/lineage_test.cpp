@@ -143,7 +143,34 @@ TEST(Lineage, TellsSeedsFreshGraphsAndOthersApart) {
   EXPECT_THAT(lineage.origin_of(ranked("close")).parents, IsEmpty());
 }
 
+TEST(Lineage, KnowsTheRepairsOfThisGenerationAlone) {
+  Lineage lineage;
+  const RepairNote reversal{"reverse", "sharpe_min", "the opposite", 2};
+  lineage.note_offspring("crossover", ranked("close"), {ranked("high"), ranked("low")});
+  lineage.note_repair(ranked("close"), {ranked("volume"), ranked("volume")}, reversal);
+  lineage.note_repair(ranked("close"), {ranked("returns")}, {"rank", "max_weight_max", "ranks", 1});
+  EXPECT_TRUE(lineage.has_new_repairs());
+  const GraphOrigin origin = lineage.origin_of(ranked("close"));
+  EXPECT_EQ(origin.origin, Origin::Repaired) << "the bred one was evaluated before the rounds";
+  EXPECT_THAT(origin.parents, ElementsAre(key_of(ranked("volume"))));
+  EXPECT_THAT(origin.operators, IsEmpty());
+  ASSERT_TRUE(origin.repair);
+  EXPECT_EQ(origin.repair->plan, "reverse") << "the first of two plans counts";
+  EXPECT_EQ(origin.repair->depth, 2);
+  EXPECT_FALSE(lineage.has_new_repairs());
+  lineage.note_repair(ranked("high"), {ranked("volume")}, reversal);
+  EXPECT_EQ(lineage.origin_of(ranked("volume")).origin, Origin::Unknown);
+  EXPECT_TRUE(lineage.has_new_repairs()) << "only a question about a repair makes them old";
+  lineage.next_generation();
+  EXPECT_EQ(lineage.origin_of(ranked("close")).origin, Origin::Unknown);
+  EXPECT_FALSE(lineage.has_new_repairs());
+}
+
 TEST(LineageJson, IsWhatTheStoreKeeps) {
+  const RepairNote note{"reverse", "sharpe_min", "the opposite", 2};
+  EXPECT_EQ(lineage_json({Origin::Repaired, {}, {"ab"}, note}),
+            R"({"depth":2,"explanation":"the opposite","origin":"repaired","parents":["ab"],)"
+            R"("plan":"reverse","reason":"sharpe_min"})");
   EXPECT_EQ(
       lineage_json({Origin::Bred, {"hoist_mutation", "crossover"}, {"ab", "cd"}}),
       R"({"operators":["hoist_mutation","crossover"],"origin":"bred","parents":["ab","cd"]})");
