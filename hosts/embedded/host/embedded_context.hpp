@@ -83,6 +83,8 @@ class EmbeddedContext : public genetic::SearchContext {
   // the attempt that the parent has made the current one.
   [[nodiscard]] genetic::Value current_attempt_evidence() override { return attempt_evidence_; }
   [[nodiscard]] genetic::Callable derive_rejection_reason_detail() override;
+  // Whether evaluations under way are given up: at a signal and at the limit in seconds.
+  [[nodiscard]] bool submission_cancelled() override { return stop_->cancels_evaluations(); }
 
  private:
   [[nodiscard]] genetic::Value evaluate(const genetic::Value& graph);

@@ -81,6 +81,7 @@ EmbeddedHost::EmbeddedHost(SystemCalls& system, const Vocabulary& vocabulary,
       observed_random_graphs_(random_graphs_, lineage_),
       planning_(vocabulary, settings.graphs, json_reader_, lineage_),
       secure_random_(settings.seed),
+      queues_(system),
       pool_(system, verdicts_, settings.timeout_seconds, settings.on_tick) {}
 
 }  // namespace varnholt::embedded

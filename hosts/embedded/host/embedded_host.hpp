@@ -12,6 +12,7 @@
 #include "hosts/embedded/host/embedded_planning.hpp"
 #include "hosts/embedded/host/embedded_pool.hpp"
 #include "hosts/embedded/host/embedded_timings.hpp"
+#include "hosts/embedded/host/fork_queues.hpp"
 #include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/host/lineage.hpp"
 #include "hosts/embedded/host/search_events.hpp"
@@ -113,6 +114,7 @@ class EmbeddedHost : public genetic::Host {
   [[nodiscard]] genetic::RandomGenerators& random_generators() override { return generators_; }
   [[nodiscard]] genetic::SecureRandom& secure_random() override { return secure_random_; }
   [[nodiscard]] genetic::Pause& pause() override { return pause_; }
+  [[nodiscard]] genetic::ProcessContexts& process_contexts() override { return queues_; }
 
  private:
   EmbeddedEngine engine_;
@@ -130,6 +132,7 @@ class EmbeddedHost : public genetic::Host {
   TwisterGenerators generators_;
   SystemRandom secure_random_;
   EmbeddedPause pause_;
+  ForkQueues queues_;
   EmbeddedPool pool_;
 };
 

@@ -14,8 +14,6 @@
 namespace varnholt::embedded {
 
 using genetic::CandidateEvaluation;
-using genetic::Key;
-using genetic::key;
 using genetic::List;
 using genetic::Mapping;
 using genetic::ProcessResult;
@@ -23,37 +21,12 @@ using genetic::Value;
 
 namespace {
 
-constexpr Key kWorkerFailed = key<"worker_failed">();
-constexpr Key kWorkerTimeout = key<"worker_timeout">();
-constexpr Key kProcessPriorityFailed = key<"process_priority_failed">();
-constexpr Key kMemoryBudgetExceeded = key<"memory_budget_exceeded">();
+using terminal_reasons::kMemoryBudgetExceeded;
+using terminal_reasons::kProcessPriorityFailed;
+using terminal_reasons::kWorkerFailed;
+using terminal_reasons::kWorkerTimeout;
+
 constexpr std::int64_t kNoMemoryLimit = std::numeric_limits<std::int64_t>::max();
-
-class WorkerErrorAttributes : public genetic::ErrorAttributes {
- public:
-  explicit WorkerErrorAttributes(Mapping attributes) : attributes_(std::move(attributes)) {}
-
-  [[nodiscard]] std::optional<Value> attribute(std::string_view name) const override {
-    return attributes_.find(name);
-  }
-
- private:
-  Mapping attributes_;
-};
-
-class ResolvedWorkers : public genetic::WorkerResolution {
- public:
-  ResolvedWorkers(std::int64_t requested, std::int64_t resolved)
-      : requested_(requested), resolved_(resolved) {}
-
-  [[nodiscard]] Value resolved() const override { return resolved_; }
-  [[nodiscard]] std::int64_t requested_jobs() const { return requested_; }
-  [[nodiscard]] bool is_reduced() const { return resolved_ < requested_; }
-
- private:
-  std::int64_t requested_;
-  std::int64_t resolved_;
-};
 
 const CandidateEvaluation& candidate_of(const Value& candidate) {
   return dynamic_cast<const CandidateEvaluation&>(candidate.object());
@@ -71,13 +44,6 @@ PoolConfig pool_config(const genetic::ProcessEvaluationConfig& config, std::size
 }
 
 }  // namespace
-
-WorkerError::WorkerError(Value terminal_reason, const std::string& detail, Value candidate_index)
-    : RuntimeError(detail),
-      attributes_(std::make_shared<WorkerErrorAttributes>(
-          Mapping{{genetic::keys::kTerminalReason, std::move(terminal_reason)},
-                  {genetic::keys::kDetail, detail},
-                  {genetic::keys::kCandidateIndex, std::move(candidate_index)}})) {}
 
 EmbeddedPool::EmbeddedPool(SystemCalls& system, genetic::EvaluationVerdicts& verdicts,
                            double default_timeout_seconds,
@@ -107,29 +73,29 @@ Value EmbeddedPool::terminal_memory_budget_exceeded() {
 }
 
 std::optional<Value> EmbeddedPool::as_error(const std::exception& error) {
-  if (dynamic_cast<const WorkerError*>(&error) == nullptr) return std::nullopt;
+  if (dynamic_cast<const ProcessEvaluationError*>(&error) == nullptr) return std::nullopt;
   return genetic::error_object(error);
 }
 
 std::unique_ptr<genetic::WorkerResolution> EmbeddedPool::resolve_process_worker_count_details(
     const Value& requested, const Value& candidate_count) {
-  const std::int64_t jobs = genetic::saturated_integer(requested);
-  const std::int64_t candidates = genetic::saturated_integer(candidate_count);
-  return std::make_unique<ResolvedWorkers>(jobs,
-                                           std::max<std::int64_t>(1, std::min(jobs, candidates)));
+  return std::make_unique<ResolvedWorkers>(
+      WorkerDemand{.requested = genetic::saturated_integer(requested),
+                   .candidates = genetic::saturated_integer(candidate_count)},
+      limits_);
 }
 
 void EmbeddedPool::log_worker_count_reduction(genetic::Logger& logger,
                                               const genetic::WorkerResolution& resolution,
                                               std::string_view scope,
-                                              genetic::SearchContext& /*cache_owner*/,
+                                              genetic::SearchContext& cache_owner,
                                               std::string_view detail) {
-  // This pool serves one context, so what it has logged is remembered here.
   const auto& resolved = dynamic_cast<const ResolvedWorkers&>(resolution);
-  if (!resolved.is_reduced() || reduction_logged_) return;
-  reduction_logged_ = true;
-  logger.warning("%s uses %s of %s workers: %s",
-                 {Value(scope), resolved.resolved(), resolved.requested_jobs(), Value(detail)});
+  if (resolved.reduction().empty() || logged_for_ == &cache_owner) return;
+  logged_for_ = &cache_owner;
+  logger.warning("%s uses %s of %s workers, because %s: %s",
+                 {Value(scope), resolved.resolved(), resolved.requested(), resolved.reduction(),
+                  Value(detail)});
 }
 
 Value EmbeddedPool::candidate_evaluation(const Value& candidate_index, const Value& graph) {
@@ -210,7 +176,7 @@ std::optional<Value> EmbeddedPool::process_result(const Value& candidate,
 Value EmbeddedPool::failure_record(const Value& candidate, const Value& reason,
                                    const std::string& detail) {
   const CandidateEvaluation& work = candidate_of(candidate);
-  const WorkerError error(reason, detail, work.candidate_index());
+  const ProcessEvaluationError error(WorkerFailure{reason, detail, work.candidate_index()});
   return genetic::candidate_process_evaluation_error_result(*this, verdicts_, work.graph(),
                                                             genetic::error_object(error));
 }

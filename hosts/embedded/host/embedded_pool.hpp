@@ -9,31 +9,13 @@
 #include <vector>
 
 #include "hosts/embedded/host/embedded_context.hpp"
+#include "hosts/embedded/host/worker_count.hpp"
+#include "hosts/embedded/host/worker_errors.hpp"
 #include "hosts/embedded/pool/fork_pool.hpp"
 #include "search_templates/genetic/host/evaluation_verdicts.hpp"
 #include "search_templates/genetic/host/process_evaluation.hpp"
-#include "search_templates/genetic/value/errors.hpp"
 
 namespace varnholt::embedded {
-
-// One candidate's process failed.
-class WorkerError : public genetic::RuntimeError {
- public:
-  WorkerError(genetic::Value terminal_reason, const std::string& detail,
-              genetic::Value candidate_index);
-
-  [[nodiscard]] std::shared_ptr<const genetic::ErrorAttributes> attributes() const override {
-    return attributes_;
-  }
-
- protected:
-  [[nodiscard]] std::string_view kind_name() const noexcept override {
-    return "ProcessEvaluationError";
-  }
-
- private:
-  std::shared_ptr<const genetic::ErrorAttributes> attributes_;
-};
 
 // A candidate whose worker is lost, or takes too long, is that candidate's failure and comes back
 // as its record. Candidates whose evaluation is cancelled have no result.
@@ -55,7 +37,7 @@ class EmbeddedPool : public genetic::ProcessEvaluation {
   [[nodiscard]] genetic::Value terminal_process_priority_failed() override;
   [[nodiscard]] genetic::Value terminal_memory_budget_exceeded() override;
   [[nodiscard]] std::optional<genetic::Value> as_error(const std::exception& error) override;
-  // As many as were asked for, but no more than there are candidates.
+  // As many as were asked for, but no more than there are candidates or the machine can keep busy.
   [[nodiscard]] std::unique_ptr<genetic::WorkerResolution> resolve_process_worker_count_details(
       const genetic::Value& requested, const genetic::Value& candidate_count) override;
   void log_worker_count_reduction(genetic::Logger& logger,
@@ -87,7 +69,8 @@ class EmbeddedPool : public genetic::ProcessEvaluation {
   double default_timeout_seconds_;
   std::function<void(std::int64_t)> on_tick_;
   EmbeddedContext* context_ = nullptr;
-  bool reduction_logged_ = false;
+  MachineLimits limits_ = read_machine_limits();
+  const genetic::SearchContext* logged_for_ = nullptr;
 };
 
 }  // namespace varnholt::embedded

@@ -158,14 +158,8 @@ TEST_F(EmbeddedPoolTest, TheSecondInterruptLeavesWithoutChildren) {
   EXPECT_EQ(errno, ECHILD);
 }
 
-TEST_F(EmbeddedPoolTest, WorkersAreAsManyAsAskedForButNoMoreThanCandidates) {
-  EXPECT_EQ(pool_.resolve_process_worker_count_details(8, 3)->resolved().integer(), 3);
-  EXPECT_EQ(pool_.resolve_process_worker_count_details(2, 3)->resolved().integer(), 2);
-  EXPECT_EQ(pool_.resolve_process_worker_count_details(2, 0)->resolved().integer(), 1);
-}
-
 TEST_F(EmbeddedPoolTest, KnowsItsOwnErrors) {
-  const WorkerError error("worker_failed", "gone", 4);
+  const ProcessEvaluationError error(WorkerFailure{"worker_failed", "gone", 4});
   const auto object = pool_.as_error(error);
   ASSERT_TRUE(object.has_value());
   EXPECT_EQ(genetic::attribute(*object, "terminal_reason")->text(), "worker_failed");
