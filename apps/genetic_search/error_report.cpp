@@ -8,7 +8,7 @@
 #include "hosts/embedded/market/price_file_error.hpp"
 #include "hosts/embedded/search/seed_graphs.hpp"
 #include "hosts/embedded/search/signal_export.hpp"
-#include "hosts/embedded/store/sqlite_database.hpp"
+#include "hosts/embedded/store/store_error.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 
 namespace varnholt::app {

@@ -4,10 +4,10 @@
 
 #include <fmt/format.h>
 
-#include "apps/genetic_search/store_reader.hpp"
 #include "apps/genetic_search/stored_signal.hpp"
 #include "apps/genetic_search/text_layout.hpp"
 #include "hosts/embedded/search/signal_export.hpp"
+#include "hosts/embedded/store/store_reader.hpp"
 
 namespace varnholt::app {
 namespace {
@@ -44,7 +44,9 @@ void export_command(const ExportCommand& command, Output& output,
     if (interrupt.requests > 0) throw embedded::InterruptedAtOnce();
   };
   const Existing existing = command.force ? Existing::IsReplaced : Existing::IsKept;
-  StoreReader store(command.database);
+  const std::unique_ptr<embedded::StoreReader> opened =
+      embedded::open_store_reader(command.database);
+  embedded::StoreReader& store = *opened;
   const embedded::EvaluationOfRun found = required_evaluation(store, command.eval_id);
   const std::filesystem::path prices = prices_of(command, found.run.start);
   refuse_input_as_output(command, prices);

@@ -9,9 +9,9 @@
 
 #include "apps/genetic_search/signal_lineage.hpp"
 #include "apps/genetic_search/signal_table.hpp"
-#include "apps/genetic_search/store_reader.hpp"
 #include "apps/genetic_search/stored_signal.hpp"
 #include "hosts/embedded/host/statistics_object.hpp"
+#include "hosts/embedded/store/store_reader.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
@@ -42,7 +42,7 @@ struct Page {
   Ancestor lineage;
 };
 
-Page page_of(StoreReader& store, const std::string& eval_id) {
+Page page_of(embedded::StoreReader& store, const std::string& eval_id) {
   Page page{required_evaluation(store, eval_id), {}, {}, {}, {}, {}, {}, {}, {}};
   const embedded::EvaluationRecord& evaluation = page.found.evaluation;
   const auto json = [&](const std::string& text, const char* what) {
@@ -235,7 +235,9 @@ Json page_json(const Page& page) {
 }  // namespace
 
 void show_command(const ShowCommand& command, Output& output, Width width) {
-  StoreReader store(command.database);
+  const std::unique_ptr<embedded::StoreReader> opened =
+      embedded::open_store_reader(command.database);
+  embedded::StoreReader& store = *opened;
   const Page page = page_of(store, command.eval_id);
   output.write(command.json ? json_line(page_json(page)) : page_text(page, width));
   output.throw_if_failed();

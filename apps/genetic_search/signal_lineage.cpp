@@ -35,7 +35,7 @@ std::vector<std::string> texts(const Value& list) {
 
 class Tree {
  public:
-  Tree(StoreReader& store, std::int64_t run)
+  Tree(embedded::StoreReader& store, std::int64_t run)
       : store_(store), first_candidates_(store.first_candidates(run)) {}
 
   Ancestor of(const EvaluationOfRun& found, int generations) {
@@ -77,7 +77,7 @@ class Tree {
     return unknown;
   }
 
-  StoreReader& store_;
+  embedded::StoreReader& store_;
   std::map<std::string, std::int64_t> first_candidates_;
   std::set<std::string> told_;  // Those whose parents stand in the tree.
 };
@@ -110,7 +110,7 @@ std::string ancestry_text(const Ancestor& ancestor, std::size_t depth, Width wid
 
 }  // namespace
 
-Ancestor ancestry(StoreReader& store, const EvaluationOfRun& evaluation) {
+Ancestor ancestry(embedded::StoreReader& store, const EvaluationOfRun& evaluation) {
   return Tree(store, evaluation.run.id).of(evaluation, kToldGenerations);
 }
 

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "apps/genetic_search/json_events.hpp"
-#include "apps/genetic_search/store_reader.hpp"
 #include "apps/genetic_search/text_layout.hpp"
+#include "hosts/embedded/store/store_reader.hpp"
 
 namespace varnholt::app {
 
@@ -29,7 +29,8 @@ struct Ancestor {
 };
 
 // The tree of an evaluation of `store`.
-[[nodiscard]] Ancestor ancestry(StoreReader& store, const embedded::EvaluationOfRun& evaluation);
+[[nodiscard]] Ancestor ancestry(embedded::StoreReader& store,
+                                const embedded::EvaluationOfRun& evaluation);
 
 // A line for each candidate, its parents below it and further in. Ended.
 [[nodiscard]] std::string ancestry_text(const Ancestor& root, Width width);

@@ -6,9 +6,9 @@
 #include <fmt/format.h>
 
 #include "apps/genetic_search/signal_table.hpp"
-#include "apps/genetic_search/store_reader.hpp"
 #include "apps/genetic_search/stored_signal.hpp"
 #include "apps/genetic_search/usage_error.hpp"
+#include "hosts/embedded/store/store_reader.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::app {
@@ -27,7 +27,7 @@ struct Listed {
   std::optional<double> holdout_sharpe;
 };
 
-Listed listed(StoreReader& store, const SubmissionRecord& submission) {
+Listed listed(embedded::StoreReader& store, const SubmissionRecord& submission) {
   Listed signal;
   signal.submission = submission;
   const embedded::EvaluationRecord evaluation =
@@ -69,7 +69,7 @@ std::string table_of(const std::vector<Listed>& signals, bool with_state, Width 
 }
 
 // What there is instead of a table.
-std::string nothing_text(const SignalsCommand& command, StoreReader& store) {
+std::string nothing_text(const SignalsCommand& command, embedded::StoreReader& store) {
   std::string text = command.all ? "Nothing was handed in" : "No signal was submitted";
   if (command.run) text += fmt::format(" by run {}", *command.run);
   if (command.pool) text += fmt::format(" to the pool \"{}\"", on_one_line(*command.pool));
@@ -94,7 +94,9 @@ std::string nothing_text(const SignalsCommand& command, StoreReader& store) {
 }  // namespace
 
 void signals_command(const SignalsCommand& command, Output& output, Width width) {
-  StoreReader store(command.database);
+  const std::unique_ptr<embedded::StoreReader> opened =
+      embedded::open_store_reader(command.database);
+  embedded::StoreReader& store = *opened;
   if (command.run && !store.find_run(*command.run)) {
     throw UsageError(fmt::format("there is no run {} in {}; leave out --run to list those of all",
                                  *command.run, store.path()));

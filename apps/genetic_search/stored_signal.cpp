@@ -25,7 +25,8 @@ Json or_null(const std::optional<Text>& text) {
 
 }  // namespace
 
-embedded::EvaluationOfRun required_evaluation(StoreReader& store, const std::string& eval_id) {
+embedded::EvaluationOfRun required_evaluation(embedded::StoreReader& store,
+                                              const std::string& eval_id) {
   std::optional<embedded::EvaluationOfRun> found = store.find_evaluation(eval_id);
   if (!found) {
     throw UsageError(fmt::format(
@@ -44,7 +45,8 @@ std::string stored_expression(const std::string& graph_json) {
   }
 }
 
-Value stored_json(const StoreReader& store, const std::string& text, const std::string& what) {
+Value stored_json(const embedded::StoreReader& store, const std::string& text,
+                  const std::string& what) {
   try {
     return embedded::read_json(text);
   } catch (const genetic::ValueError& error) {

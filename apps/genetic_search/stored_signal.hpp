@@ -5,21 +5,21 @@
 #include <string>
 
 #include "apps/genetic_search/json_events.hpp"
-#include "apps/genetic_search/store_reader.hpp"
+#include "hosts/embedded/store/store_reader.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::app {
 
 // The evaluation, with its run. Throws UsageError where the store has none of this id.
-[[nodiscard]] embedded::EvaluationOfRun required_evaluation(StoreReader& store,
+[[nodiscard]] embedded::EvaluationOfRun required_evaluation(embedded::StoreReader& store,
                                                             const std::string& eval_id);
 
 // The graph as a call; empty for a graph that is none of the vocabulary's form.
 [[nodiscard]] std::string stored_expression(const std::string& graph_json);
 
 // A stored JSON text as a value. Where the text is damaged, StoreError that names `what`.
-[[nodiscard]] genetic::Value stored_json(const StoreReader& store, const std::string& text,
-                                         const std::string& what);
+[[nodiscard]] genetic::Value stored_json(const embedded::StoreReader& store,
+                                         const std::string& text, const std::string& what);
 
 // A figure of a statistics mapping; nothing where there are no statistics.
 [[nodiscard]] std::optional<double> figure_of(const genetic::Value& statistics, genetic::Key name);

@@ -99,6 +99,12 @@ FORBIDDEN_CALLS = (
     (re.compile(r"\bthread_local\b"), "keep state in an object"),
 )
 
+# Where the one database is known, and the files that say its name.
+DATABASE_ROOM = "hosts/embedded/store/"
+DATABASE_FILES = re.compile(
+    r"sqlite3\.h|hosts/embedded/store/(?:sqlite_|store_schema|store_relations)"
+)
+
 INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"([^"]+)"|<([^>]+)>)')
 
 
@@ -290,6 +296,16 @@ def check_include_places(file: SourceFile, known: set[str]) -> Iterator[Finding]
             yield Finding(file.path, number, f'include "{quoted}" goes upwards', advice)
 
 
+def check_database(file: SourceFile) -> Iterator[Finding]:
+    """One room knows which database is behind the store."""
+    if file.path.startswith((DATABASE_ROOM, "tests/", "benchmarks/")):
+        return
+    for number, quoted, angled in file.includes():
+        if DATABASE_FILES.match(name := quoted or angled or ""):
+            advice = f"ask {DATABASE_ROOM}run_store.hpp or store_reader.hpp"
+            yield Finding(file.path, number, f'include "{name}" knows the database', advice)
+
+
 def check_rooms(file: SourceFile) -> Iterator[Finding]:
     building = building_of(file.path)
     if building is not None and file.suffix in CPP_SUFFIXES:
@@ -376,6 +392,7 @@ def check_tree(root: Path) -> list[Finding]:
         if file.suffix in CPP_SUFFIXES:
             findings += check_purity(file)
             findings += check_rooms(file)
+            findings += check_database(file)
             findings += check_include_places(file, known)
     findings += check_circles(files)
     findings += pinned_versions({file.path: file for file in files})

@@ -158,6 +158,24 @@ def test_the_library_does_not_reach_its_hosts(tmp_path: Path) -> None:
     ]
 
 
+def test_one_room_knows_the_database(tmp_path: Path) -> None:
+    store = "hosts/embedded/store"
+    use = f'#include <sqlite3.h>\n#include "{store}/sqlite_a.hpp"\n#include "{store}/b.hpp"\n'
+    found = findings(
+        tmp_path,
+        {
+            f"{store}/sqlite_a.hpp": CLEAN_HEADER + "#include <sqlite3.h>\n",
+            f"{store}/b.hpp": CLEAN_HEADER,
+            "tests/hosts/a_test.cpp": "// Goal.\n" + use,
+            "apps/a.cpp": use,
+        },
+    )
+    assert found == [
+        ("apps/a.cpp", 1, 'include "sqlite3.h" knows the database'),
+        ("apps/a.cpp", 2, f'include "{store}/sqlite_a.hpp" knows the database'),
+    ]
+
+
 def test_circles_of_files_and_of_folders(tmp_path: Path) -> None:
     files = findings(
         tmp_path / "files",

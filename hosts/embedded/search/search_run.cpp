@@ -159,7 +159,8 @@ SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
   genetic::GeneticTemplate config =
       configured_template(module, options, evaluator.vocabulary(), host.lineage());
 
-  RunStore store(options.database.string());
+  const std::unique_ptr<RunStore> opened = open_run_store(options.database.string());
+  RunStore& store = *opened;
   RunRecorder run_recorder(store, observer, host.lineage(),
                            {options.best_count, options.config.gates, options.config.limits});
   recorder = &run_recorder;

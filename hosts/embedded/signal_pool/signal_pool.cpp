@@ -8,7 +8,6 @@
 #include <fmt/format.h>
 
 #include "hosts/embedded/signal_pool/pool_errors.hpp"
-#include "hosts/embedded/store/sqlite_database.hpp"
 #include "hosts/embedded/system/digest.hpp"
 
 namespace varnholt::embedded {
@@ -35,8 +34,10 @@ bool SignalPool::refresh() {
   try {
     // Reading alone needs no lock; but while another process writes, who belongs to the pool is
     // about to change.
-    const SqliteTransaction lock = store_.lock("confirming the members of a pool");
-    refresh_under_lock();
+    store_.under_lock("confirming the members of a pool", [this] {
+      refresh_under_lock();
+      return RunStore::LockedWork::Undo;
+    });
     return true;
   } catch (const StoreBusyError&) {
     return false;

@@ -1,8 +1,10 @@
 #include "hosts/embedded/store/sqlite_database.hpp"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <new>
+#include <stdexcept>
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -71,6 +73,14 @@ int checked_size(std::string_view text) {
   return static_cast<int>(text.size() < kMost ? text.size() : kMost + 1);
 }
 
+int place_of(std::string_view name, const std::vector<std::string>& names, const char* kind) {
+  const auto found = std::find(names.begin(), names.end(), name);
+  if (found == names.end()) {
+    throw std::logic_error(fmt::format("the statement has no {} {}", kind, name));
+  }
+  return static_cast<int>(found - names.begin());
+}
+
 }  // namespace
 
 SqliteDatabase::SqliteDatabase(const std::string& path, int busy_timeout_milliseconds)
@@ -112,13 +122,13 @@ void SqliteDatabase::execute(const char* sql, const char* doing) {
 std::int64_t SqliteDatabase::query_integer(const char* sql, const char* doing) {
   SqliteStatement statement(*this, sql, doing);
   SqliteUse use(statement);
-  return use.step() ? use.integer() : 0;
+  return use.step() ? use.integer(statement.columns_.front().c_str()) : 0;
 }
 
 std::string SqliteDatabase::query_text(const char* sql, const char* doing) {
   SqliteStatement statement(*this, sql, doing);
   SqliteUse use(statement);
-  return use.step() ? use.text() : std::string();
+  return use.step() ? use.text(statement.columns_.front().c_str()) : std::string();
 }
 
 void SqliteDatabase::fail(const char* doing) const {
@@ -137,14 +147,20 @@ void SqliteDatabase::fail(const char* doing) const {
   throw StoreError(path_, trouble, remedy(code));
 }
 
-SqliteStatement::SqliteStatement(SqliteDatabase& database, const char* sql, const char* doing)
+SqliteStatement::SqliteStatement(SqliteDatabase& database, const std::string& sql,
+                                 const char* doing)
     : database_(database), doing_(doing) {
   database.require_owner();
   // Persistent: most live as long as the store.
-  if (::sqlite3_prepare_v3(database.handle(), sql, -1, SQLITE_PREPARE_PERSISTENT, &handle_,
-                           nullptr) != SQLITE_OK) {
+  if (::sqlite3_prepare_v3(database.handle(), sql.c_str(), checked_size(sql),
+                           SQLITE_PREPARE_PERSISTENT, &handle_, nullptr) != SQLITE_OK) {
     database.fail(doing);
   }
+  // Copied: SQLite's own texts do not outlive a change of the schema.
+  for (int i = 0; i < ::sqlite3_bind_parameter_count(handle_); ++i)
+    parameters_.emplace_back(::sqlite3_bind_parameter_name(handle_, i + 1) + 1);
+  for (int i = 0; i < ::sqlite3_column_count(handle_); ++i)
+    columns_.emplace_back(::sqlite3_column_name(handle_, i));
 }
 
 SqliteStatement::~SqliteStatement() {
@@ -161,39 +177,46 @@ SqliteUse::~SqliteUse() {
   ::sqlite3_clear_bindings(statement_.handle_);
 }
 
+int SqliteUse::parameter(const char* name) const {
+  return place_of(name, statement_.parameters_, "parameter") + 1;  // SQLite counts them from 1.
+}
+
+int SqliteUse::column(const char* name) const {
+  return place_of(name, statement_.columns_, "column");
+}
+
 SqliteUse& SqliteUse::bound(int result) {
   if (result != SQLITE_OK) statement_.database_.fail(statement_.doing_);
   return *this;
 }
 
-SqliteUse& SqliteUse::bind_null() {
-  return bound(::sqlite3_bind_null(statement_.handle_, ++parameter_));
+SqliteUse& SqliteUse::bind_null(const char* name) {
+  return bound(::sqlite3_bind_null(statement_.handle_, parameter(name)));
 }
 
-SqliteUse& SqliteUse::bind(std::int64_t value) {
-  return bound(::sqlite3_bind_int64(statement_.handle_, ++parameter_, value));
+SqliteUse& SqliteUse::bind(const char* name, std::int64_t value) {
+  return bound(::sqlite3_bind_int64(statement_.handle_, parameter(name), value));
 }
 
-SqliteUse& SqliteUse::bind(double value) {
+SqliteUse& SqliteUse::bind(const char* name, double value) {
   // SQLite itself makes NULL of what is no number.
-  return bound(::sqlite3_bind_double(statement_.handle_, ++parameter_, value));
+  return bound(::sqlite3_bind_double(statement_.handle_, parameter(name), value));
 }
 
-SqliteUse& SqliteUse::bind(std::string_view value) {
+SqliteUse& SqliteUse::bind(const char* name, std::string_view value) {
   // A null pointer would be stored as NULL, and an empty view may have one.
   const char* const bytes = value.data() != nullptr ? value.data() : "";
-  return bound(::sqlite3_bind_text(statement_.handle_, ++parameter_, bytes, checked_size(value),
+  return bound(::sqlite3_bind_text(statement_.handle_, parameter(name), bytes, checked_size(value),
                                    SQLITE_STATIC));
 }
 
-SqliteUse& SqliteUse::bind(std::span<const double> series) {
+SqliteUse& SqliteUse::bind(const char* name, std::span<const double> series) {
   series_ = little_endian(series);
-  return bound(::sqlite3_bind_blob(statement_.handle_, ++parameter_, series_.data(),
+  return bound(::sqlite3_bind_blob(statement_.handle_, parameter(name), series_.data(),
                                    checked_size(series_), SQLITE_STATIC));
 }
 
 bool SqliteUse::step() {
-  column_ = 0;
   const int result = ::sqlite3_step(statement_.handle_);
   if (result == SQLITE_ROW) return true;
   if (result != SQLITE_DONE) statement_.database_.fail(statement_.doing_);
@@ -205,49 +228,33 @@ int SqliteUse::change() {
   return ::sqlite3_changes(statement_.database_.handle());
 }
 
-bool SqliteUse::next_is_null() const noexcept {
-  return ::sqlite3_column_type(statement_.handle_, column_) == SQLITE_NULL;
+bool SqliteUse::is_null(const char* name) const {
+  return ::sqlite3_column_type(statement_.handle_, column(name)) == SQLITE_NULL;
 }
 
-std::int64_t SqliteUse::integer() {
-  return ::sqlite3_column_int64(statement_.handle_, column_++);
+std::int64_t SqliteUse::integer(const char* name) const {
+  return ::sqlite3_column_int64(statement_.handle_, column(name));
 }
 
-double SqliteUse::real() {
-  return ::sqlite3_column_double(statement_.handle_, column_++);
+double SqliteUse::real(const char* name) const {
+  return ::sqlite3_column_double(statement_.handle_, column(name));
 }
 
-std::string SqliteUse::text() {
-  const unsigned char* const bytes = ::sqlite3_column_text(statement_.handle_, column_);
-  const int size = ::sqlite3_column_bytes(statement_.handle_, column_++);
+std::string SqliteUse::text(const char* name) const {
+  const int place = column(name);
+  const unsigned char* const bytes = ::sqlite3_column_text(statement_.handle_, place);
+  const int size = ::sqlite3_column_bytes(statement_.handle_, place);
   if (bytes == nullptr) return {};
   return std::string(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size));
 }
 
-std::optional<std::int64_t> SqliteUse::optional_integer() {
-  if (!next_is_null()) return integer();
-  ++column_;
-  return std::nullopt;
-}
-
-std::optional<double> SqliteUse::optional_real() {
-  if (!next_is_null()) return real();
-  ++column_;
-  return std::nullopt;
-}
-
-std::optional<std::string> SqliteUse::optional_text() {
-  if (!next_is_null()) return text();
-  ++column_;
-  return std::nullopt;
-}
-
-std::optional<std::vector<double>> SqliteUse::optional_series() {
-  const bool is_null = next_is_null();
+std::optional<std::vector<double>> SqliteUse::series(const char* name) const {
+  const int place = column(name);
+  if (is_null(name)) return std::nullopt;
   const auto* const bytes =
-      static_cast<const unsigned char*>(::sqlite3_column_blob(statement_.handle_, column_));
-  const auto size = static_cast<std::size_t>(::sqlite3_column_bytes(statement_.handle_, column_++));
-  if (is_null || size % kBytesOfADouble != 0) return std::nullopt;
+      static_cast<const unsigned char*>(::sqlite3_column_blob(statement_.handle_, place));
+  const auto size = static_cast<std::size_t>(::sqlite3_column_bytes(statement_.handle_, place));
+  if (size % kBytesOfADouble != 0) return std::nullopt;
   return from_little_endian({bytes, size});
 }
 

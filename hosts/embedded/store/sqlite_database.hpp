@@ -3,6 +3,7 @@
 // the remedy.
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -55,20 +56,25 @@ class SqliteDatabase {
 // Prepared once, used often. Must not outlive its database.
 class SqliteStatement {
  public:
-  SqliteStatement(SqliteDatabase& database, const char* sql, const char* doing);
+  SqliteStatement(SqliteDatabase& database, const std::string& sql, const char* doing);
   SqliteStatement(const SqliteStatement&) = delete;
   SqliteStatement& operator=(const SqliteStatement&) = delete;
   ~SqliteStatement();
 
  private:
+  friend class SqliteDatabase;
   friend class SqliteUse;
   SqliteDatabase& database_;
   const char* doing_;
   sqlite3_stmt* handle_ = nullptr;
+  // In their order. A parameter is written ":run" in the statement, and its name is "run".
+  std::vector<std::string> parameters_;
+  std::vector<std::string> columns_;
 };
 
-// One use of a statement: binds its parameters in order, steps, reads columns in order. The end of
-// the use resets the statement, so that no read stays open and no bound text is kept.
+// One use of a statement: binds its parameters, steps, reads columns, all by name. The end of the
+// use resets the statement, so that no read stays open and no bound text is kept. A name that the
+// statement does not have is a std::logic_error.
 class SqliteUse {
  public:
   explicit SqliteUse(SqliteStatement& statement);
@@ -76,39 +82,51 @@ class SqliteUse {
   SqliteUse& operator=(const SqliteUse&) = delete;
   ~SqliteUse();
 
-  // Texts and series must live until the last step. A real that is no number is stored as NULL, a
-  // series as the bytes of its doubles (IEEE 754, 8 bytes each, the lowest first).
-  SqliteUse& bind(std::int64_t value);
-  SqliteUse& bind(double value);
-  SqliteUse& bind(std::string_view value);
-  SqliteUse& bind(std::span<const double> series);
-  template <typename Value>
-  SqliteUse& bind(const std::optional<Value>& value) {
-    return value ? bind(*value) : bind_null();
+  // What is not bound is NULL, and what is bound again has its last value. Texts must live until
+  // the last step. A real that is no number is stored as NULL, a series as the bytes of its doubles
+  // (IEEE 754, 8 bytes each, the lowest first), a truth value as 0 or 1.
+  SqliteUse& bind(const char* name, std::int64_t value);
+  SqliteUse& bind(const char* name, double value);
+  SqliteUse& bind(const char* name, std::string_view value);
+  SqliteUse& bind(const char* name, std::span<const double> series);
+  SqliteUse& bind(const char* name, std::same_as<bool> auto value) {
+    return bind(name, std::int64_t{value});
   }
+  template <typename Value>
+  SqliteUse& bind(const char* name, const std::optional<Value>& value) {
+    return value ? bind(name, *value) : bind_null(name);
+  }
+  SqliteUse& bind_null(const char* name);
 
   // Whether there is a row.
   bool step();
   // Steps a statement that changes rows; returns how many it changed.
   int change();
 
-  [[nodiscard]] std::int64_t integer();
-  [[nodiscard]] double real();
-  [[nodiscard]] std::string text();
-  [[nodiscard]] std::optional<std::int64_t> optional_integer();
-  [[nodiscard]] std::optional<double> optional_real();
-  [[nodiscard]] std::optional<std::string> optional_text();
+  [[nodiscard]] bool is_null(const char* name) const;
+  [[nodiscard]] std::int64_t integer(const char* name) const;
+  [[nodiscard]] double real(const char* name) const;
+  [[nodiscard]] std::string text(const char* name) const;
   // Absent for NULL and for bytes that are no whole number of doubles.
-  [[nodiscard]] std::optional<std::vector<double>> optional_series();
+  [[nodiscard]] std::optional<std::vector<double>> series(const char* name) const;
+
+  // The same by the type of what is read into.
+  void read(const char* name, std::int64_t& value) const { value = integer(name); }
+  void read(const char* name, double& value) const { value = real(name); }
+  void read(const char* name, std::string& value) const { value = text(name); }
+  void read(const char* name, bool& value) const { value = integer(name) != 0; }
+  template <typename Value>
+  void read(const char* name, std::optional<Value>& value) const {
+    value.reset();
+    if (!is_null(name)) read(name, value.emplace());
+  }
 
  private:
-  SqliteUse& bind_null();
+  [[nodiscard]] int parameter(const char* name) const;
+  [[nodiscard]] int column(const char* name) const;
   SqliteUse& bound(int result);
-  [[nodiscard]] bool next_is_null() const noexcept;
 
   SqliteStatement& statement_;
-  int parameter_ = 0;
-  int column_ = 0;
   std::string series_;  // The bytes of a bound series.
 };
 

@@ -7,6 +7,8 @@
 #include <optional>
 #include <string>
 
+#include "hosts/embedded/system/process_identity.hpp"
+
 namespace varnholt::embedded {
 
 struct RunStart {
@@ -33,7 +35,8 @@ struct RunStart {
 struct RunRecord {
   std::int64_t id = 0;
   RunStart start;
-  std::int64_t process_id = 0;
+  // That runs it or ran it.
+  ProcessIdentity process = {};
   // Both absent while the run goes on.
   std::optional<double> ended_at;
   std::optional<std::string> terminal_reason;
@@ -64,10 +67,14 @@ struct EvaluationRecord {
   std::optional<std::int64_t> era_number = {};
   // The figures on days that the search never saw, once they are known.
   std::optional<std::string> holdout_statistics_json = {};
-  // The public id "<run>-<candidate number>". The store makes it: filled in what is read, without
-  // meaning in what is recorded.
+  // The store's own, filled in what is read and without meaning in what is recorded: the number of
+  // the run, and the public id "<run>-<candidate number>".
+  std::int64_t run = 0;
   std::string eval_id = {};
 };
+
+// The public id of an evaluation, "3-17".
+[[nodiscard]] std::string eval_id_of(std::int64_t run, std::int64_t candidate_number);
 
 // An evaluation with the run that it belongs to.
 struct EvaluationOfRun {

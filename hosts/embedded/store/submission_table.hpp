@@ -8,7 +8,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -17,8 +16,6 @@
 #include "hosts/embedded/store/store_error.hpp"
 
 namespace varnholt::embedded {
-
-class SqliteDatabase;
 
 // Which signals are compared with each other: those of equal identity.
 struct PoolIdentity {
@@ -98,37 +95,35 @@ struct SubmissionFilter {
 
 class SubmissionTable {
  public:
-  // The database must have the tables and must outlive the object.
-  explicit SubmissionTable(SqliteDatabase& database);
+  SubmissionTable() = default;
   SubmissionTable(const SubmissionTable&) = delete;
   SubmissionTable& operator=(const SubmissionTable&) = delete;
-  ~SubmissionTable();
+  virtual ~SubmissionTable() = default;
 
   // Queues a payload, unless its structure is queued in the pool or submitted to it already.
   // An error when no evaluation has the id.
-  Enqueued enqueue(const NewSubmission& submission);
+  virtual Enqueued enqueue(const NewSubmission& submission) = 0;
   // False when it is not queued any more, and then nothing is changed.
-  bool settle(std::int64_t id, const Settlement& settlement);
+  virtual bool settle(std::int64_t id, const Settlement& settlement) = 0;
 
-  [[nodiscard]] std::optional<SubmissionRecord> find(std::int64_t id);
+  [[nodiscard]] virtual std::optional<SubmissionRecord> find(std::int64_t id) = 0;
   // All submissions of an evaluation, the oldest first.
-  [[nodiscard]] std::vector<SubmissionRecord> of_evaluation(const std::string& eval_id);
+  [[nodiscard]] virtual std::vector<SubmissionRecord> of_evaluation(const std::string& eval_id) = 0;
   // In the order of enqueueing.
-  [[nodiscard]] std::vector<SubmissionRecord> list(const SubmissionFilter& filter);
+  [[nodiscard]] virtual std::vector<SubmissionRecord> list(const SubmissionFilter& filter) = 0;
 
   // The members of a pool that were settled after `settled_order`, in the order of settlement.
-  [[nodiscard]] std::vector<SubmissionPnl> members(const PoolIdentity& pool,
-                                                   std::int64_t settled_order = 0);
+  [[nodiscard]] virtual std::vector<SubmissionPnl> members(const PoolIdentity& pool,
+                                                           std::int64_t settled_order) = 0;
+  // All of them.
+  [[nodiscard]] std::vector<SubmissionPnl> members(const PoolIdentity& pool) {
+    return members(pool, 0);
+  }
   // Their numbers, in the same order. A number is never given twice, also not after a deletion.
-  [[nodiscard]] std::vector<std::int64_t> member_numbers(const PoolIdentity& pool);
+  [[nodiscard]] virtual std::vector<std::int64_t> member_numbers(const PoolIdentity& pool) = 0;
   // The first queued submission of a pool that was enqueued after the one with the number `id`.
-  [[nodiscard]] std::optional<SubmissionPnl> next_queued(const PoolIdentity& pool, std::int64_t id);
-
- private:
-  struct Statements;
-
-  SqliteDatabase& database_;
-  std::unique_ptr<Statements> statements_;
+  [[nodiscard]] virtual std::optional<SubmissionPnl> next_queued(const PoolIdentity& pool,
+                                                                 std::int64_t id) = 0;
 };
 
 }  // namespace varnholt::embedded

@@ -7,7 +7,6 @@
 #include <fmt/format.h>
 
 #include "hosts/embedded/signal_pool/pool_errors.hpp"
-#include "hosts/embedded/store/sqlite_database.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -128,26 +127,36 @@ SyncReport SubmissionQueue::sync() {
 }
 
 std::optional<std::int64_t> SubmissionQueue::settle_next(std::int64_t id, SyncReport& report) {
-  SubmissionTable& table = store_.submissions();
-  // From here to the commit nobody else can enqueue, settle or join the pool. Whatever leaves
-  // before the commit leaves the payload queued.
-  SqliteTransaction lock = store_.lock("settling a submission");
-  const std::optional<SubmissionPnl> queued = table.next_queued(pool_.identity(), id);
-  if (!queued) return std::nullopt;
+  std::optional<std::int64_t> dealt_with;
+  std::optional<SettledSubmission> settled;
+  // While the lock is held nobody else can enqueue, settle or join the pool. Whatever leaves before
+  // its end leaves the payload queued.
+  store_.under_lock("settling a submission", [&] {
+    const std::optional<SubmissionPnl> queued =
+        store_.submissions().next_queued(pool_.identity(), id);
+    if (!queued) return RunStore::LockedWork::Undo;
+    dealt_with = queued->id;
+    settled = settle(*queued, report);
+    return settled ? RunStore::LockedWork::Keep : RunStore::LockedWork::Undo;
+  });
+  if (settled) report.settled.push_back(*std::move(settled));
+  return dealt_with;
+}
+
+std::optional<SettledSubmission> SubmissionQueue::settle(const SubmissionPnl& queued,
+                                                         SyncReport& report) {
   pool_.refresh_under_lock();
-  SettledSubmission settled{queued->id, queued->eval_id, {}, {}};
-  if (const auto why = try_to_measure(pool_, *queued, settled.measure)) {
-    report.waiting.push_back({queued->id, queued->eval_id, *why});
-    return queued->id;
+  SettledSubmission settled{queued.id, queued.eval_id, {}, {}};
+  if (const auto why = try_to_measure(pool_, queued, settled.measure)) {
+    report.waiting.push_back({queued.id, queued.eval_id, *why});
+    return std::nullopt;
   }
   settled.refusal = refusal(settled.measure, thresholds_);
-  if (!table.settle(queued->id,
-                    settlement_of(settled.measure, thresholds_, settled.refusal, wall_clock_()))) {
+  if (!store_.submissions().settle(
+          queued.id, settlement_of(settled.measure, thresholds_, settled.refusal, wall_clock_()))) {
     throw std::logic_error("a queued submission was settled under another's lock");
   }
-  lock.commit();
-  report.settled.push_back(std::move(settled));
-  return queued->id;
+  return settled;
 }
 
 }  // namespace varnholt::embedded

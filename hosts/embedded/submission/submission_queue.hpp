@@ -78,6 +78,8 @@ class SubmissionQueue {
   void check_payload(const genetic::Mapping& payload) const;
   // The number of the payload that it dealt with, or nothing when none is queued after `id`.
   std::optional<std::int64_t> settle_next(std::int64_t id, SyncReport& report);
+  // Under the lock. Nothing where the payload has to wait.
+  std::optional<SettledSubmission> settle(const SubmissionPnl& queued, SyncReport& report);
 
   RunStore& store_;
   SignalPool& pool_;

@@ -27,7 +27,7 @@ class ExportCommandTest : public samples::StoreTest {
     command_.database = in_folder("runs.db");
     command_.eval_id = "1-1";
     command_.weights = in_folder("w.csv");
-    embedded::RunStore store(command_.database.string());
+    embedded::SqliteRunStore store(command_.database.string());
     embedded::RunStart start = samples::run_start();
     start.price_digest = embedded::sha256_hex(embedded::read_file(in_folder("prices.csv")).bytes);
     start.price_path = in_folder("prices.csv");

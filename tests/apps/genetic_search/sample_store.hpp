@@ -18,7 +18,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "hosts/embedded/store/run_store.hpp"
+#include "hosts/embedded/store/sqlite_run_store.hpp"
 
 namespace varnholt::app::samples {
 
@@ -141,7 +141,7 @@ class StoreTest : public ::testing::Test {
 
   [[nodiscard]] std::filesystem::path in_folder(const char* name) const { return folder_ / name; }
   [[nodiscard]] std::filesystem::path filled() const {
-    embedded::RunStore store(in_folder("runs.db").string());
+    embedded::SqliteRunStore store(in_folder("runs.db").string());
     fill(store);
     return in_folder("runs.db");
   }

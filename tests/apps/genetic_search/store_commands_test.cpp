@@ -88,7 +88,7 @@ TEST_F(StoreCommands, TellWhatThereIsInsteadOfAnEmptyList) {
 
 TEST_F(StoreCommands, ListAnEmptyStore) {
   const std::filesystem::path empty = in_folder("empty.db");
-  static_cast<void>(embedded::RunStore(empty.string()));
+  static_cast<void>(embedded::SqliteRunStore(empty.string()));
   SignalsCommand command = listing();
   command.database = empty;
   EXPECT_EQ(signals(command), "No signal was submitted.\n");
@@ -193,7 +193,7 @@ TEST_F(StoreCommands, ShowParentsSeveralGenerationsBack) {
 }
 
 TEST_F(StoreCommands, ShowOneAncestorsParentsOnce) {
-  embedded::RunStore(path_.string())
+  embedded::SqliteRunStore(path_.string())
       .record_evaluations(
           1, {samples::evaluation(
                  9, R"({"operators":["crossover"],"origin":"bred","parents":["k3","k5"]})")});
@@ -203,7 +203,7 @@ TEST_F(StoreCommands, ShowOneAncestorsParentsOnce) {
 }
 
 TEST_F(StoreCommands, TakeNoLaterCandidateForAParent) {
-  embedded::RunStore(path_.string())
+  embedded::SqliteRunStore(path_.string())
       .record_evaluations(
           1, {samples::evaluation(
                   9, R"({"operators":["crossover"],"origin":"bred","parents":["k9","k10"]})"),
@@ -239,7 +239,7 @@ TEST_F(StoreCommands, ShowForMachines) {
 TEST_F(StoreCommands, TellAStoreWithDamagedTexts) {
   embedded::EvaluationRecord damaged = samples::evaluation(9, R"({"origin":"fresh"})");
   damaged.statistics_json = "{";
-  embedded::RunStore(path_.string()).record_evaluations(1, {damaged});
+  embedded::SqliteRunStore(path_.string()).record_evaluations(1, {damaged});
   EXPECT_THROW(static_cast<void>(show("1-9")), embedded::StoreError);
 }
 

@@ -17,8 +17,8 @@
 #include "hosts/embedded/host/search_events.hpp"
 #include "hosts/embedded/host/signal_submission.hpp"
 #include "hosts/embedded/market/synthetic_universe.hpp"
-#include "hosts/embedded/store/run_store.hpp"
 #include "hosts/embedded/store/sqlite_database.hpp"
+#include "hosts/embedded/store/sqlite_run_store.hpp"
 #include "hosts/embedded/system/process_identity.hpp"
 #include "hosts/embedded/vocabulary/graph_node.hpp"
 
@@ -143,7 +143,7 @@ class ContextTest : public FolderTest {
   InterruptFlag interrupt_;
   std::shared_ptr<SearchStop> stop_ = std::make_shared<SearchStop>(StopLimits{}, interrupt_, [] {});
   Evaluator evaluator_{small_universe()};
-  RunStore store_{database(), {.busy_timeout_milliseconds = kBusyMilliseconds}};
+  SqliteRunStore store_{database(), {.busy_timeout_milliseconds = kBusyMilliseconds}};
   PoolIdentity pool_identity_{"alpha", 7, 3, "data"};
   SignalSubmission submission_;
   RecordedTimings timings_{own_identity()};

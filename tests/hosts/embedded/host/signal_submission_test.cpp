@@ -97,7 +97,7 @@ TEST_F(SignalSubmissionTest, TheMeasureOfTheLastStatisticsIsKept) {
   const Value stats = stats_of(ranked("volume"));
   const PoolMeasure first = submission_.measure(stats);
   // Another process adds the very signal: it is not seen before the next refresh.
-  RunStore other_store(database());
+  SqliteRunStore other_store(database());
   SignalSubmission other(other_store, evaluator_, pool_identity_,
                          {.correlation_max = 1.0, .pnl_mi_min = 0.0});
   EXPECT_TRUE(other.enqueue(recorded(ranked("volume"))));

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "hosts/embedded/search/search_run.hpp"
-#include "hosts/embedded/store/run_store.hpp"
+#include "hosts/embedded/store/sqlite_run_store.hpp"
 #include "tests/hosts/embedded/host/search_fixture.hpp"
 
 namespace varnholt::embedded {
@@ -39,7 +39,7 @@ class SearchRunTest : public FolderTest {
 
   [[nodiscard]] static std::vector<SubmissionRecord> submissions(
       const SearchOptions& options, std::optional<SubmissionState> state = {}) {
-    RunStore store(options.database.string());
+    SqliteRunStore store(options.database.string());
     return store.submissions().list({{}, state});
   }
 

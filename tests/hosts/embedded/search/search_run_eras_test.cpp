@@ -104,7 +104,7 @@ TEST_F(SearchRunErasTest, TellsItsEraAndRecordsIt) {
   EXPECT_EQ(started.last_seen_date, date_text(data.dates[2 * kEraDays - 1]));
   EXPECT_EQ(started.first_holdout_date, date_text(data.dates[3 * kEraDays]));
 
-  RunStore store(options().database.string());
+  SqliteRunStore store(options().database.string());
   EXPECT_EQ(store.find_run(summary.run_id)->start.era_number, 2);
   for (const CandidateRecorded& candidate : observer_.recorded) {
     EXPECT_EQ(store.find_evaluation(candidate.eval_id)->evaluation.era_number, 2);

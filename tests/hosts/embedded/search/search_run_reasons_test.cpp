@@ -80,7 +80,7 @@ TEST_P(SearchRunReasons, ArisesAndIsRecordedWithItsEvidence) {
   options.generations = 3;
   static_cast<void>(run_search(options, observer_, interrupt_));
 
-  RunStore store(options.database.string());
+  SqliteRunStore store(options.database.string());
   EXPECT_THAT(store.failure_counts(1), Contains(Field(&FailureCount::reason, tested.reason)));
   std::int64_t found = 0;
   for (const CandidateRecorded& candidate : observer_.recorded) {

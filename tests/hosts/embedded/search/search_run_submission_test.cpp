@@ -122,7 +122,7 @@ TEST_F(SearchRunSubmissionTest, EachPassingStructureIsSubmittedExactlyOnce) {
 TEST_F(SearchRunSubmissionTest, EverySubmissionsEvaluationIsRecordedAsWhatItWas) {
   static_cast<void>(run_search(long_options(), observer_, interrupt_));
   const Evaluator evaluator = seen(long_options());
-  RunStore store(long_options().database.string());
+  SqliteRunStore store(long_options().database.string());
   for (const SubmissionRecord& submission : submissions(long_options())) {
     const auto found = store.find_evaluation(submission.eval_id);
     ASSERT_TRUE(found.has_value()) << submission.eval_id;
@@ -162,7 +162,7 @@ TEST_F(SearchRunSubmissionTest, ASecondRunSubmitsNothingThatIsThere) {
   const SearchSummary summary = run_search(long_options(), second, interrupt_);
   EXPECT_EQ(summary.run_id, 2);
   // The same seed meets the same structures, and the pool knows them.
-  RunStore store(long_options().database.string());
+  SqliteRunStore store(long_options().database.string());
   std::int64_t met_again = 0;
   for (const CandidateRecorded& candidate : second.recorded) {
     const auto row = store.find_evaluation(candidate.eval_id);
@@ -214,7 +214,7 @@ TEST_F(SearchRunSubmissionTest, TheSameSeedRepeatsTheSubmissions) {
 
 TEST_F(SearchRunSubmissionTest, AnErrorInTheMiddleLeavesTheRestToTheNextRun) {
   // The first settlement fails: all that passed in the first generation is still queued.
-  static_cast<void>(RunStore(options().database.string()));
+  static_cast<void>(SqliteRunStore(options().database.string()));
   {
     SqliteDatabase database(options().database.string(), 1000);
     database.execute(
@@ -271,7 +271,7 @@ bool kill_with_queued_payloads(pid_t child, const std::string& path) {
 TEST_F(SearchRunSubmissionTest, WhatAKilledRunLeftIsSettledByTheNextBeforeItMeasures) {
   SearchOptions endless = long_options();
   endless.generations = 1000;
-  static_cast<void>(RunStore(endless.database.string()));  // There for both processes.
+  static_cast<void>(SqliteRunStore(endless.database.string()));  // There for both processes.
   const pid_t child = fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
@@ -300,7 +300,7 @@ TEST_F(SearchRunSubmissionTest, WhatAKilledRunLeftIsSettledByTheNextBeforeItMeas
     ASSERT_TRUE(next.recorded_before.contains(eval_id)) << eval_id;
     EXPECT_EQ(next.recorded_before.at(eval_id), 0U) << "settled before anything was measured";
   }
-  RunStore store(endless.database.string());
+  SqliteRunStore store(endless.database.string());
   EXPECT_EQ(store.find_run(1)->terminal_reason, kInterrupted);
   EXPECT_EQ(store.find_run(2)->terminal_reason, "stopped");
   const std::multiset<std::string> structures = accepted_structures(endless);

@@ -14,7 +14,7 @@
 
 #include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/market/price_file_error.hpp"
-#include "hosts/embedded/store/run_store.hpp"
+#include "hosts/embedded/store/sqlite_run_store.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
 #include "search_templates/genetic/value/keys.hpp"
@@ -43,7 +43,7 @@ TEST_F(SearchRunTest, RecordsEveryOutcomeAndOneMetricsRecord) {
   EXPECT_EQ(metrics.at(keys::kCandidateCount).integer(), candidates);
   EXPECT_EQ(summary.progress.candidates, candidates);
 
-  RunStore store(options().database.string());
+  SqliteRunStore store(options().database.string());
   EXPECT_EQ(store.evaluation_count(summary.run_id), candidates);
   EXPECT_EQ(store.metrics(summary.run_id).size(), 1U);
   EXPECT_EQ(store.find_run(summary.run_id)->terminal_reason, "stopped");
@@ -62,7 +62,7 @@ TEST_F(SearchRunTest, TellsTheBestSignalsInOrder) {
     }
   }
   EXPECT_EQ(summary.progress.best->eval_id, summary.best[0].eval_id);
-  RunStore store(options().database.string());
+  SqliteRunStore store(options().database.string());
   EXPECT_EQ(store.best_signals(summary.run_id, 1)[0].eval_id, summary.best[0].eval_id);
 }
 
@@ -112,7 +112,7 @@ TEST_F(SearchRunTest, StoresTheSettingsThatRepeatIt) {
   set.operator_rates = Mapping{{"crossover", 0.0}};
   set.seeds = in_folder("seeds.json");
   const SearchSummary summary = run_search(set, observer_, interrupt_);
-  RunStore store(set.database.string());
+  SqliteRunStore store(set.database.string());
   Mapping stored = read_json(store.find_run(summary.run_id)->start.settings_json).mapping();
   // What the configuration file says is the matter of its own tests.
   for (const char* table : {"gates", "pool", "eras"})
@@ -171,7 +171,7 @@ TEST_F(SearchRunTest, AnInterruptBeforeTheRunRecordsNothingButTheMetrics) {
 TEST_F(SearchRunTest, TheSecondInterruptLeavesTheRunMarked) {
   interrupt_.requests = 2;
   EXPECT_THROW(static_cast<void>(run_search(options(), observer_, interrupt_)), InterruptedAtOnce);
-  RunStore store(options().database.string());
+  SqliteRunStore store(options().database.string());
   EXPECT_EQ(store.runs()[0].terminal_reason, "interrupted");
   EXPECT_TRUE(store.interrupted_runs().empty());
 }
@@ -186,7 +186,7 @@ class ThrowingObserver : public RecordingObserver {
 TEST_F(SearchRunTest, AnErrorOfTheObserverLeavesAndMarksTheRun) {
   ThrowingObserver observer;
   EXPECT_THROW(static_cast<void>(run_search(options(), observer, interrupt_)), std::runtime_error);
-  RunStore store(options().database.string());
+  SqliteRunStore store(options().database.string());
   EXPECT_EQ(store.runs()[0].terminal_reason, "failed");
   EXPECT_EQ(store.evaluation_count(1), 1);  // Recorded before the observer was told.
 }
@@ -232,10 +232,10 @@ TEST_F(SearchRunTest, RowsAreThereAfterAKillAndTheRunIsSweptOnce) {
   int status = 0;
   ASSERT_EQ(waitpid(child, &status, 0), child);
   ASSERT_TRUE(WIFSIGNALED(status));
-  RunStore store(options().database.string());
+  SqliteRunStore store(options().database.string());
   EXPECT_EQ(store.evaluation_count(1), 4);
   EXPECT_THAT(store.interrupted_runs(), ::testing::ElementsAre(1));
-  RunStore second(options().database.string());
+  SqliteRunStore second(options().database.string());
   EXPECT_TRUE(second.interrupted_runs().empty());
 }
 

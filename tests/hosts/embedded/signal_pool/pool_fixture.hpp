@@ -54,7 +54,7 @@ class PoolTest : public StoreTest {
     return id;
   }
 
-  std::optional<RunStore> store_;
+  std::optional<SqliteRunStore> store_;
   std::int64_t run_ = 0;
   std::int64_t evaluations_ = 0;
   const PoolIdentity pool_{"alpha", 1, 2, "data"};

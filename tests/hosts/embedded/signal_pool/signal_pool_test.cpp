@@ -118,7 +118,7 @@ TEST_F(SignalPoolTest, BringsInWhatOthersSubmitted) {
   EXPECT_TRUE(pool.member_ids().empty()) << "not before the refresh";
   EXPECT_TRUE(pool.refresh());
   EXPECT_THAT(pool.member_ids(), ElementsAre(first));
-  RunStore other(path_);
+  SqliteRunStore other(path_);
   const std::string second = evaluate();
   const std::vector<double> pnl(static_cast<std::size_t>(kDays), 0.5);
   const std::int64_t id = other.submissions().enqueue({pool_, second, {}, "{}", pnl, 1.0}).id;
@@ -144,7 +144,7 @@ TEST_F(SignalPoolTest, KeepsToItsIdentity) {
 
 TEST_F(SignalPoolTest, IsNotConfirmedWhileAnotherHoldsTheLock) {
   const std::string member = join(base_);
-  RunStore quick(path_, {.busy_timeout_milliseconds = 20});
+  SqliteRunStore quick(path_, {.busy_timeout_milliseconds = 20});
   SignalPool pool(quick, pool_);
   {
     SqliteDatabase other(path_, 0);

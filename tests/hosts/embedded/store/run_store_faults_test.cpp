@@ -49,7 +49,7 @@ class Writer {
     pid_ = ::fork();
     if (pid_ != 0) return;
     try {
-      RunStore store(path);
+      SqliteRunStore store(path);
       const std::int64_t run = store.begin_run(start);
       for (int i = 0;; ++i) {
         if (::write(ends_[1], "x", 1) != 1) ::_exit(1);
@@ -98,7 +98,7 @@ TEST_F(RunStoreFaults, WhatWasRecordedSurvivesTheDeathOfItsWriter) {
     process.reset();
     ++run;
 
-    RunStore store(path_);
+    SqliteRunStore store(path_);
     EXPECT_THAT(store.interrupted_runs(), ElementsAre(run));
     const std::int64_t count = store.evaluation_count(run);
     EXPECT_GE(count, (calls - 1) * kBatch) << "a batch whose call had returned is missing";
@@ -116,11 +116,11 @@ TEST_F(RunStoreFaults, AnInterruptedRunIsMarkedOnce) {
   process.reset();
   std::optional<double> ended;
   {
-    RunStore store(path_);
+    SqliteRunStore store(path_);
     EXPECT_THAT(store.interrupted_runs(), ElementsAre(1));
     ended = store.find_run(1)->ended_at;
   }
-  RunStore store(path_);
+  SqliteRunStore store(path_);
   EXPECT_THAT(store.interrupted_runs(), IsEmpty());
   EXPECT_EQ(store.find_run(1)->ended_at, ended);
   EXPECT_FALSE(store.end_run(1, 9e9, "late"));
@@ -130,20 +130,20 @@ TEST_F(RunStoreFaults, ARunOfALivingProcessIsLeftAlone) {
   std::unique_ptr<Writer> process = writer();
   process->await(2);
   {
-    RunStore store(path_);
+    SqliteRunStore store(path_);
     EXPECT_THAT(store.interrupted_runs(), IsEmpty());
     EXPECT_FALSE(store.find_run(1)->ended_at.has_value());
     // Nor does this process take its own for dead.
     EXPECT_EQ(store.begin_run(start()), 2);
-    EXPECT_THAT(RunStore(path_).interrupted_runs(), IsEmpty());
+    EXPECT_THAT(SqliteRunStore(path_).interrupted_runs(), IsEmpty());
   }
   process.reset();
-  EXPECT_THAT(RunStore(path_).interrupted_runs(), ElementsAre(1));
+  EXPECT_THAT(SqliteRunStore(path_).interrupted_runs(), ElementsAre(1));
 }
 
 TEST_F(RunStoreFaults, ARunOfAnEarlierBootIsMarkedAndOneOfAnotherNamespaceIsNot) {
   {
-    RunStore store(path_);
+    SqliteRunStore store(path_);
     store.begin_run(start());
     store.begin_run(start());
   }
@@ -151,11 +151,11 @@ TEST_F(RunStoreFaults, ARunOfAnEarlierBootIsMarkedAndOneOfAnotherNamespaceIsNot)
       "UPDATE runs SET boot_id = 'an earlier one' WHERE id = 1;"
       "UPDATE runs SET pid_namespace = 'pid:[1]' WHERE id = 2",
       "moving them");
-  EXPECT_THAT(RunStore(path_).interrupted_runs(), ElementsAre(1));
+  EXPECT_THAT(SqliteRunStore(path_).interrupted_runs(), ElementsAre(1));
 }
 
 TEST_F(RunStoreFaults, AForkedChildCannotTouchTheStore) {
-  RunStore store(path_);
+  SqliteRunStore store(path_);
   const std::int64_t run = store.begin_run(start());
   const int status = in_process([&] {
     const std::vector<std::function<void()>> calls = {
@@ -176,7 +176,7 @@ TEST_F(RunStoreFaults, AForkedChildCannotTouchTheStore) {
         [&] {
           store.submissions().enqueue({{}, "1-1", {}, "{}", {}, 0.0});
         },
-        [&] { static_cast<void>(store.lock("locking")); },
+        [&] { store.under_lock("locking", [] { return RunStore::LockedWork::Keep; }); },
     };
     for (std::size_t i = 0; i < calls.size(); ++i) {
       EXPECT_THAT(error_of(calls[i]), HasSubstr("a worker must hand its result to its parent"))
@@ -189,19 +189,19 @@ TEST_F(RunStoreFaults, AForkedChildCannotTouchTheStore) {
 }
 
 TEST_F(RunStoreFaults, ACopyOfTheStoreThatAChildDestroysDoesNoHarm) {
-  auto store = std::make_unique<RunStore>(path_);
+  auto store = std::make_unique<SqliteRunStore>(path_);
   const std::int64_t run = store->begin_run(start());
   store->record_evaluations(run, batch(1, 3));
   EXPECT_EQ(in_process([&] { store.reset(); }), 0);
   store->record_evaluations(run, batch(4, 3));
   EXPECT_EQ(store->evaluation_count(run), 6);
   store.reset();
-  EXPECT_EQ(RunStore(path_).evaluation_count(run), 6);
+  EXPECT_EQ(SqliteRunStore(path_).evaluation_count(run), 6);
   EXPECT_EQ(integrity(path_), "ok");
 }
 
 TEST_F(RunStoreFaults, ALockedStoreIsWaitedForAndThenNamed) {
-  RunStore store(path_, {.busy_timeout_milliseconds = 30});
+  SqliteRunStore store(path_, {.busy_timeout_milliseconds = 30});
   const std::int64_t run = store.begin_run(start());
   {
     SqliteDatabase other(path_, 0);
@@ -219,7 +219,7 @@ TEST_F(RunStoreFaults, ALockedStoreIsWaitedForAndThenNamed) {
 }
 
 TEST_F(RunStoreFaults, AStoreLockedForAMomentIsWaitedFor) {
-  RunStore store(path_, {.busy_timeout_milliseconds = 60'000});
+  SqliteRunStore store(path_, {.busy_timeout_milliseconds = 60'000});
   const std::int64_t run = store.begin_run(start());
   std::array<int, 2> ends{};
   ASSERT_EQ(::pipe(ends.data()), 0);
@@ -262,7 +262,7 @@ std::string fill(RunStore& store, std::int64_t run, std::int64_t& recorded) {
 TEST_F(RunStoreFaults, AFileSizeLimitIsNamedAndLosesNothingBefore) {
   const int status = in_process([&] {
     ::signal(SIGXFSZ, SIG_IGN);
-    RunStore store(path_);
+    SqliteRunStore store(path_);
     const std::int64_t run = store.begin_run(start());
     rlimit before{};
     ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
@@ -306,7 +306,7 @@ TEST_F(RunStoreFaults, AFullDiskIsNamedAndLosesNothingBefore) {
     std::int64_t run = 0;
     const std::string ballast = (folder_ / "ballast").string();
     {
-      RunStore store(path_);
+      SqliteRunStore store(path_);
       run = store.begin_run(start());
       std::ofstream(ballast) << std::string(100'000, 'b');
       const std::string text = fill(store, run, recorded);
@@ -318,7 +318,7 @@ TEST_F(RunStoreFaults, AFullDiskIsNamedAndLosesNothingBefore) {
       store.record_evaluations(run, batch(recorded, 5));
     }
     EXPECT_EQ(integrity(path_), "ok");
-    EXPECT_EQ(RunStore(path_).evaluation_count(run), recorded + 5);
+    EXPECT_EQ(SqliteRunStore(path_).evaluation_count(run), recorded + 5);
   });
   if (status == kNotPossible) GTEST_SKIP() << "this machine lets no user mount a file system";
   EXPECT_EQ(status, 0);
@@ -327,7 +327,7 @@ TEST_F(RunStoreFaults, AFullDiskIsNamedAndLosesNothingBefore) {
 TEST_F(RunStoreFaults, AStoreThatCannotBeWrittenIsRefused) {
   namespace fs = std::filesystem;
   {
-    RunStore store(path_);
+    SqliteRunStore store(path_);
   }
   fs::permissions(path_, static_cast<fs::perms>(0444));
   // A folder that may not be entered, not be written, and one in which only the file may not.
@@ -337,7 +337,7 @@ TEST_F(RunStoreFaults, AStoreThatCannotBeWrittenIsRefused) {
     const int status = in_process([&] {
       // The superuser may write everything; nobody may not.
       if (::geteuid() == 0 && ::setresuid(65534, 65534, 65534) != 0) ::_exit(kNotPossible);
-      const std::string text = error_of([&] { RunStore store(path_); });
+      const std::string text = error_of([&] { SqliteRunStore store(path_); });
       EXPECT_THAT(text, HasSubstr("store " + path_ + ": "));
       EXPECT_THAT(text, HasSubstr("; check"));
       EXPECT_THAT(text, HasSubstr("folder"));
@@ -349,7 +349,7 @@ TEST_F(RunStoreFaults, AStoreThatCannotBeWrittenIsRefused) {
 
 TEST_F(RunStoreFaults, ADamagedFileIsNamed) {
   {
-    RunStore store(path_);
+    SqliteRunStore store(path_);
     const std::int64_t run = store.begin_run(start());
     store.record_evaluations(run, batch(1, 500));
   }
@@ -358,7 +358,7 @@ TEST_F(RunStoreFaults, ADamagedFileIsNamed) {
   file << std::string(16 * 4096, '\xff');
   file.close();
   EXPECT_THAT(error_of([&] {
-                RunStore store(path_);
+                SqliteRunStore store(path_);
                 static_cast<void>(store.best_signals(1, 1000));
               }),
               HasSubstr("the file is damaged; move it away"));

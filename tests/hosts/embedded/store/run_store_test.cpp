@@ -1,12 +1,11 @@
 // What is recorded is read back as it was, and other files are refused untouched. Method: a store
 // in a temporary folder, opened again to read; foreign and future files made with plain SQLite.
-#include "hosts/embedded/store/run_store.hpp"
-
 #include <cmath>
 #include <limits>
 
 #include <gmock/gmock.h>
 
+#include "hosts/embedded/store/sqlite_run_store.hpp"
 #include "hosts/embedded/store/store_schema.hpp"
 #include "tests/hosts/embedded/store/store_fixture.hpp"
 
@@ -31,7 +30,7 @@ class RunStoreTest : public StoreTest {
 TEST_F(RunStoreTest, KeepsARun) {
   std::int64_t run = 0;
   {
-    RunStore store(path_);
+    SqliteRunStore store(path_);
     RunStart full = start();
     full.price_path = "/data/prices.csv";
     full.market_id = 2;
@@ -41,12 +40,12 @@ TEST_F(RunStoreTest, KeepsARun) {
     run = store.begin_run(full);
     const std::optional<RunRecord> open = store.find_run(run);
     ASSERT_TRUE(open.has_value());
-    EXPECT_EQ(open->process_id, ::getpid());
+    EXPECT_EQ(open->process.pid, ::getpid());
     EXPECT_FALSE(open->ended_at.has_value());
     EXPECT_FALSE(open->terminal_reason.has_value());
     EXPECT_TRUE(store.end_run(run, 1234.25, "stopped"));
   }
-  RunStore store(path_);
+  SqliteRunStore store(path_);
   const std::optional<RunRecord> found = store.find_run(run);
   ASSERT_TRUE(found.has_value());
   EXPECT_EQ(found->id, run);
@@ -68,7 +67,7 @@ TEST_F(RunStoreTest, KeepsARun) {
 }
 
 TEST_F(RunStoreTest, GivesEachRunANumberAndListsThem) {
-  RunStore store(path_);
+  SqliteRunStore store(path_);
   const std::int64_t first = store.begin_run(start());
   const std::int64_t second = store.begin_run(start());
   EXPECT_NE(first, second);
@@ -79,7 +78,7 @@ TEST_F(RunStoreTest, GivesEachRunANumberAndListsThem) {
 }
 
 TEST_F(RunStoreTest, LetsTheFirstEndOfARunCount) {
-  RunStore store(path_);
+  SqliteRunStore store(path_);
   const std::int64_t run = store.begin_run(start());
   EXPECT_TRUE(store.end_run(run, 1, "first"));
   EXPECT_FALSE(store.end_run(run, 2, "second"));
@@ -101,11 +100,11 @@ TEST_F(RunStoreTest, KeepsEveryFieldOfAnEvaluation) {
   bare.sharpe.reset();
   bare.worker_pid.reset();
   bare.graph_json.clear();
-  RunStore store(path_);
+  SqliteRunStore store(path_);
   const std::int64_t run = store.begin_run(start());
   store.record_evaluations(run, {full, bare});
 
-  const std::vector<EvaluationRecord> found = RunStore(path_).best_signals(run, 10);
+  const std::vector<EvaluationRecord> found = SqliteRunStore(path_).best_signals(run, 10);
   ASSERT_EQ(found.size(), 2U);
   EXPECT_EQ(found[0].candidate_number, 7);
   EXPECT_EQ(found[0].generation, 0);
@@ -139,7 +138,7 @@ TEST_F(RunStoreTest, KeepsEveryFieldOfAnEvaluation) {
 }
 
 TEST_F(RunStoreTest, FindsAnEvaluationByItsPublicId) {
-  RunStore store(path_);
+  SqliteRunStore store(path_);
   store.begin_run(start());
   const std::int64_t run = store.begin_run(start());
   store.record_evaluations(run, {passing(1, 1.0), failing(17, "weak")});
@@ -157,7 +156,7 @@ TEST_F(RunStoreTest, FindsAnEvaluationByItsPublicId) {
 }
 
 TEST_F(RunStoreTest, TakesHoldoutStatisticsLater) {
-  RunStore store(path_);
+  SqliteRunStore store(path_);
   const std::int64_t run = store.begin_run(start());
   store.record_evaluations(run, batch(1, 2));
   store.record_holdout("1-2", R"({"sharpe":-0.25})");
@@ -169,7 +168,7 @@ TEST_F(RunStoreTest, TakesHoldoutStatisticsLater) {
 }
 
 TEST_F(RunStoreTest, OrdersTheBestSignals) {
-  RunStore store(path_);
+  SqliteRunStore store(path_);
   const std::int64_t run = store.begin_run(start());
   const std::int64_t other = store.begin_run(start());
   EvaluationRecord unknown = passing(5, std::numeric_limits<double>::quiet_NaN());
@@ -186,7 +185,7 @@ TEST_F(RunStoreTest, OrdersTheBestSignals) {
 }
 
 TEST_F(RunStoreTest, CountsFailuresByReason) {
-  RunStore store(path_);
+  SqliteRunStore store(path_);
   const std::int64_t run = store.begin_run(start());
   EvaluationRecord silent = failing(9, "");
   silent.failure_reason.reset();
@@ -202,7 +201,7 @@ TEST_F(RunStoreTest, CountsFailuresByReason) {
 }
 
 TEST_F(RunStoreTest, KeepsMetricsInOrder) {
-  RunStore store(path_);
+  SqliteRunStore store(path_);
   const std::int64_t run = store.begin_run(start());
   store.record_metrics(run, R"({"n":1})");
   store.record_metrics(run, R"({"n":2})");
@@ -211,7 +210,7 @@ TEST_F(RunStoreTest, KeepsMetricsInOrder) {
 }
 
 TEST_F(RunStoreTest, RecordsABatchWholeOrNotAtAll) {
-  RunStore store(path_);
+  SqliteRunStore store(path_);
   const std::int64_t run = store.begin_run(start());
   store.record_evaluations(run, batch(1, 3));
   const std::string text = error_of([&] {
@@ -225,7 +224,7 @@ TEST_F(RunStoreTest, RecordsABatchWholeOrNotAtAll) {
 }
 
 TEST_F(RunStoreTest, RefusesRowsOfARunThatIsNotThere) {
-  RunStore store(path_);
+  SqliteRunStore store(path_);
   const std::string expected = "failed: there is no run 77; begin the run first";
   EXPECT_THAT(error_of([&] { store.record_evaluations(77, batch(1, 1)); }), HasSubstr(expected));
   EXPECT_THAT(error_of([&] { store.record_metrics(77, "{}"); }), HasSubstr(expected));
@@ -233,7 +232,7 @@ TEST_F(RunStoreTest, RefusesRowsOfARunThatIsNotThere) {
 }
 
 TEST_F(RunStoreTest, WritesAheadAndSyncsNormally) {
-  RunStore store(path_);
+  SqliteRunStore store(path_);
   store.begin_run(start());
   SqliteDatabase reader(path_, 1000);
   EXPECT_EQ(reader.query_text("PRAGMA journal_mode", "reading"), "wal");
@@ -243,15 +242,15 @@ TEST_F(RunStoreTest, WritesAheadAndSyncsNormally) {
 }
 
 TEST_F(RunStoreTest, RefusesWhatIsNoFile) {
-  EXPECT_THAT(error_of([] { RunStore store(":memory:"); }), HasSubstr("outlives it"));
-  EXPECT_THAT(error_of([] { RunStore store(""); }), HasSubstr("(no name)"));
+  EXPECT_THAT(error_of([] { SqliteRunStore store(":memory:"); }), HasSubstr("outlives it"));
+  EXPECT_THAT(error_of([] { SqliteRunStore store(""); }), HasSubstr("(no name)"));
 }
 
 TEST_F(RunStoreTest, TakesAFileAddressForAName) {
   const std::filesystem::path before = std::filesystem::current_path();
   std::filesystem::current_path(folder_);
   {
-    RunStore store("file:odd?mode=memory");
+    SqliteRunStore store("file:odd?mode=memory");
     EXPECT_EQ(store.path(), (folder_ / "file:odd?mode=memory").string());
   }
   std::filesystem::current_path(before);
@@ -260,14 +259,15 @@ TEST_F(RunStoreTest, TakesAFileAddressForAName) {
 
 TEST_F(RunStoreTest, NamesTheFolderThatIsMissing) {
   const std::string path = (folder_ / "missing" / "runs.db").string();
-  const std::string text = error_of([&] { RunStore store(path); });
+  const std::string text = error_of([&] { SqliteRunStore store(path); });
   EXPECT_THAT(text, StartsWith("store " + path + ": "));
   EXPECT_THAT(text, HasSubstr("check that its folder exists"));
 }
 
 TEST_F(RunStoreTest, RefusesAFileThatIsNoDatabase) {
   std::ofstream(path_) << std::string(5000, 'x');
-  EXPECT_THAT(error_of([&] { RunStore store(path_); }), HasSubstr("it is no SQLite database"));
+  EXPECT_THAT(error_of([&] { SqliteRunStore store(path_); }),
+              HasSubstr("it is no SQLite database"));
   EXPECT_EQ(bytes_of(path_), std::string(5000, 'x'));
 }
 
@@ -280,7 +280,7 @@ TEST_F(RunStoreTest, RefusesADatabaseOfAnotherProgramAndLeavesItAlone) {
       foreign.execute((std::string("PRAGMA application_id = ") + application).c_str(), "marking");
     }
     const std::string before = bytes_of(path_);
-    const std::string text = error_of([&] { RunStore store(path_); });
+    const std::string text = error_of([&] { SqliteRunStore store(path_); });
     EXPECT_THAT(text, HasSubstr(std::string("database of another program (application id ") +
                                 application + ","));
     EXPECT_EQ(bytes_of(path_), before);
@@ -289,30 +289,30 @@ TEST_F(RunStoreTest, RefusesADatabaseOfAnotherProgramAndLeavesItAlone) {
 }
 
 TEST_F(RunStoreTest, RefusesANewerSchemaAndLeavesItAlone) {
-  { RunStore store(path_); }
+  { SqliteRunStore store(path_); }
   SqliteDatabase(path_, 0).execute("PRAGMA user_version = 3", "ageing it");
   const std::string before = bytes_of(path_);
-  EXPECT_THAT(error_of([&] { RunStore store(path_); }),
+  EXPECT_THAT(error_of([&] { SqliteRunStore store(path_); }),
               HasSubstr("its schema version is 3, and this program knows versions up to 2; use the "
                         "newer program"));
   EXPECT_EQ(bytes_of(path_), before);
 }
 
 TEST_F(RunStoreTest, RefusesASchemaVersionThatNeverWas) {
-  { RunStore store(path_); }
+  { SqliteRunStore store(path_); }
   SqliteDatabase(path_, 0).execute("PRAGMA user_version = 0", "breaking it");
-  EXPECT_THAT(error_of([&] { RunStore store(path_); }), HasSubstr("version 0 never existed"));
+  EXPECT_THAT(error_of([&] { SqliteRunStore store(path_); }), HasSubstr("version 0 never existed"));
 }
 
 TEST_F(RunStoreTest, FillsAnEmptyFile) {
   std::ofstream(path_).flush();
-  RunStore store(path_);
+  SqliteRunStore store(path_);
   EXPECT_GT(store.begin_run(start()), 0);
 }
 
 TEST_F(RunStoreTest, MayBeReadWhileItIsWritten) {
-  RunStore writer(path_);
-  RunStore reader(path_);
+  SqliteRunStore writer(path_);
+  SqliteRunStore reader(path_);
   const std::int64_t run = writer.begin_run(start());
   writer.record_evaluations(run, batch(1, 5));
   EXPECT_EQ(reader.evaluation_count(run), 5);

@@ -103,7 +103,7 @@ class SchemaMigration : public StoreTest {
 
 TEST_F(SchemaMigration, KeepsEveryRowOfVersion1) {
   make_version_1();
-  RunStore store(path_);
+  SqliteRunStore store(path_);
   const std::vector<RunRecord> runs = store.runs();
   ASSERT_EQ(runs.size(), 2U);
   EXPECT_EQ(runs[0].start.seed, 7);
@@ -133,7 +133,7 @@ TEST_F(SchemaMigration, KeepsEveryRowOfVersion1) {
 
 TEST_F(SchemaMigration, MakesTheFailuresOfTheReason) {
   make_version_1();
-  RunStore store(path_);
+  SqliteRunStore store(path_);
   const auto failures = [&](const char* id) {
     return store.find_evaluation(id)->evaluation.failures_json;
   };
@@ -145,9 +145,9 @@ TEST_F(SchemaMigration, MakesTheFailuresOfTheReason) {
 
 TEST_F(SchemaMigration, GivesTheTablesOfANewFile) {
   make_version_1();
-  { RunStore store(path_); }
+  { SqliteRunStore store(path_); }
   const std::string fresh = (folder_ / "fresh.db").string();
-  { RunStore store(fresh); }
+  { SqliteRunStore store(fresh); }
   EXPECT_EQ(schema(path_), schema(fresh));
   EXPECT_THAT(schema(path_), HasSubstr("submissions.pnl BLOB"));
   EXPECT_EQ(SqliteDatabase(path_, 0).query_integer("PRAGMA user_version", "reading"),
@@ -157,7 +157,7 @@ TEST_F(SchemaMigration, GivesTheTablesOfANewFile) {
 
 TEST_F(SchemaMigration, AMigratedFileTakesNewRows) {
   make_version_1();
-  RunStore store(path_);
+  SqliteRunStore store(path_);
   const std::int64_t run = store.begin_run(start());
   EXPECT_EQ(run, 4);
   store.record_evaluations(run, {passing(1, 1.0)});
@@ -170,7 +170,7 @@ TEST_F(SchemaMigration, IsWholeOrNotAtAll) {
   make_version_1();
   // The last statements of the migration find their name taken.
   SqliteDatabase(path_, 0).execute("CREATE TABLE submissions_by_run (x)", "getting in the way");
-  EXPECT_THAT(error_of([&] { RunStore store(path_); }),
+  EXPECT_THAT(error_of([&] { SqliteRunStore store(path_); }),
               HasSubstr("bringing the tables up to date failed: there is already a table named"));
   SqliteDatabase old(path_, 0);
   EXPECT_EQ(old.query_integer("PRAGMA user_version", "reading"), 1);
@@ -181,7 +181,7 @@ TEST_F(SchemaMigration, IsWholeOrNotAtAll) {
             15);
   EXPECT_EQ(old.query_integer("SELECT count(*) FROM evaluations", "reading"), 5);
   old.execute("DROP TABLE submissions_by_run", "getting out of the way");
-  EXPECT_EQ(RunStore(path_).evaluation_count(1), 4);
+  EXPECT_EQ(SqliteRunStore(path_).evaluation_count(1), 4);
 }
 
 TEST_F(SchemaMigration, IsDoneOnceByProcessesThatOpenAtOnce) {
@@ -191,7 +191,7 @@ TEST_F(SchemaMigration, IsDoneOnceByProcessesThatOpenAtOnce) {
     children.push_back(::fork());
     if (children.back() != 0) continue;
     try {
-      RunStore store(path_, {.busy_timeout_milliseconds = 60'000});
+      SqliteRunStore store(path_, {.busy_timeout_milliseconds = 60'000});
       ::_exit(store.runs().size() == 2 ? 0 : 1);
     } catch (const StoreError& error) {
       std::fprintf(stderr, "%s\n", error.what());
@@ -203,7 +203,7 @@ TEST_F(SchemaMigration, IsDoneOnceByProcessesThatOpenAtOnce) {
     EXPECT_EQ(::waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
   }
-  EXPECT_EQ(RunStore(path_).evaluation_count(1), 4);
+  EXPECT_EQ(SqliteRunStore(path_).evaluation_count(1), 4);
 }
 
 TEST_F(SchemaMigration, WaitsForAWriterOfTheOldFile) {
@@ -212,15 +212,15 @@ TEST_F(SchemaMigration, WaitsForAWriterOfTheOldFile) {
   static_cast<void>(writer.query_text("PRAGMA journal_mode = WAL", "preparing"));
   {
     SqliteTransaction held(writer, "holding the lock");
-    EXPECT_THROW(RunStore(path_, {.busy_timeout_milliseconds = 20}), StoreBusyError);
+    EXPECT_THROW(SqliteRunStore(path_, {.busy_timeout_milliseconds = 20}), StoreBusyError);
   }
-  EXPECT_EQ(RunStore(path_).runs().size(), 2U);
+  EXPECT_EQ(SqliteRunStore(path_).runs().size(), 2U);
   // A program of the old version that was running goes on.
   writer.execute(
       "INSERT INTO evaluations (run_id, candidate_number, generation, graph_key, graph, passed, "
       "statistics, elapsed_seconds, recorded_at) VALUES (3, 18, 2, 'k', '{}', 1, '{}', 1, 1)",
       "recording as version 1");
-  EXPECT_TRUE(RunStore(path_).find_evaluation("3-18").has_value());
+  EXPECT_TRUE(SqliteRunStore(path_).find_evaluation("3-18").has_value());
 }
 
 }  // namespace

@@ -10,8 +10,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "hosts/embedded/store/run_store.hpp"
 #include "hosts/embedded/store/sqlite_database.hpp"
+#include "hosts/embedded/store/sqlite_run_store.hpp"
 
 namespace varnholt::embedded {
 

@@ -41,7 +41,7 @@ class SubmissionTableTest : public StoreTest {
     return found;
   }
 
-  std::optional<RunStore> store_;
+  std::optional<SqliteRunStore> store_;
   const PoolIdentity pool_{"alpha", 1, 2, "data"};
   const std::vector<double> pnl_{0.5, -0.25, 0.0};
 };
@@ -50,7 +50,8 @@ TEST_F(SubmissionTableTest, KeepsEveryFieldOfAQueuedPayload) {
   const Enqueued enqueued =
       table().enqueue({pool_, "1-2", "pool_metrics_refresh_required", R"({"a":1})", pnl_, 100.5});
   EXPECT_TRUE(enqueued.added);
-  const std::optional<SubmissionRecord> found = RunStore(path_).submissions().find(enqueued.id);
+  const std::optional<SubmissionRecord> found =
+      SqliteRunStore(path_).submissions().find(enqueued.id);
   ASSERT_TRUE(found.has_value());
   EXPECT_EQ(found->id, enqueued.id);
   EXPECT_EQ(found->run, 1);
@@ -218,21 +219,39 @@ TEST_F(SubmissionTableTest, ListsByRunAndState) {
 }
 
 TEST_F(SubmissionTableTest, ALockedStoreIsToldFromOtherTroubles) {
-  RunStore quick(path_, {.busy_timeout_milliseconds = 20});
+  SqliteRunStore quick(path_, {.busy_timeout_milliseconds = 20});
   SqliteDatabase other(path_, 0);
   SqliteTransaction held(other, "holding the lock");
   EXPECT_THROW(quick.submissions().enqueue({pool_, "1-1", {}, "{}", pnl_, 1.0}), StoreBusyError);
-  EXPECT_THROW(static_cast<void>(quick.lock("locking")), StoreBusyError);
+  const auto unexpected = []() -> RunStore::LockedWork {
+    throw std::logic_error("it has no lock");
+  };
+  EXPECT_THROW(quick.under_lock("locking", unexpected), StoreBusyError);
   EXPECT_TRUE(quick.submissions().list({}).empty()) << "reading goes on";
 }
 
-TEST_F(SubmissionTableTest, ALockGivenUpLeavesNothing) {
+TEST_F(SubmissionTableTest, WorkUnderTheLockIsKeptOrUndoneAsItSays) {
   const std::int64_t id = enqueue("1-1").id;
-  {
-    const SqliteTransaction lock = store_->lock("settling");
+  const auto settle_and = [&](RunStore::LockedWork end) {
+    store_->under_lock("settling", [&] {
+      EXPECT_TRUE(table().settle(id, accepted(1)));
+      return end;
+    });
+    return table().find(id)->state;
+  };
+  EXPECT_EQ(settle_and(RunStore::LockedWork::Undo), SubmissionState::Queued);
+  EXPECT_EQ(settle_and(RunStore::LockedWork::Keep), SubmissionState::Submitted);
+}
+
+TEST_F(SubmissionTableTest, WorkUnderTheLockThatThrowsLeavesNothing) {
+  const std::int64_t id = enqueue("1-1").id;
+  const auto work = [&]() -> RunStore::LockedWork {
     EXPECT_TRUE(table().settle(id, accepted(1)));
-  }
+    throw std::runtime_error("halfway");
+  };
+  EXPECT_THROW(store_->under_lock("settling", work), std::runtime_error);
   EXPECT_EQ(table().find(id)->state, SubmissionState::Queued);
+  EXPECT_TRUE(table().settle(id, accepted(1))) << "the lock is free again";
 }
 
 }  // namespace

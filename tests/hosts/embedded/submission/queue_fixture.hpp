@@ -22,7 +22,7 @@ class QueueTest : public PoolTest {
         : store(path, {.busy_timeout_milliseconds = 20}),
           pool(store, identity),
           queue(store, pool, thresholds, std::move(clock)) {}
-    RunStore store;
+    SqliteRunStore store;
     SignalPool pool;
     SubmissionQueue queue;
   };

@@ -120,8 +120,8 @@ TEST_F(SubmissionQueueFaults, ProcessesThatSyncAtOnceSettleEachOnce) {
   std::vector<pid_t> children;
   for (int i = 0; i < 4; ++i) {
     children.push_back(spawn([&] {
-      const auto patient =
-          std::make_unique<RunStore>(path_, RunStore::Options{.busy_timeout_milliseconds = 60'000});
+      const auto patient = std::make_unique<SqliteRunStore>(
+          path_, StoreOptions{.busy_timeout_milliseconds = 60'000});
       SignalPool pool(*patient, pool_);
       SubmissionQueue queue(*patient, pool, thresholds_, [] { return kNow; });
       if (queue.sync().store_was_busy) ::_exit(2);

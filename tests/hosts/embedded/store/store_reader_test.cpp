@@ -2,7 +2,7 @@
 // refused.
 // Method: real files, compared byte by byte before and after; a child that dies without closing its
 // store.
-#include "apps/genetic_search/store_reader.hpp"
+#include "hosts/embedded/store/store_reader.hpp"
 
 #include <fstream>
 #include <iterator>
@@ -10,15 +10,15 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/wait.h>
 
+#include "hosts/embedded/store/sqlite_database.hpp"
 #include "tests/apps/genetic_search/sample_store.hpp"
 
-namespace varnholt::app {
+namespace varnholt::embedded {
 namespace {
 
-using embedded::StoreError;
+namespace samples = app::samples;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
@@ -26,7 +26,7 @@ class StoreReaderTest : public samples::StoreTest {
  protected:
   [[nodiscard]] std::string refusal(const std::filesystem::path& path) const {
     try {
-      const StoreReader reader(path);
+      static_cast<void>(open_store_reader(path));
     } catch (const StoreError& error) {
       return error.what();
     }
@@ -44,16 +44,13 @@ class StoreReaderTest : public samples::StoreTest {
   }
 
   void execute(const std::filesystem::path& path, const char* sql) const {
-    sqlite3* database = nullptr;
-    ASSERT_EQ(sqlite3_open(path.c_str(), &database), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(database, sql, nullptr, nullptr, nullptr), SQLITE_OK);
-    sqlite3_close(database);
+    SqliteDatabase(path.string(), 0).execute(sql, "changing it from outside");
   }
 };
 
 TEST_F(StoreReaderTest, ReadsRunsEvaluationsAndSubmissions) {
-  StoreReader reader(filled());
-  const auto found = reader.find_evaluation("1-2");
+  const auto reader = open_store_reader(filled());
+  const auto found = reader->find_evaluation("1-2");
   ASSERT_TRUE(found.has_value());
   EXPECT_EQ(found->run.id, 1);
   EXPECT_EQ(found->run.start.price_path, "/data/prices.csv");
@@ -61,7 +58,7 @@ TEST_F(StoreReaderTest, ReadsRunsEvaluationsAndSubmissions) {
   EXPECT_EQ(found->run.start.eras_json, samples::kEras);
   EXPECT_EQ(found->run.start.cost_basis_points, 5.0);
   EXPECT_EQ(found->run.terminal_reason, "stopped");
-  const embedded::EvaluationRecord& evaluation = found->evaluation;
+  const EvaluationRecord& evaluation = found->evaluation;
   EXPECT_EQ(evaluation.eval_id, "1-2");
   EXPECT_EQ(evaluation.candidate_number, 2);
   EXPECT_EQ(evaluation.graph_key, "k2");
@@ -72,29 +69,29 @@ TEST_F(StoreReaderTest, ReadsRunsEvaluationsAndSubmissions) {
   EXPECT_THAT(evaluation.failures_json, HasSubstr("sharpe_gate"));
   EXPECT_EQ(evaluation.era_number, 2);
   EXPECT_EQ(evaluation.holdout_statistics_json, std::nullopt);
-  EXPECT_EQ(reader.find_evaluation("1-1")->evaluation.holdout_statistics_json,
+  EXPECT_EQ(reader->find_evaluation("1-1")->evaluation.holdout_statistics_json,
             R"({"sharpe":-0.5})");
-  EXPECT_EQ(reader.submissions().list({}).size(), 3U);
-  EXPECT_EQ(reader.find_run(2)->start.price_path, "");
+  EXPECT_EQ(reader->submissions().list({}).size(), 3U);
+  EXPECT_EQ(reader->find_run(2)->start.price_path, "");
 }
 
 TEST_F(StoreReaderTest, KnowsWhatIsNotThere) {
-  StoreReader reader(filled());
-  EXPECT_EQ(reader.find_run(3), std::nullopt);
-  EXPECT_EQ(reader.find_evaluation("1-9"), std::nullopt);
-  EXPECT_EQ(reader.find_evaluation(""), std::nullopt);
-  EXPECT_THAT(reader.first_candidates(3), IsEmpty());
+  const auto reader = open_store_reader(filled());
+  EXPECT_EQ(reader->find_run(3), std::nullopt);
+  EXPECT_EQ(reader->find_evaluation("1-9"), std::nullopt);
+  EXPECT_EQ(reader->find_evaluation(""), std::nullopt);
+  EXPECT_THAT(reader->first_candidates(3), IsEmpty());
 }
 
 TEST_F(StoreReaderTest, KnowsTheFirstCandidateOfEachStructure) {
   const std::filesystem::path path = filled();
   {
-    embedded::RunStore store(path.string());
-    embedded::EvaluationRecord again = samples::evaluation(9, R"({"origin":"fresh"})");
+    SqliteRunStore store(path.string());
+    EvaluationRecord again = samples::evaluation(9, R"({"origin":"fresh"})");
     again.graph_key = "k1";
     store.record_evaluations(1, {again});
   }
-  const auto first = StoreReader(path).first_candidates(1);
+  const auto first = open_store_reader(path)->first_candidates(1);
   EXPECT_EQ(first.size(), 8U);
   EXPECT_EQ(first.at("k1"), 1);
   EXPECT_EQ(first.at("k8"), 8);
@@ -105,8 +102,8 @@ TEST_F(StoreReaderTest, LeavesTheFolderAsItIs) {
   const auto before = files();
   ASSERT_EQ(before.size(), 1U);
   {
-    StoreReader reader(path);
-    EXPECT_TRUE(reader.find_evaluation("1-1").has_value());
+    const auto reader = open_store_reader(path);
+    EXPECT_TRUE(reader->find_evaluation("1-1").has_value());
   }
   EXPECT_EQ(files(), before);
 }
@@ -115,7 +112,7 @@ TEST_F(StoreReaderTest, LeavesARunThatDiedToTheNextRun) {
   const std::filesystem::path path = filled();
   const pid_t child = fork();
   if (child == 0) {
-    embedded::RunStore store(path.string());
+    SqliteRunStore store(path.string());
     static_cast<void>(store.begin_run(samples::run_start()));
     _exit(0);
   }
@@ -123,30 +120,30 @@ TEST_F(StoreReaderTest, LeavesARunThatDiedToTheNextRun) {
   const auto before = files();
   ASSERT_GT(before.at("runs.db-wal").size(), 0U);
   {
-    StoreReader reader(path);
-    const auto run = reader.find_run(3);
+    const auto reader = open_store_reader(path);
+    const auto run = reader->find_run(3);
     ASSERT_TRUE(run.has_value());
     EXPECT_EQ(run->terminal_reason, std::nullopt);
   }
   EXPECT_EQ(files().at("runs.db"), before.at("runs.db"));
   EXPECT_EQ(files().at("runs.db-wal"), before.at("runs.db-wal"));
-  embedded::RunStore store(path.string());
+  SqliteRunStore store(path.string());
   EXPECT_THAT(store.interrupted_runs(), ::testing::ElementsAre(3));
 }
 
 TEST_F(StoreReaderTest, SeesOneStateWhileARunGoesOn) {
   const std::filesystem::path path = filled();
-  embedded::RunStore store(path.string());
-  StoreReader reader(path);
-  EXPECT_EQ(reader.submissions().list({}).size(), 3U);
+  SqliteRunStore store(path.string());
+  const auto reader = open_store_reader(path);
+  EXPECT_EQ(reader->submissions().list({}).size(), 3U);
   static_cast<void>(samples::submit(store, "1-1", "third"));
-  EXPECT_EQ(reader.submissions().list({}).size(), 3U);
-  EXPECT_EQ(StoreReader(path).submissions().list({}).size(), 4U);
+  EXPECT_EQ(reader->submissions().list({}).size(), 3U);
+  EXPECT_EQ(open_store_reader(path)->submissions().list({}).size(), 4U);
 }
 
 TEST_F(StoreReaderTest, RefusesToWrite) {
-  StoreReader reader(filled());
-  EXPECT_THROW(static_cast<void>(reader.submissions().settle(3, {})), StoreError);
+  const auto reader = open_store_reader(filled());
+  EXPECT_THROW(static_cast<void>(reader->submissions().settle(3, {})), StoreError);
 }
 
 TEST_F(StoreReaderTest, MakesNoFile) {
@@ -173,4 +170,4 @@ TEST_F(StoreReaderTest, RefusesTablesOfAnotherVersionWithTheMend) {
 }
 
 }  // namespace
-}  // namespace varnholt::app
+}  // namespace varnholt::embedded

@@ -1,7 +1,8 @@
-// The statements of a RunStore, prepared once, when it is opened. Included by its sources alone.
+// The statements of a SqliteRunStore, prepared once, when it is opened. Included by its sources
+// alone.
 #pragma once
 
-#include "hosts/embedded/store/sqlite_database.hpp"
+#include "hosts/embedded/store/sqlite_run_store.hpp"
 
 namespace varnholt::embedded {
 
@@ -13,8 +14,8 @@ inline constexpr const char* kRecordingMetrics = "recording metrics";
 inline constexpr const char* kEnding = "ending a run";
 inline constexpr const char* kMarking = "marking interrupted runs";
 
-struct RunStoreStatements {
-  explicit RunStoreStatements(SqliteDatabase& database);
+struct SqliteRunStore::Statements {
+  explicit Statements(SqliteDatabase& database);
 
   SqliteStatement insert_run;
   SqliteStatement insert_evaluation;
@@ -23,9 +24,7 @@ struct RunStoreStatements {
   SqliteStatement interrupt_run;
   SqliteStatement update_holdout;
   SqliteStatement select_open_runs;
-  SqliteStatement select_run;
   SqliteStatement select_runs;
-  SqliteStatement select_evaluation;
   SqliteStatement select_by_quality;
   SqliteStatement select_by_sharpe;
   SqliteStatement count_failures;

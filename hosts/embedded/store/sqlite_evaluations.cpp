@@ -1,0 +1,66 @@
+// The evaluations of a SqliteRunStore.
+#include <fmt/format.h>
+
+#include "hosts/embedded/store/sqlite_run_statements.hpp"
+#include "hosts/embedded/store/store_relations.hpp"
+
+namespace varnholt::embedded {
+
+std::string eval_id_of(std::int64_t run, std::int64_t candidate_number) {
+  return fmt::format("{}-{}", run, candidate_number);
+}
+
+void SqliteRunStore::record_evaluations(std::int64_t run,
+                                        const std::vector<EvaluationRecord>& evaluations) {
+  if (evaluations.empty()) return database_->require_owner();
+  SqliteTransaction transaction(*database_, kRecording);
+  require_run(run, kRecording);
+  for (const EvaluationRecord& evaluation : evaluations) {
+    SqliteUse use(statements_->insert_evaluation);
+    bind_columns(use, evaluation_relation(), Written::AtInsertion, evaluation);
+    // Which run it belongs to is the caller's to say, not the record's.
+    static_cast<void>(use.bind("run_id", run).change());
+  }
+  transaction.commit();
+}
+
+void SqliteRunStore::record_holdout(const std::string& eval_id,
+                                    const std::string& statistics_json) {
+  const int changed = SqliteUse(statements_->update_holdout)
+                          .bind("eval_id", eval_id)
+                          .bind("statistics", statistics_json)
+                          .change();
+  if (changed == 1) return;
+  throw StoreError(path(),
+                   fmt::format("{} failed: there is no evaluation {}", kRecordingHoldout, eval_id),
+                   "record the evaluation first");
+}
+
+std::vector<EvaluationRecord> SqliteRunStore::best_signals(std::int64_t run, std::int64_t count,
+                                                           SignalOrder order) {
+  std::vector<EvaluationRecord> found;
+  // SQLite takes a negative limit for none.
+  if (count <= 0) return found;
+  SqliteUse rows(order == SignalOrder::Sharpe ? statements_->select_by_sharpe
+                                              : statements_->select_by_quality);
+  rows.bind("run", run).bind("count", count);
+  while (rows.step())
+    found.push_back(read_row(rows, evaluation_relation()));
+  return found;
+}
+
+std::vector<FailureCount> SqliteRunStore::failure_counts(std::int64_t run) {
+  std::vector<FailureCount> found;
+  SqliteUse rows(statements_->count_failures);
+  rows.bind("run", run);
+  while (rows.step())
+    found.push_back({rows.text("reason"), rows.integer("count")});
+  return found;
+}
+
+std::int64_t SqliteRunStore::evaluation_count(std::int64_t run) {
+  SqliteUse rows(statements_->count_evaluations);
+  return rows.bind("run", run).step() ? rows.integer("count") : 0;
+}
+
+}  // namespace varnholt::embedded

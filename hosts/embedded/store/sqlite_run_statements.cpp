@@ -1,0 +1,67 @@
+#include "hosts/embedded/store/sqlite_run_statements.hpp"
+
+#include "hosts/embedded/store/store_relations.hpp"
+
+namespace varnholt::embedded {
+namespace {
+
+constexpr const char* kReadingRuns = "reading runs";
+constexpr const char* kReadingSignals = "reading the best signals";
+constexpr const char* kCounting = "counting evaluations";
+constexpr const char* kReadingMetrics = "reading metrics";
+
+constexpr const char* kInsertMetrics =
+    "INSERT INTO metrics (run_id, record) VALUES (:run, :record)";
+constexpr const char* kEndRun =
+    "UPDATE runs SET ended_at = :ended_at, terminal_reason = :terminal_reason "
+    "WHERE id = :run AND ended_at IS NULL";
+// Nobody saw the end; the last record is the last sign of life.
+constexpr const char* kInterruptRun =
+    "UPDATE runs SET terminal_reason = :terminal_reason, ended_at = coalesce((SELECT "
+    "max(recorded_at) FROM evaluations WHERE run_id = :run), started_at) "
+    "WHERE id = :run AND ended_at IS NULL";
+constexpr const char* kUpdateHoldout =
+    "UPDATE evaluations SET holdout_statistics = :statistics WHERE eval_id = :eval_id";
+
+constexpr const char* kAllRuns = "ORDER BY id";
+constexpr const char* kOpenRuns = "WHERE ended_at IS NULL ORDER BY id";
+
+constexpr const char* kByQuality =
+    "WHERE run_id = :run AND passed = 1 AND quality_score IS NOT NULL "
+    "ORDER BY quality_score DESC, candidate_number LIMIT :count";
+constexpr const char* kBySharpe =
+    "WHERE run_id = :run AND passed = 1 AND sharpe IS NOT NULL "
+    "ORDER BY sharpe DESC, candidate_number LIMIT :count";
+constexpr const char* kCountFailures =
+    "SELECT coalesce(failure_reason, '') AS reason, count(*) AS count FROM evaluations "
+    "WHERE run_id = :run AND passed = 0 GROUP BY 1 ORDER BY 2 DESC, 1";
+constexpr const char* kCountEvaluations =
+    "SELECT count(*) AS count FROM evaluations WHERE run_id = :run";
+constexpr const char* kSelectMetrics = "SELECT record FROM metrics WHERE run_id = :run ORDER BY id";
+
+std::string runs_where(const char* condition) {
+  return select_from(run_relation()) + condition;
+}
+
+std::string evaluations_where(const char* condition) {
+  return select_from(evaluation_relation()) + condition;
+}
+
+}  // namespace
+
+SqliteRunStore::Statements::Statements(SqliteDatabase& database)
+    : insert_run(database, insert_into(run_relation()), kBeginning),
+      insert_evaluation(database, insert_into(evaluation_relation()), kRecording),
+      insert_metrics(database, kInsertMetrics, kRecordingMetrics),
+      end_run(database, kEndRun, kEnding),
+      interrupt_run(database, kInterruptRun, kMarking),
+      update_holdout(database, kUpdateHoldout, kRecordingHoldout),
+      select_open_runs(database, runs_where(kOpenRuns), kMarking),
+      select_runs(database, runs_where(kAllRuns), kReadingRuns),
+      select_by_quality(database, evaluations_where(kByQuality), kReadingSignals),
+      select_by_sharpe(database, evaluations_where(kBySharpe), kReadingSignals),
+      count_failures(database, kCountFailures, kCounting),
+      count_evaluations(database, kCountEvaluations, kCounting),
+      select_metrics(database, kSelectMetrics, kReadingMetrics) {}
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,139 @@
+#include "hosts/embedded/store/sqlite_run_store.hpp"
+
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "hosts/embedded/store/sqlite_run_statements.hpp"
+#include "hosts/embedded/store/store_relations.hpp"
+#include "hosts/embedded/store/store_schema.hpp"
+#include "hosts/embedded/system/process_identity.hpp"
+
+namespace varnholt::embedded {
+namespace {
+
+std::string checked_path(const std::string& path) {
+  if (path.empty() || path == ":memory:") {
+    throw StoreError(path.empty() ? "(no name)" : path, "it is no file",
+                     "name a file, so that what the run finds outlives it");
+  }
+  // An absolute name still holds after a change of the working directory, and is never taken for
+  // one of SQLite's "file:" addresses.
+  std::error_code error;
+  const std::filesystem::path absolute = std::filesystem::absolute(path, error);
+  if (error) throw StoreError(path, error.message(), "name a file in a folder that exists");
+  return absolute.string();
+}
+
+std::unique_ptr<SqliteDatabase> opened(const std::string& path, const StoreOptions& options) {
+  auto database =
+      std::make_unique<SqliteDatabase>(checked_path(path), options.busy_timeout_milliseconds);
+  prepare_schema(*database);
+  return database;
+}
+
+}  // namespace
+
+std::unique_ptr<RunStore> open_run_store(const std::string& path, const StoreOptions& options) {
+  return std::make_unique<SqliteRunStore>(path, options);
+}
+
+SqliteRunStore::SqliteRunStore(const std::string& path, const StoreOptions& options)
+    : database_(opened(path, options)),
+      statements_(std::make_unique<Statements>(*database_)),
+      rows_(*database_),
+      submissions_(*database_),
+      interrupted_runs_(mark_interrupted_runs()) {}
+
+SqliteRunStore::~SqliteRunStore() = default;
+
+const std::string& SqliteRunStore::path() const noexcept {
+  return database_->path();
+}
+
+void SqliteRunStore::under_lock(const char* doing, const std::function<LockedWork()>& work) {
+  SqliteTransaction transaction(*database_, doing);
+  if (work() == LockedWork::Keep) transaction.commit();
+}
+
+std::vector<std::int64_t> SqliteRunStore::mark_interrupted_runs() {
+  std::vector<std::int64_t> dead;
+  {
+    SqliteUse rows(statements_->select_open_runs);
+    while (rows.step()) {
+      const RunRecord run = read_row(rows, run_relation());
+      if (liveness(run.process) == Liveness::Dead) dead.push_back(run.id);
+    }
+  }
+  // Most often there is none, and then no lock is taken.
+  if (dead.empty()) return dead;
+  std::vector<std::int64_t> marked;
+  SqliteTransaction transaction(*database_, kMarking);
+  for (const std::int64_t id : dead) {
+    // Another process may have been quicker; each run is marked by one.
+    const int changed = SqliteUse(statements_->interrupt_run)
+                            .bind("run", id)
+                            .bind("terminal_reason", std::string_view(kInterrupted))
+                            .change();
+    if (changed == 1) marked.push_back(id);
+  }
+  transaction.commit();
+  return marked;
+}
+
+std::int64_t SqliteRunStore::begin_run(const RunStart& start) {
+  RunRecord run;
+  run.start = start;
+  run.process = own_identity();
+  SqliteUse use(statements_->insert_run);
+  static_cast<void>(bind_columns(use, run_relation(), Written::AtInsertion, run).change());
+  return ::sqlite3_last_insert_rowid(database_->handle());
+}
+
+void SqliteRunStore::record_metrics(std::int64_t run, const std::string& record_json) {
+  SqliteTransaction transaction(*database_, kRecordingMetrics);
+  require_run(run, kRecordingMetrics);
+  static_cast<void>(
+      SqliteUse(statements_->insert_metrics).bind("run", run).bind("record", record_json).change());
+  transaction.commit();
+}
+
+bool SqliteRunStore::end_run(std::int64_t run, double ended_at,
+                             const std::string& terminal_reason) {
+  SqliteTransaction transaction(*database_, kEnding);
+  require_run(run, kEnding);
+  const int changed = SqliteUse(statements_->end_run)
+                          .bind("run", run)
+                          .bind("ended_at", ended_at)
+                          .bind("terminal_reason", terminal_reason)
+                          .change();
+  transaction.commit();
+  return changed == 1;
+}
+
+void SqliteRunStore::require_run(std::int64_t run, const char* doing) {
+  if (find_run(run)) return;
+  throw StoreError(path(), fmt::format("{} failed: there is no run {}", doing, run),
+                   "begin the run first");
+}
+
+std::vector<RunRecord> SqliteRunStore::runs() {
+  std::vector<RunRecord> found;
+  SqliteUse rows(statements_->select_runs);
+  while (rows.step())
+    found.push_back(read_row(rows, run_relation()));
+  return found;
+}
+
+std::vector<std::string> SqliteRunStore::metrics(std::int64_t run) {
+  std::vector<std::string> found;
+  SqliteUse rows(statements_->select_metrics);
+  rows.bind("run", run);
+  while (rows.step())
+    found.push_back(rows.text("record"));
+  return found;
+}
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,67 @@
+// A RunStore in an SQLite file. What uses a store sees run_store.hpp only.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "hosts/embedded/store/run_store.hpp"
+#include "hosts/embedded/store/sqlite_database.hpp"
+#include "hosts/embedded/store/sqlite_run_rows.hpp"
+#include "hosts/embedded/store/sqlite_submission_table.hpp"
+
+namespace varnholt::embedded {
+
+class SqliteRunStore final : public RunStore {
+ public:
+  // As open_run_store().
+  explicit SqliteRunStore(const std::string& path, const StoreOptions& options = {});
+  ~SqliteRunStore() override;
+
+  [[nodiscard]] const std::string& path() const noexcept override;
+  [[nodiscard]] const std::vector<std::int64_t>& interrupted_runs() const noexcept override {
+    return interrupted_runs_;
+  }
+
+  std::int64_t begin_run(const RunStart& start) override;
+  void record_evaluations(std::int64_t run,
+                          const std::vector<EvaluationRecord>& evaluations) override;
+  void record_holdout(const std::string& eval_id, const std::string& statistics_json) override;
+  void record_metrics(std::int64_t run, const std::string& record_json) override;
+  bool end_run(std::int64_t run, double ended_at, const std::string& terminal_reason) override;
+
+  [[nodiscard]] std::optional<RunRecord> find_run(std::int64_t run) override {
+    return rows_.find_run(run);
+  }
+  [[nodiscard]] std::vector<RunRecord> runs() override;
+  [[nodiscard]] std::optional<EvaluationOfRun> find_evaluation(
+      const std::string& eval_id) override {
+    return rows_.find_evaluation(eval_id);
+  }
+  using RunStore::best_signals;
+  [[nodiscard]] std::vector<EvaluationRecord> best_signals(std::int64_t run, std::int64_t count,
+                                                           SignalOrder order) override;
+  [[nodiscard]] std::vector<FailureCount> failure_counts(std::int64_t run) override;
+  [[nodiscard]] std::int64_t evaluation_count(std::int64_t run) override;
+  [[nodiscard]] std::vector<std::string> metrics(std::int64_t run) override;
+
+  [[nodiscard]] SubmissionTable& submissions() noexcept override { return submissions_; }
+  void under_lock(const char* doing, const std::function<LockedWork()>& work) override;
+
+ private:
+  struct Statements;
+
+  void require_run(std::int64_t run, const char* doing);
+  std::vector<std::int64_t> mark_interrupted_runs();
+
+  std::unique_ptr<SqliteDatabase> database_;
+  std::unique_ptr<Statements> statements_;
+  SqliteRunRows rows_;
+  SqliteSubmissionTable submissions_;
+  std::vector<std::int64_t> interrupted_runs_;
+};
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,96 @@
+#include <string>
+#include <system_error>
+
+#include <fmt/format.h>
+
+#include "hosts/embedded/store/sqlite_database.hpp"
+#include "hosts/embedded/store/sqlite_run_rows.hpp"
+#include "hosts/embedded/store/sqlite_submission_table.hpp"
+#include "hosts/embedded/store/store_reader.hpp"
+#include "hosts/embedded/store/store_schema.hpp"
+
+namespace varnholt::embedded {
+namespace {
+
+// Nobody who reads waits for those who write; this is for the moment in which a writer recovers.
+constexpr int kBusyMilliseconds = 5000;
+
+// The path of a file that is there: SQLite would make it otherwise.
+std::string existing(const std::filesystem::path& path) {
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(path, error)) {
+    throw StoreError(path.string(), "there is no such file",
+                     "name the file that a run was given with --db");
+  }
+  const std::filesystem::path absolute = std::filesystem::absolute(path, error);
+  if (error) throw StoreError(path.string(), error.message(), "name it by its absolute path");
+  return absolute.string();
+}
+
+// The last user of a file moves what was written ahead into it when it goes. What a search that
+// died has left there stays where it is for the next search.
+void leave_what_was_written_ahead(SqliteDatabase& database) {
+  std::error_code ignored;
+  if (!std::filesystem::exists(database.path() + "-wal", ignored)) return;
+  if (::sqlite3_db_config(database.handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr) !=
+      SQLITE_OK) {
+    database.fail("opening it for reading");
+  }
+}
+
+void check_version(SqliteDatabase& database) {
+  constexpr const char* kDoing = "reading what kind of file it is";
+  const std::int64_t application = database.query_integer("PRAGMA application_id", kDoing);
+  const std::int64_t version = database.query_integer("PRAGMA user_version", kDoing);
+  if (application != kStoreApplicationId) {
+    throw StoreError(database.path(), "it is no store of genetic-search",
+                     "name the file that a run was given with --db");
+  }
+  if (version == kStoreSchemaVersion) return;
+  throw StoreError(database.path(),
+                   fmt::format("its tables are of version {}, and this program reads version {}",
+                               version, kStoreSchemaVersion),
+                   version < kStoreSchemaVersion
+                       ? "a run that is given the file with --db brings them up to date"
+                       : "use the newer program that made them");
+}
+
+std::unique_ptr<SqliteDatabase> opened(const std::filesystem::path& path) {
+  auto database = std::make_unique<SqliteDatabase>(existing(path), kBusyMilliseconds);
+  leave_what_was_written_ahead(*database);
+  database->execute("PRAGMA query_only = ON; BEGIN", "opening it for reading");
+  check_version(*database);
+  return database;
+}
+
+class SqliteStoreReader final : public StoreReader {
+ public:
+  explicit SqliteStoreReader(const std::filesystem::path& path)
+      : database_(opened(path)), rows_(*database_), submissions_(*database_) {}
+
+  [[nodiscard]] const std::string& path() const noexcept override { return database_->path(); }
+  [[nodiscard]] std::optional<RunRecord> find_run(std::int64_t run) override {
+    return rows_.find_run(run);
+  }
+  [[nodiscard]] std::optional<EvaluationOfRun> find_evaluation(
+      const std::string& eval_id) override {
+    return rows_.find_evaluation(eval_id);
+  }
+  [[nodiscard]] std::map<std::string, std::int64_t> first_candidates(std::int64_t run) override {
+    return rows_.first_candidates(run);
+  }
+  [[nodiscard]] SubmissionTable& submissions() noexcept override { return submissions_; }
+
+ private:
+  std::unique_ptr<SqliteDatabase> database_;
+  SqliteRunRows rows_;
+  SqliteSubmissionTable submissions_;
+};
+
+}  // namespace
+
+std::unique_ptr<StoreReader> open_store_reader(const std::filesystem::path& path) {
+  return std::make_unique<SqliteStoreReader>(path);
+}
+
+}  // namespace varnholt::embedded

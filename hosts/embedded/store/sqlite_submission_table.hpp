@@ -1,0 +1,40 @@
+// A SubmissionTable in an SQLite file.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "hosts/embedded/store/sqlite_database.hpp"
+#include "hosts/embedded/store/submission_table.hpp"
+
+namespace varnholt::embedded {
+
+class SqliteSubmissionTable final : public SubmissionTable {
+ public:
+  // The database must have the tables and must outlive the object.
+  explicit SqliteSubmissionTable(SqliteDatabase& database);
+  ~SqliteSubmissionTable() override;
+
+  Enqueued enqueue(const NewSubmission& submission) override;
+  bool settle(std::int64_t id, const Settlement& settlement) override;
+  [[nodiscard]] std::optional<SubmissionRecord> find(std::int64_t id) override;
+  [[nodiscard]] std::vector<SubmissionRecord> of_evaluation(const std::string& eval_id) override;
+  [[nodiscard]] std::vector<SubmissionRecord> list(const SubmissionFilter& filter) override;
+  using SubmissionTable::members;
+  [[nodiscard]] std::vector<SubmissionPnl> members(const PoolIdentity& pool,
+                                                   std::int64_t settled_order) override;
+  [[nodiscard]] std::vector<std::int64_t> member_numbers(const PoolIdentity& pool) override;
+  [[nodiscard]] std::optional<SubmissionPnl> next_queued(const PoolIdentity& pool,
+                                                         std::int64_t id) override;
+
+ private:
+  struct Statements;
+
+  SqliteDatabase& database_;
+  std::unique_ptr<Statements> statements_;
+};
+
+}  // namespace varnholt::embedded

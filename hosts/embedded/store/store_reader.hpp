@@ -1,0 +1,47 @@
+// A store that is only looked at.
+//
+// Opening a RunStore makes the file when it is not there, brings old tables up to date, and marks
+// the runs of dead processes as interrupted. Commands that look do none of that: they read the
+// tables as docs/store-schema.md describes them, over a connection that refuses to write. All reads
+// of a reader see the store as it was at the first one, also while a search goes on.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "hosts/embedded/store/store_error.hpp"
+#include "hosts/embedded/store/store_records.hpp"
+#include "hosts/embedded/store/submission_table.hpp"
+
+namespace varnholt::embedded {
+
+class StoreReader {
+ public:
+  StoreReader() = default;
+  StoreReader(const StoreReader&) = delete;
+  StoreReader& operator=(const StoreReader&) = delete;
+  virtual ~StoreReader() = default;
+
+  // The absolute path of the file.
+  [[nodiscard]] virtual const std::string& path() const noexcept = 0;
+
+  [[nodiscard]] virtual std::optional<RunRecord> find_run(std::int64_t run) = 0;
+  // With its run.
+  [[nodiscard]] virtual std::optional<EvaluationOfRun> find_evaluation(
+      const std::string& eval_id) = 0;
+  // The first candidate number of each structure that the run tried, by the graph's key.
+  [[nodiscard]] virtual std::map<std::string, std::int64_t> first_candidates(std::int64_t run) = 0;
+
+  // Refuses to write.
+  [[nodiscard]] virtual SubmissionTable& submissions() noexcept = 0;
+};
+
+// Throws StoreError for a file that is not there, that is no store, or whose tables are of another
+// version than this program's.
+[[nodiscard]] std::unique_ptr<StoreReader> open_store_reader(const std::filesystem::path& path);
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,15 @@
+// The relations of the store: every column that is bound or read, once (docs/store-schema.md tells
+// what they mean; store_schema.hpp makes them).
+#pragma once
+
+#include "hosts/embedded/store/sqlite_relation.hpp"
+#include "hosts/embedded/store/store_records.hpp"
+#include "hosts/embedded/store/submission_table.hpp"
+
+namespace varnholt::embedded {
+
+[[nodiscard]] const Relation<RunRecord>& run_relation();
+[[nodiscard]] const Relation<EvaluationRecord>& evaluation_relation();
+[[nodiscard]] const Relation<SubmissionRecord>& submission_relation();
+
+}  // namespace varnholt::embedded
