@@ -6,7 +6,6 @@
 #pragma once
 
 #include <cstdint>
-#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
@@ -14,9 +13,9 @@
 #include <utility>
 #include <vector>
 
+#include "search_templates/genetic/host/function_callable.hpp"
 #include "search_templates/genetic/host/host.hpp"
 #include "search_templates/genetic/host/pool_objects.hpp"
-#include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/host_object.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -24,134 +23,56 @@
 namespace varnholt::genetic::benchmarks {
 
 // A function of the host that returns one value for ever.
-class Constant : public CallableBody {
- public:
-  explicit Constant(Value value) : value_(std::move(value)) {}
-  Value call(std::span<const Value> /*positional*/, const Mapping& /*keywords*/) override {
-    return value_;
-  }
-  [[nodiscard]] std::optional<std::vector<Parameter>> signature() const override {
-    return std::nullopt;
-  }
-
- private:
-  Value value_;
-};
-
 inline Callable constant(Value value) {
-  return Callable(std::make_shared<Constant>(std::move(value)));
+  return make_callable([value = std::move(value)](std::span<const Value> /*positional*/,
+                                                  const Mapping& /*keywords*/) { return value; });
 }
 
-class NullLogger : public Logger {
+class NullDepth : public GraphDepth {
  public:
-  void error(std::string_view /*format*/, std::initializer_list<Value> /*values*/) override {}
-  void warning(std::string_view /*format*/, std::initializer_list<Value> /*values*/) override {}
-  void warning_with_error(std::string_view /*text*/, const std::exception_ptr& /*error*/) override {
-  }
+  [[nodiscard]] Value graph_depth_for_attempt_marker(const Value& /*graph*/) override { return 1; }
 };
 
-class NullEngine : public Engine {
+// Details and verdicts are absent.
+class NullGates : public Gates {
  public:
-  [[nodiscard]] Logger& logger() override { return logger_; }
-  [[nodiscard]] Value graph_depth_for_attempt_marker(const Value& /*graph*/) override { return 1; }
-  [[nodiscard]] Value function_entries_for_kind(const Value& /*vocabulary*/,
-                                                std::string_view /*kind*/) override {
-    return List();
+  [[nodiscard]] DetailOperation find_recorded_failure_detail() override {
+    return [](const FailureEvidence& /*evidence*/) { return Value(); };
   }
-  [[nodiscard]] Value random_weighted_window_limit(SearchContext& /*context*/,
-                                                   const Value& /*max_depth*/) override {
-    return {};
+  [[nodiscard]] VerdictOperation find_failed_gate_verdict() override { return verdict; }
+  [[nodiscard]] VerdictOperation find_gate_verdict() override { return verdict; }
+
+ private:
+  static Value verdict(const GateOutcome& /*outcome*/) { return {}; }
+};
+
+// An empty pool, in which both metrics pass.
+class NullPool : public PoolThresholds, public PoolMetrics {
+ public:
+  [[nodiscard]] MiThresholdOperation find_submission_mi_threshold_and_pool() override {
+    return [this](const Value&, const Value&, const Value&) { return threshold_; };
   }
-  [[nodiscard]] Value random_weighted_node_limit(SearchContext& /*context*/) override { return {}; }
-  [[nodiscard]] Value random_weighted_runtime_registry(SearchContext& /*context*/) override {
-    return {};
-  }
-  [[nodiscard]] Value signal_generation_safe_rotations(const Value& functions,
-                                                       const Value& /*window_limit*/,
-                                                       const Value& /*node_limit*/,
-                                                       const Value& /*registry*/,
-                                                       const Mapping& /*keywords*/) override {
-    return functions;
-  }
-  [[nodiscard]] bool is_sdk_runtime_not_ready_error(const Value& /*error*/) override {
-    return false;
-  }
-  [[nodiscard]] Value sdk_runtime_not_ready_rejection_detail() override { return {}; }
-  // No thresholds, an empty pool, and both pool metrics pass.
-  [[nodiscard]] Value stats_gate_threshold_set(const Mapping& /*thresholds*/,
-                                               const Value& /*era_config*/) override {
-    return {};
-  }
-  [[nodiscard]] Value stats_gate_metrics(const Value& /*stats*/) override { return {}; }
-  [[nodiscard]] Value evaluate_threshold_gates(const Value& /*metrics*/,
-                                               const Value& /*threshold_set*/) override {
-    return {};
-  }
-  [[nodiscard]] Value threshold_gate_failure_reason(const Value& /*gate_failure*/) override {
-    return {};
-  }
-  [[nodiscard]] Value threshold_gate_failure_metric(const Value& /*gate_failure*/) override {
-    return {};
-  }
-  [[nodiscard]] Value recorded_failure_detail(std::span<const Value> /*positional*/,
-                                              const Mapping& /*keywords*/) override {
-    return {};
-  }
-  [[nodiscard]] Callable find_recorded_failure_detail() override { return constant_; }
-  [[nodiscard]] Callable find_failed_gate_verdict() override { return constant_; }
-  [[nodiscard]] Callable find_gate_verdict() override { return constant_; }
-  [[nodiscard]] Callable find_submission_mi_threshold_and_pool() override { return threshold_; }
-  [[nodiscard]] Callable find_submission_correlation_threshold_and_pool() override {
-    return threshold_;
-  }
-  [[nodiscard]] Value submission_correlation_threshold_and_pool(
-      const Value& /*era_config*/, const Value& /*signal_pool_name*/) override {
-    return passed_metric_;
+  [[nodiscard]] CorrelationThresholdOperation find_submission_correlation_threshold_and_pool()
+      override {
+    return [this](const Value&, const Value&) { return threshold_; };
   }
   [[nodiscard]] Value refresh_submission_manifest_membership(
       const Value& /*era_config*/, const Value& /*signal_pool_name*/,
       const Value& /*sync_manager*/) override {
     return true;
   }
-  [[nodiscard]] Value selected_pool_has_synced_found_signal_ids(
-      const Value& /*era_config*/, const Value& /*signal_pool_name*/) override {
-    return false;
-  }
-  void normalize_required_pool_pnl_matrix(const Value& /*gate_stats*/, const Value& /*era_config*/,
-                                          const Value& /*signal_pool_name*/) override {}
-  [[nodiscard]] Value evaluation_metaparameters_for_pool(const Value& /*signal_pool_name*/,
-                                                         const Value& metaparameters) override {
-    return metaparameters;
-  }
-  [[nodiscard]] Value call_backtester_with_transform_context(
-      std::span<const Value> /*positional*/, const Mapping& /*extra_kwargs*/) override {
-    return {};
-  }
   [[nodiscard]] Value submission_pnl_mi_from_backtest_or_compute(
-      std::span<const Value> /*positional*/) override {
+      const PoolMetricRequest& /*request*/, const Value& /*thresholds*/) override {
     return passed_metric_;
   }
   [[nodiscard]] Value submission_correlation_from_backtest_or_compute(
-      std::span<const Value> /*positional*/) override {
+      const PoolMetricRequest& /*request*/) override {
     return passed_metric_;
-  }
-  [[nodiscard]] std::optional<Value> as_pool_data_not_ready(
-      const std::exception_ptr& /*error*/) override {
-    return std::nullopt;
-  }
-  [[nodiscard]] Callable find_submitted_stats_payload_from_backtest() override { return {}; }
-  void annotate_submission_client_manifest(Mapping& /*payload*/,
-                                           const Value& /*sync_manager*/) override {}
-  [[nodiscard]] Value infrastructure_failure_threshold() override { return 1000; }
-  [[noreturn]] void raise_background_infrastructure_error(const std::string& detail) override {
-    throw RuntimeError(detail);
   }
 
  private:
-  NullLogger logger_;
+  Value threshold_ = Tuple{0.25, "pool"};
   Value passed_metric_ = Tuple{0.5, true};
-  Callable constant_ = constant(Value());
-  Callable threshold_ = constant(Tuple{0.25, "pool"});
 };
 
 // Every timing is one and the same.
@@ -166,11 +87,6 @@ class NullTimings : public BacktestTimings {
  private:
   Callable timing_ = constant(Mapping{{"seconds", 0.25}, {"graph_key", "key"}});
   Callable key_ = constant("key");
-};
-
-class NoJson : public JsonReader {
- public:
-  [[nodiscard]] Value read(const Value& /*text*/) override { throw ValueError("no JSON here"); }
 };
 
 // One random state for ever: nothing is drawn from it.
@@ -201,23 +117,10 @@ class OneWorker : public WorkerResolution {
 
 class InProcessPool : public ProcessEvaluation {
  public:
-  [[nodiscard]] Value default_search_template_timeout_seconds() override { return 600.0; }
-  [[nodiscard]] Value default_worker_memory_limit_bytes() override { return 1 << 30; }
-  [[nodiscard]] Value terminal_worker_failed() override { return "worker_failed"; }
-  [[nodiscard]] Value terminal_worker_timeout() override { return "worker_timeout"; }
-  [[nodiscard]] Value terminal_process_priority_failed() override { return "priority_failed"; }
-  [[nodiscard]] Value terminal_memory_budget_exceeded() override { return "memory_exceeded"; }
-  [[nodiscard]] std::optional<Value> as_error(const std::exception& /*error*/) override {
-    return std::nullopt;
-  }
   [[nodiscard]] std::unique_ptr<WorkerResolution> resolve_process_worker_count_details(
       const Value& /*requested*/, const Value& /*candidate_count*/) override {
     return std::make_unique<OneWorker>();
   }
-  void log_worker_count_reduction(Logger& /*logger*/, const WorkerResolution& /*resolution*/,
-                                  std::string_view /*scope*/, SearchContext& /*cache_owner*/,
-                                  std::string_view /*detail*/) override {}
-  void prefetch_candidate_features(SearchContext& /*context*/, const List& /*graphs*/) override {}
   [[nodiscard]] Value candidate_evaluation(const Value& candidate_index,
                                            const Value& graph) override {
     return make_object<CandidateEvaluation>(candidate_index, graph);
@@ -289,11 +192,8 @@ class FixedSettings : public SearchSettings {
   // Every generation but the second begins anew, since the scores never change: what is measured is
   // the work after a batch is composed, and a fresh batch costs next to nothing to compose.
   [[nodiscard]] Value default_restart_threshold() override { return 1; }
-  [[nodiscard]] Value default_elite_fraction() override { return 0.25; }
-  [[nodiscard]] Value default_diversity_weight() override { return 0.5; }
   [[nodiscard]] Value default_parsimony_weight() override { return 0.125; }
   [[nodiscard]] Value default_operator_rates() override { return Mapping{{"crossover", 1.0}}; }
-  [[nodiscard]] Value default_process_priority() override { return {}; }
 };
 
 class NullVerdicts : public EvaluationVerdicts {
@@ -313,7 +213,10 @@ class NoPause : public Pause {
 
 class NullHost : public Host {
  public:
-  [[nodiscard]] Engine& engine() override { return engine_; }
+  [[nodiscard]] GraphDepth& graph_depth() override { return depth_; }
+  [[nodiscard]] Gates& gates() override { return gates_; }
+  [[nodiscard]] PoolThresholds& pool_thresholds() override { return signal_pool_; }
+  [[nodiscard]] PoolMetrics& pool_metrics() override { return signal_pool_; }
   [[nodiscard]] ProcessEvaluation& process_evaluation() override { return pool_; }
   [[nodiscard]] Eliteness& eliteness() override { return eliteness_; }
   [[nodiscard]] GeneticOps& genetic_ops() override { return genetic_ops_; }
@@ -321,13 +224,14 @@ class NullHost : public Host {
   [[nodiscard]] SearchSettings& search_settings() override { return search_settings_; }
   [[nodiscard]] EvaluationVerdicts& evaluation_verdicts() override { return verdicts_; }
   [[nodiscard]] BacktestTimings& backtest_timings() override { return timings_; }
-  [[nodiscard]] JsonReader& json_reader() override { return json_; }
   [[nodiscard]] RandomGenerators& random_generators() override { return random_generators_; }
   [[nodiscard]] SecureRandom& secure_random() override { return secure_random_; }
   [[nodiscard]] Pause& pause() override { return pause_; }
 
  private:
-  NullEngine engine_;
+  NullDepth depth_;
+  NullGates gates_;
+  NullPool signal_pool_;
   InProcessPool pool_;
   NullEliteness eliteness_;
   NullGeneticOps genetic_ops_;
@@ -335,7 +239,6 @@ class NullHost : public Host {
   FixedSettings search_settings_;
   NullVerdicts verdicts_;
   NullTimings timings_;
-  NoJson json_;
   NullRandomGenerators random_generators_;
   FixedSecureRandom secure_random_;
   NoPause pause_;
@@ -348,12 +251,6 @@ class NullContext : public SearchContext {
       : stop_event_(std::move(stop_event)), evaluator_(constant(outcome)) {}
 
   [[nodiscard]] std::shared_ptr<StopEvent> stop_event() override { return stop_event_; }
-  [[nodiscard]] Callable fatal_callback() override { return {}; }
-  [[nodiscard]] Callable record_search_run_metrics() override { return {}; }
-  [[nodiscard]] std::optional<Value> max_depth() override { return std::nullopt; }
-  [[nodiscard]] std::optional<Value> vocabulary() override { return std::nullopt; }
-  [[nodiscard]] std::optional<Value> n_jobs() override { return std::nullopt; }
-  [[nodiscard]] std::optional<Value> worker_memory_limit_bytes() override { return std::nullopt; }
   [[nodiscard]] std::optional<Value> attribute(std::string_view name) override {
     if (name == "_era_config") return era_config_;
     if (name == "_signal_pool_name") return pool_name_;
@@ -362,18 +259,9 @@ class NullContext : public SearchContext {
     if (name == "_era_number") return 2;
     return std::nullopt;
   }
-  [[nodiscard]] Callable own_graph_validator() override { return {}; }
-  [[nodiscard]] Callable backtester_validate_graph() override { return {}; }
   [[nodiscard]] Callable evaluate_for_template() override { return evaluator_; }
-  [[nodiscard]] std::optional<Value> last_evaluation_record() override { return std::nullopt; }
   [[nodiscard]] Callable safe_record() override { return recorder_; }
-  [[nodiscard]] Callable required_safe_record() override { return recorder_; }
-  void activate_existing_attempt(const Value& /*source_attempt_id*/,
-                                 const Value& /*attempt_evidence*/) override {}
   [[nodiscard]] Callable enqueue_deferred_submission_payload() override { return queue_; }
-  [[nodiscard]] Callable search_context_thresholds() override { return {}; }
-  [[nodiscard]] Value current_attempt_evidence() override { return {}; }
-  [[nodiscard]] Callable derive_rejection_reason_detail() override { return {}; }
 
  private:
   std::shared_ptr<StopEvent> stop_event_;

@@ -17,7 +17,7 @@ namespace {
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 void add_breeding_options(Options& options, embedded::SearchOptions& search) {
-  embedded::EmbeddedSettings defaults;
+  genetic::SearchSettings defaults;
   options.setting(
       "--elite-fraction", "X",
       fmt::format("The share of the candidates that are parents, above 0 and at most 1. "
@@ -66,7 +66,7 @@ void add_search_options(Options& options, embedded::SearchOptions& search) {
   options.group("Search");
   options.whole("--batch-size", "N", from(1, 1'000'000),
                 fmt::format("Candidates a generation. Default: {}.",
-                            genetic::str(embedded::EmbeddedSettings().default_batch_size())),
+                            genetic::str(genetic::SearchSettings().default_batch_size())),
                 search.batch_size);
   options.whole("--seed", "N", from(0),
                 "Repeats a run: the same seed, prices and settings give the same candidates. "

@@ -50,8 +50,7 @@ class CandidateResult : public ::testing::Test {
   }
   [[nodiscard]] Mapping exception_result(const Value& error = error_object(ValueError("boom")),
                                          const Value& graph = Mapping{{"node", "a"}}) {
-    return candidate_exception_result(host_.context, host_.engine, host_.evaluation_verdicts, graph,
-                                      error);
+    return candidate_exception_result(host_.bundle(), host_.context, graph, error);
   }
   [[nodiscard]] Mapping process_result(const Value& error) {
     return candidate_process_evaluation_error_result(
@@ -230,8 +229,8 @@ TEST_F(CandidateResult, OfAnExceptionPassesWhatTheHostsOperationsThrow) {
   host.context.on_last_evaluation_record =
       always(Mapping{{"stats", scripted_object({{"correlation", kInfinity}})}});
   EXPECT_EQ(error_of([&] {
-              return candidate_exception_result(host.context, host.engine, host.evaluation_verdicts,
-                                                Mapping{}, error_object(ValueError("x")));
+              return candidate_exception_result(host.bundle(), host.context, Mapping{},
+                                                error_object(ValueError("x")));
             }),
             kBadCorrelation);
 }

@@ -27,9 +27,8 @@ class FailureExpansion : public testing::Test {
     host.engine.on_threshold_gate_failure_reason = [](const Value& failure) {
       return *attribute(failure, "reason");
     };
-    host.engine.on_recorded_failure_detail = [](std::span<const Value> positional,
-                                                const Mapping&) -> Value {
-      return Mapping{{"value", positional[2]}, {"threshold", positional[3]}};
+    host.engine.on_recorded_failure_detail = [](const FailureEvidence& evidence) -> Value {
+      return Mapping{{"value", evidence.value}, {"threshold", evidence.threshold}};
     };
   }
 

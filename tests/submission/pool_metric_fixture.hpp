@@ -56,8 +56,7 @@ class PoolMetricRefresh : public testing::Test {
     host.engine.on_submission_correlation_from_backtest_or_compute = always(correlation);
   }
   void refresh() {
-    refresh_candidate_submission_pool_metrics(host.engine, host.evaluation_verdicts, host.context,
-                                              candidate, payload);
+    refresh_candidate_submission_pool_metrics(host.bundle(), host.context, candidate, payload);
   }
   std::string error_of_refresh() {
     return error_of([&] { return refresh(), 0; });

@@ -74,7 +74,8 @@ TEST_F(MiFailureDetail, IsWhatTheHostRecordsForTheGate) {
   const Value detail = Mapping{{"value", 1}};
   host.engine.on_find_recorded_failure_detail =
       always(operation("recorded_failure_detail", always(detail)));
-  EXPECT_TRUE(same_object(submission_mi_failure_detail(host.engine, host.context, 0.1), detail));
+  EXPECT_TRUE(same_object(submission_mi_failure_detail(host.engine, host.engine, host.context, 0.1),
+                          detail));
   EXPECT_THAT(
       host.log.lines(),
       ElementsAre("engine.find_submission_mi_threshold_and_pool",
@@ -92,7 +93,8 @@ TEST_F(MiFailureDetail, HandsAbsentOnesOn) {
   mi_threshold(always(Value(List{Value(), 1})));
   host.engine.on_find_recorded_failure_detail =
       always(operation("recorded_failure_detail", always(Value())));
-  EXPECT_TRUE(submission_mi_failure_detail(host.engine, host.context, Value()).is_absent());
+  EXPECT_TRUE(
+      submission_mi_failure_detail(host.engine, host.engine, host.context, Value()).is_absent());
   EXPECT_THAT(host.log.lines(), Contains("mi_threshold(None, None, {})"));
   EXPECT_TRUE(host.log.lines().back().starts_with(
       "recorded_failure_detail('pnl_mi_below_threshold', 'is_pnl_mi', None, None, "));
@@ -101,7 +103,8 @@ TEST_F(MiFailureDetail, HandsAbsentOnesOn) {
 TEST_F(MiFailureDetail, FailsWithoutTheHostsOperations) {
   const auto failure = [this] {
     host.log.clear();
-    return error_of([this] { return submission_mi_failure_detail(host.engine, host.context, 1); });
+    return error_of(
+        [this] { return submission_mi_failure_detail(host.engine, host.engine, host.context, 1); });
   };
   EXPECT_EQ(failure(), "RuntimeError: genetic search requires canonical PnL-MI thresholds");
   EXPECT_THAT(host.log.lines(), ElementsAre("engine.find_submission_mi_threshold_and_pool"));
@@ -114,7 +117,8 @@ TEST_F(MiFailureDetail, FailsWithoutTheHostsOperations) {
 
 TEST_F(MiFailureDetail, LetsEveryFailurePass) {
   const auto failure = [this] {
-    return error_of([this] { return submission_mi_failure_detail(host.engine, host.context, 1); });
+    return error_of(
+        [this] { return submission_mi_failure_detail(host.engine, host.engine, host.context, 1); });
   };
   host.engine.on_find_recorded_failure_detail =
       always(operation("recorded_failure_detail", throwing([] { throw KeyError("no detail"); })));
@@ -278,7 +282,7 @@ TEST_F(MiTracking, AsksForTheThresholdAndThenForTheVerdict) {
   mi_threshold(always(Value(Tuple{0.2, "pool ids", "more"})));
   gate_verdict("verdict");
   Mapping candidate;
-  set_candidate_mi_tracking(host.engine, host.context, candidate, 0.5);
+  set_candidate_mi_tracking(host.engine, host.engine, host.context, candidate, 0.5);
   EXPECT_EQ(repr(candidate),
             "{'tracking_metric_kwargs': {'pnl_mi': 0.5, 'mi_verdict': 'verdict'}}");
   EXPECT_THAT(
@@ -295,7 +299,7 @@ TEST_F(MiTracking, AsksForTheThresholdAndThenForTheVerdict) {
 TEST_F(MiTracking, WithoutVerdictsOfTheHostIsAPlainOne) {
   const Mapping tracking{{"mi_verdict", "old"}, {"failure_reason", "pnl_mi"}};
   Mapping candidate{{"tracking_metric_kwargs", tracking}, {"passes", false}};
-  set_candidate_mi_tracking(host.engine, host.context, candidate, Value());
+  set_candidate_mi_tracking(host.engine, host.engine, host.context, candidate, Value());
   // A block of an earlier time is not undone.
   EXPECT_EQ(repr(candidate),
             "{'tracking_metric_kwargs': {'mi_verdict': {'passed': True, 'reason': None, 'value': "
@@ -309,7 +313,7 @@ TEST_F(MiTracking, AsksOnlyWithAConfigurationAndAPoolName) {
     attributes(context);
     host.log.clear();
     Mapping candidate;
-    set_candidate_mi_tracking(host.engine, host.context, candidate, 1);
+    set_candidate_mi_tracking(host.engine, host.engine, host.context, candidate, 1);
     const Value threshold =
         item(item(candidate.at("tracking_metric_kwargs"), "mi_verdict"), "threshold");
     EXPECT_EQ(host.log.count("mi_threshold"), threshold.is_absent() ? 0U : 1U);
@@ -337,7 +341,7 @@ TEST_F(MiTracking, AnOrdinaryFailureOfTheThresholdLeavesItAbsent) {
   attributes({{"_era_config", "era"}, {"_signal_pool_name", "pool"}});
   const auto threshold = [this] {
     Mapping candidate;
-    set_candidate_mi_tracking(host.engine, host.context, candidate, 1);
+    set_candidate_mi_tracking(host.engine, host.engine, host.context, candidate, 1);
     return repr(item(item(candidate.at("tracking_metric_kwargs"), "mi_verdict"), "threshold"));
   };
   mi_threshold(throwing([] { throw RuntimeError("no pool"); }));
@@ -366,7 +370,7 @@ TEST_F(MiTracking, OtherFailuresPassAfterTheScoreIsWritten) {
   const auto failure = [&] {
     Mapping candidate;
     const std::string error = error_of([&] {
-      set_candidate_mi_tracking(host.engine, host.context, candidate, 1);
+      set_candidate_mi_tracking(host.engine, host.engine, host.context, candidate, 1);
       return 0;
     });
     EXPECT_EQ(repr(candidate), "{'tracking_metric_kwargs': {'pnl_mi': 1}}");
@@ -390,7 +394,7 @@ TEST_F(CorrelationTracking, AsksWhateverConfigurationAndPoolNameAre) {
   correlation_threshold(always(Value(List{0.7, "pool ids"})));
   gate_verdict("verdict");
   Mapping candidate;
-  set_candidate_correlation_tracking(host.engine, host.context, candidate, 0.25);
+  set_candidate_correlation_tracking(host.engine, host.engine, host.context, candidate, 0.25);
   EXPECT_EQ(repr(candidate),
             "{'tracking_metric_kwargs': {'correlation': 0.25, 'correlation_verdict': 'verdict'}}");
   // With two arguments, and without the context's thresholds.
@@ -402,13 +406,13 @@ TEST_F(CorrelationTracking, AsksWhateverConfigurationAndPoolNameAre) {
                   "engine.find_gate_verdict", "gate_verdict(True, value=0.25, threshold=0.7)"));
   host.log.clear();
   attributes({{"_era_config", "era"}, {"_signal_pool_name", ""}});
-  set_candidate_correlation_tracking(host.engine, host.context, candidate, 0.25);
+  set_candidate_correlation_tracking(host.engine, host.engine, host.context, candidate, 0.25);
   EXPECT_THAT(host.log.lines(), Contains("correlation_threshold('era', '')"));
 }
 
 TEST_F(CorrelationTracking, WithoutOperationsOfTheHostIsAPlainVerdict) {
   Mapping candidate{{"tracking_metric_kwargs", Mapping{{"correlation", 1}}}};
-  set_candidate_correlation_tracking(host.engine, host.context, candidate, 0);
+  set_candidate_correlation_tracking(host.engine, host.engine, host.context, candidate, 0);
   EXPECT_EQ(repr(candidate),
             "{'tracking_metric_kwargs': {'correlation': 0, 'correlation_verdict': {'passed': True, "
             "'reason': None, 'value': 0, 'threshold': None}}}");
@@ -419,7 +423,7 @@ TEST_F(CorrelationTracking, LetsEveryFailurePass) {
   const auto failure = [&] {
     candidate = Mapping();
     return error_of([&] {
-      set_candidate_correlation_tracking(host.engine, host.context, candidate, 1);
+      set_candidate_correlation_tracking(host.engine, host.engine, host.context, candidate, 1);
       return 0;
     });
   };

@@ -211,8 +211,7 @@ TEST(SubmissionSequence, RecorderAndQueueAreAskedOnlyWhatTheyMay) {
           default:
             if (auto payload = as_mapping(one.get("submission_payload"));
                 payload && !truth(one.get("_parent_recorded"))) {
-              refresh_candidate_submission_pool_metrics(host.engine(), host.evaluation_verdicts(),
-                                                        context, one, *payload);
+              refresh_candidate_submission_pool_metrics(host, context, one, *payload);
             }
         }
         return 0;

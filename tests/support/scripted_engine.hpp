@@ -1,6 +1,11 @@
-// The hand-made engine and its log. See scripted_host.hpp for how they are scripted.
+// The hand-made host's helpers and its log. See scripted_host.hpp for how they are scripted.
+//
+// One object is several of the host's classes, as one module of a real host may be: gates, the
+// pool's thresholds and metrics, limits, payloads, readiness. It writes every operation into the
+// log with its arguments as a host's language would pass them, positional ones and keywords.
 #pragma once
 
+#include <array>
 #include <exception>
 #include <functional>
 #include <initializer_list>
@@ -10,7 +15,14 @@
 #include <string_view>
 #include <vector>
 
-#include "search_templates/genetic/host/engine.hpp"
+#include "search_templates/genetic/host/gates.hpp"
+#include "search_templates/genetic/host/graph_depth.hpp"
+#include "search_templates/genetic/host/logger.hpp"
+#include "search_templates/genetic/host/pool_metrics.hpp"
+#include "search_templates/genetic/host/pool_thresholds.hpp"
+#include "search_templates/genetic/host/random_graph_limits.hpp"
+#include "search_templates/genetic/host/runtime_readiness.hpp"
+#include "search_templates/genetic/host/submission_payloads.hpp"
 #include "search_templates/genetic/value/error_object.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "tests/support/scripted_answers.hpp"
@@ -55,7 +67,7 @@ class ScriptedInfrastructureError : public RuntimeError {
   using RuntimeError::RuntimeError;
 };
 
-// An answer to Engine::as_pool_data_not_ready: errors of this class say so.
+// An answer to PoolMetrics::as_pool_data_not_ready: errors of this class say so.
 template <typename NotReady>
 [[nodiscard]] std::optional<Value> error_object_of(const std::exception_ptr& error) {
   try {
@@ -67,9 +79,15 @@ template <typename NotReady>
   }
 }
 
-class ScriptedEngine : public Engine {
+class ScriptedEngine : public GraphDepth,
+                       public RandomGraphLimits,
+                       public Gates,
+                       public PoolThresholds,
+                       public PoolMetrics,
+                       public SubmissionPayloads,
+                       public RuntimeReadiness {
  public:
-  explicit ScriptedEngine(CallLog& log) : log_(log), logger_(log) {}
+  explicit ScriptedEngine(CallLog& log) : log_(log) {}
 
   std::function<Value(const Value&)> on_graph_depth_for_attempt_marker = always(1);
   std::function<bool(const Value&)> on_is_sdk_runtime_not_ready_error = always(false);
@@ -84,7 +102,7 @@ class ScriptedEngine : public Engine {
   std::function<Value(const Value&, const Value&)> on_evaluate_threshold_gates = always(Value());
   std::function<Value(const Value&)> on_threshold_gate_failure_reason = always("sharpe_min");
   std::function<Value(const Value&)> on_threshold_gate_failure_metric = always("sharpe");
-  std::function<Value(std::span<const Value>, const Mapping&)> on_recorded_failure_detail =
+  std::function<Value(const FailureEvidence&)> on_recorded_failure_detail =
       always("recorded detail");
   // A host that has none of the operations that may be missing.
   std::function<Callable()> on_find_recorded_failure_detail = always(Callable());
@@ -116,7 +134,6 @@ class ScriptedEngine : public Engine {
   std::function<Value()> on_random_weighted_runtime_registry = always("registry");
   std::function<Value(const Mapping&)> on_signal_generation_safe_rotations = always(Value(List{}));
 
-  [[nodiscard]] Logger& logger() override { return logger_; }
   [[nodiscard]] Value graph_depth_for_attempt_marker(const Value& graph) override {
     log_.add("engine.graph_depth_for_attempt_marker", {graph});
     return on_graph_depth_for_attempt_marker(graph);
@@ -147,13 +164,15 @@ class ScriptedEngine : public Engine {
     log_.add("engine.random_weighted_runtime_registry()");
     return on_random_weighted_runtime_registry();
   }
-  [[nodiscard]] Value signal_generation_safe_rotations(const Value& functions,
-                                                       const Value& window_limit,
-                                                       const Value& node_limit,
-                                                       const Value& registry,
-                                                       const Mapping& keywords) override {
+  [[nodiscard]] Value signal_generation_safe_rotations(
+      const SafeRotationsRequest& request) override {
+    const Mapping keywords{{"log_context", request.log_context},
+                           {"template_name", request.template_name},
+                           {"stage", request.stage},
+                           {"generator", request.generator}};
     log_.add("engine.signal_generation_safe_rotations",
-             {functions, window_limit, node_limit, registry}, keywords);
+             {request.functions, request.window_limit, request.node_limit, request.registry},
+             keywords);
     return on_signal_generation_safe_rotations(keywords);
   }
   [[nodiscard]] Value infrastructure_failure_threshold() override {
@@ -183,30 +202,52 @@ class ScriptedEngine : public Engine {
     log_.add("engine.threshold_gate_failure_metric", {gate_failure});
     return on_threshold_gate_failure_metric(gate_failure);
   }
-  [[nodiscard]] Value recorded_failure_detail(std::span<const Value> positional,
-                                              const Mapping& keywords) override {
-    log_.add("engine.recorded_failure_detail", positional, keywords);
-    return on_recorded_failure_detail(positional, keywords);
+  [[nodiscard]] Value recorded_failure_detail(const FailureEvidence& evidence) override {
+    log_.add("engine.recorded_failure_detail", positional(evidence), keywords(evidence));
+    return on_recorded_failure_detail(evidence);
   }
-  [[nodiscard]] Callable find_recorded_failure_detail() override {
+  [[nodiscard]] DetailOperation find_recorded_failure_detail() override {
     log_.add("engine.find_recorded_failure_detail");
-    return on_find_recorded_failure_detail();
+    const Callable operation = on_find_recorded_failure_detail();
+    if (!operation) return {};
+    return [operation](const FailureEvidence& evidence) {
+      return operation.body()->call(positional(evidence), keywords(evidence));
+    };
   }
-  [[nodiscard]] Callable find_failed_gate_verdict() override {
+  [[nodiscard]] VerdictOperation find_failed_gate_verdict() override {
     log_.add("engine.find_failed_gate_verdict");
-    return on_find_failed_gate_verdict();
+    const Callable operation = on_find_failed_gate_verdict();
+    if (!operation) return {};
+    return [operation](const GateOutcome& outcome) {
+      return operation({outcome.reason}, keywords(outcome));
+    };
   }
-  [[nodiscard]] Callable find_gate_verdict() override {
+  [[nodiscard]] VerdictOperation find_gate_verdict() override {
     log_.add("engine.find_gate_verdict");
-    return on_find_gate_verdict();
+    const Callable operation = on_find_gate_verdict();
+    if (!operation) return {};
+    return [operation](const GateOutcome& outcome) {
+      return outcome.passed ? operation({true}, keywords(outcome))
+                            : operation({false, outcome.reason}, keywords(outcome));
+    };
   }
-  [[nodiscard]] Callable find_submission_mi_threshold_and_pool() override {
+  [[nodiscard]] MiThresholdOperation find_submission_mi_threshold_and_pool() override {
     log_.add("engine.find_submission_mi_threshold_and_pool");
-    return on_find_submission_mi_threshold_and_pool();
+    const Callable operation = on_find_submission_mi_threshold_and_pool();
+    if (!operation) return {};
+    return [operation](const Value& era_config, const Value& signal_pool_name,
+                       const Value& thresholds) {
+      return operation({era_config, signal_pool_name, thresholds});
+    };
   }
-  [[nodiscard]] Callable find_submission_correlation_threshold_and_pool() override {
+  [[nodiscard]] CorrelationThresholdOperation find_submission_correlation_threshold_and_pool()
+      override {
     log_.add("engine.find_submission_correlation_threshold_and_pool");
-    return on_find_submission_correlation_threshold_and_pool();
+    const Callable operation = on_find_submission_correlation_threshold_and_pool();
+    if (!operation) return {};
+    return [operation](const Value& era_config, const Value& signal_pool_name) {
+      return operation({era_config, signal_pool_name});
+    };
   }
   [[nodiscard]] Value submission_correlation_threshold_and_pool(
       const Value& era_config, const Value& signal_pool_name) override {
@@ -236,19 +277,26 @@ class ScriptedEngine : public Engine {
     log_.add("engine.evaluation_metaparameters_for_pool", {signal_pool_name, metaparameters});
     return on_evaluation_metaparameters_for_pool();
   }
-  [[nodiscard]] Value call_backtester_with_transform_context(std::span<const Value> positional,
-                                                             const Mapping& extra_kwargs) override {
-    log_.add("engine.call_backtester_with_transform_context", positional, extra_kwargs);
+  [[nodiscard]] Value call_backtester_with_transform_context(
+      const BacktestRequest& request) override {
+    log_.add("engine.call_backtester_with_transform_context",
+             {request.backtester, request.operation, request.graph, request.metaparameters,
+              request.named_universe},
+             request.extra_kwargs);
     return on_call_backtester_with_transform_context();
   }
-  [[nodiscard]] Value submission_pnl_mi_from_backtest_or_compute(
-      std::span<const Value> positional) override {
-    log_.add("engine.submission_pnl_mi_from_backtest_or_compute", positional, Mapping());
+  [[nodiscard]] Value submission_pnl_mi_from_backtest_or_compute(const PoolMetricRequest& request,
+                                                                 const Value& thresholds) override {
+    log_.add("engine.submission_pnl_mi_from_backtest_or_compute",
+             {request.backtester, request.gate_stats, request.era_config, request.signal_pool_name,
+              thresholds});
     return on_submission_pnl_mi_from_backtest_or_compute();
   }
   [[nodiscard]] Value submission_correlation_from_backtest_or_compute(
-      std::span<const Value> positional) override {
-    log_.add("engine.submission_correlation_from_backtest_or_compute", positional, Mapping());
+      const PoolMetricRequest& request) override {
+    log_.add(
+        "engine.submission_correlation_from_backtest_or_compute",
+        {request.backtester, request.gate_stats, request.era_config, request.signal_pool_name});
     return on_submission_correlation_from_backtest_or_compute();
   }
   [[nodiscard]] std::optional<Value> as_pool_data_not_ready(
@@ -256,9 +304,13 @@ class ScriptedEngine : public Engine {
     log_.add("engine.as_pool_data_not_ready");
     return on_as_pool_data_not_ready(error);
   }
-  [[nodiscard]] Callable find_submitted_stats_payload_from_backtest() override {
+  [[nodiscard]] StatsPayloadOperation find_submitted_stats_payload_from_backtest() override {
     log_.add("engine.find_submitted_stats_payload_from_backtest");
-    return on_find_submitted_stats_payload_from_backtest();
+    const Callable operation = on_find_submitted_stats_payload_from_backtest();
+    if (!operation) return {};
+    return [operation](const Value& stats, const Value& era_config) {
+      return operation({stats, era_config});
+    };
   }
   void annotate_submission_client_manifest(Mapping& payload, const Value& sync_manager) override {
     log_.add("engine.annotate_submission_client_manifest", {payload, sync_manager});
@@ -270,8 +322,23 @@ class ScriptedEngine : public Engine {
   }
 
  private:
+  [[nodiscard]] static std::array<Value, 4> positional(const FailureEvidence& evidence) {
+    return {evidence.reason, evidence.metric, evidence.value, evidence.threshold};
+  }
+  [[nodiscard]] static Mapping keywords(const FailureEvidence& evidence) {
+    return {{"gate", evidence.gate},
+            {"operator", evidence.comparison},
+            {"category", evidence.category}};
+  }
+  [[nodiscard]] static Mapping keywords(const GateOutcome& outcome) {
+    Mapping keywords;
+    if (!outcome.passed) keywords.set("detail", outcome.detail);
+    if (outcome.value) keywords.set("value", *outcome.value);
+    if (outcome.threshold) keywords.set("threshold", *outcome.threshold);
+    return keywords;
+  }
+
   CallLog& log_;
-  ScriptedLogger logger_;
 };
 
 }  // namespace varnholt::genetic::test

@@ -10,8 +10,7 @@
 //   host.eliteness.on_score_candidate = [](const Value& candidate, const Mapping&) { ... };
 //   EXPECT_THAT(host.log.names(), ElementsAre("context.max_depth", ...));
 //
-// The bundle's own accessors and `engine.logger()` are not written into the log: they only hand out
-// what is then asked.
+// The bundle's own accessors are not written into the log: they only hand out what is then asked.
 #pragma once
 
 #include <exception>
@@ -162,6 +161,7 @@ class ScriptedPause : public Pause {
 struct ScriptedHost {
   CallLog log;
   ScriptedEngine engine{log};
+  ScriptedLogger logger{log};
   ScriptedContext context{log};
   ScriptedProcessEvaluation process_evaluation{log};
   ScriptedEliteness eliteness{log};
@@ -187,7 +187,14 @@ struct ScriptedHost {
    public:
     explicit Bundle(ScriptedHost& host) : host_(host) {}
 
-    [[nodiscard]] Engine& engine() override { return host_.engine; }
+    [[nodiscard]] GraphDepth& graph_depth() override { return host_.engine; }
+    [[nodiscard]] Gates& gates() override { return host_.engine; }
+    [[nodiscard]] PoolThresholds& pool_thresholds() override { return host_.engine; }
+    [[nodiscard]] PoolMetrics& pool_metrics() override { return host_.engine; }
+    [[nodiscard]] SubmissionPayloads& submission_payloads() override { return host_.engine; }
+    [[nodiscard]] RandomGraphLimits& random_graph_limits() override { return host_.engine; }
+    [[nodiscard]] RuntimeReadiness& runtime_readiness() override { return host_.engine; }
+    [[nodiscard]] Logger& logger() override { return host_.logger; }
     [[nodiscard]] ProcessEvaluation& process_evaluation() override {
       return host_.process_evaluation;
     }

@@ -9,21 +9,12 @@
 #include <string>
 
 #include "hosts/embedded/gates/gates.hpp"
+#include "search_templates/genetic/host/gates.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::embedded {
 
-// The evidence of any failure, of a gate of the table or of one that is judged elsewhere. An entry
-// may be absent.
-struct FailureEvidence {
-  genetic::Value reason;
-  genetic::Value metric;
-  genetic::Value value;
-  genetic::Value threshold;
-  genetic::Value gate;
-  genetic::Value comparison;  // ">" or "<": what held of value and threshold.
-  genetic::Value category;
-};
+using genetic::FailureEvidence;
 
 [[nodiscard]] FailureEvidence failure_evidence(const GateFailure& failure);
 

@@ -6,9 +6,9 @@
 #include "hosts/embedded/gates/failure_detail.hpp"
 #include "hosts/embedded/gates/threshold_set.hpp"
 #include "hosts/embedded/host/backtester_object.hpp"
-#include "hosts/embedded/host/function_callable.hpp"
 #include "hosts/embedded/host/statistics_object.hpp"
 #include "hosts/embedded/vocabulary/graph_check.hpp"
+#include "search_templates/genetic/host/function_callable.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -65,10 +65,11 @@ void EmbeddedContext::enter_child() {
 
 Callable EmbeddedContext::record_search_run_metrics() {
   if (in_child_) return {};
-  return make_callable([this](std::span<const Value> /*positional*/, const Mapping& metrics) {
-    recorder_.record_metrics(metrics);
-    return Value();
-  });
+  return genetic::make_callable(
+      [this](std::span<const Value> /*positional*/, const Mapping& metrics) {
+        recorder_.record_metrics(metrics);
+        return Value();
+      });
 }
 
 std::optional<Value> EmbeddedContext::vocabulary() {
@@ -96,16 +97,18 @@ std::optional<Value> EmbeddedContext::attribute(std::string_view name) {
 }
 
 Callable EmbeddedContext::own_graph_validator() {
-  return make_callable([this](std::span<const Value> positional, const Mapping& /*keywords*/) {
-    static_cast<void>(check_graph(positional[0], evaluator_.vocabulary()));
-    return Value(true);
-  });
+  return genetic::make_callable(
+      [this](std::span<const Value> positional, const Mapping& /*keywords*/) {
+        static_cast<void>(check_graph(positional[0], evaluator_.vocabulary()));
+        return Value(true);
+      });
 }
 
 Callable EmbeddedContext::evaluate_for_template() {
-  return make_callable([this](std::span<const Value> positional, const Mapping& /*keywords*/) {
-    return evaluate(positional[0]);
-  });
+  return genetic::make_callable(
+      [this](std::span<const Value> positional, const Mapping& /*keywords*/) {
+        return evaluate(positional[0]);
+      });
 }
 
 // The statistics decide whether the signal passes; the reason is the first gate that it fails.
@@ -139,7 +142,7 @@ Value EmbeddedContext::evaluate(const Value& graph) {
 Callable EmbeddedContext::safe_record() {
   // A child records nothing: its result goes to the parent, which does.
   if (in_child_) return {};
-  return make_callable([this](std::span<const Value> positional, const Mapping& keywords) {
+  return genetic::make_callable([this](std::span<const Value> positional, const Mapping& keywords) {
     const bool passed = genetic::truth(positional[1]);
     Value id = recorder_.record(positional[0], passed, keywords);
     if (passed) submission_.keep_pnl(id, keywords.get(keys::kStats));
@@ -161,20 +164,22 @@ void EmbeddedContext::activate_existing_attempt(const Value& /*source_attempt_id
 
 Callable EmbeddedContext::enqueue_deferred_submission_payload() {
   if (in_child_) return {};
-  return make_callable([this](std::span<const Value> positional, const Mapping& /*keywords*/) {
-    return Value(submission_.enqueue(genetic::record_of(positional[0])));
-  });
+  return genetic::make_callable(
+      [this](std::span<const Value> positional, const Mapping& /*keywords*/) {
+        return Value(submission_.enqueue(genetic::record_of(positional[0])));
+      });
 }
 
 Callable EmbeddedContext::derive_rejection_reason_detail() {
-  return make_callable([this](std::span<const Value> positional, const Mapping& /*keywords*/) {
-    const std::optional<BacktestStatistics> statistics = statistics_of(positional[0]);
-    const std::optional<GateFailure> failure =
-        statistics ? first_failed_gate(*statistics, settings_.gates, settings_.limits)
-                   : std::nullopt;
-    if (!failure) return Value(Tuple{Value(), Value()});
-    return Value(Tuple{failure->reason, failure_detail_text(*failure)});
-  });
+  return genetic::make_callable(
+      [this](std::span<const Value> positional, const Mapping& /*keywords*/) {
+        const std::optional<BacktestStatistics> statistics = statistics_of(positional[0]);
+        const std::optional<GateFailure> failure =
+            statistics ? first_failed_gate(*statistics, settings_.gates, settings_.limits)
+                       : std::nullopt;
+        if (!failure) return Value(Tuple{Value(), Value()});
+        return Value(Tuple{failure->reason, failure_detail_text(*failure)});
+      });
 }
 
 }  // namespace varnholt::embedded

@@ -57,7 +57,6 @@ class EmbeddedContext : public genetic::SearchContext {
   [[nodiscard]] SearchStop& stop() { return *stop_; }
 
   [[nodiscard]] std::shared_ptr<genetic::StopEvent> stop_event() override { return stop_; }
-  [[nodiscard]] genetic::Callable fatal_callback() override { return {}; }
   [[nodiscard]] genetic::Callable record_search_run_metrics() override;
   [[nodiscard]] std::optional<genetic::Value> max_depth() override { return settings_.max_depth; }
   // {"functions": {"rotation": [{"name", "family", "data_children", "needs_window", "child_count"},
@@ -67,7 +66,6 @@ class EmbeddedContext : public genetic::SearchContext {
   [[nodiscard]] std::optional<genetic::Value> worker_memory_limit_bytes() override;
   [[nodiscard]] std::optional<genetic::Value> attribute(std::string_view name) override;
   [[nodiscard]] genetic::Callable own_graph_validator() override;
-  [[nodiscard]] genetic::Callable backtester_validate_graph() override { return {}; }
   [[nodiscard]] genetic::Callable evaluate_for_template() override;
   [[nodiscard]] std::optional<genetic::Value> last_evaluation_record() override {
     return last_evaluation_record_;
@@ -77,8 +75,6 @@ class EmbeddedContext : public genetic::SearchContext {
   void activate_existing_attempt(const genetic::Value& source_attempt_id,
                                  const genetic::Value& attempt_evidence) override;
   [[nodiscard]] genetic::Callable enqueue_deferred_submission_payload() override;
-  // The thresholds are the attribute "thresholds"; there are no others.
-  [[nodiscard]] genetic::Callable search_context_thresholds() override { return {}; }
   // Whether a backtest was completed, and its timing: of the graph evaluated last in a child, or of
   // the attempt that the parent has made the current one.
   [[nodiscard]] genetic::Value current_attempt_evidence() override { return attempt_evidence_; }

@@ -5,7 +5,6 @@
 #include "hosts/embedded/gates/failure_detail.hpp"
 #include "hosts/embedded/gates/threshold_set.hpp"
 #include "hosts/embedded/host/backtester_object.hpp"
-#include "hosts/embedded/host/function_callable.hpp"
 #include "hosts/embedded/host/gate_objects.hpp"
 #include "hosts/embedded/host/statistics_object.hpp"
 #include "hosts/embedded/vocabulary/graph_check.hpp"
@@ -17,7 +16,6 @@
 namespace varnholt::embedded {
 
 namespace keys = genetic::keys;
-using genetic::Callable;
 using genetic::Mapping;
 using genetic::Tuple;
 using genetic::Value;
@@ -52,18 +50,11 @@ Value attribute_or_absent(const Value& object, std::string_view name) {
   return genetic::attribute(object, name).value_or(Value());
 }
 
-// For (reason, metric, value, threshold) and the keywords gate, operator, category.
-Mapping detail_of(std::span<const Value> positional, const Mapping& keywords) {
-  return failure_detail(FailureEvidence{positional[0], positional[1], positional[2], positional[3],
-                                        keywords.get(keys::kGate), keywords.get(keys::kOperator),
-                                        keywords.get(keys::kCategory)});
-}
-
-Mapping verdict(const char* name, const Value& reason, const Mapping& keywords) {
-  return {{"verdict", name},
-          {keys::kReason, reason},
-          {keys::kValue, keywords.get(keys::kValue)},
-          {keys::kThreshold, keywords.get(keys::kThreshold)}};
+Value verdict(const genetic::GateOutcome& outcome) {
+  return Mapping{{"verdict", outcome.passed ? "passed" : "failed"},
+                 {keys::kReason, outcome.reason},
+                 {keys::kValue, outcome.value.value_or(Value())},
+                 {keys::kThreshold, outcome.threshold.value_or(Value())}};
 }
 
 }  // namespace
@@ -97,31 +88,16 @@ Value EmbeddedEngine::random_weighted_node_limit(genetic::SearchContext& /*conte
   return static_cast<std::int64_t>(graphs_.max_nodes);
 }
 
-Value EmbeddedEngine::random_weighted_runtime_registry(genetic::SearchContext& /*context*/) {
-  return {};
-}
-
-Value EmbeddedEngine::signal_generation_safe_rotations(const Value& functions,
-                                                       const Value& /*window_limit*/,
-                                                       const Value& node_limit,
-                                                       const Value& /*registry*/,
-                                                       const Mapping& /*keywords*/) {
+Value EmbeddedEngine::signal_generation_safe_rotations(
+    const genetic::SafeRotationsRequest& request) {
   genetic::List safe;
-  const auto walk = genetic::iterate(functions);
+  const auto walk = genetic::iterate(request.functions);
   while (const std::optional<Value> function = walk->next()) {
     // The rotation's own node and one for each of its children.
     const Value nodes = genetic::item(*function, "child_count").integer() + 1;
-    if (!genetic::less(node_limit, nodes)) safe.append(*function);
+    if (!genetic::less(request.node_limit, nodes)) safe.append(*function);
   }
   return safe;
-}
-
-bool EmbeddedEngine::is_sdk_runtime_not_ready_error(const Value& /*error*/) {
-  return false;
-}
-
-Value EmbeddedEngine::sdk_runtime_not_ready_rejection_detail() {
-  return "The evaluator was not ready.";
 }
 
 Value EmbeddedEngine::stats_gate_threshold_set(const Mapping& thresholds,
@@ -147,29 +123,16 @@ Value EmbeddedEngine::threshold_gate_failure_metric(const Value& gate_failure) {
   return attribute_or_absent(gate_failure, "metric");
 }
 
-Value EmbeddedEngine::recorded_failure_detail(std::span<const Value> positional,
-                                              const Mapping& keywords) {
-  return detail_of(positional, keywords);
+genetic::DetailOperation EmbeddedEngine::find_recorded_failure_detail() {
+  return [](const genetic::FailureEvidence& evidence) { return Value(failure_detail(evidence)); };
 }
 
-Callable EmbeddedEngine::find_recorded_failure_detail() {
-  return make_callable([](std::span<const Value> positional, const Mapping& keywords) {
-    return Value(detail_of(positional, keywords));
-  });
+genetic::VerdictOperation EmbeddedEngine::find_failed_gate_verdict() {
+  return verdict;
 }
 
-Callable EmbeddedEngine::find_failed_gate_verdict() {
-  return make_callable([](std::span<const Value> positional, const Mapping& keywords) {
-    return Value(verdict("failed", positional[0], keywords));
-  });
-}
-
-Callable EmbeddedEngine::find_gate_verdict() {
-  return make_callable([](std::span<const Value> positional, const Mapping& keywords) {
-    const bool passed = genetic::truth(positional[0]);
-    const Value reason = positional.size() > 1 ? positional[1] : Value();
-    return Value(verdict(passed ? "passed" : "failed", reason, keywords));
-  });
+genetic::VerdictOperation EmbeddedEngine::find_gate_verdict() {
+  return verdict;
 }
 
 SignalSubmission& EmbeddedEngine::submission() const {
@@ -179,21 +142,18 @@ SignalSubmission& EmbeddedEngine::submission() const {
   return *submission_;
 }
 
-Callable EmbeddedEngine::find_submission_mi_threshold_and_pool() {
-  return make_callable([this](std::span<const Value> positional, const Mapping& /*keywords*/) {
-    return Value(Tuple{submission().thresholds().min_pnl_mi, positional[1]});
-  });
+genetic::MiThresholdOperation EmbeddedEngine::find_submission_mi_threshold_and_pool() {
+  return [this](const Value& /*era_config*/, const Value& signal_pool_name,
+                const Value& /*thresholds*/) {
+    return Value(Tuple{submission().thresholds().min_pnl_mi, signal_pool_name});
+  };
 }
 
-Callable EmbeddedEngine::find_submission_correlation_threshold_and_pool() {
-  return make_callable([this](std::span<const Value> positional, const Mapping& /*keywords*/) {
-    return submission_correlation_threshold_and_pool(positional[0], positional[1]);
-  });
-}
-
-Value EmbeddedEngine::submission_correlation_threshold_and_pool(const Value& /*era_config*/,
-                                                                const Value& signal_pool_name) {
-  return Tuple{submission().thresholds().max_correlation, signal_pool_name};
+genetic::CorrelationThresholdOperation
+EmbeddedEngine::find_submission_correlation_threshold_and_pool() {
+  return [this](const Value& /*era_config*/, const Value& signal_pool_name) {
+    return Value(Tuple{submission().thresholds().max_correlation, signal_pool_name});
+  };
 }
 
 Value EmbeddedEngine::refresh_submission_manifest_membership(const Value& /*era_config*/,
@@ -213,26 +173,20 @@ void EmbeddedEngine::normalize_required_pool_pnl_matrix(const Value& gate_stats,
   static_cast<void>(required_pnl(gate_stats));
 }
 
-Value EmbeddedEngine::evaluation_metaparameters_for_pool(const Value& /*signal_pool_name*/,
-                                                         const Value& metaparameters) {
-  return metaparameters;
-}
-
-Value EmbeddedEngine::call_backtester_with_transform_context(std::span<const Value> positional,
-                                                             const Mapping& /*extra_kwargs*/) {
-  // The backtester, the name of its only operation, and the graph.
-  return backtest_with_pnl(positional[0], positional[2]);
+Value EmbeddedEngine::call_backtester_with_transform_context(
+    const genetic::BacktestRequest& request) {
+  return backtest_with_pnl(request.backtester, request.graph);
 }
 
 Value EmbeddedEngine::submission_pnl_mi_from_backtest_or_compute(
-    std::span<const Value> positional) {
-  const PoolMeasure& measure = submission().measure(positional[1]);
+    const genetic::PoolMetricRequest& request, const Value& /*thresholds*/) {
+  const PoolMeasure& measure = submission().measure(request.gate_stats);
   return Tuple{measure.score, passes_pnl_mi(measure, submission().thresholds())};
 }
 
 Value EmbeddedEngine::submission_correlation_from_backtest_or_compute(
-    std::span<const Value> positional) {
-  const PoolMeasure& measure = submission().measure(positional[1]);
+    const genetic::PoolMetricRequest& request) {
+  const PoolMeasure& measure = submission().measure(request.gate_stats);
   return Tuple{measure.correlation, passes_correlation(measure, submission().thresholds())};
 }
 
@@ -246,19 +200,15 @@ std::optional<Value> EmbeddedEngine::as_pool_data_not_ready(const std::exception
   }
 }
 
-Callable EmbeddedEngine::find_submitted_stats_payload_from_backtest() {
-  return make_callable([this](std::span<const Value> positional, const Mapping& /*keywords*/) {
-    return Value(Tuple{stats_gate_metrics(positional[0]), Value()});
-  });
+genetic::StatsPayloadOperation EmbeddedEngine::find_submitted_stats_payload_from_backtest() {
+  return [this](const Value& stats, const Value& /*era_config*/) {
+    return Value(Tuple{stats_gate_metrics(stats), Value()});
+  };
 }
 
 void EmbeddedEngine::annotate_submission_client_manifest(Mapping& payload,
                                                          const Value& /*sync_manager*/) {
   payload.set("client_manifest", genetic::shallow_copy(client_manifest_));
-}
-
-Value EmbeddedEngine::infrastructure_failure_threshold() {
-  return kInfrastructureFailureThreshold;
 }
 
 void EmbeddedEngine::raise_background_infrastructure_error(const std::string& detail) {

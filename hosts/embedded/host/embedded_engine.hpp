@@ -1,11 +1,9 @@
 // The helpers that the embedded host shares with the search: log, limits, gates, pool metrics.
 #pragma once
 
-#include <cstdint>
 #include <exception>
 #include <functional>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -14,7 +12,14 @@
 #include "hosts/embedded/host/search_events.hpp"
 #include "hosts/embedded/host/signal_submission.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
-#include "search_templates/genetic/host/engine.hpp"
+#include "search_templates/genetic/host/gates.hpp"
+#include "search_templates/genetic/host/graph_depth.hpp"
+#include "search_templates/genetic/host/logger.hpp"
+#include "search_templates/genetic/host/pool_metrics.hpp"
+#include "search_templates/genetic/host/pool_thresholds.hpp"
+#include "search_templates/genetic/host/random_graph_limits.hpp"
+#include "search_templates/genetic/host/runtime_readiness.hpp"
+#include "search_templates/genetic/host/submission_payloads.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -40,14 +45,17 @@ class EmbeddedLogger : public genetic::Logger {
   Sink sink_;
 };
 
-class EmbeddedEngine : public genetic::Engine {
+class EmbeddedEngine : public genetic::GraphDepth,
+                       public genetic::RandomGraphLimits,
+                       public genetic::Gates,
+                       public genetic::PoolThresholds,
+                       public genetic::PoolMetrics,
+                       public genetic::SubmissionPayloads,
+                       public genetic::RuntimeReadiness {
  public:
-  // A runtime that is not ready this often in a row is taken to be broken.
-  static constexpr std::int64_t kInfrastructureFailureThreshold = 25;
-
-  EmbeddedEngine(EmbeddedLogger::Sink sink, const RandomGraphOptions& graphs,
-                 const GateThresholds& gates, const HardLimits& limits)
-      : logger_(std::move(sink)), graphs_(graphs), gates_(gates), limits_(limits) {}
+  EmbeddedEngine(const RandomGraphOptions& graphs, const GateThresholds& gates,
+                 const HardLimits& limits)
+      : graphs_(graphs), gates_(gates), limits_(limits) {}
 
   // Where what passes is measured and submitted, and what its payloads say of this client. Both
   // must be set before a candidate is recorded, and the first must outlive the search.
@@ -56,7 +64,6 @@ class EmbeddedEngine : public genetic::Engine {
     client_manifest_ = client_manifest;
   }
 
-  [[nodiscard]] genetic::Logger& logger() override { return logger_; }
   // Nodes on the longest way down. genetic::ValueError for what is no graph of nodes.
   [[nodiscard]] genetic::Value graph_depth_for_attempt_marker(const genetic::Value& graph) override;
   // The vocabulary's functions are its rotations; there is no other kind of function.
@@ -65,17 +72,9 @@ class EmbeddedEngine : public genetic::Engine {
   [[nodiscard]] genetic::Value random_weighted_window_limit(
       genetic::SearchContext& context, const genetic::Value& max_depth) override;
   [[nodiscard]] genetic::Value random_weighted_node_limit(genetic::SearchContext& context) override;
-  // Absent: all functions are there at run time.
-  [[nodiscard]] genetic::Value random_weighted_runtime_registry(
-      genetic::SearchContext& context) override;
   // Every rotation that fits into the node limit is safe: none of the vocabulary's can fail.
   [[nodiscard]] genetic::Value signal_generation_safe_rotations(
-      const genetic::Value& functions, const genetic::Value& window_limit,
-      const genetic::Value& node_limit, const genetic::Value& registry,
-      const genetic::Mapping& keywords) override;
-  // The embedded evaluator is always ready.
-  [[nodiscard]] bool is_sdk_runtime_not_ready_error(const genetic::Value& error) override;
-  [[nodiscard]] genetic::Value sdk_runtime_not_ready_rejection_detail() override;
+      const genetic::SafeRotationsRequest& request) override;
   // The host's thresholds, in which an entry of `thresholds` replaces that of the gate it names.
   [[nodiscard]] genetic::Value stats_gate_threshold_set(const genetic::Mapping& thresholds,
                                                         const genetic::Value& era_config) override;
@@ -87,17 +86,14 @@ class EmbeddedEngine : public genetic::Engine {
       const genetic::Value& gate_failure) override;
   [[nodiscard]] genetic::Value threshold_gate_failure_metric(
       const genetic::Value& gate_failure) override;
-  [[nodiscard]] genetic::Value recorded_failure_detail(std::span<const genetic::Value> positional,
-                                                       const genetic::Mapping& keywords) override;
-  [[nodiscard]] genetic::Callable find_recorded_failure_detail() override;
+  [[nodiscard]] genetic::DetailOperation find_recorded_failure_detail() override;
   // {"verdict": "failed", "reason", "value", "threshold"} and {"verdict": "passed", ...}.
-  [[nodiscard]] genetic::Callable find_failed_gate_verdict() override;
-  [[nodiscard]] genetic::Callable find_gate_verdict() override;
+  [[nodiscard]] genetic::VerdictOperation find_failed_gate_verdict() override;
+  [[nodiscard]] genetic::VerdictOperation find_gate_verdict() override;
 
-  [[nodiscard]] genetic::Callable find_submission_mi_threshold_and_pool() override;
-  [[nodiscard]] genetic::Callable find_submission_correlation_threshold_and_pool() override;
-  [[nodiscard]] genetic::Value submission_correlation_threshold_and_pool(
-      const genetic::Value& era_config, const genetic::Value& signal_pool_name) override;
+  [[nodiscard]] genetic::MiThresholdOperation find_submission_mi_threshold_and_pool() override;
+  [[nodiscard]] genetic::CorrelationThresholdOperation
+  find_submission_correlation_threshold_and_pool() override;
   [[nodiscard]] genetic::Value refresh_submission_manifest_membership(
       const genetic::Value& era_config, const genetic::Value& signal_pool_name,
       const genetic::Value& sync_manager) override;
@@ -106,30 +102,27 @@ class EmbeddedEngine : public genetic::Engine {
   void normalize_required_pool_pnl_matrix(const genetic::Value& gate_stats,
                                           const genetic::Value& era_config,
                                           const genetic::Value& signal_pool_name) override;
-  [[nodiscard]] genetic::Value evaluation_metaparameters_for_pool(
-      const genetic::Value& signal_pool_name, const genetic::Value& metaparameters) override;
   [[nodiscard]] genetic::Value call_backtester_with_transform_context(
-      std::span<const genetic::Value> positional, const genetic::Mapping& extra_kwargs) override;
+      const genetic::BacktestRequest& request) override;
   [[nodiscard]] genetic::Value submission_pnl_mi_from_backtest_or_compute(
-      std::span<const genetic::Value> positional) override;
+      const genetic::PoolMetricRequest& request, const genetic::Value& thresholds) override;
   [[nodiscard]] genetic::Value submission_correlation_from_backtest_or_compute(
-      std::span<const genetic::Value> positional) override;
+      const genetic::PoolMetricRequest& request) override;
   [[nodiscard]] std::optional<genetic::Value> as_pool_data_not_ready(
       const std::exception_ptr& error) override;
 
   // All statistics of a statistics object, by name.
-  [[nodiscard]] genetic::Callable find_submitted_stats_payload_from_backtest() override;
+  [[nodiscard]] genetic::StatsPayloadOperation find_submitted_stats_payload_from_backtest()
+      override;
   // Writes "client_manifest".
   void annotate_submission_client_manifest(genetic::Mapping& payload,
                                            const genetic::Value& sync_manager) override;
 
-  [[nodiscard]] genetic::Value infrastructure_failure_threshold() override;
   [[noreturn]] void raise_background_infrastructure_error(const std::string& detail) override;
 
  private:
   [[nodiscard]] SignalSubmission& submission() const;
 
-  EmbeddedLogger logger_;
   RandomGraphOptions graphs_;
   GateThresholds gates_;
   HardLimits limits_;

@@ -37,7 +37,7 @@ class RandomGraphs : public genetic::ValueIterator {
 }  // namespace
 
 Value EmbeddedEliteness::score_candidate(const Value& candidate, const Mapping& keywords) {
-  EmbeddedSettings defaults;
+  genetic::SearchSettings defaults;
   const double diversity_weight = genetic::to_float(
       keywords.find(keys::kDiversityWeight).value_or(defaults.default_diversity_weight()));
   const double parsimony_weight = genetic::to_float(
@@ -49,17 +49,6 @@ Value EmbeddedEliteness::score_candidate(const Value& candidate, const Mapping& 
       correlation.is_absent() ? 0.0 : std::abs(genetic::to_float(correlation));
   return genetic::to_float(record.get(keys::kQualityScore)) - diversity_weight * redundancy -
          parsimony_weight * nodes;
-}
-
-Value EmbeddedSettings::default_operator_rates() {
-  return Mapping{{"crossover", 0.4},
-                 {"point_mutation", 0.3},
-                 {"subtree_mutation", 0.2},
-                 {"hoist_mutation", 0.1}};
-}
-
-Value EmbeddedVerdicts::not_evaluated_verdict() {
-  return Mapping{{"verdict", "not_evaluated"}};
 }
 
 std::unique_ptr<genetic::ValueIterator> EmbeddedRandomGraphs::random_weighted_graphs(
@@ -74,7 +63,8 @@ void EmbeddedPause::sleep(double seconds) {
 
 EmbeddedHost::EmbeddedHost(SystemCalls& system, const Vocabulary& vocabulary,
                            const HostSettings& settings)
-    : engine_(settings.log, settings.graphs, settings.gates, settings.limits),
+    : logger_(settings.log),
+      engine_(settings.graphs, settings.gates, settings.limits),
       operators_({settings.graphs.max_depth, settings.graphs.max_nodes}),
       observed_operators_(operators_, lineage_),
       random_graphs_(vocabulary, settings.graphs),
@@ -82,6 +72,6 @@ EmbeddedHost::EmbeddedHost(SystemCalls& system, const Vocabulary& vocabulary,
       planning_(vocabulary, settings.graphs, json_reader_, lineage_),
       secure_random_(settings.seed),
       queues_(system),
-      pool_(system, verdicts_, settings.timeout_seconds, settings.on_tick) {}
+      pool_(system, Host::evaluation_verdicts(), settings.timeout_seconds, settings.on_tick) {}
 
 }  // namespace varnholt::embedded

@@ -28,28 +28,12 @@ namespace varnholt::embedded {
 // score = quality_score - diversity_weight * |pool_correlation| - parsimony_weight * nodes
 //
 // with the record's quality score, the correlation to the pool of submitted signals (0 when it is
-// absent) and the number of the graph's nodes. A weight that is not given is the setting's default.
+// absent) and the number of the graph's nodes. A weight that is not given is that of the default
+// settings.
 class EmbeddedEliteness : public genetic::Eliteness {
  public:
   [[nodiscard]] genetic::Value score_candidate(const genetic::Value& candidate,
                                                const genetic::Mapping& keywords) override;
-};
-
-class EmbeddedSettings : public genetic::SearchSettings {
- public:
-  [[nodiscard]] genetic::Value default_batch_size() override { return 32; }
-  [[nodiscard]] genetic::Value default_restart_threshold() override { return 5; }
-  [[nodiscard]] genetic::Value default_elite_fraction() override { return 0.25; }
-  [[nodiscard]] genetic::Value default_diversity_weight() override { return 0.5; }
-  [[nodiscard]] genetic::Value default_parsimony_weight() override { return 0.005; }
-  [[nodiscard]] genetic::Value default_operator_rates() override;
-  // Absent: workers keep the priority of the search.
-  [[nodiscard]] genetic::Value default_process_priority() override { return {}; }
-};
-
-class EmbeddedVerdicts : public genetic::EvaluationVerdicts {
- public:
-  [[nodiscard]] genetic::Value not_evaluated_verdict() override;
 };
 
 class EmbeddedJsonReader : public genetic::JsonReader {
@@ -99,7 +83,14 @@ class EmbeddedHost : public genetic::Host {
   [[nodiscard]] EmbeddedEngine& embedded_engine() { return engine_; }
   [[nodiscard]] EmbeddedTimings& timings() { return timings_; }
 
-  [[nodiscard]] genetic::Engine& engine() override { return engine_; }
+  [[nodiscard]] genetic::Gates& gates() override { return engine_; }
+  [[nodiscard]] genetic::PoolThresholds& pool_thresholds() override { return engine_; }
+  [[nodiscard]] genetic::PoolMetrics& pool_metrics() override { return engine_; }
+  [[nodiscard]] genetic::SubmissionPayloads& submission_payloads() override { return engine_; }
+  [[nodiscard]] genetic::RandomGraphLimits& random_graph_limits() override { return engine_; }
+  [[nodiscard]] genetic::RuntimeReadiness& runtime_readiness() override { return engine_; }
+  [[nodiscard]] genetic::GraphDepth& graph_depth() override { return engine_; }
+  [[nodiscard]] genetic::Logger& logger() override { return logger_; }
   [[nodiscard]] genetic::ProcessEvaluation& process_evaluation() override { return pool_; }
   [[nodiscard]] genetic::Eliteness& eliteness() override { return eliteness_; }
   [[nodiscard]] genetic::GeneticOps& genetic_ops() override { return observed_operators_; }
@@ -107,8 +98,6 @@ class EmbeddedHost : public genetic::Host {
     return observed_random_graphs_;
   }
   [[nodiscard]] genetic::ReactionPlanning& reaction_planning() override { return planning_; }
-  [[nodiscard]] genetic::SearchSettings& search_settings() override { return search_settings_; }
-  [[nodiscard]] genetic::EvaluationVerdicts& evaluation_verdicts() override { return verdicts_; }
   [[nodiscard]] genetic::BacktestTimings& backtest_timings() override { return timings_; }
   [[nodiscard]] genetic::JsonReader& json_reader() override { return json_reader_; }
   [[nodiscard]] genetic::RandomGenerators& random_generators() override { return generators_; }
@@ -117,10 +106,9 @@ class EmbeddedHost : public genetic::Host {
   [[nodiscard]] genetic::ProcessContexts& process_contexts() override { return queues_; }
 
  private:
+  EmbeddedLogger logger_;
   EmbeddedEngine engine_;
   EmbeddedEliteness eliteness_;
-  EmbeddedSettings search_settings_;
-  EmbeddedVerdicts verdicts_;
   EmbeddedTimings timings_;
   EmbeddedJsonReader json_reader_;
   Lineage lineage_;

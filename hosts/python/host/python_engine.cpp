@@ -11,7 +11,6 @@
 #include "hosts/python/values/python_api.hpp"
 #include "hosts/python/values/python_error.hpp"
 #include "hosts/python/values/python_object.hpp"
-#include "search_templates/genetic/value/copy.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 
 namespace varnholt::python {
@@ -65,16 +64,17 @@ Value PythonEngine::random_weighted_runtime_registry(genetic::SearchContext& con
                                   {object_of(context)}));
 }
 
-Value PythonEngine::signal_generation_safe_rotations(const Value& functions,
-                                                     const Value& window_limit,
-                                                     const Value& node_limit, const Value& registry,
-                                                     const Mapping& keywords) {
+Value PythonEngine::signal_generation_safe_rotations(const genetic::SafeRotationsRequest& request) {
   // The module's own log context, which a host may have replaced.
-  Mapping given = genetic::shallow_copy(keywords);
-  given.set(genetic::keys::kLogContext, to_value(globals_.get("_GENETIC_REACTION_LOG_CONTEXT")));
-  const std::array<Value, 4> arguments = {functions, window_limit, node_limit, registry};
+  const Mapping keywords{
+      {genetic::keys::kLogContext, to_value(globals_.get("_GENETIC_REACTION_LOG_CONTEXT"))},
+      {genetic::keys::kTemplateName, request.template_name},
+      {genetic::keys::kStage, request.stage},
+      {genetic::keys::kGenerator, request.generator}};
+  const std::array<Value, 4> arguments = {request.functions, request.window_limit,
+                                          request.node_limit, request.registry};
   return PythonCallable(globals_.get("_engine", "_signal_generation_safe_rotations"))
-      .call(arguments, given);
+      .call(arguments, keywords);
 }
 
 bool PythonEngine::is_sdk_runtime_not_ready_error(const Value& error) {

@@ -13,10 +13,17 @@
 
 #include "hosts/python/host/module_globals.hpp"
 #include "search_templates/genetic/host/eliteness.hpp"
-#include "search_templates/genetic/host/engine.hpp"
 #include "search_templates/genetic/host/evaluation_verdicts.hpp"
+#include "search_templates/genetic/host/gates.hpp"
 #include "search_templates/genetic/host/genetic_ops.hpp"
+#include "search_templates/genetic/host/graph_depth.hpp"
+#include "search_templates/genetic/host/logger.hpp"
+#include "search_templates/genetic/host/pool_metrics.hpp"
+#include "search_templates/genetic/host/pool_thresholds.hpp"
+#include "search_templates/genetic/host/random_graph_limits.hpp"
 #include "search_templates/genetic/host/random_weighted.hpp"
+#include "search_templates/genetic/host/runtime_readiness.hpp"
+#include "search_templates/genetic/host/submission_payloads.hpp"
 
 namespace varnholt::python {
 
@@ -41,12 +48,17 @@ class PythonLogger : public genetic::Logger {
   const ModuleGlobals& globals_;
 };
 
-// `_engine`.
-class PythonEngine : public genetic::Engine {
+// `_engine`: one module of the host that answers for several subjects.
+class PythonEngine : public genetic::GraphDepth,
+                     public genetic::RandomGraphLimits,
+                     public genetic::Gates,
+                     public genetic::PoolThresholds,
+                     public genetic::PoolMetrics,
+                     public genetic::SubmissionPayloads,
+                     public genetic::RuntimeReadiness {
  public:
-  explicit PythonEngine(const ModuleGlobals& globals) : globals_(globals), logger_(globals) {}
+  explicit PythonEngine(const ModuleGlobals& globals) : globals_(globals) {}
 
-  [[nodiscard]] genetic::Logger& logger() override { return logger_; }
   [[nodiscard]] genetic::Value graph_depth_for_attempt_marker(const genetic::Value& graph) override;
   [[nodiscard]] genetic::Value function_entries_for_kind(const genetic::Value& vocabulary,
                                                          std::string_view kind) override;
@@ -56,9 +68,7 @@ class PythonEngine : public genetic::Engine {
   [[nodiscard]] genetic::Value random_weighted_runtime_registry(
       genetic::SearchContext& context) override;
   [[nodiscard]] genetic::Value signal_generation_safe_rotations(
-      const genetic::Value& functions, const genetic::Value& window_limit,
-      const genetic::Value& node_limit, const genetic::Value& registry,
-      const genetic::Mapping& keywords) override;
+      const genetic::SafeRotationsRequest& request) override;
 
   // Defined in python_engine_gates.cpp. `find_...` is getattr(_engine, name, None), empty for what
   // cannot be called; the others read the attribute and fail as Python does where it is missing.
@@ -72,13 +82,14 @@ class PythonEngine : public genetic::Engine {
       const genetic::Value& gate_failure) override;
   [[nodiscard]] genetic::Value threshold_gate_failure_metric(
       const genetic::Value& gate_failure) override;
-  [[nodiscard]] genetic::Value recorded_failure_detail(std::span<const genetic::Value> positional,
-                                                       const genetic::Mapping& keywords) override;
-  [[nodiscard]] genetic::Callable find_recorded_failure_detail() override;
-  [[nodiscard]] genetic::Callable find_failed_gate_verdict() override;
-  [[nodiscard]] genetic::Callable find_gate_verdict() override;
-  [[nodiscard]] genetic::Callable find_submission_mi_threshold_and_pool() override;
-  [[nodiscard]] genetic::Callable find_submission_correlation_threshold_and_pool() override;
+  [[nodiscard]] genetic::Value recorded_failure_detail(
+      const genetic::FailureEvidence& evidence) override;
+  [[nodiscard]] genetic::DetailOperation find_recorded_failure_detail() override;
+  [[nodiscard]] genetic::VerdictOperation find_failed_gate_verdict() override;
+  [[nodiscard]] genetic::VerdictOperation find_gate_verdict() override;
+  [[nodiscard]] genetic::MiThresholdOperation find_submission_mi_threshold_and_pool() override;
+  [[nodiscard]] genetic::CorrelationThresholdOperation
+  find_submission_correlation_threshold_and_pool() override;
   [[nodiscard]] genetic::Value submission_correlation_threshold_and_pool(
       const genetic::Value& era_config, const genetic::Value& signal_pool_name) override;
   [[nodiscard]] genetic::Value refresh_submission_manifest_membership(
@@ -92,15 +103,16 @@ class PythonEngine : public genetic::Engine {
   [[nodiscard]] genetic::Value evaluation_metaparameters_for_pool(
       const genetic::Value& signal_pool_name, const genetic::Value& metaparameters) override;
   [[nodiscard]] genetic::Value call_backtester_with_transform_context(
-      std::span<const genetic::Value> positional, const genetic::Mapping& extra_kwargs) override;
+      const genetic::BacktestRequest& request) override;
   [[nodiscard]] genetic::Value submission_pnl_mi_from_backtest_or_compute(
-      std::span<const genetic::Value> positional) override;
+      const genetic::PoolMetricRequest& request, const genetic::Value& thresholds) override;
   [[nodiscard]] genetic::Value submission_correlation_from_backtest_or_compute(
-      std::span<const genetic::Value> positional) override;
+      const genetic::PoolMetricRequest& request) override;
   // As `except (_engine.AgentPoolPnlSyncMissingError, _engine.PoolMetricNotYetComputableError)`.
   [[nodiscard]] std::optional<genetic::Value> as_pool_data_not_ready(
       const std::exception_ptr& error) override;
-  [[nodiscard]] genetic::Callable find_submitted_stats_payload_from_backtest() override;
+  [[nodiscard]] genetic::StatsPayloadOperation find_submitted_stats_payload_from_backtest()
+      override;
   void annotate_submission_client_manifest(genetic::Mapping& payload,
                                            const genetic::Value& sync_manager) override;
 
@@ -115,7 +127,6 @@ class PythonEngine : public genetic::Engine {
                           const genetic::Mapping& keywords = genetic::Mapping()) const;
 
   const ModuleGlobals& globals_;
-  PythonLogger logger_;
 };
 
 // `score_candidate`.

@@ -1,6 +1,7 @@
 // The gates, the pool metrics and the submission payload of `_engine`.
 #include <array>
 #include <exception>
+#include <utility>
 
 #include "hosts/python/errors/outgoing.hpp"
 #include "hosts/python/host/python_callable.hpp"
@@ -8,9 +9,11 @@
 #include "hosts/python/values/conversion.hpp"
 #include "hosts/python/values/python_api.hpp"
 #include "hosts/python/values/python_error.hpp"
+#include "search_templates/genetic/value/keys.hpp"
 
 namespace varnholt::python {
 
+namespace keys = genetic::keys;
 using genetic::Callable;
 using genetic::Mapping;
 using genetic::Value;
@@ -24,6 +27,23 @@ void require_exception_class(const nb::object& type) {
   PyErr_SetString(PyExc_TypeError,
                   "catching classes that do not inherit from BaseException is not allowed");
   throw_current_error();
+}
+
+// The arguments of `_recorded_failure_detail`.
+Value call_with_evidence(const Callable& operation, const genetic::FailureEvidence& evidence) {
+  return operation({evidence.reason, evidence.metric, evidence.value, evidence.threshold},
+                   {{keys::kGate, evidence.gate},
+                    {keys::kOperator, evidence.comparison},
+                    {keys::kCategory, evidence.category}});
+}
+
+// The keywords of both verdicts.
+Mapping verdict_keywords(const genetic::GateOutcome& outcome) {
+  Mapping keywords;
+  if (!outcome.passed) keywords.set(keys::kDetail, outcome.detail);
+  if (outcome.value) keywords.set(keys::kValue, *outcome.value);
+  if (outcome.threshold) keywords.set(keys::kThreshold, *outcome.threshold);
+  return keywords;
 }
 
 }  // namespace
@@ -59,25 +79,54 @@ Value PythonEngine::threshold_gate_failure_metric(const Value& gate_failure) {
   return call_own("threshold_gate_failure_metric", {&gate_failure, 1});
 }
 
-Value PythonEngine::recorded_failure_detail(std::span<const Value> positional,
-                                            const Mapping& keywords) {
-  return call_own("_recorded_failure_detail", positional, keywords);
+Value PythonEngine::recorded_failure_detail(const genetic::FailureEvidence& evidence) {
+  return call_with_evidence(any_callable(globals_.get("_engine", "_recorded_failure_detail")),
+                            evidence);
 }
 
-Callable PythonEngine::find_recorded_failure_detail() {
-  return find("_recorded_failure_detail");
+genetic::DetailOperation PythonEngine::find_recorded_failure_detail() {
+  Callable operation = find("_recorded_failure_detail");
+  if (!operation) return {};
+  return [operation = std::move(operation)](const genetic::FailureEvidence& evidence) {
+    return call_with_evidence(operation, evidence);
+  };
 }
-Callable PythonEngine::find_failed_gate_verdict() {
-  return find("_failed_gate_verdict");
+
+genetic::VerdictOperation PythonEngine::find_failed_gate_verdict() {
+  Callable operation = find("_failed_gate_verdict");
+  if (!operation) return {};
+  return [operation = std::move(operation)](const genetic::GateOutcome& outcome) {
+    return operation({outcome.reason}, verdict_keywords(outcome));
+  };
 }
-Callable PythonEngine::find_gate_verdict() {
-  return find("_gate_verdict");
+
+genetic::VerdictOperation PythonEngine::find_gate_verdict() {
+  Callable operation = find("_gate_verdict");
+  if (!operation) return {};
+  return [operation = std::move(operation)](const genetic::GateOutcome& outcome) {
+    const Mapping keywords = verdict_keywords(outcome);
+    return outcome.passed ? operation({true}, keywords)
+                          : operation({false, outcome.reason}, keywords);
+  };
 }
-Callable PythonEngine::find_submission_mi_threshold_and_pool() {
-  return find("_submission_mi_threshold_and_pool");
+
+genetic::MiThresholdOperation PythonEngine::find_submission_mi_threshold_and_pool() {
+  Callable operation = find("_submission_mi_threshold_and_pool");
+  if (!operation) return {};
+  return [operation = std::move(operation)](const Value& era_config, const Value& signal_pool_name,
+                                            const Value& thresholds) {
+    return operation({era_config, signal_pool_name, thresholds});
+  };
 }
-Callable PythonEngine::find_submission_correlation_threshold_and_pool() {
-  return find("_submission_correlation_threshold_and_pool");
+
+genetic::CorrelationThresholdOperation
+PythonEngine::find_submission_correlation_threshold_and_pool() {
+  Callable operation = find("_submission_correlation_threshold_and_pool");
+  if (!operation) return {};
+  return
+      [operation = std::move(operation)](const Value& era_config, const Value& signal_pool_name) {
+        return operation({era_config, signal_pool_name});
+      };
 }
 
 Value PythonEngine::submission_correlation_threshold_and_pool(const Value& era_config,
@@ -112,19 +161,26 @@ Value PythonEngine::evaluation_metaparameters_for_pool(const Value& signal_pool_
                   std::array<Value, 2>{signal_pool_name, metaparameters});
 }
 
-Value PythonEngine::call_backtester_with_transform_context(std::span<const Value> positional,
-                                                           const Mapping& extra_kwargs) {
-  return call_own("_call_backtester_with_transform_context", positional,
-                  {{"extra_kwargs", extra_kwargs}});
+Value PythonEngine::call_backtester_with_transform_context(
+    const genetic::BacktestRequest& request) {
+  return call_own("_call_backtester_with_transform_context",
+                  std::array<Value, 5>{request.backtester, request.operation, request.graph,
+                                       request.metaparameters, request.named_universe},
+                  {{"extra_kwargs", request.extra_kwargs}});
 }
 
-Value PythonEngine::submission_pnl_mi_from_backtest_or_compute(std::span<const Value> positional) {
-  return call_own("_submission_pnl_mi_from_backtest_or_compute", positional);
+Value PythonEngine::submission_pnl_mi_from_backtest_or_compute(
+    const genetic::PoolMetricRequest& request, const Value& thresholds) {
+  return call_own("_submission_pnl_mi_from_backtest_or_compute",
+                  std::array<Value, 5>{request.backtester, request.gate_stats, request.era_config,
+                                       request.signal_pool_name, thresholds});
 }
 
 Value PythonEngine::submission_correlation_from_backtest_or_compute(
-    std::span<const Value> positional) {
-  return call_own("_submission_correlation_from_backtest_or_compute", positional);
+    const genetic::PoolMetricRequest& request) {
+  return call_own("_submission_correlation_from_backtest_or_compute",
+                  std::array<Value, 4>{request.backtester, request.gate_stats, request.era_config,
+                                       request.signal_pool_name});
 }
 
 std::optional<Value> PythonEngine::as_pool_data_not_ready(const std::exception_ptr& error) {
@@ -141,8 +197,12 @@ std::optional<Value> PythonEngine::as_pool_data_not_ready(const std::exception_p
   return std::nullopt;
 }
 
-Callable PythonEngine::find_submitted_stats_payload_from_backtest() {
-  return find("_submitted_stats_payload_from_backtest");
+genetic::StatsPayloadOperation PythonEngine::find_submitted_stats_payload_from_backtest() {
+  Callable operation = find("_submitted_stats_payload_from_backtest");
+  if (!operation) return {};
+  return [operation = std::move(operation)](const Value& stats, const Value& era_config) {
+    return operation({stats, era_config});
+  };
 }
 
 void PythonEngine::annotate_submission_client_manifest(Mapping& payload,

@@ -29,6 +29,7 @@ class PythonHost : public genetic::Host {
  public:
   explicit PythonHost(nb::object globals)
       : globals_(std::move(globals)),
+        logger_(globals_),
         engine_(globals_),
         process_evaluation_(globals_),
         eliteness_(globals_),
@@ -44,7 +45,14 @@ class PythonHost : public genetic::Host {
   PythonHost& operator=(const PythonHost&) = delete;
   ~PythonHost() override = default;
 
-  [[nodiscard]] genetic::Engine& engine() override { return engine_; }
+  [[nodiscard]] genetic::Gates& gates() override { return engine_; }
+  [[nodiscard]] genetic::PoolThresholds& pool_thresholds() override { return engine_; }
+  [[nodiscard]] genetic::PoolMetrics& pool_metrics() override { return engine_; }
+  [[nodiscard]] genetic::SubmissionPayloads& submission_payloads() override { return engine_; }
+  [[nodiscard]] genetic::RandomGraphLimits& random_graph_limits() override { return engine_; }
+  [[nodiscard]] genetic::RuntimeReadiness& runtime_readiness() override { return engine_; }
+  [[nodiscard]] genetic::GraphDepth& graph_depth() override { return engine_; }
+  [[nodiscard]] genetic::Logger& logger() override { return logger_; }
   [[nodiscard]] genetic::ProcessEvaluation& process_evaluation() override {
     return process_evaluation_;
   }
@@ -78,6 +86,7 @@ class PythonHost : public genetic::Host {
 
  private:
   ModuleGlobals globals_;
+  PythonLogger logger_;
   PythonEngine engine_;
   PythonProcessEvaluation process_evaluation_;
   PythonEliteness eliteness_;

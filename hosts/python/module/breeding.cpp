@@ -109,8 +109,9 @@ nb::object compose_next_batch(PythonHost& host, const Any& prior, const Any& bat
       return to_value(call(elite_factory, {to_python(parents), object_of(generator)}));
     };
   }
-  return to_python(genetic::compose_next_batch(host.engine(), host.eliteness(), to_value(prior),
-                                               settings, generator_or_null(rng), fresh, elite));
+  return to_python(genetic::compose_next_batch(host.graph_depth(), host.eliteness(),
+                                               to_value(prior), settings, generator_or_null(rng),
+                                               fresh, elite));
 }
 
 nb::object elite_derived_graph(PythonHost& host, const Any& ctx, const Any& parents, const Any& rng,
@@ -152,11 +153,11 @@ void init_offspring(nb::module_& module) {
 void init_rotations(nb::module_& module) {
   module.def("safe_reaction_rotations", [](PythonHost& host, const Any& ctx) {
     PythonSearchContext context(ctx);
-    return to_python(genetic::safe_reaction_rotations(host.engine(), context));
+    return to_python(genetic::safe_reaction_rotations(host.random_graph_limits(), context));
   });
   module.def("safe_reaction_rotation_names", [](PythonHost& host, const Any& ctx) {
     PythonSearchContext context(ctx);
-    return python_set(genetic::safe_reaction_rotation_names(host.engine(), context));
+    return python_set(genetic::safe_reaction_rotation_names(host.random_graph_limits(), context));
   });
 }
 

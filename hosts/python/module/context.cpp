@@ -52,7 +52,7 @@ void init_context(nb::module_& module) {
   });
   module.def("context_thresholds", [](PythonHost& host, const Any& ctx) {
     PythonSearchContext context(ctx);
-    return to_python(genetic::context_thresholds(context, host.engine()));
+    return to_python(genetic::context_thresholds(context, host.gates()));
   });
 }
 

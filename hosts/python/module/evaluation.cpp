@@ -22,7 +22,7 @@ void init_numbers(nb::module_& module) {
 void init_failures(nb::module_& module) {
   module.def("evaluation_exception_failure", [](PythonHost& host, const Any& error) {
     const genetic::EvaluationFailure failure =
-        genetic::evaluation_exception_failure(host.engine(), to_value(error));
+        genetic::evaluation_exception_failure(host.runtime_readiness(), to_value(error));
     return to_python(genetic::Tuple{failure.reason, failure.detail});
   });
   module.def("derive_candidate_failure", [](const Any& ctx, const Any& record, const Any& stats) {
@@ -47,12 +47,12 @@ void init_evaluation(nb::module_& module) {
     PythonSearchContext context(ctx);
     return to_python(genetic::simulate_candidate(host, context, to_value(graph)));
   });
-  module.def("candidate_exception_result", [](PythonHost& host, const Any& ctx, const Any& graph,
-                                              const Any& error) {
-    PythonSearchContext context(ctx);
-    return to_python(genetic::candidate_exception_result(
-        context, host.engine(), host.evaluation_verdicts(), to_value(graph), to_value(error)));
-  });
+  module.def("candidate_exception_result",
+             [](PythonHost& host, const Any& ctx, const Any& graph, const Any& error) {
+               PythonSearchContext context(ctx);
+               return to_python(genetic::candidate_exception_result(host, context, to_value(graph),
+                                                                    to_value(error)));
+             });
   module.def("candidate_process_evaluation_error_result", [](PythonHost& host, const Any& graph,
                                                              const Any& error) {
     return to_python(genetic::candidate_process_evaluation_error_result(

@@ -34,19 +34,20 @@ void init_forms(nb::module_& module) {
 }
 
 void init_depth_filters(nb::module_& module) {
-  module.def(
-      "graph_within_max_depth", [](PythonHost& host, const Any& graph, const Any& max_depth) {
-        return genetic::graph_within_max_depth(host.engine(), to_value(graph), to_value(max_depth));
-      });
+  module.def("graph_within_max_depth",
+             [](PythonHost& host, const Any& graph, const Any& max_depth) {
+               return genetic::graph_within_max_depth(host.graph_depth(), to_value(graph),
+                                                      to_value(max_depth));
+             });
   module.def("candidate_item_within_max_depth",
              [](PythonHost& host, const Any& item, const Any& max_depth) {
-               return genetic::candidate_item_within_max_depth(host.engine(), to_value(item),
+               return genetic::candidate_item_within_max_depth(host.graph_depth(), to_value(item),
                                                                to_value(max_depth));
              });
   module.def("reaction_improvement_within_graph_max_depth",
              [](PythonHost& host, const Any& improvement, const Any& max_depth) {
                return genetic::reaction_improvement_within_graph_max_depth(
-                   host.engine(), to_value(improvement), to_value(max_depth));
+                   host.graph_depth(), to_value(improvement), to_value(max_depth));
              });
   module.def("context_max_depth", [](const Any& ctx) {
     PythonSearchContext context(ctx);
@@ -65,7 +66,7 @@ void init_validator_filters(nb::module_& module) {
   module.def("lineage_candidate_item", [](PythonHost& host, const Any& factory, const Any& lineage,
                                           const Any& max_depth, const Any& validator) {
     const auto make = [&factory] { return to_value(call(factory)); };
-    return to_python(genetic::lineage_candidate_item(host.engine(), make, to_value(lineage),
+    return to_python(genetic::lineage_candidate_item(host.graph_depth(), make, to_value(lineage),
                                                      to_value(max_depth),
                                                      callable_unless_none(validator)));
   });

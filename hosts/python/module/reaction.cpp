@@ -20,7 +20,7 @@ nb::object with_expanded_reaction_failures(PythonHost& host, const Any& ctx, con
   PythonSearchContext context(ctx);
   const Value given = to_value(result);
   const Value expanded = genetic::with_expanded_reaction_failures(
-      ctx.is_none() ? nullptr : &context, host.engine(), host.json_reader(), given);
+      ctx.is_none() ? nullptr : &context, host.gates(), host.json_reader(), given);
   return genetic::same_object(given, expanded) ? nb::object(result) : to_python(expanded);
 }
 
@@ -40,28 +40,27 @@ void init_failure_tests(nb::module_& module) {
 
 void init_failure_metrics(nb::module_& module) {
   module.def("stats_gate_metrics_for_result", [](PythonHost& host, const Any& result) {
-    return to_python(genetic::stats_gate_metrics_for_result(host.engine(), to_value(result)));
+    return to_python(genetic::stats_gate_metrics_for_result(host.gates(), to_value(result)));
   });
-  module.def("expanded_threshold_failures",
-             [](PythonHost& host, const Any& ctx, const Any& result) {
-               PythonSearchContext context(ctx);
-               return to_python(
-                   genetic::expanded_threshold_failures(context, host.engine(), to_value(result)));
-             });
+  module.def("expanded_threshold_failures", [](PythonHost& host, const Any& ctx,
+                                               const Any& result) {
+    PythonSearchContext context(ctx);
+    return to_python(genetic::expanded_threshold_failures(context, host.gates(), to_value(result)));
+  });
   module.def("with_expanded_reaction_failures", &with_expanded_reaction_failures);
   module.def("failure_metric_pair", [](PythonHost& host, const Any& failure) {
     return pair_object(genetic::failure_metric_pair(host.json_reader(), to_value(failure)));
   });
   module.def("sharpe_reaction_value", [](PythonHost& host, const Any& result) {
     return to_python(
-        genetic::sharpe_reaction_value(host.engine(), host.json_reader(), to_value(result)));
+        genetic::sharpe_reaction_value(host.gates(), host.json_reader(), to_value(result)));
   });
   module.def("sharpe_reaction_metric_pair", [](PythonHost& host, const Any& result) {
     return pair_object(
-        genetic::sharpe_reaction_metric_pair(host.engine(), host.json_reader(), to_value(result)));
+        genetic::sharpe_reaction_metric_pair(host.gates(), host.json_reader(), to_value(result)));
   });
   module.def("is_negative_sharpe_reaction_candidate", [](PythonHost& host, const Any& result) {
-    return genetic::is_negative_sharpe_reaction_candidate(host.engine(), host.json_reader(),
+    return genetic::is_negative_sharpe_reaction_candidate(host.gates(), host.json_reader(),
                                                           to_value(result));
   });
 }

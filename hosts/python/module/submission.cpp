@@ -26,26 +26,27 @@ void init_pool_metrics(nb::module_& module) {
   module.def("submission_mi_failure_detail",
              [](PythonHost& host, const Any& ctx, const Any& score) {
                PythonSearchContext context(ctx);
-               return to_python(
-                   genetic::submission_mi_failure_detail(host.engine(), context, to_value(score)));
+               return to_python(genetic::submission_mi_failure_detail(
+                   host.gates(), host.pool_thresholds(), context, to_value(score)));
              });
   module.def("block_candidate_submission", [](PythonHost& host, const Any& candidate,
                                               const Any& reason, const Any& detail) {
     Mapping result = record(candidate);
-    genetic::block_candidate_submission(host.engine(), result, to_value(reason), to_value(detail));
+    genetic::block_candidate_submission(host.gates(), result, to_value(reason), to_value(detail));
   });
   module.def("set_candidate_mi_tracking",
              [](PythonHost& host, const Any& ctx, const Any& candidate, const Any& score) {
                PythonSearchContext context(ctx);
                Mapping result = record(candidate);
-               genetic::set_candidate_mi_tracking(host.engine(), context, result, to_value(score));
+               genetic::set_candidate_mi_tracking(host.gates(), host.pool_thresholds(), context,
+                                                  result, to_value(score));
              });
   module.def("set_candidate_correlation_tracking",
              [](PythonHost& host, const Any& ctx, const Any& candidate, const Any& correlation) {
                PythonSearchContext context(ctx);
                Mapping result = record(candidate);
-               genetic::set_candidate_correlation_tracking(host.engine(), context, result,
-                                                           to_value(correlation));
+               genetic::set_candidate_correlation_tracking(host.gates(), host.pool_thresholds(),
+                                                           context, result, to_value(correlation));
              });
   module.def("mark_candidate_pool_metrics_pending",
              [](const Any& candidate, const Any& payload, const Any& detail) {
@@ -63,8 +64,8 @@ void init_pool_metrics(nb::module_& module) {
                PythonSearchContext context(ctx);
                Mapping result = record(candidate);
                Mapping submission = record(payload);
-               genetic::refresh_candidate_submission_pool_metrics(
-                   host.engine(), host.evaluation_verdicts(), context, result, submission);
+               genetic::refresh_candidate_submission_pool_metrics(host, context, result,
+                                                                  submission);
              });
 }
 
@@ -108,7 +109,8 @@ void init_timings(nb::module_& module) {
 void init_payload(nb::module_& module) {
   module.def("candidate_stats_payload", [](PythonHost& host, const Any& ctx, const Any& candidate) {
     PythonSearchContext context(ctx);
-    return to_python(genetic::candidate_stats_payload(host.engine(), context, record(candidate)));
+    return to_python(
+        genetic::candidate_stats_payload(host.submission_payloads(), context, record(candidate)));
   });
   module.def("candidate_eval_id", [](const Any& candidate) {
     return to_python(genetic::candidate_eval_id(record(candidate)));

@@ -30,7 +30,7 @@ Value gates_era_config(SearchContext& context) {
 
 }  // namespace
 
-Value context_thresholds(SearchContext& context, Engine& engine) {
+Value context_thresholds(SearchContext& context, Gates& gates) {
   Mapping thresholds;
   merge(thresholds, context_value(context, context_names::kThresholds));
   merge(thresholds, context_value(context, context_names::kOwnThresholds));
@@ -38,7 +38,7 @@ Value context_thresholds(SearchContext& context, Engine& engine) {
     merge(thresholds, searched_thresholds(operation));
   }
   const Value era_config = gates_era_config(context);
-  return engine.stats_gate_threshold_set(thresholds, era_config);
+  return gates.stats_gate_threshold_set(thresholds, era_config);
 }
 
 }  // namespace varnholt::genetic

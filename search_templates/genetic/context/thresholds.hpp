@@ -1,7 +1,7 @@
 // The thresholds that a context's candidates are gated by.
 #pragma once
 
-#include "search_templates/genetic/host/engine.hpp"
+#include "search_templates/genetic/host/gates.hpp"
 #include "search_templates/genetic/host/search_context.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -14,6 +14,6 @@ namespace varnholt::genetic {
 //
 // The era configuration is "era_config" unless that is absent, then "_era_config": the opposite of
 // `context_era_config`, on purpose.
-[[nodiscard]] Value context_thresholds(SearchContext& context, Engine& engine);
+[[nodiscard]] Value context_thresholds(SearchContext& context, Gates& gates);
 
 }  // namespace varnholt::genetic

@@ -84,15 +84,16 @@ void RunCounters::count_runtime_not_ready_results(const Value& results) {
       runtime_not_ready_streak_ = 0;
     }
   }
-  if (less(runtime_not_ready_streak_, host_.engine().infrastructure_failure_threshold())) return;
+  if (less(runtime_not_ready_streak_, host_.runtime_readiness().infrastructure_failure_threshold()))
+    return;
 
   const std::string detail = runtime_not_ready_detail(runtime_not_ready_streak_);
-  host_.engine().logger().error(kRuntimeNotReadyLog, {runtime_not_ready_streak_});
+  host_.logger().error(kRuntimeNotReadyLog, {runtime_not_ready_streak_});
   record_run_metrics(reasons::kSdkRuntimeNotReady);
   if (const Callable fatal_callback = context_.fatal_callback()) {
     fatal_callback({kFatalCode, kFatalSource, detail});
   }
-  host_.engine().raise_background_infrastructure_error(detail);
+  host_.runtime_readiness().raise_background_infrastructure_error(detail);
 }
 
 void RunCounters::record_run_metrics(const Value& terminal_reason) {

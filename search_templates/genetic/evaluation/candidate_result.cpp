@@ -57,7 +57,7 @@ DerivedFailure with_reason(const Value& reason, Mapping tracking) {
 }
 
 // The last evaluation's record, recording the failure first when there is none.
-Mapping evaluation_record(SearchContext& context, Engine& engine, const Value& graph,
+Mapping evaluation_record(SearchContext& context, Logger& logger, const Value& graph,
                           const EvaluationFailure& failure) {
   std::optional<Mapping> record = as_mapping(context.last_evaluation_record().value_or(Value()));
   if (record) return *record;
@@ -69,7 +69,7 @@ Mapping evaluation_record(SearchContext& context, Engine& engine, const Value& g
                    {keys::kTrackingMetricKwargs, Mapping{{keys::kFailureReason, failure.reason},
                                                          {keys::kFailureDetail, failure.detail}}}});
     } catch (const std::exception&) {
-      engine.logger().warning_with_error(kRecordingFailed, std::current_exception());
+      logger.warning_with_error(kRecordingFailed, std::current_exception());
     }
     // Read again whether the recording worked or not.
     record = as_mapping(context.last_evaluation_record().value_or(Value()));
@@ -90,10 +90,10 @@ StatisticsNumbers statistics_numbers(const Value& stats) {
   return numbers;
 }
 
-EvaluationFailure evaluation_exception_failure(Engine& engine, const Value& error) {
-  if (engine.is_sdk_runtime_not_ready_error(error)) {
+EvaluationFailure evaluation_exception_failure(RuntimeReadiness& runtime, const Value& error) {
+  if (runtime.is_sdk_runtime_not_ready_error(error)) {
     // One statement each, since the operands of one sum would be worked out in any order.
-    std::string detail = str(engine.sdk_runtime_not_ready_rejection_detail());
+    std::string detail = str(runtime.sdk_runtime_not_ready_rejection_detail());
     detail += " Cause: ";
     detail += type_name(error);
     detail += ": ";
@@ -136,11 +136,10 @@ DerivedFailure derive_candidate_failure(SearchContext& context, const Mapping& r
   return {Value(), Value(), std::move(tracking)};
 }
 
-Mapping candidate_exception_result(SearchContext& context, Engine& engine,
-                                   EvaluationVerdicts& verdicts, const Value& graph,
+Mapping candidate_exception_result(Host& host, SearchContext& context, const Value& graph,
                                    const Value& error) {
-  EvaluationFailure failure = evaluation_exception_failure(engine, error);
-  const Mapping record = evaluation_record(context, engine, graph, failure);
+  EvaluationFailure failure = evaluation_exception_failure(host.runtime_readiness(), error);
+  const Mapping record = evaluation_record(context, host.logger(), graph, failure);
   const Value stats = record.get(keys::kStats);
   DerivedFailure derived = derive_candidate_failure(context, record, stats);
   Mapping& tracking = derived.tracking_metric_kwargs;
@@ -151,7 +150,7 @@ Mapping candidate_exception_result(SearchContext& context, Engine& engine,
     // A derived detail may be absent; it then replaces the exception's text as well.
     failure = {derived.reason, derived.detail};
   }
-  set_default_verdicts(tracking, verdicts);
+  set_default_verdicts(tracking, host.evaluation_verdicts());
 
   Mapping result(12);
   result.set(keys::kGraph, plain_graph_data(graph));

@@ -11,9 +11,10 @@
 #include <string>
 #include <utility>
 
-#include "search_templates/genetic/host/engine.hpp"
 #include "search_templates/genetic/host/evaluation_verdicts.hpp"
+#include "search_templates/genetic/host/host.hpp"
 #include "search_templates/genetic/host/process_evaluation.hpp"
+#include "search_templates/genetic/host/runtime_readiness.hpp"
 #include "search_templates/genetic/host/search_context.hpp"
 #include "search_templates/genetic/value/tolerant.hpp"  // IWYU pragma: export
 #include "search_templates/genetic/value/value.hpp"
@@ -33,7 +34,8 @@ struct EvaluationFailure {
   Value reason;
   Value detail;
 };
-[[nodiscard]] EvaluationFailure evaluation_exception_failure(Engine& engine, const Value& error);
+[[nodiscard]] EvaluationFailure evaluation_exception_failure(RuntimeReadiness& runtime,
+                                                             const Value& error);
 
 // Why a candidate failed. `tracking_metric_kwargs` is a new mapping; the record's own is never
 // written to. `reason` and `detail` are absent where nothing is known.
@@ -52,9 +54,8 @@ struct DerivedFailure {
 // The record of a candidate whose evaluator threw `error`: 12 keys. A missing or malformed
 // evaluator's record counts as an empty one, and a failure to record is logged and swallowed; what
 // the host's evidence and verdict operations throw, and a correlation that is not finite, passes.
-[[nodiscard]] Mapping candidate_exception_result(SearchContext& context, Engine& engine,
-                                                 EvaluationVerdicts& verdicts, const Value& graph,
-                                                 const Value& error);
+[[nodiscard]] Mapping candidate_exception_result(Host& host, SearchContext& context,
+                                                 const Value& graph, const Value& error);
 
 // The record of a candidate whose process failed: 11 keys, without "attempt_evidence", on purpose.
 // Nothing of it comes from the context.

@@ -82,8 +82,7 @@ Mapping simulate_candidate(Host& host, SearchContext& context, const Value& grap
     outcome = evaluate({graph});
   } catch (const std::exception& error) {
     const auto handled = context.handling(std::current_exception());
-    return candidate_exception_result(context, host.engine(), host.evaluation_verdicts(), graph,
-                                      error_object(error));
+    return candidate_exception_result(host, context, graph, error_object(error));
   }
   return result_record(host, context, graph, record_of(outcome));
 }

@@ -10,24 +10,25 @@
 
 namespace varnholt::genetic {
 
-bool graph_within_max_depth(Engine& engine, const Value& graph, const Value& max_depth) {
+bool graph_within_max_depth(GraphDepth& graph_depth, const Value& graph, const Value& max_depth) {
   if (max_depth.is_absent()) return true;
   if (!as_mapping(graph)) return false;
   return tolerate([&] {
-           const Value depth = to_integer(engine.graph_depth_for_attempt_marker(graph));
+           const Value depth = to_integer(graph_depth.graph_depth_for_attempt_marker(graph));
            return !less(to_integer(max_depth), depth);
          })
       .value_or(false);
 }
 
-bool candidate_item_within_max_depth(Engine& engine, const Value& item, const Value& max_depth) {
+bool candidate_item_within_max_depth(GraphDepth& graph_depth, const Value& item,
+                                     const Value& max_depth) {
   const std::optional<Mapping> mapping = as_mapping(item);
-  return mapping && graph_within_max_depth(engine, mapping->get(keys::kGraph), max_depth);
+  return mapping && graph_within_max_depth(graph_depth, mapping->get(keys::kGraph), max_depth);
 }
 
-bool reaction_improvement_within_graph_max_depth(Engine& engine, const Value& improvement,
+bool reaction_improvement_within_graph_max_depth(GraphDepth& graph_depth, const Value& improvement,
                                                  const Value& max_depth) {
-  return candidate_item_within_max_depth(engine, improvement, max_depth);
+  return candidate_item_within_max_depth(graph_depth, improvement, max_depth);
 }
 
 bool graph_passes_validator(const Value& graph, const Callable& validator) {
@@ -45,7 +46,7 @@ bool candidate_item_passes_validator(const Value& item, const Callable& validato
   return mapping && graph_passes_validator(mapping->get(keys::kGraph), validator);
 }
 
-Value lineage_candidate_item(Engine& engine, const std::function<Value()>& factory,
+Value lineage_candidate_item(GraphDepth& graph_depth, const std::function<Value()>& factory,
                              const Value& lineage, const Value& max_depth,
                              const Callable& validator) {
   std::optional<Mapping> item;
@@ -55,7 +56,7 @@ Value lineage_candidate_item(Engine& engine, const std::function<Value()>& facto
     return {};  // A factory that fails costs the batch this one item.
   }
   item->set(keys::kLineage, lineage);
-  if (!candidate_item_within_max_depth(engine, *item, max_depth)) return {};
+  if (!candidate_item_within_max_depth(graph_depth, *item, max_depth)) return {};
   if (!candidate_item_passes_validator(*item, validator)) return {};
   return *item;
 }

@@ -6,20 +6,20 @@
 #include <string_view>
 
 #include "search_templates/genetic/host/callable.hpp"
-#include "search_templates/genetic/host/engine.hpp"
+#include "search_templates/genetic/host/graph_depth.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::genetic {
 
 // Whether the host counts the graph's depth as at most `max_depth`. An absent limit allows whatever
 // the graph is; otherwise anything but a mapping is refused, as is a depth that cannot be told.
-[[nodiscard]] bool graph_within_max_depth(Engine& engine, const Value& graph,
+[[nodiscard]] bool graph_within_max_depth(GraphDepth& graph_depth, const Value& graph,
                                           const Value& max_depth);
 
 // The same of an item's entry "graph". False when the item is no mapping.
-[[nodiscard]] bool candidate_item_within_max_depth(Engine& engine, const Value& item,
+[[nodiscard]] bool candidate_item_within_max_depth(GraphDepth& graph_depth, const Value& item,
                                                    const Value& max_depth);
-[[nodiscard]] bool reaction_improvement_within_graph_max_depth(Engine& engine,
+[[nodiscard]] bool reaction_improvement_within_graph_max_depth(GraphDepth& graph_depth,
                                                                const Value& improvement,
                                                                const Value& max_depth);
 
@@ -32,7 +32,8 @@ namespace varnholt::genetic {
 
 // A copy of what `factory` makes, with the entry "lineage", when its graph is within the depth
 // limit and accepted by the validator; absent otherwise, and when the factory fails.
-[[nodiscard]] Value lineage_candidate_item(Engine& engine, const std::function<Value()>& factory,
+[[nodiscard]] Value lineage_candidate_item(GraphDepth& graph_depth,
+                                           const std::function<Value()>& factory,
                                            const Value& lineage, const Value& max_depth,
                                            const Callable& validator);
 

@@ -1,16 +1,26 @@
-// An operation of the host that may be missing.
+// An operation of the host that may be missing: empty where the host has none.
+//
+// There are two forms of that one idea. An Operation has parameters that the library fixes, named
+// where it is asked for. A Callable is called as the host's language calls its functions, with
+// positional and keyword arguments, and can tell which it accepts: for what is handed through to
+// the host, and for what a host may write in several ways.
 #pragma once
 
+#include <functional>
 #include <initializer_list>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::genetic {
+
+template <typename Signature>
+using Operation = std::function<Signature>;
 
 enum class ParameterKind {
   kPositionalOnly,

@@ -9,8 +9,11 @@ class EvaluationVerdicts {
  public:
   virtual ~EvaluationVerdicts() = default;
 
-  // The verdict of something that was not evaluated, a fresh one at each call. Opaque.
-  [[nodiscard]] virtual Value not_evaluated_verdict() = 0;
+  // The verdict of something that was not evaluated, a fresh one at each call. Opaque. Asked in
+  // parent and child.
+  [[nodiscard]] virtual Value not_evaluated_verdict() {
+    return Mapping{{"verdict", "not_evaluated"}};
+  }
 };
 
 }  // namespace varnholt::genetic

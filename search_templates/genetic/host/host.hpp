@@ -1,49 +1,70 @@
 // Everything that the search asks of its host, in one bundle.
 //
-// Each module of the host is an abstract class of its own; a host derives from them and answers
-// for itself. All calls come from the one thread of the search, in the parent process unless the
-// class says otherwise. The bundle and what it gives must outlive every use of the library.
+// Each subject is an abstract class of its own; a host derives from those that it has something to
+// say to, and answers for itself. One object may be several of them. What a host may leave out has
+// a default here: what it needs nothing of, it does not mention.
+//
+// All calls come from the one thread of the search, in the parent process unless the class says
+// otherwise. The bundle and what it gives must outlive every use of the library.
 #pragma once
 
 #include "search_templates/genetic/host/attempt_accounting.hpp"
 #include "search_templates/genetic/host/attempt_markers.hpp"
 #include "search_templates/genetic/host/backtest_timings.hpp"
 #include "search_templates/genetic/host/eliteness.hpp"
-#include "search_templates/genetic/host/engine.hpp"
 #include "search_templates/genetic/host/evaluation_verdicts.hpp"
+#include "search_templates/genetic/host/gates.hpp"
 #include "search_templates/genetic/host/genetic_ops.hpp"
+#include "search_templates/genetic/host/graph_depth.hpp"
 #include "search_templates/genetic/host/json_reader.hpp"
+#include "search_templates/genetic/host/logger.hpp"
 #include "search_templates/genetic/host/message_queue.hpp"
 #include "search_templates/genetic/host/pause.hpp"
+#include "search_templates/genetic/host/pool_metrics.hpp"
+#include "search_templates/genetic/host/pool_thresholds.hpp"
 #include "search_templates/genetic/host/process_evaluation.hpp"
 #include "search_templates/genetic/host/random_generator.hpp"
+#include "search_templates/genetic/host/random_graph_limits.hpp"
 #include "search_templates/genetic/host/random_weighted.hpp"
 #include "search_templates/genetic/host/reaction_planning.hpp"
+#include "search_templates/genetic/host/runtime_readiness.hpp"
 #include "search_templates/genetic/host/search_context.hpp"
 #include "search_templates/genetic/host/search_settings.hpp"
 #include "search_templates/genetic/host/secure_random.hpp"
+#include "search_templates/genetic/host/submission_payloads.hpp"
 
 namespace varnholt::genetic {
 
 class Host {
  public:
+  Host() = default;
+  Host(const Host&) = delete;
+  Host& operator=(const Host&) = delete;
   virtual ~Host() = default;
 
-  [[nodiscard]] virtual Engine& engine() = 0;
+  // What every host has.
   [[nodiscard]] virtual ProcessEvaluation& process_evaluation() = 0;
   [[nodiscard]] virtual Eliteness& eliteness() = 0;
   [[nodiscard]] virtual GeneticOps& genetic_ops() = 0;
   [[nodiscard]] virtual RandomWeighted& random_weighted() = 0;
-  [[nodiscard]] virtual SearchSettings& search_settings() = 0;
-  [[nodiscard]] virtual EvaluationVerdicts& evaluation_verdicts() = 0;
+  [[nodiscard]] virtual GraphDepth& graph_depth() = 0;
   [[nodiscard]] virtual BacktestTimings& backtest_timings() = 0;
-  [[nodiscard]] virtual JsonReader& json_reader() = 0;
   [[nodiscard]] virtual RandomGenerators& random_generators() = 0;
   [[nodiscard]] virtual SecureRandom& secure_random() = 0;
-  [[nodiscard]] virtual Pause& pause() = 0;
 
-  // A host without a planner of its own has no plans.
+  // What a host may leave out.
+  [[nodiscard]] virtual SearchSettings& search_settings() { return default_settings_; }
+  [[nodiscard]] virtual EvaluationVerdicts& evaluation_verdicts() { return default_verdicts_; }
+  [[nodiscard]] virtual Gates& gates() { return no_gates_; }
+  [[nodiscard]] virtual PoolThresholds& pool_thresholds() { return no_pool_thresholds_; }
+  [[nodiscard]] virtual PoolMetrics& pool_metrics() { return no_pool_metrics_; }
+  [[nodiscard]] virtual SubmissionPayloads& submission_payloads() { return plain_payloads_; }
+  [[nodiscard]] virtual RandomGraphLimits& random_graph_limits() { return no_rotations_; }
   [[nodiscard]] virtual ReactionPlanning& reaction_planning() { return no_reaction_planning_; }
+  [[nodiscard]] virtual RuntimeReadiness& runtime_readiness() { return always_ready_; }
+  [[nodiscard]] virtual JsonReader& json_reader() { return no_json_; }
+  [[nodiscard]] virtual Logger& logger() { return no_log_; }
+  [[nodiscard]] virtual Pause& pause() { return no_pause_; }
 
   // What the ledger of attempts asks for. A host that keeps no attempts may leave these out: asking
   // it for one is a RuntimeError that names the method.
@@ -52,7 +73,18 @@ class Host {
   [[nodiscard]] virtual ProcessContexts& process_contexts();
 
  private:
+  SearchSettings default_settings_;
+  EvaluationVerdicts default_verdicts_;
+  Gates no_gates_;
+  PoolThresholds no_pool_thresholds_;
+  NoPoolMetrics no_pool_metrics_;
+  SubmissionPayloads plain_payloads_;
+  RandomGraphLimits no_rotations_;
   NoReactionPlanning no_reaction_planning_;
+  RuntimeReadiness always_ready_;
+  JsonReader no_json_;
+  Logger no_log_;
+  Pause no_pause_;
 };
 
 }  // namespace varnholt::genetic

@@ -9,16 +9,17 @@
 
 namespace varnholt::genetic {
 
-// A message is a format with one `%s` for each value, which the host fills in when it writes the
-// message: a log that groups messages by their format keeps doing so.
+// Called in parent and child. A message is a format with one `%s` for each value, which the host
+// fills in when it writes the message: a log that groups messages by their format keeps doing so.
+// A host that keeps no log overrides nothing.
 class Logger {
  public:
   virtual ~Logger() = default;
 
-  virtual void error(std::string_view format, std::initializer_list<Value> values) = 0;
-  virtual void warning(std::string_view format, std::initializer_list<Value> values) = 0;
+  virtual void error(std::string_view /*format*/, std::initializer_list<Value> /*values*/) {}
+  virtual void warning(std::string_view /*format*/, std::initializer_list<Value> /*values*/) {}
   // A warning with the error that led to it, traceback included where the host has one.
-  virtual void warning_with_error(std::string_view text, const std::exception_ptr& error) = 0;
+  virtual void warning_with_error(std::string_view /*text*/, const std::exception_ptr& /*error*/) {}
 };
 
 }  // namespace varnholt::genetic

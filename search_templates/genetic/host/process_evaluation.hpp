@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -72,29 +73,38 @@ class ProcessEvaluation {
  public:
   virtual ~ProcessEvaluation() = default;
 
-  // Constants, read where the rules read them.
-  [[nodiscard]] virtual Value default_search_template_timeout_seconds() = 0;
-  [[nodiscard]] virtual Value default_worker_memory_limit_bytes() = 0;
-  [[nodiscard]] virtual Value terminal_worker_failed() = 0;
-  [[nodiscard]] virtual Value terminal_worker_timeout() = 0;
-  [[nodiscard]] virtual Value terminal_process_priority_failed() = 0;
-  [[nodiscard]] virtual Value terminal_memory_budget_exceeded() = 0;
+  // Constants, read where the rules read them: the time that one candidate may take, the memory
+  // that one worker may take, and the reasons for which a process ends.
+  [[nodiscard]] virtual Value default_search_template_timeout_seconds() { return 600.0; }
+  [[nodiscard]] virtual Value default_worker_memory_limit_bytes() {
+    return std::numeric_limits<std::int64_t>::max();
+  }
+  [[nodiscard]] virtual Value terminal_worker_failed() { return "worker_failed"; }
+  [[nodiscard]] virtual Value terminal_worker_timeout() { return "worker_timeout"; }
+  [[nodiscard]] virtual Value terminal_process_priority_failed() {
+    return "process_priority_failed";
+  }
+  [[nodiscard]] virtual Value terminal_memory_budget_exceeded() { return "memory_budget_exceeded"; }
 
   // The error object when `error` is a failure of process evaluation. Its attributes
   // `terminal_reason`, `detail`, `candidate_index`, `failure_count` and `terminal_errors`, a
   // sequence of errors of this kind, may each be missing.
-  [[nodiscard]] virtual std::optional<Value> as_error(const std::exception& error) = 0;
+  [[nodiscard]] virtual std::optional<Value> as_error(const std::exception& /*error*/) {
+    return std::nullopt;
+  }
 
   [[nodiscard]] virtual std::unique_ptr<WorkerResolution> resolve_process_worker_count_details(
       const Value& requested, const Value& candidate_count) = 0;
   // Logs that fewer workers run than were asked for, once for each `cache_owner`.
-  virtual void log_worker_count_reduction(Logger& logger, const WorkerResolution& resolution,
-                                          std::string_view scope, SearchContext& cache_owner,
-                                          std::string_view detail) = 0;
+  virtual void log_worker_count_reduction(Logger& /*logger*/,
+                                          const WorkerResolution& /*resolution*/,
+                                          std::string_view /*scope*/,
+                                          SearchContext& /*cache_owner*/,
+                                          std::string_view /*detail*/) {}
 
   // Warms the parent's feature data for a list of graphs, so that the children that are forked for
   // them inherit it.
-  virtual void prefetch_candidate_features(SearchContext& context, const List& graphs) = 0;
+  virtual void prefetch_candidate_features(SearchContext& /*context*/, const List& /*graphs*/) {}
   // The work item of one candidate: an object with the attributes `candidate_index`, `graph` and
   // `metadata`, a mapping that can be written.
   [[nodiscard]] virtual Value candidate_evaluation(const Value& candidate_index,

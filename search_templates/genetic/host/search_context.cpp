@@ -23,6 +23,12 @@ Value SearchContext::required_attribute(std::string_view name) {
   return *std::move(found);
 }
 
+Callable SearchContext::required_safe_record() {
+  Callable recorder = safe_record();
+  if (!recorder) throw_missing("_safe_record");
+  return recorder;
+}
+
 std::shared_ptr<AttemptTracker> SearchContext::tracker() {
   throw_missing(context_names::kTracker.view());
 }

@@ -3,6 +3,11 @@
 // Every method below reads one attribute of the context, at the moment it is called and each time
 // anew. A value that is missing and one that is absent are two answers: such a read gives
 // std::optional. An operation that is missing or cannot be called is an empty Callable.
+//
+// A host has an evaluator and a recorder; everything else is missing unless it is overridden.
+// Called in the parent, and in the child by the evaluation of one candidate: there the evaluator,
+// the record of the evaluation, the recorder of a failed one, the evidence and the derivation of a
+// reason are asked for.
 #pragma once
 
 #include <exception>
@@ -62,21 +67,23 @@ class SearchContext {
   virtual ~SearchContext() = default;
 
   // Null when the context has no stop event, or an absent one.
-  [[nodiscard]] virtual std::shared_ptr<StopEvent> stop_event() = 0;
+  [[nodiscard]] virtual std::shared_ptr<StopEvent> stop_event() { return nullptr; }
   // Called with three texts when the runtime keeps failing. Empty when missing or false; one that
   // is there but cannot be called fails in the call.
-  [[nodiscard]] virtual Callable fatal_callback() = 0;
+  [[nodiscard]] virtual Callable fatal_callback() { return {}; }
   // Takes the metrics of the run as keyword arguments.
-  [[nodiscard]] virtual Callable record_search_run_metrics() = 0;
+  [[nodiscard]] virtual Callable record_search_run_metrics() { return {}; }
 
   // The depth limit of graphs, the words they are made of, and the process settings. Missing gives
   // nothing.
-  [[nodiscard]] virtual std::optional<Value> max_depth() = 0;
-  [[nodiscard]] virtual std::optional<Value> vocabulary() = 0;
-  [[nodiscard]] virtual std::optional<Value> n_jobs() = 0;
-  [[nodiscard]] virtual std::optional<Value> worker_memory_limit_bytes() = 0;
+  [[nodiscard]] virtual std::optional<Value> max_depth() { return std::nullopt; }
+  [[nodiscard]] virtual std::optional<Value> vocabulary() { return std::nullopt; }
+  [[nodiscard]] virtual std::optional<Value> n_jobs() { return std::nullopt; }
+  [[nodiscard]] virtual std::optional<Value> worker_memory_limit_bytes() { return std::nullopt; }
   // Any attribute by its name in the host.
-  [[nodiscard]] virtual std::optional<Value> attribute(std::string_view name) = 0;
+  [[nodiscard]] virtual std::optional<Value> attribute(std::string_view /*name*/) {
+    return std::nullopt;
+  }
   // The same for what is only handed on: a host may give its own object, of whatever type, so that
   // it meets that very object again.
   [[nodiscard]] virtual std::optional<Value> opaque_attribute(std::string_view name);
@@ -85,29 +92,29 @@ class SearchContext {
 
   // Validates one graph and throws when it refuses it: the context's own operation, and the
   // backtester's.
-  [[nodiscard]] virtual Callable own_graph_validator() = 0;
-  [[nodiscard]] virtual Callable backtester_validate_graph() = 0;
+  [[nodiscard]] virtual Callable own_graph_validator() { return {}; }
+  [[nodiscard]] virtual Callable backtester_validate_graph() { return {}; }
 
   // The evaluator: one graph in, a mapping with the evaluation's record out. Runs in a child.
   [[nodiscard]] virtual Callable evaluate_for_template() = 0;
   // The record of the evaluation that ran last.
-  [[nodiscard]] virtual std::optional<Value> last_evaluation_record() = 0;
+  [[nodiscard]] virtual std::optional<Value> last_evaluation_record() { return std::nullopt; }
   // Records one attempt.
   [[nodiscard]] virtual Callable safe_record() = 0;
   // The same operation for a caller that cannot do without: AttributeError when the context has
   // none; one that is there but cannot be called fails in the call.
-  [[nodiscard]] virtual Callable required_safe_record() = 0;
+  [[nodiscard]] virtual Callable required_safe_record();
   // Makes the attempt of a child the current one of the parent, before its record is written.
-  virtual void activate_existing_attempt(const Value& source_attempt_id,
-                                         const Value& attempt_evidence) = 0;
+  virtual void activate_existing_attempt(const Value& /*source_attempt_id*/,
+                                         const Value& /*attempt_evidence*/) {}
   // Hands one submission payload on. False, and nothing else, says that it was not taken.
-  [[nodiscard]] virtual Callable enqueue_deferred_submission_payload() = 0;
+  [[nodiscard]] virtual Callable enqueue_deferred_submission_payload() { return {}; }
   // Gives thresholds beyond those of the attributes, as a mapping.
-  [[nodiscard]] virtual Callable search_context_thresholds() = 0;
+  [[nodiscard]] virtual Callable search_context_thresholds() { return {}; }
   // The evidence of the attempt that is being worked on. Its failure passes to the caller.
-  [[nodiscard]] virtual Value current_attempt_evidence() = 0;
+  [[nodiscard]] virtual Value current_attempt_evidence() { return {}; }
   // Tells from statistics why a candidate failed: a pair of reason and detail, each or absent.
-  [[nodiscard]] virtual Callable derive_rejection_reason_detail() = 0;
+  [[nodiscard]] virtual Callable derive_rejection_reason_detail() { return {}; }
 
   // The attempt tracker, in the parent. AttributeError when the context has none.
   [[nodiscard]] virtual std::shared_ptr<AttemptTracker> tracker();

@@ -37,8 +37,8 @@ List scored_pool(Eliteness& eliteness, const Value& prior, const CompositionSett
 
 class Composition {
  public:
-  Composition(Engine& engine, const CompositionSettings& settings)
-      : engine_(engine), settings_(settings) {}
+  Composition(GraphDepth& graph_depth, const CompositionSettings& settings)
+      : graph_depth_(graph_depth), settings_(settings) {}
 
   [[nodiscard]] bool is_full() const {
     return static_cast<std::int64_t>(batch_.size()) >= settings_.batch_size;
@@ -46,8 +46,8 @@ class Composition {
 
   // Whether an item was added.
   bool add(const std::function<Value()>& factory, Key lineage) {
-    const Value item =
-        lineage_candidate_item(engine_, factory, lineage, settings_.max_depth, settings_.validator);
+    const Value item = lineage_candidate_item(graph_depth_, factory, lineage, settings_.max_depth,
+                                              settings_.validator);
     if (item.is_absent()) return false;
     batch_.append(item);
     return true;
@@ -56,14 +56,14 @@ class Composition {
   [[nodiscard]] List take() { return std::move(batch_); }
 
  private:
-  Engine& engine_;
+  GraphDepth& graph_depth_;
   const CompositionSettings& settings_;
   List batch_;
 };
 
 }  // namespace
 
-List compose_next_batch(Engine& engine, Eliteness& eliteness, const Value& prior,
+List compose_next_batch(GraphDepth& graph_depth, Eliteness& eliteness, const Value& prior,
                         const CompositionSettings& settings,
                         const std::shared_ptr<RandomGenerator>& rng,
                         const FreshFactory& fresh_random_factory,
@@ -74,7 +74,7 @@ List compose_next_batch(Engine& engine, Eliteness& eliteness, const Value& prior
   const bool exploration_first = settings.diversity_weight > 0.0;
   const auto breed = [&] { return elite_factory(elite_pool, rng); };
 
-  Composition batch(engine, settings);
+  Composition batch(graph_depth, settings);
   while (!batch.is_full()) {
     bool added = false;
     if (exploration_first && fresh_random_factory) {

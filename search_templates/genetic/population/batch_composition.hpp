@@ -7,7 +7,7 @@
 
 #include "search_templates/genetic/host/callable.hpp"
 #include "search_templates/genetic/host/eliteness.hpp"
-#include "search_templates/genetic/host/engine.hpp"
+#include "search_templates/genetic/host/graph_depth.hpp"
 #include "search_templates/genetic/host/random_generator.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -32,8 +32,8 @@ struct CompositionSettings {
 // with a diversity weight above 0.0 and in the other without; so a batch is about half and half. An
 // item that is too deep, refused or not to be had costs its round that one slot; a round that adds
 // nothing ends the batch short. The parent pool is picked whatever comes of it.
-[[nodiscard]] List compose_next_batch(Engine& engine, Eliteness& eliteness, const Value& prior,
-                                      const CompositionSettings& settings,
+[[nodiscard]] List compose_next_batch(GraphDepth& graph_depth, Eliteness& eliteness,
+                                      const Value& prior, const CompositionSettings& settings,
                                       const std::shared_ptr<RandomGenerator>& rng,
                                       const FreshFactory& fresh_random_factory,
                                       const EliteFactory& elite_factory);

@@ -74,8 +74,9 @@ List bred_batch(const SearchEnvironment& environment, SearchContext& context, Se
     return Mapping{
         {keys::kGraph, elite_derived_graph(environment, context, parents, generator, derivation)}};
   };
-  const List batch = compose_next_batch(environment.host.engine(), environment.host.eliteness(),
-                                        prior_results, settings, rng, fresh, elite);
+  const List batch =
+      compose_next_batch(environment.host.graph_depth(), environment.host.eliteness(),
+                         prior_results, settings, rng, fresh, elite);
   config.store_rng_state(rng);
   List graphs(batch.size());
   for (std::size_t i = 0; i < batch.size(); ++i) {

@@ -53,8 +53,8 @@ std::unique_ptr<WorkerResolution> parallel_evaluation_worker_resolution(
 
 void log_parallel_evaluation_worker_resolution(Host& host, SearchContext& context,
                                                const WorkerResolution& resolution) {
-  host.process_evaluation().log_worker_count_reduction(host.engine().logger(), resolution, kScope,
-                                                       context, kReductionDetail);
+  host.process_evaluation().log_worker_count_reduction(host.logger(), resolution, kScope, context,
+                                                       kReductionDetail);
 }
 
 Value parallel_evaluation_workers(Host& host, SearchContext& context, const Value& batch_size) {

@@ -1,7 +1,6 @@
 #include "search_templates/genetic/reaction/failure_metrics.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <exception>
 #include <memory>
@@ -40,24 +39,25 @@ Value attribute_or_absent(const Value& object, Key name) {
 }
 
 // What the gates say of a result; nothing when the metrics or the gates fail.
-std::optional<Value> gate_result(Engine& engine, const Value& result, const Value& thresholds) {
+std::optional<Value> gate_result(Gates& gates, const Value& result, const Value& thresholds) {
   try {
-    const Value metrics = stats_gate_metrics_for_result(engine, result);
-    return engine.evaluate_threshold_gates(metrics, thresholds);
+    const Value metrics = stats_gate_metrics_for_result(gates, result);
+    return gates.evaluate_threshold_gates(metrics, thresholds);
   } catch (const std::exception&) {
     return std::nullopt;
   }
 }
 
-Mapping expanded_failure(Engine& engine, const Value& reason, const Value& gate_failure) {
-  const Value metric = engine.threshold_gate_failure_metric(gate_failure);
-  const std::array<Value, 4> positional = {reason, metric,
-                                           attribute_or_absent(gate_failure, keys::kActual),
-                                           attribute_or_absent(gate_failure, keys::kThreshold)};
-  const Value detail = engine.recorded_failure_detail(
-      positional, {{keys::kGate, attribute_or_absent(gate_failure, keys::kGate)},
-                   {keys::kOperator, attribute_or_absent(gate_failure, keys::kOperator)},
-                   {keys::kCategory, attribute_or_absent(gate_failure, keys::kCategory)}});
+Mapping expanded_failure(Gates& gates, const Value& reason, const Value& gate_failure) {
+  const Value metric = gates.threshold_gate_failure_metric(gate_failure);
+  const Value detail = gates.recorded_failure_detail(
+      {.reason = reason,
+       .metric = metric,
+       .value = attribute_or_absent(gate_failure, keys::kActual),
+       .threshold = attribute_or_absent(gate_failure, keys::kThreshold),
+       .gate = attribute_or_absent(gate_failure, keys::kGate),
+       .comparison = attribute_or_absent(gate_failure, keys::kOperator),
+       .category = attribute_or_absent(gate_failure, keys::kCategory)});
   return {{keys::kReason, reason}, {keys::kDetail, detail}};
 }
 
@@ -105,40 +105,40 @@ bool has_failure_reason(const Value& result, const Value& reason_names) {
   return false;
 }
 
-Value stats_gate_metrics_for_result(Engine& engine, const Value& result) {
+Value stats_gate_metrics_for_result(Gates& gates, const Value& result) {
   if (const std::optional<Mapping> record = as_mapping(result)) {
     // Two reads on purpose: a record of the host may make what it gives.
     if (!record->get(keys::kStats).is_absent()) {
-      return engine.stats_gate_metrics(record->at(keys::kStats));
+      return gates.stats_gate_metrics(record->at(keys::kStats));
     }
   }
-  return engine.stats_gate_metrics(result);
+  return gates.stats_gate_metrics(result);
 }
 
-Mapping expanded_threshold_failures(SearchContext& context, Engine& engine, const Value& result) {
+Mapping expanded_threshold_failures(SearchContext& context, Gates& gates, const Value& result) {
   Mapping expanded;
   if (truth(entry(result, keys::kPasses))) return expanded;
-  const Value thresholds = context_thresholds(context, engine);
+  const Value thresholds = context_thresholds(context, gates);
   if (!truth(thresholds)) return expanded;
-  const std::optional<Value> judged = gate_result(engine, result, thresholds);
+  const std::optional<Value> judged = gate_result(gates, result, thresholds);
   if (!judged) return expanded;
 
   // A missing walk counts as an empty one; an absent one fails.
   const Value gate_failures = attribute(*judged, keys::kFailures.view()).value_or(Tuple());
   const auto walk = iterate(gate_failures);
   while (const std::optional<Value> gate_failure = walk->next()) {
-    const Value reason = engine.threshold_gate_failure_reason(*gate_failure);
+    const Value reason = gates.threshold_gate_failure_reason(*gate_failure);
     if (!is_member(REACTION_FAILURE_REASONS, reason)) continue;
     // A later failure of a reason replaces the earlier, which keeps its place in the order.
-    expanded.set(reason, expanded_failure(engine, reason, *gate_failure));
+    expanded.set(reason, expanded_failure(gates, reason, *gate_failure));
   }
   return expanded;
 }
 
-Value with_expanded_reaction_failures(SearchContext* context, Engine& engine,
-                                      JsonReader& json_reader, const Value& result) {
+Value with_expanded_reaction_failures(SearchContext* context, Gates& gates, JsonReader& json_reader,
+                                      const Value& result) {
   if (context == nullptr || !as_mapping(result)) return result;
-  const Mapping expanded = expanded_threshold_failures(*context, engine, result);
+  const Mapping expanded = expanded_threshold_failures(*context, gates, result);
   if (expanded.empty()) return result;
 
   const Value recorded = entry(result, keys::kFailures);
@@ -166,11 +166,10 @@ MetricPair failure_metric_pair(JsonReader& json_reader, const Value& failure) {
   return {detail->get(keys::kValue), detail->get(keys::kThreshold)};
 }
 
-MetricPair sharpe_reaction_metric_pair(Engine& engine, JsonReader& json_reader,
-                                       const Value& result) {
+MetricPair sharpe_reaction_metric_pair(Gates& gates, JsonReader& json_reader, const Value& result) {
   Value value = number(entry(result, keys::kSharpe), Value());
   // The host is asked also when the record's own sharpe will do.
-  const Value metrics = stats_gate_metrics_for_result(engine, result);
+  const Value metrics = stats_gate_metrics_for_result(gates, result);
   const Value measured = number(entry(metrics, keys::kSharpe), Value());
   if (value.is_absent()) value = measured;
   const std::optional<Mapping> failures = failures_mapping(result);
@@ -186,14 +185,14 @@ MetricPair sharpe_reaction_metric_pair(Engine& engine, JsonReader& json_reader,
   return {value, Value()};
 }
 
-Value sharpe_reaction_value(Engine& engine, JsonReader& json_reader, const Value& result) {
-  return sharpe_reaction_metric_pair(engine, json_reader, result).value;
+Value sharpe_reaction_value(Gates& gates, JsonReader& json_reader, const Value& result) {
+  return sharpe_reaction_metric_pair(gates, json_reader, result).value;
 }
 
-bool is_negative_sharpe_reaction_candidate(Engine& engine, JsonReader& json_reader,
+bool is_negative_sharpe_reaction_candidate(Gates& gates, JsonReader& json_reader,
                                            const Value& result) {
   if (!has_failure_reason(result, SHARPE_REACTION_FAILURE_REASONS)) return false;
-  const MetricPair pair = sharpe_reaction_metric_pair(engine, json_reader, result);
+  const MetricPair pair = sharpe_reaction_metric_pair(gates, json_reader, result);
   if (pair.value.is_absent() || pair.threshold.is_absent()) return false;
   const double value = to_float(pair.value);
   const double threshold = to_float(pair.threshold);

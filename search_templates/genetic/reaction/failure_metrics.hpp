@@ -12,7 +12,7 @@
 #include <span>
 #include <utility>
 
-#include "search_templates/genetic/host/engine.hpp"
+#include "search_templates/genetic/host/gates.hpp"
 #include "search_templates/genetic/host/json_reader.hpp"
 #include "search_templates/genetic/host/search_context.hpp"
 #include "search_templates/genetic/value/value.hpp"
@@ -31,18 +31,18 @@ namespace varnholt::genetic {
 [[nodiscard]] bool has_failure_reason(const Value& result, const Value& reason_names);
 
 // The host's metrics of a result's statistics, or of the result itself where it has none.
-[[nodiscard]] Value stats_gate_metrics_for_result(Engine& engine, const Value& result);
+[[nodiscard]] Value stats_gate_metrics_for_result(Gates& gates, const Value& result);
 
 // Every reaction failure that the gates find in a result that does not pass, by reason: mappings of
 // `reason` and `detail`. Empty when there are no thresholds, and when the metrics or the gates fail
 // with an ordinary error. What thresholds and the operations for single failures throw passes.
-[[nodiscard]] Mapping expanded_threshold_failures(SearchContext& context, Engine& engine,
+[[nodiscard]] Mapping expanded_threshold_failures(SearchContext& context, Gates& gates,
                                                   const Value& result);
 
 // The result with these failures beside its own. One that carries a value or a threshold is never
 // replaced. The result itself when nothing changes, otherwise a shallow copy: recorded results are
 // shared, and so never changed here. A null context changes nothing.
-[[nodiscard]] Value with_expanded_reaction_failures(SearchContext* context, Engine& engine,
+[[nodiscard]] Value with_expanded_reaction_failures(SearchContext* context, Gates& gates,
                                                     JsonReader& json_reader, const Value& result);
 
 // A metric's value and threshold, each or both absent, as they stand and not converted.
@@ -57,14 +57,14 @@ struct MetricPair {
 
 // A result's sharpe with the threshold that it missed, as reals: the sharpe of the record, or of
 // the host's metrics, or of a failure; the threshold of the first sharpe failure that has one.
-[[nodiscard]] MetricPair sharpe_reaction_metric_pair(Engine& engine, JsonReader& json_reader,
+[[nodiscard]] MetricPair sharpe_reaction_metric_pair(Gates& gates, JsonReader& json_reader,
                                                      const Value& result);
-[[nodiscard]] Value sharpe_reaction_value(Engine& engine, JsonReader& json_reader,
+[[nodiscard]] Value sharpe_reaction_value(Gates& gates, JsonReader& json_reader,
                                           const Value& result);
 
 // Whether a result failed on sharpe, but is so strongly negative that its reversal would pass:
 // value < 0 and |value| >= threshold >= 0.
-[[nodiscard]] bool is_negative_sharpe_reaction_candidate(Engine& engine, JsonReader& json_reader,
+[[nodiscard]] bool is_negative_sharpe_reaction_candidate(Gates& gates, JsonReader& json_reader,
                                                          const Value& result);
 
 }  // namespace varnholt::genetic

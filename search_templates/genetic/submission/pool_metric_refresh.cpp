@@ -1,6 +1,5 @@
 #include "search_templates/genetic/submission/pool_metric_refresh.hpp"
 
-#include <array>
 #include <exception>
 #include <optional>
 #include <utility>
@@ -34,10 +33,12 @@ struct PoolMetric {
 
 class Refresh {
  public:
-  Refresh(Engine& engine, EvaluationVerdicts& verdicts, SearchContext& context, Mapping& candidate,
-          Mapping& payload)
-      : engine_(engine),
-        verdicts_(verdicts),
+  Refresh(Host& host, SearchContext& context, Mapping& candidate, Mapping& payload)
+      : gates_(host.gates()),
+        thresholds_(host.pool_thresholds()),
+        pool_(host.pool_metrics()),
+        payloads_(host.submission_payloads()),
+        verdicts_(host.evaluation_verdicts()),
         context_(context),
         candidate_(candidate),
         payload_(payload),
@@ -53,8 +54,8 @@ class Refresh {
       return;
     }
     const Value sync_manager = context_value(context_, context_names::kSyncManager);
-    if (!truth(engine_.refresh_submission_manifest_membership(era_config_, pool_name_,
-                                                              sync_manager))) {
+    if (!truth(
+            pool_.refresh_submission_manifest_membership(era_config_, pool_name_, sync_manager))) {
       mark_candidate_pool_metrics_pending(candidate_, payload_, kMembershipNotConfirmed);
       return;
     }
@@ -79,7 +80,7 @@ class Refresh {
   // The payload's statistics, made where it has none: they stay even when the call ends pending.
   Mapping payload_statistics() {
     if (const auto recorded = as_mapping(payload_.get(keys::kIsStats))) return *recorded;
-    const Value made = candidate_stats_payload(engine_, context_, candidate_);
+    const Value made = candidate_stats_payload(payloads_, context_, candidate_);
     payload_.set(keys::kIsStats, made);
     return record_of(made);
   }
@@ -99,13 +100,13 @@ class Refresh {
   // do not hold. The matrix of a normalisation that works is not kept: it serves as a test only.
   Value statistics_to_measure() {
     Value stats = candidate_.get(keys::kStats);
-    if (!truth(engine_.selected_pool_has_synced_found_signal_ids(era_config_, pool_name_))) {
+    if (!truth(pool_.selected_pool_has_synced_found_signal_ids(era_config_, pool_name_))) {
       return stats;
     }
     return catching(
         {ErrorKind::kValueError},
         [&] {
-          engine_.normalize_required_pool_pnl_matrix(stats, era_config_, pool_name_);
+          pool_.normalize_required_pool_pnl_matrix(stats, era_config_, pool_name_);
           return stats;
         },
         [&](const Error&) {
@@ -120,25 +121,33 @@ class Refresh {
     Value metaparameters = context_value(context_, context_names::kEvaluationMetaparameters);
     if (metaparameters.is_absent()) {
       const Value own = context_value(context_, context_names::kMetaparameters);
-      metaparameters = engine_.evaluation_metaparameters_for_pool(
-          pool_name_, truth(own) ? own : Value(Mapping()));
+      metaparameters =
+          pool_.evaluation_metaparameters_for_pool(pool_name_, truth(own) ? own : Value(Mapping()));
     }
-    const std::array<Value, 5> positional = {
-        backtester_, "run_backtest", candidate_.get(keys::kGraph), metaparameters,
-        context_value(context_, context_names::kNamedUniverse)};
-    return engine_.call_backtester_with_transform_context(positional,
-                                                          {{keys::kReturnSeries, true}});
+    return pool_.call_backtester_with_transform_context(
+        {.backtester = backtester_,
+         .operation = "run_backtest",
+         .graph = candidate_.get(keys::kGraph),
+         .metaparameters = metaparameters,
+         .named_universe = context_value(context_, context_names::kNamedUniverse),
+         .extra_kwargs = {{keys::kReturnSeries, true}}});
   }
 
   PoolMetric measured_mutual_information(const Value& gate_stats) {
-    const std::array<Value, 5> positional = {backtester_, gate_stats, era_config_, pool_name_,
-                                             context_thresholds(context_, engine_)};
-    return metric(engine_.submission_pnl_mi_from_backtest_or_compute(positional));
+    const Value thresholds = context_thresholds(context_, gates_);
+    return metric(
+        pool_.submission_pnl_mi_from_backtest_or_compute(request(gate_stats), thresholds));
   }
 
   PoolMetric measured_correlation(const Value& gate_stats) {
-    const std::array<Value, 4> positional = {backtester_, gate_stats, era_config_, pool_name_};
-    return metric(engine_.submission_correlation_from_backtest_or_compute(positional));
+    return metric(pool_.submission_correlation_from_backtest_or_compute(request(gate_stats)));
+  }
+
+  [[nodiscard]] PoolMetricRequest request(const Value& gate_stats) const {
+    return {.backtester = backtester_,
+            .gate_stats = gate_stats,
+            .era_config = era_config_,
+            .signal_pool_name = pool_name_};
   }
 
   static PoolMetric metric(const Value& measured) {
@@ -153,7 +162,7 @@ class Refresh {
       return measure();
     } catch (...) {
       const auto handled = context_.handling(std::current_exception());
-      const auto not_ready = engine_.as_pool_data_not_ready(std::current_exception());
+      const auto not_ready = pool_.as_pool_data_not_ready(std::current_exception());
       if (!not_ready) throw;
       mark_candidate_pool_metrics_pending(candidate_, payload_, *not_ready);
       return std::nullopt;
@@ -163,16 +172,18 @@ class Refresh {
   void judge(const PoolMetric& mutual_information, const PoolMetric& correlation) {
     if (!truth(mutual_information.passed)) {
       if (truth(correlation.passed)) {
-        set_candidate_correlation_tracking(engine_, context_, candidate_, correlation.value);
+        set_candidate_correlation_tracking(gates_, thresholds_, context_, candidate_,
+                                           correlation.value);
       }
       const Value detail =
-          submission_mi_failure_detail(engine_, context_, mutual_information.value);
-      block_candidate_submission(engine_, candidate_, reasons::kPnlMiBelowThreshold, detail);
+          submission_mi_failure_detail(gates_, thresholds_, context_, mutual_information.value);
+      block_candidate_submission(gates_, candidate_, reasons::kPnlMiBelowThreshold, detail);
       return;
     }
-    set_candidate_mi_tracking(engine_, context_, candidate_, mutual_information.value);
+    set_candidate_mi_tracking(gates_, thresholds_, context_, candidate_, mutual_information.value);
     if (truth(correlation.passed)) {
-      set_candidate_correlation_tracking(engine_, context_, candidate_, correlation.value);
+      set_candidate_correlation_tracking(gates_, thresholds_, context_, candidate_,
+                                         correlation.value);
       return;
     }
     block_on_correlation(correlation.value);
@@ -180,18 +191,22 @@ class Refresh {
 
   void block_on_correlation(const Value& correlation) {
     const Value threshold =
-        unpack_pair(engine_.submission_correlation_threshold_and_pool(era_config_, pool_name_))
+        unpack_pair(thresholds_.submission_correlation_threshold_and_pool(era_config_, pool_name_))
             .first;
-    const std::array<Value, 4> positional = {reasons::kCorrelationExceeded, keys::kCorrelation,
-                                             correlation, threshold};
-    const Value detail =
-        engine_.recorded_failure_detail(positional, {{keys::kGate, "is_correlation_threshold"},
-                                                     {keys::kOperator, ">"},
-                                                     {keys::kCategory, "quality"}});
-    block_candidate_submission(engine_, candidate_, reasons::kCorrelationExceeded, detail);
+    const Value detail = gates_.recorded_failure_detail({.reason = reasons::kCorrelationExceeded,
+                                                         .metric = keys::kCorrelation,
+                                                         .value = correlation,
+                                                         .threshold = threshold,
+                                                         .gate = "is_correlation_threshold",
+                                                         .comparison = ">",
+                                                         .category = "quality"});
+    block_candidate_submission(gates_, candidate_, reasons::kCorrelationExceeded, detail);
   }
 
-  Engine& engine_;
+  Gates& gates_;
+  PoolThresholds& thresholds_;
+  PoolMetrics& pool_;
+  SubmissionPayloads& payloads_;
   EvaluationVerdicts& verdicts_;
   SearchContext& context_;
   Mapping& candidate_;
@@ -203,10 +218,9 @@ class Refresh {
 
 }  // namespace
 
-void refresh_candidate_submission_pool_metrics(Engine& engine, EvaluationVerdicts& verdicts,
-                                               SearchContext& context, Mapping& candidate,
-                                               Mapping& payload) {
-  Refresh(engine, verdicts, context, candidate, payload).run();
+void refresh_candidate_submission_pool_metrics(Host& host, SearchContext& context,
+                                               Mapping& candidate, Mapping& payload) {
+  Refresh(host, context, candidate, payload).run();
 }
 
 }  // namespace varnholt::genetic

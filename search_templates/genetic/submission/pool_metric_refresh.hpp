@@ -1,8 +1,7 @@
 // Measuring a candidate against the pool right before it is recorded and submitted.
 #pragma once
 
-#include "search_templates/genetic/host/engine.hpp"
-#include "search_templates/genetic/host/evaluation_verdicts.hpp"
+#include "search_templates/genetic/host/host.hpp"
 #include "search_templates/genetic/host/search_context.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -22,8 +21,7 @@ namespace varnholt::genetic {
 // call left is not undone: `passes` stays false, and only the pending mark lifts a block.
 //
 // A failure of the host, other than the two that mean "not ready", passes after the wipe.
-void refresh_candidate_submission_pool_metrics(Engine& engine, EvaluationVerdicts& verdicts,
-                                               SearchContext& context, Mapping& candidate,
-                                               Mapping& payload);
+void refresh_candidate_submission_pool_metrics(Host& host, SearchContext& context,
+                                               Mapping& candidate, Mapping& payload);
 
 }  // namespace varnholt::genetic

@@ -24,24 +24,24 @@ void remove_pool_failure_reason(Mapping& tracking) {
   tracking.erase(keys::kFailureDetail);
 }
 
-Value failed_verdict(Engine& engine, const Value& reason, const Value& detail) {
-  if (const Callable failed_gate_verdict = engine.find_failed_gate_verdict()) {
-    Mapping keywords{{keys::kDetail, detail}};
+Value failed_verdict(Gates& gates, const Value& reason, const Value& detail) {
+  GateOutcome outcome{.passed = false, .reason = reason, .detail = detail};
+  if (const VerdictOperation failed_gate_verdict = gates.find_failed_gate_verdict()) {
     if (const std::optional<Mapping> evidence = as_mapping(detail)) {
-      keywords.set(keys::kValue, evidence->get(keys::kValue));
-      keywords.set(keys::kThreshold, evidence->get(keys::kThreshold));
+      outcome.value = evidence->get(keys::kValue);
+      outcome.threshold = evidence->get(keys::kThreshold);
     }
-    return failed_gate_verdict({reason}, keywords);
+    return failed_gate_verdict(outcome);
   }
-  if (const Callable gate_verdict = engine.find_gate_verdict()) {
-    return gate_verdict({false, reason}, {{keys::kDetail, detail}});
+  if (const VerdictOperation gate_verdict = gates.find_gate_verdict()) {
+    return gate_verdict(outcome);
   }
   return Mapping{{keys::kPassed, false}, {keys::kReason, reason}};
 }
 
-Value passed_verdict(Engine& engine, const Value& value, const Value& threshold) {
-  if (const Callable gate_verdict = engine.find_gate_verdict()) {
-    return gate_verdict({true}, {{keys::kValue, value}, {keys::kThreshold, threshold}});
+Value passed_verdict(Gates& gates, const Value& value, const Value& threshold) {
+  if (const VerdictOperation gate_verdict = gates.find_gate_verdict()) {
+    return gate_verdict({.passed = true, .value = value, .threshold = threshold});
   }
   return Mapping{{keys::kPassed, true},
                  {keys::kReason, Value()},
@@ -49,25 +49,26 @@ Value passed_verdict(Engine& engine, const Value& value, const Value& threshold)
                  {keys::kThreshold, threshold}};
 }
 
-Value mi_threshold(Engine& engine, SearchContext& context) {
-  const Callable threshold_and_pool = engine.find_submission_mi_threshold_and_pool();
+Value mi_threshold(Gates& gates, PoolThresholds& thresholds, SearchContext& context) {
+  const MiThresholdOperation threshold_and_pool =
+      thresholds.find_submission_mi_threshold_and_pool();
   const Value era_config = context_era_config(context);
   const Value pool_name = context_value(context, context_names::kSignalPoolName);
   if (!threshold_and_pool || era_config.is_absent() || !truth(pool_name)) return {};
   try {
-    return item(threshold_and_pool({era_config, pool_name, context_thresholds(context, engine)}),
-                0);
+    return item(threshold_and_pool(era_config, pool_name, context_thresholds(context, gates)), 0);
   } catch (const std::exception&) {
     return {};  // The metric has passed; only what is told about it is poorer.
   }
 }
 
-Value correlation_threshold(Engine& engine, SearchContext& context) {
-  const Callable threshold_and_pool = engine.find_submission_correlation_threshold_and_pool();
+Value correlation_threshold(PoolThresholds& thresholds, SearchContext& context) {
+  const CorrelationThresholdOperation threshold_and_pool =
+      thresholds.find_submission_correlation_threshold_and_pool();
   const Value era_config = context_era_config(context);
   const Value pool_name = context_value(context, context_names::kSignalPoolName);
   if (!threshold_and_pool) return {};
-  return item(threshold_and_pool({era_config, pool_name}), 0);
+  return item(threshold_and_pool(era_config, pool_name), 0);
 }
 
 }  // namespace
@@ -76,23 +77,29 @@ Mapping mapping_made_when_missing(Mapping& record, Key key) {
   return writable_mapping(record.set_default(key, Mapping()));
 }
 
-Value submission_mi_failure_detail(Engine& engine, SearchContext& context, const Value& score) {
-  const Callable threshold_and_pool = engine.find_submission_mi_threshold_and_pool();
+Value submission_mi_failure_detail(Gates& gates, PoolThresholds& thresholds, SearchContext& context,
+                                   const Value& score) {
+  const MiThresholdOperation threshold_and_pool =
+      thresholds.find_submission_mi_threshold_and_pool();
   if (!threshold_and_pool) throw RuntimeError(kThresholdsRequired);
   // One statement each: the operands of one call would be read in any order.
   const Value era_config = context_era_config(context);
   const Value pool_name = context_value(context, context_names::kSignalPoolName);
   const Value threshold =
-      unpack_pair(threshold_and_pool({era_config, pool_name, context_thresholds(context, engine)}))
+      unpack_pair(threshold_and_pool(era_config, pool_name, context_thresholds(context, gates)))
           .first;
-  const Callable recorded_failure_detail = engine.find_recorded_failure_detail();
+  const DetailOperation recorded_failure_detail = gates.find_recorded_failure_detail();
   if (!recorded_failure_detail) throw RuntimeError(kEvidenceRequired);
-  return recorded_failure_detail(
-      {reasons::kPnlMiBelowThreshold, keys::kIsPnlMi, score, threshold},
-      {{keys::kGate, "is_pnl_mi_threshold"}, {keys::kOperator, "<"}, {keys::kCategory, "quality"}});
+  return recorded_failure_detail({.reason = reasons::kPnlMiBelowThreshold,
+                                  .metric = keys::kIsPnlMi,
+                                  .value = score,
+                                  .threshold = threshold,
+                                  .gate = "is_pnl_mi_threshold",
+                                  .comparison = "<",
+                                  .category = "quality"});
 }
 
-void block_candidate_submission(Engine& engine, Mapping& candidate, const Value& reason,
+void block_candidate_submission(Gates& gates, Mapping& candidate, const Value& reason,
                                 const Value& detail) {
   candidate.set(keys::kPasses, false);
   Mapping failure{{keys::kReason, reason}};
@@ -113,24 +120,25 @@ void block_candidate_submission(Engine& engine, Mapping& candidate, const Value&
   const Key verdict_key = is_same_or_equal(reason, reasons::kCorrelationExceeded)
                               ? keys::kCorrelationVerdict
                               : keys::kMiVerdict;
-  tracking.set(verdict_key, failed_verdict(engine, reason, detail));
+  tracking.set(verdict_key, failed_verdict(gates, reason, detail));
   candidate.set(keys::kSubmissionBlockedReason, reason);
 }
 
-void set_candidate_mi_tracking(Engine& engine, SearchContext& context, Mapping& candidate,
-                               const Value& score) {
+void set_candidate_mi_tracking(Gates& gates, PoolThresholds& thresholds, SearchContext& context,
+                               Mapping& candidate, const Value& score) {
   Mapping tracking = mapping_made_when_missing(candidate, keys::kTrackingMetricKwargs);
   tracking.set(keys::kPnlMi, score);
-  const Value threshold = mi_threshold(engine, context);
-  tracking.set(keys::kMiVerdict, passed_verdict(engine, score, threshold));
+  const Value threshold = mi_threshold(gates, thresholds, context);
+  tracking.set(keys::kMiVerdict, passed_verdict(gates, score, threshold));
 }
 
-void set_candidate_correlation_tracking(Engine& engine, SearchContext& context, Mapping& candidate,
+void set_candidate_correlation_tracking(Gates& gates, PoolThresholds& thresholds,
+                                        SearchContext& context, Mapping& candidate,
                                         const Value& correlation) {
   Mapping tracking = mapping_made_when_missing(candidate, keys::kTrackingMetricKwargs);
   tracking.set(keys::kCorrelation, correlation);
-  const Value threshold = correlation_threshold(engine, context);
-  tracking.set(keys::kCorrelationVerdict, passed_verdict(engine, correlation, threshold));
+  const Value threshold = correlation_threshold(thresholds, context);
+  tracking.set(keys::kCorrelationVerdict, passed_verdict(gates, correlation, threshold));
 }
 
 void mark_candidate_pool_metrics_pending(Mapping& candidate, Mapping& payload,

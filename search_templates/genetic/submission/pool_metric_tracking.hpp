@@ -8,7 +8,8 @@
 // are no mappings.
 #pragma once
 
-#include "search_templates/genetic/host/engine.hpp"
+#include "search_templates/genetic/host/gates.hpp"
+#include "search_templates/genetic/host/pool_thresholds.hpp"
 #include "search_templates/genetic/host/search_context.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -17,21 +18,22 @@ namespace varnholt::genetic {
 // The host's detail of a failed gate on mutual information. The search invents neither thresholds
 // nor failure evidence: RuntimeError "genetic search requires canonical PnL-MI thresholds" or
 // "genetic search requires canonical failure evidence" where the host lacks the operation.
-[[nodiscard]] Value submission_mi_failure_detail(Engine& engine, SearchContext& context,
-                                                 const Value& score);
+[[nodiscard]] Value submission_mi_failure_detail(Gates& gates, PoolThresholds& thresholds,
+                                                 SearchContext& context, const Value& score);
 
 // The candidate does not pass any more: a failure under `reason`, a failed verdict, and
 // "_submission_blocked_reason".
-void block_candidate_submission(Engine& engine, Mapping& candidate, const Value& reason,
+void block_candidate_submission(Gates& gates, Mapping& candidate, const Value& reason,
                                 const Value& detail = Value());
 
 // A measured metric with its passed verdict. The two differ on purpose: the threshold of mutual
 // information is asked for only with an era configuration and a pool name, is told the context's
 // thresholds, and counts as absent when asking fails; that of the correlation is always asked for,
 // and a failure passes.
-void set_candidate_mi_tracking(Engine& engine, SearchContext& context, Mapping& candidate,
-                               const Value& score);
-void set_candidate_correlation_tracking(Engine& engine, SearchContext& context, Mapping& candidate,
+void set_candidate_mi_tracking(Gates& gates, PoolThresholds& thresholds, SearchContext& context,
+                               Mapping& candidate, const Value& score);
+void set_candidate_correlation_tracking(Gates& gates, PoolThresholds& thresholds,
+                                        SearchContext& context, Mapping& candidate,
                                         const Value& correlation);
 
 // The metrics cannot be computed yet. The mark lifts an earlier block, but neither `failures` nor

@@ -13,9 +13,10 @@ namespace {
 
 // What the host makes of the statistics; absent when it fails. The read of the era configuration
 // belongs to what is guarded.
-Value built_payload(const Callable& build, SearchContext& context, const Value& stats) {
+Value built_payload(const StatsPayloadOperation& build, SearchContext& context,
+                    const Value& stats) {
   try {
-    return unpack_pair(build({stats, context_era_config(context)})).first;
+    return unpack_pair(build(stats, context_era_config(context))).first;
   } catch (const std::exception&) {
     return {};
   }
@@ -27,9 +28,10 @@ Value statistic(const Value& stats, Key name, const Value& fallback = 0.0) {
 
 }  // namespace
 
-Value candidate_stats_payload(Engine& engine, SearchContext& context, const Mapping& candidate) {
+Value candidate_stats_payload(SubmissionPayloads& payloads, SearchContext& context,
+                              const Mapping& candidate) {
   const Value stats = candidate.get(keys::kStats);
-  if (const Callable build = engine.find_submitted_stats_payload_from_backtest()) {
+  if (const StatsPayloadOperation build = payloads.find_submitted_stats_payload_from_backtest()) {
     Value built = built_payload(build, context, stats);
     if (as_mapping(built)) return built;
   }

@@ -1,8 +1,8 @@
 // A candidate's statistics as a submission carries them.
 #pragma once
 
-#include "search_templates/genetic/host/engine.hpp"
 #include "search_templates/genetic/host/search_context.hpp"
+#include "search_templates/genetic/host/submission_payloads.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::genetic {
@@ -14,7 +14,7 @@ namespace varnholt::genetic {
 //
 // Unlike those of a candidate's record, these conversions do not tolerate: TypeError, ValueError or
 // OverflowError for an attribute that is no number.
-[[nodiscard]] Value candidate_stats_payload(Engine& engine, SearchContext& context,
+[[nodiscard]] Value candidate_stats_payload(SubmissionPayloads& payloads, SearchContext& context,
                                             const Mapping& candidate);
 
 }  // namespace varnholt::genetic

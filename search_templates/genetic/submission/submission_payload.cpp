@@ -35,7 +35,8 @@ Mapping new_payload(Host& host, SearchContext& context, const Mapping& candidate
   payload.set(keys::kNamedUniverse,
               context.attribute(context_names::kNamedUniverse.view()).value_or(""));
   payload.set(keys::kSignalPoolName, context_value(context, context_names::kSignalPoolName));
-  payload.set(keys::kIsStats, candidate_stats_payload(host.engine(), context, candidate));
+  payload.set(keys::kIsStats,
+              candidate_stats_payload(host.submission_payloads(), context, candidate));
   payload.set(keys::kMetaparameters,
               context.attribute(context_names::kMetaparameters.view()).value_or(Mapping()));
   payload.set(keys::kSearchState, Mapping());
@@ -43,7 +44,7 @@ Mapping new_payload(Host& host, SearchContext& context, const Mapping& candidate
   payload.set(keys::kBacktestTiming, timing);
 
   ensure_payload_market_era(payload, context);
-  host.engine().annotate_submission_client_manifest(
+  host.submission_payloads().annotate_submission_client_manifest(
       payload, context_value(context, context_names::kSyncManager));
   // Again, on purpose: the manifest may have written a market and an era of its own.
   ensure_payload_market_era(payload, context);
@@ -93,8 +94,7 @@ Value ensure_candidate_submission_payload(Host& host, SearchContext& context, Ma
     candidate.set(keys::kSubmissionPayload, payload);
   }
   if (truth(refresh_pool_metrics)) {
-    refresh_candidate_submission_pool_metrics(host.engine(), host.evaluation_verdicts(), context,
-                                              candidate, *record);
+    refresh_candidate_submission_pool_metrics(host, context, candidate, *record);
   }
   return truth(candidate.get(keys::kPasses)) ? payload : Value();
 }

@@ -3,7 +3,6 @@
 // gone.
 #include "hosts/embedded/host/embedded_engine.hpp"
 
-#include <array>
 #include <cmath>
 #include <stdexcept>
 
@@ -59,13 +58,15 @@ class EmbeddedEngineTest : public ContextTest {
   }
   // Both metrics of the statistics, mutual information first.
   std::pair<Value, Value> metrics(const Value& of) {
-    const Value score =
-        engine_.submission_pnl_mi_from_backtest_or_compute(std::array<Value, 2>{Value(), of});
-    return {score, engine_.submission_correlation_from_backtest_or_compute(
-                       std::array<Value, 2>{Value(), of})};
+    const genetic::PoolMetricRequest request{.backtester = Value(),
+                                             .gate_stats = of,
+                                             .era_config = Value(),
+                                             .signal_pool_name = "alpha"};
+    const Value score = engine_.submission_pnl_mi_from_backtest_or_compute(request, Value());
+    return {score, engine_.submission_correlation_from_backtest_or_compute(request)};
   }
 
-  EmbeddedEngine engine_{[](LogLevel, std::string_view) {}, {}, {.min_sharpe = 0.5}, {}};
+  EmbeddedEngine engine_{{}, {.min_sharpe = 0.5}, {}};
 };
 
 TEST_F(EmbeddedEngineTest, ThresholdsAreTheHostsUnlessTheyAreReplaced) {
@@ -106,37 +107,40 @@ TEST_F(EmbeddedEngineTest, GateFailuresAreObjectsInTheOrderOfTheGates) {
 }
 
 TEST_F(EmbeddedEngineTest, FailureDetailsHoldTheEvidence) {
-  const std::array<Value, 4> positional = {"correlation_exceeded", "correlation", 0.9, 0.7};
-  const Mapping keywords{{keys::kGate, "is_correlation_threshold"},
-                         {keys::kOperator, ">"},
-                         {keys::kCategory, "quality"}};
-  const Value detail = engine_.recorded_failure_detail(positional, keywords);
+  const genetic::FailureEvidence evidence{.reason = "correlation_exceeded",
+                                          .metric = "correlation",
+                                          .value = 0.9,
+                                          .threshold = 0.7,
+                                          .gate = "is_correlation_threshold",
+                                          .comparison = ">",
+                                          .category = "quality"};
+  const Value detail = engine_.recorded_failure_detail(evidence);
   EXPECT_EQ(genetic::repr(detail),
             "{'reason': 'correlation_exceeded', 'metric': 'correlation', 'value': 0.9, "
             "'threshold': 0.7, 'gate': 'is_correlation_threshold', 'operator': '>', "
             "'category': 'quality'}");
-  EXPECT_TRUE(engine_.find_recorded_failure_detail()(
-                  {"correlation_exceeded", "correlation", 0.9, 0.7}, keywords) == detail);
+  EXPECT_TRUE(engine_.find_recorded_failure_detail()(evidence) == detail);
 }
 
 TEST_F(EmbeddedEngineTest, VerdictsTellTheirReasonAndFigures) {
-  const Mapping figures{{keys::kValue, 0.1}, {keys::kThreshold, 0.2}};
-  EXPECT_EQ(genetic::repr(engine_.find_failed_gate_verdict()({"pnl_mi"}, figures)),
+  EXPECT_EQ(genetic::repr(engine_.find_failed_gate_verdict()(
+                {.passed = false, .reason = "pnl_mi", .value = 0.1, .threshold = 0.2})),
             "{'verdict': 'failed', 'reason': 'pnl_mi', 'value': 0.1, 'threshold': 0.2}");
-  EXPECT_EQ(genetic::repr(engine_.find_gate_verdict()({true}, figures)),
-            "{'verdict': 'passed', 'reason': None, 'value': 0.1, 'threshold': 0.2}");
-  EXPECT_EQ(genetic::repr(engine_.find_gate_verdict()({false, "sharpe_min"})),
+  EXPECT_EQ(
+      genetic::repr(engine_.find_gate_verdict()({.passed = true, .value = 0.1, .threshold = 0.2})),
+      "{'verdict': 'passed', 'reason': None, 'value': 0.1, 'threshold': 0.2}");
+  EXPECT_EQ(genetic::repr(engine_.find_gate_verdict()({.passed = false, .reason = "sharpe_min"})),
             "{'verdict': 'failed', 'reason': 'sharpe_min', 'value': None, 'threshold': None}");
 }
 
 TEST_F(EmbeddedEngineTest, TheThresholdsOfThePoolComeWithItsName) {
   const PoolSettings defaults;
-  const Value score = engine_.find_submission_mi_threshold_and_pool()({Value(), "alpha", Value()});
+  const Value score = engine_.find_submission_mi_threshold_and_pool()(Value(), "alpha", Value());
   EXPECT_EQ(genetic::item(score, 0).real(), defaults.pnl_mi_min);
   EXPECT_EQ(genetic::item(score, 1).text(), "alpha");
   const Value correlation = engine_.submission_correlation_threshold_and_pool(Value(), "alpha");
   EXPECT_EQ(genetic::item(correlation, 0).real(), defaults.correlation_max);
-  EXPECT_TRUE(engine_.find_submission_correlation_threshold_and_pool()({Value(), "alpha"}) ==
+  EXPECT_TRUE(engine_.find_submission_correlation_threshold_and_pool()(Value(), "alpha") ==
               correlation);
 }
 
@@ -160,9 +164,13 @@ TEST_F(EmbeddedEngineTest, StatisticsWithoutAPnlAskForABacktest) {
   EXPECT_THROW(engine_.normalize_required_pool_pnl_matrix(stats(), Value(), "alpha"),
                genetic::ValueError);
   const Value graph = ranked("close");
-  const std::array<Value, 5> call = {genetic::make_object<BacktesterObject>(evaluator_),
-                                     "run_backtest", graph, Mapping(), "all"};
-  const Value again = engine_.call_backtester_with_transform_context(call, Mapping());
+  const Value again = engine_.call_backtester_with_transform_context(
+      {.backtester = genetic::make_object<BacktesterObject>(evaluator_),
+       .operation = "run_backtest",
+       .graph = graph,
+       .metaparameters = Mapping(),
+       .named_universe = "all",
+       .extra_kwargs = Mapping()});
   engine_.normalize_required_pool_pnl_matrix(again, Value(), "alpha");
   EXPECT_EQ(required_pnl(again).size(), evaluator_.data().day_count() - 1);
 }
@@ -180,7 +188,7 @@ TEST_F(EmbeddedEngineTest, OnlyPoolDataThatIsNotReadyIsThat) {
 }
 
 TEST_F(EmbeddedEngineTest, PayloadsHoldAllStatisticsAndTheClient) {
-  const Value pair = engine_.find_submitted_stats_payload_from_backtest()({stats(), Value()});
+  const Value pair = engine_.find_submitted_stats_payload_from_backtest()(stats(), Value());
   EXPECT_EQ(genetic::item(pair, 0).mapping().at("turnover").real(), kTurnover);
   EXPECT_EQ(genetic::item(pair, 0).mapping().size(),
             statistics_mapping(BacktestStatistics()).size());
@@ -194,7 +202,7 @@ TEST_F(EmbeddedEngineTest, PayloadsHoldAllStatisticsAndTheClient) {
 }
 
 TEST_F(EmbeddedEngineTest, WithoutAPoolItSaysSo) {
-  EmbeddedEngine bare([](LogLevel, std::string_view) {}, {}, {}, {});
+  EmbeddedEngine bare({}, {}, {});
   EXPECT_THROW(
       static_cast<void>(bare.refresh_submission_manifest_membership(Value(), "alpha", Value())),
       genetic::RuntimeError);

@@ -54,17 +54,17 @@ TEST_F(EmbeddedHostTest, TheScoreFollowsItsFormula) {
 }
 
 TEST_F(EmbeddedHostTest, DepthCountsNodesOnTheLongestWayDown) {
-  EXPECT_EQ(host_.engine().graph_depth_for_attempt_marker(feature("close")).integer(), 1);
-  EXPECT_EQ(host_.engine().graph_depth_for_attempt_marker(ranked("close")).integer(), 2);
-  EXPECT_THROW(static_cast<void>(host_.engine().graph_depth_for_attempt_marker(7)),
+  EXPECT_EQ(host_.graph_depth().graph_depth_for_attempt_marker(feature("close")).integer(), 1);
+  EXPECT_EQ(host_.graph_depth().graph_depth_for_attempt_marker(ranked("close")).integer(), 2);
+  EXPECT_THROW(static_cast<void>(host_.graph_depth().graph_depth_for_attempt_marker(7)),
                genetic::ValueError);
 }
 
 TEST_F(EmbeddedHostTest, LogTextsAreFilledIn) {
-  host_.engine().logger().error("%s of %s; 100%% of %s", {1, "two", 3.5});
-  host_.engine().logger().warning("plain", {});
-  host_.engine().logger().warning_with_error(
-      "recording failed", std::make_exception_ptr(genetic::ValueError("no room")));
+  host_.logger().error("%s of %s; 100%% of %s", {1, "two", 3.5});
+  host_.logger().warning("plain", {});
+  host_.logger().warning_with_error("recording failed",
+                                    std::make_exception_ptr(genetic::ValueError("no room")));
   EXPECT_EQ(logs_, (std::vector<std::string>{"error 1 of two; 100%% of 3.5", "warning plain",
                                              "warning recording failed: no room"}));
 }
@@ -90,12 +90,12 @@ TEST_F(EmbeddedHostTest, RandomGraphsAreValidAndOneStreamGivesOneSequence) {
 
 TEST_F(EmbeddedHostTest, SafeRotationsAreThoseThatFitTheNodeLimit) {
   EmbeddedContext context(evaluator_, {}, stop_, recorder_, submission_, timings_);
-  EXPECT_EQ(host_.engine().random_weighted_window_limit(context, 5).integer(), 120);
-  EXPECT_EQ(host_.engine().random_weighted_node_limit(context).integer(), 25);
-  EXPECT_TRUE(host_.engine().random_weighted_runtime_registry(context).is_absent());
+  EXPECT_EQ(host_.random_graph_limits().random_weighted_window_limit(context, 5).integer(), 120);
+  EXPECT_EQ(host_.random_graph_limits().random_weighted_node_limit(context).integer(), 25);
+  EXPECT_TRUE(host_.random_graph_limits().random_weighted_runtime_registry(context).is_absent());
 
   const auto safe = [&](EmbeddedHost& host) {
-    return genetic::safe_reaction_rotation_names(host.engine(), context);
+    return genetic::safe_reaction_rotation_names(host.random_graph_limits(), context);
   };
   const std::set<std::string> all = safe(host_);
   EXPECT_EQ(all.size(), evaluator_.vocabulary().functions.size());
@@ -115,7 +115,7 @@ TEST_F(EmbeddedHostTest, AModuleOverItHasAFixedSeed) {
 }
 
 TEST_F(EmbeddedHostTest, ARuntimeThatKeepsFailingEndsTheRun) {
-  EXPECT_THROW(host_.engine().raise_background_infrastructure_error("detail"),
+  EXPECT_THROW(host_.runtime_readiness().raise_background_infrastructure_error("detail"),
                BackgroundInfrastructureError);
 }
 

@@ -12,7 +12,7 @@
 #include <unistd.h>
 
 #include "hosts/embedded/host/embedded_host.hpp"
-#include "hosts/embedded/host/function_callable.hpp"
+#include "search_templates/genetic/host/function_callable.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/host/search_fixture.hpp"
@@ -53,7 +53,7 @@ class EmbeddedPoolTest : public ContextTest {
     config.timeout_seconds = timeout_seconds;
     config.worker_memory_limit_bytes = pool_.default_worker_memory_limit_bytes();
     const auto simulate_one =
-        make_callable([&simulate](std::span<const Value> positional, const Mapping&) {
+        genetic::make_callable([&simulate](std::span<const Value> positional, const Mapping&) {
           return simulate({genetic::attribute(positional[0], "candidate_index")->integer()});
         });
     std::vector<ProcessResult> results;
@@ -83,7 +83,7 @@ class EmbeddedPoolTest : public ContextTest {
   NoRecorder recorder_;
   EmbeddedContext context_{evaluator_, {}, stop_, recorder_, submission_, timings_};
   RealSystemCalls system_;
-  EmbeddedVerdicts verdicts_;
+  genetic::EvaluationVerdicts verdicts_;
   std::int64_t last_tick_ = -1;
   EmbeddedPool pool_{system_, verdicts_, 60.0, [this](std::int64_t ended) { last_tick_ = ended; }};
 };

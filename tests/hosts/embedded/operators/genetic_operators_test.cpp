@@ -10,13 +10,13 @@
 
 #include <gtest/gtest.h>
 
-#include "hosts/embedded/host/function_callable.hpp"
 #include "hosts/embedded/host/twister_generators.hpp"
 #include "hosts/embedded/market/synthetic_universe.hpp"
 #include "hosts/embedded/operators/graph_parts.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "hosts/embedded/vocabulary/graph_node.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
+#include "search_templates/genetic/host/function_callable.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::embedded {
@@ -97,7 +97,7 @@ class GeneticOperatorsTest : public ::testing::Test {
   void gives_way_to_the_validator(const Operator& apply) {
     int asked = 0;
     const Callable refuses =
-        make_callable([&asked](std::span<const Value>, const Mapping&) -> Value {
+        genetic::make_callable([&asked](std::span<const Value>, const Mapping&) -> Value {
           ++asked;
           throw std::runtime_error("refused");
         });
@@ -148,10 +148,11 @@ TEST_F(GeneticOperatorsTest, EachGivesWayToTheValidator) {
 }
 
 TEST_F(GeneticOperatorsTest, TheValidatorsOwnCopyIsNotTheChild) {
-  const Callable spoils = make_callable([](std::span<const Value> positional, const Mapping&) {
-    positional[0].mapping().set("node", "spoilt");
-    return Value(true);
-  });
+  const Callable spoils =
+      genetic::make_callable([](std::span<const Value> positional, const Mapping&) {
+        positional[0].mapping().set("node", "spoilt");
+        return Value(true);
+      });
   const Value child = operators_.hoist_mutation(deep_graph(), seeded(3), spoils);
   EXPECT_EQ(expression_text(child).find("spoilt"), std::string::npos);
 }
