@@ -9,8 +9,10 @@ import pytest
 ROOT = Path(__file__).resolve().parents[2]
 STAGED = Path(os.environ.get("VARNHOLT_STAGED_PACKAGE", ROOT / "build" / "release" / "python"))
 HOST = Path(__file__).resolve().parent / "host"
+# Plain Python versions to compare the module with.
+REFERENCE = Path(__file__).resolve().parent / "reference"
 
-sys.path[:0] = [str(HOST), str(STAGED)]
+sys.path[:0] = [str(HOST), str(STAGED), str(REFERENCE)]
 
 
 class Event:

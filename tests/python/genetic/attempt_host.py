@@ -5,14 +5,33 @@ world's log, so that two ledgers can be compared by what their hosts saw.
 """
 
 import itertools
+import sys
 import types
 from collections import deque
+
+import pytest
+
+CROSSED = "finalized process state crossed the backtest boundary"
+
+# A fresh state of an attempt.
+EMPTY = {
+    "attempt_id": None, "dispatched": False, "worker_started": False, "backtest_started": False,
+    "finalized": False, "failure_reason": None, "failure_detail": None, "marker_attempt_id": None,
+}
+# What the host is asked when an attempt's backtest starts, and when an attempt ends.
+STARTING = [
+    "_attempt_declared_data_shape", "create_simulation_attempt",
+    "mark_simulation_attempt_dispatched", "mark_simulation_attempt_backtest_started",
+]
+ENDING = [
+    "not_evaluated_verdict", "build_column_inventory", "json_ready", "finalize_simulation_attempt",
+]
 
 
 def shown(value):
     """A form of the value that two worlds share: objects of the world by their name."""
-    if isinstance(value, Thing):
-        return f"<{value.name}>"
+    if isinstance(value, (Thing, Namespace)):
+        return repr(value)
     if isinstance(value, dict):
         return {key: shown(item) for key, item in value.items()}
     if isinstance(value, (tuple, list)):
@@ -28,6 +47,9 @@ class Thing:
     def __init__(self, name):
         self.name = name
 
+    def __repr__(self):
+        return f"<{self.name}>"
+
 
 class HostError(Exception):
     """What an operation of the host fails with."""
@@ -38,6 +60,9 @@ class Namespace:
 
     def __init__(self, world, name, **attributes):
         self.__dict__.update(_world=world, _name=name, _held=attributes)
+
+    def __repr__(self):
+        return f"<{self._name}>"
 
     def __getattr__(self, name):
         self._world.log.append(("read", self._name, name))
@@ -153,8 +178,6 @@ class World:
         self.bind_imports(monkeypatch)
 
     def bind_imports(self, monkeypatch):
-        import sys
-
         monkeypatch.setitem(sys.modules, "varnholt.simulation.attempt_accounting", self.accounting)
         monkeypatch.setitem(sys.modules, "varnholt.simulation.evaluation_verdicts", self.verdicts)
 
@@ -222,3 +245,43 @@ def dispatch(index=0, attempt=0, candidate=None):
 
 def happened(name, index=0, attempt=0, **others):
     return {"event": name, "candidate_index": index, "attempt": attempt, **others}
+
+
+@pytest.fixture
+def world(genetic, monkeypatch):
+    made = World()
+    made.bind(genetic, monkeypatch)
+    return made
+
+
+@pytest.fixture
+def ledger(genetic, world):
+    """A ledger of two candidates, prepared for processes."""
+    made = genetic._ProcessAttemptLedger(world.context, [(0, {"node": "a"}), (1, {"node": "b"})])
+    made.prepare_for_processes()
+    world.log.clear()
+    return made
+
+
+def signal(ledger, *message):
+    """A child's signal."""
+    ledger._backtest_boundary_queue.messages.append(message)
+
+
+def answers(ledger, index=0):
+    """What a candidate's children were answered."""
+    return list(ledger._backtest_acknowledgement_queues[index].messages)
+
+
+def error_of(call, *args, **keywords):
+    with pytest.raises(Exception) as caught:
+        call(*args, **keywords)
+    return caught.value
+
+
+def started(ledger, index=0, attempt=0):
+    """The state of an attempt whose child has reached its backtest."""
+    ledger.pre_dispatch(dispatch(index, attempt))
+    signal(ledger, index, attempt)
+    ledger.poll_backtest_boundaries()
+    return ledger._states[(index, attempt)]

@@ -13,7 +13,7 @@ import types
 from collections import OrderedDict
 
 import pytest
-from attempt_host import Thing, World
+from attempt_host import Thing, World, world  # noqa: F401
 
 # (dispatched, backtest_started, cancelled): (type, disposition, category, source).
 TABLE = {
@@ -37,13 +37,6 @@ TABLE = {
     (True, True, True): (
         "process_search_cancelled", "cancelled", "operator", "client_lifecycle"),
 }
-
-
-@pytest.fixture
-def world(genetic, monkeypatch):
-    made = World()
-    made.bind(genetic, monkeypatch)
-    return made
 
 
 def finalized(world):
