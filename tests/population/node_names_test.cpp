@@ -52,6 +52,49 @@ TEST(NodeNames, CountOnceAndForEveryKindOfNode) {
               ElementsAre("add", "bare", "window_20"));
 }
 
+Value feature(const Value& name) {
+  return Mapping{{"node", name}, {"type", "feature"}};
+}
+
+TEST(FeatureNames, AreThoseOfTheFeaturesAlone) {
+  const Value below =
+      Mapping{{"node", "volume"}, {"type", "feature"}, {"children", Tuple{feature("close")}}};
+  const Value graph = node("add", List{below, node("mean", List{feature("open")}), feature("open"),
+                                       List{feature("high"), 5}});
+  EXPECT_THAT(graph_feature_names(graph), ElementsAre("close", "high", "open", "volume"));
+  EXPECT_THAT(graph_feature_names(List{feature("a"), feature("b")}), ElementsAre("a", "b"));
+}
+
+TEST(FeatureNames, AreTextsThatAreNotEmpty) {
+  EXPECT_THAT(graph_feature_names(List{feature(""), feature(5), feature(Value()),
+                                       Mapping{{"type", "feature"}}, feature(List{"a"})}),
+              IsEmpty());
+  EXPECT_THAT(graph_feature_names(feature(make_object<DerivedText>("derived"))),
+              ElementsAre("derived"));
+}
+
+TEST(FeatureNames, ChildrenAreWalkedAsThoseOfAnyNode) {
+  const auto with_children = [](const Value& children) {
+    return error_of([&] {
+      return graph_feature_names(
+          Mapping{{"node", "a"}, {"type", "rotation"}, {"children", children}});
+    });
+  };
+  EXPECT_EQ(with_children("feature"), "no error");
+  EXPECT_EQ(with_children(Mapping{{"type", "feature"}, {"node", "b"}}), "no error");
+  EXPECT_EQ(with_children(Value()), "TypeError: 'NoneType' object is not iterable");
+  EXPECT_EQ(with_children(5), "TypeError: 'int' object is not iterable");
+}
+
+TEST(FeatureNames, TableCountsWhatTheSetHolds) {
+  NameTable table;
+  const NameSet left = table.feature_names_of(List{feature("a"), feature("b"), node("c")});
+  const NameSet right = table.feature_names_of(List{feature("b"), feature("c"), feature("b")});
+  EXPECT_EQ(left.size(), 2U);
+  EXPECT_EQ(right.size(), 2U);
+  EXPECT_EQ(NameTable::similarity(left, right), 1.0 / 3.0);
+}
+
 TEST(NodeNames, AreTextsThatAreNotEmpty) {
   EXPECT_THAT(graph_node_names(node("", List{node(true), node(Value()), node(1.5), node(List{"a"}),
                                              node(Mapping{{"node", "b"}})})),

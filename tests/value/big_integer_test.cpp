@@ -165,6 +165,20 @@ TEST(BigInteger, IsTurnedIntoItsOpposite) {
   EXPECT_EQ(seven, BigInteger(7));
 }
 
+TEST(BigInteger, IsCountedOn) {
+  EXPECT_EQ(big("18446744073709551615").plus(1), big("18446744073709551616"));
+  EXPECT_EQ(big("18446744073709551616").plus(-1), big("18446744073709551615"));
+  EXPECT_EQ(big("18446744073709551616", true).plus(1), big("18446744073709551615", true));
+  EXPECT_EQ(big("18446744073709551615", true).plus(-1), big("18446744073709551616", true));
+  EXPECT_EQ(BigInteger(5).plus(-7), BigInteger(-2));
+  EXPECT_EQ(BigInteger(-5).plus(7), BigInteger(2));
+  EXPECT_EQ(BigInteger(-5).plus(5), BigInteger(0));
+  EXPECT_FALSE(BigInteger(-5).plus(5).is_negative());
+  EXPECT_EQ(BigInteger(0).plus(kSmallest), BigInteger(kSmallest));
+  EXPECT_EQ(BigInteger(kSmallest).plus(kSmallest).to_decimal(), "-18446744073709551616");
+  EXPECT_EQ(big("1" + std::string(60, '0')).plus(-1).to_decimal(), std::string(60, '9'));
+}
+
 TEST(BigInteger, HashesAsCPython) {
   EXPECT_EQ(BigInteger(0).hash(), 0);
   EXPECT_EQ(BigInteger(-1).hash(), -2);

@@ -340,5 +340,41 @@ TEST(Entry, FailsForWhatHasNoSuchOperation) {
   }
 }
 
+TEST(IntegerSum, IsExactWhateverTheSize) {
+  constexpr std::int64_t kLargest = std::numeric_limits<std::int64_t>::max();
+  EXPECT_EQ(integer_sum(40, 2), 42);
+  EXPECT_TRUE(integer_sum(40, 2).is_integer());
+  EXPECT_EQ(str(integer_sum(kLargest, 1)), kBeyond);
+  EXPECT_EQ(integer_sum(integer_sum(kLargest, 1), -1), kLargest);
+  EXPECT_TRUE(integer_sum(integer_sum(kLargest, 1), -1).is_integer());
+  EXPECT_EQ(str(integer_sum(integer_sum(kSmallest, -1), -1)), "-9223372036854775810");
+  EXPECT_EQ(str(integer_sum(to_integer("100000000000000000000"), 1)), "100000000000000000001");
+}
+
+TEST(AtLeast, IsTheOrderOfNumbersAndTexts) {
+  EXPECT_TRUE(at_least(3, 3));
+  EXPECT_TRUE(at_least(3, 2.5));
+  EXPECT_FALSE(at_least(2, 2.5));
+  EXPECT_TRUE(at_least(true, 1));
+  EXPECT_TRUE(at_least("b", "a"));
+  EXPECT_FALSE(at_least("a", "b"));
+  EXPECT_TRUE(at_least(integer_sum(std::numeric_limits<std::int64_t>::max(), 1), 5));
+  EXPECT_FALSE(at_least(5, integer_sum(std::numeric_limits<std::int64_t>::max(), 1)));
+}
+
+TEST(AtLeast, NothingIsAtLeastANaNNorIsItOfAnything) {
+  const Value nan(std::nan(""));
+  EXPECT_FALSE(at_least(nan, 1));
+  EXPECT_FALSE(at_least(1, nan));
+  EXPECT_FALSE(at_least(nan, nan));
+}
+
+TEST(AtLeast, FailsWithTheStatementsText) {
+  EXPECT_EQ(error_of([] { return at_least(1, "a"); }),
+            "TypeError: '>=' not supported between instances of 'int' and 'str'");
+  EXPECT_EQ(error_of([] { return at_least(Value(), 1); }),
+            "TypeError: '>=' not supported between instances of 'NoneType' and 'int'");
+}
+
 }  // namespace
 }  // namespace varnholt::genetic::test

@@ -90,6 +90,12 @@ Value PythonModuleConstants::default_max_improvement_candidates() const {
 Value PythonModuleConstants::default_max_improvement_rounds() const {
   return to_value(globals_.get("DEFAULT_MAX_IMPROVEMENT_ROUNDS"));
 }
+Value PythonModuleConstants::default_max_reaction_plans_per_source() const {
+  return to_value(globals_.get("DEFAULT_MAX_REACTION_PLANS_PER_SOURCE"));
+}
+Value PythonModuleConstants::default_max_actionable_near_miss_parents() const {
+  return to_value(globals_.get("DEFAULT_MAX_ACTIONABLE_NEAR_MISS_PARENTS"));
+}
 
 bool PythonModuleConstants::is_process_terminal_failure_reason(const Value& reason) const {
   const nb::object reasons = globals_.get("_PROCESS_TERMINAL_FAILURE_REASONS");

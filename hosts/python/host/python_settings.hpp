@@ -57,6 +57,8 @@ class PythonModuleConstants : public genetic::ModuleConstants {
   [[nodiscard]] genetic::Value default_max_improvement_depth() const override;
   [[nodiscard]] genetic::Value default_max_improvement_candidates() const override;
   [[nodiscard]] genetic::Value default_max_improvement_rounds() const override;
+  [[nodiscard]] genetic::Value default_max_reaction_plans_per_source() const override;
+  [[nodiscard]] genetic::Value default_max_actionable_near_miss_parents() const override;
   [[nodiscard]] bool is_process_terminal_failure_reason(
       const genetic::Value& reason) const override;
 

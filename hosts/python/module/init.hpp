@@ -28,6 +28,7 @@ void init_context(nb::module_& module);
 void init_submission(nb::module_& module);
 void init_evaluation(nb::module_& module);
 void init_reaction(nb::module_& module);
+void init_improvement(nb::module_& module);
 void init_process_attempts(nb::module_& module);
 void init_process(nb::module_& module);
 void init_driver(nb::module_& module);

@@ -15,6 +15,7 @@ NB_MODULE(_native, module) {
   python::init_submission(module);
   python::init_evaluation(module);
   python::init_reaction(module);
+  python::init_improvement(module);
   python::init_process_attempts(module);
   python::init_process(module);
   python::init_driver(module);

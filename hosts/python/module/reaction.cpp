@@ -3,7 +3,7 @@
 #include "hosts/python/module/init.hpp"
 #include "hosts/python/values/conversion.hpp"
 #include "search_templates/genetic/reaction/failure_metrics.hpp"
-#include "search_templates/genetic/reaction/improvement_batch.hpp"
+#include "search_templates/genetic/reaction/lineage.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::python {
@@ -80,7 +80,7 @@ void init_reaction(nb::module_& module) {
     return results;
   });
   module.def("elapsed_candidate_seconds", [](const Any& results) {
-    return genetic::elapsed_candidate_seconds(to_value(results));
+    return to_python(genetic::elapsed_candidate_seconds(to_value(results)));
   });
 }
 

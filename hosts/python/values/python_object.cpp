@@ -95,6 +95,14 @@ std::optional<bool> PythonObject::greater(const Value& other) const {
   return compare(to_python(other), object_, Py_LT);
 }
 
+std::optional<bool> PythonObject::at_least(const Value& other) const {
+  return compare(object_, to_python(other), Py_GE);
+}
+
+std::optional<bool> PythonObject::at_most(const Value& other) const {
+  return compare(to_python(other), object_, Py_GE);
+}
+
 bool PythonObject::is_whole() const {
   return is_true(call_method(object_, "is_integer"));
 }

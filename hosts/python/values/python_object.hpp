@@ -40,6 +40,8 @@ class PythonObject : public genetic::HostObject {
   // Python looks at both operands' operators, so there is always an answer, or its TypeError.
   [[nodiscard]] std::optional<bool> less(const genetic::Value& other) const override;
   [[nodiscard]] std::optional<bool> greater(const genetic::Value& other) const override;
+  [[nodiscard]] std::optional<bool> at_least(const genetic::Value& other) const override;
+  [[nodiscard]] std::optional<bool> at_most(const genetic::Value& other) const override;
 
   // What `is_integer` says.
   [[nodiscard]] bool is_whole() const override;

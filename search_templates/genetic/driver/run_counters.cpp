@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "search_templates/genetic/driver/run_metrics.hpp"
-#include "search_templates/genetic/reaction/improvement_batch.hpp"
+#include "search_templates/genetic/reaction/lineage.hpp"
 #include "search_templates/genetic/settings/reason_tables.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -49,8 +49,12 @@ void RunCounters::count_duplicates(std::int64_t duplicates) {
 }
 
 void RunCounters::count_candidates(const Value& results) {
+  count_untimed_candidates(results);
+  elapsed_simulation_seconds_ += to_float(elapsed_candidate_seconds(results));
+}
+
+void RunCounters::count_untimed_candidates(const Value& results) {
   candidate_count_ += static_cast<std::int64_t>(length(results));
-  elapsed_simulation_seconds_ += elapsed_candidate_seconds(results);
 }
 
 Value RunCounters::count_process_evaluation_failures(const Value& error) {

@@ -19,6 +19,9 @@ class RunCounters {
   void count_duplicates(std::int64_t duplicates);
   // Results that were recorded, with the seconds that they took.
   void count_candidates(const Value& results);
+  // The same without the seconds, for results that no process has given.
+  void count_untimed_candidates(const Value& results);
+  void count_improvement_round() { ++improvement_round_count_; }
 
   // Adds an error of process evaluation and returns its reason. A process priority that cannot be
   // set adds nothing.

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "search_templates/genetic/context/context_limits.hpp"
+#include "search_templates/genetic/graph/node_types.hpp"
 #include "search_templates/genetic/population/parent_scoring.hpp"
 #include "search_templates/genetic/population/score_order.hpp"
 #include "search_templates/genetic/settings/operator_rates.hpp"
@@ -25,9 +26,6 @@ constexpr Key kPointMutation = key<"point_mutation">();
 constexpr Key kSubtreeMutation = key<"subtree_mutation">();
 constexpr Key kHoistMutation = key<"hoist_mutation">();
 constexpr std::array kOperators = {kCrossover, kPointMutation, kSubtreeMutation, kHoistMutation};
-
-constexpr Key kFeature = key<"feature">();
-constexpr Key kRotation = key<"rotation">();
 
 // What keeps the worst parent's chance above zero.
 constexpr double kWeightFloor = 0.001;
@@ -180,7 +178,9 @@ std::int64_t data_graph_child_count(const Value& graph) {
     const std::optional<Mapping> node = as_mapping(*child);
     if (!node) continue;
     const Value type = node->get(keys::kType);
-    if (is_same_or_equal(type, kFeature) || is_same_or_equal(type, kRotation)) ++count;
+    if (is_same_or_equal(type, node_types::kFeature) ||
+        is_same_or_equal(type, node_types::kRotation))
+      ++count;
   }
   return count;
 }

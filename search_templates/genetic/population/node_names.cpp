@@ -4,6 +4,7 @@
 #include <bit>
 #include <optional>
 
+#include "search_templates/genetic/graph/node_types.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -18,13 +19,23 @@ std::string text_of(const Value& text) {
   return text.is_text() ? std::string(text.text()) : text.object().text();
 }
 
-template <typename Visit>
-void for_each_name(const Value& graph, const Visit& visit, int depth) {
+bool is_any_node(const Mapping& /*node*/) {
+  return true;
+}
+bool is_feature(const Mapping& node) {
+  return node.get(keys::kType) == node_types::kFeature;
+}
+
+// Visits the names of the nodes that `takes` takes.
+template <typename Takes, typename Visit>
+void for_each_name(const Value& graph, const Takes& takes, const Visit& visit, int depth = 0) {
   if (depth > kMaximumNesting) throw RecursionError("maximum recursion depth exceeded");
   Value children;
   if (const std::optional<Mapping> node = as_mapping(graph)) {
-    const Value name = node->get(keys::kNode);
-    if (is_instance_of(name, Kind::kText) && truth(name)) visit(text_of(name));
+    if (takes(*node)) {
+      const Value name = node->get(keys::kNode);
+      if (is_instance_of(name, Kind::kText) && truth(name)) visit(text_of(name));
+    }
     children = node->get(keys::kChildren, Tuple());
   } else if (is_instance_of(graph, Kind::kList) || is_instance_of(graph, Kind::kTuple)) {
     children = graph;
@@ -33,7 +44,14 @@ void for_each_name(const Value& graph, const Visit& visit, int depth) {
   }
   const auto walk = iterate(children);
   while (const std::optional<Value> child = walk->next())
-    for_each_name(*child, visit, depth + 1);
+    for_each_name(*child, takes, visit, depth + 1);
+}
+
+template <typename Takes>
+std::set<std::string> names_taken_by(const Takes& takes, const Value& graph) {
+  std::set<std::string> names;
+  for_each_name(graph, takes, [&names](std::string name) { names.insert(std::move(name)); });
+  return names;
 }
 
 double jaccard(std::size_t left, std::size_t right, std::size_t shared) {
@@ -44,10 +62,11 @@ double jaccard(std::size_t left, std::size_t right, std::size_t shared) {
 }  // namespace
 
 std::set<std::string> graph_node_names(const Value& graph) {
-  std::set<std::string> names;
-  for_each_name(
-      graph, [&names](std::string name) { names.insert(std::move(name)); }, 0);
-  return names;
+  return names_taken_by(is_any_node, graph);
+}
+
+std::set<std::string> graph_feature_names(const Value& graph) {
+  return names_taken_by(is_feature, graph);
 }
 
 double graph_similarity(const Value& left, const Value& right) {
@@ -61,18 +80,23 @@ double graph_similarity(const Value& left, const Value& right) {
 
 NameSet NameTable::names_of(const Value& graph) {
   NameSet names;
-  for_each_name(
-      graph,
-      [this, &names](const std::string& name) {
-        const std::size_t number = number_of(name);
-        if (names.bits_.size() <= number / kWordBits) names.bits_.resize(number / kWordBits + 1);
-        std::uint64_t& word = names.bits_[number / kWordBits];
-        const std::uint64_t bit = std::uint64_t{1} << (number % kWordBits);
-        if ((word & bit) == 0) ++names.size_;
-        word |= bit;
-      },
-      0);
+  for_each_name(graph, is_any_node, [&](const std::string& name) { add(names, name); });
   return names;
+}
+
+NameSet NameTable::feature_names_of(const Value& graph) {
+  NameSet names;
+  for_each_name(graph, is_feature, [&](const std::string& name) { add(names, name); });
+  return names;
+}
+
+void NameTable::add(NameSet& names, std::string_view name) {
+  const std::size_t number = number_of(name);
+  if (names.bits_.size() <= number / kWordBits) names.bits_.resize(number / kWordBits + 1);
+  std::uint64_t& word = names.bits_[number / kWordBits];
+  const std::uint64_t bit = std::uint64_t{1} << (number % kWordBits);
+  if ((word & bit) == 0) ++names.size_;
+  word |= bit;
 }
 
 double NameTable::similarity(const NameSet& left, const NameSet& right) {

@@ -17,6 +17,8 @@ namespace varnholt::genetic {
 // tuple of such. Anything else contributes nothing. A missing "children" counts as none, while one
 // that cannot be walked fails with TypeError. RecursionError beyond kMaximumNesting.
 [[nodiscard]] std::set<std::string> graph_node_names(const Value& graph);
+// The same of the nodes of type "feature" alone: what data a graph is made of.
+[[nodiscard]] std::set<std::string> graph_feature_names(const Value& graph);
 
 // The Jaccard index of the two sets of names: the shared ones by all of them, from 0.0 to 1.0. Two
 // graphs without names are not similar: 0.0.
@@ -34,15 +36,18 @@ class NameSet {
   std::size_t size_ = 0;
 };
 
-// Numbers the names that one call meets. Each graph is walked once, by `names_of`.
+// Numbers the names that one call meets. Each graph is walked once, by `names_of` or by
+// `feature_names_of`.
 class NameTable {
  public:
   [[nodiscard]] NameSet names_of(const Value& graph);
+  [[nodiscard]] NameSet feature_names_of(const Value& graph);
   // As graph_similarity of the graphs.
   [[nodiscard]] static double similarity(const NameSet& left, const NameSet& right);
 
  private:
   [[nodiscard]] std::size_t number_of(std::string_view name);
+  void add(NameSet& names, std::string_view name);
 
   std::unordered_map<std::string, std::size_t> numbers_;
 };

@@ -10,11 +10,11 @@ bool improvement_terminal_ends_search(const Value& reason) {
 }
 
 bool improvement_terminal_exhausts_near_misses(const Value& reason,
-                                               std::int64_t generation_improvement_count,
-                                               std::int64_t generation_round_count) {
+                                               const Value& generation_improvement_count,
+                                               const Value& generation_round_count) {
   if (is_same_or_equal(reason, reasons::kMaxImprovementCandidates) ||
       is_same_or_equal(reason, reasons::kMaxImprovementRounds)) {
-    return generation_improvement_count > 0 || generation_round_count > 0;
+    return less(0, generation_improvement_count) || less(0, generation_round_count);
   }
   return is_member(EXHAUSTED_NEAR_MISS_IMPROVEMENT_REASONS, reason);
 }

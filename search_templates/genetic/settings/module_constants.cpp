@@ -25,6 +25,12 @@ Value LoadedConstants::default_max_improvement_candidates() const {
 Value LoadedConstants::default_max_improvement_rounds() const {
   return DEFAULT_MAX_IMPROVEMENT_ROUNDS;
 }
+Value LoadedConstants::default_max_reaction_plans_per_source() const {
+  return DEFAULT_MAX_REACTION_PLANS_PER_SOURCE;
+}
+Value LoadedConstants::default_max_actionable_near_miss_parents() const {
+  return DEFAULT_MAX_ACTIONABLE_NEAR_MISS_PARENTS;
+}
 
 bool LoadedConstants::is_process_terminal_failure_reason(const Value& reason) const {
   return is_same_or_equal(worker_failed_, reason) || is_same_or_equal(worker_timeout_, reason);

@@ -23,6 +23,8 @@ class ModuleConstants {
   [[nodiscard]] virtual Value default_max_improvement_depth() const = 0;
   [[nodiscard]] virtual Value default_max_improvement_candidates() const = 0;
   [[nodiscard]] virtual Value default_max_improvement_rounds() const = 0;
+  [[nodiscard]] virtual Value default_max_reaction_plans_per_source() const = 0;
+  [[nodiscard]] virtual Value default_max_actionable_near_miss_parents() const = 0;
 
   // The failures that tell of a worker process and not of its candidate.
   [[nodiscard]] virtual bool is_process_terminal_failure_reason(const Value& reason) const = 0;
@@ -42,6 +44,8 @@ class LoadedConstants : public ModuleConstants {
   [[nodiscard]] Value default_max_improvement_depth() const override;
   [[nodiscard]] Value default_max_improvement_candidates() const override;
   [[nodiscard]] Value default_max_improvement_rounds() const override;
+  [[nodiscard]] Value default_max_reaction_plans_per_source() const override;
+  [[nodiscard]] Value default_max_actionable_near_miss_parents() const override;
   [[nodiscard]] bool is_process_terminal_failure_reason(const Value& reason) const override;
 
  private:

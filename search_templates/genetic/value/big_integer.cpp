@@ -61,6 +61,28 @@ std::strong_ordering compare_magnitudes(const Limbs& left, const Limbs& right) n
                                                 right.rend());
 }
 
+void add(Limbs& limbs, const Limbs& addend) {
+  if (limbs.size() < addend.size()) limbs.resize(addend.size());
+  std::uint64_t carry = 0;
+  for (std::size_t i = 0; i < limbs.size(); ++i) {
+    carry += std::uint64_t{limbs[i]} + (i < addend.size() ? addend[i] : 0);
+    limbs[i] = static_cast<std::uint32_t>(carry);
+    carry >>= kLimbBits;
+  }
+  if (carry != 0) limbs.push_back(static_cast<std::uint32_t>(carry));
+}
+
+// The subtrahend is no greater than the limbs.
+void subtract(Limbs& limbs, const Limbs& subtrahend) {
+  std::uint64_t borrow = 0;
+  for (std::size_t i = 0; i < limbs.size(); ++i) {
+    const std::uint64_t taken = borrow + (i < subtrahend.size() ? subtrahend[i] : 0);
+    borrow = limbs[i] < taken ? 1 : 0;
+    limbs[i] = static_cast<std::uint32_t>(limbs[i] - taken);
+  }
+  drop_leading_zeros(limbs);
+}
+
 // The 64 bits from `position` upwards; those over the top read as zero.
 std::uint64_t bits_from(const Limbs& limbs, std::size_t position) noexcept {
   const std::size_t first = position / kLimbBits;
@@ -141,6 +163,19 @@ BigInteger BigInteger::negated() const {
   BigInteger opposite = *this;
   opposite.negative_ = !negative_ && !is_zero();
   return opposite;
+}
+
+BigInteger BigInteger::plus(std::int64_t addend) const {
+  BigInteger sum = *this;
+  BigInteger other(addend);
+  if (sum.negative_ == other.negative_) {
+    add(sum.limbs_, other.limbs_);
+    return sum;
+  }
+  if (compare_magnitudes(sum.limbs_, other.limbs_) < 0) std::swap(sum, other);
+  subtract(sum.limbs_, other.limbs_);
+  sum.negative_ = sum.negative_ && !sum.limbs_.empty();
+  return sum;
 }
 
 std::optional<std::int64_t> BigInteger::to_int64() const noexcept {

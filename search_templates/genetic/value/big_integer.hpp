@@ -1,5 +1,6 @@
 // Integers of any size, as far as the search meets them: read from a text or from a double, shown,
-// compared, hashed, turned into a double or into its opposite. There is no other arithmetic.
+// compared, hashed, counted on, turned into a double or into its opposite. There is no other
+// arithmetic.
 //
 // A BigInteger never changes once it is made. Its magnitude is a sequence of 32-bit limbs, least
 // significant first, without leading zeros; zero has no limb and no sign.
@@ -35,6 +36,7 @@ class BigInteger {
   [[nodiscard]] bool is_negative() const noexcept { return negative_; }
 
   [[nodiscard]] BigInteger negated() const;
+  [[nodiscard]] BigInteger plus(std::int64_t addend) const;
 
   // The value where 64 bits hold it.
   [[nodiscard]] std::optional<std::int64_t> to_int64() const noexcept;

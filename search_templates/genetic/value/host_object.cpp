@@ -23,6 +23,17 @@ std::optional<bool> HostObject::greater(const Value& /*other*/) const {
   return std::nullopt;
 }
 
+std::optional<bool> HostObject::at_least(const Value& other) const {
+  const std::optional<bool> is_greater = greater(other);
+  if (!is_greater) return std::nullopt;
+  return *is_greater || equals(other);
+}
+std::optional<bool> HostObject::at_most(const Value& other) const {
+  const std::optional<bool> is_less = less(other);
+  if (!is_less) return std::nullopt;
+  return *is_less || equals(other);
+}
+
 bool HostObject::is_whole() const {
   const double real = to_float();
   return std::isfinite(real) && std::trunc(real) == real;

@@ -50,6 +50,10 @@ class HostObject : public detail::Counted {
   // this < other, and other < this. Empty when the host has no such order.
   [[nodiscard]] virtual std::optional<bool> less(const Value& other) const;
   [[nodiscard]] virtual std::optional<bool> greater(const Value& other) const;
+  // this >= other, and other >= this: by the order above and equality, unless the object has a
+  // mind of its own.
+  [[nodiscard]] virtual std::optional<bool> at_least(const Value& other) const;
+  [[nodiscard]] virtual std::optional<bool> at_most(const Value& other) const;
 
   // Of an instance of the real type: whether it has no fraction, as it says itself.
   [[nodiscard]] virtual bool is_whole() const;

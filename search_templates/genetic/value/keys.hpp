@@ -139,10 +139,20 @@ inline constexpr Key kGate = key<"gate">();
 inline constexpr Key kOperator = key<"operator">();
 inline constexpr Key kCategory = key<"category">();
 
+// The host's metrics of a result by which peers are ranked.
+inline constexpr Key kDeltaExposure = key<"delta_exposure">();
+inline constexpr Key kMaxWeight = key<"max_weight">();
+
 // The report of a deduplicated batch.
 inline constexpr Key kGraphs = key<"graphs">();
 inline constexpr Key kGeneratedCount = key<"generated_count">();
 inline constexpr Key kDuplicateCount = key<"duplicate_count">();
+
+// The report of an improvement batch, which has the number of duplicates too.
+inline constexpr Key kImprovements = key<"improvements">();
+inline constexpr Key kEligibleCount = key<"eligible_count">();
+inline constexpr Key kDepthLimitedCount = key<"depth_limited_count">();
+inline constexpr Key kCandidateLimitReached = key<"candidate_limit_reached">();
 
 // The metrics record of a run, in the order in which it is written.
 inline constexpr Key kBatchSize = key<"batch_size">();

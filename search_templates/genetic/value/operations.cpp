@@ -123,6 +123,35 @@ double difference(const Value& left, const Value& right) {
   return as_number(left) - as_number(right);
 }
 
+Value integer_sum(const Value& integer, std::int64_t addend) {
+  std::int64_t sum = 0;
+  if (integer.is_integer()) {
+    if (!__builtin_add_overflow(integer.integer(), addend, &sum)) return sum;
+    return make_object<BigIntegerObject>(BigInteger(integer.integer()).plus(addend));
+  }
+  const std::string text = repr(integer);
+  const bool is_negative = text.front() == '-';
+  const BigInteger number = BigInteger::from_decimal_digits(
+                                std::string_view(text).substr(is_negative ? 1 : 0), is_negative)
+                                .plus(addend);
+  if (const auto small = number.to_int64()) return *small;
+  return make_object<BigIntegerObject>(number);
+}
+
+bool at_least(const Value& left, const Value& right) {
+  std::optional<bool> answer;
+  if (left.is_object()) answer = left.object().at_least(right);
+  if (!answer && right.is_object()) answer = right.object().at_most(left);
+  if (answer) return *answer;
+  try {
+    // Without objects there is no NaN, and what is not greater is less or equal.
+    return !less(left, right);
+  } catch (const TypeError&) {
+    throw TypeError("'>=' not supported between instances of '" + type_name(left) + "' and '" +
+                    type_name(right) + "'");
+  }
+}
+
 Mapping writable_mapping(const Value& value) {
   std::optional<Mapping> record = as_record(value);
   if (!record) {

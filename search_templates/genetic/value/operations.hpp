@@ -2,6 +2,7 @@
 // an entry. Each fails as the statement does.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -39,6 +40,13 @@ namespace varnholt::genetic {
 // left - right of two such numbers. Integers are subtracted before they become a real: those beyond
 // 2**53 may differ by less than reals there do.
 [[nodiscard]] double difference(const Value& left, const Value& right);
+
+// integer + addend, exactly. The integer is one that to_integer() gave.
+[[nodiscard]] Value integer_sum(const Value& integer, std::int64_t addend);
+
+// left >= right. A host's object is asked this very question.
+// TypeError "'>=' not supported between instances of 'int' and 'str'".
+[[nodiscard]] bool at_least(const Value& left, const Value& right);
 
 // The mapping into which value[key] = ... writes.
 // TypeError "'int' object does not support item assignment" for what is no mapping.

@@ -14,7 +14,7 @@ import pytest
 INTERNAL = {
     "_host", "_native", "_sys", "_types", "_take_in",
     "_attempts", "_breeding", "_context", "_evaluation", "_failures", "_graph", "_population",
-    "_run", "_settings", "_submission", "_timing",
+    "_reaction", "_run", "_settings", "_submission", "_timing",
 }
 
 
