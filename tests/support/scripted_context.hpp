@@ -79,6 +79,10 @@ class ScriptedContext : public SearchContext {
   std::function<Callable()> on_search_context_thresholds = always(Callable());
   std::function<Value()> on_current_attempt_evidence = always(Value());
   std::function<Callable()> on_derive_rejection_reason_detail = always(Callable());
+  // No tracker: a test that has one gives it.
+  std::function<std::shared_ptr<AttemptTracker>()> on_tracker =
+      failing(AttributeError("'SearchContext' object has no attribute '_tracker'"));
+  std::function<bool()> on_submission_cancelled = always(false);
   // Not in the log unless logged_handling() writes it.
   std::function<std::shared_ptr<const void>(const std::exception_ptr&)> on_handling =
       always(nullptr);
@@ -142,6 +146,13 @@ class ScriptedContext : public SearchContext {
   }
   [[nodiscard]] Callable derive_rejection_reason_detail() override {
     return read("context.derive_rejection_reason_detail", on_derive_rejection_reason_detail);
+  }
+  [[nodiscard]] std::shared_ptr<AttemptTracker> tracker() override {
+    return read("context.tracker", on_tracker);
+  }
+  [[nodiscard]] bool submission_cancelled() override {
+    log_.add("context.submission_cancelled()");
+    return on_submission_cancelled();
   }
   [[nodiscard]] std::shared_ptr<const void> handling(const std::exception_ptr& error) override {
     return on_handling(error);

@@ -26,6 +26,7 @@
 #include "search_templates/genetic/host/host.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "tests/support/scripted_answers.hpp"
+#include "tests/support/scripted_attempts.hpp"
 #include "tests/support/scripted_context.hpp"
 #include "tests/support/scripted_engine.hpp"
 #include "tests/support/scripted_genetic_ops.hpp"
@@ -175,6 +176,10 @@ struct ScriptedHost {
   ScriptedRandomGenerators random_generators{log};
   ScriptedSecureRandom secure_random{log};
   ScriptedPause pause{log};
+  ScriptedTracker tracker{log};
+  ScriptedMarkers attempt_markers{log};
+  ScriptedAccounting attempt_accounting{log};
+  ScriptedProcessContexts process_contexts{log};
 
   ScriptedHost() = default;
   ScriptedHost(const ScriptedHost&) = delete;
@@ -211,6 +216,11 @@ struct ScriptedHost {
     [[nodiscard]] RandomGenerators& random_generators() override { return host_.random_generators; }
     [[nodiscard]] SecureRandom& secure_random() override { return host_.secure_random; }
     [[nodiscard]] Pause& pause() override { return host_.pause; }
+    [[nodiscard]] AttemptMarkers& attempt_markers() override { return host_.attempt_markers; }
+    [[nodiscard]] AttemptAccounting& attempt_accounting() override {
+      return host_.attempt_accounting;
+    }
+    [[nodiscard]] ProcessContexts& process_contexts() override { return host_.process_contexts; }
 
    private:
     ScriptedHost& host_;

@@ -12,10 +12,13 @@ class AttemptAccounting {
   virtual ~AttemptAccounting() = default;
 
   // What became of each expected column, `per_column_stats` being a mapping of what there is.
-  [[nodiscard]] virtual Value build_column_inventory(const Value& expected_columns,
-                                                     const Value& per_column_stats) = 0;
-  // The value in a form that JSON text can be made of.
-  [[nodiscard]] virtual Value json_ready(const Value& value) = 0;
+  // Nothing where the host keeps no such accounts.
+  [[nodiscard]] virtual Value build_column_inventory(const Value& /*expected_columns*/,
+                                                     const Value& /*per_column_stats*/) {
+    return {};
+  }
+  // The value in a form that JSON text can be made of; as it is where every value can.
+  [[nodiscard]] virtual Value json_ready(const Value& value) { return value; }
 };
 
 }  // namespace varnholt::genetic

@@ -2,12 +2,13 @@
 //
 // A marker is a note that a candidate is being evaluated, for whoever looks on. The parent opens it
 // when the pool says that a candidate was started, and closes it when it was heard of again, or at
-// the end of the attempt at the latest. It decides nothing.
+// the end of the attempt at the latest. It decides nothing: a host that overrides nothing keeps
+// none.
 #pragma once
 
-#include <functional>
 #include <string_view>
 
+#include "search_templates/genetic/host/callable.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::genetic {
@@ -21,18 +22,25 @@ class AttemptMarkers {
   // when none was made. In the parent the phase is "evaluate_expression". In a child the host calls
   // this operation itself, with the phases that it goes through, and a guard stands in its place.
   using Write =
-      std::function<Value(const Value& tracker, const Value& graph, const Value& named_universe,
-                          const Value& metaparameters, std::string_view phase)>;
+      Operation<Value(const Value& tracker, const Value& graph, const Value& named_universe,
+                      const Value& metaparameters, std::string_view phase)>;
   // Closes the marker. One whose closing failed counts as open and is closed again later.
-  using Clear = std::function<void(const Value& tracker, const Value& marker_attempt_id)>;
+  using Clear = Operation<void(const Value& tracker, const Value& marker_attempt_id)>;
   // The shape of the data for the context's expected columns: opaque, handed on to the tracker.
-  using DataShape = std::function<Value(const Value& expected_columns)>;
+  using DataShape = Operation<Value(const Value& expected_columns)>;
 
   virtual ~AttemptMarkers() = default;
 
-  [[nodiscard]] virtual Write write_evaluation_attempt_marker() = 0;
-  [[nodiscard]] virtual Clear clear_evaluation_attempt_marker() = 0;
-  [[nodiscard]] virtual DataShape attempt_declared_data_shape() = 0;
+  [[nodiscard]] virtual Write write_evaluation_attempt_marker() {
+    return [](const Value& /*tracker*/, const Value& /*graph*/, const Value& /*named_universe*/,
+              const Value& /*metaparameters*/, std::string_view /*phase*/) { return Value(); };
+  }
+  [[nodiscard]] virtual Clear clear_evaluation_attempt_marker() {
+    return [](const Value& /*tracker*/, const Value& /*marker_attempt_id*/) {};
+  }
+  [[nodiscard]] virtual DataShape attempt_declared_data_shape() {
+    return [](const Value& /*expected_columns*/) { return Value(); };
+  }
 };
 
 }  // namespace varnholt::genetic

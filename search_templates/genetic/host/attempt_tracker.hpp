@@ -7,9 +7,9 @@
 // end that failed is asked for again by the next event that ends the attempt.
 #pragma once
 
-#include <functional>
 #include <string>
 
+#include "search_templates/genetic/host/callable.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::genetic {
@@ -52,9 +52,9 @@ struct AttemptEnd {
 class AttemptTracker {
  public:
   // Returns the identity of the new row: opaque, and kept by the ledger until the attempt ends.
-  using Create = std::function<Value(const NewAttempt&)>;
+  using Create = Operation<Value(const NewAttempt&)>;
   // Ends the row of this identity.
-  using Finalize = std::function<void(const Value& attempt_id, const AttemptEnd&)>;
+  using Finalize = Operation<void(const Value& attempt_id, const AttemptEnd&)>;
 
   virtual ~AttemptTracker() = default;
 

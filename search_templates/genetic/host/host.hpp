@@ -32,6 +32,7 @@
 #include "search_templates/genetic/host/search_settings.hpp"
 #include "search_templates/genetic/host/secure_random.hpp"
 #include "search_templates/genetic/host/submission_payloads.hpp"
+#include "search_templates/genetic/value/errors.hpp"
 
 namespace varnholt::genetic {
 
@@ -65,12 +66,16 @@ class Host {
   [[nodiscard]] virtual JsonReader& json_reader() { return no_json_; }
   [[nodiscard]] virtual Logger& logger() { return no_log_; }
   [[nodiscard]] virtual Pause& pause() { return no_pause_; }
+  [[nodiscard]] virtual AttemptMarkers& attempt_markers() { return no_markers_; }
+  [[nodiscard]] virtual AttemptAccounting& attempt_accounting() { return no_accounts_; }
 
-  // What the ledger of attempts asks for. A host that keeps no attempts may leave these out: asking
-  // it for one is a RuntimeError that names the method.
-  [[nodiscard]] virtual AttemptMarkers& attempt_markers();
-  [[nodiscard]] virtual AttemptAccounting& attempt_accounting();
-  [[nodiscard]] virtual ProcessContexts& process_contexts();
+  // The queues that evaluating a batch in processes needs. RuntimeError for a host that cannot make
+  // any.
+  [[nodiscard]] virtual ProcessContexts& process_contexts() {
+    throw RuntimeError(
+        "this host makes no queues between processes: it must override "
+        "Host::process_contexts to evaluate a batch");
+  }
 
  private:
   SearchSettings default_settings_;
@@ -83,6 +88,8 @@ class Host {
   NoReactionPlanning no_reaction_planning_;
   RuntimeReadiness always_ready_;
   JsonReader no_json_;
+  AttemptMarkers no_markers_;
+  AttemptAccounting no_accounts_;
   Logger no_log_;
   Pause no_pause_;
 };

@@ -1,0 +1,60 @@
+// Goal: a host that keeps no attempts of processes needs to write nothing for them, and what it
+// cannot leave out says so. Method: the base classes themselves.
+#include <gmock/gmock.h>
+
+#include "search_templates/genetic/host/attempt_accounting.hpp"
+#include "search_templates/genetic/host/attempt_markers.hpp"
+#include "search_templates/genetic/host/host.hpp"
+#include "search_templates/genetic/host/search_context.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+#include "tests/support/error_of.hpp"
+
+namespace varnholt::genetic::test {
+namespace {
+
+// A context with what every context has, and two attributes.
+class PlainContext : public SearchContext {
+ public:
+  [[nodiscard]] Callable evaluate_for_template() override { return {}; }
+  [[nodiscard]] Callable safe_record() override { return {}; }
+  [[nodiscard]] std::optional<Value> attribute(std::string_view name) override {
+    if (name == "_market_id") return 5;
+    if (name == "_era_number") return Value();
+    return std::nullopt;
+  }
+};
+
+TEST(AttemptDefaults, AContextReadsWhatItMustHave) {
+  PlainContext context;
+  EXPECT_EQ(context.required_attribute("_market_id"), Value(5));
+  EXPECT_TRUE(context.required_attribute("_era_number").is_absent()) << "absent is not missing";
+  EXPECT_EQ(context.opaque_attribute("_market_id"), std::optional<Value>(5));
+  EXPECT_EQ(context.opaque_attribute("_x"), std::nullopt);
+  EXPECT_EQ(error_of([&] { return context.required_attribute("_x"); }),
+            "AttributeError: 'SearchContext' object has no attribute '_x'");
+}
+
+TEST(AttemptDefaults, AContextWithoutATrackerSaysSo) {
+  PlainContext context;
+  EXPECT_EQ(error_of([&] { return context.tracker(); }),
+            "AttributeError: 'SearchContext' object has no attribute '_tracker'");
+  EXPECT_EQ(error_of([&] { return context.submission_cancelled(); }),
+            "AttributeError: 'SearchContext' object has no attribute '_submission_cancelled'");
+}
+
+TEST(AttemptDefaults, NoMarkersAreKept) {
+  AttemptMarkers markers;
+  EXPECT_TRUE(markers.write_evaluation_attempt_marker()(1, 2, 3, 4, "phase").is_absent());
+  markers.clear_evaluation_attempt_marker()(1, 2);
+  EXPECT_TRUE(markers.attempt_declared_data_shape()(Tuple{"a"}).is_absent());
+}
+
+TEST(AttemptDefaults, NoAccountsAreKept) {
+  AttemptAccounting accounting;
+  EXPECT_TRUE(accounting.build_column_inventory(1, 2).is_absent());
+  const Mapping value;
+  EXPECT_TRUE(same_object(accounting.json_ready(value), value));
+}
+
+}  // namespace
+}  // namespace varnholt::genetic::test
