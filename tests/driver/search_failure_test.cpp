@@ -89,10 +89,13 @@ TEST(SearchFailure, ErrorOfOneCandidateFailsTheBatchAndTheRunGoesOn) {
   // The error is counted after the recording, in place of the streak.
   const Names counted = {"process_evaluation.terminal_worker_failed",
                          "process_evaluation.terminal_process_priority_failed"};
+  // The text of the failure might be JSON that tells how far it missed.
+  const Names rounds =
+      kTest + times(3, kJudge) + Names{"json_reader.read", "context.max_depth"} + kTest;
   EXPECT_THAT(
       search.host.log.names(),
-      ElementsAreArray(kBeforeError + made_up + kRecordFailing + counted + kTest + kReadStopEvent +
-                       kTest + kPause + kReadStopEvent + kPassing + kStopped));
+      ElementsAreArray(kBeforeError + made_up + kRecordFailing + counted + kTest + rounds + kJudge +
+                       kReadStopEvent + kTest + kPause + kReadStopEvent + kPassing + kStopped));
   ASSERT_THAT(search.metrics, SizeIs(1));
   EXPECT_EQ(search.metrics[0].at("failure_count"), 1);
   EXPECT_EQ(search.metrics[0].at("candidate_count"), 2);
@@ -196,7 +199,8 @@ TEST(SearchFailure, RuntimeThatIsNeverReadyEndsTheRunWithMetrics) {
               "rejections");
   }
   const Names first = kTest + kBatch + kPool + kRecordFailing + kRecordFailing + kStreak + kTest +
-                      kReadStopEvent + kTest + kPause + kReadStopEvent;
+                      no_rounds_for(2) + kJudge + kJudge + kReadStopEvent + kTest + kPause +
+                      kReadStopEvent;
   EXPECT_THAT(search.host.log.names(),
               ElementsAreArray(kSetUp + first + kTest + kBatch + kPool + kRecordFailing +
                                kRecordFailing + kStreak + Names{"logger.error"} + kMetrics +

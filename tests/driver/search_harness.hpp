@@ -239,6 +239,33 @@ inline const Names kStreak = {"engine.infrastructure_failure_threshold"};
 inline const Names kScore = {"eliteness.score_candidate"};
 inline const Names kPause = {"stop_event.wait"};
 inline const Names kReadStopEvent = {"context.stop_event"};
+// A result that does not pass is judged by all gates; here there are no thresholds.
+inline const Names kJudge = attribute_reads(2) + Names{"context.search_context_thresholds"} +
+                            attribute_reads(2) + Names{"engine.stats_gate_threshold_set"};
+// What the planner may use, and its answer.
+inline const Names kPlan = {"context.vocabulary",
+                            "context.vocabulary",
+                            "engine.function_entries_for_kind",
+                            "context.max_depth",
+                            "engine.random_weighted_window_limit",
+                            "engine.random_weighted_node_limit",
+                            "engine.random_weighted_runtime_registry",
+                            "engine.signal_generation_safe_rotations",
+                            "context.own_graph_validator",
+                            "context.backtester_validate_graph",
+                            "reaction_planning.derive_reaction_improvements"};
+// The improvement rounds of a generation in which all pass: there is nothing to repair.
+inline const Names kNoRounds = kTest + Names{"context.max_depth"} + kTest;
+// The same where so many results failed for reasons that nothing addresses: each is judged as a
+// near miss, as a member of the pool, and as a source.
+[[nodiscard]] inline Names no_rounds_for(int failures) {
+  return kTest + times(3 * failures, kJudge) + Names{"context.max_depth"} + kTest;
+}
+// The near misses that a result failed on sharpe is not among, and the rounds of a generation of
+// one such result, for which there is no plan.
+inline const Names kNoNearMiss = kJudge + Names{"engine.stats_gate_metrics"};
+inline const Names kFruitlessRound =
+    kTest + kNoNearMiss + kJudge + kJudge + Names{"context.max_depth"} + kJudge + kPlan + kTest;
 // The one metrics record; the recorder is asked for six of its keywords.
 inline const Names kMetrics = {"context.record_search_run_metrics", "record_metrics.signature",
                                "record_metrics.signature",          "record_metrics.signature",
@@ -248,12 +275,13 @@ inline const Names kMetrics = {"context.record_search_run_metrics", "record_metr
 // A generation of one candidate that passes, and of one that fails.
 // Three scores: the ranks of the first and of the second submission, and the generation's best.
 inline const Names kAfterPassingBatch = kPool + kRecordPassing + kScore + kSubmit + kStreak +
-                                        kTest + kScore + kScore + kReadStopEvent + kTest + kPause;
+                                        kTest + kNoRounds + kScore + kScore + kReadStopEvent +
+                                        kTest + kPause;
 inline const Names kPassing = kTest + kBatch + kAfterPassingBatch;
 // The same after a generation that passed.
 inline const Names kBredPassing = kTest + kBredBatch + kAfterPassingBatch;
-inline const Names kFailing =
-    kTest + kBatch + kPool + kRecordFailing + kStreak + kTest + kReadStopEvent + kTest + kPause;
+inline const Names kFailing = kTest + kBatch + kPool + kRecordFailing + kStreak + kTest +
+                              kFruitlessRound + kNoNearMiss + kReadStopEvent + kTest + kPause;
 // After the loop.
 inline const Names kStopped = kReadStopEvent + kTest + kMetrics;
 

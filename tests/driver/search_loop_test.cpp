@@ -67,7 +67,7 @@ TEST(SearchLoop, EmptyBatchDoesNotEndTheRun) {
   EXPECT_THAT(search.host.log.names(),
               ElementsAreArray(kSetUp + kTest + kBatch + kPause + kReadStopEvent + kTest + kBatch +
                                kPool + kRecordPassing + kRecordPassing + kScore + kScore + kSubmit +
-                               kSubmit + kStreak + kTest + kScore + kScore + kScore + kScore +
+                               kSubmit + kStreak + kTest + kNoRounds + times(4, kScore) +
                                kReadStopEvent + kTest + kPause + kStopped));
   EXPECT_THAT(search.draws(), ElementsAre("(2)", "(3)"));
 }
@@ -140,7 +140,7 @@ TEST(SearchLoop, DuplicatesBeforeAnyCountedCandidateKeepTheRunGoing) {
   search.run();
 
   const Names no_results =
-      kTest + kBatch + kPool + kStreak + kTest + kReadStopEvent + kTest + kPause;
+      kTest + kBatch + kPool + kStreak + kTest + kNoRounds + kReadStopEvent + kTest + kPause;
   const Names duplicates = kTest + kBatch + failed_backfill(20) + kTest + kPause;
   EXPECT_THAT(search.host.log.names(),
               ElementsAreArray(kSetUp + no_results + kReadStopEvent + duplicates + kReadStopEvent +
@@ -175,8 +175,10 @@ TEST(SearchLoop, WithoutStopEventItSleepsAndNeverWaits) {
       {graphs_named({"a"}), graphs_named({"b"}), List(), graphs_named({"a"}), List()});
   search.run();
 
-  const Names untested = kBatch + kPool + kRecordFailing + kStreak + kReadStopEvent +
-                         Names{"pause.sleep"} + kReadStopEvent;
+  // Without the tests by which the rounds begin and end.
+  const Names rounds(kFruitlessRound.begin() + 1, kFruitlessRound.end() - 1);
+  const Names untested = kBatch + kPool + kRecordFailing + kStreak + rounds + kNoNearMiss +
+                         kReadStopEvent + Names{"pause.sleep"} + kReadStopEvent;
   // The run ends with the duplicate, whose one backfill returns nothing.
   EXPECT_THAT(search.host.log.names(),
               ElementsAreArray(kSetUp + untested + untested + kBatch + Names{"pause.sleep"} +
@@ -318,7 +320,7 @@ TEST(SearchLoop, DefaultSourceIsTheHostsGeneratorOfRandomGraphs) {
       draw + draw + draw + Names{"random_graphs.release", "rng.getstate"};
   EXPECT_THAT(search.host.log.names(),
               ElementsAreArray(kSetUp + kTest + walk + kPool + times(4, kRecordPassing) +
-                               times(4, kScore) + times(4, kSubmit) + kStreak + kTest +
+                               times(4, kScore) + times(4, kSubmit) + kStreak + kTest + kNoRounds +
                                times(8, kScore) + kReadStopEvent + kTest + kPause + kStopped));
   EXPECT_THAT(search.host.log.lines(),
               Contains("random_weighted.random_weighted_graphs(rng='rng', log_context="

@@ -34,6 +34,22 @@ bool asks_stop_event(const std::string& line) {
   return line.rfind("stop_event.", 0) == 0;
 }
 
+// The last question of the improvement rounds when the question at `place` is one of theirs, else
+// 0. Their first comes right after the one that ends the counting; their last is the next.
+std::size_t end_of_rounds(const Names& full, std::size_t place) {
+  const std::string is_set = "stop_event.is_set";
+  if (full[place] != is_set) return 0;
+  if (place > 0 && full[place - 1] == is_set) {
+    return static_cast<std::size_t>(
+        std::find(full.begin() + static_cast<std::ptrdiff_t>(place) + 1, full.end(), is_set) -
+        full.begin());
+  }
+  std::size_t before = place;
+  while (before > 0 && full[before - 1] != is_set)
+    --before;
+  return before >= 2 && full[before - 2] == is_set ? place : 0;
+}
+
 TEST(SearchStop, EveryTestAndWaitOfARunCanEndIt) {
   SearchHarness whole;
   script(whole);
@@ -60,6 +76,15 @@ TEST(SearchStop, EveryTestAndWaitOfARunCanEndIt) {
     for (std::size_t i = 0; i < full.size() && questions < stop_at; ++i) {
       expected.push_back(full[i]);
       if (asks_stop_event(full[i])) ++questions;
+    }
+    if (const std::size_t end = end_of_rounds(full, expected.size() - 1); end != 0) {
+      // Set during the improvement rounds, the event ends these alone: the generation is recorded
+      // and its parents are chosen all the same.
+      for (std::size_t i = end + 1; full[i - 1] != "stop_event.wait"; ++i)
+        expected.push_back(full[i]);
+      EXPECT_THAT(search.host.log.names(), ElementsAreArray(expected + kStopped));
+      EXPECT_EQ(search.metrics.at(0).at("terminal_reason"), "stopped");
+      continue;
     }
     // Set at the end of a generation, the event is waited for once more: the reason "stopped" does
     // not end the search by itself.
@@ -144,8 +169,9 @@ TEST(SearchStop, TheEventIsReadAnewOnlyBeforeATurnAfterTheGenerationAndAfterTheL
   // pause, the third for the next turn.
   EXPECT_THAT(
       questions(search.host.log),
-      ElementsAreArray({"event 1 is_set", "batch", "pool", "event 1 is_set", "event 2 is_set",
-                        "event 2 wait", "event 3 is_set", "batch", "pool", "event 3 is_set",
+      ElementsAreArray({"event 1 is_set", "batch", "pool", "event 1 is_set", "event 1 is_set",
+                        "event 1 is_set", "event 2 is_set", "event 2 wait", "event 3 is_set",
+                        "batch", "pool", "event 3 is_set", "event 3 is_set", "event 3 is_set",
                         "event 4 is_set", "event 4 wait", "event 5 is_set", "event 6 is_set"}));
 }
 
@@ -166,8 +192,9 @@ TEST(SearchStop, TheEventIsNotReadAnewWithinATurnOfDuplicates) {
   search.run();
   EXPECT_THAT(
       questions(search.host.log),
-      ElementsAreArray({"event 1 is_set", "batch", "pool", "event 1 is_set", "event 2 is_set",
-                        "event 2 wait", "event 3 is_set", "batch", "batch", "event 3 is_set"}));
+      ElementsAreArray({"event 1 is_set", "batch", "pool", "event 1 is_set", "event 1 is_set",
+                        "event 1 is_set", "event 2 is_set", "event 2 wait", "event 3 is_set",
+                        "batch", "batch", "event 3 is_set"}));
   EXPECT_EQ(search.metrics.at(0).at("terminal_reason"), "duplicate");
 }
 
@@ -177,8 +204,9 @@ TEST(SearchStop, EventThatIsTakenAwayLeavesTheRunGoingWithASleep) {
   search.host.context.on_stop_event = in_turn<std::shared_ptr<StopEvent>>(
       {std::make_shared<NamedStopEvent>(search.host.log, "event 1", false), nullptr, nullptr});
   search.run();
-  EXPECT_THAT(questions(search.host.log), ElementsAreArray({"event 1 is_set", "batch", "pool",
-                                                            "event 1 is_set", "batch", "batch"}));
+  EXPECT_THAT(questions(search.host.log),
+              ElementsAreArray({"event 1 is_set", "batch", "pool", "event 1 is_set",
+                                "event 1 is_set", "event 1 is_set", "batch", "batch"}));
   EXPECT_EQ(search.host.log.count("pause.sleep"), 1U);
 }
 

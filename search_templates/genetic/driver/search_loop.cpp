@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "search_templates/genetic/driver/improvement_rounds.hpp"
+#include "search_templates/genetic/driver/process_failure.hpp"
 #include "search_templates/genetic/driver/run_counters.hpp"
 #include "search_templates/genetic/evaluation/candidate_result.hpp"
 #include "search_templates/genetic/population/candidate_batch.hpp"
@@ -13,6 +15,7 @@
 #include "search_templates/genetic/process/worker_capacity.hpp"
 #include "search_templates/genetic/reaction/improvement_outcome.hpp"
 #include "search_templates/genetic/reaction/lineage.hpp"
+#include "search_templates/genetic/reaction/near_misses.hpp"
 #include "search_templates/genetic/settings/constants.hpp"
 #include "search_templates/genetic/settings/reason_tables.hpp"
 #include "search_templates/genetic/submission/recording.hpp"
@@ -85,18 +88,18 @@ class SearchRun {
 
     List generation_results;
     generation_results.extend(results.list());
-    // The improvement rounds join here: they extend the generation's results and settle why they
-    // ended. Until then a generation is its batch, and the reason stays absent.
-    Value improvement_terminal_reason;
+    ImprovementOutcome improvement = run_improvement_rounds(
+        {environment_, context_, config_, counters_, seen_graph_keys_, stop_event_.get()},
+        generation_results);
     // Every result goes through recording and submission a second time; the marks on it make that
     // harmless, and what the host did not take the first time is offered again.
     record_and_submit(generation_results);
 
-    choose_parents(generation_results);
+    choose_parents(generation_results, improvement);
     stop_event_ = context_.stop_event();
-    if (is_stopped()) improvement_terminal_reason = reasons::kStopped;
-    if (improvement_terminal_ends_search(improvement_terminal_reason)) {
-      counters_.record_run_metrics(improvement_terminal_reason);
+    if (is_stopped()) improvement.terminal_reason = reasons::kStopped;
+    if (improvement_terminal_ends_search(improvement.terminal_reason)) {
+      counters_.record_run_metrics(improvement.terminal_reason);
       return Turn::kLeave;
     }
     return pause();
@@ -119,16 +122,7 @@ class SearchRun {
     } catch (const std::exception& exception) {
       const auto handled = context_.handling(std::current_exception());
       const std::optional<Value> error = host_.process_evaluation().as_error(exception);
-      if (!error) throw;
-      if (process_evaluation_error_is_search_fatal(host_.process_evaluation(), *error)) {
-        const Value reason = counters_.count_process_evaluation_failures(*error);
-        // A priority that cannot be set leaves no metrics record at this point, on purpose.
-        if (!is_same_or_equal(reason,
-                              host_.process_evaluation().terminal_process_priority_failed())) {
-          counters_.record_run_metrics(reason);
-        }
-        throw;
-      }
+      if (!error || process_failure_ends_search(host_, counters_, *error)) throw;
       force_restart_ = true;
       return {process_evaluation_error_results(host_.process_evaluation(),
                                                host_.evaluation_verdicts(), graphs, *error),
@@ -142,7 +136,7 @@ class SearchRun {
     submit_submittable_candidates(host_, context_, results);
   }
 
-  void choose_parents(const List& generation_results) {
+  void choose_parents(const List& generation_results, const ImprovementOutcome& improvement) {
     List passing_results;
     ListCursor cursor(generation_results);
     while (const std::optional<Value> result = cursor.next()) {
@@ -151,9 +145,13 @@ class SearchRun {
 
     if (!passing_results.empty()) {
       note_batch_score(passing_results);
+    } else if (const List near_misses = near_misses_of(generation_results);
+               !near_misses.empty() && !are_exhausted(improvement)) {
+      // Worth breeding from, and no reason to start anew.
+      prior_results_ = near_misses;
+      force_restart_ = false;
+      stagnant_batches_ = 0;
     } else {
-      // Near misses join here: parents worth breeding from reset the count of stagnant generations
-      // instead of raising it.
       prior_results_ = List();
       ++stagnant_batches_;
       force_restart_ = is_stagnant();
@@ -168,6 +166,16 @@ class SearchRun {
     } else if (!passing_results.empty()) {
       prior_results_ = passing_results;
     }
+  }
+
+  [[nodiscard]] List near_misses_of(const List& generation_results) {
+    return select_actionable_near_miss_parents({host_, environment_.constants, context_},
+                                               generation_results, config_.batch_size());
+  }
+
+  [[nodiscard]] static bool are_exhausted(const ImprovementOutcome& improvement) {
+    return improvement_terminal_exhausts_near_misses(
+        improvement.terminal_reason, improvement.improvement_count, improvement.round_count);
   }
 
   void note_batch_score(const List& passing_results) {
