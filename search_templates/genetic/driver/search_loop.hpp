@@ -3,8 +3,9 @@
 // One generation, in the order that must hold:
 //
 //   candidate batch -> deduplication -> evaluation in child processes -> annotation -> recording
-//   and submission -> counting -> stop test -> improvement rounds -> recording and submission of the
-//   whole generation -> choice of the next parents -> terminal test -> pause of a hundredth of a second
+//   and submission -> counting -> stop test -> improvement rounds -> recording and submission of
+//   the whole generation -> choice of the next parents -> terminal test -> pause of a hundredth of
+//   a second
 //
 // A run has no state beyond its call but the random state in its configuration and what the host
 // has recorded. It writes exactly one metrics record, with two exceptions: none for a process

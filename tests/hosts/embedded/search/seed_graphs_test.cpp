@@ -70,7 +70,9 @@ TEST_F(SeedGraphsTest, AreTheFirstGenerationOfARun) {
   ASSERT_GE(observer.recorded.size(), 3U);
   EXPECT_EQ(observer.recorded[0].expression, "cross_rank(close)");
   EXPECT_EQ(observer.recorded[1].expression, "cross_rank(returns)");
-  EXPECT_EQ(observer.recorded[2].generation, 1);
+  // Repairs of the seeds may follow, and then the second generation.
+  EXPECT_EQ(observer.recorded[1].generation, 0);
+  EXPECT_EQ(observer.recorded.back().generation, 1);
 }
 
 }  // namespace
