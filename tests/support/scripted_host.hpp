@@ -180,6 +180,7 @@ struct ScriptedHost {
   ScriptedMarkers attempt_markers{log};
   ScriptedAccounting attempt_accounting{log};
   ScriptedProcessContexts process_contexts{log};
+  GenerationObserver* generation_observer = nullptr;
 
   ScriptedHost() = default;
   ScriptedHost(const ScriptedHost&) = delete;
@@ -221,6 +222,9 @@ struct ScriptedHost {
       return host_.attempt_accounting;
     }
     [[nodiscard]] ProcessContexts& process_contexts() override { return host_.process_contexts; }
+    [[nodiscard]] GenerationObserver* generation_observer() override {
+      return host_.generation_observer;
+    }
 
    private:
     ScriptedHost& host_;

@@ -5,7 +5,9 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string_view>
+#include <utility>
 
 #include "hosts/embedded/config/host_config.hpp"
 #include "hosts/embedded/host/embedded_engine.hpp"
@@ -71,6 +73,31 @@ struct HostSettings {
   std::optional<std::uint64_t> seed;
   EmbeddedLogger::Sink log;
   std::function<void(std::int64_t)> on_tick;
+  // A generation is over, its results are recorded and submitted.
+  std::function<void()> on_generation_end;
+};
+
+// Keeps the lineage of what the search tells of.
+class EmbeddedObserver : public genetic::GenerationObserver {
+ public:
+  // The lineage must outlive the observer.
+  EmbeddedObserver(Lineage& lineage, std::function<void()> on_generation_end)
+      : lineage_(lineage), on_generation_end_(std::move(on_generation_end)) {}
+
+  void on_seed(const genetic::Value& graph) override { lineage_.note_seed(graph); }
+  void on_offspring(const genetic::Value& graph, std::span<const genetic::Key> operators,
+                    const genetic::Value& elite, const genetic::Value& mate) override {
+    lineage_.note_offspring(graph, operators, elite, mate);
+  }
+  void on_batch(const genetic::List& graphs) override { lineage_.note_batch(graphs); }
+  void on_generation_end() override {
+    lineage_.next_generation();
+    if (on_generation_end_) on_generation_end_();
+  }
+
+ private:
+  Lineage& lineage_;
+  std::function<void()> on_generation_end_;
 };
 
 class EmbeddedHost : public genetic::Host {
@@ -93,10 +120,8 @@ class EmbeddedHost : public genetic::Host {
   [[nodiscard]] genetic::Logger& logger() override { return logger_; }
   [[nodiscard]] genetic::ProcessEvaluation& process_evaluation() override { return pool_; }
   [[nodiscard]] genetic::Eliteness& eliteness() override { return eliteness_; }
-  [[nodiscard]] genetic::GeneticOps& genetic_ops() override { return observed_operators_; }
-  [[nodiscard]] genetic::RandomWeighted& random_weighted() override {
-    return observed_random_graphs_;
-  }
+  [[nodiscard]] genetic::GeneticOps& genetic_ops() override { return operators_; }
+  [[nodiscard]] genetic::RandomWeighted& random_weighted() override { return random_graphs_; }
   [[nodiscard]] genetic::ReactionPlanning& reaction_planning() override { return planning_; }
   [[nodiscard]] genetic::BacktestTimings& backtest_timings() override { return timings_; }
   [[nodiscard]] genetic::JsonReader& json_reader() override { return json_reader_; }
@@ -104,6 +129,7 @@ class EmbeddedHost : public genetic::Host {
   [[nodiscard]] genetic::SecureRandom& secure_random() override { return secure_random_; }
   [[nodiscard]] genetic::Pause& pause() override { return pause_; }
   [[nodiscard]] genetic::ProcessContexts& process_contexts() override { return queues_; }
+  [[nodiscard]] genetic::GenerationObserver* generation_observer() override { return &observer_; }
 
  private:
   EmbeddedLogger logger_;
@@ -112,10 +138,9 @@ class EmbeddedHost : public genetic::Host {
   EmbeddedTimings timings_;
   EmbeddedJsonReader json_reader_;
   Lineage lineage_;
+  EmbeddedObserver observer_;
   GeneticOperators operators_;
-  ObservedOperators observed_operators_;
   EmbeddedRandomGraphs random_graphs_;
-  ObservedRandomGraphs observed_random_graphs_;
   EmbeddedPlanning planning_;
   TwisterGenerators generators_;
   SystemRandom secure_random_;

@@ -1,24 +1,20 @@
 // Where the candidates of a generation come from: bred from parents, seeds of the run, fresh, or
 // repairs of what failed.
 //
-// The search hands graphs on without their origin. The host knows it all the same, because every
-// offspring is made by its operators, every fresh graph by its source and every repair by its
-// planner: a candidate is bred when an operator made its structure since the generation began, and
-// so on.
+// The search tells which of the graphs that it evaluates next are seeds and which were bred, of
+// whom and how; all others were drawn afresh. What is repaired the host's own planner knows. A
+// candidate is found again by its structure: its result comes back from another process.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <optional>
+#include <span>
 #include <string>
-#include <string_view>
 #include <unordered_map>
 #include <vector>
 
 #include "search_templates/genetic/graph/structural_key.hpp"
-#include "search_templates/genetic/host/genetic_ops.hpp"
-#include "search_templates/genetic/host/random_weighted.hpp"
+#include "search_templates/genetic/host/generation_observer.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::embedded {
@@ -52,25 +48,19 @@ struct GraphOrigin {
 
 class Lineage {
  public:
-  // An operator made `graph` of `parents`, the elite first. The search may still change the root of
-  // the graph in place, cross it with a mate, and put the elite's root on a copy of what a hoist
-  // gave; all of that is seen.
-  void note_offspring(std::string_view operation, const genetic::Value& graph,
-                      std::vector<genetic::Value> parents);
-  // Also of graphs that only lend a part to a mutation.
-  void note_fresh(const genetic::Value& graph);
-  // For the whole run.
+  // As the search tells it (GenerationObserver), seeds and offspring before the batch.
   void note_seed(const genetic::Value& graph);
+  void note_offspring(const genetic::Value& graph, std::span<const genetic::Key> operators,
+                      const genetic::Value& elite, const genetic::Value& mate);
+  void note_batch(const genetic::List& graphs);
   // The planner made `graph` of `parents`, the failed signal first. The search evaluates the
   // repairs of a generation after its batch, round by round.
   void note_repair(const genetic::Value& graph, std::vector<genetic::Value> parents,
                    RepairNote repair);
 
-  // Asked when the graphs that it is asked about are made and changed no more. A structure that has
-  // several origins is repaired rather than bred, for what the batch has evaluated is no repair any
-  // more; bred rather than a seed, and a seed rather than fresh. Of several breedings or repairs
-  // the first counts.
-  [[nodiscard]] bool is_bred(const genetic::Value& graph);
+  // Asked of graphs of this generation. A structure that was evaluated in the batch and is asked
+  // about again is a repair: of several repairs the first counts.
+  [[nodiscard]] bool is_bred(const genetic::Value& graph) const;
   [[nodiscard]] GraphOrigin origin_of(const genetic::Value& graph);
 
   // Whether repairs were planned of which none was asked about with origin_of yet.
@@ -79,75 +69,29 @@ class Lineage {
   void next_generation();
 
  private:
-  struct Offspring {
-    genetic::Value graph;
+  struct Source {
+    Origin origin = Origin::Fresh;
     std::vector<std::string> operators;
     std::vector<genetic::Value> parents;
   };
-  using Index = std::unordered_map<genetic::StructuralKey, std::size_t, genetic::StructuralKeyHash>;
-
-  [[nodiscard]] bool is_step_of_last(const genetic::Value& elite) const;
-  // The structures that the search may have made of it.
-  [[nodiscard]] static std::vector<genetic::StructuralKey> structures(const Offspring& offspring);
-  [[nodiscard]] const Offspring* breeding_of(const genetic::StructuralKey& key);
-  [[nodiscard]] bool is_fresh(const genetic::StructuralKey& key);
-
+  struct Announced {
+    genetic::Value graph;
+    Source source;
+  };
   struct Repair {
     std::vector<genetic::Value> parents;
     RepairNote note;
   };
+  template <typename Note>
+  using ByStructure = std::unordered_map<genetic::StructuralKey, Note, genetic::StructuralKeyHash>;
 
-  std::vector<Offspring> offspring_;
-  std::vector<genetic::Value> fresh_;
-  std::unordered_map<genetic::StructuralKey, Repair, genetic::StructuralKeyHash> repairs_;
+  // What was told of this very graph.
+  [[nodiscard]] Source source_of(const genetic::Value& graph) const;
+
+  std::vector<Announced> announced_;  // For the batch that is being made.
+  ByStructure<Source> batch_;
+  ByStructure<Repair> repairs_;
   bool has_new_repairs_ = false;
-  genetic::StructuralKeySet seeds_;
-  // Made when they are first asked for, and again after a note.
-  std::optional<Index> offspring_index_;
-  std::optional<genetic::StructuralKeySet> fresh_keys_;
-};
-
-// Passes every call on, and notes what comes back.
-class ObservedOperators : public genetic::GeneticOps {
- public:
-  // Both must outlive the object.
-  ObservedOperators(genetic::GeneticOps& operators, Lineage& lineage)
-      : operators_(operators), lineage_(lineage) {}
-
-  [[nodiscard]] genetic::Value crossover(const genetic::Value& elite, const genetic::Value& mate,
-                                         const std::shared_ptr<genetic::RandomGenerator>& rng,
-                                         const genetic::Callable& validator) override;
-  [[nodiscard]] genetic::Value point_mutation(const genetic::Value& elite,
-                                              const genetic::Value& replacements,
-                                              const std::shared_ptr<genetic::RandomGenerator>& rng,
-                                              const genetic::Callable& validator) override;
-  [[nodiscard]] genetic::Value subtree_mutation(
-      const genetic::Value& elite, const genetic::Value& replacements,
-      const std::shared_ptr<genetic::RandomGenerator>& rng,
-      const genetic::Callable& validator) override;
-  [[nodiscard]] genetic::Value hoist_mutation(const genetic::Value& elite,
-                                              const std::shared_ptr<genetic::RandomGenerator>& rng,
-                                              const genetic::Callable& validator) override;
-
- private:
-  genetic::GeneticOps& operators_;
-  Lineage& lineage_;
-};
-
-// The same for the source of fresh graphs.
-class ObservedRandomGraphs : public genetic::RandomWeighted {
- public:
-  // Both must outlive the object and its walks.
-  ObservedRandomGraphs(genetic::RandomWeighted& source, Lineage& lineage)
-      : source_(source), lineage_(lineage) {}
-
-  [[nodiscard]] std::unique_ptr<genetic::ValueIterator> random_weighted_graphs(
-      genetic::SearchContext& context, const std::shared_ptr<genetic::RandomGenerator>& rng,
-      const genetic::Mapping& log_context, std::string_view template_name) override;
-
- private:
-  genetic::RandomWeighted& source_;
-  Lineage& lineage_;
 };
 
 }  // namespace varnholt::embedded

@@ -1,14 +1,8 @@
 #include "hosts/embedded/host/search_stop.hpp"
 
-#include <utility>
-
 #include "hosts/embedded/system/interruptible_sleep.hpp"
 
 namespace varnholt::embedded {
-
-SearchStop::SearchStop(const StopLimits& limits, const InterruptFlag& interrupt,
-                       std::function<void()> on_pause)
-    : limits_(limits), interrupt_(interrupt), on_pause_(std::move(on_pause)) {}
 
 double SearchStop::elapsed_seconds() const {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
@@ -30,8 +24,6 @@ bool SearchStop::is_set() {
 }
 
 bool SearchStop::wait(double seconds) {
-  ++generations_;
-  on_pause_();
   if (is_set()) return true;
   sleep_interruptibly(seconds);
   return is_set();

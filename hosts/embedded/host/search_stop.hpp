@@ -3,7 +3,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <optional>
 
 #include "hosts/embedded/host/search_events.hpp"
@@ -22,16 +21,16 @@ struct StopLimits {
 // throws InterruptedAtOnce after the second interrupt.
 class SearchStop : public genetic::StopEvent {
  public:
-  // The seconds count from here. `on_pause` is called at each pause, which is the one sign that the
-  // search gives of a completed generation.
-  SearchStop(const StopLimits& limits, const InterruptFlag& interrupt,
-             std::function<void()> on_pause);
+  // The seconds count from here.
+  SearchStop(const StopLimits& limits, const InterruptFlag& interrupt)
+      : limits_(limits), interrupt_(interrupt) {}
 
   [[nodiscard]] bool is_set() override;
-  // Counts a generation, then waits unless the event is set.
+  // Waits unless the event is set.
   [[nodiscard]] bool wait(double seconds) override;
 
   void count_candidate() { ++candidates_; }
+  void count_generation() { ++generations_; }
 
   // Whether evaluations under way are to be given up: at a signal and at the limit in seconds. The
   // other limits let the batch complete.
@@ -45,7 +44,6 @@ class SearchStop : public genetic::StopEvent {
 
   StopLimits limits_;
   const InterruptFlag& interrupt_;
-  std::function<void()> on_pause_;
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
   std::int64_t generations_ = 0;
   std::int64_t candidates_ = 0;

@@ -210,7 +210,6 @@ void RunRecorder::generation_done() {
   ++progress_.generation;
   progress_.bred_in_generation = std::exchange(bred_, 0);
   progress_.fresh_in_generation = std::exchange(fresh_, 0);
-  lineage_.next_generation();
   observer_.on_generation(progress());
 }
 

@@ -30,9 +30,9 @@ struct SearchOptions {
   std::optional<std::filesystem::path> seeds;
 
   // The limits of the run. Whichever is reached first ends it; without any it runs until it is
-  // stopped. Generations are counted by the pauses between them. Candidates are counted as they are
-  // recorded, and the batch in which the limit is reached is completed. The limit in seconds counts
-  // from the start of the search and cancels the evaluations under way.
+  // stopped. Candidates are counted as they are recorded, and the batch in which the limit is
+  // reached is completed. The limit in seconds counts from the start of the search and cancels the
+  // evaluations under way.
   std::optional<std::int64_t> generations;
   std::optional<std::int64_t> candidates;
   std::optional<double> seconds;

@@ -26,7 +26,6 @@
 
 namespace varnholt::embedded {
 
-using genetic::List;
 using genetic::Value;
 
 namespace {
@@ -72,7 +71,7 @@ int available_processors() {
 
 genetic::GeneticTemplate configured_template(const genetic::Module& module,
                                              const SearchOptions& options,
-                                             const Vocabulary& vocabulary, Lineage& lineage) {
+                                             const Vocabulary& vocabulary) {
   genetic::TemplateArguments arguments = module.default_arguments();
   const auto set = [](Value& argument, const std::optional<Value>& option) {
     if (option) argument = *option;
@@ -84,11 +83,8 @@ genetic::GeneticTemplate configured_template(const genetic::Module& module,
   set(arguments.parsimony_weight, options.parsimony_weight);
   set(arguments.operator_rates, options.operator_rates);
   if (options.seeds) {
-    const List seeds = read_seed_graphs(*options.seeds, vocabulary,
-                                        {options.graphs.max_depth, options.graphs.max_nodes});
-    for (std::size_t i = 0; i < seeds.size(); ++i)
-      lineage.note_seed(seeds.at(i));
-    arguments.initial_candidates = seeds;
+    arguments.initial_candidates = read_seed_graphs(
+        *options.seeds, vocabulary, {options.graphs.max_depth, options.graphs.max_nodes});
   }
   arguments.process_timeout_seconds = options.timeout_seconds;
   return module.with_config(arguments);
@@ -153,11 +149,12 @@ SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
   RunRecorder* recorder = nullptr;
   HostSettings settings = host_settings(options, observer);
   settings.on_tick = [&recorder](std::int64_t evaluated) { recorder->tick(evaluated); };
+  std::function<void()> on_generation_end;
+  settings.on_generation_end = [&on_generation_end] { on_generation_end(); };
   RealSystemCalls system;
   EmbeddedHost host(system, evaluator.vocabulary(), settings);
   genetic::Module module(host);
-  genetic::GeneticTemplate config =
-      configured_template(module, options, evaluator.vocabulary(), host.lineage());
+  genetic::GeneticTemplate config = configured_template(module, options, evaluator.vocabulary());
 
   const std::unique_ptr<RunStore> opened = open_run_store(options.database.string());
   RunStore& store = *opened;
@@ -172,11 +169,12 @@ SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
   observer.on_started(started_event(options, data, config, store, summary.run_id, jobs));
 
   const auto stop = std::make_shared<SearchStop>(
-      StopLimits{options.generations, options.candidates, options.seconds}, interrupt,
-      [&run_recorder, &submission] {
-        run_recorder.settled(submission.sync());
-        run_recorder.generation_done();
-      });
+      StopLimits{options.generations, options.candidates, options.seconds}, interrupt);
+  on_generation_end = [&run_recorder, &submission, &stop] {
+    stop->count_generation();
+    run_recorder.settled(submission.sync());
+    run_recorder.generation_done();
+  };
   run_recorder.set_clock([&stop] { return stop->elapsed_seconds(); });
   EmbeddedContext context(evaluator, context_settings(options, data, pool, jobs), stop,
                           run_recorder, submission, host.timings().recorded());

@@ -74,6 +74,9 @@ class SearchRun {
                                environment_.fresh_candidates, batch, seen_graph_keys_);
     counters_.count_duplicates(unique.duplicate_count);
     if (unique.graphs.empty()) return all_duplicates();
+    if (GenerationObserver* const observer = host_.generation_observer()) {
+      observer->on_batch(unique.graphs);
+    }
 
     Evaluation evaluation = evaluate(unique.graphs);
     const Value results = annotate_candidate_results(evaluation.results, 0, 0);
@@ -203,6 +206,9 @@ class SearchRun {
   [[nodiscard]] bool is_stopped() const { return stop_event_ != nullptr && stop_event_->is_set(); }
 
   Turn pause() {
+    if (GenerationObserver* const observer = host_.generation_observer()) {
+      observer->on_generation_end();
+    }
     if (stop_event_ != nullptr) {
       return stop_event_->wait(GENERATION_PAUSE_SECONDS) ? Turn::kLeave : Turn::kNext;
     }

@@ -14,6 +14,7 @@
 #include "search_templates/genetic/host/eliteness.hpp"
 #include "search_templates/genetic/host/evaluation_verdicts.hpp"
 #include "search_templates/genetic/host/gates.hpp"
+#include "search_templates/genetic/host/generation_observer.hpp"
 #include "search_templates/genetic/host/genetic_ops.hpp"
 #include "search_templates/genetic/host/graph_depth.hpp"
 #include "search_templates/genetic/host/json_reader.hpp"
@@ -68,6 +69,8 @@ class Host {
   [[nodiscard]] virtual Pause& pause() { return no_pause_; }
   [[nodiscard]] virtual AttemptMarkers& attempt_markers() { return no_markers_; }
   [[nodiscard]] virtual AttemptAccounting& attempt_accounting() { return no_accounts_; }
+  // Null where the host does not want to know.
+  [[nodiscard]] virtual GenerationObserver* generation_observer() { return nullptr; }
 
   // The queues that evaluating a batch in processes needs. RuntimeError for a host that cannot make
   // any.

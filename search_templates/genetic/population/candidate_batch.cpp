@@ -24,11 +24,15 @@ List slice(const Value& sequence, std::int64_t start, std::int64_t count) {
   return items;
 }
 
-List thawed_seeds(const Value& initial_candidates, std::int64_t batch_size) {
+List thawed_seeds(Host& host, const Value& initial_candidates, std::int64_t batch_size) {
   List graphs;
   const List frozen = slice(initial_candidates, 0, batch_size);
-  for (std::size_t i = 0; i < frozen.size(); ++i)
+  for (std::size_t i = 0; i < frozen.size(); ++i) {
     graphs.append(thaw_graph_data(frozen.at(i)));
+    if (GenerationObserver* const observer = host.generation_observer()) {
+      observer->on_seed(graphs.at(i));
+    }
+  }
   return graphs;
 }
 
@@ -95,7 +99,7 @@ Value candidate_batch(const SearchEnvironment& environment, SearchContext& conte
   if (batch_index == 0) {
     // Seeds are for batch 0 alone, and come before a restart.
     const Value seeds = config.initial_candidates();
-    if (!seeds.is_absent()) return thawed_seeds(seeds, batch_size);
+    if (!seeds.is_absent()) return thawed_seeds(environment.host, seeds, batch_size);
   }
   if (batch_index == 0 || force_restart) {
     return fresh_start(context, config, fresh_candidates, batch_size, force_restart);

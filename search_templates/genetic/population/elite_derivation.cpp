@@ -4,6 +4,7 @@
 #include <array>
 #include <exception>
 #include <optional>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -215,21 +216,26 @@ Value elite_derived_graph(const SearchEnvironment& environment, SearchContext& c
                                                 environment.constants.default_operator_rates());
   const List eligible = first_parents(parents, settings.elite_fraction);
   const ParentIndices indices = choose_parents(host.eliteness(), eligible, rng.get(), settings);
-  Value elite = graph_of(eligible, indices.elite);
-  Value mate = graph_of(eligible, indices.mate);
-  Derivation offspring(host.genetic_ops(), std::move(validator), std::move(elite), std::move(mate),
-                       rng);
+  const Value elite = graph_of(eligible, indices.elite);
+  const Value mate = graph_of(eligible, indices.mate);
+  Derivation offspring(host.genetic_ops(), std::move(validator), elite, mate, rng);
 
   // Drawn before the operator is known, whether or not it uses them.
   const Value replacements =
       fresh_random_candidates_for_rng(environment.fresh_candidates, context, kReplacements, rng);
   const Key operation = choose_operator(rates, rng.get());
+  const std::array operators = {operation, kCrossover};
+  std::size_t applied = 1;
   Value child = offspring.with_root(offspring.apply(operation, replacements));
 
   const double crossover_rate = rate_of(rates, kCrossover);
   if (!Derivation::is(operation, kCrossover) && crossover_rate > 0.0 && rng != nullptr &&
       rng->random() < std::min(crossover_rate, 1.0)) {
+    applied = 2;
     child = offspring.crossed_with_mate(child);
+  }
+  if (GenerationObserver* const observer = host.generation_observer()) {
+    observer->on_offspring(child, std::span(operators).first(applied), elite, mate);
   }
   return child;
 }

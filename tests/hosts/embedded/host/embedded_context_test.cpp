@@ -87,7 +87,7 @@ TEST_F(EmbeddedContextTest, AGraphOutsideTheVocabularyIsRefused) {
 }
 
 TEST_F(EmbeddedContextTest, TheParentRecordsAndCounts) {
-  stop_ = std::make_shared<SearchStop>(StopLimits{.candidates = 1}, interrupt_, [] {});
+  stop_ = std::make_shared<SearchStop>(StopLimits{.candidates = 1}, interrupt_);
   EmbeddedContext tested = context();
   EXPECT_FALSE(stop_->is_set());
   EXPECT_EQ(tested.safe_record()({ranked("close"), true}).integer(), 1);

@@ -141,7 +141,7 @@ class ContextTest : public FolderTest {
   static constexpr int kBusyMilliseconds = 20;
 
   InterruptFlag interrupt_;
-  std::shared_ptr<SearchStop> stop_ = std::make_shared<SearchStop>(StopLimits{}, interrupt_, [] {});
+  std::shared_ptr<SearchStop> stop_ = std::make_shared<SearchStop>(StopLimits{}, interrupt_);
   Evaluator evaluator_{small_universe()};
   SqliteRunStore store_{database(), {.busy_timeout_milliseconds = kBusyMilliseconds}};
   PoolIdentity pool_identity_{"alpha", 7, 3, "data"};
