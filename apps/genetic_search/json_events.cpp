@@ -76,6 +76,7 @@ Json candidate_json(const CandidateRecorded& candidate) {
           {"candidate_number", candidate.candidate_number},
           {"generation", candidate.generation},
           {"bred", candidate.bred},
+          {"repaired_by", text_or_null(candidate.repaired_by)},
           {"passed", candidate.passed},
           {"failure_reason", text_or_null(candidate.failure_reason)},
           {"failure_detail", text_or_null(candidate.failure_detail)},
@@ -101,15 +102,29 @@ Json counts_json(const std::map<std::string, std::int64_t>& counts) {
 Json progress_json(const SearchProgress& progress) {
   Json best = nullptr;
   if (progress.best) best = progress.best->eval_id;
+  const embedded::RepairCount repairs = progress.all_repairs();
   return {{"generation", progress.generation},
           {"candidates", progress.candidates},
           {"candidates_per_second", candidates_a_second(progress)},
           {"passing", progress.passing},
           {"fresh_in_generation", progress.fresh_in_generation},
           {"bred_in_generation", progress.bred_in_generation},
+          {"repaired_in_generation", progress.repaired_in_generation},
+          {"repair_rounds", progress.repair_rounds},
+          {"repaired", repairs.tried},
+          {"rescued", repairs.rescued},
           {"failures", counts_json(progress.failures)},
           {"best_eval_id", best},
           {"elapsed_seconds", progress.elapsed_seconds}};
+}
+
+Json repairs_json(const std::map<std::string, embedded::RepairCount>& repairs) {
+  Json object = Json::object();
+  for (const auto& [plan, count] : repairs) {
+    object[plan] = {
+        {"tried", count.tried}, {"rescued", count.rescued}, {"submitted", count.submitted}};
+  }
+  return object;
 }
 
 Json samples_json(const embedded::SampleStatistics& statistics) {
@@ -192,6 +207,7 @@ Json ended_event(const embedded::SearchSummary& summary, const std::filesystem::
                   {"stop_cause", embedded::to_text(summary.stop_cause)},
                   {"why", why}};
   members.update(progress_json(summary.progress));
+  members["repairs"] = repairs_json(summary.progress.repairs);
   members["best"] = best;
   Json submitted = Json::array();
   for (const embedded::SubmittedSignal& signal : summary.submitted)

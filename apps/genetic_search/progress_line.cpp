@@ -52,9 +52,19 @@ std::string failures_text(const std::map<std::string, std::int64_t>& failures, s
 std::string live_progress_text(const embedded::SearchProgress& progress,
                                std::int64_t evaluated_in_batch, std::int64_t batch_size,
                                std::size_t width) {
-  std::string line = fmt::format(
-      "gen {} {}/{} | {} cand {:.1f}/s | {} pass", progress.generation + 1, evaluated_in_batch,
-      batch_size, progress.candidates, candidates_a_second(progress), progress.passing);
+  // How many a round evaluates is known to the search alone.
+  const std::string under_way =
+      progress.round_under_way > 0
+          ? fmt::format("round {} {}", progress.round_under_way, evaluated_in_batch)
+          : fmt::format("{}/{}", evaluated_in_batch, batch_size);
+  std::string line =
+      fmt::format("gen {} {} | {} cand {:.1f}/s | {} pass", progress.generation + 1, under_way,
+                  progress.candidates, candidates_a_second(progress), progress.passing);
+  if (progress.repair_rounds > 0) {
+    const embedded::RepairCount repairs = progress.all_repairs();
+    line += fmt::format(" | {} round{} {} repaired {} rescued", progress.repair_rounds,
+                        progress.repair_rounds == 1 ? "" : "s", repairs.tried, repairs.rescued);
+  }
   const std::string failures =
       progress.failures.empty() ? std::string() : " | fail " + failures_text(progress.failures, 3);
   if (progress.best) {
@@ -68,10 +78,17 @@ std::string live_progress_text(const embedded::SearchProgress& progress,
 }
 
 std::string generation_text(const embedded::SearchProgress& progress) {
-  std::string line = fmt::format(
-      "generation {}: {} fresh and {} bred, {} candidates in all, {:.1f} a second, {} passing",
-      progress.generation, progress.fresh_in_generation, progress.bred_in_generation,
-      progress.candidates, candidates_a_second(progress), progress.passing);
+  std::string line = fmt::format("generation {}: {} fresh and {} bred", progress.generation,
+                                 progress.fresh_in_generation, progress.bred_in_generation);
+  if (progress.repaired_in_generation > 0) {
+    line += fmt::format(" and {} repaired", progress.repaired_in_generation);
+  }
+  line += fmt::format(", {} candidates in all, {:.1f} a second, {} passing", progress.candidates,
+                      candidates_a_second(progress), progress.passing);
+  if (progress.repair_rounds > 0) {
+    line += fmt::format(", {} rescued in {} round{}", progress.all_repairs().rescued,
+                        progress.repair_rounds, progress.repair_rounds == 1 ? "" : "s");
+  }
   // After the first, a generation without offspring is a restart, or had no parents to breed from.
   if (progress.generation > 1 && progress.bred_in_generation == 0) line += ", begun anew";
   if (progress.best) {

@@ -21,7 +21,9 @@ namespace varnholt::app {
 
 // The line that is drawn anew on a terminal, at most `width` columns of it:
 //   gen 3 12/32 | 214 cand 35.2/s | 12 pass | best 1.32 cross_rank(close) | fail sharpe_min 150
-// The generation is the one under way, from 1, with what is evaluated of its batch. The expression
+// The generation is the one under way, from 1, with what is evaluated of its batch; "round 2 5" in
+// the place of "12/32" is what is evaluated of its second round of repairs. After rounds their
+// number and what became of the repairs follow: "| 6 rounds 80 repaired 21 rescued". The expression
 // takes what room the rest leaves; where even a short one does not fit, the line is cut at its end.
 [[nodiscard]] std::string live_progress_text(const embedded::SearchProgress& progress,
                                              std::int64_t evaluated_in_batch,

@@ -7,6 +7,7 @@
 
 #include "apps/genetic_search/failure_counts.hpp"
 #include "apps/genetic_search/pool_report.hpp"
+#include "apps/genetic_search/repair_report.hpp"
 #include "apps/genetic_search/signal_table.hpp"
 #include "apps/genetic_search/text_layout.hpp"
 #include "search_templates/genetic/settings/reason_tables.hpp"
@@ -226,6 +227,8 @@ std::string summary_text(const SearchSummary& summary, const SearchOptions& opti
                         summary.progress.passing);
     text += best_signals_text(summary.best, width) + "\n";
   }
+  const std::string repairs = repairs_text(summary.progress);
+  if (!repairs.empty()) text += repairs + "\n";
   text += pool_text(summary, started, width) + "\n";
   text += entry_text("",
                      fmt::format("Everything is stored in {}, run {}.",

@@ -9,6 +9,7 @@
 
 #include "hosts/embedded/backtest/statistics.hpp"
 #include "hosts/embedded/host/embedded_host.hpp"
+#include "search_templates/genetic/settings/constants.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::app {
@@ -46,6 +47,23 @@ void add_breeding_options(Options& options, embedded::SearchOptions& search) {
                         search.seeds);
 }
 
+void add_repair_options(Options& options, embedded::SearchOptions& search) {
+  options.whole("--repairs", "N", from(0),
+                fmt::format("Repairs of near misses that a generation tries; 0 for none. Default: "
+                            "{}.",
+                            genetic::DEFAULT_MAX_IMPROVEMENT_CANDIDATES),
+                search.max_improvement_candidates);
+  options.whole("--repair-rounds", "N", from(0),
+                fmt::format("Rounds in which they are tried, each repairing what the one before "
+                            "left. Default: {}.",
+                            genetic::DEFAULT_MAX_IMPROVEMENT_ROUNDS),
+                search.max_improvement_rounds);
+  options.whole("--repair-depth", "N", from(0),
+                fmt::format("Repairs that may follow one another in a lineage. Default: {}.",
+                            genetic::DEFAULT_MAX_IMPROVEMENT_DEPTH),
+                search.max_improvement_depth);
+}
+
 void add_search_options(Options& options, embedded::SearchOptions& search) {
   options.group("Data");
   options.text("--prices", "FILE", "Daily prices, as CSV (see below). Needed.", search.prices);
@@ -75,6 +93,9 @@ void add_search_options(Options& options, embedded::SearchOptions& search) {
 
   options.group("Breeding");
   add_breeding_options(options, search);
+
+  options.group("Repairs");
+  add_repair_options(options, search);
 
   options.group("Expressions");
   options.whole("--max-depth", "N", from(1, 100),

@@ -1,5 +1,6 @@
 #include "apps/genetic_search/signal_lineage.hpp"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -23,7 +24,17 @@ constexpr Key kOrigin = key<"origin">();
 constexpr Key kOperators = key<"operators">();
 constexpr Key kParents = key<"parents">();
 
+constexpr Key kPlan = key<"plan">();
+constexpr Key kReason = key<"reason">();
+constexpr Key kExplanation = key<"explanation">();
+
 constexpr std::size_t kShownKey = 12;
+
+// What repairs are about, in the order in which it is told.
+constexpr std::array kRepairedFigures = {key<"sharpe">(),         key<"gross_returns_sharpe">(),
+                                         key<"turnover">(),       key<"max_weight">(),
+                                         key<"delta_exposure">(), key<"abs_weight_sum_mean">(),
+                                         key<"quality_score">()};
 
 std::vector<std::string> texts(const Value& list) {
   std::vector<std::string> found;
@@ -46,12 +57,14 @@ class Tree {
     ancestor.graph_key = evaluation.graph_key;
     ancestor.eval_id = evaluation.eval_id;
     ancestor.expression = stored_expression(evaluation.graph_json);
+    ancestor.statistics = statistics_of(evaluation);
     ancestor.origin = "unknown";
     if (!lineage.is_mapping()) return ancestor;
     const Mapping& entries = lineage.mapping();
     ancestor.origin = genetic::str(entries.get(kOrigin));
     ancestor.operators = texts(entries.get(kOperators));
     const std::vector<std::string> parents = texts(entries.get(kParents));
+    if (entries.contains(kPlan)) ancestor.repair = repair_of(found, entries, parents);
     if (parents.empty()) return ancestor;
     if (generations == 0) {
       ancestor.parents_are_left_off = true;
@@ -65,12 +78,37 @@ class Tree {
   }
 
  private:
-  Ancestor parent_of(const EvaluationOfRun& child, const std::string& graph_key, int generations) {
+  // The candidate with that graph, if the run had one before the child.
+  std::optional<EvaluationOfRun> before(const EvaluationOfRun& child,
+                                        const std::string& graph_key) {
     const auto place = first_candidates_.find(graph_key);
-    if (place != first_candidates_.end() && place->second < child.evaluation.candidate_number) {
-      const auto parent = store_.find_evaluation(embedded::eval_id_of(child.run.id, place->second));
-      if (parent) return of(*parent, generations);
+    if (place == first_candidates_.end() || place->second >= child.evaluation.candidate_number) {
+      return std::nullopt;
     }
+    return store_.find_evaluation(embedded::eval_id_of(child.run.id, place->second));
+  }
+
+  Value statistics_of(const embedded::EvaluationRecord& evaluation) {
+    Value statistics =
+        stored_json(store_, evaluation.statistics_json, "the statistics of " + evaluation.eval_id);
+    return statistics.is_mapping() ? statistics : Value();
+  }
+
+  AncestorRepair repair_of(const EvaluationOfRun& child, const Mapping& lineage,
+                           const std::vector<std::string>& parents) {
+    AncestorRepair repair{genetic::str(lineage.get(kPlan)),
+                          genetic::str(lineage.get(kReason)),
+                          genetic::str(lineage.get(kExplanation)),
+                          {}};
+    if (parents.empty()) return repair;
+    const std::optional<EvaluationOfRun> source = before(child, parents.front());
+    if (source) repair.before = statistics_of(source->evaluation);
+    return repair;
+  }
+
+  Ancestor parent_of(const EvaluationOfRun& child, const std::string& graph_key, int generations) {
+    const std::optional<EvaluationOfRun> parent = before(child, graph_key);
+    if (parent) return of(*parent, generations);
     Ancestor unknown;
     unknown.graph_key = graph_key;
     unknown.origin = "unknown";
@@ -90,8 +128,34 @@ std::string origin_text(const Ancestor& ancestor) {
     for (std::size_t i = 0; i < ancestor.operators.size(); ++i)
       text += (i > 0 ? ", then " : "") + on_one_line(ancestor.operators[i]);
   }
+  if (ancestor.repair) {
+    text += fmt::format(" by {} for {}", on_one_line(ancestor.repair->plan),
+                        on_one_line(ancestor.repair->reason));
+  }
   if (ancestor.parents_are_above) text += ", parents as above";
   if (ancestor.parents_are_left_off) text += ", parents not told";
+  return text;
+}
+
+// "sharpe -0.612 -> 0.534, turnover 0.12 -> 0.08": the figures that differ as they are written.
+std::string changes_text(const Value& before, const Value& after) {
+  std::string text;
+  for (const Key figure : kRepairedFigures) {
+    const std::optional<double> from = figure_of(before, figure);
+    const std::optional<double> to = figure_of(after, figure);
+    if (!from || !to) continue;
+    const std::string told = fmt::format("{:.3g}", *from);
+    const std::string changed = fmt::format("{:.3g}", *to);
+    if (told == changed) continue;
+    text += fmt::format("{}{} {} -> {}", text.empty() ? "" : ", ", figure.view(), told, changed);
+  }
+  return text;
+}
+
+std::string repair_text(const Ancestor& ancestor, const std::string& indent, Width width) {
+  std::string text = entry_text(indent, on_one_line(ancestor.repair->explanation), width);
+  const std::string changes = changes_text(ancestor.repair->before, ancestor.statistics);
+  if (!changes.empty()) text += entry_text(indent, changes, width);
   return text;
 }
 
@@ -103,6 +167,7 @@ std::string ancestry_text(const Ancestor& ancestor, std::size_t depth, Width wid
       fmt::format("{}{}{}", origin_text(ancestor), ancestor.expression.empty() ? "" : ": ",
                   on_one_line(ancestor.expression)),
       width);
+  if (ancestor.repair) text += repair_text(ancestor, std::string(2 * depth + 6, ' '), width);
   for (const Ancestor& parent : ancestor.parents)
     text += ancestry_text(parent, depth + 1, width);
   return text;
@@ -123,10 +188,18 @@ Json ancestry_json(const Ancestor& root) {
   for (const Ancestor& parent : root.parents)
     parents.push_back(ancestry_json(parent));
   if (root.parents_are_above || root.parents_are_left_off) parents = nullptr;
+  Json repair = nullptr;
+  if (root.repair) {
+    repair = {{"plan", root.repair->plan},
+              {"reason", root.repair->reason},
+              {"explanation", root.repair->explanation}};
+  }
   return {{"eval_id", root.eval_id ? Json(*root.eval_id) : Json(nullptr)},
           {"graph_key", root.graph_key},
           {"origin", root.origin},
           {"operators", root.operators},
+          {"repair", repair},
+          {"statistics", to_json(root.statistics)},
           {"expression", root.expression.empty() ? Json(nullptr) : Json(root.expression)},
           {"parents", parents}};
 }

@@ -2,6 +2,16 @@
 
 namespace varnholt::embedded {
 
+RepairCount SearchProgress::all_repairs() const {
+  RepairCount all;
+  for (const auto& [plan, count] : repairs) {
+    all.tried += count.tried;
+    all.rescued += count.rescued;
+    all.submitted += count.submitted;
+  }
+  return all;
+}
+
 std::string_view to_text(StopCause cause) noexcept {
   switch (cause) {
     case StopCause::Generations:

@@ -42,13 +42,23 @@ struct CandidateRecorded {
   std::string eval_id;                // In the store, "3-17".
   std::int64_t candidate_number = 0;  // Within the run, from 1.
   std::int64_t generation = 0;        // From 0.
-  bool bred = false;                  // Made from parents; otherwise a fresh graph or a seed.
+  bool bred = false;                  // Made from parents; otherwise fresh, a seed or a repair.
+  std::string repaired_by;            // The plan of the repair; empty for what is none.
   bool passed = false;
   std::string failure_reason;  // Empty when it passed.
   std::string failure_detail;
   std::string expression;  // Readable; empty when the graph has none.
   std::optional<BacktestStatistics> statistics;
   double elapsed_seconds = 0.0;
+};
+
+// What became of the repairs by one plan.
+struct RepairCount {
+  std::int64_t tried = 0;
+  std::int64_t rescued = 0;    // Those that passed; what they were made of did not.
+  std::int64_t submitted = 0;  // Those that joined the pool.
+
+  friend bool operator==(const RepairCount&, const RepairCount&) = default;
 };
 
 // The counts of the run so far.
@@ -58,9 +68,16 @@ struct SearchProgress {
   std::int64_t passing = 0;
   std::int64_t bred_in_generation = 0;  // Of the generation completed last.
   std::int64_t fresh_in_generation = 0;
+  std::int64_t repaired_in_generation = 0;
+  std::int64_t repair_rounds = 0;
+  std::int64_t round_under_way = 0;              // Of this generation's, from 1; 0 is its batch.
+  std::map<std::string, RepairCount> repairs;    // By plan.
   std::map<std::string, std::int64_t> failures;  // By reason.
   std::optional<CandidateRecorded> best;         // The best by quality among the passing.
   double elapsed_seconds = 0.0;                  // Since the search began.
+
+  // All plans together.
+  [[nodiscard]] RepairCount all_repairs() const;
 };
 
 // What became of a submission when it was settled.

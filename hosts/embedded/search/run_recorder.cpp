@@ -152,9 +152,15 @@ Value RunRecorder::record(const Value& graph, bool passed, const Mapping& keywor
   candidate.candidate_number = progress_.candidates + 1;
   candidate.eval_id = eval_id_of(run_id_, candidate.candidate_number);
   candidate.generation = progress_.generation;
-  candidate.bred = lineage_.is_bred(graph);
+  const bool may_begin_round = lineage_.has_new_repairs();
+  const GraphOrigin origin = lineage_.origin_of(graph);
+  candidate.bred = origin.origin == Origin::Bred;
+  if (origin.repair) {
+    candidate.repaired_by = origin.repair->plan;
+    if (may_begin_round) ++rounds_;
+  }
   EvaluationRecord record = stored_form(candidate, graph);
-  record.lineage_json = lineage_json(lineage_.origin_of(graph));
+  record.lineage_json = lineage_json(origin);
   record.failures_json = genetic::json_text(all_failures(candidate, keywords, settings_));
   record.market_id = market_id_;
   record.era_number = era_number_;
@@ -166,7 +172,11 @@ Value RunRecorder::record(const Value& graph, bool passed, const Mapping& keywor
 
 void RunRecorder::count(const CandidateRecorded& candidate) {
   ++progress_.candidates;
-  ++(candidate.bred ? bred_ : fresh_);
+  if (candidate.repaired_by.empty()) {
+    ++(candidate.bred ? bred_ : fresh_);
+  } else {
+    count_repair(candidate);
+  }
   if (!candidate.passed) {
     ++progress_.failures[candidate.failure_reason];
     return;
@@ -179,6 +189,15 @@ void RunRecorder::count(const CandidateRecorded& candidate) {
                        });
   best_.insert(place, candidate);
   if (std::cmp_greater(best_.size(), std::max(settings_.best_count, 1))) best_.pop_back();
+}
+
+void RunRecorder::count_repair(const CandidateRecorded& candidate) {
+  ++repaired_;
+  RepairCount& count = progress_.repairs[candidate.repaired_by];
+  ++count.tried;
+  if (!candidate.passed) return;
+  ++count.rescued;
+  rescued_by_[candidate.eval_id] = candidate.repaired_by;
 }
 
 void RunRecorder::record_metrics(const Mapping& metrics) {
@@ -198,6 +217,9 @@ void RunRecorder::settled(const SyncReport& report) {
       ++submissions_.refused[signal.refusal_reason];
     } else {
       ++submissions_.submitted;
+      // What an earlier run has left in the queue is none of this run's repairs.
+      const auto repair = rescued_by_.find(signal.eval_id);
+      if (repair != rescued_by_.end()) ++progress_.repairs[repair->second].submitted;
     }
     signal.novelty = submission.measure.score;
     signal.correlation = submission.measure.correlation;
@@ -210,6 +232,8 @@ void RunRecorder::generation_done() {
   ++progress_.generation;
   progress_.bred_in_generation = std::exchange(bred_, 0);
   progress_.fresh_in_generation = std::exchange(fresh_, 0);
+  progress_.repaired_in_generation = std::exchange(repaired_, 0);
+  progress_.repair_rounds += std::exchange(rounds_, 0);
   observer_.on_generation(progress());
 }
 
@@ -223,6 +247,9 @@ void RunRecorder::end(const std::string& terminal_reason) {
 
 SearchProgress RunRecorder::progress() const {
   SearchProgress progress = progress_;
+  progress.repair_rounds += rounds_;
+  // Repairs that were planned and not recorded yet are evaluated now.
+  progress.round_under_way = rounds_ + (lineage_.has_new_repairs() ? 1 : 0);
   if (!best_.empty()) progress.best = best_.front();
   progress.elapsed_seconds = elapsed_seconds_();
   return progress;

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -54,6 +55,7 @@ class RunRecorder : public ResultRecorder {
 
  private:
   void count(const CandidateRecorded& candidate);
+  void count_repair(const CandidateRecorded& candidate);
 
   RunStore& store_;
   SearchObserver& observer_;
@@ -66,6 +68,10 @@ class RunRecorder : public ResultRecorder {
   SearchProgress progress_;
   std::int64_t bred_ = 0;  // Of the generation under way.
   std::int64_t fresh_ = 0;
+  std::int64_t repaired_ = 0;
+  std::int64_t rounds_ = 0;
+  // The plan behind each repair that passed, by its evaluation id.
+  std::map<std::string, std::string> rescued_by_;
   genetic::Value metrics_;
   std::vector<CandidateRecorded> best_;
   SubmissionCounts submissions_;

@@ -26,6 +26,11 @@ struct SearchOptions {
   std::optional<genetic::Value> diversity_weight;
   std::optional<genetic::Value> parsimony_weight;
   std::optional<genetic::Value> operator_rates;
+  // Repairs of a generation's near misses: how many are tried, in how many rounds, and how many may
+  // follow one another in a lineage. 0 of any is none at all.
+  std::optional<genetic::Value> max_improvement_candidates;
+  std::optional<genetic::Value> max_improvement_rounds;
+  std::optional<genetic::Value> max_improvement_depth;
   // A JSON file with the list of graphs that the first generation consists of.
   std::optional<std::filesystem::path> seeds;
 

@@ -82,6 +82,9 @@ genetic::GeneticTemplate configured_template(const genetic::Module& module,
   set(arguments.diversity_weight, options.diversity_weight);
   set(arguments.parsimony_weight, options.parsimony_weight);
   set(arguments.operator_rates, options.operator_rates);
+  set(arguments.max_improvement_candidates, options.max_improvement_candidates);
+  set(arguments.max_improvement_rounds, options.max_improvement_rounds);
+  set(arguments.max_improvement_depth, options.max_improvement_depth);
   if (options.seeds) {
     arguments.initial_candidates = read_seed_graphs(
         *options.seeds, vocabulary, {options.graphs.max_depth, options.graphs.max_nodes});

@@ -95,10 +95,15 @@ TEST(JsonEvents, WriteNoNan) {
 }
 
 TEST(JsonEvents, TellAGeneration) {
-  EXPECT_EQ(generation_event(samples::progress()).dump(),
+  embedded::SearchProgress progress = samples::progress();
+  progress.repair_rounds = 6;
+  progress.repaired_in_generation = 9;
+  progress.repairs = {{"rank", {50, 1, 0}}, {"reverse", {30, 20, 5}}};
+  EXPECT_EQ(generation_event(progress).dump(),
             R"({"event":"generation","generation":3,"candidates":96,)"
             R"("candidates_per_second":24.0,"passing":12,)"
-            R"("fresh_in_generation":18,"bred_in_generation":14,)"
+            R"("fresh_in_generation":18,"bred_in_generation":14,"repaired_in_generation":9,)"
+            R"("repair_rounds":6,"repaired":80,"rescued":21,)"
             R"("failures":{"sharpe_min":60,"turnover_max":20,"worker_timeout":4},)"
             R"("best_eval_id":"7-17","elapsed_seconds":4.0})");
   EXPECT_EQ(generation_event({})["best_eval_id"], nullptr);
@@ -133,6 +138,19 @@ TEST(JsonEvents, TellAtTheEndThePoolTheMarketAndTheSubmissions) {
   EXPECT_EQ(ended["submissions"].dump(),
             R"({"submitted":2,"refused":{"correlation_exceeded":4,"pnl_mi_below_threshold":1},)"
             R"("waiting":1})");
+}
+
+TEST(JsonEvents, TellTheRepairsPlanByPlan) {
+  embedded::SearchSummary summary = samples::summary();
+  EXPECT_EQ(ended_event(summary, "runs.db", "")["repairs"], Json::object());
+  summary.progress.repairs = {{"rank", {50, 1, 0}}, {"reverse", {30, 20, 5}}};
+  EXPECT_EQ(ended_event(summary, "runs.db", "")["repairs"].dump(),
+            R"({"rank":{"tried":50,"rescued":1,"submitted":0},)"
+            R"("reverse":{"tried":30,"rescued":20,"submitted":5}})");
+  embedded::CandidateRecorded candidate = samples::passing(17, 1.32);
+  EXPECT_EQ(recorded_event(candidate)["repaired_by"], nullptr);
+  candidate.repaired_by = "reverse";
+  EXPECT_EQ(recorded_event(candidate)["repaired_by"], "reverse");
 }
 
 TEST(JsonEvents, TellWhatBecameOfASubmission) {

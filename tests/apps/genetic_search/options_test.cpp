@@ -96,6 +96,19 @@ TEST(Options, ReachTheirGates) {
   EXPECT_EQ(gates.min_abs_weight_sum_mean, 0.6);
 }
 
+TEST(Options, ReachTheLimitsOfRepairs) {
+  const RunCommand defaults = parse_run({"--prices=p"});
+  EXPECT_FALSE(defaults.search.max_improvement_candidates.has_value());
+  EXPECT_FALSE(defaults.search.max_improvement_rounds.has_value());
+  EXPECT_FALSE(defaults.search.max_improvement_depth.has_value());
+  const RunCommand run =
+      parse_run({"--prices=p", "--repairs=0", "--repair-rounds=2", "--repair-depth=3"});
+  EXPECT_EQ(run.search.max_improvement_candidates->integer(), 0);
+  EXPECT_EQ(run.search.max_improvement_rounds->integer(), 2);
+  EXPECT_EQ(run.search.max_improvement_depth->integer(), 3);
+  EXPECT_THROW(static_cast<void>(parse_run({"--prices=p", "--repairs=-1"})), UsageError);
+}
+
 TEST(Options, ReachTheConfiguration) {
   const RunCommand run =
       parse_run({"--prices=p", "--config", "c.toml", "--era", "2", "--pool", "mine"});

@@ -24,7 +24,32 @@ TEST(ProgressLine, ShortensTheExpressionFirst) {
             " | fail sharpe_min 60, turnover_max 20, worker_timeout 4");
 }
 
+embedded::SearchProgress with_repairs() {
+  embedded::SearchProgress progress = samples::progress();
+  progress.repair_rounds = 6;
+  progress.repaired_in_generation = 9;
+  progress.repairs = {{"rank", {50, 1, 0}}, {"reverse", {30, 20, 5}}};
+  return progress;
+}
+
+TEST(ProgressLine, TellsRoundsRepairsAndRescues) {
+  embedded::SearchProgress progress = with_repairs();
+  EXPECT_THAT(live_progress_text(progress, 12, 32, 200),
+              testing::StartsWith("gen 4 12/32 | 96 cand 24.0/s | 12 pass | 6 rounds 80 repaired "
+                                  "21 rescued | best 1.32 "));
+  progress.round_under_way = 2;
+  EXPECT_THAT(live_progress_text(progress, 5, 32, 200),
+              testing::StartsWith("gen 4 round 2 5 | 96 cand 24.0/s | 12 pass | 6 rounds "));
+  EXPECT_EQ(generation_text(with_repairs()),
+            "generation 3: 18 fresh and 14 bred and 9 repaired, 96 candidates in all, 24.0 a "
+            "second, 12 passing, 21 rescued in 6 rounds, best 1.32 (7-17), failures: "
+            "sharpe_min 60, turnover_max 20, worker_timeout 4\n");
+}
+
 TEST(ProgressLine, FitsEveryWidth) {
+  for (std::size_t width = 0; width < 160; ++width) {
+    EXPECT_LE(column_count(live_progress_text(with_repairs(), 12, 32, width)), width);
+  }
   for (std::size_t width = 0; width < 160; ++width) {
     EXPECT_LE(column_count(live_progress_text(samples::progress(), 12, 32, width)), width);
   }

@@ -7,7 +7,6 @@
 //   3  crossover of 1 and 2, passed, refused by "signals"
 //   4  point_mutation of 3 and of a graph that the run does not have, passed, waiting for "others"
 //   5  to 8, each hoisted from the one before, failed
-//
 // Run 2 tried one candidate that failed without a backtest.
 #pragma once
 
@@ -63,6 +62,30 @@ inline embedded::EvaluationRecord failed(std::int64_t number, const std::string&
 inline std::string hoisted_from(std::int64_t number) {
   return R"({"operators":["hoist_mutation"],"origin":"bred","parents":["k)" +
          std::to_string(number) + R"("]})";
+}
+
+inline std::string repaired(const std::string& plan, const std::string& parents, int depth) {
+  return R"({"depth":)" + std::to_string(depth) +
+         R"(,"explanation":"what it means","origin":"repaired","parents":[)" + parents +
+         R"(],"plan":")" + plan + R"(","reason":"sharpe_min"})";
+}
+
+// Of a repair whose source has kStatistics.
+inline constexpr const char* kBetterStatistics =
+    R"({"abs_weight_sum_mean":1.0,"active_days":79,"annualized_returns":0.1,)"
+    R"("delta_exposure":0.0,"drawdown":0.2,"gross_returns_sharpe":-1.5,"holding_days":79,)"
+    R"("max_weight":0.4,"missing_return_count":0,"quality_score":1.0004,"sharpe":2.5,)"
+    R"("turnover":0.25})";
+
+// For run 1, where a test wants them: 21 is 2 turned round, 22 is 21 blended with 1, and 23 ranks a
+// graph that the run does not have.
+inline std::vector<embedded::EvaluationRecord> repairs() {
+  std::vector<embedded::EvaluationRecord> found = {
+      evaluation(21, repaired("reverse", R"("k2")", 1)),
+      evaluation(22, repaired("blend_with_peer", R"("k21","k1")", 2)),
+      failed(23, repaired("rank", R"("feedfacefeedface")", 1))};
+  found[0].statistics_json = kBetterStatistics;
+  return found;
 }
 
 inline std::vector<embedded::EvaluationRecord> evaluations() {

@@ -176,6 +176,35 @@ TEST_F(StoreCommands, ShowACandidateWithoutBacktestOfARunWithoutEras) {
                           HasSubstr(" UTC, not ended\n"), HasSubstr("  2-1  seed: ")));
 }
 
+TEST_F(StoreCommands, ShowTheStepsOfARepairWithTheFiguresBeforeAndAfter) {
+  embedded::SqliteRunStore(path_.string()).record_evaluations(1, samples::repairs());
+  EXPECT_THAT(show("1-22"),
+              HasSubstr("\nLineage, parents below their child\n"
+                        "  1-22  repaired by blend_with_peer for sharpe_min: cross_rank(close)\n"
+                        "      what it means\n"
+                        "      sharpe 2.5 -> 1.25, gross_returns_sharpe -1.5 -> 1.5, turnover 0.25 "
+                        "-> 0.5\n"
+                        "    1-21  repaired by reverse for sharpe_min: cross_rank(close)\n"
+                        "        what it means\n"
+                        "        sharpe 1.25 -> 2.5, gross_returns_sharpe 1.5 -> -1.5, turnover "
+                        "0.5 -> 0.25\n"
+                        "      1-2  fresh: cross_rank(close)\n"
+                        "    1-1  fresh: cross_rank(close)\n"));
+  const Json lineage = Json::parse(show("1-22", true))["lineage"];
+  EXPECT_EQ(lineage["repair"].dump(),
+            R"({"plan":"blend_with_peer","reason":"sharpe_min","explanation":"what it means"})");
+  EXPECT_EQ(lineage["statistics"]["sharpe"], 1.25);
+  EXPECT_EQ(lineage["parents"][0]["statistics"]["sharpe"], 2.5);
+  EXPECT_EQ(lineage["parents"][0]["parents"][0]["repair"], nullptr);
+}
+
+TEST_F(StoreCommands, ShowARepairOfWhatTheRunDoesNotHave) {
+  embedded::SqliteRunStore(path_.string()).record_evaluations(1, samples::repairs());
+  EXPECT_THAT(show("1-23"), HasSubstr("  1-23  repaired by rank for sharpe_min: cross_rank(close)\n"
+                                      "      what it means\n"
+                                      "    graph feedfacefeed  not in this run\n"));
+}
+
 TEST_F(StoreCommands, ShowParentsSeveralGenerationsBack) {
   const std::string page = show("1-6");
   EXPECT_THAT(page, HasSubstr("\n  1-6  bred by hoist_mutation: cross_rank(close)\n"

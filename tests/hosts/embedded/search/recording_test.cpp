@@ -10,7 +10,9 @@
 
 #include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/host/statistics_object.hpp"
+#include "hosts/embedded/system/digest.hpp"
 #include "hosts/embedded/timing/backtest_timing.hpp"
+#include "search_templates/genetic/graph/canonical_text.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "tests/hosts/embedded/search/recording_fixture.hpp"
 
@@ -60,6 +62,41 @@ TEST_F(RecordingTest, AChildsResultIsRecordedAndItsPayloadMade) {
   EXPECT_EQ(stats.at(keys::kSharpe).real(), statistics.sharpe);
   EXPECT_EQ(stats.at(keys::kIsPnlMi).real(), 1.0);
   EXPECT_EQ(stats.at(keys::kCorrelation).real(), 0.0);
+}
+
+TEST_F(RecordingTest, ARepairIsRecordedWithItsPlanAndCounted) {
+  EXPECT_EQ(recorder_.progress().round_under_way, 0);
+  const RepairNote reversal{"reverse", "sharpe_min", "the opposite", 2};
+  host_.lineage().note_repair(ranked("close"), {negated(ranked("close"))}, reversal);
+  host_.lineage().note_repair(unlike_the_others(), {ranked("close")}, {"demean", "", "", 1});
+  EXPECT_EQ(recorder_.progress().round_under_way, 1);
+  const Mapping candidate = joined(ranked("close"));
+  recorder_.settled({{{1, "1-1", {}, {}}}, {}});
+  static_cast<void>(recorded(unlike_the_others()));
+  EXPECT_EQ(row_of(candidate).lineage_json,
+            R"({"depth":2,"explanation":"the opposite","origin":"repaired","parents":[")" +
+                sha256_hex(genetic::canonical_graph_string(negated(ranked("close")))) +
+                R"("],"plan":"reverse","reason":"sharpe_min"})");
+  EXPECT_EQ(observer_.recorded.at(0).repaired_by, "reverse");
+  EXPECT_FALSE(observer_.recorded.at(0).bred);
+
+  const SearchProgress progress = recorder_.progress();
+  EXPECT_EQ(progress.repair_rounds, 1);
+  EXPECT_EQ(progress.round_under_way, 1);
+  EXPECT_EQ(progress.repairs.at("reverse"), (RepairCount{1, 1, 1}));
+  EXPECT_EQ(progress.repairs.at("demean"), (RepairCount{1, 1, 0}));
+  EXPECT_EQ(progress.all_repairs(), (RepairCount{2, 2, 1}));
+
+  // Another round of the same generation, and one of the next.
+  host_.lineage().note_repair(ranked("returns"), {ranked("close")}, reversal);
+  EXPECT_EQ(recorder_.progress().round_under_way, 2);
+  static_cast<void>(recorded(ranked("returns")));
+  EXPECT_EQ(recorder_.progress().repair_rounds, 2);
+  recorder_.generation_done();
+  EXPECT_EQ(observer_.generations.back().repaired_in_generation, 3);
+  EXPECT_EQ(observer_.generations.back().fresh_in_generation, 0);
+  EXPECT_EQ(observer_.generations.back().repair_rounds, 2);
+  EXPECT_EQ(recorder_.progress().round_under_way, 0);
 }
 
 TEST_F(RecordingTest, ARecordIsWrittenOnce) {
