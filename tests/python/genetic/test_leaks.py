@@ -15,6 +15,7 @@ import types
 import weakref
 
 import pytest
+from attempt_host import Item, World, dispatch, happened
 
 ROUNDS = 150
 
@@ -139,10 +140,33 @@ def calls(genetic, make_context):
         )),
         lambda: genetic._callable_accepts_keyword(fail, "keywords"),
         lambda: genetic._parallel_evaluation_workers(context, 3),
+        lambda: ledger_of_one(genetic, graph),
+        swallow(lambda: ledger_of_one(genetic, graph, failure=fail)),
+        swallow(lambda: ledger_of_one(genetic, graph, failure=interrupt)),
         lambda: genetic.with_config(initial_candidates=[graph]),
         swallow(lambda: genetic.with_config(batch_size=0)),
         lambda: genetic._number("x", graph),
     ]
+
+
+def ledger_of_one(genetic, graph, failure=None):
+    """An attempt that is dispatched, answered at its backtest, described and ended."""
+    world = World()
+    if failure is not None:
+        world.tracker._held["mark_simulation_attempt_dispatched"] = failure
+    engine, pool = genetic._engine, genetic._process_evaluation
+    genetic._engine, genetic._process_evaluation = world.engine, world.process_evaluation
+    try:
+        ledger = genetic._ProcessAttemptLedger(world.context, [(0, graph)])
+        ledger.prepare_for_processes()
+        ledger.pre_dispatch(dispatch(0, 0, Item(graph)))
+        ledger.lifecycle(happened("error", error=ValueError("why")))
+        ledger._backtest_boundary_queue.messages.append((0, 0))
+        ledger.poll_backtest_boundaries()
+        ledger.failure_evidence(0, "reason", ("detail",))
+        ledger.finalize_all_open("reason", OSError("detail"))
+    finally:
+        genetic._engine, genetic._process_evaluation = engine, pool
 
 
 class HeapState(ctypes.Structure):
