@@ -274,7 +274,7 @@ Value ProcessAttemptLedger::start_backtest_attempt(const Value& candidate_index,
 
   const auto context = records_.context();
   const Value graph = records_.graphs().at(index);
-  const Value attempt_id = create_process_attempt(host_, *context, candidate_index, graph);
+  Value attempt_id = create_process_attempt(host_, *context, candidate_index, graph);
   // Kept before the marks: a row that was made must be ended even when a mark fails.
   state.set(keys::kAttemptId, attempt_id);
   records_.context()->tracker()->mark_simulation_attempt_dispatched(attempt_id);
