@@ -32,6 +32,7 @@ class Scope {
       : context_(ctx), environment_{host, host.constants(), context_, !ctx.is_none()} {}
   Scope(const Scope&) = delete;
   Scope& operator=(const Scope&) = delete;
+  ~Scope() = default;
 
   [[nodiscard]] const genetic::ReactionEnvironment& environment() const { return environment_; }
 

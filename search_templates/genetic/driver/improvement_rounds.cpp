@@ -149,8 +149,8 @@ class ImprovementRounds {
   // The round is counted first: its number is the depth of its results.
   Value annotate_record_and_submit(const ImprovementBatch& batch, const Value& evaluated) {
     ++outcome_.round_count;
-    const Value results = annotate_candidate_results(evaluated, next_candidate_index_,
-                                                     outcome_.round_count, batch.improvements);
+    Value results = annotate_candidate_results(evaluated, next_candidate_index_,
+                                               outcome_.round_count, batch.improvements);
     record_candidate_results_in_parent(host_, scope_.context, results);
     submit_submittable_candidates(host_, scope_.context, results);
     return results;

@@ -101,7 +101,7 @@ class Selection {
     MappingCursor cursor(best);
     while (const std::optional<MappingEntry> entry = cursor.next())
       selected.push_back(static_cast<std::size_t>(entry->value.integer()));
-    return ordered(std::move(selected));
+    return ordered(selected);
   }
 
   [[nodiscard]] bool is_nearer(std::size_t candidate, std::size_t prior) const {
