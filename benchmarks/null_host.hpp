@@ -6,6 +6,8 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -118,7 +120,7 @@ class OneWorker : public WorkerResolution {
 class InProcessPool : public ProcessEvaluation {
  public:
   [[nodiscard]] std::unique_ptr<WorkerResolution> resolve_process_worker_count_details(
-      const Value& /*requested*/, const Value& /*candidate_count*/) override {
+      const std::function<Value()>& /*requested*/, const Value& /*candidate_count*/) override {
     return std::make_unique<OneWorker>();
   }
   [[nodiscard]] Value candidate_evaluation(const Value& candidate_index,
@@ -126,13 +128,18 @@ class InProcessPool : public ProcessEvaluation {
     return make_object<CandidateEvaluation>(candidate_index, graph);
   }
   [[nodiscard]] std::unique_ptr<ConfiguredPool> configure(
-      const ProcessEvaluationConfig& /*config*/) override {
+      const std::function<ProcessEvaluationConfig()>& config) override {
+    static_cast<void>(config());
     class Configured : public ConfiguredPool {
      public:
       [[nodiscard]] Value evaluate_candidate_batch(const List& candidates,
                                                    const Callable& simulate) override {
         List results(candidates.size());
         for (const Value& candidate : candidates.native_items()) {
+          // There is no child before which an attempt would be announced.
+          dynamic_cast<CandidateEvaluation&>(candidate.object())
+              .metadata()
+              .set(keys::kProcessAttempt, 0);
           results.append(make_object<ProcessResult>(
               attribute(candidate, keys::kCandidateIndex.view()).value_or(Value()),
               simulate({candidate}), 4321, 0.25, 1));

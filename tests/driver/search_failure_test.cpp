@@ -13,7 +13,12 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::SizeIs;
 
-const Names kBeforeError = kSetUp + kTest + kBatch + kPool + Names{"process_evaluation.as_error"};
+const Names kBeforeError = kSetUp + kTest + kBatch + kPool;
+const Names kIsProcessError = {"process_evaluation.as_error"};
+// Whether an error ends the whole search; the second question is not asked where the first says so.
+const Names kIsPriorityError = {"process_evaluation.terminal_process_priority_failed"};
+const Names kIsFatal =
+    kIsPriorityError + Names{"process_evaluation.terminal_memory_budget_exceeded"};
 
 void fail_with(SearchHarness& search, const Mapping& attributes,
                const std::string& text = "the pool failed") {
@@ -34,11 +39,8 @@ TEST(SearchFailure, FatalErrorIsCountedReportedAndThrownOn) {
   }
 
   EXPECT_THAT(search.host.log.names(),
-              ElementsAreArray(kBeforeError +
-                               Names{"process_evaluation.terminal_process_priority_failed",
-                                     "process_evaluation.terminal_memory_budget_exceeded",
-                                     "process_evaluation.terminal_process_priority_failed",
-                                     "process_evaluation.terminal_process_priority_failed"} +
+              ElementsAreArray(kSetUp + kTest + kBatch + kPoolOfMany + kIsProcessError + kIsFatal +
+                               kIsProcessError + kIsFatal + kIsPriorityError + kIsPriorityError +
                                kMetrics));
   ASSERT_THAT(search.metrics, SizeIs(1));
   EXPECT_EQ(search.metrics[0].at("terminal_reason"), "memory_budget_exceeded");
@@ -63,13 +65,12 @@ TEST(SearchFailure, PriorityFailureLeavesNoMetricsAndCountsNothing) {
                      {"failure_count", 9}});
   EXPECT_THROW(search.run(), ScriptedProcessError);
   EXPECT_THAT(search.host.log.names(),
-              ElementsAreArray(kBeforeError +
-                               Names{"process_evaluation.terminal_process_priority_failed",
-                                     "process_evaluation.terminal_process_priority_failed",
-                                     "process_evaluation.terminal_process_priority_failed"}));
+              ElementsAreArray(kBeforeError + kIsProcessError + kIsPriorityError + kIsProcessError +
+                               times(3, kIsPriorityError)));
   EXPECT_THAT(search.metrics, SizeIs(0));
 }
 
+// An error without a reason is none that the batch takes as one candidate's own.
 TEST(SearchFailure, ErrorOfOneCandidateFailsTheBatchAndTheRunGoesOn) {
   SearchHarness search;
   search.stop_at_pause(2);
@@ -82,20 +83,21 @@ TEST(SearchFailure, ErrorOfOneCandidateFailsTheBatchAndTheRunGoesOn) {
   search.run();
 
   const Names verdict = {"evaluation_verdicts.not_evaluated_verdict"};
-  const Names made_up = Names{"process_evaluation.terminal_process_priority_failed",
-                              "process_evaluation.terminal_memory_budget_exceeded",
-                              "process_evaluation.terminal_worker_failed"} +
-                        verdict + verdict + verdict;
+  const Names in_the_batch = kIsProcessError + kIsFatal +
+                             Names{"process_evaluation.terminal_worker_failed",
+                                   "process_evaluation.terminal_worker_timeout"};
+  const Names made_up = kIsProcessError + kIsFatal +
+                        Names{"process_evaluation.terminal_worker_failed"} + times(3, verdict);
   // The error is counted after the recording, in place of the streak.
   const Names counted = {"process_evaluation.terminal_worker_failed",
                          "process_evaluation.terminal_process_priority_failed"};
   // The text of the failure might be JSON that tells how far it missed.
   const Names rounds =
       kTest + times(3, kJudge) + Names{"json_reader.read", "context.max_depth"} + kTest;
-  EXPECT_THAT(
-      search.host.log.names(),
-      ElementsAreArray(kBeforeError + made_up + kRecordFailing + counted + kTest + rounds + kJudge +
-                       kReadStopEvent + kTest + kPause + kReadStopEvent + kPassing + kStopped));
+  EXPECT_THAT(search.host.log.names(),
+              ElementsAreArray(kBeforeError + in_the_batch + made_up + kRecordFailing + counted +
+                               kTest + rounds + kJudge + kReadStopEvent + kTest + kPause +
+                               kReadStopEvent + kPassing + kStopped));
   ASSERT_THAT(search.metrics, SizeIs(1));
   EXPECT_EQ(search.metrics[0].at("failure_count"), 1);
   EXPECT_EQ(search.metrics[0].at("candidate_count"), 2);
@@ -106,16 +108,16 @@ TEST(SearchFailure, EveryGraphOfTheLostBatchIsRecordedAsFailed) {
   SearchHarness search(2);
   search.stop_at_pause(1);
   fail_with(search, {{"candidate_index", 1},
-                     {"terminal_reason", "worker_timeout"},
+                     {"terminal_reason", "worker_odd"},
                      {"detail", "after 600 s"},
                      {"failure_count", "2"}});
   search.run();
   EXPECT_THAT(
       search.host.log.lines(),
-      Contains("safe_record({'node': 'g1'}, False, rejection_reason='worker_timeout', stats=None, "
+      Contains("safe_record({'node': 'g1'}, False, rejection_reason='worker_odd', stats=None, "
                "per_column_stats=None, expression_elapsed_seconds=None, backtest_timing=None, "
                "tracking_metric_kwargs="
-               "{'failure_reason': 'worker_timeout', 'failure_detail': 'after 600 s', "
+               "{'failure_reason': 'worker_odd', 'failure_detail': 'after 600 s', "
                "'stats_verdict': {'verdict': 'not_evaluated'}, 'correlation_verdict': "
                "{'verdict': 'not_evaluated'}, 'mi_verdict': {'verdict': 'not_evaluated'}})"));
   EXPECT_EQ(search.host.log.count("safe_record"), 2U);
@@ -148,7 +150,8 @@ TEST(SearchFailure, OtherErrorsOfThePoolLeaveWithoutMetrics) {
   SearchHarness search;
   search.host.process_evaluation.on_evaluate_candidate_batch = failing(ValueError("odd"));
   EXPECT_THROW(search.run(), ValueError);
-  EXPECT_THAT(search.host.log.names(), ElementsAreArray(kBeforeError));
+  EXPECT_THAT(search.host.log.names(),
+              ElementsAreArray(kBeforeError + kIsProcessError + kIsProcessError));
 }
 
 // What is no ordinary error, an interrupt for example.
@@ -198,11 +201,11 @@ TEST(SearchFailure, RuntimeThatIsNeverReadyEndsTheRunWithMetrics) {
               "candidate, is what fails, so the search stops instead of recording more candidate "
               "rejections");
   }
-  const Names first = kTest + kBatch + kPool + kRecordFailing + kRecordFailing + kStreak + kTest +
-                      no_rounds_for(2) + kJudge + kJudge + kReadStopEvent + kTest + kPause +
+  const Names first = kTest + kBatch + kPoolOfMany + kRecordFailing + kRecordFailing + kStreak +
+                      kTest + no_rounds_for(2) + kJudge + kJudge + kReadStopEvent + kTest + kPause +
                       kReadStopEvent;
   EXPECT_THAT(search.host.log.names(),
-              ElementsAreArray(kSetUp + first + kTest + kBatch + kPool + kRecordFailing +
+              ElementsAreArray(kSetUp + first + kTest + kBatch + kPoolOfMany + kRecordFailing +
                                kRecordFailing + kStreak + Names{"logger.error"} + kMetrics +
                                Names{"context.fatal_callback", "fatal",
                                      "engine.raise_background_infrastructure_error"}));

@@ -89,6 +89,7 @@ class SearchHarness {
 
   explicit SearchHarness(std::int64_t batch_size = 1, std::int64_t restart_threshold = 100) {
     host.context.on_n_jobs = always(Value(2));
+    host.process_contexts.is_quiet = true;
     host.process_evaluation.on_resolve_process_worker_count_details = always(2);
     on_record([this](const auto& /*positional*/, const Mapping& /*keywords*/) {
       return Value("eval-" + std::to_string(++recorded_));
@@ -202,13 +203,30 @@ inline const Names kBredBatch = {"random_generators.from_state",
                                  "fresh.draw",
                                  "rng.random",
                                  "rng.getstate"};
-inline const Names kPool = {"context.n_jobs",
-                            "search_settings.default_process_priority",
-                            "context.attribute",
-                            "context.worker_memory_limit_bytes",
-                            "process_evaluation.default_worker_memory_limit_bytes",
-                            "context.attribute",
-                            "process_evaluation.evaluate_candidate_batch"};
+// A batch that the pool answers in one pass: it is not cancelled, no PnL files are listed, the
+// workers are logged, the features are warmed, and the pool is configured.
+[[nodiscard]] inline Names pool_calls(bool is_batch_of_one) {
+  const Names begun = {"context.submission_cancelled", "context.attribute"};
+  // Whether to submit what completes depends on the jobs, unless there is one candidate.
+  const Names jobs = is_batch_of_one ? Names() : Names{"context.n_jobs"};
+  return begun + jobs +
+         Names{"context.n_jobs",
+               "process_evaluation.resolve_process_worker_count_details",
+               "process_evaluation.log_worker_count_reduction",
+               "context.n_jobs",
+               "process_contexts.fork_context",
+               "context.submission_cancelled",
+               "process_evaluation.prefetch_candidate_features",
+               "context.n_jobs",
+               "search_settings.default_process_priority",
+               "context.attribute",
+               "context.worker_memory_limit_bytes",
+               "process_evaluation.default_worker_memory_limit_bytes",
+               "context.attribute",
+               "process_evaluation.evaluate_candidate_batch"};
+}
+inline const Names kPool = pool_calls(true);
+inline const Names kPoolOfMany = pool_calls(false);
 // As many reads of the context's plain attributes.
 [[nodiscard]] inline Names attribute_reads(std::size_t count) {
   return Names(count, "context.attribute");

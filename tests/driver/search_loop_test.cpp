@@ -66,8 +66,8 @@ TEST(SearchLoop, EmptyBatchDoesNotEndTheRun) {
   // The empty turn asks the pool nothing, and the next one is a restart: it wants one graph more.
   EXPECT_THAT(search.host.log.names(),
               ElementsAreArray(kSetUp + kTest + kBatch + kPause + kReadStopEvent + kTest + kBatch +
-                               kPool + kRecordPassing + kRecordPassing + kScore + kScore + kSubmit +
-                               kSubmit + kStreak + kTest + kNoRounds + times(4, kScore) +
+                               kPoolOfMany + kRecordPassing + kRecordPassing + kScore + kScore +
+                               kSubmit + kSubmit + kStreak + kTest + kNoRounds + times(4, kScore) +
                                kReadStopEvent + kTest + kPause + kStopped));
   EXPECT_THAT(search.draws(), ElementsAre("(2)", "(3)"));
 }
@@ -247,11 +247,17 @@ TEST(SearchLoop, MissingPassesCountsAsFailed) {
 TEST(SearchLoop, CandidatesWithoutResultAreNotCounted) {
   SearchHarness search(3);
   search.stop_at_pause(1);
-  search.host.process_evaluation.on_evaluate_candidate_batch =
-      [](const std::vector<ScriptedCandidate>& candidates, const auto&, const auto&) {
-        return std::vector<ScriptedResult>{
-            {candidates[2].candidate_index, passing(candidates[2].graph), 1, 0.25, 1}};
-      };
+  search.host.process_evaluation.on_resolve_process_worker_count_details = always(3);
+  // The last of three; those that are left are tried again, and the pool gives nothing more.
+  search.host.process_evaluation
+      .on_evaluate_candidate_batch = [](const std::vector<ScriptedCandidate>& candidates,
+                                        const auto&, const auto&) {
+    std::vector<ScriptedResult> results;
+    if (candidates.size() == 3) {
+      results.push_back({candidates[2].candidate_index, passing(candidates[2].graph), 1, 0.25, 1});
+    }
+    return results;
+  };
   search.run();
   EXPECT_EQ(search.metrics[0].at("candidate_count"), 1);
   EXPECT_EQ(search.metrics[0].at("unique_graph_count"), 1);
@@ -265,6 +271,7 @@ TEST(SearchLoop, PoolGetsTheConfiguredTimeOutAndTheRequestedJobs) {
   arguments.process_timeout_seconds = "12.5";
   search.configure(arguments);
   search.stop_at_pause(1);
+  search.host.process_evaluation.on_resolve_process_worker_count_details = always(4);
   search.host.context.on_n_jobs = always(Value(7));
   search.host.context.on_worker_memory_limit_bytes = always(Value(1000));
   search.run();
@@ -306,6 +313,7 @@ TEST(SearchLoop, DuplicatesWithinABatchAreReplaced) {
 TEST(SearchLoop, DefaultSourceIsTheHostsGeneratorOfRandomGraphs) {
   SearchHarness search;
   Module module(search.host.bundle());
+  search.host.process_evaluation.on_resolve_process_worker_count_details = always(4);
   search.host.random_weighted.on_next = [](RandomGenerator* rng) {
     return std::optional<Value>(Mapping{{"weight", rng->random()}});
   };
@@ -319,7 +327,7 @@ TEST(SearchLoop, DefaultSourceIsTheHostsGeneratorOfRandomGraphs) {
       Names{"random_generators.from_state", "random_weighted.random_weighted_graphs"} + draw +
       draw + draw + draw + Names{"random_graphs.release", "rng.getstate"};
   EXPECT_THAT(search.host.log.names(),
-              ElementsAreArray(kSetUp + kTest + walk + kPool + times(4, kRecordPassing) +
+              ElementsAreArray(kSetUp + kTest + walk + kPoolOfMany + times(4, kRecordPassing) +
                                times(4, kScore) + times(4, kSubmit) + kStreak + kTest + kNoRounds +
                                times(8, kScore) + kReadStopEvent + kTest + kPause + kStopped));
   EXPECT_THAT(search.host.log.lines(),

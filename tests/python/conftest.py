@@ -3,6 +3,7 @@
 import os
 import sys
 from pathlib import Path
+from types import SimpleNamespace
 
 import pytest
 
@@ -35,11 +36,18 @@ class Event:
 
 
 class Context:
-    """A search context with attributes as given, and a recorder of metrics."""
+    """A search context with attributes as given, and a recorder of metrics.
+
+    It is never called off, and its attempts have no tracker.
+    """
 
     def __init__(self, **attributes):
         self.metrics = []
+        self._template_evaluation_state = SimpleNamespace()
         self.__dict__.update(attributes)
+
+    def _submission_cancelled(self):
+        return False
 
     def record_search_run_metrics(self, **record):
         self.metrics.append(record)

@@ -13,6 +13,7 @@
 #include "search_templates/genetic/value/errors.hpp"
 #include "tests/support/error_of.hpp"
 #include "tests/support/scripted_answers.hpp"
+#include "tests/support/scripted_child.hpp"
 
 namespace varnholt::genetic::test {
 
@@ -46,6 +47,8 @@ class ScriptedStopEvent : public StopEvent {
 }
 
 class ScriptedContext : public SearchContext {
+  CallLog& log_;
+
   // An attribute stands in the log under its bare name.
   template <typename Function>
   auto read(const char* name, const Function& answer) {
@@ -83,6 +86,8 @@ class ScriptedContext : public SearchContext {
   std::function<std::shared_ptr<AttemptTracker>()> on_tracker =
       failing(AttributeError("'SearchContext' object has no attribute '_tracker'"));
   std::function<bool()> on_submission_cancelled = always(false);
+  // What the context is to a child.
+  ScriptedChild in_child{log_};
   // Not in the log unless logged_handling() writes it.
   std::function<std::shared_ptr<const void>(const std::exception_ptr&)> on_handling =
       always(nullptr);
@@ -154,12 +159,10 @@ class ScriptedContext : public SearchContext {
     log_.add("context.submission_cancelled()");
     return on_submission_cancelled();
   }
+  [[nodiscard]] ChildContext& child() override { return in_child; }
   [[nodiscard]] std::shared_ptr<const void> handling(const std::exception_ptr& error) override {
     return on_handling(error);
   }
-
- private:
-  CallLog& log_;
 };
 
 }  // namespace varnholt::genetic::test

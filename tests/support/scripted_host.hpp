@@ -181,6 +181,10 @@ struct ScriptedHost {
   ScriptedAccounting attempt_accounting{log};
   ScriptedProcessContexts process_contexts{log};
   GenerationObserver* generation_observer = nullptr;
+  // The engine's operations that a child guards.
+  std::shared_ptr<ScriptedOperations> engine_operations = std::make_shared<ScriptedOperations>(
+      log, "engine_operations",
+      Mapping{{operation_names::kWriteEvaluationAttemptMarker, "the parent's"}});
 
   ScriptedHost() = default;
   ScriptedHost(const ScriptedHost&) = delete;
@@ -224,6 +228,9 @@ struct ScriptedHost {
     [[nodiscard]] ProcessContexts& process_contexts() override { return host_.process_contexts; }
     [[nodiscard]] GenerationObserver* generation_observer() override {
       return host_.generation_observer;
+    }
+    [[nodiscard]] std::shared_ptr<ReplaceableObject> engine_operations() override {
+      return host_.engine_operations;
     }
 
    private:

@@ -139,7 +139,8 @@ class ScriptedProcessEvaluation : public ProcessEvaluation {
     return error_object(error);
   }
   [[nodiscard]] std::unique_ptr<WorkerResolution> resolve_process_worker_count_details(
-      const Value& requested, const Value& candidate_count) override {
+      const std::function<Value()>& requested_jobs, const Value& candidate_count) override {
+    const Value requested = requested_jobs();
     log_.add("process_evaluation.resolve_process_worker_count_details",
              {requested, candidate_count});
     return std::make_unique<ScriptedWorkerResolution>(
@@ -160,8 +161,8 @@ class ScriptedProcessEvaluation : public ProcessEvaluation {
     return make_object<CandidateEvaluation>(candidate_index, graph);
   }
   [[nodiscard]] std::unique_ptr<ConfiguredPool> configure(
-      const ProcessEvaluationConfig& config) override {
-    return std::make_unique<Configured>(*this, config);
+      const std::function<ProcessEvaluationConfig()>& config) override {
+    return std::make_unique<Configured>(*this, config());
   }
 
  private:

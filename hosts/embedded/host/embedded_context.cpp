@@ -8,6 +8,7 @@
 #include "hosts/embedded/host/backtester_object.hpp"
 #include "hosts/embedded/host/statistics_object.hpp"
 #include "hosts/embedded/vocabulary/graph_check.hpp"
+#include "search_templates/genetic/host/callable_value.hpp"
 #include "search_templates/genetic/host/function_callable.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/keys.hpp"
@@ -25,6 +26,7 @@ using genetic::Value;
 namespace {
 
 namespace names = genetic::context_names;
+namespace operations = genetic::operation_names;
 
 Mapping context_attributes(const Evaluator& evaluator, const ContextSettings& settings) {
   const Mapping era_config{{keys::kId, settings.pool.era_number},
@@ -55,7 +57,40 @@ EmbeddedContext::EmbeddedContext(const Evaluator& evaluator, const ContextSettin
       submission_(submission),
       timings_(timings),
       process_(own_identity()),
-      attributes_(context_attributes(evaluator, settings)) {}
+      attributes_(context_attributes(evaluator, settings)),
+      operations_(std::make_shared<genetic::OperationTable>(parent_operations())) {}
+
+// What only the parent may do.
+Mapping EmbeddedContext::parent_operations() {
+  const auto record = [this](std::span<const Value> positional, const Mapping& keywords) {
+    const bool passed = genetic::truth(positional[1]);
+    Value id = recorder_.record(positional[0], passed, keywords);
+    if (passed) submission_.keep_pnl(id, keywords.get(keys::kStats));
+    stop_->count_candidate();
+    return id;
+  };
+  const auto enqueue = [this](std::span<const Value> positional, const Mapping& /*keywords*/) {
+    return Value(submission_.enqueue(genetic::record_of(positional[0])));
+  };
+  const auto record_metrics = [this](std::span<const Value> /*positional*/,
+                                     const Mapping& metrics) {
+    recorder_.record_metrics(metrics);
+    return Value();
+  };
+  const auto operation = [](genetic::CallableFunction function) {
+    return genetic::callable_value(genetic::make_callable(std::move(function)));
+  };
+  return {{operations::kSafeRecord, operation(record)},
+          {operations::kEnqueueDeferredSubmissionPayload, operation(enqueue)},
+          {operations::kRecordSearchRunMetrics, operation(record_metrics)}};
+}
+
+// A child has none of the parent's, only the guards in their place.
+Callable EmbeddedContext::operation(genetic::Key name) {
+  const std::optional<Value> found =
+      in_child_ ? operations_->instance_value(name.view()) : operations_->attribute(name.view());
+  return genetic::callable_of(found.value_or(Value()));
+}
 
 void EmbeddedContext::enter_child() {
   in_child_ = true;
@@ -64,12 +99,7 @@ void EmbeddedContext::enter_child() {
 }
 
 Callable EmbeddedContext::record_search_run_metrics() {
-  if (in_child_) return {};
-  return genetic::make_callable(
-      [this](std::span<const Value> /*positional*/, const Mapping& metrics) {
-        recorder_.record_metrics(metrics);
-        return Value();
-      });
+  return operation(operations::kRecordSearchRunMetrics);
 }
 
 std::optional<Value> EmbeddedContext::vocabulary() {
@@ -140,15 +170,7 @@ Value EmbeddedContext::evaluate(const Value& graph) {
 }
 
 Callable EmbeddedContext::safe_record() {
-  // A child records nothing: its result goes to the parent, which does.
-  if (in_child_) return {};
-  return genetic::make_callable([this](std::span<const Value> positional, const Mapping& keywords) {
-    const bool passed = genetic::truth(positional[1]);
-    Value id = recorder_.record(positional[0], passed, keywords);
-    if (passed) submission_.keep_pnl(id, keywords.get(keys::kStats));
-    stop_->count_candidate();
-    return id;
-  });
+  return operation(operations::kSafeRecord);
 }
 
 Callable EmbeddedContext::required_safe_record() {
@@ -163,11 +185,7 @@ void EmbeddedContext::activate_existing_attempt(const Value& /*source_attempt_id
 }
 
 Callable EmbeddedContext::enqueue_deferred_submission_payload() {
-  if (in_child_) return {};
-  return genetic::make_callable(
-      [this](std::span<const Value> positional, const Mapping& /*keywords*/) {
-        return Value(submission_.enqueue(genetic::record_of(positional[0])));
-      });
+  return operation(operations::kEnqueueDeferredSubmissionPayload);
 }
 
 Callable EmbeddedContext::derive_rejection_reason_detail() {

@@ -13,6 +13,7 @@
 #include "hosts/embedded/host/signal_submission.hpp"
 #include "hosts/embedded/timing/recorded_timings.hpp"
 #include "hosts/embedded/timing/stopwatch.hpp"
+#include "search_templates/genetic/host/operation_table.hpp"
 #include "search_templates/genetic/host/search_context.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -81,8 +82,35 @@ class EmbeddedContext : public genetic::SearchContext {
   [[nodiscard]] genetic::Callable derive_rejection_reason_detail() override;
   // Whether evaluations under way are given up: at a signal and at the limit in seconds.
   [[nodiscard]] bool submission_cancelled() override { return stop_->cancels_evaluations(); }
+  // The operations that a child guards are the recorder, the queue of submissions and the recorder
+  // of a run's metrics.
+  [[nodiscard]] genetic::ChildContext& child() override { return child_; }
 
  private:
+  class Child : public genetic::ChildContext {
+   public:
+    explicit Child(EmbeddedContext& context) : context_(context) {}
+
+    [[nodiscard]] std::shared_ptr<genetic::TemplateEvaluationState> template_evaluation_state()
+        override {
+      return state_;
+    }
+    [[nodiscard]] std::shared_ptr<genetic::ReplaceableObject> operations() override {
+      return context_.operations_;
+    }
+    [[nodiscard]] genetic::Callable set_last_evaluation_record() override { return {}; }
+    void assign_last_evaluation_record(const genetic::Value& record) override {
+      context_.last_evaluation_record_ = record;
+    }
+
+   private:
+    EmbeddedContext& context_;
+    std::shared_ptr<genetic::OwnEvaluationState> state_ =
+        std::make_shared<genetic::OwnEvaluationState>();
+  };
+
+  [[nodiscard]] genetic::Mapping parent_operations();
+  [[nodiscard]] genetic::Callable operation(genetic::Key name);
   [[nodiscard]] genetic::Value evaluate(const genetic::Value& graph);
 
   const Evaluator& evaluator_;
@@ -98,6 +126,8 @@ class EmbeddedContext : public genetic::SearchContext {
   genetic::Value attempt_evidence_;
   genetic::Value last_evaluation_record_;
   bool in_child_ = false;
+  std::shared_ptr<genetic::OperationTable> operations_;
+  Child child_{*this};
 };
 
 }  // namespace varnholt::embedded

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "hosts/embedded/config/host_config.hpp"
+#include "hosts/embedded/host/direct_batches.hpp"
 #include "hosts/embedded/host/embedded_engine.hpp"
 #include "hosts/embedded/host/embedded_planning.hpp"
 #include "hosts/embedded/host/embedded_pool.hpp"
@@ -23,7 +24,10 @@
 #include "hosts/embedded/pool/system_calls.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
+#include "search_templates/genetic/host/callable_value.hpp"
+#include "search_templates/genetic/host/function_callable.hpp"
 #include "search_templates/genetic/host/host.hpp"
+#include "search_templates/genetic/host/operation_table.hpp"
 
 namespace varnholt::embedded {
 
@@ -129,9 +133,19 @@ class EmbeddedHost : public genetic::Host {
   [[nodiscard]] genetic::SecureRandom& secure_random() override { return secure_random_; }
   [[nodiscard]] genetic::Pause& pause() override { return pause_; }
   [[nodiscard]] genetic::ProcessContexts& process_contexts() override { return queues_; }
+  [[nodiscard]] genetic::BatchEvaluator* batch_evaluator() override { return &batches_; }
   [[nodiscard]] genetic::GenerationObserver* generation_observer() override { return &observer_; }
+  [[nodiscard]] std::shared_ptr<genetic::ReplaceableObject> engine_operations() override {
+    return engine_operations_;
+  }
 
  private:
+  // No one looks on at the phases of an evaluation, outside the guard of a child.
+  [[nodiscard]] static genetic::Value no_marker() {
+    return genetic::callable_value(genetic::make_callable(
+        [](std::span<const genetic::Value>, const genetic::Mapping&) { return genetic::Value(); }));
+  }
+
   EmbeddedLogger logger_;
   EmbeddedEngine engine_;
   EmbeddedEliteness eliteness_;
@@ -147,6 +161,10 @@ class EmbeddedHost : public genetic::Host {
   EmbeddedPause pause_;
   ForkQueues queues_;
   EmbeddedPool pool_;
+  DirectBatches batches_{*this};
+  std::shared_ptr<genetic::OperationTable> engine_operations_ =
+      std::make_shared<genetic::OperationTable>(
+          genetic::Mapping{{genetic::operation_names::kWriteEvaluationAttemptMarker, no_marker()}});
 };
 
 }  // namespace varnholt::embedded

@@ -78,9 +78,9 @@ std::optional<Value> EmbeddedPool::as_error(const std::exception& error) {
 }
 
 std::unique_ptr<genetic::WorkerResolution> EmbeddedPool::resolve_process_worker_count_details(
-    const Value& requested, const Value& candidate_count) {
+    const std::function<Value()>& requested, const Value& candidate_count) {
   return std::make_unique<ResolvedWorkers>(
-      WorkerDemand{.requested = genetic::saturated_integer(requested),
+      WorkerDemand{.requested = genetic::saturated_integer(requested()),
                    .candidates = genetic::saturated_integer(candidate_count)},
       limits_);
 }
@@ -118,8 +118,8 @@ class EmbeddedPool::Configured : public genetic::ConfiguredPool {
 };
 
 std::unique_ptr<genetic::ConfiguredPool> EmbeddedPool::configure(
-    const genetic::ProcessEvaluationConfig& config) {
-  return std::make_unique<Configured>(*this, config);
+    const std::function<genetic::ProcessEvaluationConfig()>& config) {
+  return std::make_unique<Configured>(*this, config());
 }
 
 List EmbeddedPool::evaluate_candidate_batch(const List& candidates,

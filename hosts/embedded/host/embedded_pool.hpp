@@ -39,7 +39,8 @@ class EmbeddedPool : public genetic::ProcessEvaluation {
   [[nodiscard]] std::optional<genetic::Value> as_error(const std::exception& error) override;
   // As many as were asked for, but no more than there are candidates or the machine can keep busy.
   [[nodiscard]] std::unique_ptr<genetic::WorkerResolution> resolve_process_worker_count_details(
-      const genetic::Value& requested, const genetic::Value& candidate_count) override;
+      const std::function<genetic::Value()>& requested,
+      const genetic::Value& candidate_count) override;
   void log_worker_count_reduction(genetic::Logger& logger,
                                   const genetic::WorkerResolution& resolution,
                                   std::string_view scope, genetic::SearchContext& cache_owner,
@@ -50,7 +51,7 @@ class EmbeddedPool : public genetic::ProcessEvaluation {
   [[nodiscard]] genetic::Value candidate_evaluation(const genetic::Value& candidate_index,
                                                     const genetic::Value& graph) override;
   [[nodiscard]] std::unique_ptr<genetic::ConfiguredPool> configure(
-      const genetic::ProcessEvaluationConfig& config) override;
+      const std::function<genetic::ProcessEvaluationConfig()>& config) override;
 
  private:
   class Configured;

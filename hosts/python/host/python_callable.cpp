@@ -8,6 +8,8 @@
 #include "hosts/python/values/conversion.hpp"
 #include "hosts/python/values/python_api.hpp"
 #include "hosts/python/values/python_error.hpp"
+#include "hosts/python/values/python_object.hpp"
+#include "search_templates/genetic/host/callable_value.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 
 namespace varnholt::python {
@@ -35,19 +37,7 @@ ParameterKind parameter_kind(nb::handle parameter) {
 
 genetic::Value PythonCallable::call(std::span<const genetic::Value> positional,
                                     const genetic::Mapping& keywords) {
-  const nb::object arguments = checked(PyTuple_New(static_cast<Py_ssize_t>(positional.size())));
-  Py_ssize_t place = 0;
-  for (const genetic::Value& argument : positional) {
-    PyTuple_SET_ITEM(arguments.ptr(), place++, to_python(argument).release().ptr());
-  }
-  // A new dict: the mapping of keywords is the caller's, not an object to share.
-  const nb::object named = checked(PyDict_New());
-  genetic::MappingCursor cursor(keywords);
-  while (const std::optional<genetic::MappingEntry> entry = cursor.next()) {
-    checked(
-        PyDict_SetItem(named.ptr(), to_python(entry->key).ptr(), to_python(entry->value).ptr()));
-  }
-  return to_value(checked(PyObject_Call(callable_.ptr(), arguments.ptr(), named.ptr())));
+  return to_value(call_with_values(callable_, positional, keywords));
 }
 
 std::optional<std::vector<Parameter>> PythonCallable::signature() const {
@@ -79,7 +69,14 @@ genetic::Callable callable_unless_none(const nb::object& object) {
   return object.is_none() ? genetic::Callable() : any_callable(object);
 }
 
+nb::object callback_factory(const char* name) {
+  return attribute(import_module("varnholt.search_templates.genetic._callbacks"), name);
+}
+
 nb::object object_of(const genetic::Callable& callable) {
+  if (const std::optional<genetic::Value> value = genetic::value_behind(callable)) {
+    return to_python(*value);
+  }
   const auto python = std::dynamic_pointer_cast<PythonCallable>(callable.body());
   return python == nullptr ? nb::none() : python->object();
 }

@@ -35,6 +35,8 @@ class PythonCallable : public genetic::CallableBody {
 [[nodiscard]] genetic::Callable any_callable(const nb::object& object);
 // Empty for None; whatever else is given is called, and fails in the call if it cannot be.
 [[nodiscard]] genetic::Callable callable_unless_none(const nb::object& object);
+// A function of the module's that makes what the host is handed to call.
+[[nodiscard]] nb::object callback_factory(const char* name);
 // The Python object behind an operation; None behind an empty one.
 [[nodiscard]] nb::object object_of(const genetic::Callable& callable);
 

@@ -119,6 +119,15 @@ bool PythonSearchContext::submission_cancelled() {
   return is_true(call_method(context_, "_submission_cancelled"));
 }
 
+Callable PythonSearchContext::find_submission_cancelled() {
+  return callable_unless_none(attribute_or_none(context_, "_submission_cancelled"));
+}
+
+Value PythonSearchContext::caught_object(const std::exception_ptr& error) {
+  const nb::object exception = python_exception(error);
+  return exception.is_valid() ? opaque_value(exception) : SearchContext::caught_object(error);
+}
+
 std::shared_ptr<const void> PythonSearchContext::handling(const std::exception_ptr& error) {
   return std::make_shared<HandledException>(error);
 }

@@ -9,6 +9,7 @@
 
 #include <nanobind/nanobind.h>
 
+#include "hosts/python/host/python_child.hpp"
 #include "search_templates/genetic/host/search_context.hpp"
 #include "search_templates/genetic/host/stop_event.hpp"
 
@@ -30,7 +31,8 @@ class PythonStopEvent : public genetic::StopEvent {
 // Reads attributes of `ctx` as `getattr` with a default does: only AttributeError means missing.
 class PythonSearchContext : public genetic::SearchContext {
  public:
-  explicit PythonSearchContext(nb::object context) : context_(std::move(context)) {}
+  explicit PythonSearchContext(nb::object context)
+      : context_(std::move(context)), child_(context_) {}
 
   [[nodiscard]] const nb::object& object() const noexcept { return context_; }
 
@@ -65,12 +67,19 @@ class PythonSearchContext : public genetic::SearchContext {
   // The plain attribute, and the call of the plain attribute.
   [[nodiscard]] std::shared_ptr<genetic::AttemptTracker> tracker() override;
   [[nodiscard]] bool submission_cancelled() override;
+  // The attribute itself.
+  [[nodiscard]] genetic::Callable find_submission_cancelled() override;
+  [[nodiscard]] genetic::ChildContext& child() override { return child_; }
+
+  // The exception object, an interrupt's too.
+  [[nodiscard]] genetic::Value caught_object(const std::exception_ptr& error) override;
 
   // `error` is what `sys.exc_info` tells meanwhile, and the context of what fails.
   [[nodiscard]] std::shared_ptr<const void> handling(const std::exception_ptr& error) override;
 
  private:
   nb::object context_;
+  PythonChildContext child_;
 };
 
 // The `ctx` behind a context of this host.

@@ -4,12 +4,15 @@
 // host, and the host holds the module's names.
 #pragma once
 
+#include <memory>
 #include <utility>
 
 #include <nanobind/nanobind.h>
 
 #include "hosts/python/host/module_globals.hpp"
 #include "hosts/python/host/python_attempts.hpp"
+#include "hosts/python/host/python_batch.hpp"
+#include "hosts/python/host/python_child.hpp"
 #include "hosts/python/host/python_engine.hpp"
 #include "hosts/python/host/python_planning.hpp"
 #include "hosts/python/host/python_population.hpp"
@@ -39,6 +42,7 @@ class PythonHost : public genetic::Host {
         search_settings_(globals_),
         attempt_markers_(globals_),
         process_contexts_(globals_),
+        batch_evaluator_(globals_),
         constants_(globals_),
         fresh_candidates_(globals_) {}
   PythonHost(const PythonHost&) = delete;
@@ -74,6 +78,10 @@ class PythonHost : public genetic::Host {
     return attempt_accounting_;
   }
   [[nodiscard]] genetic::ProcessContexts& process_contexts() override { return process_contexts_; }
+  [[nodiscard]] genetic::BatchEvaluator* batch_evaluator() override { return &batch_evaluator_; }
+  [[nodiscard]] std::shared_ptr<genetic::ReplaceableObject> engine_operations() override {
+    return std::make_shared<PythonReplaceableObject>(globals_.get("_engine"));
+  }
 
   [[nodiscard]] const PythonModuleConstants& constants() const { return constants_; }
   [[nodiscard]] ModuleFreshCandidates& fresh_candidates() { return fresh_candidates_; }
@@ -103,6 +111,7 @@ class PythonHost : public genetic::Host {
   PythonAttemptMarkers attempt_markers_;
   PythonAttemptAccounting attempt_accounting_;
   PythonProcessContexts process_contexts_;
+  PythonBatchEvaluator batch_evaluator_;
   PythonModuleConstants constants_;
   ModuleFreshCandidates fresh_candidates_;
 };

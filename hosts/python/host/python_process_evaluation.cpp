@@ -1,5 +1,6 @@
 #include "hosts/python/host/python_process_evaluation.hpp"
 
+#include "hosts/python/errors/outgoing.hpp"
 #include "hosts/python/host/python_callable.hpp"
 #include "hosts/python/host/python_context.hpp"
 #include "hosts/python/host/python_engine.hpp"
@@ -41,63 +42,46 @@ Value PythonProcessEvaluation::terminal_memory_budget_exceeded() {
 
 std::optional<Value> PythonProcessEvaluation::as_error(const std::exception& error) {
   const auto* const known = dynamic_cast<const genetic::Error*>(&error);
-  if (known == nullptr) return std::nullopt;
-  const nb::object exception = python_origin(*known);
-  if (!exception.is_valid()) return std::nullopt;
-  // As an `except` clause tests it: along the bases of the exception's type.
+  const nb::object exception = known == nullptr ? nb::object() : python_origin(*known);
+  return exception.is_valid() ? matching(exception) : std::nullopt;
+}
+
+std::optional<Value> PythonProcessEvaluation::as_caught_error(const std::exception_ptr& error) {
+  const nb::object exception = python_exception(error);
+  return exception.is_valid() ? matching(exception) : std::nullopt;
+}
+
+// As an `except` clause tests it: along the bases of the exception's type.
+std::optional<Value> PythonProcessEvaluation::matching(const nb::object& exception) const {
   const nb::object type = globals_.get("_process_evaluation", "ProcessEvaluationError");
   if (PyErr_GivenExceptionMatches(exception.ptr(), type.ptr()) == 0) return std::nullopt;
   return to_value(exception);
 }
 
+// An operation is found before its arguments are read, as Python does it.
 std::unique_ptr<genetic::WorkerResolution>
-PythonProcessEvaluation::resolve_process_worker_count_details(const Value& requested,
-                                                              const Value& candidate_count) {
-  return std::make_unique<PythonWorkerResolution>(call_method(
-      globals_.get("_process_evaluation"), "resolve_process_worker_count_details", {},
-      {{"requested", to_python(requested)}, {"candidate_count", to_python(candidate_count)}}));
+PythonProcessEvaluation::resolve_process_worker_count_details(
+    const std::function<Value()>& requested, const Value& candidate_count) {
+  const nb::object resolve =
+      globals_.get("_process_evaluation", "resolve_process_worker_count_details");
+  return std::make_unique<PythonWorkerResolution>(call(
+      resolve, {},
+      {{"requested", to_python(requested())}, {"candidate_count", to_python(candidate_count)}}));
 }
 
 void PythonProcessEvaluation::log_worker_count_reduction(
     genetic::Logger& logger, const genetic::WorkerResolution& resolution, std::string_view scope,
     genetic::SearchContext& cache_owner, std::string_view detail) {
-  call_method(globals_.get("_process_evaluation"), "log_worker_count_reduction",
-              {dynamic_cast<PythonLogger&>(logger).object(),
-               dynamic_cast<const PythonWorkerResolution&>(resolution).object()},
-              {{"scope", text_object(scope)},
-               {"cache_owner", object_of(cache_owner)},
-               {"detail", text_object(detail)}});
+  const nb::object log = globals_.get("_process_evaluation", "log_worker_count_reduction");
+  call(log,
+       {dynamic_cast<PythonLogger&>(logger).object(),
+        dynamic_cast<const PythonWorkerResolution&>(resolution).object()},
+       {{"scope", text_object(scope)},
+        {"cache_owner", object_of(cache_owner)},
+        {"detail", text_object(detail)}});
 }
 
 namespace {
-
-// What the pool runs in a child. The simulation lives as long as the call of the pool, so a host
-// that keeps the function finds it empty afterwards.
-struct Simulation {
-  const genetic::Callable* simulate;
-};
-
-// The function as long as the call lasts.
-class SimulationScope {
- public:
-  explicit SimulationScope(const genetic::Callable& simulate)
-      : simulation_(std::make_shared<Simulation>(Simulation{&simulate})),
-        function_(nb::cpp_function([simulation = simulation_](nb::handle candidate) {
-          if (simulation->simulate == nullptr) {
-            throw genetic::RuntimeError("the batch of this simulation is over");
-          }
-          return to_python((*simulation->simulate)({to_value(candidate)}));
-        })) {}
-  SimulationScope(const SimulationScope&) = delete;
-  SimulationScope& operator=(const SimulationScope&) = delete;
-  ~SimulationScope() { simulation_->simulate = nullptr; }
-
-  [[nodiscard]] const nb::object& function() const noexcept { return function_; }
-
- private:
-  std::shared_ptr<Simulation> simulation_;
-  nb::object function_;
-};
 
 class PythonConfiguredPool : public genetic::ConfiguredPool {
  public:
@@ -106,9 +90,8 @@ class PythonConfiguredPool : public genetic::ConfiguredPool {
 
   [[nodiscard]] Value evaluate_candidate_batch(const genetic::List& candidates,
                                                const genetic::Callable& simulate) override {
-    const SimulationScope simulation(simulate);
     return to_value(call_method(globals_.get("_process_evaluation"), "evaluate_candidate_batch",
-                                {to_python(candidates), simulation.function()},
+                                {to_python(candidates), object_of(simulate)},
                                 {{"config", config_}}));
   }
 
@@ -133,22 +116,24 @@ Value PythonProcessEvaluation::candidate_evaluation(const Value& candidate_index
 }
 
 std::unique_ptr<genetic::ConfiguredPool> PythonProcessEvaluation::configure(
-    const genetic::ProcessEvaluationConfig& config) {
+    const std::function<genetic::ProcessEvaluationConfig()>& read_config) {
+  const nb::object type = globals_.get("_process_evaluation", "ProcessEvaluationConfig");
+  const genetic::ProcessEvaluationConfig config = read_config();
   nb::object made =
-      call_method(globals_.get("_process_evaluation"), "ProcessEvaluationConfig", {},
-                  {{"n_jobs", to_python(config.n_jobs)},
-                   {"max_retries", to_python(config.max_retries)},
-                   {"timeout_seconds", to_python(config.timeout_seconds)},
-                   {"process_priority", to_python(config.process_priority)},
-                   {"worker_memory_limit_bytes", to_python(config.worker_memory_limit_bytes)},
-                   {"worker_processes", to_python(config.worker_processes)},
-                   {"pre_dispatch_callback", object_of(config.pre_dispatch_callback)},
-                   {"lifecycle_callback", object_of(config.lifecycle_callback)},
-                   {"progress_callback", object_of(config.progress_callback)},
-                   {"completed_result_callback", object_of(config.completed_result_callback)},
-                   {"parent_poll_callback", object_of(config.parent_poll_callback)},
-                   {"stop_requested", object_of(config.stop_requested)},
-                   {"drain_terminal_timeouts", to_python(config.drain_terminal_timeouts)}});
+      call(type, {},
+           {{"n_jobs", to_python(config.n_jobs)},
+            {"max_retries", to_python(config.max_retries)},
+            {"timeout_seconds", to_python(config.timeout_seconds)},
+            {"process_priority", to_python(config.process_priority)},
+            {"worker_memory_limit_bytes", to_python(config.worker_memory_limit_bytes)},
+            {"worker_processes", to_python(config.worker_processes)},
+            {"pre_dispatch_callback", object_of(config.pre_dispatch_callback)},
+            {"lifecycle_callback", object_of(config.lifecycle_callback)},
+            {"progress_callback", object_of(config.progress_callback)},
+            {"completed_result_callback", object_of(config.completed_result_callback)},
+            {"parent_poll_callback", object_of(config.parent_poll_callback)},
+            {"stop_requested", object_of(config.stop_requested)},
+            {"drain_terminal_timeouts", to_python(config.drain_terminal_timeouts)}});
   return std::make_unique<PythonConfiguredPool>(globals_, std::move(made));
 }
 

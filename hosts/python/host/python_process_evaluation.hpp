@@ -2,6 +2,7 @@
 #pragma once
 
 #include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -40,9 +41,12 @@ class PythonProcessEvaluation : public genetic::ProcessEvaluation {
   [[nodiscard]] genetic::Value terminal_memory_budget_exceeded() override;
 
   [[nodiscard]] std::optional<genetic::Value> as_error(const std::exception& error) override;
+  [[nodiscard]] std::optional<genetic::Value> as_caught_error(
+      const std::exception_ptr& error) override;
 
   [[nodiscard]] std::unique_ptr<genetic::WorkerResolution> resolve_process_worker_count_details(
-      const genetic::Value& requested, const genetic::Value& candidate_count) override;
+      const std::function<genetic::Value()>& requested,
+      const genetic::Value& candidate_count) override;
   void log_worker_count_reduction(genetic::Logger& logger,
                                   const genetic::WorkerResolution& resolution,
                                   std::string_view scope, genetic::SearchContext& cache_owner,
@@ -53,9 +57,10 @@ class PythonProcessEvaluation : public genetic::ProcessEvaluation {
   [[nodiscard]] genetic::Value candidate_evaluation(const genetic::Value& candidate_index,
                                                     const genetic::Value& graph) override;
   [[nodiscard]] std::unique_ptr<genetic::ConfiguredPool> configure(
-      const genetic::ProcessEvaluationConfig& config) override;
+      const std::function<genetic::ProcessEvaluationConfig()>& config) override;
 
  private:
+  [[nodiscard]] std::optional<genetic::Value> matching(const nb::object& exception) const;
   [[nodiscard]] genetic::Value constant(const char* name) const;
 
   const ModuleGlobals& globals_;

@@ -31,6 +31,8 @@ void init_reaction(nb::module_& module);
 void init_improvement(nb::module_& module);
 void init_process_attempts(nb::module_& module);
 void init_process(nb::module_& module);
+void init_child(nb::module_& module);
+void init_batch(nb::module_& module);
 void init_driver(nb::module_& module);
 
 }  // namespace varnholt::python

@@ -18,5 +18,7 @@ NB_MODULE(_native, module) {
   python::init_improvement(module);
   python::init_process_attempts(module);
   python::init_process(module);
+  python::init_child(module);
+  python::init_batch(module);
   python::init_driver(module);
 }

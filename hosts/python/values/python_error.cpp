@@ -41,6 +41,8 @@ bool PythonErrorOrigin::is_of(genetic::ErrorKind kind) const {
       return is_kind(exception_, PyExc_ValueError);
     case genetic::ErrorKind::kOverflowError:
       return is_kind(exception_, PyExc_OverflowError);
+    case genetic::ErrorKind::kAttributeError:
+      return is_kind(exception_, PyExc_AttributeError);
   }
   return false;
 }

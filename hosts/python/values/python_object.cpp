@@ -186,6 +186,10 @@ bool PythonObject::is_callable() const {
   return PyCallable_Check(object_.ptr()) != 0;
 }
 
+Value PythonObject::call(std::span<const Value> positional, const Mapping& keywords) const {
+  return to_value(call_with_values(object_, positional, keywords));
+}
+
 std::optional<Value> PythonObject::attribute(std::string_view name) const {
   const std::optional<nb::object> found = find_attribute(object_, name);
   return found ? std::optional(to_value(*found)) : std::nullopt;
@@ -202,6 +206,23 @@ std::optional<Value> PythonObject::deep_copy_of(const Value& root) const {
 
 Value PythonObject::shallow_copy() const {
   return to_value(call_method(import_module("copy"), "copy", {object_}));
+}
+
+nb::object call_with_values(nb::handle callable, std::span<const Value> positional,
+                            const Mapping& keywords) {
+  const nb::object arguments = checked(PyTuple_New(static_cast<Py_ssize_t>(positional.size())));
+  Py_ssize_t place = 0;
+  for (const Value& argument : positional) {
+    PyTuple_SET_ITEM(arguments.ptr(), place++, to_python(argument).release().ptr());
+  }
+  // A new dict: the mapping of keywords is the caller's, not an object to share.
+  const nb::object named = checked(PyDict_New());
+  genetic::MappingCursor cursor(keywords);
+  while (const std::optional<genetic::MappingEntry> entry = cursor.next()) {
+    checked(
+        PyDict_SetItem(named.ptr(), to_python(entry->key).ptr(), to_python(entry->value).ptr()));
+  }
+  return checked(PyObject_Call(callable.ptr(), arguments.ptr(), named.ptr()));
 }
 
 std::optional<Value> PythonIterator::next() {

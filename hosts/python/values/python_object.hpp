@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -67,6 +68,8 @@ class PythonObject : public genetic::HostObject {
   [[nodiscard]] genetic::Value get(const genetic::Value& key) const override;
   [[nodiscard]] genetic::Value negated() const override;
   [[nodiscard]] bool is_callable() const override;
+  [[nodiscard]] genetic::Value call(std::span<const genetic::Value> positional,
+                                    const genetic::Mapping& keywords) const override;
   [[nodiscard]] std::optional<genetic::Value> attribute(std::string_view name) const override;
   // Fails with the object's own AttributeError.
   [[nodiscard]] genetic::Value required_attribute(std::string_view name) const override;
@@ -81,6 +84,11 @@ class PythonObject : public genetic::HostObject {
  private:
   nb::object object_;
 };
+
+// callable(*positional, **keywords). The mapping of keywords stays the caller's.
+[[nodiscard]] nb::object call_with_values(nb::handle callable,
+                                          std::span<const genetic::Value> positional,
+                                          const genetic::Mapping& keywords);
 
 // Walks a Python iterator, one `next` a call.
 class PythonIterator : public genetic::ValueIterator {

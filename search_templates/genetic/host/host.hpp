@@ -8,9 +8,12 @@
 // otherwise. The bundle and what it gives must outlive every use of the library.
 #pragma once
 
+#include <memory>
+
 #include "search_templates/genetic/host/attempt_accounting.hpp"
 #include "search_templates/genetic/host/attempt_markers.hpp"
 #include "search_templates/genetic/host/backtest_timings.hpp"
+#include "search_templates/genetic/host/batch_evaluator.hpp"
 #include "search_templates/genetic/host/eliteness.hpp"
 #include "search_templates/genetic/host/evaluation_verdicts.hpp"
 #include "search_templates/genetic/host/gates.hpp"
@@ -19,7 +22,8 @@
 #include "search_templates/genetic/host/graph_depth.hpp"
 #include "search_templates/genetic/host/json_reader.hpp"
 #include "search_templates/genetic/host/logger.hpp"
-#include "search_templates/genetic/host/message_queue.hpp"
+#include "search_templates/genetic/host/no_signals.hpp"
+#include "search_templates/genetic/host/operation_table.hpp"
 #include "search_templates/genetic/host/pause.hpp"
 #include "search_templates/genetic/host/pool_metrics.hpp"
 #include "search_templates/genetic/host/pool_thresholds.hpp"
@@ -28,6 +32,7 @@
 #include "search_templates/genetic/host/random_graph_limits.hpp"
 #include "search_templates/genetic/host/random_weighted.hpp"
 #include "search_templates/genetic/host/reaction_planning.hpp"
+#include "search_templates/genetic/host/replaceable_object.hpp"
 #include "search_templates/genetic/host/runtime_readiness.hpp"
 #include "search_templates/genetic/host/search_context.hpp"
 #include "search_templates/genetic/host/search_settings.hpp"
@@ -72,12 +77,18 @@ class Host {
   // Null where the host does not want to know.
   [[nodiscard]] virtual GenerationObserver* generation_observer() { return nullptr; }
 
-  // The queues that evaluating a batch in processes needs. RuntimeError for a host that cannot make
-  // any.
-  [[nodiscard]] virtual ProcessContexts& process_contexts() {
-    throw RuntimeError(
-        "this host makes no queues between processes: it must override "
-        "Host::process_contexts to evaluate a batch");
+  // Null for a host that leaves whole batches to the library, as most do. One whose language lets
+  // the library's functions be replaced gives the function that stands there.
+  [[nodiscard]] virtual BatchEvaluator* batch_evaluator() { return nullptr; }
+
+  // The queues between parent and children. One whose evaluator announces no backtest has no use
+  // for them.
+  [[nodiscard]] virtual ProcessContexts& process_contexts() { return no_signals_; }
+
+  // The engine as it stands now, for the guard that a child puts onto it: of all its operations the
+  // one that marks attempts.
+  [[nodiscard]] virtual std::shared_ptr<ReplaceableObject> engine_operations() {
+    return no_operations_;
   }
 
  private:
@@ -95,6 +106,8 @@ class Host {
   AttemptAccounting no_accounts_;
   Logger no_log_;
   Pause no_pause_;
+  NoSignals no_signals_;
+  std::shared_ptr<ReplaceableObject> no_operations_ = std::make_shared<OperationTable>(Mapping());
 };
 
 }  // namespace varnholt::genetic

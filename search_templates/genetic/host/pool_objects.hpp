@@ -22,7 +22,7 @@ class CandidateEvaluation : public HostObject {
 
   [[nodiscard]] const Value& candidate_index() const noexcept { return candidate_index_; }
   [[nodiscard]] const Value& graph() const noexcept { return graph_; }
-  [[nodiscard]] const Mapping& metadata() const noexcept { return metadata_; }
+  [[nodiscard]] Mapping metadata() const noexcept { return metadata_; }
 
   [[nodiscard]] std::string type_name() const override { return "CandidateEvaluation"; }
   [[nodiscard]] std::optional<Value> attribute(std::string_view name) const override {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -92,9 +93,22 @@ class ProcessEvaluation {
   [[nodiscard]] virtual std::optional<Value> as_error(const std::exception& /*error*/) {
     return std::nullopt;
   }
+  // The same of whatever left the pool. An interrupt is no such failure; a host whose language asks
+  // for the type of its error even then does so here.
+  [[nodiscard]] virtual std::optional<Value> as_caught_error(const std::exception_ptr& error) {
+    try {
+      std::rethrow_exception(error);
+    } catch (const std::exception& ordinary) {
+      return as_error(ordinary);
+    } catch (...) {
+      return std::nullopt;
+    }
+  }
 
+  // `requested` reads the jobs asked for: it is called once, when the host has found its own
+  // operation.
   [[nodiscard]] virtual std::unique_ptr<WorkerResolution> resolve_process_worker_count_details(
-      const Value& requested, const Value& candidate_count) = 0;
+      const std::function<Value()>& requested, const Value& candidate_count) = 0;
   // Logs that fewer workers run than were asked for, once for each `cache_owner`.
   virtual void log_worker_count_reduction(Logger& /*logger*/,
                                           const WorkerResolution& /*resolution*/,
@@ -109,9 +123,10 @@ class ProcessEvaluation {
   // `metadata`, a mapping that can be written.
   [[nodiscard]] virtual Value candidate_evaluation(const Value& candidate_index,
                                                    const Value& graph) = 0;
-  // Takes one batch's configuration.
+  // Takes one batch's configuration. `config` reads the context for it: it is called once, when the
+  // host has found its own operation.
   [[nodiscard]] virtual std::unique_ptr<ConfiguredPool> configure(
-      const ProcessEvaluationConfig& config) = 0;
+      const std::function<ProcessEvaluationConfig()>& config) = 0;
 };
 
 }  // namespace varnholt::genetic

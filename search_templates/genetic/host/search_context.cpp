@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "search_templates/genetic/host/function_callable.hpp"
+#include "search_templates/genetic/value/error_object.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 
 namespace varnholt::genetic {
@@ -33,8 +35,14 @@ std::shared_ptr<AttemptTracker> SearchContext::tracker() {
   throw_missing(context_names::kTracker.view());
 }
 
-bool SearchContext::submission_cancelled() {
-  throw_missing(context_names::kSubmissionCancelled.view());
+Callable SearchContext::find_submission_cancelled() {
+  return make_callable([this](std::span<const Value> /*positional*/, const Mapping& /*keywords*/) {
+    return Value(submission_cancelled());
+  });
+}
+
+Value SearchContext::caught_object(const std::exception_ptr& error) {
+  return error_object(error);
 }
 
 }  // namespace varnholt::genetic

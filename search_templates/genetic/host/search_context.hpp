@@ -17,6 +17,7 @@
 
 #include "search_templates/genetic/host/attempt_tracker.hpp"
 #include "search_templates/genetic/host/callable.hpp"
+#include "search_templates/genetic/host/child_context.hpp"
 #include "search_templates/genetic/host/stop_event.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -119,15 +120,25 @@ class SearchContext {
   // The attempt tracker, in the parent. AttributeError when the context has none.
   [[nodiscard]] virtual std::shared_ptr<AttemptTracker> tracker();
   // Whether the run has been called off. Asked in the parent; every call is behaviour.
-  // AttributeError when the context cannot tell.
-  [[nodiscard]] virtual bool submission_cancelled();
+  [[nodiscard]] virtual bool submission_cancelled() { return false; }
+  // The same operation for the pool, which asks it by itself; empty when the context has none.
+  [[nodiscard]] virtual Callable find_submission_cancelled();
 
+  // What this context is to a child that evaluates one of its candidates. A context whose recorder
+  // persists offers its operations there: in a child they are guarded.
+  [[nodiscard]] virtual ChildContext& child() { return plain_child_; }
+
+  // The object of an error that is on its way, an interrupt among them, for what is told about it.
+  [[nodiscard]] virtual Value caught_object(const std::exception_ptr& error);
   // Tells the host that `error` is being handled for as long as the result lives. A host whose
   // language knows such a thing shows it to its own operations, which may write it into a log; to
   // any other host it means nothing.
   [[nodiscard]] virtual std::shared_ptr<const void> handling(const std::exception_ptr& /*error*/) {
     return nullptr;
   }
+
+ private:
+  PlainChild plain_child_;
 };
 
 }  // namespace varnholt::genetic

@@ -48,7 +48,7 @@ Value parallel_evaluation_requested_jobs(SearchContext& context) {
 std::unique_ptr<WorkerResolution> parallel_evaluation_worker_resolution(
     ProcessEvaluation& process_evaluation, SearchContext& context, const Value& batch_size) {
   return process_evaluation.resolve_process_worker_count_details(
-      parallel_evaluation_requested_jobs(context), batch_size);
+      [&context] { return parallel_evaluation_requested_jobs(context); }, batch_size);
 }
 
 void log_parallel_evaluation_worker_resolution(Host& host, SearchContext& context,

@@ -36,4 +36,14 @@ Value error_object(const std::exception& error) {
   return make_object<CaughtError>(known->type_name(), known->text(), known->attributes());
 }
 
+Value error_object(const std::exception_ptr& error) {
+  try {
+    std::rethrow_exception(error);
+  } catch (const std::exception& ordinary) {
+    return error_object(ordinary);
+  } catch (...) {
+    return make_object<CaughtError>("BaseException", "interrupted", nullptr);
+  }
+}
+
 }  // namespace varnholt::genetic

@@ -11,4 +11,8 @@ namespace varnholt::genetic {
 // text as text form, its kind as type name, and the attributes that the error has.
 [[nodiscard]] Value error_object(const std::exception& error);
 
+// The same for whatever is on its way, an interrupt among it. Of one that is no ordinary error
+// nothing is known here but that.
+[[nodiscard]] Value error_object(const std::exception_ptr& error);
+
 }  // namespace varnholt::genetic

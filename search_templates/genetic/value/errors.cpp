@@ -13,6 +13,8 @@ bool has_class_of(const Error& error, ErrorKind kind) {
       return dynamic_cast<const ValueError*>(&error) != nullptr;
     case ErrorKind::kOverflowError:
       return dynamic_cast<const OverflowError*>(&error) != nullptr;
+    case ErrorKind::kAttributeError:
+      return dynamic_cast<const AttributeError*>(&error) != nullptr;
   }
   return false;
 }

@@ -19,7 +19,7 @@ namespace varnholt::genetic {
 class Value;
 
 // The kinds that rules tolerate or answer to.
-enum class ErrorKind { kTypeError, kValueError, kOverflowError };
+enum class ErrorKind { kTypeError, kValueError, kOverflowError, kAttributeError };
 
 // What a conversion fails with when the value is at fault.
 inline constexpr std::initializer_list<ErrorKind> kConversionErrors = {

@@ -84,6 +84,10 @@ Value HostObject::negated() const {
   throw TypeError("bad operand type for unary -: '" + type_name() + "'");
 }
 
+Value HostObject::call(std::span<const Value> /*positional*/, const Mapping& /*keywords*/) const {
+  throw TypeError("'" + type_name() + "' object is not callable");
+}
+
 std::optional<Value> HostObject::attribute(std::string_view /*name*/) const {
   return std::nullopt;
 }

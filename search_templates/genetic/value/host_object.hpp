@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -87,6 +88,9 @@ class HostObject : public detail::Counted {
   // The number with its sign turned. TypeError for what is none.
   [[nodiscard]] virtual Value negated() const;
   [[nodiscard]] virtual bool is_callable() const { return false; }
+  // object(*positional, **keywords); TypeError for what cannot be called.
+  [[nodiscard]] virtual Value call(std::span<const Value> positional,
+                                   const Mapping& keywords) const;
   // Missing and absent are two answers.
   [[nodiscard]] virtual std::optional<Value> attribute(std::string_view name) const;
   // AttributeError for a missing one.

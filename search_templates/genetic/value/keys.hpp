@@ -90,8 +90,9 @@ inline constexpr Key kRecord = key<"record">();
 inline constexpr Key kSubmissionPayloads = key<"submission_payloads">();
 inline constexpr Key kRecordingSucceeded = key<"recording_succeeded">();
 
-// A process result and a process error, beside what other records have.
+// A process result, the arguments of a marker, and a process error, beside what other records have.
 inline constexpr Key kPayload = key<"payload">();
+inline constexpr Key kPhase = key<"phase">();
 inline constexpr Key kTerminalErrors = key<"terminal_errors">();
 
 // A failure record, and the evaluator's record of one evaluation.

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <limits>
 #include <optional>
+#include <string>
+#include <utility>
 
 #include "search_templates/genetic/value/big_integer.hpp"
 #include "search_templates/genetic/value/errors.hpp"
@@ -41,17 +43,29 @@ Value negated_integer(std::int64_t integer) {
 
 }  // namespace
 
-std::pair<Value, Value> unpack_pair(const Value& value) {
+std::vector<Value> unpack(const Value& value, std::size_t count) {
   if (!can_be_walked(value)) {
     throw TypeError("cannot unpack non-iterable " + type_name(value) + " object");
   }
-  const auto elements = iterate(value);
-  std::optional<Value> first = elements->next();
-  if (!first) throw ValueError("not enough values to unpack (expected 2, got 0)");
-  std::optional<Value> second = elements->next();
-  if (!second) throw ValueError("not enough values to unpack (expected 2, got 1)");
-  if (elements->next()) throw ValueError("too many values to unpack (expected 2)");
-  return {*std::move(first), *std::move(second)};
+  const auto walk = iterate(value);
+  std::vector<Value> items;
+  while (items.size() < count) {
+    std::optional<Value> item = walk->next();
+    if (!item) {
+      throw ValueError("not enough values to unpack (expected " + std::to_string(count) + ", got " +
+                       std::to_string(items.size()) + ")");
+    }
+    items.push_back(*std::move(item));
+  }
+  if (walk->next()) {
+    throw ValueError("too many values to unpack (expected " + std::to_string(count) + ")");
+  }
+  return items;
+}
+
+std::pair<Value, Value> unpack_pair(const Value& value) {
+  std::vector<Value> items = unpack(value, 2);
+  return {std::move(items[0]), std::move(items[1])};
 }
 
 bool contains(const Value& container, const Value& item) {

@@ -2,14 +2,19 @@
 // an entry. Each fails as the statement does.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::genetic {
+
+// The items of a value that must have as many. The errors are those of unpack_pair.
+[[nodiscard]] std::vector<Value> unpack(const Value& value, std::size_t count);
 
 // first, second = value. TypeError "cannot unpack non-iterable int object"; ValueError for another
 // number of items than two.

@@ -260,13 +260,11 @@ def test_a_circle_through_a_run_is_collected(genetic, make_context, make_event):
     assert reference() is None
 
 
-def test_a_function_kept_from_the_pool_keeps_no_context_alive(
+def test_what_the_pool_is_given_is_collected_with_the_context_that_keeps_it(
     genetic, make_context, make_event, monkeypatch
 ):
-    kept = []
-
     def evaluate(candidates, simulate, *, config):
-        kept.append(simulate)
+        context.kept = (simulate, config)
         return []
 
     monkeypatch.setattr(genetic._process_evaluation, "evaluate_candidate_batch", evaluate)
@@ -274,9 +272,11 @@ def test_a_function_kept_from_the_pool_keeps_no_context_alive(
     reference = weakref.ref(context)
     genetic.genetic(context)
     genetic._process_evaluation.logged_reductions.clear()
-    del context
+    assert context.kept
+    del context, evaluate
+    monkeypatch.undo()
     gc.collect()
-    assert kept and reference() is None
+    assert reference() is None
 
 
 def test_the_collector_sees_the_modules_names(genetic):

@@ -219,9 +219,11 @@ def test_the_terminal_reasons_of_processes_are_read_from_the_module(
     monkeypatch.setattr(genetic, "_PROCESS_TERMINAL_FAILURE_REASONS", Reasons())
     context = make_context(
         _stop_event=make_event(set_after=2),
-        _evaluate_for_template=lambda graph: {"record": {"rejection_reason": "plain"}},
+        _evaluate_for_template=lambda graph: {
+            "record": {"rejection_reason": "plain"}, "attempt_evidence": {}
+        },
         _safe_record=lambda *args, **keywords: 1,
-        _current_attempt_evidence=lambda: None,
+        _activate_existing_attempt=lambda attempt_id, evidence: None,
     )
     genetic.with_config(batch_size=2)(context)
     assert asked == ["plain", "plain"]

@@ -13,8 +13,8 @@ import pytest
 # What the module needs for itself and nobody else should use.
 INTERNAL = {
     "_host", "_native", "_sys", "_types", "_take_in",
-    "_attempts", "_breeding", "_context", "_evaluation", "_failures", "_graph", "_population",
-    "_reaction", "_run", "_settings", "_submission", "_timing",
+    "_attempts", "_breeding", "_callbacks", "_context", "_evaluation", "_failures", "_graph",
+    "_population", "_process", "_reaction", "_run", "_settings", "_submission", "_timing",
 }
 
 

@@ -155,6 +155,18 @@ from varnholt.search_templates.genetic._population import (  # noqa: E402
     _fresh_random_candidates_for_rng,
     _run_deduplicated_batch,
 )
+from varnholt.search_templates.genetic._process import (  # noqa: E402
+    _ChildSyncSnapshot,
+    _candidate_result_from_process_result,
+    _child_safe_record,
+    _evaluate_candidate_batch,
+    _forbid_child_parent_operation,
+    _prefetch_found_pnl_files,
+    _process_simulate_candidate,
+    _replace_child_parent_operation,
+    _restore_child_parent_operation,
+    _signal_child_backtest_boundary,
+)
 from varnholt.search_templates.genetic._reaction import (  # noqa: E402
     _actionable_near_miss_key,
     _candidate_quality,

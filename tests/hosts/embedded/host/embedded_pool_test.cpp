@@ -57,8 +57,8 @@ class EmbeddedPoolTest : public ContextTest {
           return simulate({genetic::attribute(positional[0], "candidate_index")->integer()});
         });
     std::vector<ProcessResult> results;
-    const Value answer =
-        pool_.configure(config)->evaluate_candidate_batch(candidates, simulate_one);
+    const Value answer = pool_.configure([&config] { return config; })
+                             ->evaluate_candidate_batch(candidates, simulate_one);
     for (const Value& result : answer.list().native_items()) {
       const auto read = [&result](const char* name) { return *genetic::attribute(result, name); };
       results.push_back({read("candidate_index"), read("payload"), read("worker_pid"),

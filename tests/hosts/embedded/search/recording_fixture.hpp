@@ -61,6 +61,7 @@ class RecordingTest : public ContextTest {
   genetic::Mapping evaluated(const genetic::Value& graph) {
     return genetic::evaluate_candidate_batch(host_, context_, genetic::List{graph},
                                              genetic::Value())
+        .list()
         .at(0)
         .mapping();
   }

@@ -21,6 +21,21 @@ def _graph_depth_for_attempt_marker(graph):
     return 1 + max(map(_graph_depth_for_attempt_marker, graph.get("children", ())), default=0)
 
 
+# Markers of evaluations under way are kept by the tracker, when the context has one.
+
+
+def _write_evaluation_attempt_marker(tracker, graph, named_universe, metaparameters, phase):
+    return None if tracker is None else tracker.open_marker(graph, phase)
+
+
+def _clear_evaluation_attempt_marker(tracker, marker_attempt_id):
+    tracker.close_marker(marker_attempt_id)
+
+
+def _attempt_declared_data_shape(expected_columns):
+    return {"columns": len(expected_columns)}
+
+
 class AgentPoolPnlSyncMissingError(RuntimeError):
     pass
 
