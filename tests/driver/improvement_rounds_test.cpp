@@ -194,7 +194,7 @@ TEST_F(ImprovementRoundsTest, DepthLimitEndsTheRounds) {
   // The first source has no new plan in the second round.
   plans["g1"] = {"g2"};
   search.host.reaction_planning.on_derive_reaction_improvements =
-      [this, asked = 0](const Value& result, const ReactionRequest& request) mutable -> Value {
+      [asked = 0](const Value& result, const ReactionRequest& request) mutable -> Value {
     if (++asked > 1) return List{};
     return List{Mapping{{"graph", graph_named("g2")},
                         {"source_result", result},

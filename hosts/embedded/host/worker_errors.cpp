@@ -41,6 +41,7 @@ Mapping attributes_of(const std::vector<WorkerFailure>& failures) {
   Mapping attributes = attributes_of(failures.at(0));
   attributes.set(keys::kFailureCount, static_cast<std::int64_t>(failures.size()));
   std::vector<Value> errors;
+  errors.reserve(failures.size());
   for (const WorkerFailure& failure : failures)
     errors.push_back(genetic::error_object(ProcessEvaluationError(failure)));
   attributes.set(keys::kTerminalErrors, genetic::Tuple(std::span<const Value>(errors)));

@@ -100,7 +100,7 @@ Graph turned_round(const Graph& graph, const RepairMaterial& material) {
 Graph at_one_scale(const Value& graph, const RepairMaterial& material, std::size_t nodes) {
   RepairMaterial share = material;
   share.limits = {material.limits.max_depth - 1, nodes};
-  const Graph cut = with_room(graph, share, 0, 0);
+  Graph cut = with_room(graph, share, 0, 0);
   if (cut && is_scaled(*cut)) return cut;
   return wrapped(graph, share, "cross_scale");
 }

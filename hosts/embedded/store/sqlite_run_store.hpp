@@ -19,6 +19,8 @@ class SqliteRunStore final : public RunStore {
  public:
   // As open_run_store().
   explicit SqliteRunStore(const std::string& path, const StoreOptions& options = {});
+  SqliteRunStore(const SqliteRunStore&) = delete;
+  SqliteRunStore& operator=(const SqliteRunStore&) = delete;
   ~SqliteRunStore() override;
 
   [[nodiscard]] const std::string& path() const noexcept override;

@@ -16,6 +16,8 @@ class SqliteSubmissionTable final : public SubmissionTable {
  public:
   // The database must have the tables and must outlive the object.
   explicit SqliteSubmissionTable(SqliteDatabase& database);
+  SqliteSubmissionTable(const SqliteSubmissionTable&) = delete;
+  SqliteSubmissionTable& operator=(const SqliteSubmissionTable&) = delete;
   ~SqliteSubmissionTable() override;
 
   Enqueued enqueue(const NewSubmission& submission) override;

@@ -17,7 +17,7 @@ constexpr std::string_view kComparison = "comparison";
 // A feature, and whether the market data hold what it is made of.
 struct FeatureRow {
   FeatureEntry entry;
-  bool (*is_there)(const MarketData&);
+  bool (*is_there)(const MarketData&) = nullptr;
 };
 
 bool always(const MarketData& /*data*/) {
@@ -93,6 +93,7 @@ std::optional<int> Vocabulary::find_window(std::string_view text) const {
 
 std::vector<FeatureEntry> all_features() {
   std::vector<FeatureEntry> features;
+  features.reserve(kFeatures.size());
   for (const FeatureRow& row : kFeatures) {
     features.push_back(row.entry);
   }

@@ -15,6 +15,7 @@ struct LedgerWithRecords {
       : records(context, indexed_batch), ledger(host, records) {}
   LedgerWithRecords(const LedgerWithRecords&) = delete;
   LedgerWithRecords& operator=(const LedgerWithRecords&) = delete;
+  ~LedgerWithRecords() = default;
 
   OwnLedgerRecords records;
   ProcessAttemptLedger ledger;
