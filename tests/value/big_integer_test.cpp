@@ -1,6 +1,6 @@
 // Integers of any size are read, shown, compared, hashed and rounded exactly.
 //
-// Method: edges by hand, among them carries over limbs and ties of rounding, beside the random
+// Method: edges by hand, among them ties of rounding, beside the random
 // integers of python_forms_test.cpp; doubles of every exponent go to an integer and back.
 #include "search_templates/genetic/value/big_integer.hpp"
 
@@ -177,6 +177,8 @@ TEST(BigInteger, IsCountedOn) {
   EXPECT_EQ(BigInteger(0).plus(kSmallest), BigInteger(kSmallest));
   EXPECT_EQ(BigInteger(kSmallest).plus(kSmallest).to_decimal(), "-18446744073709551616");
   EXPECT_EQ(big("1" + std::string(60, '0')).plus(-1).to_decimal(), std::string(60, '9'));
+  EXPECT_EQ(big("9223372036854775808").plus(kSmallest), BigInteger(0));
+  EXPECT_EQ(big("20000000000000000000").plus(kSmallest).to_decimal(), "10776627963145224192");
 }
 
 TEST(BigInteger, HashesAsCPython) {

@@ -2,21 +2,21 @@
 // compared, hashed, counted on, turned into a double or into its opposite. There is no other
 // arithmetic.
 //
-// A BigInteger never changes once it is made. Its magnitude is a sequence of 32-bit limbs, least
-// significant first, without leading zeros; zero has no limb and no sign.
+// So a BigInteger is its decimal digits: the standard library turns those into the nearest double
+// and a double into those, both exactly. A library of big numbers would add arithmetic that nobody
+// asks for; docs/decisions.md has the figures.
 #pragma once
 
 #include <compare>
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
-#include <vector>
 
 namespace varnholt::genetic {
 
+// Never changes once it is made.
 class BigInteger {
  public:
   // Zero.
@@ -24,15 +24,14 @@ class BigInteger {
 
   explicit BigInteger(std::int64_t value);
 
-  // The number written by `digits`, all of them '0' to '9'; no digit at all is zero. Takes time
-  // that grows as the square of their number: a caller that reads foreign text limits it.
+  // The number written by `digits`, all of them '0' to '9'; no digit at all is zero.
   [[nodiscard]] static BigInteger from_decimal_digits(std::string_view digits, bool negative);
 
   // The integer part of a finite double. Throws what `int(value)` raises: ValueError for a NaN,
   // OverflowError for an infinity.
   [[nodiscard]] static BigInteger from_double_truncated(double value);
 
-  [[nodiscard]] bool is_zero() const noexcept { return limbs_.empty(); }
+  [[nodiscard]] bool is_zero() const noexcept { return digits_.empty(); }
   [[nodiscard]] bool is_negative() const noexcept { return negative_; }
 
   [[nodiscard]] BigInteger negated() const;
@@ -56,12 +55,8 @@ class BigInteger {
   friend std::strong_ordering operator<=>(const BigInteger& left, const BigInteger& right) noexcept;
 
  private:
-  // Adds the limbs of a 64-bit magnitude to an empty number.
-  void set_magnitude(std::uint64_t magnitude);
-  [[nodiscard]] std::size_t bit_length() const noexcept;
-
-  bool negative_ = false;
-  std::vector<std::uint32_t> limbs_;
+  bool negative_ = false;  // Zero has no sign.
+  std::string digits_;     // Without leading zeros; none for zero.
 };
 
 // The exact order of an integer of any size and a number of another kind. Against a NaN there is

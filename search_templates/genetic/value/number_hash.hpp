@@ -8,31 +8,19 @@
 
 #include <compare>
 #include <cstdint>
+#include <string_view>
 
 namespace varnholt::genetic {
 
-// The modulus of every numeric hash.
-inline constexpr std::uint64_t kNumericHashModulus = (std::uint64_t{1} << 61) - 1;
-
-// The hash of an infinity, with the infinity's sign.
-inline constexpr std::int64_t kInfinityHash = 314159;
-
-// Turns a remainder below the modulus into the hash of a number of the given sign.
-[[nodiscard]] std::int64_t numeric_hash_of_remainder(std::uint64_t remainder,
-                                                     bool negative) noexcept;
-
 // `hash` of an integer.
 [[nodiscard]] std::int64_t hash_integer(std::int64_t value) noexcept;
+// The same of an integer of any size, given by its decimal digits without the sign.
+[[nodiscard]] std::int64_t hash_integer_digits(std::string_view digits, bool negative) noexcept;
 
 // `hash` of a float. CPython hashes a NaN by its identity, which a double has not: it gives 0.
 [[nodiscard]] std::int64_t hash_real(double value) noexcept;
 
 // The exact order of an integer and a double; unordered when the double is a NaN.
 [[nodiscard]] std::partial_ordering compare_exactly(std::int64_t left, double right) noexcept;
-
-// Whether an integer and a double are the same number.
-[[nodiscard]] inline bool equal_exactly(std::int64_t left, double right) noexcept {
-  return compare_exactly(left, right) == std::partial_ordering::equivalent;
-}
 
 }  // namespace varnholt::genetic
