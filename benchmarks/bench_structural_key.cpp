@@ -6,6 +6,7 @@
 //   bench_structural_key --case NAME N     runs one case N times and nothing else, for
 //                                          scripts/count_instructions.sh
 //   bench_structural_key --list            names the cases
+//   bench_structural_key --size            tells the bytes that a key holds besides its own object
 //
 // Instruction counts repeat exactly where times do not, so budgets are told in instructions.
 #include <cstdint>
@@ -107,6 +108,11 @@ int main(int argc, char** argv) {
   if (option == "--list") {
     for (const auto& known : kCases)
       std::cout << known.name << '\n';
+    return EXIT_SUCCESS;
+  }
+  if (option == "--size") {
+    using varnholt::genetic::structural_key;
+    std::cout << structural_key(varnholt::genetic::usual_graph()).encoded_size() << '\n';
     return EXIT_SUCCESS;
   }
   if (option == "--case") {

@@ -10,8 +10,8 @@
 #include "search_templates/genetic/reaction/failure_metrics.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
-#include "search_templates/genetic/value/text.hpp"
 #include "tests/fuzz/fuzz_input.hpp"
+#include "tests/support/utf8.hpp"
 
 namespace {
 
@@ -50,7 +50,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view text = varnholt::fuzz::text_of(data, size);
   const std::optional<Value> value = value_of(text);
   if (value) write_and_read_again(*value);
-  if (!varnholt::genetic::is_valid_utf8(text)) return 0;
+  if (!varnholt::genetic::test::is_valid_utf8(text)) return 0;
 
   Reader reader;
   const auto pair = varnholt::genetic::failure_metric_pair(

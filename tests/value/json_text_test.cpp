@@ -212,12 +212,5 @@ TEST(JsonText, OfAValueNestedTooDeepIsAnOrdinaryError) {
             "RecursionError: maximum recursion depth exceeded while encoding a JSON object");
 }
 
-TEST(AppendJsonText, AppendsToWhatIsThere) {
-  std::string out = "text: ";
-  append_json_text(out, List{1});
-  append_json_text(out, Mapping{{"a", 2}});
-  EXPECT_EQ(out, R"(text: [1]{"a":2})");
-}
-
 }  // namespace
 }  // namespace varnholt::genetic

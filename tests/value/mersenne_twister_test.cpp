@@ -7,8 +7,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <limits>
-#include <numeric>
 #include <random>
 #include <string>
 
@@ -25,8 +23,6 @@ using testing_support::ScriptInput;
 using testing_support::split;
 
 constexpr const char* kScript = "tests/value/random_draws.py";
-constexpr std::int64_t kSmallest = std::numeric_limits<std::int64_t>::min();
-constexpr std::int64_t kLargest = std::numeric_limits<std::int64_t>::max();
 
 std::string bits_of(double value) {
   char buffer[17];
@@ -72,19 +68,6 @@ std::string drawn(MersenneTwister& generator, const std::string& draw) {
       return bits_of(generator.random());
     case 'b':
       return std::to_string(generator.getrandbits(static_cast<int>(number(1))));
-    case 'g':
-      return std::to_string(generator.randrange(number(1), number(2)));
-    case 'c':
-      return std::to_string(generator.choose_index(static_cast<std::size_t>(number(1))));
-    case 's': {
-      std::vector<int> items(static_cast<std::size_t>(number(1)));
-      std::iota(items.begin(), items.end(), 0);
-      generator.shuffle(items);
-      std::string text;
-      for (const int item : items)
-        text += (text.empty() ? "" : ",") + std::to_string(item);
-      return text;
-    }
     case 't':
       return text_of(generator.state());
     default:
@@ -121,23 +104,7 @@ class Draws {
 
   std::string seed() { return "seed=" + std::to_string(number(static_cast<int>(below(65)))); }
 
-  std::string draw() {
-    switch (below(8)) {
-      case 0:
-      case 1:
-      case 2:
-        return "r";
-      case 3:
-      case 4:
-        return "b:" + std::to_string(below(65));
-      case 5:
-        return range();
-      case 6:
-        return "c:" + std::to_string(1 + number(static_cast<int>(below(40))));
-      default:
-        return "s:" + std::to_string(2 + below(12));
-    }
-  }
+  std::string draw() { return below(3) == 0 ? "r" : "b:" + std::to_string(below(65)); }
 
   std::string plan(const std::string& start, int draws) {
     std::string text = start;
@@ -147,14 +114,6 @@ class Draws {
   }
 
  private:
-  std::string range() {
-    const int bits = static_cast<int>(1 + below(64));
-    const auto one = static_cast<std::int64_t>(number(bits));
-    const auto other = static_cast<std::int64_t>(number(bits));
-    const auto [start, stop] = std::minmax(one, other);
-    return "g:" + std::to_string(start) + ":" + std::to_string(stop == kLargest ? stop : stop + 1);
-  }
-
   std::mt19937_64 random_;
 };
 
@@ -178,9 +137,8 @@ TEST(MersenneTwister, DrawsAsCPythonFromAThousandSeeds) {
   }
   while (plans.size() < 1000)
     plans.push_back(draws.plan(draws.seed(), 10));
-  // Long enough to renew all words several times, and the largest range of all.
+  // Long enough to renew all words several times.
   plans.push_back(draws.plan(draws.seed(), 3000));
-  plans.push_back("seed=7 g:" + std::to_string(kSmallest) + ":" + std::to_string(kLargest) + " t");
   expect_same_draws(plans);
 }
 
@@ -269,15 +227,6 @@ TEST(MersenneTwister, RefusesWhatCPythonRefuses) {
             "number of bits must be non-negative");
   EXPECT_NE(error_of<ValueError>([&] { static_cast<void>(generator.getrandbits(65)); }),
             "no error");
-  EXPECT_NE(error_of<ValueError>([&] { static_cast<void>(generator.randbelow(0)); }), "no error");
-  EXPECT_EQ(error_of<ValueError>([&] { static_cast<void>(generator.randrange(3, 3)); }),
-            "empty range for randrange() (3, 3, 0)");
-  EXPECT_EQ(
-      error_of<ValueError>([&] { static_cast<void>(generator.randrange(kLargest, kSmallest)); }),
-      "empty range for randrange() (9223372036854775807, -9223372036854775808, "
-      "-18446744073709551615)");
-  EXPECT_EQ(error_of<IndexError>([&] { static_cast<void>(generator.choose_index(0)); }),
-            "Cannot choose from an empty sequence");
   EXPECT_EQ(generator.state(), before);
 }
 
@@ -291,17 +240,6 @@ TEST(MersenneTwister, RefusesAStateBeyondItsWordsAndKeepsItsOwn) {
   state.position = 624;
   generator.set_state(state);
   EXPECT_EQ(generator.state(), state);
-}
-
-TEST(MersenneTwister, ShufflesNothingWithoutDrawing) {
-  MersenneTwister generator(1);
-  const MersenneTwisterState before = generator.state();
-  std::vector<std::string> none;
-  std::vector<std::string> one{"a"};
-  generator.shuffle(none);
-  generator.shuffle(one);
-  EXPECT_EQ(generator.state(), before);
-  EXPECT_EQ(one, std::vector<std::string>{"a"});
 }
 
 }  // namespace

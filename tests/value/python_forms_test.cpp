@@ -20,6 +20,7 @@
 #include "search_templates/genetic/value/text.hpp"
 #include "search_templates/genetic/value/unicode_tables.hpp"
 #include "tests/support/python_process.hpp"
+#include "tests/support/utf8.hpp"
 
 namespace varnholt::genetic {
 namespace {
@@ -78,18 +79,20 @@ Fields with(Fields start, const Fields& rest) {
 
 Fields float_line(const Fields& given) {
   const double value = given[1] == "nan" ? std::nan("") : double_of(given[1]);
+  std::string repr;
+  append_float_repr(repr, value);
   std::string json;
   append_float_json(json, value);
   const bool hashed = !std::isnan(value);
-  return {"float", given[1], float_repr(value), json,
-          hashed ? std::to_string(hash_real(value)) : "-"};
+  return {"float", given[1], repr, json, hashed ? std::to_string(hash_real(value)) : "-"};
 }
 
 Fields text_line(const Fields& given) {
   const std::string text = text_of(given[1]);
   std::string json;
   append_json_string(json, text);
-  return {"text", is_valid_utf8(text) ? given[1] : "taken for invalid", text_repr(text), json};
+  return {"text", test::is_valid_utf8(text) ? given[1] : "taken for invalid", text_repr(text),
+          json};
 }
 
 Fields parse_float_line(const Fields& given) {

@@ -6,9 +6,6 @@ writes a line for each with one word for each draw. A generator starts from "see
 
     r         random()              its bits in hexadecimal
     b:BITS    getrandbits(BITS)
-    g:A:B     randrange(A, B)
-    c:N       choice of N items     the item's index
-    s:N       shuffle of N items    the items, between commas
     n         gauss(0, 1)           "-", since only its effect on the state is looked at
     t         getstate()            the state as above, without "state="
 """
@@ -47,14 +44,6 @@ def drawn(generator, draw):
         return bits_of(generator.random())
     if kind == "b":
         return str(generator.getrandbits(*numbers))
-    if kind == "g":
-        return str(generator.randrange(*numbers))
-    if kind == "c":
-        return str(generator.choice(range(*numbers)))
-    if kind == "s":
-        items = list(range(*numbers))
-        generator.shuffle(items)
-        return ",".join(map(str, items))
     if kind == "n":
         generator.gauss(0, 1)
         return "-"

@@ -252,12 +252,6 @@ class JsonWriter {
 
 }  // namespace
 
-void append_json_text(std::string& out, const Value& value) {
-  JsonWriter writer;
-  writer.write(value);
-  out += writer.text();
-}
-
 std::string json_text(const Value& value) {
   JsonWriter writer;
   writer.write(value);

@@ -8,12 +8,10 @@
 
 namespace varnholt::genetic {
 
-// Appends the text to `out`, which a caller may reuse. Keys are sorted as they are, before those
-// that are no texts become texts. Throws TypeError for what JSON cannot hold and for keys without
-// an order among them, ValueError "Circular reference detected" for a value that contains itself,
-// and RecursionError for one nested deeper than kMaximumNesting.
-void append_json_text(std::string& out, const Value& value);
-
+// Keys are sorted as they are, before those that are no texts become texts. Throws TypeError for
+// what JSON cannot hold and for keys without an order among them, ValueError "Circular reference
+// detected" for a value that contains itself, and RecursionError for one nested deeper than
+// kMaximumNesting.
 [[nodiscard]] std::string json_text(const Value& value);
 
 }  // namespace varnholt::genetic

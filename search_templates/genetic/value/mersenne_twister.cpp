@@ -1,7 +1,6 @@
 #include "search_templates/genetic/value/mersenne_twister.hpp"
 
 #include <algorithm>
-#include <bit>
 #include <span>
 #include <string>
 
@@ -58,15 +57,6 @@ std::uint32_t twisted(std::uint32_t upper, std::uint32_t lower) noexcept {
   return (joined >> 1) ^ ((joined & 1u) != 0 ? kTwistMatrix : 0u);
 }
 
-[[noreturn]] void fail_empty_range(std::int64_t start, std::int64_t stop) {
-  // The width may need a 65th bit, so its sign is written apart.
-  const std::uint64_t shortfall =
-      static_cast<std::uint64_t>(start) - static_cast<std::uint64_t>(stop);
-  const std::string width = (shortfall == 0 ? "" : "-") + std::to_string(shortfall);
-  throw ValueError("empty range for randrange() (" + std::to_string(start) + ", " +
-                   std::to_string(stop) + ", " + width + ")");
-}
-
 }  // namespace
 
 void MersenneTwister::seed(std::uint64_t seed_value) noexcept {
@@ -116,26 +106,6 @@ std::uint64_t MersenneTwister::getrandbits(int bits) {
   const std::uint64_t low = next_word();
   const std::uint64_t high = next_word() >> (64 - bits);
   return (high << 32) | low;
-}
-
-std::uint64_t MersenneTwister::randbelow(std::uint64_t limit) {
-  if (limit == 0) throw ValueError("randbelow needs a limit above 0");
-  const int bits = 64 - std::countl_zero(limit);
-  std::uint64_t drawn = getrandbits(bits);
-  while (drawn >= limit)
-    drawn = getrandbits(bits);
-  return drawn;
-}
-
-std::int64_t MersenneTwister::randrange(std::int64_t start, std::int64_t stop) {
-  if (start >= stop) fail_empty_range(start, stop);
-  const std::uint64_t first = static_cast<std::uint64_t>(start);
-  return static_cast<std::int64_t>(first + randbelow(static_cast<std::uint64_t>(stop) - first));
-}
-
-std::size_t MersenneTwister::choose_index(std::size_t size) {
-  if (size == 0) throw IndexError("Cannot choose from an empty sequence");
-  return static_cast<std::size_t>(randbelow(size));
 }
 
 void MersenneTwister::set_state(const MersenneTwisterState& state) {

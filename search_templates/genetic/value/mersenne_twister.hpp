@@ -4,15 +4,15 @@
 // Sources: MT19937 by M. Matsumoto and T. Nishimura, "Mersenne Twister: a 623-dimensionally
 // equidistributed uniform pseudorandom number generator", ACM TOMACS 8 (1998), 3-30, with its
 // initialisation by an array; what is drawn from it follows CPython 3.11's documented and observed
-// behaviour. It is no generator for secrets.
+// behaviour. `std::mt19937` draws the same words, but neither starts from CPython's seeding nor hands
+// out its words and their position other than as a text of each library's own. It is no generator for
+// secrets.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <utility>
-#include <vector>
 
 namespace varnholt::genetic {
 
@@ -48,26 +48,6 @@ class MersenneTwister {
   // one word up to 32 bits and two above. Throws ValueError for a negative number of bits, and for
   // more than 64, which CPython would give.
   [[nodiscard]] std::uint64_t getrandbits(int bits);
-
-  // A number in [0, limit), each equally likely: draws as many bits as the limit has until they lie
-  // below it. Requires limit > 0; throws ValueError for 0.
-  [[nodiscard]] std::uint64_t randbelow(std::uint64_t limit);
-
-  // A number in [start, stop). Throws ValueError with CPython's message if there is none.
-  [[nodiscard]] std::int64_t randrange(std::int64_t start, std::int64_t stop);
-
-  // The index that `random.choice` picks from a sequence of this size. Throws IndexError "Cannot
-  // choose from an empty sequence" for size 0.
-  [[nodiscard]] std::size_t choose_index(std::size_t size);
-
-  // `random.shuffle`: brings the items into a random order, the last place first.
-  template <typename Item>
-  void shuffle(std::vector<Item>& items) {
-    for (std::size_t i = items.size(); i-- > 1;) {
-      using std::swap;
-      swap(items[i], items[randbelow(i + 1)]);
-    }
-  }
 
   [[nodiscard]] const MersenneTwisterState& state() const noexcept { return state_; }
 

@@ -49,12 +49,6 @@ void append_float_repr(std::string& out, double value) {
   }
 }
 
-std::string float_repr(double value) {
-  std::string out;
-  append_float_repr(out, value);
-  return out;
-}
-
 void append_float_json(std::string& out, double value) {
   if (std::isfinite(value)) {
     append_finite(out, value);

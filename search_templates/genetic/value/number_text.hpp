@@ -14,7 +14,6 @@ namespace varnholt::genetic {
 
 // Appends `repr(value)` of a float; "inf", "-inf" and "nan" (of either sign) for what is no number.
 void append_float_repr(std::string& out, double value);
-[[nodiscard]] std::string float_repr(double value);
 
 // Appends what `json.dumps` writes for a float: its repr, but "Infinity", "-Infinity" and "NaN".
 void append_float_json(std::string& out, double value);

@@ -15,10 +15,9 @@ constexpr char kHexDigits[] = "0123456789abcdef";
 struct Decoded {
   char32_t code_point;
   std::size_t length;
-  bool valid;
 };
 
-constexpr Decoded kMalformed{kReplacement, 1, false};
+constexpr Decoded kMalformed{kReplacement, 1};
 
 unsigned byte_at(std::string_view text, std::size_t position) noexcept {
   return static_cast<unsigned char>(text[position]);
@@ -27,7 +26,7 @@ unsigned byte_at(std::string_view text, std::size_t position) noexcept {
 // The character that starts at `position`; a byte that starts none counts as one character.
 Decoded decode(std::string_view text, std::size_t position) noexcept {
   const unsigned lead = byte_at(text, position);
-  if (lead < 0x80) return {static_cast<char32_t>(lead), 1, true};
+  if (lead < 0x80) return {static_cast<char32_t>(lead), 1};
   if (lead < 0xC2 || lead > 0xF4) return kMalformed;
   const std::size_t length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
   if (text.size() - position < length) return kMalformed;
@@ -41,7 +40,7 @@ Decoded decode(std::string_view text, std::size_t position) noexcept {
       (length == 3 && code_point < 0x800) || (length == 4 && code_point < 0x10000);
   const bool surrogate = code_point >= 0xD800 && code_point <= 0xDFFF;
   if (overlong || surrogate || code_point > 0x10FFFF) return kMalformed;
-  return {code_point, length, true};
+  return {code_point, length};
 }
 
 // The length of the ASCII run at the start of the text, to the next multiple of eight bytes below.
@@ -162,16 +161,6 @@ void append_json_escape(std::string& out, char32_t code_point) {
 }
 
 }  // namespace
-
-bool is_valid_utf8(std::string_view text) noexcept {
-  std::size_t position = ascii_words(text);
-  while (position < text.size()) {
-    const Decoded decoded = decode(text, position);
-    if (!decoded.valid) return false;
-    position += decoded.length;
-  }
-  return true;
-}
 
 bool is_ascii(std::string_view text) noexcept {
   for (std::size_t position = ascii_words(text); position < text.size(); ++position) {

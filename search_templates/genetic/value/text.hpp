@@ -1,23 +1,20 @@
 // Texts: valid UTF-8 in std::string, and the two written forms that the search gives them.
 //
-// A text is a sequence of Unicode code points without surrogates. Every function but
-// is_valid_utf8 expects valid UTF-8. Given anything else they still stay inside the text and read
-// each byte that belongs to no character as U+FFFD.
+// A text is a sequence of Unicode code points without surrogates. Whoever
+// makes a text checks it; given anything else, the functions here still stay inside the text and
+// read each byte that belongs to no character as U+FFFD.
 //
 // The written forms are CPython's: `repr(str)` by the printable characters of Unicode 14.0.0, and
 // the string literal of `json.dumps` with its default `ensure_ascii=True`. Both append to a buffer
-// that the caller reuses, and copy runs of plain ASCII without looking at them twice.
+// that the caller reuses, and copy runs of plain ASCII without looking at them twice. A library of UTF-8 would take over
+// decoding alone, thirty lines; the written forms are what this file is for.
 #pragma once
 
-#include <compare>
 #include <cstddef>
 #include <string>
 #include <string_view>
 
 namespace varnholt::genetic {
-
-// Whether the text is well-formed UTF-8: no overlong form, no surrogate, nothing over U+10FFFF.
-[[nodiscard]] bool is_valid_utf8(std::string_view text) noexcept;
 
 // Whether every byte is below 0x80.
 [[nodiscard]] bool is_ascii(std::string_view text) noexcept;
@@ -44,12 +41,5 @@ void append_text_repr(std::string& out, std::string_view text);
 // 0x20 to 0x7E escaped, \b \f \n \r \t by name, other characters as \uhhhh in lower-case digits,
 // those over U+FFFF as two surrogates.
 void append_json_string(std::string& out, std::string_view text);
-
-// The order of two texts by code points. In UTF-8 that is the order of the bytes taken as unsigned
-// numbers, which is how std::string_view compares them.
-[[nodiscard]] inline std::strong_ordering compare_texts(std::string_view left,
-                                                        std::string_view right) noexcept {
-  return left <=> right;
-}
 
 }  // namespace varnholt::genetic
