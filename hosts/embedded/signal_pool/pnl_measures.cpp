@@ -240,13 +240,12 @@ NormalScores::NormalScores(const ArrayXd& series) : by_day_(series.size()) {
   require_finite(series);
   const auto size = static_cast<std::size_t>(series.size());
   in_order_.resize(size);
-  days_in_order_.resize(size);
   place_of_day_.resize(size);
-  std::iota(days_in_order_.begin(), days_in_order_.end(), Index{0});
-  std::sort(days_in_order_.begin(), days_in_order_.end(),
-            [&](Index a, Index b) { return series[a] < series[b]; });
-  const std::vector<std::uint64_t> ranks = dense_ranks(series, days_in_order_);
-  is_constant_ = size == 0 || series[days_in_order_.front()] == series[days_in_order_.back()];
+  std::vector<Index> days(size);
+  std::iota(days.begin(), days.end(), Index{0});
+  std::sort(days.begin(), days.end(), [&](Index a, Index b) { return series[a] < series[b]; });
+  const std::vector<std::uint64_t> ranks = dense_ranks(series, days);
+  is_constant_ = size == 0 || series[days.front()] == series[days.back()];
 
   std::uint64_t seed = 0;
   for (const std::uint64_t rank : ranks)
@@ -255,10 +254,9 @@ NormalScores::NormalScores(const ArrayXd& series) : by_day_(series.size()) {
     const std::uint64_t tie = mixed(seed ^ mixed(static_cast<std::uint64_t>(day)));
     return std::make_pair(ranks[static_cast<std::size_t>(day)], tie);
   };
-  std::sort(days_in_order_.begin(), days_in_order_.end(),
-            [&](Index a, Index b) { return key(a) < key(b); });
+  std::sort(days.begin(), days.end(), [&](Index a, Index b) { return key(a) < key(b); });
   for (std::size_t place = 0; place < size; ++place) {
-    const Index day = days_in_order_[place];
+    const Index day = days[place];
     place_of_day_[static_cast<std::size_t>(day)] = static_cast<Index>(place);
     in_order_[place] =
         normal_quantile((static_cast<double>(place) + 0.5) / static_cast<double>(size));

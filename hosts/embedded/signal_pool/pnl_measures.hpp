@@ -39,10 +39,7 @@ class NormalScores {
   [[nodiscard]] const Eigen::ArrayXd& by_day() const noexcept { return by_day_; }
   // The scores in ascending order.
   [[nodiscard]] const std::vector<double>& in_order() const noexcept { return in_order_; }
-  // The days in ascending order of their scores, and the place of each day in that order.
-  [[nodiscard]] const std::vector<Eigen::Index>& days_in_order() const noexcept {
-    return days_in_order_;
-  }
+  // The place of each day in that order.
   [[nodiscard]] const std::vector<Eigen::Index>& place_of_day() const noexcept {
     return place_of_day_;
   }
@@ -50,7 +47,6 @@ class NormalScores {
  private:
   Eigen::ArrayXd by_day_;
   std::vector<double> in_order_;
-  std::vector<Eigen::Index> days_in_order_;
   std::vector<Eigen::Index> place_of_day_;
   bool is_constant_ = false;
 };

@@ -77,13 +77,6 @@ void SignalPool::read_members() {
   }
 }
 
-std::vector<std::string> SignalPool::member_ids() const {
-  std::vector<std::string> ids;
-  for (const Member& member : members_)
-    ids.push_back(member.eval_id);
-  return ids;
-}
-
 void SignalPool::require_comparable(const Member& member, Eigen::Index days) {
   if (!member.series) {
     throw PoolPnlMissing(member.eval_id,

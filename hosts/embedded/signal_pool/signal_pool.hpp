@@ -52,8 +52,6 @@ class SignalPool {
   void refresh_under_lock();
 
   [[nodiscard]] bool has_members() const noexcept { return !members_.empty(); }
-  // The evaluation ids of the members, in the order of settlement.
-  [[nodiscard]] std::vector<std::string> member_ids() const;
 
   // How a signal with this PnL stands to the members known from the last refresh. In an empty pool
   // any PnL measures as new. Throws PoolPnlMissing when a member's PnL is not in the store or has

@@ -5,7 +5,7 @@
 //   timings.record(graph, stopwatch.timing(graph));
 #pragma once
 
-#include <utility>
+#include <cstdint>
 
 #include "hosts/embedded/system/process_identity.hpp"
 #include "search_templates/genetic/value/value.hpp"
@@ -49,15 +49,5 @@ class BacktestStopwatch {
   double monotonic_start_;
   double cpu_start_;
 };
-
-// The result of `backtest()`, which is not void, and its timing.
-template <typename Backtest>
-[[nodiscard]] auto time_backtest(TimingClock& clock, const ProcessIdentity& process,
-                                 const genetic::Value& graph, Backtest&& backtest) {
-  const BacktestStopwatch stopwatch(clock, process);
-  auto result = std::forward<Backtest>(backtest)();
-  genetic::Mapping timing = stopwatch.timing(graph);
-  return std::pair(std::move(result), std::move(timing));
-}
 
 }  // namespace varnholt::embedded

@@ -8,11 +8,12 @@
 #include <gtest/gtest.h>
 
 #include "hosts/embedded/backtest/evaluator.hpp"
-#include "hosts/embedded/market/synthetic_universe.hpp"
+#include "hosts/embedded/host/twister_generators.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 #include "tests/hosts/embedded/graph_helpers.hpp"
 #include "tests/hosts/embedded/panel_helpers.hpp"
+#include "tests/hosts/embedded/synthetic_universe.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -77,7 +78,7 @@ class NoLookAhead : public testing::Test {
 };
 
 TEST_F(NoLookAhead, OfAnyFunction) {
-  TwisterGenerator generator(kSeed);
+  TwisterGenerator generator{genetic::MersenneTwister(kSeed)};
   std::map<std::string_view, int> active;
   for (const FunctionEntry& function : whole_.vocabulary().functions) {
     for (int i = 0; i < 4; ++i) {
@@ -91,7 +92,7 @@ TEST_F(NoLookAhead, OfAnyFunction) {
 }
 
 TEST_F(NoLookAhead, OfRandomGraphs) {
-  TwisterGenerator generator(kSeed + 1);
+  TwisterGenerator generator{genetic::MersenneTwister(kSeed + 1)};
   for (int i = 0; i < 80; ++i) {
     expect_none(random_graph(generator, whole_.vocabulary(), {.max_depth = 6, .max_nodes = 30}));
   }

@@ -9,8 +9,8 @@
 
 #include <gtest/gtest.h>
 
-#include "hosts/embedded/market/synthetic_universe.hpp"
 #include "tests/hosts/embedded/panel_helpers.hpp"
+#include "tests/hosts/embedded/synthetic_universe.hpp"
 
 namespace varnholt::embedded {
 namespace {

@@ -16,11 +16,11 @@
 #include "hosts/embedded/host/embedded_context.hpp"
 #include "hosts/embedded/host/search_events.hpp"
 #include "hosts/embedded/host/signal_submission.hpp"
-#include "hosts/embedded/market/synthetic_universe.hpp"
 #include "hosts/embedded/store/sqlite_database.hpp"
 #include "hosts/embedded/store/sqlite_run_store.hpp"
 #include "hosts/embedded/system/process_identity.hpp"
 #include "hosts/embedded/vocabulary/graph_node.hpp"
+#include "tests/hosts/embedded/synthetic_universe.hpp"
 
 namespace varnholt::embedded {
 

@@ -1,6 +1,6 @@
 // Synthetic universes: one seed gives the same bits, and they are sound market data.
 // Method: a digest of the bits of a fixed seed, and checks of every entry.
-#include "hosts/embedded/market/synthetic_universe.hpp"
+#include "tests/hosts/embedded/synthetic_universe.hpp"
 
 #include <algorithm>
 #include <cmath>

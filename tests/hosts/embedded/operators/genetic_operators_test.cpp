@@ -11,13 +11,13 @@
 #include <gtest/gtest.h>
 
 #include "hosts/embedded/host/twister_generators.hpp"
-#include "hosts/embedded/market/synthetic_universe.hpp"
 #include "hosts/embedded/operators/graph_parts.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "hosts/embedded/vocabulary/graph_node.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 #include "search_templates/genetic/host/function_callable.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
+#include "tests/hosts/embedded/synthetic_universe.hpp"
 
 namespace varnholt::embedded {
 namespace {

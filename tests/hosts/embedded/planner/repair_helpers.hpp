@@ -5,11 +5,11 @@
 #include <string_view>
 #include <vector>
 
-#include "hosts/embedded/market/synthetic_universe.hpp"
 #include "hosts/embedded/planner/repair_plans.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
 #include "tests/hosts/embedded/graph_helpers.hpp"
+#include "tests/hosts/embedded/synthetic_universe.hpp"
 
 namespace varnholt::embedded {
 

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "hosts/embedded/gates/gates.hpp"
+#include "hosts/embedded/host/twister_generators.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "search_templates/genetic/graph/canonical_text.hpp"
 #include "search_templates/genetic/graph/structural_key.hpp"
@@ -147,7 +148,7 @@ RepairCase random_case(TwisterGenerator& generator, const Vocabulary& vocabulary
 TEST_F(RepairPlanner, KeepsItsPromisesOverRandomGraphs) {
   std::size_t planned = 0;
   for (std::uint64_t seed = 1; seed <= 1500; ++seed) {
-    TwisterGenerator generator(seed);
+    TwisterGenerator generator{genetic::MersenneTwister(seed)};
     RandomGraphOptions options;
     options.max_depth = 1 + static_cast<int>(generator.random() * 7);
     options.max_nodes = 1 + static_cast<std::size_t>(generator.random() * 30);

@@ -23,10 +23,10 @@
 #include "hosts/embedded/backtest/out_of_sample.hpp"
 #include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/market/price_file_error.hpp"
-#include "hosts/embedded/market/synthetic_universe.hpp"
 #include "hosts/embedded/system/digest.hpp"
 #include "hosts/embedded/vocabulary/graph_node.hpp"
 #include "search_templates/genetic/value/errors.hpp"
+#include "tests/hosts/embedded/synthetic_universe.hpp"
 
 namespace varnholt::embedded {
 namespace {

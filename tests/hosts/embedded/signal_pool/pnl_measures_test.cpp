@@ -90,9 +90,9 @@ TEST(NormalScoresTest, FollowTheOrderOfTheValues) {
   // The two that are tied share the two middle scores in one order or the other.
   EXPECT_DOUBLE_EQ(std::min(scores.by_day()[0], scores.by_day()[2]), normal_quantile(0.5));
   EXPECT_DOUBLE_EQ(std::max(scores.by_day()[0], scores.by_day()[2]), normal_quantile(0.7));
-  for (std::size_t place = 0; place < 5; ++place) {
-    const auto day = static_cast<std::size_t>(scores.days_in_order()[place]);
-    EXPECT_EQ(scores.place_of_day()[day], static_cast<Index>(place));
+  for (std::size_t day = 0; day < 5; ++day) {
+    const auto place = static_cast<std::size_t>(scores.place_of_day()[day]);
+    EXPECT_EQ(scores.in_order()[place], scores.by_day()[static_cast<Index>(day)]);
   }
   EXPECT_TRUE(NormalScores(ArrayXd::Constant(5, 0.25)).is_constant());
 }

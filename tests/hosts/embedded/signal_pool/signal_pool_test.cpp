@@ -15,7 +15,6 @@ namespace varnholt::embedded {
 namespace {
 
 using Eigen::ArrayXd;
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 class SignalPoolTest : public PoolTest {
@@ -31,6 +30,11 @@ class SignalPoolTest : public PoolTest {
       return error.eval_id() + ": " + error.what();
     }
     return "no error";
+  }
+  // How many members any signal is compared with.
+  static std::int64_t members(SignalPool& pool) {
+    const std::optional<PoolComparison> comparison = pool.compare(normal_series(kDays, 99));
+    return comparison ? comparison->members : 0;
   }
   const ArrayXd base_ = normal_series(kDays, 1);
 };
@@ -115,19 +119,20 @@ TEST_F(SignalPoolTest, AConstantPnlMeasuresAsNew) {
 TEST_F(SignalPoolTest, BringsInWhatOthersSubmitted) {
   SignalPool pool(*store_, pool_);
   const std::string first = join(base_);
-  EXPECT_TRUE(pool.member_ids().empty()) << "not before the refresh";
+  EXPECT_EQ(members(pool), 0) << "not before the refresh";
   EXPECT_TRUE(pool.refresh());
-  EXPECT_THAT(pool.member_ids(), ElementsAre(first));
+  EXPECT_EQ(members(pool), 1);
+  EXPECT_EQ(pool.measure(base_).nearest_by_correlation, first);
   SqliteRunStore other(path_);
   const std::string second = evaluate();
   const std::vector<double> pnl(static_cast<std::size_t>(kDays), 0.5);
   const std::int64_t id = other.submissions().enqueue({pool_, second, {}, "{}", pnl, 1.0}).id;
   EXPECT_TRUE(pool.refresh());
-  EXPECT_THAT(pool.member_ids(), ElementsAre(first)) << "queued is no member";
+  EXPECT_EQ(members(pool), 1) << "queued is no member";
   other.submissions().settle(id, {1.0, 0.3, 0.0, 0.7, {}, {}, 2.0});
   EXPECT_TRUE(pool.refresh());
   EXPECT_TRUE(pool.refresh());
-  EXPECT_THAT(pool.member_ids(), ElementsAre(first, second));
+  EXPECT_EQ(members(pool), 2);
   EXPECT_TRUE(pool.has_members());
 }
 
@@ -153,12 +158,12 @@ TEST_F(SignalPoolTest, IsNotConfirmedWhileAnotherHoldsTheLock) {
     EXPECT_FALSE(pool.has_members());
   }
   EXPECT_TRUE(pool.refresh());
-  EXPECT_THAT(pool.member_ids(), ElementsAre(member));
+  EXPECT_EQ(members(pool), 1);
   {
     SqliteDatabase other(path_, 0);
     SqliteTransaction held(other, "holding the lock");
     EXPECT_FALSE(pool.refresh());
-    EXPECT_THAT(pool.member_ids(), ElementsAre(member)) << "what was known stays";
+    EXPECT_EQ(members(pool), 1) << "what was known stays";
   }
 }
 
@@ -220,7 +225,8 @@ TEST_F(SignalPoolTest, SeesThatAMemberWasTakenOut) {
   EXPECT_TRUE(pool.refresh());
   execute("DELETE FROM submissions WHERE eval_id = '" + first + "'");
   EXPECT_TRUE(pool.refresh());
-  EXPECT_THAT(pool.member_ids(), ElementsAre(second));
+  EXPECT_EQ(members(pool), 1);
+  EXPECT_EQ(pool.measure(base_).nearest_by_correlation, second);
   execute("DELETE FROM submissions");
   EXPECT_TRUE(pool.refresh());
   EXPECT_FALSE(pool.has_members());

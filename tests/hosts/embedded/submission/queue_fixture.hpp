@@ -45,6 +45,13 @@ class QueueTest : public PoolTest {
       found.push_back(settled.eval_id);
     return found;
   }
+  // The members of the pool, in the order of settlement.
+  [[nodiscard]] std::vector<std::string> member_ids() {
+    std::vector<std::string> found;
+    for (const SubmissionPnl& member : store_->submissions().members(pool_))
+      found.push_back(member.eval_id);
+    return found;
+  }
   [[nodiscard]] SubmissionRecord record_of(const std::string& eval_id) {
     return store_->submissions().of_evaluation(eval_id).back();
   }

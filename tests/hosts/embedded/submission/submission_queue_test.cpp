@@ -59,7 +59,8 @@ TEST_F(SubmissionQueueTest, SubmitsTheFirstAndKeepsItsPayload) {
   EXPECT_EQ(record.settlement->correlation, 0.0);
   EXPECT_EQ(record.settlement->correlation_threshold, 0.7);
   EXPECT_TRUE(own->pool.refresh());
-  EXPECT_THAT(own->pool.member_ids(), ElementsAre(id));
+  EXPECT_TRUE(own->pool.has_members());
+  EXPECT_THAT(member_ids(), ElementsAre(id));
   EXPECT_THAT(own->queue.sync().settled, IsEmpty()) << "once";
 }
 

@@ -2,9 +2,6 @@
 // Method: a clock that is told the time; the system's clocks for what holds of any real timing.
 #include "hosts/embedded/timing/stopwatch.hpp"
 
-#include <stdexcept>
-#include <string>
-
 #include <gtest/gtest.h>
 
 #include "search_templates/genetic/value/errors.hpp"
@@ -36,23 +33,6 @@ TEST(Stopwatch, TellsStartElapsedAndProcessorTime) {
   EXPECT_EQ(stopwatch.timing(some_graph()).at("elapsed_seconds").real(), 1.0);
 }
 
-TEST(Stopwatch, TimesAFunctionRound) {
-  ToldClock clock;
-  const auto [result, timing] = time_backtest(clock, some_process(), some_graph(), [&clock] {
-    clock.monotonic += 0.25;
-    clock.cpu += 0.125;
-    return std::string("done");
-  });
-  EXPECT_EQ(result, "done");
-  EXPECT_EQ(genetic::repr(timing), genetic::repr(some_timing()));
-}
-
-TEST(Stopwatch, LetsAFailureThrough) {
-  ToldClock clock;
-  const auto fail = []() -> int { throw std::runtime_error("no prices"); };
-  EXPECT_THROW((void)time_backtest(clock, some_process(), some_graph(), fail), std::runtime_error);
-}
-
 TEST(Stopwatch, RefusesAClockThatWentBack) {
   ToldClock clock;
   const BacktestStopwatch stopwatch(clock, some_process());
@@ -65,12 +45,11 @@ TEST(SystemTimingClock, GivesATimingOfThisProcess) {
   SystemTimingClock clock;
   const ProcessIdentity own = own_identity();
   const double before = clock.wall_seconds();
-  const auto [sum, timing] = time_backtest(clock, own, some_graph(), [] {
-    double total = 0.0;
-    for (int i = 0; i < 200'000; ++i)
-      total += 1.0 / (i + 1.0);
-    return total;
-  });
+  const BacktestStopwatch stopwatch(clock, own);
+  double sum = 0.0;
+  for (int i = 0; i < 200'000; ++i)
+    sum += 1.0 / (i + 1.0);
+  const genetic::Mapping timing = stopwatch.timing(some_graph());
   EXPECT_GT(sum, 12.0);
   EXPECT_EQ(genetic::repr(validate_process_backtest_timing_payload(some_graph(), timing)),
             genetic::repr(timing));

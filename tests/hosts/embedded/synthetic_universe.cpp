@@ -1,4 +1,4 @@
-#include "hosts/embedded/market/synthetic_universe.hpp"
+#include "tests/hosts/embedded/synthetic_universe.hpp"
 
 #include <algorithm>
 #include <limits>
