@@ -33,8 +33,6 @@ struct Range {{
   char32_t first;
   char32_t last;
 }};
-
-inline constexpr char kUnicodeVersion[] = "{UNICODE_VERSION}";
 """
 
 

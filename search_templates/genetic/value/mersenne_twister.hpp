@@ -4,9 +4,8 @@
 // Sources: MT19937 by M. Matsumoto and T. Nishimura, "Mersenne Twister: a 623-dimensionally
 // equidistributed uniform pseudorandom number generator", ACM TOMACS 8 (1998), 3-30, with its
 // initialisation by an array; what is drawn from it follows CPython 3.11's documented and observed
-// behaviour. `std::mt19937` draws the same words, but neither starts from CPython's seeding nor hands
-// out its words and their position other than as a text of each library's own. It is no generator for
-// secrets.
+// behaviour. `std::mt19937` draws the same words, but neither starts from CPython's seeding nor
+// gives its words and their position in one form everywhere. It is no generator for secrets.
 #pragma once
 
 #include <array>
@@ -20,7 +19,6 @@ namespace varnholt::genetic {
 // used (which stands as the 625th integer), and the second of a pair of Gaussian draws, where one
 // waits. This generator draws no Gaussian numbers, but keeps the pending one for whoever does.
 struct MersenneTwisterState {
-  static constexpr int kVersion = 3;
   static constexpr std::size_t kWordCount = 624;
 
   std::array<std::uint32_t, kWordCount> words{};

@@ -16,8 +16,6 @@ struct Range {
   char32_t last;
 };
 
-inline constexpr char kUnicodeVersion[] = "14.0.0";
-
 // What `str.isspace` answers yes to.
 inline constexpr Range kSpaces[] = {
     {0x9, 0xd}, {0x1c, 0x20}, {0x85, 0x85}, {0xa0, 0xa0}, {0x1680, 0x1680}, {0x2000, 0x200a},

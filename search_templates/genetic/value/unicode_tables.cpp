@@ -11,7 +11,7 @@ namespace {
 using unicode_ranges::Range;
 
 template <std::size_t Count>
-bool contains(const Range (&ranges)[Count], char32_t code_point) noexcept {
+bool is_among(const Range (&ranges)[Count], char32_t code_point) noexcept {
   const auto* after =
       std::upper_bound(std::begin(ranges), std::end(ranges), code_point,
                        [](char32_t sought, const Range& range) { return sought < range.first; });
@@ -25,7 +25,7 @@ bool is_unicode_space(char32_t code_point) noexcept {
     return code_point == U' ' || (code_point >= 0x09 && code_point <= 0x0D) ||
            (code_point >= 0x1C && code_point <= 0x1F);
   }
-  return contains(unicode_ranges::kSpaces, code_point);
+  return is_among(unicode_ranges::kSpaces, code_point);
 }
 
 int unicode_decimal_value(char32_t code_point) noexcept {
@@ -41,7 +41,7 @@ int unicode_decimal_value(char32_t code_point) noexcept {
 
 bool is_unicode_printable(char32_t code_point) noexcept {
   if (code_point < 0x80) return code_point >= 0x20 && code_point != 0x7F;
-  return contains(unicode_ranges::kPrintables, code_point);
+  return is_among(unicode_ranges::kPrintables, code_point);
 }
 
 }  // namespace varnholt::genetic
