@@ -148,7 +148,7 @@ std::string statistics_text(const Value& statistics, const Value& holdout) {
 }
 
 // "sharpe_min  sharpe 0.12 < 0.3, gate sharpe_min", or the detail as it is.
-std::string failures_text(const Value& failures, Width width) {
+std::string failed_gates_text(const Value& failures, Width width) {
   if (!failures.is_mapping()) return {};
   std::string text;
   MappingCursor cursor(failures.mapping());
@@ -184,7 +184,7 @@ std::string page_text(const Page& page, Width width) {
   line("prices", prices_text(page.found.run.start));
   line("days", days_text(page.eras));
   text += "\nStatistics\n" + statistics_text(page.statistics, page.holdout);
-  const std::string failures = failures_text(page.failures, width);
+  const std::string failures = failed_gates_text(page.failures, width);
   if (!failures.empty()) text += "\nFailures\n" + failures;
   text += "\nLineage, parents below their child\n" + ancestry_text(page.lineage, width);
   // As it stands in the store: it can be given to --seeds within [ ].

@@ -1,8 +1,8 @@
 // Texts: valid UTF-8 in std::string, and the two written forms that the search gives them.
 //
-// A text is a sequence of Unicode code points without surrogates. Whoever makes a text checks it;
-// given anything else, the functions here still stay inside the text and read each byte that belongs
-// to no character as U+FFFD.
+// A text is a sequence of Unicode code points without surrogates. Whoever makes a text validates
+// it; on invalid UTF-8 the functions here still stay inside the text, and read each byte that
+// belongs to no character as U+FFFD.
 //
 // The written forms are CPython's: `repr(str)` by the printable characters of Unicode 14.0.0, and
 // the string literal of `json.dumps` with its default `ensure_ascii=True`. Both append to a buffer
