@@ -1,4 +1,4 @@
-// What a command line can ask for: one structure a command.
+// The commands with their options: one structure per command.
 #pragma once
 
 #include <cstddef>
@@ -15,11 +15,11 @@
 namespace varnholt::app {
 
 inline constexpr const char* kDefaultDatabase = "genetic-search.db";
-// How many of the best signals a run tells.
+// How many of the best signals a run reports.
 inline constexpr int kDefaultBestCount = 5;
 
-// "run": a search, and how it is told. The configuration of `search` is made when the run begins
-// (run_config.hpp), because reading the command line reads no file.
+// "run": a search, and how it is reported. The configuration of `search` is made when the run
+// begins (run_config.hpp), because reading the command line reads no file.
 struct RunCommand {
   embedded::SearchOptions search;
   std::optional<std::filesystem::path> config_file;
@@ -61,7 +61,7 @@ struct ExportCommand {
   bool force = false;  // Whether `weights` is replaced when it is there.
 };
 
-// A text that was asked for: the help or the version.
+// A text to print: the help or the version.
 struct ShowText {
   std::string text;
 };

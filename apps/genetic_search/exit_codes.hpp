@@ -1,4 +1,4 @@
-// What the program's exit code tells.
+// The exit codes of the program.
 #pragma once
 
 namespace varnholt::app {
@@ -10,7 +10,7 @@ inline constexpr int kExitBadInput = 2;
 // The two below are 128 and the number of a signal, as a shell shows a program that the signal
 // ended. The second interrupt:
 inline constexpr int kExitInterrupted = 130;
-// Whoever read standard output went away. The run was ended in good order and is stored.
+// The reader of standard output went away. The run was ended in good order and is stored.
 inline constexpr int kExitReaderGone = 141;
 
 }  // namespace varnholt::app

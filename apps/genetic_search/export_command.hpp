@@ -7,7 +7,7 @@
 
 namespace varnholt::app {
 
-// Writes the file and tells what is in it. Until the file is whole, an interrupt ends it with
+// Writes the file and reports what is in it. Until the file is whole, an interrupt ends it with
 // InterruptedAtOnce and without a file. Throws StoreError, UsageError for an id that the store does
 // not have, ExportError and PriceFileError for prices or a file that cannot be used,
 // std::system_error when the file cannot be written, and OutputError.

@@ -1,4 +1,4 @@
-// Failures by reason, in the order in which they are told.
+// Failures by reason, in the order in which they are reported.
 #pragma once
 
 #include <cstdint>

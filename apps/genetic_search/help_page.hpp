@@ -15,7 +15,7 @@ inline constexpr std::size_t kDescriptionColumn = 29;
 inline constexpr std::size_t kHelpWidth = 80;
 
 // The description, the usage, the options by group, the commands, the footer: one blank line stands
-// between the parts. Positional arguments are left out: usage and description tell of them.
+// between the parts. Positional arguments are left out: usage and description name them.
 class HelpPage : public CLI::Formatter {
  public:
   HelpPage() { column_width(kDescriptionColumn); }

@@ -1,4 +1,4 @@
-// What a run tells machines: one JSON object a line, each with its `event`.
+// A run's report for machines: one JSON object a line, each with its `event`.
 //
 // docs/command-line.md lists the events and their members. Every member of an event is always
 // there; what is not known is null. A number that is not finite is null too, because JSON has none.
@@ -17,8 +17,8 @@ namespace varnholt::app {
 
 using Json = nlohmann::ordered_json;
 
-// The value as JSON. A key that is no text becomes its text form, as does a host's object. Throws
-// genetic::RecursionError for a value nested deeper than kMaximumNesting.
+// The value as JSON. A key that is not a text becomes its text form, as does a host's object.
+// Throws genetic::RecursionError for a value nested deeper than kMaximumNesting.
 [[nodiscard]] Json to_json(const genetic::Value& value);
 
 // A real as JSON.
@@ -36,7 +36,7 @@ using Json = nlohmann::ordered_json;
 // The thirteen entries of the metrics record beside `event`.
 [[nodiscard]] Json metrics_event(const genetic::Mapping& metrics);
 
-// The event on a line of its own, ended. Bytes that are no UTF-8 are replaced.
+// The event on a line of its own, ended. Bytes that are not UTF-8 are replaced.
 [[nodiscard]] std::string json_line(const Json& event);
 
 }  // namespace varnholt::app

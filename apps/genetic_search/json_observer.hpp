@@ -1,4 +1,4 @@
-// Tells a run to machines: see json_events.hpp.
+// Reports a run to machines: see json_events.hpp.
 #pragma once
 
 #include "apps/genetic_search/json_events.hpp"

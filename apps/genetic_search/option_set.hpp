@@ -1,4 +1,4 @@
-// The options of one command, as the parser of the command line wants them.
+// The options of one command, in the form that the parser of the command line takes.
 #pragma once
 
 #include <cstdint>
@@ -64,7 +64,8 @@ class Options {
     add(name, unit, description, [&target](const std::string& value) { target = value; });
   }
 
-  // A text that `refusal` finds nothing wrong with; what it says otherwise is told after the name.
+  // A text that `refusal` finds nothing wrong with; its answer otherwise follows the name in the
+  // error.
   void checked_text(const std::string& name, const char* unit, const std::string& description,
                     std::string (*refusal)(const std::string&),
                     std::optional<std::string>& target) {
@@ -75,7 +76,7 @@ class Options {
     });
   }
 
-  // A word without a name, which stands by its place.
+  // A positional argument.
   template <typename Target>
   void positional(const char* name, Target& target) {
     command_.add_option(name, target)->group(group_);

@@ -30,7 +30,7 @@ struct RealRange {
                                  RealRange range);
 
 // Rates written as "crossover=0.4,hoist_mutation=0", as a mapping of name to the rate's text. Which
-// names and rates there may be is the template's to say. Throws UsageError for another form.
+// names and rates there may be is decided by the template. Throws UsageError for another form.
 [[nodiscard]] genetic::Value rate_list(const std::string& option, const std::string& text);
 
 }  // namespace varnholt::app

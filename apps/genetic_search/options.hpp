@@ -8,8 +8,8 @@
 
 namespace varnholt::app {
 
-// What the arguments (without the program's name) ask for. Reads nothing but the arguments. Throws
-// UsageError (usage_error.hpp).
+// The command in the arguments (without the program's name). Reads nothing but the arguments.
+// Throws UsageError (usage_error.hpp).
 [[nodiscard]] Command parse_command_line(const std::vector<std::string>& arguments);
 
 }  // namespace varnholt::app

@@ -1,4 +1,4 @@
-// Writing to a descriptor, such that a run outlives what it writes to.
+// Writing to a descriptor in such a way that a run outlives its reader.
 #pragma once
 
 #include <exception>
@@ -16,7 +16,7 @@ class OutputError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Whoever read the output went away, as `head` does when it has enough.
+// The reader of the output went away, as `head` does when it has enough.
 class ReaderGone : public OutputError {
  public:
   using OutputError::OutputError;

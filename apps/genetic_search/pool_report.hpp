@@ -1,4 +1,4 @@
-// What a run tells at its end of the pool of signals: those that joined it, beside the market.
+// A run's final report on the signal pool: the signals that joined it, beside the market.
 #pragma once
 
 #include <string>
@@ -13,7 +13,7 @@ namespace varnholt::app {
 //   in sample, hold-out   Sharpe ratio after costs, annualised, on the days that the search saw and
 //                         on those that it never saw
 //   novelty, correlation  against the pool as it was when the signal joined it
-// Then which days those are, what became of all submissions, and the command that tells more of a
+// Then which days those are, what became of all submissions, and the command that shows more of a
 // signal. Every line is ended.
 [[nodiscard]] std::string pool_text(const embedded::SearchSummary& summary,
                                     const embedded::SearchStarted& started, Width width);

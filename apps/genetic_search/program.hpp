@@ -1,4 +1,4 @@
-// The whole program, but for its place in the operating system.
+// The whole program, apart from main().
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@
 
 namespace varnholt::app {
 
-// Does what the arguments (without the program's name) ask for, writing to standard output and
+// Runs the command in the arguments (without the program's name), writing to standard output and
 // standard error, and gives the exit code (exit_codes.hpp). Handles signals while it runs.
 [[nodiscard]] int run_program(const std::vector<std::string>& arguments, const RunSearch& search);
 

@@ -24,12 +24,13 @@ namespace varnholt::app {
 // The generation is the one under way, from 1, with what is evaluated of its batch; "round 2 5" in
 // the place of "12/32" is what is evaluated of its second round of repairs. After rounds their
 // number and what became of the repairs follow: "| 6 rounds 80 repaired 21 rescued". The expression
-// takes what room the rest leaves; where even a short one does not fit, the line is cut at its end.
+// takes the room that the rest leaves; where even a short one does not fit, the line is cut at its
+// end.
 [[nodiscard]] std::string live_progress_text(const embedded::SearchProgress& progress,
                                              std::int64_t evaluated_in_batch,
                                              std::int64_t batch_size, std::size_t width);
 
-// A completed generation, for outputs that are no terminal, ended:
+// A completed generation, for outputs that are not terminals, ended:
 //   generation 3: 96 candidates, 35.2 a second, 12 passing, best 1.32 (3-17), failures: ...
 [[nodiscard]] std::string generation_text(const embedded::SearchProgress& progress);
 
@@ -43,7 +44,8 @@ class LiveLine {
   // too recent.
   [[nodiscard]] std::optional<std::string> draw(const std::string& line, double now);
 
-  // Whether a line drawn at `now` would be too recent, for those to whom making it costs something.
+  // Whether a line drawn at `now` would be too recent, for callers to whom making it costs
+  // something.
   [[nodiscard]] bool is_too_soon(double now) const;
 
   // What removes the line; empty where none is drawn.

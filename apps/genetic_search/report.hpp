@@ -1,4 +1,4 @@
-// What a run has to tell at its beginning and at its end, as texts.
+// The texts that a run shows at its beginning and at its end.
 //
 // Every text consists of ended lines. `width` is that of the terminal; without one, nothing is
 // wrapped or cut.
@@ -42,8 +42,8 @@ namespace varnholt::app {
 [[nodiscard]] std::string end_in_words(const embedded::SearchSummary& summary,
                                        const embedded::SearchOptions& options);
 
-// The whole end of a run: metrics, best signals or why there are none, the pool (pool_report.hpp),
-// where everything is stored, why it ended.
+// The whole end of a run: metrics, best signals or why there are none, the signal pool
+// (pool_report.hpp), where everything is stored, why it ended.
 [[nodiscard]] std::string summary_text(const embedded::SearchSummary& summary,
                                        const embedded::SearchOptions& options,
                                        const embedded::SearchStarted& started, Width width);

@@ -1,4 +1,4 @@
-// "genetic-search run": a search, told while it goes on and at its end.
+// "genetic-search run": a search, reported while it runs and at its end.
 #pragma once
 
 #include <functional>
@@ -16,9 +16,10 @@ namespace varnholt::app {
 using RunSearch = std::function<embedded::SearchSummary(
     const embedded::SearchOptions&, embedded::SearchObserver&, const embedded::InterruptFlag&)>;
 
-// The exit code of the run. Errors of the search are told here, because only here it is known
-// whether it had begun, and with it whether an error is one of the input. Passed on are the errors
-// of the configuration (run_config.hpp), which come before it, and what is no std::exception.
+// The exit code of the run. Errors of the search are reported here, because only here it is known
+// whether it had begun, and thus whether the input is to blame. Errors of the configuration
+// (run_config.hpp), which come before it, and exceptions that do not derive from std::exception
+// propagate.
 [[nodiscard]] int run_command(const RunCommand& given, const RunSearch& search,
                               const RunOutputs& outputs, const embedded::InterruptFlag& interrupt);
 

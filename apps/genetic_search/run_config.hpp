@@ -1,4 +1,4 @@
-// The configuration of a run: that of the file, and over it what the command line says.
+// The configuration of a run: the file's, overridden by the command line.
 #pragma once
 
 #include <filesystem>

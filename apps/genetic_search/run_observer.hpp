@@ -1,4 +1,4 @@
-// How a run is told while it goes on and at its end: what both ways of telling it share.
+// Reporting a run while it goes on and at its end: what both kinds of report share.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@
 
 namespace varnholt::app {
 
-// Where a run is told. Both outputs outlive the observer.
+// Where a run is reported. Both outputs outlive the observer.
 struct RunOutputs {
   Output& text;      // Standard output: results and progress.
   Output& messages;  // Standard error: warnings, and what a user at the keyboard is to know.
@@ -20,9 +20,9 @@ class RunObserver : public embedded::SearchObserver {
   RunObserver(const RunOutputs& outputs, const embedded::InterruptFlag& interrupt)
       : outputs_(outputs), interrupt_(interrupt) {}
 
-  // Tells the end.
+  // Reports the end.
   virtual void finish(const embedded::SearchSummary& summary) = 0;
-  // Leaves the outputs such that others can write to them: an error, for instance.
+  // Leaves the outputs in a state in which others can write to them: an error, for instance.
   virtual void clear() = 0;
 
   // A line for the user, with the program's name before it.
@@ -38,7 +38,7 @@ class RunObserver : public embedded::SearchObserver {
   virtual void tell_started(const embedded::SearchStarted& started) = 0;
   virtual void tell_progress(const embedded::SearchProgress& progress,
                              std::int64_t evaluated_in_batch) = 0;
-  // The first request to stop was seen. Told once.
+  // The first request to stop was seen. Reported once.
   virtual void tell_stopping(const embedded::SearchProgress& progress) = 0;
 
   [[nodiscard]] const RunOutputs& outputs() const noexcept { return outputs_; }

@@ -11,7 +11,7 @@
 
 namespace varnholt::app {
 
-// How many generations of parents are told.
+// How many generations of parents are shown.
 inline constexpr int kToldGenerations = 4;
 
 // The plan by which a candidate was repaired.
@@ -35,7 +35,7 @@ struct Ancestor {
   genetic::Value statistics;  // A mapping, or absent.
   // Of a repair first what was repaired, then the peer that it was combined with, if any.
   //
-  // Empty also where they are told elsewhere in the tree, or are too many generations back.
+  // Empty also where they are shown elsewhere in the tree, or are too many generations back.
   std::vector<Ancestor> parents;
   bool parents_are_above = false;
   bool parents_are_left_off = false;
@@ -51,7 +51,7 @@ struct Ancestor {
 
 // {"eval_id","graph_key","origin","operators","repair","statistics","expression",
 // "parents":[...]}; `repair` is {"plan","reason","explanation"} or null, `parents` is null where
-// there are parents that are not told here.
+// there are parents that are not shown here.
 [[nodiscard]] Json ancestry_json(const Ancestor& root);
 
 }  // namespace varnholt::app

@@ -1,4 +1,4 @@
-// Signals, for as long as a search runs.
+// The signals of the operating system, for as long as a search runs.
 #pragma once
 
 #include <array>
@@ -10,9 +10,9 @@
 namespace varnholt::app {
 
 // While it lives, SIGINT and SIGTERM count up a flag and do nothing else, so that waits in system
-// calls end early; a write to a pipe that nobody reads fails instead of ending the program. At its
-// end what was in force before is back. There is one at a time, since a handler can only reach the
-// process's one flag.
+// calls end early; a write to a pipe that nobody reads fails instead of ending the program. Its end
+// restores the handlers that were there before. There is one at a time, since a handler can only
+// reach the process's one flag.
 class SignalGuard {
  public:
   SignalGuard();

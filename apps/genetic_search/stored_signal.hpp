@@ -1,4 +1,4 @@
-// What is stored of evaluations, in the forms that the commands that look share.
+// Stored evaluations, in the forms that the commands which show them share.
 #pragma once
 
 #include <optional>
@@ -14,7 +14,7 @@ namespace varnholt::app {
 [[nodiscard]] embedded::EvaluationOfRun required_evaluation(embedded::StoreReader& store,
                                                             const std::string& eval_id);
 
-// The graph as a call; empty for a graph that is none of the vocabulary's form.
+// The graph as a call; empty for a graph that is not of the vocabulary's form.
 [[nodiscard]] std::string stored_expression(const std::string& graph_json);
 
 // A stored JSON text as a value. Where the text is damaged, StoreError that names `what`.

@@ -1,4 +1,4 @@
-// What the program writes to.
+// The terminal, and the standard descriptors.
 #pragma once
 
 #include <cstddef>
@@ -10,8 +10,8 @@ inline constexpr std::size_t kUsualWidth = 80;
 // Whether the descriptor is a terminal on which a line can be drawn anew.
 [[nodiscard]] bool is_live_terminal(int descriptor);
 
-// The columns of the terminal now (it may be resized meanwhile), or kUsualWidth where it does not
-// tell.
+// The columns of the terminal now (it may be resized meanwhile), or kUsualWidth where it is
+// unknown.
 [[nodiscard]] std::size_t terminal_width(int descriptor);
 
 // Puts something harmless in the place of each standard descriptor that is closed. Otherwise the

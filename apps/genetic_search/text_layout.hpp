@@ -1,7 +1,7 @@
 // Texts laid out for lines of a fixed width.
 //
 // Widths are in columns. Each code point of UTF-8 counts as one column, which is right for all that
-// the program writes itself; wide characters in the name of a file would count too little.
+// the program writes itself; wide characters in a file's name count too little.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-// Tells a run to people.
+// Reports a run to people.
 #pragma once
 
 #include <cstddef>

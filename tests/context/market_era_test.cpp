@@ -99,7 +99,7 @@ TEST(PositiveIntOrNone, IsAbsentForEverythingElse) {
       0.0, -7.0, 7.5, 0.5, -0.5, kInfinity, -kInfinity, std::nan(""),
       // Texts that int() refuses.
       "", " ", "seven", "7.0", "7.5", "1__0", "0x7", "0", "-7", "True", std::string(4301, '9'),
-      // What is no number.
+      // Anything but a number.
       List{7}, Tuple{7}, Mapping{{"market_id", 7}}, scripted_object(Mapping{{"market_id", 7}}),
       host_number(always(Value(0))), host_number(always(Value(-1))),
       host_number(always(Value(7)), 7.5), host_number(always(Value(7)), kInfinity),

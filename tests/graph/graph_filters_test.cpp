@@ -100,7 +100,7 @@ TEST_F(GraphFilters, AnItemIsMeasuredByItsGraph) {
   // A missing entry is an absent graph.
   EXPECT_FALSE(item_within(Mapping{}, 1));
   EXPECT_TRUE(item_within(Mapping{}, Value()));
-  // What is no mapping fails before the limit is looked at.
+  // Anything but a mapping fails before the limit is looked at.
   EXPECT_FALSE(item_within("x", Value()));
   EXPECT_FALSE(item_within(Value(), Value()));
 }

@@ -1,5 +1,5 @@
 // The names of a graph's nodes and the overlap of two graphs. Method: hand-made graphs of every
-// shape that can hold nodes, and random graphs against sets worked out beside them.
+// shape that can hold nodes, and random graphs against sets computed beside them.
 #include "search_templates/genetic/population/node_names.hpp"
 
 #include <random>

@@ -35,7 +35,7 @@ const char* const kReactionReasons[] = {"turnover_max",
                                         "gross_returns_sharpe_below_min"};
 const char* const kGateReasons[] = {"correlation_exceeded", "pnl_mi_below_threshold"};
 
-// An object that is no mapping but answers like one, and writes down what it is asked.
+// An object that is not a mapping but answers like one, and writes down what it is asked.
 class Answerer : public HostObject {
  public:
   Answerer(CallLog& log, Mapping entries) : log_(log), entries_(std::move(entries)) {}

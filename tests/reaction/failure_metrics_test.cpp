@@ -277,7 +277,7 @@ TEST_F(ResultMetrics, OfWhatIsNoRecordFailInTheRead) {
             "AttributeError: 'NoneType' object has no attribute 'get'");
 }
 
-// What is no mapping but has such an operation is read through it, and has no failures.
+// A result that is not a mapping but has such an operation is read through it, and has no failures.
 TEST_F(ResultMetrics, OfAnObjectAreReadThroughItsOwnOperation) {
   class Getter : public HostObject {
    public:

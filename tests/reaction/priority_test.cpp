@@ -134,7 +134,7 @@ TEST_F(RepairPriorityTest, TwoFailuresNoneOrAViolationWithoutNumberAreNotClose) 
   EXPECT_FALSE(
       key(Mapping{{"passes", true}, {"failures", Mapping{{"turnover_max", Mapping()}}}}).is_close);
   EXPECT_FALSE(key(one_failure("turnover_max", std::nan(""), 1.0)).is_close);
-  // A failure that is no mapping misses by exactly its scale.
+  // A failure that is not a mapping misses by exactly its scale.
   EXPECT_TRUE(key(Mapping{{"failures", Mapping{{"turnover_max", "text"}}}}).is_close);
 }
 

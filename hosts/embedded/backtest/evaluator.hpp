@@ -23,7 +23,7 @@ struct Evaluation {
 };
 
 // Evaluates graphs over one set of market data. The features are computed once, by the constructor;
-// afterwards nothing changes, and evaluating one graph leaves no trace for the next.
+// afterwards nothing changes, and the evaluation of one graph does not affect the next.
 class Evaluator {
  public:
   explicit Evaluator(MarketData data, EvaluatorOptions options = {});
@@ -32,8 +32,8 @@ class Evaluator {
   [[nodiscard]] const Vocabulary& vocabulary() const { return features_.vocabulary(); }
   [[nodiscard]] const EvaluatorOptions& options() const { return options_; }
 
-  // The signal of an expression that was compiled against vocabulary(). Subtrees that say the same
-  // are computed once, and a panel is let go when the last step that reads it is done.
+  // The signal of an expression that was compiled against vocabulary(). Equal subtrees are computed
+  // once, and a panel is freed when the last step that reads it is done.
   [[nodiscard]] Panel signal(const Expression& expression) const;
 
   // The graph's signal as weights, and what they would have earned. Throws GraphError for a graph

@@ -1,4 +1,4 @@
-// How a signal did on the days that the search saw, and on those that it never saw.
+// The performance of a signal on the days that the search saw, and on those that it never saw.
 //
 // The calendar, for a history of D days with T train days and a search that saw the first S of them
 // (S <= T, see eras.hpp). The weights of day t are taken at the close of day t and earn the return
@@ -9,8 +9,8 @@
 //   out of sample    holding days T-1 .. D-2     weights of days T-1 .. D-2, prices of T-1 .. D-1
 //
 // The weights taken at the close of the last train day earn the first return of the hold-out. The
-// book was held before that, so what is traded on that first day counts from the weights of day
-// T-2. The hold-out of H days thus has H holding days, and no return belongs to both samples.
+// book was held before that, so the turnover of that first day counts from the weights of day T-2.
+// The hold-out of H days thus has H holding days, and no return belongs to both samples.
 #pragma once
 
 #include "hosts/embedded/backtest/statistics.hpp"
@@ -39,8 +39,9 @@ struct SampleStatistics {
                                                  double cost_basis_points, const EraPlan& plan);
 
 // The market that every signal has to beat: each day 1/n in each of the n instruments that have a
-// close on that day, long only, and nothing on a day without any. It pays the costs of a signal for
-// what it trades, which is little: an instrument more or less moves all the others.
+// close on that day, long only, and nothing on a day without any. It pays the same costs as a
+// signal for what it trades, which is little: only when an instrument enters or leaves do the
+// weights change.
 [[nodiscard]] Panel equal_weights(const Panel& close);
 
 }  // namespace varnholt::embedded

@@ -1,12 +1,12 @@
-// From a signal to weights, and from weights to what they would have earned.
+// From a signal to weights, and from weights to profits and losses.
 //
 // The calendar. A signal for day t uses what is known at the close of day t. The weights made of it
 // are taken at that close and held until the close of day t+1: they earn close(t+1) / close(t) - 1.
 // T days of prices give T - 1 holding days, t = 0 .. T-2; the weights of the last day earn nothing
 // yet and count nowhere. Every holding day counts in every mean, also one without a position, so
-// that a signal that speaks on a handful of days does not look steady.
+// that a signal with positions on a handful of days does not look steady.
 //
-// The book is brought back to its weights at every close; what drifts in between costs nothing.
+// The book is rebalanced to its weights at every close; the drift in between costs nothing.
 #pragma once
 
 #include <cstdint>
@@ -27,15 +27,15 @@ inline constexpr double kTradingDays = 252.0;
 // and mean and s are the mean and the sample standard deviation (divisor n - 1) over holding days.
 // Every statistic is finite. Without a holding day all of them are 0.
 struct BacktestStatistics {
-  // sqrt(252) mean(net) / s(net): annualised, after costs, against a risk-free rate of nothing
-  // (W. F. Sharpe, "The Sharpe Ratio", 1994). 0 where s is 0, or next to nothing beside the
-  // greatest |net|, and where there are fewer than two days.
+  // sqrt(252) mean(net) / s(net): annualised, after costs, against a risk-free rate of zero (W. F.
+  // Sharpe, "The Sharpe Ratio", 1994). 0 where s is 0, or negligible beside the largest |net|, and
+  // where there are fewer than two days.
   double sharpe = 0.0;
   // The same before costs, of gross(t).
   double gross_returns_sharpe = 0.0;
   // 252 mean(net): a fraction of the capital a year (0.1 is ten per cent), not compounded.
   double annualized_returns = 0.0;
-  // mean(traded): fractions of the capital bought and sold a day; 2 turns a whole book round.
+  // mean(traded): fractions of the capital bought and sold a day; 2 turns the whole book over.
   double turnover = 0.0;
   // max_t (1 - E(t) / max_{s<=t} E(s)) with E(t) = prod_{s<=t} (1 + net(s)) and E = 1 before the
   // first day: the deepest fall from a peak, from 0 (none) to 1 (everything lost).
@@ -46,9 +46,9 @@ struct BacktestStatistics {
   double delta_exposure = 0.0;
   // mean_t sum_i |w(t,i)|: the mean gross exposure; 1 where there is a position on every day.
   double abs_weight_sum_mean = 0.0;
-  // sharpe - drawdown - kTurnoverPenalty * turnover: the one number that ranks signals. It is
-  // our own choice: in units of a Sharpe ratio, a lost half of the capital weighs as 0.5, and a
-  // book turned round daily as 0.2 beyond the costs that are in the net returns already.
+  // sharpe - drawdown - kTurnoverPenalty * turnover: the figure that ranks signals. It is our own
+  // choice: in units of a Sharpe ratio, a lost half of the capital weighs as 0.5, and a book turned
+  // over daily as 0.2 beyond the costs that are in the net returns already.
   double quality_score = 0.0;
 
   std::int64_t holding_days = 0;
@@ -61,8 +61,8 @@ struct BacktestStatistics {
 
 inline constexpr double kTurnoverPenalty = 0.1;
 
-// A price that rises a million times over in a day is a mistake in the data, and the sums of such
-// returns would soon be infinite.
+// A return of a million in one day is a mistake in the data, and sums of such returns would soon be
+// infinite.
 inline constexpr double kLargestReturn = 1e6;
 
 // In basis points: all that is traded.

@@ -1,4 +1,4 @@
-// A TOML text in ASCII, as far as it means something.
+// A TOML text in ASCII outside of its comments.
 #pragma once
 
 #include <cstddef>
@@ -15,8 +15,8 @@ struct AsciiText {
   std::optional<std::size_t> stray;
 };
 
-// Where comments and strings begin and end is told as TOML has it. In a text that is no TOML that
-// may be wrong from the first mistake on.
+// Comments and strings are found by the rules of TOML. In an invalid text that may be wrong from
+// the first mistake on.
 [[nodiscard]] AsciiText ascii_text(std::string_view text);
 
 }  // namespace varnholt::embedded

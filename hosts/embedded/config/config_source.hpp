@@ -1,4 +1,4 @@
-// A configuration's text beside its parsed form, so that an error can show what stands there.
+// A configuration's text beside its parsed form, so that an error can quote it.
 #pragma once
 
 #include <cstddef>
@@ -26,7 +26,7 @@ class ConfigSource {
   // What stands from `begin` up to `end`, as a message can show it: on one line, characters that
   // would spoil it as \xNN, cut after some 40 characters or at the end of the first line.
   [[nodiscard]] std::string shown(TextPosition begin, TextPosition end) const;
-  // The same of the whole line that the position is in.
+  // The same for the whole line that the position is in.
   [[nodiscard]] std::string shown_line(TextPosition position) const;
 
   [[nodiscard]] ConfigPlace place(TextPosition position, std::string key = {},

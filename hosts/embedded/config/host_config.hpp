@@ -1,10 +1,10 @@
-// The configuration of the embedded host: what a signal is asked for, and which days it is sought
-// in.
+// The configuration of the embedded host: the requirements on a signal, and the days that are
+// searched.
 //
 // A TOML file with the tables [gates], [limits], [pool], [eras] and [market]. Every table and every
 // key may be left out; what is left out has its default, so an empty file is a configuration. The
-// keys, with meaning, unit, range and default, are told in docs/configuration.md; the defaults are
-// written out in examples/genetic-search.toml.
+// keys, with meaning, unit, range and default, are documented in docs/configuration.md; the
+// defaults are written out in examples/genetic-search.toml.
 //
 //   const HostConfig config = read_host_config("genetic-search.toml");
 //   first_failed_gate(statistics, config.gates, config.limits);
@@ -22,7 +22,7 @@
 
 namespace varnholt::embedded {
 
-// The pool of submitted signals that a new signal is compared with.
+// The signal pool that a new signal is compared with and submitted to.
 struct PoolSettings {
   std::string name = "signals";
   double correlation_max = 0.7;    // The largest correlation with a signal of the pool.
@@ -38,7 +38,7 @@ struct HostConfig {
   std::int64_t market_id = 1;
 };
 
-// A configuration is a page or two; what is larger is another file.
+// A configuration is a page or two; a larger file is a mistake.
 inline constexpr std::size_t kLargestConfigBytes = std::size_t{1} << 20U;
 
 // The configuration in a file. HostConfigError for a file that cannot be read or is larger than

@@ -13,7 +13,7 @@ struct ConfigPlace {
   std::string file;
   std::size_t line = 0;
   std::size_t column = 0;
-  std::string key = {};    // With its table, "gates.sharpe_min"; empty where there is none.
+  std::string key = {};    // With its table, "gates.sharpe_min"; empty without a key.
   std::string value = {};  // As it stands in the file, on one line, long ones cut.
 };
 

@@ -10,7 +10,7 @@
 
 namespace varnholt::embedded {
 
-// A text that the parser refused by an assertion; the text is no TOML.
+// A text that the parser refused by an assertion, and so not TOML.
 struct TomlAssertion {};
 
 namespace detail {

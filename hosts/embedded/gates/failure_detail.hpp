@@ -3,7 +3,7 @@
 //   {"category":"quality","gate":"sharpe_min","metric":"sharpe","operator":"<",
 //    "reason":"sharpe_min","threshold":0.3,"value":0.12}
 //
-// Whoever repairs a candidate reads "value" and "threshold" to learn how far it missed.
+// A repair reads "value" and "threshold" to learn how far the candidate missed.
 #pragma once
 
 #include <string>

@@ -1,9 +1,9 @@
-// The gates: what a signal's statistics must be for it to pass.
+// The gates: the thresholds that a signal's statistics must meet.
 //
-// Two kinds stand in one table. A limit is what a book may never be, whatever the signal is worth;
-// a gate is what a signal is asked for. The limits are judged first. Each row is data: the reason
-// under which a failure stands in the candidate's record, the statistic that is judged, the sense
-// in which it is judged, and the threshold.
+// Two kinds stand in one table. A limit holds for every book, whatever the signal is worth; a gate
+// is a requirement on the signal. The limits are judged first. Each row is data: the reason under
+// which a failure stands in the candidate's record, the statistic that is judged, the sense in
+// which it is judged, and the threshold.
 //
 //   reason                           metric                 fails where it is
 //   turnover_exceeded                turnover               above  the limit
@@ -31,8 +31,9 @@
 namespace varnholt::embedded {
 
 // Meaning and unit of each are those of the statistic of that name. What passes is what the search
-// breeds from, so the defaults refuse what leads nowhere and leave the rest to the ranking: gates
-// so narrow that a generation passes one signal in thirty leave too few parents (docs/figures.md).
+// breeds from, so the defaults refuse only what leads nowhere and leave the rest to the ranking:
+// gates so tight that a generation passes one signal in thirty leave too few parents
+// (docs/figures.md).
 struct GateThresholds {
   double min_abs_weight_sum_mean = 0.5;
   double max_turnover = 1.0;
@@ -42,7 +43,7 @@ struct GateThresholds {
   double min_sharpe = 0.3;
 };
 
-// The most that a book of unit gross exposure can be: turned round whole every day, all in one
+// The extremes of a book of unit gross exposure: turned over completely every day, all in one
 // instrument, all on one side. Limits at these figures refuse nothing.
 inline constexpr double kMostTurnover = 2.0;
 inline constexpr double kMostWeight = 1.0;
@@ -67,7 +68,7 @@ struct Gate {
   genetic::Key reason;
   genetic::Key metric;  // The name of the statistic.
   genetic::Key name;  // The name of the gate, under which its threshold stands in a threshold set.
-  genetic::Key category;  // "risk": how the book is held. "quality": what it is worth.
+  genetic::Key category;  // "risk": how the book is held. "quality": what the signal is worth.
   Sense sense;
   bool is_limit;
   double BacktestStatistics::*statistic;
@@ -80,7 +81,7 @@ struct Gate {
 // The table, in the order in which gates are judged.
 [[nodiscard]] std::span<const Gate> gate_table();
 
-// A gate that was not passed, with what it was judged by. The keys are those of the table's row.
+// A failed gate, with the figures behind it. The keys are those of the table's row.
 struct GateFailure {
   genetic::Key reason;
   genetic::Key metric;

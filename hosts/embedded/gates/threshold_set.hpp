@@ -24,7 +24,7 @@ namespace varnholt::embedded {
 // mapping of gate name to threshold. A gate without a threshold, or whose metric is missing or
 // absent, is not judged; a metric that is not finite fails. Other entries of either are not looked
 // at: a set may hold thresholds of gates that are judged elsewhere. genetic::TypeError for
-// arguments of another kind, and for a threshold or metric of a judged gate that is no number.
+// arguments of another kind, and for a threshold or metric of a judged gate that is not a number.
 [[nodiscard]] std::vector<GateFailure> evaluate_threshold_gates(const genetic::Value& metrics,
                                                                 const genetic::Value& thresholds);
 

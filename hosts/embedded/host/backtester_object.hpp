@@ -27,7 +27,7 @@ class BacktesterObject : public genetic::HostObject {
 };
 
 // Statistics with the daily PnL of one more backtest. genetic::TypeError for a value that is no
-// backtester; what the evaluator throws passes.
+// backtester; what the evaluator throws propagates.
 [[nodiscard]] genetic::Value backtest_with_pnl(const genetic::Value& backtester,
                                                const genetic::Value& graph);
 

@@ -36,8 +36,8 @@ struct ContextSettings {
   GateThresholds gates;
   HardLimits limits;
   std::optional<std::int64_t> worker_memory_limit_bytes;
-  // The market, the era and the pool that signals are submitted to, and the era's first and last
-  // day.
+  // The market, the era and the signal pool that signals are submitted to, and the era's first and
+  // last day.
   PoolIdentity pool;
   std::string first_date;
   std::string last_date;
@@ -50,7 +50,7 @@ class EmbeddedContext : public genetic::SearchContext {
                   std::shared_ptr<SearchStop> stop, ResultRecorder& recorder,
                   SignalSubmission& submission, RecordedTimings& timings);
 
-  // Called in a child before it works: from then on the parent's operations are not there, and
+  // Called in a child before it works: from then on the parent's operations are unavailable, and
   // timings are the child's own.
   void enter_child();
 
@@ -80,7 +80,7 @@ class EmbeddedContext : public genetic::SearchContext {
   // the attempt that the parent has made the current one.
   [[nodiscard]] genetic::Value current_attempt_evidence() override { return attempt_evidence_; }
   [[nodiscard]] genetic::Callable derive_rejection_reason_detail() override;
-  // Whether evaluations under way are given up: at a signal and at the limit in seconds.
+  // Whether evaluations under way are cancelled: at a signal and at the limit in seconds.
   [[nodiscard]] bool submission_cancelled() override { return stop_->cancels_evaluations(); }
   // The operations that a child guards are the recorder, the queue of submissions and the recorder
   // of a run's metrics.

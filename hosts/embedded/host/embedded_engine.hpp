@@ -57,14 +57,14 @@ class EmbeddedEngine : public genetic::GraphDepth,
                  const HardLimits& limits)
       : graphs_(graphs), gates_(gates), limits_(limits) {}
 
-  // Where what passes is measured and submitted, and what its payloads say of this client. Both
-  // must be set before a candidate is recorded, and the first must outlive the search.
+  // Where passing candidates are measured and submitted, and what their payloads say of this
+  // client. Both must be set before a candidate is recorded, and the first must outlive the search.
   void set_submission(SignalSubmission& submission, const genetic::Mapping& client_manifest) {
     submission_ = &submission;
     client_manifest_ = client_manifest;
   }
 
-  // Nodes on the longest way down. genetic::ValueError for what is no graph of nodes.
+  // Nodes on the longest way down. genetic::ValueError for anything but a graph of nodes.
   [[nodiscard]] genetic::Value graph_depth_for_attempt_marker(const genetic::Value& graph) override;
   // The vocabulary's functions are its rotations; there is no other kind of function.
   [[nodiscard]] genetic::Value function_entries_for_kind(const genetic::Value& vocabulary,
@@ -78,7 +78,7 @@ class EmbeddedEngine : public genetic::GraphDepth,
   // The host's thresholds, in which an entry of `thresholds` replaces that of the gate it names.
   [[nodiscard]] genetic::Value stats_gate_threshold_set(const genetic::Mapping& thresholds,
                                                         const genetic::Value& era_config) override;
-  // The statistics by name. Of what holds no statistics there are none, and so no gate is judged.
+  // The statistics by name. A value without statistics has none, and so no gate is judged.
   [[nodiscard]] genetic::Value stats_gate_metrics(const genetic::Value& stats) override;
   [[nodiscard]] genetic::Value evaluate_threshold_gates(const genetic::Value& metrics,
                                                         const genetic::Value& thresholds) override;

@@ -33,9 +33,8 @@ namespace varnholt::embedded {
 
 // score = quality_score - diversity_weight * |pool_correlation| - parsimony_weight * nodes
 //
-// with the record's quality score, the correlation to the pool of submitted signals (0 when it is
-// absent) and the number of the graph's nodes. A weight that is not given is that of the default
-// settings.
+// with the record's quality score, the correlation to the signal pool (0 when it is absent) and the
+// number of the graph's nodes. A weight that is not given is that of the default settings.
 class EmbeddedEliteness : public genetic::Eliteness {
  public:
   [[nodiscard]] genetic::Value score_candidate(const genetic::Value& candidate,
@@ -49,7 +48,7 @@ class EmbeddedJsonReader : public genetic::JsonReader {
   }
 };
 
-// An endless walk over random graphs of one vocabulary.
+// An endless iterator over random graphs of one vocabulary.
 class EmbeddedRandomGraphs : public genetic::RandomWeighted {
  public:
   EmbeddedRandomGraphs(const Vocabulary& vocabulary, const RandomGraphOptions& options)

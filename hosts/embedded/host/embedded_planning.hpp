@@ -19,7 +19,7 @@ class EmbeddedPlanning : public genetic::ReactionPlanning {
 
   // The plans of repair_planner.hpp, made of the safe rotations and the peers that are given, and
   // accepted by the validator. `reaction_plan` is a mapping with the texts "name", "reason" and
-  // "explanation". What is no graph of the vocabulary, such as a foreign seed, has no plans as a
+  // "explanation". A graph that is not of the vocabulary, such as a foreign seed, has no plans as a
   // result and is left out as a peer. Notes the lineage of every plan.
   [[nodiscard]] genetic::Value derive_reaction_improvements(
       const genetic::Value& result, const genetic::ReactionRequest& request) override;

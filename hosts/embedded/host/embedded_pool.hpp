@@ -1,4 +1,4 @@
-// The embedded host's process pool as the search calls it.
+// The embedded host's worker pool as the search calls it.
 #pragma once
 
 #include <cstdint>

@@ -2,7 +2,7 @@
 //
 // What a child puts goes through one pipe to the parent, whatever queue it puts it into: each
 // message says which. What the parent puts goes through memory that it shares with the child, a
-// mailbox a queue. Neither has a lock, so a process that is killed at any moment holds up nobody.
+// mailbox a queue. Neither has a lock, so a process that is killed at any moment blocks nobody.
 #pragma once
 
 #include <memory>
@@ -25,8 +25,8 @@ class ForkQueues : public genetic::ProcessContexts {
   // PoolError when the queues cannot be made.
   [[nodiscard]] std::shared_ptr<genetic::ProcessContext> fork_context() override;
 
-  // At these descriptors the children of the batch under way are heard. They are the parent's
-  // alone.
+  // The descriptors at which messages of the children of the batch under way arrive. They are the
+  // parent's alone.
   [[nodiscard]] std::vector<int> parent_descriptors() const;
 
  private:

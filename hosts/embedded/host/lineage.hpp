@@ -26,14 +26,14 @@ struct RepairNote {
   std::string plan;
   std::string reason;  // The failure that it is meant for.
   std::string explanation;
-  std::int64_t depth = 1;  // How many repairs lie between the graph and one that is none.
+  std::int64_t depth = 1;  // How many repairs in a row led to the graph.
 };
 
 struct GraphOrigin {
   Origin origin = Origin::Unknown;
   // Of a bred graph: the operators in the order in which they were applied, one or two
   // ("point_mutation", then "crossover" with the mate), and the graph keys of the elite and the
-  // mate, each once. Graphs that only lent a part to a mutation are no parents.
+  // mate, each once. Graphs that only lent a part to a mutation are not parents.
   std::vector<std::string> operators;
   //
   // Of a repair the signal that was repaired, and the peer that it was combined with, if any.

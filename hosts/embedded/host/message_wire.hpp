@@ -13,10 +13,10 @@ namespace varnholt::embedded {
 inline constexpr std::size_t kLongestMessageText = 1500;
 
 // The bytes of a tuple of absent values, booleans, integers, reals and texts. genetic::TypeError
-// for any other value: it would have to be made anew on the other side and would not be the same.
+// for any other value: it would be another object on the other side.
 [[nodiscard]] std::string encode_message(const genetic::Value& message);
 
-// The tuple again. genetic::ValueError for bytes that are no message.
+// The tuple again. genetic::ValueError for bytes that are not a message.
 [[nodiscard]] genetic::Value decode_message(std::string_view bytes);
 
 }  // namespace varnholt::embedded

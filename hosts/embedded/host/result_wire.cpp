@@ -30,7 +30,7 @@ constexpr genetic::Key kItems = genetic::key<"items">();
 
 // The canonical text sorts keys, while the order of a record's and of a graph's keys counts. So
 // mappings travel as {"pairs": [[key, value], ...]} and lists as {"items": [...]}, in which both
-// the order of keys and keys that are no texts survive.
+// the order of keys and keys that are not texts survive.
 Value ordered(const Value& value) {
   if (value.is_mapping()) {
     List pairs;

@@ -11,7 +11,7 @@ namespace varnholt::embedded {
 // The record as JSON text, its keys in their order. Reals come back bit for bit.
 [[nodiscard]] std::string encode_result(const genetic::Mapping& result);
 
-// The record again, with its statistics as an object. genetic::ValueError for a text that is none.
+// The record again, with its statistics as an object. genetic::ValueError for an invalid text.
 [[nodiscard]] genetic::Mapping decode_result(std::string_view bytes);
 
 }  // namespace varnholt::embedded

@@ -1,4 +1,4 @@
-// What a search tells while it runs, and at its end.
+// What a search reports while it runs, and at its end.
 #pragma once
 
 #include <cstdint>
@@ -26,8 +26,8 @@ struct SearchStarted {
   int jobs = 0;
   std::int64_t batch_size = 0;
   std::int64_t seed = 0;
-  // The pool that signals are submitted to, and the days: those that the search sees, up to the end
-  // of its era, and those of the hold-out, which it never sees.
+  // The signal pool that signals are submitted to, and the days: those that the search sees, up to
+  // the end of its era, and those of the hold-out, which it never sees.
   std::string signal_pool_name;
   std::int64_t market_id = 0;
   std::int64_t era_number = 0;
@@ -83,14 +83,15 @@ struct SearchProgress {
 // What became of a submission when it was settled.
 struct SettledSignal {
   std::string eval_id;
-  bool submitted = false;      // A member of the pool now; otherwise refused.
+  bool submitted = false;      // A member of the signal pool now; otherwise refused.
   std::string refusal_reason;  // Empty when it was submitted.
   std::string refusal_detail;
   double novelty = 1.0;      // Against the pool as it was at that moment.
   double correlation = 0.0;  // Likewise.
 };
 
-// A signal that joined the pool, on the days that the search saw and on those that it never saw.
+// A signal that joined the signal pool, on the days that the search saw and on those that it never
+// saw.
 struct SubmittedSignal {
   std::string eval_id;
   std::string expression;
@@ -99,7 +100,7 @@ struct SubmittedSignal {
   double correlation = 0.0;  // Likewise.
 };
 
-// What became of all that the run's syncs dealt with, left-overs of earlier runs among it.
+// The results of the run's syncs, with what earlier runs left queued.
 struct SubmissionCounts {
   std::int64_t submitted = 0;
   std::map<std::string, std::int64_t> refused;  // By reason.
@@ -125,8 +126,8 @@ struct SearchSummary {
   SubmissionCounts submissions;
 };
 
-// Told of everything as it happens, in the parent, on the thread of the search. An exception that
-// one of the functions throws ends the search and leaves it unchanged.
+// Notified of everything as it happens, in the parent, on the thread of the search. An exception
+// that one of the functions throws ends the search and leaves it unchanged.
 class SearchObserver {
  public:
   virtual ~SearchObserver() = default;

@@ -32,7 +32,7 @@ class SearchStop : public genetic::StopEvent {
   void count_candidate() { ++candidates_; }
   void count_generation() { ++generations_; }
 
-  // Whether evaluations under way are to be given up: at a signal and at the limit in seconds. The
+  // Whether evaluations under way are to be cancelled: at a signal and at the limit in seconds. The
   // other limits let the batch complete.
   [[nodiscard]] bool cancels_evaluations();
 

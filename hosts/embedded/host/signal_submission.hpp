@@ -1,5 +1,5 @@
-// One search's way into the pool of submitted signals: measuring a candidate against the pool, and
-// handing in what passes.
+// One search's way into the signal pool: measuring a candidate against it, and submitting what
+// passes.
 #pragma once
 
 #include <optional>

@@ -1,5 +1,5 @@
-// How many workers a batch gets: as many as were asked for, as there are candidates, and as the
-// machine can keep busy and has memory for, but at least one.
+// How many workers a batch gets: the least of the number asked for, the number of candidates, and
+// what the machine can keep busy and has memory for, but at least one.
 #pragma once
 
 #include <cstdint>

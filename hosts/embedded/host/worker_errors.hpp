@@ -1,4 +1,4 @@
-// How the failure of worker processes leaves the embedded host's pool.
+// The errors by which the embedded host's worker pool reports failed worker processes.
 #pragma once
 
 #include <memory>
@@ -12,7 +12,7 @@
 
 namespace varnholt::embedded {
 
-// The reasons for which a worker is given up. The first two are the failure of one candidate, the
+// The reasons for which a worker is ended. The first two are the failure of one candidate, the
 // others end the search.
 namespace terminal_reasons {
 
@@ -23,7 +23,8 @@ inline constexpr genetic::Key kMemoryBudgetExceeded = genetic::key<"memory_budge
 
 }  // namespace terminal_reasons
 
-// What became of one candidate's worker, or of the pool as a whole where there is no candidate.
+// What became of one candidate's worker, or of the worker pool as a whole where there is no
+// candidate.
 struct WorkerFailure {
   genetic::Value terminal_reason;
   std::string detail;

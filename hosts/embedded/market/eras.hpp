@@ -23,8 +23,8 @@
 
 namespace varnholt::embedded {
 
-// The fewest days of an era and of the hold-out: a month of trading. A Sharpe ratio of less says
-// nothing.
+// The fewest days of an era and of the hold-out: a month of trading. A Sharpe ratio over fewer days
+// means nothing.
 inline constexpr Eigen::Index kMinimumEraDays = 20;
 
 inline constexpr int kLargestEraCount = 1000;
@@ -45,7 +45,7 @@ struct DaySpan {
   [[nodiscard]] Eigen::Index day_count() const { return end_day - first_day; }
 };
 
-// A history that cannot be split as it was asked for. The text names the figures and the remedy.
+// A history that cannot be split as requested. The text names the figures and the remedy.
 class EraError : public std::invalid_argument {
  public:
   using std::invalid_argument::invalid_argument;

@@ -1,4 +1,4 @@
-// One cell of a price file turned into the value that it stands for.
+// Turns one cell of a price file into its value.
 #pragma once
 
 #include <string>
@@ -14,7 +14,7 @@ struct CellMistake {
   std::string remedy;
 };
 
-// Each of these throws CellMistake where the cell does not hold what it should.
+// Each of these throws CellMistake for an invalid cell.
 
 // A day, written "yyyy-mm-dd".
 [[nodiscard]] Date read_date_cell(const std::string& cell);

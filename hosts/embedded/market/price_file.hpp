@@ -15,7 +15,7 @@
 // - Prices are above zero, volumes are not negative, and no high is below the low of its day.
 // - Blank lines are skipped. Blanks around a cell do not count.
 //
-// The first mistake ends the reading with a PriceFileError; nothing of the file is used then.
+// The first mistake ends the reading with a PriceFileError; nothing from the file is used then.
 #pragma once
 
 #include <filesystem>
@@ -33,7 +33,7 @@ inline constexpr Eigen::Index kMaximumPriceCells = 100'000'000;
 // The prices in the file at `path`.
 [[nodiscard]] MarketData read_price_file(const std::filesystem::path& path);
 
-// The bytes of that file, for who needs more of them than the prices. PriceFileError when they
+// The bytes of that file, for callers that need more than the prices. PriceFileError when they
 // cannot be read.
 [[nodiscard]] std::string read_price_bytes(const std::filesystem::path& path);
 

@@ -1,9 +1,9 @@
 // Crossover and mutation of graphs.
 //
 // Every child is a new graph that follows the rules of graph_check.hpp where its parents do, is
-// within the limits, and has been accepted by the validator. A part takes the place only of a part
-// of its sort: a feature or rotation that of a feature or rotation, a window that of a window, a
-// function that of one with the same arguments. The parents stay as they are.
+// within the limits, and has been accepted by the validator. A part only replaces a part of its own
+// kind: a feature or rotation that of a feature or rotation, a window that of a window, a function
+// that of one with the same arguments. The parents stay as they are.
 //
 // All draws come from the generator that is given, so the same state gives the same child. An
 // operator tries a few times, each try with draws of its own; where none gives an acceptable child,
@@ -28,20 +28,20 @@ class GeneticOperators : public genetic::GeneticOps {
 
   explicit GeneticOperators(const GraphLimits& limits) : limits_(limits) {}
 
-  // A uniformly drawn part of `elite` makes room for a uniformly drawn part of `mate`; two draws a
-  // try. The root of the elite stays unless it is all that there is.
+  // A uniformly drawn part of `elite` is replaced by a uniformly drawn part of `mate`; two draws a
+  // try. The root of the elite stays unless it is the only node.
   [[nodiscard]] genetic::Value crossover(const genetic::Value& elite, const genetic::Value& mate,
                                          const std::shared_ptr<genetic::RandomGenerator>& rng,
                                          const genetic::Callable& validator) override;
 
-  // One node of any type gets the name of another node of its sort that stands in the replacements;
-  // two draws a try, or one where there is no other name.
+  // One node of any type gets the name of another node of its kind from the replacements; two draws
+  // a try, or one where there is no other name.
   [[nodiscard]] genetic::Value point_mutation(const genetic::Value& elite,
                                               const genetic::Value& replacements,
                                               const std::shared_ptr<genetic::RandomGenerator>& rng,
                                               const genetic::Callable& validator) override;
 
-  // A uniformly drawn part below the root makes room for a part of a uniformly drawn replacement;
+  // A uniformly drawn part below the root is replaced by a part of a uniformly drawn replacement;
   // three draws a try.
   [[nodiscard]] genetic::Value subtree_mutation(
       const genetic::Value& elite, const genetic::Value& replacements,

@@ -1,4 +1,4 @@
-// The parts of a graph, and graphs made by putting a part in another's place.
+// The parts of a graph, and graphs made by replacing one part by another.
 #pragma once
 
 #include <cstddef>

@@ -24,11 +24,11 @@ using FunctionNames = std::set<std::string, std::less<>>;
                                          std::initializer_list<genetic::Value> panels,
                                          std::optional<int> window = std::nullopt);
 
-// The signal turned round: its value is the negative of the graph's wherever that is known. Of the
-// ways to say it the flattest is taken, and of those the one with the fewest nodes, so that a graph
-// at its limit of depth can mostly be reversed as well: arith_sub(a, b) becomes arith_sub(b, a), an
-// odd function of a difference the function of the difference turned round. Nothing where none of
-// the ways is among the functions.
+// The reversed signal: its value is the negative of the graph's wherever that is known. Of the ways
+// to say it the flattest is taken, and of those the one with the fewest nodes, so that a graph at
+// its limit of depth can mostly be reversed as well: arith_sub(a, b) becomes arith_sub(b, a), an
+// odd function of a difference becomes the function of the reversed difference. Nothing where none
+// of the ways is among the functions.
 [[nodiscard]] std::optional<genetic::Value> reversed(const genetic::Value& graph,
                                                      const FunctionNames& functions);
 
@@ -38,7 +38,7 @@ using FunctionNames = std::set<std::string, std::less<>>;
                                                 std::span<const int> windows, int steps);
 
 // The graph within `depth` levels, at least 1: a rotation that has no room for its children gives
-// way to its first panel. What is left out is innermost, so the signal keeps its form.
+// way to its first panel. The innermost part is left out, so the signal keeps its form.
 [[nodiscard]] genetic::Value cut_to_depth(const genetic::Value& graph, int depth);
 
 // Comparisons become differences: comparison_gt(a, b), which is 0 on many a day, becomes

@@ -1,4 +1,5 @@
-// A signal that failed its gates, as far as its repair asks: the graph, and by how much it missed.
+// A signal that failed its gates, as far as its repair needs it: the graph, and by how much it
+// missed.
 #pragma once
 
 #include <optional>
@@ -31,11 +32,11 @@ struct RepairCase {
 // What may become of a signal whose Sharpe ratio is too small.
 //
 // Costs weigh on a signal whichever way it is traded. With g before costs and n after them, the
-// signal turned round has -g before costs and n - 2g after them: as much as g loses, less the costs
-// again.
+// reversed signal has -g before costs and n - 2g after them: the loss of g, minus the costs once
+// more.
 enum class SharpeOutlook {
-  Reversed,           // Turned round it passes, by this account.
-  ReversedIfCheaper,  // Turned round it would pass but for its costs, or earn something at least.
+  Reversed,           // Reversed it passes, by this estimate.
+  ReversedIfCheaper,  // Reversed it would pass but for its costs, or earn something at least.
   EatenByCosts,       // It passes before costs.
   NearMiss,           // It earns something after costs, but not enough.
   Weak                // None of these, or not known.

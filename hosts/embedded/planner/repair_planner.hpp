@@ -1,9 +1,9 @@
 // Which repairs a failed signal gets, and in which order.
 //
 // Each reason for a failure has the repairs that a researcher would try, the most promising first
-// (docs/repairs.md tells what each of them brought). A signal whose Sharpe ratio is too small is
-// first asked why: one that loses steadily is turned round, one whose costs eat what it earns is
-// slowed down, one that nearly made it is blended with a peer.
+// (docs/repairs.md has the results of each). A signal whose Sharpe ratio is too small is first
+// diagnosed: one that loses steadily is reversed, one whose costs eat what it earns is slowed down,
+// one that nearly made it is blended with a peer.
 #pragma once
 
 #include <string_view>

@@ -21,8 +21,8 @@
 //   equal_weights           long or short of each instrument, all alike
 //   grade_comparisons       differences in place of comparisons, which hold or do not
 //
-// A repair puts nodes on top of a graph. Where the limits leave no room for them, what is innermost
-// in the graph gives way.
+// A repair puts nodes on top of a graph. Where the limits leave no room for them, the innermost
+// part of the graph is cut.
 #pragma once
 
 #include <cstddef>
@@ -48,7 +48,7 @@ struct RepairMaterial {
   std::vector<genetic::Value> peers;
 };
 
-// So many peers are made use of, the first ones.
+// The number of peers that are used, the first ones.
 inline constexpr std::size_t kPeersUsed = 2;
 
 // One entry of the catalogue. Its graph may share nodes with the graphs that it is made of.

@@ -1,9 +1,9 @@
-// The child's side of the pool: from the fork to _exit.
+// The child's side of the worker pool: from the fork to _exit.
 //
 // The prologue, in this order: own process group (so that whatever the work starts can be killed
-// with it), death with the parent, a look whether the parent is still the one that forked, closing
-// of pipe ends that belong to others, default signals (SIGINT ignored: at a terminal it is the
-// parent's to handle), priority, limits, standard input from nothing. Then the work, one frame,
+// with it), death with the parent, a check that the parent is still the one that forked, closing of
+// pipe ends that belong to others, default signals (SIGINT ignored: at a terminal it is the
+// parent's to handle), priority, limits, standard input from /dev/null. Then the work, one frame,
 // _exit. No destructor, no atexit handler and no stdio flush of the parent's runs in a child.
 #pragma once
 
@@ -52,8 +52,8 @@ struct ChildPlan {
 // The signals whose action in this process is not the default one.
 [[nodiscard]] std::vector<int> changed_signals();
 
-// The manner of a child's end, for people: "worker killed by signal 11 (SIGSEGV)", "worker exited
-// with status 3", "worker exited without a result" (status 0).
+// How a child ended, for people: "worker killed by signal 11 (SIGSEGV)", "worker exited with status
+// 3", "worker exited without a result" (status 0).
 [[nodiscard]] std::string describe_exit(const siginfo_t& info);
 
 }  // namespace varnholt::embedded

@@ -1,7 +1,7 @@
 // Ownership of file descriptors, and reads and writes that are always looped.
 //
-// Errors are returned as errno numbers: the pool must decide for each whether it is one worker's
-// failure or the end of the run, and the child must not throw on its way out.
+// Errors are returned as errno numbers: the worker pool must decide for each whether it is one
+// worker's failure or the end of the run, and the child must not throw on its way out.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-// A pool that forks one process for each work item.
+// The worker pool: it forks one process for each work item.
 //
 //   RealSystemCalls system;
 //   ForkPool pool(system, {.jobs = 4, .timeout_seconds = 60});
@@ -15,7 +15,7 @@
 // SIGKILL they stay, because the kernel then kills the workers only.
 //
 // The pool installs no signal handler and starts no thread. It must be the only one that waits for
-// its children: a handler of SIGCHLD that waits for all of them takes away how they ended.
+// its children: a handler of SIGCHLD that waits for all of them would take their exit statuses.
 #pragma once
 
 #include <cstddef>

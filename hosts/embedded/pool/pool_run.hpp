@@ -1,5 +1,5 @@
-// One run of the pool: the loop of the parent. Each turn waits in one poll over all pipes and ends
-// of workers for at most 5 ms, drains the pipes, and only then acts upon what it saw.
+// One run of the worker pool: the loop of the parent. Each turn waits in one poll over all pipes
+// and ends of workers for at most 5 ms, drains the pipes, and only then acts upon what it saw.
 #pragma once
 
 #include <cstddef>
@@ -47,7 +47,7 @@ class PoolRun {
   // When the worker's time is over, unless it ends before.
   [[nodiscard]] std::optional<std::int64_t> deadline(Worker& worker) const;
   [[nodiscard]] bool is_over(Worker& worker) const;
-  // Ends the worker and tells its outcome.
+  // Ends the worker and reports its outcome.
   [[nodiscard]] PoolOutcome conclude(Worker& worker);
   // What is known of any worker; without more it counts as stopped.
   [[nodiscard]] PoolOutcome outcome_of(const Worker& worker) const;

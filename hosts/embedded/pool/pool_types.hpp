@@ -1,4 +1,4 @@
-// What a pool is told and what it tells.
+// The configuration of a worker pool, its events and its outcomes.
 #pragma once
 
 #include <cstddef>
@@ -46,7 +46,7 @@ enum class PoolStatus {
   // The work returned; `payload` is what it returned. A bad end of the worker after the whole
   // result came does not count.
   Completed,
-  // The work threw; `error_type` and `detail` tell type name and text.
+  // The work threw; `error_type` and `detail` hold type name and text.
   WorkRaised,
   // The worker was lost: killed, crashed, exited without a whole result, or could not be started.
   WorkerFailed,
@@ -95,7 +95,7 @@ struct PoolCallbacks {
   std::function<void(const WorkItem&, pid_t)> started_callback;
   // Once a turn, between reading the pipes and acting upon the ends of workers: at least every 5
   // ms, and at once when there is something to read in one of `watched_descriptors`. What a worker
-  // sent elsewhere before its end can so be taken before that end is told.
+  // sent elsewhere before its end can so be taken before that end is reported.
   std::function<void()> poll_callback;
   // Where workers send the parent something beside their result. They are closed in the children.
   std::vector<int> watched_descriptors;

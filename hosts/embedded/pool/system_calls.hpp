@@ -1,4 +1,4 @@
-// The system calls of the process pool, behind one thin seam.
+// The system calls of the worker pool, behind one thin seam.
 //
 // Each method is the system call of its name: it returns what the call returns, and -1 with errno
 // set where the call fails. Nothing is retried here; who calls decides that. A test derives from

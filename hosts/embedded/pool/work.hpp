@@ -1,4 +1,4 @@
-// What a pool works on: numbered items, and the function that a child runs for one of them.
+// What a worker pool works on: numbered items, and the function that a child runs for one of them.
 #pragma once
 
 #include <cstddef>

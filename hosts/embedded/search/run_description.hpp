@@ -1,4 +1,4 @@
-// What a run searches, and what is written down of it: its prices, its settings, its pool.
+// What a run searches, and what is stored about it: its prices, its settings, its signal pool.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ namespace varnholt::embedded {
 
 // The prices of a run: the whole history, how it is split, and the SHA-256 of the file.
 struct RunData {
-  // Reads the file once, so that the digest is that of the very bytes that are searched. Throws
+  // Reads the file once, so that the digest is that of exactly the bytes that are searched. Throws
   // what read_price_file and split_eras throw.
   explicit RunData(const SearchOptions& options);
 
@@ -29,7 +29,7 @@ struct RunData {
 };
 
 // Signals are comparable day by day when they were evaluated on the same days of the same prices at
-// the same costs: such runs share a pool.
+// the same costs: such runs share a signal pool.
 [[nodiscard]] PoolIdentity pool_identity(const SearchOptions& options, const RunData& data);
 
 // The row under which the store keeps the run.

@@ -21,7 +21,7 @@ class RunRecorder : public ResultRecorder {
  public:
   struct Settings {
     int best_count = 10;  // At most so many signals are kept as the best.
-    // By which all failures of a candidate are told, not only the first.
+    // By which all failures of a candidate are found, not only the first.
     GateThresholds gates;
     HardLimits limits;
   };
@@ -35,11 +35,11 @@ class RunRecorder : public ResultRecorder {
   // The seconds since the search began, for the progress shown.
   void set_clock(std::function<double()> elapsed_seconds);
 
-  // The outcome is in the store when this returns; then the observer is told.
+  // The outcome is in the store when this returns; then the observer is notified.
   genetic::Value record(const genetic::Value& graph, bool passed,
                         const genetic::Mapping& keywords) override;
   void record_metrics(const genetic::Mapping& metrics) override;
-  // What a sync of the submission queue did: the observer is told of each signal.
+  // What a sync of the submission queue did: the observer is notified of each signal.
   void settled(const SyncReport& report);
   void generation_done();
   // Shows the progress of the batch under way.

@@ -1,4 +1,4 @@
-// What a search on the embedded host is told.
+// The options of a search on the embedded host.
 #pragma once
 
 #include <cstdint>
@@ -50,14 +50,14 @@ struct SearchOptions {
   RandomGraphOptions graphs;
   // Costs in basis points of what is traded.
   double cost_basis_points = 5.0;
-  // Gates, limits, the pool, the eras and the market.
+  // Gates, limits, the signal pool, the eras and the market.
   HostConfig config;
 
   // The limit of one evaluation, and of its process's memory (absent is the host's default).
   double timeout_seconds = 60.0;
   std::optional<std::int64_t> worker_memory_limit_bytes;
 
-  // How many of the best signals are told at the end.
+  // How many of the best signals are reported at the end.
   int best_count = 10;
 };
 

@@ -10,7 +10,7 @@ namespace varnholt::embedded {
 // Reads the prices, opens the store, runs the genetic search until a limit or a signal ends it, and
 // stores every outcome.
 //
-// Bad input (options, prices, a store that is none) throws before anything is written:
+// Bad input (options, prices, an invalid store) throws before anything is written:
 // std::invalid_argument, PriceFileError, StoreError, or the template's genetic::TypeError and
 // genetic::ValueError. InterruptedAtOnce is thrown at the second interrupt.
 [[nodiscard]] SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,

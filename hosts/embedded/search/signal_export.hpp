@@ -17,8 +17,8 @@
 
 namespace varnholt::embedded {
 
-// An export that cannot be done as it was asked for. The text names the file and the remedy;
-// nothing was written.
+// An export that cannot be done as requested. The text names the file and the remedy; nothing was
+// written.
 class ExportError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -30,21 +30,21 @@ class ExportError : public std::runtime_error {
 [[nodiscard]] MarketData read_run_prices(const std::filesystem::path& path,
                                          std::string_view digest);
 
-// A row a day, a column an instrument, as those of `data`. Throws GraphError for a graph that says
-// nothing on these prices, and genetic::ValueError for a text that is no JSON.
+// A row a day, a column an instrument, as those of `data`. Throws GraphError for a graph that is
+// not valid on these prices, and genetic::ValueError for a text that is not JSON.
 [[nodiscard]] Panel history_weights(const MarketData& data, std::string_view graph_json);
 
 enum class Existing { IsKept, IsReplaced };
 
-// ExportError when write_weights would refuse to write there: to be asked before the weights are
-// made.
+// ExportError when write_weights would refuse to write there: to be called before the weights are
+// computed.
 void check_weights_path(const std::filesystem::path& path, Existing existing);
 
 // Writes the columns date,SYMBOL,... with the fewest digits that give back the same doubles. The
-// file is written beside its place and put there when it is whole, so that no one ever sees a part
-// of it, and a file that is replaced stays until then. Throws ExportError as check_weights_path
-// does, std::invalid_argument for weights of another shape than the prices, and std::system_error
-// when the file cannot be written; then what was there before is there still.
+// file is written beside its place and moved there when it is complete, so that nobody ever sees a
+// part of it, and a file that is replaced stays until then. Throws ExportError as
+// check_weights_path does, std::invalid_argument for weights of another shape than the prices, and
+// std::system_error when the file cannot be written; then an earlier file is unchanged.
 void write_weights(const std::filesystem::path& path, const MarketData& data, const Panel& weights,
                    Existing existing);
 

@@ -1,5 +1,5 @@
-// What became of a run's signals: those that joined the pool, on the days that the search saw and
-// on those that it never saw, beside the market that they have to beat.
+// The results of a run's signals: those that joined the signal pool, on the days that the search
+// saw and on those that it never saw, beside the market that they have to beat.
 #pragma once
 
 #include <cstdint>

@@ -1,7 +1,7 @@
-// How much one daily PnL series tells about another.
+// How strongly two daily PnL series depend on each other.
 //
-// Both measures are symmetric, and both take a series as a sample: the order of the days plays no
-// part, only which values fall on the same day. Series must be of equal length and finite;
+// Both measures are symmetric, and both take a series as a sample: the order of the days does not
+// matter, only which values fall on the same day. Series must be of equal length and finite;
 // std::invalid_argument otherwise.
 #pragma once
 
@@ -12,13 +12,13 @@
 
 namespace varnholt::embedded {
 
-// Pearson's coefficient of correlation, from -1 to 1. A constant series goes with nothing: 0.
-// It is blind to dependence that is no straight line.
+// Pearson's coefficient of correlation, from -1 to 1. A constant series correlates with nothing: 0.
+// It sees linear dependence only.
 [[nodiscard]] double pearson_correlation(const Eigen::ArrayXd& left, const Eigen::ArrayXd& right);
 
 // The neighbours that the estimator of mutual information looks for around each day. More of them
-// spread the estimate less and see less of fine structure; PnL series have little of that, and a
-// gate wants a steady figure.
+// lower the variance of the estimate and blur fine structure; PnL series have little of that, and a
+// gate needs a steady figure.
 inline constexpr int kNeighbours = 8;
 
 // A series made ready for comparisons: its values replaced by normal scores. The day whose value
@@ -52,7 +52,7 @@ class NormalScores {
 };
 
 // An estimate of the mutual information in nats: 0 for independent series, ln(n) or so for the
-// greatest that n days can show. It may come out a little below 0.
+// greatest that n days can show. It may be slightly negative.
 //
 // The estimator counts neighbours (A. Kraskov, H. Stoegbauer, P. Grassberger, "Estimating mutual
 // information", Phys. Rev. E 69, 066138, 2004, estimator 1):
@@ -60,7 +60,7 @@ class NormalScores {
 // where psi is the digamma function, and a and b count the other days that are nearer in the one
 // and in the other series than the day's k-th neighbour is in the plane of both, by the greater of
 // the two distances. k is `neighbours`; series with no more days than that throw
-// std::invalid_argument. A constant series tells nothing: 0.
+// std::invalid_argument. A constant series carries no information: 0.
 [[nodiscard]] double mutual_information(const NormalScores& left, const NormalScores& right,
                                         int neighbours = kNeighbours);
 [[nodiscard]] double mutual_information(const Eigen::ArrayXd& left, const Eigen::ArrayXd& right,

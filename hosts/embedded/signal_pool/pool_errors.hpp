@@ -1,5 +1,5 @@
-// Why a signal cannot be measured against its pool yet. Neither says anything about the signal
-// itself: it is to be tried again when the pool's data is ready.
+// Why a signal cannot be measured against its signal pool yet. Neither says anything about the
+// signal itself: it is to be tried again when the pool's data is ready.
 #pragma once
 
 #include <stdexcept>
@@ -8,7 +8,7 @@
 
 namespace varnholt::embedded {
 
-// The signal and the pool have too few days in common for a figure that means something.
+// The signal and the pool have too few days in common for a meaningful figure.
 class PoolMetricNotYetComputable : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -1,4 +1,4 @@
-// The two gates between a signal and the pool that it wants to join.
+// The two gates of the signal pool, which a signal passes to join it.
 #pragma once
 
 #include <optional>

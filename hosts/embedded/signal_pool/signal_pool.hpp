@@ -1,4 +1,4 @@
-// The pool of submitted signals that a new one is compared with.
+// The signal pool: the submitted signals that a new one is compared with.
 //
 //   SignalPool pool(store, {"alpha", 1, 3, data_key});
 //   if (!pool.refresh()) ...                      // Not confirmed: try again later.
@@ -23,7 +23,7 @@
 
 namespace varnholt::embedded {
 
-// With fewer days in common no figure means anything: the scatter of a correlation is 1/sqrt(days).
+// With fewer days in common no figure is meaningful: the scatter of a correlation is 1/sqrt(days).
 inline constexpr Eigen::Index kMinimumCommonDays = 40;
 
 // A measure that was made elsewhere, in a process that knew the same first members.
@@ -53,19 +53,19 @@ class SignalPool {
 
   [[nodiscard]] bool has_members() const noexcept { return !members_.empty(); }
 
-  // How a signal with this PnL stands to the members known from the last refresh. In an empty pool
-  // any PnL measures as new. Throws PoolPnlMissing when a member's PnL is not in the store or has
-  // other days, PoolMetricNotYetComputable when there are fewer than `minimum_days`, and
-  // std::invalid_argument when the PnL given has an entry that is no finite number.
+  // Measures a signal with this PnL against the members known from the last refresh. In an empty
+  // pool every signal is entirely new. Throws PoolPnlMissing when a member's PnL is not in the
+  // store or has other days, PoolMetricNotYetComputable when there are fewer than `minimum_days`,
+  // and std::invalid_argument when the PnL given has an entry that is no finite number.
   //
   // Mutual information takes as long as a backtest for each member. So the members that correlate
   // most are compared first, and the first one that brings the score below the least ends it: score
   // and information are then those beside this member. And a signal is measured when it is recorded
-  // and again when it is settled: what the last kRememberedMeasures signals came to is remembered,
-  // and only members that have joined since are compared.
+  // and again when it is settled: the measures of the last kRememberedMeasures signals are
+  // remembered, and only members that have joined since are compared.
   [[nodiscard]] PoolMeasure measure(const Eigen::ArrayXd& pnl);
 
-  // The same for another process that is to take the measure over; nothing where the pool has no
+  // The same for another process, which takes the measure over; nothing where the pool has no
   // members. It reads no store, so a forked child may call it. Throws as measure() does.
   [[nodiscard]] std::optional<PoolComparison> compare(const Eigen::ArrayXd& pnl);
   // Takes over what another process measured of this PnL, unless members were taken out meanwhile.

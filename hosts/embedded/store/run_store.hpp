@@ -1,12 +1,12 @@
-// What runs have found, kept in one file (docs/store-schema.md).
+// The results of runs, kept in one file (docs/store-schema.md).
 //
 //   const std::unique_ptr<RunStore> store = open_run_store("runs.db");
 //   const std::int64_t run = store->begin_run({...});
 //   store->record_evaluations(run, batch);
 //   store->end_run(run, now, "candidate_limit");
 //
-// What was enqueued for a pool of signals is in store.submissions() (submission_table.hpp). The
-// classes are what a database must do; SQLite is the one behind them (sqlite_run_store.hpp).
+// What was enqueued for a signal pool is in store.submissions() (submission_table.hpp). The classes
+// are what a database must do; SQLite is the one behind them (sqlite_run_store.hpp).
 //
 // What a call recorded is in the file when the call returns, and survives a kill -9 of the process;
 // a loss of power may take the last batches with it, but does not damage the file. Texts called

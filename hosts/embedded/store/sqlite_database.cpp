@@ -199,7 +199,7 @@ SqliteUse& SqliteUse::bind(const char* name, std::int64_t value) {
 }
 
 SqliteUse& SqliteUse::bind(const char* name, double value) {
-  // SQLite itself makes NULL of what is no number.
+  // SQLite itself makes NULL of anything but a number.
   return bound(::sqlite3_bind_double(statement_.handle_, parameter(name), value));
 }
 

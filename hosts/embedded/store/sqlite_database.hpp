@@ -19,7 +19,7 @@
 namespace varnholt::embedded {
 
 // One connection, used by the process that opened it. A forked child that touches it gets a
-// StoreError, and its copy is never closed: SQLite forbids to carry a connection over a fork.
+// StoreError, and its copy is never closed: SQLite forbids carrying a connection over a fork.
 class SqliteDatabase {
  public:
   // Opens the file for reading and writing and makes it if it is not there. A lock that another
@@ -83,8 +83,8 @@ class SqliteUse {
   ~SqliteUse();
 
   // What is not bound is NULL, and what is bound again has its last value. Texts must live until
-  // the last step. A real that is no number is stored as NULL, a series as the bytes of its doubles
-  // (IEEE 754, 8 bytes each, the lowest first), a truth value as 0 or 1.
+  // the last step. A real that is not a number is stored as NULL, a series as the bytes of its
+  // doubles (IEEE 754, 8 bytes each, the lowest first), a truth value as 0 or 1.
   SqliteUse& bind(const char* name, std::int64_t value);
   SqliteUse& bind(const char* name, double value);
   SqliteUse& bind(const char* name, std::string_view value);

@@ -1,4 +1,4 @@
-// Single runs and evaluations, read: what a store to write and one that is only looked at share.
+// Single runs and evaluations, read: shared by the store and its reader.
 #pragma once
 
 #include <cstdint>

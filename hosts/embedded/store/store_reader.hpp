@@ -1,4 +1,4 @@
-// A store that is only looked at.
+// A store opened for reading only.
 //
 // Opening a RunStore makes the file when it is not there, brings old tables up to date, and marks
 // the runs of dead processes as interrupted. Commands that look do none of that: they read the
@@ -40,8 +40,8 @@ class StoreReader {
   [[nodiscard]] virtual SubmissionTable& submissions() noexcept = 0;
 };
 
-// Throws StoreError for a file that is not there, that is no store, or whose tables are of another
-// version than this program's.
+// Throws StoreError for a file that is not there, that is not a store, or whose tables are of
+// another version than this program's.
 [[nodiscard]] std::unique_ptr<StoreReader> open_store_reader(const std::filesystem::path& path);
 
 }  // namespace varnholt::embedded

@@ -16,7 +16,7 @@ struct RunStart {
   std::int64_t seed = 0;
   std::string settings_json;
   std::string price_file;
-  // Names the very bytes of the price file.
+  // The SHA-256 of the price file's bytes.
   std::string price_digest;
   std::string host_version;
 
@@ -35,7 +35,7 @@ struct RunStart {
 struct RunRecord {
   std::int64_t id = 0;
   RunStart start;
-  // That runs it or ran it.
+  // The process that runs it or ran it.
   ProcessIdentity process = {};
   // Both absent while the run goes on.
   std::optional<double> ended_at;
@@ -53,7 +53,7 @@ struct EvaluationRecord {
   std::optional<std::string> failure_reason;
   std::optional<std::string> failure_detail;
   std::string statistics_json;
-  // Repeated from the statistics, to sort by. One that is no number counts as absent.
+  // Repeated from the statistics, to sort by. One that is not a number counts as absent.
   std::optional<double> sharpe;
   std::optional<double> quality_score;
   double elapsed_seconds = 0;

@@ -1,5 +1,5 @@
-// The relations of the store: every column that is bound or read, once (docs/store-schema.md tells
-// what they mean; store_schema.hpp makes them).
+// The relations of the store: every column that is bound or read, once (docs/store-schema.md
+// documents them; store_schema.hpp makes them).
 #pragma once
 
 #include "hosts/embedded/store/sqlite_relation.hpp"

@@ -37,7 +37,8 @@ struct NewSubmission {
   PoolIdentity pool;
   // Of an evaluation that is in the store.
   std::string eval_id;
-  // The mark that the search put on the payload because the pool could not be measured.
+  // The mark that the search put on the payload because the candidate could not be measured against
+  // the signal pool.
   std::optional<std::string> pending_reason;
   std::string payload_json;
   // Fractions of the capital earned a day, after costs.

@@ -5,9 +5,9 @@
 //   const SyncReport report = queue.sync();
 //
 // The search measures each signal against the pool as it is at that moment; two signals of one
-// generation that are much the same can so both pass. Therefore nothing counts as submitted by
-// being enqueued: a sync settles the queued payloads in the order of enqueueing, each by the same
-// two gates against the pool as the one before has left it. Whether the search marked a payload as
+// generation that are alike can thus both pass. Therefore nothing counts as submitted by being
+// enqueued: a sync settles the queued payloads in the order of enqueueing, each by the same two
+// gates against the pool as the one before has left it. Whether the search marked a payload as
 // pending makes no difference. What a run left in the queue when it died is settled by the next
 // sync of any run on the same pool.
 //

@@ -1,19 +1,19 @@
-// How signals reach a search.
+// How the signals of the operating system reach a search.
 #pragma once
 
 #include <csignal>
 
 namespace varnholt::embedded {
 
-// Counted up by the program's signal handler, read by the search. The search installs no handler.
+// Incremented by the program's signal handler, read by the search. The search installs no handler.
 // The first request ends the search in good order: evaluations under way are cancelled, the results
 // so far are recorded, the metrics record is written. The second ends it at once.
 struct InterruptFlag {
   volatile std::sig_atomic_t requests = 0;
 };
 
-// Leaves the search at the second request, after all children have been killed and reaped. It is no
-// std::exception: nothing that guards against ordinary errors may hold it up.
+// Leaves the search at the second request, after all children have been killed and reaped. It does
+// not derive from std::exception: nothing that catches ordinary errors may stop it.
 struct InterruptedAtOnce {};
 
 }  // namespace varnholt::embedded

@@ -8,7 +8,7 @@
 
 namespace varnholt::embedded {
 
-// Sleeps for `seconds`, or less when a signal comes: whoever waits then looks what it was.
+// Sleeps for `seconds`, or less when a signal arrives: the caller then checks which.
 inline void sleep_interruptibly(double seconds) {
   const double whole = std::floor(std::max(seconds, 0.0));
   const double rest = std::max(seconds, 0.0) - whole;

@@ -1,5 +1,5 @@
-// What this process may take of its machine: processors and memory, within the machine and within
-// the control groups that it belongs to.
+// The processors and the memory that this process may use, by the machine and by the control groups
+// that it belongs to.
 #pragma once
 
 #include <cstdint>
@@ -23,13 +23,13 @@ struct MachineLimits {
   [[nodiscard]] int busy_workers() const;
 };
 
-// Where the kernel shows it. Control groups of version 2 are read, and the controllers "cpu" and
-// "memory" of version 1; what is not there is no limit.
+// Read from where the kernel shows them. Control groups of version 2 are read, and the controllers
+// "cpu" and "memory" of version 1; what is not there is no limit.
 [[nodiscard]] MachineLimits read_machine_limits(
     const std::string& proc = "/proc", const std::string& control_groups = "/sys/fs/cgroup");
 
 // What this process has mapped, shared memory included: what RLIMIT_AS counts. Nothing where /proc
-// does not tell.
+// does not show it.
 [[nodiscard]] std::optional<std::uint64_t> mapped_bytes(const std::string& proc = "/proc");
 
 }  // namespace varnholt::embedded

@@ -1,7 +1,7 @@
-// Which process a run belongs to, in a form that is still good after the process is gone.
+// Which process a run belongs to, in a form that stays valid after the process is gone.
 //
-// A process number alone names whoever has it now. With the moment of the process's start and the
-// boot of the machine it names one process for ever; the number holds within one namespace only, so
+// A process id alone names whichever process has it now. With the moment of the process's start and
+// the boot of the machine it names one process for ever; the id holds within one namespace only, so
 // that is kept too (two containers may share a store).
 #pragma once
 

@@ -18,8 +18,8 @@ enum class ReadTrouble : std::uint8_t {
   IsTooLarge
 };
 
-// "is a folder", "cannot be opened: No such file or directory" and so on: who reads the file knows
-// what it is, puts its name before this and the remedy behind it.
+// "is a folder", "cannot be opened: No such file or directory" and so on: the caller, who knows
+// what the file is for, puts its name before this and the remedy behind it.
 struct FileBytes {
   std::string bytes;  // Whole only without trouble.
   ReadTrouble trouble = ReadTrouble::None;

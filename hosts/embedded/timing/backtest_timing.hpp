@@ -13,7 +13,7 @@
 //
 // The last two are its process identity. A timing has both of them or neither.
 //
-// Timings reach the search by several roads (on the candidate, in the evidence of the attempt, in
+// Timings reach the search in several places (on the candidate, in the evidence of the attempt, in
 // the submission payload) and must agree there. So every validation gives the same normal form: a
 // new mapping of the entries in order, its times as reals.
 #pragma once
@@ -39,7 +39,7 @@ inline constexpr genetic::Key kProcessStarted = genetic::key<"process_started">(
 [[nodiscard]] std::string graph_timing_key(const genetic::Value& graph);
 
 // The timing in its normal form. Every error names the field and what it holds.
-// genetic::TypeError for what is no mapping and for a field of another type;
+// genetic::TypeError for anything but a mapping and for a field of another type;
 // genetic::ValueError for a field that is missing, unknown or out of range (a key that is no
 // digest, a time that is negative or not finite, a process number below 1), and for half an
 // identity; genetic::OverflowError for a number that no field can hold.

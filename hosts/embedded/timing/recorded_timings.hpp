@@ -28,14 +28,14 @@ class RecordedTimings {
   // genetic::ValueError for a timing that was measured in another process.
   void record(const genetic::Value& graph, const genetic::Value& timing);
 
-  // The timing that was recorded for `graph`, which is recorded no longer then; absent when there
-  // is none. With `include_identity` false it comes without its process identity.
+  // The timing that was recorded for `graph`, which is then removed; absent when none was recorded.
+  // With `include_identity` false it comes without its process identity.
   [[nodiscard]] genetic::Value consume(const genetic::Value& graph, bool include_identity);
 
-  // The same where a timing of the graph has come by another road. One that is recorded must be
+  // The same where a timing of the graph has also come from elsewhere. One that is recorded must be
   // equal to it, in whatever of the process identity the given one has; it is consumed. Where none
-  // is recorded (it was measured in another process, or consumed already) the given one is taken
-  // as it is, if it is valid. An absent `timing` is none. Fails as
+  // is recorded (it was measured in another process, or consumed already) the given one is taken as
+  // it is, if it is valid. An absent `timing` counts as none given. Fails as
   // validate_graph_backtest_timing_payload does, and with genetic::ValueError for two timings that
   // disagree, of which the recorded one stays.
   [[nodiscard]] genetic::Value consume(const genetic::Value& graph, const genetic::Value& timing,

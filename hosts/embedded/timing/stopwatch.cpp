@@ -42,7 +42,7 @@ BacktestStopwatch::BacktestStopwatch(TimingClock& clock, const ProcessIdentity& 
       cpu_start_(clock.cpu_seconds()) {}
 
 genetic::Mapping BacktestStopwatch::timing(const genetic::Value& graph) const {
-  // The clocks are read before the graph's key is worked out, which is no part of the backtest.
+  // The clocks are read before the graph's key is computed, which is no part of the backtest.
   const double cpu_seconds = clock_.cpu_seconds() - cpu_start_;
   const double elapsed_seconds = clock_.monotonic_seconds() - monotonic_start_;
   return validate_process_backtest_timing_payload(

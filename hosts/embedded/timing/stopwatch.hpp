@@ -12,7 +12,7 @@
 
 namespace varnholt::embedded {
 
-// The three clocks of a timing, in seconds, so that tests can tell the time.
+// The three clocks of a timing, in seconds, so that tests can set the time.
 class TimingClock {
  public:
   virtual ~TimingClock() = default;
@@ -31,8 +31,8 @@ class SystemTimingClock : public TimingClock {
   double cpu_seconds() override;
 };
 
-// Runs from its construction on. The clock must outlive it. `process` is the process that it runs
-// in: after a fork the child's own, not the parent's.
+// Starts when it is constructed. The clock must outlive it. `process` is the process that it runs
+// in: after a fork the child, not the parent.
 class BacktestStopwatch {
  public:
   BacktestStopwatch(TimingClock& clock, const ProcessIdentity& process);

@@ -21,8 +21,8 @@ struct ExpressionStep {
   friend bool operator==(const ExpressionStep&, const ExpressionStep&) = default;
 };
 
-// The steps of a signal, each after its inputs; the last one is the signal itself. Subtrees that
-// say the same are one step.
+// The steps of a signal, each after its inputs; the last one is the signal itself. Equal subtrees
+// are one step.
 struct Expression {
   std::vector<ExpressionStep> steps;
   GraphShape shape;

@@ -1,4 +1,4 @@
-// Whether a graph says something in a vocabulary.
+// Whether a graph is valid in a vocabulary.
 //
 // The rules:
 // - every node follows graph_node.hpp;

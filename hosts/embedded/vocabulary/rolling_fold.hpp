@@ -1,10 +1,10 @@
-// A rolling aggregate in constant time a day, without subtracting.
+// A rolling aggregate in constant time per day, without subtraction.
 //
 // The usual running sum adds the value that comes in and subtracts the one that goes out; its
-// rounding errors pile up over the whole history, and a value of 1e12 leaves a trace for ever. Here
-// the days are cut into blocks of one window's length. A window then covers the end of one block
-// and the beginning of the next, and its aggregate is the fold of a suffix of the former with a
-// prefix of the latter, both built one value at a time (the method of van Herk, 1992, and of Gil
+// rounding errors pile up over the whole history, and a value of 1e12 leaves an error for ever.
+// Here the days are cut into blocks of one window's length. A window then covers the end of one
+// block and the beginning of the next, and its aggregate is the fold of a suffix of the former with
+// a prefix of the latter, both built one value at a time (the method of van Herk, 1992, and of Gil
 // and Werman, 1993, for running minima; it serves for every associative fold). Nothing outside the
 // window enters its aggregate, so neither a NaN nor a rounding error outlives its window, and
 // nothing after the last day of the window does either.

@@ -2,7 +2,7 @@
 //
 // A graph is made of three kinds of node: features (what the market data hold), rotations (the
 // functions of panel_functions.hpp) and windows (how many days a rotation looks back). The table
-// tells of each function what arguments it takes and how often a random graph chooses it.
+// has, for each function, the arguments that it takes and how often a random graph chooses it.
 #pragma once
 
 #include <optional>
@@ -32,7 +32,7 @@ using TwoPanelFunction = Panel (*)(const Panel&, const Panel&);
 using WindowFunction = Panel (*)(const Panel&, Eigen::Index);
 using TwoPanelWindowFunction = Panel (*)(const Panel&, const Panel&, Eigen::Index);
 
-// What a function means, for people. x and y are its panels, n is its window in days.
+// What a function means, for the documentation. x and y are its panels, n is its window in days.
 struct FunctionText {
   std::string_view formula;
   std::string_view unknown;  // When the result is NaN, beside the rule of its family.
@@ -63,7 +63,7 @@ struct FunctionEntry {
   }
 };
 
-// What can be said about one set of market data. The order of the entries is fixed, because random
+// The vocabulary for one set of market data. The order of the entries is fixed, because random
 // choices go through it.
 struct Vocabulary {
   std::vector<FeatureEntry> features;

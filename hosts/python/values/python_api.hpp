@@ -35,7 +35,7 @@ nb::object call_method(nb::handle object, const char* name,
 [[nodiscard]] nb::object attribute(nb::handle object, const char* name);
 [[nodiscard]] nb::object attribute(nb::handle object, nb::handle name);
 // The attribute, or nothing when reading it raises AttributeError. Every other failure passes.
-// TypeError for a name that is no text.
+// TypeError for a name that is not a text.
 [[nodiscard]] std::optional<nb::object> find_attribute(nb::handle object, nb::handle name);
 [[nodiscard]] std::optional<nb::object> find_attribute(nb::handle object, std::string_view name);
 // getattr(object, name, None).

@@ -91,7 +91,7 @@ nb::object object_behind(const genetic::HostObject& object) {
     return python->object();
   }
   switch (object.exact_kind()) {
-    case Kind::kReal:  // A NaN that was worked out here.
+    case Kind::kReal:  // A NaN that was computed here.
       return checked(PyFloat_FromDouble(object.to_float()));
     case Kind::kInteger:
       return checked(PyLong_FromString(object.repr().c_str(), nullptr, 10));

@@ -6,7 +6,7 @@
 namespace varnholt::genetic {
 
 Value context_max_depth(SearchContext& context) {
-  // The read is guarded with the conversion: an attribute may be worked out when it is read.
+  // The read is guarded with the conversion: an attribute may be computed when it is read.
   const std::optional<Value> depth =
       tolerate([&context] { return to_integer(context.max_depth().value_or(0)); });
   if (!depth || less(*depth, 1)) return {};

@@ -1,4 +1,4 @@
-// The thresholds that a context's candidates are gated by.
+// The thresholds that a context's candidates must meet.
 #pragma once
 
 #include "search_templates/genetic/host/gates.hpp"
@@ -9,8 +9,8 @@ namespace varnholt::genetic {
 
 // The host's threshold set of the context's merged thresholds: the attribute "thresholds", then
 // "_thresholds", then what the operation `search_context_thresholds` gives; a later entry replaces
-// an earlier one. What is no mapping, or empty, adds nothing, and an ordinary failure of that one
-// operation counts as nothing; every other failure passes.
+// an earlier one. Anything that is empty or not a mapping adds nothing, and an ordinary failure of
+// that one operation counts as nothing; every other failure propagates.
 //
 // The era configuration is "era_config" unless that is absent, then "_era_config": the opposite of
 // `context_era_config`, on purpose.

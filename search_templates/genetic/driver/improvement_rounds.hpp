@@ -44,7 +44,7 @@ struct ImprovementOutcome {
 //
 // A batch of improvements whose process evaluation fails ends the rounds with the error's own
 // reason and stands in the generation as failed, untimed results; an error that is fatal to the
-// search leaves as it is.
+// search propagates unchanged.
 [[nodiscard]] ImprovementOutcome run_improvement_rounds(const ImprovementScope& scope,
                                                         List& generation_results);
 

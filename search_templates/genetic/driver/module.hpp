@@ -1,7 +1,7 @@
 // The module as a whole: its constants, its entry points, and what a host may replace on it.
 //
 // A module is made over a host, reads the host's settings once when it is made, and holds no other
-// state. Nothing of it is global: two modules over two hosts know nothing of each other.
+// state. Nothing of it is global: two modules over two hosts are independent.
 #pragma once
 
 #include <memory>
@@ -34,13 +34,13 @@ class Module {
   // Runs a search with the settings of a template, or of anything that answers like one.
   void run(SearchContext& context, SearchConfig& config);
 
-  // The default time-out, read from the host at each call.
+  // The default timeout, read from the host at each call.
   [[nodiscard]] Value default_process_timeout_seconds() const;
 
   [[nodiscard]] Host& host() const { return host_; }
   [[nodiscard]] const ModuleConstants& constants() const { return *constants_; }
   [[nodiscard]] FreshCandidates& fresh_candidates() const { return *fresh_candidates_; }
-  // Puts another source of fresh random graphs in place.
+  // Replaces the source of fresh random graphs.
   void replace_fresh_candidates(std::unique_ptr<FreshCandidates> fresh_candidates);
 
  private:

@@ -19,7 +19,7 @@ class RunCounters {
   void count_duplicates(std::int64_t duplicates);
   // Results that were recorded, with the seconds that they took.
   void count_candidates(const Value& results);
-  // The same without the seconds, for results that no process has given.
+  // The same without the seconds, for results that no process has returned.
   void count_untimed_candidates(const Value& results);
   void count_improvement_round() { ++improvement_round_count_; }
 
@@ -28,9 +28,9 @@ class RunCounters {
   Value count_process_evaluation_failures(const Value& error);
 
   // Follows how many candidates in a row met a runtime that was not ready, over the whole run, and
-  // ends the run when they are too many: logs, records the metrics, tells the host's fatal callback
+  // ends the run when they are too many: logs, records the metrics, calls the host's fatal callback
   // and throws the host's BackgroundInfrastructureError. The limit is tested once, after all the
-  // results. A candidate lost with its process neither grows nor breaks the row, on purpose.
+  // results. A candidate lost with its process neither extends nor breaks the row, on purpose.
   void count_runtime_not_ready_results(const Value& results);
 
   // Writes the metrics record. Its figures are reconciled: the unique graphs are the candidates,

@@ -11,7 +11,7 @@
 
 namespace varnholt::genetic {
 
-// What a run has to tell when it ends.
+// What a run reports when it ends.
 struct RunFigures {
   Value process_count;
   Value candidate_count;
@@ -25,12 +25,12 @@ struct RunFigures {
 };
 
 // Whether a keyword of that name can be passed: the callable has a parameter of the name that takes
-// keywords, or takes any keyword. True when its parameters cannot be told.
+// keywords, or takes any keyword. True when its parameters are unknown.
 [[nodiscard]] bool callable_accepts_keyword(const Callable& callable, std::string_view keyword);
 
 // Calls the context's recorder with the record's thirteen entries as keywords, less those of six
 // that it does not accept; the other seven are always passed. Without a recorder nothing is
-// reported. The recorder's own errors pass.
+// reported. The recorder's own errors propagate.
 void record_search_run_metrics(SearchContext& context, const SearchConfig& config,
                                const RunFigures& figures);
 

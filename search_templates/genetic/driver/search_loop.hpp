@@ -10,7 +10,7 @@
 // A run has no state beyond its call but the random state in its configuration and what the host
 // has recorded. It writes exactly one metrics record, with two exceptions: none for a process
 // priority that cannot be set, and none for an error of the host or the recording that it does not
-// expect. Such an error leaves the run as it is.
+// expect. Such an error propagates unchanged.
 #pragma once
 
 #include "search_templates/genetic/host/search_context.hpp"
@@ -19,8 +19,8 @@
 
 namespace varnholt::genetic {
 
-// Runs one search. Everything that it finds leaves through the host. Runs on the calling thread;
-// the stop event is read from the context before each turn.
+// Runs one search. Everything that it finds goes to the host. Runs on the calling thread; the stop
+// event is read from the context before each turn.
 void run_genetic_search(const SearchEnvironment& environment, SearchContext& context,
                         SearchConfig& config);
 

@@ -92,7 +92,7 @@ StatisticsNumbers statistics_numbers(const Value& stats) {
 
 EvaluationFailure evaluation_exception_failure(RuntimeReadiness& runtime, const Value& error) {
   if (runtime.is_sdk_runtime_not_ready_error(error)) {
-    // One statement each, since the operands of one sum would be worked out in any order.
+    // One statement each, since the operands of one sum would be computed in any order.
     std::string detail = str(runtime.sdk_runtime_not_ready_rejection_detail());
     detail += " Cause: ";
     detail += type_name(error);

@@ -1,9 +1,9 @@
 // The candidate result record: the one shape of every outcome.
 //
-// Whatever happened to a candidate (a passing backtest, a gate's rejection, an exception in the
-// evaluator, a worker process that died) ends as one mapping with the keys of `keys.hpp`, and every
-// failure stands in its entry "failures" under its reason. The rest of the search reads nothing
-// else.
+// Every outcome of a candidate (a passing backtest, a gate's rejection, an exception in the
+// evaluator, a worker process that died) is one mapping with the keys of `keys.hpp`, and every
+// failure stands in its entry "failures" under its reason. The rest of the search reads only this
+// record.
 //
 // Error objects are values: the host's exceptions, or `error_object` of one of ours.
 #pragma once
@@ -38,27 +38,28 @@ struct EvaluationFailure {
                                                              const Value& error);
 
 // Why a candidate failed. `tracking_metric_kwargs` is a new mapping; the record's own is never
-// written to. `reason` and `detail` are absent where nothing is known.
+// written to. `reason` and `detail` are absent where they are unknown.
 struct DerivedFailure {
   Value reason;
   Value detail;
   Mapping tracking_metric_kwargs;
 };
 
-// Takes the record's rejection reason, or what its tracking values say, or asks the host to derive
-// a reason from the statistics. An evaluator's exception with statistics in hand is inferred from
-// the statistics as well.
+// Takes the record's rejection reason, or that of its tracking values, or asks the host to derive
+// one from the statistics. For an exception of the evaluator that left statistics the reason is
+// derived from these as well.
 [[nodiscard]] DerivedFailure derive_candidate_failure(SearchContext& context, const Mapping& record,
                                                       const Value& stats);
 
 // The record of a candidate whose evaluator threw `error`: 12 keys. A missing or malformed
-// evaluator's record counts as an empty one, and a failure to record is logged and swallowed; what
-// the host's evidence and verdict operations throw, and a correlation that is not finite, passes.
+// record of the evaluator counts as an empty one, and a failure to record is logged and swallowed;
+// what the host's evidence and verdict operations throw, and the error for a correlation that is
+// not finite, propagates.
 [[nodiscard]] Mapping candidate_exception_result(Host& host, SearchContext& context,
                                                  const Value& graph, const Value& error);
 
 // The record of a candidate whose process failed: 11 keys, without "attempt_evidence", on purpose.
-// Nothing of it comes from the context.
+// Nothing in it comes from the context.
 [[nodiscard]] Mapping candidate_process_evaluation_error_result(
     ProcessEvaluation& process_evaluation, EvaluationVerdicts& verdicts, const Value& graph,
     const Value& error);

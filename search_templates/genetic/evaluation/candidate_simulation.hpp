@@ -1,4 +1,4 @@
-// One candidate through the host's evaluator.
+// Evaluates one candidate with the host's evaluator.
 #pragma once
 
 #include "search_templates/genetic/host/host.hpp"
@@ -8,10 +8,10 @@
 namespace varnholt::genetic {
 
 // The candidate result record of one evaluation. Runs in a worker process. An ordinary error of the
-// evaluator becomes a record; whatever comes after its call passes. The submission payload is a
-// copy of the first that the evaluator returned, so that later writes never reach the evaluator's
-// own. A result that passes or whose backtest was completed carries the backtest's timing
-// (submission/backtest_timing.hpp).
+// evaluator becomes a record; whatever is thrown after its call propagates. The submission payload
+// is a copy of the first that the evaluator returned, so that later writes never reach the
+// evaluator's own. A result that passes or whose backtest was completed carries the backtest's
+// timing (submission/backtest_timing.hpp).
 //
 // RuntimeError "genetic search requires the canonical SearchContext evaluator" without an
 // evaluator.

@@ -1,4 +1,4 @@
-// The types of nodes that the search itself knows: those that bring data into a graph. All others
+// The types of nodes that the search itself knows: those that carry the data of a graph. All others
 // are the host's own.
 #pragma once
 

@@ -1,4 +1,4 @@
-// The test of what is plain graph data, and the walk over it that every form of a graph shares.
+// The test for plain graph data, and the walk over it that all forms of a graph share.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +14,7 @@ namespace varnholt::genetic {
 
 enum class PlainKind : std::uint8_t { kMapping, kList, kScalar };
 
-// What the functions below throw.
+// The texts of what the functions below throw.
 [[noreturn]] void refuse_value();
 [[noreturn]] void refuse_key();
 [[noreturn]] void refuse_depth();
@@ -23,15 +23,15 @@ inline void require_depth(int depth) {
   if (depth > kMaximumNesting) refuse_depth();
 }
 
-// What a value is as plain graph data at `depth` levels below the root. Throws TypeError for what
-// is not plain, RecursionError for what lies too deep.
+// What a value is as plain graph data at `depth` levels below the root. Throws TypeError for a
+// value that is not plain, RecursionError for one nested too deep.
 [[nodiscard]] inline PlainKind plain_kind(const Value& value, int depth) {
   if (value.is_scalar()) return PlainKind::kScalar;
   if (value.is_mapping() || value.is_list()) {
     require_depth(depth);
     return value.is_list() ? PlainKind::kList : PlainKind::kMapping;
   }
-  // An object may be a scalar that our kinds do not hold; a tuple is none.
+  // An object may be a scalar that our kinds cannot hold; a tuple is not plain.
   if (value.is_tuple() || exact_kind(value) == Kind::kObject) refuse_value();
   return PlainKind::kScalar;
 }
@@ -40,7 +40,7 @@ inline void require_plain_key(const Value& key) {
   if (!key.is_text() && exact_kind(key) != Kind::kText) refuse_key();
 }
 
-// Calls `visit(key, value)` for each entry of a mapping, in order. A key that is no text fails
+// Calls `visit(key, value)` for each entry of a mapping, in order. A key that is not a text fails
 // before its value is looked at; entries before it have been visited by then.
 template <typename Visit>
 void for_each_entry(const Value& mapping, const Visit& visit) {
@@ -59,9 +59,9 @@ void for_each_item(const Value& list, const Visit& visit) {
     visit(*item);
 }
 
-// Tests a graph whose lists and mappings all are the library's own, and tells what a copy of them
-// takes in one block of memory. Nothing when it meets a container of the host: what follows is then
-// not tested. Throws as plain_kind and for_each_entry do.
+// Tests a graph whose lists and mappings are all the library's own, and returns the bytes that a
+// copy of them takes in one block of memory. Nothing at the first container of the host: what
+// follows it is then not tested. Throws as plain_kind and for_each_entry do.
 [[nodiscard]] std::optional<std::size_t> native_tree_bytes(const Value& graph);
 
 }  // namespace varnholt::genetic

@@ -154,7 +154,7 @@ class StructuralKeyEncoder {
     }
   }
 
-  // A scalar that is no text.
+  // A scalar that is not a text.
   [[gnu::noinline]] void append_scalar(const Value& value) {
     switch (value.kind()) {
       case Kind::kAbsent:

@@ -2,7 +2,8 @@
 //
 // A key stands for a graph's frozen form, and two keys are equal exactly when the frozen forms are:
 // the order of a mapping's keys counts, 1, 1.0 and true are one scalar, a NaN equals only the very
-// same NaN. It is no digest: a compact canonical encoding of the form, with its hash beside it.
+// same NaN. It is not a digest but a compact canonical encoding of the form, with its hash beside
+// it.
 #pragma once
 
 #include <cstdint>

@@ -1,9 +1,9 @@
 // The host's markers of attempts under way, and the shape of the data that an attempt declares.
 //
-// A marker is a note that a candidate is being evaluated, for whoever looks on. The parent opens it
-// when the pool says that a candidate was started, and closes it when it was heard of again, or at
-// the end of the attempt at the latest. It decides nothing: a host that overrides nothing keeps
-// none.
+// A marker is a note that a candidate is being evaluated, for observers. The parent opens it when
+// the worker pool reports that a candidate was started, and closes it at the next report on that
+// candidate, at the latest at the end of the attempt. It decides nothing: a host that overrides
+// nothing keeps none.
 #pragma once
 
 #include <string_view>

@@ -64,7 +64,7 @@ class AttemptTracker {
   [[nodiscard]] virtual Finalize finalize_simulation_attempt() = 0;
 
   // Both are called right after the row is created, in this order, before the child is let into its
-  // backtest: when the second has returned, the row tells that the backtest is running.
+  // backtest: when the second has returned, the row shows the backtest as running.
   virtual void mark_simulation_attempt_dispatched(const Value& attempt_id) = 0;
   virtual void mark_simulation_attempt_backtest_started(const Value& attempt_id) = 0;
 };

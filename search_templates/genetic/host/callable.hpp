@@ -2,8 +2,8 @@
 //
 // There are two forms of that one idea. An Operation has parameters that the library fixes, named
 // where it is asked for. A Callable is called as the host's language calls its functions, with
-// positional and keyword arguments, and can tell which it accepts: for what is handed through to
-// the host, and for what a host may write in several ways.
+// positional and keyword arguments, and knows which it accepts: for arguments that are passed
+// through to the host, and for operations that a host may write in several ways.
 #pragma once
 
 #include <functional>
@@ -40,14 +40,14 @@ class CallableBody {
  public:
   virtual ~CallableBody() = default;
 
-  // Whatever the operation throws leaves unchanged.
+  // Whatever the operation throws propagates unchanged.
   virtual Value call(std::span<const Value> positional, const Mapping& keywords) = 0;
-  // The parameters in order, or nothing when the host cannot tell them.
+  // The parameters in order, or nothing when they are unknown.
   [[nodiscard]] virtual std::optional<std::vector<Parameter>> signature() const = 0;
 };
 
-// An operation, or none: what is missing in the host and what is there but cannot be called are
-// the same empty Callable.
+// An operation, or none: an operation that the host lacks and one that is there but cannot be
+// called are the same empty Callable.
 class Callable {
  public:
   Callable() = default;

@@ -11,7 +11,7 @@ class Eliteness {
 
   // Called in the parent with the candidate's whole record and the keywords
   // `sibling_correlations`, `pool_correlation`, `diversity_weight`, `parsimony_weight`. Returns a
-  // number. How often it is asked, for what and in what order, is behaviour.
+  // number. How often it is called, for which candidates and in which order, is behaviour.
   [[nodiscard]] virtual Value score_candidate(const Value& candidate, const Mapping& keywords) = 0;
 };
 

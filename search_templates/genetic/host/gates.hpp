@@ -1,9 +1,9 @@
 // The gates: the thresholds that a candidate's statistics must meet, and what is kept of a failure.
 //
 // The evaluator of the host judges a candidate and stops at the first gate that fails. The search
-// asks these operations afterwards, in the parent: to learn of a failed candidate which other gates
-// it fails and by how much (is it worth a repair?), and to write down the two gates that it judges
-// itself, those against the pool.
+// calls these operations afterwards, in the parent: to learn which other gates a failed candidate
+// fails and by how much (is it worth a repair?), and to record the two gates that it judges itself,
+// those of the signal pool.
 //
 // A host without gates overrides nothing: then there are no thresholds, nothing is judged a second
 // time, and verdicts are plain mappings of the search.
@@ -48,8 +48,8 @@ class Gates {
   virtual ~Gates() = default;
 
   // Makes a threshold set, opaque but for its truth: false says that there is nothing to judge. Of
-  // the context's merged thresholds and the era configuration, or absent. A failure passes, unless
-  // the caller only wants to tell a threshold.
+  // the context's merged thresholds and the era configuration, or absent. A failure propagates,
+  // unless the caller only wants a threshold to report.
   [[nodiscard]] virtual Value stats_gate_threshold_set(const Mapping& /*thresholds*/,
                                                        const Value& /*era_config*/) {
     return {};
@@ -64,7 +64,7 @@ class Gates {
                                                        const Value& /*threshold_set*/) {
     return {};
   }
-  // The reason and the metric of one gate failure. Whatever they throw passes.
+  // The reason and the metric of one gate failure. Whatever they throw propagates.
   [[nodiscard]] virtual Value threshold_gate_failure_reason(const Value& /*gate_failure*/) {
     return {};
   }
@@ -74,17 +74,18 @@ class Gates {
 
   // The detail under which a failure is recorded: a mapping with "value" and "threshold", or its
   // JSON text, so that a repair can read how far the candidate missed. Looked up first, because
-  // what is said where it is missing differs from caller to caller.
+  // each caller has its own error for a missing operation.
   [[nodiscard]] virtual DetailOperation find_recorded_failure_detail() { return {}; }
-  // The same operation for a caller that cannot do without: AttributeError when there is none.
+  // The same operation for a caller that requires it: AttributeError when there is none.
   [[nodiscard]] virtual Value recorded_failure_detail(const FailureEvidence& evidence) {
     const DetailOperation operation = find_recorded_failure_detail();
     if (!operation) throw AttributeError("the host has no operation recorded_failure_detail");
     return operation(evidence);
   }
 
-  // The verdict on a gate against the pool. A failure is told by the first where there is one,
-  // otherwise by the second; a pass by the second; a mapping of the search where there is neither.
+  // The verdict on a gate of the signal pool. A failed one is made by the first where there is one,
+  // otherwise by the second; a passed one by the second; without either it is a mapping of the
+  // search.
   [[nodiscard]] virtual VerdictOperation find_failed_gate_verdict() { return {}; }
   [[nodiscard]] virtual VerdictOperation find_gate_verdict() { return {}; }
 };

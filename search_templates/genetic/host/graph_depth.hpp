@@ -11,7 +11,7 @@ class GraphDepth {
 
   // Asked in the parent while a batch is composed, for a graph that is a mapping, and only where
   // the context has a depth limit. Returns a number. TypeError, ValueError and OverflowError keep
-  // the graph out of the batch; any other failure passes.
+  // the graph out of the batch; any other failure propagates.
   [[nodiscard]] virtual Value graph_depth_for_attempt_marker(const Value& graph) = 0;
 };
 

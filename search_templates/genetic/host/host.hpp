@@ -1,8 +1,7 @@
 // Everything that the search asks of its host, in one bundle.
 //
-// Each subject is an abstract class of its own; a host derives from those that it has something to
-// say to, and answers for itself. One object may be several of them. What a host may leave out has
-// a default here: what it needs nothing of, it does not mention.
+// Each subject is an abstract class of its own; a host derives from those that it implements. One
+// object may implement several of them. What a host may leave out has a default here.
 //
 // All calls come from the one thread of the search, in the parent process unless the class says
 // otherwise. The bundle and what it gives must outlive every use of the library.

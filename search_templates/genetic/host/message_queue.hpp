@@ -13,7 +13,7 @@
 
 namespace varnholt::genetic {
 
-// The end at which the parent looks.
+// The end that the parent reads.
 class QueueReader {
  public:
   virtual ~QueueReader() = default;
@@ -29,7 +29,7 @@ class MessageQueue {
   // A child puts its signal, the parent its answer. One that cannot be put is an error.
   virtual void put(const Value& message) = 0;
   // Waits until there is a message, without a limit: the parent calls it only after `poll` said
-  // yes, a child waits for its answer until the pool ends it.
+  // yes, a child waits for its answer until the worker pool ends it.
   [[nodiscard]] virtual Value get() = 0;
   // Null where the queue has none; such a queue is never read by the parent.
   [[nodiscard]] virtual std::shared_ptr<QueueReader> reader() = 0;

@@ -1,10 +1,11 @@
-// Measuring a candidate against the pool of submitted signals, right before it is recorded.
+// Measuring a candidate against the signal pool, right before it is recorded.
 //
 // Asked in the parent, in the order below, once for each candidate that passed, if the context has
 // a backtester, an era configuration and the name of a pool; otherwise not at all. The era
 // configuration and the pool's name are the context's own and opaque.
 //
-// A host without a pool leaves those attributes out of its context, and needs nothing of this.
+// A host without a signal pool leaves those attributes out of its context, and implements nothing
+// of this.
 #pragma once
 
 #include <exception>
@@ -39,7 +40,7 @@ class PoolMetrics {
   virtual ~PoolMetrics() = default;
 
   // Whether the host knows what is in the pool now. False leaves the candidate pending. A failure
-  // passes, one that means "not ready" among them.
+  // propagates, even one that means "not ready".
   [[nodiscard]] virtual Value refresh_submission_manifest_membership(
       const Value& /*era_config*/, const Value& /*signal_pool_name*/,
       const Value& /*sync_manager*/) {
@@ -51,7 +52,7 @@ class PoolMetrics {
     return false;
   }
   // ValueError when the statistics hold no usable PnL matrix: then the candidate is backtested once
-  // more. Any other failure passes. The statistics are not changed.
+  // more. Any other failure propagates. The statistics are not changed.
   virtual void normalize_required_pool_pnl_matrix(const Value& /*gate_stats*/,
                                                   const Value& /*era_config*/,
                                                   const Value& /*signal_pool_name*/) {}
@@ -75,14 +76,14 @@ class PoolMetrics {
       const PoolMetricRequest& request) = 0;
   // The error object when `error`, which one of these two threw and which is on its way out, says
   // that the pool's data is not ready yet: the candidate is then pending. It may be of any class,
-  // one that is no ordinary error among them.
+  // even one that is not an ordinary error.
   [[nodiscard]] virtual std::optional<Value> as_pool_data_not_ready(
       const std::exception_ptr& /*error*/) {
     return std::nullopt;
   }
 };
 
-// A host without a pool: no membership is ever confirmed, so that nothing is measured.
+// A host without a signal pool: no membership is ever confirmed, so that nothing is measured.
 class NoPoolMetrics : public PoolMetrics {
  public:
   [[nodiscard]] Value submission_pnl_mi_from_backtest_or_compute(

@@ -1,5 +1,5 @@
-// The pool's work items and results for a host that is written in C++. A host of another language
-// has objects of its own with the same attributes.
+// The worker pool's work items and results for a host that is written in C++. A host of another
+// language has objects of its own with the same attributes.
 #pragma once
 
 #include <optional>
@@ -13,8 +13,8 @@
 
 namespace varnholt::genetic {
 
-// One candidate on its way to the pool. Its metadata is written by the parent before each attempt
-// and read by the child.
+// One candidate on its way to the worker pool. Its metadata is written by the parent before each
+// attempt and read by the child.
 class CandidateEvaluation : public HostObject {
  public:
   CandidateEvaluation(Value candidate_index, Value graph)

@@ -1,7 +1,7 @@
-// The thresholds of the two gates against the pool of submitted signals.
+// The thresholds of the two gates of the signal pool.
 //
 // Asked in the parent, when a measured metric is written down. Each operation gives a pair of
-// threshold and pool; only the threshold is used. A host without a pool overrides nothing.
+// threshold and pool; only the threshold is used. A host without a signal pool overrides nothing.
 #pragma once
 
 #include "search_templates/genetic/host/callable.hpp"
@@ -20,15 +20,15 @@ class PoolThresholds {
   virtual ~PoolThresholds() = default;
 
   // Of the mutual information of the PnL. `thresholds` is the context's threshold set
-  // (Gates::stats_gate_threshold_set). A failure passes for a candidate that missed it, and leaves
-  // the threshold untold for one that passed.
+  // (Gates::stats_gate_threshold_set). A failure propagates for a candidate that missed it, and
+  // leaves the threshold out of the record of one that passed.
   [[nodiscard]] virtual MiThresholdOperation find_submission_mi_threshold_and_pool() { return {}; }
-  // Of the correlation. A failure passes.
+  // Of the correlation. A failure propagates.
   [[nodiscard]] virtual CorrelationThresholdOperation
   find_submission_correlation_threshold_and_pool() {
     return {};
   }
-  // The same operation for a caller that cannot do without: AttributeError when there is none.
+  // The same operation for a caller that requires it: AttributeError when there is none.
   [[nodiscard]] virtual Value submission_correlation_threshold_and_pool(
       const Value& era_config, const Value& signal_pool_name) {
     const auto operation = find_submission_correlation_threshold_and_pool();

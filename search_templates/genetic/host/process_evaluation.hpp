@@ -1,4 +1,4 @@
-// The host's process pool and its vocabulary of failures.
+// The host's worker pool and its vocabulary of failures.
 #pragma once
 
 #include <cstdint>
@@ -33,7 +33,7 @@ class WorkerResolution {
 struct ProcessEvaluationConfig {
   // The jobs asked for; the pool resolves by itself how many it runs.
   Value n_jobs = 1;
-  // How often a candidate is tried again whose worker was lost.
+  // How often a candidate whose worker was lost is tried again.
   std::int64_t max_retries = 1;
   Value timeout_seconds;
   Value process_priority;
@@ -57,15 +57,14 @@ struct ProcessEvaluationConfig {
   bool drain_terminal_timeouts = true;
 };
 
-// The pool with the configuration of one batch.
+// The worker pool with the configuration of one batch.
 class ConfiguredPool {
  public:
   virtual ~ConfiguredPool() = default;
 
   // Runs `simulate`, (work item) -> candidate result record, on every work item, each in a child
-  // process of its own. Returns something to walk over: process results (pool_objects.hpp) in any
-  // order. A candidate may have none. Throws a process evaluation error for candidates whose
-  // process failed.
+  // process of its own. Returns an iterable of process results (pool_objects.hpp) in any order. A
+  // candidate may have none. Throws a process evaluation error for candidates whose process failed.
   [[nodiscard]] virtual Value evaluate_candidate_batch(const List& candidates,
                                                        const Callable& simulate) = 0;
 };

@@ -23,7 +23,7 @@ struct SafeRotationsRequest {
 };
 
 // Called in the parent, each operation once and in the order below, when repairs are planned for a
-// context whose vocabulary is a mapping. Whatever they throw passes to the caller. A host that
+// context whose vocabulary is a mapping. Whatever they throw propagates to the caller. A host that
 // overrides nothing has no rotations.
 class RandomGraphLimits {
  public:
@@ -44,8 +44,8 @@ class RandomGraphLimits {
   [[nodiscard]] virtual Value random_weighted_runtime_registry(SearchContext& /*context*/) {
     return {};
   }
-  // The rotations that a signal may use safely: something that can be iterated, of mappings that
-  // describe them. The search takes deep copies of those with a "name".
+  // The rotations that a signal may use safely: an iterable of mappings that describe them. The
+  // search takes deep copies of those with a "name".
   [[nodiscard]] virtual Value signal_generation_safe_rotations(
       const SafeRotationsRequest& /*request*/) {
     return List();

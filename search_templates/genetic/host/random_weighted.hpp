@@ -15,7 +15,7 @@ class RandomWeighted {
  public:
   virtual ~RandomWeighted() = default;
 
-  // An endless or ending walk over random graphs that draws from `rng` alone, or null. Made anew
+  // An iterator over random graphs, endless or not, that draws from `rng` alone, or null. Made anew
   // for each request, advanced no further than asked, and released when the request is done.
   [[nodiscard]] virtual std::unique_ptr<ValueIterator> random_weighted_graphs(
       SearchContext& context, const std::shared_ptr<RandomGenerator>& rng,

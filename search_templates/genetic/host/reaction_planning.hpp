@@ -14,8 +14,8 @@ struct ReactionRequest {
   List safe_rotation_specs;
   // Throws for a graph that it refuses. Empty where the host has none.
   Callable validator;
-  // Gives a graph's frozen form, by which the search tells structures apart. A planner in C++ may
-  // as well ask `structural_key` of graph/structural_key.hpp: its keys are equal exactly when these
+  // Gives a graph's frozen form, by which the search distinguishes structures. A planner in C++ may
+  // as well use `structural_key` of graph/structural_key.hpp: its keys are equal exactly when these
   // forms are.
   Callable structural_key;
   // The depth that the improvements have: one more than the result's own.

@@ -1,4 +1,4 @@
-// Telling a runtime that is not ready from a candidate that is bad.
+// Distinguishing a runtime that is not ready from a bad candidate.
 //
 // Asked in the child for an exception that left the evaluator, and in the parent when the results
 // of a batch are counted. A host whose evaluator is always ready overrides nothing.

@@ -1,8 +1,8 @@
 // One search's context: what the host hands to the template when it calls it.
 //
 // Every method below reads one attribute of the context, at the moment it is called and each time
-// anew. A value that is missing and one that is absent are two answers: such a read gives
-// std::optional. An operation that is missing or cannot be called is an empty Callable.
+// anew. A missing attribute and an absent value differ: such a read gives std::optional. An
+// operation that is missing or cannot be called is an empty Callable.
 //
 // A host has an evaluator and a recorder; everything else is missing unless it is overridden.
 // Called in the parent, and in the child by the evaluation of one candidate: there the evaluator,
@@ -27,7 +27,7 @@ namespace varnholt::genetic {
 // the host has a name with and without an underscore, the constant of the first begins with "Own".
 namespace context_names {
 
-// What a signal is submitted to: the market, the era with its configuration, the pool.
+// What a signal is submitted to: the market, the era with its configuration, the signal pool.
 inline constexpr Key kOwnMarketId = key<"_market_id">();
 inline constexpr Key kMarketId = key<"market_id">();
 inline constexpr Key kOwnEraNumber = key<"_era_number">();
@@ -54,10 +54,10 @@ inline constexpr Key kProductRunId = key<"_product_run_id">();
 inline constexpr Key kAttemptExpectedColumns = key<"_attempt_expected_columns">();
 inline constexpr Key kMetaparametersForDatabase = key<"_metaparams_for_db">();
 
-// The operation that tells whether the run has been called off.
+// The operation that reports whether the run has been cancelled.
 inline constexpr Key kSubmissionCancelled = key<"_submission_cancelled">();
 
-// The process settings of the pool.
+// The process settings of the worker pool.
 inline constexpr Key kProcessPriority = key<"_process_priority">();
 inline constexpr Key kWorkerProcesses = key<"_worker_processes">();
 
@@ -88,7 +88,7 @@ class SearchContext {
   // The same for what is only handed on: a host may give its own object, of whatever type, so that
   // it meets that very object again.
   [[nodiscard]] virtual std::optional<Value> opaque_attribute(std::string_view name);
-  // The same for a caller that cannot do without: AttributeError when the context has none.
+  // The same for a caller that requires it: AttributeError when the context has none.
   [[nodiscard]] virtual Value required_attribute(std::string_view name);
 
   // Validates one graph and throws when it refuses it: the context's own operation, and the
@@ -102,24 +102,25 @@ class SearchContext {
   [[nodiscard]] virtual std::optional<Value> last_evaluation_record() { return std::nullopt; }
   // Records one attempt.
   [[nodiscard]] virtual Callable safe_record() = 0;
-  // The same operation for a caller that cannot do without: AttributeError when the context has
-  // none; one that is there but cannot be called fails in the call.
+  // The same operation for a caller that requires it: AttributeError when the context has none; one
+  // that is there but cannot be called fails in the call.
   [[nodiscard]] virtual Callable required_safe_record();
   // Makes the attempt of a child the current one of the parent, before its record is written.
   virtual void activate_existing_attempt(const Value& /*source_attempt_id*/,
                                          const Value& /*attempt_evidence*/) {}
-  // Hands one submission payload on. False, and nothing else, says that it was not taken.
+  // Hands one submission payload on. False, and nothing else, means that it was not taken.
   [[nodiscard]] virtual Callable enqueue_deferred_submission_payload() { return {}; }
   // Gives thresholds beyond those of the attributes, as a mapping.
   [[nodiscard]] virtual Callable search_context_thresholds() { return {}; }
-  // The evidence of the attempt that is being worked on. Its failure passes to the caller.
+  // The evidence of the attempt under way. A failure propagates to the caller.
   [[nodiscard]] virtual Value current_attempt_evidence() { return {}; }
-  // Tells from statistics why a candidate failed: a pair of reason and detail, each or absent.
+  // Derives from statistics why a candidate failed: a pair of reason and detail, each or both
+  // absent.
   [[nodiscard]] virtual Callable derive_rejection_reason_detail() { return {}; }
 
   // The attempt tracker, in the parent. AttributeError when the context has none.
   [[nodiscard]] virtual std::shared_ptr<AttemptTracker> tracker();
-  // Whether the run has been called off. Asked in the parent; every call is behaviour.
+  // Whether the run has been cancelled. Asked in the parent; every call is behaviour.
   [[nodiscard]] virtual bool submission_cancelled() { return false; }
   // The same operation for the pool, which asks it by itself; empty when the context has none.
   [[nodiscard]] virtual Callable find_submission_cancelled();
@@ -131,7 +132,7 @@ class SearchContext {
   // The object of an error that is on its way, an interrupt among them, for what is told about it.
   [[nodiscard]] virtual Value caught_object(const std::exception_ptr& error);
   // Tells the host that `error` is being handled for as long as the result lives. A host whose
-  // language knows such a thing shows it to its own operations, which may write it into a log; to
+  // language has such a notion shows it to its own operations, which may write it into a log; to
   // any other host it means nothing.
   [[nodiscard]] virtual std::shared_ptr<const void> handling(const std::exception_ptr& /*error*/) {
     return nullptr;

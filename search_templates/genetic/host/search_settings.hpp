@@ -5,7 +5,7 @@
 
 namespace varnholt::genetic {
 
-// A host overrides what it wants otherwise.
+// A host overrides what it wants to differ.
 class SearchSettings {
  public:
   virtual ~SearchSettings() = default;

@@ -1,4 +1,4 @@
-// The host's one signal into a search: end it.
+// The host's one message to a search: end.
 #pragma once
 
 namespace varnholt::genetic {
@@ -10,7 +10,7 @@ class StopEvent {
   virtual ~StopEvent() = default;
 
   [[nodiscard]] virtual bool is_set() = 0;
-  // Waits at most `seconds` for the event; tells whether it is set.
+  // Waits at most `seconds` for the event; returns whether it is set.
   [[nodiscard]] virtual bool wait(double seconds) = 0;
 };
 

@@ -19,7 +19,7 @@ class SubmissionPayloads {
   [[nodiscard]] virtual StatsPayloadOperation find_submitted_stats_payload_from_backtest() {
     return {};
   }
-  // Writes the client's manifest into the payload. A failure passes.
+  // Writes the client's manifest into the payload. A failure propagates.
   virtual void annotate_submission_client_manifest(Mapping& /*payload*/,
                                                    const Value& /*sync_manager*/) {}
 };

@@ -30,8 +30,9 @@ struct CompositionSettings {
 
 // At most `batch_size` candidate items. Each round adds a fresh one and an offspring, in this order
 // with a diversity weight above 0.0 and in the other without; so a batch is about half and half. An
-// item that is too deep, refused or not to be had costs its round that one slot; a round that adds
-// nothing ends the batch short. The parent pool is picked whatever comes of it.
+// item that is too deep, refused by the validator or not available costs its round that one slot; a
+// round that adds nothing ends the batch early. The parent pool is selected even if nothing is bred
+// from it.
 [[nodiscard]] List compose_next_batch(GraphDepth& graph_depth, Eliteness& eliteness,
                                       const Value& prior, const CompositionSettings& settings,
                                       const std::shared_ptr<RandomGenerator>& rng,

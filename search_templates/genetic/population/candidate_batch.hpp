@@ -17,7 +17,7 @@ namespace varnholt::genetic {
 // and may come out short.
 //
 // The random stream is fetched once and stored once, after the last draw. A failure between the two
-// leaves it as it was, so that a batch tried again repeats the same draws.
+// leaves it unchanged, so that a second attempt at the batch repeats the same draws.
 [[nodiscard]] Value candidate_batch(const SearchEnvironment& environment, SearchContext& context,
                                     SearchConfig& config, std::int64_t batch_index,
                                     const Value& prior_results, bool force_restart);

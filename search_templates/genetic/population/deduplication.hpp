@@ -11,7 +11,7 @@
 
 namespace varnholt::genetic {
 
-// The structures that a search has met. Grows for the whole search, and never shrinks.
+// The structures that a search has seen. Grows for the whole search, and never shrinks.
 class SeenGraphs {
  public:
   virtual ~SeenGraphs() = default;
@@ -43,10 +43,10 @@ struct DeduplicatedBatch {
 // A new list with the first graph of each structure, in order.
 [[nodiscard]] List deduplicate_graphs(const Value& graphs);
 
-// Drops every graph whose structure `seen` has, and replaces the dropped ones by fresh random
-// graphs. A batch shorter than the batch size does not grow: it gets back what it lost and no more.
-// An accepted graph enters `seen` at once, before it is evaluated, and stays there whatever becomes
-// of it.
+// Drops every graph whose structure is in `seen`, and replaces the dropped ones by fresh random
+// graphs. A batch shorter than the batch size does not grow: no more graphs are added than were
+// dropped. An accepted graph enters `seen` at once, before it is evaluated, and stays there
+// whatever the result.
 //
 // The random stream is fetched at the first replacement and stored once, after the last; when
 // something fails in between, the draws made so far are not stored.

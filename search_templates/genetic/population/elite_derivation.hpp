@@ -1,4 +1,4 @@
-// One offspring from a pool of parents.
+// One offspring from the parent pool.
 //
 // The order of the random draws is behaviour, since the same stream must yield the same offspring:
 // elite index, mate index, three fresh replacements, operator, the operator's own draws, the test
@@ -32,12 +32,12 @@ namespace varnholt::genetic {
 
 // Puts the elite's root node on `child`, in place, where the child has as many data children; takes
 // it back when the validator refuses it. Returns `child`. What the validator throws for the child's
-// own root passes.
+// own root propagates.
 Value restore_elite_root_node(const Value& child, const Value& elite_root_node,
                               std::int64_t elite_data_child_count, const Callable& validator);
 
 struct DerivationSettings {
-  Value operator_rates;  // Absent or a mapping; the module's defaults stand for what it lacks.
+  Value operator_rates;  // Absent or a mapping; the module's defaults replace missing entries.
   double elite_fraction = 0.0;
   double diversity_weight = 0.0;
   double parsimony_weight = 0.0;
@@ -45,7 +45,7 @@ struct DerivationSettings {
 
 // A graph bred from `parents`, best first. With an elite fraction of 1.0 and two or more parents no
 // parent is drawn: the elite is the last, on purpose, and its mate the first. ValueError
-// "elite-derived graph requires at least one parent"; what the host's operators throw passes.
+// "elite-derived graph requires at least one parent"; what the host's operators throw propagates.
 [[nodiscard]] Value elite_derived_graph(const SearchEnvironment& environment,
                                         SearchContext& context, const List& parents,
                                         const std::shared_ptr<RandomGenerator>& rng,

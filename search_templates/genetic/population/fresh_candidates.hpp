@@ -1,4 +1,4 @@
-// Fresh random graphs, and the hook that lets a host put another source in their place.
+// Fresh random graphs, and the hook by which a host replaces their source.
 #pragma once
 
 #include <cstdint>
@@ -14,21 +14,21 @@
 
 namespace varnholt::genetic {
 
-// The source of fresh random graphs that the search asks. A host may replace it on the module.
+// The search's source of fresh random graphs. A host may replace it on the module.
 class FreshCandidates {
  public:
   virtual ~FreshCandidates() = default;
 
-  // A sequence of at most `count` graphs. A replacement may return more; what its callers do with
-  // those is told there.
+  // A sequence of at most `count` graphs. A replacement may return more; each caller documents what
+  // it does with those.
   [[nodiscard]] virtual Value draw(SearchContext& context, std::int64_t count,
                                    const std::shared_ptr<RandomGenerator>& rng) = 0;
 
-  // A replacement's parameters; nothing for the module's own source, and when they cannot be told.
+  // A replacement's parameters; nothing for the module's own source, and when they are unknown.
   [[nodiscard]] virtual std::optional<std::vector<Parameter>> replacement_signature() {
     return std::nullopt;
   }
-  // Asked only of a replacement that does not take the generator.
+  // Called only for a replacement that does not take the generator.
   [[nodiscard]] virtual Value draw_without_rng(SearchContext& context, std::int64_t count) {
     return draw(context, count, nullptr);
   }
@@ -40,8 +40,8 @@ class FreshCandidates {
                                                     std::int64_t count,
                                                     const std::shared_ptr<RandomGenerator>& rng);
 
-// The source that asks the host's generator of random graphs. It is advanced no further than asked,
-// so that no extra random draws are made, and released before the graphs are returned.
+// The source that takes graphs from the host's generator. The generator is advanced no further than
+// needed, so that no extra random draws are made, and released before the graphs are returned.
 [[nodiscard]] List fresh_random_candidates(RandomWeighted& random_weighted, SearchContext& context,
                                            std::int64_t count,
                                            const std::shared_ptr<RandomGenerator>& rng);

@@ -15,13 +15,13 @@ namespace varnholt::genetic {
 
 // The texts under "node" anywhere in a graph: a mapping with "node" and "children", or a list or
 // tuple of such. Anything else contributes nothing. A missing "children" counts as none, while one
-// that cannot be walked fails with TypeError. RecursionError beyond kMaximumNesting.
+// that cannot be iterated fails with TypeError. RecursionError beyond kMaximumNesting.
 [[nodiscard]] std::set<std::string> graph_node_names(const Value& graph);
-// The same of the nodes of type "feature" alone: what data a graph is made of.
+// The same for the nodes of type "feature" alone: the data that a graph uses.
 [[nodiscard]] std::set<std::string> graph_feature_names(const Value& graph);
 
-// The Jaccard index of the two sets of names: the shared ones by all of them, from 0.0 to 1.0. Two
-// graphs without names are not similar: 0.0.
+// The Jaccard index of the two sets of names: the number of shared names over the number of all,
+// from 0.0 to 1.0. Two graphs without names are not similar: 0.0.
 [[nodiscard]] double graph_similarity(const Value& left, const Value& right);
 
 // A set of names as bits, for many comparisons within one call.
@@ -42,7 +42,7 @@ class NameTable {
  public:
   [[nodiscard]] NameSet names_of(const Value& graph);
   [[nodiscard]] NameSet feature_names_of(const Value& graph);
-  // As graph_similarity of the graphs.
+  // As graph_similarity() of the graphs.
   [[nodiscard]] static double similarity(const NameSet& left, const NameSet& right);
 
  private:

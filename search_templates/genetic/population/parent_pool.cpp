@@ -65,7 +65,7 @@ std::optional<std::uint64_t> leading_graph_hash(const Value& record) {
   return unordered_hash(first->value);
 }
 
-// A candidate of one structure, with what is worked out of it once: its names and its correlation
+// A candidate of one structure, with what is computed of it once: its names and its correlation
 // when the rules first need them, and the greatest redundancy to those selected so far.
 struct PoolCandidate {
   Value candidate;

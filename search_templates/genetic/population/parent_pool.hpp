@@ -7,22 +7,22 @@
 
 namespace varnholt::genetic {
 
-// How much a parent's score loses for a redundancy of 1 at a diversity weight of 1.
+// The penalty on a parent's score for a redundancy of 1 at a diversity weight of 1.
 inline constexpr double kRedundancyPenalty = 5.0;
 
-// How much the candidate repeats those selected: the greatest of its absolute correlation and its
-// graph's similarity to each of theirs. The two scales are not weighted against each other.
-// ValueError for a correlation that is not finite.
+// The redundancy of the candidate beside those selected: the maximum of its absolute correlation
+// and of its graph's similarity to each of theirs. The two scales are not weighted against each
+// other. ValueError for a correlation that is not finite.
 [[nodiscard]] double selected_redundancy(const Value& candidate, const Value& selected);
 
-// The candidate's score less its redundancy times kRedundancyPenalty times the weight. The
-// diversity weight is taken out of the score itself on purpose, since it is applied here; at or
-// below 0.0 no redundancy is worked out.
+// The candidate's score minus redundancy times kRedundancyPenalty times the weight. The host's
+// score is asked for without a diversity weight, on purpose, since it is applied here; at or below
+// 0.0 no redundancy is computed.
 [[nodiscard]] Value diversity_adjusted_parent_score(Eliteness& eliteness, const Value& candidate,
                                                     const Value& selected, double diversity_weight,
                                                     double parsimony_weight);
 
-// The parents, best first: of each structure the best candidate, of those a share of
+// The parent pool, best first: the best candidate of each structure, of those a share of
 // `elite_fraction` (rounded, ties to even; at least three where there are three), picked greedily
 // by adjusted score. The best candidate is always taken. A pure function of its arguments: it draws
 // no random number. Candidates without a graph are left out; failed ones are not.

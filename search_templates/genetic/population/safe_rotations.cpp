@@ -23,7 +23,7 @@ List safe_reaction_rotations(RandomGraphLimits& limits, SearchContext& context) 
   if (!as_mapping(vocabulary)) return safe;
 
   const Value functions = limits.function_entries_for_kind(vocabulary, "rotation");
-  // The read is guarded with the conversion: an attribute may be worked out when it is read.
+  // The read is guarded with the conversion: an attribute may be computed when it is read.
   const Value max_depth =
       tolerate([&context] { return to_integer(context.max_depth().value_or(1)); }).value_or(1);
   const Value window_limit = limits.random_weighted_window_limit(context, max_depth);

@@ -10,9 +10,9 @@
 
 namespace varnholt::genetic {
 
-// Deep copies of the rotations that the host calls safe, those without a name left out. Empty,
-// without asking the host, for a context whose vocabulary is no mapping; a missing vocabulary is an
-// empty one.
+// Deep copies of the rotations that the host calls safe, without those that have no name. Empty,
+// without a call of the host, for a context whose vocabulary is no mapping; a missing vocabulary is
+// an empty one.
 [[nodiscard]] List safe_reaction_rotations(RandomGraphLimits& limits, SearchContext& context);
 
 // The names of those rotations.

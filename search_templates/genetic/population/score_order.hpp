@@ -15,11 +15,11 @@ struct ScoredCandidate {
 };
 
 // Sorts by score, highest first; equal scores keep their order. A NaN comes last, so that the order
-// is one even where there are some.
+// is total.
 void sort_highest_first(std::vector<ScoredCandidate>& candidates);
 
-// `value` rounded to an integer, ties to the even one, and cut to the range of counts.
-// ValueError for a NaN, OverflowError for an infinity.
+// `value` rounded to an integer, ties to even, and clamped to the range of counts. ValueError for a
+// NaN, OverflowError for an infinity.
 [[nodiscard]] std::int64_t rounded_count(double value);
 
 }  // namespace varnholt::genetic

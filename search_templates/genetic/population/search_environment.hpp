@@ -1,4 +1,4 @@
-// What a search draws on besides its context and settings.
+// What a search needs besides its context and settings.
 #pragma once
 
 #include "search_templates/genetic/host/host.hpp"

@@ -1,10 +1,10 @@
 // The parent's ledger of the process attempts of one batch.
 //
-// The pool may run a candidate more than once, as attempts 0, 1, ... The ledger turns the pool's
-// events and the children's signals into calls of the tracker, keeps the identities that it gives,
-// and sees to it that each attempt ends once. The row of an attempt is created late, on purpose:
-// when a child has reached its backtest, or when its result shows that it did. An attempt that dies
-// before that has no identity and no row.
+// The worker pool may run a candidate more than once, as attempts 0, 1, ... The ledger turns the
+// pool's events and the children's messages into calls of the tracker, keeps the identities that it
+// returns, and ensures that each attempt ends once. The row of an attempt is created late, on
+// purpose: when a child has reached its backtest, or when its result shows that it did. An attempt
+// that dies before that has no identity and no row.
 //
 // The state of one attempt:
 //
@@ -48,11 +48,11 @@ namespace varnholt::genetic {
 //
 // All operations but `prepare_for_processes`, `mark_parent_finalized` and
 // `acknowledge_parent_persistence_failure` first answer the children that wait at their backtest,
-// also those that then turn out to have nothing to do, and before they look at their arguments.
-// What that throws leaves the operation, which then has done nothing itself.
+// even those that then have nothing to do, and before they look at their arguments. What that
+// throws propagates, and the operation itself has then done nothing.
 //
-// An event is a mapping of the pool. An entry that is required and missing is a KeyError; an index
-// is read as int(index). A broken order is a RuntimeError with a text of its own: it ends the
+// An event is a mapping of the worker pool. A missing entry that is required is a KeyError; an
+// index is read as int(index). A broken order is a RuntimeError with a text of its own: it ends the
 // batch, because it must not be recorded as a result.
 class AttemptLedger {
  public:
@@ -84,8 +84,8 @@ class AttemptLedger {
   virtual void poll_backtest_boundaries() = 0;
 
   // The evidence that came with a child's result: a started backtest is now one for the tracker
-  // too. RuntimeError for what is no mapping, for a backtest that was completed but not started,
-  // and for one that the ledger saw start and the evidence denies.
+  // too. RuntimeError for anything but a mapping, for a backtest that was completed but not
+  // started, and for one that the ledger saw start and the evidence denies.
   virtual void apply_child_evidence(const Value& candidate_index, const Value& evidence) = 0;
   // The identity of the candidate's current attempt; absent when it has none.
   [[nodiscard]] virtual Value source_attempt_id(const Value& candidate_index) = 0;
@@ -143,7 +143,7 @@ class ProcessAttemptLedger : public AttemptLedger {
   // with an identity when the row had been made.
   virtual Value start_backtest_attempt(const Value& candidate_index, const Value& attempt_number);
   // Answers every signal that has come, without waiting for one. A start that fails with an
-  // ordinary error is told to the child, so that it is released, before the error goes on.
+  // ordinary error is reported to the child, which releases it, before the error propagates.
   virtual void drain_backtest_boundaries();
   // Ends the attempt, when it has an identity and no end yet, and closes its marker. An end that
   // fails leaves it open.

@@ -1,5 +1,5 @@
-// What the ledger leaves to functions of their own: opening a marker for a candidate under way, and
-// recording a result of a process.
+// The steps of the ledger that are functions of their own: opening a marker for a candidate under
+// way, and recording a result of a process.
 #pragma once
 
 #include "search_templates/genetic/host/host.hpp"
@@ -10,8 +10,8 @@
 namespace varnholt::genetic {
 
 // Opens the host's marker for a candidate that was started, in the parent, and returns its
-// identity. Absent, without a call, for another event, for what is no mapping, and for a candidate
-// without a graph.
+// identity. Absent, without a call, for another event, for anything but a mapping, and for a
+// candidate without a graph.
 [[nodiscard]] Value write_parent_process_evaluation_attempt_marker(Host& host,
                                                                    SearchContext& context,
                                                                    const Value& event);

@@ -1,4 +1,4 @@
-// A whole batch of candidates through the host's pool.
+// A whole batch of candidates through the host's worker pool.
 //
 // Every candidate is evaluated in a child process, also with one job. The parent owns all
 // persistence: it keeps one ledger of attempts for the batch, answers the children that wait at

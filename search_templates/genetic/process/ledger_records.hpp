@@ -1,8 +1,8 @@
-// What a ledger of attempts keeps.
+// The state of a ledger of attempts.
 //
 // The ledger asks for each of these anew whenever it needs it, and never keeps one from call to
-// call: a host whose language knows such a thing shows them as attributes that can be read and set
-// at any time.
+// call: a host of another language may show them as attributes that can be read and set at any
+// time.
 #pragma once
 
 #include <memory>

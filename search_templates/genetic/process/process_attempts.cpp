@@ -92,7 +92,7 @@ Value create_process_attempt(Host& host, SearchContext& context, const Value& ca
     const auto declared_shape = host.attempt_markers().attempt_declared_data_shape();
     return declared_shape(expected_columns(context));
   };
-  // The members of a list in braces are worked out from left to right: the order of the reads.
+  // The members of a list in braces are computed from left to right: the order of the reads.
   return create(NewAttempt{
       .product_run_id = read(context_names::kProductRunId),
       .source_path = kSourcePath,

@@ -1,7 +1,7 @@
 // Attempts that live in a child process: creating the row of one that reached its backtest, and
 // ending or describing one whose result cannot reach the parent's recorder.
 //
-// What such an attempt was is settled here, once, by three flags. The first row that holds counts:
+// Such an attempt is classified here, once, by three flags. The first row that holds counts:
 //
 //                       blocker `type`                                disposition        category
 //   cancelled           process_search_cancelled                      cancelled          operator
@@ -14,10 +14,10 @@
 // for a cancelled attempt too.
 //
 // A reason and a detail may be any value, an error object among them: their text form is stored. An
-// absent detail is none; an empty text is one.
+// absent detail counts as missing, an empty text does not.
 //
 // Everything here runs in the parent. Nothing is caught: what the tracker or another operation of
-// the host throws passes to the caller.
+// the host throws propagates to the caller.
 #pragma once
 
 #include "search_templates/genetic/host/host.hpp"
@@ -37,7 +37,8 @@ struct AttemptFlags {
                                            const Value& candidate_index, const Value& graph);
 
 // Ends the row of an attempt without a result. A cancelled attempt ends with the failure reason
-// "search_stopped", while its gate and its blocker keep `reason`: they tell where the ledger stood.
+// "search_stopped", while its gate and its blocker keep `reason`: they record the state of the
+// ledger.
 void finalize_process_failure_attempt(Host& host, SearchContext& context, const Value& attempt_id,
                                       const Value& reason, const Value& detail, AttemptFlags flags);
 

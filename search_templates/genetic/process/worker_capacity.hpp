@@ -1,8 +1,8 @@
 // How many child processes one batch of candidates may use.
 //
 // The context's settings are read defensively: a bad one never fails here, it falls back. What the
-// host's two operations throw passes. The public number of jobs is never changed; a cap holds only
-// for the child processes of one batch.
+// host's two operations throw propagates. The public number of jobs is never changed; a cap holds
+// only for the child processes of one batch.
 #pragma once
 
 #include <memory>
@@ -13,8 +13,8 @@
 
 namespace varnholt::genetic {
 
-// int(attribute), or absent: when it is absent, whatever `fallback` says, and when it cannot be
-// converted. `fallback` stands for a missing attribute alone.
+// int(attribute), or absent: when it is absent, whatever `fallback` is, and when it cannot be
+// converted. `fallback` replaces a missing attribute alone.
 [[nodiscard]] Value context_optional_int(SearchContext& context, std::string_view attribute_name,
                                          const Value& fallback = Value());
 
@@ -29,7 +29,7 @@ namespace varnholt::genetic {
 [[nodiscard]] std::unique_ptr<WorkerResolution> parallel_evaluation_worker_resolution(
     ProcessEvaluation& process_evaluation, SearchContext& context, const Value& batch_size);
 
-// Lets the host log a reduction. The context is the owner of its memory of what has been logged.
+// Lets the host log a reduction. The context owns the memory of what has been logged.
 void log_parallel_evaluation_worker_resolution(Host& host, SearchContext& context,
                                                const WorkerResolution& resolution);
 

@@ -5,7 +5,7 @@
 // than it has: `with_expanded_reaction_failures` judges all gates again. Nothing of that is cached:
 // each call on a failed result is one more evaluation of the gates by the host.
 //
-// A result is a candidate result record; what is no mapping is read through its own operation
+// A result is a candidate result record; anything but a mapping is read through its own operation
 // `get`, AttributeError where it has none.
 #pragma once
 
@@ -20,13 +20,13 @@
 namespace varnholt::genetic {
 
 // Whether a result that does not pass has a failure that a reaction can address, one of a gate
-// against the pool, or either. `failures` may be anything that can be asked for a member.
+// of the signal pool, or either. `failures` may be anything that can be asked for a member.
 [[nodiscard]] bool has_reaction_failure(const Value& result);
 [[nodiscard]] bool has_gate_near_miss_failure(const Value& result);
 [[nodiscard]] bool has_actionable_near_miss_failure(const Value& result);
 
-// Whether a result, passing or not, has one of these failures. False for what is no mapping, and
-// where `failures` is none.
+// Whether a result, passing or not, has one of these failures. False for anything but a mapping,
+// and for `failures` that are not.
 [[nodiscard]] bool has_failure_reason(const Value& result, std::span<const Key> reason_names);
 [[nodiscard]] bool has_failure_reason(const Value& result, const Value& reason_names);
 
@@ -35,7 +35,7 @@ namespace varnholt::genetic {
 
 // Every reaction failure that the gates find in a result that does not pass, by reason: mappings of
 // `reason` and `detail`. Empty when there are no thresholds, and when the metrics or the gates fail
-// with an ordinary error. What thresholds and the operations for single failures throw passes.
+// with an ordinary error. What thresholds and the operations for single failures throw propagates.
 [[nodiscard]] Mapping expanded_threshold_failures(SearchContext& context, Gates& gates,
                                                   const Value& result);
 
@@ -52,7 +52,7 @@ struct MetricPair {
 };
 
 // Those of a failure: its own entries unless both are absent, then those of its detail, which is a
-// mapping or a JSON text of one. A text that is no JSON counts as no detail.
+// mapping or a JSON text of one. A text that is not JSON counts as no detail.
 [[nodiscard]] MetricPair failure_metric_pair(JsonReader& json_reader, const Value& failure);
 
 // A result's sharpe with the threshold that it missed, as reals: the sharpe of the record, or of

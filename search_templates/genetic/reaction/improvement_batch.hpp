@@ -19,7 +19,7 @@ namespace varnholt::genetic {
                                            const Value& batch_size);
 
 // The limits of a batch. Absent is no limit, and 0 is one, but for the last: there 0, a negative
-// number and what is no number are the module's default.
+// number and anything but a number are the module's default.
 struct ImprovementLimits {
   Value max_depth;
   Value remaining_candidates;

@@ -30,8 +30,8 @@ std::int64_t limit_of(const ModuleConstants& constants, const Value& batch_size)
   return std::max(wanted * kParentsPerCandidate, fewest);
 }
 
-// Whether a result stands so badly that no repair is worth while. A NaN does not; what is no number
-// counts as zero. All is read, also of a result whose reversal would pass.
+// Whether a result stands so badly that no repair is worth while. A NaN does not; anything but a
+// number counts as zero. All is read, also of a result whose reversal would pass.
 bool is_hopeless(const Value& result, bool is_reversible) {
   const double sharpe = tolerant_float(entry(result, keys::kSharpe)).value_or(0.0);
   if (sharpe <= 0.0 && !is_reversible) return true;
@@ -85,7 +85,7 @@ class Selection {
   }
 
   // In the order of their keys. On equal keys the earlier candidate stays the best of its
-  // signature. Both keys are worked out anew for each comparison, the later candidate's first: how
+  // signature. Both keys are computed anew for each comparison, the later candidate's first: how
   // often the host is asked for a score is behaviour.
   std::vector<std::size_t> best_of_each_signature() {
     Mapping best;

@@ -26,12 +26,12 @@ struct NearMissKey {
 // The near misses among `results`: of each combination of failures that a reaction can address the
 // best one, in order, and then the nearest of the rest, one of each structure, up to four times the
 // batch size and never fewer than the constant that is called a maximum, on purpose. A batch size
-// that is no number counts as none.
+// that is not a number counts as missing.
 //
-// A near miss has a failure that a reaction can address or one against the pool, and a sharpe and a
-// quality above zero, unless its sharpe is so negative that its reversal would pass. Of two results
-// of one structure the first stays, even if the other is better. The results returned may be
-// enlarged copies; none of those given is changed.
+// A near miss has a failure that a reaction can address or one against the signal pool, and a
+// sharpe and a quality above zero, unless its sharpe is so negative that its reversal would pass.
+// Of two results of one structure the first stays, even if the other is better. The results
+// returned may be enlarged copies; none of those given is changed.
 [[nodiscard]] List select_actionable_near_miss_parents(const ReactionEnvironment& environment,
                                                        const Value& results,
                                                        const Value& batch_size);

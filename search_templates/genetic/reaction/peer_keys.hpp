@@ -10,7 +10,7 @@
 namespace varnholt::genetic {
 
 // What kind of function a graph has at its root: the part of its name before the first "_", or
-// "feature" for a feature. Absent for what is no mapping, and for a root without a name.
+// "feature" for a feature. Absent for anything but a mapping, and for a root without a name.
 [[nodiscard]] Value graph_root_family(const Value& graph);
 
 // 1 for a graph whose root gives no numbers, else 0.
@@ -31,7 +31,7 @@ struct FeatureOverlap {
 [[nodiscard]] double delta_exposure_peer_value(Host& host, const Value& result);
 [[nodiscard]] double max_weight_peer_value(Host& host, const Value& result);
 
-// A peer that is itself clean by the metric comes before one that failed by it.
+// A peer that did not fail by the metric comes before one that did.
 struct PeerRepairKey {
   int has_failure = 0;
   double value = 0.0;

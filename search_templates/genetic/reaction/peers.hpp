@@ -26,10 +26,10 @@ class PeerRanking {
 
   // The graphs of all results but the source and those of its structure, one of each structure: the
   // first result of a structure counts, with its metrics. For a source that failed by delta
-  // exposure, or else by maximal weight, numeric peers come first, then those that are clean by
-  // that metric, then those that are small in it. After that, and for any other source, the peers
-  // whose features differ most come first, then those of the better priority, then the earlier. The
-  // order is total.
+  // exposure, or else by maximal weight, numeric peers come first, then those that did not fail by
+  // that metric, then those with small values of it. After that, and for any other source, the
+  // peers whose features differ most come first, then those of the better priority, then the
+  // earlier. The order is total.
   //
   // AttributeError for a result without the operation `get`; a graph that is a mapping but no plain
   // data fails the whole call.
@@ -38,7 +38,7 @@ class PeerRanking {
  private:
   enum class Form { kDeltaExposure, kMaxWeight, kPlain };
 
-  // A result's graph with what has been worked out of it so far.
+  // A result's graph with what has been computed of it so far.
   struct Peer {
     Value result;
     Value graph;  // Absent for anything but a mapping.
@@ -49,7 +49,7 @@ class PeerRanking {
     std::optional<ReactionPriority> priority;
   };
 
-  // A peer's sort key. What a form has no use for is the same in all of its keys.
+  // A peer's sort key. Elements that a form does not use are the same in all of its keys.
   struct SortKey {
     int not_numeric = 0;
     int has_failure = 0;

@@ -14,7 +14,7 @@ namespace {
 
 constexpr double kFarthestCloseViolation = 1.0;
 
-// The read is guarded with the conversion: an entry may be worked out when it is read.
+// The read is guarded with the conversion: an entry may be computed when it is read.
 Value integer_entry(const Value& result, Key key) {
   return tolerate([&] { return to_integer(record_of(result).get(key, 0)); }).value_or(0);
 }

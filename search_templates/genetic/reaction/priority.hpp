@@ -1,7 +1,7 @@
 // In which order failed results are repaired: sort keys, of which the least comes first.
 //
 // A result is read as in failure_metrics.hpp. Depths and indexes are integers of any size, 0 for
-// what cannot be converted to one; qualities are reals, 0.0 for what is no number.
+// a value that cannot be converted; qualities are reals, 0.0 for anything but a number.
 #pragma once
 
 #include "search_templates/genetic/host/json_reader.hpp"
@@ -10,8 +10,8 @@
 
 namespace varnholt::genetic {
 
-// The result's quality score, or its sharpe where it has no such entry. One that is there and is no
-// number is 0.0, not the sharpe.
+// The result's quality score, or its sharpe where it has no such entry. One that is there and is
+// not a number is 0.0, not the sharpe.
 [[nodiscard]] double candidate_quality(const Value& result);
 
 // How many repairs have led to a result. May be negative, as the record has it.

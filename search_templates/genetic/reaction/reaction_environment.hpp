@@ -1,4 +1,4 @@
-// What the improvement of results draws on besides the results themselves.
+// What the improvement of results needs besides the results themselves.
 #pragma once
 
 #include "search_templates/genetic/host/host.hpp"

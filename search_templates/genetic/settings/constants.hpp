@@ -14,7 +14,7 @@ inline constexpr std::int64_t DEFAULT_MAX_IMPROVEMENT_ROUNDS = 10;
 inline constexpr std::int64_t DEFAULT_MAX_REACTION_PLANS_PER_SOURCE = 8;
 inline constexpr std::int64_t DEFAULT_MAX_ACTIONABLE_NEAR_MISS_PARENTS = 8;
 
-// How equal scores are put in order, told with every run's metrics.
+// How ties between scores are broken, reported with every run's metrics.
 inline constexpr Key TIE_SEMANTICS =
     key<"score_desc_then_candidate_index_asc_then_canonical_graph">();
 

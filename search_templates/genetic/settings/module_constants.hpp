@@ -26,11 +26,11 @@ class ModuleConstants {
   [[nodiscard]] virtual Value default_max_reaction_plans_per_source() const = 0;
   [[nodiscard]] virtual Value default_max_actionable_near_miss_parents() const = 0;
 
-  // The failures that tell of a worker process and not of its candidate.
+  // The failures that concern a worker process and not its candidate.
   [[nodiscard]] virtual bool is_process_terminal_failure_reason(const Value& reason) const = 0;
 };
 
-// The constants as they are at load: each host setting is read once, in this order.
+// The constants as read at load: each host setting once, in this order.
 class LoadedConstants : public ModuleConstants {
  public:
   LoadedConstants(SearchSettings& settings, ProcessEvaluation& process_evaluation);

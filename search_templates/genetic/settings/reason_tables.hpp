@@ -1,4 +1,4 @@
-// The vocabulary of failures: the reason names, and the tables that say what a reason means.
+// The vocabulary of failures: the names of reasons, and the tables that classify them.
 //
 // The first three tables keep their order; of the others only membership counts.
 #pragma once
@@ -86,11 +86,12 @@ inline constexpr std::array MINIMUM_FAILURE_REASONS = {
 inline constexpr std::array SHARPE_REACTION_FAILURE_REASONS = {
     reasons::kSharpeMin, reasons::kGrossReturnsSharpeBelowMin};
 
-// The families of functions whose results are no numbers, so that a graph with such a root is a
+// The families of functions whose results are not numbers, so that a graph with such a root is a
 // poor partner in a repair. A function's family is its name up to the first underscore.
 inline constexpr std::array NON_NUMERIC_REPAIR_PEER_ROOT_FAMILIES = {key<"comparison">()};
 
-// The reasons of a failure against the pool, which end when the pool is to be measured again.
+// The reasons of a failure against the signal pool, which end when the candidate is to be measured
+// again.
 inline constexpr std::array POOL_FAILURE_REASONS = {
     reasons::kPnlMi,          reasons::kPnlMiBelowThreshold,  reasons::kCorrelationExceeded,
     reasons::kMissingIsPnlMi, reasons::kMissingIsCorrelation, reasons::kAgentPoolPnlSyncMissing};

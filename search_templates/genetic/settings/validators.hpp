@@ -1,4 +1,4 @@
-// Turns raw settings into sound values, or says which setting is wrong.
+// Turns raw settings into valid values, or names the setting that is wrong.
 //
 // `name` is the setting's name as messages show it: every message begins "genetic {name} must".
 // Conversions are the host language's own, so numeric text is a number where a real is asked for,

@@ -35,7 +35,7 @@ Value validated(const Call& call) {
   });
 }
 
-// The entry "backtest_timing" of a mapping; absent also for what is no mapping.
+// The entry "backtest_timing" of a mapping; absent also for anything but a mapping.
 Value timing_in(const Value& source) {
   const std::optional<Mapping> mapping = as_mapping(source);
   return mapping ? mapping->get(keys::kBacktestTiming) : Value();

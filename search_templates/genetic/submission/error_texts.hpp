@@ -8,7 +8,7 @@ namespace varnholt::genetic {
 inline constexpr std::string_view kMissingSerializedTiming =
     "genetic candidate is missing serialized backtest timing";
 
-// A result of a process names its candidate behind it.
+// For a result of a process the candidate's index follows.
 inline constexpr std::string_view kPersistenceFailed =
     "genetic candidate parent evaluation persistence failed";
 

@@ -1,4 +1,4 @@
-// Measuring a candidate against the pool right before it is recorded and submitted.
+// Measuring a candidate against the signal pool right before it is recorded and submitted.
 #pragma once
 
 #include "search_templates/genetic/host/host.hpp"
@@ -17,10 +17,10 @@ namespace varnholt::genetic {
 //   clear          neither is set by this call, and both verdicts passed
 //
 // The stale metrics are wiped first, before anything can fail, so that they never reach a
-// submission. A failed gate on mutual information wins, whatever the correlation. What an earlier
-// call left is not undone: `passes` stays false, and only the pending mark lifts a block.
+// submission. A failed gate on mutual information wins, whatever the correlation. The effects of an
+// earlier call are not undone: `passes` stays false, and only the pending mark lifts a block.
 //
-// A failure of the host, other than the two that mean "not ready", passes after the wipe.
+// A failure of the host, other than the two that mean "not ready", propagates after the wipe.
 void refresh_candidate_submission_pool_metrics(Host& host, SearchContext& context,
                                                Mapping& candidate, Mapping& payload);
 

@@ -1,11 +1,11 @@
-// What a measurement against the pool of submitted signals leaves on a candidate.
+// What a measurement against the signal pool leaves on a candidate's record.
 //
 // Two metrics are measured before a passing candidate is submitted: the mutual information of its
-// PnL, and its correlation. Here are the small changes of the candidate's record that follow: a
-// passed verdict, a block with a failure, or the mark that the metrics cannot be computed yet.
+// PnL, and its correlation. These functions make the changes to the record that follow: a passed
+// verdict, a block with a failure, or the mark that the metrics cannot be computed yet.
 //
-// `tracking_metric_kwargs` and `failures` are made where the record has none. TypeError where they
-// are no mappings.
+// `tracking_metric_kwargs` and `failures` are created where the record has none. TypeError where
+// they are not mappings.
 #pragma once
 
 #include "search_templates/genetic/host/gates.hpp"
@@ -27,9 +27,9 @@ void block_candidate_submission(Gates& gates, Mapping& candidate, const Value& r
                                 const Value& detail = Value());
 
 // A measured metric with its passed verdict. The two differ on purpose: the threshold of mutual
-// information is asked for only with an era configuration and a pool name, is told the context's
+// information is asked for only with an era configuration and a pool name, is given the context's
 // thresholds, and counts as absent when asking fails; that of the correlation is always asked for,
-// and a failure passes.
+// and a failure propagates.
 void set_candidate_mi_tracking(Gates& gates, PoolThresholds& thresholds, SearchContext& context,
                                Mapping& candidate, const Value& score);
 void set_candidate_correlation_tracking(Gates& gates, PoolThresholds& thresholds,
@@ -39,10 +39,10 @@ void set_candidate_correlation_tracking(Gates& gates, PoolThresholds& thresholds
 // The metrics cannot be computed yet. The mark lifts an earlier block, but neither `failures` nor
 // `passes` is undone.
 void mark_candidate_pool_metrics_pending(Mapping& candidate, Mapping& payload, const Value& detail);
-// The metrics are computed: the mark goes. An earlier block stays.
+// The metrics are computed: the mark is removed. An earlier block stays.
 void clear_candidate_pool_metrics_pending(Mapping& candidate, Mapping& payload);
 
-// The mapping under `key` in a record, made when the key is missing.
+// The mapping under `key` in a record, created when the key is missing.
 [[nodiscard]] Mapping mapping_made_when_missing(Mapping& record, Key key);
 
 }  // namespace varnholt::genetic

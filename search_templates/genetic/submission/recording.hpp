@@ -12,12 +12,13 @@ namespace varnholt::genetic {
 
 // Persists one result through the host's recorder, once: the mark "_parent_recorded" makes a second
 // call return true without asking the host. False when the host did not record it; then nothing is
-// marked. A record may succeed without yielding an id.
+// marked. The host may record without giving an id.
 //
 // A completed backtest must come with its timing (backtest_timing.hpp), which is checked before
-// anything is written; with the identity of the process when a worker made the result. Of a passing
-// candidate the pool metrics are measured before the record is written, so that the record tells
-// the final verdict. The id that the host gives replaces the one in record and payload.
+// anything is written; together with the identity of the process when a worker produced the result.
+// Of a passing candidate the pool metrics are measured before the record is written, so that the
+// record holds the final verdict. The id that the host gives replaces the one in record and
+// payload.
 //
 // AttributeError without a recorder. RuntimeError "genetic candidate is missing serialized backtest
 // timing" for a passing candidate whose consumed timing is empty.

@@ -7,13 +7,13 @@
 
 namespace varnholt::genetic {
 
-// The mapping that the host makes of the candidate's statistics, that very mapping; where the host
-// cannot, fails or makes none, a new one: `sharpe`, `annualized_returns`, `turnover`, `drawdown`,
-// `quality_score` as reals, read from attributes and 0.0 where there is none, and `correlation`
-// where there is one.
+// The mapping that the host makes of the candidate's statistics, as it is; where the host has no
+// such operation, fails or makes none, a new one: `sharpe`, `annualized_returns`, `turnover`,
+// `drawdown`, `quality_score` as reals, read from attributes and 0.0 where there is none, and
+// `correlation` where there is one.
 //
-// Unlike those of a candidate's record, these conversions do not tolerate: TypeError, ValueError or
-// OverflowError for an attribute that is no number.
+// Unlike those of a candidate's record, these conversions tolerate nothing: TypeError, ValueError
+// or OverflowError for an attribute that is not a number.
 [[nodiscard]] Value candidate_stats_payload(SubmissionPayloads& payloads, SearchContext& context,
                                             const Mapping& candidate);
 

@@ -15,14 +15,14 @@ namespace varnholt::genetic {
 [[nodiscard]] Value candidate_eval_id(const Mapping& candidate);
 
 // The payload of a passing candidate, absent for one that does not pass. A payload is built once;
-// one that is there, the evaluator's or an earlier call's, is only completed. The candidate gets
-// its checked timing as "backtest_timing".
+// an existing one, from the evaluator or from an earlier call, is only completed. The candidate
+// gets its checked timing as "backtest_timing".
 //
-// With `refresh_pool_metrics`, whose truth is asked only then, the pool is measured last
-// (pool_metric_refresh.hpp), which may end the candidate's passing: then the result is absent, and
-// the payload stays on the candidate.
+// With `refresh_pool_metrics`, whose truth is read only then, the candidate is measured against the
+// signal pool last (pool_metric_refresh.hpp), after which it may no longer pass: then the result is
+// absent, and the payload stays on the candidate.
 //
-// What backtest_timing.hpp and the host throw passes.
+// What backtest_timing.hpp and the host throw propagates.
 [[nodiscard]] Value ensure_candidate_submission_payload(Host& host, SearchContext& context,
                                                         Mapping& candidate,
                                                         const Value& refresh_pool_metrics = false);

@@ -1,4 +1,4 @@
-// Handing what passes to the host's queue of submissions.
+// Handing passing candidates to the host's queue of submissions.
 #pragma once
 
 #include "search_templates/genetic/host/host.hpp"
@@ -7,8 +7,8 @@
 
 namespace varnholt::genetic {
 
-// Enqueues one candidate's payload, once: the mark "_submission_enqueued" makes a second call do
-// nothing. A candidate that does not pass has no payload and is not enqueued. A host that answers
+// Enqueues one candidate's payload, once: the mark "_submission_enqueued" makes a second call have
+// no effect. A candidate that does not pass has no payload and is not enqueued. A host that answers
 // exactly false has not taken it: the candidate stays unmarked, to be tried again.
 //
 // RuntimeError "genetic candidate cannot enqueue before parent evaluation persistence" for a

@@ -1,5 +1,5 @@
-// A growing run of bytes that is written at its end, for texts and keys that are put together from
-// many small parts. It begins on the stack, where nearly all of them fit.
+// A growing buffer of bytes for texts and keys that are assembled from many small parts. It begins
+// on the stack, where nearly all of them fit.
 #pragma once
 
 #include <cstddef>
@@ -36,8 +36,8 @@ class ByteBuffer {
     end_at(next + bytes.size());
   }
 
-  // Room for `count` more bytes behind the end. What is written there counts up to where end_at
-  // then puts the end. So parts that belong together ask for room only once.
+  // Room for `count` more bytes behind the end. What is written there counts up to where end_at()
+  // then sets the end, so that parts that belong together need one check of the capacity.
   [[nodiscard]] char* room(std::size_t count) {
     if (static_cast<std::size_t>(limit_ - end_) < count) grow(count);
     return end_;

@@ -1,9 +1,9 @@
 // The error kinds of the search, one class each, named as the host's language names them.
 //
 // An "ordinary" error is whatever derives from std::exception; these classes are the ones that the
-// library throws itself. A host that runs in another language turns its own exceptions into the
-// class of their kind and hangs the original on it, so that the very object can be handed back
-// when the error leaves the library again.
+// library throws itself. A host that runs in another language wraps its own exceptions in the class
+// of their kind with the original attached, so that the same object can be handed back when the
+// error leaves the library.
 #pragma once
 
 #include <exception>
@@ -21,7 +21,7 @@ class Value;
 // The kinds that rules tolerate or answer to.
 enum class ErrorKind { kTypeError, kValueError, kOverflowError, kAttributeError };
 
-// What a conversion fails with when the value is at fault.
+// The kinds of error with which a conversion rejects a value.
 inline constexpr std::initializer_list<ErrorKind> kConversionErrors = {
     ErrorKind::kTypeError, ErrorKind::kValueError, ErrorKind::kOverflowError};
 
@@ -38,7 +38,7 @@ class ErrorOrigin {
   [[nodiscard]] virtual Value object() const = 0;
 };
 
-// What rules may read of an error besides its text. Missing and absent are two answers.
+// What rules may read of an error besides its text. A missing attribute and an absent value differ.
 class ErrorAttributes {
  public:
   virtual ~ErrorAttributes() = default;
@@ -153,7 +153,7 @@ class RecursionError : public RuntimeError {
 };
 
 // The result of `attempt()`, or of `otherwise(error)` when it fails with an error of one of the
-// kinds. `otherwise` is called while the error is being handled; every other error passes.
+// kinds. `otherwise` is called while the error is being handled; every other error propagates.
 template <typename Attempt, typename Otherwise>
 auto catching(std::initializer_list<ErrorKind> kinds, Attempt&& attempt, Otherwise&& otherwise)
     -> decltype(std::forward<Attempt>(attempt)()) {

@@ -15,7 +15,7 @@
 
 namespace varnholt::genetic {
 
-// Walks whatever can be iterated, one item a call.
+// An iterator over anything that can be iterated: one item a call.
 class ValueIterator {
  public:
   virtual ~ValueIterator() = default;
@@ -46,17 +46,17 @@ class HostObject : public detail::Counted {
   // this != other, which a class may answer otherwise than by equality.
   [[nodiscard]] virtual bool differs(const Value& other) const { return !equals(other); }
   // Equal values hash alike, also an object and a value of ours (`hash` of semantics.hpp).
-  // Throws TypeError for what cannot be a key.
+  // Throws TypeError when the object cannot be a key.
   [[nodiscard]] virtual std::uint64_t hash() const;
   // this < other, and other < this. Empty when the host has no such order.
   [[nodiscard]] virtual std::optional<bool> less(const Value& other) const;
   [[nodiscard]] virtual std::optional<bool> greater(const Value& other) const;
-  // this >= other, and other >= this: by the order above and equality, unless the object has a
-  // mind of its own.
+  // this >= other, and other >= this: by the order above and equality, unless the object defines
+  // them otherwise.
   [[nodiscard]] virtual std::optional<bool> at_least(const Value& other) const;
   [[nodiscard]] virtual std::optional<bool> at_most(const Value& other) const;
 
-  // Of an instance of the real type: whether it has no fraction, as it says itself.
+  // For an instance of the real type: whether it has no fraction, by its own answer.
   [[nodiscard]] virtual bool is_whole() const;
   // float() and int() of the object; TypeError when it is not convertible.
   [[nodiscard]] virtual double to_float() const;
@@ -69,7 +69,8 @@ class HostObject : public detail::Counted {
   // A handle on the object as a mapping, when it is one (an exact mapping is no object).
   [[nodiscard]] virtual std::optional<Mapping> as_mapping() const { return std::nullopt; }
   // A handle on the object as what is read by `get` and written by key, whether or not it is a
-  // mapping: each of these fails by itself. Nothing when the host has no such objects.
+  // mapping; an operation that it lacks fails when it is called. Nothing when the host has no such
+  // objects.
   [[nodiscard]] virtual std::optional<Mapping> as_record() const { return as_mapping(); }
   // A new mapping made of the object as the host makes one; nothing when that is what new_mapping()
   // of copy.hpp does.
@@ -81,25 +82,25 @@ class HostObject : public detail::Counted {
   [[nodiscard]] virtual std::size_t length() const;                      // TypeError: has no len()
   [[nodiscard]] virtual std::unique_ptr<ValueIterator> iterate() const;  // TypeError: not iterable
   [[nodiscard]] virtual Value item(const Value& key) const;              // TypeError: no items
-  // Whether the object holds `item`. TypeError for what cannot be asked.
+  // Whether the object holds `item`. TypeError when the object does not support the question.
   [[nodiscard]] virtual bool contains(const Value& item) const;
-  // The object's operation `get`, for one that is no mapping. AttributeError when it has none.
+  // The object's operation `get`, for one that is not a mapping. AttributeError when it has none.
   [[nodiscard]] virtual Value get(const Value& key) const;
-  // The number with its sign turned. TypeError for what is none.
+  // -value. TypeError for anything but a number.
   [[nodiscard]] virtual Value negated() const;
   [[nodiscard]] virtual bool is_callable() const { return false; }
   // object(*positional, **keywords); TypeError for what cannot be called.
   [[nodiscard]] virtual Value call(std::span<const Value> positional,
                                    const Mapping& keywords) const;
-  // Missing and absent are two answers.
+  // A missing attribute and an absent value differ.
   [[nodiscard]] virtual std::optional<Value> attribute(std::string_view name) const;
   // AttributeError for a missing one.
   [[nodiscard]] virtual Value required_attribute(std::string_view name) const;
 
   [[nodiscard]] virtual Value deep_copy() const;
-  // The deep copy of the whole value `root`, in which this object was met, for a host that copies
-  // its objects together with what they share; nothing when the object is copied by itself. Such
-  // an object's deep_copy() is not asked.
+  // The deep copy of the whole value `root` in which this object was found, for a host that copies
+  // its objects together with what they share; nothing when the object is copied by itself, by
+  // deep_copy(), which is not called otherwise.
   [[nodiscard]] virtual std::optional<Value> deep_copy_of(const Value& root) const;
   [[nodiscard]] virtual Value shallow_copy() const { return self(); }
 

@@ -198,7 +198,7 @@ class JsonWriter {
     }
   }
 
-  // A key that is no text is written as the text of its JSON form.
+  // A key that is not a text is written as the text of its JSON form.
   [[gnu::noinline]] void write_other_key(const Value& key) {
     const Kind kind = exact_kind(key);
     if (kind == Kind::kText) {

@@ -8,7 +8,7 @@
 
 namespace varnholt::genetic {
 
-// Keys are sorted as they are, before those that are no texts become texts. Throws TypeError for
+// Keys are sorted as they are, before those that are not texts become texts. Throws TypeError for
 // what JSON cannot hold and for keys without an order among them, ValueError "Circular reference
 // detected" for a value that contains itself, and RecursionError for one nested deeper than
 // kMaximumNesting.

@@ -1,7 +1,7 @@
 // Fixed texts: the keys and reason names that the search reads and writes.
 //
 // A `Key` is a text that lives in the program itself. Making a `Value` from one costs neither an
-// allocation nor a count, and its hash is worked out by the compiler. `keys.hpp` names them all, so
+// allocation nor a count, and its hash is computed by the compiler. `keys.hpp` names them all, so
 // that a misspelt key does not compile.
 #pragma once
 
@@ -22,8 +22,8 @@ struct Counted {
 // The count of a text that lives in the program: never raised, never lowered.
 inline constexpr std::uint32_t kImmortal = 0xFFFFFFFF;
 
-// Every text has room for this many characters, however short it is, so that the walks over graphs
-// copy nearly all texts in one step. What follows the characters in it is zero.
+// Every text has room for this many characters, however short it is, so that graph walks copy
+// nearly all texts in one step. What follows the characters in it is zero.
 inline constexpr std::size_t kShortTextRoom = 16;
 
 // A text's representation. For a text made at run time the characters follow in the same block.
@@ -38,13 +38,13 @@ struct TextRep : Counted {
   static constexpr std::size_t kLargestSize = 0x7FFFFFFF;
 
   std::uint32_t size : 31;
-  // Whether JSON text between quotes has every character as it is.
+  // Whether JSON shows every character unescaped.
   std::uint32_t is_plain : 1;
   std::uint64_t hash;
   const char* characters;  // At least kShortTextRoom of them can be read.
 };
 
-// Whether a character stands in JSON text as it is.
+// Whether JSON shows a character unescaped.
 constexpr bool is_plain_in_json(char character) noexcept {
   return character >= 0x20 && character < 0x7F && character != '"' && character != '\\';
 }
@@ -55,7 +55,7 @@ constexpr bool is_plain_in_json(std::string_view text) noexcept {
   return plain;
 }
 
-// FNV-1a, 64 bits (Fowler, Noll, Vo). Texts are short, and the compiler can work it out.
+// FNV-1a, 64 bits (Fowler, Noll, Vo). Texts are short, and the compiler can compute it.
 constexpr std::uint64_t hash_text(std::string_view text) noexcept {
   std::uint64_t hash = 0xCBF29CE484222325U;
   for (const char character : text) {

@@ -1,6 +1,6 @@
 // Every key that the library reads or writes in open data, each in one place.
 //
-// The comment of a group tells whose mapping it is.
+// The comment of each group names the mapping that the keys belong to.
 #pragma once
 
 #include "search_templates/genetic/value/key.hpp"
@@ -117,14 +117,14 @@ inline constexpr Key kVerdict = key<"verdict">();
 inline constexpr Key kThresholdSet = key<"threshold_set">();
 
 // The state of an attempt in the ledger, in the order in which it is written, beside
-// "backtest_started" and the pool's failure.
+// "backtest_started" and the worker's failure.
 inline constexpr Key kAttemptId = key<"attempt_id">();
 inline constexpr Key kDispatched = key<"dispatched">();
 inline constexpr Key kWorkerStarted = key<"worker_started">();
 inline constexpr Key kFinalized = key<"finalized">();
 inline constexpr Key kMarkerAttemptId = key<"marker_attempt_id">();
 
-// An event of the pool, beside the candidate's index and the failure's reason.
+// An event of the worker pool, beside the candidate's index and the failure's reason.
 inline constexpr Key kEvent = key<"event">();
 inline constexpr Key kAttempt = key<"attempt">();
 inline constexpr Key kCandidate = key<"candidate">();

@@ -5,7 +5,7 @@
 // equidistributed uniform pseudorandom number generator", ACM TOMACS 8 (1998), 3-30, with its
 // initialisation by an array; what is drawn from it follows CPython 3.11's documented and observed
 // behaviour. `std::mt19937` draws the same words, but neither starts from CPython's seeding nor
-// gives its words and their position in one form everywhere. It is no generator for secrets.
+// gives its words and their position in one form everywhere. Not for secrets.
 #pragma once
 
 #include <array>
@@ -42,15 +42,15 @@ class MersenneTwister {
   // A multiple of 2**-53 in [0, 1), each equally likely. Uses two words.
   [[nodiscard]] double random() noexcept;
 
-  // An integer of `bits` random bits, 0 to 64 of them; for no bit it is 0 and draws nothing. Uses
-  // one word up to 32 bits and two above. Throws ValueError for a negative number of bits, and for
-  // more than 64, which CPython would give.
+  // An integer of `bits` random bits, 0 to 64 of them; for 0 bits it returns 0 and draws nothing.
+  // Uses one word up to 32 bits and two above. Throws ValueError for a negative number of bits, and
+  // for more than 64, which CPython allows.
   [[nodiscard]] std::uint64_t getrandbits(int bits);
 
   [[nodiscard]] const MersenneTwisterState& state() const noexcept { return state_; }
 
-  // Goes on from a state. Throws ValueError "invalid state", and keeps its own, if the position is
-  // beyond the words.
+  // Continues from a state. Throws ValueError "invalid state", and keeps its own, if the position
+  // is beyond the words.
   void set_state(const MersenneTwisterState& state);
 
  private:

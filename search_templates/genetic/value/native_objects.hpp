@@ -9,8 +9,8 @@
 
 namespace varnholt::genetic {
 
-// A NaN. It equals nothing but itself, and hashes by identity, so that a set or a mapping meets the
-// same NaN again and no other.
+// A NaN. It equals nothing but itself, and hashes by identity, so that a set or a mapping finds
+// that same NaN again and no other.
 class NotANumber : public HostObject {
  public:
   [[nodiscard]] std::string type_name() const override { return "float"; }

@@ -1,8 +1,9 @@
-// Direct reading of lists and mappings of the library's own: no handle is made and nothing is
-// called, which is what a walk over a graph needs to be quick.
+// Direct reading of lists and mappings of the library's own: no handle is made and no virtual
+// function is called, which makes the walk over a graph fast.
 //
-// What is read here stays where it is only as long as the container does not change, so a walk that
-// may reach the host's code reads anew after each step, and holds a handle on what it goes into.
+// The views are valid only as long as the container does not change, so a walk that may call the
+// host reads them again after each step, and holds a handle on each container that it descends
+// into.
 #pragma once
 
 #include <span>

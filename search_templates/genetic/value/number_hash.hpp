@@ -17,7 +17,8 @@ namespace varnholt::genetic {
 // The same of an integer of any size, given by its decimal digits without the sign.
 [[nodiscard]] std::int64_t hash_integer_digits(std::string_view digits, bool negative) noexcept;
 
-// `hash` of a float. CPython hashes a NaN by its identity, which a double has not: it gives 0.
+// `hash` of a float. CPython hashes a NaN by its identity, which a double does not have: here it is
+// 0.
 [[nodiscard]] std::int64_t hash_real(double value) noexcept;
 
 // The exact order of an integer and a double; unordered when the double is a NaN.

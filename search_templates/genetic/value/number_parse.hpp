@@ -1,10 +1,10 @@
 // Numbers read from a text as CPython 3.11 reads them: `float(text)` and `int(text)`.
 //
 // Both accept white space around the number, a sign, decimal digits of any script and single
-// underscores between digits. The ASCII separators 0x1C to 0x1F are no white space here, although
+// underscores between digits. The ASCII separators 0x1C to 0x1F are not white space here, although
 // `str.isspace` says so of them. The text is valid UTF-8.
 //
-// Whatever is no number throws a ValueError with CPython's message, which shows the text's repr.
+// Anything but a number throws a ValueError with CPython's message, which shows the text's repr.
 #pragma once
 
 #include <cstddef>

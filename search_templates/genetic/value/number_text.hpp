@@ -12,7 +12,8 @@
 
 namespace varnholt::genetic {
 
-// Appends `repr(value)` of a float; "inf", "-inf" and "nan" (of either sign) for what is no number.
+// Appends `repr(value)` of a float; "inf", "-inf" and "nan" (of either sign) for values that are
+// not finite.
 void append_float_repr(std::string& out, double value);
 
 // Appends what `json.dumps` writes for a float: its repr, but "Infinity", "-Infinity" and "NaN".

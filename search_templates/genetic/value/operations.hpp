@@ -1,5 +1,5 @@
-// What statements of the host's language do with values: unpack, look inside, turn the sign, write
-// an entry. Each fails as the statement does.
+// What statements of the host's language do with values: unpacking, membership, negation,
+// comparison, writing an entry. Each fails as the statement does.
 #pragma once
 
 #include <cstddef>
@@ -17,7 +17,7 @@ namespace varnholt::genetic {
 [[nodiscard]] std::vector<Value> unpack(const Value& value, std::size_t count);
 
 // first, second = value. TypeError "cannot unpack non-iterable int object"; ValueError for another
-// number of items than two.
+// number of items but two.
 [[nodiscard]] std::pair<Value, Value> unpack_pair(const Value& value);
 
 // item in container: a key of a mapping, an item of a sequence, a part of a text.
@@ -27,19 +27,19 @@ namespace varnholt::genetic {
 // -value. TypeError "bad operand type for unary -: 'str'".
 [[nodiscard]] Value negated(const Value& value);
 
-// value.name, for an attribute that a rule cannot do without.
-// AttributeError "'int' object has no attribute 'graph'".
+// value.name, for an attribute that a rule requires. AttributeError "'int' object has no attribute
+// 'graph'".
 [[nodiscard]] Value required_attribute(const Value& value, std::string_view name);
 
 // Whether the value is a real that is not a number.
 [[nodiscard]] bool is_nan(const Value& value);
 
-// left != right. A host's object is asked whether it differs, which need not be whether it is not
-// equal.
+// left != right. A host's object is asked whether it differs, which need not be the opposite of its
+// equality.
 [[nodiscard]] bool differ(const Value& left, const Value& right);
 
-// A score or a rate as a number to reckon with. TypeError for what is none, also for a text that
-// float() would read.
+// A score or a rate as a number to calculate with. TypeError for anything but a number, also for a
+// text that float() would read.
 [[nodiscard]] double as_number(const Value& value);
 
 // left - right of two such numbers. Integers are subtracted before they become a real: those beyond
@@ -49,12 +49,12 @@ namespace varnholt::genetic {
 // integer + addend, exactly. The integer is one that to_integer() gave.
 [[nodiscard]] Value integer_sum(const Value& integer, std::int64_t addend);
 
-// left >= right. A host's object is asked this very question.
-// TypeError "'>=' not supported between instances of 'int' and 'str'".
+// left >= right. A host's object answers this comparison itself. TypeError "'>=' not supported
+// between instances of 'int' and 'str'".
 [[nodiscard]] bool at_least(const Value& left, const Value& right);
 
 // The mapping into which value[key] = ... writes.
-// TypeError "'int' object does not support item assignment" for what is no mapping.
+// TypeError "'int' object does not support item assignment" for anything but a mapping.
 [[nodiscard]] Mapping writable_mapping(const Value& value);
 
 // value.get(key), for a record that may be any kind of object with such an operation.

@@ -120,7 +120,7 @@ struct TupleRep : ContainerRep {
   TailBuffer<Value> items;
 };
 
-// Mappings up to this size are looked through; most records and all graph nodes are that small.
+// Mappings up to this size are searched linearly; most records and all graph nodes are that small.
 inline constexpr std::size_t kLargestScanned = 16;
 
 struct MappingRep : ContainerRep {
@@ -134,7 +134,7 @@ struct MappingRep : ContainerRep {
 
   std::unique_ptr<MappingStorage> storage;
   TailBuffer<MappingEntry> entries;
-  // A hash table of positions plus one, of mappings too large to look through alone. Made when it
+  // A hash table of positions plus one, for mappings too large for a linear search. Built when it
   // is first needed: many a copy is never searched.
   std::vector<std::uint32_t> slots;
 

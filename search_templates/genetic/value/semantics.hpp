@@ -54,8 +54,8 @@ namespace varnholt::genetic {
 // 64 bits. TypeError, ValueError or OverflowError.
 [[nodiscard]] Value to_integer(const Value& value);
 
-// An integer of any size, cut to what 64 bits hold: for counts and sizes, of which no larger one
-// can be reached. TypeError for what is no instance of the integer type.
+// An integer of any size, cut to what 64 bits hold: for counts and sizes, which never grow larger.
+// TypeError for anything but an instance of the integer type.
 [[nodiscard]] std::int64_t saturated_integer(const Value& value);
 // left + right, cut likewise.
 [[nodiscard]] std::int64_t saturated_sum(std::int64_t left, std::int64_t right) noexcept;
@@ -67,14 +67,14 @@ void append_repr(std::string& out, const Value& value);
 
 // A handle on the value as a mapping, when it is any kind of mapping.
 [[nodiscard]] std::optional<Mapping> as_mapping(const Value& value);
-// The same for a record that a rule reads or writes by key, which may be any object of the host
+// The same for a record that a rule reads or writes by key: it may be any object of the host
 // (HostObject::as_record). record_of throws AttributeError "'int' object has no attribute 'get'"
-// where there is none.
+// for a value that has no such handle.
 [[nodiscard]] std::optional<Mapping> as_record(const Value& value);
 [[nodiscard]] Mapping record_of(const Value& value);
 // Whether it is a text, list or tuple, or an instance of a subclass of it.
 [[nodiscard]] bool is_instance_of(const Value& value, Kind kind);
-// The kind whose exact type the value has; kObject where it is none of ours.
+// The kind whose exact type the value has; kObject where it is not one of ours.
 [[nodiscard]] Kind exact_kind(const Value& value);
 
 // len(value): TypeError "object of type 'int' has no len()".
@@ -84,7 +84,8 @@ void append_repr(std::string& out, const Value& value);
 [[nodiscard]] std::unique_ptr<ValueIterator> iterate(const Value& value);
 // value[index] of a text or sequence or value[key] of a mapping; IndexError, KeyError or TypeError.
 [[nodiscard]] Value item(const Value& value, const Value& key);
-// The attribute of an object; empty when it has none of that name, as no value of ours has.
+// The attribute of an object; empty when it has none of that name; values of our own kinds have no
+// attributes.
 [[nodiscard]] std::optional<Value> attribute(const Value& value, std::string_view name);
 // The entry `key` of a mapping or else the attribute of that name; `fallback` when it is missing.
 [[nodiscard]] Value field_value(const Value& value, Key key, const Value& fallback = Value());

@@ -12,9 +12,9 @@
 
 namespace varnholt::genetic {
 
-// Sorts the items of a vector or span so that `comes_before(item, earlier_item)` holds for none;
-// items of which neither comes before the other keep their order. What the order throws passes, and
-// the items are then of no use.
+// Sorts the items of a vector or span so that `comes_before(item, earlier_item)` holds for no two
+// of them; items of which neither comes before the other keep their order. What the order throws
+// propagates, and leaves the items unspecified.
 template <typename Items, typename ComesBefore>
 void stable_sort(Items&& items, const ComesBefore& comes_before) {
   std::vector<std::remove_cvref_t<decltype(items[0])>> merged;

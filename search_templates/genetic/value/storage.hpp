@@ -28,8 +28,8 @@ class ListStorage {
 
 class MappingStorage {
  public:
-  // A walk over the entries, alive only as long as the storage. Throws RuntimeError when the
-  // container changed its size meanwhile.
+  // An iterator over the entries, valid only as long as the storage lives. Throws RuntimeError when
+  // the container has changed its size meanwhile.
   class Cursor {
    public:
     virtual ~Cursor() = default;
@@ -42,18 +42,19 @@ class MappingStorage {
   [[nodiscard]] virtual const void* identity() const noexcept = 0;
   [[nodiscard]] virtual std::size_t size() const = 0;
   [[nodiscard]] virtual std::optional<Value> find(const Value& key) const = 0;
-  // mapping.get(key, fallback) and mapping[key], for containers where they need not be a look-up.
+  // mapping.get(key, fallback) and mapping[key], for containers that define them as more than a
+  // look-up.
   [[nodiscard]] virtual Value get(const Value& key, const Value& fallback) const {
     return find(key).value_or(fallback);
   }
   [[nodiscard]] virtual Value at(const Value& key) const;  // KeyError with the key's text form.
-  // For containers whose answer to "is it in there" need not be that of a look-up.
+  // For containers that define membership as more than a look-up.
   [[nodiscard]] virtual bool contains(const Value& key) const { return find(key).has_value(); }
   virtual void set(const Value& key, const Value& value) = 0;
   virtual bool erase(const Value& key) = 0;
   [[nodiscard]] virtual std::unique_ptr<Cursor> entries() const = 0;
-  // A new mapping with the entries, made as the host makes one of this container; nothing where a
-  // walk over the entries does just that.
+  // A new mapping with the entries, made as the host makes one of this container; nothing where
+  // copying the entries one by one does just that.
   [[nodiscard]] virtual std::optional<Mapping> new_mapping() const { return std::nullopt; }
 };
 

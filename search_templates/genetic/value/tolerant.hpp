@@ -1,7 +1,7 @@
-// Conversions that answer "no" instead of failing.
+// Conversions that give nothing instead of failing.
 //
 // They tolerate exactly TypeError, ValueError and OverflowError; whatever else a value's own
-// conversion throws passes through.
+// conversion throws propagates.
 #pragma once
 
 #include <optional>
@@ -37,7 +37,7 @@ template <typename Conversion>
 [[nodiscard]] Value number(const Value& value, const Value& fallback = Value(0.0));
 
 // A candidate's correlation. Absent stays absent; ValueError "candidate correlation must be a
-// finite number or None" for what cannot be converted or is not finite.
+// finite number or None" for a value that cannot be converted or is not finite.
 [[nodiscard]] Value optional_correlation(const Value& value);
 
 }  // namespace varnholt::genetic

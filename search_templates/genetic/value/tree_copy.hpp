@@ -17,9 +17,9 @@ namespace varnholt::genetic::detail {
   return sizeof(MappingRep) + entries * sizeof(MappingEntry);
 }
 
-// A copy of `tree`. Every list and mapping in it must be native and is copied at each of its
-// places; anything else is shared, also when it is the whole tree. `bytes` is the sum of what the
-// lists and mappings take. The depth must have been found to be one that recursion can follow.
+// A copy of `tree`. Every list and mapping in it must be native and is copied wherever it occurs;
+// anything else is shared, also when it is the whole tree. `bytes` is the sum of what the lists and
+// mappings take. The depth must have been checked: the copy recurses.
 [[nodiscard]] Value copy_tree(const Value& tree, std::size_t bytes);
 
 }  // namespace varnholt::genetic::detail

@@ -1,4 +1,4 @@
-// The three properties of a character that texts and numbers ask for, by Unicode 14.0.0.
+// The three properties of a character that texts and numbers depend on, by Unicode 14.0.0.
 //
 // The answers are those of CPython 3.11 for every code point from 0 to 0x10FFFF. They are looked
 // up by binary search in the ranges of unicode_ranges.hpp; ASCII is answered without a search. A

@@ -129,7 +129,7 @@ class Value {
   // Absent, a boolean, a number or a text: what holds no other values.
   [[nodiscard]] bool is_scalar() const noexcept { return kind_ <= Kind::kText; }
 
-  // What the value holds. The kind must be the one asked for: ask first.
+  // What the value holds. The kind must be the right one: check it first.
   [[nodiscard]] bool boolean() const noexcept { return payload_.boolean; }
   [[nodiscard]] std::int64_t integer() const noexcept { return payload_.integer; }
   [[nodiscard]] double real() const noexcept { return payload_.real; }
@@ -141,17 +141,17 @@ class Value {
   [[nodiscard]] Mapping mapping() const noexcept;
   [[nodiscard]] HostObject& object() const noexcept;
 
-  // The hash of a text, worked out when it was made.
+  // The hash of a text, computed when it was made.
   [[nodiscard]] std::uint64_t text_hash() const noexcept { return text_rep().hash; }
 
-  // Whether JSON text has every character of the text as it is, told when it was made.
+  // Whether JSON shows every character of the text unescaped, determined when it was made.
   [[nodiscard]] bool text_is_plain() const noexcept { return text_rep().is_plain != 0; }
 
   // The counted representation of a text or container; null for a scalar without one.
   [[nodiscard]] detail::Counted* counted() const noexcept {
     return kind_ >= Kind::kText ? payload_.counted : nullptr;
   }
-  // The same of a value that has one: ask first.
+  // The same for a value that has one: check it first.
   [[nodiscard]] detail::Counted& representation() const noexcept { return *payload_.counted; }
 
  private:
@@ -258,14 +258,14 @@ class Mapping {
 
   [[nodiscard]] std::size_t size() const;
   [[nodiscard]] bool empty() const { return size() == 0; }
-  // Missing and absent are two answers here.
+  // A missing key and an absent value differ here.
   [[nodiscard]] std::optional<Value> find(const Value& key) const;
   // `fallback` when the key is missing; an absent value that is there stays absent.
   [[nodiscard]] Value get(const Value& key, const Value& fallback = Value()) const;
   // Throws KeyError with the key's text form.
   [[nodiscard]] Value at(const Value& key) const;
   [[nodiscard]] bool contains(const Value& key) const;
-  // Throws TypeError "unhashable type: ..." for a key that cannot be one.
+  // Throws TypeError "unhashable type: ..." for a value that cannot be a key.
   void set(const Value& key, Value value);
   // Sets the key unless it is there, whatever value it holds; returns what it holds then.
   Value set_default(const Value& key, const Value& value);
@@ -282,7 +282,7 @@ class Mapping {
   // As List::adopt.
   [[nodiscard]] Mapping adopt(std::unique_ptr<MappingStorage> storage);
 
-  // Appends without looking whether the key is there: for copies, whose keys are known to differ.
+  // Appends without checking whether the key is there: for copies, whose keys are known to differ.
   void append_new(Value key, Value value);
 
  private:
@@ -313,7 +313,8 @@ template <typename T, typename... Arguments>
   return ObjectRef(new T(std::forward<Arguments>(arguments)...));
 }
 
-// Walks a list as the host's language does: by index, so that items appended meanwhile are met.
+// An iterator over a list, as the host's language has it: by index, so that items appended
+// meanwhile are seen.
 class ListCursor {
  public:
   explicit ListCursor(List list) : list_(std::move(list)) {}
@@ -324,9 +325,9 @@ class ListCursor {
   std::size_t index_ = 0;
 };
 
-// Walks a mapping in its order. A mapping whose size changes under the walk makes `next` throw
-// RuntimeError "dictionary changed size during iteration"; one that is handed to the host under the
-// walk is walked to its end.
+// An iterator over a mapping in its order. `next` throws RuntimeError "dictionary changed size
+// during iteration" when the size has changed meanwhile; a mapping that is handed to the host
+// during the iteration is iterated to its end.
 class MappingCursor {
  public:
   explicit MappingCursor(Mapping mapping);

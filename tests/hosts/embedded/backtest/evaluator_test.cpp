@@ -1,5 +1,5 @@
 // The evaluator: from a graph over known prices to its signal, weights and statistics.
-// Method: small prices with everything worked out by hand, and the panel functions called directly.
+// Method: small prices with everything computed by hand, and the panel functions called directly.
 #include "hosts/embedded/backtest/evaluator.hpp"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-// Gates over open data: they judge as the gates over structures do, and refuse what is no number.
-// Method: mappings written out; the statistics of random books judged in both ways.
+// Gates over open data: they judge as the gates over structures do, and refuse anything but a
+// number. Method: mappings written out; the statistics of random books judged in both ways.
 #include "hosts/embedded/gates/threshold_set.hpp"
 
 #include <limits>

@@ -1,5 +1,5 @@
 // A record crosses the process boundary unchanged: the order of its keys and of its graph's, every
-// bit of its reals, keys that are no texts, and the statistics as an object with attributes.
+// bit of its reals, keys that are not texts, and the statistics as an object with attributes.
 #include "hosts/embedded/host/result_wire.hpp"
 
 #include <bit>

@@ -1,5 +1,5 @@
 // The report on a price file: counts, gaps and jumps, and the text made of them.
-// Method: small files with every figure worked out by hand.
+// Method: small files with every figure computed by hand.
 #include "hosts/embedded/market/price_report.hpp"
 
 #include <cmath>

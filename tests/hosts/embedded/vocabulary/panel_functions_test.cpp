@@ -1,5 +1,5 @@
-// Every panel function against values worked out by hand.
-// Method: panels of a few days, each with ties, a gap, or whatever else the function decides on.
+// Every panel function against values computed by hand. Method: panels of a few days, each with
+// ties, a gap, or whatever else the function decides on.
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
 
 #include <cmath>

@@ -1,5 +1,5 @@
 // The vocabulary as data, and the panels of its features.
-// Method: the tables against what their header promises; features worked out by hand.
+// Method: the tables against what their header promises; features computed by hand.
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
 
 #include <cmath>
