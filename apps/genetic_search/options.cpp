@@ -29,7 +29,7 @@ constexpr const char* kDescription =
     "Searches daily prices for trading signals. A signal is an expression such as\n"
     "cross_rank(ts_delta(close, 5)); the search makes expressions, backtests each in\n"
     "a worker process, breeds from those that pass the gates, stores every attempt in\n"
-    "an SQLite file, and submits what is new to a pool of signals.";
+    "an SQLite file, and submits what is new to a signal pool.";
 
 constexpr const char* kFooter =
     "Begin with:\n"
@@ -276,7 +276,7 @@ void Parser::add_signals() {
                 options.group(kOptionsGroup);
                 options.positional("DB", signals.database);
                 options.whole("--run", "N", from(1), "Only those of run N.", signals.run);
-                options.text("--pool", "NAME", "Only those of the pool NAME.", signals.pool);
+                options.text("--pool", "NAME", "Only those of the signal pool NAME.", signals.pool);
                 options.flag("--all", "Refused and waiting ones too.", signals.all);
                 options.flag("--json", "One JSON object a line, for machines.", signals.json);
                 return kOptionsGroup;

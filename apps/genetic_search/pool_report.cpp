@@ -56,11 +56,11 @@ std::string pool_text(const embedded::SearchSummary& summary,
   const std::string pool = on_one_line(started.signal_pool_name);
   const std::string heading =
       count == 0 ? fmt::format(
-                       "No signal was submitted to the pool \"{}\". The market to beat, by "
+                       "No signal was submitted to the signal pool \"{}\". The market to beat, by "
                        "Sharpe ratio",
                        pool)
                  : fmt::format(
-                       "Submitted to the pool \"{}\": {} signal{}, beside the market, by "
+                       "Submitted to the signal pool \"{}\": {} signal{}, beside the market, by "
                        "Sharpe ratio",
                        pool, count, count == 1 ? "" : "s");
   std::string text = entry_text("", heading, width);

@@ -12,7 +12,7 @@ namespace varnholt::app {
 // for the equal-weight market over the same days:
 //   in sample, hold-out   Sharpe ratio after costs, annualised, on the days that the search saw and
 //                         on those that it never saw
-//   novelty, correlation  against the pool as it was when the signal joined it
+//   novelty, correlation  against the signal pool as it was when the signal joined it
 // Then which days those are, what became of all submissions, and the command that shows more of a
 // signal. Every line is ended.
 [[nodiscard]] std::string pool_text(const embedded::SearchSummary& summary,

@@ -74,7 +74,7 @@ struct Remedy {
   bool is_minimum;
 };
 
-constexpr const char* kOtherPool = "begin another pool with --pool NAME, or ";
+constexpr const char* kOtherPool = "begin another signal pool with --pool NAME, or ";
 
 std::array<Remedy, 11> threshold_remedies(const embedded::HostConfig& config) {
   namespace reasons = genetic::reasons;
@@ -95,8 +95,8 @@ std::array<Remedy, 11> threshold_remedies(const embedded::HostConfig& config) {
         limits.delta_exposure, false},
        {reasons::kCorrelationExceeded, kOtherPool, "pool.correlation_max in --config",
         config.pool.correlation_max, false},
-       {reasons::kPnlMiBelowThreshold, kOtherPool, "pool.pnl_mi_min in --config",
-        config.pool.pnl_mi_min, true}}};
+       {reasons::kPnlMiBelowThreshold, kOtherPool, "pool.novelty_min in --config",
+        config.pool.novelty_min, true}}};
 }
 
 std::string counted(std::int64_t count, const char* noun) {

@@ -124,19 +124,21 @@ std::string pool_name_refusal(const std::string& name) {
 void add_config_options(Options& options, RunCommand& run) {
   const embedded::HostConfig defaults;
   options.group("Configuration");
-  options.optional_text("--config", "FILE",
-                        "A TOML file with gates, limits, pool, eras and market. The gates below, "
-                        "--era and --pool override what it says.",
-                        run.config_file);
+  options.optional_text(
+      "--config", "FILE",
+      "A TOML file with gates, limits, signal pool, eras and market. The gates below, "
+      "--era and --pool override what it says.",
+      run.config_file);
   options.whole("--era", "N", from(1, embedded::kLargestEraCount),
                 "The era that is searched: the search sees the days up to its end. Default: the "
                 "last before the hold-out.",
                 run.overrides.era);
-  options.checked_text("--pool", "NAME",
-                       fmt::format("The pool that signals are compared with and submitted to. "
-                                   "Default: {}.",
-                                   defaults.pool.name),
-                       pool_name_refusal, run.overrides.pool_name);
+  options.checked_text(
+      "--pool", "NAME",
+      fmt::format("The signal pool that signals are compared with and submitted to. "
+                  "Default: {}.",
+                  defaults.pool.name),
+      pool_name_refusal, run.overrides.pool_name);
 }
 
 void add_judging_options(Options& options, embedded::SearchOptions& search,

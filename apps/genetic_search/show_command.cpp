@@ -86,12 +86,12 @@ std::string verdict_text(const embedded::EvaluationRecord& evaluation) {
 }
 
 std::string submission_text(const SubmissionRecord& submission) {
-  std::string text = fmt::format("{}, pool \"{}\", market {}, era {}", state_text(submission),
-                                 submission.pool.signal_pool_name, submission.pool.market_id,
-                                 submission.pool.era_number);
+  std::string text = fmt::format("{}, signal pool \"{}\", market {}, era {}",
+                                 state_text(submission), submission.pool.signal_pool_name,
+                                 submission.pool.market_id, submission.pool.era_number);
   if (const auto& settlement = submission.settlement) {
     text += fmt::format("; novelty {:.2f} (at least {:g}), correlation {:.2f} (at most {:g})",
-                        settlement->score, settlement->score_threshold, settlement->correlation,
+                        settlement->novelty, settlement->novelty_threshold, settlement->correlation,
                         settlement->correlation_threshold);
     if (settlement->refusal_detail) text += "; " + *settlement->refusal_detail;
   } else if (submission.pending_reason) {

@@ -72,7 +72,7 @@ std::string table_of(const std::vector<Listed>& signals, bool with_state, Width 
 std::string nothing_text(const SignalsCommand& command, embedded::StoreReader& store) {
   std::string text = command.all ? "Nothing was handed in" : "No signal was submitted";
   if (command.run) text += fmt::format(" by run {}", *command.run);
-  if (command.pool) text += fmt::format(" to the pool \"{}\"", on_one_line(*command.pool));
+  if (command.pool) text += fmt::format(" to the signal pool \"{}\"", on_one_line(*command.pool));
   text += ".";
   std::set<std::string> pools;
   std::int64_t others = 0;
@@ -81,7 +81,7 @@ std::string nothing_text(const SignalsCommand& command, embedded::StoreReader& s
     if (submission.state != SubmissionState::Submitted) ++others;
   }
   if (command.pool && !pools.empty() && !pools.contains(*command.pool)) {
-    text += " The pools are:";
+    text += " The signal pools are:";
     for (const std::string& pool : pools)
       text += fmt::format(" \"{}\"", on_one_line(pool));
     text += ".";

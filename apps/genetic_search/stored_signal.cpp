@@ -88,8 +88,8 @@ Json submission_json(const SubmissionRecord& submission) {
                  {"state", embedded::name_of(submission.state)},
                  {"pending_reason", or_null(submission.pending_reason)}};
   const auto& settlement = submission.settlement;
-  object["novelty"] = settlement ? number_json(settlement->score) : Json(nullptr);
-  object["novelty_min"] = settlement ? number_json(settlement->score_threshold) : Json(nullptr);
+  object["novelty"] = settlement ? number_json(settlement->novelty) : Json(nullptr);
+  object["novelty_min"] = settlement ? number_json(settlement->novelty_threshold) : Json(nullptr);
   object["correlation"] = settlement ? number_json(settlement->correlation) : Json(nullptr);
   object["correlation_max"] =
       settlement ? number_json(settlement->correlation_threshold) : Json(nullptr);

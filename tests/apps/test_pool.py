@@ -15,7 +15,7 @@ from program import a_run, call, events, rows, table
 
 def test_the_end_tells_the_pool_beside_the_market(tmp_path: Path, prices: Path):
     store, text = a_run(tmp_path, prices)
-    told = table(text, 'Submitted to the pool "signals": ')
+    told = table(text, 'Submitted to the signal pool "signals": ')
     assert [row["id"] for row in told[:-1]] == [
         row[0] for row in rows(
             store, "SELECT eval_id FROM submissions WHERE state = 'submitted' "
@@ -24,14 +24,14 @@ def test_the_end_tells_the_pool_beside_the_market(tmp_path: Path, prices: Path):
     ]
     assert len(told) > 1 and told[-1]["id"] == "market"
     for row in told[:-1]:
-        ((stored, holdout, score, correlation),) = rows(
+        ((stored, holdout, novelty, correlation),) = rows(
             store, "SELECT e.statistics, e.holdout_statistics, s.score, s.correlation "
             f"FROM submissions s JOIN evaluations e ON e.eval_id = s.eval_id "
             f"WHERE s.eval_id = '{row['id']}'",
         )
         assert float(row["in sample"]) == pytest.approx(json.loads(stored)["sharpe"], abs=0.0051)
         assert float(row["hold-out"]) == pytest.approx(json.loads(holdout)["sharpe"], abs=0.0051)
-        assert float(row["novelty"]) == pytest.approx(score, abs=0.0051)
+        assert float(row["novelty"]) == pytest.approx(novelty, abs=0.0051)
         assert float(row["correlation"]) == pytest.approx(correlation, abs=0.0051)
         assert "(" in row["expression"] or row["expression"].isidentifier()
     assert re.search(
@@ -43,7 +43,7 @@ def test_the_end_tells_the_pool_beside_the_market(tmp_path: Path, prices: Path):
         rf"\nSubmissions: {states['submitted']} submitted, {states.get('refused', 0)} refused"
         rf"(?: \(.*\))?, {states.get('queued', 0)} waiting\.\n", text,
     )
-    assert text.index("Best in sample") < text.index("Submitted to the pool")
+    assert text.index("Best in sample") < text.index("Submitted to the signal pool")
 
 
 def test_json_tells_each_settled_submission_and_the_pool_at_the_end(tmp_path: Path, prices: Path):
@@ -99,7 +99,7 @@ def test_a_second_run_on_the_same_pool_submits_nothing_twice(tmp_path: Path, pri
     assert count == structures
     _, text = a_run(tmp_path, prices, "--pool", "another")
     assert rows(store, first_generation + "3")[0][0] > 0
-    assert 'Submitted to the pool "another": ' in text
+    assert 'Submitted to the signal pool "another": ' in text
 
 
 # --- the configuration ---

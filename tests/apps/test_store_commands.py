@@ -60,7 +60,9 @@ def test_signals_of_all_states_of_a_run_and_of_a_pool(store: Path):
     assert "there is no run 2 in " in ended.stderr
     ended = call("signals", store, "--pool", "mine")
     assert ended.returncode == 0
-    assert ended.stdout == 'No signal was submitted to the pool "mine". The pools are: "signals".\n'
+    assert ended.stdout == (
+        'No signal was submitted to the signal pool "mine". The signal pools are: "signals".\n'
+    )
 
 
 def test_a_store_in_which_nothing_was_submitted(tmp_path: Path, prices: Path):

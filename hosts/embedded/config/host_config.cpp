@@ -80,8 +80,8 @@ constexpr std::array kKeys = {
               TextKey{[](HostConfig& config) -> std::string& { return config.pool.name; }}},
     ConfigKey{"pool", "correlation_max",
               real_key<&HostConfig::pool, &PoolSettings::correlation_max>(0.0, 1.0)},
-    ConfigKey{"pool", "pnl_mi_min",
-              real_key<&HostConfig::pool, &PoolSettings::pnl_mi_min>(0.0, 1.0)},
+    ConfigKey{"pool", "novelty_min",
+              real_key<&HostConfig::pool, &PoolSettings::novelty_min>(0.0, 1.0)},
     ConfigKey{
         "pool", "minimum_days",
         IntegerKey{[](HostConfig& config, std::int64_t days) { config.pool.minimum_days = days; },

@@ -26,7 +26,7 @@ namespace varnholt::embedded {
 struct PoolSettings {
   std::string name = "signals";
   double correlation_max = 0.7;    // The largest correlation with a signal of the pool.
-  double pnl_mi_min = 0.2;         // The least score of mutual information with the pool.
+  double novelty_min = 0.2;        // The least novelty beside the members of the signal pool.
   std::int64_t minimum_days = 60;  // The fewest days on which two signals can be compared.
 };
 

@@ -137,7 +137,7 @@ genetic::VerdictOperation EmbeddedEngine::find_gate_verdict() {
 
 SignalSubmission& EmbeddedEngine::submission() const {
   if (submission_ == nullptr) {
-    throw genetic::RuntimeError("the search has no pool of signals to submit to");
+    throw genetic::RuntimeError("the search has no signal pool to submit to");
   }
   return *submission_;
 }
@@ -145,7 +145,7 @@ SignalSubmission& EmbeddedEngine::submission() const {
 genetic::MiThresholdOperation EmbeddedEngine::find_submission_mi_threshold_and_pool() {
   return [this](const Value& /*era_config*/, const Value& signal_pool_name,
                 const Value& /*thresholds*/) {
-    return Value(Tuple{submission().thresholds().min_pnl_mi, signal_pool_name});
+    return Value(Tuple{submission().thresholds().min_novelty, signal_pool_name});
   };
 }
 
@@ -181,7 +181,7 @@ Value EmbeddedEngine::call_backtester_with_transform_context(
 Value EmbeddedEngine::submission_pnl_mi_from_backtest_or_compute(
     const genetic::PoolMetricRequest& request, const Value& /*thresholds*/) {
   const PoolMeasure& measure = submission().measure(request.gate_stats);
-  return Tuple{measure.score, passes_pnl_mi(measure, submission().thresholds())};
+  return Tuple{measure.novelty, passes_novelty(measure, submission().thresholds())};
 }
 
 Value EmbeddedEngine::submission_correlation_from_backtest_or_compute(

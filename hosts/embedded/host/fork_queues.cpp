@@ -45,7 +45,7 @@ class ForkContext : public genetic::ProcessContext,
  private:
   void keep(PipeMessage message) {
     if (message.box >= received_.size()) {
-      throw PoolError("pool: a child sent a message for a queue that there is not");
+      throw PoolError("worker pool: a child sent a message for a queue that there is not");
     }
     received_[message.box].push_back(std::move(message.bytes));
   }

@@ -111,7 +111,7 @@ std::optional<std::string> text_of(const Value& value) {
 Mapping comparison_mapping(const PoolComparison& comparison) {
   return {{"members", comparison.members},
           {"last_member", comparison.last_member},
-          {"score", comparison.measure.score},
+          {"novelty", comparison.measure.novelty},
           {"mutual_information", comparison.measure.mutual_information},
           {"correlation", comparison.measure.correlation},
           {"nearest_by_information", optional_text(comparison.measure.nearest_by_information)},
@@ -122,7 +122,7 @@ PoolComparison comparison_from(const Mapping& mapping) {
   PoolComparison comparison;
   comparison.members = mapping.at("members").integer();
   comparison.last_member = mapping.at("last_member").integer();
-  comparison.measure.score = mapping.at("score").real();
+  comparison.measure.novelty = mapping.at("novelty").real();
   comparison.measure.mutual_information = mapping.at("mutual_information").real();
   comparison.measure.correlation = mapping.at("correlation").real();
   comparison.measure.nearest_by_information = text_of(mapping.at("nearest_by_information"));

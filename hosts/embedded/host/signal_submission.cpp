@@ -23,8 +23,9 @@ const Eigen::ArrayXd& required_pnl(const Value& stats) {
 SignalSubmission::SignalSubmission(RunStore& store, const Evaluator& evaluator,
                                    const PoolIdentity& identity, const PoolSettings& settings)
     : evaluator_(evaluator),
-      thresholds_{settings.pnl_mi_min, settings.correlation_max},
-      pool_(store, identity, static_cast<Eigen::Index>(settings.minimum_days), settings.pnl_mi_min),
+      thresholds_{settings.novelty_min, settings.correlation_max},
+      pool_(store, identity, static_cast<Eigen::Index>(settings.minimum_days),
+            settings.novelty_min),
       queue_(store, pool_, thresholds_, wall_clock_seconds) {}
 
 bool SignalSubmission::refresh() {

@@ -12,17 +12,17 @@ namespace {
 
 void check_seconds(const char* field, double seconds) {
   if (std::isfinite(seconds) && seconds > 0) return;
-  throw PoolError(
-      fmt::format("pool: {} is {}; it must be a positive number of seconds", field, seconds));
+  throw PoolError(fmt::format("worker pool: {} is {}; it must be a positive number of seconds",
+                              field, seconds));
 }
 
 void check(const PoolConfig& config) {
   if (config.jobs < 1) {
-    throw PoolError(fmt::format("pool: jobs is {}; it must be at least 1", config.jobs));
+    throw PoolError(fmt::format("worker pool: jobs is {}; it must be at least 1", config.jobs));
   }
   if (config.max_retries < 0) {
     throw PoolError(
-        fmt::format("pool: max_retries is {}; it must not be negative", config.max_retries));
+        fmt::format("worker pool: max_retries is {}; it must not be negative", config.max_retries));
   }
   if (config.timeout_seconds && *config.timeout_seconds != 0.0) {
     check_seconds("timeout_seconds", *config.timeout_seconds);
@@ -36,7 +36,8 @@ void refuse_ignored_children() {
   const bool ignored = (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == SIG_IGN;
   if (!ignored && (action.sa_flags & SA_NOCLDWAIT) == 0) return;
   throw PoolError(
-      "pool: this process ignores SIGCHLD, so the ends of its children would be lost; set the "
+      "worker pool: this process ignores SIGCHLD, so the ends of its children would be lost; set "
+      "the "
       "signal to its default action first");
 }
 

@@ -98,10 +98,11 @@ Mailbox MailboxArena::make() {
     void* const block = ::mmap(nullptr, kBlockBytes, PROT_READ | PROT_WRITE,
                                MAP_SHARED | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (block == MAP_FAILED) {
-      throw PoolError(fmt::format(
-          "pool: mapping {} bytes of shared memory failed with errno {} ({}); evaluate fewer "
-          "candidates in one batch",
-          kBlockBytes, errno, std::strerror(errno)));
+      throw PoolError(
+          fmt::format("worker pool: mapping {} bytes of shared memory failed with errno {} ({}); "
+                      "evaluate fewer "
+                      "candidates in one batch",
+                      kBlockBytes, errno, std::strerror(errno)));
     }
     blocks_.push_back(block);
     used_in_last_ = 0;

@@ -19,7 +19,7 @@ constexpr std::size_t kHeadBytes = 2 * sizeof(std::uint32_t);  // The box, and t
 static_assert(kHeadBytes + kLongestPipeMessage <= PIPE_BUF);
 
 [[noreturn]] void fail(const char* what, int error, const char* remedy) {
-  throw PoolError(fmt::format("pool: {} failed with errno {} ({}); {}", what, error,
+  throw PoolError(fmt::format("worker pool: {} failed with errno {} ({}); {}", what, error,
                               std::strerror(error), remedy));
 }
 
@@ -33,7 +33,7 @@ MessagePipe::MessagePipe(SystemCalls& system) : system_(system) {
 
 void MessagePipe::send(std::uint32_t box, std::string_view message) {
   if (message.size() > kLongestPipeMessage) {
-    throw PoolError(fmt::format("pool: a message of {} bytes is longer than {} bytes",
+    throw PoolError(fmt::format("worker pool: a message of {} bytes is longer than {} bytes",
                                 message.size(), kLongestPipeMessage));
   }
   std::string bytes(kHeadBytes, '\0');

@@ -33,14 +33,16 @@ void refuse_threads(SystemCalls& system) {
   const int threads = system.thread_count();
   if (threads == 1) return;
   if (threads < 0) {
-    throw PoolError(fmt::format(
-        "pool: the threads of this process cannot be counted in /proc/self/task ({}); mount /proc",
-        std::strerror(errno)));
+    throw PoolError(
+        fmt::format("worker pool: the threads of this process cannot be counted in /proc/self/task "
+                    "({}); mount /proc",
+                    std::strerror(errno)));
   }
-  throw PoolError(fmt::format(
-      "pool: this process has {} threads, and a lock that another thread holds would stay locked "
-      "in a forked child; end the other threads before the pool runs",
-      threads));
+  throw PoolError(
+      fmt::format("worker pool: this process has {} threads, and a lock that another thread holds "
+                  "would stay locked "
+                  "in a forked child; end the other threads before the pool runs",
+                  threads));
 }
 
 // Reads the whole frame of a worker into its outcome.
@@ -191,9 +193,9 @@ void PoolRun::wait() {
   if (ready < 0) {
     // An interrupted turn is a turn in which nothing was seen. POSIX allows EAGAIN for ENOMEM.
     if (errno != EINTR && ((errno != EAGAIN && errno != ENOMEM) || ++failed_polls_ >= kPollTries)) {
-      throw PoolError(
-          fmt::format("pool: waiting for {} workers failed with errno {} ({}); run with fewer jobs",
-                      workers_.size(), errno, std::strerror(errno)));
+      throw PoolError(fmt::format(
+          "worker pool: waiting for {} workers failed with errno {} ({}); run with fewer jobs",
+          workers_.size(), errno, std::strerror(errno)));
     }
     return;
   }

@@ -52,7 +52,7 @@ std::string settings_json(const SearchOptions& options, const genetic::GeneticTe
               {"gates", threshold_set(host.gates, host.limits)},
               {"pool", Mapping{{"name", host.pool.name},
                                {"correlation_max", host.pool.correlation_max},
-                               {"pnl_mi_min", host.pool.pnl_mi_min},
+                               {"novelty_min", host.pool.novelty_min},
                                {"minimum_days", host.pool.minimum_days}}},
               {"eras", Mapping{{"train", host.eras.train}, {"holdout", host.eras.holdout}}}});
 }

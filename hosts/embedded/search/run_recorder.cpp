@@ -221,7 +221,7 @@ void RunRecorder::settled(const SyncReport& report) {
       const auto repair = rescued_by_.find(signal.eval_id);
       if (repair != rescued_by_.end()) ++progress_.repairs[repair->second].submitted;
     }
-    signal.novelty = submission.measure.score;
+    signal.novelty = submission.measure.novelty;
     signal.correlation = submission.measure.correlation;
     observer_.on_settled(signal);
   }

@@ -54,7 +54,7 @@ void check_options(const SearchOptions& options) {
   require(options.cost_basis_points >= 0.0 && options.cost_basis_points <= kLargestCosts,
           fmt::format("the costs must be from 0 to {} basis points", kLargestCosts));
   // A configuration that was not read from a file is checked by nobody else before the store.
-  check_pool_thresholds({options.config.pool.pnl_mi_min, options.config.pool.correlation_max});
+  check_pool_thresholds({options.config.pool.novelty_min, options.config.pool.correlation_max});
   for (const Gate& gate : gate_table()) {
     require(!std::isnan(gate.threshold(options.config.gates, options.config.limits)),
             fmt::format("the threshold {} must be a number", gate.name.view()));

@@ -21,7 +21,7 @@ SubmittedSignal signal_of(const SubmissionRecord& submission, const Evaluator& e
   signal.statistics = sample_statistics(evaluator.evaluate(graph).weights, evaluator.data().close,
                                         evaluator.options().cost_basis_points, plan);
   if (submission.settlement) {
-    signal.novelty = submission.settlement->score;
+    signal.novelty = submission.settlement->novelty;
     signal.correlation = submission.settlement->correlation;
   }
   return signal;

@@ -20,17 +20,17 @@ void require_share(double value, const char* name) {
 }  // namespace
 
 void check_pool_thresholds(const PoolThresholds& thresholds) {
-  require_share(thresholds.min_pnl_mi, "the least PnL mutual information score of a new signal");
+  require_share(thresholds.min_novelty, "the least novelty of a new signal");
   require_share(thresholds.max_correlation, "the greatest correlation to the pool");
 }
 
-double novelty(double mutual_information) {
+double novelty_of(double mutual_information) {
   // expm1 keeps the digits of the smallest dependence.
   return 1.0 - std::sqrt(-std::expm1(-2.0 * std::max(mutual_information, 0.0)));
 }
 
-bool passes_pnl_mi(const PoolMeasure& measure, const PoolThresholds& thresholds) {
-  return measure.score >= thresholds.min_pnl_mi;
+bool passes_novelty(const PoolMeasure& measure, const PoolThresholds& thresholds) {
+  return measure.novelty >= thresholds.min_novelty;
 }
 
 bool passes_correlation(const PoolMeasure& measure, const PoolThresholds& thresholds) {
@@ -38,12 +38,11 @@ bool passes_correlation(const PoolMeasure& measure, const PoolThresholds& thresh
 }
 
 std::optional<PoolRefusal> refusal(const PoolMeasure& measure, const PoolThresholds& thresholds) {
-  if (!passes_pnl_mi(measure, thresholds)) {
+  if (!passes_novelty(measure, thresholds)) {
     return PoolRefusal{
         std::string(genetic::reasons::kPnlMiBelowThreshold.view()),
-        fmt::format("score {:.6g} is below {:.6g}; member {} tells the most about it",
-                    measure.score, thresholds.min_pnl_mi,
-                    measure.nearest_by_information.value_or("(none)"))};
+        fmt::format("novelty {:.6g} is below {:.6g}; it depends most on member {}", measure.novelty,
+                    thresholds.min_novelty, measure.nearest_by_information.value_or("(none)"))};
   }
   if (!passes_correlation(measure, thresholds)) {
     return PoolRefusal{

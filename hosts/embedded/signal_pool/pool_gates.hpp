@@ -8,9 +8,9 @@ namespace varnholt::embedded {
 
 // What was measured of a signal against a pool.
 struct PoolMeasure {
-  // How much of the signal is new beside the member that tells most about it, from 0 (nothing) to 1
-  // (all, and in an empty pool): novelty() of `mutual_information`.
-  double score = 1.0;
+  // How much of the signal is new beside the member that it depends on most, from 0 (nothing) to 1
+  // (all, and in an empty pool): novelty_of(`mutual_information`).
+  double novelty = 1.0;
   // In nats: the largest with any member, or with the member that was enough to refuse the signal;
   // 0 in an empty pool.
   double mutual_information = 0.0;
@@ -22,12 +22,12 @@ struct PoolMeasure {
   std::optional<std::string> nearest_by_correlation;
 };
 
-// A signal passes with a score of at least the one and a correlation of at most the other.
+// A signal passes with a novelty of at least the one and a correlation of at most the other.
 //
-// The score of independent signals is not 1 but scatters below it, since their mutual information
+// The novelty of independent signals is not 1 but scatters below it, since their mutual information
 // is estimated: over 1,000 days, mostly from 0.8 on. A minimum above 0.6 would refuse what is new.
 struct PoolThresholds {
-  double min_pnl_mi = 0.3;
+  double min_novelty = 0.3;
   double max_correlation = 0.7;
 };
 
@@ -38,9 +38,9 @@ void check_pool_thresholds(const PoolThresholds& thresholds);
 // 0. The root is the informational coefficient of correlation (E. H. Linfoot, "An informational
 // measure of correlation", Information and Control 1, 1957): for a Gaussian pair with correlation
 // rho it is |rho|, so that the novelty is 1 - |rho|.
-[[nodiscard]] double novelty(double mutual_information);
+[[nodiscard]] double novelty_of(double mutual_information);
 
-[[nodiscard]] bool passes_pnl_mi(const PoolMeasure& measure, const PoolThresholds& thresholds);
+[[nodiscard]] bool passes_novelty(const PoolMeasure& measure, const PoolThresholds& thresholds);
 [[nodiscard]] bool passes_correlation(const PoolMeasure& measure, const PoolThresholds& thresholds);
 
 // A gate that a signal failed: "pnl_mi_below_threshold" or "correlation_exceeded", and what was

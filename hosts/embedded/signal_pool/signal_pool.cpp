@@ -24,11 +24,11 @@ std::string digest_of(const ArrayXd& pnl) {
 }  // namespace
 
 SignalPool::SignalPool(RunStore& store, PoolIdentity identity, Eigen::Index minimum_days,
-                       double least_score)
+                       double least_novelty)
     : store_(store),
       identity_(std::move(identity)),
       minimum_days_(minimum_days),
-      least_score_(least_score) {}
+      least_novelty_(least_novelty) {}
 
 bool SignalPool::refresh() {
   try {
@@ -121,15 +121,15 @@ std::vector<std::size_t> SignalPool::correlated_first(const ArrayXd& pnl, Rememb
 
 void SignalPool::compare_information(const ArrayXd& pnl, const std::vector<std::size_t>& order,
                                      PoolMeasure& measure) const {
-  if (order.empty() || measure.score < least_score_) return;
+  if (order.empty() || measure.novelty < least_novelty_) return;
   const NormalScores scores(pnl);
   for (const std::size_t member : order) {
     const double information = mutual_information(scores, members_[member].series->scores);
     if (measure.nearest_by_information && information <= measure.mutual_information) continue;
     measure.mutual_information = information;
     measure.nearest_by_information = members_[member].eval_id;
-    measure.score = novelty(information);
-    if (measure.score < least_score_) return;
+    measure.novelty = novelty_of(information);
+    if (measure.novelty < least_novelty_) return;
   }
 }
 

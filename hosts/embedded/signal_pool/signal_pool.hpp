@@ -38,9 +38,9 @@ class SignalPool {
   static constexpr std::size_t kRememberedMeasures = 4096;
 
   // The store must outlive the pool. The pool has no members before the first refresh. A signal
-  // whose score is below `least_score` beside one member is not compared with the rest.
+  // whose novelty is below `least_novelty` beside one member is not compared with the rest.
   SignalPool(RunStore& store, PoolIdentity identity, Eigen::Index minimum_days = kMinimumCommonDays,
-             double least_score = 0.0);
+             double least_novelty = 0.0);
 
   [[nodiscard]] const PoolIdentity& identity() const noexcept { return identity_; }
 
@@ -59,9 +59,9 @@ class SignalPool {
   // and std::invalid_argument when the PnL given has an entry that is no finite number.
   //
   // Mutual information takes as long as a backtest for each member. So the members that correlate
-  // most are compared first, and the first one that brings the score below the least ends it: score
-  // and information are then those beside this member. And a signal is measured when it is recorded
-  // and again when it is settled: the measures of the last kRememberedMeasures signals are
+  // most are compared first, and the first one that brings the novelty below the least ends it:
+  // novelty and information are then those beside this member. And a signal is measured when it is
+  // recorded and again when it is settled: the measures of the last kRememberedMeasures signals are
   // remembered, and only members that have joined since are compared.
   [[nodiscard]] PoolMeasure measure(const Eigen::ArrayXd& pnl);
 
@@ -102,7 +102,7 @@ class SignalPool {
   RunStore& store_;
   PoolIdentity identity_;
   Eigen::Index minimum_days_;
-  double least_score_;
+  double least_novelty_;
   std::vector<Member> members_;
   std::int64_t last_settled_order_ = 0;
   std::deque<Remembered> remembered_;  // The latest last.

@@ -54,8 +54,8 @@ struct Enqueued {
 
 // How a queued submission ends. The measured values must be numbers.
 struct Settlement {
-  double score = 0;
-  double score_threshold = 0;
+  double novelty = 0;
+  double novelty_threshold = 0;
   double correlation = 0;
   double correlation_threshold = 0;
   // Absent when it was submitted.

@@ -45,8 +45,8 @@ void require_pnl(const ArrayXd& pnl) {
 Settlement settlement_of(const PoolMeasure& measure, const PoolThresholds& thresholds,
                          const std::optional<PoolRefusal>& refusal, double settled_at) {
   Settlement settlement;
-  settlement.score = measure.score;
-  settlement.score_threshold = thresholds.min_pnl_mi;
+  settlement.novelty = measure.novelty;
+  settlement.novelty_threshold = thresholds.min_novelty;
   settlement.correlation = measure.correlation;
   settlement.correlation_threshold = thresholds.max_correlation;
   settlement.settled_at = settled_at;

@@ -96,7 +96,7 @@ TEST_F(Observers, LeaveSubmissionsToTheEnd) {
   EXPECT_EQ(text.take(), "");
   observer.finish(samples::summary());
   // The days are those that the beginning told.
-  EXPECT_THAT(text.take(), AllOf(HasSubstr("Submitted to the pool \"signals\": 2 signals"),
+  EXPECT_THAT(text.take(), AllOf(HasSubstr("Submitted to the signal pool \"signals\": 2 signals"),
                                  HasSubstr("2451 days from 2000-03-01 to 2009-11-27")));
 }
 

@@ -16,7 +16,7 @@ using ::testing::Not;
 TEST(PoolReport, PutsEachSignalBesideTheMarket) {
   EXPECT_EQ(
       pool_text(samples::summary(), samples::started(), std::nullopt),
-      "Submitted to the pool \"signals\": 2 signals, beside the market, by Sharpe ratio\n"
+      "Submitted to the signal pool \"signals\": 2 signals, beside the market, by Sharpe ratio\n"
       "    id  in sample  hold-out  novelty  correlation  expression\n"
       "  7-17       1.23      0.40     0.75         0.12  cross_rank(ts_delta(close, 5))\n"
       "   7-5       0.80     -0.25     0.75         0.12  cross_rank(ts_delta(close, 5))\n"
@@ -35,7 +35,8 @@ TEST(PoolReport, TellsTheMarketWhereNothingWasSubmitted) {
   summary.submitted.clear();
   summary.submissions = {};
   const std::string text = pool_text(summary, samples::started(), std::nullopt);
-  EXPECT_THAT(text, HasSubstr("No signal was submitted to the pool \"signals\". The market"));
+  EXPECT_THAT(text,
+              HasSubstr("No signal was submitted to the signal pool \"signals\". The market"));
   EXPECT_THAT(text, HasSubstr("\nmarket       0.51      0.62  "));
   EXPECT_THAT(text, HasSubstr("\nSubmissions: 0 submitted, 0 refused, 0 waiting.\n"));
   EXPECT_THAT(text, Not(HasSubstr("More of one")));

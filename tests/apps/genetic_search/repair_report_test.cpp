@@ -40,7 +40,7 @@ TEST(RepairReport, StandsInTheEndOfARunBetweenTheBestAndThePool) {
   summary.progress.repairs = {{"reverse", {31, 28, 4}}};
   const std::string text = summary_text(summary, {}, samples::started(), std::nullopt);
   EXPECT_LT(text.find("Best in sample"), text.find("Repairs,"));
-  EXPECT_LT(text.find("Repairs,"), text.find("Submitted to the pool"));
+  EXPECT_LT(text.find("Repairs,"), text.find("Submitted to the signal pool"));
 }
 
 }  // namespace

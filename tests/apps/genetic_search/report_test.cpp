@@ -107,18 +107,20 @@ TEST(Report, KnowsTheKeyOfWhatHasNoOption) {
   SearchOptions options;
   options.config.limits = {1.5, 0.5, 0.25};
   options.config.pool.correlation_max = 0.6;
-  options.config.pool.pnl_mi_min = 0.1;
+  options.config.pool.novelty_min = 0.1;
   EXPECT_EQ(remedy_for("turnover_exceeded", options),
             "raise limits.turnover in --config above 1.5");
   EXPECT_EQ(remedy_for("max_weight_exceeded", options),
             "raise limits.max_weight in --config above 0.5");
   EXPECT_EQ(remedy_for("delta_exposure_exceeded", options),
             "raise limits.delta_exposure in --config above 0.25");
-  EXPECT_EQ(remedy_for("correlation_exceeded", options),
-            "begin another pool with --pool NAME, or raise pool.correlation_max in --config above "
-            "0.6");
+  EXPECT_EQ(
+      remedy_for("correlation_exceeded", options),
+      "begin another signal pool with --pool NAME, or raise pool.correlation_max in --config above "
+      "0.6");
   EXPECT_EQ(remedy_for("pnl_mi_below_threshold", options),
-            "begin another pool with --pool NAME, or lower pool.pnl_mi_min in --config below 0.1");
+            "begin another signal pool with --pool NAME, or lower pool.novelty_min in --config "
+            "below 0.1");
 }
 
 TEST(Report, ListsAReasonWithoutARemedy) {
@@ -166,7 +168,7 @@ TEST(Report, EndsWithTheStoreAndTheReason) {
 TEST(Report, TellsThePoolAfterTheBestAndBeforeTheEnd) {
   const std::string text = summary_text(samples::summary(), {}, samples::started(), std::nullopt);
   const std::size_t best = text.find("Best in sample");
-  const std::size_t pool = text.find("Submitted to the pool");
+  const std::size_t pool = text.find("Submitted to the signal pool");
   EXPECT_LT(best, pool);
   EXPECT_LT(pool, text.find("Everything is stored"));
 }

@@ -73,13 +73,14 @@ TEST_F(StoreCommands, ListRefusedAndWaitingOnesWhenAsked) {
 TEST_F(StoreCommands, TellWhatThereIsInsteadOfAnEmptyList) {
   SignalsCommand command = listing();
   command.pool = "mine";
+  EXPECT_EQ(signals(command),
+            "No signal was submitted to the signal pool \"mine\". The signal pools are: \"others\" "
+            "\"signals\".\n");
+  command.pool = "others";
   EXPECT_EQ(
       signals(command),
-      "No signal was submitted to the pool \"mine\". The pools are: \"others\" \"signals\".\n");
-  command.pool = "others";
-  EXPECT_EQ(signals(command),
-            "No signal was submitted to the pool \"others\". With --all, refused and waiting ones "
-            "are listed too.\n");
+      "No signal was submitted to the signal pool \"others\". With --all, refused and waiting ones "
+      "are listed too.\n");
   command = listing();
   command.run = 2;
   command.all = true;
@@ -132,7 +133,8 @@ TEST_F(StoreCommands, ShowASubmittedSignal) {
       "evaluation  1-1: candidate 1 of run 1, generation 0\n"
       "expression  cross_rank(close)\n"
       "verdict     passed its gates\n"
-      "submission  submitted, pool \"signals\", market 1, era 2; novelty 1.00 (at least 0.2), "
+      "submission  submitted, signal pool \"signals\", market 1, era 2; novelty 1.00 (at least "
+      "0.2), "
       "correlation 0.00 (at most 0.7)\n"
       "run         1, seed 123, begun 2020-09-13 12:26:40 UTC, ended: stopped\n"
       "prices      /data/prices.csv, costs 5 basis points\n"
@@ -163,9 +165,9 @@ TEST_F(StoreCommands, ShowWhyACandidateFailed) {
       AllOf(HasSubstr("\nverdict     failed: sharpe_min\n"), HasSubstr("\nsubmission  none\n"),
             HasSubstr("\nFailures\n  sharpe_min  sharpe 0.125 < 0.3, gate sharpe_gate\n")));
   EXPECT_THAT(show("1-3"),
-              HasSubstr("submission  refused: correlation_exceeded, pool \"signals\""));
+              HasSubstr("submission  refused: correlation_exceeded, signal pool \"signals\""));
   EXPECT_THAT(show("1-3"), HasSubstr("(at most 0.7); correlation 0.9 with 1-1\n"));
-  EXPECT_THAT(show("1-4"), HasSubstr("submission  waiting, pool \"others\""));
+  EXPECT_THAT(show("1-4"), HasSubstr("submission  waiting, signal pool \"others\""));
 }
 
 TEST_F(StoreCommands, ShowACandidateWithoutBacktestOfARunWithoutEras) {

@@ -9,7 +9,7 @@ def _has_reaction_failure(result):
 
 
 def _has_gate_near_miss_failure(result):
-    """Tell whether a failed result has a failure against the pool."""
+    """Tell whether a failed result has a failure against the signal pool."""
     return _native.has_gate_near_miss_failure(result)
 
 

@@ -39,12 +39,12 @@ def _graph_within_max_depth(graph, max_depth):
 
 
 def _candidate_item_within_max_depth(item, max_depth):
-    """Tell the same of an item's graph; False for what is no mapping."""
+    """Tell the same for an item's graph; False for anything but a mapping."""
     return _native.candidate_item_within_max_depth(_host, item, max_depth)
 
 
 def _reaction_improvement_within_graph_max_depth(improvement, max_depth):
-    """Tell the same of an improvement's graph; False for what is no mapping."""
+    """Tell the same for an improvement's graph; False for anything but a mapping."""
     return _native.reaction_improvement_within_graph_max_depth(_host, improvement, max_depth)
 
 
@@ -54,7 +54,7 @@ def _graph_passes_validator(graph, validator):
 
 
 def _candidate_item_passes_validator(item, validator):
-    """Tell the same of an item's graph; False for what is no mapping."""
+    """Tell the same for an item's graph; False for anything but a mapping."""
     return _native.candidate_item_passes_validator(item, validator)
 
 

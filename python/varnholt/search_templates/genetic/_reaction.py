@@ -22,7 +22,7 @@ def _improvement_terminal_exhausts_near_misses(
 
 
 def _improvement_depth(result):
-    """Return how many repairs have led to a result; 0 for what is no integer."""
+    """Return how many repairs have led to a result; 0 for anything but an integer."""
     return _native.improvement_depth(result)
 
 

@@ -39,7 +39,7 @@ def _clear_candidate_pool_metrics_pending(candidate, payload):
 
 
 def _refresh_candidate_submission_pool_metrics(ctx, candidate, payload):
-    """Measure the candidate against the pool: it ends clear, blocked or pending."""
+    """Measure the candidate against the signal pool: it ends clear, blocked or pending."""
     return _native.refresh_candidate_submission_pool_metrics(_host, ctx, candidate, payload)
 
 

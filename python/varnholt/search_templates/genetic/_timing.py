@@ -1,4 +1,4 @@
-"""The timing of a candidate's backtest, which must be the same on every road to the parent.
+"""The timing of a candidate's backtest, which must be the same wherever it reaches the parent.
 
 A bad timing is a RuntimeError with the host's own error as its cause.
 """
@@ -37,5 +37,5 @@ def _graph_bound_process_backtest_timing(graph, timing):
 
 
 def _candidate_backtest_timing_payload(_ctx, candidate, *, require_process_identity=False):
-    """Return the one timing of a candidate; RuntimeError when its roads disagree."""
+    """Return the one timing of a candidate; RuntimeError when its sources disagree."""
     return _native.candidate_backtest_timing_payload(_host, candidate, require_process_identity)

@@ -61,7 +61,7 @@ TEST(HostConfigErrors, ANumberOutOfRange) {
       {"limits", "max_weight", {"0", "1"}, {"-1", "1.01"}, "from 0 to 1"},
       {"limits", "delta_exposure", {"0", "1"}, {"-1", "1.01"}, "from 0 to 1"},
       {"pool", "correlation_max", {"0", "1"}, {"-0.1", "1.1"}, "from 0 to 1"},
-      {"pool", "pnl_mi_min", {"0", "1"}, {"-0.1", "1.01"}, "from 0 to 1"},
+      {"pool", "novelty_min", {"0", "1"}, {"-0.1", "1.01"}, "from 0 to 1"},
       {"pool", "minimum_days", {"10", "1000000"}, {"9", "1000001", "-60"}, "from 10 to 1000000"},
       {"eras", "train", {"1", "1000"}, {"0", "-3", "1001", "4294967297"}, "from 1 to 1000"},
       {"eras",
@@ -139,7 +139,7 @@ TEST(HostConfigErrors, ATableThatIsNone) {
 
 TEST(HostConfigErrors, TheFirstMistakeOfTheTextIsNamed) {
   EXPECT_THAT(refusal("[pool]\npnl_mi_min = -1\n[gates]\nturnover_max = 9\nabc = 1\n"),
-              StartsWith("c.toml: line 2, column 14, pool.pnl_mi_min: -1 "));
+              StartsWith("c.toml: line 2, column 14, pool.novelty_min: -1 "));
   EXPECT_THAT(refusal("[gates]\nturnover_max = 9\nabc = 1\n"),
               StartsWith("c.toml: line 2, column 16, gates.turnover_max: 9 "));
 }

@@ -40,7 +40,7 @@ void expect_equal(const HostConfig& actual, const HostConfig& expected) {
   EXPECT_EQ(actual.limits.delta_exposure, expected.limits.delta_exposure);
   EXPECT_EQ(actual.pool.name, expected.pool.name);
   EXPECT_EQ(actual.pool.correlation_max, expected.pool.correlation_max);
-  EXPECT_EQ(actual.pool.pnl_mi_min, expected.pool.pnl_mi_min);
+  EXPECT_EQ(actual.pool.novelty_min, expected.pool.novelty_min);
   EXPECT_EQ(actual.pool.minimum_days, expected.pool.minimum_days);
   EXPECT_EQ(actual.eras.train, expected.eras.train);
   EXPECT_EQ(actual.eras.holdout, expected.eras.holdout);
@@ -66,7 +66,7 @@ TEST(HostConfig, TheDefaultsAreWhatIsDocumented) {
   EXPECT_EQ(config.limits.delta_exposure, 1.0);
   EXPECT_EQ(config.pool.name, "signals");
   EXPECT_EQ(config.pool.correlation_max, 0.7);
-  EXPECT_EQ(config.pool.pnl_mi_min, 0.2);
+  EXPECT_EQ(config.pool.novelty_min, 0.2);
   EXPECT_EQ(config.pool.minimum_days, 60);
   EXPECT_EQ(config.eras.train, 3);
   EXPECT_EQ(config.eras.holdout, 0.25);
@@ -147,7 +147,7 @@ id = 9223372036854775807
   const HostConfig pool = parse_host_config(
       "[pool]\ncorrelation_max = 0.5\npnl_mi_min = 0.75\nminimum_days = 250\n", "c.toml");
   EXPECT_EQ(pool.pool.correlation_max, 0.5);
-  EXPECT_EQ(pool.pool.pnl_mi_min, 0.75);
+  EXPECT_EQ(pool.pool.novelty_min, 0.75);
   EXPECT_EQ(pool.pool.minimum_days, 250);
 }
 

@@ -62,8 +62,8 @@ class EmbeddedEngineTest : public ContextTest {
                                              .gate_stats = of,
                                              .era_config = Value(),
                                              .signal_pool_name = "alpha"};
-    const Value score = engine_.submission_pnl_mi_from_backtest_or_compute(request, Value());
-    return {score, engine_.submission_correlation_from_backtest_or_compute(request)};
+    const Value novelty = engine_.submission_pnl_mi_from_backtest_or_compute(request, Value());
+    return {novelty, engine_.submission_correlation_from_backtest_or_compute(request)};
   }
 
   EmbeddedEngine engine_{{}, {.min_sharpe = 0.5}, {}};
@@ -135,9 +135,9 @@ TEST_F(EmbeddedEngineTest, VerdictsTellTheirReasonAndFigures) {
 
 TEST_F(EmbeddedEngineTest, TheThresholdsOfThePoolComeWithItsName) {
   const PoolSettings defaults;
-  const Value score = engine_.find_submission_mi_threshold_and_pool()(Value(), "alpha", Value());
-  EXPECT_EQ(genetic::item(score, 0).real(), defaults.pnl_mi_min);
-  EXPECT_EQ(genetic::item(score, 1).text(), "alpha");
+  const Value novelty = engine_.find_submission_mi_threshold_and_pool()(Value(), "alpha", Value());
+  EXPECT_EQ(genetic::item(novelty, 0).real(), defaults.novelty_min);
+  EXPECT_EQ(genetic::item(novelty, 1).text(), "alpha");
   const Value correlation = engine_.submission_correlation_threshold_and_pool(Value(), "alpha");
   EXPECT_EQ(genetic::item(correlation, 0).real(), defaults.correlation_max);
   EXPECT_TRUE(engine_.find_submission_correlation_threshold_and_pool()(Value(), "alpha") ==
@@ -148,8 +148,8 @@ TEST_F(EmbeddedEngineTest, InAnEmptyPoolEverythingIsNew) {
   EXPECT_TRUE(
       genetic::truth(engine_.refresh_submission_manifest_membership(Value(), "alpha", Value())));
   EXPECT_FALSE(genetic::truth(engine_.selected_pool_has_synced_found_signal_ids(Value(), "alpha")));
-  const auto [score, correlation] = metrics(stats());
-  EXPECT_EQ(genetic::repr(score), "(1.0, True)");
+  const auto [novelty, correlation] = metrics(stats());
+  EXPECT_EQ(genetic::repr(novelty), "(1.0, True)");
   EXPECT_EQ(genetic::repr(correlation), "(0.0, True)");
 }
 

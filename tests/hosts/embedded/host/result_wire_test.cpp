@@ -90,7 +90,7 @@ TEST(ResultWire, CarriesThePnlToTheLastBitAndWhatItWasComparedWith) {
   ASSERT_TRUE(received->comparison().has_value());
   EXPECT_EQ(received->comparison()->members, 3);
   EXPECT_EQ(received->comparison()->last_member, 17);
-  EXPECT_EQ(received->comparison()->measure.score, 0.25);
+  EXPECT_EQ(received->comparison()->measure.novelty, 0.25);
   EXPECT_EQ(received->comparison()->measure.mutual_information, 0.5);
   EXPECT_EQ(received->comparison()->measure.correlation, 0.75);
   EXPECT_EQ(received->comparison()->measure.nearest_by_information, "1-2");

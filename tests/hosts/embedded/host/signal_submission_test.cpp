@@ -71,7 +71,7 @@ TEST_F(SignalSubmissionTest, AnEmptyPoolNeedsNoPnl) {
   EXPECT_TRUE(submission_.refresh());
   EXPECT_FALSE(submission_.has_members());
   const PoolMeasure& measure = submission_.measure(without_pnl());
-  EXPECT_EQ(measure.score, 1.0);
+  EXPECT_EQ(measure.novelty, 1.0);
   EXPECT_EQ(measure.correlation, 0.0);
   EXPECT_FALSE(measure.nearest_by_correlation.has_value());
 }
@@ -84,11 +84,11 @@ TEST_F(SignalSubmissionTest, MembersAreComparedByTheirPnl) {
   EXPECT_THROW(static_cast<void>(submission_.measure(7)), genetic::ValueError);
   const PoolMeasure itself = submission_.measure(stats_of(ranked("close")));
   EXPECT_NEAR(itself.correlation, 1.0, 1e-12);
-  EXPECT_LT(itself.score, 0.1);
+  EXPECT_LT(itself.novelty, 0.1);
   EXPECT_EQ(itself.nearest_by_information, member);
   const PoolMeasure other = submission_.measure(stats_of(ranked("volume")));
   EXPECT_LT(other.correlation, itself.correlation);
-  EXPECT_GT(other.score, itself.score);
+  EXPECT_GT(other.novelty, itself.novelty);
 }
 
 TEST_F(SignalSubmissionTest, TheMeasureOfTheLastStatisticsIsKept) {
@@ -99,7 +99,7 @@ TEST_F(SignalSubmissionTest, TheMeasureOfTheLastStatisticsIsKept) {
   // Another process adds the very signal: it is not seen before the next refresh.
   SqliteRunStore other_store(database());
   SignalSubmission other(other_store, evaluator_, pool_identity_,
-                         {.correlation_max = 1.0, .pnl_mi_min = 0.0});
+                         {.correlation_max = 1.0, .novelty_min = 0.0});
   EXPECT_TRUE(other.enqueue(recorded(ranked("volume"))));
   ASSERT_EQ(other.sync().settled.size(), 1U);
   EXPECT_EQ(submission_.measure(stats).correlation, first.correlation);

@@ -287,7 +287,7 @@ TEST_F(ForkPoolTest, RefusesToForkBesideAnotherThread) {
   }
   EXPECT_EQ(::write(pipe.write_end.number(), "x", 1), 1);
   other.join();
-  EXPECT_THAT(text, StartsWith("pool: this process has 2 threads"));
+  EXPECT_THAT(text, StartsWith("worker pool: this process has 2 threads"));
   EXPECT_THAT(text, HasSubstr("end the other threads"));
 }
 
@@ -320,15 +320,18 @@ TEST_F(ForkPoolTest, RefusesAProcessThatIgnoresTheEndOfItsChildren) {
 }
 
 TEST_F(ForkPoolTest, RefusesAConfigurationThatMakesNoSense) {
-  EXPECT_EQ(refusal({.jobs = 0}), "pool: jobs is 0; it must be at least 1");
-  EXPECT_EQ(refusal({.max_retries = -1}), "pool: max_retries is -1; it must not be negative");
+  EXPECT_EQ(refusal({.jobs = 0}), "worker pool: jobs is 0; it must be at least 1");
+  EXPECT_EQ(refusal({.max_retries = -1}),
+            "worker pool: max_retries is -1; it must not be negative");
   EXPECT_EQ(refusal({.timeout_seconds = 0.0}), "accepted");
-  EXPECT_THAT(refusal({.exit_grace_seconds = 0.0}), StartsWith("pool: exit_grace_seconds is"));
+  EXPECT_THAT(refusal({.exit_grace_seconds = 0.0}),
+              StartsWith("worker pool: exit_grace_seconds is"));
   for (const double seconds :
        {-1.0, std::numeric_limits<double>::infinity(), std::numeric_limits<double>::quiet_NaN()}) {
-    EXPECT_THAT(refusal({.timeout_seconds = seconds}), StartsWith("pool: timeout_seconds is"));
+    EXPECT_THAT(refusal({.timeout_seconds = seconds}),
+                StartsWith("worker pool: timeout_seconds is"));
     EXPECT_THAT(refusal({.exit_grace_seconds = seconds}),
-                StartsWith("pool: exit_grace_seconds is"));
+                StartsWith("worker pool: exit_grace_seconds is"));
   }
   EXPECT_EQ(refusal({.timeout_seconds = 1e300}), "accepted");
 }

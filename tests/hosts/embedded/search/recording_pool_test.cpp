@@ -37,7 +37,7 @@ TEST_F(RecordingTest, AChildComparesItsSignalWithThePool) {
   EXPECT_TRUE(pool.refresh());
   const PoolMeasure expected = pool.measure(pnl);
   EXPECT_EQ(stats->comparison()->members, 1);
-  EXPECT_EQ(stats->comparison()->measure.score, expected.score);
+  EXPECT_EQ(stats->comparison()->measure.novelty, expected.novelty);
   EXPECT_EQ(stats->comparison()->measure.correlation, expected.correlation);
   EXPECT_EQ(stats->comparison()->measure.nearest_by_information, "1-1");
 }
@@ -163,7 +163,7 @@ TEST_F(FewDaysRecordingTest, TooFewDaysMakeACandidateWaitUntilFewerAreEnough) {
 
 class CorrelationRecordingTest : public RecordingTest {
  protected:
-  CorrelationRecordingTest() : RecordingTest({.pnl_mi_min = 0.0}) {}
+  CorrelationRecordingTest() : RecordingTest({.novelty_min = 0.0}) {}
 };
 
 TEST_F(CorrelationRecordingTest, CorrelationBlocksWhereMutualInformationDoesNot) {

@@ -52,8 +52,8 @@ constexpr std::array kCases = {
     Case{"gross_returns_sharpe_below_min", "gates.gross_returns_sharpe_min = 1e6",
          "gross_returns_sharpe_min", "<"},
     Case{"sharpe_min", "gates.sharpe_min = 1e6", "sharpe_min", "<"},
-    Case{"pnl_mi_below_threshold", "pool.pnl_mi_min = 1.0", "is_pnl_mi_threshold", "<"},
-    Case{"correlation_exceeded", "pool.correlation_max = 0.0\npool.pnl_mi_min = 0.0",
+    Case{"pnl_mi_below_threshold", "pool.novelty_min = 1.0", "is_pnl_mi_threshold", "<"},
+    Case{"correlation_exceeded", "pool.correlation_max = 0.0\npool.novelty_min = 0.0",
          "is_correlation_threshold", ">"}};
 
 // `config` with the lines of `open` that it does not replace.
@@ -148,8 +148,8 @@ TEST_F(SearchRunRefusals, PoolThresholdsThatCannotBe) {
   bad.config.pool.correlation_max = 1.5;
   expect_refused<std::invalid_argument>(bad, "the greatest correlation to the pool is 1.5");
   bad = options();
-  bad.config.pool.pnl_mi_min = std::nan("");
-  expect_refused<std::invalid_argument>(bad, "mutual information score of a new signal is nan");
+  bad.config.pool.novelty_min = std::nan("");
+  expect_refused<std::invalid_argument>(bad, "the least novelty of a new signal is nan");
 }
 
 TEST_F(SearchRunRefusals, GatesThatAreNoNumbers) {

@@ -52,7 +52,7 @@ class SearchRunSubmissionTest : public SearchRunTest {
   }
   static void expect_each_pair_differs(const SearchOptions& options) {
     const Evaluator evaluator = seen(options);
-    const PoolThresholds thresholds{options.config.pool.pnl_mi_min,
+    const PoolThresholds thresholds{options.config.pool.novelty_min,
                                     options.config.pool.correlation_max};
     std::vector<Eigen::ArrayXd> pnls;
     for (const SubmissionRecord& submission : submissions(options, SubmissionState::Submitted))
@@ -61,7 +61,7 @@ class SearchRunSubmissionTest : public SearchRunTest {
     for (std::size_t i = 0; i < pnls.size(); ++i) {
       for (std::size_t j = 0; j < i; ++j) {
         EXPECT_LE(std::abs(pearson_correlation(pnls[i], pnls[j])), thresholds.max_correlation);
-        EXPECT_GE(novelty(mutual_information(pnls[i], pnls[j])), thresholds.min_pnl_mi);
+        EXPECT_GE(novelty_of(mutual_information(pnls[i], pnls[j])), thresholds.min_novelty);
       }
     }
   }
@@ -86,9 +86,9 @@ TEST_F(SearchRunSubmissionTest, SubmittedSignalsPassEveryGateAndDifferFromEachOt
     EXPECT_EQ(summary.submitted[i].expression, expression_text(graph));
     EXPECT_TRUE(Value(statistics_mapping(summary.submitted[i].statistics.in_sample)) ==
                 Value(statistics_mapping(statistics)));
-    EXPECT_GE(submitted[i].settlement->score, gated.config.pool.pnl_mi_min);
+    EXPECT_GE(submitted[i].settlement->novelty, gated.config.pool.novelty_min);
     EXPECT_LE(submitted[i].settlement->correlation, gated.config.pool.correlation_max);
-    EXPECT_EQ(summary.submitted[i].novelty, submitted[i].settlement->score);
+    EXPECT_EQ(summary.submitted[i].novelty, submitted[i].settlement->novelty);
     EXPECT_EQ(summary.submitted[i].correlation, submitted[i].settlement->correlation);
   }
   expect_each_pair_differs(gated);
@@ -150,7 +150,7 @@ TEST_F(SearchRunSubmissionTest, TheObserverIsToldOfEverySettlementAfterItsRecord
     EXPECT_EQ(observer_.settled[i].submitted, settled[i].state == SubmissionState::Submitted);
     EXPECT_EQ(observer_.settled[i].refusal_reason,
               settled[i].settlement->refusal_reason.value_or(""));
-    EXPECT_EQ(observer_.settled[i].novelty, settled[i].settlement->score);
+    EXPECT_EQ(observer_.settled[i].novelty, settled[i].settlement->novelty);
   }
 }
 
@@ -206,7 +206,7 @@ TEST_F(SearchRunSubmissionTest, TheSameSeedRepeatsTheSubmissions) {
     EXPECT_EQ(first[i].eval_id, second[i].eval_id);
     EXPECT_EQ(first[i].graph_key, second[i].graph_key);
     EXPECT_EQ(first[i].state, second[i].state);
-    EXPECT_EQ(first[i].settlement->score, second[i].settlement->score);
+    EXPECT_EQ(first[i].settlement->novelty, second[i].settlement->novelty);
     EXPECT_EQ(first[i].settlement->correlation, second[i].settlement->correlation);
     EXPECT_EQ(first[i].pool, second[i].pool);
   }

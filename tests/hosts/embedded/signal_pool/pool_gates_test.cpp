@@ -14,18 +14,18 @@ using ::testing::HasSubstr;
 
 TEST(Novelty, OfAGaussianPairIsWhatTheCorrelationLeaves) {
   for (const double rho : {0.0, 0.01, 0.3, 0.6, 0.95, 0.999}) {
-    EXPECT_NEAR(novelty(-0.5 * std::log(1.0 - rho * rho)), 1.0 - rho, 1e-9) << rho;
+    EXPECT_NEAR(novelty_of(-0.5 * std::log(1.0 - rho * rho)), 1.0 - rho, 1e-9) << rho;
   }
-  EXPECT_EQ(novelty(0.0), 1.0);
-  EXPECT_EQ(novelty(-0.02), 1.0) << "an estimate below nothing is nothing";
-  EXPECT_NEAR(novelty(1e-20), 1.0 - std::sqrt(2e-20), 1e-16);
-  EXPECT_EQ(novelty(std::numeric_limits<double>::infinity()), 0.0);
+  EXPECT_EQ(novelty_of(0.0), 1.0);
+  EXPECT_EQ(novelty_of(-0.02), 1.0) << "an estimate below nothing is nothing";
+  EXPECT_NEAR(novelty_of(1e-20), 1.0 - std::sqrt(2e-20), 1e-16);
+  EXPECT_EQ(novelty_of(std::numeric_limits<double>::infinity()), 0.0);
 }
 
 TEST(PoolGates, DecideAtTheirThresholds) {
   const PoolThresholds thresholds{0.25, 0.75};
   struct Row {
-    double score;
+    double novelty;
     double correlation;
     const char* reason;
   };
@@ -33,23 +33,23 @@ TEST(PoolGates, DecideAtTheirThresholds) {
        {Row{1.0, 0.0, ""}, Row{0.25, 0.75, ""}, Row{0.2499, 0.75, "pnl_mi_below_threshold"},
         Row{0.25, 0.7501, "correlation_exceeded"}, Row{0.0, 1.0, "pnl_mi_below_threshold"}}) {
     PoolMeasure measure;
-    measure.score = row.score;
+    measure.novelty = row.novelty;
     measure.correlation = row.correlation;
     const std::optional<PoolRefusal> found = refusal(measure, thresholds);
-    EXPECT_EQ(found ? found->reason : "", row.reason) << row.score << ' ' << row.correlation;
-    EXPECT_EQ(passes_pnl_mi(measure, thresholds), row.score >= 0.25);
+    EXPECT_EQ(found ? found->reason : "", row.reason) << row.novelty << ' ' << row.correlation;
+    EXPECT_EQ(passes_novelty(measure, thresholds), row.novelty >= 0.25);
     EXPECT_EQ(passes_correlation(measure, thresholds), row.correlation <= 0.75);
   }
 }
 
 TEST(PoolGates, TellWhatWasMeasuredAndAgainstWhom) {
   PoolMeasure measure;
-  measure.score = 0.125;
+  measure.novelty = 0.125;
   measure.correlation = 0.875;
   measure.nearest_by_information = "3-17";
   measure.nearest_by_correlation = "4-2";
   EXPECT_EQ(refusal(measure, {0.25, 0.75})->detail,
-            "score 0.125 is below 0.25; member 3-17 tells the most about it");
+            "novelty 0.125 is below 0.25; it depends most on member 3-17");
   EXPECT_EQ(refusal(measure, {0.0, 0.75})->detail,
             "correlation 0.875 is above 0.75, with member 4-2");
 }

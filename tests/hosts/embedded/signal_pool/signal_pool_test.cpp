@@ -46,7 +46,7 @@ TEST_F(SignalPoolTest, AnEmptyPoolFindsAnythingNew) {
   EXPECT_FALSE(pool.has_members());
   for (const ArrayXd& pnl : {base_, ArrayXd(normal_series(3, 1))}) {
     const PoolMeasure measure = pool.measure(pnl);
-    EXPECT_EQ(measure.score, 1.0);
+    EXPECT_EQ(measure.novelty, 1.0);
     EXPECT_EQ(measure.correlation, 0.0);
     EXPECT_FALSE(measure.nearest_by_information.has_value());
     EXPECT_FALSE(measure.nearest_by_correlation.has_value());
@@ -65,7 +65,7 @@ TEST_F(SignalPoolTest, MeasuresAgainstTheNearestMember) {
   EXPECT_EQ(measure.nearest_by_information, curved);
   EXPECT_EQ(measure.mutual_information,
             mutual_information(base_, base_.square() + 0.01 * normal_series(kDays, 3)));
-  EXPECT_EQ(measure.score, novelty(measure.mutual_information));
+  EXPECT_EQ(measure.novelty, novelty_of(measure.mutual_information));
 }
 
 TEST_F(SignalPoolTest, OneMemberIsEnoughToRefuseASignal) {
@@ -79,15 +79,15 @@ TEST_F(SignalPoolTest, OneMemberIsEnoughToRefuseASignal) {
   EXPECT_EQ(refused.nearest_by_information, near) << "it correlates most, and is enough";
   EXPECT_EQ(refused.mutual_information, mutual_information(base_, likeness));
   EXPECT_LT(refused.mutual_information, mutual_information(base_, curve));
-  EXPECT_EQ(refused.score, novelty(refused.mutual_information));
-  EXPECT_LT(refused.score, 0.3);
+  EXPECT_EQ(refused.novelty, novelty_of(refused.mutual_information));
+  EXPECT_LT(refused.novelty, 0.3);
 
   // Of those that join later only the correlation is still looked at.
   const std::string same = join(base_);
   EXPECT_TRUE(pool.refresh());
   const PoolMeasure again = pool.measure(base_);
   EXPECT_EQ(again.nearest_by_information, near);
-  EXPECT_EQ(again.score, refused.score);
+  EXPECT_EQ(again.novelty, refused.novelty);
   EXPECT_EQ(again.nearest_by_correlation, same);
   EXPECT_NEAR(again.correlation, 1.0, 1e-12);
 }
@@ -101,8 +101,8 @@ TEST_F(SignalPoolTest, WhatIsNotRefusedIsComparedWithAll) {
   EXPECT_TRUE(quick.refresh());
   const PoolMeasure measure = quick.measure(base_);
   const PoolMeasure expected = thorough.measure(base_);
-  ASSERT_GE(expected.score, 0.1);
-  EXPECT_EQ(measure.score, expected.score);
+  ASSERT_GE(expected.novelty, 0.1);
+  EXPECT_EQ(measure.novelty, expected.novelty);
   EXPECT_EQ(measure.nearest_by_information, expected.nearest_by_information);
   EXPECT_EQ(measure.correlation, expected.correlation);
 }
@@ -112,7 +112,7 @@ TEST_F(SignalPoolTest, AConstantPnlMeasuresAsNew) {
   SignalPool pool(*store_, pool_);
   EXPECT_TRUE(pool.refresh());
   const PoolMeasure measure = pool.measure(ArrayXd::Zero(kDays));
-  EXPECT_EQ(measure.score, 1.0);
+  EXPECT_EQ(measure.novelty, 1.0);
   EXPECT_EQ(measure.correlation, 0.0);
 }
 
@@ -259,7 +259,7 @@ TEST_F(SignalPoolTest, WhatItRemembersIsWhatItWouldMeasure) {
     const PoolMeasure remembered = pool.measure(signal);
     const PoolMeasure measured = fresh.measure(signal);
     EXPECT_EQ(remembered.mutual_information, measured.mutual_information);
-    EXPECT_EQ(remembered.score, measured.score);
+    EXPECT_EQ(remembered.novelty, measured.novelty);
     EXPECT_EQ(remembered.correlation, measured.correlation);
     EXPECT_EQ(remembered.nearest_by_information, measured.nearest_by_information);
     EXPECT_EQ(remembered.nearest_by_correlation, measured.nearest_by_correlation);

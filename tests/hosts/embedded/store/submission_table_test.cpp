@@ -144,8 +144,8 @@ TEST_F(SubmissionTableTest, IsSettledOnce) {
 
   const SubmissionRecord submitted = *table().find(first);
   EXPECT_EQ(submitted.state, SubmissionState::Submitted);
-  EXPECT_EQ(submitted.settlement->score, 0.75);
-  EXPECT_EQ(submitted.settlement->score_threshold, 0.5);
+  EXPECT_EQ(submitted.settlement->novelty, 0.75);
+  EXPECT_EQ(submitted.settlement->novelty_threshold, 0.5);
   EXPECT_EQ(submitted.settlement->correlation, 0.25);
   EXPECT_EQ(submitted.settlement->correlation_threshold, 0.7);
   EXPECT_EQ(submitted.settlement->settled_at, 300.5);
@@ -160,7 +160,7 @@ TEST_F(SubmissionTableTest, IsSettledOnce) {
 TEST_F(SubmissionTableTest, DoesNotSettleWithoutMeasuredValues) {
   const std::int64_t id = enqueue("1-1").id;
   Settlement unmeasured = accepted(1);
-  unmeasured.score = std::numeric_limits<double>::quiet_NaN();
+  unmeasured.novelty = std::numeric_limits<double>::quiet_NaN();
   EXPECT_THAT(error_of([&] { table().settle(id, unmeasured); }), HasSubstr("CHECK constraint"));
   EXPECT_EQ(table().find(id)->state, SubmissionState::Queued);
 }

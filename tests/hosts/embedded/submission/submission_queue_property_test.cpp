@@ -50,17 +50,17 @@ class SubmissionQueueProperty : public QueueTest {
       EXPECT_TRUE(store_->find_evaluation(record.eval_id).has_value());
       if (!record.settlement) continue;
       const Settlement& settlement = *record.settlement;
-      const bool passes = settlement.score >= settlement.score_threshold &&
+      const bool passes = settlement.novelty >= settlement.novelty_threshold &&
                           settlement.correlation <= settlement.correlation_threshold;
       EXPECT_EQ(record.state == SubmissionState::Submitted, passes);
       if (!passes) {
-        EXPECT_EQ(*settlement.refusal_reason, settlement.score < settlement.score_threshold
+        EXPECT_EQ(*settlement.refusal_reason, settlement.novelty < settlement.novelty_threshold
                                                   ? "pnl_mi_below_threshold"
                                                   : "correlation_exceeded");
       }
       // What is settled never changes again.
-      const auto [place, is_new] = settled_.try_emplace(record.id, settlement.score);
-      EXPECT_EQ(place->second, settlement.score);
+      const auto [place, is_new] = settled_.try_emplace(record.id, settlement.novelty);
+      EXPECT_EQ(place->second, settlement.novelty);
     }
     for (const auto& [structure, times] : standing)
       EXPECT_EQ(times, 1) << structure;
@@ -74,7 +74,7 @@ class SubmissionQueueProperty : public QueueTest {
       const ArrayXd pnl = Eigen::Map<const ArrayXd>(member.pnl->data(), kShort);
       for (const ArrayXd& other : before) {
         EXPECT_LE(std::abs(pearson_correlation(pnl, other)), thresholds_.max_correlation);
-        EXPECT_GE(novelty(mutual_information(pnl, other)), thresholds_.min_pnl_mi);
+        EXPECT_GE(novelty_of(mutual_information(pnl, other)), thresholds_.min_novelty);
       }
       before.push_back(pnl);
     }

@@ -43,7 +43,7 @@ TEST_F(SubmissionQueueTest, SubmitsTheFirstAndKeepsItsPayload) {
   const SyncReport report = own->queue.sync();
   ASSERT_THAT(ids(report), ElementsAre(id));
   EXPECT_FALSE(report.settled[0].refusal.has_value());
-  EXPECT_EQ(report.settled[0].measure.score, 1.0);
+  EXPECT_EQ(report.settled[0].measure.novelty, 1.0);
   EXPECT_THAT(report.waiting, IsEmpty());
   EXPECT_FALSE(report.store_was_busy);
 
@@ -54,8 +54,8 @@ TEST_F(SubmissionQueueTest, SubmitsTheFirstAndKeepsItsPayload) {
                                      "\"submission_type\":\"signal\"}");
   EXPECT_EQ(record.queued_at, kNow);
   EXPECT_EQ(record.settlement->settled_at, kNow);
-  EXPECT_EQ(record.settlement->score, 1.0);
-  EXPECT_EQ(record.settlement->score_threshold, 0.3);
+  EXPECT_EQ(record.settlement->novelty, 1.0);
+  EXPECT_EQ(record.settlement->novelty_threshold, 0.3);
   EXPECT_EQ(record.settlement->correlation, 0.0);
   EXPECT_EQ(record.settlement->correlation_threshold, 0.7);
   EXPECT_TRUE(own->pool.refresh());
@@ -70,7 +70,7 @@ TEST_F(SubmissionQueueTest, OfTwoAlikeInOneGenerationTheFirstGetsIn) {
   const std::string second = evaluate();
   const std::string other = evaluate();
   EXPECT_TRUE(own->pool.refresh());
-  EXPECT_EQ(own->pool.measure(base_).score, 1.0) << "each of them measures as new by itself";
+  EXPECT_EQ(own->pool.measure(base_).novelty, 1.0) << "each of them measures as new by itself";
   EXPECT_TRUE(own->queue.enqueue(payload(first), base_));
   EXPECT_TRUE(own->queue.enqueue(payload(second), correlated(base_, 0.98, 2)));
   EXPECT_TRUE(own->queue.enqueue(payload(other), normal_series(kDays, 3)));
@@ -83,10 +83,10 @@ TEST_F(SubmissionQueueTest, OfTwoAlikeInOneGenerationTheFirstGetsIn) {
   const Settlement settlement = *record_of(second).settlement;
   EXPECT_EQ(settlement.refusal_reason, "pnl_mi_below_threshold") << "wins over the correlation";
   EXPECT_THAT(*settlement.refusal_detail, HasSubstr("is below 0.3; member " + first));
-  EXPECT_LT(settlement.score, 0.3);
+  EXPECT_LT(settlement.novelty, 0.3);
   EXPECT_GT(settlement.correlation, 0.9);
   EXPECT_EQ(report.settled[1].refusal->reason, "pnl_mi_below_threshold");
-  EXPECT_EQ(report.settled[1].measure.score, settlement.score);
+  EXPECT_EQ(report.settled[1].measure.novelty, settlement.novelty);
 }
 
 TEST_F(SubmissionQueueTest, NamesTheCorrelationWhenItAloneFails) {
