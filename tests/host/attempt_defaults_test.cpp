@@ -40,9 +40,44 @@ TEST(AttemptDefaults, AContextWithoutATrackerSaysSo) {
             "AttributeError: 'SearchContext' object has no attribute '_tracker'");
 }
 
-TEST(AttemptDefaults, ARunThatCannotBeCalledOffNeverIs) {
+TEST(AttemptDefaults, AContextThatSaysNothingIsNeverCalledOff) {
   PlainContext context;
   EXPECT_FALSE(context.submission_cancelled());
+  EXPECT_EQ(context.find_submission_cancelled()({}), false);
+}
+
+TEST(AttemptDefaults, AChildOfAPlainContextHasAStateAndNoOperations) {
+  PlainContext context;
+  ChildContext& child = context.child();
+  child.template_evaluation_state()->set_attempt_id("id");
+  EXPECT_EQ(*child.template_evaluation_state()->attempt_id(), "id");
+  EXPECT_EQ(*child.template_evaluation_state()->parent_owned_attempt(), false);
+  EXPECT_FALSE(child.operations()->attribute("_safe_record").has_value());
+  EXPECT_FALSE(static_cast<bool>(child.set_last_evaluation_record()));
+}
+
+TEST(AttemptDefaults, QueuesThatNobodyMadeCarryNothing) {
+  NoSignals no_signals;
+  const auto queue = no_signals.fork_context()->simple_queue();
+  EXPECT_EQ(queue->reader(), nullptr);
+  constexpr const char* kNoQueues =
+      "RuntimeError: this host has no queues between parent and children: override "
+      "Host::process_contexts";
+  EXPECT_EQ(error_of([&] { return queue->get(); }), kNoQueues);
+  EXPECT_EQ(error_of([&] {
+              queue->put(1);
+              return 0;
+            }),
+            kNoQueues);
+}
+
+TEST(AttemptDefaults, AnyErrorHasAnObject) {
+  PlainContext context;
+  const auto caught = [&context](const auto& error) {
+    return repr(context.caught_object(std::make_exception_ptr(error)));
+  };
+  EXPECT_EQ(caught(ValueError("odd")), "ValueError(odd)");
+  EXPECT_EQ(caught(5), "BaseException(interrupted)");
 }
 
 TEST(AttemptDefaults, NoMarkersAreKept) {

@@ -108,6 +108,24 @@ nb::object python_exception(const std::exception_ptr& error) {
   }
 }
 
+std::exception_ptr hosted_error(const std::exception_ptr& error) {
+  try {
+    std::rethrow_exception(error);
+  } catch (const genetic::Error& own) {
+    if (own.origin() != nullptr) return error;
+  } catch (...) {
+    return error;
+  }
+  const nb::object exception = python_exception(error);
+  try {
+    // Setting it is what gives it its context.
+    raise_new(exception);
+    throw_current_error();
+  } catch (...) {
+    return std::current_exception();
+  }
+}
+
 void register_errors() {
   nb::register_exception_translator(translate);
 }

@@ -123,6 +123,10 @@ Callable PythonSearchContext::find_submission_cancelled() {
   return callable_unless_none(attribute_or_none(context_, "_submission_cancelled"));
 }
 
+std::exception_ptr PythonSearchContext::as_host_error(const std::exception_ptr& error) {
+  return hosted_error(error);
+}
+
 Value PythonSearchContext::caught_object(const std::exception_ptr& error) {
   const nb::object exception = python_exception(error);
   return exception.is_valid() ? opaque_value(exception) : SearchContext::caught_object(error);

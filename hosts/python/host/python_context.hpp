@@ -71,6 +71,8 @@ class PythonSearchContext : public genetic::SearchContext {
   [[nodiscard]] genetic::Callable find_submission_cancelled() override;
   [[nodiscard]] genetic::ChildContext& child() override { return child_; }
 
+  // An error of the library's own becomes the exception that it will be raised as.
+  [[nodiscard]] std::exception_ptr as_host_error(const std::exception_ptr& error) override;
   // The exception object, an interrupt's too.
   [[nodiscard]] genetic::Value caught_object(const std::exception_ptr& error) override;
 

@@ -38,11 +38,15 @@ void init_guards(nb::module_& module) {
       });
   module.def("restore_child_parent_operation", [](const Any& target, const Any& state) {
     if (state.is_none()) return;
-    const std::vector<Value> fields = genetic::unpack(opaque_value(state), 3);
+    const nb::object fields = checked(PySequence_Tuple(state.ptr()));
+    static_cast<void>(genetic::unpack(opaque_value(fields), 3));
+    const auto field = [&fields](Py_ssize_t place) {
+      return nb::borrow(PyTuple_GET_ITEM(fields.ptr(), place));
+    };
     PythonReplaceableObject object(target);
     genetic::restore_child_parent_operation(
-        object, genetic::ReplacedOperation{text_of(to_python(fields[0])),
-                                           is_true(to_python(fields[1])), fields[2]});
+        object,
+        genetic::ReplacedOperation{text_of(field(0)), is_true(field(1)), opaque_value(field(2))});
   });
   module.def("fail_child_parent_operation", [](const Any& operation_name) {
     genetic::fail_child_parent_operation(str_of(operation_name));

@@ -129,6 +129,11 @@ class SearchContext {
   // persists offers its operations there: in a child they are guarded.
   [[nodiscard]] virtual ChildContext& child() { return plain_child_; }
 
+  // The same error as one of the host's own, with what is being handled as its context, so that it
+  // is one object from now on, whoever is told of it. A host of this language has nothing to do.
+  [[nodiscard]] virtual std::exception_ptr as_host_error(const std::exception_ptr& error) {
+    return error;
+  }
   // The object of an error that is on its way, an interrupt among them, for what is told about it.
   [[nodiscard]] virtual Value caught_object(const std::exception_ptr& error);
   // Tells the host that `error` is being handled for as long as the result lives. A host whose

@@ -171,15 +171,22 @@ class BatchEvaluation {
     try {
       return configured.evaluate_candidate_batch(candidates, simulate_);
     } catch (...) {
-      const std::exception_ptr error = std::current_exception();
+      const std::exception_ptr error = context_.as_host_error(std::current_exception());
       const auto handled = context_.handling(error);
-      const std::optional<Value> process_error = pool_.as_caught_error(error);
-      if (!process_error) {
-        ledger_->finalize_all_open(kAborted, context_.caught_object(error));
-        throw;
-      }
-      if (take_failures(*process_error, current) == Failure::kRaise) throw;
+      if (take_error(error, current) == Failure::kRaise) std::rethrow_exception(error);
       return std::nullopt;
+    }
+  }
+
+  // What fails here leaves in place of the pool's error, which is its context.
+  Failure take_error(const std::exception_ptr& error, const IndexedGraphs& current) {
+    try {
+      const std::optional<Value> process_error = pool_.as_caught_error(error);
+      if (process_error) return take_failures(*process_error, current);
+      ledger_->finalize_all_open(kAborted, context_.caught_object(error));
+      return Failure::kRaise;
+    } catch (...) {
+      std::rethrow_exception(context_.as_host_error(std::current_exception()));
     }
   }
 
@@ -288,10 +295,10 @@ class BatchEvaluation {
     try {
       return std::forward<Step>(step)();
     } catch (...) {
-      const std::exception_ptr error = std::current_exception();
+      const std::exception_ptr error = context_.as_host_error(std::current_exception());
       const auto handled = context_.handling(error);
       ledger_->finalize_all_open(reason, context_.caught_object(error));
-      throw;
+      std::rethrow_exception(error);
     }
   }
 

@@ -33,9 +33,13 @@ Callable on_event(const std::shared_ptr<AttemptLedger>& ledger,
 }  // namespace
 
 std::shared_ptr<AttemptLedger> OwnBatchParts::attempt_ledger(const List& indexed_batch) {
-  const auto both = std::make_shared<LedgerWithRecords>(host_, context_, indexed_batch);
-  ledger_ = std::shared_ptr<AttemptLedger>(both, &both->ledger);
+  ledger_ = make_ledger(indexed_batch);
   return ledger_;
+}
+
+std::shared_ptr<AttemptLedger> OwnBatchParts::make_ledger(const List& indexed_batch) {
+  const auto both = std::make_shared<LedgerWithRecords>(host_, context_, indexed_batch);
+  return {both, &both->ledger};
 }
 
 Callable OwnBatchParts::simulate(const Value& found_pnl_paths) {

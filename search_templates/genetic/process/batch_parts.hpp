@@ -65,6 +65,10 @@ class OwnBatchParts : public BatchParts {
   [[nodiscard]] Callable progress() override;
   [[nodiscard]] Callable poll_backtest_boundaries() override;
 
+ protected:
+  // The ledger that all the operations are of.
+  [[nodiscard]] virtual std::shared_ptr<AttemptLedger> make_ledger(const List& indexed_batch);
+
  private:
   Host& host_;
   SearchContext& context_;

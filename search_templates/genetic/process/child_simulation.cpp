@@ -50,9 +50,10 @@ class GuardedEvaluation {
       return result;
     } catch (...) {
       if (is_off_) throw;
-      const auto handled = context_.handling(std::current_exception());
+      const std::exception_ptr error = context_.as_host_error(std::current_exception());
+      const auto handled = context_.handling(error);
       take_off();
-      throw;
+      std::rethrow_exception(error);
     }
   }
 
