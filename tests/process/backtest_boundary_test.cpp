@@ -1,5 +1,6 @@
 // Goal: a child tells the parent of its backtest, once it has all that it needs for the answer, and
-// runs it only after an acceptance that is its own. Method: queues that give what a test puts there.
+// runs it only after an acceptance that is its own.
+// Method: queues that give what a test puts there.
 #include "search_templates/genetic/process/backtest_boundary.hpp"
 
 #include <gmock/gmock.h>

@@ -1,8 +1,8 @@
 """Batches and whole searches on real forks.
 
-Goal: whatever becomes of a child, and at whatever stage, each attempt is created once, started before
-its backtest and ended once, each candidate has one record, and neither a child nor a descriptor nor a
-guard is left. Method: the small host's pool of forked processes and a tracker in SQLite, which a
+Goal: whatever becomes of a child, and at whatever stage, each attempt is created once, started
+before its backtest and ended once, each candidate has one record, and neither a child nor a
+descriptor nor a guard is left. Method: the small host's pool of forked processes and a tracker in SQLite, which a
 child cannot write; graphs that say what goes wrong, one by one and mixed at random (a difference
 prints its seed).
 """
