@@ -313,13 +313,13 @@ TEST_F(BatchTest, AnErrorOfThePoolThatIsNoCandidatesOwnLeaves) {
 }
 
 TEST_F(BatchTest, AFatalErrorLeavesWhateverItNames) {
-  for (const Mapping& attributes :
+  for (const Mapping& named :
        {Mapping{{"terminal_reason", "process_priority_failed"}, {"candidate_index", 0}},
         Mapping{{"terminal_reason", "memory_budget_exceeded"}, {"candidate_index", 0}},
         Mapping{{"terminal_reason", "worker_failed"}}}) {
     host.log.clear();
     host.process_evaluation.on_evaluate_candidate_batch =
-        failing(ScriptedProcessError("fatal", attributes));
+        failing(ScriptedProcessError("fatal", named));
     EXPECT_EQ(error_of([this] { return evaluate(); }), "ProcessEvaluationError: fatal");
     EXPECT_THAT(ends(),
                 ElementsAre("('fatal_process_evaluation_failure', ProcessEvaluationError(fatal))"));
@@ -368,6 +368,7 @@ TEST_F(BatchTest, AResultWithoutTheCallbackIsReturnedUnrecorded) {
 }
 
 TEST_F(BatchTest, TheAttemptsOfAMissingResultAreClosed) {
+  host.process_contexts.is_quiet = false;  // Its queues are to be had.
   on_passes({[this](const Pass& pass) {
     pass.dispatch(0);
     host.process_contexts.queues.at(0)->messages.push_back(Tuple{0, 0});

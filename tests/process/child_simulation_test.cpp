@@ -27,7 +27,6 @@ class ChildSimulation : public testing::Test {
   using Evaluate = std::function<Value(const Value&)>;
 
   ChildSimulation() {
-    item.object();
     dynamic_cast<CandidateEvaluation&>(item.object()).metadata().set("process_attempt", 1);
     child().state->set_attempt_id("earlier");
     child().state->set_parent_owned_attempt("before");
@@ -175,7 +174,10 @@ TEST_F(ChildSimulation, ARestoreThatFailsLeavesTheLaterOnesUndone) {
                    .has_value());
   EXPECT_TRUE(child().context_operations->instance_value("_sync_mgr").has_value());
   EXPECT_EQ(*child().state->parent_owned_attempt(), true);
-  // The same in place of what was on its way.
+}
+
+TEST_F(ChildSimulation, ARestoreThatFailsTakesThePlaceOfWhatWasOnItsWay) {
+  child().context_operations->on_delete = [](std::string_view) { throw ValueError("stuck"); };
   on_evaluate([](const Value&) -> Value { throw Interrupt(); });
   EXPECT_EQ(error_of([this] { return simulate(); }), "ValueError: stuck");
 }
@@ -187,6 +189,7 @@ TEST_F(ChildSimulation, AHostWithoutOperationsIsEvaluatedAllTheSame) {
     [[nodiscard]] std::shared_ptr<StopEvent> stop_event() override { return nullptr; }
     [[nodiscard]] std::optional<Value> attribute(std::string_view) override { return std::nullopt; }
     [[nodiscard]] Callable evaluate_for_template() override { return evaluate_; }
+    [[nodiscard]] Callable safe_record() override { return {}; }
 
    private:
     Callable evaluate_;
@@ -203,7 +206,11 @@ TEST_F(ChildSimulation, AHostWithoutOperationsIsEvaluatedAllTheSame) {
 TEST_F(ChildSimulation, TheRecorderPrefersTheSetter) {
   child().on_set_last_evaluation_record =
       always(scripted_callable(host.log, "set_record", always(Value())));
-  child_safe_record(host.context, {.graph = "g", .tracking_metric_kwargs = Mapping{{"a", 1}}});
+  ChildEvaluation evaluation;
+  evaluation.graph = "g";
+  evaluation.passed_thresholds = false;
+  evaluation.tracking_metric_kwargs = Mapping{{"a", 1}};
+  child_safe_record(host.context, evaluation);
   EXPECT_THAT(
       host.log.lines(),
       ElementsAre("state.attempt_id(None)", "context.set_last_evaluation_record()",

@@ -5,6 +5,7 @@ A graph with a key "fault" has its evaluation end in that way, at the stage that
 "once", it happens in the first evaluation of that graph only.
 """
 
+import faulthandler
 import json
 import os
 import signal
@@ -170,6 +171,11 @@ class SearchContext:
         FAULTS[graph["fault"]](self)
 
 
+def _die_of(signal_number):
+    faulthandler.disable()  # A child that is meant to crash fills no screen with its stack.
+    os.kill(os.getpid(), signal_number)
+
+
 def _interrupt(ctx):
     os.kill(os.getppid(), signal.SIGINT)
     time.sleep(60)
@@ -204,9 +210,9 @@ def _report(ctx):
 
 
 FAULTS = {
-    "kill": lambda ctx: os.kill(os.getpid(), signal.SIGKILL),
-    "segfault": lambda ctx: os.kill(os.getpid(), signal.SIGSEGV),
-    "abort": lambda ctx: os.abort(),
+    "kill": lambda ctx: _die_of(signal.SIGKILL),
+    "segfault": lambda ctx: _die_of(signal.SIGSEGV),
+    "abort": lambda ctx: _die_of(signal.SIGABRT),
     "exit": lambda ctx: os._exit(3),
     "leave": lambda ctx: os._exit(0),
     "stop": lambda ctx: os.kill(os.getpid(), signal.SIGSTOP),

@@ -138,8 +138,8 @@ TEST(HostConfigErrors, ATableThatIsNone) {
 }
 
 TEST(HostConfigErrors, TheFirstMistakeOfTheTextIsNamed) {
-  EXPECT_THAT(refusal("[pool]\npnl_mi_min = -1\n[gates]\nturnover_max = 9\nabc = 1\n"),
-              StartsWith("c.toml: line 2, column 14, pool.novelty_min: -1 "));
+  EXPECT_THAT(refusal("[pool]\nnovelty_min = -1\n[gates]\nturnover_max = 9\nabc = 1\n"),
+              StartsWith("c.toml: line 2, column 15, pool.novelty_min: -1 "));
   EXPECT_THAT(refusal("[gates]\nturnover_max = 9\nabc = 1\n"),
               StartsWith("c.toml: line 2, column 16, gates.turnover_max: 9 "));
 }

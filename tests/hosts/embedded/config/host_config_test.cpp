@@ -145,7 +145,7 @@ id = 9223372036854775807
                                   .eras = {.train = 5, .holdout = 0.5, .era = 2},
                                   .market_id = 9223372036854775807});
   const HostConfig pool = parse_host_config(
-      "[pool]\ncorrelation_max = 0.5\npnl_mi_min = 0.75\nminimum_days = 250\n", "c.toml");
+      "[pool]\ncorrelation_max = 0.5\nnovelty_min = 0.75\nminimum_days = 250\n", "c.toml");
   EXPECT_EQ(pool.pool.correlation_max, 0.5);
   EXPECT_EQ(pool.pool.novelty_min, 0.75);
   EXPECT_EQ(pool.pool.minimum_days, 250);
