@@ -17,6 +17,7 @@ class PlainContext : public SearchContext {
  public:
   [[nodiscard]] Callable evaluate_for_template() override { return {}; }
   [[nodiscard]] Callable safe_record() override { return {}; }
+  [[nodiscard]] Callable enqueue_deferred_submission_payload() override { return {}; }
   [[nodiscard]] std::optional<Value> attribute(std::string_view name) override {
     if (name == "_market_id") return 5;
     if (name == "_era_number") return Value();
@@ -34,10 +35,21 @@ TEST(AttemptDefaults, AContextReadsWhatItMustHave) {
             "AttributeError: 'SearchContext' object has no attribute '_x'");
 }
 
-TEST(AttemptDefaults, AContextWithoutATrackerSaysSo) {
+TEST(AttemptDefaults, AContextWithoutATrackerTellsAttemptsApart) {
   PlainContext context;
-  EXPECT_EQ(error_of([&] { return context.tracker(); }),
-            "AttributeError: 'SearchContext' object has no attribute '_tracker'");
+  const Key any = key<"any">();
+  const NewAttempt attempt{.product_run_id = {},
+                           .source_path = any,
+                           .graph = {},
+                           .algorithm = any,
+                           .rotation_identifier = "candidate-0",
+                           .era_number = {},
+                           .market_id = {},
+                           .data_shape = {},
+                           .expected_columns = {},
+                           .eval_type = any};
+  EXPECT_EQ(context.tracker()->create_simulation_attempt()(attempt), Value(1));
+  EXPECT_EQ(context.tracker()->create_simulation_attempt()(attempt), Value(2));
 }
 
 TEST(AttemptDefaults, AContextThatSaysNothingIsNeverCalledOff) {

@@ -190,6 +190,7 @@ TEST_F(ChildSimulation, AHostWithoutOperationsIsEvaluatedAllTheSame) {
     [[nodiscard]] std::optional<Value> attribute(std::string_view) override { return std::nullopt; }
     [[nodiscard]] Callable evaluate_for_template() override { return evaluate_; }
     [[nodiscard]] Callable safe_record() override { return {}; }
+    [[nodiscard]] Callable enqueue_deferred_submission_payload() override { return {}; }
 
    private:
     Callable evaluate_;

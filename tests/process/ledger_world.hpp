@@ -169,6 +169,7 @@ class LedgerWorld : private AttemptTracker, private AttemptMarkers, private Atte
     explicit Context(LedgerWorld& world) : world_(world) {}
     [[nodiscard]] Callable evaluate_for_template() override { return {}; }
     [[nodiscard]] Callable safe_record() override { return {}; }
+    [[nodiscard]] Callable enqueue_deferred_submission_payload() override { return {}; }
     [[nodiscard]] std::optional<Value> attribute(std::string_view /*name*/) override { return 1; }
     [[nodiscard]] std::shared_ptr<AttemptTracker> tracker() override {
       return {std::shared_ptr<void>(), &world_};

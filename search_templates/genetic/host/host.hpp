@@ -37,6 +37,7 @@
 #include "search_templates/genetic/host/search_settings.hpp"
 #include "search_templates/genetic/host/secure_random.hpp"
 #include "search_templates/genetic/host/submission_payloads.hpp"
+#include "search_templates/genetic/host/twister_generators.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 
 namespace varnholt::genetic {
@@ -54,13 +55,13 @@ class Host {
   [[nodiscard]] virtual GeneticOps& genetic_ops() = 0;
   [[nodiscard]] virtual RandomWeighted& random_weighted() = 0;
   [[nodiscard]] virtual GraphDepth& graph_depth() = 0;
-  [[nodiscard]] virtual BacktestTimings& backtest_timings() = 0;
-  [[nodiscard]] virtual RandomGenerators& random_generators() = 0;
   [[nodiscard]] virtual SecureRandom& secure_random() = 0;
 
   // What a host may leave out.
   [[nodiscard]] virtual SearchSettings& search_settings() { return default_settings_; }
   [[nodiscard]] virtual EvaluationVerdicts& evaluation_verdicts() { return default_verdicts_; }
+  [[nodiscard]] virtual BacktestTimings& backtest_timings() { return any_timings_; }
+  [[nodiscard]] virtual RandomGenerators& random_generators() { return twisters_; }
   [[nodiscard]] virtual Gates& gates() { return no_gates_; }
   [[nodiscard]] virtual PoolThresholds& pool_thresholds() { return no_pool_thresholds_; }
   [[nodiscard]] virtual PoolMetrics& pool_metrics() { return no_pool_metrics_; }
@@ -93,6 +94,8 @@ class Host {
  private:
   SearchSettings default_settings_;
   EvaluationVerdicts default_verdicts_;
+  BacktestTimings any_timings_;
+  TwisterGenerators twisters_;
   Gates no_gates_;
   PoolThresholds no_pool_thresholds_;
   NoPoolMetrics no_pool_metrics_;

@@ -24,7 +24,7 @@ struct BacktestRequest {
   Value graph;
   Value metaparameters;
   Value named_universe;
-  Mapping extra_kwargs;  // What the operation is given beyond that.
+  Mapping extra_kwargs = Mapping();  // What the operation is given beyond that.
 };
 
 // What is measured. `gate_stats` are the candidate's statistics, or those of one more backtest.

@@ -31,10 +31,6 @@ Callable SearchContext::required_safe_record() {
   return recorder;
 }
 
-std::shared_ptr<AttemptTracker> SearchContext::tracker() {
-  throw_missing(context_names::kTracker.view());
-}
-
 Callable SearchContext::find_submission_cancelled() {
   return make_callable([this](std::span<const Value> /*positional*/, const Mapping& /*keywords*/) {
     return Value(submission_cancelled());

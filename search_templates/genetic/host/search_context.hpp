@@ -4,10 +4,10 @@
 // anew. A missing attribute and an absent value differ: such a read gives std::optional. An
 // operation that is missing or cannot be called is an empty Callable.
 //
-// A host has an evaluator and a recorder; everything else is missing unless it is overridden.
-// Called in the parent, and in the child by the evaluation of one candidate: there the evaluator,
-// the record of the evaluation, the recorder of a failed one, the evidence and the derivation of a
-// reason are asked for.
+// A host has an evaluator, a recorder and somewhere to submit what passes; everything else is
+// missing unless it is overridden. Called in the parent, and in the child by the evaluation of
+// one candidate: there the evaluator, the record of the evaluation, the recorder of a failed
+// one, the evidence and the derivation of a reason are asked for.
 #pragma once
 
 #include <exception>
@@ -18,6 +18,7 @@
 #include "search_templates/genetic/host/attempt_tracker.hpp"
 #include "search_templates/genetic/host/callable.hpp"
 #include "search_templates/genetic/host/child_context.hpp"
+#include "search_templates/genetic/host/no_attempts.hpp"
 #include "search_templates/genetic/host/stop_event.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -109,7 +110,7 @@ class SearchContext {
   virtual void activate_existing_attempt(const Value& /*source_attempt_id*/,
                                          const Value& /*attempt_evidence*/) {}
   // Hands one submission payload on. False, and nothing else, means that it was not taken.
-  [[nodiscard]] virtual Callable enqueue_deferred_submission_payload() { return {}; }
+  [[nodiscard]] virtual Callable enqueue_deferred_submission_payload() = 0;
   // Gives thresholds beyond those of the attributes, as a mapping.
   [[nodiscard]] virtual Callable search_context_thresholds() { return {}; }
   // The evidence of the attempt under way. A failure propagates to the caller.
@@ -118,8 +119,9 @@ class SearchContext {
   // absent.
   [[nodiscard]] virtual Callable derive_rejection_reason_detail() { return {}; }
 
-  // The attempt tracker, in the parent. AttributeError when the context has none.
-  [[nodiscard]] virtual std::shared_ptr<AttemptTracker> tracker();
+  // The attempt tracker, in the parent. By default attempts are told apart and not kept; a context
+  // of a language whose objects may lack the attribute fails here as that language does.
+  [[nodiscard]] virtual std::shared_ptr<AttemptTracker> tracker() { return no_attempts_; }
   // Whether the run has been cancelled. Asked in the parent; every call is behaviour.
   [[nodiscard]] virtual bool submission_cancelled() { return false; }
   // The same operation for the pool, which asks it by itself; empty when the context has none.
@@ -145,6 +147,7 @@ class SearchContext {
 
  private:
   PlainChild plain_child_;
+  std::shared_ptr<NoAttempts> no_attempts_ = std::make_shared<NoAttempts>();
 };
 
 }  // namespace varnholt::genetic
