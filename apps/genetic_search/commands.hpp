@@ -61,12 +61,15 @@ struct ExportCommand {
   bool force = false;  // Whether `weights` is replaced when it is there.
 };
 
+// "doctor": whether this machine can search.
+struct DoctorCommand {};
+
 // A text to print: the help or the version.
 struct ShowText {
   std::string text;
 };
 
 using Command = std::variant<RunCommand, CheckPricesCommand, SignalsCommand, ShowCommand,
-                             ExportCommand, ShowText>;
+                             ExportCommand, DoctorCommand, ShowText>;
 
 }  // namespace varnholt::app

@@ -83,6 +83,11 @@ constexpr const char* kExportFooter =
     "Exit codes: 0 done, 1 the file could not be written, 2 bad usage or bad input.\n"
     "After 1 and 2 nothing was written.";
 
+constexpr const char* kDoctorDescription =
+    "Tells what this machine gives a search: processors, memory, limits, large pages\n"
+    "and the cost of a fork, and what to change. The exit code is 0 when a search can\n"
+    "run, else 1.";
+
 constexpr const char* kVocabularyDescription =
     "Prints what signals are written in, as Markdown: every feature and every function\n"
     "with its formula, its rules for missing and equal values, and an example.";
@@ -119,6 +124,7 @@ struct Parser {
     add_signals();
     add_show();
     add_export();
+    add_doctor();
     add_vocabulary();
   }
 
@@ -141,6 +147,7 @@ struct Parser {
   void add_signals();
   void add_show();
   void add_export();
+  void add_doctor();
   void add_vocabulary();
 
   // The command that was given; null where none was.
@@ -243,6 +250,10 @@ Command checked_export(Parser& parser) {
   return parser.exported;
 }
 
+Command checked_doctor(Parser& /*parser*/) {
+  return DoctorCommand{};
+}
+
 Command checked_vocabulary(Parser& /*parser*/) {
   return ShowText{embedded::vocabulary_page()};
 }
@@ -309,6 +320,11 @@ void Parser::add_export() {
                 options.flag("--force", "Replaces the file when it is there.", exported.force);
                 return kOptionsGroup;
               });
+}
+
+void Parser::add_doctor() {
+  add_command(kDoctorName, "Tells whether this machine can search.", kDoctorDescription, "",
+              checked_doctor, [](Options& /*options*/) { return kOptionsGroup; });
 }
 
 void Parser::add_vocabulary() {

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "apps/genetic_search/check_prices_command.hpp"
+#include "apps/genetic_search/doctor_command.hpp"
 #include "apps/genetic_search/error_report.hpp"
 #include "apps/genetic_search/exit_codes.hpp"
 #include "apps/genetic_search/export_command.hpp"
@@ -45,6 +46,9 @@ class Commands {
   int operator()(const ExportCommand& command) const {
     export_command(command, outputs_.text, interrupt_);
     return kExitDone;
+  }
+  int operator()(const DoctorCommand& /*command*/) const {
+    return doctor_command(outputs_.text) ? kExitDone : kExitFailure;
   }
   int operator()(const ShowText& command) const {
     outputs_.text.write(command.text);

@@ -12,6 +12,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "search_templates/genetic/population/seen_graph_keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/support/error_of.hpp"
 #include "tests/support/host_containers.hpp"

@@ -9,6 +9,7 @@
 
 #include <gmock/gmock.h>
 
+#include "search_templates/genetic/population/seen_graph_keys.hpp"
 #include "tests/reaction/improvement_harness.hpp"
 #include "tests/support/error_of.hpp"
 

@@ -12,6 +12,7 @@
 
 #include <gmock/gmock.h>
 
+#include "search_templates/genetic/population/seen_graph_keys.hpp"
 #include "search_templates/genetic/reaction/improvement_batch.hpp"
 #include "search_templates/genetic/reaction/lineage.hpp"
 #include "search_templates/genetic/reaction/near_misses.hpp"

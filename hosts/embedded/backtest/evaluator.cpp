@@ -36,7 +36,7 @@ std::vector<std::size_t> count_readers(const Expression& expression) {
 }  // namespace
 
 Evaluator::Evaluator(MarketData data, EvaluatorOptions options)
-    : data_(std::move(data)), features_(data_), options_(options) {}
+    : features_(std::move(data)), options_(options) {}
 
 Panel Evaluator::signal(const Expression& expression) const {
   std::vector<std::size_t> readers = count_readers(expression);
@@ -64,7 +64,7 @@ Evaluation Evaluator::evaluate(const genetic::Value& graph) const {
   Evaluation result;
   result.shape = expression.shape;
   result.weights = signal_weights(signal(expression));
-  result.backtest = backtest_weights(result.weights, data_.close, options_.cost_basis_points);
+  result.backtest = backtest_weights(result.weights, close(), options_.cost_basis_points);
   return result;
 }
 

@@ -28,7 +28,8 @@ class Evaluator {
  public:
   explicit Evaluator(MarketData data, EvaluatorOptions options = {});
 
-  [[nodiscard]] const MarketData& data() const { return data_; }
+  // The closes that the weights earn their returns from.
+  [[nodiscard]] const Panel& close() const { return *features_.find("close"); }
   [[nodiscard]] const Vocabulary& vocabulary() const { return features_.vocabulary(); }
   [[nodiscard]] const EvaluatorOptions& options() const { return options_; }
 
@@ -41,7 +42,6 @@ class Evaluator {
   [[nodiscard]] Evaluation evaluate(const genetic::Value& graph) const;
 
  private:
-  MarketData data_;
   FeaturePanels features_;
   EvaluatorOptions options_;
 };

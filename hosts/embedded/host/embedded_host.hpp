@@ -22,6 +22,7 @@
 #include "hosts/embedded/host/twister_generators.hpp"
 #include "hosts/embedded/operators/genetic_operators.hpp"
 #include "hosts/embedded/pool/system_calls.hpp"
+#include "hosts/embedded/system/parent_memory.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
 #include "search_templates/genetic/host/callable_value.hpp"
@@ -137,6 +138,7 @@ class EmbeddedHost : public genetic::Host {
   [[nodiscard]] std::shared_ptr<genetic::ReplaceableObject> engine_operations() override {
     return engine_operations_;
   }
+  [[nodiscard]] std::pmr::memory_resource& parent_memory() override { return parent_memory_; }
 
  private:
   // No one looks on at the phases of an evaluation, outside the guard of a child.
@@ -159,6 +161,7 @@ class EmbeddedHost : public genetic::Host {
   SystemRandom secure_random_;
   EmbeddedPause pause_;
   ForkQueues queues_;
+  ParentMemory parent_memory_;
   EmbeddedPool pool_;
   DirectBatches batches_{*this};
   std::shared_ptr<genetic::OperationTable> engine_operations_ =

@@ -1,6 +1,9 @@
 #include "hosts/embedded/market/market_data.hpp"
 
+#include <initializer_list>
 #include <stdexcept>
+
+#include "hosts/embedded/system/memory_advice.hpp"
 
 namespace varnholt::embedded {
 
@@ -22,6 +25,16 @@ MarketData MarketData::first_days(Eigen::Index days) const {
   result.low = head(low);
   result.volume = head(volume);
   return result;
+}
+
+void keep_from_children(const MarketData& data) {
+  const auto keep = [](const Panel& panel) {
+    keep_from_children(panel.data(), static_cast<std::size_t>(panel.size()) * sizeof(double));
+  };
+  keep(data.close);
+  for (const auto* const panel : {&data.open, &data.high, &data.low, &data.volume}) {
+    if (*panel) keep(**panel);
+  }
 }
 
 }  // namespace varnholt::embedded

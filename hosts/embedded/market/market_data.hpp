@@ -36,4 +36,7 @@ struct MarketData {
   [[nodiscard]] MarketData first_days(Eigen::Index days) const;
 };
 
+// Keeps the panels out of processes that are forked from now on.
+void keep_from_children(const MarketData& data);
+
 }  // namespace varnholt::embedded

@@ -22,6 +22,7 @@
 #include "hosts/embedded/search/signal_report.hpp"
 #include "hosts/embedded/signal_pool/pool_gates.hpp"
 #include "hosts/embedded/store/run_store.hpp"
+#include "hosts/embedded/system/memory_advice.hpp"
 #include "search_templates/genetic/driver/genetic.hpp"
 
 namespace varnholt::embedded {
@@ -146,6 +147,9 @@ SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
   evaluator_options.cost_basis_points = options.cost_basis_points;
   const RunData data(options);
   const Evaluator evaluator(data.whole.first_days(data.plan.seen_days()), evaluator_options);
+  // What the children read is the evaluator's; the rest of the history waits for the end.
+  keep_from_children(data.whole);
+  give_back_free_memory();
 
   // The recorder needs the store, and the store must not be made before the settings are known to
   // be good: so the host reaches the recorder through this pointer.

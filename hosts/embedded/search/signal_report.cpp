@@ -18,7 +18,7 @@ SubmittedSignal signal_of(const SubmissionRecord& submission, const Evaluator& e
   SubmittedSignal signal;
   signal.eval_id = submission.eval_id;
   signal.expression = expression_text(graph);
-  signal.statistics = sample_statistics(evaluator.evaluate(graph).weights, evaluator.data().close,
+  signal.statistics = sample_statistics(evaluator.evaluate(graph).weights, evaluator.close(),
                                         evaluator.options().cost_basis_points, plan);
   if (submission.settlement) {
     signal.novelty = submission.settlement->novelty;
@@ -43,7 +43,7 @@ std::vector<SubmittedSignal> report_submitted_signals(RunStore& store, std::int6
 }
 
 SampleStatistics market_statistics(const Evaluator& evaluator, const EraPlan& plan) {
-  const Panel& close = evaluator.data().close;
+  const Panel& close = evaluator.close();
   return sample_statistics(equal_weights(close), close, evaluator.options().cost_basis_points,
                            plan);
 }

@@ -3,7 +3,9 @@
 #include <cmath>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
+#include "hosts/embedded/system/memory_advice.hpp"
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
 
@@ -22,12 +24,17 @@ Panel from_day_to_day(const Panel& close, Function function) {
   return result;
 }
 
+// The column of that name, or nothing for a feature that is made of columns.
+Panel* column(MarketData& data, std::string_view name) {
+  if (name == "close") return &data.close;
+  if (name == "open") return &data.open.value();
+  if (name == "high") return &data.high.value();
+  if (name == "low") return &data.low.value();
+  if (name == "volume") return &data.volume.value();
+  return nullptr;
+}
+
 Panel make_feature(const MarketData& data, std::string_view name) {
-  if (name == "close") return data.close;
-  if (name == "open") return data.open.value();
-  if (name == "high") return data.high.value();
-  if (name == "low") return data.low.value();
-  if (name == "volume") return data.volume.value();
   if (name == "returns") {
     return from_day_to_day(data.close,
                            [](double now, double before) { return now / before - 1.0; });
@@ -45,10 +52,20 @@ Panel make_feature(const MarketData& data, std::string_view name) {
 
 }  // namespace
 
-FeaturePanels::FeaturePanels(const MarketData& data) : vocabulary_(make_vocabulary(data)) {
+FeaturePanels::FeaturePanels(MarketData data) : vocabulary_(make_vocabulary(data)) {
   for (const FeatureEntry& feature : vocabulary_.features) {
-    panels_.emplace(feature.name, make_feature(data, feature.name));
+    if (column(data, feature.name) == nullptr) {
+      panels_.emplace(feature.name, make_feature(data, feature.name));
+    }
   }
+  // Only now that all is made of them.
+  for (const FeatureEntry& feature : vocabulary_.features) {
+    if (Panel* const panel = column(data, feature.name)) {
+      panels_.emplace(feature.name, std::move(*panel));
+    }
+  }
+  for (const auto& [name, panel] : panels_)
+    prefer_large_pages(panel.data(), static_cast<std::size_t>(panel.size()) * sizeof(double));
 }
 
 const Panel* FeaturePanels::find(std::string_view name) const {

@@ -1,4 +1,5 @@
-// The panels of all features of a set of market data, made once.
+// The panels of all features of a set of market data, made once. They are all that a search keeps of
+// the data.
 #pragma once
 
 #include <map>
@@ -10,10 +11,10 @@
 namespace varnholt::embedded {
 
 // Everything is computed by the constructor and only read afterwards, so that a process which
-// forks after it shares the panels with all of its children.
+// forks after it shares the panels with all of its children. They lie in large pages.
 class FeaturePanels {
  public:
-  explicit FeaturePanels(const MarketData& data);
+  explicit FeaturePanels(MarketData data);
 
   [[nodiscard]] const Vocabulary& vocabulary() const { return vocabulary_; }
 

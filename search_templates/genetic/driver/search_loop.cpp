@@ -11,6 +11,7 @@
 #include "search_templates/genetic/population/candidate_batch.hpp"
 #include "search_templates/genetic/population/deduplication.hpp"
 #include "search_templates/genetic/population/parent_scoring.hpp"
+#include "search_templates/genetic/population/seen_graph_keys.hpp"
 #include "search_templates/genetic/process/batch_evaluation.hpp"
 #include "search_templates/genetic/process/worker_capacity.hpp"
 #include "search_templates/genetic/reaction/improvement_outcome.hpp"
@@ -227,7 +228,7 @@ class SearchRun {
   Value best_score_;
   std::int64_t stagnant_batches_ = 0;
   bool force_restart_ = false;
-  SeenGraphKeys seen_graph_keys_;
+  SeenGraphKeys seen_graph_keys_{environment_.host.parent_memory()};
 };
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <unordered_set>
 #include <vector>
 
@@ -23,6 +24,9 @@ class StructuralKey {
   [[nodiscard]] std::uint64_t hash() const noexcept { return hash_; }
   // The memory that the key holds besides its own object.
   [[nodiscard]] std::size_t encoded_size() const noexcept { return encoding_.size(); }
+  // Two keys without objects are equal exactly when their encodings are.
+  [[nodiscard]] std::string_view encoding() const noexcept { return encoding_; }
+  [[nodiscard]] bool has_objects() const noexcept { return objects_ != nullptr; }
 
  private:
   friend class StructuralKeyEncoder;

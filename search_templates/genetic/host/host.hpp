@@ -8,6 +8,7 @@
 #pragma once
 
 #include <memory>
+#include <memory_resource>
 
 #include "search_templates/genetic/host/attempt_accounting.hpp"
 #include "search_templates/genetic/host/attempt_markers.hpp"
@@ -76,6 +77,11 @@ class Host {
   [[nodiscard]] virtual AttemptAccounting& attempt_accounting() { return no_accounts_; }
   // Null where the host does not want to know.
   [[nodiscard]] virtual GenerationObserver* generation_observer() { return nullptr; }
+  // For what grows with every candidate and is used in the parent alone: a host that forks may give
+  // memory that its children do not inherit. It must outlive the search.
+  [[nodiscard]] virtual std::pmr::memory_resource& parent_memory() {
+    return *std::pmr::new_delete_resource();
+  }
 
   // Null for a host that leaves whole batches to the library, as most do. One whose language lets
   // the library's functions be replaced gives the function that stands there.

@@ -20,19 +20,6 @@ class SeenGraphs {
   virtual void add(const Value& graph, const StructuralKey& key) = 0;
 };
 
-// The library's own set, by key alone.
-class SeenGraphKeys : public SeenGraphs {
- public:
-  [[nodiscard]] bool contains(const Value& /*graph*/, const StructuralKey& key) override {
-    return keys_.contains(key);
-  }
-  void add(const Value& /*graph*/, const StructuralKey& key) override { keys_.insert(key); }
-  [[nodiscard]] std::size_t size() const noexcept { return keys_.size(); }
-
- private:
-  StructuralKeySet keys_;
-};
-
 // What deduplication made of a batch.
 struct DeduplicatedBatch {
   List graphs;                       // The accepted graphs, in the order of acceptance.

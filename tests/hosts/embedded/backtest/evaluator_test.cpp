@@ -45,8 +45,9 @@ TEST(Evaluator, EvaluatesASignalByHand) {
 }
 
 TEST(Evaluator, AppliesFunctionsToTheirInputsInOrder) {
-  const Evaluator evaluator(make_synthetic_universe({.instruments = 8, .days = 150, .seed = 3}));
-  const FeaturePanels features(evaluator.data());
+  const MarketData data = make_synthetic_universe({.instruments = 8, .days = 150, .seed = 3});
+  const Evaluator evaluator(data);
+  const FeaturePanels features(data);
   const Panel& close = *features.find("close");
   const Panel& volume = *features.find("volume");
   const auto signal = [&evaluator](const genetic::Value& graph) {

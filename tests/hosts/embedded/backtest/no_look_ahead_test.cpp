@@ -49,11 +49,12 @@ class NoLookAhead : public testing::Test {
  protected:
   // The cuts are the same for all graphs, so that their features are computed once.
   NoLookAhead() : whole_(universe()) {
+    const MarketData history = universe();
     std::mt19937_64 engine(kSeed);
     for (int i = 0; i < 7; ++i) {
       const auto days = static_cast<Eigen::Index>(
-          2 + engine() % static_cast<std::uint64_t>(whole_.data().day_count() - 2));
-      cuts_.emplace_back(whole_.data().first_days(days));
+          2 + engine() % static_cast<std::uint64_t>(history.day_count() - 2));
+      cuts_.emplace_back(history.first_days(days));
     }
   }
 

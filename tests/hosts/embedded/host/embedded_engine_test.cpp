@@ -172,7 +172,7 @@ TEST_F(EmbeddedEngineTest, StatisticsWithoutAPnlAskForABacktest) {
        .named_universe = "all",
        .extra_kwargs = Mapping()});
   engine_.normalize_required_pool_pnl_matrix(again, Value(), "alpha");
-  EXPECT_EQ(required_pnl(again).size(), evaluator_.data().day_count() - 1);
+  EXPECT_EQ(required_pnl(again).size(), evaluator_.close().rows() - 1);
 }
 
 TEST_F(EmbeddedEngineTest, OnlyPoolDataThatIsNotReadyIsThat) {

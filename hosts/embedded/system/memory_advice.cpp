@@ -1,0 +1,92 @@
+#include "hosts/embedded/system/memory_advice.hpp"
+
+#include <charconv>
+#include <string_view>
+
+#include <malloc.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "hosts/embedded/system/read_file.hpp"
+
+// Linux 6.1; the headers of Debian 12 are from before.
+#ifndef MADV_COLLAPSE
+#define MADV_COLLAPSE 25
+#endif
+
+namespace varnholt::embedded {
+namespace {
+
+constexpr std::size_t kBytesInKilobyte = 1024;
+
+struct Block {
+  std::uintptr_t begin = 0;
+  std::size_t bytes = 0;
+};
+
+// The whole pages of a block.
+Block whole_pages(const void* begin, std::size_t bytes, std::size_t page) {
+  const auto address = reinterpret_cast<std::uintptr_t>(begin);
+  const std::uintptr_t first = (address + page - 1) / page * page;
+  const std::uintptr_t end = (address + bytes) / page * page;
+  return {first, end > first ? end - first : 0};
+}
+
+void advise(const Block& block, int advice) {
+  if (block.bytes == 0) return;
+  // It may be refused, and nothing depends on it.
+  static_cast<void>(::madvise(reinterpret_cast<void*>(block.begin), block.bytes, advice));
+}
+
+std::size_t number_of(std::string_view text) {
+  std::size_t number = 0;
+  std::from_chars(text.data(), text.data() + text.size(), number);
+  return number;
+}
+
+std::size_t large_page_bytes() {
+  static const std::size_t bytes = read_large_pages().page_bytes;
+  return bytes;
+}
+
+// "always [madvise] never": the word in brackets.
+std::string chosen_word(const std::string& text) {
+  const std::size_t open = text.find('[');
+  const std::size_t close = text.find(']', open + 1);
+  if (open == std::string::npos || close == std::string::npos) return {};
+  return text.substr(open + 1, close - open - 1);
+}
+
+}  // namespace
+
+void prefer_large_pages(const void* begin, std::size_t bytes) {
+  const std::size_t page = large_page_bytes();
+  if (page == 0) return;
+  const Block block = whole_pages(begin, bytes, page);
+  advise(block, MADV_HUGEPAGE);
+  advise(block, MADV_COLLAPSE);
+}
+
+void keep_from_children(const void* begin, std::size_t bytes) {
+  advise(whole_pages(begin, bytes, static_cast<std::size_t>(::sysconf(_SC_PAGESIZE))),
+         MADV_DONTFORK);
+}
+
+void give_back_free_memory() {
+  ::malloc_trim(0);
+}
+
+LargePages read_large_pages(const std::string& proc, const std::string& settings) {
+  LargePages pages;
+  pages.page_bytes = number_of(read_file(settings + "/hpage_pmd_size").bytes);
+  pages.enabled = chosen_word(read_file(settings + "/enabled").bytes);
+  const std::string rollup = read_file(proc + "/self/smaps_rollup").bytes;
+  constexpr std::string_view kName = "AnonHugePages:";
+  if (const std::size_t found = rollup.find(kName); found != std::string::npos) {
+    const std::size_t digit = rollup.find_first_of("0123456789", found);
+    pages.in_use_bytes = number_of(std::string_view(rollup).substr(digit)) * kBytesInKilobyte;
+  }
+  return pages;
+}
+
+}  // namespace varnholt::embedded

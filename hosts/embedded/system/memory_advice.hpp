@@ -1,0 +1,40 @@
+// What the kernel is told about memory that lives as long as a search.
+//
+// A fork copies the page tables of its parent, 8 bytes for each page that the parent has touched,
+// and makes the child take a page fault for each that it touches itself. So what children read lies
+// in large pages, and what they do not need is not copied at all. Everything here is advice: where
+// the kernel does not take it, memory works as before.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace varnholt::embedded {
+
+// Memory that children read: its whole large pages (of 2 MiB on most machines) are put together,
+// those that are touched already too. A block below that size stays as it is.
+void prefer_large_pages(const void* begin, std::size_t bytes);
+
+// Memory that only this process reads: its whole pages are not there in processes that are forked
+// from now on, and who touches them there is ended by a signal.
+void keep_from_children(const void* begin, std::size_t bytes);
+
+// Gives back to the system what was freed and is still held for later.
+void give_back_free_memory();
+
+// What the machine does about large pages.
+struct LargePages {
+  std::size_t page_bytes = 0;      // 0 where the kernel has none.
+  std::string enabled;             // "always", "madvise" or "never"; empty where it does not say.
+  std::uint64_t in_use_bytes = 0;  // By this process.
+
+  // Whether prefer_large_pages() is listened to.
+  [[nodiscard]] bool are_given() const { return enabled == "always" || enabled == "madvise"; }
+};
+
+[[nodiscard]] LargePages read_large_pages(
+    const std::string& proc = "/proc",
+    const std::string& settings = "/sys/kernel/mm/transparent_hugepage");
+
+}  // namespace varnholt::embedded
