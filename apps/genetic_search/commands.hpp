@@ -63,13 +63,31 @@ struct ExportCommand {
 
 // "doctor": whether this machine can search.
 struct DoctorCommand {};
+// "attempts": what became of each candidate that reached its backtest.
+struct AttemptsCommand {
+  std::filesystem::path database;
+  std::optional<std::int64_t> run;
+  std::optional<std::string> disposition;
+  std::optional<std::int64_t> limit;
+  bool json = false;
+};
+
+// "replay": one attempt again.
+struct ReplayCommand {
+  std::filesystem::path database;
+  std::int64_t attempt = 0;
+  // Absent is the path that is stored with the run.
+  std::optional<std::filesystem::path> prices;
+  bool json = false;
+};
 
 // A text to print: the help or the version.
 struct ShowText {
   std::string text;
 };
 
-using Command = std::variant<RunCommand, CheckPricesCommand, SignalsCommand, ShowCommand,
-                             ExportCommand, DoctorCommand, ShowText>;
+using Command =
+    std::variant<RunCommand, CheckPricesCommand, SignalsCommand, ShowCommand, ExportCommand,
+                 DoctorCommand, AttemptsCommand, ReplayCommand, ShowText>;
 
 }  // namespace varnholt::app

@@ -10,6 +10,8 @@ inline constexpr const char* kSignalsName = "signals";
 inline constexpr const char* kShowName = "show";
 inline constexpr const char* kExportName = "export";
 inline constexpr const char* kDoctorName = "doctor";
+inline constexpr const char* kAttemptsName = "attempts";
+inline constexpr const char* kReplayName = "replay";
 inline constexpr const char* kVocabularyName = "vocabulary";
 
 }  // namespace varnholt::app

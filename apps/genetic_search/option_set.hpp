@@ -82,6 +82,16 @@ class Options {
     command_.add_option(name, target)->group(group_);
   }
 
+  // The same for a whole number.
+  void whole_positional(const char* name, WholeRange range, std::int64_t& target) {
+    command_
+        .add_option_function<std::string>(name,
+                                          [name, range, &target](const std::string& value) {
+                                            target = whole_number(name, value, range);
+                                          })
+        ->group(group_);
+  }
+
   void rates(const std::string& name, const char* unit, const std::string& description,
              std::optional<genetic::Value>& target) {
     add(name, unit, description,

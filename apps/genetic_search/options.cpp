@@ -9,6 +9,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "apps/genetic_search/attempts_command.hpp"
 #include "apps/genetic_search/help_page.hpp"
 #include "apps/genetic_search/option_set.hpp"
 #include "apps/genetic_search/run_options.hpp"
@@ -88,6 +89,21 @@ constexpr const char* kDoctorDescription =
     "and the cost of a fork, and what to change. The exit code is 0 when a search can\n"
     "run, else 1.";
 
+constexpr const char* kAttemptsDescription =
+    "Lists the attempts of runs: every candidate whose worker reached its backtest,\n"
+    "with how it ended and why, the latest last, and how many ended how. The store is\n"
+    "not changed. Exit codes: 0 done, also when there is none, 2 for a file that is\n"
+    "no store and for a run or an end that is not in it.";
+
+constexpr const char* kReplayDescription =
+    "Evaluates the graph of one attempt again, alone, in this process, on the prices,\n"
+    "days and costs of its run, and tells each figure beside the recorded one. The\n"
+    "store is not changed.";
+
+constexpr const char* kReplayFooter =
+    "A price file that is not, byte for byte, the one of the run is refused.\n\n"
+    "Exit codes: 0 the same again, 1 other figures, 2 bad usage or bad input.";
+
 constexpr const char* kVocabularyDescription =
     "Prints what signals are written in, as Markdown: every feature and every function\n"
     "with its formula, its rules for missing and equal values, and an example.";
@@ -100,6 +116,8 @@ struct Parser {
   SignalsCommand signals;
   ShowCommand show;
   ExportCommand exported;
+  AttemptsCommand attempts;
+  ReplayCommand replay;
 
   // One command: its parser, the long description on its own page, and what its command line asks
   // for once it is checked.
@@ -125,6 +143,8 @@ struct Parser {
     add_show();
     add_export();
     add_doctor();
+    add_attempts();
+    add_replay();
     add_vocabulary();
   }
 
@@ -148,6 +168,8 @@ struct Parser {
   void add_show();
   void add_export();
   void add_doctor();
+  void add_attempts();
+  void add_replay();
   void add_vocabulary();
 
   // The command that was given; null where none was.
@@ -254,6 +276,22 @@ Command checked_doctor(Parser& /*parser*/) {
   return DoctorCommand{};
 }
 
+Command checked_attempts(Parser& parser) {
+  require_store(parser.attempts.database, parser);
+  return parser.attempts;
+}
+
+Command checked_replay(Parser& parser) {
+  require_store(parser.replay.database, parser);
+  require(
+      parser.replay.attempt > 0,
+      fmt::format("no attempt is given; name one after the store by its number, as \"{} {} DB\" "
+                  "lists them",
+                  kProgramName, kAttemptsName),
+      parser);
+  return parser.replay;
+}
+
 Command checked_vocabulary(Parser& /*parser*/) {
   return ShowText{embedded::vocabulary_page()};
 }
@@ -325,6 +363,40 @@ void Parser::add_export() {
 void Parser::add_doctor() {
   add_command(kDoctorName, "Tells whether this machine can search.", kDoctorDescription, "",
               checked_doctor, [](Options& /*options*/) { return kOptionsGroup; });
+}
+
+void Parser::add_attempts() {
+  add_command(kAttemptsName, "Lists the attempts of runs, and how they ended.",
+              kAttemptsDescription, "", checked_attempts, [this](Options& options) {
+                options.group(kOptionsGroup);
+                options.positional("DB", attempts.database);
+                options.whole("--run", "N", from(1), "Only those of run N.", attempts.run);
+                options.text("--ended", "HOW",
+                             "Only those that ended so: passed, rejected, backtest_failed, "
+                             "resource_blocked, cancelled or abandoned; or open.",
+                             attempts.disposition);
+                options.whole(
+                    "--limit", "N", from(1),
+                    fmt::format("The latest N. Default: {}; with --json, all.", kListedAttempts),
+                    attempts.limit);
+                options.flag("--json", "One JSON object a line, for machines.", attempts.json);
+                return kOptionsGroup;
+              });
+}
+
+void Parser::add_replay() {
+  add_command(kReplayName, "Evaluates one attempt again, and compares.", kReplayDescription,
+              kReplayFooter, checked_replay, [this](Options& options) {
+                options.group(kOptionsGroup);
+                options.positional("DB", replay.database);
+                options.whole_positional("ATTEMPT", from(1), replay.attempt);
+                options.optional_text(
+                    "--prices", "FILE",
+                    "The price file of the run. Default: where it was when the run began.",
+                    replay.prices);
+                options.flag("--json", "One JSON object on one line, for machines.", replay.json);
+                return kOptionsGroup;
+              });
 }
 
 void Parser::add_vocabulary() {

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include "apps/genetic_search/attempts_command.hpp"
 #include "apps/genetic_search/check_prices_command.hpp"
 #include "apps/genetic_search/doctor_command.hpp"
 #include "apps/genetic_search/error_report.hpp"
@@ -14,6 +15,7 @@
 #include "apps/genetic_search/export_command.hpp"
 #include "apps/genetic_search/options.hpp"
 #include "apps/genetic_search/output.hpp"
+#include "apps/genetic_search/replay_command.hpp"
 #include "apps/genetic_search/show_command.hpp"
 #include "apps/genetic_search/signals.hpp"
 #include "apps/genetic_search/signals_command.hpp"
@@ -49,6 +51,14 @@ class Commands {
   }
   int operator()(const DoctorCommand& /*command*/) const {
     return doctor_command(outputs_.text) ? kExitDone : kExitFailure;
+}
+
+  int operator()(const AttemptsCommand& command) const {
+    attempts_command(command, outputs_.text, width());
+    return kExitDone;
+  }
+  int operator()(const ReplayCommand& command) const {
+    return replay_command(command, outputs_.text) ? kExitDone : kExitFailure;
   }
   int operator()(const ShowText& command) const {
     outputs_.text.write(command.text);

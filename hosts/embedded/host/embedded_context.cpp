@@ -28,7 +28,17 @@ namespace {
 namespace names = genetic::context_names;
 namespace operations = genetic::operation_names;
 
+// The figures that every backtest gives, by their names.
+List statistic_names() {
+  List names;
+  genetic::MappingCursor cursor(statistics_mapping(BacktestStatistics()));
+  while (const auto entry = cursor.next())
+    names.append(entry->key);
+  return names;
+}
+
 Mapping context_attributes(const Evaluator& evaluator, const ContextSettings& settings) {
+  const Mapping thresholds = threshold_set(settings.gates, settings.limits);
   const Mapping era_config{{keys::kId, settings.pool.era_number},
                            {keys::kEraNumber, settings.pool.era_number},
                            {keys::kMarketId, settings.pool.market_id},
@@ -38,7 +48,9 @@ Mapping context_attributes(const Evaluator& evaluator, const ContextSettings& se
           {names::kOwnEraNumber, settings.pool.era_number},
           {names::kOwnEraConfig, era_config},
           {names::kSignalPoolName, settings.pool.signal_pool_name},
-          {names::kThresholds, threshold_set(settings.gates, settings.limits)},
+          {names::kThresholds, thresholds},
+          {names::kOwnThresholds, thresholds},
+          {names::kAttemptExpectedColumns, statistic_names()},
           {names::kBacktester, genetic::make_object<BacktesterObject>(evaluator)},
           {names::kMetaparameters,
            Mapping{{"cost_basis_points", evaluator.options().cost_basis_points}}},
@@ -64,7 +76,11 @@ EmbeddedContext::EmbeddedContext(const Evaluator& evaluator, const ContextSettin
 Mapping EmbeddedContext::parent_operations() {
   const auto record = [this](std::span<const Value> positional, const Mapping& keywords) {
     const bool passed = genetic::truth(positional[1]);
-    Value id = recorder_.record(positional[0], passed, keywords);
+    // An attempt is current for one record, also for one that fails.
+    ActiveAttempt attempt;
+    if (!active_attempt_.is_absent())
+      attempt = {std::exchange(active_attempt_, {}), attempt_evidence_};
+    Value id = recorder_.record(positional[0], passed, keywords, attempt);
     if (passed) submission_.keep_pnl(id, keywords.get(keys::kStats));
     stop_->count_candidate();
     return id;
@@ -123,7 +139,20 @@ std::optional<Value> EmbeddedContext::attribute(std::string_view name) {
   if (name == "max_depth") return max_depth();
   if (name == "_n_jobs") return n_jobs();
   if (name == "_worker_memory_limit_bytes") return worker_memory_limit_bytes();
+  if (name == names::kProductRunId.view()) return recorder_.run_id();
+  if (name == names::kTracker.view()) return tracker_attribute();
   return attributes_.find(name);
+}
+
+std::optional<Value> EmbeddedContext::tracker_attribute() {
+  const std::shared_ptr<EmbeddedTracker> tracker = in_child_ ? nullptr : recorder_.tracker();
+  if (!tracker) return std::nullopt;
+  return genetic::make_object<TrackerObject>(tracker, recorder_.run_id());
+}
+
+std::shared_ptr<genetic::AttemptTracker> EmbeddedContext::tracker() {
+  std::shared_ptr<EmbeddedTracker> tracker = in_child_ ? nullptr : recorder_.tracker();
+  return tracker ? std::move(tracker) : genetic::SearchContext::tracker();
 }
 
 Callable EmbeddedContext::own_graph_validator() {
@@ -179,8 +208,9 @@ Callable EmbeddedContext::required_safe_record() {
   return recorder;
 }
 
-void EmbeddedContext::activate_existing_attempt(const Value& /*source_attempt_id*/,
+void EmbeddedContext::activate_existing_attempt(const Value& source_attempt_id,
                                                 const Value& attempt_evidence) {
+  active_attempt_ = source_attempt_id;
   attempt_evidence_ = attempt_evidence;
 }
 

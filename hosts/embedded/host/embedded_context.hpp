@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "hosts/embedded/attempts/embedded_tracker.hpp"
 #include "hosts/embedded/backtest/evaluator.hpp"
 #include "hosts/embedded/gates/gates.hpp"
 #include "hosts/embedded/host/search_stop.hpp"
@@ -19,6 +20,13 @@
 
 namespace varnholt::embedded {
 
+// The attempt that the search has made the current one before a record; both absent where it has
+// made none.
+struct ActiveAttempt {
+  genetic::Value id;
+  genetic::Value evidence;
+};
+
 // Where the parent persists what the search found.
 class ResultRecorder {
  public:
@@ -26,8 +34,13 @@ class ResultRecorder {
 
   // `keywords` are those of the context's operation `safe_record`. Returns the evaluation's id.
   virtual genetic::Value record(const genetic::Value& graph, bool passed,
-                                const genetic::Mapping& keywords) = 0;
+                                const genetic::Mapping& keywords, const ActiveAttempt& attempt) = 0;
   virtual void record_metrics(const genetic::Mapping& metrics) = 0;
+
+  // The run's attempts; null for a recorder that keeps none.
+  [[nodiscard]] virtual std::shared_ptr<EmbeddedTracker> tracker() { return nullptr; }
+  // The number of the run; absent where there is none.
+  [[nodiscard]] virtual genetic::Value run_id() { return {}; }
 };
 
 struct ContextSettings {
@@ -80,6 +93,8 @@ class EmbeddedContext : public genetic::SearchContext {
   // the attempt that the parent has made the current one.
   [[nodiscard]] genetic::Value current_attempt_evidence() override { return attempt_evidence_; }
   [[nodiscard]] genetic::Callable derive_rejection_reason_detail() override;
+  // In a child there is none.
+  [[nodiscard]] std::shared_ptr<genetic::AttemptTracker> tracker() override;
   // Whether evaluations under way are cancelled: at a signal and at the limit in seconds.
   [[nodiscard]] bool submission_cancelled() override { return stop_->cancels_evaluations(); }
   // The operations that a child guards are the recorder, the queue of submissions and the recorder
@@ -112,6 +127,7 @@ class EmbeddedContext : public genetic::SearchContext {
   [[nodiscard]] genetic::Mapping parent_operations();
   [[nodiscard]] genetic::Callable operation(genetic::Key name);
   [[nodiscard]] genetic::Value evaluate(const genetic::Value& graph);
+  [[nodiscard]] std::optional<genetic::Value> tracker_attribute();
 
   const Evaluator& evaluator_;
   ContextSettings settings_;
@@ -124,6 +140,7 @@ class EmbeddedContext : public genetic::SearchContext {
   // What the search reads by name.
   genetic::Mapping attributes_;
   genetic::Value attempt_evidence_;
+  genetic::Value active_attempt_;
   genetic::Value last_evaluation_record_;
   bool in_child_ = false;
   std::shared_ptr<genetic::OperationTable> operations_;

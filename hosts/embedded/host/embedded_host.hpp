@@ -9,6 +9,8 @@
 #include <string_view>
 #include <utility>
 
+#include "hosts/embedded/attempts/attempt_accounts.hpp"
+#include "hosts/embedded/attempts/embedded_tracker.hpp"
 #include "hosts/embedded/config/host_config.hpp"
 #include "hosts/embedded/host/direct_batches.hpp"
 #include "hosts/embedded/host/embedded_engine.hpp"
@@ -139,6 +141,10 @@ class EmbeddedHost : public genetic::Host {
     return engine_operations_;
   }
   [[nodiscard]] std::pmr::memory_resource& parent_memory() override { return parent_memory_; }
+  [[nodiscard]] genetic::AttemptMarkers& attempt_markers() override { return attempt_markers_; }
+  [[nodiscard]] genetic::AttemptAccounting& attempt_accounting() override {
+    return attempt_accounts_;
+  }
 
  private:
   // No one looks on at the phases of an evaluation, outside the guard of a child.
@@ -162,6 +168,8 @@ class EmbeddedHost : public genetic::Host {
   EmbeddedPause pause_;
   ForkQueues queues_;
   ParentMemory parent_memory_;
+  EmbeddedMarkers attempt_markers_;
+  AttemptAccounts attempt_accounts_;
   EmbeddedPool pool_;
   DirectBatches batches_{*this};
   std::shared_ptr<genetic::OperationTable> engine_operations_ =

@@ -10,8 +10,10 @@
 #include "hosts/embedded/gates/failure_detail.hpp"
 #include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/host/statistics_object.hpp"
+#include "hosts/embedded/search/attempt_end.hpp"
 #include "hosts/embedded/system/digest.hpp"
 #include "hosts/embedded/system/wall_clock.hpp"
+#include "hosts/embedded/timing/backtest_timing.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "hosts/embedded/vocabulary/graph_node.hpp"
 #include "search_templates/genetic/graph/canonical_text.hpp"
@@ -102,7 +104,16 @@ Mapping all_failures(const CandidateRecorded& candidate, const Mapping& keywords
   return failures;
 }
 
-EvaluationRecord stored_form(const CandidateRecorded& candidate, const Value& graph) {
+// The process that ran the backtest, as its timing tells; nothing where there is none.
+std::optional<std::int64_t> worker_of(const Mapping& keywords) {
+  const auto timing = genetic::as_mapping(keywords.get(keys::kBacktestTiming));
+  if (!timing) return std::nullopt;
+  const Value process = timing->get(timing_keys::kProcessId);
+  return process.is_integer() ? std::optional(process.integer()) : std::nullopt;
+}
+
+EvaluationRecord stored_form(const CandidateRecorded& candidate, const Value& graph,
+                             const Mapping& keywords) {
   EvaluationRecord record;
   record.candidate_number = candidate.candidate_number;
   record.generation = candidate.generation;
@@ -118,7 +129,9 @@ EvaluationRecord stored_form(const CandidateRecorded& candidate, const Value& gr
     record.quality_score = candidate.statistics->quality_score;
   }
   record.elapsed_seconds = candidate.elapsed_seconds;
+  record.worker_pid = worker_of(keywords);
   record.recorded_at = wall_clock_seconds();
+  record.eval_id = candidate.eval_id;
   return record;
 }
 
@@ -134,6 +147,8 @@ RunRecorder::RunRecorder(RunStore& store, SearchObserver& observer, Lineage& lin
       observer_(observer),
       lineage_(lineage),
       settings_(settings),
+      end_sync_(store.attempts()),
+      tracker_(std::make_shared<EmbeddedTracker>(store.attempts(), end_sync_, wall_clock_seconds)),
       elapsed_seconds_([] { return 0.0; }) {}
 
 std::int64_t RunRecorder::begin(const RunStart& start) {
@@ -147,7 +162,39 @@ void RunRecorder::set_clock(std::function<double()> elapsed_seconds) {
   elapsed_seconds_ = std::move(elapsed_seconds);
 }
 
-Value RunRecorder::record(const Value& graph, bool passed, const Mapping& keywords) {
+std::optional<std::int64_t> RunRecorder::attempt_of(const ActiveAttempt& attempt,
+                                                    const std::string& graph_key) {
+  if (attempt.id.is_absent()) return store_.attempts().open_attempt(run_id_, graph_key);
+  return genetic::to_integer(attempt.id).integer();
+}
+
+void RunRecorder::announce(const EvaluationRecord& record, const Mapping& keywords) {
+  const StatisticsObject* const stats = statistics_object(keywords.get(keys::kStats));
+  // Without its PnL a signal is submitted after a second backtest, which only a run can make.
+  if (!settings_.pool || stats == nullptr || !stats->pnl()) return;
+  NewSubmission submission;
+  submission.pool = *settings_.pool;
+  submission.eval_id = record.eval_id;
+  submission.payload_json = announced_payload(record, *settings_.pool, keywords);
+  submission.pnl = {stats->pnl()->data(), static_cast<std::size_t>(stats->pnl()->size())};
+  submission.queued_at = record.recorded_at;
+  store_.submissions().announce(submission);
+}
+
+void RunRecorder::store(const EvaluationRecord& record, const std::optional<std::int64_t>& attempt,
+                        const AttemptEndRow& end, const Mapping& keywords) {
+  store_.under_lock("recording evaluations", [&] {
+    store_.record_evaluations(run_id_, {record});
+    // An attempt that has ended already stays as it ended, and the store counts the second end.
+    if (attempt) static_cast<void>(store_.attempts().end(*attempt, end, record.recorded_at));
+    if (record.passed) announce(record, keywords);
+    return RunStore::LockedWork::Keep;
+  });
+  if (attempt) end_sync_.note_end();
+}
+
+Value RunRecorder::record(const Value& graph, bool passed, const Mapping& keywords,
+                          const ActiveAttempt& attempt) {
   CandidateRecorded candidate = candidate_of(graph, passed, keywords);
   candidate.candidate_number = progress_.candidates + 1;
   candidate.eval_id = eval_id_of(run_id_, candidate.candidate_number);
@@ -159,12 +206,13 @@ Value RunRecorder::record(const Value& graph, bool passed, const Mapping& keywor
     candidate.repaired_by = origin.repair->plan;
     if (may_begin_round) ++rounds_;
   }
-  EvaluationRecord record = stored_form(candidate, graph);
+  EvaluationRecord record = stored_form(candidate, graph, keywords);
   record.lineage_json = lineage_json(origin);
   record.failures_json = genetic::json_text(all_failures(candidate, keywords, settings_));
   record.market_id = market_id_;
   record.era_number = era_number_;
-  store_.record_evaluations(run_id_, {record});
+  AttemptEndRow end = attempt_end(candidate, keywords, attempt, settings_.gates, settings_.limits);
+  store(record, attempt_of(attempt, record.graph_key), end, keywords);
   count(candidate);
   observer_.on_recorded(candidate);
   return candidate.eval_id;
@@ -234,15 +282,18 @@ void RunRecorder::generation_done() {
   progress_.fresh_in_generation = std::exchange(fresh_, 0);
   progress_.repaired_in_generation = std::exchange(repaired_, 0);
   progress_.repair_rounds += std::exchange(rounds_, 0);
+  end_sync_.sync();
   observer_.on_generation(progress());
 }
 
 void RunRecorder::tick(std::int64_t evaluated_in_batch) {
+  end_sync_.sync_if_due();
   observer_.on_tick(progress(), evaluated_in_batch);
 }
 
 void RunRecorder::end(const std::string& terminal_reason) {
   store_.end_run(run_id_, wall_clock_seconds(), terminal_reason);
+  store_.attempts().sync();
 }
 
 SearchProgress RunRecorder::progress() const {

@@ -4,9 +4,13 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "hosts/embedded/attempts/embedded_tracker.hpp"
+#include "hosts/embedded/attempts/end_sync.hpp"
 #include "hosts/embedded/gates/gates.hpp"
 #include "hosts/embedded/host/embedded_context.hpp"
 #include "hosts/embedded/host/lineage.hpp"
@@ -24,6 +28,9 @@ class RunRecorder : public ResultRecorder {
     // By which all failures of a candidate are found, not only the first.
     GateThresholds gates;
     HardLimits limits;
+    // The pool that passing signals will be submitted to. Without it they are not announced to the
+    // store, and a run that dies before it enqueues one loses the submission.
+    std::optional<PoolIdentity> pool;
   };
 
   // The first three must outlive the recorder.
@@ -35,16 +42,21 @@ class RunRecorder : public ResultRecorder {
   // The seconds since the search began, for the progress shown.
   void set_clock(std::function<double()> elapsed_seconds);
 
-  // The outcome is in the store when this returns; then the observer is notified.
-  genetic::Value record(const genetic::Value& graph, bool passed,
-                        const genetic::Mapping& keywords) override;
+  // The outcome is in the store when this returns, in one transaction with the end of its attempt
+  // and, of a signal that passed, the announcement of its submission; then the observer is notified.
+  // Without an active attempt, the open attempt of the graph ends, if there is one: that of a
+  // worker that was lost in its backtest.
+  genetic::Value record(const genetic::Value& graph, bool passed, const genetic::Mapping& keywords,
+                        const ActiveAttempt& attempt) override;
   void record_metrics(const genetic::Mapping& metrics) override;
+  [[nodiscard]] std::shared_ptr<EmbeddedTracker> tracker() override { return tracker_; }
+  [[nodiscard]] genetic::Value run_id() override { return run_id_; }
   // What a sync of the submission queue did: the observer is notified of each signal.
   void settled(const SyncReport& report);
   void generation_done();
   // Shows the progress of the batch under way.
   void tick(std::int64_t evaluated_in_batch);
-  // The first end counts.
+  // The first end counts. All that was recorded is on the disk afterwards.
   void end(const std::string& terminal_reason);
 
   [[nodiscard]] SearchProgress progress() const;
@@ -56,11 +68,18 @@ class RunRecorder : public ResultRecorder {
  private:
   void count(const CandidateRecorded& candidate);
   void count_repair(const CandidateRecorded& candidate);
+  [[nodiscard]] std::optional<std::int64_t> attempt_of(const ActiveAttempt& attempt,
+                                                       const std::string& graph_key);
+  void store(const EvaluationRecord& record, const std::optional<std::int64_t>& attempt,
+             const AttemptEndRow& end, const genetic::Mapping& keywords);
+  void announce(const EvaluationRecord& record, const genetic::Mapping& keywords);
 
   RunStore& store_;
   SearchObserver& observer_;
   Lineage& lineage_;
   Settings settings_;
+  EndSync end_sync_;
+  std::shared_ptr<EmbeddedTracker> tracker_;
   std::int64_t run_id_ = 0;
   std::optional<std::int64_t> market_id_;
   std::optional<std::int64_t> era_number_;

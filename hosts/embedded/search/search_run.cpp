@@ -165,10 +165,10 @@ SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
 
   const std::unique_ptr<RunStore> opened = open_run_store(options.database.string());
   RunStore& store = *opened;
-  RunRecorder run_recorder(store, observer, host.lineage(),
-                           {options.best_count, options.config.gates, options.config.limits});
-  recorder = &run_recorder;
   const PoolIdentity pool = pool_identity(options, data);
+  RunRecorder run_recorder(store, observer, host.lineage(),
+                           {options.best_count, options.config.gates, options.config.limits, pool});
+  recorder = &run_recorder;
   SignalSubmission submission(store, evaluator, pool, options.config.pool);
   SearchSummary summary;
   summary.run_id = run_recorder.begin(run_start(options, data, config, jobs));

@@ -5,8 +5,9 @@
 //   store->record_evaluations(run, batch);
 //   store->end_run(run, now, "candidate_limit");
 //
-// What was enqueued for a signal pool is in store.submissions() (submission_table.hpp). The classes
-// are what a database must do; SQLite is the one behind them (sqlite_run_store.hpp).
+// What was enqueued for a signal pool is in store.submissions() (submission_table.hpp), and
+// each attempt of a child in store.attempts() (attempt_table.hpp). The classes are what a database
+// must do; SQLite is the one behind them (sqlite_run_store.hpp).
 //
 // What a call recorded is in the file when the call returns, and survives a kill -9 of the process;
 // a loss of power may take the last batches with it, but does not damage the file. Texts called
@@ -25,6 +26,7 @@
 #include <string>
 #include <vector>
 
+#include "hosts/embedded/store/attempt_table.hpp"
 #include "hosts/embedded/store/store_error.hpp"
 #include "hosts/embedded/store/store_records.hpp"  // IWYU pragma: export
 #include "hosts/embedded/store/submission_table.hpp"
@@ -42,6 +44,16 @@ enum class SignalOrder { QualityScore, Sharpe };
 // The terminal reason of a run whose process died before it ended the run.
 inline constexpr const char* kInterrupted = "interrupted";
 
+// What opening a store has put in order after runs that died.
+struct StoreSweep {
+  // The runs that it has marked as interrupted.
+  std::vector<std::int64_t> interrupted_runs;
+  // Attempts that were open, although their run had ended (attempt_table.hpp).
+  std::int64_t abandoned_attempts = 0;
+  // Payloads that were announced by a run that ended before it enqueued them, and are queued now.
+  std::int64_t completed_submissions = 0;
+};
+
 struct StoreOptions {
   // How long a call waits for a lock that another process holds.
   int busy_timeout_milliseconds = 5000;
@@ -56,8 +68,11 @@ class RunStore {
 
   // The absolute path of the file.
   [[nodiscard]] virtual const std::string& path() const noexcept = 0;
-  // The runs that opening this store has marked as interrupted.
-  [[nodiscard]] virtual const std::vector<std::int64_t>& interrupted_runs() const noexcept = 0;
+  // Each of it was done once, by the store that was opened first.
+  [[nodiscard]] virtual const StoreSweep& swept() const noexcept = 0;
+  [[nodiscard]] const std::vector<std::int64_t>& interrupted_runs() const noexcept {
+    return swept().interrupted_runs;
+  }
 
   // Opens a run in the name of this process and returns its number.
   virtual std::int64_t begin_run(const RunStart& start) = 0;
@@ -90,19 +105,20 @@ class RunStore {
   [[nodiscard]] virtual std::vector<std::string> metrics(std::int64_t run) = 0;
 
   [[nodiscard]] virtual SubmissionTable& submissions() noexcept = 0;
+  [[nodiscard]] virtual AttemptTable& attempts() noexcept = 0;
 
   // Whether what the work wrote is kept.
   enum class LockedWork { Keep, Undo };
   // Does the work under the store's write lock, so that what is read in it stays true while it is
-  // acted on. What it wrote is undone when it says so, and when it throws. Calls that write in
-  // transactions of their own (recording, ending, enqueueing) fail meanwhile. `doing` says for
-  // people what for: "settling a submission".
+  // acted on. What it wrote is undone when it says so, and when it throws: all of it or nothing is
+  // in the file. `doing` says for people what for: "settling a submission".
   virtual void under_lock(const char* doing, const std::function<LockedWork()>& work) = 0;
 };
 
 // Opens the file or makes it. The name ":memory:" is refused: what a run found would be lost with
 // its process. Runs that a dead process left open are marked as interrupted; those of a process
-// that is alive, or that may be alive in another container, stay as they are.
+// that is alive, or that may be alive in another container, stay as they are. What runs that have
+// ended left undone is put in order (StoreSweep).
 [[nodiscard]] std::unique_ptr<RunStore> open_run_store(const std::string& path,
                                                        const StoreOptions& options = {});
 

@@ -131,6 +131,20 @@ std::string SqliteDatabase::query_text(const char* sql, const char* doing) {
   return use.step() ? use.text(statement.columns_.front().c_str()) : std::string();
 }
 
+void SqliteDatabase::sync_written_ahead(const char* doing) {
+  require_owner();
+  sqlite3_file* file = nullptr;
+  const int found = ::sqlite3_file_control(handle_, "main", SQLITE_FCNTL_JOURNAL_POINTER,
+                                           static_cast<void*>(&file));
+  if (found != SQLITE_OK) fail(doing);
+  // Nothing was written yet.
+  if (file == nullptr || file->pMethods == nullptr) return;
+  const int synced = file->pMethods->xSync(file, SQLITE_SYNC_NORMAL);
+  if (synced == SQLITE_OK) return;
+  throw StoreError(path_, fmt::format("{} failed: {}", doing, ::sqlite3_errstr(synced)),
+                   remedy(synced));
+}
+
 void SqliteDatabase::fail(const char* doing) const {
   const int code = ::sqlite3_extended_errcode(handle_);
   const int system_error = (code & 0xff) == SQLITE_IOERR || (code & 0xff) == SQLITE_CANTOPEN
@@ -259,19 +273,22 @@ std::optional<std::vector<double>> SqliteUse::series(const char* name) const {
 }
 
 SqliteTransaction::SqliteTransaction(SqliteDatabase& database, const char* doing)
-    : database_(database), doing_(doing) {
-  database.execute("BEGIN IMMEDIATE", doing);
+    : database_(database),
+      doing_(doing),
+      is_inner_(::sqlite3_get_autocommit(database.handle()) == 0) {
+  database.execute(is_inner_ ? "SAVEPOINT inner_work" : "BEGIN IMMEDIATE", doing);
 }
 
 SqliteTransaction::~SqliteTransaction() {
   // A full disk makes SQLite roll back by itself; then there is nothing left to do.
   if (!open_ || !database_.belongs_to_this_process()) return;
   if (::sqlite3_get_autocommit(database_.handle()) != 0) return;
-  ::sqlite3_exec(database_.handle(), "ROLLBACK", nullptr, nullptr, nullptr);
+  const char* const undo = is_inner_ ? "ROLLBACK TO inner_work; RELEASE inner_work" : "ROLLBACK";
+  ::sqlite3_exec(database_.handle(), undo, nullptr, nullptr, nullptr);
 }
 
 void SqliteTransaction::commit() {
-  database_.execute("COMMIT", doing_);
+  database_.execute(is_inner_ ? "RELEASE inner_work" : "COMMIT", doing_);
   open_ = false;
 }
 

@@ -42,6 +42,10 @@ class SqliteDatabase {
   [[nodiscard]] std::int64_t query_integer(const char* sql, const char* doing);
   [[nodiscard]] std::string query_text(const char* sql, const char* doing);
 
+  // Puts what was committed on the disk, where it survives a loss of power: with synchronous=NORMAL
+  // a commit alone does not.
+  void sync_written_ahead(const char* doing);
+
   // Throws the StoreError for the last call that failed: a StoreBusyError where a lock was the
   // reason.
   [[noreturn]] void fail(const char* doing) const;
@@ -131,7 +135,8 @@ class SqliteUse {
 };
 
 // A write transaction: begun at once (so that no later step can find the file locked), committed by
-// commit(), and otherwise rolled back.
+// commit(), and otherwise rolled back. One inside another is a savepoint of it: what it committed
+// stands when the outer one commits.
 class SqliteTransaction {
  public:
   SqliteTransaction(SqliteDatabase& database, const char* doing);
@@ -144,6 +149,7 @@ class SqliteTransaction {
  private:
   SqliteDatabase& database_;
   const char* doing_;
+  bool is_inner_;
   bool open_ = true;
 };
 

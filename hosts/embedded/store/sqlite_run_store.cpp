@@ -10,6 +10,7 @@
 #include "hosts/embedded/store/store_relations.hpp"
 #include "hosts/embedded/store/store_schema.hpp"
 #include "hosts/embedded/system/process_identity.hpp"
+#include "hosts/embedded/system/wall_clock.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -45,7 +46,8 @@ SqliteRunStore::SqliteRunStore(const std::string& path, const StoreOptions& opti
       statements_(std::make_unique<Statements>(*database_)),
       rows_(*database_),
       submissions_(*database_),
-      interrupted_runs_(mark_interrupted_runs()) {}
+      attempts_(*database_),
+      swept_(sweep()) {}
 
 SqliteRunStore::~SqliteRunStore() = default;
 
@@ -56,6 +58,15 @@ const std::string& SqliteRunStore::path() const noexcept {
 void SqliteRunStore::under_lock(const char* doing, const std::function<LockedWork()>& work) {
   SqliteTransaction transaction(*database_, doing);
   if (work() == LockedWork::Keep) transaction.commit();
+}
+
+// A process that dies half-way leaves the rest to the next one: each step looks for itself.
+StoreSweep SqliteRunStore::sweep() {
+  StoreSweep swept;
+  swept.interrupted_runs = mark_interrupted_runs();
+  swept.abandoned_attempts = attempts_.abandon_open_attempts(wall_clock_seconds());
+  swept.completed_submissions = submissions_.complete_announced();
+  return swept;
 }
 
 std::vector<std::int64_t> SqliteRunStore::mark_interrupted_runs() {

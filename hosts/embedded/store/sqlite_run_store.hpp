@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "hosts/embedded/store/run_store.hpp"
+#include "hosts/embedded/store/sqlite_attempt_table.hpp"
 #include "hosts/embedded/store/sqlite_database.hpp"
 #include "hosts/embedded/store/sqlite_run_rows.hpp"
 #include "hosts/embedded/store/sqlite_submission_table.hpp"
@@ -24,9 +25,7 @@ class SqliteRunStore final : public RunStore {
   ~SqliteRunStore() override;
 
   [[nodiscard]] const std::string& path() const noexcept override;
-  [[nodiscard]] const std::vector<std::int64_t>& interrupted_runs() const noexcept override {
-    return interrupted_runs_;
-  }
+  [[nodiscard]] const StoreSweep& swept() const noexcept override { return swept_; }
 
   std::int64_t begin_run(const RunStart& start) override;
   void record_evaluations(std::int64_t run,
@@ -51,6 +50,7 @@ class SqliteRunStore final : public RunStore {
   [[nodiscard]] std::vector<std::string> metrics(std::int64_t run) override;
 
   [[nodiscard]] SubmissionTable& submissions() noexcept override { return submissions_; }
+  [[nodiscard]] AttemptTable& attempts() noexcept override { return attempts_; }
   void under_lock(const char* doing, const std::function<LockedWork()>& work) override;
 
  private:
@@ -58,12 +58,14 @@ class SqliteRunStore final : public RunStore {
 
   void require_run(std::int64_t run, const char* doing);
   std::vector<std::int64_t> mark_interrupted_runs();
+  StoreSweep sweep();
 
   std::unique_ptr<SqliteDatabase> database_;
   std::unique_ptr<Statements> statements_;
   SqliteRunRows rows_;
   SqliteSubmissionTable submissions_;
-  std::vector<std::int64_t> interrupted_runs_;
+  SqliteAttemptTable attempts_;
+  StoreSweep swept_;
 };
 
 }  // namespace varnholt::embedded

@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include "hosts/embedded/store/sqlite_attempt_table.hpp"
 #include "hosts/embedded/store/sqlite_database.hpp"
 #include "hosts/embedded/store/sqlite_run_rows.hpp"
 #include "hosts/embedded/store/sqlite_submission_table.hpp"
@@ -66,7 +67,10 @@ std::unique_ptr<SqliteDatabase> opened(const std::filesystem::path& path) {
 class SqliteStoreReader final : public StoreReader {
  public:
   explicit SqliteStoreReader(const std::filesystem::path& path)
-      : database_(opened(path)), rows_(*database_), submissions_(*database_) {}
+      : database_(opened(path)),
+        rows_(*database_),
+        submissions_(*database_),
+        attempts_(*database_) {}
 
   [[nodiscard]] const std::string& path() const noexcept override { return database_->path(); }
   [[nodiscard]] std::optional<RunRecord> find_run(std::int64_t run) override {
@@ -80,11 +84,13 @@ class SqliteStoreReader final : public StoreReader {
     return rows_.first_candidates(run);
   }
   [[nodiscard]] SubmissionTable& submissions() noexcept override { return submissions_; }
+  [[nodiscard]] AttemptTable& attempts() noexcept override { return attempts_; }
 
  private:
   std::unique_ptr<SqliteDatabase> database_;
   SqliteRunRows rows_;
   SqliteSubmissionTable submissions_;
+  SqliteAttemptTable attempts_;
 };
 
 }  // namespace

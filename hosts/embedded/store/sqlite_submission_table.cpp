@@ -12,22 +12,60 @@ namespace {
 
 constexpr const char* kEnqueueing = "enqueueing a submission";
 constexpr const char* kSettling = "settling a submission";
+constexpr const char* kAnnouncing = "announcing a submission";
+constexpr const char* kCompleting = "enqueueing what an earlier run announced";
 constexpr const char* kReading = "reading submissions";
 constexpr const char* kReadingPool = "reading the members of a pool";
 
 constexpr std::array kStateNames = {"queued", "submitted", "refused"};
 
+// "signal_pool_name, market_id, ...", each after the mark: what a payload is enqueued with.
+std::string given(const char* mark = "") {
+  return names_written(submission_relation(), Written::AtInsertion, mark);
+}
+
 // The run, the ids and the structure are those of the evaluation itself.
-std::string insert_statement() {
-  const Relation<SubmissionRecord>& relation = submission_relation();
+std::string insert_from(const std::string& values, const std::string& source) {
   return "INSERT INTO submissions (run_id, evaluation_id, eval_id, graph_key, state, pnl, " +
-         names_written(relation, Written::AtInsertion) +
-         ") SELECT run_id, id, eval_id, graph_key, 'queued', :pnl, " +
-         names_written(relation, Written::AtInsertion, ":") +
-         " FROM evaluations WHERE eval_id = :eval_id "
-         "ON CONFLICT (signal_pool_name, market_id, era_number, data_key, graph_key) "
+         given() + ") SELECT e.run_id, e.id, e.eval_id, e.graph_key, 'queued', " + values +
+         " FROM " + source +
+         " ON CONFLICT (signal_pool_name, market_id, era_number, data_key, graph_key) "
          "WHERE state <> 'refused' DO NOTHING";
 }
+
+std::string insert_statement() {
+  return insert_from(":pnl, " + given(":"), "evaluations e WHERE e.eval_id = :eval_id");
+}
+
+std::string announce_statement() {
+  return "INSERT INTO announced_submissions (evaluation_id, pnl, " + given() +
+         ") SELECT id, :pnl, " + given(":") + " FROM evaluations WHERE eval_id = :eval_id";
+}
+
+// Nobody else will enqueue what they announced.
+constexpr const char* kOfEndedRuns =
+    "announced_submissions a JOIN evaluations e ON e.id = a.evaluation_id "
+    "JOIN runs r ON r.id = e.run_id WHERE r.ended_at IS NOT NULL";
+
+std::string complete_statement() {
+  return insert_from("a.pnl, " + given("a."), std::string(kOfEndedRuns) + " ORDER BY e.id");
+}
+
+std::string completable_statement() {
+  return std::string("SELECT 1 FROM ") + kOfEndedRuns + " LIMIT 1";
+}
+
+std::string delete_completed_statement() {
+  return std::string("DELETE FROM announced_submissions WHERE evaluation_id IN (SELECT ") +
+         "a.evaluation_id FROM " + kOfEndedRuns + ")";
+}
+
+constexpr const char* kDeleteAnnounced =
+    "DELETE FROM announced_submissions WHERE evaluation_id = "
+    "(SELECT id FROM evaluations WHERE eval_id = :eval_id)";
+constexpr const char* kCountAnnounced =
+    "SELECT count(*) AS count FROM announced_submissions a "
+    "JOIN evaluations e ON e.id = a.evaluation_id WHERE e.run_id = :run";
 
 std::string settle_statement() {
   return "UPDATE submissions SET " + assignments(submission_relation()) +
@@ -84,6 +122,22 @@ SqliteUse& bind_pool(SqliteUse& use, const PoolIdentity& pool) {
       .bind("data_key", pool.data_key);
 }
 
+SubmissionRecord queued_record(const NewSubmission& submission) {
+  SubmissionRecord record;
+  record.pool = submission.pool;
+  record.pending_reason = submission.pending_reason;
+  record.payload_json = submission.payload_json;
+  record.queued_at = submission.queued_at;
+  return record;
+}
+
+[[noreturn]] void refuse_missing(const SqliteDatabase& database, const char* doing,
+                                 const std::string& eval_id) {
+  throw StoreError(database.path(),
+                   fmt::format("{} failed: there is no evaluation {}", doing, eval_id),
+                   "record the evaluation first");
+}
+
 }  // namespace
 
 const char* name_of(SubmissionState state) {
@@ -93,6 +147,12 @@ const char* name_of(SubmissionState state) {
 struct SqliteSubmissionTable::Statements {
   explicit Statements(SqliteDatabase& database)
       : insert(database, insert_statement(), kEnqueueing),
+        announce(database, announce_statement(), kAnnouncing),
+        delete_announced(database, kDeleteAnnounced, kEnqueueing),
+        count_announced(database, kCountAnnounced, kReading),
+        select_completable(database, completable_statement(), kCompleting),
+        complete(database, complete_statement(), kCompleting),
+        delete_completed(database, delete_completed_statement(), kCompleting),
         select_standing(database, kSelectStanding, kEnqueueing),
         settle(database, settle_statement(), kSettling),
         select_one(database, submissions_where(kOne), kReading),
@@ -103,6 +163,12 @@ struct SqliteSubmissionTable::Statements {
         select_next_queued(database, of_pool(kPnlColumns, kNextQueued), kSettling) {}
 
   SqliteStatement insert;
+  SqliteStatement announce;
+  SqliteStatement delete_announced;
+  SqliteStatement count_announced;
+  SqliteStatement select_completable;
+  SqliteStatement complete;
+  SqliteStatement delete_completed;
   SqliteStatement select_standing;
   SqliteStatement settle;
   SqliteStatement select_one;
@@ -118,29 +184,51 @@ SqliteSubmissionTable::SqliteSubmissionTable(SqliteDatabase& database)
 
 SqliteSubmissionTable::~SqliteSubmissionTable() = default;
 
+void SqliteSubmissionTable::announce(const NewSubmission& submission) {
+  const SubmissionRecord record = queued_record(submission);
+  SqliteUse use(statements_->announce);
+  bind_columns(use, submission_relation(), Written::AtInsertion, record);
+  const int added = use.bind("eval_id", submission.eval_id).bind("pnl", submission.pnl).change();
+  if (added == 0) refuse_missing(database_, kAnnouncing, submission.eval_id);
+}
+
 Enqueued SqliteSubmissionTable::enqueue(const NewSubmission& submission) {
-  SubmissionRecord record;
-  record.pool = submission.pool;
-  record.pending_reason = submission.pending_reason;
-  record.payload_json = submission.payload_json;
-  record.queued_at = submission.queued_at;
+  const SubmissionRecord record = queued_record(submission);
   SqliteTransaction transaction(database_, kEnqueueing);
+  static_cast<void>(
+      SqliteUse(statements_->delete_announced).bind("eval_id", submission.eval_id).change());
   SqliteUse insertion(statements_->insert);
   bind_columns(insertion, submission_relation(), Written::AtInsertion, record);
   const int added =
       insertion.bind("eval_id", submission.eval_id).bind("pnl", submission.pnl).change();
+  Enqueued enqueued;
   if (added == 1) {
-    const std::int64_t id = ::sqlite3_last_insert_rowid(database_.handle());
-    transaction.commit();
-    return {id, true};
+    enqueued = {::sqlite3_last_insert_rowid(database_.handle()), true};
+  } else {
+    SqliteUse standing(statements_->select_standing);
+    standing.bind("eval_id", submission.eval_id);
+    if (!bind_pool(standing, submission.pool).step()) {
+      refuse_missing(database_, kEnqueueing, submission.eval_id);
+    }
+    enqueued = {standing.integer("id"), false};
   }
-  SqliteUse standing(statements_->select_standing);
-  standing.bind("eval_id", submission.eval_id);
-  if (bind_pool(standing, submission.pool).step()) return {standing.integer("id"), false};
-  throw StoreError(
-      database_.path(),
-      fmt::format("{} failed: there is no evaluation {}", kEnqueueing, submission.eval_id),
-      "record the evaluation first");
+  transaction.commit();
+  return enqueued;
+}
+
+std::int64_t SqliteSubmissionTable::complete_announced() {
+  // Most often there is none, and then no lock is taken.
+  if (!SqliteUse(statements_->select_completable).step()) return 0;
+  SqliteTransaction transaction(database_, kCompleting);
+  const int completed = SqliteUse(statements_->complete).change();
+  static_cast<void>(SqliteUse(statements_->delete_completed).change());
+  transaction.commit();
+  return completed;
+}
+
+std::int64_t SqliteSubmissionTable::announced(std::int64_t run) {
+  SqliteUse row(statements_->count_announced);
+  return row.bind("run", run).step() ? row.integer("count") : 0;
 }
 
 bool SqliteSubmissionTable::settle(std::int64_t id, const Settlement& settlement) {

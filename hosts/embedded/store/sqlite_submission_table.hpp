@@ -20,8 +20,10 @@ class SqliteSubmissionTable final : public SubmissionTable {
   SqliteSubmissionTable& operator=(const SqliteSubmissionTable&) = delete;
   ~SqliteSubmissionTable() override;
 
+  void announce(const NewSubmission& submission) override;
   Enqueued enqueue(const NewSubmission& submission) override;
   bool settle(std::int64_t id, const Settlement& settlement) override;
+  [[nodiscard]] std::int64_t announced(std::int64_t run) override;
   [[nodiscard]] std::optional<SubmissionRecord> find(std::int64_t id) override;
   [[nodiscard]] std::vector<SubmissionRecord> of_evaluation(const std::string& eval_id) override;
   [[nodiscard]] std::vector<SubmissionRecord> list(const SubmissionFilter& filter) override;
@@ -31,6 +33,10 @@ class SqliteSubmissionTable final : public SubmissionTable {
   [[nodiscard]] std::vector<std::int64_t> member_numbers(const PoolIdentity& pool) override;
   [[nodiscard]] std::optional<SubmissionPnl> next_queued(const PoolIdentity& pool,
                                                          std::int64_t id) override;
+
+  // Enqueues what runs that have ended announced and did not enqueue. Returns how many payloads
+  // are queued now that were not. Nothing is written where there is nothing to do.
+  std::int64_t complete_announced();
 
  private:
   struct Statements;

@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 
+#include "hosts/embedded/store/attempt_table.hpp"
 #include "hosts/embedded/store/store_error.hpp"
 #include "hosts/embedded/store/store_records.hpp"
 #include "hosts/embedded/store/submission_table.hpp"
@@ -36,8 +37,9 @@ class StoreReader {
   // The first candidate number of each structure that the run tried, by the graph's key.
   [[nodiscard]] virtual std::map<std::string, std::int64_t> first_candidates(std::int64_t run) = 0;
 
-  // Refuses to write.
+  // Both refuse to write.
   [[nodiscard]] virtual SubmissionTable& submissions() noexcept = 0;
+  [[nodiscard]] virtual AttemptTable& attempts() noexcept = 0;
 };
 
 // Throws StoreError for a file that is not there, that is not a store, or whose tables are of

@@ -128,6 +128,44 @@ constexpr std::array kSubmissionColumns = {
     of_settlement<&Settlement::settled_at>("settled_at"),
 };
 
+template <auto... Path>
+constexpr Column<AttemptRecord> of_attempt(const char* name) {
+  return column<AttemptRecord, &AttemptRecord::start, Path...>(name);
+}
+
+template <auto... Path>
+constexpr Column<AttemptRecord> of_end(const char* name) {
+  return column<AttemptRecord, &AttemptRecord::end, Path...>(name, Written::Later);
+}
+
+constexpr std::array kAttemptColumns = {
+    column<AttemptRecord, &AttemptRecord::id>("id", Written::ByTheStore),
+    of_attempt<&NewAttemptRow::run>("run_id"),
+    of_attempt<&NewAttemptRow::source_path>("source_path"),
+    of_attempt<&NewAttemptRow::graph_key>("graph_key"),
+    of_attempt<&NewAttemptRow::graph_json>("graph"),
+    of_attempt<&NewAttemptRow::algorithm>("algorithm"),
+    of_attempt<&NewAttemptRow::rotation_identifier>("rotation_identifier"),
+    of_attempt<&NewAttemptRow::era_number>("era_number"),
+    of_attempt<&NewAttemptRow::market_id>("market_id"),
+    of_attempt<&NewAttemptRow::data_shape_json>("data_shape"),
+    of_attempt<&NewAttemptRow::expected_columns_json>("expected_columns"),
+    of_attempt<&NewAttemptRow::eval_type>("eval_type"),
+    of_end<&AttemptEndRow::terminal_disposition>("terminal_disposition"),
+    of_end<&AttemptEndRow::backtest_completed>("backtest_completed"),
+    of_end<&AttemptEndRow::generated_stats_json>("generated_stats"),
+    of_end<&AttemptEndRow::candidate_stats_json>("candidate_stats"),
+    of_end<&AttemptEndRow::stats_construction_blocker_json>("stats_construction_blocker"),
+    of_end<&AttemptEndRow::per_column_inventory_json>("per_column_inventory"),
+    of_end<&AttemptEndRow::threshold_gate_json>("threshold_gate"),
+    of_end<&AttemptEndRow::failure_category>("failure_category"),
+    of_end<&AttemptEndRow::failure_reason>("failure_reason"),
+    of_end<&AttemptEndRow::failure_detail>("failure_detail"),
+    of_end<&AttemptEndRow::classification_source>("classification_source"),
+    of_end<&AttemptEndRow::eval_id>("eval_id"),
+    column<AttemptRecord, &AttemptRecord::ignored_ends>("ignored_ends", Written::ByTheStore),
+};
+
 }  // namespace
 
 const Relation<RunRecord>& run_relation() {
@@ -142,6 +180,11 @@ const Relation<EvaluationRecord>& evaluation_relation() {
 
 const Relation<SubmissionRecord>& submission_relation() {
   static constexpr Relation<SubmissionRecord> kRelation{"submissions", kSubmissionColumns};
+  return kRelation;
+}
+
+const Relation<AttemptRecord>& attempt_relation() {
+  static constexpr Relation<AttemptRecord> kRelation{"attempts", kAttemptColumns};
   return kRelation;
 }
 

@@ -2,6 +2,7 @@
 // documents them; store_schema.hpp makes them).
 #pragma once
 
+#include "hosts/embedded/store/attempt_table.hpp"
 #include "hosts/embedded/store/sqlite_relation.hpp"
 #include "hosts/embedded/store/store_records.hpp"
 #include "hosts/embedded/store/submission_table.hpp"
@@ -11,5 +12,6 @@ namespace varnholt::embedded {
 [[nodiscard]] const Relation<RunRecord>& run_relation();
 [[nodiscard]] const Relation<EvaluationRecord>& evaluation_relation();
 [[nodiscard]] const Relation<SubmissionRecord>& submission_relation();
+[[nodiscard]] const Relation<AttemptRecord>& attempt_relation();
 
 }  // namespace varnholt::embedded

@@ -101,12 +101,19 @@ class SubmissionTable {
   SubmissionTable& operator=(const SubmissionTable&) = delete;
   virtual ~SubmissionTable() = default;
 
+  // Notes that a recorded evaluation will be enqueued, with all that it takes to do so. Should the
+  // run die before it is, whoever opens the store next enqueues it. To be called in one transaction
+  // with the recording (RunStore::under_lock); enqueue() takes the note away. An error when no
+  // evaluation has the id.
+  virtual void announce(const NewSubmission& submission) = 0;
   // Queues a payload, unless its structure is queued in the pool or submitted to it already.
   // An error when no evaluation has the id.
   virtual Enqueued enqueue(const NewSubmission& submission) = 0;
   // False when it is not queued any more, and then nothing is changed.
   virtual bool settle(std::int64_t id, const Settlement& settlement) = 0;
 
+  // How many announced submissions of a run were not enqueued yet.
+  [[nodiscard]] virtual std::int64_t announced(std::int64_t run) = 0;
   [[nodiscard]] virtual std::optional<SubmissionRecord> find(std::int64_t id) = 0;
   // All submissions of an evaluation, the oldest first.
   [[nodiscard]] virtual std::vector<SubmissionRecord> of_evaluation(const std::string& eval_id) = 0;

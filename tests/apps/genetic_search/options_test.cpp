@@ -204,6 +204,10 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{{"export", "a"}, "no id is given"},
         Mistake{{"export", "a", "1-2"}, "name one with --weights FILE"},
         Mistake{{"export", "a", "1-2", "--weights", ""}, "--weights wants the name of a file"},
+        Mistake{{"attempts"}, "name the file of --db after attempts"},
+        Mistake{{"attempts", "a", "--limit", "0"}, "--limit wants a whole number from 1"},
+        Mistake{{"replay", "a"}, "no attempt is given"},
+        Mistake{{"replay", "a", "1-2"}, "ATTEMPT wants a whole number from 1"},
         Mistake{{"check-prices"}, "name it after check-prices"},
         Mistake{{"check-prices", "a", "b"}, "unknown argument \"b\""},
         Mistake{{"check-prices", "a", "--list=-1"}, "--list wants a whole number from 0"}));
@@ -262,6 +266,30 @@ TEST(Options, TellWhatToExport) {
   EXPECT_TRUE(forced.force);
 }
 
+TEST(Options, TellWhichAttemptsToList) {
+  const auto plain = std::get<AttemptsCommand>(parse_command_line({"attempts", "runs.db"}));
+  EXPECT_EQ(plain.database, "runs.db");
+  EXPECT_EQ(plain.run, std::nullopt);
+  EXPECT_EQ(plain.disposition, std::nullopt);
+  EXPECT_EQ(plain.limit, std::nullopt);
+  EXPECT_FALSE(plain.json);
+  const auto all = std::get<AttemptsCommand>(parse_command_line(
+      {"attempts", "runs.db", "--run=3", "--ended=open", "--limit=7", "--json"}));
+  EXPECT_EQ(all.run, 3);
+  EXPECT_EQ(all.disposition, "open");
+  EXPECT_EQ(all.limit, 7);
+  EXPECT_TRUE(all.json);
+}
+
+TEST(Options, TellWhatToReplay) {
+  const auto replay = std::get<ReplayCommand>(
+      parse_command_line({"replay", "runs.db", "42", "--prices=p.csv", "--json"}));
+  EXPECT_EQ(replay.database, "runs.db");
+  EXPECT_EQ(replay.attempt, 42);
+  EXPECT_EQ(replay.prices, "p.csv");
+  EXPECT_TRUE(replay.json);
+}
+
 TEST(Options, TellTheVersion) {
   EXPECT_THAT(shown_text({"--version"}), ::testing::MatchesRegex("genetic-search [0-9.]+\n"));
 }
@@ -277,6 +305,12 @@ TEST(Options, HaveAHelpForEachCommand) {
   EXPECT_THAT(shown_text({"export", "--help"}),
               AllOf(HasSubstr("Usage: genetic-search export DB ID --weights FILE [options]"),
                     HasSubstr("--prices FILE"), HasSubstr("--force"), HasSubstr("Exit codes")));
+  EXPECT_THAT(shown_text({"attempts", "--help"}),
+              AllOf(HasSubstr("Usage: genetic-search attempts DB [options]"), HasSubstr("--run N"),
+                    HasSubstr("--ended HOW"), HasSubstr("--limit N"), HasSubstr("--json")));
+  EXPECT_THAT(shown_text({"replay", "--help"}),
+              AllOf(HasSubstr("Usage: genetic-search replay DB ATTEMPT [options]"),
+                    HasSubstr("--prices FILE"), HasSubstr("--json"), HasSubstr("Exit codes")));
   const std::string help = shown_text({"run", "--help"});
   for (const char* option : {"--prices",
                              "--db",
@@ -316,7 +350,8 @@ TEST(Options, HaveAHelpForEachCommand) {
 TEST(Options, HaveAHelpThatFitsAnOldTerminal) {
   for (const Words& words :
        {Words{"--help"}, Words{"run", "--help"}, Words{"check-prices", "--help"},
-        Words{"signals", "--help"}, Words{"show", "--help"}, Words{"export", "--help"}}) {
+        Words{"signals", "--help"}, Words{"show", "--help"}, Words{"export", "--help"},
+        Words{"attempts", "--help"}, Words{"replay", "--help"}}) {
     std::istringstream lines(shown_text(words));
     for (std::string line; std::getline(lines, line);)
       EXPECT_LE(line.size(), 80U) << line;

@@ -25,7 +25,9 @@ using genetic::Value;
 
 class CountingRecorder : public ResultRecorder {
  public:
-  Value record(const Value& graph, bool passed, const Mapping& /*keywords*/) override {
+  Value record(const Value& graph, bool passed, const Mapping& /*keywords*/,
+               const ActiveAttempt& attempt) override {
+    last_attempt = attempt;
     last_graph = graph;
     last_passed = passed;
     return ++records;
@@ -34,6 +36,7 @@ class CountingRecorder : public ResultRecorder {
 
   std::int64_t records = 0;
   Value last_graph;
+  ActiveAttempt last_attempt;
   bool last_passed = false;
   Value metrics;
 };

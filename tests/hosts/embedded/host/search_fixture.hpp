@@ -86,7 +86,8 @@ class RecordingObserver : public SearchObserver {
 class NoRecorder : public ResultRecorder {
  public:
   genetic::Value record(const genetic::Value& /*graph*/, bool /*passed*/,
-                        const genetic::Mapping& /*keywords*/) override {
+                        const genetic::Mapping& /*keywords*/,
+                        const ActiveAttempt& /*attempt*/) override {
     throw std::logic_error("nothing is recorded in this test");
   }
   void record_metrics(const genetic::Mapping& /*metrics*/) override {

@@ -23,11 +23,13 @@ class PausingRecorder : public ResultRecorder {
  public:
   explicit PausingRecorder(ResultRecorder& recorder) : recorder_(recorder) {}
 
-  genetic::Value record(const genetic::Value& graph, bool passed,
-                        const genetic::Mapping& keywords) override {
+  genetic::Value record(const genetic::Value& graph, bool passed, const genetic::Mapping& keywords,
+                        const ActiveAttempt& attempt) override {
     before_record();
-    return recorder_.record(graph, passed, keywords);
+    return recorder_.record(graph, passed, keywords, attempt);
   }
+  [[nodiscard]] std::shared_ptr<EmbeddedTracker> tracker() override { return recorder_.tracker(); }
+  [[nodiscard]] genetic::Value run_id() override { return recorder_.run_id(); }
   void record_metrics(const genetic::Mapping& metrics) override {
     recorder_.record_metrics(metrics);
   }
@@ -95,7 +97,7 @@ class RecordingTest : public ContextTest {
   RecordingObserver observer_;
   RealSystemCalls system_;
   EmbeddedHost host_{system_, evaluator_.vocabulary(), host_settings()};
-  RunRecorder recorder_{store_, observer_, host_.lineage(), {10, gates_, {}}};
+  RunRecorder recorder_{store_, observer_, host_.lineage(), {10, gates_, {}, pool_identity_}};
   PausingRecorder pausing_{recorder_};
   EmbeddedContext context_{evaluator_, context_settings(), stop_,
                            pausing_,   submission_,        host_.timings().recorded()};

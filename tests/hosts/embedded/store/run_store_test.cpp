@@ -290,10 +290,10 @@ TEST_F(RunStoreTest, RefusesADatabaseOfAnotherProgramAndLeavesItAlone) {
 
 TEST_F(RunStoreTest, RefusesANewerSchemaAndLeavesItAlone) {
   { SqliteRunStore store(path_); }
-  SqliteDatabase(path_, 0).execute("PRAGMA user_version = 3", "ageing it");
+  SqliteDatabase(path_, 0).execute("PRAGMA user_version = 4", "ageing it");
   const std::string before = bytes_of(path_);
   EXPECT_THAT(error_of([&] { SqliteRunStore store(path_); }),
-              HasSubstr("its schema version is 3, and this program knows versions up to 2; use the "
+              HasSubstr("its schema version is 4, and this program knows versions up to 3; use the "
                         "newer program"));
   EXPECT_EQ(bytes_of(path_), before);
 }

@@ -122,6 +122,7 @@ TEST_F(RelationTest, TheStoresRelationsHaveTheColumnsOfItsTables) {
   SqliteDatabase database(path, 1000);
   EXPECT_THAT(columns_besides(database, run_relation()), IsEmpty());
   EXPECT_THAT(columns_besides(database, evaluation_relation()), UnorderedElementsAreArray({"id"}));
+  EXPECT_THAT(columns_besides(database, attempt_relation()), IsEmpty());
   // What only the store itself reads.
   EXPECT_THAT(columns_besides(database, submission_relation()),
               UnorderedElementsAreArray({"evaluation_id", "pnl", "settled_order"}));
