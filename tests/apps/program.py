@@ -121,6 +121,7 @@ def folder_of(path: Path) -> dict[str, bytes]:
 def submitted_ids(store: Path) -> list[str]:
     return [
         row[0] for row in rows(
-            store, "SELECT eval_id FROM submissions WHERE state = 'submitted' ORDER BY id"
+            store,
+            "SELECT eval_id FROM submissions WHERE state = 'submitted' ORDER BY settled_order",
         )
     ]

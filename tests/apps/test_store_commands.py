@@ -50,7 +50,7 @@ def test_signals_lists_what_was_submitted(store: Path):
 def test_signals_of_all_states_of_a_run_and_of_a_pool(store: Path):
     everything = events(call("signals", store, "--all", "--json").stdout)
     assert [(signal["eval_id"], signal["state"]) for signal in everything] == rows(
-        store, "SELECT eval_id, state FROM submissions ORDER BY id"
+        store, "SELECT eval_id, state FROM submissions ORDER BY settled_order"
     )
     assert any(signal["state"] == "refused" for signal in everything)
     assert "  refused: " in call("signals", store, "--all").stdout

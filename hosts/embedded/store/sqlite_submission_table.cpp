@@ -83,14 +83,19 @@ constexpr const char* kOne = "WHERE id = :id";
 constexpr const char* kOfEvaluation =
     "WHERE evaluation_id = (SELECT id FROM evaluations WHERE eval_id = :eval_id) ORDER BY id";
 constexpr const char* kFiltered =
-    "WHERE (:run IS NULL OR run_id = :run) AND (:state IS NULL OR state = :state) ORDER BY id";
+    "WHERE (:run IS NULL OR run_id = :run) AND (:state IS NULL OR state = :state) "
+    "ORDER BY settled_order IS NULL, settled_order, id";
 
 constexpr const char* kPnlColumns =
     "id, coalesce(settled_order, 0) AS settled_order, eval_id, graph_key, pnl";
 constexpr const char* kMembers =
     "AND state = 'submitted' AND settled_order > :settled_order ORDER BY settled_order";
-constexpr const char* kNextQueued = "AND state = 'queued' AND id > :id ORDER BY id LIMIT 1";
 constexpr const char* kSubmitted = "AND state = 'submitted' ORDER BY settled_order";
+constexpr const char* kSelectQueuedNumbers =
+    "SELECT s.id AS id FROM submissions s JOIN evaluations e ON e.id = s.evaluation_id "
+    "WHERE s.signal_pool_name = :signal_pool_name AND s.market_id = :market_id "
+    "AND s.era_number = :era_number AND s.data_key = :data_key AND s.state = 'queued' "
+    "ORDER BY e.run_id, e.generation, e.quality_score DESC, e.candidate_number, s.id";
 
 std::string submissions_where(const char* condition) {
   return select_from(submission_relation()) + condition;
@@ -103,6 +108,11 @@ std::string of_pool(const char* columns, const char* condition) {
          condition;
 }
 
+std::string select_queued_statement() {
+  return std::string("SELECT ") + kPnlColumns +
+         " FROM submissions WHERE id = :id AND state = 'queued'";
+}
+
 std::vector<SubmissionRecord> read_submissions(SqliteUse& rows) {
   std::vector<SubmissionRecord> found;
   while (rows.step())
@@ -113,6 +123,13 @@ std::vector<SubmissionRecord> read_submissions(SqliteUse& rows) {
 SubmissionPnl read_pnl(const SqliteUse& row) {
   return {row.integer("id"), row.integer("settled_order"), row.text("eval_id"),
           row.text("graph_key"), row.series("pnl")};
+}
+
+std::vector<std::int64_t> numbers(SqliteUse& rows) {
+  std::vector<std::int64_t> found;
+  while (rows.step())
+    found.push_back(rows.integer("id"));
+  return found;
 }
 
 SqliteUse& bind_pool(SqliteUse& use, const PoolIdentity& pool) {
@@ -160,7 +177,8 @@ struct SqliteSubmissionTable::Statements {
         select_filtered(database, submissions_where(kFiltered), kReading),
         select_members(database, of_pool(kPnlColumns, kMembers), kReadingPool),
         select_numbers(database, of_pool("id", kSubmitted), kReadingPool),
-        select_next_queued(database, of_pool(kPnlColumns, kNextQueued), kSettling) {}
+        select_queued_numbers(database, kSelectQueuedNumbers, kSettling),
+        select_queued(database, select_queued_statement(), kSettling) {}
 
   SqliteStatement insert;
   SqliteStatement announce;
@@ -176,7 +194,8 @@ struct SqliteSubmissionTable::Statements {
   SqliteStatement select_filtered;
   SqliteStatement select_members;
   SqliteStatement select_numbers;
-  SqliteStatement select_next_queued;
+  SqliteStatement select_queued_numbers;
+  SqliteStatement select_queued;
 };
 
 SqliteSubmissionTable::SqliteSubmissionTable(SqliteDatabase& database)
@@ -273,16 +292,18 @@ std::vector<SubmissionPnl> SqliteSubmissionTable::members(const PoolIdentity& po
 std::vector<std::int64_t> SqliteSubmissionTable::member_numbers(const PoolIdentity& pool) {
   SqliteUse rows(statements_->select_numbers);
   bind_pool(rows, pool);
-  std::vector<std::int64_t> found;
-  while (rows.step())
-    found.push_back(rows.integer("id"));
-  return found;
+  return numbers(rows);
 }
 
-std::optional<SubmissionPnl> SqliteSubmissionTable::next_queued(const PoolIdentity& pool,
-                                                                std::int64_t id) {
-  SqliteUse rows(statements_->select_next_queued);
-  if (!bind_pool(rows, pool).bind("id", id).step()) return std::nullopt;
+std::vector<std::int64_t> SqliteSubmissionTable::queued_numbers(const PoolIdentity& pool) {
+  SqliteUse rows(statements_->select_queued_numbers);
+  bind_pool(rows, pool);
+  return numbers(rows);
+}
+
+std::optional<SubmissionPnl> SqliteSubmissionTable::queued(std::int64_t id) {
+  SqliteUse rows(statements_->select_queued);
+  if (!rows.bind("id", id).step()) return std::nullopt;
   return read_pnl(rows);
 }
 

@@ -31,8 +31,8 @@ class SqliteSubmissionTable final : public SubmissionTable {
   [[nodiscard]] std::vector<SubmissionPnl> members(const PoolIdentity& pool,
                                                    std::int64_t settled_order) override;
   [[nodiscard]] std::vector<std::int64_t> member_numbers(const PoolIdentity& pool) override;
-  [[nodiscard]] std::optional<SubmissionPnl> next_queued(const PoolIdentity& pool,
-                                                         std::int64_t id) override;
+  [[nodiscard]] std::vector<std::int64_t> queued_numbers(const PoolIdentity& pool) override;
+  [[nodiscard]] std::optional<SubmissionPnl> queued(std::int64_t id) override;
 
   // Enqueues what runs that have ended announced and did not enqueue. Returns how many payloads
   // are queued now that were not. Nothing is written where there is nothing to do.

@@ -117,7 +117,7 @@ class SubmissionTable {
   [[nodiscard]] virtual std::optional<SubmissionRecord> find(std::int64_t id) = 0;
   // All submissions of an evaluation, the oldest first.
   [[nodiscard]] virtual std::vector<SubmissionRecord> of_evaluation(const std::string& eval_id) = 0;
-  // In the order of enqueueing.
+  // In the order of settlement, and after them those that are queued in the order of enqueueing.
   [[nodiscard]] virtual std::vector<SubmissionRecord> list(const SubmissionFilter& filter) = 0;
 
   // The members of a pool that were settled after `settled_order`, in the order of settlement.
@@ -129,9 +129,12 @@ class SubmissionTable {
   }
   // Their numbers, in the same order. A number is never given twice, also not after a deletion.
   [[nodiscard]] virtual std::vector<std::int64_t> member_numbers(const PoolIdentity& pool) = 0;
-  // The first queued submission of a pool that was enqueued after the one with the number `id`.
-  [[nodiscard]] virtual std::optional<SubmissionPnl> next_queued(const PoolIdentity& pool,
-                                                                 std::int64_t id) = 0;
+  // The numbers of the queued submissions of a pool, in the order in which they are to be settled:
+  // by run and generation, in each the best quality first, and of equal ones the earlier candidate.
+  // The moment of enqueueing says nothing: it depends on how many workers there are.
+  [[nodiscard]] virtual std::vector<std::int64_t> queued_numbers(const PoolIdentity& pool) = 0;
+  // The submission with that number, if it is queued.
+  [[nodiscard]] virtual std::optional<SubmissionPnl> queued(std::int64_t id) = 0;
 };
 
 }  // namespace varnholt::embedded

@@ -117,30 +117,25 @@ bool SubmissionQueue::enqueue(const Mapping& payload, const ArrayXd& pnl) {
 SyncReport SubmissionQueue::sync() {
   SyncReport report;
   try {
-    std::int64_t last = 0;
-    while (const std::optional<std::int64_t> next = settle_next(last, report))
-      last = *next;
+    for (const std::int64_t id : store_.submissions().queued_numbers(pool_.identity()))
+      settle_number(id, report);
   } catch (const StoreBusyError&) {
     report.store_was_busy = true;
   }
   return report;
 }
 
-std::optional<std::int64_t> SubmissionQueue::settle_next(std::int64_t id, SyncReport& report) {
-  std::optional<std::int64_t> dealt_with;
+void SubmissionQueue::settle_number(std::int64_t id, SyncReport& report) {
   std::optional<SettledSubmission> settled;
   // While the lock is held nobody else can enqueue, settle or join the pool. Whatever leaves before
   // its end leaves the payload queued.
   store_.under_lock("settling a submission", [&] {
-    const std::optional<SubmissionPnl> queued =
-        store_.submissions().next_queued(pool_.identity(), id);
+    const std::optional<SubmissionPnl> queued = store_.submissions().queued(id);
     if (!queued) return RunStore::LockedWork::Undo;
-    dealt_with = queued->id;
     settled = settle(*queued, report);
     return settled ? RunStore::LockedWork::Keep : RunStore::LockedWork::Undo;
   });
   if (settled) report.settled.push_back(*std::move(settled));
-  return dealt_with;
 }
 
 std::optional<SettledSubmission> SubmissionQueue::settle(const SubmissionPnl& queued,

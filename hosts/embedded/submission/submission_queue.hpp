@@ -6,10 +6,10 @@
 //
 // The search measures each signal against the pool as it is at that moment; two signals of one
 // generation that are alike can thus both pass. Therefore nothing counts as submitted by being
-// enqueued: a sync settles the queued payloads in the order of enqueueing, each by the same two
-// gates against the pool as the one before has left it. Whether the search marked a payload as
-// pending makes no difference. What a run left in the queue when it died is settled by the next
-// sync of any run on the same pool.
+// enqueued: a sync settles the queued payloads, generation by generation and in each the best
+// signal first, each by the same two gates against the pool as the one before has left it. Whether
+// the search marked a payload as pending makes no difference. What a run left in the queue when it
+// died is settled by the next sync of any run on the same pool.
 //
 // A payload is settled in one transaction, under the store's lock: a crash at any moment leaves it
 // queued or settled, and two processes that settle at once take turns.
@@ -76,8 +76,8 @@ class SubmissionQueue {
 
  private:
   void check_payload(const genetic::Mapping& payload) const;
-  // The number of the payload that it dealt with, or nothing when none is queued after `id`.
-  std::optional<std::int64_t> settle_next(std::int64_t id, SyncReport& report);
+  // Nothing is done where another process has settled it meanwhile.
+  void settle_number(std::int64_t id, SyncReport& report);
   // Under the lock. Nothing where the payload has to wait.
   std::optional<SettledSubmission> settle(const SubmissionPnl& queued, SyncReport& report);
 

@@ -15,6 +15,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 
 class SubmissionTableTest : public StoreTest {
  protected:
@@ -71,7 +72,7 @@ TEST_F(SubmissionTableTest, KeepsEveryBitOfThePnl) {
   const std::vector<double> odd{0.1, -0.0, 5e-324, -1.7976931348623157e308,
                                 std::numeric_limits<double>::infinity()};
   table().enqueue({pool_, "1-1", {}, "{}", odd, 1.0});
-  const std::optional<SubmissionPnl> queued = table().next_queued(pool_, 0);
+  const std::optional<SubmissionPnl> queued = table().queued(1);
   ASSERT_TRUE(queued.has_value());
   ASSERT_TRUE(queued->pnl.has_value());
   EXPECT_EQ(*queued->pnl, odd);
@@ -86,9 +87,9 @@ TEST_F(SubmissionTableTest, APnlThatIsLostOrTornIsAbsent) {
   enqueue("1-1");
   SqliteDatabase other(path_, 0);
   other.execute("UPDATE submissions SET pnl = x'00112233445566'", "tearing it");
-  EXPECT_FALSE(table().next_queued(pool_, 0)->pnl.has_value());
+  EXPECT_FALSE(table().queued(1)->pnl.has_value());
   other.execute("UPDATE submissions SET pnl = NULL", "losing it");
-  EXPECT_FALSE(table().next_queued(pool_, 0)->pnl.has_value());
+  EXPECT_FALSE(table().queued(1)->pnl.has_value());
 }
 
 TEST_F(SubmissionTableTest, AStructureIsThereOnceInAPool) {
@@ -189,12 +190,33 @@ TEST_F(SubmissionTableTest, ListsMembersInTheOrderOfSettlement) {
 TEST_F(SubmissionTableTest, WalksTheQueueInOrder) {
   const std::int64_t first = enqueue("1-3").id;
   const std::int64_t second = enqueue("1-1").id;
-  EXPECT_EQ(table().next_queued(pool_, 0)->eval_id, "1-3");
-  EXPECT_EQ(table().next_queued(pool_, first)->eval_id, "1-1");
-  EXPECT_FALSE(table().next_queued(pool_, second).has_value());
+  EXPECT_THAT(table().queued_numbers(pool_), ElementsAre(second, first))
+      << "as they were evaluated";
+  EXPECT_EQ(table().queued(first)->eval_id, "1-3");
   table().settle(first, accepted(1));
-  EXPECT_EQ(table().next_queued(pool_, 0)->eval_id, "1-1");
-  EXPECT_FALSE(table().next_queued({"beta", 1, 2, "data"}, 0).has_value());
+  EXPECT_THAT(table().queued_numbers(pool_), ElementsAre(second));
+  EXPECT_FALSE(table().queued(first).has_value());
+  EXPECT_THAT(table().queued_numbers({"beta", 1, 2, "data"}), IsEmpty());
+}
+
+TEST_F(SubmissionTableTest, TheBestSignalsOfAGenerationComeFirst) {
+  const std::int64_t run = store_->begin_run(start());
+  std::vector<EvaluationRecord> records;
+  const auto add = [&](std::int64_t number, std::int64_t generation, double quality) {
+    records.push_back(passing(number, quality));
+    records.back().generation = generation;
+    records.back().graph_key = "key-of-" + std::to_string(number);
+  };
+  add(1, 0, 0.5);
+  add(2, 0, 0.9);
+  add(3, 1, 2.0);
+  add(4, 0, 0.5);
+  store_->record_evaluations(run, records);
+  std::vector<std::int64_t> numbers;
+  for (const int number : {4, 3, 2, 1})
+    numbers.push_back(enqueue(eval_id_of(run, number)).id);
+  EXPECT_THAT(table().queued_numbers(pool_),
+              ElementsAre(numbers[2], numbers[3], numbers[0], numbers[1]));
 }
 
 TEST_F(SubmissionTableTest, ListsByRunAndState) {

@@ -112,7 +112,9 @@ TEST_F(SubmissionQueueProperty, StatesStaySoundAndMembersDiffer) {
         case 3: {
           SqliteDatabase other(path_, 0);
           SqliteTransaction held(other, "holding the lock");
-          EXPECT_TRUE(by->queue.sync().store_was_busy);
+          // Without anything to settle it asks for no lock.
+          const bool has_work = !store_->submissions().queued_numbers(pool_).empty();
+          EXPECT_EQ(by->queue.sync().store_was_busy, has_work);
           break;
         }
         case 4:
