@@ -190,6 +190,10 @@ void add_worker_options(Options& options, RunCommand& run) {
   options.whole("--worker-memory", "MIB", from(1, 1 << 30),
                 "Memory that one worker may use, in MiB. Default: no limit.",
                 run.worker_memory_mebibytes);
+  options.whole("--nice", "N", {-20, 19},
+                "Nice value of the workers: 19 gives way to all other programs. Default: that of "
+                "the search.",
+                run.search.worker_nice);
 
   options.group("Output");
   options.whole("--best", "N", from(0, 100'000),

@@ -8,9 +8,10 @@ from __future__ import annotations
 
 import os
 import resource
+import shutil
 import signal
-import stat
 import sys
+import tempfile
 from pathlib import Path
 
 import pytest
@@ -51,21 +52,23 @@ def test_a_disk_that_refuses_ends_the_run(tmp_path: Path, prices: Path):
     assert rows(store, "SELECT count(*) FROM runs WHERE ended_at IS NULL") == [(0,)]
 
 
-def test_a_store_that_cannot_be_written_is_refused(tmp_path: Path, prices: Path):
+def test_a_store_that_cannot_be_written_is_refused(prices: Path):
     if os.geteuid() != 0:
         pytest.skip("only the superuser can become somebody who may not write")
-    store = tmp_path / "runs.db"
-    assert run_on(store, prices, "--generations", "1").returncode == 0
-    before = store.read_bytes()
-    store.chmod(0o444)
-    for folder in (tmp_path, *tmp_path.parents):
-        if folder.stat().st_uid == os.geteuid() and folder != Path("/"):
-            folder.chmod(folder.stat().st_mode | stat.S_IXOTH | stat.S_IROTH)
-    prices.chmod(0o644)
-    refused = run_on(store, prices, "--generations", "1", user=NOBODY)
-    assert refused.returncode == 2, refused.stdout
-    assert f"store {store}: " in refused.stderr and "; check" in refused.stderr
-    assert store.read_bytes() == before
+    # Not in pytest's own folder, which nobody else may enter.
+    with tempfile.TemporaryDirectory() as name:
+        folder = Path(name)
+        folder.chmod(0o755)
+        store = folder / "runs.db"
+        readable = Path(shutil.copy(prices, folder / "prices.csv"))
+        readable.chmod(0o644)
+        assert run_on(store, readable, "--generations", "1").returncode == 0
+        before = store.read_bytes()
+        store.chmod(0o444)
+        refused = run_on(store, readable, "--generations", "1", user=NOBODY)
+        assert refused.returncode == 2, refused.stdout
+        assert f"store {store}: " in refused.stderr and "; check" in refused.stderr
+        assert store.read_bytes() == before
 
 
 def test_a_run_that_is_killed_loses_nothing(tmp_path: Path, prices: Path):

@@ -1,5 +1,6 @@
 #include "hosts/embedded/backtest/evaluator.hpp"
 
+#include <string>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -22,15 +23,39 @@ Panel apply(const ExpressionStep& step, const Panel& first, const Panel& second)
   return std::visit(Call{step, first, second}, step.function->function);
 }
 
-// How many steps read each step.
-std::vector<std::size_t> count_readers(const Expression& expression) {
-  std::vector<std::size_t> readers(expression.steps.size(), 0);
-  for (const ExpressionStep& step : expression.steps) {
-    if (step.function == nullptr) continue;
+// What is known of an expression before it is computed.
+struct Plan {
+  // The panels that are there already: of features, and of parts that are shared.
+  std::vector<const Panel*> known;
+  // Whether a step has to be computed.
+  std::vector<bool> is_computed;
+  // How many of the computed steps read each step.
+  std::vector<std::size_t> readers;
+};
+
+Plan plan_of(const Expression& expression, const FeaturePanels& features,
+             const SharedPanels* shared) {
+  const std::vector<ExpressionStep>& steps = expression.steps;
+  Plan plan{std::vector<const Panel*>(steps.size(), nullptr),
+            std::vector<bool>(steps.size(), false), std::vector<std::size_t>(steps.size(), 0)};
+  const bool has_shared = shared != nullptr && !shared->is_empty();
+  const std::vector<std::string> texts =
+      has_shared ? step_texts(expression) : std::vector<std::string>();
+  plan.readers.back() = 1;  // The signal itself.
+  for (std::size_t index = steps.size(); index-- > 0;) {
+    if (plan.readers[index] == 0) continue;
+    const ExpressionStep& step = steps[index];
+    if (step.feature != nullptr) {
+      plan.known[index] = features.find(step.feature->name);
+      continue;
+    }
+    if (has_shared) plan.known[index] = shared->find(texts[index]);
+    if (plan.known[index] != nullptr) continue;
+    plan.is_computed[index] = true;
     for (std::size_t i = 0; i < step.function->data_children(); ++i)
-      ++readers[step.inputs[i]];
+      ++plan.readers[step.inputs[i]];
   }
-  return readers;
+  return plan;
 }
 
 }  // namespace
@@ -38,32 +63,34 @@ std::vector<std::size_t> count_readers(const Expression& expression) {
 Evaluator::Evaluator(MarketData data, EvaluatorOptions options)
     : features_(std::move(data)), options_(options) {}
 
-Panel Evaluator::signal(const Expression& expression) const {
-  std::vector<std::size_t> readers = count_readers(expression);
+Panel Evaluator::signal(const Expression& expression, const SharedPanels* shared) const {
+  Plan plan = plan_of(expression, features_, shared);
   std::vector<Panel> results(expression.steps.size());
   const auto panel_of = [&](std::size_t index) -> const Panel& {
-    const FeatureEntry* const feature = expression.steps[index].feature;
-    return feature == nullptr ? results[index] : *features_.find(feature->name);
+    return plan.known[index] != nullptr ? *plan.known[index] : results[index];
   };
   for (std::size_t index = 0; index < expression.steps.size(); ++index) {
+    if (!plan.is_computed[index]) continue;
     const ExpressionStep& step = expression.steps[index];
-    if (step.function == nullptr) continue;
     const std::size_t inputs = step.function->data_children();
     results[index] =
         apply(step, panel_of(step.inputs[0]), panel_of(step.inputs[inputs == 1 ? 0 : 1]));
     for (std::size_t i = 0; i < inputs; ++i) {
-      if (--readers[step.inputs[i]] == 0) results[step.inputs[i]].resize(0, 0);
+      if (--plan.readers[step.inputs[i]] == 0) results[step.inputs[i]].resize(0, 0);
     }
   }
-  if (expression.steps.back().feature != nullptr) return panel_of(expression.steps.size() - 1);
+  if (plan.known.back() != nullptr) return *plan.known.back();
   return std::move(results.back());
 }
 
-Evaluation Evaluator::evaluate(const genetic::Value& graph) const {
-  const Expression expression = compile_expression(graph, vocabulary(), options_.limits);
+Expression Evaluator::compile(const genetic::Value& graph) const {
+  return compile_expression(graph, vocabulary(), options_.limits);
+}
+
+Evaluation Evaluator::evaluate(const Expression& expression, const SharedPanels* shared) const {
   Evaluation result;
   result.shape = expression.shape;
-  result.weights = signal_weights(signal(expression));
+  result.weights = signal_weights(signal(expression, shared));
   result.backtest = backtest_weights(result.weights, close(), options_.cost_basis_points);
   return result;
 }

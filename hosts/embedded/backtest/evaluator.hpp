@@ -3,6 +3,7 @@
 
 #include <Eigen/Core>
 
+#include "hosts/embedded/backtest/shared_panels.hpp"
 #include "hosts/embedded/backtest/statistics.hpp"
 #include "hosts/embedded/market/market_data.hpp"
 #include "hosts/embedded/vocabulary/expression.hpp"
@@ -32,14 +33,27 @@ class Evaluator {
   [[nodiscard]] const Panel& close() const { return *features_.find("close"); }
   [[nodiscard]] const Vocabulary& vocabulary() const { return features_.vocabulary(); }
   [[nodiscard]] const EvaluatorOptions& options() const { return options_; }
+  // The memory of all features.
+  [[nodiscard]] std::size_t feature_bytes() const {
+    return vocabulary().features.size() * static_cast<std::size_t>(close().size()) * sizeof(double);
+  }
 
-  // The signal of an expression that was compiled against vocabulary(). Equal subtrees are computed
-  // once, and a panel is freed when the last step that reads it is done.
-  [[nodiscard]] Panel signal(const Expression& expression) const;
+  // The signal of an expression that was compiled against vocabulary(). Equal subtrees
+  // are computed once, a panel is freed when the last step that reads it is done, and what is
+  // there in `shared` is not computed again: the result is the same to the last bit.
+  [[nodiscard]] Panel signal(const Expression& expression,
+                             const SharedPanels* shared = nullptr) const;
 
   // The graph's signal as weights, and what they would have earned. Throws GraphError for a graph
   // that breaks a rule of graph_check.hpp or is beyond the limits of the options.
-  [[nodiscard]] Evaluation evaluate(const genetic::Value& graph) const;
+  [[nodiscard]] Evaluation evaluate(const genetic::Value& graph) const {
+    return evaluate(compile(graph));
+  }
+
+  // The two halves of that: the check, and the work.
+  [[nodiscard]] Expression compile(const genetic::Value& graph) const;
+  [[nodiscard]] Evaluation evaluate(const Expression& expression,
+                                    const SharedPanels* shared = nullptr) const;
 
  private:
   FeaturePanels features_;

@@ -1,7 +1,9 @@
 #include "hosts/embedded/host/embedded_context.hpp"
 
+#include <new>
 #include <span>
 #include <utility>
+#include <vector>
 
 #include "hosts/embedded/gates/failure_detail.hpp"
 #include "hosts/embedded/gates/threshold_set.hpp"
@@ -18,6 +20,7 @@ namespace varnholt::embedded {
 
 namespace keys = genetic::keys;
 using genetic::Callable;
+using genetic::Key;
 using genetic::List;
 using genetic::Mapping;
 using genetic::Tuple;
@@ -27,6 +30,9 @@ namespace {
 
 namespace names = genetic::context_names;
 namespace operations = genetic::operation_names;
+
+// The phase that a child must not enter before its parent has stored the attempt.
+constexpr Key kRunBacktest = genetic::key<"run_backtest">();
 
 // The figures that every backtest gives, by their names.
 List statistic_names() {
@@ -61,14 +67,14 @@ Mapping context_attributes(const Evaluator& evaluator, const ContextSettings& se
 
 EmbeddedContext::EmbeddedContext(const Evaluator& evaluator, const ContextSettings& settings,
                                  std::shared_ptr<SearchStop> stop, ResultRecorder& recorder,
-                                 SignalSubmission& submission, RecordedTimings& timings)
+                                 SignalSubmission& submission, ProcessSide& process)
     : evaluator_(evaluator),
       settings_(settings),
       stop_(std::move(stop)),
       recorder_(recorder),
       submission_(submission),
-      timings_(timings),
-      process_(own_identity()),
+      process_(process),
+      shared_(evaluator, settings.shared_panels_bytes),
       attributes_(context_attributes(evaluator, settings)),
       operations_(std::make_shared<genetic::OperationTable>(parent_operations())) {}
 
@@ -103,15 +109,28 @@ Mapping EmbeddedContext::parent_operations() {
 
 // A child has none of the parent's, only the guards in their place.
 Callable EmbeddedContext::operation(genetic::Key name) {
-  const std::optional<Value> found =
-      in_child_ ? operations_->instance_value(name.view()) : operations_->attribute(name.view());
+  const std::optional<Value> found = process_.role.is_child()
+                                         ? operations_->instance_value(name.view())
+                                         : operations_->attribute(name.view());
   return genetic::callable_of(found.value_or(Value()));
 }
 
-void EmbeddedContext::enter_child() {
-  in_child_ = true;
-  process_ = own_identity();
-  timings_.enter_process(process_);
+void EmbeddedContext::prefetch_features(const List& graphs) {
+  std::vector<Expression> expressions;
+  genetic::ListCursor cursor(graphs);
+  while (const std::optional<Value> graph = cursor.next()) {
+    try {
+      expressions.push_back(evaluator_.compile(*graph));
+    } catch (const GraphError&) {
+      // Its child says so again, and that is what is recorded.
+    }
+  }
+  shared_.prepare(expressions);
+}
+
+bool EmbeddedContext::submission_cancelled() {
+  recorder_.tick();
+  return stop_->cancels_evaluations();
 }
 
 Callable EmbeddedContext::record_search_run_metrics() {
@@ -139,19 +158,22 @@ std::optional<Value> EmbeddedContext::attribute(std::string_view name) {
   if (name == "max_depth") return max_depth();
   if (name == "_n_jobs") return n_jobs();
   if (name == "_worker_memory_limit_bytes") return worker_memory_limit_bytes();
+  if (name == names::kProcessPriority.view() && settings_.worker_nice) {
+    return *settings_.worker_nice;
+  }
   if (name == names::kProductRunId.view()) return recorder_.run_id();
   if (name == names::kTracker.view()) return tracker_attribute();
   return attributes_.find(name);
 }
 
 std::optional<Value> EmbeddedContext::tracker_attribute() {
-  const std::shared_ptr<EmbeddedTracker> tracker = in_child_ ? nullptr : recorder_.tracker();
+  const auto tracker = process_.role.is_child() ? nullptr : recorder_.tracker();
   if (!tracker) return std::nullopt;
   return genetic::make_object<TrackerObject>(tracker, recorder_.run_id());
 }
 
 std::shared_ptr<genetic::AttemptTracker> EmbeddedContext::tracker() {
-  std::shared_ptr<EmbeddedTracker> tracker = in_child_ ? nullptr : recorder_.tracker();
+  auto tracker = process_.role.is_child() ? nullptr : recorder_.tracker();
   return tracker ? std::move(tracker) : genetic::SearchContext::tracker();
 }
 
@@ -170,22 +192,45 @@ Callable EmbeddedContext::evaluate_for_template() {
       });
 }
 
+// In a child the guard stands there, which holds it until the parent has stored the attempt.
+void EmbeddedContext::announce_backtest() {
+  const Key marker = operations::kWriteEvaluationAttemptMarker;
+  const Callable announce =
+      genetic::callable_of(process_.engine_operations->required_attribute(marker.view()));
+  announce({kRunBacktest});
+}
+
+EmbeddedContext::Backtested EmbeddedContext::backtest(const Value& graph) {
+  try {
+    const Expression expression = evaluator_.compile(graph);
+    announce_backtest();
+    attempt_evidence_ = Mapping{{keys::kBacktestStarted, true}, {keys::kBacktestCompleted, false}};
+    const BacktestStopwatch stopwatch(clock_, process_.role.identity());
+    BacktestResult result = evaluator_.evaluate(expression, &shared_).backtest;
+    return {std::move(result), stopwatch.timing(graph)};
+  } catch (const std::bad_alloc&) {
+    // In a child this is its memory limit and no fault of the graph.
+    if (process_.role.is_child()) throw OutOfMemory();
+    throw;
+  }
+}
+
 // The statistics decide whether the signal passes; the reason is the first gate that it fails.
 Value EmbeddedContext::evaluate(const Value& graph) {
-  attempt_evidence_ = Mapping{{keys::kBacktestCompleted, false}};
-  const BacktestStopwatch stopwatch(clock_, process_);
-  const BacktestResult backtest = evaluator_.evaluate(graph).backtest;
-  const Mapping timing = stopwatch.timing(graph);
-  timings_.record(graph, timing);
-  attempt_evidence_ = Mapping{{keys::kBacktestCompleted, true}, {keys::kBacktestTiming, timing}};
+  attempt_evidence_ = Mapping{{keys::kBacktestStarted, false}, {keys::kBacktestCompleted, false}};
+  const auto [measured, timing] = backtest(graph);
+  process_.timings.recorded().record(graph, timing);
+  attempt_evidence_ = Mapping{{keys::kBacktestStarted, true},
+                              {keys::kBacktestCompleted, true},
+                              {keys::kBacktestTiming, timing}};
 
   const std::optional<GateFailure> failure =
-      first_failed_gate(backtest.statistics, settings_.gates, settings_.limits);
+      first_failed_gate(measured.statistics, settings_.gates, settings_.limits);
   // Children compare what passes with the pool, all at once; in the parent it would be one after
   // the other.
-  const Value stats = in_child_ && !failure
-                          ? submission_.compared(backtest)
-                          : genetic::make_object<StatisticsObject>(backtest.statistics);
+  const Value stats = process_.role.is_child() && !failure
+                          ? submission_.compared(measured)
+                          : genetic::make_object<StatisticsObject>(measured.statistics);
   Mapping tracking;
   Mapping record{{keys::kStats, stats},
                  {keys::kPassed, !failure.has_value()},

@@ -10,9 +10,9 @@
 #include "hosts/embedded/attempts/embedded_tracker.hpp"
 #include "hosts/embedded/backtest/evaluator.hpp"
 #include "hosts/embedded/gates/gates.hpp"
+#include "hosts/embedded/host/process_side.hpp"
 #include "hosts/embedded/host/search_stop.hpp"
 #include "hosts/embedded/host/signal_submission.hpp"
-#include "hosts/embedded/timing/recorded_timings.hpp"
 #include "hosts/embedded/timing/stopwatch.hpp"
 #include "search_templates/genetic/host/operation_table.hpp"
 #include "search_templates/genetic/host/search_context.hpp"
@@ -36,6 +36,8 @@ class ResultRecorder {
   virtual genetic::Value record(const genetic::Value& graph, bool passed,
                                 const genetic::Mapping& keywords, const ActiveAttempt& attempt) = 0;
   virtual void record_metrics(const genetic::Mapping& metrics) = 0;
+  // The search waits for its workers: a moment to show the progress.
+  virtual void tick() {}
 
   // The run's attempts; null for a recorder that keeps none.
   [[nodiscard]] virtual std::shared_ptr<EmbeddedTracker> tracker() { return nullptr; }
@@ -49,26 +51,24 @@ struct ContextSettings {
   GateThresholds gates;
   HardLimits limits;
   std::optional<std::int64_t> worker_memory_limit_bytes;
-  // The market, the era and the signal pool that signals are submitted to, and the era's first and
-  // last day.
+  // The nice value of the workers; absent is that of the search.
+  std::optional<int> worker_nice;
+  // How much of the memory the panels may take that several candidates share.
+  std::size_t shared_panels_bytes = 0;
+  // The market, the era and the pool that signals are submitted to, and the era's first and last
+  // day.
   PoolIdentity pool;
   std::string first_date;
   std::string last_date;
 };
 
-class EmbeddedContext : public genetic::SearchContext {
+class EmbeddedContext : public genetic::SearchContext, public PrefetchingContext {
  public:
-  // All but the settings must outlive the context.
+  // All but the settings must outlive the context. In a child, which has entered its role, the
+  // parent's operations are not there, and timings are the child's own.
   EmbeddedContext(const Evaluator& evaluator, const ContextSettings& settings,
                   std::shared_ptr<SearchStop> stop, ResultRecorder& recorder,
-                  SignalSubmission& submission, RecordedTimings& timings);
-
-  // Called in a child before it works: from then on the parent's operations are unavailable, and
-  // timings are the child's own.
-  void enter_child();
-
-  [[nodiscard]] const Evaluator& evaluator() const { return evaluator_; }
-  [[nodiscard]] SearchStop& stop() { return *stop_; }
+                  SignalSubmission& submission, ProcessSide& process);
 
   [[nodiscard]] std::shared_ptr<genetic::StopEvent> stop_event() override { return stop_; }
   [[nodiscard]] genetic::Callable record_search_run_metrics() override;
@@ -95,8 +95,11 @@ class EmbeddedContext : public genetic::SearchContext {
   [[nodiscard]] genetic::Callable derive_rejection_reason_detail() override;
   // In a child there is none.
   [[nodiscard]] std::shared_ptr<genetic::AttemptTracker> tracker() override;
-  // Whether evaluations under way are cancelled: at a signal and at the limit in seconds.
-  [[nodiscard]] bool submission_cancelled() override { return stop_->cancels_evaluations(); }
+  // Whether evaluations under way are cancelled: at a signal and at the limit in seconds. The pool
+  // asks several times a second while it waits, so this is also when the progress is shown.
+  [[nodiscard]] bool submission_cancelled() override;
+  // Computes what the graphs share. Of what is no signal nothing is computed.
+  void prefetch_features(const genetic::List& graphs) override;
   // The operations that a child guards are the recorder, the queue of submissions and the recorder
   // of a run's metrics.
   [[nodiscard]] genetic::ChildContext& child() override { return child_; }
@@ -124,9 +127,16 @@ class EmbeddedContext : public genetic::SearchContext {
         std::make_shared<genetic::OwnEvaluationState>();
   };
 
+  struct Backtested {
+    BacktestResult result;
+    genetic::Mapping timing;
+  };
+
   [[nodiscard]] genetic::Mapping parent_operations();
   [[nodiscard]] genetic::Callable operation(genetic::Key name);
   [[nodiscard]] genetic::Value evaluate(const genetic::Value& graph);
+  void announce_backtest();
+  [[nodiscard]] Backtested backtest(const genetic::Value& graph);
   [[nodiscard]] std::optional<genetic::Value> tracker_attribute();
 
   const Evaluator& evaluator_;
@@ -134,15 +144,14 @@ class EmbeddedContext : public genetic::SearchContext {
   std::shared_ptr<SearchStop> stop_;
   ResultRecorder& recorder_;
   SignalSubmission& submission_;
-  RecordedTimings& timings_;
+  ProcessSide& process_;
+  SharedPanels shared_;
   SystemTimingClock clock_;
-  ProcessIdentity process_;
   // What the search reads by name.
   genetic::Mapping attributes_;
   genetic::Value attempt_evidence_;
   genetic::Value active_attempt_;
   genetic::Value last_evaluation_record_;
-  bool in_child_ = false;
   std::shared_ptr<genetic::OperationTable> operations_;
   Child child_{*this};
 };

@@ -135,36 +135,29 @@ genetic::VerdictOperation EmbeddedEngine::find_gate_verdict() {
   return verdict;
 }
 
-SignalSubmission& EmbeddedEngine::submission() const {
-  if (submission_ == nullptr) {
-    throw genetic::RuntimeError("the search has no signal pool to submit to");
-  }
-  return *submission_;
-}
-
 genetic::MiThresholdOperation EmbeddedEngine::find_submission_mi_threshold_and_pool() {
   return [this](const Value& /*era_config*/, const Value& signal_pool_name,
                 const Value& /*thresholds*/) {
-    return Value(Tuple{submission().thresholds().min_novelty, signal_pool_name});
+    return Value(Tuple{submission_.thresholds().min_novelty, signal_pool_name});
   };
 }
 
 genetic::CorrelationThresholdOperation
 EmbeddedEngine::find_submission_correlation_threshold_and_pool() {
   return [this](const Value& /*era_config*/, const Value& signal_pool_name) {
-    return Value(Tuple{submission().thresholds().max_correlation, signal_pool_name});
+    return Value(Tuple{submission_.thresholds().max_correlation, signal_pool_name});
   };
 }
 
 Value EmbeddedEngine::refresh_submission_manifest_membership(const Value& /*era_config*/,
                                                              const Value& /*signal_pool_name*/,
                                                              const Value& /*sync_manager*/) {
-  return submission().refresh();
+  return submission_.refresh();
 }
 
 Value EmbeddedEngine::selected_pool_has_synced_found_signal_ids(const Value& /*era_config*/,
                                                                 const Value& /*signal_pool_name*/) {
-  return submission().has_members();
+  return submission_.has_members();
 }
 
 void EmbeddedEngine::normalize_required_pool_pnl_matrix(const Value& gate_stats,
@@ -180,14 +173,14 @@ Value EmbeddedEngine::call_backtester_with_transform_context(
 
 Value EmbeddedEngine::submission_pnl_mi_from_backtest_or_compute(
     const genetic::PoolMetricRequest& request, const Value& /*thresholds*/) {
-  const PoolMeasure& measure = submission().measure(request.gate_stats);
-  return Tuple{measure.novelty, passes_novelty(measure, submission().thresholds())};
+  const PoolMeasure& measure = submission_.measure(request.gate_stats);
+  return Tuple{measure.novelty, passes_novelty(measure, submission_.thresholds())};
 }
 
 Value EmbeddedEngine::submission_correlation_from_backtest_or_compute(
     const genetic::PoolMetricRequest& request) {
-  const PoolMeasure& measure = submission().measure(request.gate_stats);
-  return Tuple{measure.correlation, passes_correlation(measure, submission().thresholds())};
+  const PoolMeasure& measure = submission_.measure(request.gate_stats);
+  return Tuple{measure.correlation, passes_correlation(measure, submission_.thresholds())};
 }
 
 std::optional<Value> EmbeddedEngine::as_pool_data_not_ready(const std::exception_ptr& error) {

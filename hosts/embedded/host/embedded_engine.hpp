@@ -53,16 +53,16 @@ class EmbeddedEngine : public genetic::GraphDepth,
                        public genetic::SubmissionPayloads,
                        public genetic::RuntimeReadiness {
  public:
+  // `submission` is where what passes is measured and submitted, and must outlive the engine;
+  // `client_manifest` is what the payloads say of this client.
   EmbeddedEngine(const RandomGraphOptions& graphs, const GateThresholds& gates,
-                 const HardLimits& limits)
-      : graphs_(graphs), gates_(gates), limits_(limits) {}
-
-  // Where passing candidates are measured and submitted, and what their payloads say of this
-  // client. Both must be set before a candidate is recorded, and the first must outlive the search.
-  void set_submission(SignalSubmission& submission, const genetic::Mapping& client_manifest) {
-    submission_ = &submission;
-    client_manifest_ = client_manifest;
-  }
+                 const HardLimits& limits, SignalSubmission& submission,
+                 genetic::Mapping client_manifest)
+      : graphs_(graphs),
+        gates_(gates),
+        limits_(limits),
+        submission_(submission),
+        client_manifest_(std::move(client_manifest)) {}
 
   // Nodes on the longest way down. genetic::ValueError for anything but a graph of nodes.
   [[nodiscard]] genetic::Value graph_depth_for_attempt_marker(const genetic::Value& graph) override;
@@ -121,12 +121,10 @@ class EmbeddedEngine : public genetic::GraphDepth,
   [[noreturn]] void raise_background_infrastructure_error(const std::string& detail) override;
 
  private:
-  [[nodiscard]] SignalSubmission& submission() const;
-
   RandomGraphOptions graphs_;
   GateThresholds gates_;
   HardLimits limits_;
-  SignalSubmission* submission_ = nullptr;
+  SignalSubmission& submission_;
   genetic::Mapping client_manifest_;
 };
 

@@ -61,16 +61,16 @@ void EmbeddedPause::sleep(double seconds) {
   sleep_interruptibly(seconds);
 }
 
-EmbeddedHost::EmbeddedHost(SystemCalls& system, const Vocabulary& vocabulary,
-                           const HostSettings& settings)
-    : logger_(settings.log),
-      engine_(settings.graphs, settings.gates, settings.limits),
-      observer_(lineage_, settings.on_generation_end),
+EmbeddedHost::EmbeddedHost(ProcessSide& process, const Vocabulary& vocabulary, Lineage& lineage,
+                           SignalSubmission& submission, const HostSettings& settings)
+    : process_(process),
+      logger_(settings.log),
+      engine_(settings.graphs, settings.gates, settings.limits, submission,
+              settings.client_manifest),
+      observer_(lineage, settings.on_generation_end),
       operators_({settings.graphs.max_depth, settings.graphs.max_nodes}),
       random_graphs_(vocabulary, settings.graphs),
-      planning_(vocabulary, settings.graphs, json_reader_, lineage_),
-      secure_random_(settings.seed),
-      queues_(system),
-      pool_(system, Host::evaluation_verdicts(), settings.timeout_seconds, settings.on_tick) {}
+      planning_(vocabulary, settings.graphs, json_reader_, lineage),
+      secure_random_(settings.seed) {}
 
 }  // namespace varnholt::embedded

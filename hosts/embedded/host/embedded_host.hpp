@@ -12,25 +12,19 @@
 #include "hosts/embedded/attempts/attempt_accounts.hpp"
 #include "hosts/embedded/attempts/embedded_tracker.hpp"
 #include "hosts/embedded/config/host_config.hpp"
-#include "hosts/embedded/host/direct_batches.hpp"
 #include "hosts/embedded/host/embedded_engine.hpp"
 #include "hosts/embedded/host/embedded_planning.hpp"
-#include "hosts/embedded/host/embedded_pool.hpp"
-#include "hosts/embedded/host/embedded_timings.hpp"
-#include "hosts/embedded/host/fork_queues.hpp"
 #include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/host/lineage.hpp"
+#include "hosts/embedded/host/process_side.hpp"
 #include "hosts/embedded/host/search_events.hpp"
+#include "hosts/embedded/host/signal_submission.hpp"
 #include "hosts/embedded/host/twister_generators.hpp"
 #include "hosts/embedded/operators/genetic_operators.hpp"
-#include "hosts/embedded/pool/system_calls.hpp"
 #include "hosts/embedded/system/parent_memory.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
-#include "search_templates/genetic/host/callable_value.hpp"
-#include "search_templates/genetic/host/function_callable.hpp"
 #include "search_templates/genetic/host/host.hpp"
-#include "search_templates/genetic/host/operation_table.hpp"
 
 namespace varnholt::embedded {
 
@@ -75,10 +69,11 @@ struct HostSettings {
   RandomGraphOptions graphs;
   GateThresholds gates;
   HardLimits limits;
-  double timeout_seconds = 60.0;
+  // Of the random bits; absent are those of the operating system.
   std::optional<std::uint64_t> seed;
+  // What a submission's payload says of this client.
+  genetic::Mapping client_manifest;
   EmbeddedLogger::Sink log;
-  std::function<void(std::int64_t)> on_tick;
   // A generation is over, its results are recorded and submitted.
   std::function<void()> on_generation_end;
 };
@@ -108,13 +103,9 @@ class EmbeddedObserver : public genetic::GenerationObserver {
 
 class EmbeddedHost : public genetic::Host {
  public:
-  // Both must outlive the host.
-  EmbeddedHost(SystemCalls& system, const Vocabulary& vocabulary, const HostSettings& settings);
-
-  [[nodiscard]] EmbeddedPool& pool() { return pool_; }
-  [[nodiscard]] Lineage& lineage() { return lineage_; }
-  [[nodiscard]] EmbeddedEngine& embedded_engine() { return engine_; }
-  [[nodiscard]] EmbeddedTimings& timings() { return timings_; }
+  // All but the settings must outlive the host.
+  EmbeddedHost(ProcessSide& process, const Vocabulary& vocabulary, Lineage& lineage,
+               SignalSubmission& submission, const HostSettings& settings);
 
   [[nodiscard]] genetic::Gates& gates() override { return engine_; }
   [[nodiscard]] genetic::PoolThresholds& pool_thresholds() override { return engine_; }
@@ -124,21 +115,20 @@ class EmbeddedHost : public genetic::Host {
   [[nodiscard]] genetic::RuntimeReadiness& runtime_readiness() override { return engine_; }
   [[nodiscard]] genetic::GraphDepth& graph_depth() override { return engine_; }
   [[nodiscard]] genetic::Logger& logger() override { return logger_; }
-  [[nodiscard]] genetic::ProcessEvaluation& process_evaluation() override { return pool_; }
+  [[nodiscard]] genetic::ProcessEvaluation& process_evaluation() override { return process_.pool; }
   [[nodiscard]] genetic::Eliteness& eliteness() override { return eliteness_; }
   [[nodiscard]] genetic::GeneticOps& genetic_ops() override { return operators_; }
   [[nodiscard]] genetic::RandomWeighted& random_weighted() override { return random_graphs_; }
   [[nodiscard]] genetic::ReactionPlanning& reaction_planning() override { return planning_; }
-  [[nodiscard]] genetic::BacktestTimings& backtest_timings() override { return timings_; }
+  [[nodiscard]] genetic::BacktestTimings& backtest_timings() override { return process_.timings; }
   [[nodiscard]] genetic::JsonReader& json_reader() override { return json_reader_; }
   [[nodiscard]] genetic::RandomGenerators& random_generators() override { return generators_; }
   [[nodiscard]] genetic::SecureRandom& secure_random() override { return secure_random_; }
   [[nodiscard]] genetic::Pause& pause() override { return pause_; }
-  [[nodiscard]] genetic::ProcessContexts& process_contexts() override { return queues_; }
-  [[nodiscard]] genetic::BatchEvaluator* batch_evaluator() override { return &batches_; }
+  [[nodiscard]] genetic::ProcessContexts& process_contexts() override { return process_.queues; }
   [[nodiscard]] genetic::GenerationObserver* generation_observer() override { return &observer_; }
   [[nodiscard]] std::shared_ptr<genetic::ReplaceableObject> engine_operations() override {
-    return engine_operations_;
+    return process_.engine_operations;
   }
   [[nodiscard]] std::pmr::memory_resource& parent_memory() override { return parent_memory_; }
   [[nodiscard]] genetic::AttemptMarkers& attempt_markers() override { return attempt_markers_; }
@@ -147,18 +137,11 @@ class EmbeddedHost : public genetic::Host {
   }
 
  private:
-  // No one looks on at the phases of an evaluation, outside the guard of a child.
-  [[nodiscard]] static genetic::Value no_marker() {
-    return genetic::callable_value(genetic::make_callable(
-        [](std::span<const genetic::Value>, const genetic::Mapping&) { return genetic::Value(); }));
-  }
-
+  ProcessSide& process_;
   EmbeddedLogger logger_;
   EmbeddedEngine engine_;
   EmbeddedEliteness eliteness_;
-  EmbeddedTimings timings_;
   EmbeddedJsonReader json_reader_;
-  Lineage lineage_;
   EmbeddedObserver observer_;
   GeneticOperators operators_;
   EmbeddedRandomGraphs random_graphs_;
@@ -166,15 +149,9 @@ class EmbeddedHost : public genetic::Host {
   TwisterGenerators generators_;
   SystemRandom secure_random_;
   EmbeddedPause pause_;
-  ForkQueues queues_;
-  ParentMemory parent_memory_;
   EmbeddedMarkers attempt_markers_;
   AttemptAccounts attempt_accounts_;
-  EmbeddedPool pool_;
-  DirectBatches batches_{*this};
-  std::shared_ptr<genetic::OperationTable> engine_operations_ =
-      std::make_shared<genetic::OperationTable>(
-          genetic::Mapping{{genetic::operation_names::kWriteEvaluationAttemptMarker, no_marker()}});
+  ParentMemory parent_memory_;
 };
 
 }  // namespace varnholt::embedded

@@ -2,56 +2,67 @@
 
 #include <algorithm>
 #include <limits>
+#include <new>
 #include <utility>
 
+#include <fmt/format.h>
+
+#include "hosts/embedded/host/pool_batch.hpp"
 #include "hosts/embedded/host/result_wire.hpp"
-#include "search_templates/genetic/evaluation/candidate_result.hpp"
+#include "hosts/embedded/pool/fork_pool.hpp"
 #include "search_templates/genetic/host/pool_objects.hpp"
 #include "search_templates/genetic/value/error_object.hpp"
-#include "search_templates/genetic/value/keys.hpp"
+#include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::embedded {
 
-using genetic::CandidateEvaluation;
+using genetic::Callable;
 using genetic::List;
-using genetic::Mapping;
-using genetic::ProcessResult;
+using genetic::ProcessEvaluationConfig;
 using genetic::Value;
 
 namespace {
 
-using terminal_reasons::kMemoryBudgetExceeded;
-using terminal_reasons::kProcessPriorityFailed;
-using terminal_reasons::kWorkerFailed;
-using terminal_reasons::kWorkerTimeout;
+// What a worker needs beside what it inherits, at the very least.
+constexpr std::uint64_t kLeastOwnBytes = std::uint64_t{8} * 1024 * 1024;
 
-constexpr std::int64_t kNoMemoryLimit = std::numeric_limits<std::int64_t>::max();
-
-const CandidateEvaluation& candidate_of(const Value& candidate) {
-  return dynamic_cast<const CandidateEvaluation&>(candidate.object());
+// A limit below what every worker inherits leaves none of them anything to work with.
+void check_memory_limit(const PoolConfig& config) {
+  if (!config.memory_limit_bytes) return;
+  const std::optional<std::uint64_t> inherited = mapped_bytes();
+  if (!inherited || *config.memory_limit_bytes >= *inherited + kLeastOwnBytes) return;
+  throw ProcessEvaluationError(WorkerFailure{
+      terminal_reasons::kMemoryBudgetExceeded,
+      fmt::format("the memory limit of a worker, {} bytes, is not above the {} bytes that it has "
+                  "mapped from the start; raise the limit, or search fewer prices",
+                  *config.memory_limit_bytes, *inherited),
+      Value()});
 }
 
-PoolConfig pool_config(const genetic::ProcessEvaluationConfig& config, std::size_t candidates) {
-  PoolConfig pool;
-  pool.jobs = static_cast<int>(std::clamp<std::int64_t>(genetic::saturated_integer(config.n_jobs),
-                                                        1, static_cast<std::int64_t>(candidates)));
-  pool.timeout_seconds = genetic::to_float(config.timeout_seconds);
-  pool.max_retries = static_cast<int>(config.max_retries);
-  const std::int64_t limit = genetic::saturated_integer(config.worker_memory_limit_bytes);
-  if (limit != kNoMemoryLimit) pool.memory_limit_bytes = static_cast<std::uint64_t>(limit);
-  return pool;
-}
+class Running {
+ public:
+  explicit Running(bool& is_running) : is_running_(is_running) {
+    if (std::exchange(is_running_, true)) {
+      throw genetic::RuntimeError("a batch was started by a callback of the batch that runs");
+    }
+  }
+  Running(const Running&) = delete;
+  Running& operator=(const Running&) = delete;
+  ~Running() { is_running_ = false; }
+
+ private:
+  bool& is_running_;
+};
 
 }  // namespace
 
-EmbeddedPool::EmbeddedPool(SystemCalls& system, genetic::EvaluationVerdicts& verdicts,
-                           double default_timeout_seconds,
-                           std::function<void(std::int64_t)> on_tick)
+EmbeddedPool::EmbeddedPool(SystemCalls& system, const ForkQueues& queues,
+                           double default_timeout_seconds, std::function<void()> enter_child)
     : system_(system),
-      verdicts_(verdicts),
+      queues_(queues),
       default_timeout_seconds_(default_timeout_seconds),
-      on_tick_(std::move(on_tick)) {}
+      enter_child_(std::move(enter_child)) {}
 
 Value EmbeddedPool::default_search_template_timeout_seconds() {
   return default_timeout_seconds_;
@@ -60,16 +71,16 @@ Value EmbeddedPool::default_worker_memory_limit_bytes() {
   return kNoMemoryLimit;
 }
 Value EmbeddedPool::terminal_worker_failed() {
-  return kWorkerFailed;
+  return terminal_reasons::kWorkerFailed;
 }
 Value EmbeddedPool::terminal_worker_timeout() {
-  return kWorkerTimeout;
+  return terminal_reasons::kWorkerTimeout;
 }
 Value EmbeddedPool::terminal_process_priority_failed() {
-  return kProcessPriorityFailed;
+  return terminal_reasons::kProcessPriorityFailed;
 }
 Value EmbeddedPool::terminal_memory_budget_exceeded() {
-  return kMemoryBudgetExceeded;
+  return terminal_reasons::kMemoryBudgetExceeded;
 }
 
 std::optional<Value> EmbeddedPool::as_error(const std::exception& error) {
@@ -98,87 +109,76 @@ void EmbeddedPool::log_worker_count_reduction(genetic::Logger& logger,
                   Value(detail)});
 }
 
+void EmbeddedPool::prefetch_candidate_features(genetic::SearchContext& context,
+                                               const List& graphs) {
+  if (auto* const prefetching = dynamic_cast<PrefetchingContext*>(&context)) {
+    prefetching->prefetch_features(graphs);
+  }
+}
+
 Value EmbeddedPool::candidate_evaluation(const Value& candidate_index, const Value& graph) {
-  return genetic::make_object<CandidateEvaluation>(candidate_index, graph);
+  return genetic::make_object<genetic::CandidateEvaluation>(candidate_index, graph);
 }
 
 class EmbeddedPool::Configured : public genetic::ConfiguredPool {
  public:
-  Configured(EmbeddedPool& pool, genetic::ProcessEvaluationConfig config)
+  Configured(EmbeddedPool& pool, ProcessEvaluationConfig config)
       : pool_(pool), config_(std::move(config)) {}
 
   [[nodiscard]] Value evaluate_candidate_batch(const List& candidates,
-                                               const genetic::Callable& simulate) override {
-    return pool_.evaluate_candidate_batch(candidates, simulate, config_);
+                                               const Callable& simulate) override {
+    return pool_.evaluate(config_, candidates, simulate);
   }
 
  private:
   EmbeddedPool& pool_;
-  genetic::ProcessEvaluationConfig config_;
+  ProcessEvaluationConfig config_;
 };
 
 std::unique_ptr<genetic::ConfiguredPool> EmbeddedPool::configure(
-    const std::function<genetic::ProcessEvaluationConfig()>& config) {
+    const std::function<ProcessEvaluationConfig()>& config) {
   return std::make_unique<Configured>(*this, config());
 }
 
-List EmbeddedPool::evaluate_candidate_batch(const List& candidates,
-                                            const genetic::Callable& simulate,
-                                            const genetic::ProcessEvaluationConfig& config) {
-  std::int64_t ended = 0;
-  PoolCallbacks callbacks;
-  callbacks.stop_requested = [this] { return context_->stop().cancels_evaluations(); };
-  callbacks.poll_callback = [this, &ended] { on_tick_(ended); };
-  callbacks.completed_callback = [this, &ended](const PoolOutcome&) { on_tick_(++ended); };
+int EmbeddedPool::worker_count(const ProcessEvaluationConfig& config,
+                               std::size_t candidates) const {
+  WorkerDemand demand;
+  demand.candidates = static_cast<std::int64_t>(candidates);
+  demand.requested = genetic::saturated_integer(config.n_jobs);
+  // A number of processes that the context asks for itself is not resolved.
+  if (!config.worker_processes.is_absent()) {
+    const std::int64_t processes = genetic::saturated_integer(config.worker_processes);
+    return static_cast<int>(std::clamp<std::int64_t>(processes, 1, demand.candidates));
+  }
+  const std::int64_t limit = genetic::saturated_integer(config.worker_memory_limit_bytes);
+  if (limit != kNoMemoryLimit) {
+    demand.worker_memory_limit_bytes = static_cast<std::uint64_t>(limit);
+    demand.inherited_bytes = mapped_bytes().value_or(0);
+  }
+  return static_cast<int>(std::min<std::int64_t>(ResolvedWorkers(demand, limits_).count(),
+                                                 std::numeric_limits<int>::max()));
+}
 
-  const ForkPool pool(system_, pool_config(config, candidates.size()));
-  const std::vector<PoolOutcome> outcomes = pool.run(
-      candidates.size(),
-      [&](const WorkItem& item) {
-        context_->enter_child();
-        return encode_result(simulate({candidates.at(item.index)}).mapping());
-      },
-      callbacks);
+List EmbeddedPool::evaluate(const ProcessEvaluationConfig& config, const List& candidates,
+                            const Callable& simulate) {
+  const Running running(is_running_);
+  PoolBatch batch(config, candidates);
+  PoolConfig pool_config = batch.pool_config();
+  pool_config.jobs = worker_count(config, candidates.size());
+  check_memory_limit(pool_config);
+  PoolCallbacks callbacks = batch.callbacks();
+  callbacks.watched_descriptors = queues_.parent_descriptors();
 
-  List results;
-  for (const PoolOutcome& outcome : outcomes) {
-    if (const auto result = process_result(candidates.at(outcome.index), outcome)) {
-      results.append(*result);
+  const Work work = [&](const WorkItem& item) {
+    enter_child_();
+    try {
+      return encode_result(simulate({candidates.at(item.index)}).mapping());
+    } catch (const OutOfMemory&) {
+      throw std::bad_alloc();
     }
-  }
-  return results;
-}
-
-std::optional<Value> EmbeddedPool::process_result(const Value& candidate,
-                                                  const PoolOutcome& outcome) {
-  const auto result = [&](const Value& payload) -> Value {
-    return genetic::make_object<ProcessResult>(candidate_of(candidate).candidate_index(), payload,
-                                               std::int64_t{outcome.pid}, outcome.elapsed_seconds,
-                                               outcome.attempt);
   };
-  switch (outcome.status) {
-    case PoolStatus::Completed:
-      return result(decode_result(outcome.payload));
-    case PoolStatus::WorkRaised:
-      return result(
-          failure_record(candidate, kWorkerFailed, outcome.error_type + ": " + outcome.detail));
-    case PoolStatus::WorkerFailed:
-    case PoolStatus::PriorityFailed:
-      return result(failure_record(candidate, kWorkerFailed, outcome.detail));
-    case PoolStatus::WorkerTimedOut:
-      return result(failure_record(candidate, kWorkerTimeout, outcome.detail));
-    case PoolStatus::Cancelled:
-      break;
-  }
-  return std::nullopt;
-}
-
-Value EmbeddedPool::failure_record(const Value& candidate, const Value& reason,
-                                   const std::string& detail) {
-  const CandidateEvaluation& work = candidate_of(candidate);
-  const ProcessEvaluationError error(WorkerFailure{reason, detail, work.candidate_index()});
-  return genetic::candidate_process_evaluation_error_result(*this, verdicts_, work.graph(),
-                                                            genetic::error_object(error));
+  static_cast<void>(ForkPool(system_, pool_config).run(candidates.size(), work, callbacks));
+  return batch.results();
 }
 
 }  // namespace varnholt::embedded

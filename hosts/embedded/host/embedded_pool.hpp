@@ -5,29 +5,33 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <string>
-#include <vector>
+#include <string_view>
 
-#include "hosts/embedded/host/embedded_context.hpp"
+#include "hosts/embedded/host/fork_queues.hpp"
 #include "hosts/embedded/host/worker_count.hpp"
 #include "hosts/embedded/host/worker_errors.hpp"
-#include "hosts/embedded/pool/fork_pool.hpp"
-#include "search_templates/genetic/host/evaluation_verdicts.hpp"
+#include "hosts/embedded/pool/system_calls.hpp"
+#include "hosts/embedded/system/machine_limits.hpp"
 #include "search_templates/genetic/host/process_evaluation.hpp"
 
 namespace varnholt::embedded {
 
-// A candidate whose worker is lost, or takes too long, is that candidate's failure and comes back
-// as its record. Candidates whose evaluation is cancelled have no result.
+// A context that can warm the data of candidates before their children are forked.
+class PrefetchingContext {
+ public:
+  virtual ~PrefetchingContext() = default;
+
+  virtual void prefetch_features(const genetic::List& graphs) = 0;
+};
+
+// A candidate whose worker is lost, or takes too long, is told as a ProcessEvaluationError when the
+// others of its batch are done (pool_batch.hpp). Candidates whose evaluation is cancelled have no
+// result.
 class EmbeddedPool : public genetic::ProcessEvaluation {
  public:
-  // `on_tick` is called in the parent several times a second with the number of candidates of the
-  // batch that have ended.
-  EmbeddedPool(SystemCalls& system, genetic::EvaluationVerdicts& verdicts,
-               double default_timeout_seconds, std::function<void(std::int64_t)> on_tick);
-
-  // The context whose candidates are evaluated. It must be set before a batch is.
-  void set_context(EmbeddedContext& context) { context_ = &context; }
+  // `enter_child` is called in each child before it works. The first two must outlive the pool.
+  EmbeddedPool(SystemCalls& system, const ForkQueues& queues, double default_timeout_seconds,
+               std::function<void()> enter_child);
 
   [[nodiscard]] genetic::Value default_search_template_timeout_seconds() override;
   // No limit.
@@ -45,9 +49,9 @@ class EmbeddedPool : public genetic::ProcessEvaluation {
                                   const genetic::WorkerResolution& resolution,
                                   std::string_view scope, genetic::SearchContext& cache_owner,
                                   std::string_view detail) override;
-  // Nothing to warm: the children have the parent's panels.
-  void prefetch_candidate_features(genetic::SearchContext& /*context*/,
-                                   const genetic::List& /*graphs*/) override {}
+  // A context that can do so warms its features; for another there is nothing to warm.
+  void prefetch_candidate_features(genetic::SearchContext& context,
+                                   const genetic::List& graphs) override;
   [[nodiscard]] genetic::Value candidate_evaluation(const genetic::Value& candidate_index,
                                                     const genetic::Value& graph) override;
   [[nodiscard]] std::unique_ptr<genetic::ConfiguredPool> configure(
@@ -56,22 +60,19 @@ class EmbeddedPool : public genetic::ProcessEvaluation {
  private:
   class Configured;
 
-  [[nodiscard]] genetic::List evaluate_candidate_batch(
-      const genetic::List& candidates, const genetic::Callable& simulate,
-      const genetic::ProcessEvaluationConfig& config);
-  [[nodiscard]] std::optional<genetic::Value> process_result(const genetic::Value& candidate,
-                                                             const PoolOutcome& outcome);
-  [[nodiscard]] genetic::Value failure_record(const genetic::Value& candidate,
-                                              const genetic::Value& reason,
-                                              const std::string& detail);
+  [[nodiscard]] genetic::List evaluate(const genetic::ProcessEvaluationConfig& config,
+                                       const genetic::List& candidates,
+                                       const genetic::Callable& simulate);
+  [[nodiscard]] int worker_count(const genetic::ProcessEvaluationConfig& config,
+                                 std::size_t candidates) const;
 
   SystemCalls& system_;
-  genetic::EvaluationVerdicts& verdicts_;
+  const ForkQueues& queues_;
   double default_timeout_seconds_;
-  std::function<void(std::int64_t)> on_tick_;
-  EmbeddedContext* context_ = nullptr;
+  std::function<void()> enter_child_;
   MachineLimits limits_ = read_machine_limits();
   const genetic::SearchContext* logged_for_ = nullptr;
+  bool is_running_ = false;
 };
 
 }  // namespace varnholt::embedded

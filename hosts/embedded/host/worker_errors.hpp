@@ -1,6 +1,8 @@
 // The errors by which the embedded host's worker pool reports failed worker processes.
 #pragma once
 
+#include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -22,6 +24,13 @@ inline constexpr genetic::Key kProcessPriorityFailed = genetic::key<"process_pri
 inline constexpr genetic::Key kMemoryBudgetExceeded = genetic::key<"memory_budget_exceeded">();
 
 }  // namespace terminal_reasons
+
+// What a memory limit is where there is none.
+inline constexpr std::int64_t kNoMemoryLimit = std::numeric_limits<std::int64_t>::max();
+
+// An evaluation ran out of memory. It is no std::exception: what guards an evaluation against
+// ordinary errors must not take it for a fault of the candidate.
+struct OutOfMemory {};
 
 // What became of one candidate's worker, or of the worker pool as a whole where there is no
 // candidate.

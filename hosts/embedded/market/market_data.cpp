@@ -27,14 +27,29 @@ MarketData MarketData::first_days(Eigen::Index days) const {
   return result;
 }
 
-void keep_from_children(const MarketData& data) {
-  const auto keep = [](const Panel& panel) {
-    keep_from_children(panel.data(), static_cast<std::size_t>(panel.size()) * sizeof(double));
+namespace {
+
+template <typename Advice>
+void advise_panels(const MarketData& data, const Advice& advice) {
+  const auto advise = [&advice](const Panel& panel) {
+    advice(panel.data(), static_cast<std::size_t>(panel.size()) * sizeof(double));
   };
-  keep(data.close);
+  advise(data.close);
   for (const auto* const panel : {&data.open, &data.high, &data.low, &data.volume}) {
-    if (*panel) keep(**panel);
+    if (*panel) advise(**panel);
   }
+}
+
+}  // namespace
+
+void keep_from_children(const MarketData& data) {
+  advise_panels(data,
+                [](const double* begin, std::size_t bytes) { keep_from_children(begin, bytes); });
+}
+
+void give_to_children(const MarketData& data) {
+  advise_panels(data,
+                [](const double* begin, std::size_t bytes) { give_to_children(begin, bytes); });
 }
 
 }  // namespace varnholt::embedded

@@ -36,7 +36,9 @@ struct MarketData {
   [[nodiscard]] MarketData first_days(Eigen::Index days) const;
 };
 
-// Keeps the panels out of processes that are forked from now on.
+// Keeps the panels out of processes that are forked from now on, and lets them in again, which has
+// to be done before they are freed.
 void keep_from_children(const MarketData& data);
+void give_to_children(const MarketData& data);
 
 }  // namespace varnholt::embedded

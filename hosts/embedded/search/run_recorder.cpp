@@ -142,25 +142,17 @@ double quality(const CandidateRecorded& candidate) {
 }  // namespace
 
 RunRecorder::RunRecorder(RunStore& store, SearchObserver& observer, Lineage& lineage,
-                         const Settings& settings)
+                         const SearchStop& stop, const Settings& settings, const RunStart& start)
     : store_(store),
       observer_(observer),
       lineage_(lineage),
+      stop_(stop),
       settings_(settings),
       end_sync_(store.attempts()),
       tracker_(std::make_shared<EmbeddedTracker>(store.attempts(), end_sync_, wall_clock_seconds)),
-      elapsed_seconds_([] { return 0.0; }) {}
-
-std::int64_t RunRecorder::begin(const RunStart& start) {
-  run_id_ = store_.begin_run(start);
-  market_id_ = start.market_id;
-  era_number_ = start.era_number;
-  return run_id_;
-}
-
-void RunRecorder::set_clock(std::function<double()> elapsed_seconds) {
-  elapsed_seconds_ = std::move(elapsed_seconds);
-}
+      market_id_(start.market_id),
+      era_number_(start.era_number),
+      run_id_(store.begin_run(start)) {}
 
 std::optional<std::int64_t> RunRecorder::attempt_of(const ActiveAttempt& attempt,
                                                     const std::string& graph_key) {
@@ -204,8 +196,12 @@ Value RunRecorder::record(const Value& graph, bool passed, const Mapping& keywor
   candidate.bred = origin.origin == Origin::Bred;
   if (origin.repair) {
     candidate.repaired_by = origin.repair->plan;
-    if (may_begin_round) ++rounds_;
+    if (may_begin_round) {
+      ++rounds_;
+      evaluated_ = 0;
+    }
   }
+  ++evaluated_;
   EvaluationRecord record = stored_form(candidate, graph, keywords);
   record.lineage_json = lineage_json(origin);
   record.failures_json = genetic::json_text(all_failures(candidate, keywords, settings_));
@@ -282,13 +278,14 @@ void RunRecorder::generation_done() {
   progress_.fresh_in_generation = std::exchange(fresh_, 0);
   progress_.repaired_in_generation = std::exchange(repaired_, 0);
   progress_.repair_rounds += std::exchange(rounds_, 0);
+  evaluated_ = 0;
   end_sync_.sync();
   observer_.on_generation(progress());
 }
 
-void RunRecorder::tick(std::int64_t evaluated_in_batch) {
+void RunRecorder::tick() {
   end_sync_.sync_if_due();
-  observer_.on_tick(progress(), evaluated_in_batch);
+  observer_.on_tick(progress(), evaluated_);
 }
 
 void RunRecorder::end(const std::string& terminal_reason) {
@@ -302,7 +299,7 @@ SearchProgress RunRecorder::progress() const {
   // Repairs that were planned and not recorded yet are evaluated now.
   progress.round_under_way = rounds_ + (lineage_.has_new_repairs() ? 1 : 0);
   if (!best_.empty()) progress.best = best_.front();
-  progress.elapsed_seconds = elapsed_seconds_();
+  progress.elapsed_seconds = stop_.elapsed_seconds();
   return progress;
 }
 

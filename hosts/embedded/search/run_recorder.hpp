@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -15,6 +14,7 @@
 #include "hosts/embedded/host/embedded_context.hpp"
 #include "hosts/embedded/host/lineage.hpp"
 #include "hosts/embedded/host/search_events.hpp"
+#include "hosts/embedded/host/search_stop.hpp"
 #include "hosts/embedded/store/run_store.hpp"
 #include "hosts/embedded/submission/submission_queue.hpp"
 #include "search_templates/genetic/value/value.hpp"
@@ -33,19 +33,18 @@ class RunRecorder : public ResultRecorder {
     std::optional<PoolIdentity> pool;
   };
 
-  // The first three must outlive the recorder.
-  RunRecorder(RunStore& store, SearchObserver& observer, Lineage& lineage,
-              const Settings& settings);
+  // Begins the run in the store. The first four must outlive the recorder; `stop` tells the seconds
+  // since the search began, for the progress shown.
+  RunRecorder(RunStore& store, SearchObserver& observer, Lineage& lineage, const SearchStop& stop,
+              const Settings& settings, const RunStart& start);
 
-  // Opens the run in the store. Nothing is recorded before.
-  std::int64_t begin(const RunStart& start);
-  // The seconds since the search began, for the progress shown.
-  void set_clock(std::function<double()> elapsed_seconds);
+  // The number of the run.
+  [[nodiscard]] std::int64_t run() const { return run_id_; }
 
   // The outcome is in the store when this returns, in one transaction with the end of its attempt
-  // and, of a signal that passed, the announcement of its submission; then the observer is notified.
-  // Without an active attempt, the open attempt of the graph ends, if there is one: that of a
-  // worker that was lost in its backtest.
+  // and, of a signal that passed, the announcement of its submission; then the observer is
+  // notified. Without an active attempt, the open attempt of the graph ends, if there is one: that
+  // of a worker that was lost in its backtest.
   genetic::Value record(const genetic::Value& graph, bool passed, const genetic::Mapping& keywords,
                         const ActiveAttempt& attempt) override;
   void record_metrics(const genetic::Mapping& metrics) override;
@@ -55,7 +54,7 @@ class RunRecorder : public ResultRecorder {
   void settled(const SyncReport& report);
   void generation_done();
   // Shows the progress of the batch under way.
-  void tick(std::int64_t evaluated_in_batch);
+  void tick() override;
   // The first end counts. All that was recorded is on the disk afterwards.
   void end(const std::string& terminal_reason);
 
@@ -77,18 +76,19 @@ class RunRecorder : public ResultRecorder {
   RunStore& store_;
   SearchObserver& observer_;
   Lineage& lineage_;
+  const SearchStop& stop_;
   Settings settings_;
   EndSync end_sync_;
   std::shared_ptr<EmbeddedTracker> tracker_;
-  std::int64_t run_id_ = 0;
   std::optional<std::int64_t> market_id_;
   std::optional<std::int64_t> era_number_;
-  std::function<double()> elapsed_seconds_;
+  std::int64_t run_id_;
   SearchProgress progress_;
   std::int64_t bred_ = 0;  // Of the generation under way.
   std::int64_t fresh_ = 0;
   std::int64_t repaired_ = 0;
   std::int64_t rounds_ = 0;
+  std::int64_t evaluated_ = 0;  // Of the batch or the round under way.
   // The plan behind each repair that passed, by its evaluation id.
   std::map<std::string, std::string> rescued_by_;
   genetic::Value metrics_;

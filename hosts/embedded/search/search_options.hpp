@@ -56,6 +56,8 @@ struct SearchOptions {
   // The limit of one evaluation, and of its process's memory (absent is the host's default).
   double timeout_seconds = 60.0;
   std::optional<std::int64_t> worker_memory_limit_bytes;
+  // The nice value of the workers, -20 to 19; absent is that of the search.
+  std::optional<int> worker_nice;
 
   // How many of the best signals are reported at the end.
   int best_count = 10;

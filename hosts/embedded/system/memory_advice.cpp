@@ -72,6 +72,10 @@ void keep_from_children(const void* begin, std::size_t bytes) {
          MADV_DONTFORK);
 }
 
+void give_to_children(const void* begin, std::size_t bytes) {
+  advise(whole_pages(begin, bytes, static_cast<std::size_t>(::sysconf(_SC_PAGESIZE))), MADV_DOFORK);
+}
+
 void give_back_free_memory() {
   ::malloc_trim(0);
 }

@@ -17,8 +17,10 @@ namespace varnholt::embedded {
 void prefer_large_pages(const void* begin, std::size_t bytes);
 
 // Memory that only this process reads: its whole pages are not there in processes that are forked
-// from now on, and who touches them there is ended by a signal.
+// from now on, and who touches them there is ended by a signal. What is freed must be given back to
+// the children before: the allocator hands the same pages out again, for anything.
 void keep_from_children(const void* begin, std::size_t bytes);
+void give_to_children(const void* begin, std::size_t bytes);
 
 // Gives back to the system what was freed and is still held for later.
 void give_back_free_memory();

@@ -58,6 +58,14 @@ ProcessIdentity own_identity(const std::string& proc) {
   return own;
 }
 
+ProcessIdentity forked_identity(const ProcessIdentity& parent, const std::string& proc) {
+  ProcessIdentity own = parent;
+  own.pid = ::getpid();
+  const auto state = read_state(proc + "/self/stat");
+  own.started_ticks = state ? state->started_ticks : 0;
+  return own;
+}
+
 Liveness liveness(const ProcessIdentity& process, const std::string& proc) {
   const ProcessIdentity own = own_identity(proc);
   if (own.boot_id.empty() || process.boot_id.empty()) return Liveness::Unknown;

@@ -30,6 +30,11 @@ enum class Liveness {
 // This process. `proc` is where the proc file system is mounted.
 [[nodiscard]] ProcessIdentity own_identity(const std::string& proc = "/proc");
 
+// The same in a process that was forked from `parent`: machine and namespace are the parent's, so
+// only what is its own is read.
+[[nodiscard]] ProcessIdentity forked_identity(const ProcessIdentity& parent,
+                                              const std::string& proc = "/proc");
+
 // Whether the process is still there. A zombie is dead: it cannot go on.
 [[nodiscard]] Liveness liveness(const ProcessIdentity& process, const std::string& proc = "/proc");
 

@@ -1,5 +1,5 @@
-// The panels of all features of a set of market data, made once. They are all that a search keeps of
-// the data.
+// The panels of all features of a set of market data, made once. They are all that a search keeps
+// of the data.
 #pragma once
 
 #include <map>

@@ -19,13 +19,29 @@ double elite_fraction_of(const Value& value) {
 
 }  // namespace
 
+TemplateArguments default_template_arguments(const ModuleConstants& constants,
+                                             ProcessEvaluation& process_evaluation) {
+  TemplateArguments arguments;
+  arguments.batch_size = constants.default_batch_size();
+  arguments.restart_threshold = constants.default_restart_threshold();
+  arguments.elite_fraction = constants.default_elite_fraction();
+  arguments.diversity_weight = constants.default_diversity_weight();
+  arguments.parsimony_weight = constants.default_parsimony_weight();
+  arguments.max_improvement_depth = constants.default_max_improvement_depth();
+  arguments.max_improvement_candidates = constants.default_max_improvement_candidates();
+  arguments.max_improvement_rounds = constants.default_max_improvement_rounds();
+  arguments.process_timeout_seconds = process_evaluation.default_search_template_timeout_seconds();
+  return arguments;
+}
+
 // The members are initialised in the order in which the settings are validated.
-GeneticTemplate::GeneticTemplate(Host& host, const ModuleConstants& constants,
+GeneticTemplate::GeneticTemplate(RandomGenerators& generators, SecureRandom& secure_random,
+                                 const ModuleConstants& constants,
                                  const TemplateArguments& arguments)
-    : generators_(host.random_generators()),
+    : generators_(generators),
       batch_size_(positive_int(arguments.batch_size, "batch_size")),
       initial_candidates_(plain_initial_candidates(arguments.initial_candidates)),
-      seed_(generate_run_seed(host.secure_random())),
+      seed_(generate_run_seed(secure_random)),
       rng_state_(managed_rng_state(generators_, seed_)),
       restart_threshold_(positive_int(arguments.restart_threshold, "restart_threshold")),
       elite_fraction_(elite_fraction_of(arguments.elite_fraction)),

@@ -25,6 +25,11 @@ struct TemplateArguments {
   Value process_timeout_seconds;
 };
 
+// The arguments that a caller leaves out: the module's default settings, read in this order, and
+// the host's time-out.
+[[nodiscard]] TemplateArguments default_template_arguments(const ModuleConstants& constants,
+                                                           ProcessEvaluation& process_evaluation);
+
 // Immutable but for the random state, which goes on from batch to batch, and from one run of the
 // same template to the next. Each template draws a seed of its own: there is no argument for it.
 class GeneticTemplate : public SearchConfig {
@@ -32,7 +37,11 @@ class GeneticTemplate : public SearchConfig {
   // Validates in the order of the arguments; the seed is drawn between the candidates and the
   // restart threshold. The first bad setting ends construction with its TypeError or ValueError,
   // before any work of a search. An elite fraction of exactly 1.0 is allowed.
-  GeneticTemplate(Host& host, const ModuleConstants& constants, const TemplateArguments& arguments);
+  GeneticTemplate(Host& host, const ModuleConstants& constants, const TemplateArguments& arguments)
+      : GeneticTemplate(host.random_generators(), host.secure_random(), constants, arguments) {}
+  // The same for a host of which no more is there yet. `generators` must outlive the template.
+  GeneticTemplate(RandomGenerators& generators, SecureRandom& secure_random,
+                  const ModuleConstants& constants, const TemplateArguments& arguments);
 
   [[nodiscard]] Value batch_size() const override { return batch_size_; }
   [[nodiscard]] Value initial_candidates() const override { return initial_candidates_; }

@@ -3,24 +3,6 @@
 #include <utility>
 
 namespace varnholt::genetic {
-namespace {
-
-TemplateArguments arguments_at_load(Host& host, const ModuleConstants& constants) {
-  TemplateArguments arguments;
-  arguments.batch_size = constants.default_batch_size();
-  arguments.restart_threshold = constants.default_restart_threshold();
-  arguments.elite_fraction = constants.default_elite_fraction();
-  arguments.diversity_weight = constants.default_diversity_weight();
-  arguments.parsimony_weight = constants.default_parsimony_weight();
-  arguments.max_improvement_depth = constants.default_max_improvement_depth();
-  arguments.max_improvement_candidates = constants.default_max_improvement_candidates();
-  arguments.max_improvement_rounds = constants.default_max_improvement_rounds();
-  arguments.process_timeout_seconds =
-      host.process_evaluation().default_search_template_timeout_seconds();
-  return arguments;
-}
-
-}  // namespace
 
 Module::Module(Host& host)
     : Module(host,
@@ -32,7 +14,7 @@ Module::Module(Host& host, std::unique_ptr<ModuleConstants> constants,
     : host_(host),
       constants_(std::move(constants)),
       fresh_candidates_(std::move(fresh_candidates)),
-      default_arguments_(arguments_at_load(host_, *constants_)) {}
+      default_arguments_(default_template_arguments(*constants_, host_.process_evaluation())) {}
 
 GeneticTemplate Module::with_config(const TemplateArguments& arguments) const {
   return {host_, *constants_, arguments};

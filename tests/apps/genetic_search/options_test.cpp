@@ -64,7 +64,7 @@ TEST(Options, ReachTheirSettings) {
       parse_run({"--prices=p.csv", "--db=d.db", "--jobs=3", "--batch-size=64", "--generations=4",
                  "--candidates=5", "--seconds=6.5", "--seed=9223372036854775807", "--max-depth=7",
                  "--max-nodes=8", "--max-window=9", "--cost-bps=1.5", "--timeout=2.5",
-                 "--worker-memory=2", "--best=0", "--json", "--quiet"});
+                 "--worker-memory=2", "--nice=19", "--best=0", "--json", "--quiet"});
   EXPECT_EQ(run.search.database, "d.db");
   EXPECT_EQ(run.search.jobs, 3);
   EXPECT_EQ(run.search.batch_size->integer(), 64);
@@ -78,6 +78,7 @@ TEST(Options, ReachTheirSettings) {
   EXPECT_EQ(run.search.cost_basis_points, 1.5);
   EXPECT_EQ(run.search.timeout_seconds, 2.5);
   EXPECT_EQ(run.search.worker_memory_limit_bytes, 2 * 1024 * 1024);
+  EXPECT_EQ(run.search.worker_nice, 19);
   EXPECT_EQ(run.search.best_count, 0);
   EXPECT_TRUE(run.json);
   EXPECT_TRUE(run.quiet);
@@ -335,6 +336,7 @@ TEST(Options, HaveAHelpForEachCommand) {
                              "--jobs",
                              "--timeout",
                              "--worker-memory",
+                             "--nice",
                              "--best",
                              "--json",
                              "--quiet",

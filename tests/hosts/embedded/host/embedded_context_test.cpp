@@ -3,6 +3,13 @@
 // Method: a small universe; the child is a real one.
 #include "hosts/embedded/host/embedded_context.hpp"
 
+#include <functional>
+#include <new>
+#include <span>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,6 +18,8 @@
 #include "hosts/embedded/host/statistics_object.hpp"
 #include "hosts/embedded/timing/backtest_timing.hpp"
 #include "search_templates/genetic/context/market_era.hpp"
+#include "search_templates/genetic/host/callable_value.hpp"
+#include "search_templates/genetic/host/function_callable.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -22,6 +31,7 @@ namespace {
 namespace keys = genetic::keys;
 using genetic::Mapping;
 using genetic::Value;
+using ::testing::ElementsAre;
 
 class CountingRecorder : public ResultRecorder {
  public:
@@ -33,8 +43,10 @@ class CountingRecorder : public ResultRecorder {
     return ++records;
   }
   void record_metrics(const Mapping& record) override { metrics = record; }
+  void tick() override { ++ticks; }
 
   std::int64_t records = 0;
+  int ticks = 0;
   Value last_graph;
   ActiveAttempt last_attempt;
   bool last_passed = false;
@@ -51,7 +63,7 @@ class EmbeddedContextTest : public ContextTest {
     settings.pool = pool_identity_;
     settings.first_date = "2000-01-03";
     settings.last_date = "2000-07-01";
-    return {evaluator_, settings, stop_, recorder_, submission_, timings_};
+    return {evaluator_, settings, stop_, recorder_, submission_, process_};
   }
   static Mapping record_of_outcome(EmbeddedContext& context, const Value& graph) {
     return context.evaluate_for_template()({graph}).mapping().at(keys::kRecord).mapping();
@@ -103,7 +115,7 @@ TEST_F(EmbeddedContextTest, TheParentRecordsAndCounts) {
 
 TEST_F(EmbeddedContextTest, AChildHasNoOperationsOfTheParent) {
   EmbeddedContext tested = context();
-  tested.enter_child();
+  process_.role.enter_child();
   EXPECT_FALSE(tested.safe_record());
   EXPECT_THROW(static_cast<void>(tested.required_safe_record()), genetic::AttributeError);
   EXPECT_FALSE(tested.enqueue_deferred_submission_payload());
@@ -172,14 +184,77 @@ TEST_F(EmbeddedContextTest, AnEvaluationLeavesItsTimingAsEvidence) {
   EXPECT_THROW(static_cast<void>(validate_graph_backtest_timing_payload(ranked("returns"), timing)),
                genetic::ValueError);
   // The same waits for whoever asks for the timing of the graph.
-  EXPECT_TRUE(timings_.consume(ranked("close"), true) == timing);
+  EXPECT_TRUE(process_.timings.recorded().consume(ranked("close"), true) == timing);
 }
 
 TEST_F(EmbeddedContextTest, AnEvaluationThatFailsLeavesNoTiming) {
   EmbeddedContext tested = context();
   static_cast<void>(tested.evaluate_for_template()({ranked("close")}));
   EXPECT_THROW(tested.evaluate_for_template()({ranked("colour")}), GraphError);
-  EXPECT_EQ(genetic::repr(tested.current_attempt_evidence()), "{'backtest_completed': False}");
+  EXPECT_EQ(genetic::repr(tested.current_attempt_evidence()),
+            "{'backtest_started': False, 'backtest_completed': False}");
+}
+
+// Puts a stand-in where a child has its guard.
+class AnnouncementTest : public EmbeddedContextTest {
+ protected:
+  void on_announcement(std::function<void(const Value& phase)> function) {
+    process_.engine_operations->set_attribute(
+        genetic::operation_names::kWriteEvaluationAttemptMarker.view(),
+        genetic::callable_value(
+            genetic::make_callable([function](std::span<const Value> positional, const Mapping&) {
+              function(positional[0]);
+              return Value();
+            })));
+  }
+};
+
+TEST_F(AnnouncementTest, ABacktestIsAnnouncedBeforeItBegins) {
+  EmbeddedContext tested = context();
+  std::vector<std::string> seen;
+  on_announcement([&](const Value& phase) {
+    seen.push_back(genetic::str(phase) + " " + genetic::repr(tested.current_attempt_evidence()));
+  });
+  static_cast<void>(tested.evaluate_for_template()({ranked("close")}));
+  EXPECT_THAT(seen, ElementsAre("run_backtest {'backtest_started': False, "
+                                "'backtest_completed': False}"));
+  EXPECT_TRUE(tested.current_attempt_evidence().mapping().at(keys::kBacktestStarted).boolean());
+  // What is no signal has no backtest to announce.
+  EXPECT_THROW(tested.evaluate_for_template()({ranked("colour")}), GraphError);
+  EXPECT_EQ(seen.size(), 1U);
+}
+
+TEST_F(AnnouncementTest, ARefusedBacktestDoesNotRun) {
+  EmbeddedContext tested = context();
+  on_announcement([](const Value&) { throw genetic::RuntimeError("no attempt"); });
+  EXPECT_THROW(tested.evaluate_for_template()({ranked("close")}), genetic::RuntimeError);
+  EXPECT_EQ(genetic::repr(tested.current_attempt_evidence()),
+            "{'backtest_started': False, 'backtest_completed': False}");
+  EXPECT_EQ(process_.timings.recorded().size(), 0U);
+}
+
+TEST_F(AnnouncementTest, AChildsMemoryLimitIsNoFaultOfTheGraph) {
+  EmbeddedContext tested = context();
+  on_announcement([](const Value&) { throw std::bad_alloc(); });
+  EXPECT_THROW(tested.evaluate_for_template()({ranked("close")}), std::bad_alloc);
+  process_.role.enter_child();
+  EXPECT_THROW(tested.evaluate_for_template()({ranked("close")}), OutOfMemory);
+}
+
+TEST_F(EmbeddedContextTest, ThePriorityOfTheWorkersIsThereWhereOneIsAskedFor) {
+  EXPECT_FALSE(context().attribute("_process_priority").has_value());
+  ContextSettings settings;
+  settings.worker_nice = 5;
+  EmbeddedContext tested(evaluator_, settings, stop_, recorder_, submission_, process_);
+  EXPECT_EQ(tested.attribute("_process_priority")->integer(), 5);
+}
+
+TEST_F(EmbeddedContextTest, AskingWhetherTheSearchIsCancelledShowsTheProgress) {
+  EmbeddedContext tested = context();
+  EXPECT_FALSE(tested.submission_cancelled());
+  interrupt_.requests = 1;
+  EXPECT_TRUE(tested.submission_cancelled());
+  EXPECT_EQ(recorder_.ticks, 2);
 }
 
 TEST_F(EmbeddedContextTest, AnAttemptOfAChildBecomesTheCurrentOne) {
@@ -195,9 +270,10 @@ TEST_F(EmbeddedContextTest, AChildTimesInItsOwnName) {
   const pid_t child = fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
-    tested.enter_child();
+    process_.role.enter_child();
+    process_.timings.recorded().enter_process(process_.role.identity());
     // What the parent measured is not the child's.
-    bool good = timings_.consume(ranked("close"), true).is_absent();
+    bool good = process_.timings.recorded().consume(ranked("close"), true).is_absent();
     const Value outcome = tested.evaluate_for_template()({ranked("close")});
     const Mapping evidence = outcome.mapping().at(keys::kAttemptEvidence).mapping();
     const Mapping timing = evidence.at(keys::kBacktestTiming).mapping();

@@ -30,8 +30,6 @@ class EmbeddedEngineTest : public ContextTest {
   static constexpr double kSharpe = 0.25;
   static constexpr double kTurnover = 1.25;
 
-  EmbeddedEngineTest() { engine_.set_submission(submission_, {{"client", "test"}}); }
-
   static BacktestStatistics statistics() {
     BacktestStatistics statistics;
     statistics.sharpe = kSharpe;
@@ -66,7 +64,7 @@ class EmbeddedEngineTest : public ContextTest {
     return {novelty, engine_.submission_correlation_from_backtest_or_compute(request)};
   }
 
-  EmbeddedEngine engine_{{}, {.min_sharpe = 0.5}, {}};
+  EmbeddedEngine engine_{{}, {.min_sharpe = 0.5}, {}, submission_, {{"client", "test"}}};
 };
 
 TEST_F(EmbeddedEngineTest, ThresholdsAreTheHostsUnlessTheyAreReplaced) {
@@ -199,13 +197,6 @@ TEST_F(EmbeddedEngineTest, PayloadsHoldAllStatisticsAndTheClient) {
   EXPECT_EQ(genetic::repr(payload), "{'client_manifest': {'client': 'test'}}");
   payload.at("client_manifest").mapping().set("client", "changed");
   EXPECT_EQ(genetic::repr(second), "{'client_manifest': {'client': 'test'}}") << "each has its own";
-}
-
-TEST_F(EmbeddedEngineTest, WithoutAPoolItSaysSo) {
-  EmbeddedEngine bare({}, {}, {});
-  EXPECT_THROW(
-      static_cast<void>(bare.refresh_submission_manifest_membership(Value(), "alpha", Value())),
-      genetic::RuntimeError);
 }
 
 }  // namespace

@@ -26,16 +26,14 @@ class EmbeddedHostTest : public ContextTest {
     settings.log = [this](LogLevel level, std::string_view text) {
       logs_.push_back((level == LogLevel::Error ? "error " : "warning ") + std::string(text));
     };
-    settings.on_tick = [](std::int64_t) {};
     settings.seed = 5;
     return settings;
   }
 
   std::vector<std::string> logs_;
   NoRecorder recorder_;
-  RealSystemCalls system_;
   const Vocabulary& vocabulary_ = evaluator_.vocabulary();
-  EmbeddedHost host_{system_, vocabulary_, settings()};
+  EmbeddedHost host_{process_, vocabulary_, lineage_, submission_, settings()};
 };
 
 TEST_F(EmbeddedHostTest, TheScoreFollowsItsFormula) {
@@ -70,7 +68,7 @@ TEST_F(EmbeddedHostTest, LogTextsAreFilledIn) {
 }
 
 TEST_F(EmbeddedHostTest, RandomGraphsAreValidAndOneStreamGivesOneSequence) {
-  EmbeddedContext context(evaluator_, {}, stop_, recorder_, submission_, timings_);
+  EmbeddedContext context(evaluator_, {}, stop_, recorder_, submission_, process_);
   const RandomGraphOptions options;
   const auto draw = [&](std::int64_t seed) {
     EmbeddedRandomGraphs source(vocabulary_, options);
@@ -89,7 +87,7 @@ TEST_F(EmbeddedHostTest, RandomGraphsAreValidAndOneStreamGivesOneSequence) {
 }
 
 TEST_F(EmbeddedHostTest, SafeRotationsAreThoseThatFitTheNodeLimit) {
-  EmbeddedContext context(evaluator_, {}, stop_, recorder_, submission_, timings_);
+  EmbeddedContext context(evaluator_, {}, stop_, recorder_, submission_, process_);
   EXPECT_EQ(host_.random_graph_limits().random_weighted_window_limit(context, 5).integer(), 120);
   EXPECT_EQ(host_.random_graph_limits().random_weighted_node_limit(context).integer(), 25);
   EXPECT_TRUE(host_.random_graph_limits().random_weighted_runtime_registry(context).is_absent());
@@ -102,7 +100,7 @@ TEST_F(EmbeddedHostTest, SafeRotationsAreThoseThatFitTheNodeLimit) {
   EXPECT_TRUE(all.contains("ts_correlation"));  // Four nodes at the least.
   HostSettings small = settings();
   small.graphs.max_nodes = 3;
-  EmbeddedHost tight(system_, vocabulary_, small);
+  EmbeddedHost tight(process_, vocabulary_, lineage_, submission_, small);
   EXPECT_FALSE(safe(tight).contains("ts_correlation"));
   EXPECT_TRUE(safe(tight).contains("ts_mean"));
   EXPECT_TRUE(safe(tight).contains("arith_add"));

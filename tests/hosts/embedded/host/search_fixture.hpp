@@ -14,11 +14,12 @@
 #include <unistd.h>
 
 #include "hosts/embedded/host/embedded_context.hpp"
+#include "hosts/embedded/host/lineage.hpp"
+#include "hosts/embedded/host/process_side.hpp"
 #include "hosts/embedded/host/search_events.hpp"
 #include "hosts/embedded/host/signal_submission.hpp"
 #include "hosts/embedded/store/sqlite_database.hpp"
 #include "hosts/embedded/store/sqlite_run_store.hpp"
-#include "hosts/embedded/system/process_identity.hpp"
 #include "hosts/embedded/vocabulary/graph_node.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"
 
@@ -127,7 +128,8 @@ inline GateThresholds open_gates() {
           .min_sharpe = -kBeyond};
 }
 
-// What a context stands on: an evaluator, a stop event without limits, and an empty store.
+// What a context stands on: an evaluator, a stop event without limits, an empty store, and the side
+// of the processes.
 class ContextTest : public FolderTest {
  protected:
   explicit ContextTest(const PoolSettings& pool = {})
@@ -147,7 +149,9 @@ class ContextTest : public FolderTest {
   SqliteRunStore store_{database(), {.busy_timeout_milliseconds = kBusyMilliseconds}};
   PoolIdentity pool_identity_{"alpha", 7, 3, "data"};
   SignalSubmission submission_;
-  RecordedTimings timings_{own_identity()};
+  RealSystemCalls system_;
+  ProcessSide process_{system_, 60.0};
+  Lineage lineage_;
 };
 
 }  // namespace varnholt::embedded

@@ -148,8 +148,8 @@ TEST_F(RecordedAttempts, ASubmissionThatAKilledRunOwesIsMadeByTheNextStoreOnce) 
   if (child == 0) {
     // A run of its own that dies right after it has recorded what passed.
     SqliteRunStore store(path);
-    RunRecorder recorder(store, observer_, host_.lineage(), {10, gates_, {}, pool_identity_});
-    recorder.begin({1.0, 1, "{}", "prices.csv", "ab12", "0.1.0"});
+    RunRecorder recorder(store, observer_, lineage_, *stop_, {10, gates_, {}, pool_identity_},
+                         run_start());
     Mapping keywords;
     for (const genetic::Key key : {keys::kStats, keys::kBacktestTiming})
       keywords.set(key, candidate.at(key));

@@ -3,13 +3,16 @@
 #pragma once
 
 #include <functional>
+#include <span>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "hosts/embedded/host/embedded_host.hpp"
 #include "hosts/embedded/search/run_recorder.hpp"
-#include "search_templates/genetic/process/batch_evaluation.hpp"
+#include "search_templates/genetic/evaluation/candidate_simulation.hpp"
+#include "search_templates/genetic/host/function_callable.hpp"
+#include "search_templates/genetic/process/batch_results.hpp"
 #include "search_templates/genetic/submission/recording.hpp"
 #include "search_templates/genetic/submission/submitting.hpp"
 #include "search_templates/genetic/value/keys.hpp"
@@ -43,14 +46,7 @@ class PausingRecorder : public ResultRecorder {
 class RecordingTest : public ContextTest {
  protected:
   explicit RecordingTest(const PoolSettings& pool = {}, const GateThresholds& gates = open_gates())
-      : ContextTest(pool), gates_(gates) {
-    RunStart start{1.0, 1, "{}", "prices.csv", "ab12", "0.1.0"};
-    start.market_id = pool_identity_.market_id;
-    start.era_number = pool_identity_.era_number;
-    recorder_.begin(start);
-    host_.embedded_engine().set_submission(submission_, {{"client", "test"}});
-    host_.pool().set_context(context_);
-  }
+      : ContextTest(pool), gates_(gates) {}
 
   static genetic::Value negated(const genetic::Value& graph) {
     return make_graph_node("arith_neg", kRotationType, genetic::List{graph});
@@ -59,13 +55,21 @@ class RecordingTest : public ContextTest {
   static genetic::Value unlike_the_others() {
     return make_graph_node("cross_demean", kRotationType, genetic::List{feature("returns")});
   }
-  // The result of a child.
+  // The result of a child, which nobody has recorded yet.
   genetic::Mapping evaluated(const genetic::Value& graph) {
-    return genetic::evaluate_candidate_batch(host_, context_, genetic::List{graph},
-                                             genetic::Value())
-        .list()
-        .at(0)
-        .mapping();
+    const genetic::Callable simulate = genetic::make_callable(
+        [this, &graph](std::span<const genetic::Value>, const genetic::Mapping&) -> genetic::Value {
+          return genetic::simulate_candidate(host_, context_, graph);
+        });
+    const auto configured = process_.pool.configure([this] {
+      genetic::ProcessEvaluationConfig config;
+      config.timeout_seconds = 60.0;
+      config.worker_memory_limit_bytes = process_.pool.default_worker_memory_limit_bytes();
+      return config;
+    });
+    const genetic::Value results = configured->evaluate_candidate_batch(
+        genetic::List{process_.pool.candidate_evaluation(0, graph)}, simulate);
+    return genetic::candidate_result_from_process_result(genetic::item(results, 0));
   }
   genetic::Mapping recorded(const genetic::Value& graph) {
     genetic::Mapping candidate = evaluated(graph);
@@ -95,19 +99,25 @@ class RecordingTest : public ContextTest {
 
   GateThresholds gates_;
   RecordingObserver observer_;
-  RealSystemCalls system_;
-  EmbeddedHost host_{system_, evaluator_.vocabulary(), host_settings()};
-  RunRecorder recorder_{store_, observer_, host_.lineage(), {10, gates_, {}, pool_identity_}};
+  RunRecorder recorder_{store_,     observer_, lineage_, *stop_, {10, gates_, {}, pool_identity_},
+                        run_start()};
   PausingRecorder pausing_{recorder_};
-  EmbeddedContext context_{evaluator_, context_settings(), stop_,
-                           pausing_,   submission_,        host_.timings().recorded()};
+  EmbeddedHost host_{process_, evaluator_.vocabulary(), lineage_, submission_, host_settings()};
+  EmbeddedContext context_{evaluator_, context_settings(), stop_, pausing_, submission_, process_};
+
+  [[nodiscard]] RunStart run_start() const {
+    RunStart start{1.0, 1, "{}", "prices.csv", "ab12", "0.1.0"};
+    start.market_id = pool_identity_.market_id;
+    start.era_number = pool_identity_.era_number;
+    return start;
+  }
 
  private:
   [[nodiscard]] HostSettings host_settings() const {
     HostSettings settings;
     settings.gates = gates_;
     settings.log = [](LogLevel, std::string_view) {};
-    settings.on_tick = [](std::int64_t) {};
+    settings.client_manifest = {{"client", "test"}};
     settings.seed = 5;
     return settings;
   }

@@ -67,8 +67,8 @@ TEST_F(RecordingTest, AChildsResultIsRecordedAndItsPayloadMade) {
 TEST_F(RecordingTest, ARepairIsRecordedWithItsPlanAndCounted) {
   EXPECT_EQ(recorder_.progress().round_under_way, 0);
   const RepairNote reversal{"reverse", "sharpe_min", "the opposite", 2};
-  host_.lineage().note_repair(ranked("close"), {negated(ranked("close"))}, reversal);
-  host_.lineage().note_repair(unlike_the_others(), {ranked("close")}, {"demean", "", "", 1});
+  lineage_.note_repair(ranked("close"), {negated(ranked("close"))}, reversal);
+  lineage_.note_repair(unlike_the_others(), {ranked("close")}, {"demean", "", "", 1});
   EXPECT_EQ(recorder_.progress().round_under_way, 1);
   const Mapping candidate = joined(ranked("close"));
   recorder_.settled({{{1, "1-1", {}, {}}}, {}});
@@ -88,7 +88,7 @@ TEST_F(RecordingTest, ARepairIsRecordedWithItsPlanAndCounted) {
   EXPECT_EQ(progress.all_repairs(), (RepairCount{2, 2, 1}));
 
   // Another round of the same generation, and one of the next.
-  host_.lineage().note_repair(ranked("returns"), {ranked("close")}, reversal);
+  lineage_.note_repair(ranked("returns"), {ranked("close")}, reversal);
   EXPECT_EQ(recorder_.progress().round_under_way, 2);
   static_cast<void>(recorded(ranked("returns")));
   EXPECT_EQ(recorder_.progress().repair_rounds, 2);

@@ -36,6 +36,8 @@ TEST(MemoryAdvice, WhatIsKeptFromChildrenIsNotThereInThem) {
   keep_from_children(memory.data(), memory.size());
   EXPECT_EQ(memory[2 * kMebibyte], 'x');
   EXPECT_NE(fate_of_reader(&memory[2 * kMebibyte]), 0);
+  give_to_children(memory.data(), memory.size());
+  EXPECT_EQ(fate_of_reader(&memory[2 * kMebibyte]), 0);
 }
 
 TEST(MemoryAdvice, PagesThatAreSharedWithOtherMemoryStayInChildren) {

@@ -1,0 +1,116 @@
+#include "hosts/embedded/search/search_setup.hpp"
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "hosts/embedded/gates/gates.hpp"
+#include "hosts/embedded/search/seed_graphs.hpp"
+#include "hosts/embedded/signal_pool/pool_gates.hpp"
+#include "hosts/embedded/system/machine_limits.hpp"
+#include "hosts/embedded/system/memory_advice.hpp"
+#include "search_templates/genetic/host/search_settings.hpp"
+#include "search_templates/genetic/settings/module_constants.hpp"
+
+namespace varnholt::embedded {
+
+using genetic::Value;
+
+namespace {
+
+void require(bool holds, const std::string& what) {
+  if (!holds) throw std::invalid_argument(what);
+}
+
+const SearchOptions& checked(const SearchOptions& options) {
+  require(!options.jobs || *options.jobs >= 1, "the number of jobs must be at least 1");
+  require(!options.generations || *options.generations >= 1,
+          "the number of generations must be at least 1");
+  require(!options.candidates || *options.candidates >= 1,
+          "the number of candidates must be at least 1");
+  require(!options.seconds || (std::isfinite(*options.seconds) && *options.seconds > 0.0),
+          "the limit in seconds must be a finite number above 0");
+  require(!options.seed ||
+              *options.seed <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()),
+          "the seed must be an integer from 0 to 9223372036854775807");
+  require(!options.worker_memory_limit_bytes || *options.worker_memory_limit_bytes >= 1,
+          "the memory limit of a worker must be at least 1 byte");
+  require(!options.worker_nice || (*options.worker_nice >= -20 && *options.worker_nice <= 19),
+          "the nice value of the workers must be from -20 to 19");
+  require(options.best_count >= 0, "the number of best signals must not be negative");
+  require(options.cost_basis_points >= 0.0 && options.cost_basis_points <= kLargestCosts,
+          fmt::format("the costs must be from 0 to {} basis points", kLargestCosts));
+  // A configuration that was not read from a file is checked by nobody else before the store.
+  check_pool_thresholds({options.config.pool.novelty_min, options.config.pool.correlation_max});
+  for (const Gate& gate : gate_table()) {
+    require(!std::isnan(gate.threshold(options.config.gates, options.config.limits)),
+            fmt::format("the threshold {} must be a number", gate.name.view()));
+  }
+  return options;
+}
+
+EvaluatorOptions evaluator_options(const SearchOptions& options) {
+  EvaluatorOptions evaluator;
+  evaluator.cost_basis_points = options.cost_basis_points;
+  return evaluator;
+}
+
+genetic::GeneticTemplate configured_template(genetic::RandomGenerators& generators,
+                                             genetic::ProcessEvaluation& process_evaluation,
+                                             const SearchOptions& options,
+                                             const Vocabulary& vocabulary) {
+  genetic::SearchSettings settings;
+  const genetic::LoadedConstants constants(settings, process_evaluation);
+  genetic::TemplateArguments arguments =
+      genetic::default_template_arguments(constants, process_evaluation);
+  const auto set = [](Value& argument, const std::optional<Value>& option) {
+    if (option) argument = *option;
+  };
+  set(arguments.batch_size, options.batch_size);
+  set(arguments.restart_threshold, options.restart_threshold);
+  set(arguments.elite_fraction, options.elite_fraction);
+  set(arguments.diversity_weight, options.diversity_weight);
+  set(arguments.parsimony_weight, options.parsimony_weight);
+  set(arguments.operator_rates, options.operator_rates);
+  set(arguments.max_improvement_candidates, options.max_improvement_candidates);
+  set(arguments.max_improvement_rounds, options.max_improvement_rounds);
+  set(arguments.max_improvement_depth, options.max_improvement_depth);
+  if (options.seeds) {
+    arguments.initial_candidates = read_seed_graphs(
+        *options.seeds, vocabulary, {options.graphs.max_depth, options.graphs.max_nodes});
+  }
+  arguments.process_timeout_seconds = options.timeout_seconds;
+  SystemRandom secure_random(options.seed);
+  return {generators, secure_random, constants, arguments};
+}
+
+}  // namespace
+
+SearchSetup::SearchSetup(const SearchOptions& options)
+    : evaluator_options_(evaluator_options(checked(options))),
+      jobs_(options.jobs.value_or(read_machine_limits().busy_workers())),
+      data_(options),
+      evaluator_(data_.whole.first_days(data_.plan.seen_days()), evaluator_options_),
+      process_(system_, options.timeout_seconds),
+      config_(configured_template(generators_, process_.pool, options, evaluator_.vocabulary())) {
+  // What the children read is the evaluator's; the rest of the history waits for the end.
+  keep_from_children(data_.whole);
+  give_back_free_memory();
+}
+
+SearchSetup::~SearchSetup() {
+  give_to_children(data_.whole);
+}
+
+Evaluator SearchSetup::take_whole_history() {
+  give_to_children(data_.whole);
+  return Evaluator(std::move(data_.whole), evaluator_options_);
+}
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,42 @@
+// Goal: the history that a search keeps from its children is given back before it is freed, or the
+// allocator would hand out memory that children do not have.
+// Method: the kernel's own notes on the memory of this process, counted before and after.
+#include "hosts/embedded/search/search_setup.hpp"
+
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "tests/hosts/embedded/search/run_fixture.hpp"
+
+namespace varnholt::embedded {
+namespace {
+
+// How many of this process's mappings children do not have.
+int mappings_kept_from_children() {
+  std::ifstream mappings("/proc/self/smaps");
+  int kept = 0;
+  for (std::string line; std::getline(mappings, line);) {
+    if (line.starts_with("VmFlags:") && line.find(" dc") != std::string::npos) ++kept;
+  }
+  return kept;
+}
+
+class SearchSetupTest : public SearchRunTest {};
+
+TEST_F(SearchSetupTest, TheHistoryIsKeptFromChildrenOnlyWhileTheSearchRuns) {
+  const SearchOptions searched = options();
+  const int before = mappings_kept_from_children();
+  {
+    const SearchSetup setup(searched);
+    EXPECT_GT(mappings_kept_from_children(), before);
+  }
+  EXPECT_EQ(mappings_kept_from_children(), before);
+  SearchSetup setup(searched);
+  const Evaluator whole = setup.take_whole_history();
+  EXPECT_EQ(mappings_kept_from_children(), before);
+}
+
+}  // namespace
+}  // namespace varnholt::embedded
