@@ -51,7 +51,7 @@ class Commands {
   }
   int operator()(const DoctorCommand& /*command*/) const {
     return doctor_command(outputs_.text) ? kExitDone : kExitFailure;
-}
+  }
 
   int operator()(const AttemptsCommand& command) const {
     attempts_command(command, outputs_.text, width());
