@@ -342,11 +342,11 @@ TEST_F(ComposeNextBatch, EqualsAPlainWalkThroughItsRounds) {
 
     std::vector<std::pair<int, std::int64_t>> expected;
     std::size_t expected_next[2] = {0, 0};
-    const auto size = static_cast<std::size_t>(settings_.batch_size);
+    const auto size = static_cast<std::size_t>(settings_.batch_size.integer());
     for (bool added = true; added && expected.size() < size;) {
       added = false;
       for (const int slot : {0, 1}) {
-        const int source = settings_.diversity_weight > 0.0 ? slot : 1 - slot;
+        const int source = settings_.diversity_weight.real() > 0.0 ? slot : 1 - slot;
         if (source == 0 ? !has_fresh : !(has_elite && has_prior)) continue;
         const Value& depth = made[source].at(expected_next[source]++);
         if (!passes(depth)) continue;

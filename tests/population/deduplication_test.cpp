@@ -77,7 +77,8 @@ class ForgetfulSeen : public SeenGraphs {
 class DeduplicatedBatchTest : public ::testing::Test {
  protected:
   DeduplicatedBatch run(const Value& batch_size, const Value& graphs, SeenGraphs& seen) {
-    return run_deduplicated_batch(host_.context, batch_size, config_, fresh_, graphs, seen);
+    config_.settings.batch_size = batch_size;
+    return run_deduplicated_batch(host_.context, config_, fresh_, graphs, seen);
   }
   // "graphs, generated, duplicates" of a run over the set of this test.
   std::string report(const Value& batch_size, const Value& graphs) {

@@ -114,11 +114,11 @@ TEST_F(ChooseOperator, AddsNumbersOnly) {
   EXPECT_EQ(error_of([&] {
               return first({{"crossover", "0.5"}});
             }),
-            "TypeError: must be real number, not str");
+            "TypeError: unsupported operand type(s) for +: 'int' and 'str'");
   EXPECT_EQ(error_of([&] {
               return first({{"crossover", 0.5}, {"other", Value()}});
             }),
-            "TypeError: float() argument must be a string or a real number, not 'NoneType'");
+            "TypeError: unsupported operand type(s) for +: 'float' and 'NoneType'");
 }
 
 class WeightedParentIndex : public ::testing::Test {
@@ -191,7 +191,7 @@ TEST_F(WeightedParentIndex, NeedsScoresThatAreNumbers) {
   EXPECT_EQ(error_of([&] {
               return index({"0.5", "0.75"}, 0.5);
             }),
-            "TypeError: must be real number, not str");
+            "TypeError: unsupported operand type(s) for -: 'str' and 'str'");
   EXPECT_EQ(eliteness_.calls.size(), 2U);  // All are scored before a score is used.
   EXPECT_EQ(error_of([&] {
               return index({1.0, "0.75"}, 0.5);

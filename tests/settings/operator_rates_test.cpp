@@ -73,7 +73,7 @@ TEST(OperatorRates, ADefaultThatIsATextIsNoRate) {
   EXPECT_EQ(error_of([] {
               return complete_operator_rates(Mapping{{"a", 1.0}}, {{"a", 0.0}, {"b", "0.5"}});
             }),
-            "TypeError: must be real number, not str");
+            "TypeError: unsupported operand type(s) for +: 'float' and 'str'");
 }
 
 TEST(SumOfRates, AddsUpFromLeftToRightWithoutCompensation) {

@@ -113,14 +113,14 @@ TEST(NonnegativeFloat, AcceptsWhatConvertsAndIsNotBelowZero) {
 }
 
 TEST(NonnegativeFloat, KeepsTheSignOfZero) {
-  EXPECT_TRUE(std::signbit(nonnegative_float(-0.0, "x")));
-  EXPECT_TRUE(std::signbit(*optional_nonnegative_float("-0.0", "x")));
+  EXPECT_TRUE(std::signbit(nonnegative_float(-0.0, "x").real()));
+  EXPECT_TRUE(std::signbit(optional_nonnegative_float("-0.0", "x").real()));
 }
 
 TEST(OptionalNonnegativeFloat, AcceptsAbsentAsWell) {
-  check_reals([](const Value& value) { return optional_nonnegative_float(value, "x").value(); },
+  check_reals([](const Value& value) { return optional_nonnegative_float(value, "x"); },
               "genetic x must be a finite number or None");
-  EXPECT_FALSE(optional_nonnegative_float(Value(), "x").has_value());
+  EXPECT_TRUE(optional_nonnegative_float(Value(), "x").is_absent());
   EXPECT_EQ(optional_nonnegative_float(0.0, "x"), 0.0);
   EXPECT_EQ(error_of([] { return optional_nonnegative_float(-1, "x"); }),
             "ValueError: genetic x must be non-negative");

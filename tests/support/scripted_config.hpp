@@ -51,9 +51,9 @@ class ScriptedConfig : public SearchConfig {
   [[nodiscard]] Value initial_candidates() const override { return settings.initial_candidates; }
   [[nodiscard]] Value seed() const override { return settings.seed; }
   [[nodiscard]] Value restart_threshold() const override { return settings.restart_threshold; }
-  [[nodiscard]] double elite_fraction() const override { return settings.elite_fraction; }
-  [[nodiscard]] double diversity_weight() const override { return settings.diversity_weight; }
-  [[nodiscard]] double parsimony_weight() const override { return settings.parsimony_weight; }
+  [[nodiscard]] Value elite_fraction() const override { return settings.elite_fraction; }
+  [[nodiscard]] Value diversity_weight() const override { return settings.diversity_weight; }
+  [[nodiscard]] Value parsimony_weight() const override { return settings.parsimony_weight; }
   [[nodiscard]] Mapping operator_rates() const override { return settings.operator_rates; }
   [[nodiscard]] Value max_improvement_depth() const override {
     return settings.max_improvement_depth;
@@ -64,7 +64,7 @@ class ScriptedConfig : public SearchConfig {
   [[nodiscard]] Value max_improvement_rounds() const override {
     return settings.max_improvement_rounds;
   }
-  [[nodiscard]] double process_timeout_seconds() const override {
+  [[nodiscard]] Value process_timeout_seconds() const override {
     return settings.process_timeout_seconds;
   }
 

@@ -110,12 +110,24 @@ TEST(Errors, AnErrorInPlaceOfAnotherKeepsItsKindAndTheOther) {
   } catch (const ValueError& error) {
     EXPECT_EQ(error.text(), "own");
     EXPECT_EQ(error.type_name(), "ValueError");
-    const auto* const in_place = dynamic_cast<const InPlaceOfError*>(&error);
-    ASSERT_NE(in_place, nullptr);
-    EXPECT_THROW(std::rethrow_exception(in_place->replaced()), KeyError);
+    EXPECT_NE(dynamic_cast<const InPlaceOfError*>(&error), nullptr);
+    ASSERT_NE(error.context(), nullptr);
+    EXPECT_THROW(std::rethrow_exception(error.context()), KeyError);
     return;
   }
   FAIL() << "nothing was thrown";
+}
+
+TEST(Errors, TheContextIsWhatIsBeingHandledWhenTheErrorIsMade) {
+  EXPECT_EQ(TypeError("alone").context(), nullptr);
+  try {
+    throw KeyError("handled");
+  } catch (const KeyError&) {
+    const TypeError own("own");
+    ASSERT_NE(own.context(), nullptr);
+    EXPECT_THROW(std::rethrow_exception(own.context()), KeyError);
+  }
+  EXPECT_EQ(TypeError("alone again").context(), nullptr);
 }
 
 TEST(Errors, ARecursionErrorIsARuntimeErrorAndAnOrdinaryError) {

@@ -250,26 +250,6 @@ TEST(IsNan, HoldsForTheRealThatIsNoNumberAlone) {
   }
 }
 
-TEST(AsNumber, ReadsNumbersAndNoTexts) {
-  EXPECT_EQ(as_number(2), 2.0);
-  EXPECT_EQ(as_number(true), 1.0);
-  EXPECT_EQ(as_number(0.25), 0.25);
-  EXPECT_EQ(as_number(to_integer(kBeyond)), 0x1p63);
-  EXPECT_EQ(error_of([] { return as_number("0.5"); }), "TypeError: must be real number, not str");
-  EXPECT_EQ(error_of([] { return as_number(Value()); }),
-            "TypeError: float() argument must be a string or a real number, not 'NoneType'");
-}
-
-TEST(Difference, OfIntegersIsExact) {
-  EXPECT_EQ(difference(5, 2), 3.0);
-  EXPECT_EQ(difference(0.5, 2), -1.5);
-  EXPECT_EQ(difference(true, 0.25), 0.75);
-  const std::int64_t large = (std::int64_t{1} << 53) + 1;
-  EXPECT_EQ(difference(large, large - 1), 1.0);
-  EXPECT_EQ(difference(kSmallest, 1), -0x1p63);  // Beyond 64 bits.
-  EXPECT_EQ(error_of([] { return difference(1, "1"); }), "TypeError: must be real number, not str");
-}
-
 // An object of the host that is neither equal to anything nor different from it.
 class Undecided : public HostObject {
  public:
@@ -287,29 +267,55 @@ TEST(Differ, AsksAnObjectOnEitherSideWhetherItDiffers) {
   EXPECT_TRUE(differ(scripted_object(Mapping()), 1));
 }
 
-TEST(WritableMapping, IsTheMappingItself) {
+TEST(ExpectedRecord, IsTheMappingItself) {
   const Mapping own;
-  writable_mapping(own).set("k", 1);
+  expected_record(own).set("k", 1);
   EXPECT_EQ(repr(own), "{'k': 1}");
 
   const auto host = std::make_shared<HostMapping>();
-  writable_mapping(mapping_of(host)).set("k", 2);
+  expected_record(mapping_of(host)).set("k", 2);
   EXPECT_EQ(host->entries.size(), 1U);
 
   const Mapping entries;
-  writable_mapping(make_object<Ledger>(entries)).set("k", 3);
+  expected_record(make_object<Ledger>(entries)).set("k", 3);
   EXPECT_EQ(repr(entries), "{'k': 3}");
 }
 
-TEST(WritableMapping, FailsForWhatTakesNoEntry) {
+TEST(ExpectedRecord, OfAnythingElseFailsWhereItIsUsed) {
   const std::pair<Value, std::string> cases[] = {
       {Value(), "NoneType"}, {1, "int"},         {"text", "str"},
       {0.5, "float"},        {Tuple(), "tuple"}, {scripted_object(Mapping()), "Record"}};
   for (const auto& [value, type] : cases) {
-    EXPECT_EQ(error_of([&, target = value] { return writable_mapping(target).size(); }),
+    SCOPED_TRACE(type);
+    Mapping record = expected_record(value);
+    EXPECT_EQ(error_of([&] {
+                record.set("k", 1);
+                return 0;
+              }),
               "TypeError: '" + type + "' object does not support item assignment");
+    const std::string lacks = "AttributeError: '" + type + "' object has no attribute ";
+    EXPECT_EQ(error_of([&] { return record.get("k"); }), lacks + "'get'");
+    EXPECT_EQ(error_of([&] { return record.erase("k"); }), lacks + "'pop'");
+    EXPECT_EQ(error_of([&] { return record.set_default("k", 1); }), lacks + "'setdefault'");
   }
-  EXPECT_THROW(static_cast<void>(writable_mapping(List())), TypeError);
+}
+
+TEST(ExpectedRecord, OfAListTakesItemsByPlace) {
+  const List list{1, 2};
+  Mapping record = expected_record(list);
+  record.set(-1, 3);
+  EXPECT_EQ(repr(list), "[1, 3]");
+  const auto set = [&record](const Value& key) {
+    return error_of([&] {
+      record.set(key, 0);
+      return 0;
+    });
+  };
+  EXPECT_EQ(set("k"), "TypeError: list indices must be integers or slices, not str");
+  EXPECT_EQ(set(2), "IndexError: list assignment index out of range");
+  EXPECT_EQ(set(-3), "IndexError: list assignment index out of range");
+  EXPECT_EQ(error_of([&] { return record.erase("k"); }),
+            "TypeError: pop expected at most 1 argument, got 2");
 }
 
 TEST(Entry, IsThatOfAMappingOrWhatAnObjectGives) {

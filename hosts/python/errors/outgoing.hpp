@@ -14,9 +14,6 @@ namespace varnholt::python {
 
 namespace nb = nanobind;
 
-// The exception object for an error of the library; null for an exception of any other class.
-[[nodiscard]] nb::object python_exception(const std::exception_ptr& error);
-
 // The error with its exception object, which it has from now on: an error of the library's own gets
 // one, with the exception that Python is handling as its context. Any other error is itself.
 [[nodiscard]] std::exception_ptr hosted_error(const std::exception_ptr& error);

@@ -5,6 +5,7 @@
 #include "hosts/python/host/python_callable.hpp"
 #include "hosts/python/values/conversion.hpp"
 #include "hosts/python/values/python_api.hpp"
+#include "hosts/python/values/python_error.hpp"
 
 namespace varnholt::python {
 

@@ -85,6 +85,9 @@ class PythonEngine : public genetic::GraphDepth,
   [[nodiscard]] genetic::Value recorded_failure_detail(
       const genetic::FailureEvidence& evidence) override;
   [[nodiscard]] genetic::DetailOperation find_recorded_failure_detail() override;
+  [[nodiscard]] genetic::DetailOperation required_recorded_failure_detail() override;
+  [[nodiscard]] genetic::Operation<genetic::Value(const genetic::Value&)>
+  required_stats_gate_metrics() override;
   [[nodiscard]] genetic::VerdictOperation find_failed_gate_verdict() override;
   [[nodiscard]] genetic::VerdictOperation find_gate_verdict() override;
   [[nodiscard]] genetic::MiThresholdOperation find_submission_mi_threshold_and_pool() override;
@@ -108,6 +111,10 @@ class PythonEngine : public genetic::GraphDepth,
       const genetic::PoolMetricRequest& request, const genetic::Value& thresholds) override;
   [[nodiscard]] genetic::Value submission_correlation_from_backtest_or_compute(
       const genetic::PoolMetricRequest& request) override;
+  [[nodiscard]] Membership required_refresh_submission_manifest_membership() override;
+  [[nodiscard]] Metaparameters required_evaluation_metaparameters_for_pool() override;
+  [[nodiscard]] Backtest required_call_backtester_with_transform_context() override;
+  [[nodiscard]] PnlMi required_submission_pnl_mi_from_backtest_or_compute() override;
   // As `except (_engine.AgentPoolPnlSyncMissingError, _engine.PoolMetricNotYetComputableError)`.
   [[nodiscard]] std::optional<genetic::Value> as_pool_data_not_ready(
       const std::exception_ptr& error) override;
@@ -115,6 +122,8 @@ class PythonEngine : public genetic::GraphDepth,
       override;
   void annotate_submission_client_manifest(genetic::Mapping& payload,
                                            const genetic::Value& sync_manager) override;
+  [[nodiscard]] genetic::Operation<void(genetic::Mapping&, const genetic::Value&)>
+  required_annotate_submission_client_manifest() override;
 
   [[nodiscard]] bool is_sdk_runtime_not_ready_error(const genetic::Value& error) override;
   [[nodiscard]] genetic::Value sdk_runtime_not_ready_rejection_detail() override;
@@ -123,6 +132,8 @@ class PythonEngine : public genetic::GraphDepth,
 
  private:
   [[nodiscard]] genetic::Callable find(const char* name) const;
+  // The attribute `name` of `_engine`, whatever it is: one that cannot be called fails in the call.
+  [[nodiscard]] genetic::Callable own(const char* name) const;
   genetic::Value call_own(const char* name, std::span<const genetic::Value> positional,
                           const genetic::Mapping& keywords = genetic::Mapping()) const;
 

@@ -52,6 +52,10 @@ Callable PythonEngine::find(const char* name) const {
   return callable_or_empty(attribute_or_none(globals_.get("_engine"), name));
 }
 
+Callable PythonEngine::own(const char* name) const {
+  return any_callable(globals_.get("_engine", name));
+}
+
 Value PythonEngine::call_own(const char* name, std::span<const Value> positional,
                              const Mapping& keywords) const {
   return PythonCallable(globals_.get("_engine", name)).call(positional, keywords);
@@ -80,8 +84,18 @@ Value PythonEngine::threshold_gate_failure_metric(const Value& gate_failure) {
 }
 
 Value PythonEngine::recorded_failure_detail(const genetic::FailureEvidence& evidence) {
-  return call_with_evidence(any_callable(globals_.get("_engine", "_recorded_failure_detail")),
-                            evidence);
+  return call_with_evidence(own("_recorded_failure_detail"), evidence);
+}
+
+genetic::DetailOperation PythonEngine::required_recorded_failure_detail() {
+  return [operation = own("_recorded_failure_detail")](const genetic::FailureEvidence& evidence) {
+    return call_with_evidence(operation, evidence);
+  };
+}
+
+genetic::Operation<Value(const Value&)> PythonEngine::required_stats_gate_metrics() {
+  return
+      [operation = own("_stats_gate_metrics")](const Value& stats) { return operation({stats}); };
 }
 
 genetic::DetailOperation PythonEngine::find_recorded_failure_detail() {
@@ -163,17 +177,43 @@ Value PythonEngine::evaluation_metaparameters_for_pool(const Value& signal_pool_
 
 Value PythonEngine::call_backtester_with_transform_context(
     const genetic::BacktestRequest& request) {
-  return call_own("_call_backtester_with_transform_context",
-                  std::array<Value, 5>{request.backtester, request.operation, request.graph,
-                                       request.metaparameters, request.named_universe},
-                  {{"extra_kwargs", request.extra_kwargs}});
+  return required_call_backtester_with_transform_context()(request);
 }
 
 Value PythonEngine::submission_pnl_mi_from_backtest_or_compute(
     const genetic::PoolMetricRequest& request, const Value& thresholds) {
-  return call_own("_submission_pnl_mi_from_backtest_or_compute",
-                  std::array<Value, 5>{request.backtester, request.gate_stats, request.era_config,
-                                       request.signal_pool_name, thresholds});
+  return required_submission_pnl_mi_from_backtest_or_compute()(request, thresholds);
+}
+
+PythonEngine::Membership PythonEngine::required_refresh_submission_manifest_membership() {
+  return [operation = own("_refresh_submission_manifest_membership")](
+             const Value& era_config, const Value& signal_pool_name, const Value& sync_manager) {
+    return operation({era_config, signal_pool_name, sync_manager});
+  };
+}
+
+PythonEngine::Metaparameters PythonEngine::required_evaluation_metaparameters_for_pool() {
+  return [operation = own("_evaluation_metaparameters_for_pool")](const Value& signal_pool_name,
+                                                                  const Value& metaparameters) {
+    return operation({signal_pool_name, metaparameters});
+  };
+}
+
+PythonEngine::Backtest PythonEngine::required_call_backtester_with_transform_context() {
+  return [operation = own("_call_backtester_with_transform_context")](
+             const genetic::BacktestRequest& request) {
+    return operation({request.backtester, request.operation, request.graph, request.metaparameters,
+                      request.named_universe},
+                     {{"extra_kwargs", request.extra_kwargs}});
+  };
+}
+
+PythonEngine::PnlMi PythonEngine::required_submission_pnl_mi_from_backtest_or_compute() {
+  return [operation = own("_submission_pnl_mi_from_backtest_or_compute")](
+             const genetic::PoolMetricRequest& request, const Value& thresholds) {
+    return operation({request.backtester, request.gate_stats, request.era_config,
+                      request.signal_pool_name, thresholds});
+  };
 }
 
 Value PythonEngine::submission_correlation_from_backtest_or_compute(
@@ -207,7 +247,15 @@ genetic::StatsPayloadOperation PythonEngine::find_submitted_stats_payload_from_b
 
 void PythonEngine::annotate_submission_client_manifest(Mapping& payload,
                                                        const Value& sync_manager) {
-  call_own("_annotate_submission_client_manifest", std::array<Value, 2>{payload, sync_manager});
+  required_annotate_submission_client_manifest()(payload, sync_manager);
+}
+
+genetic::Operation<void(Mapping&, const Value&)>
+PythonEngine::required_annotate_submission_client_manifest() {
+  return [operation = own("_annotate_submission_client_manifest")](Mapping& payload,
+                                                                   const Value& sync_manager) {
+    operation({payload, sync_manager});
+  };
 }
 
 }  // namespace varnholt::python

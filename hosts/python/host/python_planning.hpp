@@ -15,6 +15,9 @@ class PythonReactionPlanning : public genetic::ReactionPlanning {
   // The very object that the planner returns, whatever its type.
   [[nodiscard]] genetic::Value derive_reaction_improvements(
       const genetic::Value& result, const genetic::ReactionRequest& request) override;
+  [[nodiscard]] genetic::Operation<genetic::Value(const genetic::Value&,
+                                                  const genetic::ReactionRequest&)>
+  required_derive_reaction_improvements() override;
 
  private:
   const ModuleGlobals& globals_;

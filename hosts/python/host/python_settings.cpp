@@ -14,10 +14,6 @@ Value PythonSearchConfig::setting(const char* name) const {
   return to_value(attribute(config_, name));
 }
 
-double PythonSearchConfig::number(const char* name) const {
-  return genetic::to_float(setting(name));
-}
-
 Value PythonSearchConfig::batch_size() const {
   return setting("_batch_size");
 }
@@ -30,14 +26,14 @@ Value PythonSearchConfig::seed() const {
 Value PythonSearchConfig::restart_threshold() const {
   return setting("_restart_threshold");
 }
-double PythonSearchConfig::elite_fraction() const {
-  return number("_elite_fraction");
+Value PythonSearchConfig::elite_fraction() const {
+  return setting("_elite_fraction");
 }
-double PythonSearchConfig::diversity_weight() const {
-  return number("_diversity_weight");
+Value PythonSearchConfig::diversity_weight() const {
+  return setting("_diversity_weight");
 }
-double PythonSearchConfig::parsimony_weight() const {
-  return number("_parsimony_weight");
+Value PythonSearchConfig::parsimony_weight() const {
+  return setting("_parsimony_weight");
 }
 Mapping PythonSearchConfig::operator_rates() const {
   return genetic::record_of(setting("_operator_rates"));
@@ -51,8 +47,8 @@ Value PythonSearchConfig::max_improvement_candidates() const {
 Value PythonSearchConfig::max_improvement_rounds() const {
   return setting("_max_improvement_rounds");
 }
-double PythonSearchConfig::process_timeout_seconds() const {
-  return number("_process_timeout_seconds");
+Value PythonSearchConfig::process_timeout_seconds() const {
+  return setting("_process_timeout_seconds");
 }
 
 std::shared_ptr<genetic::RandomGenerator> PythonSearchConfig::rng_for_batch() {

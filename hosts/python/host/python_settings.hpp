@@ -24,21 +24,20 @@ class PythonSearchConfig : public genetic::SearchConfig {
   [[nodiscard]] genetic::Value initial_candidates() const override;
   [[nodiscard]] genetic::Value seed() const override;
   [[nodiscard]] genetic::Value restart_threshold() const override;
-  [[nodiscard]] double elite_fraction() const override;
-  [[nodiscard]] double diversity_weight() const override;
-  [[nodiscard]] double parsimony_weight() const override;
+  [[nodiscard]] genetic::Value elite_fraction() const override;
+  [[nodiscard]] genetic::Value diversity_weight() const override;
+  [[nodiscard]] genetic::Value parsimony_weight() const override;
   [[nodiscard]] genetic::Mapping operator_rates() const override;
   [[nodiscard]] genetic::Value max_improvement_depth() const override;
   [[nodiscard]] genetic::Value max_improvement_candidates() const override;
   [[nodiscard]] genetic::Value max_improvement_rounds() const override;
-  [[nodiscard]] double process_timeout_seconds() const override;
+  [[nodiscard]] genetic::Value process_timeout_seconds() const override;
 
   [[nodiscard]] std::shared_ptr<genetic::RandomGenerator> rng_for_batch() override;
   void store_rng_state(const std::shared_ptr<genetic::RandomGenerator>& rng) override;
 
  private:
   [[nodiscard]] genetic::Value setting(const char* name) const;
-  [[nodiscard]] double number(const char* name) const;
 
   nb::object config_;
 };

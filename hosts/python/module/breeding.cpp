@@ -25,14 +25,6 @@ using genetic::List;
 using genetic::Value;
 using Generator = std::shared_ptr<genetic::RandomGenerator>;
 
-double number_of(const Any& number) {
-  return genetic::as_number(to_value(number));
-}
-
-std::int64_t count_of(const Any& count) {
-  return genetic::saturated_integer(to_value(checked(PyNumber_Index(count.ptr()))));
-}
-
 // A list is handed on as it is, and of any other sequence the items; what is false has none.
 List parents_of(const Any& parents) {
   const Value given = to_value(parents);
@@ -65,8 +57,8 @@ void init_parents(nb::module_& module) {
   module.def("candidate_eliteness", [](PythonHost& host, const Any& candidate,
                                        const Any& diversity_weight, const Any& parsimony_weight) {
     return to_python(genetic::candidate_eliteness(host.eliteness(), to_value(candidate),
-                                                  number_of(diversity_weight),
-                                                  number_of(parsimony_weight)));
+                                                  to_value(diversity_weight),
+                                                  to_value(parsimony_weight)));
   });
   module.def("selected_redundancy", [](const Any& candidate, const Any& selected) {
     return genetic::selected_redundancy(to_value(candidate), to_value(selected));
@@ -76,14 +68,14 @@ void init_parents(nb::module_& module) {
                 const Any& diversity_weight, const Any& parsimony_weight) {
                return to_python(genetic::diversity_adjusted_parent_score(
                    host.eliteness(), to_value(candidate), to_value(selected),
-                   number_of(diversity_weight), number_of(parsimony_weight)));
+                   to_value(diversity_weight), to_value(parsimony_weight)));
              });
   module.def("diverse_parent_pool",
              [](PythonHost& host, const Any& prior, const Any& elite_fraction,
                 const Any& diversity_weight, const Any& parsimony_weight) {
                return to_python(genetic::diverse_parent_pool(
-                   host.eliteness(), to_value(prior), number_of(elite_fraction),
-                   number_of(diversity_weight), number_of(parsimony_weight)));
+                   host.eliteness(), to_value(prior), to_value(elite_fraction),
+                   to_value(diversity_weight), to_value(parsimony_weight)));
              });
 }
 
@@ -93,10 +85,10 @@ nb::object compose_next_batch(PythonHost& host, const Any& prior, const Any& bat
                               const Any& diversity_weight, const Any& parsimony_weight,
                               const Any& max_depth, const Any& validator) {
   genetic::CompositionSettings settings;
-  settings.batch_size = count_of(batch_size);
-  settings.elite_fraction = number_of(elite_fraction);
-  settings.diversity_weight = number_of(diversity_weight);
-  settings.parsimony_weight = number_of(parsimony_weight);
+  settings.batch_size = to_value(batch_size);
+  settings.elite_fraction = to_value(elite_fraction);
+  settings.diversity_weight = to_value(diversity_weight);
+  settings.parsimony_weight = to_value(parsimony_weight);
   settings.max_depth = to_value(max_depth);
   settings.validator = callable_unless_none(validator);
   genetic::FreshFactory fresh;
@@ -118,9 +110,9 @@ nb::object elite_derived_graph(PythonHost& host, const Any& ctx, const Any& pare
                                const Any& operator_rates, const Any& elite_fraction,
                                const Any& diversity_weight, const Any& parsimony_weight) {
   PythonSearchContext context(ctx);
-  const genetic::DerivationSettings settings = {to_value(operator_rates), number_of(elite_fraction),
-                                                number_of(diversity_weight),
-                                                number_of(parsimony_weight)};
+  const genetic::DerivationSettings settings = {to_value(operator_rates), to_value(elite_fraction),
+                                                to_value(diversity_weight),
+                                                to_value(parsimony_weight)};
   return to_python(genetic::elite_derived_graph(host.environment(), context, parents_of(parents),
                                                 generator_or_null(rng), settings));
 }
@@ -133,8 +125,8 @@ void init_offspring(nb::module_& module) {
   module.def("weighted_parent_index", [](PythonHost& host, const Any& parents, const Any& rng,
                                          const Any& diversity_weight, const Any& parsimony_weight) {
     return genetic::weighted_parent_index(host.eliteness(), parents_of(parents),
-                                          generator_or_null(rng).get(), number_of(diversity_weight),
-                                          number_of(parsimony_weight));
+                                          generator_or_null(rng).get(), to_value(diversity_weight),
+                                          to_value(parsimony_weight));
   });
   module.def("data_graph_child_count",
              [](const Any& graph) { return genetic::data_graph_child_count(to_value(graph)); });
@@ -142,7 +134,7 @@ void init_offspring(nb::module_& module) {
              [](const Any& child, const Any& elite_root_node, const Any& elite_data_child_count,
                 const Any& validator) {
                genetic::restore_elite_root_node(to_value(child), to_value(elite_root_node),
-                                                count_of(elite_data_child_count),
+                                                to_value(elite_data_child_count),
                                                 callable_unless_none(validator));
                // The very object that was given, whatever its type.
                return child;

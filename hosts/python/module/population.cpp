@@ -19,9 +19,8 @@ nb::object run_deduplicated_batch(PythonHost& host, const Any& ctx, const Any& c
   PythonSearchContext context(ctx);
   PythonSearchConfig search_config(config);
   PythonSeenGraphs seen(seen_graph_keys);
-  const genetic::DeduplicatedBatch batch =
-      genetic::run_deduplicated_batch(context, search_config.batch_size(), search_config,
-                                      host.fresh_candidates(), to_value(graphs), seen);
+  const genetic::DeduplicatedBatch batch = genetic::run_deduplicated_batch(
+      context, search_config, host.fresh_candidates(), to_value(graphs), seen);
   return to_python(genetic::Mapping{{keys::kGraphs, batch.graphs},
                                     {keys::kGeneratedCount, batch.generated_count},
                                     {keys::kDuplicateCount, batch.duplicate_count}});
@@ -37,10 +36,8 @@ void init_population(nb::module_& module) {
   module.def("fresh_random_candidates",
              [](PythonHost& host, const Any& ctx, const Any& batch_size, const Any& rng) {
                PythonSearchContext context(ctx);
-               const genetic::Value count = to_value(checked(PyNumber_Index(batch_size.ptr())));
-               return to_python(genetic::fresh_random_candidates(host.random_weighted(), context,
-                                                                 genetic::saturated_integer(count),
-                                                                 generator_or_null(rng)));
+               return to_python(genetic::fresh_random_candidates(
+                   host.random_weighted(), context, to_value(batch_size), generator_or_null(rng)));
              });
   module.def("fresh_random_candidates_for_rng",
              [](PythonHost& host, const Any& ctx, const Any& batch_size, const Any& rng) {

@@ -30,14 +30,13 @@ void init_validators(nb::module_& module) {
     return to_python(genetic::optional_nonnegative_int(to_value(value), str_of(name)));
   });
   module.def("positive_float", [](const Any& value, const Any& name) {
-    return genetic::positive_float(to_value(value), str_of(name));
+    return to_python(genetic::positive_float(to_value(value), str_of(name)));
   });
   module.def("optional_nonnegative_float", [](const Any& value, const Any& name) {
-    const auto number = genetic::optional_nonnegative_float(to_value(value), str_of(name));
-    return to_python(number ? Value(*number) : Value());
+    return to_python(genetic::optional_nonnegative_float(to_value(value), str_of(name)));
   });
   module.def("nonnegative_float", [](const Any& value, const Any& name) {
-    return genetic::nonnegative_float(to_value(value), str_of(name));
+    return to_python(genetic::nonnegative_float(to_value(value), str_of(name)));
   });
   module.def("operator_rates", [](const PythonHost& host, const Any& rates) {
     return to_python(genetic::complete_operator_rates(to_value(rates),

@@ -186,7 +186,11 @@ void ObjectMappingStorage::set(const Value& key, const Value& value) {
 }
 
 bool ObjectMappingStorage::erase(const Value& key) {
-  return deleted(PyObject_DelItem(object().ptr(), to_python(key).ptr()));
+  return !call_method(object(), "pop", {to_python(key), nb::none()}).is_none();
+}
+
+Value ObjectMappingStorage::set_default(const Value& key, const Value& value) {
+  return to_value(call_method(object(), "setdefault", {to_python(key), to_python(value)}));
 }
 
 std::unique_ptr<genetic::MappingStorage::Cursor> ObjectMappingStorage::entries() const {

@@ -86,7 +86,9 @@ class ObjectMappingStorage : public PythonStorage {
   // `key in mapping`: a class may have an opinion of its own.
   [[nodiscard]] bool contains(const genetic::Value& key) const override;
   void set(const genetic::Value& key, const genetic::Value& value) override;
+  // mapping.pop(key, None), and mapping.setdefault(key, value).
   bool erase(const genetic::Value& key) override;
+  genetic::Value set_default(const genetic::Value& key, const genetic::Value& value) override;
   [[nodiscard]] std::unique_ptr<Cursor> entries() const override;
   // dict(mapping), which reads it in its own way.
   [[nodiscard]] std::optional<genetic::Mapping> new_mapping() const override;

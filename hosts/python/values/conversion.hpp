@@ -4,8 +4,9 @@
 //   list, dict                                     shared: ListStorage and MappingStorage over it
 //   everything else, subclasses of the above too   an object (python_object.hpp)
 //
-// Only the exact types count. In the other direction a list or mapping of the library's own becomes
-// a list or dict once, and is that object from then on on both sides; a tuple is made anew.
+// Only the exact types count. What is taken by value remembers its object and is handed back as
+// that. A list or mapping of the library's own becomes a list or dict once, and is that object from
+// then on on both sides; a tuple of the library's own is made anew each time.
 #pragma once
 
 #include <string>

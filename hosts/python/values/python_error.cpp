@@ -1,6 +1,10 @@
 #include "hosts/python/values/python_error.hpp"
 
+#include <exception>
+#include <string>
+
 #include "hosts/python/values/conversion.hpp"
+#include "hosts/python/values/python_api.hpp"
 
 namespace varnholt::python {
 namespace {
@@ -25,6 +29,51 @@ nb::object take_current_exception() {
 bool is_kind(const nb::object& exception, PyObject* type) {
   // Exception types are compared along their bases, without running anybody's code.
   return PyErr_GivenExceptionMatches(exception.ptr(), type) != 0;
+}
+
+// The built-in exception type of an error's exact kind.
+nb::object exception_type(const genetic::Error& error) {
+  const nb::object builtins = import_module("builtins");
+  const std::optional<nb::object> type = find_attribute(builtins, error.type_name());
+  if (type && PyExceptionClass_Check(type->ptr()) != 0) return *type;
+  return nb::borrow(PyExc_RuntimeError);
+}
+
+// What the exception is made with. A KeyError holds the key itself, whose text form the error has.
+nb::object exception_argument(const genetic::Error& error) {
+  if (dynamic_cast<const genetic::KeyError*>(&error) != nullptr) {
+    const nb::object text = text_object(error.text());
+    PyObject* const key =
+        PyObject_CallMethod(import_module("ast").ptr(), "literal_eval", "O", text.ptr());
+    if (key != nullptr) return nb::steal(key);
+    PyErr_Clear();  // A key of the host's own class: its text form has to do.
+  }
+  return text_object(error.text());
+}
+
+nb::object own_exception(const genetic::Error& error) {
+  nb::object exception = call(exception_type(error), {exception_argument(error)});
+  const auto* const nested = dynamic_cast<const std::nested_exception*>(&error);
+  if (nested != nullptr) {
+    const nb::object cause = python_exception(nested->nested_ptr());
+    if (cause.is_valid()) {
+      // As `raise ... from cause` while the cause is being handled.
+      PyException_SetCause(exception.ptr(), nb::object(cause).release().ptr());
+      append_context(exception, cause);
+    }
+  }
+  if (dynamic_cast<const genetic::InPlaceOfError*>(&error) != nullptr) {
+    // As `raise ... from None`: the other error stays the context, which is not shown.
+    PyException_SetCause(exception.ptr(), nullptr);
+  }
+  if (error.context()) append_context(exception, python_exception(error.context()));
+  return exception;
+}
+
+// An exception that is raised while the library handles another has that one at the end of its
+// chain of contexts, as everything has that is raised below an `except`.
+void add_context(const nb::object& exception, const std::exception_ptr& handled) {
+  if (handled) append_context(exception, python_exception(handled));
 }
 
 }  // namespace
@@ -56,6 +105,41 @@ nb::object python_origin(const genetic::Error& error) {
   return origin == nullptr ? nb::object() : origin->exception();
 }
 
+nb::object python_exception(const std::exception_ptr& error) {
+  if (!error) return {};
+  try {
+    std::rethrow_exception(error);
+  } catch (const PythonInterrupt& interrupt) {
+    return interrupt.exception();
+  } catch (const genetic::Error& own) {
+    nb::object origin = python_origin(own);
+    if (origin.is_valid()) return origin;
+    nb::object made = own_exception(own);
+    own.set_origin(std::make_shared<PythonErrorOrigin>(made));
+    return made;
+  } catch (...) {
+    return {};
+  }
+}
+
+void append_context(const nb::object& exception, const nb::object& context) {
+  if (!context.is_valid()) return;
+  // Whatever is in the one chain already must not be reached by the other: chains have no circles.
+  nb::object last = exception;
+  while (true) {
+    if (last.is(context)) return;
+    const nb::object next = nb::steal(PyException_GetContext(last.ptr()));
+    if (!next.is_valid()) break;
+    last = next;
+  }
+  for (nb::object link = context; link.is_valid();
+       link = nb::steal(PyException_GetContext(link.ptr()))) {
+    if (link.is(exception)) return;
+  }
+  // The call takes over what it is given.
+  PyException_SetContext(last.ptr(), nb::object(context).release().ptr());
+}
+
 void throw_current_error() {
   nb::object exception = take_current_exception();
   if (!exception.is_valid()) {
@@ -65,6 +149,7 @@ void throw_current_error() {
 }
 
 void throw_exception(nb::object exception) {
+  add_context(exception, std::current_exception());
   if (!is_kind(exception, PyExc_Exception)) throw PythonInterrupt(std::move(exception));
 
   const std::string name = python::type_name(exception);

@@ -6,6 +6,7 @@
 // which is no std::exception either: nothing that handles ordinary errors sees it.
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <string>
 #include <utility>
@@ -35,6 +36,14 @@ class PythonErrorOrigin : public genetic::ErrorOrigin {
 
 // The exception object behind an error of the library; null where there is none.
 [[nodiscard]] nb::object python_origin(const genetic::Error& error);
+
+// The exception object for an error of the library, one and the same at each call; null for an
+// exception of any other class.
+[[nodiscard]] nb::object python_exception(const std::exception_ptr& error);
+
+// Puts `context`, which may be null, at the end of the exception's chain of contexts, unless it is
+// in it.
+void append_context(const nb::object& exception, const nb::object& context);
 
 // A Python exception that is no `Exception`.
 class PythonInterrupt {

@@ -17,7 +17,7 @@ using genetic::Kind;
 using genetic::Mapping;
 using genetic::Value;
 
-bool compare(nb::handle left, nb::handle right, int operation) {
+bool rich_compare(nb::handle left, nb::handle right, int operation) {
   return is_true(checked(PyObject_RichCompare(left.ptr(), right.ptr(), operation)));
 }
 
@@ -50,7 +50,10 @@ PyTypeObject* type_of_kind(Kind kind) {
 }  // namespace
 
 std::string PythonObject::type_name() const {
-  return python::type_name(object_);
+  // An exception is named by its class alone. Messages about other objects show the name that the
+  // interpreter shows, which may have a module before it.
+  if (PyExceptionInstance_Check(object_.ptr()) != 0) return python::type_name(object_);
+  return Py_TYPE(object_.ptr())->tp_name;
 }
 
 Kind PythonObject::exact_kind() const {
@@ -66,11 +69,11 @@ bool PythonObject::truth() const {
 }
 
 bool PythonObject::equals(const Value& other) const {
-  return compare(object_, to_python(other), Py_EQ);
+  return rich_compare(object_, to_python(other), Py_EQ);
 }
 
 bool PythonObject::differs(const Value& other) const {
-  return compare(object_, to_python(other), Py_NE);
+  return rich_compare(object_, to_python(other), Py_NE);
 }
 
 std::uint64_t PythonObject::hash() const {
@@ -88,19 +91,49 @@ std::uint64_t PythonObject::hash() const {
 }
 
 std::optional<bool> PythonObject::less(const Value& other) const {
-  return compare(object_, to_python(other), Py_LT);
+  return rich_compare(object_, to_python(other), Py_LT);
 }
 
 std::optional<bool> PythonObject::greater(const Value& other) const {
-  return compare(to_python(other), object_, Py_LT);
+  return rich_compare(to_python(other), object_, Py_LT);
 }
 
 std::optional<bool> PythonObject::at_least(const Value& other) const {
-  return compare(object_, to_python(other), Py_GE);
+  return rich_compare(object_, to_python(other), Py_GE);
 }
 
 std::optional<bool> PythonObject::at_most(const Value& other) const {
-  return compare(to_python(other), object_, Py_GE);
+  return rich_compare(to_python(other), object_, Py_GE);
+}
+
+std::optional<Value> PythonObject::calculate(genetic::Arithmetic operation, const Value& other,
+                                             bool reversed) const {
+  const nb::object second = to_python(other);
+  PyObject* const left = reversed ? second.ptr() : object_.ptr();
+  PyObject* const right = reversed ? object_.ptr() : second.ptr();
+  switch (operation) {
+    case genetic::Arithmetic::kAdd:
+      return to_value(checked(PyNumber_Add(left, right)));
+    case genetic::Arithmetic::kSubtract:
+      return to_value(checked(PyNumber_Subtract(left, right)));
+    case genetic::Arithmetic::kMultiply:
+      return to_value(checked(PyNumber_Multiply(left, right)));
+  }
+  return std::nullopt;
+}
+
+std::optional<bool> PythonObject::compare(genetic::Comparison comparison, const Value& other,
+                                          bool reversed) const {
+  // In the order of the enumeration.
+  constexpr std::array kOperators = {Py_LT, Py_LE, Py_GT, Py_GE};
+  const int operation = kOperators[static_cast<std::size_t>(comparison)];
+  const nb::object second = to_python(other);
+  return reversed ? rich_compare(second, object_, operation)
+                  : rich_compare(object_, second, operation);
+}
+
+Value PythonObject::rounded() const {
+  return to_value(call_method(import_module("builtins"), "round", {object_}));
 }
 
 bool PythonObject::is_whole() const {
@@ -111,12 +144,20 @@ double PythonObject::to_float() const {
   return PyFloat_AS_DOUBLE(checked(PyNumber_Float(object_.ptr())).ptr());
 }
 
+Value PythonObject::float_value() const {
+  return to_value(checked(PyNumber_Float(object_.ptr())));
+}
+
 Value PythonObject::to_integer() const {
   return to_value(checked(PyNumber_Long(object_.ptr())));
 }
 
 std::string PythonObject::str() const {
   return str_of(object_);
+}
+
+Value PythonObject::text_form() const {
+  return to_value(checked(PyObject_Str(object_.ptr())));
 }
 
 std::string PythonObject::repr() const {
@@ -156,6 +197,10 @@ std::string PythonObject::text() const {
   return PyUnicode_Check(object_.ptr()) != 0 ? text_of(object_) : str();
 }
 
+Value PythonObject::to_index() const {
+  return to_value(checked(PyNumber_Index(object_.ptr())));
+}
+
 std::size_t PythonObject::length() const {
   const Py_ssize_t size = PyObject_Size(object_.ptr());
   if (size < 0) throw_current_error();
@@ -164,6 +209,10 @@ std::size_t PythonObject::length() const {
 
 std::unique_ptr<genetic::ValueIterator> PythonObject::iterate() const {
   return std::make_unique<PythonIterator>(checked(PyObject_GetIter(object_.ptr())));
+}
+
+bool PythonObject::can_be_walked() const {
+  return Py_TYPE(object_.ptr())->tp_iter != nullptr || PySequence_Check(object_.ptr()) != 0;
 }
 
 Value PythonObject::item(const Value& key) const {
@@ -227,7 +276,8 @@ nb::object call_with_values(nb::handle callable, std::span<const Value> position
 
 std::optional<Value> PythonIterator::next() {
   if (PyIter_Check(iterator_.ptr()) == 0) {
-    throw genetic::TypeError("'" + python::type_name(iterator_) + "' object is not an iterator");
+    throw genetic::TypeError("'" + std::string(Py_TYPE(iterator_.ptr())->tp_name) +
+                             "' object is not an iterator");
   }
   PyObject* const item = PyIter_Next(iterator_.ptr());
   if (item != nullptr) return to_value(nb::steal(item));

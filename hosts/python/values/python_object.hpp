@@ -44,11 +44,22 @@ class PythonObject : public genetic::HostObject {
   [[nodiscard]] std::optional<bool> at_least(const genetic::Value& other) const override;
   [[nodiscard]] std::optional<bool> at_most(const genetic::Value& other) const override;
 
+  [[nodiscard]] std::optional<genetic::Value> calculate(genetic::Arithmetic operation,
+                                                        const genetic::Value& other,
+                                                        bool reversed) const override;
+  [[nodiscard]] std::optional<bool> compare(genetic::Comparison comparison,
+                                            const genetic::Value& other,
+                                            bool reversed) const override;
+  [[nodiscard]] genetic::Value rounded() const override;
+
   // What `is_integer` says.
   [[nodiscard]] bool is_whole() const override;
   [[nodiscard]] double to_float() const override;
+  [[nodiscard]] genetic::Value float_value() const override;
   [[nodiscard]] genetic::Value to_integer() const override;
+  [[nodiscard]] genetic::Value to_index() const override;
   [[nodiscard]] std::string str() const override;
+  [[nodiscard]] genetic::Value text_form() const override;
   [[nodiscard]] std::string repr() const override;
   bool append_json(std::string& out) const override;
 
@@ -62,6 +73,7 @@ class PythonObject : public genetic::HostObject {
   [[nodiscard]] std::string text() const override;
   [[nodiscard]] std::size_t length() const override;
   [[nodiscard]] std::unique_ptr<genetic::ValueIterator> iterate() const override;
+  [[nodiscard]] bool can_be_walked() const override;
   [[nodiscard]] genetic::Value item(const genetic::Value& key) const override;
   // `item in object`, object.get(key), -object.
   [[nodiscard]] bool contains(const genetic::Value& item) const override;

@@ -8,6 +8,7 @@
 #include "hosts/python/values/python_object.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/host_object.hpp"
+#include "search_templates/genetic/value/host_origin.hpp"
 
 namespace varnholt::python {
 namespace {
@@ -101,6 +102,10 @@ nb::object object_behind(const genetic::HostObject& object) {
 }
 
 nb::object python_at(const Value& value, int depth) {
+  // What Python gave is handed back as the very object.
+  if (const genetic::HostOrigin* const origin = genetic::host_origin(value)) {
+    return nb::borrow(static_cast<PyObject*>(origin->object));
+  }
   switch (value.kind()) {
     case Kind::kAbsent:
       return nb::none();

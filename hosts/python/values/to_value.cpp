@@ -10,31 +10,41 @@
 #include "hosts/python/values/python_error.hpp"
 #include "hosts/python/values/python_object.hpp"
 #include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/host_origin.hpp"
 
 namespace varnholt::python {
 namespace {
 
+using genetic::HostOrigin;
 using genetic::List;
 using genetic::Mapping;
-using genetic::Tuple;
 using genetic::Value;
 
 Value object_value(nb::handle object) {
   return genetic::make_object<PythonObject>(nb::borrow(object));
 }
 
+// One reference for the value that is made of the object.
+HostOrigin origin_of(nb::handle object) {
+  return {object.inc_ref().ptr(),
+          [](void* held) noexcept { Py_DECREF(static_cast<PyObject*>(held)); }};
+}
+
 Value integer_value(nb::handle object) {
   int overflow = 0;
   const long long integer = PyLong_AsLongLongAndOverflow(object.ptr(), &overflow);
   if (overflow != 0) return object_value(object);
-  return static_cast<std::int64_t>(integer);
+  // The interpreter has one object for each of the small integers.
+  if (integer >= -5 && integer <= 256) return static_cast<std::int64_t>(integer);
+  return hosted_integer(integer, origin_of(object));
 }
 
 // A str that is no valid Unicode has no UTF-8 and stays an object.
 Value text_value(nb::handle object) {
   Py_ssize_t size = 0;
   const char* const text = PyUnicode_AsUTF8AndSize(object.ptr(), &size);
-  if (text != nullptr) return std::string_view(text, static_cast<std::size_t>(size));
+  if (text != nullptr)
+    return hosted_text({text, static_cast<std::size_t>(size)}, origin_of(object));
   if (PyErr_ExceptionMatches(PyExc_UnicodeEncodeError) == 0) throw_current_error();
   PyErr_Clear();
   return object_value(object);
@@ -52,7 +62,7 @@ Value tuple_value(nb::handle object, int depth) {
   for (Py_ssize_t i = 0; i < size; ++i) {
     items.push_back(value_at(PyTuple_GET_ITEM(object.ptr(), i), depth + 1));
   }
-  return Tuple(items);
+  return hosted_tuple(items, origin_of(object));
 }
 
 Value value_at(nb::handle object, int depth) {
@@ -64,7 +74,7 @@ Value value_at(nb::handle object, int depth) {
   if (type == &PyFloat_Type) {
     const double real = PyFloat_AS_DOUBLE(pointer);
     // A NaN equals nothing but itself, so it stays the object that it is.
-    return std::isnan(real) ? object_value(object) : Value(real);
+    return std::isnan(real) ? object_value(object) : hosted_real(real, origin_of(object));
   }
   if (type == &PyBool_Type) return pointer == Py_True;
   if (type == &PyDict_Type) return Mapping(std::make_unique<DictStorage>(nb::borrow(object)));

@@ -11,9 +11,9 @@
 namespace varnholt::genetic {
 namespace {
 
-double elite_fraction_of(const Value& value) {
-  const double fraction = positive_float(value, "elite_fraction");
-  if (fraction > 1.0) throw ValueError("genetic elite_fraction must be <= 1");
+Value elite_fraction_of(const Value& value) {
+  Value fraction = positive_float(value, "elite_fraction");
+  if (fraction.real() > 1.0) throw ValueError("genetic elite_fraction must be <= 1");
   return fraction;
 }
 

@@ -47,9 +47,9 @@ class GeneticTemplate : public SearchConfig {
   [[nodiscard]] Value initial_candidates() const override { return initial_candidates_; }
   [[nodiscard]] Value seed() const override { return seed_; }
   [[nodiscard]] Value restart_threshold() const override { return restart_threshold_; }
-  [[nodiscard]] double elite_fraction() const override { return elite_fraction_; }
-  [[nodiscard]] double diversity_weight() const override { return diversity_weight_; }
-  [[nodiscard]] double parsimony_weight() const override { return parsimony_weight_; }
+  [[nodiscard]] Value elite_fraction() const override { return elite_fraction_; }
+  [[nodiscard]] Value diversity_weight() const override { return diversity_weight_; }
+  [[nodiscard]] Value parsimony_weight() const override { return parsimony_weight_; }
   // A new mapping at each call.
   [[nodiscard]] Mapping operator_rates() const override;
   [[nodiscard]] Value max_improvement_depth() const override { return max_improvement_depth_; }
@@ -57,7 +57,7 @@ class GeneticTemplate : public SearchConfig {
     return max_improvement_candidates_;
   }
   [[nodiscard]] Value max_improvement_rounds() const override { return max_improvement_rounds_; }
-  [[nodiscard]] double process_timeout_seconds() const override { return process_timeout_seconds_; }
+  [[nodiscard]] Value process_timeout_seconds() const override { return process_timeout_seconds_; }
 
   // The seed graphs as new plain values, which share nothing with the template; absent without any.
   [[nodiscard]] Value thawed_initial_candidates() const;
@@ -76,14 +76,14 @@ class GeneticTemplate : public SearchConfig {
   Value seed_;
   Value rng_state_;
   Value restart_threshold_;
-  double elite_fraction_;
-  double diversity_weight_;
-  double parsimony_weight_;
+  Value elite_fraction_;
+  Value diversity_weight_;
+  Value parsimony_weight_;
   Mapping operator_rates_;
   Value max_improvement_depth_;
   Value max_improvement_candidates_;
   Value max_improvement_rounds_;
-  double process_timeout_seconds_;
+  Value process_timeout_seconds_;
 };
 
 // A seed from the host's secure random bits: 63 of them, and 1 in place of 0.

@@ -14,6 +14,7 @@
 #include "search_templates/genetic/settings/reason_tables.hpp"
 #include "search_templates/genetic/submission/recording.hpp"
 #include "search_templates/genetic/submission/submitting.hpp"
+#include "search_templates/genetic/value/arithmetic.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/operations.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -38,11 +39,7 @@ bool is_reached(std::int64_t count, const Value& limit) {
 
 // What a limit leaves; absent for no limit.
 Value what_is_left(const Value& limit, std::int64_t count) {
-  if (limit.is_absent()) return {};
-  if (is_instance_of(limit, Kind::kInteger) || limit.is_boolean()) {
-    return integer_sum(to_integer(limit), -count);
-  }
-  return as_number(limit) - static_cast<double>(count);
+  return limit.is_absent() ? Value() : minus(limit, count);
 }
 
 List graphs_of(const List& improvements) {

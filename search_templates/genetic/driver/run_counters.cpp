@@ -61,7 +61,7 @@ Value RunCounters::count_process_evaluation_failures(const Value& error) {
   ProcessEvaluation& process_evaluation = host_.process_evaluation();
   Value reason = attribute(error, keys::kTerminalReason.view()).value_or(Value());
   if (!truth(reason)) reason = process_evaluation.terminal_worker_failed();
-  reason = str(reason);
+  reason = text_form(reason);
   if (!is_same_or_equal(reason, process_evaluation.terminal_process_priority_failed())) {
     const Value count = attribute(error, keys::kFailureCount.view()).value_or(1);
     failure_count_ = saturated_sum(failure_count_, saturated_integer(to_integer(count)));

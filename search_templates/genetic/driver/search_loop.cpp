@@ -21,6 +21,7 @@
 #include "search_templates/genetic/settings/reason_tables.hpp"
 #include "search_templates/genetic/submission/recording.hpp"
 #include "search_templates/genetic/submission/submitting.hpp"
+#include "search_templates/genetic/value/arithmetic.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
@@ -70,9 +71,8 @@ class SearchRun {
       return pause();
     }
 
-    const DeduplicatedBatch unique =
-        run_deduplicated_batch(context_, config_.batch_size(), config_,
-                               environment_.fresh_candidates, batch, seen_graph_keys_);
+    const DeduplicatedBatch unique = run_deduplicated_batch(
+        context_, config_, environment_.fresh_candidates, batch, seen_graph_keys_);
     counters_.count_duplicates(unique.duplicate_count);
     if (unique.graphs.empty()) return all_duplicates();
     if (GenerationObserver* const observer = host_.generation_observer()) {
@@ -189,10 +189,10 @@ class SearchRun {
       Value score = candidate_eliteness(host_.eliteness(), *candidate, config_.diversity_weight(),
                                         config_.parsimony_weight());
       // The first of equal scores stays.
-      if (!batch_score || less(*batch_score, score)) batch_score = std::move(score);
+      if (!batch_score || greater(score, *batch_score)) batch_score = std::move(score);
     }
     // A score that is itself absent counts as none yet.
-    if (best_score_.is_absent() || less(best_score_, *batch_score)) {
+    if (best_score_.is_absent() || greater(*batch_score, best_score_)) {
       best_score_ = *batch_score;
       stagnant_batches_ = 0;
     } else {

@@ -100,7 +100,7 @@ EvaluationFailure evaluation_exception_failure(RuntimeReadiness& runtime, const 
     detail += str(error);
     return {reasons::kSdkRuntimeNotReady, detail};
   }
-  return {reasons::kEvaluateException, str(error)};
+  return {reasons::kEvaluateException, text_form(error)};
 }
 
 DerivedFailure derive_candidate_failure(SearchContext& context, const Mapping& record,
@@ -116,7 +116,7 @@ DerivedFailure derive_candidate_failure(SearchContext& context, const Mapping& r
 
   const Value tracked_reason = tracking.get(keys::kFailureReason);
   if (truth(tracked_reason)) {
-    return {str(tracked_reason), tracking.get(keys::kFailureDetail), std::move(tracking)};
+    return {text_form(tracked_reason), tracking.get(keys::kFailureDetail), std::move(tracking)};
   }
   if (truth(record.get(keys::kPassed)) || stats.is_absent()) {
     return {Value(), Value(), std::move(tracking)};
@@ -175,9 +175,9 @@ Mapping candidate_process_evaluation_error_result(ProcessEvaluation& process_eva
                                                   const Value& error) {
   Value reason = attribute(error, keys::kTerminalReason.view()).value_or(Value());
   if (!truth(reason)) reason = process_evaluation.terminal_worker_failed();
-  reason = str(reason);
+  reason = text_form(reason);
   Value detail = attribute(error, keys::kDetail.view()).value_or(Value());
-  detail = truth(detail) ? str(detail) : str(error);
+  detail = text_form(truth(detail) ? detail : error);
 
   Mapping result(11);
   result.set(keys::kGraph, plain_graph_data(graph));

@@ -83,6 +83,15 @@ class Gates {
     return operation(evidence);
   }
 
+  // The two operations above for a caller that reads their arguments once they have been found. A
+  // host that finds its operations by name overrides these.
+  [[nodiscard]] virtual DetailOperation required_recorded_failure_detail() {
+    return [this](const FailureEvidence& evidence) { return recorded_failure_detail(evidence); };
+  }
+  [[nodiscard]] virtual Operation<Value(const Value& stats)> required_stats_gate_metrics() {
+    return [this](const Value& stats) { return stats_gate_metrics(stats); };
+  }
+
   // The verdict on a gate of the signal pool. A failed one is made by the first where there is one,
   // otherwise by the second; a passed one by the second; without either it is a mapping of the
   // search.

@@ -12,6 +12,7 @@
 #include <optional>
 #include <string_view>
 
+#include "search_templates/genetic/host/callable.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -74,6 +75,37 @@ class PoolMetrics {
       const PoolMetricRequest& request, const Value& thresholds) = 0;
   [[nodiscard]] virtual Value submission_correlation_from_backtest_or_compute(
       const PoolMetricRequest& request) = 0;
+
+  // Four of the operations above for a caller that reads their arguments once they have been found.
+  // A host that finds its operations by name overrides these.
+  using Membership = Operation<Value(const Value& era_config, const Value& signal_pool_name,
+                                     const Value& sync_manager)>;
+  [[nodiscard]] virtual Membership required_refresh_submission_manifest_membership() {
+    return
+        [this](const Value& era_config, const Value& signal_pool_name, const Value& sync_manager) {
+          return refresh_submission_manifest_membership(era_config, signal_pool_name, sync_manager);
+        };
+  }
+  using Metaparameters =
+      Operation<Value(const Value& signal_pool_name, const Value& metaparameters)>;
+  [[nodiscard]] virtual Metaparameters required_evaluation_metaparameters_for_pool() {
+    return [this](const Value& signal_pool_name, const Value& metaparameters) {
+      return evaluation_metaparameters_for_pool(signal_pool_name, metaparameters);
+    };
+  }
+  using Backtest = Operation<Value(const BacktestRequest& request)>;
+  [[nodiscard]] virtual Backtest required_call_backtester_with_transform_context() {
+    return [this](const BacktestRequest& request) {
+      return call_backtester_with_transform_context(request);
+    };
+  }
+  using PnlMi = Operation<Value(const PoolMetricRequest& request, const Value& thresholds)>;
+  [[nodiscard]] virtual PnlMi required_submission_pnl_mi_from_backtest_or_compute() {
+    return [this](const PoolMetricRequest& request, const Value& thresholds) {
+      return submission_pnl_mi_from_backtest_or_compute(request, thresholds);
+    };
+  }
+
   // The error object when `error`, which one of these two threw and which is on its way out, says
   // that the pool's data is not ready yet: the candidate is then pending. It may be of any class,
   // even one that is not an ordinary error.

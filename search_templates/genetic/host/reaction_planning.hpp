@@ -42,6 +42,14 @@ class ReactionPlanning {
   // source. Neither the result nor the request is changed. What it throws ends the run.
   [[nodiscard]] virtual Value derive_reaction_improvements(const Value& result,
                                                            const ReactionRequest& request) = 0;
+  // The same operation for a caller that makes the request once it has been found. A host that
+  // finds its operations by name overrides this.
+  [[nodiscard]] virtual Operation<Value(const Value& result, const ReactionRequest& request)>
+  required_derive_reaction_improvements() {
+    return [this](const Value& result, const ReactionRequest& request) {
+      return derive_reaction_improvements(result, request);
+    };
+  }
 };
 
 // The planner of a host that repairs nothing.

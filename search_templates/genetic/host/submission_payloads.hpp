@@ -22,6 +22,14 @@ class SubmissionPayloads {
   // Writes the client's manifest into the payload. A failure propagates.
   virtual void annotate_submission_client_manifest(Mapping& /*payload*/,
                                                    const Value& /*sync_manager*/) {}
+  // The same operation for a caller that reads the arguments once it has been found. A host that
+  // finds its operations by name overrides this.
+  [[nodiscard]] virtual Operation<void(Mapping& payload, const Value& sync_manager)>
+  required_annotate_submission_client_manifest() {
+    return [this](Mapping& payload, const Value& sync_manager) {
+      annotate_submission_client_manifest(payload, sync_manager);
+    };
+  }
 };
 
 }  // namespace varnholt::genetic

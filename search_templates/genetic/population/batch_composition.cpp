@@ -8,6 +8,8 @@
 #include "search_templates/genetic/population/parent_pool.hpp"
 #include "search_templates/genetic/population/parent_scoring.hpp"
 #include "search_templates/genetic/population/score_order.hpp"
+#include "search_templates/genetic/value/arithmetic.hpp"
+#include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::genetic {
@@ -41,7 +43,10 @@ class Composition {
       : graph_depth_(graph_depth), settings_(settings) {}
 
   [[nodiscard]] bool is_full() const {
-    return static_cast<std::int64_t>(batch_.size()) >= settings_.batch_size;
+    return compares(Comparison::kAtLeast, size(), settings_.batch_size);
+  }
+  [[nodiscard]] bool has_room() const {
+    return compares(Comparison::kLess, size(), settings_.batch_size);
   }
 
   // Whether an item was added.
@@ -53,9 +58,22 @@ class Composition {
     return true;
   }
 
-  [[nodiscard]] List take() { return std::move(batch_); }
+  // At most as many items as were asked for; the size must be an index here.
+  [[nodiscard]] List take() {
+    const bool is_index = catching(
+        {ErrorKind::kTypeError},
+        [this] {
+          static_cast<void>(saturated_integer(settings_.batch_size));
+          return true;
+        },
+        [](const Error&) { return false; });
+    if (is_index) return std::move(batch_);
+    throw TypeError("slice indices must be integers or None or have an __index__ method");
+  }
 
  private:
+  [[nodiscard]] Value size() const { return static_cast<std::int64_t>(batch_.size()); }
+
   GraphDepth& graph_depth_;
   const CompositionSettings& settings_;
   List batch_;
@@ -71,11 +89,11 @@ List compose_next_batch(GraphDepth& graph_depth, Eliteness& eliteness, const Val
   const List elite_pool = diverse_parent_pool(eliteness, scored_pool(eliteness, prior, settings),
                                               settings.elite_fraction, settings.diversity_weight,
                                               settings.parsimony_weight);
-  const bool exploration_first = settings.diversity_weight > 0.0;
+  const bool exploration_first = greater(settings.diversity_weight, 0.0);
   const auto breed = [&] { return elite_factory(elite_pool, rng); };
 
   Composition batch(graph_depth, settings);
-  while (!batch.is_full()) {
+  while (batch.has_room()) {
     bool added = false;
     if (exploration_first && fresh_random_factory) {
       added = batch.add(fresh_random_factory, kFreshRandom);

@@ -1,7 +1,6 @@
 // The public breeding step: the next batch from the results of the last.
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <memory>
 
@@ -20,10 +19,10 @@ using EliteFactory =
     std::function<Value(const List& parents, const std::shared_ptr<RandomGenerator>& rng)>;
 
 struct CompositionSettings {
-  std::int64_t batch_size = 0;
-  double elite_fraction = 0.0;  // Sets the size of the parent pool, not the mix of the batch.
-  double diversity_weight = 0.0;
-  double parsimony_weight = 0.0;
+  Value batch_size = 0;
+  Value elite_fraction = 0.0;  // Sets the size of the parent pool, not the mix of the batch.
+  Value diversity_weight = 0.0;
+  Value parsimony_weight = 0.0;
   Value max_depth;     // Absent is no limit.
   Callable validator;  // May be empty.
 };

@@ -98,8 +98,9 @@ Value candidate_batch(const SearchEnvironment& environment, SearchContext& conte
   const std::int64_t batch_size = saturated_integer(config.batch_size());
   if (batch_index == 0) {
     // Seeds are for batch 0 alone, and come before a restart.
-    const Value seeds = config.initial_candidates();
-    if (!seeds.is_absent()) return thawed_seeds(environment.host, seeds, batch_size);
+    if (!config.initial_candidates().is_absent()) {
+      return thawed_seeds(environment.host, config.initial_candidates(), batch_size);
+    }
   }
   if (batch_index == 0 || force_restart) {
     return fresh_start(context, config, fresh_candidates, batch_size, force_restart);

@@ -14,9 +14,14 @@ namespace {
 // Attempts for each graph that is wanted, and the fewest in all.
 constexpr std::int64_t kBackfillAttempts = 20;
 
-std::int64_t max_backfill_attempts(std::int64_t batch_size) {
+std::int64_t smaller(const Value& left, const Value& right) {
+  return saturated_integer(less(right, left) ? right : left);
+}
+
+std::int64_t max_backfill_attempts(const Value& batch_size) {
+  const std::int64_t wanted = saturated_integer(batch_size);
   constexpr std::int64_t kLargest = std::numeric_limits<std::int64_t>::max() / kBackfillAttempts;
-  return std::max(std::min(batch_size, kLargest) * kBackfillAttempts, kBackfillAttempts);
+  return std::max(std::min(wanted, kLargest) * kBackfillAttempts, kBackfillAttempts);
 }
 
 List list_of(const Value& sequence) {
@@ -39,14 +44,14 @@ List deduplicate_graphs(const Value& graphs) {
   return unique;
 }
 
-DeduplicatedBatch run_deduplicated_batch(SearchContext& context, const Value& batch_size,
-                                         RandomStream& random_stream,
+DeduplicatedBatch run_deduplicated_batch(SearchContext& context, SearchConfig& config,
                                          FreshCandidates& fresh_candidates, const Value& graphs,
                                          SeenGraphs& seen) {
-  const std::int64_t wanted = saturated_integer(batch_size);
-  const auto target_size = std::min(wanted, static_cast<std::int64_t>(length(graphs)));
+  const Value batch_size = config.batch_size();
+  const auto target_size = smaller(batch_size, static_cast<std::int64_t>(length(graphs)));
   const List pending = list_of(graphs);
-  const std::int64_t attempt_limit = max_backfill_attempts(wanted);
+  // Read a second time on purpose: every setting is read where it is used.
+  const std::int64_t attempt_limit = max_backfill_attempts(config.batch_size());
 
   DeduplicatedBatch batch;
   batch.generated_count = static_cast<std::int64_t>(pending.size());
@@ -62,7 +67,7 @@ DeduplicatedBatch run_deduplicated_batch(SearchContext& context, const Value& ba
     } else {
       if (backfill_attempt_count >= attempt_limit) break;
       // Asked again at each attempt as long as there is none.
-      if (rng == nullptr) rng = random_stream.rng_for_batch();
+      if (rng == nullptr) rng = config.rng_for_batch();
       const Value fresh = fresh_candidates.draw(context, 1, rng);
       batch.generated_count += static_cast<std::int64_t>(length(fresh));
       if (!truth(fresh)) break;
@@ -81,7 +86,7 @@ DeduplicatedBatch run_deduplicated_batch(SearchContext& context, const Value& ba
     batch.graphs.append(std::move(graph));
   }
 
-  if (rng != nullptr) random_stream.store_rng_state(rng);
+  if (rng != nullptr) config.store_rng_state(rng);
   return batch;
 }
 

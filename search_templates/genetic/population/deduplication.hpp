@@ -37,9 +37,7 @@ struct DeduplicatedBatch {
 //
 // The random stream is fetched at the first replacement and stored once, after the last; when
 // something fails in between, the draws made so far are not stored.
-[[nodiscard]] DeduplicatedBatch run_deduplicated_batch(SearchContext& context,
-                                                       const Value& batch_size,
-                                                       RandomStream& random_stream,
+[[nodiscard]] DeduplicatedBatch run_deduplicated_batch(SearchContext& context, SearchConfig& config,
                                                        FreshCandidates& fresh_candidates,
                                                        const Value& graphs, SeenGraphs& seen);
 

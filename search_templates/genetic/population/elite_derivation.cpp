@@ -13,6 +13,7 @@
 #include "search_templates/genetic/population/parent_scoring.hpp"
 #include "search_templates/genetic/population/score_order.hpp"
 #include "search_templates/genetic/settings/operator_rates.hpp"
+#include "search_templates/genetic/value/arithmetic.hpp"
 #include "search_templates/genetic/value/copy.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/keys.hpp"
@@ -32,15 +33,14 @@ constexpr std::array kOperators = {kCrossover, kPointMutation, kSubtreeMutation,
 constexpr double kWeightFloor = 0.001;
 constexpr std::int64_t kReplacements = 3;
 
-double rate_of(const Mapping& rates, Key name) {
-  const std::optional<Value> rate = rates.find(name);
-  return rate ? as_number(*rate) : 0.0;
+Value rate_of(const Mapping& rates, Key name) {
+  return rates.get(name, 0.0);
 }
 
-List first_parents(const List& parents, double elite_fraction) {
+List first_parents(const List& parents, const Value& elite_fraction) {
   const auto size = static_cast<std::int64_t>(parents.size());
   const std::int64_t count =
-      std::clamp<std::int64_t>(rounded_count(static_cast<double>(size) * elite_fraction), 1, size);
+      std::clamp<std::int64_t>(saturated_integer(rounded(times(size, elite_fraction))), 1, size);
   List eligible(static_cast<std::size_t>(count));
   for (std::int64_t i = 0; i < count; ++i)
     eligible.append(parents.at(static_cast<std::size_t>(i)));
@@ -54,7 +54,7 @@ struct ParentIndices {
 
 ParentIndices choose_parents(Eliteness& eliteness, const List& eligible, RandomGenerator* rng,
                              const DerivationSettings& settings) {
-  if (settings.elite_fraction >= 1.0 && eligible.size() >= 2) {
+  if (compares(Comparison::kAtLeast, settings.elite_fraction, 1.0) && eligible.size() >= 2) {
     return {static_cast<std::int64_t>(eligible.size()) - 1, 0};
   }
   ParentIndices indices;
@@ -125,24 +125,24 @@ class Derivation {
 }  // namespace
 
 Key choose_operator(const Mapping& operator_rates, RandomGenerator* rng) {
-  const double total = sum_of_rates(operator_rates);
-  if (total <= 0.0) throw ValueError(kNoPositiveRate);
-  const double target = rng == nullptr ? 0.0 : rng->random() * total;
-  double running = 0.0;
+  const Value total = sum_of_rates(operator_rates);
+  if (at_most(total, 0.0)) throw ValueError(kNoPositiveRate);
+  const Value target = rng == nullptr ? Value(0.0) : times(rng->random(), total);
+  Value running = 0.0;
   for (const Key name : kOperators) {
-    const double rate = rate_of(operator_rates, name);
-    running += rate;
-    if (target <= running && rate > 0.0) return name;
+    const Value rate = rate_of(operator_rates, name);
+    running = plus(running, rate);
+    if (at_most(target, running) && greater(rate, 0.0)) return name;
   }
   // A leftover of rounding can pass all four.
   for (const Key name : kOperators) {
-    if (rate_of(operator_rates, name) > 0.0) return name;
+    if (greater(rate_of(operator_rates, name), 0.0)) return name;
   }
   throw ValueError(kNoPositiveRate);  // Unknown names alone carry the total.
 }
 
 std::int64_t weighted_parent_index(Eliteness& eliteness, const List& parents, RandomGenerator* rng,
-                                   double diversity_weight, double parsimony_weight) {
+                                   const Value& diversity_weight, const Value& parsimony_weight) {
   if (parents.empty()) throw ValueError("parent selection requires at least one parent");
   if (rng == nullptr || parents.size() == 1) return 0;
 
@@ -154,18 +154,18 @@ std::int64_t weighted_parent_index(Eliteness& eliteness, const List& parents, Ra
   const Value floor =
       *std::min_element(scores.begin(), scores.end(),
                         [](const Value& left, const Value& right) { return less(left, right); });
-  std::vector<double> weights;
+  std::vector<Value> weights;
   weights.reserve(scores.size());
-  double total = 0.0;
-  for (const Value& score : scores) {
-    weights.push_back(difference(score, floor) + kWeightFloor);
-    total += weights.back();
-  }
-  const double target = rng->random() * total;
-  double running = 0.0;
+  for (const Value& score : scores)
+    weights.push_back(plus(minus(score, floor), kWeightFloor));
+  Value total = 0;
+  for (const Value& weight : weights)
+    total = plus(total, weight);
+  const Value target = times(rng->random(), total);
+  Value running = 0.0;
   for (std::size_t index = 0; index < weights.size(); ++index) {
-    running += weights[index];
-    if (target <= running) return static_cast<std::int64_t>(index);
+    running = plus(running, weights[index]);
+    if (at_most(target, running)) return static_cast<std::int64_t>(index);
   }
   return static_cast<std::int64_t>(weights.size()) - 1;
 }
@@ -187,22 +187,22 @@ std::int64_t data_graph_child_count(const Value& graph) {
 }
 
 Value restore_elite_root_node(const Value& child, const Value& elite_root_node,
-                              std::int64_t elite_data_child_count, const Callable& validator) {
+                              const Value& elite_data_child_count, const Callable& validator) {
   std::optional<Mapping> node = as_mapping(child);
-  if (!node || !truth(elite_root_node) || data_graph_child_count(child) != elite_data_child_count) {
-    return child;
-  }
+  if (!node || !truth(elite_root_node)) return child;
+  const Value data_child_count = data_graph_child_count(child);
+  if (!(data_child_count == elite_data_child_count)) return child;
   const Value original_node = node->get(keys::kNode);
   node->set(keys::kNode, elite_root_node);
   if (!validator) return child;
   try {
     validator({child});
-    return child;
   } catch (const std::exception&) {
-    // The child keeps its own root; a child without one gets an absent one.
+    // The child keeps its own root; a child without one gets an absent one. What the validator then
+    // throws is thrown while its first refusal is being handled.
     node->set(keys::kNode, original_node);
+    validator({child});
   }
-  validator({child});
   return child;
 }
 
@@ -228,7 +228,8 @@ Value elite_derived_graph(const SearchEnvironment& environment, SearchContext& c
   std::size_t applied = 1;
   Value child = offspring.with_root(offspring.apply(operation, replacements));
 
-  const double crossover_rate = rate_of(rates, kCrossover);
+  // The rates are reals: they have been validated.
+  const double crossover_rate = to_float(rate_of(rates, kCrossover));
   if (!Derivation::is(operation, kCrossover) && crossover_rate > 0.0 && rng != nullptr &&
       rng->random() < std::min(crossover_rate, 1.0)) {
     applied = 2;

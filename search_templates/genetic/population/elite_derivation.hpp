@@ -24,8 +24,9 @@ namespace varnholt::genetic {
 // A parent's index by its score: one draw, or 0 without a generator or with one parent. The worst
 // parent's weight is kept above zero. ValueError "parent selection requires at least one parent".
 [[nodiscard]] std::int64_t weighted_parent_index(Eliteness& eliteness, const List& parents,
-                                                 RandomGenerator* rng, double diversity_weight,
-                                                 double parsimony_weight);
+                                                 RandomGenerator* rng,
+                                                 const Value& diversity_weight,
+                                                 const Value& parsimony_weight);
 
 // The children of a graph that are features or rotations; 0 for anything but a mapping.
 [[nodiscard]] std::int64_t data_graph_child_count(const Value& graph);
@@ -34,13 +35,13 @@ namespace varnholt::genetic {
 // it back when the validator refuses it. Returns `child`. What the validator throws for the child's
 // own root propagates.
 Value restore_elite_root_node(const Value& child, const Value& elite_root_node,
-                              std::int64_t elite_data_child_count, const Callable& validator);
+                              const Value& elite_data_child_count, const Callable& validator);
 
 struct DerivationSettings {
   Value operator_rates;  // Absent or a mapping; the module's defaults replace missing entries.
-  double elite_fraction = 0.0;
-  double diversity_weight = 0.0;
-  double parsimony_weight = 0.0;
+  Value elite_fraction = 0.0;
+  Value diversity_weight = 0.0;
+  Value parsimony_weight = 0.0;
 };
 
 // A graph bred from `parents`, best first. With an elite fraction of 1.0 and two or more parents no

@@ -5,16 +5,18 @@
 #include <utility>
 
 #include "search_templates/genetic/settings/constants.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::genetic {
 
 List fresh_random_candidates(RandomWeighted& random_weighted, SearchContext& context,
-                             std::int64_t count, const std::shared_ptr<RandomGenerator>& rng) {
+                             const Value& count, const std::shared_ptr<RandomGenerator>& rng) {
   List candidates;
   const std::unique_ptr<ValueIterator> graphs = random_weighted.random_weighted_graphs(
       context, rng, genetic_random_weighted_log_context(), "genetic");
   if (graphs == nullptr) return candidates;
-  for (std::int64_t index = 0; index < count; ++index) {
+  const std::int64_t wanted = saturated_integer(count);
+  for (std::int64_t index = 0; index < wanted; ++index) {
     std::optional<Value> graph = graphs->next();
     if (!graph) break;
     candidates.append(*std::move(graph));

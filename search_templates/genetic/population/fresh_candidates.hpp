@@ -42,8 +42,9 @@ class FreshCandidates {
 
 // The source that takes graphs from the host's generator. The generator is advanced no further than
 // needed, so that no extra random draws are made, and released before the graphs are returned.
+// The count is looked at when there is a generator: TypeError for what is none.
 [[nodiscard]] List fresh_random_candidates(RandomWeighted& random_weighted, SearchContext& context,
-                                           std::int64_t count,
+                                           const Value& count,
                                            const std::shared_ptr<RandomGenerator>& rng);
 
 // fresh_random_candidates as the module's default source.

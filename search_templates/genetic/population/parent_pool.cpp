@@ -12,6 +12,7 @@
 #include "search_templates/genetic/population/node_names.hpp"
 #include "search_templates/genetic/population/parent_scoring.hpp"
 #include "search_templates/genetic/population/score_order.hpp"
+#include "search_templates/genetic/value/arithmetic.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/operations.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -27,8 +28,8 @@ double absolute_correlation(const Mapping& candidate) {
   return correlation.is_absent() ? 0.0 : std::abs(to_float(correlation));
 }
 
-double adjusted_score(const Value& base_score, double redundancy, double diversity_weight) {
-  return as_number(base_score) - redundancy * kRedundancyPenalty * diversity_weight;
+Value adjusted_score(const Value& base_score, double redundancy, const Value& diversity_weight) {
+  return minus(base_score, times(redundancy * kRedundancyPenalty, diversity_weight));
 }
 
 // A hash of a value that does not depend on the order of a mapping's keys: equal values hash alike.
@@ -82,16 +83,16 @@ bool same_record(const PoolCandidate& left, const PoolCandidate& right) {
 
 class ParentPool {
  public:
-  ParentPool(Eliteness& eliteness, double diversity_weight, double parsimony_weight)
+  ParentPool(Eliteness& eliteness, Value diversity_weight, Value parsimony_weight)
       : eliteness_(eliteness),
-        diversity_weight_(diversity_weight),
-        parsimony_weight_(parsimony_weight) {}
+        diversity_weight_(std::move(diversity_weight)),
+        parsimony_weight_(std::move(parsimony_weight)) {}
 
-  List pick(const Value& prior, double elite_fraction) {
+  List pick(const Value& prior, const Value& elite_fraction) {
     rank(best_of_each_structure(prior));
     if (unique_.empty()) return List();
     const std::int64_t target_size = target_of(elite_fraction);
-    if (diversity_weight_ <= 0.0) {
+    if (at_most(diversity_weight_, 0.0)) {
       List top;
       for (std::int64_t i = 0; i < target_size; ++i)
         top.append(at(i).candidate);
@@ -130,7 +131,8 @@ class ParentPool {
         continue;
       }
       const Value candidate_score = score(*candidate);
-      if (less(score(best[place->second]), candidate_score)) best[place->second] = *candidate;
+      const Value best_score = score(best[place->second]);
+      if (greater(candidate_score, best_score)) best[place->second] = *candidate;
     }
     return best;
   }
@@ -149,9 +151,9 @@ class ParentPool {
     }
   }
 
-  [[nodiscard]] std::int64_t target_of(double elite_fraction) const {
+  [[nodiscard]] std::int64_t target_of(const Value& elite_fraction) const {
     const auto size = static_cast<std::int64_t>(unique_.size());
-    std::int64_t target_size = rounded_count(static_cast<double>(size) * elite_fraction);
+    std::int64_t target_size = saturated_integer(rounded(times(size, elite_fraction)));
     if (target_size < kFewestParents) target_size = std::min(size, kFewestParents);
     return std::min(target_size, size);
   }
@@ -182,7 +184,7 @@ class ParentPool {
 
   // What a pass compares: the adjusted score, and the score with the caller's own weight.
   struct Rank {
-    double adjusted = 0.0;
+    Value adjusted;
     Value own;
   };
 
@@ -190,14 +192,16 @@ class ParentPool {
   // candidate in each pass.
   [[nodiscard]] Rank rank_of(PoolCandidate& candidate) {
     const Value base = candidate_eliteness(eliteness_, candidate.candidate, 0.0, parsimony_weight_);
-    const double adjusted = adjusted_score(base, redundancy_of(candidate), diversity_weight_);
-    return {adjusted, score(candidate.candidate)};
+    Value adjusted = adjusted_score(base, redundancy_of(candidate), diversity_weight_);
+    return {std::move(adjusted), score(candidate.candidate)};
   }
 
+  // As pairs are compared: the first parts that are neither the same object nor equal decide.
   [[nodiscard]] static bool is_greater(const Rank& left, const Rank& right) {
-    if (left.adjusted != right.adjusted) return left.adjusted > right.adjusted;
-    if (is_same_or_equal(left.own, right.own)) return false;
-    return less(right.own, left.own);
+    if (!is_same_or_equal(left.adjusted, right.adjusted)) {
+      return greater(left.adjusted, right.adjusted);
+    }
+    return !is_same_or_equal(left.own, right.own) && greater(left.own, right.own);
   }
 
   void select_greedily(std::int64_t target_size) {
@@ -240,8 +244,8 @@ class ParentPool {
   }
 
   Eliteness& eliteness_;
-  double diversity_weight_;
-  double parsimony_weight_;
+  Value diversity_weight_;
+  Value parsimony_weight_;
   NameTable names_;
   std::vector<PoolCandidate> unique_;  // Best first.
   std::vector<std::size_t> selected_;  // Places in `unique_`.
@@ -261,15 +265,15 @@ double selected_redundancy(const Value& candidate, const Value& selected) {
 }
 
 Value diversity_adjusted_parent_score(Eliteness& eliteness, const Value& candidate,
-                                      const Value& selected, double diversity_weight,
-                                      double parsimony_weight) {
+                                      const Value& selected, const Value& diversity_weight,
+                                      const Value& parsimony_weight) {
   Value base_score = candidate_eliteness(eliteness, candidate, 0.0, parsimony_weight);
-  if (diversity_weight <= 0.0) return base_score;
+  if (at_most(diversity_weight, 0.0)) return base_score;
   return adjusted_score(base_score, selected_redundancy(candidate, selected), diversity_weight);
 }
 
-List diverse_parent_pool(Eliteness& eliteness, const Value& prior, double elite_fraction,
-                         double diversity_weight, double parsimony_weight) {
+List diverse_parent_pool(Eliteness& eliteness, const Value& prior, const Value& elite_fraction,
+                         const Value& diversity_weight, const Value& parsimony_weight) {
   return ParentPool(eliteness, diversity_weight, parsimony_weight).pick(prior, elite_fraction);
 }
 

@@ -19,8 +19,9 @@ inline constexpr double kRedundancyPenalty = 5.0;
 // score is asked for without a diversity weight, on purpose, since it is applied here; at or below
 // 0.0 no redundancy is computed.
 [[nodiscard]] Value diversity_adjusted_parent_score(Eliteness& eliteness, const Value& candidate,
-                                                    const Value& selected, double diversity_weight,
-                                                    double parsimony_weight);
+                                                    const Value& selected,
+                                                    const Value& diversity_weight,
+                                                    const Value& parsimony_weight);
 
 // The parent pool, best first: the best candidate of each structure, of those a share of
 // `elite_fraction` (rounded, ties to even; at least three where there are three), picked greedily
@@ -31,7 +32,7 @@ inline constexpr double kRedundancyPenalty = 5.0;
 // uses it, the adjusted score is built on a score without it, and ties are broken by a score with
 // it.
 [[nodiscard]] List diverse_parent_pool(Eliteness& eliteness, const Value& prior,
-                                       double elite_fraction, double diversity_weight,
-                                       double parsimony_weight);
+                                       const Value& elite_fraction, const Value& diversity_weight,
+                                       const Value& parsimony_weight);
 
 }  // namespace varnholt::genetic

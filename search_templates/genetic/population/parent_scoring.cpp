@@ -5,8 +5,8 @@
 
 namespace varnholt::genetic {
 
-Value candidate_eliteness(Eliteness& eliteness, const Value& candidate, double diversity_weight,
-                          double parsimony_weight) {
+Value candidate_eliteness(Eliteness& eliteness, const Value& candidate,
+                          const Value& diversity_weight, const Value& parsimony_weight) {
   // A pool asks for two scores a candidate and parent, so the keywords are set without looking
   // whether they are there.
   Mapping keywords(4);

@@ -7,8 +7,9 @@
 namespace varnholt::genetic {
 
 // The host's score of a candidate: one call, with no sibling correlations and with the correlation
-// as the record holds it, also when that is absent.
+// as the record holds it, also when that is absent. The weights go to the host as they are.
 [[nodiscard]] Value candidate_eliteness(Eliteness& eliteness, const Value& candidate,
-                                        double diversity_weight, double parsimony_weight);
+                                        const Value& diversity_weight,
+                                        const Value& parsimony_weight);
 
 }  // namespace varnholt::genetic

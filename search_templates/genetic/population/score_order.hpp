@@ -1,7 +1,6 @@
 // Orders by score, as the host's language orders numbers.
 #pragma once
 
-#include <cstdint>
 #include <vector>
 
 #include "search_templates/genetic/value/value.hpp"
@@ -14,12 +13,8 @@ struct ScoredCandidate {
   Value candidate;
 };
 
-// Sorts by score, highest first; equal scores keep their order. A NaN comes last, so that the order
-// is total.
+// Sorts by score, highest first; equal scores keep their order. Where the scores have no order, a
+// NaN among them for instance, the outcome is that of the host's own sort (list_order.hpp).
 void sort_highest_first(std::vector<ScoredCandidate>& candidates);
-
-// `value` rounded to an integer, ties to even, and clamped to the range of counts. ValueError for a
-// NaN, OverflowError for an infinity.
-[[nodiscard]] std::int64_t rounded_count(double value);
 
 }  // namespace varnholt::genetic

@@ -93,8 +93,8 @@ void ProcessAttemptLedger::pre_dispatch(const Value& event) {
   }
   if (truth(item(state, keys::kDispatched))) throw RuntimeError(kDispatchedTwice);
   const Value metadata = required_attribute(item(event, keys::kCandidate), keys::kMetadata.view());
-  writable_mapping(metadata).set(keys::kProcessAttempt, attempt_number);
-  writable_mapping(state).set(keys::kDispatched, true);
+  expected_record(metadata).set(keys::kProcessAttempt, attempt_number);
+  expected_record(state).set(keys::kDispatched, true);
   records_.current_attempt().set(candidate_index, attempt_number);
 }
 
@@ -107,7 +107,7 @@ void ProcessAttemptLedger::lifecycle(const Value& event) {
   if (!has_started && !(event_name == kFailed)) {
     throw RuntimeError(kUnknownEvent + repr(event_name));
   }
-  Mapping state = writable_mapping(state_for_event(event).second);
+  Mapping state = expected_record(state_for_event(event).second);
   if (has_started) {
     state.set(keys::kWorkerStarted, true);
     return;
@@ -143,7 +143,7 @@ void ProcessAttemptLedger::progress(const Value& event) {
   const Value marker_attempt_id =
       write_parent_process_evaluation_attempt_marker(host_, *records_.context(), event);
   if (!marker_attempt_id.is_absent()) {
-    writable_mapping(state).set(keys::kMarkerAttemptId, marker_attempt_id);
+    expected_record(state).set(keys::kMarkerAttemptId, marker_attempt_id);
   }
 }
 
@@ -203,7 +203,7 @@ void ProcessAttemptLedger::mark_parent_finalized(const Value& candidate_index) {
   const Value attempt_number = records_.current_attempt().get(index);
   if (attempt_number.is_absent()) return;
   const Value state = records_.states().at(attempt_key(index, attempt_number));
-  writable_mapping(state).set(keys::kFinalized, true);
+  expected_record(state).set(keys::kFinalized, true);
   clear_marker(state);
 }
 
@@ -233,7 +233,7 @@ void ProcessAttemptLedger::finalize_state(const Value& state, const Value& reaso
     flags.cancelled = context->submission_cancelled();
     finalize_process_failure_attempt(host_, *context, attempt_id, reason, detail, flags);
   }
-  writable_mapping(state).set(keys::kFinalized, true);
+  expected_record(state).set(keys::kFinalized, true);
   clear_marker(state);
 }
 

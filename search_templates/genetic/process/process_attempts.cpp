@@ -51,7 +51,7 @@ Key threshold_verdict(AttemptFlags flags) {
 }
 
 Value text_or_absent(const Value& detail) {
-  return detail.is_absent() ? Value() : Value(str(detail));
+  return detail.is_absent() ? Value() : text_form(detail);
 }
 
 Value expected_columns(SearchContext& context) {
@@ -73,7 +73,7 @@ Value threshold_set(Host& host, SearchContext& context) {
 Mapping threshold_gate(Host& host, SearchContext& context, const Value& reason, const Value& detail,
                        const Value& not_evaluated, AttemptFlags flags) {
   return {{keys::kVerdict, threshold_verdict(flags)},
-          {keys::kReason, str(reason)},
+          {keys::kReason, text_form(reason)},
           {keys::kDetail, text_or_absent(detail)},
           {keys::kThresholdSet, threshold_set(host, context)},
           {keys::kStatsVerdict, new_mapping(not_evaluated)},
@@ -126,15 +126,16 @@ void finalize_process_failure_attempt(Host& host, SearchContext& context, const 
           .per_column_inventory = empty_column_inventory(host, context),
           .threshold_gate = threshold_gate(host, context, reason, detail, not_evaluated, flags),
           .failure_category = was.failure_category,
-          .failure_reason = flags.cancelled ? Value(kSearchStopped) : Value(str(reason)),
+          .failure_reason = flags.cancelled ? Value(kSearchStopped) : text_form(reason),
           .failure_detail = text_or_absent(detail),
           .classification_source = was.source,
       });
 }
 
 Mapping process_attempt_blocker(const Value& reason, const Value& detail, AttemptFlags flags) {
-  Mapping blocker{{keys::kType, classification(flags).blocker_type}, {keys::kReason, str(reason)}};
-  if (!detail.is_absent()) blocker.set(keys::kDetail, str(detail));
+  Mapping blocker{{keys::kType, classification(flags).blocker_type},
+                  {keys::kReason, text_form(reason)}};
+  if (!detail.is_absent()) blocker.set(keys::kDetail, text_form(detail));
   return blocker;
 }
 

@@ -37,6 +37,7 @@ Value derive_reaction_improvements(const ReactionEnvironment& environment, const
                                    const Value& max_plans, const Value& extra_data_graphs) {
   const Value prepared = environment.expanded(result);
   if (!has_reaction_failure(prepared)) return List();
+  const auto derive = environment.host.reaction_planning().required_derive_reaction_improvements();
   SearchContext& context = environment.context;
   ReactionRequest request;
   request.vocabulary = context.vocabulary().value_or(Value(Mapping()));
@@ -47,7 +48,7 @@ Value derive_reaction_improvements(const ReactionEnvironment& environment, const
   request.improvement_depth = integer_sum(improvement_depth(prepared), 1);
   request.max_plans = max_plans;
   request.extra_data_graphs = extra_data_graphs;
-  return environment.host.reaction_planning().derive_reaction_improvements(prepared, request);
+  return derive(prepared, request);
 }
 
 Value derive_reaction_improvement(const ReactionEnvironment& environment, const Value& result) {

@@ -50,14 +50,15 @@ std::optional<Value> gate_result(Gates& gates, const Value& result, const Value&
 
 Mapping expanded_failure(Gates& gates, const Value& reason, const Value& gate_failure) {
   const Value metric = gates.threshold_gate_failure_metric(gate_failure);
-  const Value detail = gates.recorded_failure_detail(
-      {.reason = reason,
-       .metric = metric,
-       .value = attribute_or_absent(gate_failure, keys::kActual),
-       .threshold = attribute_or_absent(gate_failure, keys::kThreshold),
-       .gate = attribute_or_absent(gate_failure, keys::kGate),
-       .comparison = attribute_or_absent(gate_failure, keys::kOperator),
-       .category = attribute_or_absent(gate_failure, keys::kCategory)});
+  const DetailOperation recorded_failure_detail = gates.required_recorded_failure_detail();
+  const Value detail =
+      recorded_failure_detail({.reason = reason,
+                               .metric = metric,
+                               .value = attribute_or_absent(gate_failure, keys::kActual),
+                               .threshold = attribute_or_absent(gate_failure, keys::kThreshold),
+                               .gate = attribute_or_absent(gate_failure, keys::kGate),
+                               .comparison = attribute_or_absent(gate_failure, keys::kOperator),
+                               .category = attribute_or_absent(gate_failure, keys::kCategory)});
   return {{keys::kReason, reason}, {keys::kDetail, detail}};
 }
 
@@ -109,7 +110,8 @@ Value stats_gate_metrics_for_result(Gates& gates, const Value& result) {
   if (const std::optional<Mapping> record = as_mapping(result)) {
     // Two reads on purpose: a record of the host may make what it gives.
     if (!record->get(keys::kStats).is_absent()) {
-      return gates.stats_gate_metrics(record->at(keys::kStats));
+      const auto stats_gate_metrics = gates.required_stats_gate_metrics();
+      return stats_gate_metrics(record->at(keys::kStats));
     }
   }
   return gates.stats_gate_metrics(result);

@@ -153,10 +153,9 @@ bool NearMissKey::is_less_than(const NearMissKey& other) const {
 NearMissKey actionable_near_miss_key(const ReactionEnvironment& environment, const Value& result) {
   NearMissKey key;
   key.progress = failure_progress_key(environment.host.json_reader(), result);
-  key.negated_eliteness =
-      negated(candidate_eliteness(environment.host.eliteness(), result,
-                                  to_float(environment.constants.default_diversity_weight()),
-                                  to_float(environment.constants.default_parsimony_weight())));
+  key.negated_eliteness = negated(candidate_eliteness(
+      environment.host.eliteness(), result, environment.constants.default_diversity_weight(),
+      environment.constants.default_parsimony_weight()));
   key.priority = reaction_priority_key(result);
   return key;
 }

@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "search_templates/genetic/settings/validators.hpp"
+#include "search_templates/genetic/value/arithmetic.hpp"
 #include "search_templates/genetic/value/copy.hpp"
 #include "search_templates/genetic/value/errors.hpp"
-#include "search_templates/genetic/value/operations.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::genetic {
@@ -45,17 +45,17 @@ Mapping complete_operator_rates(const Value& operator_rates, const Mapping& defa
     const std::string key = str(entry->key);
     rates.set(key, nonnegative_float(entry->value, "operator_rates." + key));
   }
-  if (sum_of_rates(rates) <= 0.0) throw ValueError(kNoPositiveRate);
+  if (at_most(sum_of_rates(rates), 0.0)) throw ValueError(kNoPositiveRate);
   return rates;
 }
 
-double sum_of_rates(const Mapping& rates) {
+Value sum_of_rates(const Mapping& rates) {
   // Added up from left to right without compensation: the last bit of an operator draw's target
   // depends on it.
-  double sum = 0.0;
+  Value sum = 0;
   MappingCursor cursor(rates);
   while (const std::optional<MappingEntry> entry = cursor.next())
-    sum += as_number(entry->value);
+    sum = plus(sum, entry->value);
   return sum;
 }
 

@@ -21,6 +21,6 @@ inline constexpr const char* kNoPositiveRate =
 
 // All rates, those of names that are not operators included. TypeError for one that is not a
 // number.
-[[nodiscard]] double sum_of_rates(const Mapping& rates);
+[[nodiscard]] Value sum_of_rates(const Mapping& rates);
 
 }  // namespace varnholt::genetic

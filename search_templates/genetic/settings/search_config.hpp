@@ -30,15 +30,15 @@ class SearchConfig : public RandomStream {
   [[nodiscard]] virtual Value initial_candidates() const = 0;
   [[nodiscard]] virtual Value seed() const = 0;
   [[nodiscard]] virtual Value restart_threshold() const = 0;
-  [[nodiscard]] virtual double elite_fraction() const = 0;
-  [[nodiscard]] virtual double diversity_weight() const = 0;
-  [[nodiscard]] virtual double parsimony_weight() const = 0;
+  [[nodiscard]] virtual Value elite_fraction() const = 0;
+  [[nodiscard]] virtual Value diversity_weight() const = 0;
+  [[nodiscard]] virtual Value parsimony_weight() const = 0;
   [[nodiscard]] virtual Mapping operator_rates() const = 0;
   // Absent, or an integer from 0. Absent is no limit; 0 is a limit.
   [[nodiscard]] virtual Value max_improvement_depth() const = 0;
   [[nodiscard]] virtual Value max_improvement_candidates() const = 0;
   [[nodiscard]] virtual Value max_improvement_rounds() const = 0;
-  [[nodiscard]] virtual double process_timeout_seconds() const = 0;
+  [[nodiscard]] virtual Value process_timeout_seconds() const = 0;
 };
 
 }  // namespace varnholt::genetic

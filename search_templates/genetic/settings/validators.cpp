@@ -23,11 +23,13 @@ std::string must_be(std::string_view name, std::string_view what) {
   return "genetic " + std::string(name) + " must be " + std::string(what);
 }
 
-double finite_float(const Value& value, std::string_view name, std::string_view what) {
-  const std::optional<double> number = tolerant_float(value);
-  if (!number) throw TypeError(must_be(name, what));
-  if (!std::isfinite(*number)) throw ValueError(must_be(name, kFinite));
-  return *number;
+Value finite_float(const Value& value, std::string_view name, std::string_view what) {
+  Value number = catching(
+      kConversionErrors, [&value] { return float_of(value); },
+      [name, what](const Error&) -> Value { throw TypeError(must_be(name, what)); });
+  // A NaN is no real here, but an object.
+  if (!number.is_real() || !std::isfinite(number.real())) throw ValueError(must_be(name, kFinite));
+  return number;
 }
 
 }  // namespace
@@ -45,22 +47,22 @@ Value optional_nonnegative_int(const Value& value, std::string_view name) {
   return value;
 }
 
-double positive_float(const Value& value, std::string_view name) {
-  const double number = finite_float(value, name, kFiniteNumber);
-  if (number <= 0.0) throw ValueError(must_be(name, kPositive));
+Value positive_float(const Value& value, std::string_view name) {
+  Value number = finite_float(value, name, kFiniteNumber);
+  if (number.real() <= 0.0) throw ValueError(must_be(name, kPositive));
   return number;
 }
 
-std::optional<double> optional_nonnegative_float(const Value& value, std::string_view name) {
-  if (value.is_absent()) return std::nullopt;
-  const double number = finite_float(value, name, kFiniteNumberOrNone);
-  if (number < 0.0) throw ValueError(must_be(name, kNonNegative));
+Value optional_nonnegative_float(const Value& value, std::string_view name) {
+  if (value.is_absent()) return value;
+  Value number = finite_float(value, name, kFiniteNumberOrNone);
+  if (number.real() < 0.0) throw ValueError(must_be(name, kNonNegative));
   return number;
 }
 
-double nonnegative_float(const Value& value, std::string_view name) {
-  const double number = finite_float(value, name, kFiniteNumber);
-  if (number < 0.0) throw ValueError(must_be(name, kNonNegative));
+Value nonnegative_float(const Value& value, std::string_view name) {
+  Value number = finite_float(value, name, kFiniteNumber);
+  if (number.real() < 0.0) throw ValueError(must_be(name, kNonNegative));
   return number;
 }
 

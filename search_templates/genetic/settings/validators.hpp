@@ -5,7 +5,6 @@
 // while an integer must be exactly of the integer type (a boolean is not).
 #pragma once
 
-#include <optional>
 #include <string_view>
 
 #include "search_templates/genetic/value/value.hpp"
@@ -20,15 +19,15 @@ namespace varnholt::genetic {
 [[nodiscard]] Value optional_nonnegative_int(const Value& value, std::string_view name);
 
 // TypeError "... must be a finite number"; ValueError "... must be finite", "... must be positive".
-[[nodiscard]] double positive_float(const Value& value, std::string_view name);
+// What is given as a real is that very object, here and below.
+[[nodiscard]] Value positive_float(const Value& value, std::string_view name);
 
-// Absent gives nothing. TypeError "... must be a finite number or None"; ValueError "... must be
+// Absent stays absent. TypeError "... must be a finite number or None"; ValueError "... must be
 // finite", "... must be non-negative".
-[[nodiscard]] std::optional<double> optional_nonnegative_float(const Value& value,
-                                                               std::string_view name);
+[[nodiscard]] Value optional_nonnegative_float(const Value& value, std::string_view name);
 
 // TypeError "... must be a finite number"; ValueError "... must be finite", "... must be
 // non-negative". -0.0 passes and stays -0.0.
-[[nodiscard]] double nonnegative_float(const Value& value, std::string_view name);
+[[nodiscard]] Value nonnegative_float(const Value& value, std::string_view name);
 
 }  // namespace varnholt::genetic

@@ -82,7 +82,7 @@ Value graph_bound_process_backtest_timing(BacktestTimings& timings, const Value&
   Value normalized = validated_graph_backtest_timing(timings, graph, timing);
   // The key is no validating call: its failure passes.
   const Value graph_key = timings.graph_timing_key()({graph});
-  writable_mapping(normalized).set(keys::kGraphKey, graph_key);
+  expected_record(normalized).set(keys::kGraphKey, graph_key);
   return normalized;
 }
 

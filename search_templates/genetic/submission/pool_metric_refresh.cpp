@@ -53,9 +53,9 @@ class Refresh {
       mark_candidate_pool_metrics_pending(candidate_, payload_, kContextUnavailable);
       return;
     }
+    const auto refresh_membership = pool_.required_refresh_submission_manifest_membership();
     const Value sync_manager = context_value(context_, context_names::kSyncManager);
-    if (!truth(
-            pool_.refresh_submission_manifest_membership(era_config_, pool_name_, sync_manager))) {
+    if (!truth(refresh_membership(era_config_, pool_name_, sync_manager))) {
       mark_candidate_pool_metrics_pending(candidate_, payload_, kMembershipNotConfirmed);
       return;
     }
@@ -82,7 +82,7 @@ class Refresh {
     if (const auto recorded = as_mapping(payload_.get(keys::kIsStats))) return *recorded;
     const Value made = candidate_stats_payload(payloads_, context_, candidate_);
     payload_.set(keys::kIsStats, made);
-    return record_of(made);
+    return expected_record(made);
   }
 
   Mapping wipe(Mapping& stats_payload) {
@@ -120,11 +120,12 @@ class Refresh {
   Value backtested_again() {
     Value metaparameters = context_value(context_, context_names::kEvaluationMetaparameters);
     if (metaparameters.is_absent()) {
+      const auto metaparameters_for_pool = pool_.required_evaluation_metaparameters_for_pool();
       const Value own = context_value(context_, context_names::kMetaparameters);
-      metaparameters =
-          pool_.evaluation_metaparameters_for_pool(pool_name_, truth(own) ? own : Value(Mapping()));
+      metaparameters = metaparameters_for_pool(pool_name_, truth(own) ? own : Value(Mapping()));
     }
-    return pool_.call_backtester_with_transform_context(
+    const auto call_backtester = pool_.required_call_backtester_with_transform_context();
+    return call_backtester(
         {.backtester = backtester_,
          .operation = "run_backtest",
          .graph = candidate_.get(keys::kGraph),
@@ -134,9 +135,9 @@ class Refresh {
   }
 
   PoolMetric measured_mutual_information(const Value& gate_stats) {
+    const auto pnl_mi = pool_.required_submission_pnl_mi_from_backtest_or_compute();
     const Value thresholds = context_thresholds(context_, gates_);
-    return metric(
-        pool_.submission_pnl_mi_from_backtest_or_compute(request(gate_stats), thresholds));
+    return metric(pnl_mi(request(gate_stats), thresholds));
   }
 
   PoolMetric measured_correlation(const Value& gate_stats) {

@@ -74,7 +74,7 @@ Value correlation_threshold(PoolThresholds& thresholds, SearchContext& context) 
 }  // namespace
 
 Mapping mapping_made_when_missing(Mapping& record, Key key) {
-  return writable_mapping(record.set_default(key, Mapping()));
+  return expected_record(record.set_default(key, Mapping()));
 }
 
 Value submission_mi_failure_detail(Gates& gates, PoolThresholds& thresholds, SearchContext& context,
@@ -149,7 +149,7 @@ void mark_candidate_pool_metrics_pending(Mapping& candidate, Mapping& payload,
   Mapping tracking = mapping_made_when_missing(candidate, keys::kTrackingMetricKwargs);
   remove_pool_failure_reason(tracking);
   tracking.set(keys::kPoolMetricsPending, true);
-  tracking.set(keys::kPoolMetricsPendingDetail, str(detail));
+  tracking.set(keys::kPoolMetricsPendingDetail, text_form(detail));
 }
 
 void clear_candidate_pool_metrics_pending(Mapping& candidate, Mapping& payload) {

@@ -1,5 +1,6 @@
 #include "search_templates/genetic/submission/ranking.hpp"
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <utility>
@@ -8,9 +9,10 @@
 #include "search_templates/genetic/graph/canonical_text.hpp"
 #include "search_templates/genetic/graph/plain_data.hpp"
 #include "search_templates/genetic/value/keys.hpp"
+#include "search_templates/genetic/value/list_order.hpp"
 #include "search_templates/genetic/value/operations.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
-#include "search_templates/genetic/value/stable_sort.hpp"
+#include "search_templates/genetic/value/tuple_order.hpp"
 
 namespace varnholt::genetic {
 namespace {
@@ -55,16 +57,10 @@ const std::string& graph_text(RankedCandidate& candidate) {
 // Keys are compared like tuples: by the first part in which they differ, and parts that are one
 // object do not differ, whatever they say of themselves.
 bool comes_before(RankedCandidate& left, RankedCandidate& right) {
-  const bool left_is_nan = is_nan(left.opposite_score);
-  const bool right_is_nan = is_nan(right.opposite_score);
-  if (left_is_nan != right_is_nan) return right_is_nan;
-  if (!left_is_nan && !is_same_or_equal(left.opposite_score, right.opposite_score)) {
-    return less(left.opposite_score, right.opposite_score);
-  }
-  if (!(left.candidate_index == right.candidate_index)) {
-    return less(left.candidate_index, right.candidate_index);
-  }
-  return graph_text(left) < graph_text(right);
+  const TupleOrder order = TupleOrder()
+                               .then(left.opposite_score, right.opposite_score)
+                               .then(left.candidate_index, right.candidate_index);
+  return order.is_decided() ? order.is_less() : graph_text(left) < graph_text(right);
 }
 
 }  // namespace
@@ -81,11 +77,13 @@ List rank_submittable_candidates(Eliteness& eliteness, const Value& candidates) 
   order.reserve(submittable.size());
   for (const Value& candidate : submittable)
     order.push_back(ranked(eliteness, candidate));
-  stable_sort(order, comes_before);
-
   List ranking(order.size());
-  for (RankedCandidate& entry : order)
-    ranking.append(std::move(entry.candidate));
+  for (const std::size_t place :
+       list_order(order.size(), [&order](std::size_t left, std::size_t right) {
+         return comes_before(order[left], order[right]);
+       })) {
+    ranking.append(order[place].candidate);
+  }
   return ranking;
 }
 

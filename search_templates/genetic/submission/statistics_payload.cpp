@@ -23,7 +23,7 @@ Value built_payload(const StatsPayloadOperation& build, SearchContext& context,
 }
 
 Value statistic(const Value& stats, Key name, const Value& fallback = 0.0) {
-  return to_float(attribute(stats, name.view()).value_or(fallback));
+  return float_of(attribute(stats, name.view()).value_or(fallback));
 }
 
 }  // namespace

@@ -44,8 +44,8 @@ Mapping new_payload(Host& host, SearchContext& context, const Mapping& candidate
   payload.set(keys::kBacktestTiming, timing);
 
   ensure_payload_market_era(payload, context);
-  host.submission_payloads().annotate_submission_client_manifest(
-      payload, context_value(context, context_names::kSyncManager));
+  const auto annotate = host.submission_payloads().required_annotate_submission_client_manifest();
+  annotate(payload, context_value(context, context_names::kSyncManager));
   // Again, on purpose: the manifest may have written a market and an era of its own.
   ensure_payload_market_era(payload, context);
 

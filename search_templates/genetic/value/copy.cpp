@@ -228,12 +228,12 @@ bool add_simple_tree_bytes(const Value& value, int depth, std::size_t& bytes) {
 
 // Walks the pair number `index` of a sequence that a mapping is made from.
 std::unique_ptr<ValueIterator> elements_of(const Value& pair, std::size_t index) {
-  return catching(
+  std::unique_ptr<ValueIterator> elements = catching(
       {ErrorKind::kTypeError}, [&pair] { return iterate(pair); },
-      [index](const Error&) -> std::unique_ptr<ValueIterator> {
-        throw TypeError("cannot convert dictionary update sequence element #" +
-                        std::to_string(index) + " to a sequence");
-      });
+      [](const Error&) -> std::unique_ptr<ValueIterator> { return nullptr; });
+  if (elements != nullptr) return elements;
+  throw TypeError("cannot convert dictionary update sequence element #" + std::to_string(index) +
+                  " to a sequence");
 }
 
 }  // namespace

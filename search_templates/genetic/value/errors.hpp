@@ -50,13 +50,23 @@ class ErrorAttributes {
 class Error : public std::exception {
  public:
   explicit Error(std::string text, std::shared_ptr<const ErrorOrigin> origin = nullptr)
-      : text_(std::move(text)), origin_(std::move(origin)) {}
+      : text_(std::move(text)),
+        origin_(std::move(origin)),
+        context_(origin_ ? nullptr : std::current_exception()) {}
 
   [[nodiscard]] const char* what() const noexcept override { return text_.c_str(); }
   [[nodiscard]] const std::string& text() const noexcept { return text_; }
   [[nodiscard]] const std::shared_ptr<const ErrorOrigin>& origin() const noexcept {
     return origin_;
   }
+
+  // The error's own origin from now on: a host that has made an exception object for an error of
+  // the library's shows the same object wherever the error goes.
+  void set_origin(std::shared_ptr<const ErrorOrigin> origin) const { origin_ = std::move(origin); }
+
+  // What was being handled when an error of the library's own was made: its context. Null for one
+  // that the host made, which knows its own.
+  [[nodiscard]] const std::exception_ptr& context() const noexcept { return context_; }
 
   // Null for an error without attributes, as most are.
   [[nodiscard]] virtual std::shared_ptr<const ErrorAttributes> attributes() const {
@@ -75,7 +85,8 @@ class Error : public std::exception {
 
  private:
   std::string text_;
-  std::shared_ptr<const ErrorOrigin> origin_;
+  mutable std::shared_ptr<const ErrorOrigin> origin_;
+  std::exception_ptr context_;
 };
 
 class TypeError : public Error {
@@ -165,15 +176,11 @@ auto catching(std::initializer_list<ErrorKind> kinds, Attempt&& attempt, Otherwi
   }
 }
 
-// Mixed into an error that was thrown in place of another, which is not to be shown beside it.
+// Mixed into an error that was thrown in place of another, which stays its context and is not to be
+// shown beside it.
 class InPlaceOfError {
  public:
   virtual ~InPlaceOfError() = default;
-
-  [[nodiscard]] const std::exception_ptr& replaced() const noexcept { return replaced_; }
-
- private:
-  std::exception_ptr replaced_ = std::current_exception();
 };
 
 // Throws `error` in place of the one that is being handled.

@@ -34,6 +34,31 @@ std::optional<bool> HostObject::at_most(const Value& other) const {
   return *is_less || equals(other);
 }
 
+std::optional<Value> HostObject::calculate(Arithmetic /*operation*/, const Value& /*other*/,
+                                           bool /*reversed*/) const {
+  return std::nullopt;
+}
+
+std::optional<bool> HostObject::compare(Comparison comparison, const Value& other,
+                                        bool reversed) const {
+  switch (comparison) {
+    case Comparison::kLess:
+      return reversed ? greater(other) : less(other);
+    case Comparison::kGreater:
+      return reversed ? less(other) : greater(other);
+    case Comparison::kAtLeast:
+      return reversed ? at_most(other) : at_least(other);
+    case Comparison::kAtMost:
+      return reversed ? at_least(other) : at_most(other);
+  }
+  return std::nullopt;
+}
+
+Value HostObject::rounded() const {
+  if (exact_kind() == Kind::kInteger || exact_kind() == Kind::kReal) return to_integer();
+  throw TypeError("type " + type_name() + " doesn't define __round__ method");
+}
+
 bool HostObject::is_whole() const {
   const double real = to_float();
   return std::isfinite(real) && std::trunc(real) == real;
@@ -43,9 +68,18 @@ double HostObject::to_float() const {
   throw TypeError("float() argument must be a string or a real number, not '" + type_name() + "'");
 }
 
+Value HostObject::float_value() const {
+  return exact_kind() == Kind::kReal ? self() : Value(to_float());
+}
+
 Value HostObject::to_integer() const {
   throw TypeError("int() argument must be a string, a bytes-like object or a real number, not '" +
                   type_name() + "'");
+}
+
+Value HostObject::to_index() const {
+  if (is_instance_of(Kind::kInteger)) return to_integer();
+  throw TypeError("'" + type_name() + "' object cannot be interpreted as an integer");
 }
 
 std::string HostObject::repr() const {

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "search_templates/genetic/value/arithmetic.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::genetic {
@@ -56,12 +57,28 @@ class HostObject : public detail::Counted {
   [[nodiscard]] virtual std::optional<bool> at_least(const Value& other) const;
   [[nodiscard]] virtual std::optional<bool> at_most(const Value& other) const;
 
+  // this + other and so on, or other + this where `reversed`; this < other and so on likewise. Empty
+  // when the host has no such operation for the two.
+  [[nodiscard]] virtual std::optional<Value> calculate(Arithmetic operation, const Value& other,
+                                                       bool reversed) const;
+  [[nodiscard]] virtual std::optional<bool> compare(Comparison comparison, const Value& other,
+                                                    bool reversed) const;
+  // round(this).
+  [[nodiscard]] virtual Value rounded() const;
+
   // For an instance of the real type: whether it has no fraction, by its own answer.
   [[nodiscard]] virtual bool is_whole() const;
   // float() and int() of the object; TypeError when it is not convertible.
   [[nodiscard]] virtual double to_float() const;
+  // float() as a value: an object that is exactly a real is itself.
+  [[nodiscard]] virtual Value float_value() const;
   [[nodiscard]] virtual Value to_integer() const;
+  // The object as a count or an index; TypeError "'float' object cannot be interpreted as an
+  // integer".
+  [[nodiscard]] virtual Value to_index() const;
   [[nodiscard]] virtual std::string str() const { return repr(); }
+  // str() as a value, which may be an object: a text of a subclass.
+  [[nodiscard]] virtual Value text_form() const { return str(); }
   [[nodiscard]] virtual std::string repr() const;
   // Appends the object's JSON text and returns true, or returns false when it has none.
   virtual bool append_json(std::string& out) const;
@@ -81,7 +98,9 @@ class HostObject : public detail::Counted {
   [[nodiscard]] virtual std::string text() const { return str(); }
   [[nodiscard]] virtual std::size_t length() const;                      // TypeError: has no len()
   [[nodiscard]] virtual std::unique_ptr<ValueIterator> iterate() const;  // TypeError: not iterable
-  [[nodiscard]] virtual Value item(const Value& key) const;              // TypeError: no items
+  // Whether it has a walk at all, whatever that then gives or fails with.
+  [[nodiscard]] virtual bool can_be_walked() const { return true; }
+  [[nodiscard]] virtual Value item(const Value& key) const;  // TypeError: no items
   // Whether the object holds `item`. TypeError when the object does not support the question.
   [[nodiscard]] virtual bool contains(const Value& item) const;
   // The object's operation `get`, for one that is not a mapping. AttributeError when it has none.

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -12,11 +13,13 @@
 #include "search_templates/genetic/value/host_object.hpp"
 #include "search_templates/genetic/value/native_objects.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
+#include "search_templates/genetic/value/storage.hpp"
 
 namespace varnholt::genetic {
 namespace {
 
 bool can_be_walked(const Value& value) {
+  if (value.is_object()) return value.object().can_be_walked();
   return !value.is_scalar() || value.is_text();
 }
 
@@ -35,6 +38,47 @@ bool sequence_contains(const Value& sequence, const Value& item) {
   }
   return false;
 }
+
+// Stands for a value that was expected to be a record and is none.
+class NoRecord : public MappingStorage {
+ public:
+  explicit NoRecord(Value value) : value_(std::move(value)) {}
+
+  [[nodiscard]] const void* identity() const noexcept override { return this; }
+  [[nodiscard]] std::size_t size() const override { return genetic::length(value_); }
+  [[nodiscard]] std::optional<Value> find(const Value& /*key*/) const override { lacks("get"); }
+  [[nodiscard]] Value at(const Value& key) const override { return item(value_, key); }
+  [[nodiscard]] bool contains(const Value& key) const override {
+    return genetic::contains(value_, key);
+  }
+  void set(const Value& key, const Value& value) override {
+    if (value_.is_list()) {
+      if (key.is_integer()) return set_item(key.integer(), value);
+      throw TypeError("list indices must be integers or slices, not " + type_name(key));
+    }
+    throw TypeError("'" + type_name(value_) + "' object does not support item assignment");
+  }
+  bool erase(const Value& /*key*/) override {
+    if (value_.is_list()) throw TypeError("pop expected at most 1 argument, got 2");
+    lacks("pop");
+  }
+  Value set_default(const Value& /*key*/, const Value& /*value*/) override { lacks("setdefault"); }
+  [[nodiscard]] std::unique_ptr<Cursor> entries() const override { lacks("items"); }
+
+ private:
+  void set_item(std::int64_t index, const Value& item) {
+    const List list = value_.list();
+    if (index < 0) index += static_cast<std::int64_t>(list.size());
+    if (index < 0) throw IndexError("list assignment index out of range");
+    List(list).set(static_cast<std::size_t>(index), item);
+  }
+  [[noreturn]] void lacks(std::string_view operation) const {
+    throw AttributeError("'" + type_name(value_) + "' object has no attribute '" +
+                         std::string(operation) + "'");
+  }
+
+  Value value_;
+};
 
 Value negated_integer(std::int64_t integer) {
   if (integer != std::numeric_limits<std::int64_t>::min()) return -integer;
@@ -117,26 +161,6 @@ bool differ(const Value& left, const Value& right) {
   return !(left == right);
 }
 
-double as_number(const Value& value) {
-  if (is_instance_of(value, Kind::kText)) {
-    throw TypeError("must be real number, not " + type_name(value));
-  }
-  return to_float(value);
-}
-
-double difference(const Value& left, const Value& right) {
-  if (is_instance_of(left, Kind::kInteger) && is_instance_of(right, Kind::kInteger)) {
-    const Value minuend = to_integer(left);
-    const Value subtrahend = to_integer(right);
-    std::int64_t exact = 0;
-    if (minuend.is_integer() && subtrahend.is_integer() &&
-        !__builtin_sub_overflow(minuend.integer(), subtrahend.integer(), &exact)) {
-      return static_cast<double>(exact);
-    }
-  }
-  return as_number(left) - as_number(right);
-}
-
 Value integer_sum(const Value& integer, std::int64_t addend) {
   std::int64_t sum = 0;
   if (integer.is_integer()) {
@@ -157,21 +181,18 @@ bool at_least(const Value& left, const Value& right) {
   if (left.is_object()) answer = left.object().at_least(right);
   if (!answer && right.is_object()) answer = right.object().at_most(left);
   if (answer) return *answer;
-  try {
-    // Without objects there is no NaN, and what is not greater is less or equal.
-    return !less(left, right);
-  } catch (const TypeError&) {
-    throw TypeError("'>=' not supported between instances of '" + type_name(left) + "' and '" +
-                    type_name(right) + "'");
-  }
+  // Without objects there is no NaN, and what is not greater is less or equal.
+  const std::optional<bool> is_less = catching(
+      {ErrorKind::kTypeError}, [&] { return std::optional(less(left, right)); },
+      [](const Error&) -> std::optional<bool> { return std::nullopt; });
+  if (is_less) return !*is_less;
+  throw TypeError("'>=' not supported between instances of '" + type_name(left) + "' and '" +
+                  type_name(right) + "'");
 }
 
-Mapping writable_mapping(const Value& value) {
-  std::optional<Mapping> record = as_record(value);
-  if (!record) {
-    throw TypeError("'" + type_name(value) + "' object does not support item assignment");
-  }
-  return *std::move(record);
+Mapping expected_record(const Value& value) {
+  if (std::optional<Mapping> record = as_record(value)) return *std::move(record);
+  return Mapping(std::make_unique<NoRecord>(value));
 }
 
 Value entry(const Value& value, const Value& key) {

@@ -38,14 +38,6 @@ namespace varnholt::genetic {
 // equality.
 [[nodiscard]] bool differ(const Value& left, const Value& right);
 
-// A score or a rate as a number to calculate with. TypeError for anything but a number, also for a
-// text that float() would read.
-[[nodiscard]] double as_number(const Value& value);
-
-// left - right of two such numbers. Integers are subtracted before they become a real: those beyond
-// 2**53 may differ by less than reals there do.
-[[nodiscard]] double difference(const Value& left, const Value& right);
-
 // integer + addend, exactly. The integer is one that to_integer() gave.
 [[nodiscard]] Value integer_sum(const Value& integer, std::int64_t addend);
 
@@ -53,9 +45,11 @@ namespace varnholt::genetic {
 // between instances of 'int' and 'str'".
 [[nodiscard]] bool at_least(const Value& left, const Value& right);
 
-// The mapping into which value[key] = ... writes.
-// TypeError "'int' object does not support item assignment" for anything but a mapping.
-[[nodiscard]] Mapping writable_mapping(const Value& value);
+// The value as what is read, written and emptied by key, whatever it is. Anything but a record fails
+// when it is first used, as the host's language has it: TypeError "'int' object does not support
+// item assignment" for value[key] = ..., AttributeError "'int' object has no attribute 'get'" and
+// the like for its operations.
+[[nodiscard]] Mapping expected_record(const Value& value);
 
 // value.get(key), for a record that may be any kind of object with such an operation.
 // AttributeError "'int' object has no attribute 'get'".

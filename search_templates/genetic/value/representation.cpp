@@ -7,6 +7,7 @@
 
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/host_object.hpp"
+#include "search_templates/genetic/value/host_origin.hpp"
 #include "search_templates/genetic/value/native_objects.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
@@ -15,16 +16,28 @@ namespace varnholt::genetic {
 namespace detail {
 namespace {
 
-TextRep* make_text(std::string_view text) {
+// `head` bytes lie between the representation and the characters.
+TextRep* make_text(std::string_view text, std::size_t head = 0) {
   if (text.size() > TextRep::kLargestSize) {
     throw OverflowError("text is longer than 2147483647 bytes");
   }
   const std::size_t room = std::max(text.size(), kShortTextRoom);
-  auto* const block = static_cast<char*>(::operator new(sizeof(TextRep) + room));
-  char* const characters = block + sizeof(TextRep);
+  auto* const block = static_cast<char*>(::operator new(sizeof(TextRep) + head + room));
+  char* const characters = block + sizeof(TextRep) + head;
   std::memset(characters, 0, kShortTextRoom);
   std::memcpy(characters, text.data(), text.size());
   return new (block) TextRep(1, {characters, text.size()}, hash_text(text), is_plain_in_json(text));
+}
+
+// The origin of a text that has one stands between the representation and the characters.
+HostOrigin* origin_of_text(TextRep* text) noexcept {
+  auto* const behind = reinterpret_cast<char*>(text + 1);
+  const bool is_hosted = text->references != kImmortal && text->characters != behind;
+  return is_hosted ? reinterpret_cast<HostOrigin*>(behind) : nullptr;
+}
+
+void release(const HostOrigin& origin) noexcept {
+  if (origin.release != nullptr) origin.release(origin.object);
 }
 
 // Ends a container whose children have been taken out of it.
@@ -43,7 +56,15 @@ void give_back(Rep* rep) noexcept {
 
 void destroy(Kind kind, Counted* counted) noexcept {
   if (kind == Kind::kText) {
-    ::operator delete(static_cast<TextRep*>(counted));
+    auto* const text = static_cast<TextRep*>(counted);
+    if (const HostOrigin* const origin = origin_of_text(text)) release(*origin);
+    ::operator delete(text);
+    return;
+  }
+  if (kind == Kind::kInteger || kind == Kind::kReal) {
+    auto* const number = static_cast<HostedNumberRep*>(counted);
+    release(number->origin);
+    delete number;
     return;
   }
   if (kind == Kind::kObject) {
@@ -57,10 +78,10 @@ void destroy(Kind kind, Counted* counted) noexcept {
   waiting->next = nullptr;
   const auto release_child = [&waiting](const Value& child) {
     const Kind child_kind = child.kind_;
-    if (child_kind < Kind::kText) return;
+    if (!child.is_counted_) return;
     Counted* const child_counted = child.payload_.counted;
     if (child_counted->references == kImmortal || --child_counted->references != 0) return;
-    if (child_kind == Kind::kText || child_kind == Kind::kObject) {
+    if (child_kind <= Kind::kText || child_kind == Kind::kObject) {
       destroy(child_kind, child_counted);
       return;
     }
@@ -91,8 +112,12 @@ void destroy(Kind kind, Counted* counted) noexcept {
       case Kind::kList:
         release_items(static_cast<ListRep*>(rep));
         break;
-      default:
-        release_items(static_cast<TupleRep*>(rep));
+      default: {
+        auto* const tuple = static_cast<TupleRep*>(rep);
+        const HostOrigin origin = tuple->origin;
+        release_items(tuple);
+        release(origin);
+      }
     }
   } while (waiting != nullptr);
 }
@@ -148,18 +173,66 @@ void MappingRep::rebuild_slots() {
 
 }  // namespace detail
 
-Value::Value(double real) : kind_(Kind::kReal), payload_{.real = real} {
+Value::Value(double real) : kind_(Kind::kReal), is_counted_(false), payload_{.real = real} {
   if (std::isnan(real)) *this = make_object<NotANumber>();
 }
 
 Value::Value(std::string_view text)
-    : kind_(Kind::kText), payload_{.counted = detail::make_text(text)} {}
+    : kind_(Kind::kText), is_counted_(true), payload_{.counted = detail::make_text(text)} {}
+
+std::int64_t Value::hosted_integer() const noexcept {
+  return static_cast<const detail::HostedNumberRep*>(payload_.counted)->number.integer;
+}
+
+double Value::hosted_real() const noexcept {
+  return static_cast<const detail::HostedNumberRep*>(payload_.counted)->number.real;
+}
 
 HostObject& Value::object() const noexcept {
   return *static_cast<HostObject*>(payload_.counted);
 }
 
 ObjectRef::ObjectRef(HostObject* object) noexcept : value_(Kind::kObject, object) {}
+
+// What is an object of the host.
+
+Value hosted_integer(std::int64_t integer, const HostOrigin& origin) {
+  return detail::adopt(Kind::kInteger, new detail::HostedNumberRep(integer, origin));
+}
+
+Value hosted_real(double real, const HostOrigin& origin) {
+  return detail::adopt(Kind::kReal, new detail::HostedNumberRep(real, origin));
+}
+
+Value hosted_text(std::string_view text, const HostOrigin& origin) {
+  detail::TextRep* const rep = detail::make_text(text, sizeof(HostOrigin));
+  new (rep + 1) HostOrigin(origin);
+  return detail::adopt(Kind::kText, rep);
+}
+
+Value hosted_tuple(std::span<const Value> items, const HostOrigin& origin) {
+  const Value tuple = Tuple(items);
+  static_cast<detail::TupleRep&>(tuple.representation()).origin = origin;
+  return tuple;
+}
+
+const HostOrigin* host_origin(const Value& value) noexcept {
+  if (!value.is_counted_) return nullptr;
+  detail::Counted* const counted = value.payload_.counted;
+  switch (value.kind_) {
+    case Kind::kInteger:
+    case Kind::kReal:
+      return &static_cast<detail::HostedNumberRep*>(counted)->origin;
+    case Kind::kText:
+      return detail::origin_of_text(static_cast<detail::TextRep*>(counted));
+    case Kind::kTuple: {
+      const HostOrigin& origin = static_cast<detail::TupleRep*>(counted)->origin;
+      return origin.object == nullptr ? nullptr : &origin;
+    }
+    default:
+      return nullptr;
+  }
+}
 
 // Lists.
 
@@ -330,6 +403,7 @@ void Mapping::set(const Value& key, Value value) {
 }
 
 Value Mapping::set_default(const Value& key, const Value& value) {
+  if (MappingStorage* const host = storage()) return host->set_default(key, value);
   if (std::optional<Value> held = find(key)) return *std::move(held);
   set(key, value);
   return value;

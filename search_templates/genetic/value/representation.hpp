@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "search_templates/genetic/value/host_origin.hpp"
 #include "search_templates/genetic/value/storage.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -117,7 +118,21 @@ struct ListRep : ContainerRep {
 struct TupleRep : ContainerRep {
   TupleRep(void* tail, std::size_t capacity) : ContainerRep(Kind::kTuple), items(tail, capacity) {}
 
+  HostOrigin origin;
   TailBuffer<Value> items;
+};
+
+// A number that is an object of the host.
+struct HostedNumberRep : Counted {
+  HostedNumberRep(std::int64_t integer, const HostOrigin& host)
+      : number{.integer = integer}, origin(host) {}
+  HostedNumberRep(double real, const HostOrigin& host) : number{.real = real}, origin(host) {}
+
+  union {
+    std::int64_t integer;
+    double real;
+  } number;
+  HostOrigin origin;
 };
 
 // Mappings up to this size are searched linearly; most records and all graph nodes are that small.

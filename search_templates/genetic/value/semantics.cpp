@@ -419,10 +419,16 @@ double to_float(const Value& value) {
   }
 }
 
+Value float_of(const Value& value) {
+  if (value.is_real()) return value;
+  return value.is_object() ? value.object().float_value() : Value(to_float(value));
+}
+
 Value to_integer(const Value& value) {
   switch (value.kind()) {
-    case Kind::kBoolean:
     case Kind::kInteger:
+      return value;
+    case Kind::kBoolean:
       return whole(value);
     case Kind::kReal:
       return from_integer(integer_from_double(value.real()));
@@ -439,10 +445,10 @@ Value to_integer(const Value& value) {
 
 std::int64_t saturated_integer(const Value& value) {
   if (is_whole(value.kind())) return whole(value);
-  if (!is_instance_of(value, Kind::kInteger)) {
+  if (!value.is_object()) {
     throw TypeError("'" + type_name(value) + "' object cannot be interpreted as an integer");
   }
-  if (exact_kind(value) != Kind::kInteger) return saturated_integer(to_integer(value));
+  if (exact_kind(value) != Kind::kInteger) return saturated_integer(value.object().to_index());
   return less(value, 0) ? std::numeric_limits<std::int64_t>::min()
                         : std::numeric_limits<std::int64_t>::max();
 }
@@ -458,6 +464,11 @@ std::string str(const Value& value) {
   if (value.is_text()) return std::string(value.text());
   if (value.is_object()) return value.object().str();
   return repr(value);
+}
+
+Value text_form(const Value& value) {
+  if (value.is_text()) return value;
+  return value.is_object() ? value.object().text_form() : Value(repr(value));
 }
 
 std::string repr(const Value& value) {

@@ -49,19 +49,24 @@ namespace varnholt::genetic {
 
 // float(value): booleans, numbers, numeric texts. TypeError, ValueError or OverflowError.
 [[nodiscard]] double to_float(const Value& value);
+// The same as a value: what is exactly a real is that very object.
+[[nodiscard]] Value float_of(const Value& value);
 
 // int(value): truncates reals, reads decimal texts. The result is an integer, or an object beyond
 // 64 bits. TypeError, ValueError or OverflowError.
 [[nodiscard]] Value to_integer(const Value& value);
 
 // An integer of any size, cut to what 64 bits hold: for counts and sizes, which never grow larger.
-// TypeError for anything but an instance of the integer type.
+// TypeError for anything that cannot be an index.
 [[nodiscard]] std::int64_t saturated_integer(const Value& value);
 // left + right, cut likewise.
 [[nodiscard]] std::int64_t saturated_sum(std::int64_t left, std::int64_t right) noexcept;
 
 // str(value) and repr(value).
 [[nodiscard]] std::string str(const Value& value);
+// str(value) as a value: what is exactly a text is that very object, and an object may give a text
+// of a subclass.
+[[nodiscard]] Value text_form(const Value& value);
 [[nodiscard]] std::string repr(const Value& value);
 void append_repr(std::string& out, const Value& value);
 

@@ -52,6 +52,13 @@ class MappingStorage {
   [[nodiscard]] virtual bool contains(const Value& key) const { return find(key).has_value(); }
   virtual void set(const Value& key, const Value& value) = 0;
   virtual bool erase(const Value& key) = 0;
+  // mapping.setdefault(key, value), for containers that define it as more than a look-up and a
+  // write.
+  virtual Value set_default(const Value& key, const Value& value) {
+    if (std::optional<Value> held = find(key)) return *std::move(held);
+    set(key, value);
+    return value;
+  }
   [[nodiscard]] virtual std::unique_ptr<Cursor> entries() const = 0;
   // A new mapping with the entries, made as the host makes one of this container; nothing where
   // copying the entries one by one does just that.

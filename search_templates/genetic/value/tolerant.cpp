@@ -13,17 +13,17 @@ constexpr std::string_view kCorrelationMustBeFinite =
 }  // namespace
 
 Value number(const Value& value, const Value& fallback) {
-  const std::optional<double> converted = tolerant_float(value);
-  return converted ? Value(*converted) : fallback;
+  return tolerate([&value] { return float_of(value); }).value_or(fallback);
 }
 
 Value optional_correlation(const Value& value) {
   if (value.is_absent()) return {};
   const auto must_be_finite = [] { return ValueError(std::string(kCorrelationMustBeFinite)); };
-  const double converted = catching(
-      kConversionErrors, [&value] { return to_float(value); },
-      [&must_be_finite](const Error&) -> double { throw_in_place(must_be_finite()); });
-  if (!std::isfinite(converted)) throw must_be_finite();
+  Value converted = catching(
+      kConversionErrors, [&value] { return float_of(value); },
+      [&must_be_finite](const Error&) -> Value { throw_in_place(must_be_finite()); });
+  // A NaN is no real here, but an object.
+  if (!converted.is_real() || !std::isfinite(converted.real())) throw must_be_finite();
   return converted;
 }
 

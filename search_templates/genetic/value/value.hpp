@@ -36,6 +36,7 @@
 namespace varnholt::genetic {
 
 class HostObject;
+struct HostOrigin;
 class List;
 class ListStorage;
 class Mapping;
@@ -58,6 +59,7 @@ enum class Kind : std::uint8_t {
 };
 
 namespace detail {
+struct HostedNumberRep;
 struct ListRep;
 struct MappingRep;
 struct TupleRep;
@@ -70,16 +72,16 @@ Value adopt(Kind kind, Counted* counted) noexcept;
 class Value {
  public:
   // Absent.
-  Value() noexcept : kind_(Kind::kAbsent), payload_{.integer = 0} {}
+  Value() noexcept : kind_(Kind::kAbsent), is_counted_(false), payload_{.integer = 0} {}
   // The constructors below are conversions on purpose: a record reads as it is written.
   // NOLINTBEGIN(google-explicit-constructor)
   template <typename T>
   requires std::is_same_v<T, bool> Value(T boolean)
-  noexcept : kind_(Kind::kBoolean), payload_{.boolean = boolean} {}
+  noexcept : kind_(Kind::kBoolean), is_counted_(false), payload_{.boolean = boolean} {}
   template <typename T>
   requires(std::is_integral_v<T> && !std::is_same_v<T, bool> && !std::is_same_v<T, char> &&
            (std::is_signed_v<T> || sizeof(T) < sizeof(std::int64_t))) Value(T integer)
-  noexcept : kind_(Kind::kInteger), payload_{.integer = integer} {}
+  noexcept : kind_(Kind::kInteger), is_counted_(false), payload_{.integer = integer} {}
   // A NaN becomes an object of its own: it equals nothing but itself, by identity.
   Value(double real);
   // `text` must be valid UTF-8 without surrogates.
@@ -93,9 +95,14 @@ class Value {
   Value(ObjectRef object) noexcept;
   // NOLINTEND(google-explicit-constructor)
 
-  Value(const Value& other) noexcept : kind_(other.kind_), payload_(other.payload_) { retain(); }
-  Value(Value&& other) noexcept : kind_(other.kind_), payload_(other.payload_) {
+  Value(const Value& other) noexcept
+      : kind_(other.kind_), is_counted_(other.is_counted_), payload_(other.payload_) {
+    retain();
+  }
+  Value(Value&& other) noexcept
+      : kind_(other.kind_), is_counted_(other.is_counted_), payload_(other.payload_) {
     other.kind_ = Kind::kAbsent;
+    other.is_counted_ = false;
   }
   Value& operator=(const Value& other) noexcept {
     Value copy(other);
@@ -111,6 +118,7 @@ class Value {
 
   void swap(Value& other) noexcept {
     std::swap(kind_, other.kind_);
+    std::swap(is_counted_, other.is_counted_);
     std::swap(payload_, other.payload_);
   }
 
@@ -131,8 +139,10 @@ class Value {
 
   // What the value holds. The kind must be the right one: check it first.
   [[nodiscard]] bool boolean() const noexcept { return payload_.boolean; }
-  [[nodiscard]] std::int64_t integer() const noexcept { return payload_.integer; }
-  [[nodiscard]] double real() const noexcept { return payload_.real; }
+  [[nodiscard]] std::int64_t integer() const noexcept {
+    return is_counted_ ? hosted_integer() : payload_.integer;
+  }
+  [[nodiscard]] double real() const noexcept { return is_counted_ ? hosted_real() : payload_.real; }
   [[nodiscard]] std::string_view text() const noexcept {
     return {text_rep().characters, text_rep().size};
   }
@@ -147,7 +157,7 @@ class Value {
   // Whether JSON shows every character of the text unescaped, determined when it was made.
   [[nodiscard]] bool text_is_plain() const noexcept { return text_rep().is_plain != 0; }
 
-  // The counted representation of a text or container; null for a scalar without one.
+  // The counted representation of a text or container; null for a number, absent or boolean.
   [[nodiscard]] detail::Counted* counted() const noexcept {
     return kind_ >= Kind::kText ? payload_.counted : nullptr;
   }
@@ -161,25 +171,32 @@ class Value {
   friend class ObjectRef;
   friend void detail::destroy(Kind kind, detail::Counted* counted) noexcept;
   friend Value detail::adopt(Kind kind, detail::Counted* counted) noexcept;
+  friend const HostOrigin* host_origin(const Value& value) noexcept;
 
-  Value(Kind kind, detail::Counted* counted) noexcept : kind_(kind), payload_{.counted = counted} {}
+  Value(Kind kind, detail::Counted* counted) noexcept
+      : kind_(kind), is_counted_(true), payload_{.counted = counted} {}
 
   [[nodiscard]] const detail::TextRep& text_rep() const noexcept {
     return *static_cast<const detail::TextRep*>(payload_.counted);
   }
+  [[nodiscard]] std::int64_t hosted_integer() const noexcept;
+  [[nodiscard]] double hosted_real() const noexcept;
   void retain() const noexcept {
-    if (kind_ >= Kind::kText && payload_.counted->references != detail::kImmortal) {
+    if (is_counted_ && payload_.counted->references != detail::kImmortal) {
       ++payload_.counted->references;
     }
   }
   void release() noexcept {
-    if (kind_ >= Kind::kText && payload_.counted->references != detail::kImmortal &&
+    if (is_counted_ && payload_.counted->references != detail::kImmortal &&
         --payload_.counted->references == 0) {
       detail::destroy(kind_, payload_.counted);
     }
   }
 
   Kind kind_;
+  // Whether the payload is a counted representation: from Text on always, and for a number that is
+  // an object of the host (host_origin.hpp).
+  bool is_counted_;
   union Payload {
     bool boolean;
     std::int64_t integer;
@@ -348,6 +365,7 @@ class MappingCursor {
 
 inline Value::Value(Key key) noexcept
     : kind_(Kind::kText),
+      is_counted_(true),
       // The count of a fixed text says that nobody may write it, so constness is kept in fact.
       // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast)
       payload_{.counted = const_cast<detail::TextRep*>(&key.rep())} {}

@@ -8,6 +8,8 @@ import collections
 import math
 import random
 import types
+from decimal import Decimal
+from fractions import Fraction
 
 import pytest
 
@@ -62,10 +64,14 @@ def test_a_missing_correlation_and_an_absent_one_are_the_same(genetic, scores):
 def test_what_cannot_be_scored(genetic, scores):
     with pytest.raises(AttributeError, match="'list' object has no attribute 'get'"):
         genetic._candidate_eliteness([], 0.0, 0.0)
-    for weight in (None, "1", [1]):
-        with pytest.raises(TypeError):
-            genetic._candidate_eliteness({"quality": 1}, weight, 0.0)
     assert scores == []
+
+
+def test_weights_go_to_the_host_as_they_are(genetic, scores):
+    for weight in (None, "1", [1], 1, 2.5, Fraction(1, 3), Decimal("0.1")):
+        genetic._candidate_eliteness({"quality": 1}, weight, weight)
+        keywords = scores[-1][1]
+        assert keywords["diversity_weight"] is weight and keywords["parsimony_weight"] is weight
 
 
 def test_a_failing_score_leaves_as_it_is(genetic, monkeypatch):
