@@ -8,6 +8,7 @@
 #include "hosts/python/host/python_host.hpp"
 #include "hosts/python/module/init.hpp"
 #include "hosts/python/values/conversion.hpp"
+#include "hosts/python/values/graph_walks.hpp"
 #include "hosts/python/values/python_api.hpp"
 #include "search_templates/genetic/population/batch_composition.hpp"
 #include "search_templates/genetic/population/elite_derivation.hpp"
@@ -46,6 +47,7 @@ nb::object python_set(const std::set<std::string>& texts) {
 
 void init_node_names(nb::module_& module) {
   module.def("graph_node_names", [](const Any& graph) {
+    if (nb::object found = walk_node_names(graph); found.is_valid()) return found;
     return python_set(genetic::graph_node_names(to_value(graph)));
   });
   module.def("graph_similarity", [](const Any& left, const Any& right) {

@@ -3,6 +3,7 @@
 #include "hosts/python/host/python_host.hpp"
 #include "hosts/python/module/init.hpp"
 #include "hosts/python/values/conversion.hpp"
+#include "hosts/python/values/graph_walks.hpp"
 #include "hosts/python/values/python_api.hpp"
 #include "search_templates/genetic/context/context_limits.hpp"
 #include "search_templates/genetic/graph/canonical_text.hpp"
@@ -12,22 +13,24 @@
 namespace varnholt::python {
 namespace {
 
+nb::object frozen(const Any& value) {
+  if (nb::object form = walk_frozen(value); form.is_valid()) return form;
+  return to_python(genetic::freeze_graph_data(to_value(value)));
+}
+
 void init_forms(nb::module_& module) {
   module.def("plain_graph_data", [](const Any& value) {
+    if (nb::object copy = walk_plain(value); copy.is_valid()) return copy;
     return to_python(genetic::plain_graph_data(to_value(value)));
   });
-  module.def("freeze_graph_data", [](const Any& value) {
-    return to_python(genetic::freeze_graph_data(to_value(value)));
-  });
+  module.def("freeze_graph_data", &frozen);
   module.def("thaw_graph_data",
              [](const Any& value) { return to_python(genetic::thaw_graph_data(to_value(value))); });
   module.def("plain_initial_candidates", [](const Any& candidates) {
     return to_python(genetic::plain_initial_candidates(to_value(candidates)));
   });
   // The frozen form is the key that Python code can hold: it is equal exactly when the key is.
-  module.def("structural_key", [](const Any& graph) {
-    return to_python(genetic::freeze_graph_data(to_value(graph)));
-  });
+  module.def("structural_key", &frozen);
   module.def("canonical_graph_string", [](const Any& graph) {
     return text_object(genetic::canonical_graph_string(to_value(graph)));
   });

@@ -6,6 +6,7 @@
 #include "hosts/python/host/python_population.hpp"
 #include "hosts/python/module/init.hpp"
 #include "hosts/python/values/conversion.hpp"
+#include "hosts/python/values/graph_walks.hpp"
 #include "hosts/python/values/python_api.hpp"
 #include "search_templates/genetic/population/node_names.hpp"
 #include "search_templates/genetic/reaction/derivation.hpp"
@@ -151,6 +152,7 @@ void init_progress(nb::module_& module) {
 
 void init_peers(nb::module_& module) {
   module.def("graph_feature_names", [](const Any& graph) {
+    if (nb::object found = walk_feature_names(graph); found.is_valid()) return found;
     nb::object names = checked(PySet_New(nullptr));
     for (const std::string& name : genetic::graph_feature_names(to_value(graph)))
       checked(PySet_Add(names.ptr(), text_object(name).ptr()));

@@ -190,7 +190,8 @@ std::optional<Mapping> PythonObject::new_mapping() const {
 
 bool PythonObject::is_instance_of(Kind kind) const {
   PyTypeObject* const type = type_of_kind(kind);
-  return type != nullptr && PyObject_TypeCheck(object_.ptr(), type) != 0;
+  // By its type, or else by what it says of its class: a stand-in may say what it stands for.
+  return type != nullptr && is_instance(object_, reinterpret_cast<PyObject*>(type));
 }
 
 std::string PythonObject::text() const {

@@ -96,10 +96,11 @@ class ImprovementRounds {
     try {
       results = evaluate_candidate_batch(host_, scope_.context, graphs,
                                          config().process_timeout_seconds());
-    } catch (const std::exception& exception) {
+    } catch (...) {
       // The error is being handled until the lost round is counted.
-      const auto handled = scope_.context.handling(std::current_exception());
-      const std::optional<Value> error = host_.process_evaluation().as_error(exception);
+      const std::exception_ptr caught = std::current_exception();
+      const auto handled = scope_.context.handling(caught);
+      const std::optional<Value> error = host_.process_evaluation().as_caught_error(caught);
       if (!error || process_failure_ends_search(host_, scope_.counters, *error)) throw;
       return take_in_lost_round(batch, graphs, *error);
     }
@@ -131,16 +132,17 @@ class ImprovementRounds {
 
   // The seconds of a lost round are not known, and its candidates say nothing about the runtime.
   Round take_in_lost_round(const ImprovementBatch& batch, const List& graphs, const Value& error) {
-    std::optional<Value> reason = attribute(error, keys::kTerminalReason.view());
-    // Only a missing attribute has a reason put in its place: one that is absent stays absent.
-    if (!reason) reason = host_.process_evaluation().terminal_worker_failed();
+    // Only a missing attribute has the host's reason put in its place, which is read first all the
+    // same: one that is absent stays absent.
+    const Value unnamed = host_.process_evaluation().terminal_worker_failed();
+    const Value reason = attribute(error, keys::kTerminalReason.view()).value_or(unnamed);
     const Value results = annotate_record_and_submit(
         batch, process_evaluation_error_results(host_.process_evaluation(),
                                                 host_.evaluation_verdicts(), graphs, error));
     scope_.counters.count_untimed_candidates(results);
     count_round(results);
     static_cast<void>(scope_.counters.count_process_evaluation_failures(error));
-    return end(*reason);
+    return end(reason);
   }
 
   // The round is counted first: its number is the depth of its results.

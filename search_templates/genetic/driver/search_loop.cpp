@@ -123,9 +123,10 @@ class SearchRun {
     try {
       return {evaluate_candidate_batch(host_, context_, graphs, config_.process_timeout_seconds()),
               std::nullopt};
-    } catch (const std::exception& exception) {
-      const auto handled = context_.handling(std::current_exception());
-      const std::optional<Value> error = host_.process_evaluation().as_error(exception);
+    } catch (...) {
+      const std::exception_ptr caught = std::current_exception();
+      const auto handled = context_.handling(caught);
+      const std::optional<Value> error = host_.process_evaluation().as_caught_error(caught);
       if (!error || process_failure_ends_search(host_, counters_, *error)) throw;
       force_restart_ = true;
       return {process_evaluation_error_results(host_.process_evaluation(),

@@ -57,8 +57,8 @@ class HostObject : public detail::Counted {
   [[nodiscard]] virtual std::optional<bool> at_least(const Value& other) const;
   [[nodiscard]] virtual std::optional<bool> at_most(const Value& other) const;
 
-  // this + other and so on, or other + this where `reversed`; this < other and so on likewise. Empty
-  // when the host has no such operation for the two.
+  // this + other and so on, or other + this where `reversed`; this < other and so on likewise.
+  // Empty when the host has no such operation for the two.
   [[nodiscard]] virtual std::optional<Value> calculate(Arithmetic operation, const Value& other,
                                                        bool reversed) const;
   [[nodiscard]] virtual std::optional<bool> compare(Comparison comparison, const Value& other,

@@ -45,10 +45,10 @@ namespace varnholt::genetic {
 // between instances of 'int' and 'str'".
 [[nodiscard]] bool at_least(const Value& left, const Value& right);
 
-// The value as what is read, written and emptied by key, whatever it is. Anything but a record fails
-// when it is first used, as the host's language has it: TypeError "'int' object does not support
-// item assignment" for value[key] = ..., AttributeError "'int' object has no attribute 'get'" and
-// the like for its operations.
+// The value as what is read, written and emptied by key, whatever it is. Anything but a record
+// fails when it is first used, as the host's language has it: TypeError "'int' object does not
+// support item assignment" for value[key] = ..., AttributeError "'int' object has no attribute
+// 'get'" and the like for its operations.
 [[nodiscard]] Mapping expected_record(const Value& value);
 
 // value.get(key), for a record that may be any kind of object with such an operation.

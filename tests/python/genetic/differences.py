@@ -3,7 +3,8 @@
 A scene is a function of a World that draws arguments. It is played twice from one seed, once for
 the module and once for the plain version. What came out, what was raised with cause and context,
 what became of the arguments, and what every object and operation of the host was asked, in order,
-must be the same. An object that came in is named by its place, so that a copy of it is a difference.
+must be the same. An object that came in is named by its place, so that a copy of it is a
+difference.
 """
 
 import sys

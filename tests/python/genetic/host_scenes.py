@@ -323,9 +323,9 @@ def generator(w):
 
 def config(w):
     return w.namespace(
-        "config", _batch_size=w.draw.choice([1, 2, 4]),
-        _initial_candidates=w.either(None, lambda: tuple(
-            ("dict", (("node", ("scalar", f"seed {i}")),)) for i in range(3))),
+        "config", 0.0, _batch_size=w.draw.choice([1, 2, 4]),
+        _initial_candidates=w.draw.choice([None, tuple(
+            ("dict", (("node", ("scalar", f"seed {i}")),)) for i in range(3))]),
         _elite_fraction=w.draw.choice([0.5, 1.0]), _diversity_weight=weight(w),
         _parsimony_weight=weight(w), _operator_rates=w.draw.choice([None, {"crossover": 0.5}]),
         _rng_for_batch=w.operation("rng_for_batch", lambda: generator(w)),

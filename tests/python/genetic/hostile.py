@@ -1,4 +1,4 @@
-"""Values and hosts that are easily got wrong, drawn at random, with a log of what they are asked."""
+"""Values and hosts that are easily got wrong, drawn at random; a log tells what they are asked."""
 
 import enum
 import math
@@ -234,7 +234,8 @@ class World:
             lambda: defaultdict(lambda: self.spy(), value=self.draw.random()),
             lambda: types.MappingProxyType({"value": self.draw.random()}),
             lambda: {"value": self.number(), "threshold": self.number()},
-            lambda: mock.Mock(spec=dict), lambda: types.SimpleNamespace(sharpe=1.5),
+            lambda: mock.NonCallableMock(dict), lambda: mock.NonCallableMock(str),
+            lambda: types.SimpleNamespace(sharpe=1.5),
             lambda: object(), lambda: 3 + 4j, self.spy, self.spy, self.failing,
         ]
         return self.draw.choice(choices)()

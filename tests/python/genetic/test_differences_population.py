@@ -50,7 +50,7 @@ def _(w):
 def _(w):
     scores(w)
     return (w.either(None, lambda: parents(w, 8), lambda: parents(w)), w.odd(),
-            w.either(0.25, 0.5, 1.0, 1), weight(w), weight(w))
+            w.draw.choice([0.25, 0.5, 1.0, 1, Fraction(1, 3), True]), weight(w), weight(w))
 
 
 @scenes.of("_choose_operator")
@@ -129,7 +129,8 @@ def _(w):
             "fresh", lambda: {"graph": w.graph(1, 0.02)}, w.odd, failing=0.2)),
         w.either(None, lambda: w.operation(
             "elite", lambda *_: {"graph": w.graph(1, 0.02)}, failing=0.2)),
-        w.either(0.5, 1.0), weight(w), weight(w), w.either(None, 3), validator(w),
+        w.draw.choice([0.5, 1.0, Fraction(1, 3)]), weight(w), weight(w), w.either(None, 3),
+        validator(w),
     )
 
 
@@ -142,8 +143,9 @@ def _(w):
     ctx = w.namespace("ctx", 0.3, _graph_validator=w.either(
         None, lambda: w.operation("validator", lambda _: True, failing=0.2)),
         max_depth=w.number())
-    return (ctx, config(w), w.either(0, 1, 2), w.either(lambda: parents(w), list)), {
-        "force_restart": w.either(False, True)}
+    index = w.draw.choice([0, 1, 2, 0.0, True, "0", None])
+    prior = w.draw.choice([parents(w), [], None])
+    return (ctx, config(w), index, prior), {"force_restart": w.draw.choice([False, True, 0, 1, "x"])}
 
 
 @scenes.of("_run_deduplicated_batch")

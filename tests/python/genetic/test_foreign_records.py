@@ -272,7 +272,7 @@ def test_a_subtype_of_int_is_a_batch_size(genetic, make_context):
         return genetic._run_deduplicated_batch(make_context(), config, [{"a": 1}, {"a": 2}], set())
 
     assert batch(Count(2))["graphs"] == batch(2)["graphs"] == [{"a": 1}, {"a": 2}]
-    with pytest.raises(TypeError, match="'<' not supported between instances of 'int' and 'Unlike'"):
+    with pytest.raises(TypeError, match="'<' not supported between .*'int' and 'Unlike'"):
         batch(Unlike())
 
 

@@ -13,6 +13,8 @@ from plain_results import _optional_correlation
 from plain_settings import _operator_rates
 
 OPERATORS = ("crossover", "point_mutation", "subtree_mutation", "hoist_mutation")
+# Stands for the module's setting.
+SETTING = object()
 NO_RATE = "genetic operator_rates must contain at least one positive rate"
 
 
@@ -70,12 +72,12 @@ def _diversity_adjusted_parent_score(candidate, selected, diversity_weight, pars
 
 
 def _diverse_parent_pool(
-    prior, rng=None, elite_fraction=None, diversity_weight=None, parsimony_weight=None
+    prior, rng=None, elite_fraction=SETTING, diversity_weight=SETTING, parsimony_weight=SETTING
 ):
-    elite_fraction = host.DEFAULT_ELITE_FRACTION if elite_fraction is None else elite_fraction
-    if diversity_weight is None:
+    elite_fraction = host.DEFAULT_ELITE_FRACTION if elite_fraction is SETTING else elite_fraction
+    if diversity_weight is SETTING:
         diversity_weight = host.DEFAULT_DIVERSITY_WEIGHT
-    if parsimony_weight is None:
+    if parsimony_weight is SETTING:
         parsimony_weight = host.DEFAULT_PARSIMONY_WEIGHT
 
     def score(item):
@@ -126,15 +128,15 @@ def _diverse_parent_pool(
 
 
 def compose_next_batch(
-    prior, batch_size=None, rng=None, fresh_random_factory=None, elite_factory=None,
-    elite_fraction=None, diversity_weight=None, parsimony_weight=None, max_depth=None,
+    prior, batch_size=SETTING, rng=None, fresh_random_factory=None, elite_factory=None,
+    elite_fraction=SETTING, diversity_weight=SETTING, parsimony_weight=SETTING, max_depth=None,
     validator=None,
 ):
-    batch_size = host.DEFAULT_BATCH_SIZE if batch_size is None else batch_size
-    elite_fraction = host.DEFAULT_ELITE_FRACTION if elite_fraction is None else elite_fraction
-    if diversity_weight is None:
+    batch_size = host.DEFAULT_BATCH_SIZE if batch_size is SETTING else batch_size
+    elite_fraction = host.DEFAULT_ELITE_FRACTION if elite_fraction is SETTING else elite_fraction
+    if diversity_weight is SETTING:
         diversity_weight = host.DEFAULT_DIVERSITY_WEIGHT
-    if parsimony_weight is None:
+    if parsimony_weight is SETTING:
         parsimony_weight = host.DEFAULT_PARSIMONY_WEIGHT
     batch = []
     scored_pool = sorted(
@@ -256,13 +258,13 @@ def _restore_elite_root_node(child, elite_root_node, elite_data_child_count, val
 
 
 def _elite_derived_graph(
-    ctx, parents, rng, operator_rates=None, elite_fraction=None, diversity_weight=None,
-    parsimony_weight=None,
+    ctx, parents, rng, operator_rates=None, elite_fraction=SETTING, diversity_weight=SETTING,
+    parsimony_weight=SETTING,
 ):
-    elite_fraction = host.DEFAULT_ELITE_FRACTION if elite_fraction is None else elite_fraction
-    if diversity_weight is None:
+    elite_fraction = host.DEFAULT_ELITE_FRACTION if elite_fraction is SETTING else elite_fraction
+    if diversity_weight is SETTING:
         diversity_weight = host.DEFAULT_DIVERSITY_WEIGHT
-    if parsimony_weight is None:
+    if parsimony_weight is SETTING:
         parsimony_weight = host.DEFAULT_PARSIMONY_WEIGHT
     if not parents:
         raise ValueError("elite-derived graph requires at least one parent")
@@ -332,21 +334,21 @@ def _safe_reaction_rotations(ctx):
     node_limit = host._engine._random_weighted_node_limit(ctx)
     registry = host._engine._random_weighted_runtime_registry(ctx)
     safe = []
-    for spec in host._engine._signal_generation_safe_rotations(
+    for entry in host._engine._signal_generation_safe_rotations(
         functions, window_limit, node_limit, registry,
         log_context=_GENETIC_REACTION_LOG_CONTEXT, template_name="genetic",
         stage="reaction_planning", generator="safe_reaction_rotations",
     ):
-        name = spec.get("name")
+        name = entry.get("name")
         if isinstance(name, str) and name:
-            safe.append(copy.deepcopy(spec))
+            safe.append(copy.deepcopy(entry))
     return safe
 
 
 def _safe_reaction_rotation_names(ctx):
     return {
-        spec.get("name") for spec in _safe_reaction_rotations(ctx)
-        if isinstance(spec.get("name"), str) and spec.get("name")
+        entry.get("name") for entry in _safe_reaction_rotations(ctx)
+        if isinstance(entry.get("name"), str) and entry.get("name")
     }
 
 

@@ -186,10 +186,7 @@ class Run:
         return reason
 
     def count_not_ready(self, results):
-        reasons = frozenset((
-            host._process_evaluation.TERMINAL_WORKER_FAILED,
-            host._process_evaluation.TERMINAL_WORKER_TIMEOUT,
-        ))
+        reasons = host._PROCESS_TERMINAL_FAILURE_REASONS
         for result in results:
             failures = result.get("failures") or {}
             if "sdk_runtime_not_ready" in failures:

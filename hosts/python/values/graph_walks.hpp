@@ -1,0 +1,24 @@
+// Walks over graphs of Python's exact types that go through the interpreter's own calls, without a
+// value for each node.
+//
+// They give what the library's walks give, and give up where anything is unusual: a subclass, a key
+// that is no text, a nesting too deep. Whoever called asks the library then, which also knows what
+// to complain of. Nothing of the host has been asked until then, so that nobody can tell.
+#pragma once
+
+#include <nanobind/nanobind.h>
+
+namespace varnholt::python {
+
+namespace nb = nanobind;
+
+// The frozen form, which is the structural key as well, and the plain copy. Null when they give up.
+[[nodiscard]] nb::object walk_frozen(nb::handle graph);
+[[nodiscard]] nb::object walk_plain(nb::handle graph);
+
+// The set of the texts under "node": of all nodes, or of those whose "type" is "feature". Null when
+// they give up.
+[[nodiscard]] nb::object walk_node_names(nb::handle graph);
+[[nodiscard]] nb::object walk_feature_names(nb::handle graph);
+
+}  // namespace varnholt::python
