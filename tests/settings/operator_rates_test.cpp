@@ -44,6 +44,9 @@ class AnyMapping : public HostObject {
   explicit AnyMapping(Mapping mapping) : mapping_(std::move(mapping)) {}
   [[nodiscard]] std::string type_name() const override { return "AnyMapping"; }
   [[nodiscard]] std::optional<Mapping> as_mapping() const override { return mapping_; }
+  [[nodiscard]] std::unique_ptr<ValueIterator> iterate() const override {
+    return genetic::iterate(mapping_);
+  }
 
  private:
   Mapping mapping_;

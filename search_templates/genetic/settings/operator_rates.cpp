@@ -14,11 +14,11 @@ namespace varnholt::genetic {
 namespace {
 
 // The key itself is looked up, and its text form only shown: two keys may show the same text.
-void refuse_unknown_keys(const Mapping& given, const Mapping& defaults) {
+void refuse_unknown_keys(const Value& given, const Mapping& defaults) {
   std::vector<std::string> unknown;
-  MappingCursor cursor(given);
-  while (const std::optional<MappingEntry> entry = cursor.next()) {
-    if (!defaults.contains(entry->key)) unknown.push_back(str(entry->key));
+  const auto keys = iterate(given);
+  while (const std::optional<Value> key = keys->next()) {
+    if (!defaults.contains(*key)) unknown.push_back(str(*key));
   }
   if (unknown.empty()) return;
 
@@ -39,7 +39,7 @@ Mapping complete_operator_rates(const Value& operator_rates, const Mapping& defa
   if (!given) throw TypeError("genetic operator_rates must be a dictionary");
 
   Mapping rates = shallow_copy(defaults);
-  refuse_unknown_keys(*given, defaults);
+  refuse_unknown_keys(operator_rates, defaults);
   MappingCursor cursor(*given);
   while (const std::optional<MappingEntry> entry = cursor.next()) {
     const std::string key = str(entry->key);

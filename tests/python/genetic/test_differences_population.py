@@ -145,7 +145,8 @@ def _(w):
         max_depth=w.number())
     index = w.draw.choice([0, 1, 2, 0.0, True, "0", None])
     prior = w.draw.choice([parents(w), [], None])
-    return (ctx, config(w), index, prior), {"force_restart": w.draw.choice([False, True, 0, 1, "x"])}
+    force_restart = w.draw.choice([False, True, 0, 1, "x"])
+    return (ctx, config(w), index, prior), {"force_restart": force_restart}
 
 
 @scenes.of("_run_deduplicated_batch")
