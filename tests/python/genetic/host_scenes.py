@@ -327,7 +327,8 @@ def config(w):
         _initial_candidates=w.draw.choice([None, tuple(
             ("dict", (("node", ("scalar", f"seed {i}")),)) for i in range(3))]),
         _elite_fraction=w.draw.choice([0.5, 1.0]), _diversity_weight=weight(w),
-        _parsimony_weight=weight(w), _operator_rates=w.draw.choice([{"hoist_mutation": 1.0}, {"crossover": 0.5}]),
+        _parsimony_weight=weight(w),
+        _operator_rates=w.draw.choice([{"hoist_mutation": 1.0}, {"crossover": 0.5}]),
         _rng_for_batch=w.operation("rng_for_batch", lambda: generator(w)),
         _store_rng_state=w.operation("store"),
     )
