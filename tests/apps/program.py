@@ -78,6 +78,15 @@ def children_of(process: int) -> list[int]:
     return found
 
 
+def is_alive(process: int) -> bool:
+    """Whether it runs; one that has ended and was not waited for does not."""
+    try:
+        status = Path(f"/proc/{process}/stat").read_text()
+    except OSError:
+        return False
+    return status.rsplit(")", 1)[1].split()[0] != "Z"
+
+
 def wait_until(holds, what: str) -> None:
     limit = time.monotonic() + PATIENCE_SECONDS
     while not holds():

@@ -60,28 +60,37 @@ void SqliteRunStore::under_lock(const char* doing, const std::function<LockedWor
   if (work() == LockedWork::Keep) transaction.commit();
 }
 
-// A process that dies half-way leaves the rest to the next one: each step looks for itself.
+// A run that is marked as over has nothing open: the steps are one transaction. Most often no run
+// has died, and then no lock is taken; each step looks for itself for what a failed run left.
 StoreSweep SqliteRunStore::sweep() {
   StoreSweep swept;
-  swept.interrupted_runs = mark_interrupted_runs();
-  swept.abandoned_attempts = attempts_.abandon_open_attempts(wall_clock_seconds());
-  swept.completed_submissions = submissions_.complete_announced();
+  const auto take_steps = [&](const std::vector<std::int64_t>& dead) {
+    swept.interrupted_runs = mark_interrupted(dead);
+    swept.abandoned_attempts = attempts_.abandon_open_attempts(wall_clock_seconds());
+    swept.completed_submissions = submissions_.complete_announced();
+    return LockedWork::Keep;
+  };
+  const std::vector<std::int64_t> dead = dead_runs();
+  if (dead.empty()) {
+    take_steps(dead);
+  } else {
+    under_lock(kMarking, [&] { return take_steps(dead); });
+  }
   return swept;
 }
 
-std::vector<std::int64_t> SqliteRunStore::mark_interrupted_runs() {
+std::vector<std::int64_t> SqliteRunStore::dead_runs() {
   std::vector<std::int64_t> dead;
-  {
-    SqliteUse rows(statements_->select_open_runs);
-    while (rows.step()) {
-      const RunRecord run = read_row(rows, run_relation());
-      if (liveness(run.process) == Liveness::Dead) dead.push_back(run.id);
-    }
+  SqliteUse rows(statements_->select_open_runs);
+  while (rows.step()) {
+    const RunRecord run = read_row(rows, run_relation());
+    if (liveness(run.process) == Liveness::Dead) dead.push_back(run.id);
   }
-  // Most often there is none, and then no lock is taken.
-  if (dead.empty()) return dead;
+  return dead;
+}
+
+std::vector<std::int64_t> SqliteRunStore::mark_interrupted(const std::vector<std::int64_t>& dead) {
   std::vector<std::int64_t> marked;
-  SqliteTransaction transaction(*database_, kMarking);
   for (const std::int64_t id : dead) {
     // Another process may have been quicker; each run is marked by one.
     const int changed = SqliteUse(statements_->interrupt_run)
@@ -90,7 +99,6 @@ std::vector<std::int64_t> SqliteRunStore::mark_interrupted_runs() {
                             .change();
     if (changed == 1) marked.push_back(id);
   }
-  transaction.commit();
   return marked;
 }
 

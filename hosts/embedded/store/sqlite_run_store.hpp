@@ -57,7 +57,9 @@ class SqliteRunStore final : public RunStore {
   struct Statements;
 
   void require_run(std::int64_t run, const char* doing);
-  std::vector<std::int64_t> mark_interrupted_runs();
+  [[nodiscard]] std::vector<std::int64_t> dead_runs();
+  // Those of them that no other process has marked meanwhile.
+  std::vector<std::int64_t> mark_interrupted(const std::vector<std::int64_t>& dead);
   StoreSweep sweep();
 
   std::unique_ptr<SqliteDatabase> database_;
