@@ -82,10 +82,11 @@ EmbeddedContext::EmbeddedContext(const Evaluator& evaluator, const ContextSettin
 Mapping EmbeddedContext::parent_operations() {
   const auto record = [this](std::span<const Value> positional, const Mapping& keywords) {
     const bool passed = genetic::truth(positional[1]);
-    // An attempt is current for one record, also for one that fails.
+    // An attempt is current for one record, also for one that fails. So is its evidence: what a
+    // lost worker's candidate is recorded with is not that of the candidate before it.
+    const Value evidence = std::exchange(attempt_evidence_, {});
     ActiveAttempt attempt;
-    if (!active_attempt_.is_absent())
-      attempt = {std::exchange(active_attempt_, {}), attempt_evidence_};
+    if (!active_attempt_.is_absent()) attempt = {std::exchange(active_attempt_, {}), evidence};
     Value id = recorder_.record(positional[0], passed, keywords, attempt);
     if (passed) submission_.keep_pnl(id, keywords.get(keys::kStats));
     stop_->count_candidate();

@@ -30,8 +30,8 @@ bool SearchStop::wait(double seconds) {
 }
 
 bool SearchStop::cancels_evaluations() {
-  const StopCause current = current_cause();
-  return current == StopCause::Signal || current == StopCause::Seconds;
+  if (interrupt_.requests > 0) return true;
+  return limits_.seconds && elapsed_seconds() >= *limits_.seconds;
 }
 
 }  // namespace varnholt::embedded

@@ -17,8 +17,8 @@ struct StopLimits {
   std::optional<double> seconds = std::nullopt;
 };
 
-// The stop event of a search. Once set it stays set, and keeps its first cause. Every question
-// throws InterruptedAtOnce after the second interrupt.
+// The stop event of a search. Once set it stays set, and keeps its first cause. Whoever asks
+// whether it is set gets InterruptedAtOnce after the second interrupt.
 class SearchStop : public genetic::StopEvent {
  public:
   // The seconds count from here.
@@ -33,7 +33,8 @@ class SearchStop : public genetic::StopEvent {
   void count_generation() { ++generations_; }
 
   // Whether evaluations under way are to be cancelled: at a signal and at the limit in seconds. The
-  // other limits let the batch complete.
+  // other limits let the batch complete. Never throws: it is asked while attempts are being closed
+  // too, and each of them has to come to its end.
   [[nodiscard]] bool cancels_evaluations();
 
   [[nodiscard]] StopCause cause() const { return cause_; }

@@ -31,6 +31,8 @@ using genetic::Value;
 
 namespace {
 
+constexpr genetic::Key kResultsDigest = genetic::key<"results_digest">();
+
 // A graph from a seeds file may be none of the vocabulary's; it is stored all the same.
 std::string readable(const Value& graph) {
   try {
@@ -209,6 +211,7 @@ Value RunRecorder::record(const Value& graph, bool passed, const Mapping& keywor
   record.era_number = era_number_;
   AttemptEndRow end = attempt_end(candidate, keywords, attempt, settings_.gates, settings_.limits);
   store(record, attempt_of(attempt, record.graph_key), end, keywords);
+  add_to_digest(record);
   count(candidate);
   observer_.on_recorded(candidate);
   return candidate.eval_id;
@@ -244,10 +247,22 @@ void RunRecorder::count_repair(const CandidateRecorded& candidate) {
   rescued_by_[candidate.eval_id] = candidate.repaired_by;
 }
 
+// The digest of what was there and of the new record: one record is in memory at a time.
+void RunRecorder::add_to_digest(const EvaluationRecord& record) {
+  digest_ = sha256_hex(fmt::format("{}\n{}\n{}\n{}\n{}\n{}\n{}\n{}\n{}\n{}", digest_,
+                                   record.candidate_number, record.generation, record.graph_json,
+                                   record.passed, record.failure_reason.value_or(""),
+                                   record.failure_detail.value_or(""), record.statistics_json,
+                                   record.lineage_json, record.failures_json));
+}
+
 void RunRecorder::record_metrics(const Mapping& metrics) {
-  metrics_ = metrics;
-  store_.record_metrics(run_id_, genetic::json_text(metrics));
-  observer_.on_metrics(metrics);
+  Mapping record;
+  record.update(metrics);
+  record.set(kResultsDigest, digest_);
+  metrics_ = record;
+  store_.record_metrics(run_id_, genetic::json_text(record));
+  observer_.on_metrics(record);
 }
 
 void RunRecorder::settled(const SyncReport& report) {

@@ -47,6 +47,8 @@ class RunRecorder : public ResultRecorder {
   // of a worker that was lost in its backtest.
   genetic::Value record(const genetic::Value& graph, bool passed, const genetic::Mapping& keywords,
                         const ActiveAttempt& attempt) override;
+  // Adds "results_digest", by which two runs are compared: a SHA-256 over candidates, lineages and
+  // outcomes in their order, without anything that time or the number of workers decides.
   void record_metrics(const genetic::Mapping& metrics) override;
   [[nodiscard]] std::shared_ptr<EmbeddedTracker> tracker() override { return tracker_; }
   [[nodiscard]] genetic::Value run_id() override { return run_id_; }
@@ -66,6 +68,7 @@ class RunRecorder : public ResultRecorder {
 
  private:
   void count(const CandidateRecorded& candidate);
+  void add_to_digest(const EvaluationRecord& record);
   void count_repair(const CandidateRecorded& candidate);
   [[nodiscard]] std::optional<std::int64_t> attempt_of(const ActiveAttempt& attempt,
                                                        const std::string& graph_key);
@@ -93,6 +96,8 @@ class RunRecorder : public ResultRecorder {
   std::map<std::string, std::string> rescued_by_;
   genetic::Value metrics_;
   std::vector<CandidateRecorded> best_;
+  // Of all records so far, in order (results_digest).
+  std::string digest_;
   SubmissionCounts submissions_;
 };
 

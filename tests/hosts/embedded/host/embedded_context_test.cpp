@@ -263,6 +263,13 @@ TEST_F(EmbeddedContextTest, AnAttemptOfAChildBecomesTheCurrentOne) {
   EXPECT_EQ(genetic::repr(tested.current_attempt_evidence()), "{'backtest_completed': True}");
 }
 
+TEST_F(EmbeddedContextTest, TheEvidenceOfOneCandidateIsNotThatOfTheNext) {
+  EmbeddedContext tested = context();
+  tested.activate_existing_attempt(5, Mapping{{keys::kBacktestCompleted, true}});
+  static_cast<void>(tested.safe_record()({ranked("close"), false}));
+  EXPECT_TRUE(tested.current_attempt_evidence().is_absent());
+}
+
 TEST_F(EmbeddedContextTest, AChildTimesInItsOwnName) {
   EmbeddedContext tested = context();
   static_cast<void>(tested.evaluate_for_template()({ranked("close")}));

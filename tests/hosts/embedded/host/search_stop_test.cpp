@@ -66,7 +66,7 @@ TEST_F(SearchStopTest, AnInterruptStopsAndTheSecondLeavesAtOnce) {
   EXPECT_EQ(event.cause(), StopCause::Signal);
   interrupt_.requests = 2;
   EXPECT_THROW(static_cast<void>(event.is_set()), InterruptedAtOnce);
-  EXPECT_THROW(static_cast<void>(event.cancels_evaluations()), InterruptedAtOnce);
+  EXPECT_TRUE(event.cancels_evaluations()) << "attempts are closed all the same";
   EXPECT_THROW(static_cast<void>(event.wait(0.0)), InterruptedAtOnce);
 }
 

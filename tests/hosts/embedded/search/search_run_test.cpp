@@ -3,6 +3,8 @@
 #include "hosts/embedded/search/search_run.hpp"
 
 #include <csignal>
+#include <cstdint>
+#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <string>
@@ -37,7 +39,7 @@ TEST_F(SearchRunTest, RecordsEveryOutcomeAndOneMetricsRecord) {
   EXPECT_EQ(observer_.started[0].seed, 21);
   ASSERT_EQ(observer_.metrics.size(), 1U);
   const Mapping metrics = observer_.metrics[0].mapping();
-  EXPECT_EQ(metrics.size(), 13U);
+  EXPECT_EQ(metrics.size(), 14U) << "those of the search, and the digest of its results";
   EXPECT_EQ(metrics.at(keys::kTerminalReason).text(), "stopped");
   const auto candidates = static_cast<std::int64_t>(observer_.recorded.size());
   EXPECT_EQ(metrics.at(keys::kCandidateCount).integer(), candidates);
@@ -64,6 +66,24 @@ TEST_F(SearchRunTest, TellsTheBestSignalsInOrder) {
   EXPECT_EQ(summary.progress.best->eval_id, summary.best[0].eval_id);
   SqliteRunStore store(options().database.string());
   EXPECT_EQ(store.best_signals(summary.run_id, 1)[0].eval_id, summary.best[0].eval_id);
+}
+
+TEST_F(SearchRunTest, AnyNumberOfJobsFindsTheSame) {
+  const auto digest_of = [this](int jobs, std::uint64_t seed) {
+    SearchOptions searched = options();
+    searched.database = in_folder("jobs.db");
+    searched.jobs = jobs;
+    searched.seed = seed;
+    RecordingObserver observer;
+    static_cast<void>(run_search(searched, observer, interrupt_));
+    std::filesystem::remove(searched.database);
+    return genetic::str(observer.metrics.at(0).mapping().at("results_digest"));
+  };
+  const std::string one = digest_of(1, 21);
+  EXPECT_EQ(one.size(), 64U);
+  EXPECT_EQ(digest_of(2, 21), one);
+  EXPECT_EQ(digest_of(4, 21), one);
+  EXPECT_NE(digest_of(2, 22), one);
 }
 
 TEST_F(SearchRunTest, TheSameSeedRepeatsARunAndAnotherDoesNot) {
