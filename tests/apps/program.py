@@ -20,7 +20,7 @@ METRICS = {
     "batch_size", "process_count", "candidate_count", "generated_graph_count",
     "unique_graph_count", "duplicate_graph_count", "unique_ratio", "seed",
     "improvement_round_count", "terminal_reason", "failure_count", "elapsed_simulation_seconds",
-    "determinism_metadata",
+    "determinism_metadata", "results_digest",
 }
 # So that something passes within a few candidates of noise.
 NO_GATES = (
