@@ -45,12 +45,24 @@ nb::object python_set(const std::set<std::string>& texts) {
   return made;
 }
 
+// The share of names that both sets have in the names that either has.
+double similarity(const nb::object& left, const nb::object& right) {
+  const Py_ssize_t all = PySet_GET_SIZE(left.ptr()) + PySet_GET_SIZE(right.ptr());
+  if (all == 0) return 0.0;
+  const nb::object shared = checked(PyNumber_And(left.ptr(), right.ptr()));
+  const auto both = static_cast<double>(PySet_GET_SIZE(shared.ptr()));
+  return both / (static_cast<double>(all) - both);
+}
+
 void init_node_names(nb::module_& module) {
   module.def("graph_node_names", [](const Any& graph) {
     if (nb::object found = walk_node_names(graph); found.is_valid()) return found;
     return python_set(genetic::graph_node_names(to_value(graph)));
   });
   module.def("graph_similarity", [](const Any& left, const Any& right) {
+    const nb::object left_names = walk_node_names(left);
+    const nb::object right_names = left_names.is_valid() ? walk_node_names(right) : nb::object();
+    if (right_names.is_valid()) return similarity(left_names, right_names);
     return genetic::graph_similarity(to_value(left), to_value(right));
   });
 }

@@ -24,8 +24,10 @@ void init_forms(nb::module_& module) {
     return to_python(genetic::plain_graph_data(to_value(value)));
   });
   module.def("freeze_graph_data", &frozen);
-  module.def("thaw_graph_data",
-             [](const Any& value) { return to_python(genetic::thaw_graph_data(to_value(value))); });
+  module.def("thaw_graph_data", [](const Any& value) {
+    if (nb::object graph = walk_thawed(value); graph.is_valid()) return graph;
+    return to_python(genetic::thaw_graph_data(to_value(value)));
+  });
   module.def("plain_initial_candidates", [](const Any& candidates) {
     return to_python(genetic::plain_initial_candidates(to_value(candidates)));
   });

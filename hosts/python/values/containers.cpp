@@ -1,6 +1,7 @@
 #include "hosts/python/values/containers.hpp"
 
 #include "hosts/python/values/conversion.hpp"
+#include "hosts/python/values/graph_walks.hpp"
 #include "hosts/python/values/python_api.hpp"
 #include "hosts/python/values/python_error.hpp"
 #include "search_templates/genetic/value/errors.hpp"
@@ -141,6 +142,11 @@ bool DictStorage::erase(const Value& key) {
 
 std::unique_ptr<genetic::MappingStorage::Cursor> DictStorage::entries() const {
   return std::make_unique<DictCursor>(object(), to_value);
+}
+
+std::optional<Value> DictStorage::plain_copy() const {
+  const nb::object copy = walk_plain(object());
+  return copy.is_valid() ? std::optional(to_value(copy)) : std::nullopt;
 }
 
 std::optional<Value> OpaqueDictStorage::find(const Value& key) const {

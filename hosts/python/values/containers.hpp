@@ -12,6 +12,7 @@
 
 #include <nanobind/nanobind.h>
 
+#include "search_templates/genetic/graph/plain_copy_source.hpp"
 #include "search_templates/genetic/value/storage.hpp"
 
 namespace varnholt::python {
@@ -49,7 +50,7 @@ class PythonStorage : public genetic::MappingStorage {
 };
 
 // Over a dict of the exact type.
-class DictStorage : public PythonStorage {
+class DictStorage : public PythonStorage, public genetic::PlainCopySource {
  public:
   explicit DictStorage(nb::object dict) : PythonStorage(std::move(dict)) {}
 
@@ -58,6 +59,7 @@ class DictStorage : public PythonStorage {
   void set(const genetic::Value& key, const genetic::Value& value) override;
   bool erase(const genetic::Value& key) override;
   [[nodiscard]] std::unique_ptr<Cursor> entries() const override;
+  [[nodiscard]] std::optional<genetic::Value> plain_copy() const override;
 };
 
 // The same for a dict whose values are mostly handed on: each of them is the very object that

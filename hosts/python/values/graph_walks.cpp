@@ -122,6 +122,48 @@ nb::object plain(PyObject* value, int depth) {
   return copy;
 }
 
+// The two items of a pair of the exact type.
+struct Pair {
+  explicit Pair(PyObject* pair) {
+    if (Py_TYPE(pair) != &PyTuple_Type || PyTuple_GET_SIZE(pair) != 2) throw GaveUp();
+    first = PyTuple_GET_ITEM(pair, 0);
+    second = PyTuple_GET_ITEM(pair, 1);
+  }
+
+  PyObject* first;
+  PyObject* second;
+};
+
+bool is_text(PyObject* object, PyObject* text) {
+  if (object == text) return true;
+  return Py_TYPE(object) == &PyUnicode_Type && PyUnicode_Compare(object, text) == 0;
+}
+
+// A form holds tuples alone, which nobody can change meanwhile.
+nb::object thawed(PyObject* form, int depth) {
+  refuse_depth(depth);
+  const Pair kind(form);
+  if (is_text(kind.first, texts().scalar)) return nb::borrow(kind.second);
+  if (Py_TYPE(kind.second) != &PyTuple_Type) throw GaveUp();
+  const Py_ssize_t size = PyTuple_GET_SIZE(kind.second);
+  if (is_text(kind.first, texts().dict)) {
+    nb::object mapping = checked(PyDict_New());
+    for (Py_ssize_t i = 0; i < size; ++i) {
+      const Pair entry(PyTuple_GET_ITEM(kind.second, i));
+      if (Py_TYPE(entry.first) != &PyUnicode_Type) throw GaveUp();
+      checked(PyDict_SetItem(mapping.ptr(), entry.first, thawed(entry.second, depth + 1).ptr()));
+    }
+    return mapping;
+  }
+  if (!is_text(kind.first, texts().list)) throw GaveUp();
+  nb::object list = checked(PyList_New(size));
+  for (Py_ssize_t i = 0; i < size; ++i) {
+    nb::object item = thawed(PyTuple_GET_ITEM(kind.second, i), depth + 1);
+    PyList_SET_ITEM(list.ptr(), i, item.release().ptr());
+  }
+  return list;
+}
+
 // Adds the names of a graph to a set.
 class NameWalk {
  public:
@@ -208,6 +250,10 @@ nb::object walk_frozen(nb::handle graph) {
 
 nb::object walk_plain(nb::handle graph) {
   return unless_it_gives_up([&] { return plain(graph.ptr(), 0); });
+}
+
+nb::object walk_thawed(nb::handle frozen) {
+  return unless_it_gives_up([&] { return thawed(frozen.ptr(), 0); });
 }
 
 nb::object walk_node_names(nb::handle graph) {

@@ -15,6 +15,8 @@ namespace nb = nanobind;
 // The frozen form, which is the structural key as well, and the plain copy. Null when they give up.
 [[nodiscard]] nb::object walk_frozen(nb::handle graph);
 [[nodiscard]] nb::object walk_plain(nb::handle graph);
+// The plain value of a frozen form. Null when it gives up.
+[[nodiscard]] nb::object walk_thawed(nb::handle frozen);
 
 // The set of the texts under "node": of all nodes, or of those whose "type" is "feature". Null when
 // they give up.

@@ -1,3 +1,6 @@
+#include <array>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <unordered_map>
@@ -26,15 +29,30 @@ void refuse_nesting(int depth) {
   }
 }
 
-// Texts that live in the program are handed over again and again, as keys: each has one str.
-nb::object fixed_text(const Value& text) {
+// Texts that live in the program are handed over again and again, as keys: each has one str, which
+// lives as long as the interpreter.
+PyObject* known_text(const Value& text) {
   static auto* const known = new std::unordered_map<const void*, PyObject*>();
   const auto place = known->find(text.counted());
-  if (place != known->end()) return nb::borrow(place->second);
+  if (place != known->end()) return place->second;
   PyObject* made = text_object(text.text()).release().ptr();
   PyUnicode_InternInPlace(&made);
   known->emplace(text.counted(), made);
-  return nb::borrow(made);
+  return made;
+}
+
+// The same through a small table, which nearly always has it.
+nb::object fixed_text(const Value& text) {
+  struct Place {
+    const void* text = nullptr;
+    PyObject* object = nullptr;
+  };
+  constexpr std::size_t kPlaces = 1024;
+  static auto* const table = new std::array<Place, kPlaces>();
+  const void* const address = text.counted();
+  Place& place = (*table)[reinterpret_cast<std::uintptr_t>(address) / alignof(Place) % kPlaces];
+  if (place.text != address) place = {address, known_text(text)};
+  return nb::borrow(place.object);
 }
 
 nb::object python_at(const Value& value, int depth);

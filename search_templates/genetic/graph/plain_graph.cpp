@@ -3,6 +3,7 @@
 #include <optional>
 #include <vector>
 
+#include "search_templates/genetic/graph/plain_copy_source.hpp"
 #include "search_templates/genetic/graph/plain_data.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -14,6 +15,13 @@ namespace {
 constexpr Key kDict = key<"dict">();
 constexpr Key kList = key<"list">();
 constexpr Key kScalar = key<"scalar">();
+
+// The copy that the host makes of its own mapping, where it can.
+std::optional<Value> copy_of_the_host(const Value& value) {
+  if (!value.is_mapping()) return std::nullopt;
+  const auto* const source = dynamic_cast<const PlainCopySource*>(value.mapping().storage());
+  return source == nullptr ? std::nullopt : source->plain_copy();
+}
 
 // The copy of a graph with containers of the host in it.
 Value copy_plain(const Value& value, int depth) {
@@ -84,7 +92,9 @@ Value thaw(const Value& frozen, int depth) {
 
 Value plain_graph_data(const Value& value) {
   const std::optional<std::size_t> bytes = native_tree_bytes(value);
-  return bytes ? detail::copy_tree(value, *bytes) : copy_plain(value, 0);
+  if (bytes) return detail::copy_tree(value, *bytes);
+  std::optional<Value> copy = copy_of_the_host(value);
+  return copy ? *std::move(copy) : copy_plain(value, 0);
 }
 
 Value freeze_graph_data(const Value& value) {
