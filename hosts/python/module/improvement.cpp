@@ -124,8 +124,9 @@ void init_priority(nb::module_& module) {
   module.def("improvement_depth", [](const Any& result) {
     return to_python(genetic::improvement_depth(to_value(result)));
   });
-  module.def("candidate_quality",
-             [](const Any& result) { return genetic::candidate_quality(to_value(result)); });
+  module.def("candidate_quality", [](const Any& result) {
+    return to_python(genetic::candidate_quality_value(to_value(result)));
+  });
   module.def("reaction_priority_key", [](const Any& result) {
     const auto& [negated_quality, depth, index] = genetic::reaction_priority_key(to_value(result));
     return to_python(Tuple{negated_quality, depth, index});

@@ -56,8 +56,9 @@ bool FailureProgress::is_less_than(const FailureProgress& other) const {
 FailureProgress failure_progress_key(JsonReader& json_reader, const Value& result) {
   FailureProgress progress;
   if (passes(result)) return progress;
-  const std::optional<Mapping> failures = as_mapping(failures_of(result));
-  if (!failures || failures->empty()) return progress;
+  const Value recorded = failures_of(result);
+  const std::optional<Mapping> failures = as_mapping(recorded);
+  if (!failures || !truth(recorded)) return progress;
   MappingCursor cursor(*failures);
   while (const std::optional<MappingEntry> failure = cursor.next()) {
     progress.total_violation += failure_violation(json_reader, failure->key, failure->value);

@@ -26,7 +26,7 @@ Value annotate_candidate_results(const Value& results, const Value& start_index,
   const Value paired = truth(improvements) ? improvements : Value(List());
   const auto walk = iterate(results);
   for (std::int64_t offset = 0; const std::optional<Value> value = walk->next(); ++offset) {
-    Mapping result = record_of(*value);
+    Mapping result = expected_record(*value);
     result.set(keys::kCandidateIndex, integer_sum(to_integer(start_index), offset));
     result.set(keys::kImprovementDepth, to_integer(improvement_depth));
     if (offset < static_cast<std::int64_t>(length(paired))) {

@@ -70,7 +70,9 @@ Value graph_root_family(const Value& graph) {
   const Value name = root->get(keys::kNode);
   if (!is_instance_of(name, Kind::kText) || !truth(name)) return {};
   const std::string text = name.is_text() ? std::string(name.text()) : name.object().text();
-  return text.substr(0, text.find(kFamilyEnd));
+  const std::size_t end = text.find(kFamilyEnd);
+  // A text that is a family of its own is that very text.
+  return end == std::string::npos && name.is_text() ? name : Value(text.substr(0, end));
 }
 
 int numeric_repair_peer_key(const Value& graph) {
