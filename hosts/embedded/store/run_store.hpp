@@ -83,6 +83,8 @@ class RunStore {
   virtual void record_holdout(const std::string& eval_id, const std::string& statistics_json) = 0;
   virtual void record_metrics(std::int64_t run, const std::string& record_json) = 0;
   // The first end counts: false when the run had ended before, and then nothing is changed.
+  // Attempts and markers that are still open end with it, as those of a run that died: an error in
+  // the middle of a record may leave some.
   virtual bool end_run(std::int64_t run, double ended_at, const std::string& terminal_reason) = 0;
 
   [[nodiscard]] virtual std::optional<RunRecord> find_run(std::int64_t run) = 0;

@@ -128,6 +128,7 @@ bool SqliteRunStore::end_run(std::int64_t run, double ended_at,
                           .bind("ended_at", ended_at)
                           .bind("terminal_reason", terminal_reason)
                           .change();
+  static_cast<void>(attempts_.abandon_open_attempts(ended_at));
   transaction.commit();
   return changed == 1;
 }

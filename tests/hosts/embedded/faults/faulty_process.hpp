@@ -18,6 +18,7 @@
 #include "search_templates/genetic/host/callable_value.hpp"
 #include "search_templates/genetic/host/function_callable.hpp"
 #include "search_templates/genetic/value/keys.hpp"
+#include "tests/hosts/embedded/pool/process_probe.hpp"
 
 namespace varnholt::embedded {
 
@@ -142,7 +143,10 @@ class FaultySystem : public RealSystemCalls {
     // Those that hang are the last in the list: each costs a whole time-out.
     const auto faults = static_cast<int>(may_hang_ ? Fault::Count : Fault::Hang);
     const auto stage = static_cast<Stage>(below(static_cast<int>(Stage::Count)));
-    return {true, stage, static_cast<Fault>(below(faults))};
+    const auto fault = static_cast<Fault>(below(faults));
+    // Memory has no limit where the sanitizer takes so much of it.
+    if (kUnderAddressSanitizer && fault == Fault::Memory) return {true, stage, Fault::Kill};
+    return {true, stage, fault};
   }
   static void strike(int signal) { ::kill(::getpid(), signal); }
   void fail() const {

@@ -29,6 +29,7 @@
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/faults/faulty_process.hpp"
 #include "tests/hosts/embedded/host/search_fixture.hpp"
+#include "tests/hosts/embedded/pool/process_probe.hpp"
 #include "tests/support/store_invariants.hpp"
 
 namespace varnholt::embedded {
@@ -39,8 +40,10 @@ using genetic::Mapping;
 using genetic::Value;
 using ::testing::IsEmpty;
 
-// Beyond what a healthy evaluation of the small universe takes.
-constexpr double kTimeoutSeconds = 0.06;
+// Beyond what a healthy evaluation of the small universe takes. A fork with the sanitizer's shadow
+// memory takes a hundred times as long.
+constexpr double kTimeoutSeconds = kUnderAddressSanitizer ? 1.0 : 0.06;
+constexpr std::uint64_t kBatches = kUnderAddressSanitizer ? 10 : 500;
 constexpr std::uint64_t kWorkerMemoryBytes = std::uint64_t{256} * 1024 * 1024;
 constexpr int kBatchesAStore = 20;
 
@@ -167,8 +170,11 @@ class ProcessFaults : public FolderTest, public ::testing::WithParamInterface<in
     settings.jobs = 1 + draw(3);
     settings.gates = open_gates();
     settings.pool = pool_identity_;
-    settings.worker_memory_limit_bytes =
-        static_cast<std::int64_t>(mapped_bytes().value_or(0) + kWorkerMemoryBytes);
+    // The sanitizer's shadow needs more address space than any limit allows.
+    if (!kUnderAddressSanitizer) {
+      settings.worker_memory_limit_bytes =
+          static_cast<std::int64_t>(mapped_bytes().value_or(0) + kWorkerMemoryBytes);
+    }
     return settings;
   }
 
@@ -208,7 +214,7 @@ class ProcessFaults : public FolderTest, public ::testing::WithParamInterface<in
 };
 
 TEST_P(ProcessFaults, LeaveASoundStoreAndNothingBehind) {
-  const std::uint64_t runs = number_from("VARNHOLT_FAULT_RUNS", 500);
+  const std::uint64_t runs = number_from("VARNHOLT_FAULT_RUNS", kBatches);
   for (std::uint64_t i = 0; i < runs && !HasFailure(); ++i) {
     if (i % kBatchesAStore == 0) {
       for (const char* const name : {"runs.db", "runs.db-wal", "runs.db-shm"})

@@ -157,14 +157,19 @@ TEST_F(StoreSweepTest, LeavesARunThatGoesOnAlone) {
   EXPECT_EQ(store.submissions().announced(run), 1);
 }
 
-TEST_F(StoreSweepTest, SweepsARunThatEndedWithoutEndingItsAttempts) {
+TEST_F(StoreSweepTest, ARunThatEndsTakesItsOpenAttemptsWithItAndNoOthers) {
   {
     SqliteRunStore store(path_);
     const std::int64_t run = store.begin_run(start());
-    running_attempt(store.attempts(), new_attempt(run));
+    const std::int64_t other = store.begin_run(start());
+    const std::int64_t left = running_attempt(store.attempts(), new_attempt(run));
+    const std::int64_t going_on = running_attempt(store.attempts(), new_attempt(other));
     EXPECT_TRUE(store.end_run(run, 9.0, "failed"));
+    EXPECT_EQ(store.attempts().find(left)->end->failure_reason, kAbandonedReason);
+    EXPECT_EQ(store.attempts().find(going_on)->end, std::nullopt);
+    EXPECT_TRUE(store.end_run(other, 9.0, "failed"));
   }
-  EXPECT_EQ(SqliteRunStore(path_).swept().abandoned_attempts, 1);
+  EXPECT_EQ(SqliteRunStore(path_).swept().abandoned_attempts, 0) << "nothing is left to sweep";
 }
 
 TEST_F(StoreSweepTest, AStructureThatStandsAlreadyIsNotQueuedAgain) {
