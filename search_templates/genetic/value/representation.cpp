@@ -211,7 +211,7 @@ Value hosted_text(std::string_view text, const HostOrigin& origin) {
 }
 
 Value hosted_tuple(std::span<const Value> items, const HostOrigin& origin) {
-  const Value tuple = Tuple(items);
+  Value tuple = Tuple(items);
   static_cast<detail::TupleRep&>(tuple.representation()).origin = origin;
   return tuple;
 }
