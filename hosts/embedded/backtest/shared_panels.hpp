@@ -36,6 +36,7 @@ class SharedPanels {
                std::size_t smallest_panel_bytes = kSmallestPanelBytes);
   SharedPanels(const SharedPanels&) = delete;
   SharedPanels& operator=(const SharedPanels&) = delete;
+  ~SharedPanels() = default;
 
   // Computes what these expressions, of candidates that are evaluated next, share.
   void prepare(const std::vector<Expression>& expressions);

@@ -17,6 +17,7 @@ struct ProcessSide {
   ProcessSide(SystemCalls& system, double default_timeout_seconds);
   ProcessSide(const ProcessSide&) = delete;
   ProcessSide& operator=(const ProcessSide&) = delete;
+  ~ProcessSide() = default;
 
   ProcessRole role;
   // Measured in this process.

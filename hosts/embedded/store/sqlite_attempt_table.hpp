@@ -16,6 +16,8 @@ class SqliteAttemptTable final : public AttemptTable {
  public:
   // The database must have the tables and must outlive the object.
   explicit SqliteAttemptTable(SqliteDatabase& database);
+  SqliteAttemptTable(const SqliteAttemptTable&) = delete;
+  SqliteAttemptTable& operator=(const SqliteAttemptTable&) = delete;
   ~SqliteAttemptTable() override;
 
   std::int64_t create(const NewAttemptRow& attempt, double at) override;
