@@ -64,39 +64,19 @@ SignalRow signal_row(const CandidateRecorded& signal) {
 
 // --- the end in words ---
 
-// A threshold with the option that relaxes it, or with the key of the configuration where there is
-// no option.
-struct Remedy {
-  genetic::Key reason;
-  const char* first;  // What else helps, and often better.
-  const char* setting;
-  double threshold;
-  bool is_minimum;
-};
-
 constexpr const char* kOtherPool = "begin another signal pool with --pool NAME, or ";
 
-std::array<Remedy, 11> threshold_remedies(const embedded::HostConfig& config) {
+// What lets more signals through a gate of the pool.
+std::string pool_remedy(const std::string& reason, const embedded::PoolSettings& pool) {
   namespace reasons = genetic::reasons;
-  const embedded::GateThresholds& gates = config.gates;
-  const embedded::HardLimits& limits = config.limits;
-  return {
-      {{reasons::kAbsWeightSumMeanBelowMin, "", "--min-gross-exposure",
-        gates.min_abs_weight_sum_mean, true},
-       {reasons::kTurnoverMax, "", "--max-turnover", gates.max_turnover, false},
-       {reasons::kMaxWeightMax, "", "--max-weight", gates.max_max_weight, false},
-       {reasons::kDeltaExposureMax, "", "--max-net-exposure", gates.max_delta_exposure, false},
-       {reasons::kGrossReturnsSharpeBelowMin, "", "--min-gross-sharpe",
-        gates.min_gross_returns_sharpe, true},
-       {reasons::kSharpeMin, "", "--min-sharpe", gates.min_sharpe, true},
-       {reasons::kTurnoverExceeded, "", "limits.turnover in --config", limits.turnover, false},
-       {reasons::kMaxWeightExceeded, "", "limits.max_weight in --config", limits.max_weight, false},
-       {reasons::kDeltaExposureExceeded, "", "limits.delta_exposure in --config",
-        limits.delta_exposure, false},
-       {reasons::kCorrelationExceeded, kOtherPool, "pool.correlation_max in --config",
-        config.pool.correlation_max, false},
-       {reasons::kPnlMiBelowThreshold, kOtherPool, "pool.novelty_min in --config",
-        config.pool.novelty_min, true}}};
+  if (reason == reasons::kCorrelationExceeded.view()) {
+    return fmt::format("{}raise pool.correlation_max in --config above {}", kOtherPool,
+                       pool.correlation_max);
+  }
+  if (reason == reasons::kPnlMiBelowThreshold.view()) {
+    return fmt::format("{}lower pool.novelty_min in --config below {}", kOtherPool, pool.novelty_min);
+  }
+  return {};
 }
 
 std::string counted(std::int64_t count, const char* noun) {
@@ -159,11 +139,12 @@ std::string best_signals_text(const std::vector<CandidateRecorded>& best, Width 
 }
 
 std::string remedy_for(const std::string& reason, const SearchOptions& options) {
-  for (const Remedy& remedy : threshold_remedies(options.config)) {
-    if (remedy.reason.view() != reason) continue;
-    return fmt::format("{}{} {} {} {}", remedy.first, remedy.is_minimum ? "lower" : "raise",
-                       remedy.setting, remedy.is_minimum ? "below" : "above", remedy.threshold);
+  for (const embedded::Gate& gate : embedded::gate_table()) {
+    if (gate.reason.view() != reason) continue;
+    return gate.remedy(gate.threshold(options.config.gates, options.config.limits));
   }
+  const std::string of_pool = pool_remedy(reason, options.config.pool);
+  if (!of_pool.empty()) return of_pool;
   if (reason == "worker_timeout") {
     return fmt::format("raise --timeout above {}", options.timeout_seconds);
   }

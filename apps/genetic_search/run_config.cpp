@@ -17,13 +17,11 @@ void override_with(Target& target, const std::optional<Value>& value) {
 embedded::HostConfig resolved_config(const std::optional<std::filesystem::path>& file,
                                      const ConfigOverrides& overrides) {
   embedded::HostConfig config = file ? embedded::read_host_config(*file) : embedded::HostConfig();
-  embedded::GateThresholds& gates = config.gates;
-  override_with(gates.min_abs_weight_sum_mean, overrides.min_abs_weight_sum_mean);
-  override_with(gates.max_turnover, overrides.max_turnover);
-  override_with(gates.max_max_weight, overrides.max_max_weight);
-  override_with(gates.max_delta_exposure, overrides.max_delta_exposure);
-  override_with(gates.min_gross_returns_sharpe, overrides.min_gross_returns_sharpe);
-  override_with(gates.min_sharpe, overrides.min_sharpe);
+  for (const embedded::Gate& gate : embedded::gate_table()) {
+    const auto found = overrides.thresholds.find(gate.option);
+    if (found == overrides.thresholds.end()) continue;
+    override_with(gate.setting(config.gates, config.limits), found->second);
+  }
   override_with(config.eras.era, overrides.era);
   override_with(config.pool.name, overrides.pool_name);
   if (overrides.era && *overrides.era > config.eras.train) {

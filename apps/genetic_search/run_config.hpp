@@ -2,8 +2,10 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "hosts/embedded/config/host_config.hpp"
 
@@ -11,12 +13,8 @@ namespace varnholt::app {
 
 // Settings of the configuration that have an option of their own. What is absent stays as it is.
 struct ConfigOverrides {
-  std::optional<double> min_abs_weight_sum_mean;
-  std::optional<double> max_turnover;
-  std::optional<double> max_max_weight;
-  std::optional<double> max_delta_exposure;
-  std::optional<double> min_gross_returns_sharpe;
-  std::optional<double> min_sharpe;
+  // By the option of the gate.
+  std::map<std::string_view, std::optional<double>> thresholds;
   std::optional<int> era;
   std::optional<std::string> pool_name;
 };

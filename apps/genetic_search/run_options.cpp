@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include "hosts/embedded/backtest/statistics.hpp"
+#include "hosts/embedded/gates/gates.hpp"
 #include "hosts/embedded/host/embedded_host.hpp"
 #include "search_templates/genetic/settings/constants.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -143,7 +144,6 @@ void add_config_options(Options& options, RunCommand& run) {
 
 void add_judging_options(Options& options, embedded::SearchOptions& search,
                          ConfigOverrides& overrides) {
-  const embedded::GateThresholds gates;
   options.group("Backtest");
   options.real("--cost-bps", "BP", {0.0, embedded::kLargestCosts},
                fmt::format("Costs in basis points (1/10,000) of what is traded. Default: {}.",
@@ -151,32 +151,11 @@ void add_judging_options(Options& options, embedded::SearchOptions& search,
                search.cost_basis_points);
 
   options.group("Gates (what a signal needs to pass; defaults where --config says nothing)");
-  options.real("--min-sharpe", "X", {-kInfinity, kInfinity},
-               fmt::format("Annualised Sharpe ratio after costs. Default: {}.", gates.min_sharpe),
-               overrides.min_sharpe);
-  options.real("--min-gross-sharpe", "X", {-kInfinity, kInfinity},
-               fmt::format("Annualised Sharpe ratio before costs. Default: {}.",
-                           gates.min_gross_returns_sharpe),
-               overrides.min_gross_returns_sharpe);
-  options.real("--max-turnover", "X", {0.0, kInfinity},
-               fmt::format("Mean fraction of the capital traded a day; 2 turns the whole book "
-                           "round. Default: {}.",
-                           gates.max_turnover),
-               overrides.max_turnover);
-  options.real("--max-weight", "X", {0.0, kInfinity},
-               fmt::format("Largest weight of one instrument on any day; 1 is all of the capital. "
-                           "Default: {}.",
-                           gates.max_max_weight),
-               overrides.max_max_weight);
-  options.real("--max-net-exposure", "X", {0.0, kInfinity},
-               fmt::format("Mean absolute net exposure; 0 is market neutral, 1 all on one side. "
-                           "Default: {}.",
-                           gates.max_delta_exposure),
-               overrides.max_delta_exposure);
-  options.real("--min-gross-exposure", "X", {0.0, kInfinity},
-               fmt::format("Mean gross exposure; 1 is a position on every day. Default: {}.",
-                           gates.min_abs_weight_sum_mean),
-               overrides.min_abs_weight_sum_mean);
+  for (const embedded::Gate* const gate : embedded::gates_as_told(false)) {
+    options.real(std::string(gate->option), "X", {gate->low, kInfinity},
+                 fmt::format("{} Default: {}.", gate->help, gate->default_threshold()),
+                 overrides.thresholds[gate->option]);
+  }
 }
 
 void add_worker_options(Options& options, RunCommand& run) {

@@ -1,8 +1,8 @@
 #include "hosts/embedded/config/host_config.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <optional>
 #include <utility>
@@ -28,7 +28,7 @@ constexpr std::size_t kShownProblem = 160;
 
 // A number from `low` to `high`, or between them where `open`.
 struct RealKey {
-  double& (*field)(HostConfig&);
+  std::function<double&(HostConfig&)> field;
   double low;
   double high;
   bool open = false;
@@ -50,76 +50,79 @@ struct ConfigKey {
 };
 
 template <auto Table, auto Member>
-constexpr RealKey real_key(double low, double high, bool open = false) {
+RealKey real_key(double low, double high, bool open = false) {
   return {[](HostConfig& config) -> double& { return config.*Table.*Member; }, low, high, open};
 }
 
-constexpr std::array kKeys = {
-    ConfigKey{"gates", "sharpe_min",
-              real_key<&HostConfig::gates, &GateThresholds::min_sharpe>(-kInfinity, kInfinity)},
-    ConfigKey{"gates", "gross_returns_sharpe_min",
-              real_key<&HostConfig::gates, &GateThresholds::min_gross_returns_sharpe>(-kInfinity,
-                                                                                      kInfinity)},
-    ConfigKey{"gates", "turnover_max",
-              real_key<&HostConfig::gates, &GateThresholds::max_turnover>(0.0, kMostTurnover)},
-    ConfigKey{"gates", "max_weight_max",
-              real_key<&HostConfig::gates, &GateThresholds::max_max_weight>(0.0, kMostWeight)},
-    ConfigKey{
-        "gates", "delta_exposure_max",
-        real_key<&HostConfig::gates, &GateThresholds::max_delta_exposure>(0.0, kMostDeltaExposure)},
-    ConfigKey{"gates", "abs_weight_sum_mean_min",
-              real_key<&HostConfig::gates, &GateThresholds::min_abs_weight_sum_mean>(
-                  0.0, kMostAbsWeightSum)},
-    ConfigKey{"limits", "turnover",
-              real_key<&HostConfig::limits, &HardLimits::turnover>(0.0, kMostTurnover)},
-    ConfigKey{"limits", "max_weight",
-              real_key<&HostConfig::limits, &HardLimits::max_weight>(0.0, kMostWeight)},
-    ConfigKey{"limits", "delta_exposure",
-              real_key<&HostConfig::limits, &HardLimits::delta_exposure>(0.0, kMostDeltaExposure)},
-    ConfigKey{"pool", "name",
-              TextKey{[](HostConfig& config) -> std::string& { return config.pool.name; }}},
-    ConfigKey{"pool", "correlation_max",
-              real_key<&HostConfig::pool, &PoolSettings::correlation_max>(0.0, 1.0)},
-    ConfigKey{"pool", "novelty_min",
-              real_key<&HostConfig::pool, &PoolSettings::novelty_min>(0.0, 1.0)},
-    ConfigKey{
-        "pool", "minimum_days",
-        IntegerKey{[](HostConfig& config, std::int64_t days) { config.pool.minimum_days = days; },
-                   10, 1'000'000}},
-    ConfigKey{"eras", "train",
-              IntegerKey{[](HostConfig& config, std::int64_t count) {
-                           config.eras.train = static_cast<int>(count);
-                         },
-                         1, kLargestEraCount}},
-    ConfigKey{"eras", "holdout",
-              real_key<&HostConfig::eras, &EraSettings::holdout>(0.0, 1.0, true)},
-    ConfigKey{"eras", "era",
-              IntegerKey{[](HostConfig& config, std::int64_t number) {
-                           config.eras.era = static_cast<int>(number);
-                         },
-                         1, kLargestEraCount}},
-    ConfigKey{"market", "id",
-              IntegerKey{[](HostConfig& config, std::int64_t id) { config.market_id = id; }, 1,
-                         kLargestInteger}}};
+// The keys that are no gates and no limits.
+std::vector<ConfigKey> other_keys() {
+  return {ConfigKey{"pool", "name",
+                    TextKey{[](HostConfig& config) -> std::string& { return config.pool.name; }}},
+          ConfigKey{"pool", "correlation_max",
+                    real_key<&HostConfig::pool, &PoolSettings::correlation_max>(0.0, 1.0)},
+          ConfigKey{"pool", "novelty_min",
+                    real_key<&HostConfig::pool, &PoolSettings::novelty_min>(0.0, 1.0)},
+          ConfigKey{"pool", "minimum_days",
+                    IntegerKey{[](HostConfig& config, std::int64_t days) {
+                                 config.pool.minimum_days = days;
+                               },
+                               10, 1'000'000}},
+          ConfigKey{"eras", "train",
+                    IntegerKey{[](HostConfig& config, std::int64_t count) {
+                                 config.eras.train = static_cast<int>(count);
+                               },
+                               1, kLargestEraCount}},
+          ConfigKey{"eras", "holdout",
+                    real_key<&HostConfig::eras, &EraSettings::holdout>(0.0, 1.0, true)},
+          ConfigKey{"eras", "era",
+                    IntegerKey{[](HostConfig& config, std::int64_t number) {
+                                 config.eras.era = static_cast<int>(number);
+                               },
+                               1, kLargestEraCount}},
+          ConfigKey{"market", "id",
+                    IntegerKey{[](HostConfig& config, std::int64_t id) { config.market_id = id; },
+                               1, kLargestInteger}}};
+}
+
+// Every key, table by table, in the order in which people are told of them.
+std::vector<ConfigKey> made_keys() {
+  std::vector<ConfigKey> keys;
+  for (const bool limits : {false, true}) {
+    for (const Gate* const gate : gates_as_told(limits)) {
+      const auto field = [gate](HostConfig& config) -> double& {
+        return gate->setting(config.gates, config.limits);
+      };
+      keys.push_back({gate->config_table(), gate->key, RealKey{field, gate->low, gate->high}});
+    }
+  }
+  for (ConfigKey& key : other_keys())
+    keys.push_back(std::move(key));
+  return keys;
+}
+
+const std::vector<ConfigKey>& all_keys() {
+  static const std::vector<ConfigKey> kKeys = made_keys();
+  return kKeys;
+}
 
 constexpr std::string_view kTablesMend =
     "the tables are [gates], [limits], [pool], [eras] and [market]";
 
 bool is_table(std::string_view name) {
-  return std::any_of(kKeys.begin(), kKeys.end(),
+  return std::any_of(all_keys().begin(), all_keys().end(),
                      [name](const ConfigKey& key) { return key.table == name; });
 }
 
 const ConfigKey* find_key(std::string_view table, std::string_view name) {
-  const auto* const found = std::find_if(kKeys.begin(), kKeys.end(), [&](const ConfigKey& key) {
+  const auto found = std::find_if(all_keys().begin(), all_keys().end(), [&](const ConfigKey& key) {
     return key.table == table && key.name == name;
   });
-  return found == kKeys.end() ? nullptr : found;
+  return found == all_keys().end() ? nullptr : &*found;
 }
 
 std::string keys_mend(std::string_view table) {
   std::string names;
-  for (const ConfigKey& key : kKeys) {
+  for (const ConfigKey& key : all_keys()) {
     if (key.table != table) continue;
     names.append(names.empty() ? "" : ", ").append(key.name);
   }

@@ -19,15 +19,20 @@
 #include "hosts/embedded/config/host_config_error.hpp"
 #include "hosts/embedded/gates/gates.hpp"
 #include "hosts/embedded/market/eras.hpp"
+#include "hosts/embedded/signal_pool/pool_gates.hpp"
+#include "hosts/embedded/signal_pool/signal_pool.hpp"
 
 namespace varnholt::embedded {
 
 // The signal pool that a new signal is compared with and submitted to.
 struct PoolSettings {
   std::string name = "signals";
-  double correlation_max = 0.7;    // The largest correlation with a signal of the pool.
-  double novelty_min = 0.2;        // The least novelty beside the members of the signal pool.
-  std::int64_t minimum_days = 60;  // The fewest days on which two signals can be compared.
+  // The largest correlation with a signal of the signal pool.
+  double correlation_max = kDefaultMaxCorrelation;
+  // The least novelty beside the members of the signal pool.
+  double novelty_min = kDefaultMinNovelty;
+  // The fewest days on which two signals can be compared.
+  std::int64_t minimum_days = kDefaultCommonDays;
 };
 
 struct HostConfig {

@@ -1,9 +1,10 @@
 // The gates: the thresholds that a signal's statistics must meet.
 //
 // Two kinds stand in one table. A limit holds for every book, whatever the signal is worth; a gate
-// is a requirement on the signal. The limits are judged first. Each row is data: the reason under
-// which a failure stands in the candidate's record, the statistic that is judged, the sense in
-// which it is judged, and the threshold.
+// is a requirement on the signal. The limits are judged first. Each row is data: the reason
+// under which a failure stands in the candidate's record, the statistic that is judged, the sense
+// in which it is judged, the threshold, and how people set it and are told of it. Configuration,
+// options, help and messages are made from the table, and the documents are checked against it.
 //
 //   reason                           metric                 fails where it is
 //   turnover_exceeded                turnover               above  the limit
@@ -23,6 +24,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "hosts/embedded/backtest/statistics.hpp"
@@ -72,14 +74,38 @@ struct Gate {
   Sense sense;
   bool is_limit;
   double BacktestStatistics::*statistic;
-  double (*threshold)(const GateThresholds&, const HardLimits&);
+  // The threshold among all of them, to be read or set.
+  double& (*setting)(GateThresholds&, HardLimits&);
+
+  // How it is set: by a key of the configuration, in the table config_table(), with a number from
+  // `low` to `high`, and where there is one by an option. An option takes a number above `high` as
+  // well: such a threshold refuses nothing.
+  std::string_view key;
+  std::string_view option;  // Empty for a limit.
+  double low;
+  double high;
+  // How it is told: what the key means and in which unit, and what the option's help says.
+  std::string_view meaning;
+  std::string_view unit;
+  std::string_view option_unit;
+  std::string_view help;
+  // The place among those that people are told of, from 1: what is asked for most comes first.
+  int told;
 
   // The comparison that holds where the gate fails: ">" or "<".
   [[nodiscard]] genetic::Key comparison() const;
+  // "limits" or "gates".
+  [[nodiscard]] std::string_view config_table() const { return is_limit ? "limits" : "gates"; }
+  [[nodiscard]] double threshold(const GateThresholds& thresholds, const HardLimits& limits) const;
+  [[nodiscard]] double default_threshold() const { return threshold({}, {}); }
+  // What lets more signals through than this threshold does: "raise --max-turnover above 1".
+  [[nodiscard]] std::string remedy(double threshold) const;
 };
 
 // The table, in the order in which gates are judged.
 [[nodiscard]] std::span<const Gate> gate_table();
+// The rows of gates, or of limits, in the order in which people are told of them.
+[[nodiscard]] std::vector<const Gate*> gates_as_told(bool limits);
 
 // A failed gate, with the figures behind it. The keys are those of the table's row.
 struct GateFailure {

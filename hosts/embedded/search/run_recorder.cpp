@@ -64,7 +64,7 @@ std::optional<std::string> text_or_nothing(const std::string& text) {
   return text.empty() ? std::nullopt : std::optional(text);
 }
 
-// A detail for people: that of a gate reads "sharpe 0.12 is below 0.3".
+// A detail for people, where no gate of the table tells it itself.
 std::string readable_detail(const Value& detail) {
   const Value evidence = detail_evidence(detail);
   if (!evidence.is_mapping()) return text_or_empty(detail);
@@ -91,18 +91,15 @@ CandidateRecorded candidate_of(const Value& graph, bool passed, const Mapping& k
 // Every failure by its reason with its evidence: the reason that the candidate was rejected for,
 // then the gates that its statistics fail besides.
 Mapping all_failures(const CandidateRecorded& candidate, const Mapping& keywords,
-                     const RunRecorder::Settings& settings) {
+                     const std::vector<GateFailure>& gates) {
   Mapping failures;
   if (!candidate.failure_reason.empty()) {
     const auto tracking = genetic::as_mapping(keywords.get(keys::kTrackingMetricKwargs));
     const Value detail = tracking ? tracking->get(keys::kFailureDetail) : Value();
     failures.set(candidate.failure_reason, detail_evidence(detail));
   }
-  if (!candidate.statistics) return failures;
-  for (const GateFailure& failure :
-       failed_gates(*candidate.statistics, settings.gates, settings.limits)) {
+  for (const GateFailure& failure : gates)
     failures.set_default(failure.reason, failure_detail(failure));
-  }
   return failures;
 }
 
@@ -156,6 +153,11 @@ RunRecorder::RunRecorder(RunStore& store, SearchObserver& observer, Lineage& lin
       era_number_(start.era_number),
       run_id_(store.begin_run(start)) {}
 
+std::vector<GateFailure> RunRecorder::gates_failed(const CandidateRecorded& candidate) const {
+  if (!candidate.statistics) return {};
+  return failed_gates(*candidate.statistics, settings_.gates, settings_.limits);
+}
+
 std::optional<std::int64_t> RunRecorder::attempt_of(const ActiveAttempt& attempt,
                                                     const std::string& graph_key) {
   if (attempt.id.is_absent()) return store_.attempts().open_attempt(run_id_, graph_key);
@@ -190,6 +192,11 @@ void RunRecorder::store(const EvaluationRecord& record, const std::optional<std:
 Value RunRecorder::record(const Value& graph, bool passed, const Mapping& keywords,
                           const ActiveAttempt& attempt) {
   CandidateRecorded candidate = candidate_of(graph, passed, keywords);
+  const std::vector<GateFailure> failed = gates_failed(candidate);
+  for (const GateFailure& failure : failed) {
+    if (failure.reason.view() == candidate.failure_reason)
+      candidate.failure_detail = failure.detail;
+  }
   candidate.candidate_number = progress_.candidates + 1;
   candidate.eval_id = eval_id_of(run_id_, candidate.candidate_number);
   candidate.generation = progress_.generation;
@@ -206,7 +213,7 @@ Value RunRecorder::record(const Value& graph, bool passed, const Mapping& keywor
   ++evaluated_;
   EvaluationRecord record = stored_form(candidate, graph, keywords);
   record.lineage_json = lineage_json(origin);
-  record.failures_json = genetic::json_text(all_failures(candidate, keywords, settings_));
+  record.failures_json = genetic::json_text(all_failures(candidate, keywords, failed));
   record.market_id = market_id_;
   record.era_number = era_number_;
   AttemptEndRow end = attempt_end(candidate, keywords, attempt, settings_.gates, settings_.limits);

@@ -70,6 +70,8 @@ class RunRecorder : public ResultRecorder {
   void count(const CandidateRecorded& candidate);
   void add_to_digest(const EvaluationRecord& record);
   void count_repair(const CandidateRecorded& candidate);
+  // All that the statistics fail, whatever the candidate was rejected for.
+  [[nodiscard]] std::vector<GateFailure> gates_failed(const CandidateRecorded& candidate) const;
   [[nodiscard]] std::optional<std::int64_t> attempt_of(const ActiveAttempt& attempt,
                                                        const std::string& graph_key);
   void store(const EvaluationRecord& record, const std::optional<std::int64_t>& attempt,

@@ -26,9 +26,12 @@ struct PoolMeasure {
 //
 // The novelty of independent signals is not 1 but scatters below it, since their mutual information
 // is estimated: over 1,000 days, mostly from 0.8 on. A minimum above 0.6 would refuse what is new.
+inline constexpr double kDefaultMinNovelty = 0.2;
+inline constexpr double kDefaultMaxCorrelation = 0.7;
+
 struct PoolThresholds {
-  double min_novelty = 0.3;
-  double max_correlation = 0.7;
+  double min_novelty = kDefaultMinNovelty;
+  double max_correlation = kDefaultMaxCorrelation;
 };
 
 // Throws std::invalid_argument unless both are from 0 to 1.

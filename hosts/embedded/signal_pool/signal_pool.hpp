@@ -23,8 +23,8 @@
 
 namespace varnholt::embedded {
 
-// With fewer days in common no figure is meaningful: the scatter of a correlation is 1/sqrt(days).
-inline constexpr Eigen::Index kMinimumCommonDays = 40;
+// With few days in common no figure is meaningful: the scatter of a correlation is 1/sqrt(days).
+inline constexpr Eigen::Index kDefaultCommonDays = 60;
 
 // A measure that was made elsewhere, in a process that knew the same first members.
 struct PoolComparison {
@@ -39,7 +39,7 @@ class SignalPool {
 
   // The store must outlive the pool. The pool has no members before the first refresh. A signal
   // whose novelty is below `least_novelty` beside one member is not compared with the rest.
-  SignalPool(RunStore& store, PoolIdentity identity, Eigen::Index minimum_days = kMinimumCommonDays,
+  SignalPool(RunStore& store, PoolIdentity identity, Eigen::Index minimum_days = kDefaultCommonDays,
              double least_novelty = 0.0);
 
   [[nodiscard]] const PoolIdentity& identity() const noexcept { return identity_; }

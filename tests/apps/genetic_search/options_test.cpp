@@ -50,7 +50,8 @@ TEST(Options, LeaveTheHostsDefaults) {
   EXPECT_EQ(run.search.worker_memory_limit_bytes, std::nullopt);
   EXPECT_EQ(run.search.graphs.max_depth, defaults.graphs.max_depth);
   EXPECT_EQ(run.config_file, std::nullopt);
-  EXPECT_EQ(run.overrides.min_sharpe, std::nullopt);
+  for (const auto& [option, threshold] : run.overrides.thresholds)
+    EXPECT_EQ(threshold, std::nullopt) << option;
   EXPECT_EQ(run.overrides.era, std::nullopt);
   EXPECT_EQ(run.overrides.pool_name, std::nullopt);
   EXPECT_EQ(run.search.timeout_seconds, defaults.timeout_seconds);
@@ -85,16 +86,16 @@ TEST(Options, ReachTheirSettings) {
 }
 
 TEST(Options, ReachTheirGates) {
-  const ConfigOverrides gates =
+  const std::map<std::string_view, std::optional<double>> gates =
       parse_run({"--prices=p", "--min-sharpe", "-1", "--min-gross-sharpe=0.2", "--max-turnover=0.3",
                  "--max-weight=0.4", "--max-net-exposure=0.5", "--min-gross-exposure=0.6"})
-          .overrides;
-  EXPECT_EQ(gates.min_sharpe, -1.0);
-  EXPECT_EQ(gates.min_gross_returns_sharpe, 0.2);
-  EXPECT_EQ(gates.max_turnover, 0.3);
-  EXPECT_EQ(gates.max_max_weight, 0.4);
-  EXPECT_EQ(gates.max_delta_exposure, 0.5);
-  EXPECT_EQ(gates.min_abs_weight_sum_mean, 0.6);
+          .overrides.thresholds;
+  EXPECT_EQ(gates.at("--min-sharpe"), -1.0);
+  EXPECT_EQ(gates.at("--min-gross-sharpe"), 0.2);
+  EXPECT_EQ(gates.at("--max-turnover"), 0.3);
+  EXPECT_EQ(gates.at("--max-weight"), 0.4);
+  EXPECT_EQ(gates.at("--max-net-exposure"), 0.5);
+  EXPECT_EQ(gates.at("--min-gross-exposure"), 0.6);
 }
 
 TEST(Options, ReachTheLimitsOfRepairs) {

@@ -73,7 +73,7 @@ TEST_F(SignalPoolTest, OneMemberIsEnoughToRefuseASignal) {
   const std::string curved = join(curve);
   const ArrayXd likeness = correlated(base_, -0.9, 2);
   const std::string near = join(likeness);
-  SignalPool pool(*store_, pool_, kMinimumCommonDays, 0.3);
+  SignalPool pool(*store_, pool_, kDefaultCommonDays, 0.3);
   EXPECT_TRUE(pool.refresh());
   const PoolMeasure refused = pool.measure(base_);
   EXPECT_EQ(refused.nearest_by_information, near) << "it correlates most, and is enough";
@@ -96,7 +96,7 @@ TEST_F(SignalPoolTest, WhatIsNotRefusedIsComparedWithAll) {
   for (std::uint64_t seed = 2; seed < 8; ++seed)
     join(correlated(base_, 0.1 * static_cast<double>(seed % 4), seed));
   SignalPool thorough(*store_, pool_);
-  SignalPool quick(*store_, pool_, kMinimumCommonDays, 0.1);
+  SignalPool quick(*store_, pool_, kDefaultCommonDays, 0.1);
   EXPECT_TRUE(thorough.refresh());
   EXPECT_TRUE(quick.refresh());
   const PoolMeasure measure = quick.measure(base_);
@@ -207,15 +207,15 @@ TEST_F(SignalPoolTest, NamesTheMemberWithOtherDays) {
 }
 
 TEST_F(SignalPoolTest, NeedsEnoughDaysInCommon) {
-  join(normal_series(kMinimumCommonDays - 1, 1));
+  join(normal_series(kDefaultCommonDays - 1, 1));
   SignalPool pool(*store_, pool_);
   EXPECT_TRUE(pool.refresh());
-  EXPECT_THROW(static_cast<void>(pool.measure(normal_series(kMinimumCommonDays - 1, 2))),
+  EXPECT_THROW(static_cast<void>(pool.measure(normal_series(kDefaultCommonDays - 1, 2))),
                PoolMetricNotYetComputable);
   execute("DELETE FROM submissions");
-  join(normal_series(kMinimumCommonDays, 1));
+  join(normal_series(kDefaultCommonDays, 1));
   EXPECT_TRUE(pool.refresh());
-  EXPECT_NO_THROW(static_cast<void>(pool.measure(normal_series(kMinimumCommonDays, 2))));
+  EXPECT_NO_THROW(static_cast<void>(pool.measure(normal_series(kDefaultCommonDays, 2))));
 }
 
 TEST_F(SignalPoolTest, SeesThatAMemberWasTakenOut) {
@@ -310,19 +310,19 @@ TEST_F(SignalPoolTest, WhatItMeasuredItselfIsNotReplaced) {
 }
 
 TEST_F(SignalPoolTest, ForgetsTheOldestOfManySignals) {
-  join(normal_series(kMinimumCommonDays, 1));
+  join(normal_series(kDefaultCommonDays, 1));
   SignalPool pool(*store_, pool_);
   EXPECT_TRUE(pool.refresh());
-  const ArrayXd first = normal_series(kMinimumCommonDays, 2);
+  const ArrayXd first = normal_series(kDefaultCommonDays, 2);
   // A figure that no comparison could give shows whether it is remembered.
-  PoolComparison comparison = pool.compare(normal_series(kMinimumCommonDays, 3)).value();
+  PoolComparison comparison = pool.compare(normal_series(kDefaultCommonDays, 3)).value();
   comparison.measure.correlation = 2.0;
   pool.take_over(first, comparison);
   for (std::uint64_t seed = 0; seed + 2 < SignalPool::kRememberedMeasures; ++seed)
-    static_cast<void>(pool.measure(normal_series(kMinimumCommonDays, 100 + seed)));
+    static_cast<void>(pool.measure(normal_series(kDefaultCommonDays, 100 + seed)));
   EXPECT_EQ(pool.measure(first).correlation, 2.0);
   for (const std::uint64_t seed : {10U, 11U})
-    static_cast<void>(pool.measure(normal_series(kMinimumCommonDays, seed)));
+    static_cast<void>(pool.measure(normal_series(kDefaultCommonDays, seed)));
   EXPECT_LE(pool.measure(first).correlation, 1.0);
 }
 
