@@ -65,8 +65,9 @@ EmbeddedHost::EmbeddedHost(ProcessSide& process, const Vocabulary& vocabulary, L
                            SignalSubmission& submission, const HostSettings& settings)
     : process_(process),
       logger_(settings.log),
-      engine_(settings.graphs, settings.gates, settings.limits, submission,
-              settings.client_manifest),
+      graph_limits_(settings.graphs),
+      gates_(settings.gates, settings.limits),
+      pool_metrics_(submission, settings.client_manifest),
       observer_(lineage, settings.on_generation_end),
       operators_({settings.graphs.max_depth, settings.graphs.max_nodes}),
       random_graphs_(vocabulary, settings.graphs),

@@ -12,14 +12,17 @@
 #include "hosts/embedded/attempts/attempt_accounts.hpp"
 #include "hosts/embedded/attempts/embedded_tracker.hpp"
 #include "hosts/embedded/config/host_config.hpp"
-#include "hosts/embedded/host/embedded_engine.hpp"
+#include "hosts/embedded/host/embedded_gates.hpp"
+#include "hosts/embedded/host/embedded_logger.hpp"
 #include "hosts/embedded/host/embedded_planning.hpp"
+#include "hosts/embedded/host/embedded_pool_metrics.hpp"
+#include "hosts/embedded/host/graph_limits.hpp"
 #include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/host/lineage.hpp"
 #include "hosts/embedded/host/process_side.hpp"
 #include "hosts/embedded/host/search_events.hpp"
 #include "hosts/embedded/host/signal_submission.hpp"
-#include "hosts/embedded/host/twister_generators.hpp"
+#include "hosts/embedded/host/system_random.hpp"
 #include "hosts/embedded/operators/genetic_operators.hpp"
 #include "hosts/embedded/system/parent_memory.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
@@ -107,13 +110,14 @@ class EmbeddedHost : public genetic::Host {
   EmbeddedHost(ProcessSide& process, const Vocabulary& vocabulary, Lineage& lineage,
                SignalSubmission& submission, const HostSettings& settings);
 
-  [[nodiscard]] genetic::Gates& gates() override { return engine_; }
-  [[nodiscard]] genetic::PoolThresholds& pool_thresholds() override { return engine_; }
-  [[nodiscard]] genetic::PoolMetrics& pool_metrics() override { return engine_; }
-  [[nodiscard]] genetic::SubmissionPayloads& submission_payloads() override { return engine_; }
-  [[nodiscard]] genetic::RandomGraphLimits& random_graph_limits() override { return engine_; }
-  [[nodiscard]] genetic::RuntimeReadiness& runtime_readiness() override { return engine_; }
-  [[nodiscard]] genetic::GraphDepth& graph_depth() override { return engine_; }
+  [[nodiscard]] genetic::Gates& gates() override { return gates_; }
+  [[nodiscard]] genetic::PoolThresholds& pool_thresholds() override { return pool_metrics_; }
+  [[nodiscard]] genetic::PoolMetrics& pool_metrics() override { return pool_metrics_; }
+  [[nodiscard]] genetic::SubmissionPayloads& submission_payloads() override {
+    return pool_metrics_;
+  }
+  [[nodiscard]] genetic::RandomGraphLimits& random_graph_limits() override { return graph_limits_; }
+  [[nodiscard]] genetic::GraphDepth& graph_depth() override { return graph_limits_; }
   [[nodiscard]] genetic::Logger& logger() override { return logger_; }
   [[nodiscard]] genetic::ProcessEvaluation& process_evaluation() override { return process_.pool; }
   [[nodiscard]] genetic::Eliteness& eliteness() override { return eliteness_; }
@@ -122,7 +126,6 @@ class EmbeddedHost : public genetic::Host {
   [[nodiscard]] genetic::ReactionPlanning& reaction_planning() override { return planning_; }
   [[nodiscard]] genetic::BacktestTimings& backtest_timings() override { return process_.timings; }
   [[nodiscard]] genetic::JsonReader& json_reader() override { return json_reader_; }
-  [[nodiscard]] genetic::RandomGenerators& random_generators() override { return generators_; }
   [[nodiscard]] genetic::SecureRandom& secure_random() override { return secure_random_; }
   [[nodiscard]] genetic::Pause& pause() override { return pause_; }
   [[nodiscard]] genetic::ProcessContexts& process_contexts() override { return process_.queues; }
@@ -139,14 +142,15 @@ class EmbeddedHost : public genetic::Host {
  private:
   ProcessSide& process_;
   EmbeddedLogger logger_;
-  EmbeddedEngine engine_;
+  EmbeddedGraphLimits graph_limits_;
+  EmbeddedGates gates_;
+  EmbeddedPoolMetrics pool_metrics_;
   EmbeddedEliteness eliteness_;
   EmbeddedJsonReader json_reader_;
   EmbeddedObserver observer_;
   GeneticOperators operators_;
   EmbeddedRandomGraphs random_graphs_;
   EmbeddedPlanning planning_;
-  TwisterGenerators generators_;
   SystemRandom secure_random_;
   EmbeddedPause pause_;
   EmbeddedMarkers attempt_markers_;

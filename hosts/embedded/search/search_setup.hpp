@@ -4,11 +4,11 @@
 
 #include "hosts/embedded/backtest/evaluator.hpp"
 #include "hosts/embedded/host/process_side.hpp"
-#include "hosts/embedded/host/twister_generators.hpp"
 #include "hosts/embedded/pool/system_calls.hpp"
 #include "hosts/embedded/search/run_description.hpp"
 #include "hosts/embedded/search/search_options.hpp"
 #include "search_templates/genetic/driver/genetic_template.hpp"
+#include "search_templates/genetic/host/twister_generators.hpp"
 
 namespace varnholt::embedded {
 
@@ -41,7 +41,7 @@ class SearchSetup {
   Evaluator evaluator_;
   RealSystemCalls system_;
   ProcessSide process_;
-  TwisterGenerators generators_;
+  genetic::TwisterGenerators generators_;
   genetic::GeneticTemplate config_;
 };
 

@@ -4,10 +4,10 @@
 
 #include <gtest/gtest.h>
 
-#include "hosts/embedded/host/twister_generators.hpp"
 #include "hosts/embedded/market/price_file.hpp"
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
+#include "search_templates/genetic/host/twister_generators.hpp"
 #include "tests/hosts/embedded/graph_helpers.hpp"
 #include "tests/hosts/embedded/panel_helpers.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"
@@ -74,7 +74,7 @@ TEST(Evaluator, AppliesFunctionsToTheirInputsInOrder) {
 TEST(Evaluator, OneGraphLeavesNoTraceForTheNext) {
   const MarketData data = make_synthetic_universe({.instruments = 6, .days = 200, .seed = 5});
   const Evaluator used(data);
-  TwisterGenerator generator{genetic::MersenneTwister(12)};
+  genetic::TwisterGenerator generator{genetic::MersenneTwister(12)};
   for (int i = 0; i < 30; ++i) {
     const genetic::Value graph = random_graph(generator, used.vocabulary());
     const Evaluation first = used.evaluate(graph);
@@ -87,7 +87,7 @@ TEST(Evaluator, OneGraphLeavesNoTraceForTheNext) {
 TEST(Evaluator, StatisticsOfRandomGraphsAreFinite) {
   const Evaluator evaluator(make_synthetic_universe(
       {.instruments = 10, .days = 130, .seed = 2, .late_start_share = 0.5, .gap_share = 0.02}));
-  TwisterGenerator generator{genetic::MersenneTwister(31)};
+  genetic::TwisterGenerator generator{genetic::MersenneTwister(31)};
   int active = 0;
   for (int i = 0; i < 400; ++i) {
     const Evaluation evaluation =

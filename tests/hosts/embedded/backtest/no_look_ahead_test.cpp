@@ -8,9 +8,9 @@
 #include <gtest/gtest.h>
 
 #include "hosts/embedded/backtest/evaluator.hpp"
-#include "hosts/embedded/host/twister_generators.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
+#include "search_templates/genetic/host/twister_generators.hpp"
 #include "tests/hosts/embedded/graph_helpers.hpp"
 #include "tests/hosts/embedded/panel_helpers.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"
@@ -31,7 +31,7 @@ MarketData universe() {
 
 // `function` at the root, over random subtrees.
 genetic::Value graph_with_root(const FunctionEntry& function, const Vocabulary& vocabulary,
-                               TwisterGenerator& generator) {
+                               genetic::TwisterGenerator& generator) {
   genetic::List children;
   for (std::size_t i = 0; i < function.data_children(); ++i) {
     children.append(
@@ -79,7 +79,7 @@ class NoLookAhead : public testing::Test {
 };
 
 TEST_F(NoLookAhead, OfAnyFunction) {
-  TwisterGenerator generator{genetic::MersenneTwister(kSeed)};
+  genetic::TwisterGenerator generator{genetic::MersenneTwister(kSeed)};
   std::map<std::string_view, int> active;
   for (const FunctionEntry& function : whole_.vocabulary().functions) {
     for (int i = 0; i < 4; ++i) {
@@ -93,7 +93,7 @@ TEST_F(NoLookAhead, OfAnyFunction) {
 }
 
 TEST_F(NoLookAhead, OfRandomGraphs) {
-  TwisterGenerator generator{genetic::MersenneTwister(kSeed + 1)};
+  genetic::TwisterGenerator generator{genetic::MersenneTwister(kSeed + 1)};
   for (int i = 0; i < 80; ++i) {
     expect_none(random_graph(generator, whole_.vocabulary(), {.max_depth = 6, .max_nodes = 30}));
   }

@@ -12,8 +12,8 @@
 #include <gtest/gtest.h>
 
 #include "hosts/embedded/backtest/evaluator.hpp"
-#include "hosts/embedded/host/twister_generators.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
+#include "search_templates/genetic/host/twister_generators.hpp"
 #include "tests/hosts/embedded/graph_helpers.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"
 
@@ -116,7 +116,7 @@ TEST_F(SharedPanelsTest, WithoutRoomOrForSmallPanelsNothingIsKept) {
 TEST_F(SharedPanelsTest, SignalsAreTheSameWithAndWithoutThem) {
   constexpr std::uint64_t kSeed = 77;
   SCOPED_TRACE(kSeed);
-  TwisterGenerator generator{genetic::MersenneTwister(kSeed)};
+  genetic::TwisterGenerator generator{genetic::MersenneTwister(kSeed)};
   std::mt19937 random(kSeed);
   SharedPanels shared(evaluator_, 30 * panel_bytes(), kAnyPanel);
   // Few features and windows, so that much is shared.

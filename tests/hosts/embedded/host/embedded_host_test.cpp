@@ -112,10 +112,5 @@ TEST_F(EmbeddedHostTest, AModuleOverItHasAFixedSeed) {
   EXPECT_EQ(module.with_config(module.default_arguments()).batch_size().integer(), 32);
 }
 
-TEST_F(EmbeddedHostTest, ARuntimeThatKeepsFailingEndsTheRun) {
-  EXPECT_THROW(host_.runtime_readiness().raise_background_infrastructure_error("detail"),
-               BackgroundInfrastructureError);
-}
-
 }  // namespace
 }  // namespace varnholt::embedded

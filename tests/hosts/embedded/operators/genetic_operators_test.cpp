@@ -10,12 +10,12 @@
 
 #include <gtest/gtest.h>
 
-#include "hosts/embedded/host/twister_generators.hpp"
 #include "hosts/embedded/operators/graph_parts.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "hosts/embedded/vocabulary/graph_node.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 #include "search_templates/genetic/host/function_callable.hpp"
+#include "search_templates/genetic/host/twister_generators.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"
 
@@ -124,7 +124,7 @@ class GeneticOperatorsTest : public ::testing::Test {
   Vocabulary vocabulary_ = small_vocabulary();
   RandomGraphOptions options_;
   GeneticOperators operators_{{options_.max_depth, options_.max_nodes}};
-  TwisterGenerators generators_;
+  genetic::TwisterGenerators generators_;
 };
 
 TEST_F(GeneticOperatorsTest, CrossoverHolds) {

@@ -10,9 +10,9 @@
 #include <gtest/gtest.h>
 
 #include "hosts/embedded/backtest/evaluator.hpp"
-#include "hosts/embedded/host/twister_generators.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "search_templates/genetic/graph/canonical_text.hpp"
+#include "search_templates/genetic/host/twister_generators.hpp"
 #include "tests/hosts/embedded/planner/repair_helpers.hpp"
 
 namespace varnholt::embedded {
@@ -79,7 +79,7 @@ TEST_F(GraphEdits, AReversedSignalIsTheNegativeOne) {
   RandomGraphOptions shape;
   shape.max_window = 20;
   for (std::uint64_t seed = 1; seed <= 300; ++seed) {
-    TwisterGenerator generator{genetic::MersenneTwister(seed)};
+    genetic::TwisterGenerator generator{genetic::MersenneTwister(seed)};
     const Value graph = random_graph(generator, evaluator.vocabulary(), shape);
     const auto opposite = reversed(graph, material.functions);
     ASSERT_TRUE(opposite) << seed;
@@ -141,7 +141,7 @@ TEST_F(GraphEdits, TellWhatIsAtOneScale) {
 
 TEST_F(GraphEdits, KeepTheRulesAndWhatCameIn) {
   for (std::uint64_t seed = 1; seed <= 1500; ++seed) {
-    TwisterGenerator generator{genetic::MersenneTwister(seed)};
+    genetic::TwisterGenerator generator{genetic::MersenneTwister(seed)};
     const Value graph = random_graph(generator, vocabulary_);
     const std::string before = genetic::canonical_graph_string(graph);
     std::vector<Value> edited = {with_other_windows(graph, vocabulary_.windows, 2),

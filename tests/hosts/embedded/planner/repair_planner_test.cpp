@@ -10,10 +10,10 @@
 #include <gtest/gtest.h>
 
 #include "hosts/embedded/gates/gates.hpp"
-#include "hosts/embedded/host/twister_generators.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "search_templates/genetic/graph/canonical_text.hpp"
 #include "search_templates/genetic/graph/structural_key.hpp"
+#include "search_templates/genetic/host/twister_generators.hpp"
 #include "search_templates/genetic/settings/reason_tables.hpp"
 #include "tests/hosts/embedded/planner/repair_helpers.hpp"
 
@@ -126,7 +126,7 @@ TEST_F(RepairPlanner, RefusesAGraphThatBreaksARule) {
   EXPECT_THROW(static_cast<void>(plan_repairs(failed, material_)), GraphError);
 }
 
-RepairCase random_case(TwisterGenerator& generator, const Vocabulary& vocabulary,
+RepairCase random_case(genetic::TwisterGenerator& generator, const Vocabulary& vocabulary,
                        const RandomGraphOptions& options) {
   RepairCase failed;
   failed.graph = random_graph(generator, vocabulary, options);
@@ -148,7 +148,7 @@ RepairCase random_case(TwisterGenerator& generator, const Vocabulary& vocabulary
 TEST_F(RepairPlanner, KeepsItsPromisesOverRandomGraphs) {
   std::size_t planned = 0;
   for (std::uint64_t seed = 1; seed <= 1500; ++seed) {
-    TwisterGenerator generator{genetic::MersenneTwister(seed)};
+    genetic::TwisterGenerator generator{genetic::MersenneTwister(seed)};
     RandomGraphOptions options;
     options.max_depth = 1 + static_cast<int>(generator.random() * 7);
     options.max_nodes = 1 + static_cast<std::size_t>(generator.random() * 30);

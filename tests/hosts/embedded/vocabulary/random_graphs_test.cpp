@@ -11,9 +11,9 @@
 
 #include <gmock/gmock.h>
 
-#include "hosts/embedded/host/twister_generators.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "hosts/embedded/vocabulary/graph_check.hpp"
+#include "search_templates/genetic/host/twister_generators.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "tests/hosts/embedded/graph_helpers.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"
@@ -60,7 +60,7 @@ TEST(RandomGraphs, AreSoundAndWithinTheirLimits) {
   const Vocabulary vocabulary = full_vocabulary();
   for (std::uint64_t seed = 1; seed <= 3000; ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
-    TwisterGenerator generator{genetic::MersenneTwister(seed)};
+    genetic::TwisterGenerator generator{genetic::MersenneTwister(seed)};
     RandomGraphOptions options;
     options.max_depth = static_cast<int>(1 + seed % 8);
     options.max_nodes = 1 + seed % 31;
@@ -73,7 +73,7 @@ TEST(RandomGraphs, AreSoundAndWithinTheirLimits) {
 
 TEST(RandomGraphs, ReachTheirLimits) {
   const Vocabulary vocabulary = full_vocabulary();
-  TwisterGenerator generator{genetic::MersenneTwister(5)};
+  genetic::TwisterGenerator generator{genetic::MersenneTwister(5)};
   RandomGraphOptions options;
   options.max_depth = 4;
   options.max_nodes = 12;
@@ -91,7 +91,7 @@ TEST(RandomGraphs, ReachTheirLimits) {
 
 TEST(RandomGraphs, TheRootIsARotationWhereOneFits) {
   const Vocabulary vocabulary = full_vocabulary();
-  TwisterGenerator generator{genetic::MersenneTwister(9)};
+  genetic::TwisterGenerator generator{genetic::MersenneTwister(9)};
   RandomGraphOptions options;
   options.leaf_share = 1.0;
   for (int i = 0; i < 200; ++i) {
@@ -104,9 +104,9 @@ TEST(RandomGraphs, TheRootIsARotationWhereOneFits) {
 
 TEST(RandomGraphs, OneStreamGivesOneSequence) {
   const Vocabulary vocabulary = full_vocabulary();
-  TwisterGenerator first{genetic::MersenneTwister(77)};
-  TwisterGenerator second{genetic::MersenneTwister(77)};
-  TwisterGenerator other{genetic::MersenneTwister(78)};
+  genetic::TwisterGenerator first{genetic::MersenneTwister(77)};
+  genetic::TwisterGenerator second{genetic::MersenneTwister(77)};
+  genetic::TwisterGenerator other{genetic::MersenneTwister(78)};
   int differing = 0;
   for (int i = 0; i < 200; ++i) {
     const std::string text = expression_text(random_graph(first, vocabulary));
@@ -118,7 +118,7 @@ TEST(RandomGraphs, OneStreamGivesOneSequence) {
 
 TEST(RandomGraphs, TheSequenceOfASeedIsFixed) {
   const Vocabulary vocabulary = full_vocabulary();
-  TwisterGenerator generator{genetic::MersenneTwister(1)};
+  genetic::TwisterGenerator generator{genetic::MersenneTwister(1)};
   std::vector<std::string> texts;
   for (int i = 0; i < 3; ++i)
     texts.push_back(expression_text(random_graph(generator, vocabulary)));
@@ -162,7 +162,7 @@ TEST(RandomGraphs, DrawsInTheOrderOfTheNodes) {
 std::map<std::string, int> root_counts(const Vocabulary& vocabulary,
                                        const RandomGraphOptions& options, int graphs) {
   std::map<std::string, int> counts;
-  TwisterGenerator generator{genetic::MersenneTwister(4)};
+  genetic::TwisterGenerator generator{genetic::MersenneTwister(4)};
   for (int i = 0; i < graphs; ++i) {
     const Value graph = random_graph(generator, vocabulary, options);
     ++counts[std::string(graph.mapping().at(genetic::keys::kNode).text())];
@@ -196,7 +196,7 @@ TEST(RandomGraphs, ChancesFollowTheWeights) {
 
 TEST(RandomGraphs, LongWindowsCanBeLeftOut) {
   const Vocabulary vocabulary = full_vocabulary();
-  TwisterGenerator generator{genetic::MersenneTwister(6)};
+  genetic::TwisterGenerator generator{genetic::MersenneTwister(6)};
   for (int i = 0; i < 300; ++i) {
     const std::string text =
         expression_text(random_graph(generator, vocabulary, {.max_window = 3}));
@@ -214,7 +214,7 @@ TEST(RandomGraphs, LongWindowsCanBeLeftOut) {
 
 TEST(RandomGraphs, RefuseOptionsThatAllowNoGraph) {
   const Vocabulary vocabulary = full_vocabulary();
-  TwisterGenerator generator{genetic::MersenneTwister(1)};
+  genetic::TwisterGenerator generator{genetic::MersenneTwister(1)};
   EXPECT_THROW((void)random_graph(generator, vocabulary, {.max_depth = 0}), std::invalid_argument);
   EXPECT_THROW((void)random_graph(generator, vocabulary, {.max_nodes = 0}), std::invalid_argument);
   EXPECT_THROW((void)random_graph(generator, vocabulary, {.leaf_share = -0.1}),
