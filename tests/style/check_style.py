@@ -9,18 +9,18 @@ from __future__ import annotations
 
 import argparse
 import re
-import subprocess
 import sys
 from collections.abc import Iterator
-from dataclasses import dataclass
 from pathlib import Path
+
+from shared_names import check_names
+from sources import CODE_SUFFIXES, CPP_SUFFIXES, Finding, SourceFile, load
+from unused_code import check_unused_code
+from unused_packages import check_packages
 
 MAX_COLUMNS = 100
 MAX_LINES = 600
 
-CODE_SUFFIXES = {".cpp", ".hpp", ".py", ".pyi", ".sh", ".cmake"}
-TEXT_SUFFIXES = CODE_SUFFIXES | {".md", ".txt", ".toml", ".json", ".yml", ".in", ""}
-CPP_SUFFIXES = {".cpp", ".hpp"}
 # Texts that are not ours to shape: data, and the licence.
 UNSHAPED = re.compile(r"(^|/)data/|^LICENSE$|\.(csv|tsv|jsonl)$")
 
@@ -105,86 +105,6 @@ DATABASE_FILES = re.compile(
     r"sqlite3\.h|hosts/embedded/store/(?:sqlite_|store_schema|store_relations)"
 )
 
-INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"([^"]+)"|<([^>]+)>)')
-
-
-@dataclass(frozen=True, order=True)
-class Finding:
-    file: str
-    line: int
-    rule: str
-    advice: str
-
-    def __str__(self) -> str:
-        return f"{self.file}:{self.line}: {self.rule}: {self.advice}"
-
-
-@dataclass(frozen=True)
-class SourceFile:
-    """One file of the project; lines without their ends."""
-
-    path: str
-    text: str
-    lines: list[str]
-
-    @property
-    def suffix(self) -> str:
-        if self.path.endswith("CMakeLists.txt"):
-            return ".cmake"
-        return Path(self.path).suffix
-
-    def includes(self) -> Iterator[tuple[int, str | None, str | None]]:
-        """Line number, quoted name, angled name; one of the names is None."""
-        for number, line in enumerate(self.lines, 1):
-            if found := INCLUDE.match(line):
-                yield number, found.group(1), found.group(2)
-
-
-def project_files(root: Path) -> list[str]:
-    """What git tracks or would track; outside a repository, whatever is not a build folder."""
-    listed = subprocess.run(
-        ["git", "-C", str(root), "-c", f"safe.directory={root}", "ls-files", "-z"]
-        + ["--cached", "--others", "--exclude-standard"],
-        capture_output=True,
-        check=False,
-    ) if (root / ".git").exists() else None
-    if listed is not None and listed.returncode == 0:
-        names = sorted(set(listed.stdout.decode().split("\0")) - {""})
-    else:
-        names = sorted(
-            path.relative_to(root).as_posix()
-            for path in root.rglob("*")
-            if not {"build", ".git", "__pycache__", ".pytest_cache"}
-            & set(path.relative_to(root).parts)
-        )
-    return [name for name in names if (root / name).is_file()]
-
-
-def load(root: Path) -> list[SourceFile]:
-    files = []
-    for name in project_files(root):
-        if Path(name).suffix not in TEXT_SUFFIXES:
-            continue
-        try:
-            text = (root / name).read_text(encoding="utf-8")
-        except UnicodeDecodeError:
-            files.append(SourceFile(name, "", ["\N{REPLACEMENT CHARACTER}"]))
-            continue
-        files.append(SourceFile(name, text, text.split("\n")))
-    return files
-
-
-def without_comments(text: str) -> list[str]:
-    """The lines of a C++ text with comments and the contents of literals blanked."""
-    pattern = re.compile(
-        r"//[^\n]*|/\*.*?\*/"
-        r'|R"([^(\s]*)\(.*?\)\1"|"(?:\\.|[^"\\\n])*"'
-        r"|(?<!\w)'(?:\\.|[^'\\\n])+'",
-        re.DOTALL,
-    )
-    return pattern.sub(lambda found: re.sub(r"[^\n]", " ", found.group()), text).split("\n")
-
-
 def check_layout(file: SourceFile) -> Iterator[Finding]:
     """Columns, lines, trailing blanks."""
     if UNSHAPED.search(file.path):
@@ -254,7 +174,7 @@ def check_purity(file: SourceFile) -> Iterator[Finding]:
                 f"library includes <{angled}>",
                 "use the standard library and libcrypto only; ask the host for the rest",
             )
-    for number, line in enumerate(without_comments(file.text), 1):
+    for number, line in enumerate(file.code, 1):
         for pattern, advice in FORBIDDEN_CALLS:
             if found := pattern.search(line):
                 yield Finding(file.path, number, f'library says "{found.group().strip()}"', advice)
@@ -396,6 +316,10 @@ def check_tree(root: Path) -> list[Finding]:
             findings += check_include_places(file, known)
     findings += check_circles(files)
     findings += pinned_versions({file.path: file for file in files})
+    findings += check_packages(files)
+    program = [file for file in files if file.suffix in CPP_SUFFIXES]
+    findings += check_unused_code(program)
+    findings += check_names(program)
     return sorted(findings)
 
 

@@ -202,7 +202,7 @@ def test_guards_and_first_lines(tmp_path: Path) -> None:
     found = findings(
         tmp_path,
         {
-            "apps/a.hpp": "int a();\n",
+            "apps/a.hpp": "int a;\n",
             "tests/a_test.cpp": "#include <string>\n",
             "tests/test_a.py": "import os\n",
             "tests/test_b.py": '"""Goal."""\n',
