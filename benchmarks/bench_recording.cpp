@@ -33,7 +33,7 @@ Value feature(const std::string& name) {
 }
 
 // A left-leaning tree of ten features under nine sums and a rank, told from others by its number.
-Value numbered_graph(std::int64_t number) {
+Value graph_number(std::int64_t number) {
   Value graph = feature("feature_" + std::to_string(number));
   for (int i = 0; i < 9; ++i) {
     graph = Mapping{{"node", std::string("arithmetic_add")},
@@ -49,7 +49,7 @@ Mapping timing() {
 
 // A result as a child's evaluation leaves it.
 Mapping result_record(std::int64_t number, bool passes) {
-  Mapping result{{"graph", numbered_graph(number)},
+  Mapping result{{"graph", graph_number(number)},
                  {"stats", make_object<FixedStatistics>()},
                  {"passes", passes},
                  {"failures", Mapping()},

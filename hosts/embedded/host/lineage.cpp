@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::string_view kCrossover = "crossover";
 
-const char* name_of(Origin origin) {
+const char* text_of(Origin origin) {
   switch (origin) {
     case Origin::Bred:
       return "bred";
@@ -54,7 +54,7 @@ std::vector<std::string> graph_keys(const std::vector<Value>& graphs) {
 }  // namespace
 
 std::string lineage_json(const GraphOrigin& origin) {
-  Mapping lineage{{"origin", name_of(origin.origin)}};
+  Mapping lineage{{"origin", text_of(origin.origin)}};
   if (origin.origin == Origin::Bred) {
     lineage.set("operators", texts(origin.operators));
     lineage.set("parents", texts(origin.parents));
@@ -101,11 +101,6 @@ void Lineage::note_repair(const Value& graph, std::vector<Value> parents, Repair
   repairs_.try_emplace(genetic::structural_key(graph),
                        Repair{std::move(parents), std::move(repair)});
   has_new_repairs_ = true;
-}
-
-bool Lineage::is_bred(const Value& graph) const {
-  const auto found = batch_.find(genetic::structural_key(graph));
-  return found != batch_.end() && found->second.origin == Origin::Bred;
 }
 
 GraphOrigin Lineage::origin_of(const Value& graph) {

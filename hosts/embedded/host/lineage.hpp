@@ -60,7 +60,6 @@ class Lineage {
 
   // Asked of graphs of this generation. A structure that was evaluated in the batch and is asked
   // about again is a repair: of several repairs the first counts.
-  [[nodiscard]] bool is_bred(const genetic::Value& graph) const;
   [[nodiscard]] GraphOrigin origin_of(const genetic::Value& graph);
 
   // Whether repairs were planned of which none was asked about with origin_of yet.

@@ -196,7 +196,7 @@ Graph clip(const RepairCase& failed, const RepairMaterial& material) {
 Graph scale_over_time(const RepairCase& failed, const RepairMaterial& material) {
   return wrapped(failed.graph, material, "ts_zscore", window_near(material, kLongWindow));
 }
-Graph equal_weights(const RepairCase& failed, const RepairMaterial& material) {
+Graph all_alike(const RepairCase& failed, const RepairMaterial& material) {
   return two_wrapped(failed, material, "arith_sign", "cross_demean");
 }
 Graph grade_comparisons(const RepairCase& failed, const RepairMaterial& material) {
@@ -247,7 +247,7 @@ constexpr std::array kPlans = {
                "measure each instrument by its own recent spread, so that none is large for good",
                &scale_over_time},
     RepairPlan{"equal_weights", "long above the day's mean and short below it, all alike",
-               &equal_weights},
+               &all_alike},
     RepairPlan{"grade_comparisons",
                "differences in place of comparisons, so that a day on which one fails has a value",
                &grade_comparisons},

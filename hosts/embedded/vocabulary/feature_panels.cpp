@@ -25,7 +25,7 @@ Panel from_day_to_day(const Panel& close, Function function) {
 }
 
 // The column of that name, or nothing for a feature that is made of columns.
-Panel* column(MarketData& data, std::string_view name) {
+Panel* column_panel(MarketData& data, std::string_view name) {
   if (name == "close") return &data.close;
   if (name == "open") return &data.open.value();
   if (name == "high") return &data.high.value();
@@ -54,13 +54,13 @@ Panel make_feature(const MarketData& data, std::string_view name) {
 
 FeaturePanels::FeaturePanels(MarketData data) : vocabulary_(make_vocabulary(data)) {
   for (const FeatureEntry& feature : vocabulary_.features) {
-    if (column(data, feature.name) == nullptr) {
+    if (column_panel(data, feature.name) == nullptr) {
       panels_.emplace(feature.name, make_feature(data, feature.name));
     }
   }
   // Only now that all is made of them.
   for (const FeatureEntry& feature : vocabulary_.features) {
-    if (Panel* const panel = column(data, feature.name)) {
+    if (Panel* const panel = column_panel(data, feature.name)) {
       panels_.emplace(feature.name, std::move(*panel));
     }
   }

@@ -21,7 +21,7 @@ namespace {
 using genetic::TemplateArguments;
 using genetic::Value;
 
-void set_attribute(nb::handle object, const char* name, const Value& value) {
+void set_setting(nb::handle object, const char* name, const Value& value) {
   python::set_attribute(object, name, to_python(value));
 }
 
@@ -53,22 +53,22 @@ TemplateArguments template_arguments(nb::handle named) {
 
 // Validates the arguments and writes what they became onto `self`, which freezes at the end.
 void configure_template(PythonHost& host, const Any& self, const nb::kwargs& arguments) {
-  set_attribute(self, "_frozen", false);
+  set_setting(self, "_frozen", false);
   const genetic::GeneticTemplate config(host, host.constants(), template_arguments(arguments));
-  set_attribute(self, "_batch_size", config.batch_size());
-  set_attribute(self, "_initial_candidates", config.initial_candidates());
-  set_attribute(self, "_seed", config.seed());
-  set_attribute(self, "_rng_state", config.rng_state());
-  set_attribute(self, "_restart_threshold", config.restart_threshold());
-  set_attribute(self, "_elite_fraction", config.elite_fraction());
-  set_attribute(self, "_diversity_weight", config.diversity_weight());
-  set_attribute(self, "_parsimony_weight", config.parsimony_weight());
-  set_attribute(self, "_operator_rates", config.operator_rates());
-  set_attribute(self, "_max_improvement_depth", config.max_improvement_depth());
-  set_attribute(self, "_max_improvement_candidates", config.max_improvement_candidates());
-  set_attribute(self, "_max_improvement_rounds", config.max_improvement_rounds());
-  set_attribute(self, "_process_timeout_seconds", config.process_timeout_seconds());
-  set_attribute(self, "_frozen", true);
+  set_setting(self, "_batch_size", config.batch_size());
+  set_setting(self, "_initial_candidates", config.initial_candidates());
+  set_setting(self, "_seed", config.seed());
+  set_setting(self, "_rng_state", config.rng_state());
+  set_setting(self, "_restart_threshold", config.restart_threshold());
+  set_setting(self, "_elite_fraction", config.elite_fraction());
+  set_setting(self, "_diversity_weight", config.diversity_weight());
+  set_setting(self, "_parsimony_weight", config.parsimony_weight());
+  set_setting(self, "_operator_rates", config.operator_rates());
+  set_setting(self, "_max_improvement_depth", config.max_improvement_depth());
+  set_setting(self, "_max_improvement_candidates", config.max_improvement_candidates());
+  set_setting(self, "_max_improvement_rounds", config.max_improvement_rounds());
+  set_setting(self, "_process_timeout_seconds", config.process_timeout_seconds());
+  set_setting(self, "_frozen", true);
 }
 
 nb::object thawed_candidates(const Any& frozen) {

@@ -25,7 +25,7 @@ std::string runtime_not_ready_detail(std::int64_t streak) {
 }
 
 // Membership as the host's language has it: among a mapping's keys, or a sequence's items.
-bool contains(const Value& failures, const Value& reason) {
+bool names_failure(const Value& failures, const Value& reason) {
   if (const std::optional<Mapping> mapping = as_mapping(failures)) return mapping->contains(reason);
   const auto walk = iterate(failures);
   while (const std::optional<Value> item = walk->next()) {
@@ -82,7 +82,7 @@ void RunCounters::count_runtime_not_ready_results(const Value& results) {
   while (const std::optional<Value> result = walk->next()) {
     Value failures = record_of(*result).get(keys::kFailures);
     if (!truth(failures)) failures = Mapping();
-    if (contains(failures, reasons::kSdkRuntimeNotReady)) {
+    if (names_failure(failures, reasons::kSdkRuntimeNotReady)) {
       ++runtime_not_ready_streak_;
     } else if (breaks_streak(failures)) {
       runtime_not_ready_streak_ = 0;

@@ -55,9 +55,6 @@ inline constexpr Key kProductRunId = key<"_product_run_id">();
 inline constexpr Key kAttemptExpectedColumns = key<"_attempt_expected_columns">();
 inline constexpr Key kMetaparametersForDatabase = key<"_metaparams_for_db">();
 
-// The operation that reports whether the run has been cancelled.
-inline constexpr Key kSubmissionCancelled = key<"_submission_cancelled">();
-
 // The process settings of the worker pool.
 inline constexpr Key kProcessPriority = key<"_process_priority">();
 inline constexpr Key kWorkerProcesses = key<"_worker_processes">();
