@@ -1,6 +1,7 @@
 #include "apps/genetic_search/export_command.hpp"
 
 #include <system_error>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -24,11 +25,20 @@ std::filesystem::path prices_of(const ExportCommand& command, const embedded::Ru
   return run.price_path;
 }
 
+// Also of two names of which there is no file yet.
+bool are_same_file(const std::filesystem::path& left, const std::filesystem::path& right) {
+  std::error_code ignored;  // Files that are not there are not equivalent.
+  return std::filesystem::equivalent(left, right, ignored) ||
+         std::filesystem::weakly_canonical(left, ignored) ==
+             std::filesystem::weakly_canonical(right, ignored);
+}
+
 // --force replaces an earlier export, not what it was made of.
 void refuse_input_as_output(const ExportCommand& command, const std::filesystem::path& prices) {
-  for (const std::filesystem::path& input : {command.database, prices}) {
-    std::error_code ignored;  // Files that are not there are not the same.
-    if (std::filesystem::equivalent(input, command.weights, ignored)) {
+  std::vector<std::filesystem::path> inputs = embedded::files_of_store(command.database);
+  inputs.push_back(prices);
+  for (const std::filesystem::path& input : inputs) {
+    if (are_same_file(input, command.weights)) {
       throw ExportError(fmt::format("{}: it is a file that the export reads; name another one",
                                     command.weights.string()));
     }

@@ -257,7 +257,8 @@ def test_export_does_not_replace_what_it_reads_or_what_is_no_file(
 ):
     eval_id = submitted_ids(store)[0]
     before = folder_of(store.parent), prices.read_bytes()
-    for path in (store, prices):
+    beside = [store.with_name(store.name + suffix) for suffix in ("-wal", "-shm", "-journal")]
+    for path in (store, prices, *beside):
         ended = call("export", store, eval_id, "--weights", path, "--force")
         assert ended.returncode == 2 and "it is a file that the export reads" in ended.stderr
     ended = call("export", store, eval_id, "--weights", tmp_path, "--force")

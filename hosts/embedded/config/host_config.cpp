@@ -327,6 +327,21 @@ TextPosition broken_assertion(std::string_view text) {
 
 }  // namespace
 
+// The parser calls itself once for each part of a dotted key, and so has no limit but the stack.
+// Our keys have two parts; a text in quotes may have more dots than any key.
+void refuse_deep_keys(std::string_view text, const ConfigSource& source) {
+  constexpr std::size_t kMostDots = 1000;
+  std::size_t dots = 0;
+  for (std::size_t byte = 0; byte < text.size(); ++byte) {
+    if (text[byte] == '\n') dots = 0;
+    if (text[byte] != '.' || ++dots <= kMostDots) continue;
+    const TextPosition position = position_of_byte(text, byte);
+    throw HostConfigError(source.place({position.line, 1}, {}, {}),
+                          fmt::format("has more than {} dots in one line", kMostDots),
+                          "write keys as the documents show them");
+  }
+}
+
 HostConfig parse_host_config(std::string_view text, const std::string& name) {
   constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
   if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
@@ -337,6 +352,7 @@ HostConfig parse_host_config(std::string_view text, const std::string& name) {
     throw HostConfigError(source.place(position, {}, "\"" + source.shown_line(position) + "\""),
                           "has a character beyond ASCII outside of a comment", "write it in ASCII");
   }
+  refuse_deep_keys(ascii.text, source);
   try {
     return config_of(toml::parse(ascii.text), source);
   } catch (const toml::parse_error& error) {

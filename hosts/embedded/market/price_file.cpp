@@ -219,7 +219,7 @@ MarketData read_price_file(const std::filesystem::path& path) {
 }
 
 std::string read_price_bytes(const std::filesystem::path& path) {
-  FileBytes file = read_file(path);
+  FileBytes file = read_file(path, kLargestPriceBytes);
   if (file.trouble == ReadTrouble::None) return std::move(file.bytes);
   const char* const remedy = file.trouble == ReadTrouble::IsFolder
                                  ? "name a CSV file of daily prices"

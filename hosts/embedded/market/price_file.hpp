@@ -35,6 +35,9 @@ inline constexpr Eigen::Index kMaximumPriceCells = 100'000'000;
 
 // The bytes of that file, for callers that need more than the prices. PriceFileError when they
 // cannot be read.
+// The largest price file that is read: 4 GiB, more than the cells that a search can hold.
+inline constexpr std::size_t kLargestPriceBytes = std::size_t{4} << 30U;
+
 [[nodiscard]] std::string read_price_bytes(const std::filesystem::path& path);
 
 // The prices in `text`, with `name` as the name of the file in messages.

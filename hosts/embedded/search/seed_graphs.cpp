@@ -12,8 +12,10 @@
 namespace varnholt::embedded {
 namespace {
 
+constexpr std::size_t kLargestSeedBytes = std::size_t{64} << 20U;
+
 std::string file_text(const std::filesystem::path& path) {
-  FileBytes file = read_file(path);
+  FileBytes file = read_file(path, kLargestSeedBytes);
   if (file.trouble != ReadTrouble::None) {
     throw SeedFileError(fmt::format("{}: {}; give the name of a JSON file with graphs",
                                     path.string(), file.trouble_text()));

@@ -39,10 +39,13 @@ bool passes_correlation(const PoolMeasure& measure, const PoolThresholds& thresh
 
 std::optional<PoolRefusal> refusal(const PoolMeasure& measure, const PoolThresholds& thresholds) {
   if (!passes_novelty(measure, thresholds)) {
-    return PoolRefusal{
-        std::string(genetic::reasons::kPnlMiBelowThreshold.view()),
-        fmt::format("novelty {:.6g} is below {:.6g}; it depends most on member {}", measure.novelty,
-                    thresholds.min_novelty, measure.nearest_by_information.value_or("(none)"))};
+    // Without a member that it depends on, the signal has no novelty of its own.
+    const std::string why = measure.nearest_by_information
+                                ? "it depends most on member " + *measure.nearest_by_information
+                                : "its daily PnL is zero on every day";
+    return PoolRefusal{std::string(genetic::reasons::kPnlMiBelowThreshold.view()),
+                       fmt::format("novelty {:.6g} is below {:.6g}; {}", measure.novelty,
+                                   thresholds.min_novelty, why)};
   }
   if (!passes_correlation(measure, thresholds)) {
     return PoolRefusal{

@@ -21,6 +21,12 @@ std::string digest_of(const ArrayXd& pnl) {
   return sha256_hex({bytes, static_cast<std::size_t>(pnl.size()) * sizeof(double)});
 }
 
+PoolMeasure nothing_new() {
+  PoolMeasure measure;
+  measure.novelty = 0.0;
+  return measure;
+}
+
 }  // namespace
 
 SignalPool::SignalPool(RunStore& store, PoolIdentity identity, Eigen::Index minimum_days,
@@ -137,6 +143,8 @@ PoolMeasure SignalPool::measure(const ArrayXd& pnl) {
   if (!pnl.isFinite().all()) {
     throw std::invalid_argument("the PnL of a signal has an entry that is no finite number");
   }
+  // What never earns or loses anything is no signal, whatever the pool holds.
+  if ((pnl == 0.0).all()) return nothing_new();
   if (members_.empty()) return {};
   // Every member must be comparable before any is compared: half a measure is none.
   for (const Member& member : members_)

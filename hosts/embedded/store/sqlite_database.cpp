@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <filesystem>
 #include <new>
 #include <stdexcept>
+#include <system_error>
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -81,10 +83,19 @@ int place_of(std::string_view name, const std::vector<std::string>& names, const
   return static_cast<int>(found - names.begin());
 }
 
+// SQLite would wait for the other end of a pipe, and write into a device.
+void refuse_other_than_files(const std::string& path) {
+  std::error_code ignored;  // What is not there will be made.
+  const std::filesystem::file_status status = std::filesystem::status(path, ignored);
+  if (!std::filesystem::exists(status) || std::filesystem::is_regular_file(status)) return;
+  throw StoreError(path, "it is no regular file", "name a file, or one that is not there yet");
+}
+
 }  // namespace
 
 SqliteDatabase::SqliteDatabase(const std::string& path, int busy_timeout_milliseconds)
     : path_(path), busy_timeout_(busy_timeout_milliseconds), owner_(::getpid()) {
+  refuse_other_than_files(path);
   // No mutex: the process has one thread.
   const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
   const int result = ::sqlite3_open_v2(path_.c_str(), &handle_, flags, nullptr);

@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -40,6 +41,31 @@ void read_all(int descriptor, std::size_t expected, std::size_t limit_bytes, Fil
   file.bytes.resize(filled);
 }
 
+// Whether the pipe has something to read, or a writer that has closed it, before the time is over.
+bool is_written(int pipe, std::chrono::milliseconds wait_for_writer) {
+  struct pollfd poll_pipe = {pipe, POLLIN, 0};
+  const auto end = std::chrono::steady_clock::now() + wait_for_writer;
+  while (true) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        end - std::chrono::steady_clock::now());
+    const int ready = ::poll(&poll_pipe, 1, static_cast<int>(std::max(left.count(), 0L)));
+    if (ready >= 0 || errno != EINTR) return ready > 0;
+  }
+}
+
+// What may be read blocks from then on until there is something.
+ReadTrouble trouble_of_kind(int descriptor, struct stat& status,
+                            std::chrono::milliseconds wait_for_writer) {
+  if (::fstat(descriptor, &status) != 0) return ReadTrouble::None;
+  if (S_ISDIR(status.st_mode)) return ReadTrouble::IsFolder;
+  if (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) return ReadTrouble::IsDevice;
+  if (S_ISFIFO(status.st_mode) && !is_written(descriptor, wait_for_writer)) {
+    return ReadTrouble::HasNoWriter;
+  }
+  ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
+  return ReadTrouble::None;
+}
+
 }  // namespace
 
 std::string FileBytes::trouble_text() const {
@@ -54,18 +80,25 @@ std::string FileBytes::trouble_text() const {
     case ReadTrouble::CannotBeReadToItsEnd:
       return with_error("cannot be read to its end");
     case ReadTrouble::IsTooLarge:
-      return "is too large";
+      return fmt::format("is larger than {} bytes, the most that are read", limit_bytes);
+    case ReadTrouble::IsDevice:
+      return "is a device, not a file";
+    case ReadTrouble::HasNoWriter:
+      return "is a pipe that nobody writes to";
     case ReadTrouble::None:
       break;
   }
   return "can be read";
 }
 
-FileBytes read_file(const std::filesystem::path& path, std::size_t limit_bytes) {
+FileBytes read_file(const std::filesystem::path& path, std::size_t limit_bytes,
+                    std::chrono::milliseconds wait_for_writer) {
   FileBytes file;
+  file.limit_bytes = limit_bytes;
   int descriptor = -1;
   do {
-    descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    // Opening a pipe must not wait for ever for somebody to write it.
+    descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   } while (descriptor < 0 && errno == EINTR);
   if (descriptor < 0) {
     file.trouble = ReadTrouble::CannotBeOpened;
@@ -73,9 +106,8 @@ FileBytes read_file(const std::filesystem::path& path, std::size_t limit_bytes) 
     return file;
   }
   struct stat status {};
-  if (::fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode)) {
-    file.trouble = ReadTrouble::IsFolder;
-  } else {
+  file.trouble = trouble_of_kind(descriptor, status, wait_for_writer);
+  if (file.trouble == ReadTrouble::None) {
     try {
       read_all(descriptor, expected_bytes(status, limit_bytes), limit_bytes, file);
     } catch (...) {

@@ -1,6 +1,7 @@
 // The bytes of a file: the one place where the host reads one.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -15,7 +16,9 @@ enum class ReadTrouble : std::uint8_t {
   IsFolder,
   CannotBeOpened,
   CannotBeReadToItsEnd,
-  IsTooLarge
+  IsTooLarge,
+  IsDevice,
+  HasNoWriter
 };
 
 // "is a folder", "cannot be opened: No such file or directory" and so on: the caller, who knows
@@ -23,15 +26,18 @@ enum class ReadTrouble : std::uint8_t {
 struct FileBytes {
   std::string bytes;  // Whole only without trouble.
   ReadTrouble trouble = ReadTrouble::None;
-  int error = 0;  // The error number of a failed call.
+  int error = 0;                // The error number of a failed call.
+  std::size_t limit_bytes = 0;  // The limit that it is beyond.
 
   [[nodiscard]] std::string trouble_text() const;
 };
 
 // Reads the file from its beginning to its end, once. A file of more than `limit_bytes` is too
-// large, and is not read further than that. It need not be a regular file.
+// large, and is not read further than that. It may be a pipe, which somebody must begin to write
+// within `wait_for_writer`; devices, which may have no end, are not read.
 [[nodiscard]] FileBytes read_file(
     const std::filesystem::path& path,
-    std::size_t limit_bytes = std::numeric_limits<std::size_t>::max());
+    std::size_t limit_bytes = std::numeric_limits<std::size_t>::max(),
+    std::chrono::milliseconds wait_for_writer = std::chrono::seconds(10));
 
 }  // namespace varnholt::embedded

@@ -137,6 +137,14 @@ TEST(HostConfigErrors, ATableThatIsNone) {
               HasSubstr(" is not a table; write one table [eras]"));
 }
 
+TEST(HostConfigErrors, KeysAreNotNestedWithoutEnd) {
+  std::string key = "a";
+  for (int part = 0; part < 150'000; ++part)
+    key += ".a";
+  EXPECT_THAT(refusal("# first\n" + key + " = 1\n"), StartsWith("c.toml: line 2, column 1"));
+  EXPECT_THAT(refusal("[" + key + "]\n"), HasSubstr("more than 1000 dots in one line"));
+}
+
 TEST(HostConfigErrors, TheFirstMistakeOfTheTextIsNamed) {
   EXPECT_THAT(refusal("[pool]\nnovelty_min = -1\n[gates]\nturnover_max = 9\nabc = 1\n"),
               StartsWith("c.toml: line 2, column 15, pool.novelty_min: -1 "));

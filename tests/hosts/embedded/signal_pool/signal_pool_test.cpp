@@ -53,6 +53,18 @@ TEST_F(SignalPoolTest, AnEmptyPoolFindsAnythingNew) {
   }
 }
 
+TEST_F(SignalPoolTest, APnlOfZerosIsNothingNew) {
+  const ArrayXd zeros = ArrayXd::Zero(kDays);
+  SignalPool empty(*store_, pool_);
+  EXPECT_EQ(empty.measure(zeros).novelty, 0.0);
+  join(base_);
+  SignalPool pool(*store_, pool_);
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_EQ(pool.measure(zeros).novelty, 0.0);
+  EXPECT_THAT(refusal(pool.measure(zeros), {})->detail,
+              HasSubstr("its daily PnL is zero on every day"));
+}
+
 TEST_F(SignalPoolTest, MeasuresAgainstTheNearestMember) {
   join(normal_series(kDays, 7));
   const std::string near = join(correlated(base_, -0.9, 2));
