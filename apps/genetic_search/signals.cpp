@@ -22,18 +22,22 @@ SignalGuard::SignalGuard() {
   process_flag.requests = 0;
   for (std::size_t i = 0; i < kSignals.size(); ++i) {
     struct sigaction action = {};
-    action.sa_handler = kSignals[i] == SIGPIPE ? SIG_IGN : count_request;
+    action.sa_handler = kSignals[i].is_ignored ? SIG_IGN : count_request;
     sigemptyset(&action.sa_mask);
     // Without SA_RESTART: a wait is to end when a signal comes.
-    if (sigaction(kSignals[i], &action, &before_[i]) != 0) {
+    if (sigaction(kSignals[i].number, &action, &before_[i]) != 0) {
       throw std::system_error(errno, std::generic_category(), "cannot install a signal handler");
+    }
+    // Who started the program with nohup wants it to outlive the terminal.
+    if (kSignals[i].number == SIGHUP && before_[i].sa_handler == SIG_IGN) {
+      sigaction(SIGHUP, &before_[i], nullptr);
     }
   }
 }
 
 SignalGuard::~SignalGuard() {
   for (std::size_t i = 0; i < kSignals.size(); ++i)
-    sigaction(kSignals[i], &before_[i], nullptr);
+    sigaction(kSignals[i].number, &before_[i], nullptr);
 }
 
 embedded::InterruptFlag& SignalGuard::flag() const noexcept {

@@ -9,7 +9,7 @@
 
 namespace varnholt::app {
 
-// While it lives, SIGINT and SIGTERM count up a flag and do nothing else, so that waits in system
+// While it lives, SIGINT, SIGTERM and SIGHUP count up a flag and do nothing else, so that waits in system
 // calls end early; a write to a pipe that nobody reads fails instead of ending the program. Its end
 // restores the handlers that were there before. There is one at a time, since a handler can only
 // reach the process's one flag.
@@ -24,7 +24,13 @@ class SignalGuard {
   [[nodiscard]] embedded::InterruptFlag& flag() const noexcept;
 
  private:
-  static constexpr std::array<int, 3> kSignals = {SIGINT, SIGTERM, SIGPIPE};
+  struct Signal {
+    int number;
+    bool is_ignored;
+  };
+  // A reader that is gone and a file that may not grow are errors of the write.
+  static constexpr std::array<Signal, 5> kSignals = {
+      {{SIGINT, false}, {SIGTERM, false}, {SIGHUP, false}, {SIGPIPE, true}, {SIGXFSZ, true}}};
 
   std::array<struct sigaction, kSignals.size()> before_ = {};
 };

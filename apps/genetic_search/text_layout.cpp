@@ -1,6 +1,7 @@
 #include "apps/genetic_search/text_layout.hpp"
 
 #include <algorithm>
+#include <array>
 
 namespace varnholt::app {
 namespace {
@@ -46,6 +47,48 @@ std::string_view without_blanks(std::string_view text) {
   return text;
 }
 
+struct CodePoint {
+  char32_t value;
+  std::size_t bytes;
+};
+
+constexpr char32_t kInvalid = 0xffffffff;
+
+// A byte that begins no whole code point of UTF-8 stands for itself, and is invalid.
+CodePoint first_code_point(std::string_view text) {
+  const auto lead = static_cast<unsigned char>(text.front());
+  if (lead < 0x80U) return {lead, 1};
+  const std::size_t bytes = lead >= 0xf0U ? 4 : lead >= 0xe0U ? 3 : 2;
+  if (lead < 0xc2U || lead > 0xf4U || text.size() < bytes) return {kInvalid, 1};
+  char32_t value = lead & (0x7fU >> bytes);
+  for (std::size_t i = 1; i < bytes; ++i) {
+    if (!continues_code_point(text[i])) return {kInvalid, 1};
+    value = (value << 6U) | (static_cast<unsigned char>(text[i]) & 0x3fU);
+  }
+  return {value, bytes};
+}
+
+struct Range {
+  char32_t first;
+  char32_t last;
+};
+
+constexpr std::array kActing = {
+    Range{0x00, 0x1f},          // C0.
+    Range{0x7f, 0x9f},          // DEL and C1.
+    Range{0x61c, 0x61c},        // The Arabic letter mark.
+    Range{0x200e, 0x200f},      // Marks of left and right.
+    Range{0x2028, 0x202e},      // Separators; embeddings and overrides of the direction.
+    Range{0x2066, 0x2069},      // Isolates of the direction.
+    Range{kInvalid, kInvalid},  // No text at all.
+};
+
+bool acts_on_terminal(char32_t value) {
+  return std::any_of(kActing.begin(), kActing.end(), [value](const Range& range) {
+    return range.first <= value && value <= range.last;
+  });
+}
+
 }  // namespace
 
 std::size_t column_count(std::string_view text) {
@@ -56,10 +99,16 @@ std::size_t column_count(std::string_view text) {
 }
 
 std::string on_one_line(std::string_view text) {
-  std::string line(text);
-  for (char& byte : line) {
-    const auto code = static_cast<unsigned char>(byte);
-    if (code < 0x20U || code == 0x7fU) byte = '?';
+  std::string line;
+  line.reserve(text.size());
+  while (!text.empty()) {
+    const CodePoint first = first_code_point(text);
+    if (acts_on_terminal(first.value)) {
+      line += '?';
+    } else {
+      line += text.substr(0, first.bytes);
+    }
+    text.remove_prefix(first.bytes);
   }
   return line;
 }

@@ -17,7 +17,9 @@ using Width = std::optional<std::size_t>;
 
 [[nodiscard]] std::size_t column_count(std::string_view text);
 
-// The text as it can stand on one line: control characters become "?".
+// The text as it can stand on one line of a terminal. "?" stands for what would act on it: control
+// characters (C0, DEL, C1), separators of lines and paragraphs, marks that turn the direction of
+// what follows, and bytes that are not UTF-8.
 [[nodiscard]] std::string on_one_line(std::string_view text);
 
 // The text if it fits into `width` columns, else its beginning and "...". Never cuts a code point.

@@ -28,7 +28,7 @@ from program import (
 # --- signals ---
 
 
-@pytest.mark.parametrize("which", [signal.SIGINT, signal.SIGTERM])
+@pytest.mark.parametrize("which", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
 def test_one_signal_ends_a_run_in_good_order(tmp_path: Path, prices: Path, which: signal.Signals):
     store = tmp_path / "runs.db"
     process = start("run", "--prices", prices, "--db", store, "--batch-size", "8", "--json")

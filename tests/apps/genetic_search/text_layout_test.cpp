@@ -20,6 +20,10 @@ TEST(TextLayout, CountsCodePointsAsColumns) {
 
 TEST(TextLayout, ShowsControlCharactersAsQuestionMarks) {
   EXPECT_EQ(on_one_line("a\nb\x1b[2Jc\x7f"), "a?b?[2Jc?");
+  EXPECT_EQ(on_one_line("C1 \u009b2J, bidi \u202eabc\u2069\u200f, line \u2028"),
+            "C1 ?2J, bidi ?abc??, line ?");
+  EXPECT_EQ(on_one_line("\x9b\xc3 \xe2\x80 \xff"), "?? ?? ?") << "bytes that are not UTF-8";
+  EXPECT_EQ(on_one_line("\u00e4\u20ac\U0001f600"), "\u00e4\u20ac\U0001f600");
 }
 
 TEST(TextLayout, CutsWithAnEllipsisOnlyWhatDoesNotFit) {
