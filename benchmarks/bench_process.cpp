@@ -327,8 +327,8 @@ void bred_generation(benchmark::State& state) {
   constexpr int kParents = 8;
   constexpr int kOffspring = 64;
   const embedded::Evaluator evaluator(
-      embedded::make_synthetic_universe({.instruments = 100, .days = 1000, .seed = 3}));
-  embedded::TwisterGenerators generators;
+      embedded::test::make_synthetic_universe({.instruments = 100, .days = 1000, .seed = 3}));
+  varnholt::genetic::TwisterGenerators generators;
   const auto rng = generators.seeded(11);
   std::vector<Value> parents;
   for (int i = 0; i < kParents; ++i)

@@ -74,7 +74,8 @@ std::string pool_remedy(const std::string& reason, const embedded::PoolSettings&
                        pool.correlation_max);
   }
   if (reason == reasons::kPnlMiBelowThreshold.view()) {
-    return fmt::format("{}lower pool.novelty_min in --config below {}", kOtherPool, pool.novelty_min);
+    return fmt::format("{}lower pool.novelty_min in --config below {}", kOtherPool,
+                       pool.novelty_min);
   }
   return {};
 }
@@ -143,7 +144,7 @@ std::string remedy_for(const std::string& reason, const SearchOptions& options) 
     if (gate.reason.view() != reason) continue;
     return gate.remedy(gate.threshold(options.config.gates, options.config.limits));
   }
-  const std::string of_pool = pool_remedy(reason, options.config.pool);
+  std::string of_pool = pool_remedy(reason, options.config.pool);
   if (!of_pool.empty()) return of_pool;
   if (reason == "worker_timeout") {
     return fmt::format("raise --timeout above {}", options.timeout_seconds);

@@ -9,10 +9,10 @@
 
 namespace varnholt::app {
 
-// While it lives, SIGINT, SIGTERM and SIGHUP count up a flag and do nothing else, so that waits in system
-// calls end early; a write to a pipe that nobody reads fails instead of ending the program. Its end
-// restores the handlers that were there before. There is one at a time, since a handler can only
-// reach the process's one flag.
+// While it lives, SIGINT, SIGTERM and SIGHUP count up a flag and do nothing else, so that waits in
+// system calls end early; a write to a pipe that nobody reads, or beyond the limit of a file's
+// size, fails instead of ending the program. Its end restores the handlers that were there before.
+// There is one at a time, since a handler can only reach the process's one flag.
 class SignalGuard {
  public:
   SignalGuard();

@@ -10,7 +10,7 @@
 
 #include <sqlite3.h>
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 
 // The violations in the file, one a text; none in a sound store. Throws std::runtime_error for a
 // file that cannot be read.
@@ -48,4 +48,4 @@ inline std::vector<std::string> store_violations(const std::string& path) {
   return violations;
 }
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

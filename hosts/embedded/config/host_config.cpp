@@ -19,7 +19,6 @@
 namespace varnholt::embedded {
 namespace {
 
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr std::int64_t kLargestInteger = std::numeric_limits<std::int64_t>::max();
 constexpr std::size_t kLongestPoolName = 100;
 constexpr std::size_t kShownProblem = 160;

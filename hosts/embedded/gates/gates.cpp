@@ -217,7 +217,7 @@ std::string detail_text(const Gate& row, double actual, double threshold) {
 }  // namespace
 
 Key Gate::comparison() const {
-  return sense == Sense::AtMost ? key<">">() : key<"<">();
+  return sense == Sense::AtMost ? genetic::key<">">() : genetic::key<"<">();
 }
 
 double Gate::threshold(const GateThresholds& thresholds, const HardLimits& limits) const {

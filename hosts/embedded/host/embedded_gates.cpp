@@ -6,7 +6,7 @@
 #include "hosts/embedded/host/statistics_object.hpp"
 #include "search_templates/genetic/value/host_object.hpp"
 #include "search_templates/genetic/value/keys.hpp"
-#include "search_templates/genetic/value/operations.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::embedded {
 
@@ -35,8 +35,7 @@ Value EmbeddedGates::stats_gate_threshold_set(const Mapping& thresholds,
 }
 
 Value EmbeddedGates::stats_gate_metrics(const Value& stats) {
-  const auto statistics = statistics_of(stats);
-  return statistics ? statistics_mapping(*statistics) : Mapping();
+  return statistics_by_name(stats);
 }
 
 Value EmbeddedGates::evaluate_threshold_gates(const Value& metrics, const Value& thresholds) {

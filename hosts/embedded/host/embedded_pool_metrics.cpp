@@ -70,8 +70,8 @@ std::optional<Value> EmbeddedPoolMetrics::as_pool_data_not_ready(const std::exce
 }
 
 genetic::StatsPayloadOperation EmbeddedPoolMetrics::find_submitted_stats_payload_from_backtest() {
-  return [this](const Value& stats, const Value& /*era_config*/) {
-    return Value(Tuple{stats_gate_metrics(stats), Value()});
+  return [](const Value& stats, const Value& /*era_config*/) {
+    return Value(Tuple{statistics_by_name(stats), Value()});
   };
 }
 

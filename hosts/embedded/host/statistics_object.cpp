@@ -80,4 +80,9 @@ std::optional<BacktestStatistics> statistics_of(const Value& stats) {
   return object == nullptr ? std::nullopt : std::optional(object->statistics());
 }
 
+Mapping statistics_by_name(const Value& stats) {
+  const auto statistics = statistics_of(stats);
+  return statistics ? statistics_mapping(*statistics) : Mapping();
+}
+
 }  // namespace varnholt::embedded

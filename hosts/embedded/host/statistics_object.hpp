@@ -49,5 +49,7 @@ class StatisticsObject : public genetic::HostObject {
 [[nodiscard]] const StatisticsObject* statistics_object(const genetic::Value& stats);
 // Its statistics, or nothing.
 [[nodiscard]] std::optional<BacktestStatistics> statistics_of(const genetic::Value& stats);
+// They by name; empty when there are none.
+[[nodiscard]] genetic::Mapping statistics_by_name(const genetic::Value& stats);
 
 }  // namespace varnholt::embedded

@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include "hosts/embedded/gates/gates.hpp"
+#include "hosts/embedded/host/system_random.hpp"
 #include "hosts/embedded/search/seed_graphs.hpp"
 #include "hosts/embedded/signal_pool/pool_gates.hpp"
 #include "hosts/embedded/system/machine_limits.hpp"

@@ -22,7 +22,7 @@
 #include "tests/apps/genetic_search/sample_store.hpp"
 #include "tests/support/attempt_rows.hpp"
 
-namespace varnholt::app {
+namespace varnholt::app::test {
 namespace {
 
 using embedded::AttemptEndRow;
@@ -44,14 +44,14 @@ class AttemptsCommands : public samples::StoreTest {
     passed.classification_source = "parent_recorder";
     passed.eval_id = "1-1";
     attempts.end(begun(attempts, 1), passed, 3.5);
-    attempts.end(begun(attempts, 2), embedded::worker_lost(), 5.0);
+    attempts.end(begun(attempts, 2), embedded::test::worker_lost(), 5.0);
     begun(attempts, 2);
   }
 
   static std::int64_t begun(AttemptTable& attempts, int candidate) {
-    embedded::NewAttemptRow attempt = embedded::new_attempt(1, "k1", candidate);
+    embedded::NewAttemptRow attempt = embedded::test::new_attempt(1, "k1", candidate);
     attempt.graph_json = samples::kGraph;
-    return embedded::running_attempt(attempts, attempt);
+    return embedded::test::running_attempt(attempts, attempt);
   }
   [[nodiscard]] AttemptsCommand listing() const {
     AttemptsCommand command;
@@ -181,10 +181,10 @@ class ReplayCommandTest : public AttemptsCommands {
     embedded::SqliteRunStore store(path_.string());
     const std::int64_t run = store.begin_run(start);
     for (int i = 0; i < 3; ++i) {
-      embedded::NewAttemptRow attempt = embedded::new_attempt(run, "k", i);
+      embedded::NewAttemptRow attempt = embedded::test::new_attempt(run, "k", i);
       attempt.graph_json = samples::kGraph;
-      const std::int64_t id = embedded::running_attempt(store.attempts(), attempt);
-      AttemptEndRow end = embedded::worker_lost();
+      const std::int64_t id = embedded::test::running_attempt(store.attempts(), attempt);
+      AttemptEndRow end = embedded::test::worker_lost();
       if (i == 0) end.generated_stats_json = genetic::json_text(statistics_mapping(statistics));
       if (i == 1) end.generated_stats_json = samples::kStatistics;
       store.attempts().end(id, end, 4.0);
@@ -232,4 +232,4 @@ TEST_F(ReplayCommandTest, TellsWhatComesOutWhereNothingWasRecorded) {
 }
 
 }  // namespace
-}  // namespace varnholt::app
+}  // namespace varnholt::app::test

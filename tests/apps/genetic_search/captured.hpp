@@ -10,7 +10,7 @@
 
 #include "apps/genetic_search/output.hpp"
 
-namespace varnholt::app {
+namespace varnholt::app::test {
 
 // An output that can be read at once.
 class Captured {
@@ -44,4 +44,4 @@ class Captured {
   Output output;
 };
 
-}  // namespace varnholt::app
+}  // namespace varnholt::app::test

@@ -9,7 +9,7 @@
 
 #include "tests/apps/genetic_search/captured.hpp"
 
-namespace varnholt::app {
+namespace varnholt::app::test {
 namespace {
 
 using ::testing::HasSubstr;
@@ -62,4 +62,4 @@ TEST(DoctorCommand, LooksAtThisMachine) {
 }
 
 }  // namespace
-}  // namespace varnholt::app
+}  // namespace varnholt::app::test

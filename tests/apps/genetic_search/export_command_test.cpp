@@ -14,7 +14,7 @@
 #include "tests/apps/genetic_search/captured.hpp"
 #include "tests/apps/genetic_search/sample_store.hpp"
 
-namespace varnholt::app {
+namespace varnholt::app::test {
 namespace {
 
 using ::testing::HasSubstr;
@@ -88,4 +88,4 @@ TEST_F(ExportCommandTest, WritesOverNothingThatItReads) {
 }
 
 }  // namespace
-}  // namespace varnholt::app
+}  // namespace varnholt::app::test

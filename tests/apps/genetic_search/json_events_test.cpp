@@ -10,7 +10,7 @@
 #include "search_templates/genetic/value/errors.hpp"
 #include "tests/apps/genetic_search/samples.hpp"
 
-namespace varnholt::app {
+namespace varnholt::app::test {
 namespace {
 
 using genetic::List;
@@ -173,4 +173,4 @@ TEST(JsonEvents, HoldTheThirteenEntriesOfTheMetricsRecord) {
 }
 
 }  // namespace
-}  // namespace varnholt::app
+}  // namespace varnholt::app::test

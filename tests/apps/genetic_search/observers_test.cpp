@@ -13,7 +13,7 @@
 #include "tests/apps/genetic_search/captured.hpp"
 #include "tests/apps/genetic_search/samples.hpp"
 
-namespace varnholt::app {
+namespace varnholt::app::test {
 namespace {
 
 using ::testing::AllOf;
@@ -165,4 +165,4 @@ TEST_F(Observers, TellMachinesOnlyTheEndWhenQuiet) {
 }
 
 }  // namespace
-}  // namespace varnholt::app
+}  // namespace varnholt::app::test

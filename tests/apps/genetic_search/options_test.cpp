@@ -11,7 +11,7 @@
 #include "apps/genetic_search/usage_error.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
-namespace varnholt::app {
+namespace varnholt::app::test {
 namespace {
 
 using ::testing::AllOf;
@@ -158,7 +158,7 @@ struct Mistake {
 
 class OptionMistakes : public ::testing::TestWithParam<Mistake> {};
 
-TEST_P(OptionMistakes, AreToldWithNameAndMend) {
+TEST_P(OptionMistakes, AreToldWithNameAndRemedy) {
   const std::string text = usage_error(GetParam().words);
   EXPECT_THAT(text, HasSubstr(GetParam().told));
   EXPECT_THAT(text, HasSubstr("--help"));
@@ -362,4 +362,4 @@ TEST(Options, HaveAHelpThatFitsAnOldTerminal) {
 }
 
 }  // namespace
-}  // namespace varnholt::app
+}  // namespace varnholt::app::test

@@ -15,7 +15,7 @@
 #include "apps/genetic_search/signals.hpp"
 #include "apps/genetic_search/terminal.hpp"
 
-namespace varnholt::app {
+namespace varnholt::app::test {
 namespace {
 
 using ::testing::HasSubstr;
@@ -180,4 +180,4 @@ TEST(Terminal, HasAWidthWhereThereIsNone) {
 }
 
 }  // namespace
-}  // namespace varnholt::app
+}  // namespace varnholt::app::test

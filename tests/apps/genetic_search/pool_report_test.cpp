@@ -7,7 +7,7 @@
 
 #include "tests/apps/genetic_search/samples.hpp"
 
-namespace varnholt::app {
+namespace varnholt::app::test {
 namespace {
 
 using ::testing::HasSubstr;
@@ -60,4 +60,4 @@ TEST(PoolReport, KeepsControlCharactersOffTheTerminal) {
 }
 
 }  // namespace
-}  // namespace varnholt::app
+}  // namespace varnholt::app::test

@@ -8,7 +8,7 @@
 #include "apps/genetic_search/text_layout.hpp"
 #include "tests/apps/genetic_search/samples.hpp"
 
-namespace varnholt::app {
+namespace varnholt::app::test {
 namespace {
 
 TEST(ProgressLine, TellsEverythingWhereThereIsRoom) {
@@ -113,4 +113,4 @@ TEST(LiveLine, IsDrawnTenTimesASecondAtMost) {
 }
 
 }  // namespace
-}  // namespace varnholt::app
+}  // namespace varnholt::app::test

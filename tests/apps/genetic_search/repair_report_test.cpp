@@ -8,7 +8,7 @@
 #include "apps/genetic_search/report.hpp"
 #include "tests/apps/genetic_search/samples.hpp"
 
-namespace varnholt::app {
+namespace varnholt::app::test {
 namespace {
 
 TEST(RepairReport, PutsWhatRescuedMostFirst) {
@@ -44,4 +44,4 @@ TEST(RepairReport, StandsInTheEndOfARunBetweenTheBestAndThePool) {
 }
 
 }  // namespace
-}  // namespace varnholt::app
+}  // namespace varnholt::app::test

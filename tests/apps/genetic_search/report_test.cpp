@@ -10,7 +10,7 @@
 #include "apps/genetic_search/text_layout.hpp"
 #include "tests/apps/genetic_search/samples.hpp"
 
-namespace varnholt::app {
+namespace varnholt::app::test {
 namespace {
 
 using embedded::SearchOptions;
@@ -184,4 +184,4 @@ TEST(Report, ShowsNoTableWhereNothingPassedOrNoneWasAskedFor) {
 }
 
 }  // namespace
-}  // namespace varnholt::app
+}  // namespace varnholt::app::test

@@ -24,7 +24,7 @@
 #include "search_templates/genetic/value/errors.hpp"
 #include "tests/apps/genetic_search/samples.hpp"
 
-namespace varnholt::app {
+namespace varnholt::app::test {
 namespace {
 
 using embedded::InterruptFlag;
@@ -257,4 +257,4 @@ TEST(ErrorReport, HasAWordForAnErrorWithoutAText) {
 }
 
 }  // namespace
-}  // namespace varnholt::app
+}  // namespace varnholt::app::test

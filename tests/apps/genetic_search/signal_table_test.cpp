@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-namespace varnholt::app {
+namespace varnholt::app::test {
 namespace {
 
 const std::vector<TableColumn> kTwoColumns = {{"id"}, {"pool", Align::Left}};
@@ -47,4 +47,4 @@ TEST(SignalTable, KeepsControlCharactersOffTheTerminal) {
 }
 
 }  // namespace
-}  // namespace varnholt::app
+}  // namespace varnholt::app::test

@@ -14,7 +14,7 @@
 #include "tests/apps/genetic_search/captured.hpp"
 #include "tests/apps/genetic_search/sample_store.hpp"
 
-namespace varnholt::app {
+namespace varnholt::app::test {
 namespace {
 
 using ::testing::AllOf;
@@ -281,4 +281,4 @@ TEST_F(StoreCommands, WrapALineToTheTerminal) {
 }
 
 }  // namespace
-}  // namespace varnholt::app
+}  // namespace varnholt::app::test

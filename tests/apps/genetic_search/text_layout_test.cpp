@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-namespace varnholt::app {
+namespace varnholt::app::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -76,4 +76,4 @@ TEST(TextLayout, PadsToAWidth) {
 }
 
 }  // namespace
-}  // namespace varnholt::app
+}  // namespace varnholt::app::test

@@ -7,7 +7,7 @@
 #include "hosts/embedded/vocabulary/graph_node.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 
 inline genetic::Value feature(std::string_view name) {
   return make_graph_node(name, "feature", genetic::List());
@@ -22,4 +22,4 @@ inline genetic::Value rotation(std::string_view name,
   return make_graph_node(name, "rotation", genetic::List(children));
 }
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

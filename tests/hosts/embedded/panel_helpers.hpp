@@ -13,7 +13,7 @@
 
 #include "hosts/embedded/market/market_data.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 
 inline constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 
@@ -104,4 +104,4 @@ inline Panel random_panel(std::mt19937_64& engine, Eigen::Index days, Eigen::Ind
   return result;
 }
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 constexpr double kMissing = std::numeric_limits<double>::quiet_NaN();
@@ -129,4 +129,4 @@ MarketData make_synthetic_universe(const SyntheticUniverseOptions& options) {
   return data;
 }
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -8,7 +8,7 @@
 
 #include "hosts/embedded/market/market_data.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 
 struct SyntheticUniverseOptions {
   Eigen::Index instruments = 500;
@@ -35,4 +35,4 @@ struct SyntheticUniverseOptions {
 // Throws std::invalid_argument for options that make no universe.
 [[nodiscard]] MarketData make_synthetic_universe(const SyntheticUniverseOptions& options);
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

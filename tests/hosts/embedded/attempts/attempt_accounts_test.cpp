@@ -10,7 +10,7 @@
 #include "search_templates/genetic/value/host_object.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using genetic::List;
@@ -63,4 +63,4 @@ TEST(AttemptAccounts, RefusesAValueThatContainsItself) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -11,7 +11,7 @@
 #include "tests/hosts/embedded/store/store_fixture.hpp"
 #include "tests/support/store_invariants.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using genetic::AttemptEnd;
@@ -170,4 +170,4 @@ TEST_F(EmbeddedTrackerTest, WithoutATrackerThereAreNoMarkers) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 class CountingTable : public AttemptTable {
@@ -90,4 +90,4 @@ TEST_F(EndSyncTest, WhatCouldNotBeSyncedStillWaits) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

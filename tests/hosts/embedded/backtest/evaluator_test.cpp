@@ -12,7 +12,7 @@
 #include "tests/hosts/embedded/panel_helpers.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 Evaluator two_instruments(double cost_basis_points) {
@@ -117,4 +117,4 @@ TEST(Evaluator, RefusesAGraphBeyondItsLimits) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -15,7 +15,7 @@
 #include "tests/hosts/embedded/panel_helpers.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 constexpr std::uint64_t kSeed = 20240611;
@@ -101,4 +101,4 @@ TEST_F(NoLookAhead, OfRandomGraphs) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -12,7 +12,7 @@
 #include "tests/hosts/embedded/panel_helpers.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 constexpr double kCosts = 7.5;
@@ -250,4 +250,4 @@ TEST(EqualWeights, EarnTheMeanReturnLessTheSameCosts) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

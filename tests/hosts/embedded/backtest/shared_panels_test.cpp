@@ -17,7 +17,7 @@
 #include "tests/hosts/embedded/graph_helpers.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -137,4 +137,4 @@ TEST_F(SharedPanelsTest, SignalsAreTheSameWithAndWithoutThem) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -10,7 +10,7 @@
 
 #include "tests/hosts/embedded/panel_helpers.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 constexpr double kClose = 1e-12;
@@ -274,4 +274,4 @@ TEST(BacktestStatistics, AgreeWithTheirFormulasOnRandomBooks) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

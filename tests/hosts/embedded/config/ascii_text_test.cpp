@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 constexpr std::optional<std::size_t> kNone;
@@ -53,4 +53,4 @@ TEST(AsciiText, LongStringsGoOverLines) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -6,7 +6,7 @@
 
 #include "hosts/embedded/config/host_config.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 
 inline std::string refusal(std::string_view text) {
   try {
@@ -17,4 +17,4 @@ inline std::string refusal(std::string_view text) {
   return "accepted";
 }
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

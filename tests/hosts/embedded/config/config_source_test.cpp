@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 TEST(ConfigSource, ShowsASpanOfCharacters) {
@@ -52,4 +52,4 @@ TEST(OnOneLine, WritesControlCharactersOut) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

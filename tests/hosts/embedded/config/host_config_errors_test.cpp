@@ -9,7 +9,7 @@
 #include "hosts/embedded/config/host_config.hpp"
 #include "tests/hosts/embedded/config/config_helpers.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using ::testing::AllOf;
@@ -259,4 +259,4 @@ TEST_F(ConfigFile, ThatIsTooLarge) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

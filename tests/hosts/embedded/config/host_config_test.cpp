@@ -14,7 +14,7 @@
 
 #include "tests/hosts/embedded/config/config_helpers.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using ::testing::HasSubstr;
@@ -191,4 +191,4 @@ TEST(HostConfig, BrokenTextsAreTakenOrRefusedProperly) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

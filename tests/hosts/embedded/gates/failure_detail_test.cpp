@@ -11,7 +11,7 @@
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/gates/gate_helpers.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using genetic::Value;
@@ -59,4 +59,4 @@ TEST(FailureDetail, TextSaysNaN) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

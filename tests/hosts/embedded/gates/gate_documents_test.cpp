@@ -15,7 +15,7 @@
 
 #include "hosts/embedded/gates/gates.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using ::testing::ElementsAreArray;
@@ -114,4 +114,4 @@ TEST(GateDocuments, ARemedyNamesWhatSetsTheGate) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -6,7 +6,7 @@
 
 #include "hosts/embedded/gates/gates.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 
 // Statistics that pass gates() and limits() with room on every side.
 inline BacktestStatistics good_statistics() {
@@ -40,4 +40,4 @@ inline std::vector<std::string> reasons_of(const std::vector<GateFailure>& failu
   return names;
 }
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

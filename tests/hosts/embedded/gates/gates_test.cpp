@@ -15,7 +15,7 @@
 #include "tests/hosts/embedded/gates/gate_helpers.hpp"
 #include "tests/hosts/embedded/panel_helpers.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -272,4 +272,4 @@ TEST(Gates, AgreeWithTheirRulesOnRandomStatistics) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -15,7 +15,7 @@
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/gates/gate_helpers.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using genetic::List;
@@ -168,4 +168,4 @@ TEST(EvaluateThresholdGates, JudgesAsTheGatesOverStructuresDo) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

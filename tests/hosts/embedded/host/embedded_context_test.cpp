@@ -25,7 +25,7 @@
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/host/search_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 namespace keys = genetic::keys;
@@ -294,4 +294,4 @@ TEST_F(EmbeddedContextTest, AChildTimesInItsOwnName) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

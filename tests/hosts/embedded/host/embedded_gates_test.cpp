@@ -12,7 +12,7 @@
 #include "search_templates/genetic/value/operations.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 namespace keys = genetic::keys;
@@ -117,4 +117,4 @@ TEST_F(EmbeddedGatesTest, VerdictsTellTheirReasonAndFigures) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

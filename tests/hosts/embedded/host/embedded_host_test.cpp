@@ -12,7 +12,7 @@
 #include "search_templates/genetic/population/safe_rotations.hpp"
 #include "tests/hosts/embedded/host/search_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 namespace keys = genetic::keys;
@@ -113,4 +113,4 @@ TEST_F(EmbeddedHostTest, AModuleOverItHasAFixedSeed) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

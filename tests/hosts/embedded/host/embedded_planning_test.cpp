@@ -22,7 +22,7 @@
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/host/search_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using genetic::List;
@@ -216,4 +216,4 @@ TEST_F(EmbeddedPlanningTest, NotesTheLineageOfEveryPlan) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

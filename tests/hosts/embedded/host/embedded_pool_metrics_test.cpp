@@ -16,7 +16,7 @@
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/host/search_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using genetic::Mapping;
@@ -112,4 +112,4 @@ TEST_F(EmbeddedPoolMetricsTest, PayloadsHoldAllStatisticsAndTheClient) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -29,7 +29,7 @@
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/support/scripted_host.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 namespace keys = genetic::keys;
@@ -494,4 +494,4 @@ TEST_F(EmbeddedPoolTest, AReductionOfWorkersIsLoggedOnceForEachContext) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -12,7 +12,7 @@
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using genetic::MessageQueue;
@@ -124,4 +124,4 @@ TEST_F(ForkQueuesTest, TheDescriptorsAreThoseOfTheBatchUnderWay) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -11,7 +11,7 @@
 #include "search_templates/genetic/graph/canonical_text.hpp"
 #include "tests/hosts/embedded/host/search_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using genetic::Value;
@@ -112,4 +112,4 @@ TEST(LineageJson, IsWhatTheStoreKeeps) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

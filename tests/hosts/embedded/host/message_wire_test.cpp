@@ -9,7 +9,7 @@
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using genetic::Tuple;
@@ -47,4 +47,4 @@ TEST(MessageWire, RefusesBytesThatAreNoMessage) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -23,7 +23,7 @@
 #include "hosts/embedded/vocabulary/graph_node.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 
 inline MarketData small_universe() {
   SyntheticUniverseOptions options;
@@ -154,4 +154,4 @@ class ContextTest : public FolderTest {
   Lineage lineage_;
 };
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 class SearchStopTest : public ::testing::Test {
@@ -71,4 +71,4 @@ TEST_F(SearchStopTest, AnInterruptStopsAndTheSecondLeavesAtOnce) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

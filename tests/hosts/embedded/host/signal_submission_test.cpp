@@ -15,7 +15,7 @@
 #include "search_templates/genetic/value/keys.hpp"
 #include "tests/hosts/embedded/host/search_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 namespace keys = genetic::keys;
@@ -210,4 +210,4 @@ TEST_F(FewDaysTest, TooFewDaysInCommonAreNotReadyEither) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

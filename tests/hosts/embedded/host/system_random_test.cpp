@@ -5,7 +5,7 @@
 
 #include "search_templates/genetic/value/errors.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 TEST(SystemRandom, FixedBitsAreTheLowestOnesOfTheirNumber) {
@@ -25,4 +25,4 @@ TEST(SystemRandom, TheOperatingSystemGivesOtherBitsEachTime) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 constexpr std::uint64_t kMebibyte = 1024 * 1024;
@@ -61,4 +61,4 @@ TEST(WorkerCount, FollowsTheMemoryThatIsLeft) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

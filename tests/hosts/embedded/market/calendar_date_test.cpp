@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 TEST(CalendarDate, EveryDayOfTheCalendarGoesToTextAndBack) {
@@ -41,4 +41,4 @@ TEST(CalendarDate, RefusesWhatIsNoDay) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -6,7 +6,7 @@
 
 #include "hosts/embedded/market/price_file_error.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using testing::ElementsAre;
@@ -93,4 +93,4 @@ TEST(CsvRows, RefusesMisplacedQuotes) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

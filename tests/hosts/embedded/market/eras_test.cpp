@@ -11,7 +11,7 @@
 
 #include "hosts/embedded/market/calendar_date.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 // Consecutive days from 2011-01-01 on.
@@ -132,4 +132,4 @@ TEST(Eras, RefuseSettingsOutOfRange) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -8,7 +8,7 @@
 
 #include "hosts/embedded/market/price_file.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 std::string refusal(std::string_view text) {
@@ -209,4 +209,4 @@ TEST(PriceFileErrors, ThePlaceIsKeptAsData) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -9,7 +9,7 @@
 
 #include "tests/hosts/embedded/panel_helpers.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using testing::ElementsAre;
@@ -123,4 +123,4 @@ TEST(MarketDataFirstDays, KeepsTheInstrumentsAndCutsTheDays) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

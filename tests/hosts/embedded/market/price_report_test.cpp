@@ -9,7 +9,7 @@
 
 #include "hosts/embedded/market/price_file.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using testing::ElementsAre;
@@ -145,4 +145,4 @@ TEST(PriceReport, NamesTheColumnsThatAreThere) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -11,7 +11,7 @@
 
 #include "tests/hosts/embedded/panel_helpers.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 // FNV-1a over the bits of the known entries and the places of the others.
@@ -105,4 +105,4 @@ TEST(SyntheticUniverse, RefusesOptionsThatMakeNoUniverse) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -19,7 +19,7 @@
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using genetic::Callable;
@@ -219,4 +219,4 @@ TEST_F(GeneticOperatorsTest, WithoutMaterialOrGeneratorTheyStillGiveAGraph) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -15,7 +15,7 @@
 #include "search_templates/genetic/host/twister_generators.hpp"
 #include "tests/hosts/embedded/planner/repair_helpers.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using genetic::Value;
@@ -158,4 +158,4 @@ TEST_F(GraphEdits, KeepTheRulesAndWhatCameIn) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 RepairCase missed_sharpes(std::optional<double> gross, std::optional<double> net) {
@@ -80,4 +80,4 @@ TEST(RepairCase, FindsAFailureByItsReason) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -11,7 +11,7 @@
 #include "tests/hosts/embedded/graph_helpers.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 
 inline Vocabulary small_vocabulary() {
   SyntheticUniverseOptions options;
@@ -62,4 +62,4 @@ inline RepairCase failed_case(std::string_view graph, std::vector<MissedGate> fa
   return {graph_of(graph), std::move(failures), {}, {}};
 }
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

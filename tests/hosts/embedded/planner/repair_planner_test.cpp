@@ -17,7 +17,7 @@
 #include "search_templates/genetic/settings/reason_tables.hpp"
 #include "tests/hosts/embedded/planner/repair_helpers.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using genetic::Value;
@@ -199,4 +199,4 @@ TEST_F(RepairPlanner, KeepsItsPromisesOverRandomGraphs) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

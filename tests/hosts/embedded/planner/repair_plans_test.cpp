@@ -12,7 +12,7 @@
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "tests/hosts/embedded/planner/repair_helpers.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 std::string text_of(const std::optional<genetic::Value>& graph) {
@@ -153,4 +153,4 @@ TEST_F(RepairPlans, HaveStableNamesAndOneLineEach) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -13,7 +13,7 @@
 #include "tests/hosts/embedded/pool/process_probe.hpp"
 #include "tests/hosts/embedded/pool/system_doubles.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 class Descriptors : public ProcessTest {};
@@ -142,4 +142,4 @@ TEST_F(Descriptors, TellWhyTheyCannotBeRead) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -14,7 +14,7 @@
 #include "tests/hosts/embedded/pool/process_probe.hpp"
 #include "tests/hosts/embedded/pool/system_doubles.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using Call = FailingCalls::Call;
@@ -232,4 +232,4 @@ TEST_F(ForkPoolCalls, NeverGiveANegativeDuration) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

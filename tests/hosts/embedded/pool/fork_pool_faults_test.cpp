@@ -18,7 +18,7 @@
 #include "tests/hosts/embedded/pool/process_probe.hpp"
 #include "tests/hosts/embedded/pool/system_doubles.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using ::testing::HasSubstr;
@@ -501,4 +501,4 @@ TEST_F(ForkPoolFaults, LargeResultsPassThroughSmallPipesAndAStalledParent) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -17,7 +17,7 @@
 #include "tests/hosts/embedded/pool/process_probe.hpp"
 #include "tests/hosts/embedded/pool/system_doubles.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 class ForkPoolStop : public ProcessTest {
@@ -259,4 +259,4 @@ TEST_F(ForkPoolStop, TakesAChildThatWasOrphanedBeforeItsPrologue) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

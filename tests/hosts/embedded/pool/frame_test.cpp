@@ -10,7 +10,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using State = FrameDecoder::State;
@@ -172,4 +172,4 @@ TEST(FrameErrors, AreAbsentWhereThePayloadIsTooShort) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -14,7 +14,7 @@
 #include "tests/hosts/embedded/pool/process_probe.hpp"
 #include "tests/hosts/embedded/pool/system_doubles.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 class MailboxTest : public ProcessTest {
@@ -121,4 +121,4 @@ TEST_F(MailboxTest, KeepsWhatAKilledReaderDidNotTake) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -16,7 +16,7 @@
 #include "tests/hosts/embedded/pool/process_probe.hpp"
 #include "tests/hosts/embedded/pool/system_doubles.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 class MessagePipeTest : public ProcessTest {
@@ -109,4 +109,4 @@ TEST_F(MessagePipeTest, TellsThatItCannotBeOpened) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

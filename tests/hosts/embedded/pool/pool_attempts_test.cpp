@@ -17,7 +17,7 @@
 #include "tests/hosts/embedded/pool/process_probe.hpp"
 #include "tests/hosts/embedded/pool/system_doubles.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 class PoolAttempts : public ProcessTest {
@@ -184,4 +184,4 @@ TEST_F(PoolAttempts, AChildDoesNotKeepTheParentsEndOfAPipe) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

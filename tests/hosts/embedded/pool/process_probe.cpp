@@ -9,7 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 
 std::size_t count_open_descriptors() {
   DIR* const directory = ::opendir("/proc/self/fd");
@@ -65,4 +65,4 @@ void ProcessTest::TearDown() {
   EXPECT_EQ(count_open_descriptors(), descriptors_before_) << "a descriptor was left open";
 }
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 #include <sys/types.h>
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 
 // GCC says it with a macro of its own, clang as a feature.
 #if defined(__SANITIZE_ADDRESS__)
@@ -45,4 +45,4 @@ class ProcessTest : public ::testing::Test {
   std::size_t descriptors_before_ = 0;
 };
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

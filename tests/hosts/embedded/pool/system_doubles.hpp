@@ -10,7 +10,7 @@
 
 #include "hosts/embedded/pool/system_calls.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 
 // Every call that may be interrupted is interrupted three times before it is made.
 class InterruptingCalls : public RealSystemCalls {
@@ -142,4 +142,4 @@ class CutWrites : public RealSystemCalls {
   std::size_t written_ = 0;
 };
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

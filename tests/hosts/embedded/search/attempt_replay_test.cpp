@@ -9,7 +9,7 @@
 #include "hosts/embedded/search/signal_export.hpp"
 #include "tests/hosts/embedded/search/run_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using ::testing::HasSubstr;
@@ -89,4 +89,4 @@ TEST_F(AttemptReplay, WithoutRecordedStatisticsThereIsNothingToCompare) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

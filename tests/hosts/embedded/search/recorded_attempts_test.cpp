@@ -14,7 +14,7 @@
 #include "tests/hosts/embedded/search/recording_fixture.hpp"
 #include "tests/support/store_invariants.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 namespace keys = genetic::keys;
@@ -199,4 +199,4 @@ TEST_F(RejectedAttempts, AFailingCandidateEndsItsAttemptWithItsGate) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -19,7 +19,7 @@
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/host/search_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 
 // Lets a test act at the moment between the measurement against the pool and the record.
 class PausingRecorder : public ResultRecorder {
@@ -129,4 +129,4 @@ class RecordingTest : public ContextTest {
   }
 };
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

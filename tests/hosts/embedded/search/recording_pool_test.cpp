@@ -11,7 +11,7 @@
 #include "hosts/embedded/host/statistics_object.hpp"
 #include "tests/hosts/embedded/search/recording_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 namespace keys = genetic::keys;
@@ -176,4 +176,4 @@ TEST_F(CorrelationRecordingTest, CorrelationBlocksWhereMutualInformationDoesNot)
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

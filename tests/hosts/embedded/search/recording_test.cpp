@@ -16,7 +16,7 @@
 #include "search_templates/genetic/value/errors.hpp"
 #include "tests/hosts/embedded/search/recording_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 namespace keys = genetic::keys;
@@ -184,4 +184,4 @@ TEST_F(GatedRecordingTest, AFailureIsRecordedWithAllOfItsReasonsAndItsTiming) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

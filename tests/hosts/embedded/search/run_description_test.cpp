@@ -16,7 +16,7 @@
 #include "hosts/embedded/system/read_file.hpp"
 #include "tests/hosts/embedded/host/search_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using RunDescriptionTest = FolderTest;
@@ -42,4 +42,4 @@ TEST_F(RunDescriptionTest, ThePricesAreReadOnceAndTheDigestIsOfThoseBytes) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

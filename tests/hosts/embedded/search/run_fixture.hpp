@@ -10,7 +10,7 @@
 #include "hosts/embedded/store/sqlite_run_store.hpp"
 #include "tests/hosts/embedded/host/search_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 
 class SearchRunTest : public FolderTest {
  protected:
@@ -54,4 +54,4 @@ inline std::vector<std::string> expressions_of(const RecordingObserver& observer
   return expressions;
 }
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -11,7 +11,7 @@
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/search/run_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using genetic::Value;
@@ -138,4 +138,4 @@ TEST_F(SearchRunErasTest, ErasOfOneHistoryHavePoolsOfTheirOwn) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -16,7 +16,7 @@
 #include "search_templates/genetic/value/keys.hpp"
 #include "tests/hosts/embedded/search/run_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 namespace keys = genetic::keys;
@@ -170,4 +170,4 @@ TEST_F(SearchRunRefusals, CostsThatNobodyPays) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -26,7 +26,7 @@
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/search/run_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 namespace keys = genetic::keys;
@@ -323,4 +323,4 @@ TEST_F(SearchRunSubmissionTest, WhatAKilledRunLeftIsSettledByTheNextBeforeItMeas
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -10,7 +10,7 @@
 
 #include "tests/hosts/embedded/search/run_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 // How many of this process's mappings children do not have.
@@ -39,4 +39,4 @@ TEST_F(SearchSetupTest, TheHistoryIsKeptFromChildrenOnlyWhileTheSearchRuns) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -12,7 +12,7 @@
 #include "search_templates/genetic/value/json_text.hpp"
 #include "tests/hosts/embedded/host/search_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 class SeedGraphsTest : public FolderTest {
@@ -76,4 +76,4 @@ TEST_F(SeedGraphsTest, AreTheFirstGenerationOfARun) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -28,7 +28,7 @@
 #include "search_templates/genetic/value/errors.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -289,4 +289,4 @@ TEST_F(SignalExport, LeavesWhatWasThereWhenTheDiskIsFull) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

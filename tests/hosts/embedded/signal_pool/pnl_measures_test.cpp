@@ -11,7 +11,7 @@
 
 #include "tests/hosts/embedded/signal_pool/pool_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using Eigen::ArrayXd;
@@ -250,4 +250,4 @@ TEST(MutualInformation, RefusesWhatCannotBeCompared) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -12,7 +12,7 @@
 
 #include "tests/hosts/embedded/store/store_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 
 // Standard normal draws.
 inline Eigen::ArrayXd normal_series(Eigen::Index days, std::uint64_t seed) {
@@ -60,4 +60,4 @@ class PoolTest : public StoreTest {
   const PoolIdentity pool_{"alpha", 1, 2, "data"};
 };
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

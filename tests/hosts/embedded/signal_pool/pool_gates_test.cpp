@@ -7,7 +7,7 @@
 
 #include <gmock/gmock.h>
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using ::testing::HasSubstr;
@@ -69,4 +69,4 @@ TEST(PoolGates, RefuseThresholdsThatCannotBe) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -11,7 +11,7 @@
 #include "hosts/embedded/signal_pool/pool_errors.hpp"
 #include "tests/hosts/embedded/signal_pool/pool_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using Eigen::ArrayXd;
@@ -123,7 +123,7 @@ TEST_F(SignalPoolTest, AConstantPnlMeasuresAsNew) {
   join(base_);
   SignalPool pool(*store_, pool_);
   EXPECT_TRUE(pool.refresh());
-  const PoolMeasure measure = pool.measure(ArrayXd::Zero(kDays));
+  const PoolMeasure measure = pool.measure(ArrayXd::Constant(kDays, 0.001));
   EXPECT_EQ(measure.novelty, 1.0);
   EXPECT_EQ(measure.correlation, 0.0);
 }
@@ -346,4 +346,4 @@ TEST_F(SignalPoolTest, RefusesAPnlThatIsNoNumber) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

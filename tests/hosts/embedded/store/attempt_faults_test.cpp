@@ -13,7 +13,7 @@
 #include "tests/support/attempt_rows.hpp"
 #include "tests/support/store_invariants.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using ::testing::AllOf;
@@ -207,4 +207,4 @@ TEST_F(AttemptFaults, AWriterThatIsKilledAtAnyMomentLeavesWhatTheNextStorePutsIn
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -6,7 +6,7 @@
 
 #include "tests/hosts/embedded/store/store_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 
 inline NewAttemptRow new_attempt(std::int64_t run, const std::string& graph_key = "k",
                                  int candidate = 0) {
@@ -44,4 +44,4 @@ inline std::int64_t running_attempt(AttemptTable& attempts, const NewAttemptRow&
   return id;
 }
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -9,7 +9,7 @@
 #include "tests/support/attempt_rows.hpp"
 #include "tests/support/store_invariants.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -283,4 +283,4 @@ TEST_F(AttemptTableTest, TheReaderOfInvariantsSeesWhatIsWrong) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -14,7 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 
 inline constexpr int kFailed = 99;
 inline constexpr int kNotPossible = 77;
@@ -52,4 +52,4 @@ inline bool mount_small_file_system(const std::string& folder) {
          ::mount("none", folder.c_str(), "tmpfs", 0, "size=512k") == 0;
 }
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

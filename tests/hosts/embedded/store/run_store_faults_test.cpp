@@ -13,7 +13,7 @@
 #include "tests/hosts/embedded/store/fault_helpers.hpp"
 #include "tests/hosts/embedded/store/store_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -328,4 +328,4 @@ TEST_F(RunStoreFaults, ADamagedFileIsNamed) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

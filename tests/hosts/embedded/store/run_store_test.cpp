@@ -9,7 +9,7 @@
 #include "hosts/embedded/store/store_schema.hpp"
 #include "tests/hosts/embedded/store/store_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -321,4 +321,4 @@ TEST_F(RunStoreTest, MayBeReadWhileItIsWritten) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -6,7 +6,7 @@
 #include "hosts/embedded/store/store_schema.hpp"
 #include "tests/hosts/embedded/store/store_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using ::testing::HasSubstr;
@@ -224,4 +224,4 @@ TEST_F(SchemaMigration, WaitsForAWriterOfTheOldFile) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -12,7 +12,7 @@
 #include "hosts/embedded/store/store_relations.hpp"
 #include "tests/hosts/embedded/store/store_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using ::testing::IsEmpty;
@@ -129,4 +129,4 @@ TEST_F(RelationTest, TheStoresRelationsHaveTheColumnsOfItsTables) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

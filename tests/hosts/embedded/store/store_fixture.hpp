@@ -13,7 +13,7 @@
 #include "hosts/embedded/store/sqlite_database.hpp"
 #include "hosts/embedded/store/sqlite_run_store.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 
 class StoreTest : public ::testing::Test {
  protected:
@@ -76,4 +76,4 @@ class StoreTest : public ::testing::Test {
   const std::string path_ = (folder_ / "runs.db").string();
 };
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -15,7 +15,7 @@
 #include "hosts/embedded/store/sqlite_database.hpp"
 #include "tests/apps/genetic_search/sample_store.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 namespace samples = app::samples;
@@ -170,4 +170,4 @@ TEST_F(StoreReaderTest, RefusesTablesOfAnotherVersionWithTheMend) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -11,7 +11,7 @@
 #include "tests/support/attempt_rows.hpp"
 #include "tests/support/store_invariants.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -193,4 +193,4 @@ TEST_F(StoreSweepTest, AnnouncingNeedsAnEvaluation) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

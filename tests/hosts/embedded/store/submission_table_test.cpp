@@ -10,7 +10,7 @@
 
 #include "tests/hosts/embedded/store/store_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -277,4 +277,4 @@ TEST_F(SubmissionTableTest, WorkUnderTheLockThatThrowsLeavesNothing) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

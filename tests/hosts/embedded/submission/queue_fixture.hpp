@@ -9,7 +9,7 @@
 #include "search_templates/genetic/value/value.hpp"
 #include "tests/hosts/embedded/signal_pool/pool_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 
 class QueueTest : public PoolTest {
  protected:
@@ -62,4 +62,4 @@ class QueueTest : public PoolTest {
   const PoolThresholds thresholds_{0.3, 0.7};
 };
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

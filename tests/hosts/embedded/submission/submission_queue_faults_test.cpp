@@ -11,7 +11,7 @@
 
 #include "tests/hosts/embedded/submission/queue_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -150,4 +150,4 @@ TEST_F(SubmissionQueueFaults, AForkedChildCannotEnqueue) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -10,7 +10,7 @@
 
 #include "tests/hosts/embedded/submission/queue_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using Eigen::ArrayXd;
@@ -139,4 +139,4 @@ TEST_F(SubmissionQueueProperty, StatesStaySoundAndMembersDiffer) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

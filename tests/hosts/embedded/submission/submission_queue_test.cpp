@@ -11,7 +11,7 @@
 #include "search_templates/genetic/value/errors.hpp"
 #include "tests/hosts/embedded/submission/queue_fixture.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using Eigen::ArrayXd;
@@ -247,4 +247,4 @@ TEST_F(SubmissionQueueTest, RefusesThresholdsThatCannotBe) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

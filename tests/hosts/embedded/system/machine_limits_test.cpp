@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 constexpr std::uint64_t kMebibyte = 1024 * 1024;
@@ -97,4 +97,4 @@ TEST_F(MachineLimitsTest, WhatIsMappedIsCountedInPages) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -14,7 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 constexpr std::size_t kMebibyte = 1024 * 1024;
@@ -109,4 +109,4 @@ TEST(MemoryAdvice, TheMachinesSettingsAreRead) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -10,7 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 TEST(ParentMemoryTest, IsThereInTheParentAlone) {
@@ -41,4 +41,4 @@ TEST(ParentMemoryTest, RefusesWhatThereIsNot) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

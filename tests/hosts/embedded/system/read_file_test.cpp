@@ -12,7 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 class ReadFileTest : public ::testing::Test {
@@ -95,4 +95,4 @@ TEST_F(ReadFileTest, EachTroubleHasItsText) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -13,7 +13,7 @@
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/timing/timing_helpers.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using genetic::Mapping;
@@ -170,4 +170,4 @@ TEST(RecordedTimings, BehaveAsAListOfTheLastOfEachGraph) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

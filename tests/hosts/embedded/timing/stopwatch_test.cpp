@@ -8,7 +8,7 @@
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/timing/timing_helpers.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 class ToldClock : public TimingClock {
@@ -62,4 +62,4 @@ TEST(SystemTimingClock, GivesATimingOfThisProcess) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

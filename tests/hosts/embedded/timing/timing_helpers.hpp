@@ -8,7 +8,7 @@
 #include "search_templates/genetic/value/value.hpp"
 #include "tests/hosts/embedded/graph_helpers.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 
 inline genetic::Value some_graph() {
   return rotation("negate", {feature("close")});
@@ -45,4 +45,4 @@ std::string refusal(Function&& function) {
   return "accepted";
 }
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

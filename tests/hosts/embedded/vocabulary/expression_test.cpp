@@ -6,7 +6,7 @@
 
 #include "tests/hosts/embedded/graph_helpers.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 TEST(Expression, PutsEachStepAfterItsInputs) {
@@ -45,4 +45,4 @@ TEST(Expression, SubtreesThatSayTheSameAreOneStep) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

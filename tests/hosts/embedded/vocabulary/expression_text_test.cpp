@@ -6,7 +6,7 @@
 
 #include "tests/hosts/embedded/graph_helpers.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 TEST(ExpressionText, WritesCalls) {
@@ -30,4 +30,4 @@ TEST(ExpressionText, RefusesWhatIsNoGraph) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

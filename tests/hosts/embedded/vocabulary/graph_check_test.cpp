@@ -7,7 +7,7 @@
 
 #include "tests/hosts/embedded/graph_helpers.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using genetic::List;
@@ -166,4 +166,4 @@ TEST(GraphError, IsAValueErrorOfTheSearch) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -15,7 +15,7 @@
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
 #include "tests/hosts/embedded/panel_helpers.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using Values = std::vector<double>;
@@ -249,4 +249,4 @@ TEST(PanelFunctionsProperty, NoEntryDependsOnALaterDay) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

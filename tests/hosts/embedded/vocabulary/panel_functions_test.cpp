@@ -9,7 +9,7 @@
 
 #include "tests/hosts/embedded/panel_helpers.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 constexpr double kExact = 0.0;
@@ -220,4 +220,4 @@ TEST(PanelFunctions, RefuseTwoShapesAndEmptyWindows) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

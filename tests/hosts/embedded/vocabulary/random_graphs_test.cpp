@@ -18,7 +18,7 @@
 #include "tests/hosts/embedded/graph_helpers.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using genetic::Value;
@@ -223,4 +223,4 @@ TEST(RandomGraphs, RefuseOptionsThatAllowNoGraph) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

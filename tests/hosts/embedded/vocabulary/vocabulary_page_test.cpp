@@ -10,7 +10,7 @@
 
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using testing::HasSubstr;
@@ -49,4 +49,4 @@ TEST(VocabularyPage, ItsExamplesAreTrue) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

@@ -11,7 +11,7 @@
 #include "hosts/embedded/vocabulary/feature_panels.hpp"
 #include "tests/hosts/embedded/panel_helpers.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using testing::ElementsAre;
@@ -119,4 +119,4 @@ TEST(FeaturePanels, LeaveOutWhatTheDataLack) {
 }
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test
