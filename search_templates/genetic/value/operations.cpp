@@ -1,6 +1,5 @@
 #include "search_templates/genetic/value/operations.hpp"
 
-#include <cmath>
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -147,12 +146,6 @@ Value required_attribute(const Value& value, std::string_view name) {
   if (value.is_object()) return value.object().required_attribute(name);
   throw AttributeError("'" + type_name(value) + "' object has no attribute '" + std::string(name) +
                        "'");
-}
-
-bool is_nan(const Value& value) {
-  // A real that is a number is of our own kind, unless it is an instance of a host's subtype.
-  if (!value.is_object() || !is_instance_of(value, Kind::kReal)) return false;
-  return exact_kind(value) == Kind::kReal || std::isnan(to_float(value));
 }
 
 bool differ(const Value& left, const Value& right) {

@@ -31,9 +31,6 @@ namespace varnholt::genetic {
 // 'graph'".
 [[nodiscard]] Value required_attribute(const Value& value, std::string_view name);
 
-// Whether the value is a real that is not a number.
-[[nodiscard]] bool is_nan(const Value& value);
-
 // left != right. A host's object is asked whether it differs, which need not be the opposite of its
 // equality.
 [[nodiscard]] bool differ(const Value& left, const Value& right);
