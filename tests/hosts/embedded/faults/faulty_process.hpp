@@ -20,7 +20,7 @@
 #include "search_templates/genetic/value/keys.hpp"
 #include "tests/hosts/embedded/pool/process_probe.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 
 enum class Stage {
   AfterFork,
@@ -215,4 +215,4 @@ class FaultyContext : public EmbeddedContext {
   FaultySystem& system_;
 };
 
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test

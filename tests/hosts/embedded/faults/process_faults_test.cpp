@@ -21,10 +21,10 @@
 #include <sys/wait.h>
 
 #include "hosts/embedded/host/embedded_host.hpp"
-#include "hosts/embedded/host/twister_generators.hpp"
 #include "hosts/embedded/search/run_recorder.hpp"
 #include "hosts/embedded/system/machine_limits.hpp"
 #include "search_templates/genetic/graph/canonical_text.hpp"
+#include "search_templates/genetic/host/twister_generators.hpp"
 #include "search_templates/genetic/process/batch_evaluation.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/faults/faulty_process.hpp"
@@ -32,7 +32,7 @@
 #include "tests/hosts/embedded/pool/process_probe.hpp"
 #include "tests/support/store_invariants.hpp"
 
-namespace varnholt::embedded {
+namespace varnholt::embedded::test {
 namespace {
 
 using genetic::List;
@@ -179,7 +179,7 @@ class ProcessFaults : public FolderTest, public ::testing::WithParamInterface<in
   }
 
   List make_batch() {
-    TwisterGenerator generator{genetic::MersenneTwister(random_())};
+    genetic::TwisterGenerator generator{genetic::MersenneTwister(random_())};
     List batch;
     std::set<std::string> there;
     const auto size = static_cast<std::size_t>(1 + draw(8));
@@ -234,4 +234,4 @@ TEST_P(ProcessFaults, LeaveASoundStoreAndNothingBehind) {
 INSTANTIATE_TEST_SUITE_P(Seeds, ProcessFaults, ::testing::Range(1, 5));
 
 }  // namespace
-}  // namespace varnholt::embedded
+}  // namespace varnholt::embedded::test
