@@ -30,13 +30,19 @@ Value failures_of(const Value& result) {
   return truth(failures) ? failures : Value(Mapping());
 }
 
+// A figure that is not there is never converted: most failures have none, and the error of each
+// conversion would be half of what such a failure costs.
+double number_or_zero(const Value& figure) {
+  return figure.is_absent() ? 0.0 : tolerant_float(figure).value_or(0.0);
+}
+
 }  // namespace
 
 double failure_violation(JsonReader& json_reader, const Value& reason, const Value& failure) {
   if (!as_mapping(failure)) return kViolationOfAnything;
   const MetricPair pair = failure_metric_pair(json_reader, failure);
-  const double value = tolerant_float(pair.value).value_or(0.0);
-  const double threshold = tolerant_float(pair.threshold).value_or(0.0);
+  const double value = number_or_zero(pair.value);
+  const double threshold = number_or_zero(pair.threshold);
   double scale = std::abs(threshold);
   if (scale <= kLeastScale) scale = 1.0;
   static_cast<void>(hash(reason));  // The table is a set: what cannot be a member of one fails.
