@@ -104,7 +104,7 @@ const std::vector<ConfigKey>& all_keys() {
   return kKeys;
 }
 
-constexpr std::string_view kTablesMend =
+constexpr std::string_view kTablesRemedy =
     "the tables are [gates], [limits], [pool], [eras] and [market]";
 
 bool is_table(std::string_view name) {
@@ -277,7 +277,7 @@ HostConfig config_of(const toml::table& root, const ConfigSource& source) {
       throw HostConfigError(
           source.place(position_of(entry.key->source().begin), shown_name),
           table != nullptr ? "there is no such table" : "the key stands in no table",
-          std::string(kTablesMend));
+          std::string(kTablesRemedy));
     }
     if (table == nullptr) {
       Met(source, shown_name, *entry.value)
