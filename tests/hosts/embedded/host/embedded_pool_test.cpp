@@ -388,7 +388,7 @@ TEST_F(EmbeddedPoolTest, ResultsOfAnySizeComeThrough) {
   config.n_jobs = 2;
   const Value results = evaluate(
       2,
-      [size](std::int64_t index, std::int64_t) -> Value {
+      [](std::int64_t index, std::int64_t) -> Value {
         return Mapping{{"text", std::string(size, static_cast<char>('a' + index))}};
       },
       config);
