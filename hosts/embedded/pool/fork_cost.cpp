@@ -60,6 +60,7 @@ class Touched {
 
 double fork_seconds(SystemCalls& system, int forks) {
   std::vector<double> seconds;
+  seconds.reserve(static_cast<std::size_t>(forks));
   for (int i = 0; i < forks; ++i)
     seconds.push_back(one_fork(system));
   const auto middle = seconds.begin() + static_cast<std::ptrdiff_t>(seconds.size() / 2);

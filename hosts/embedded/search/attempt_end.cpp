@@ -81,7 +81,7 @@ Mapping threshold_gate(const CandidateRecorded& candidate, const Mapping& eviden
 }
 
 Value inventory_of(const Mapping& evidence, const Value& statistics) {
-  const Value told = evidence.get(keys::kPerColumnInventory);
+  Value told = evidence.get(keys::kPerColumnInventory);
   if (!told.is_absent()) return told;
   const Mapping expected = statistics_mapping(BacktestStatistics());
   return AttemptAccounts().build_column_inventory(expected, mapping_or_empty(statistics));
@@ -99,8 +99,8 @@ AttemptEndRow attempt_end(const CandidateRecorded& candidate, const Mapping& key
       genetic::truth(evidence.get(keys::kBacktestCompleted)) || candidate.statistics.has_value();
   const bool worker_was_lost = attempt.id.is_absent() && !completed;
   const auto told = [&evidence](Key key, const Value& otherwise) {
-    Value value = evidence.get(key);
-    return stored_json(value.is_absent() ? otherwise : std::move(value));
+    const Value value = evidence.get(key);
+    return stored_json(value.is_absent() ? otherwise : value);
   };
 
   AttemptEndRow end;

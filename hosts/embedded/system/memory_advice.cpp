@@ -20,7 +20,7 @@ namespace {
 constexpr std::size_t kBytesInKilobyte = 1024;
 
 struct Block {
-  std::uintptr_t begin = 0;
+  void* begin = nullptr;
   std::size_t bytes = 0;
 };
 
@@ -29,13 +29,16 @@ Block whole_pages(const void* begin, std::size_t bytes, std::size_t page) {
   const auto address = reinterpret_cast<std::uintptr_t>(begin);
   const std::uintptr_t first = (address + page - 1) / page * page;
   const std::uintptr_t end = (address + bytes) / page * page;
-  return {first, end > first ? end - first : 0};
+  if (end <= first) return {};
+  // Advice changes no byte of the memory.
+  char* const bytes_of_block = const_cast<char*>(static_cast<const char*>(begin));
+  return {bytes_of_block + (first - address), end - first};
 }
 
 void advise(const Block& block, int advice) {
   if (block.bytes == 0) return;
   // It may be refused, and nothing depends on it.
-  static_cast<void>(::madvise(reinterpret_cast<void*>(block.begin), block.bytes, advice));
+  static_cast<void>(::madvise(block.begin, block.bytes, advice));
 }
 
 std::size_t number_of(std::string_view text) {
