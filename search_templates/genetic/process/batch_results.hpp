@@ -5,7 +5,7 @@
 #include "search_templates/genetic/host/host.hpp"
 #include "search_templates/genetic/host/search_context.hpp"
 #include "search_templates/genetic/process/attempt_ledger.hpp"
-#include "search_templates/genetic/process/batch_parts.hpp"
+#include "search_templates/genetic/process/streamed_results.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::genetic {
