@@ -6,6 +6,7 @@
 #include <array>
 #include <stdexcept>
 
+#include "search_templates/genetic/process/attempt_marker.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "tests/process/ledger_fixture.hpp"
 

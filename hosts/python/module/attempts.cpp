@@ -7,6 +7,7 @@
 #include "hosts/python/values/containers.hpp"
 #include "hosts/python/values/conversion.hpp"
 #include "hosts/python/values/python_api.hpp"
+#include "search_templates/genetic/process/attempt_marker.hpp"
 #include "search_templates/genetic/process/attempt_recording.hpp"
 #include "search_templates/genetic/process/process_attempts.hpp"
 

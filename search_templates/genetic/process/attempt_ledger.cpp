@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "search_templates/genetic/process/attempt_recording.hpp"
+#include "search_templates/genetic/process/attempt_marker.hpp"
 #include "search_templates/genetic/process/process_attempts.hpp"
 #include "search_templates/genetic/value/error_object.hpp"
 #include "search_templates/genetic/value/errors.hpp"

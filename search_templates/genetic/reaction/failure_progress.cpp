@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "search_templates/genetic/reaction/failure_metrics.hpp"
-#include "search_templates/genetic/reaction/priority.hpp"
+#include "search_templates/genetic/reaction/result_quality.hpp"
 #include "search_templates/genetic/settings/reason_tables.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/list_order.hpp"

@@ -28,17 +28,6 @@ bool names_close_constraint(const Tuple& signature) {
 
 }  // namespace
 
-Value candidate_quality_value(const Value& result) {
-  const Mapping record = record_of(result);
-  // The fallback is read first, whether or not it is needed.
-  const Value sharpe = record.get(keys::kSharpe, 0.0);
-  return number(record.get(keys::kQualityScore, sharpe));
-}
-
-double candidate_quality(const Value& result) {
-  return to_float(candidate_quality_value(result));
-}
-
 Value improvement_depth(const Value& result) {
   return integer_entry(result, keys::kImprovementDepth);
 }

@@ -5,16 +5,11 @@
 #pragma once
 
 #include "search_templates/genetic/host/json_reader.hpp"
+#include "search_templates/genetic/reaction/result_quality.hpp"
 #include "search_templates/genetic/value/tuple_order.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::genetic {
-
-// The result's quality score, or its sharpe where it has no such entry. One that is there and is
-// not a number is 0.0, not the sharpe.
-[[nodiscard]] double candidate_quality(const Value& result);
-// The same as a value: what is exactly a real is that very object.
-[[nodiscard]] Value candidate_quality_value(const Value& result);
 
 // How many repairs have led to a result. May be negative, as the record has it.
 [[nodiscard]] Value improvement_depth(const Value& result);
