@@ -64,14 +64,24 @@ nb::object near_miss_key(PythonHost& host, const Any& result) {
 }
 
 // Called as (ctx, results, batch_size), or as (results, batch_size): the third argument tells.
-nb::object select_actionable_near_miss_parents(PythonHost& host, const Any& ctx_or_results,
-                                               const Any& results_or_batch_size,
-                                               const Any& batch_size) {
+genetic::List near_miss_parents(PythonHost& host, const Any& ctx_or_results,
+                                const Any& results_or_batch_size, const Any& batch_size) {
   const bool has_context = !batch_size.is_none();
   const Scope scope(host, has_context ? nb::object(ctx_or_results) : nb::none());
-  return to_python(genetic::select_actionable_near_miss_parents(
+  return genetic::select_actionable_near_miss_parents(
       scope.environment(), to_value(has_context ? results_or_batch_size : ctx_or_results),
-      to_value(has_context ? batch_size : results_or_batch_size)));
+      to_value(has_context ? batch_size : results_or_batch_size));
+}
+
+// The near misses are asked for with three arguments whatever they are: an absent batch size makes
+// the context the results, which is meant.
+genetic::List improvement_source_pool(PythonHost& host, const Any& ctx,
+                                      const Any& generation_results,
+                                      const Any& current_round_results, const Any& batch_size) {
+  const genetic::List parents = near_miss_parents(host, ctx, generation_results, batch_size);
+  const Scope scope(host, ctx);
+  return genetic::improvement_source_pool_of(scope.environment(), parents,
+                                             to_value(current_round_results));
 }
 
 nb::object derive_improvement_batch(PythonHost& host, const Any& ctx, const Any& results,
@@ -197,14 +207,16 @@ void init_improvement(nb::module_& module) {
   init_progress(module);
   init_peers(module);
   module.def("actionable_near_miss_key", &near_miss_key);
-  module.def("select_actionable_near_miss_parents", &select_actionable_near_miss_parents);
+  module.def("select_actionable_near_miss_parents", [](PythonHost& host, const Any& ctx_or_results,
+                                                       const Any& results_or_batch_size,
+                                                       const Any& batch_size) {
+    return to_python(near_miss_parents(host, ctx_or_results, results_or_batch_size, batch_size));
+  });
   module.def("improvement_source_pool",
              [](PythonHost& host, const Any& ctx, const Any& generation_results,
                 const Any& current_round_results, const Any& batch_size) {
-               const Scope scope(host, ctx);
-               return to_python(genetic::improvement_source_pool(
-                   scope.environment(), to_value(generation_results),
-                   to_value(current_round_results), to_value(batch_size)));
+               return to_python(improvement_source_pool(host, ctx, generation_results,
+                                                        current_round_results, batch_size));
              });
   module.def("derive_improvement_batch", &derive_improvement_batch);
 }

@@ -159,8 +159,15 @@ class SourcePool {
 List improvement_source_pool(const ReactionEnvironment& environment,
                              const Value& generation_results, const Value& current_round_results,
                              const Value& batch_size) {
+  return improvement_source_pool_of(
+      environment, select_actionable_near_miss_parents(environment, generation_results, batch_size),
+      current_round_results);
+}
+
+List improvement_source_pool_of(const ReactionEnvironment& environment, const Value& near_misses,
+                                const Value& current_round_results) {
   SourcePool pool(environment);
-  pool.append_all(select_actionable_near_miss_parents(environment, generation_results, batch_size));
+  pool.append_all(near_misses);
   pool.append_all(current_round_results);
   return pool.take();
 }

@@ -17,6 +17,10 @@ namespace varnholt::genetic {
                                            const Value& generation_results,
                                            const Value& current_round_results,
                                            const Value& batch_size);
+// The same with the near misses at hand.
+[[nodiscard]] List improvement_source_pool_of(const ReactionEnvironment& environment,
+                                              const Value& near_misses,
+                                              const Value& current_round_results);
 
 // The limits of a batch. Absent is no limit, and 0 is one, but for the last: there 0, a negative
 // number and anything but a number are the module's default.

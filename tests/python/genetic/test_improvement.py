@@ -384,6 +384,16 @@ def test_the_source_pool_has_the_near_misses_first(genetic, make_context):
     assert [id(one) for one in pool] == [id(near), id(far), id(passing)]
 
 
+def test_a_source_pool_without_a_batch_size_takes_the_context_for_the_results(
+    genetic, make_context
+):
+    """The near misses are asked for with three arguments, the last of them None."""
+    with pytest.raises(TypeError, match="'Context' object is not iterable"):
+        genetic._improvement_source_pool(make_context(), [miss("a")], [], None)
+    one = miss("one")
+    assert genetic._improvement_source_pool([one], 3, [], None) == [one]
+
+
 def test_the_sum_of_no_seconds_is_an_integer(genetic):
     assert repr(genetic._elapsed_candidate_seconds([])) == "0"
     assert repr(genetic._elapsed_candidate_seconds([{}])) == "0.0"
