@@ -39,6 +39,25 @@ if(VARNHOLT_SANITIZE)
     -fno-sanitize=null,alignment,vptr,object-size)
 endif()
 
+# Hardening. What is linked keeps the objects' own marks only where the system's start files bear
+# them too, so tests/hardening reads those from the objects.
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)
+include(CheckCXXCompilerFlag)
+check_cxx_compiler_flag(-fcf-protection VARNHOLT_HAS_CF_PROTECTION)
+target_compile_options(varnholt_flags INTERFACE $<BUILD_INTERFACE:-fstack-protector-strong>)
+if(VARNHOLT_HAS_CF_PROTECTION)
+  target_compile_options(varnholt_flags INTERFACE $<BUILD_INTERFACE:-fcf-protection>)
+endif()
+# The checks of the C library need an optimising compiler, which programs of tests do without.
+set(varnholt_fortified
+  $<AND:$<CONFIG:Release>,$<NOT:$<BOOL:$<TARGET_PROPERTY:VARNHOLT_UNOPTIMISED>>>>)
+target_compile_options(varnholt_flags INTERFACE
+  $<BUILD_INTERFACE:$<${varnholt_fortified}:-U_FORTIFY_SOURCE>>
+  $<BUILD_INTERFACE:$<${varnholt_fortified}:-D_FORTIFY_SOURCE=2>>)
+target_link_options(varnholt_flags INTERFACE
+  $<BUILD_INTERFACE:LINKER:-z,relro,-z,now,-z,noexecstack>)
+
 function(varnholt_target name)
   target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:varnholt_flags>)
   # Every include names its file from the top of the repository.

@@ -31,10 +31,9 @@ constexpr Key kExplanation = key<"explanation">();
 constexpr std::size_t kShownKey = 12;
 
 // What repairs are about, in the order in which it is told.
-constexpr std::array kRepairedFigures = {key<"sharpe">(),         key<"gross_returns_sharpe">(),
-                                         key<"turnover">(),       key<"max_weight">(),
-                                         key<"delta_exposure">(), key<"abs_weight_sum_mean">(),
-                                         key<"quality_score">()};
+constexpr auto kRepairedFigures = std::to_array(
+    {key<"sharpe">(), key<"gross_returns_sharpe">(), key<"turnover">(), key<"max_weight">(),
+     key<"delta_exposure">(), key<"abs_weight_sum_mean">(), key<"quality_score">()});
 
 std::vector<std::string> texts(const Value& list) {
   std::vector<std::string> found;

@@ -73,7 +73,7 @@ struct Range {
   char32_t last;
 };
 
-constexpr std::array kActing = {
+constexpr auto kActing = std::to_array({
     Range{0x00, 0x1f},          // C0.
     Range{0x7f, 0x9f},          // DEL and C1.
     Range{0x61c, 0x61c},        // The Arabic letter mark.
@@ -81,7 +81,7 @@ constexpr std::array kActing = {
     Range{0x2028, 0x202e},      // Separators; embeddings and overrides of the direction.
     Range{0x2066, 0x2069},      // Isolates of the direction.
     Range{kInvalid, kInvalid},  // No text at all.
-};
+});
 
 bool acts_on_terminal(char32_t value) {
   return std::any_of(kActing.begin(), kActing.end(), [value](const Range& range) {

@@ -34,7 +34,7 @@ constexpr double& limit(GateThresholds& /*thresholds*/, HardLimits& limits) {
   return limits.*Member;
 }
 
-constexpr std::array kGateTable = {
+constexpr std::array<Gate, 9> kGateTable = {
     Gate{.reason = reasons::kTurnoverExceeded,
          .metric = key<"turnover">(),
          .name = key<"turnover_limit">(),

@@ -22,21 +22,21 @@ struct CountField {
   std::int64_t BacktestStatistics::*member;
 };
 
-constexpr std::array kRealFields = {
-    RealField{key<"sharpe">(), &BacktestStatistics::sharpe},
-    RealField{key<"gross_returns_sharpe">(), &BacktestStatistics::gross_returns_sharpe},
-    RealField{key<"annualized_returns">(), &BacktestStatistics::annualized_returns},
-    RealField{key<"turnover">(), &BacktestStatistics::turnover},
-    RealField{key<"drawdown">(), &BacktestStatistics::drawdown},
-    RealField{key<"max_weight">(), &BacktestStatistics::max_weight},
-    RealField{key<"delta_exposure">(), &BacktestStatistics::delta_exposure},
-    RealField{key<"abs_weight_sum_mean">(), &BacktestStatistics::abs_weight_sum_mean},
-    RealField{key<"quality_score">(), &BacktestStatistics::quality_score}};
+constexpr auto kRealFields = std::to_array(
+    {RealField{key<"sharpe">(), &BacktestStatistics::sharpe},
+     RealField{key<"gross_returns_sharpe">(), &BacktestStatistics::gross_returns_sharpe},
+     RealField{key<"annualized_returns">(), &BacktestStatistics::annualized_returns},
+     RealField{key<"turnover">(), &BacktestStatistics::turnover},
+     RealField{key<"drawdown">(), &BacktestStatistics::drawdown},
+     RealField{key<"max_weight">(), &BacktestStatistics::max_weight},
+     RealField{key<"delta_exposure">(), &BacktestStatistics::delta_exposure},
+     RealField{key<"abs_weight_sum_mean">(), &BacktestStatistics::abs_weight_sum_mean},
+     RealField{key<"quality_score">(), &BacktestStatistics::quality_score}});
 
-constexpr std::array kCountFields = {
-    CountField{key<"holding_days">(), &BacktestStatistics::holding_days},
-    CountField{key<"active_days">(), &BacktestStatistics::active_days},
-    CountField{key<"missing_return_count">(), &BacktestStatistics::missing_return_count}};
+constexpr auto kCountFields = std::to_array(
+    {CountField{key<"holding_days">(), &BacktestStatistics::holding_days},
+     CountField{key<"active_days">(), &BacktestStatistics::active_days},
+     CountField{key<"missing_return_count">(), &BacktestStatistics::missing_return_count}});
 
 }  // namespace
 

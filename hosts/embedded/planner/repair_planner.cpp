@@ -59,14 +59,14 @@ struct ConstraintRepairs {
   genetic::Key reason;
   Names plans;
 };
-constexpr std::array kConstraintRepairs = {
-    ConstraintRepairs{reasons::kTurnoverExceeded, kForTurnover},
-    ConstraintRepairs{reasons::kMaxWeightExceeded, kForMaxWeight},
-    ConstraintRepairs{reasons::kDeltaExposureExceeded, kForDeltaExposure},
-    ConstraintRepairs{reasons::kAbsWeightSumMeanBelowMin, kForWeightSum},
-    ConstraintRepairs{reasons::kTurnoverMax, kForTurnover},
-    ConstraintRepairs{reasons::kMaxWeightMax, kForMaxWeight},
-    ConstraintRepairs{reasons::kDeltaExposureMax, kForDeltaExposure}};
+constexpr auto kConstraintRepairs =
+    std::to_array({ConstraintRepairs{reasons::kTurnoverExceeded, kForTurnover},
+                   ConstraintRepairs{reasons::kMaxWeightExceeded, kForMaxWeight},
+                   ConstraintRepairs{reasons::kDeltaExposureExceeded, kForDeltaExposure},
+                   ConstraintRepairs{reasons::kAbsWeightSumMeanBelowMin, kForWeightSum},
+                   ConstraintRepairs{reasons::kTurnoverMax, kForTurnover},
+                   ConstraintRepairs{reasons::kMaxWeightMax, kForMaxWeight},
+                   ConstraintRepairs{reasons::kDeltaExposureMax, kForDeltaExposure}});
 
 class Planning {
  public:

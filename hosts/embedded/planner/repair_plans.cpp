@@ -204,7 +204,7 @@ Graph grade_comparisons(const RepairCase& failed, const RepairMaterial& material
   return with_room(with_differences(failed.graph), material, 0, 0);
 }
 
-constexpr std::array kPlans = {
+constexpr auto kPlans = std::to_array({
     RepairPlan{"reverse", "trade the opposite: what loses steadily earns when it is turned round",
                &reverse},
     RepairPlan{"reverse_slower",
@@ -251,7 +251,7 @@ constexpr std::array kPlans = {
     RepairPlan{"grade_comparisons",
                "differences in place of comparisons, so that a day on which one fails has a value",
                &grade_comparisons},
-};
+});
 
 }  // namespace
 

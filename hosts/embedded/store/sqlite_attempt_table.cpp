@@ -21,7 +21,7 @@ constexpr const char* kSweeping = "ending the attempts of runs that are over";
 constexpr const char* kReading = "reading attempts";
 constexpr const char* kNoting = "noting an evaluation under way";
 
-constexpr std::array kStepNames = {"created", "dispatched", "backtest_started", "ended"};
+constexpr auto kStepNames = std::to_array({"created", "dispatched", "backtest_started", "ended"});
 
 constexpr const char* kInsertEvent =
     "INSERT INTO attempt_events (attempt_id, step, at, process_id) VALUES (:id, :step, :at, "

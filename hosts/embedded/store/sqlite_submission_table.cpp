@@ -17,7 +17,7 @@ constexpr const char* kCompleting = "enqueueing what an earlier run announced";
 constexpr const char* kReading = "reading submissions";
 constexpr const char* kReadingPool = "reading the members of a pool";
 
-constexpr std::array kStateNames = {"queued", "submitted", "refused"};
+constexpr auto kStateNames = std::to_array({"queued", "submitted", "refused"});
 
 // "signal_pool_name, market_id, ...", each after the mark: what a payload is enqueued with.
 std::string given(const char* mark = "") {

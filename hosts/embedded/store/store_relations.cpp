@@ -22,7 +22,7 @@ constexpr Column<RunRecord> of_process(const char* name) {
   return column<RunRecord, &RunRecord::process, Path...>(name);
 }
 
-constexpr std::array kRunColumns = {
+constexpr auto kRunColumns = std::to_array({
     of_run<&RunRecord::id>("id", Written::ByTheStore),
     of_start<&RunStart::started_at>("started_at"),
     of_start<&RunStart::seed>("seed"),
@@ -41,7 +41,7 @@ constexpr std::array kRunColumns = {
     of_start<&RunStart::era_number>("era_number"),
     of_start<&RunStart::eras_json>("eras"),
     of_start<&RunStart::cost_basis_points>("cost_basis_points"),
-};
+});
 
 template <auto... Path>
 constexpr Column<EvaluationRecord> of_evaluation(const char* name,
@@ -49,7 +49,7 @@ constexpr Column<EvaluationRecord> of_evaluation(const char* name,
   return column<EvaluationRecord, Path...>(name, written);
 }
 
-constexpr std::array kEvaluationColumns = {
+constexpr auto kEvaluationColumns = std::to_array({
     of_evaluation<&EvaluationRecord::run>("run_id"),
     of_evaluation<&EvaluationRecord::candidate_number>("candidate_number"),
     of_evaluation<&EvaluationRecord::generation>("generation"),
@@ -70,7 +70,7 @@ constexpr std::array kEvaluationColumns = {
     of_evaluation<&EvaluationRecord::era_number>("era_number"),
     of_evaluation<&EvaluationRecord::holdout_statistics_json>("holdout_statistics"),
     of_evaluation<&EvaluationRecord::eval_id>("eval_id", Written::ByTheStore),
-};
+});
 
 template <auto... Path>
 constexpr Column<SubmissionRecord> of_submission(const char* name,
@@ -89,8 +89,8 @@ constexpr Column<SubmissionRecord> of_settlement(const char* name) {
 }
 
 SubmissionState state_named(const std::string& name) {
-  constexpr std::array kStates = {SubmissionState::Queued, SubmissionState::Submitted,
-                                  SubmissionState::Refused};
+  constexpr auto kStates = std::to_array(
+      {SubmissionState::Queued, SubmissionState::Submitted, SubmissionState::Refused});
   for (const SubmissionState state : kStates) {
     if (name == name_of(state)) return state;
   }
@@ -106,7 +106,7 @@ void read_state(SqliteUse& row, const char* name, SubmissionRecord& record) {
 }
 
 // The ids and the structure are those of the evaluation: the store copies them.
-constexpr std::array kSubmissionColumns = {
+constexpr auto kSubmissionColumns = std::to_array({
     of_submission<&SubmissionRecord::id>("id", Written::ByTheStore),
     of_submission<&SubmissionRecord::run>("run_id", Written::ByTheStore),
     of_submission<&SubmissionRecord::eval_id>("eval_id", Written::ByTheStore),
@@ -126,7 +126,7 @@ constexpr std::array kSubmissionColumns = {
     of_settlement<&Settlement::refusal_reason>("refusal_reason"),
     of_settlement<&Settlement::refusal_detail>("refusal_detail"),
     of_settlement<&Settlement::settled_at>("settled_at"),
-};
+});
 
 template <auto... Path>
 constexpr Column<AttemptRecord> of_attempt(const char* name) {
@@ -138,7 +138,7 @@ constexpr Column<AttemptRecord> of_end(const char* name) {
   return column<AttemptRecord, &AttemptRecord::end, Path...>(name, Written::Later);
 }
 
-constexpr std::array kAttemptColumns = {
+constexpr auto kAttemptColumns = std::to_array({
     column<AttemptRecord, &AttemptRecord::id>("id", Written::ByTheStore),
     of_attempt<&NewAttemptRow::run>("run_id"),
     of_attempt<&NewAttemptRow::source_path>("source_path"),
@@ -164,7 +164,7 @@ constexpr std::array kAttemptColumns = {
     of_end<&AttemptEndRow::classification_source>("classification_source"),
     of_end<&AttemptEndRow::eval_id>("eval_id"),
     column<AttemptRecord, &AttemptRecord::ignored_ends>("ignored_ends", Written::ByTheStore),
-};
+});
 
 }  // namespace
 

@@ -195,7 +195,7 @@ CREATE TABLE announced_submissions (
 ) STRICT;
 )sql";
 
-constexpr std::array kVersions = {kVersion1, kVersion2, kVersion3};
+constexpr auto kVersions = std::to_array({kVersion1, kVersion2, kVersion3});
 static_assert(kVersions.size() == static_cast<std::size_t>(kStoreSchemaVersion));
 
 // The file's schema version, 0 for an empty file. Reads only, so that a foreign file is not changed

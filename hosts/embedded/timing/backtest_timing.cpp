@@ -94,13 +94,13 @@ struct Field {
   bool is_identity;
 };
 
-constexpr std::array kFields = {
-    Field{timing_keys::kGraphKey, &checked_graph_key, false},
-    Field{timing_keys::kStartedAt, &checked_seconds, false},
-    Field{timing_keys::kElapsedSeconds, &checked_seconds, false},
-    Field{timing_keys::kCpuSeconds, &checked_seconds, false},
-    Field{timing_keys::kProcessId, &checked_process_id, true},
-    Field{timing_keys::kProcessStarted, &checked_process_started, true}};
+constexpr auto kFields =
+    std::to_array({Field{timing_keys::kGraphKey, &checked_graph_key, false},
+                   Field{timing_keys::kStartedAt, &checked_seconds, false},
+                   Field{timing_keys::kElapsedSeconds, &checked_seconds, false},
+                   Field{timing_keys::kCpuSeconds, &checked_seconds, false},
+                   Field{timing_keys::kProcessId, &checked_process_id, true},
+                   Field{timing_keys::kProcessStarted, &checked_process_started, true}});
 
 void check_names(const Mapping& timing) {
   genetic::MappingCursor cursor(timing);

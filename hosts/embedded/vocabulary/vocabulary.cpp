@@ -41,7 +41,7 @@ bool has_range(const MarketData& data) {
 
 // Returns and what is made of them carry most known daily effects; raw levels say little before
 // something is done to them, so they are chosen less often.
-constexpr std::array kFeatures = {
+constexpr auto kFeatures = std::to_array({
     FeatureRow{{"close", 1.0, "the close, as it stands in the file"}, always},
     FeatureRow{{"returns", 2.0, "close(t) / close(t-1) - 1; both days must be known"}, always},
     FeatureRow{{"log_returns", 1.0, "ln(close(t) / close(t-1)); both days must be known"}, always},
@@ -51,7 +51,7 @@ constexpr std::array kFeatures = {
     FeatureRow{{"volume", 1.0, "the volume, as it stands in the file"}, has_volume},
     FeatureRow{{"range", 1.0, "(high - low) / close"}, has_range},
     FeatureRow{{"dollar_volume", 0.5, "close * volume"}, has_volume},
-};
+});
 
 // What several functions say in the same words.
 constexpr std::string_view kConstantDay = "the whole day, where n < 2 or the values are constant";

@@ -44,7 +44,7 @@ struct Family {
   std::string_view title;
   std::string_view rule;
 };
-constexpr std::array kFamilies = {
+constexpr auto kFamilies = std::to_array({
     Family{"cross", "Across the instruments, day by day",
            "n is the number of instruments whose value is known that day; the others stay NaN."},
     Family{"ts", "Over time, instrument by instrument",
@@ -52,7 +52,7 @@ constexpr std::array kFamilies = {
            "otherwise, and for the first n - 1 days, the result is NaN."},
     Family{"arith", "Arithmetic, value by value", "NaN where an argument is NaN."},
     Family{"comparison", "Comparisons, value by value", "NaN where an argument is NaN."},
-};
+});
 
 // The window of the examples.
 constexpr Eigen::Index kWindow = 3;

@@ -15,11 +15,13 @@ namespace {
 
 // The names in the order in which they are read. The repeats are meant: each is a read of the
 // host's attribute.
-constexpr std::array kContextMarketNames = {context_names::kOwnMarketId, context_names::kMarketId};
-constexpr std::array kConfigMarketNames = {keys::kMarketId, keys::kMarket};
-constexpr std::array kContextEraNames = {context_names::kOwnEraNumber, context_names::kEraNumber,
-                                         context_names::kOwnEraNumber, context_names::kEraNumber};
-constexpr std::array kConfigEraNames = {keys::kEraNumber, keys::kEraNumber, keys::kId};
+constexpr auto kContextMarketNames =
+    std::to_array({context_names::kOwnMarketId, context_names::kMarketId});
+constexpr auto kConfigMarketNames = std::to_array({keys::kMarketId, keys::kMarket});
+constexpr auto kContextEraNames =
+    std::to_array({context_names::kOwnEraNumber, context_names::kEraNumber,
+                   context_names::kOwnEraNumber, context_names::kEraNumber});
+constexpr auto kConfigEraNames = std::to_array({keys::kEraNumber, keys::kEraNumber, keys::kId});
 
 bool has_fraction(const Value& value) {
   if (!is_instance_of(value, Kind::kReal)) return false;

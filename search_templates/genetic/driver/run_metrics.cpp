@@ -13,9 +13,9 @@ namespace {
 
 // The entries that a narrow recorder need not take, in the order in which it is asked for them. It
 // is asked anew for each.
-constexpr std::array kOptionalEntries = {keys::kDeterminismMetadata, keys::kGeneratedGraphCount,
-                                         keys::kUniqueGraphCount,    keys::kDuplicateGraphCount,
-                                         keys::kUniqueRatio,         keys::kSeed};
+constexpr auto kOptionalEntries =
+    std::to_array({keys::kDeterminismMetadata, keys::kGeneratedGraphCount, keys::kUniqueGraphCount,
+                   keys::kDuplicateGraphCount, keys::kUniqueRatio, keys::kSeed});
 
 double unique_ratio(const RunFigures& figures) {
   if (!less(0, figures.generated_graph_count)) return 0.0;

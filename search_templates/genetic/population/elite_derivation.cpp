@@ -27,7 +27,8 @@ constexpr Key kCrossover = key<"crossover">();
 constexpr Key kPointMutation = key<"point_mutation">();
 constexpr Key kSubtreeMutation = key<"subtree_mutation">();
 constexpr Key kHoistMutation = key<"hoist_mutation">();
-constexpr std::array kOperators = {kCrossover, kPointMutation, kSubtreeMutation, kHoistMutation};
+constexpr auto kOperators =
+    std::to_array({kCrossover, kPointMutation, kSubtreeMutation, kHoistMutation});
 
 // What keeps the worst parent's chance above zero.
 constexpr double kWeightFloor = 0.001;

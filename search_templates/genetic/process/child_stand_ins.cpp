@@ -20,13 +20,9 @@ namespace {
 constexpr Key kPassedThresholds = key<"passed_thresholds">();
 
 // The parameters of the recorder, in order. The first two are required.
-constexpr std::array kRecorderParameters = {keys::kGraph,
-                                            kPassedThresholds,
-                                            keys::kRejectionReason,
-                                            keys::kStats,
-                                            keys::kPerColumnStats,
-                                            keys::kExpressionElapsedSeconds,
-                                            keys::kTrackingMetricKwargs};
+constexpr auto kRecorderParameters = std::to_array(
+    {keys::kGraph, kPassedThresholds, keys::kRejectionReason, keys::kStats, keys::kPerColumnStats,
+     keys::kExpressionElapsedSeconds, keys::kTrackingMetricKwargs});
 constexpr std::size_t kRequiredParameters = 2;
 
 Value recorder_argument(std::size_t place, std::span<const Value> positional,

@@ -48,53 +48,46 @@ inline constexpr Key kPoolMetricsRefreshRequired = key<"pool_metrics_refresh_req
 
 }  // namespace reasons
 
-inline constexpr std::array SEARCH_TERMINAL_IMPROVEMENT_REASONS = {reasons::kForkUnavailable};
+inline constexpr auto SEARCH_TERMINAL_IMPROVEMENT_REASONS =
+    std::to_array({reasons::kForkUnavailable});
 
-inline constexpr std::array EXHAUSTED_NEAR_MISS_IMPROVEMENT_REASONS = {
-    reasons::kDuplicate, reasons::kMaxImprovementCandidates, reasons::kMaxImprovementDepth,
-    reasons::kMaxImprovementRounds, reasons::kNoImprovement};
+inline constexpr auto EXHAUSTED_NEAR_MISS_IMPROVEMENT_REASONS = std::to_array(
+    {reasons::kDuplicate, reasons::kMaxImprovementCandidates, reasons::kMaxImprovementDepth,
+     reasons::kMaxImprovementRounds, reasons::kNoImprovement});
 
 // The failures that a planned reaction can address.
-inline constexpr std::array REACTION_FAILURE_REASONS = {reasons::kTurnoverMax,
-                                                        reasons::kTurnoverExceeded,
-                                                        reasons::kMaxWeightMax,
-                                                        reasons::kMaxWeightExceeded,
-                                                        reasons::kDeltaExposureMax,
-                                                        reasons::kDeltaExposureExceeded,
-                                                        reasons::kAbsWeightSumMeanBelowMin,
-                                                        reasons::kSharpeMin,
-                                                        reasons::kGrossReturnsSharpeBelowMin};
+inline constexpr auto REACTION_FAILURE_REASONS =
+    std::to_array({reasons::kTurnoverMax, reasons::kTurnoverExceeded, reasons::kMaxWeightMax,
+                   reasons::kMaxWeightExceeded, reasons::kDeltaExposureMax,
+                   reasons::kDeltaExposureExceeded, reasons::kAbsWeightSumMeanBelowMin,
+                   reasons::kSharpeMin, reasons::kGrossReturnsSharpeBelowMin});
 
 // The same without the two sharpe reasons, on purpose: a close sharpe miss is no constraint repair.
-inline constexpr std::array CLOSE_CONSTRAINT_REPAIR_FAILURE_REASONS = {
-    reasons::kTurnoverMax,
-    reasons::kTurnoverExceeded,
-    reasons::kMaxWeightMax,
-    reasons::kMaxWeightExceeded,
-    reasons::kDeltaExposureMax,
-    reasons::kDeltaExposureExceeded,
-    reasons::kAbsWeightSumMeanBelowMin};
+inline constexpr auto CLOSE_CONSTRAINT_REPAIR_FAILURE_REASONS =
+    std::to_array({reasons::kTurnoverMax, reasons::kTurnoverExceeded, reasons::kMaxWeightMax,
+                   reasons::kMaxWeightExceeded, reasons::kDeltaExposureMax,
+                   reasons::kDeltaExposureExceeded, reasons::kAbsWeightSumMeanBelowMin});
 
-inline constexpr std::array GATE_NEAR_MISS_FAILURE_REASONS = {reasons::kCorrelationExceeded,
-                                                              reasons::kPnlMiBelowThreshold};
+inline constexpr auto GATE_NEAR_MISS_FAILURE_REASONS =
+    std::to_array({reasons::kCorrelationExceeded, reasons::kPnlMiBelowThreshold});
 
 // The failures of a metric that must be at least its threshold; all others must be at most theirs.
-inline constexpr std::array MINIMUM_FAILURE_REASONS = {
-    reasons::kSharpeMin, reasons::kGrossReturnsSharpeBelowMin, reasons::kAbsWeightSumMeanBelowMin,
-    reasons::kPnlMiBelowThreshold};
+inline constexpr auto MINIMUM_FAILURE_REASONS =
+    std::to_array({reasons::kSharpeMin, reasons::kGrossReturnsSharpeBelowMin,
+                   reasons::kAbsWeightSumMeanBelowMin, reasons::kPnlMiBelowThreshold});
 
-inline constexpr std::array SHARPE_REACTION_FAILURE_REASONS = {
-    reasons::kSharpeMin, reasons::kGrossReturnsSharpeBelowMin};
+inline constexpr auto SHARPE_REACTION_FAILURE_REASONS =
+    std::to_array({reasons::kSharpeMin, reasons::kGrossReturnsSharpeBelowMin});
 
 // The families of functions whose results are not numbers, so that a graph with such a root is a
 // poor partner in a repair. A function's family is its name up to the first underscore.
-inline constexpr std::array NON_NUMERIC_REPAIR_PEER_ROOT_FAMILIES = {key<"comparison">()};
+inline constexpr auto NON_NUMERIC_REPAIR_PEER_ROOT_FAMILIES = std::to_array({key<"comparison">()});
 
 // The reasons of a failure against the signal pool, which end when the candidate is to be measured
 // again.
-inline constexpr std::array POOL_FAILURE_REASONS = {
-    reasons::kPnlMi,          reasons::kPnlMiBelowThreshold,  reasons::kCorrelationExceeded,
-    reasons::kMissingIsPnlMi, reasons::kMissingIsCorrelation, reasons::kAgentPoolPnlSyncMissing};
+inline constexpr auto POOL_FAILURE_REASONS = std::to_array(
+    {reasons::kPnlMi, reasons::kPnlMiBelowThreshold, reasons::kCorrelationExceeded,
+     reasons::kMissingIsPnlMi, reasons::kMissingIsCorrelation, reasons::kAgentPoolPnlSyncMissing});
 
 // Whether `reason` equals an entry of `table`.
 [[nodiscard]] inline bool is_member(std::span<const Key> table, const Value& reason) {
