@@ -1,7 +1,9 @@
 #include "hosts/embedded/market/csv_rows.hpp"
 
+#include <algorithm>
 #include <exception>
 #include <new>
+#include <utility>
 
 #include <csv.h>
 
@@ -12,110 +14,151 @@ namespace {
 
 constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
 
+bool is_space(char character) {
+  return character == ' ' || character == '\t';
+}
+
 std::string_view without_blanks(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(" \t");
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+  while (!text.empty() && is_space(text.front()))
+    text.remove_prefix(1);
+  while (!text.empty() && is_space(text.back()))
+    text.remove_suffix(1);
+  return text;
 }
 
 bool is_blank(std::string_view line) {
   return line.find_first_not_of(" \t\r\n") == std::string_view::npos;
 }
 
-// The next line of `text` with its ending. CR LF is one ending.
-std::string_view next_line(std::string_view text) {
-  const std::size_t end = text.find_first_of("\r\n");
-  if (end == std::string_view::npos) return text;
-  const bool two = text[end] == '\r' && end + 1 < text.size() && text[end + 1] == '\n';
-  return text.substr(0, end + (two ? 2 : 1));
+std::string_view without_line_end(std::string_view line) {
+  while (!line.empty() && (line.back() == '\n' || line.back() == '\r'))
+    line.remove_suffix(1);
+  return line;
 }
 
-// The tokeniser is a C library that knows neither lines nor exceptions. It is fed line by line, so
-// that the line of each row is known, and its callbacks keep an exception for later.
-class RowCollector {
+}  // namespace
+
+// A row with quotes. The tokeniser is a C library that knows neither lines nor exceptions: it is
+// fed line by line until the row is whole, and its callbacks keep an exception for later.
+class CsvReader::QuotedRow {
  public:
-  explicit RowCollector(const std::string& file) : file_(file) {
+  explicit QuotedRow(const std::string& file) : file_(file) {
     if (csv_init(&parser_, CSV_STRICT | CSV_STRICT_FINI) != 0) throw std::bad_alloc();
   }
-  ~RowCollector() { csv_free(&parser_); }
-  RowCollector(const RowCollector&) = delete;
-  RowCollector& operator=(const RowCollector&) = delete;
+  ~QuotedRow() { csv_free(&parser_); }
+  QuotedRow(const QuotedRow&) = delete;
+  QuotedRow& operator=(const QuotedRow&) = delete;
 
-  void feed(std::string_view line, std::size_t number) {
-    line_ = number;
-    if (!row_open_) {
-      if (is_blank(line)) return;
-      row_line_ = number;
-      row_open_ = true;  // The callback for a complete row closes it, unless a quote is open.
-    }
-    const std::size_t used = csv_parse(&parser_, line.data(), line.size(), &RowCollector::field,
-                                       &RowCollector::row, this);
-    if (failure_) std::rethrow_exception(failure_);
-    if (used == line.size()) return;
+  void begin() {
+    cells_.clear();
+    is_whole_ = false;
+  }
+
+  // Whether the row ends with this line.
+  bool feed(std::string_view line, std::size_t number) {
+    const std::size_t used = csv_parse(&parser_, line.data(), line.size(), &QuotedRow::on_cell,
+                                       &QuotedRow::on_row, this);
+    if (failure_) std::rethrow_exception(std::exchange(failure_, nullptr));
+    if (used == line.size()) return is_whole_;
     if (csv_error(&parser_) == CSV_ENOMEM) throw std::bad_alloc();
-    throw PriceFileError({.file = file_, .line = line_},
+    throw PriceFileError({.file = file_, .line = number},
                          "a double quote stands inside a cell (character " +
                              std::to_string(used + 1) + " of the line)",
                          "put the whole cell in double quotes and write each quote in it twice");
   }
 
-  std::vector<CsvRow> finish() {
-    const int result = csv_fini(&parser_, &RowCollector::field, &RowCollector::row, this);
-    if (failure_) std::rethrow_exception(failure_);
-    if (result != 0) {
-      throw PriceFileError({.file = file_, .line = row_line_},
-                           "a double quote that opens in this row is never closed",
-                           "close it, or remove it");
-    }
-    return std::move(rows_);
+  // For the last row of a text, which needs no line end.
+  void finish(std::size_t first_line) {
+    const int result = csv_fini(&parser_, &QuotedRow::on_cell, &QuotedRow::on_row, this);
+    if (failure_) std::rethrow_exception(std::exchange(failure_, nullptr));
+    if (result == 0) return;
+    throw PriceFileError({.file = file_, .line = first_line},
+                         "a double quote that opens in this row is never closed",
+                         "close it, or remove it");
   }
+
+  [[nodiscard]] const std::vector<std::string>& cells() const { return cells_; }
 
  private:
-  static void field(void* data, std::size_t length, void* self) {
-    auto& collector = *static_cast<RowCollector*>(self);
+  static void on_cell(void* data, std::size_t length, void* self) {
+    auto& row = *static_cast<QuotedRow*>(self);
     try {
       const auto* text = static_cast<const char*>(data);
-      collector.fields_.emplace_back(without_blanks({text == nullptr ? "" : text, length}));
+      row.cells_.emplace_back(without_blanks({text == nullptr ? "" : text, length}));
     } catch (...) {
-      collector.failure_ = std::current_exception();
+      row.failure_ = std::current_exception();
     }
   }
 
-  static void row(int /*terminator*/, void* self) {
-    auto& collector = *static_cast<RowCollector*>(self);
-    try {
-      collector.rows_.push_back({collector.row_line_, std::move(collector.fields_)});
-      collector.fields_.clear();
-      collector.row_open_ = false;
-    } catch (...) {
-      collector.failure_ = std::current_exception();
-    }
+  static void on_row(int /*terminator*/, void* self) {
+    static_cast<QuotedRow*>(self)->is_whole_ = true;
   }
 
   const std::string& file_;
   csv_parser parser_{};
-  std::size_t line_ = 0;
-  std::size_t row_line_ = 0;
-  bool row_open_ = false;
-  std::vector<std::string> fields_;
-  std::vector<CsvRow> rows_;
+  std::vector<std::string> cells_;
+  bool is_whole_ = false;
   std::exception_ptr failure_;
 };
 
-}  // namespace
+CsvReader::CsvReader(std::string_view text, std::string file)
+    : rest_(text.starts_with(kByteOrderMark) ? text.substr(kByteOrderMark.size()) : text),
+      file_(std::move(file)),
+      line_feed_(std::min(rest_.find('\n'), rest_.size())) {}
 
-std::vector<CsvRow> read_csv_rows(std::string_view text, const std::string& file) {
-  if (text.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
-    text.remove_prefix(kByteOrderMark.size());
+CsvReader::~CsvReader() = default;
+
+bool CsvReader::next() {
+  while (!rest_.empty()) {
+    const std::string_view line = take_line();
+    if (is_blank(line)) continue;
+    row_.line = line_;
+    row_.cells.clear();
+    if (line.find('"') == std::string_view::npos) {
+      split_plain(without_line_end(line));
+    } else {
+      read_quoted(line);
+    }
+    return true;
   }
-  RowCollector collector(file);
-  std::size_t number = 0;
-  while (!text.empty()) {
-    const std::string_view line = next_line(text);
-    collector.feed(line, ++number);
-    text.remove_prefix(line.size());
+  return false;
+}
+
+// The next line with its ending. The place of the line feed is kept, because a text whose lines end
+// with CR alone would be searched to its end for each of them.
+std::string_view CsvReader::take_line() {
+  const std::size_t carriage_return = rest_.substr(0, line_feed_).find('\r');
+  std::size_t size = std::min(line_feed_ + 1, rest_.size());
+  if (carriage_return != std::string_view::npos && carriage_return + 1 != line_feed_) {
+    size = carriage_return + 1;
   }
-  return collector.finish();
+  const std::string_view line = rest_.substr(0, size);
+  rest_.remove_prefix(size);
+  line_feed_ = size <= line_feed_ ? line_feed_ - size : std::min(rest_.find('\n'), rest_.size());
+  ++line_;
+  return line;
+}
+
+void CsvReader::split_plain(std::string_view line) {
+  while (true) {
+    const std::size_t comma = line.find(',');
+    row_.cells.push_back(without_blanks(line.substr(0, comma)));
+    if (comma == std::string_view::npos) return;
+    line.remove_prefix(comma + 1);
+  }
+}
+
+void CsvReader::read_quoted(std::string_view line) {
+  if (!quoted_) quoted_ = std::make_unique<QuotedRow>(file_);
+  quoted_->begin();
+  while (!quoted_->feed(line, line_)) {
+    if (rest_.empty()) {
+      quoted_->finish(row_.line);
+      break;
+    }
+    line = take_line();
+  }
+  row_.cells.assign(quoted_->cells().begin(), quoted_->cells().end());
 }
 
 }  // namespace varnholt::embedded

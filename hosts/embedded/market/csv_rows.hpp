@@ -1,7 +1,8 @@
-// The rows of a CSV text, each with the line that it begins in.
+// The rows of a CSV text, one after the other, each with the line that it begins in.
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -9,14 +10,43 @@
 namespace varnholt::embedded {
 
 struct CsvRow {
-  std::size_t line = 0;             // Counted from 1; a row in quotes may go on over further lines.
-  std::vector<std::string> fields;  // Without quotes, and without blanks at either end.
+  std::size_t line = 0;                 // Counted from 1; a quoted row may go on over more lines.
+  std::vector<std::string_view> cells;  // Without quotes, and without blanks at either end.
 };
 
-// The rows of `text` in order. Cells are separated by commas and may stand in double quotes, in
-// which "" is one quote (RFC 4180). A line ends with LF, CR LF or CR. Blank lines are no rows, and
-// a byte order mark at the start is dropped. Throws PriceFileError, with `file` as the name to
-// show, where a quote is misplaced or not closed.
-[[nodiscard]] std::vector<CsvRow> read_csv_rows(std::string_view text, const std::string& file);
+// Cells are separated by commas and may stand in double quotes, in which "" is one quote (RFC
+// 4180). A line ends with LF, CR LF or CR. Blank lines are no rows, and a byte order mark at the
+// start is dropped.
+//
+// One row is held at a time: a table of millions of rows takes no more memory than its text.
+class CsvReader {
+ public:
+  // The text has to outlive the reader. `file` is the name to show in messages.
+  CsvReader(std::string_view text, std::string file);
+  ~CsvReader();
+  CsvReader(const CsvReader&) = delete;
+  CsvReader& operator=(const CsvReader&) = delete;
+
+  // Goes on to the next row; false at the end. Throws PriceFileError where a quote is misplaced or
+  // not closed.
+  [[nodiscard]] bool next();
+
+  // The row that `next` has found. Its cells are valid until `next` is called again.
+  [[nodiscard]] const CsvRow& row() const { return row_; }
+
+ private:
+  class QuotedRow;
+
+  [[nodiscard]] std::string_view take_line();
+  void split_plain(std::string_view line);
+  void read_quoted(std::string_view line);
+
+  std::string_view rest_;
+  std::string file_;
+  std::size_t line_ = 0;
+  std::size_t line_feed_ = 0;  // Where the next line feed of `rest_` is, or its size.
+  CsvRow row_;
+  std::unique_ptr<QuotedRow> quoted_;  // Made for the first row that has a quote.
+};
 
 }  // namespace varnholt::embedded

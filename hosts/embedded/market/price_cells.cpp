@@ -9,29 +9,29 @@
 namespace varnholt::embedded {
 namespace {
 
-constexpr const char* kNumberMend =
+constexpr const char* kNumberRemedy =
     "write a decimal number such as 101.25, or leave the cell empty where the value is not known";
 
 // The number in a cell that is not empty.
-double read_number(const std::string& cell) {
+double read_number(std::string_view cell) {
   double number = 0.0;
   const char* const end = cell.data() + cell.size();
   const auto [stop, error] = std::from_chars(cell.data(), end, number);
   if (error == std::errc::result_out_of_range) {
-    throw CellMistake{"is beyond the range of numbers", kNumberMend};
+    throw CellMistake{"is beyond the range of numbers", kNumberRemedy};
   }
   if (error != std::errc() || stop != end) {
-    throw CellMistake{"is not a number", kNumberMend};
+    throw CellMistake{"is not a number", kNumberRemedy};
   }
   if (!std::isfinite(number)) {
-    throw CellMistake{"is not a finite number", kNumberMend};
+    throw CellMistake{"is not a finite number", kNumberRemedy};
   }
   return number;
 }
 
 }  // namespace
 
-Date read_date_cell(const std::string& cell) {
+Date read_date_cell(std::string_view cell) {
   const std::optional<Date> date = parse_date(cell);
   if (!date) {
     throw CellMistake{"is not a calendar date",
@@ -40,7 +40,7 @@ Date read_date_cell(const std::string& cell) {
   return *date;
 }
 
-std::string read_symbol_cell(const std::string& cell) {
+std::string read_symbol_cell(std::string_view cell) {
   if (cell.empty()) {
     throw CellMistake{"names no instrument",
                       "give the symbol of the instrument that this row belongs to"};
@@ -51,10 +51,10 @@ std::string read_symbol_cell(const std::string& cell) {
     throw CellMistake{"is not a symbol of printable ASCII characters",
                       "use a ticker made of letters, digits and signs"};
   }
-  return cell;
+  return std::string(cell);
 }
 
-double read_price_cell(const std::string& cell) {
+double read_price_cell(std::string_view cell) {
   if (cell.empty()) return std::numeric_limits<double>::quiet_NaN();
   const double price = read_number(cell);
   if (price <= 0.0) {
@@ -64,7 +64,7 @@ double read_price_cell(const std::string& cell) {
   return price;
 }
 
-double read_volume_cell(const std::string& cell) {
+double read_volume_cell(std::string_view cell) {
   if (cell.empty()) return std::numeric_limits<double>::quiet_NaN();
   const double volume = read_number(cell);
   if (volume < 0.0) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "hosts/embedded/market/calendar_date.hpp"
 
@@ -17,15 +18,15 @@ struct CellMistake {
 // Each of these throws CellMistake for an invalid cell.
 
 // A day, written "yyyy-mm-dd".
-[[nodiscard]] Date read_date_cell(const std::string& cell);
+[[nodiscard]] Date read_date_cell(std::string_view cell);
 
 // The symbol of an instrument: one or more printable ASCII characters.
-[[nodiscard]] std::string read_symbol_cell(const std::string& cell);
+[[nodiscard]] std::string read_symbol_cell(std::string_view cell);
 
 // A finite price above zero, or NaN for an empty cell.
-[[nodiscard]] double read_price_cell(const std::string& cell);
+[[nodiscard]] double read_price_cell(std::string_view cell);
 
 // A finite volume of zero or more, or NaN for an empty cell.
-[[nodiscard]] double read_volume_cell(const std::string& cell);
+[[nodiscard]] double read_volume_cell(std::string_view cell);
 
 }  // namespace varnholt::embedded

@@ -27,17 +27,14 @@
 
 namespace varnholt::embedded {
 
-// The most days times instruments that a price file may span.
-inline constexpr Eigen::Index kMaximumPriceCells = 100'000'000;
-
 // The prices in the file at `path`.
 [[nodiscard]] MarketData read_price_file(const std::filesystem::path& path);
 
-// The bytes of that file, for callers that need more than the prices. PriceFileError when they
-// cannot be read.
 // The largest price file that is read: 4 GiB, more than the cells that a search can hold.
 inline constexpr std::size_t kLargestPriceBytes = std::size_t{4} << 30U;
 
+// The bytes of that file, for callers that need more than the prices. PriceFileError when they
+// cannot be read.
 [[nodiscard]] std::string read_price_bytes(const std::filesystem::path& path);
 
 // The prices in `text`, with `name` as the name of the file in messages.

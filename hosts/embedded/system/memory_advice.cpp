@@ -24,15 +24,21 @@ struct Block {
   std::size_t bytes = 0;
 };
 
-// The whole pages of a block.
+Block block_between(std::uintptr_t first, std::uintptr_t end) {
+  if (end <= first) return {};
+  return {reinterpret_cast<void*>(first), end - first};
+}
+
+// The pages that lie wholly in a block.
 Block whole_pages(const void* begin, std::size_t bytes, std::size_t page) {
   const auto address = reinterpret_cast<std::uintptr_t>(begin);
-  const std::uintptr_t first = (address + page - 1) / page * page;
-  const std::uintptr_t end = (address + bytes) / page * page;
-  if (end <= first) return {};
-  // Advice changes no byte of the memory.
-  char* const bytes_of_block = const_cast<char*>(static_cast<const char*>(begin));
-  return {bytes_of_block + (first - address), end - first};
+  return block_between((address + page - 1) / page * page, (address + bytes) / page * page);
+}
+
+// The pages that have a byte of a block.
+Block touched_pages(const void* begin, std::size_t bytes, std::size_t page) {
+  const auto address = reinterpret_cast<std::uintptr_t>(begin);
+  return block_between(address / page * page, (address + bytes + page - 1) / page * page);
 }
 
 void advise(const Block& block, int advice) {
@@ -65,7 +71,8 @@ std::string chosen_word(const std::string& text) {
 void prefer_large_pages(const void* begin, std::size_t bytes) {
   const std::size_t page = large_page_bytes();
   if (page == 0) return;
-  const Block block = whole_pages(begin, bytes, page);
+  if (whole_pages(begin, bytes, page).bytes == 0) return;
+  const Block block = touched_pages(begin, bytes, page);
   advise(block, MADV_HUGEPAGE);
   advise(block, MADV_COLLAPSE);
 }

@@ -12,8 +12,9 @@
 
 namespace varnholt::embedded {
 
-// Memory that children read: its whole large pages (of 2 MiB on most machines) are put together,
-// those that are touched already too. A block below that size stays as it is.
+// Memory that children read is put into large pages (of 2 MiB on most machines), what is touched
+// already too, and what else lies in the first and the last of them. A block that fills none of
+// them stays as it is.
 void prefer_large_pages(const void* begin, std::size_t bytes);
 
 // Memory that only this process reads: its whole pages are not there in processes that are forked

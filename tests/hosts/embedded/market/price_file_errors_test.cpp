@@ -172,9 +172,10 @@ TEST(PriceFileErrors, AFileThatSpansTooMuch) {
     text << date_text(date) << ",S" << i << ",1\n";
     date += std::chrono::days{1};
   }
-  EXPECT_EQ(refusal(text.str()),
-            "p.csv: spans 10001 days and 10001 instruments, which is beyond 100000000 cells; check "
-            "that date and symbol are the columns meant, or split the file");
+  EXPECT_EQ(
+      refusal(text.str()),
+      "p.csv: spans 10001 days and 10001 instruments or more, which is beyond 100000000 cells; "
+      "check that date and symbol are the columns meant, or split the file");
 }
 
 TEST(PriceFileErrors, FilesThatCannotBeRead) {

@@ -1,0 +1,207 @@
+#include "hosts/embedded/market/long_prices.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+#include "hosts/embedded/market/price_panel.hpp"
+
+namespace varnholt::embedded {
+namespace {
+
+enum Field : std::size_t { kOpen, kHigh, kLow, kClose, kVolume, kFieldCount };
+constexpr std::array<std::string_view, kFieldCount> kFieldNames = {"open", "high", "low", "close",
+                                                                   "volume"};
+
+struct LongColumns {
+  std::size_t date = PriceRows::kNoColumn;
+  std::size_t symbol = PriceRows::kNoColumn;
+  std::array<std::size_t, kFieldCount> fields{};
+
+  [[nodiscard]] bool has(std::size_t field) const { return fields[field] != PriceRows::kNoColumn; }
+};
+
+LongColumns find_columns(const PriceRows& rows) {
+  LongColumns columns;
+  columns.date = rows.find("date");
+  columns.symbol = rows.find("symbol");
+  for (std::size_t field = 0; field < kFieldCount; ++field) {
+    columns.fields[field] = rows.find(kFieldNames[field]);
+  }
+  if (columns.date == PriceRows::kNoColumn) throw missing_column(rows, "date");
+  if (!columns.has(kClose)) throw missing_column(rows, "close");
+  for (std::size_t column = 0; column < rows.header().size(); ++column) {
+    const bool known = column == columns.date || column == columns.symbol ||
+                       std::count(columns.fields.begin(), columns.fields.end(), column) > 0;
+    if (!known) {
+      throw PriceFileError(rows.header_place(column), "is not a column of a long price file",
+                           "remove it, or rename it to one of date, symbol, open, high, low, "
+                           "close, volume");
+    }
+  }
+  return columns;
+}
+
+// The keys of a file in the order in which they appear; each is known by its number.
+template <typename Key, typename Hash = std::hash<Key>>
+class Numbered {
+ public:
+  // The number of what `text` is, which `read` turns into a key where it is new. Files are sorted
+  // by day or by symbol, so that most rows have one of the two in common with the row before.
+  template <typename Read>
+  std::uint32_t number(std::string_view text, const Read& read) {
+    if (has_last_ && text == last_text_) return last_;
+    const Key key = read();
+    const auto [entry, is_new] = numbers_.emplace(key, static_cast<std::uint32_t>(keys_.size()));
+    if (is_new) keys_.push_back(key);
+    last_text_ = text;
+    last_ = entry->second;
+    has_last_ = true;
+    return last_;
+  }
+
+  [[nodiscard]] std::size_t size() const { return keys_.size(); }
+  [[nodiscard]] const Key& operator[](std::size_t number) const { return keys_[number]; }
+
+  // The keys in ascending order, and the place of each number in it.
+  [[nodiscard]] std::vector<Key> sorted() const {
+    std::vector<Key> keys = keys_;
+    std::sort(keys.begin(), keys.end());
+    return keys;
+  }
+  [[nodiscard]] std::vector<Eigen::Index> places(const std::vector<Key>& sorted) const {
+    std::vector<Eigen::Index> places;
+    places.reserve(keys_.size());
+    for (const Key& key : keys_) {
+      places.push_back(std::lower_bound(sorted.begin(), sorted.end(), key) - sorted.begin());
+    }
+    return places;
+  }
+
+ private:
+  std::unordered_map<Key, std::uint32_t, Hash> numbers_;
+  std::vector<Key> keys_;
+  std::string last_text_;
+  std::uint32_t last_ = 0;
+  bool has_last_ = false;
+};
+
+struct DateHash {
+  std::size_t operator()(Date date) const {
+    return std::hash<Date::rep>{}(date.time_since_epoch().count());
+  }
+};
+
+// What the rows hold, a column each, so that each can be let go once its panel is made.
+struct LongRows {
+  Numbered<Date, DateHash> dates;
+  Numbered<std::string> symbols;
+  std::vector<std::uint32_t> date_numbers;
+  std::vector<std::uint32_t> symbol_numbers;
+  std::array<std::vector<double>, kFieldCount> values;
+  // By symbol and date: whether there has been such a row.
+  std::vector<std::vector<bool>> is_given;
+};
+
+std::array<double, kFieldCount> read_values(const PriceRows& rows, const LongColumns& columns) {
+  std::array<double, kFieldCount> values{};
+  values.fill(std::numeric_limits<double>::quiet_NaN());
+  for (std::size_t field = 0; field < kFieldCount; ++field) {
+    if (!columns.has(field)) continue;
+    values[field] = field == kVolume ? rows.read(columns.fields[field], read_volume_cell)
+                                     : rows.read(columns.fields[field], read_price_cell);
+  }
+  if (values[kHigh] < values[kLow]) {
+    const std::string low(rows.cell(columns.fields[kLow]));
+    throw PriceFileError(rows.place(columns.fields[kHigh]),
+                         "is a high below the low of the same day, \"" + low + "\"",
+                         "correct one of the two, or leave both cells empty");
+  }
+  return values;
+}
+
+// The line in which a day and symbol stand first. The file is read again for it, so that no line
+// number has to be kept for rows that nobody asks about.
+std::size_t first_line(std::string_view text, const LongColumns& columns, Date date,
+                       const std::string& symbol) {
+  PriceRows rows(text, "");
+  while (rows.next()) {
+    if (rows.cell(columns.symbol) == symbol && read_date_cell(rows.cell(columns.date)) == date) {
+      break;
+    }
+  }
+  return rows.line();
+}
+
+void add_row(LongRows& table, const PriceRows& rows, const LongColumns& columns,
+             std::string_view text) {
+  const std::uint32_t date = table.dates.number(
+      rows.cell(columns.date), [&] { return rows.read(columns.date, read_date_cell); });
+  const std::uint32_t symbol = table.symbols.number(
+      rows.cell(columns.symbol), [&] { return rows.read(columns.symbol, read_symbol_cell); });
+  const std::array<double, kFieldCount> values = read_values(rows, columns);
+  check_panel_size(rows.file(), table.dates.size(), table.symbols.size());
+
+  table.is_given.resize(table.symbols.size());
+  std::vector<bool>& days = table.is_given[symbol];
+  if (days.size() <= date) days.resize(table.dates.size());
+  if (days[date]) {
+    const std::size_t line = first_line(text, columns, table.dates[date], table.symbols[symbol]);
+    throw PriceFileError(rows.place(columns.date),
+                         "is given a second time for \"" + table.symbols[symbol] +
+                             "\" (first in line " + std::to_string(line) + ")",
+                         "keep one row a day and instrument");
+  }
+  days[date] = true;
+
+  table.date_numbers.push_back(date);
+  table.symbol_numbers.push_back(symbol);
+  for (std::size_t field = 0; field < kFieldCount; ++field) {
+    if (columns.has(field)) table.values[field].push_back(values[field]);
+  }
+}
+
+LongRows read_rows(PriceRows& rows, const LongColumns& columns, std::string_view text) {
+  LongRows table;
+  table.date_numbers.reserve(rows.row_bound());
+  table.symbol_numbers.reserve(rows.row_bound());
+  for (std::size_t field = 0; field < kFieldCount; ++field) {
+    if (columns.has(field)) table.values[field].reserve(rows.row_bound());
+  }
+  while (rows.next())
+    add_row(table, rows, columns, text);
+  return table;
+}
+
+}  // namespace
+
+MarketData read_long_prices(PriceRows& rows, std::string_view text) {
+  const LongColumns columns = find_columns(rows);
+  LongRows table = read_rows(rows, columns, text);
+
+  MarketData data;
+  data.dates = table.dates.sorted();
+  data.symbols = table.symbols.sorted();
+  const std::vector<Eigen::Index> days = table.dates.places(data.dates);
+  const std::vector<Eigen::Index> instruments = table.symbols.places(data.symbols);
+
+  const std::array<std::optional<Panel>*, kFieldCount> optional_panels = {
+      &data.open, &data.high, &data.low, nullptr, &data.volume};
+  for (std::size_t field = 0; field < kFieldCount; ++field) {
+    if (!columns.has(field)) continue;
+    Panel& panel = field == kClose ? data.close : optional_panels[field]->emplace();
+    panel = empty_panel(data.dates.size(), data.symbols.size());
+    const std::vector<double> values = std::exchange(table.values[field], {});
+    for (std::size_t row = 0; row < values.size(); ++row) {
+      panel(days[table.date_numbers[row]], instruments[table.symbol_numbers[row]]) = values[row];
+    }
+  }
+  return data;
+}
+
+}  // namespace varnholt::embedded
