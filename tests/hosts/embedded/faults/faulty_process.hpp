@@ -15,6 +15,7 @@
 
 #include "hosts/embedded/host/embedded_context.hpp"
 #include "hosts/embedded/pool/system_calls.hpp"
+#include "hosts/embedded/system/interrupt.hpp"
 #include "search_templates/genetic/host/callable_value.hpp"
 #include "search_templates/genetic/host/function_callable.hpp"
 #include "search_templates/genetic/value/keys.hpp"
@@ -66,8 +67,17 @@ class FaultySystem : public RealSystemCalls {
     may_hang_ = may_hang;
   }
 
+  // Before the fork after so many others, the user asks to stop, or to leave at once.
+  void interrupt_before_fork(int forks, InterruptFlag& interrupt, int requests) {
+    before_fork_ = {forks, &interrupt, requests};
+  }
+  void interrupt_no_more() { before_fork_ = {}; }
+
   pid_t fork() override {
     plan_ = draw_plan();
+    if (before_fork_.interrupt != nullptr && before_fork_.forks-- == 0) {
+      before_fork_.interrupt->requests = before_fork_.requests;
+    }
     const pid_t pid = RealSystemCalls::fork();
     if (pid == 0) is_child_ = true;
     return pid;
@@ -164,7 +174,14 @@ class FaultySystem : public RealSystemCalls {
     throw std::logic_error("a worker had no limit of memory");
   }
 
+  struct BeforeFork {
+    int forks = 0;
+    InterruptFlag* interrupt = nullptr;
+    int requests = 0;
+  };
+
   std::mt19937_64 random_;
+  BeforeFork before_fork_;
   double share_ = 0.0;
   bool may_hang_ = false;
   Plan plan_;

@@ -2,8 +2,8 @@
 // candidate has at most one record, the store is sound, and no process and no descriptor is left.
 // Method: batches of one to eight candidates through the real ledger, pool, store and forks. In
 // four of five batches children are struck at random stages by random faults; in some the search
-// is stopped or interrupted at a random moment. After each batch an independent reader looks at the
-// store, and the process at itself.
+// is stopped or interrupted at a random moment, or right before a dispatch. After each batch an
+// independent reader looks at the store, and the process at itself.
 //
 // A failing batch prints its seed. VARNHOLT_FAULT_SEED repeats it, VARNHOLT_FAULT_RUNS sets how
 // many batches each test runs (docs/reliability.md).
@@ -141,6 +141,7 @@ class ProcessFaults : public FolderTest, public ::testing::WithParamInterface<in
     const int ending = draw(10);
     if (ending == 0) interrupting.stop_after(draw(60));
     if (ending == 1) interrupting.leave_after(draw(4));
+    if (ending == 2) system_.interrupt_before_fork(draw(8), interrupt, 1 + draw(2));
 
     SignalSubmission submission(store, evaluator_, pool_identity_, PoolSettings{});
     ProcessSide process(system_, 60.0);
@@ -160,6 +161,7 @@ class ProcessFaults : public FolderTest, public ::testing::WithParamInterface<in
     } catch (const InterruptedAtOnce&) {
       ++interrupted_;
     }
+    system_.interrupt_no_more();
     recorder.settled(submission.sync());
     recorder.end("completed");
     return recorder.run();
