@@ -67,6 +67,20 @@ subtree_mutation: Callable[..., Any]
 
 class _GeneticTemplate:
     _varnholt_manages_evaluation: ClassVar[bool]
+    _frozen: bool
+    _batch_size: int
+    _initial_candidates: tuple[_Frozen, ...] | None
+    _seed: int
+    _rng_state: tuple[Any, ...]
+    _restart_threshold: int
+    _elite_fraction: float
+    _diversity_weight: float
+    _parsimony_weight: float
+    _operator_rates: dict[str, float]
+    _max_improvement_depth: int | None
+    _max_improvement_candidates: int | None
+    _max_improvement_rounds: int | None
+    _process_timeout_seconds: float
     def __init__(
         self,
         batch_size: int = ...,
