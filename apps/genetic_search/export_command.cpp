@@ -62,7 +62,8 @@ void export_command(const ExportCommand& command, Output& output,
   refuse_input_as_output(command, prices);
   embedded::check_weights_path(command.weights, existing);
 
-  const embedded::MarketData data = embedded::read_run_prices(prices, found.run.start.price_digest);
+  const embedded::MarketData data =
+      embedded::read_run_prices(prices, found.run.start.price_digest, check_interrupt);
   check_interrupt();
   const embedded::Panel weights = embedded::history_weights(data, found.evaluation.graph_json);
   check_interrupt();

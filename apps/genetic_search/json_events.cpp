@@ -138,6 +138,7 @@ Json submitted_json(const embedded::SubmittedSignal& signal) {
                  {"novelty", number_json(signal.novelty)},
                  {"correlation", number_json(signal.correlation)}};
   object.update(samples_json(signal.statistics));
+  if (!signal.has_holdout) object["holdout"] = nullptr;
   return object;
 }
 

@@ -21,8 +21,8 @@ std::string table_of(const embedded::SearchSummary& summary, Width width) {
   std::vector<SignalRow> rows;
   for (const embedded::SubmittedSignal& signal : summary.submitted) {
     rows.push_back({{signal.eval_id, two_digits(signal.statistics.in_sample.sharpe),
-                     two_digits(signal.statistics.holdout.sharpe), two_digits(signal.novelty),
-                     two_digits(signal.correlation)},
+                     signal.has_holdout ? two_digits(signal.statistics.holdout.sharpe) : "-",
+                     two_digits(signal.novelty), two_digits(signal.correlation)},
                     signal.expression});
   }
   rows.push_back({{"market", two_digits(summary.market.in_sample.sharpe),

@@ -26,22 +26,24 @@ namespace {
 
 class Commands {
  public:
-  Commands(const RunSearch& search, const RunOutputs& outputs,
-           const embedded::InterruptFlag& interrupt)
-      : search_(search), outputs_(outputs), interrupt_(interrupt) {}
+  Commands(const RunSearch& search, const RunOutputs& outputs, SignalGuard& signals)
+      : search_(search), outputs_(outputs), signals_(signals), interrupt_(signals.flag()) {}
 
   int operator()(const RunCommand& command) const {
     return run_command(command, search_, outputs_, interrupt_);
   }
   int operator()(const CheckPricesCommand& command) const {
+    signals_.let_interrupts_end_the_program();
     check_prices_command(command, outputs_.text);
     return kExitDone;
   }
   int operator()(const SignalsCommand& command) const {
+    signals_.let_interrupts_end_the_program();
     signals_command(command, outputs_.text, width());
     return kExitDone;
   }
   int operator()(const ShowCommand& command) const {
+    signals_.let_interrupts_end_the_program();
     show_command(command, outputs_.text, width());
     return kExitDone;
   }
@@ -50,17 +52,21 @@ class Commands {
     return kExitDone;
   }
   int operator()(const DoctorCommand& /*command*/) const {
+    signals_.let_interrupts_end_the_program();
     return doctor_command(outputs_.text) ? kExitDone : kExitFailure;
   }
 
   int operator()(const AttemptsCommand& command) const {
+    signals_.let_interrupts_end_the_program();
     attempts_command(command, outputs_.text, width());
     return kExitDone;
   }
   int operator()(const ReplayCommand& command) const {
+    signals_.let_interrupts_end_the_program();
     return replay_command(command, outputs_.text) ? kExitDone : kExitFailure;
   }
   int operator()(const ShowText& command) const {
+    signals_.let_interrupts_end_the_program();
     outputs_.text.write(command.text);
     outputs_.text.throw_if_failed();
     return kExitDone;
@@ -73,17 +79,18 @@ class Commands {
 
   const RunSearch& search_;
   RunOutputs outputs_;
+  SignalGuard& signals_;
   const embedded::InterruptFlag& interrupt_;
 };
 
 // Errors go to `outputs.messages`; what cannot be written there cannot be told.
 int run_and_tell_errors(const std::vector<std::string>& arguments, const RunSearch& search,
-                        const RunOutputs& outputs, const embedded::InterruptFlag& interrupt) {
+                        const RunOutputs& outputs, SignalGuard& signals) {
   const auto tell = [&outputs](const std::string& text) {
     outputs.messages.write(fmt::format("{}: {}\n", kProgramName, text));
   };
   try {
-    return std::visit(Commands(search, outputs, interrupt), parse_command_line(arguments));
+    return std::visit(Commands(search, outputs, signals), parse_command_line(arguments));
   } catch (const ReaderGone&) {
     // Nobody is left to whom it would be news.
     return kExitReaderGone;
@@ -97,12 +104,12 @@ int run_and_tell_errors(const std::vector<std::string>& arguments, const RunSear
 
 int run_program(const std::vector<std::string>& arguments, const RunSearch& search) {
   fill_standard_descriptors();
-  const SignalGuard signals;
+  SignalGuard signals;
   embedded::InterruptFlag& interrupt = signals.flag();
   Output text(STDOUT_FILENO, "standard output", interrupt, Output::Failure::EndsRun);
   Output messages(STDERR_FILENO, "standard error", interrupt, Output::Failure::IsBorne);
   try {
-    return run_and_tell_errors(arguments, search, {text, messages}, interrupt);
+    return run_and_tell_errors(arguments, search, {text, messages}, signals);
   } catch (const embedded::InterruptedAtOnce&) {
     return kExitInterrupted;
   }

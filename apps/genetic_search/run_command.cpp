@@ -15,6 +15,8 @@
 namespace varnholt::app {
 namespace {
 
+constexpr const char* kEndedBeforeRun = "ended before the run began; nothing was stored";
+
 std::unique_ptr<RunObserver> make_observer(const RunCommand& command, const RunOutputs& outputs,
                                            const embedded::InterruptFlag& interrupt) {
   if (command.json) {
@@ -33,7 +35,16 @@ std::unique_ptr<RunObserver> make_observer(const RunCommand& command, const RunO
 int run_command(const RunCommand& given, const RunSearch& search, const RunOutputs& outputs,
                 const embedded::InterruptFlag& interrupt) {
   RunCommand command = given;
-  command.search.config = resolved_config(given.config_file, given.overrides);
+  // Nothing is stored before the files are read: the first interrupt ends it at once.
+  const auto check_interrupt = [&interrupt] {
+    if (interrupt.requests > 0) throw embedded::InterruptedAtOnce();
+  };
+  try {
+    command.search.config = resolved_config(given.config_file, given.overrides, check_interrupt);
+  } catch (const embedded::InterruptedAtOnce&) {
+    outputs.messages.write(fmt::format("{}: {}\n", kProgramName, kEndedBeforeRun));
+    throw;
+  }
   const std::unique_ptr<RunObserver> observer = make_observer(command, outputs, interrupt);
   try {
     const embedded::SearchSummary summary = search(command.search, *observer, interrupt);
@@ -45,8 +56,10 @@ int run_command(const RunCommand& given, const RunSearch& search, const RunOutpu
     observer->finish(summary);
   } catch (const embedded::InterruptedAtOnce&) {
     observer->clear();
-    observer->message(fmt::format("ended at once; what was recorded until then is in {}",
-                                  command.search.database.string()));
+    observer->message(observer->has_started()
+                          ? fmt::format("ended at once; what was recorded until then is in {}",
+                                        command.search.database.string())
+                          : std::string(kEndedBeforeRun));
     throw;
   } catch (const std::exception& error) {
     observer->clear();

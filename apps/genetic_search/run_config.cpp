@@ -15,8 +15,10 @@ void override_with(Target& target, const std::optional<Value>& value) {
 }  // namespace
 
 embedded::HostConfig resolved_config(const std::optional<std::filesystem::path>& file,
-                                     const ConfigOverrides& overrides) {
-  embedded::HostConfig config = file ? embedded::read_host_config(*file) : embedded::HostConfig();
+                                     const ConfigOverrides& overrides,
+                                     const embedded::InterruptCheck& check) {
+  embedded::HostConfig config =
+      file ? embedded::read_host_config(*file, check) : embedded::HostConfig();
   for (const embedded::Gate& gate : embedded::gate_table()) {
     const auto found = overrides.thresholds.find(gate.option);
     if (found == overrides.thresholds.end()) continue;

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "hosts/embedded/config/host_config.hpp"
+#include "hosts/embedded/system/interrupt.hpp"
 
 namespace varnholt::app {
 
@@ -22,6 +23,7 @@ struct ConfigOverrides {
 // The defaults without a file. Throws HostConfigError for a file that cannot be used, and
 // UsageError for an era that the configuration does not have.
 [[nodiscard]] embedded::HostConfig resolved_config(const std::optional<std::filesystem::path>& file,
-                                                   const ConfigOverrides& overrides);
+                                                   const ConfigOverrides& overrides,
+                                                   const embedded::InterruptCheck& check = {});
 
 }  // namespace varnholt::app

@@ -4,6 +4,10 @@
 #include <cstddef>
 #include <system_error>
 
+#include <unistd.h>
+
+#include "apps/genetic_search/exit_codes.hpp"
+
 namespace varnholt::app {
 namespace {
 
@@ -11,9 +15,35 @@ namespace {
 // because a handler is given no other place.
 embedded::InterruptFlag process_flag;
 
+// How long the second request may take to be seen. What takes longer than that without looking is
+// left as a kill would leave it, which costs nothing that was recorded.
+constexpr unsigned int kSecondsToEnd = 3;
+
 extern "C" void count_request(int /*signal*/) {
   // Somebody who keeps pressing must not overflow it.
   if (process_flag.requests < 100) process_flag.requests = process_flag.requests + 1;
+  if (process_flag.requests == 2) alarm(kSecondsToEnd);
+}
+
+// Only what a handler may call.
+extern "C" void end_now(int /*signal*/) {
+  static constexpr char kText[] =
+      "genetic-search: ended at once; the next run with the same store puts it in order\n";
+  const ssize_t written = write(STDERR_FILENO, kText, sizeof(kText) - 1);
+  static_cast<void>(written);
+  _exit(kExitInterrupted);
+}
+
+void (*action_of(SignalUse use))(int) {
+  switch (use) {
+    case SignalUse::IsCounted:
+      return count_request;
+    case SignalUse::EndsProgram:
+      return end_now;
+    case SignalUse::IsIgnored:
+      break;
+  }
+  return SIG_IGN;
 }
 
 }  // namespace
@@ -22,7 +52,7 @@ SignalGuard::SignalGuard() {
   process_flag.requests = 0;
   for (std::size_t i = 0; i < kSignals.size(); ++i) {
     struct sigaction action = {};
-    action.sa_handler = kSignals[i].is_ignored ? SIG_IGN : count_request;
+    action.sa_handler = action_of(kSignals[i].use);
     sigemptyset(&action.sa_mask);
     // Without SA_RESTART: a wait is to end when a signal comes.
     if (sigaction(kSignals[i].number, &action, &before_[i]) != 0) {
@@ -35,7 +65,15 @@ SignalGuard::SignalGuard() {
   }
 }
 
+void SignalGuard::let_interrupts_end_the_program() {
+  for (std::size_t i = 0; i < kSignals.size(); ++i) {
+    if (kSignals[i].use == SignalUse::IsCounted)
+      sigaction(kSignals[i].number, &before_[i], nullptr);
+  }
+}
+
 SignalGuard::~SignalGuard() {
+  alarm(0);
   for (std::size_t i = 0; i < kSignals.size(); ++i)
     sigaction(kSignals[i].number, &before_[i], nullptr);
 }

@@ -21,8 +21,8 @@ from pathlib import Path
 import pytest
 
 from program import (
-    NO_GATES, PATIENCE_SECONDS, PROGRAM, assert_ended_well, children_of, events, rows, start,
-    table, wait_until,
+    NO_GATES, PATIENCE_SECONDS, PROGRAM, assert_ended_well, children_of, events, is_alive, rows,
+    start, table, wait_until,
 )
 
 # --- signals ---
@@ -114,9 +114,69 @@ def test_the_second_ctrl_c_ends_a_run_whose_output_nobody_reads(tmp_path: Path, 
     process.send_signal(signal.SIGINT)
     wait_until(lambda: pending_signals(process) == 0, "the first signal was not taken")
     assert process.poll() is None
+    # Workers may wait for the parent, which writes: they end with it.
+    workers = children_of(process.pid)
     process.send_signal(signal.SIGINT)
     assert process.wait(PATIENCE_SECONDS) == 130
+    assert not any(map(is_alive, workers)), "a worker outlives its parent"
+    assert "ended at once" in process.stderr.read()
     assert rows(store, "SELECT terminal_reason FROM runs") == [("interrupted",)]
+
+
+# --- before the run, and after it ---
+
+
+@pytest.mark.parametrize("option", ["--prices", "--config", "--seeds"])
+def test_ctrl_c_ends_the_reading_of_a_pipe_that_stalls(tmp_path: Path, prices: Path, option: str):
+    store, pipe = tmp_path / "runs.db", tmp_path / "pipe"
+    os.mkfifo(pipe)
+    writer = os.open(pipe, os.O_RDWR)
+    os.write(writer, b"date,symbol,close\n" if option == "--prices" else b"[")
+    files = {"--prices": prices, option: pipe}
+    process = start(
+        "run", "--db", store, *(word for pair in files.items() for word in pair),
+    )
+    wait_until(lambda: is_open_in(process, pipe), "the pipe was not opened")
+    process.send_signal(signal.SIGINT)
+    output, errors = process.communicate(timeout=PATIENCE_SECONDS)
+    os.close(writer)
+    assert (process.returncode, output) == (130, "")
+    assert errors == "genetic-search: ended before the run began; nothing was stored\n"
+    assert not store.exists()
+
+
+def is_open_in(process: subprocess.Popen, path: Path) -> bool:
+    for link in Path(f"/proc/{process.pid}/fd").glob("*"):
+        try:
+            if os.readlink(link) == str(path):
+                return True
+        except OSError:
+            continue
+    return False
+
+
+def test_the_limit_of_seconds_holds_while_prices_are_read(tmp_path: Path):
+    store, pipe = tmp_path / "runs.db", tmp_path / "pipe"
+    os.mkfifo(pipe)
+    writer = os.open(pipe, os.O_RDWR)
+    process = start("run", "--prices", pipe, "--db", store, "--seconds", "0.5")
+    output, errors = process.communicate(timeout=PATIENCE_SECONDS)
+    os.close(writer)
+    assert (process.returncode, output) == (1, "")
+    assert "the limit of 0.5 seconds was over before the files were read" in errors
+    assert "--seconds" in errors and not store.exists()
+
+
+def test_ctrl_c_ends_a_command_that_only_looks(tmp_path: Path):
+    pipe = tmp_path / "pipe"
+    os.mkfifo(pipe)
+    writer = os.open(pipe, os.O_RDWR)
+    process = start("check-prices", pipe)
+    wait_until(lambda: is_open_in(process, pipe), "the pipe was not opened")
+    process.send_signal(signal.SIGINT)
+    process.communicate(timeout=PATIENCE_SECONDS)
+    os.close(writer)
+    assert process.returncode == -signal.SIGINT
 
 
 # --- a terminal ---

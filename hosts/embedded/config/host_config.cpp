@@ -361,8 +361,8 @@ HostConfig parse_host_config(std::string_view text, const std::string& name) {
   }
 }
 
-HostConfig read_host_config(const std::filesystem::path& path) {
-  const FileBytes file = read_file(path, kLargestConfigBytes);
+HostConfig read_host_config(const std::filesystem::path& path, const InterruptCheck& check) {
+  const FileBytes file = read_file(path, kLargestConfigBytes, kWaitForWriter, check);
   if (file.trouble == ReadTrouble::IsTooLarge) {
     refuse_file(path, fmt::format("is larger than {} bytes", kLargestConfigBytes),
                 "name a configuration; one is a page or two");

@@ -21,6 +21,7 @@
 #include "hosts/embedded/market/eras.hpp"
 #include "hosts/embedded/signal_pool/pool_gates.hpp"
 #include "hosts/embedded/signal_pool/signal_pool.hpp"
+#include "hosts/embedded/system/interrupt.hpp"
 
 namespace varnholt::embedded {
 
@@ -48,7 +49,8 @@ inline constexpr std::size_t kLargestConfigBytes = std::size_t{1} << 20U;
 
 // The configuration in a file. HostConfigError for a file that cannot be read or is larger than
 // kLargestConfigBytes, and for all that parse_host_config refuses.
-[[nodiscard]] HostConfig read_host_config(const std::filesystem::path& path);
+[[nodiscard]] HostConfig read_host_config(const std::filesystem::path& path,
+                                          const InterruptCheck& check = {});
 
 // The configuration in a text; `name` stands for the file in errors. HostConfigError, which names
 // the first mistake in the order of the text, for what is not TOML 1.0, for a table or key that is

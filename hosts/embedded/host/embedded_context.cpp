@@ -181,6 +181,9 @@ std::shared_ptr<genetic::AttemptTracker> EmbeddedContext::tracker() {
 Callable EmbeddedContext::own_graph_validator() {
   return genetic::make_callable(
       [this](std::span<const Value> positional, const Mapping& /*keywords*/) {
+        // No graph is taken into the batch of a search that is being stopped: a large one would
+        // otherwise be composed to its end first.
+        if (!process_.role.is_child() && stop_->cancels_evaluations()) return Value(false);
         static_cast<void>(check_graph(positional[0], evaluator_.vocabulary()));
         return Value(true);
       });

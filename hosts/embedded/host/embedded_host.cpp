@@ -21,10 +21,14 @@ namespace {
 class RandomGraphs : public genetic::ValueIterator {
  public:
   RandomGraphs(std::shared_ptr<genetic::RandomGenerator> rng, const Vocabulary& vocabulary,
-               const RandomGraphOptions& options)
-      : rng_(std::move(rng)), vocabulary_(vocabulary), options_(options) {}
+               const RandomGraphOptions& options, StopQuestion is_stopping)
+      : rng_(std::move(rng)),
+        vocabulary_(vocabulary),
+        options_(options),
+        is_stopping_(std::move(is_stopping)) {}
 
   [[nodiscard]] std::optional<Value> next() override {
+    if (is_stopping_ && is_stopping_()) return std::nullopt;
     return random_graph(*rng_, vocabulary_, options_);
   }
 
@@ -32,11 +36,13 @@ class RandomGraphs : public genetic::ValueIterator {
   std::shared_ptr<genetic::RandomGenerator> rng_;
   const Vocabulary& vocabulary_;
   RandomGraphOptions options_;
+  StopQuestion is_stopping_;
 };
 
 }  // namespace
 
 Value EmbeddedEliteness::score_candidate(const Value& candidate, const Mapping& keywords) {
+  if (is_stopping_ && is_stopping_()) return 0.0;
   genetic::SearchSettings defaults;
   const double diversity_weight = genetic::to_float(
       keywords.find(keys::kDiversityWeight).value_or(defaults.default_diversity_weight()));
@@ -54,7 +60,7 @@ Value EmbeddedEliteness::score_candidate(const Value& candidate, const Mapping& 
 std::unique_ptr<genetic::ValueIterator> EmbeddedRandomGraphs::random_weighted_graphs(
     genetic::SearchContext& /*context*/, const std::shared_ptr<genetic::RandomGenerator>& rng,
     const Mapping& /*log_context*/, std::string_view /*template_name*/) {
-  return std::make_unique<RandomGraphs>(rng, vocabulary_, options_);
+  return std::make_unique<RandomGraphs>(rng, vocabulary_, options_, is_stopping_);
 }
 
 void EmbeddedPause::sleep(double seconds) {
@@ -68,10 +74,11 @@ EmbeddedHost::EmbeddedHost(ProcessSide& process, const Vocabulary& vocabulary, L
       graph_limits_(settings.graphs),
       gates_(settings.gates, settings.limits),
       pool_metrics_(submission, settings.client_manifest),
+      eliteness_(settings.is_stopping),
       observer_(lineage, settings.on_generation_end),
       operators_({settings.graphs.max_depth, settings.graphs.max_nodes}),
-      random_graphs_(vocabulary, settings.graphs),
-      planning_(vocabulary, settings.graphs, json_reader_, lineage),
+      random_graphs_(vocabulary, settings.graphs, settings.is_stopping),
+      planning_(vocabulary, settings.graphs, json_reader_, lineage, settings.is_stopping),
       secure_random_(settings.seed) {}
 
 }  // namespace varnholt::embedded

@@ -24,6 +24,7 @@
 #include "hosts/embedded/host/signal_submission.hpp"
 #include "hosts/embedded/host/system_random.hpp"
 #include "hosts/embedded/operators/genetic_operators.hpp"
+#include "hosts/embedded/system/interrupt.hpp"
 #include "hosts/embedded/system/parent_memory.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
@@ -35,10 +36,19 @@ namespace varnholt::embedded {
 //
 // with the record's quality score, the correlation to the signal pool (0 when it is absent) and the
 // number of the graph's nodes. A weight that is not given is that of the default settings.
+//
+// A search that is being stopped needs no score any more, and gets 0: its batch, however large, is
+// to be over soon.
 class EmbeddedEliteness : public genetic::Eliteness {
  public:
+  explicit EmbeddedEliteness(StopQuestion is_stopping = {})
+      : is_stopping_(std::move(is_stopping)) {}
+
   [[nodiscard]] genetic::Value score_candidate(const genetic::Value& candidate,
                                                const genetic::Mapping& keywords) override;
+
+ private:
+  StopQuestion is_stopping_;
 };
 
 class EmbeddedJsonReader : public genetic::JsonReader {
@@ -48,11 +58,12 @@ class EmbeddedJsonReader : public genetic::JsonReader {
   }
 };
 
-// An endless iterator over random graphs of one vocabulary.
+// An iterator over random graphs of one vocabulary, which ends when the search is being stopped.
 class EmbeddedRandomGraphs : public genetic::RandomWeighted {
  public:
-  EmbeddedRandomGraphs(const Vocabulary& vocabulary, const RandomGraphOptions& options)
-      : vocabulary_(vocabulary), options_(options) {}
+  EmbeddedRandomGraphs(const Vocabulary& vocabulary, const RandomGraphOptions& options,
+                       StopQuestion is_stopping = {})
+      : vocabulary_(vocabulary), options_(options), is_stopping_(std::move(is_stopping)) {}
 
   [[nodiscard]] std::unique_ptr<genetic::ValueIterator> random_weighted_graphs(
       genetic::SearchContext& context, const std::shared_ptr<genetic::RandomGenerator>& rng,
@@ -61,6 +72,7 @@ class EmbeddedRandomGraphs : public genetic::RandomWeighted {
  private:
   const Vocabulary& vocabulary_;
   RandomGraphOptions options_;
+  StopQuestion is_stopping_;
 };
 
 class EmbeddedPause : public genetic::Pause {
@@ -79,6 +91,7 @@ struct HostSettings {
   EmbeddedLogger::Sink log;
   // A generation is over, its results are recorded and submitted.
   std::function<void()> on_generation_end;
+  StopQuestion is_stopping;
 };
 
 // Keeps the lineage of what the search tells of.

@@ -46,13 +46,19 @@ FunctionNames names_of(const List& rotations) {
 }  // namespace
 
 EmbeddedPlanning::EmbeddedPlanning(const Vocabulary& vocabulary, const RandomGraphOptions& graphs,
-                                   genetic::JsonReader& json_reader, Lineage& lineage)
-    : vocabulary_(vocabulary), graphs_(graphs), json_reader_(json_reader), lineage_(lineage) {}
+                                   genetic::JsonReader& json_reader, Lineage& lineage,
+                                   StopQuestion is_stopping)
+    : vocabulary_(vocabulary),
+      graphs_(graphs),
+      json_reader_(json_reader),
+      lineage_(lineage),
+      is_stopping_(std::move(is_stopping)) {}
 
 Value EmbeddedPlanning::derive_reaction_improvements(const Value& result,
                                                      const ReactionRequest& request) {
   const std::int64_t limit = plan_limit(request.max_plans);
   List improvements;
+  if (is_stopping_ && is_stopping_()) return improvements;
   const RepairCase failed = case_of(genetic::record_of(result));
   if (!is_valid(failed.graph)) return improvements;
   const RepairMaterial material = material_of(request);

@@ -3,6 +3,7 @@
 
 #include "hosts/embedded/host/lineage.hpp"
 #include "hosts/embedded/planner/repair_plans.hpp"
+#include "hosts/embedded/system/interrupt.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
 #include "search_templates/genetic/host/json_reader.hpp"
@@ -15,12 +16,14 @@ class EmbeddedPlanning : public genetic::ReactionPlanning {
   // The repaired graphs are within the limits of `graphs`, as those that operators make. All but
   // the options must outlive the object.
   EmbeddedPlanning(const Vocabulary& vocabulary, const RandomGraphOptions& graphs,
-                   genetic::JsonReader& json_reader, Lineage& lineage);
+                   genetic::JsonReader& json_reader, Lineage& lineage,
+                   StopQuestion is_stopping = {});
 
   // The plans of repair_planner.hpp, made of the safe rotations and the peers that are given, and
-  // accepted by the validator. `reaction_plan` is a mapping with the texts "name", "reason" and
-  // "explanation". A graph that is not of the vocabulary, such as a foreign seed, has no plans as a
-  // result and is left out as a peer. Notes the lineage of every plan.
+  // accepted by the validator; none in a search that is being stopped. `reaction_plan` is a mapping
+  // with the texts "name", "reason" and "explanation". A graph that is not of the vocabulary, such
+  // as a foreign seed, has no plans as a result and is left out as a peer. Notes the lineage of
+  // every plan.
   [[nodiscard]] genetic::Value derive_reaction_improvements(
       const genetic::Value& result, const genetic::ReactionRequest& request) override;
 
@@ -33,6 +36,7 @@ class EmbeddedPlanning : public genetic::ReactionPlanning {
   RandomGraphOptions graphs_;
   genetic::JsonReader& json_reader_;
   Lineage& lineage_;
+  StopQuestion is_stopping_;
 };
 
 }  // namespace varnholt::embedded

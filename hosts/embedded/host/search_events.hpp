@@ -96,6 +96,7 @@ struct SubmittedSignal {
   std::string eval_id;
   std::string expression;
   SampleStatistics statistics;
+  bool has_holdout = true;   // The report was not cut short before the signal's hold-out.
   double novelty = 1.0;      // Against the pool as it was when the signal joined it.
   double correlation = 0.0;  // Likewise.
 };

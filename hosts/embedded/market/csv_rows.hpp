@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "hosts/embedded/system/interrupt.hpp"
+
 namespace varnholt::embedded {
 
 struct CsvRow {
@@ -21,8 +23,9 @@ struct CsvRow {
 // One row is held at a time: a table of millions of rows takes no more memory than its text.
 class CsvReader {
  public:
-  // The text has to outlive the reader. `file` is the name to show in messages.
-  CsvReader(std::string_view text, std::string file);
+  // The text has to outlive the reader. `file` is the name to show in messages. `check` is called
+  // every few lines; what it throws ends the reading.
+  CsvReader(std::string_view text, std::string file, InterruptCheck check = {});
   ~CsvReader();
   CsvReader(const CsvReader&) = delete;
   CsvReader& operator=(const CsvReader&) = delete;
@@ -43,6 +46,7 @@ class CsvReader {
 
   std::string_view rest_;
   std::string file_;
+  InterruptCheck check_;
   std::size_t line_ = 0;
   std::size_t line_feed_ = 0;  // Where the next line feed of `rest_` is, or its size.
   CsvRow row_;

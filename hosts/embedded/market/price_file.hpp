@@ -24,20 +24,25 @@
 
 #include "hosts/embedded/market/market_data.hpp"
 #include "hosts/embedded/market/price_file_error.hpp"
+#include "hosts/embedded/system/interrupt.hpp"
 
 namespace varnholt::embedded {
 
-// The prices in the file at `path`.
-[[nodiscard]] MarketData read_price_file(const std::filesystem::path& path);
+// The prices in the file at `path`. `check` is called several times a second, here and below; what
+// it throws ends the reading.
+[[nodiscard]] MarketData read_price_file(const std::filesystem::path& path,
+                                         const InterruptCheck& check = {});
 
 // The largest price file that is read: 4 GiB, more than the cells that a search can hold.
 inline constexpr std::size_t kLargestPriceBytes = std::size_t{4} << 30U;
 
 // The bytes of that file, for callers that need more than the prices. PriceFileError when they
 // cannot be read.
-[[nodiscard]] std::string read_price_bytes(const std::filesystem::path& path);
+[[nodiscard]] std::string read_price_bytes(const std::filesystem::path& path,
+                                           const InterruptCheck& check = {});
 
 // The prices in `text`, with `name` as the name of the file in messages.
-[[nodiscard]] MarketData read_price_text(std::string_view text, const std::string& name);
+[[nodiscard]] MarketData read_price_text(std::string_view text, const std::string& name,
+                                         const InterruptCheck& check = {});
 
 }  // namespace varnholt::embedded

@@ -22,8 +22,8 @@ std::size_t count_lines(std::string_view text) {
 
 }  // namespace
 
-PriceRows::PriceRows(std::string_view text, std::string file)
-    : file_(std::move(file)), reader_(text, file_), row_bound_(count_lines(text)) {
+PriceRows::PriceRows(std::string_view text, std::string file, const InterruptCheck& check)
+    : file_(std::move(file)), reader_(text, file_, check), row_bound_(count_lines(text)) {
   if (!reader_.next()) {
     throw PriceFileError({.file = file_}, "holds no header and no prices",
                          "begin it with a row such as date,symbol,open,high,low,close,volume");

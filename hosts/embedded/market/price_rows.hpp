@@ -18,8 +18,8 @@ class PriceRows {
   static constexpr std::size_t kNoColumn = std::numeric_limits<std::size_t>::max();
 
   // Reads the header. Throws PriceFileError where there is none, or not such a one. The text has to
-  // outlive this object.
-  PriceRows(std::string_view text, std::string file);
+  // outlive this object. `check` is called every few lines; what it throws ends the reading.
+  PriceRows(std::string_view text, std::string file, const InterruptCheck& check = {});
 
   [[nodiscard]] const std::string& file() const { return file_; }
   [[nodiscard]] const std::vector<std::string>& header() const { return header_; }

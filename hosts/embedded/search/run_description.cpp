@@ -76,11 +76,12 @@ std::string eras_json(const EraPlan& plan) {
 
 }  // namespace
 
-RunData::RunData(const SearchOptions& options)
-    : RunData(options, read_price_bytes(options.prices)) {}
+RunData::RunData(const SearchOptions& options, const InterruptCheck& check)
+    : RunData(options, read_price_bytes(options.prices, check), check) {}
 
-RunData::RunData(const SearchOptions& options, const std::string& price_bytes)
-    : whole(read_price_text(price_bytes, options.prices.string())),
+RunData::RunData(const SearchOptions& options, const std::string& price_bytes,
+                 const InterruptCheck& check)
+    : whole(read_price_text(price_bytes, options.prices.string(), check)),
       plan(split_eras(whole.dates, options.config.eras)),
       digest(sha256_hex(price_bytes)) {}
 

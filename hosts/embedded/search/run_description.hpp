@@ -9,6 +9,7 @@
 #include "hosts/embedded/market/market_data.hpp"
 #include "hosts/embedded/search/search_options.hpp"
 #include "hosts/embedded/store/run_store.hpp"
+#include "hosts/embedded/system/interrupt.hpp"
 #include "search_templates/genetic/driver/genetic_template.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -17,15 +18,16 @@ namespace varnholt::embedded {
 // The prices of a run: the whole history, how it is split, and the SHA-256 of the file.
 struct RunData {
   // Reads the file once, so that the digest is that of exactly the bytes that are searched. Throws
-  // what read_price_file and split_eras throw.
-  explicit RunData(const SearchOptions& options);
+  // what read_price_file, split_eras and `check` throw.
+  explicit RunData(const SearchOptions& options, const InterruptCheck& check = {});
 
   MarketData whole;
   EraPlan plan;
   std::string digest;
 
  private:
-  RunData(const SearchOptions& options, const std::string& price_bytes);
+  RunData(const SearchOptions& options, const std::string& price_bytes,
+          const InterruptCheck& check);
 };
 
 // Signals are comparable day by day when they were evaluated on the same days of the same prices at

@@ -5,6 +5,8 @@
 #include <memory>
 #include <string>
 
+#include <fmt/format.h>
+
 #include "hosts/embedded/host/embedded_context.hpp"
 #include "hosts/embedded/host/embedded_host.hpp"
 #include "hosts/embedded/host/search_stop.hpp"
@@ -67,46 +69,31 @@ ContextSettings context_settings(const SearchOptions& options, const SearchSetup
   return settings;
 }
 
-// Runs the search and closes the run in the store, whatever ends it.
-void run_to_its_end(genetic::Module& module, EmbeddedContext& context,
-                    genetic::SearchConfig& config, RunRecorder& recorder) {
-  try {
-    module.run(context, config);
-  } catch (const InterruptedAtOnce&) {
-    recorder.end(kInterrupted);
-    throw;
-  } catch (...) {
-    recorder.end(kFailed);
-    throw;
-  }
-  const Value& metrics = recorder.metrics();
-  recorder.end(genetic::str(metrics.mapping().at(genetic::keys::kTerminalReason)));
-}
+// What a search is conducted with, beside its options and what it has read.
+struct Conduct {
+  const SearchOptions& options;
+  SearchObserver& observer;
+  SearchSetup& setup;
+  RunStore& store;
+  std::shared_ptr<SearchStop> stop;
+  PoolIdentity pool;
+};
 
-}  // namespace
-
-SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
-                         const InterruptFlag& interrupt) {
-  SearchSetup setup(options);
-  const RunData& data = setup.data();
-  const PoolIdentity pool = pool_identity(options, data);
-
-  const std::unique_ptr<RunStore> store = open_run_store(options.database.string());
-  const auto stop = std::make_shared<SearchStop>(
-      StopLimits{options.generations, options.candidates, options.seconds}, interrupt);
-  Lineage lineage;
-  RunRecorder recorder(*store, observer, lineage, *stop, recorder_settings(options, pool),
-                       run_start(options, data, setup.config(), setup.jobs()));
+// The search itself, from the event of its beginning to its last settlement.
+void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder) {
+  const auto& [options, observer, setup, store, stop, pool] = conduct;
   observer.on_started(
-      started_event(options, data, setup.config(), *store, recorder.run(), setup.jobs()));
+      started_event(options, setup.data(), setup.config(), store, recorder.run(), setup.jobs()));
 
-  SignalSubmission submission(*store, setup.evaluator(), pool, options.config.pool);
-  HostSettings settings = host_settings(options, observer, client_manifest(data, recorder.run()));
-  settings.on_generation_end = [&recorder, &submission, &stop] {
-    stop->count_generation();
+  SignalSubmission submission(store, setup.evaluator(), pool, options.config.pool);
+  HostSettings settings =
+      host_settings(options, observer, client_manifest(setup.data(), recorder.run()));
+  settings.on_generation_end = [&recorder, &submission, &search_stop = *stop] {
+    search_stop.count_generation();
     recorder.settled(submission.sync());
     recorder.generation_done();
   };
+  settings.is_stopping = [&search_stop = *stop] { return search_stop.cancels_evaluations(); };
   EmbeddedHost host(setup.process(), setup.evaluator().vocabulary(), lineage, submission, settings);
   EmbeddedContext context(setup.evaluator(), context_settings(options, setup, pool), stop, recorder,
                           submission, setup.process());
@@ -114,8 +101,53 @@ SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
 
   // What a run that died left in the queue is settled before anything is measured.
   recorder.settled(submission.sync());
-  run_to_its_end(module, context, setup.config(), recorder);
+  module.run(context, setup.config());
+  const Value& metrics = recorder.metrics();
+  recorder.end(genetic::str(metrics.mapping().at(genetic::keys::kTerminalReason)));
   recorder.settled(submission.sync());
+}
+
+// Closes a run that is left by an error. The error is what is told: where the store refuses to take
+// the end as well, the next run that opens it closes this one.
+void end_after_error(RunRecorder& recorder, SearchObserver& observer, const char* reason) {
+  try {
+    recorder.end(reason);
+  } catch (const std::exception& error) {
+    observer.on_log(LogLevel::Warning,
+                    fmt::format("the run could not be closed in the store: {}", error.what()));
+  }
+}
+
+// Conducts the run and closes it in the store, whatever ends it.
+void run_to_its_end(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder) {
+  try {
+    conduct_run(conduct, lineage, recorder);
+  } catch (const InterruptedAtOnce&) {
+    end_after_error(recorder, conduct.observer, kInterrupted);
+    throw;
+  } catch (...) {
+    end_after_error(recorder, conduct.observer, kFailed);
+    throw;
+  }
+}
+
+}  // namespace
+
+SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
+                         const InterruptFlag& interrupt) {
+  const auto stop = std::make_shared<SearchStop>(
+      StopLimits{options.generations, options.candidates, options.seconds}, interrupt);
+  SearchSetup setup(options, [&stop] { stop->check_before_run(); });
+  stop->check_before_run();
+  const RunData& data = setup.data();
+  const PoolIdentity pool = pool_identity(options, data);
+
+  const std::unique_ptr<RunStore> store = open_run_store(options.database.string());
+  stop->begin_run();
+  Lineage lineage;
+  RunRecorder recorder(*store, observer, lineage, *stop, recorder_settings(options, pool),
+                       run_start(options, data, setup.config(), setup.jobs()));
+  run_to_its_end({options, observer, setup, *store, stop, pool}, lineage, recorder);
 
   SearchSummary summary;
   summary.run_id = recorder.run();
@@ -124,7 +156,9 @@ SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
   summary.metrics = recorder.metrics();
   summary.best = recorder.best();
   const Evaluator whole = setup.take_whole_history();
-  summary.submitted = report_submitted_signals(*store, summary.run_id, whole, data.plan);
+  summary.submitted = report_submitted_signals(
+      *store, summary.run_id, whole, data.plan,
+      [&stop, before = static_cast<int>(interrupt.requests)] { return stop->ends_report(before); });
   summary.market = market_statistics(whole, data.plan);
   summary.submissions = recorder.submissions();
   return summary;

@@ -65,7 +65,8 @@ EvaluatorOptions evaluator_options(const SearchOptions& options) {
 genetic::GeneticTemplate configured_template(genetic::RandomGenerators& generators,
                                              genetic::ProcessEvaluation& process_evaluation,
                                              const SearchOptions& options,
-                                             const Vocabulary& vocabulary) {
+                                             const Vocabulary& vocabulary,
+                                             const InterruptCheck& check) {
   genetic::SearchSettings settings;
   const genetic::LoadedConstants constants(settings, process_evaluation);
   genetic::TemplateArguments arguments =
@@ -84,7 +85,7 @@ genetic::GeneticTemplate configured_template(genetic::RandomGenerators& generato
   set(arguments.max_improvement_depth, options.max_improvement_depth);
   if (options.seeds) {
     arguments.initial_candidates = read_seed_graphs(
-        *options.seeds, vocabulary, {options.graphs.max_depth, options.graphs.max_nodes});
+        *options.seeds, vocabulary, {options.graphs.max_depth, options.graphs.max_nodes}, check);
   }
   arguments.process_timeout_seconds = options.timeout_seconds;
   SystemRandom secure_random(options.seed);
@@ -93,13 +94,14 @@ genetic::GeneticTemplate configured_template(genetic::RandomGenerators& generato
 
 }  // namespace
 
-SearchSetup::SearchSetup(const SearchOptions& options)
+SearchSetup::SearchSetup(const SearchOptions& options, const InterruptCheck& check)
     : evaluator_options_(evaluator_options(checked(options))),
       jobs_(options.jobs.value_or(read_machine_limits().busy_workers())),
-      data_(options),
+      data_(options, check),
       evaluator_(data_.whole.first_days(data_.plan.seen_days()), evaluator_options_),
       process_(system_, options.timeout_seconds),
-      config_(configured_template(generators_, process_.pool, options, evaluator_.vocabulary())) {
+      config_(configured_template(generators_, process_.pool, options, evaluator_.vocabulary(),
+                                  check)) {
   // What the children read is the evaluator's; the rest of the history waits for the end.
   keep_from_children(data_.whole);
   give_back_free_memory();

@@ -7,6 +7,7 @@
 #include "hosts/embedded/pool/system_calls.hpp"
 #include "hosts/embedded/search/run_description.hpp"
 #include "hosts/embedded/search/search_options.hpp"
+#include "hosts/embedded/system/interrupt.hpp"
 #include "search_templates/genetic/driver/genetic_template.hpp"
 #include "search_templates/genetic/host/twister_generators.hpp"
 
@@ -16,8 +17,9 @@ namespace varnholt::embedded {
 class SearchSetup {
  public:
   // Throws for bad input: std::invalid_argument, what RunData and read_seed_graphs throw, and the
-  // template's genetic::TypeError and genetic::ValueError.
-  explicit SearchSetup(const SearchOptions& options);
+  // template's genetic::TypeError and genetic::ValueError. What `check` throws leaves the reading
+  // of a file.
+  explicit SearchSetup(const SearchOptions& options, const InterruptCheck& check = {});
   SearchSetup(const SearchSetup&) = delete;
   SearchSetup& operator=(const SearchSetup&) = delete;
   ~SearchSetup();

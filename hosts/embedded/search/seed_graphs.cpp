@@ -14,8 +14,8 @@ namespace {
 
 constexpr std::size_t kLargestSeedBytes = std::size_t{64} << 20U;
 
-std::string file_text(const std::filesystem::path& path) {
-  FileBytes file = read_file(path, kLargestSeedBytes);
+std::string file_text(const std::filesystem::path& path, const InterruptCheck& check) {
+  FileBytes file = read_file(path, kLargestSeedBytes, kWaitForWriter, check);
   if (file.trouble != ReadTrouble::None) {
     throw SeedFileError(fmt::format("{}: {}; give the name of a JSON file with graphs",
                                     path.string(), file.trouble_text()));
@@ -34,8 +34,8 @@ genetic::Value parsed(std::string_view text, const std::string& name) {
 }  // namespace
 
 genetic::List read_seed_graphs(const std::filesystem::path& path, const Vocabulary& vocabulary,
-                               const GraphLimits& limits) {
-  return parse_seed_graphs(file_text(path), path.string(), vocabulary, limits);
+                               const GraphLimits& limits, const InterruptCheck& check) {
+  return parse_seed_graphs(file_text(path, check), path.string(), vocabulary, limits);
 }
 
 genetic::List parse_seed_graphs(std::string_view text, const std::string& name,

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "hosts/embedded/system/interrupt.hpp"
 #include "hosts/embedded/vocabulary/graph_check.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
 #include "search_templates/genetic/value/value.hpp"
@@ -23,10 +24,11 @@ class SeedFileError : public std::runtime_error {
 //   [{"node": "cross_rank", "type": "rotation",
 //     "children": [{"node": "close", "type": "feature", "children": []}]}]
 //
-// Throws SeedFileError.
+// Throws SeedFileError, and what `check` throws while the file is read.
 [[nodiscard]] genetic::List read_seed_graphs(const std::filesystem::path& path,
                                              const Vocabulary& vocabulary,
-                                             const GraphLimits& limits);
+                                             const GraphLimits& limits,
+                                             const InterruptCheck& check = {});
 
 // The same for a text, with `name` as the name of the file in messages.
 [[nodiscard]] genetic::List parse_seed_graphs(std::string_view text, const std::string& name,

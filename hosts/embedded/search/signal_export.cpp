@@ -126,11 +126,12 @@ void append_number(std::string& text, double number) {
 
 }  // namespace
 
-MarketData read_run_prices(const fs::path& path, std::string_view digest) {
+MarketData read_run_prices(const fs::path& path, std::string_view digest,
+                           const InterruptCheck& check) {
   constexpr std::string_view kMend =
       "name the price file of the run with --prices FILE, as it was when the run began";
   // Read once: the digest is that of the very bytes that are used.
-  const FileBytes file = read_file(path);
+  const FileBytes file = read_file(path, kLargestPriceBytes, kWaitForWriter, check);
   if (file.trouble != ReadTrouble::None) refuse(path, "it " + file.trouble_text(), kMend);
   const std::string found = sha256_hex(file.bytes);
   if (found != digest) {
@@ -140,7 +141,7 @@ MarketData read_run_prices(const fs::path& path, std::string_view digest) {
                        found, digest),
            kMend);
   }
-  return read_price_text(file.bytes, path.string());
+  return read_price_text(file.bytes, path.string(), check);
 }
 
 Panel history_weights(const MarketData& data, std::string_view graph_json) {

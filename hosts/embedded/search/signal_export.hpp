@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "hosts/embedded/market/market_data.hpp"
+#include "hosts/embedded/system/interrupt.hpp"
 
 namespace varnholt::embedded {
 
@@ -27,8 +28,8 @@ class ExportError : public std::runtime_error {
 // The prices in the file, whose bytes must have this digest: any other prices give other weights.
 // ExportError for a file that cannot be read or that has another digest; PriceFileError for one
 // that holds no prices.
-[[nodiscard]] MarketData read_run_prices(const std::filesystem::path& path,
-                                         std::string_view digest);
+[[nodiscard]] MarketData read_run_prices(const std::filesystem::path& path, std::string_view digest,
+                                         const InterruptCheck& check = {});
 
 // A row a day, a column an instrument, as those of `data`. Throws GraphError for a graph that is
 // not valid on these prices, and genetic::ValueError for a text that is not JSON.

@@ -11,15 +11,12 @@
 namespace varnholt::embedded {
 namespace {
 
-SubmittedSignal signal_of(const SubmissionRecord& submission, const Evaluator& evaluator,
-                          const EraPlan& plan) {
-  const genetic::Value graph =
-      read_json(submission.payload_json).mapping().at(genetic::keys::kGraph);
+// With the statistics that the store has.
+SubmittedSignal signal_of(const SubmissionRecord& submission, const genetic::Value& graph) {
   SubmittedSignal signal;
   signal.eval_id = submission.eval_id;
   signal.expression = expression_text(graph);
-  signal.statistics = sample_statistics(evaluator.evaluate(graph).weights, evaluator.close(),
-                                        evaluator.options().cost_basis_points, plan);
+  signal.has_holdout = false;
   if (submission.settlement) {
     signal.novelty = submission.settlement->novelty;
     signal.correlation = submission.settlement->correlation;
@@ -31,13 +28,28 @@ SubmittedSignal signal_of(const SubmissionRecord& submission, const Evaluator& e
 
 std::vector<SubmittedSignal> report_submitted_signals(RunStore& store, std::int64_t run,
                                                       const Evaluator& evaluator,
-                                                      const EraPlan& plan) {
+                                                      const EraPlan& plan,
+                                                      const StopQuestion& is_cut) {
   std::vector<SubmittedSignal> signals;
+  bool cut = false;
   for (const SubmissionRecord& submission :
        store.submissions().list({run, SubmissionState::Submitted})) {
-    signals.push_back(signal_of(submission, evaluator, plan));
+    const genetic::Mapping payload = read_json(submission.payload_json).mapping();
+    const genetic::Value graph = payload.at(genetic::keys::kGraph);
+    SubmittedSignal& signal = signals.emplace_back(signal_of(submission, graph));
+    cut = cut || (is_cut && is_cut());
+    if (cut) {
+      if (const auto evaluation = store.find_evaluation(submission.eval_id)) {
+        signal.statistics.in_sample =
+            statistics_from(read_json(evaluation->evaluation.statistics_json).mapping());
+      }
+      continue;
+    }
+    signal.statistics = sample_statistics(evaluator.evaluate(graph).weights, evaluator.close(),
+                                          evaluator.options().cost_basis_points, plan);
+    signal.has_holdout = true;
     store.record_holdout(submission.eval_id,
-                         genetic::json_text(statistics_mapping(signals.back().statistics.holdout)));
+                         genetic::json_text(statistics_mapping(signal.statistics.holdout)));
   }
   return signals;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <csignal>
+#include <functional>
 
 namespace varnholt::embedded {
 
@@ -15,5 +16,12 @@ struct InterruptFlag {
 // Leaves the search at the second request, after all children have been killed and reaped. It does
 // not derive from std::exception: nothing that catches ordinary errors may stop it.
 struct InterruptedAtOnce {};
+
+// Called now and then by what takes long and may be left in the middle, such as the reading of a
+// file. It throws when that is to end. May be empty: then nothing ends it before its time.
+using InterruptCheck = std::function<void()>;
+
+// Whether the search is being stopped, so that what takes long may be cut short. Empty is never.
+using StopQuestion = std::function<bool()>;
 
 }  // namespace varnholt::embedded

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -14,6 +15,8 @@ namespace varnholt::embedded {
 namespace {
 
 constexpr std::size_t kReadBytes = std::size_t{64} * 1024;
+// So that a large file is looked up from several times a second.
+constexpr std::size_t kMostAtOnce = std::size_t{16} * 1024 * 1024;
 
 // How many bytes are to be expected: those of a regular file are all taken at once, so that a large
 // one is never held twice while the text grows.
@@ -23,12 +26,37 @@ std::size_t expected_bytes(const struct stat& status, std::size_t limit_bytes) {
   return std::min(size, limit_bytes) + 1;  // One more tells that the end has come.
 }
 
-void read_all(int descriptor, std::size_t expected, std::size_t limit_bytes, FileBytes& file) {
+// Whether there is something to read, or the end, before the time is over: absent is without limit.
+// Waits a moment at a time, so that `check` is called while nothing comes.
+bool is_readable(int descriptor, std::optional<std::chrono::milliseconds> limit,
+                 const InterruptCheck& check) {
+  using Clock = std::chrono::steady_clock;
+  constexpr std::chrono::milliseconds kMoment{100};
+  const Clock::time_point end = Clock::now() + limit.value_or(std::chrono::milliseconds(0));
+  while (true) {
+    if (check) check();
+    auto wait = kMoment;
+    if (limit) {
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+      wait = std::clamp(left, std::chrono::milliseconds(0), kMoment);
+    }
+    struct pollfd polled = {descriptor, POLLIN, 0};
+    const int ready = ::poll(&polled, 1, static_cast<int>(wait.count()));
+    // Also where it can only fail: the read that follows tells why.
+    if (ready > 0 || (ready < 0 && errno != EINTR)) return true;
+    if (limit && Clock::now() >= end) return false;
+  }
+}
+
+void read_all(int descriptor, std::size_t expected, std::size_t limit_bytes,
+              const InterruptCheck& check, FileBytes& file) {
   std::size_t filled = 0;
   file.bytes.resize(expected);
   while (filled <= limit_bytes) {
     if (filled == file.bytes.size()) file.bytes.resize(filled + std::max(filled, kReadBytes));
-    const ssize_t got = ::read(descriptor, file.bytes.data() + filled, file.bytes.size() - filled);
+    static_cast<void>(is_readable(descriptor, std::nullopt, check));
+    const std::size_t wanted = std::min(file.bytes.size() - filled, kMostAtOnce);
+    const ssize_t got = ::read(descriptor, file.bytes.data() + filled, wanted);
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) {
       file.trouble = ReadTrouble::CannotBeReadToItsEnd;
@@ -41,30 +69,31 @@ void read_all(int descriptor, std::size_t expected, std::size_t limit_bytes, Fil
   file.bytes.resize(filled);
 }
 
-// Whether the pipe has something to read, or a writer that has closed it, before the time is over.
-bool is_written(int pipe, std::chrono::milliseconds wait_for_writer) {
-  struct pollfd poll_pipe = {pipe, POLLIN, 0};
-  const auto end = std::chrono::steady_clock::now() + wait_for_writer;
-  while (true) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        end - std::chrono::steady_clock::now());
-    const int ready = ::poll(&poll_pipe, 1, static_cast<int>(std::max(left.count(), 0L)));
-    if (ready >= 0 || errno != EINTR) return ready > 0;
-  }
-}
-
 // What may be read blocks from then on until there is something.
 ReadTrouble trouble_of_kind(int descriptor, struct stat& status,
-                            std::chrono::milliseconds wait_for_writer) {
+                            std::chrono::milliseconds wait_for_writer,
+                            const InterruptCheck& check) {
   if (::fstat(descriptor, &status) != 0) return ReadTrouble::None;
   if (S_ISDIR(status.st_mode)) return ReadTrouble::IsFolder;
   if (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) return ReadTrouble::IsDevice;
-  if (S_ISFIFO(status.st_mode) && !is_written(descriptor, wait_for_writer)) {
+  if (S_ISFIFO(status.st_mode) && !is_readable(descriptor, wait_for_writer, check)) {
     return ReadTrouble::HasNoWriter;
   }
   ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
   return ReadTrouble::None;
 }
+
+// Closed with its scope.
+class OpenFile {
+ public:
+  explicit OpenFile(int descriptor) : descriptor_(descriptor) {}
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+  ~OpenFile() { ::close(descriptor_); }
+
+ private:
+  int descriptor_;
+};
 
 }  // namespace
 
@@ -92,7 +121,7 @@ std::string FileBytes::trouble_text() const {
 }
 
 FileBytes read_file(const std::filesystem::path& path, std::size_t limit_bytes,
-                    std::chrono::milliseconds wait_for_writer) {
+                    std::chrono::milliseconds wait_for_writer, const InterruptCheck& check) {
   FileBytes file;
   file.limit_bytes = limit_bytes;
   int descriptor = -1;
@@ -105,17 +134,12 @@ FileBytes read_file(const std::filesystem::path& path, std::size_t limit_bytes,
     file.error = errno;
     return file;
   }
+  const OpenFile open_file(descriptor);
   struct stat status {};
-  file.trouble = trouble_of_kind(descriptor, status, wait_for_writer);
+  file.trouble = trouble_of_kind(descriptor, status, wait_for_writer, check);
   if (file.trouble == ReadTrouble::None) {
-    try {
-      read_all(descriptor, expected_bytes(status, limit_bytes), limit_bytes, file);
-    } catch (...) {
-      ::close(descriptor);
-      throw;
-    }
+    read_all(descriptor, expected_bytes(status, limit_bytes), limit_bytes, check, file);
   }
-  ::close(descriptor);
   return file;
 }
 

@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+#include "hosts/embedded/system/interrupt.hpp"
+
 namespace varnholt::embedded {
 
 enum class ReadTrouble : std::uint8_t {
@@ -32,12 +34,16 @@ struct FileBytes {
   [[nodiscard]] std::string trouble_text() const;
 };
 
+// How long a pipe may stay without anybody who writes it.
+inline constexpr std::chrono::seconds kWaitForWriter{10};
+
 // Reads the file from its beginning to its end, once. A file of more than `limit_bytes` is too
 // large, and is not read further than that. It may be a pipe, which somebody must begin to write
-// within `wait_for_writer`; devices, which may have no end, are not read.
-[[nodiscard]] FileBytes read_file(
-    const std::filesystem::path& path,
-    std::size_t limit_bytes = std::numeric_limits<std::size_t>::max(),
-    std::chrono::milliseconds wait_for_writer = std::chrono::seconds(10));
+// within `wait_for_writer`; devices, which may have no end, are not read. `check` is called several
+// times a second, also while a pipe is waited for; what it throws leaves this.
+[[nodiscard]] FileBytes read_file(const std::filesystem::path& path,
+                                  std::size_t limit_bytes = std::numeric_limits<std::size_t>::max(),
+                                  std::chrono::milliseconds wait_for_writer = kWaitForWriter,
+                                  const InterruptCheck& check = {});
 
 }  // namespace varnholt::embedded

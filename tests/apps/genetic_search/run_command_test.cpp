@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "apps/genetic_search/error_report.hpp"
@@ -148,6 +149,31 @@ TEST(RunCommand, EndsWith130AtTheSecondInterrupt) {
   EXPECT_EQ(ended.exit_code, kExitInterrupted);
   EXPECT_EQ(ended.errors,
             "genetic-search: ended at once; what was recorded until then is in d.db\n");
+}
+
+TEST(RunCommand, TellsThatNothingIsStoredWhenItIsInterruptedBeforeTheRun) {
+  const Ended ended = run(throwing(embedded::InterruptedAtOnce(), false));
+  EXPECT_EQ(ended.exit_code, kExitInterrupted);
+  EXPECT_EQ(ended.errors, "genetic-search: ended before the run began; nothing was stored\n");
+}
+
+// Whatever the search does: a phase that never looks for an interrupt is left as a kill leaves it.
+TEST(RunCommand, IsOverSecondsAfterTheSecondInterruptThoughNobodyLooksForIt) {
+  const pid_t child = fork();
+  if (child == 0) {
+    const auto never_ends = [](const SearchOptions&, SearchObserver&,
+                               const InterruptFlag&) -> SearchSummary {
+      raise(SIGINT);
+      raise(SIGINT);
+      while (true)
+        pause();
+    };
+    _exit(run_program({"run", "--prices", "p.csv", "--db", "d.db"}, never_ends));
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), kExitInterrupted);
 }
 
 TEST(RunCommand, EndsWith130AlsoWhenTheSearchDidNotSeeTheSecondInterrupt) {

@@ -101,6 +101,14 @@ TEST_F(EmbeddedContextTest, AGraphOutsideTheVocabularyIsRefused) {
   EXPECT_TRUE(genetic::truth(tested.own_graph_validator()({ranked("close")})));
 }
 
+TEST_F(EmbeddedContextTest, NoGraphIsTakenIntoTheBatchOfASearchThatIsBeingStopped) {
+  EmbeddedContext tested = context();
+  interrupt_.requests = 1;
+  EXPECT_FALSE(genetic::truth(tested.own_graph_validator()({ranked("close")})));
+  process_.role.enter_child();
+  EXPECT_TRUE(genetic::truth(tested.own_graph_validator()({ranked("close")})));
+}
+
 TEST_F(EmbeddedContextTest, TheParentRecordsAndCounts) {
   stop_ = std::make_shared<SearchStop>(StopLimits{.candidates = 1}, interrupt_);
   EmbeddedContext tested = context();

@@ -86,6 +86,23 @@ TEST_F(EmbeddedHostTest, RandomGraphsAreValidAndOneStreamGivesOneSequence) {
   EXPECT_NE(draw(3), draw(4));
 }
 
+// What a large batch is composed of ends at once, so that nothing waits for its end.
+TEST_F(EmbeddedHostTest, NothingIsComposedForASearchThatIsBeingStopped) {
+  HostSettings stopping = settings();
+  bool is_stopping = false;
+  stopping.is_stopping = [&is_stopping] { return is_stopping; };
+  EmbeddedHost host(process_, vocabulary_, lineage_, submission_, stopping);
+  EmbeddedContext context(evaluator_, {}, stop_, recorder_, submission_, process_);
+  const auto walk = host.random_weighted().random_weighted_graphs(
+      context, host.random_generators().seeded(3), Mapping(), "genetic");
+  const Mapping candidate{{keys::kGraph, ranked("close")}, {keys::kQualityScore, 1.5}};
+  EXPECT_TRUE(walk->next().has_value());
+  EXPECT_NE(host.eliteness().score_candidate(candidate, Mapping()).real(), 0.0);
+  is_stopping = true;
+  EXPECT_FALSE(walk->next().has_value());
+  EXPECT_EQ(host.eliteness().score_candidate(candidate, Mapping()).real(), 0.0);
+}
+
 TEST_F(EmbeddedHostTest, SafeRotationsAreThoseThatFitTheNodeLimit) {
   EmbeddedContext context(evaluator_, {}, stop_, recorder_, submission_, process_);
   EXPECT_EQ(host_.random_graph_limits().random_weighted_window_limit(context, 5).integer(), 120);

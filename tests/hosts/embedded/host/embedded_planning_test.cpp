@@ -133,6 +133,21 @@ TEST_F(EmbeddedPlanningTest, GivesNoMoreThanAreWanted) {
   EXPECT_THROW(static_cast<void>(plans(result, request(List()))), genetic::TypeError);
 }
 
+TEST_F(EmbeddedPlanningTest, PlansNothingForASearchThatIsBeingStopped) {
+  bool is_stopping = false;
+  EmbeddedJsonReader reader;
+  EmbeddedPlanning planning(vocabulary_, RandomGraphOptions(), reader, lineage_,
+                            [&is_stopping] { return is_stopping; });
+  const auto planned = [&] {
+    return planning.derive_reaction_improvements(failed_result(sharpe_missed(0.2)), request())
+        .list()
+        .size();
+  };
+  EXPECT_GT(planned(), 0U);
+  is_stopping = true;
+  EXPECT_EQ(planned(), 0U);
+}
+
 TEST_F(EmbeddedPlanningTest, UsesOnlySafeRotations) {
   const Value result = failed_result({{"turnover_max", Mapping{{"value", 1.5}, {"threshold", 1}}}});
   ReactionRequest asked = request();

@@ -49,6 +49,35 @@ TEST_F(SearchStopTest, TheLimitInSecondsCancelsEvaluations) {
   EXPECT_EQ(event.cause(), StopCause::Seconds);
 }
 
+TEST_F(SearchStopTest, BeforeTheRunTheFirstInterruptLeavesAtOnce) {
+  EXPECT_NO_THROW(stop({.seconds = 1000.0}).check_before_run());
+  EXPECT_THROW(stop({.seconds = 1e-9}).check_before_run(), TimeIsOver);
+  interrupt_.requests = 1;
+  EXPECT_THROW(stop({.seconds = 1e-9}).check_before_run(), InterruptedAtOnce);
+}
+
+TEST_F(SearchStopTest, TheTimeOfTheRunCountsFromItsBeginningAndTheLimitFromBefore) {
+  SearchStop event = stop({.seconds = 0.01});
+  while (!event.cancels_evaluations()) {
+  }
+  const double before = event.elapsed_seconds();
+  event.begin_run();
+  EXPECT_LT(event.elapsed_seconds(), before);
+  EXPECT_TRUE(event.cancels_evaluations());
+}
+
+TEST_F(SearchStopTest, AReportIsCutShortByAFurtherInterruptOrWhenItsShareOfTheTimeIsOver) {
+  const SearchStop event = stop({});
+  EXPECT_FALSE(event.ends_report(0));
+  // At least a second is left to the report after the search's own time.
+  EXPECT_FALSE(stop({.seconds = 1e-9}).ends_report(0));
+  interrupt_.requests = 1;
+  EXPECT_FALSE(event.ends_report(1)) << "it has stopped the search, and the end is told";
+  EXPECT_TRUE(event.ends_report(0));
+  interrupt_.requests = 2;
+  EXPECT_THROW(static_cast<void>(event.ends_report(1)), InterruptedAtOnce);
+}
+
 TEST_F(SearchStopTest, TheFirstCauseStays) {
   SearchStop event = stop({.candidates = 1});
   event.count_candidate();

@@ -57,6 +57,26 @@ TEST(CsvRows, AnEmptyTextHasNoRows) {
   EXPECT_TRUE(read_csv_rows("\xef\xbb\xbf").empty());
 }
 
+TEST(CsvRows, AReadingEndsSoonAfterItsCheckThrows) {
+  struct Interrupted {};
+  std::string text;
+  for (int i = 0; i < 1000; ++i)
+    text += i < 500 ? "a,b\n" : "\n";  // Blank lines are lines too.
+  int checks = 0;
+  const auto read = [&](int last) {
+    checks = 0;
+    CsvReader reader(text, "p.csv", [&] {
+      if (++checks == last) throw Interrupted();
+    });
+    while (reader.next()) {
+    }
+  };
+  EXPECT_THROW(read(1), Interrupted);
+  EXPECT_THROW(read(10), Interrupted);
+  EXPECT_NO_THROW(read(0));
+  EXPECT_GE(checks, 10);
+}
+
 TEST(CsvRows, CountsLinesOverBlankOnesAndAllLineEnds) {
   const auto rows = read_csv_rows("a\r\n\r\nb\n  \n\nc\rd\r\re");
   ASSERT_EQ(rows.size(), 5u);

@@ -18,6 +18,7 @@
 #include "hosts/embedded/host/statistics_object.hpp"
 #include "hosts/embedded/market/eras.hpp"
 #include "hosts/embedded/market/price_file.hpp"
+#include "hosts/embedded/search/signal_report.hpp"
 #include "hosts/embedded/signal_pool/pnl_measures.hpp"
 #include "hosts/embedded/signal_pool/pool_gates.hpp"
 #include "hosts/embedded/store/sqlite_database.hpp"
@@ -138,6 +139,28 @@ TEST_F(SearchRunSubmissionTest, EverySubmissionsEvaluationIsRecordedAsWhatItWas)
                 Value(statistics_mapping(statistics)));
     const bool is_member = submission.state == SubmissionState::Submitted;
     EXPECT_EQ(found->evaluation.holdout_statistics_json.has_value(), is_member);
+  }
+}
+
+TEST_F(SearchRunSubmissionTest, AReportThatIsCutShortHasTheStoredStatisticsOfTheRest) {
+  const SearchSummary summary = run_search(long_options(), observer_, interrupt_);
+  ASSERT_GE(summary.submitted.size(), 2U);
+  const MarketData whole = read_price_file(long_options().prices);
+  const EraPlan plan = split_eras(whole.dates, long_options().config.eras);
+  const Evaluator evaluator(whole, {long_options().cost_basis_points, {}});
+  SqliteRunStore store(long_options().database.string());
+  int asked = 0;
+  const std::vector<SubmittedSignal> cut = report_submitted_signals(
+      store, summary.run_id, evaluator, plan, [&asked] { return ++asked > 1; });
+  ASSERT_EQ(cut.size(), summary.submitted.size());
+  EXPECT_EQ(asked, 2) << "once it is cut short, it stays so";
+  EXPECT_TRUE(cut[0].has_holdout);
+  for (std::size_t i = 0; i < cut.size(); ++i) {
+    EXPECT_EQ(cut[i].has_holdout, i == 0);
+    EXPECT_EQ(cut[i].eval_id, summary.submitted[i].eval_id);
+    EXPECT_EQ(cut[i].expression, summary.submitted[i].expression);
+    EXPECT_EQ(cut[i].novelty, summary.submitted[i].novelty);
+    EXPECT_EQ(cut[i].statistics.in_sample.sharpe, summary.submitted[i].statistics.in_sample.sharpe);
   }
 }
 

@@ -180,20 +180,54 @@ TEST_F(SearchRunTest, TheLimitOfCandidatesCompletesItsBatch) {
   EXPECT_EQ(summary.progress.candidates, 6);
 }
 
-TEST_F(SearchRunTest, AnInterruptBeforeTheRunRecordsNothingButTheMetrics) {
+// Interrupts come when the run has begun.
+class InterruptingObserver : public RecordingObserver {
+ public:
+  InterruptingObserver(InterruptFlag& interrupt, int requests)
+      : interrupt_(interrupt), requests_(requests) {}
+  void on_started(const SearchStarted& /*event*/) override { interrupt_.requests = requests_; }
+
+ private:
+  InterruptFlag& interrupt_;
+  int requests_;
+};
+
+TEST_F(SearchRunTest, AnInterruptBeforeTheRunStoresNothing) {
   interrupt_.requests = 1;
-  const SearchSummary summary = run_search(options(), observer_, interrupt_);
+  EXPECT_THROW(static_cast<void>(run_search(options(), observer_, interrupt_)), InterruptedAtOnce);
+  EXPECT_FALSE(std::filesystem::exists(options().database));
+}
+
+TEST_F(SearchRunTest, AnInterruptAtItsBeginningRecordsNothingButTheMetrics) {
+  InterruptingObserver observer(interrupt_, 1);
+  const SearchSummary summary = run_search(options(), observer, interrupt_);
   EXPECT_EQ(summary.stop_cause, StopCause::Signal);
   EXPECT_EQ(summary.progress.candidates, 0);
   EXPECT_EQ(summary.metrics.mapping().at(keys::kCandidateCount).integer(), 0);
 }
 
 TEST_F(SearchRunTest, TheSecondInterruptLeavesTheRunMarked) {
-  interrupt_.requests = 2;
-  EXPECT_THROW(static_cast<void>(run_search(options(), observer_, interrupt_)), InterruptedAtOnce);
+  InterruptingObserver observer(interrupt_, 2);
+  EXPECT_THROW(static_cast<void>(run_search(options(), observer, interrupt_)), InterruptedAtOnce);
   SqliteRunStore store(options().database.string());
   EXPECT_EQ(store.runs()[0].terminal_reason, "interrupted");
   EXPECT_TRUE(store.interrupted_runs().empty());
+}
+
+// Between the run's row and its first generation.
+class RefusingObserver : public RecordingObserver {
+ public:
+  void on_started(const SearchStarted& /*event*/) override {
+    throw std::runtime_error("the terminal is gone");
+  }
+};
+
+TEST_F(SearchRunTest, AnErrorAtItsBeginningEndsTheRunAsFailed) {
+  RefusingObserver observer;
+  EXPECT_THROW(static_cast<void>(run_search(options(), observer, interrupt_)), std::runtime_error);
+  SqliteRunStore store(options().database.string());
+  ASSERT_EQ(store.runs().size(), 1U);
+  EXPECT_EQ(store.runs()[0].terminal_reason, "failed");
 }
 
 class ThrowingObserver : public RecordingObserver {

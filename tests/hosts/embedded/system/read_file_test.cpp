@@ -7,6 +7,7 @@
 #include <fstream>
 #include <string>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -79,6 +80,34 @@ TEST_F(ReadFileTest, NothingIsWaitedForThatHasNoEnd) {
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   EXPECT_EQ(read_file(pipe, 100, std::chrono::milliseconds(10)).trouble_text(),
             "is a pipe that nobody writes to");
+}
+
+// Two kinds of waiting: for a writer, and for what the writer has to say.
+TEST_F(ReadFileTest, AWaitEndsWhenItsCheckThrows) {
+  struct Interrupted {};
+  const std::filesystem::path pipe = folder_ / "pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  int calls = 0;
+  const auto leave_later = [&calls] {
+    if (++calls == 3) throw Interrupted();
+  };
+  const auto read = [&] {
+    static_cast<void>(read_file(pipe, 1000, std::chrono::hours(1), leave_later));
+  };
+  EXPECT_THROW(read(), Interrupted);
+  const int writer = open(pipe.c_str(), O_RDWR | O_CLOEXEC);
+  ASSERT_EQ(write(writer, "date", 4), 4);
+  calls = 0;
+  EXPECT_THROW(read(), Interrupted);
+  close(writer);
+  // A file that is all there is read in pieces, with a look between them.
+  const std::filesystem::path large = folder_ / "large";
+  ASSERT_TRUE(std::ofstream(large).flush());
+  std::filesystem::resize_file(large, std::size_t{100} << 20U);
+  calls = 0;
+  EXPECT_THROW(
+      static_cast<void>(read_file(large, std::size_t{1} << 30U, kWaitForWriter, leave_later)),
+      Interrupted);
 }
 
 TEST_F(ReadFileTest, EachTroubleHasItsText) {
