@@ -108,6 +108,18 @@ std::optional<std::string> text_of(const Value& value) {
   return value.is_absent() ? std::nullopt : std::optional(std::string(value.text()));
 }
 
+Value information_value(const std::optional<MemberInformation>& found) {
+  if (!found) return {};
+  return Mapping{{"information", found->information}, {"eval_id", found->eval_id}};
+}
+
+std::optional<MemberInformation> information_from(const Value& value) {
+  if (value.is_absent()) return std::nullopt;
+  const Mapping& mapping = value.mapping();
+  return MemberInformation{mapping.at("information").real(),
+                           std::string(mapping.at("eval_id").text())};
+}
+
 Mapping comparison_mapping(const PoolComparison& comparison) {
   return {{"members", comparison.members},
           {"last_member", comparison.last_member},
@@ -115,7 +127,11 @@ Mapping comparison_mapping(const PoolComparison& comparison) {
           {"mutual_information", comparison.measure.mutual_information},
           {"correlation", comparison.measure.correlation},
           {"nearest_by_information", optional_text(comparison.measure.nearest_by_information)},
-          {"nearest_by_correlation", optional_text(comparison.measure.nearest_by_correlation)}};
+          {"nearest_by_correlation", optional_text(comparison.measure.nearest_by_correlation)},
+          {"measured_members", comparison.measure.members},
+          {"informed", comparison.measure.informed},
+          {"of_all", information_value(comparison.of_all)},
+          {"of_nearest", information_value(comparison.of_nearest)}};
 }
 
 PoolComparison comparison_from(const Mapping& mapping) {
@@ -127,6 +143,10 @@ PoolComparison comparison_from(const Mapping& mapping) {
   comparison.measure.correlation = mapping.at("correlation").real();
   comparison.measure.nearest_by_information = text_of(mapping.at("nearest_by_information"));
   comparison.measure.nearest_by_correlation = text_of(mapping.at("nearest_by_correlation"));
+  comparison.measure.members = mapping.at("measured_members").integer();
+  comparison.measure.informed = mapping.at("informed").integer();
+  comparison.of_all = information_from(mapping.at("of_all"));
+  comparison.of_nearest = information_from(mapping.at("of_nearest"));
   return comparison;
 }
 

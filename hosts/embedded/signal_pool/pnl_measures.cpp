@@ -16,35 +16,10 @@ namespace {
 using Eigen::ArrayXd;
 using Eigen::Index;
 
-void require_finite(const ArrayXd& series) {
-  if (series.isFinite().all()) return;
-  throw std::invalid_argument("a PnL series has an entry that is no finite number");
-}
-
 void require_same_size(Index left, Index right) {
   if (left == right) return;
   throw std::invalid_argument(
       fmt::format("two PnL series have {} and {} days; only equal days compare", left, right));
-}
-
-// SplitMix64 (G. Steele, D. Lea, C. Flood, "Fast splittable pseudorandom number generators", 2014):
-// one step, and a mixer of bits.
-std::uint64_t mixed(std::uint64_t bits) {
-  bits += 0x9e3779b97f4a7c15ULL;
-  bits = (bits ^ (bits >> 30)) * 0xbf58476d1ce4e5b9ULL;
-  bits = (bits ^ (bits >> 27)) * 0x94d049bb133111ebULL;
-  return bits ^ (bits >> 31);
-}
-
-// For each day how many different values are smaller: the same for any series of the same order.
-std::vector<std::uint64_t> dense_ranks(const ArrayXd& series, const std::vector<Index>& order) {
-  std::vector<std::uint64_t> ranks(order.size());
-  std::uint64_t rank = 0;
-  for (std::size_t i = 1; i < order.size(); ++i) {
-    if (series[order[i]] != series[order[i - 1]]) ++rank;
-    ranks[static_cast<std::size_t>(order[i])] = rank;
-  }
-  return ranks;
 }
 
 // The plane of two series, cut into cells of equally many places along either axis, so that the
@@ -217,6 +192,40 @@ Index count_nearer(const NormalScores& scores, Index day, double distance) {
   return (end - first) - 1;
 }
 
+// Before so many days nothing is sure: one day in ten may tell all, and be missed.
+constexpr Index kFirstLook = 128;
+constexpr double kSureDeviations = 4.0;
+
+// Mean and standard deviation of what was added (B. Welford, "Note on a method for calculating
+// corrected sums of squares and products", Technometrics 4, 1962).
+class Spread {
+ public:
+  void add(double value) {
+    ++count_;
+    const double difference = value - mean_;
+    mean_ += difference / count_;
+    squares_ += difference * (value - mean_);
+  }
+  [[nodiscard]] double mean() const { return mean_; }
+  [[nodiscard]] double error_of_mean() const {
+    return std::sqrt(squares_ / (count_ - 1.0) / count_);
+  }
+
+ private:
+  double count_ = 0.0;
+  double mean_ = 0.0;
+  double squares_ = 0.0;
+};
+
+// A step of about 0.618 of the size that has no divisor in common with it: in such steps every day
+// is met once, and the first ones are spread evenly.
+Index step_through(Index size) {
+  auto step = std::max<Index>(1, std::lround(static_cast<double>(size) / std::numbers::phi));
+  while (std::gcd(step, size) != 1)
+    ++step;
+  return step;
+}
+
 }  // namespace
 
 double pearson_correlation(const ArrayXd& left, const ArrayXd& right) {
@@ -236,35 +245,8 @@ double pearson_correlation(const ArrayXd& left, const ArrayXd& right) {
   return std::clamp((dx * dy).sum() / norm, -1.0, 1.0);
 }
 
-NormalScores::NormalScores(const ArrayXd& series) : by_day_(series.size()) {
-  require_finite(series);
-  const auto size = static_cast<std::size_t>(series.size());
-  in_order_.resize(size);
-  place_of_day_.resize(size);
-  std::vector<Index> days(size);
-  std::iota(days.begin(), days.end(), Index{0});
-  std::sort(days.begin(), days.end(), [&](Index a, Index b) { return series[a] < series[b]; });
-  const std::vector<std::uint64_t> ranks = dense_ranks(series, days);
-  is_constant_ = size == 0 || series[days.front()] == series[days.back()];
-
-  std::uint64_t seed = 0;
-  for (const std::uint64_t rank : ranks)
-    seed = mixed(seed ^ rank);
-  const auto key = [&](Index day) {
-    const std::uint64_t tie = mixed(seed ^ mixed(static_cast<std::uint64_t>(day)));
-    return std::make_pair(ranks[static_cast<std::size_t>(day)], tie);
-  };
-  std::sort(days.begin(), days.end(), [&](Index a, Index b) { return key(a) < key(b); });
-  for (std::size_t place = 0; place < size; ++place) {
-    const Index day = days[place];
-    place_of_day_[static_cast<std::size_t>(day)] = static_cast<Index>(place);
-    in_order_[place] =
-        normal_quantile((static_cast<double>(place) + 0.5) / static_cast<double>(size));
-    by_day_[day] = in_order_[place];
-  }
-}
-
-double mutual_information(const NormalScores& left, const NormalScores& right, int neighbours) {
+std::optional<double> mutual_information_from(const NormalScores& left, const NormalScores& right,
+                                              double least, int neighbours) {
   require_same_size(left.size(), right.size());
   const Index size = left.size();
   if (neighbours < 1 || size <= neighbours) {
@@ -272,46 +254,44 @@ double mutual_information(const NormalScores& left, const NormalScores& right, i
         fmt::format("{} neighbours cannot be found among {} days", neighbours, size));
   }
   if (left.is_constant() || right.is_constant()) return 0.0;
-  const std::vector<double> digamma = digamma_of_integers(size);
+  const std::vector<double>& digamma = left.tables().digamma;
   const auto psi = [&](Index n) { return digamma[static_cast<std::size_t>(n - 1)]; };
+  const double greatest = psi(neighbours) + psi(size);
   NeighbourGrid grid(left, right, neighbours);
-  double sum = 0.0;
-  for (Index day = 0; day < size; ++day) {
+  // The days in steps that meet all of them, so that the first ones come from everywhere.
+  const Index step = step_through(size);
+  ArrayXd terms(size);
+  Spread spread;
+  Index next_look = kFirstLook;
+  Index day = 0;
+  for (Index looked_at = 0; looked_at < size; ++looked_at) {
+    if (looked_at == next_look && next_look <= size / 2) {
+      next_look *= 2;
+      if (greatest - spread.mean() + kSureDeviations * spread.error_of_mean() < least) {
+        return std::nullopt;
+      }
+    }
     const double distance = grid.distance_of_last(day);
-    sum += psi(count_nearer(left, day, distance) + 1) + psi(count_nearer(right, day, distance) + 1);
+    terms[day] =
+        psi(count_nearer(left, day, distance) + 1) + psi(count_nearer(right, day, distance) + 1);
+    spread.add(terms[day]);
+    day += step;
+    if (day >= size) day -= size;
   }
-  return psi(neighbours) + psi(size) - sum / static_cast<double>(size);
+  // In the order of the days, so that the bits do not depend on how they were gone through.
+  double sum = 0.0;
+  for (const double term : terms)
+    sum += term;
+  return greatest - sum / static_cast<double>(size);
+}
+
+double mutual_information(const NormalScores& left, const NormalScores& right, int neighbours) {
+  return *mutual_information_from(left, right, -std::numeric_limits<double>::infinity(),
+                                  neighbours);
 }
 
 double mutual_information(const ArrayXd& left, const ArrayXd& right, int neighbours) {
   return mutual_information(NormalScores(left), NormalScores(right), neighbours);
-}
-
-double normal_quantile(double p) {
-  if (p > 0.5) return -normal_quantile(1.0 - p);
-  // A rational function that is right to 4.5e-4 (M. Abramowitz, I. Stegun, "Handbook of
-  // mathematical functions", 26.2.23), and two steps of Halley's method to the last digits.
-  const double t = std::sqrt(-2.0 * std::log(p));
-  double x = (2.515517 + t * (0.802853 + t * 0.010328)) /
-                 (1.0 + t * (1.432788 + t * (0.189269 + t * 0.001308))) -
-             t;
-  for (int step = 0; step < 2; ++step) {
-    const double error = 0.5 * std::erfc(-x / std::numbers::sqrt2) - p;
-    const double newton = error * std::sqrt(2.0 * std::numbers::pi) * std::exp(x * x / 2.0);
-    x -= newton / (1.0 + x * newton / 2.0);
-  }
-  return x;
-}
-
-std::vector<double> digamma_of_integers(std::int64_t n) {
-  std::vector<double> values;
-  values.reserve(static_cast<std::size_t>(n));
-  double value = -std::numbers::egamma;
-  for (std::int64_t m = 1; m <= n; ++m) {
-    values.push_back(value);
-    value += 1.0 / static_cast<double>(m);
-  }
-  return values;
 }
 
 }  // namespace varnholt::embedded

@@ -29,6 +29,11 @@ double novelty_of(double mutual_information) {
   return 1.0 - std::sqrt(-std::expm1(-2.0 * std::max(mutual_information, 0.0)));
 }
 
+double information_of(double novelty) {
+  const double coefficient = 1.0 - novelty;
+  return -0.5 * std::log1p(-coefficient * coefficient);
+}
+
 bool passes_novelty(const PoolMeasure& measure, const PoolThresholds& thresholds) {
   return measure.novelty >= thresholds.min_novelty;
 }
@@ -40,9 +45,14 @@ bool passes_correlation(const PoolMeasure& measure, const PoolThresholds& thresh
 std::optional<PoolRefusal> refusal(const PoolMeasure& measure, const PoolThresholds& thresholds) {
   if (!passes_novelty(measure, thresholds)) {
     // Without a member that it depends on, the signal has no novelty of its own.
-    const std::string why = measure.nearest_by_information
-                                ? "it depends most on member " + *measure.nearest_by_information
-                                : "its daily PnL is zero on every day";
+    std::string why = "its daily PnL is zero on every day";
+    if (measure.nearest_by_information) {
+      why = "it depends most on member " + *measure.nearest_by_information;
+      if (measure.informed < measure.members) {
+        why += fmt::format(" of the {} that were asked; the other {} were not", measure.informed,
+                           measure.members - measure.informed);
+      }
+    }
     return PoolRefusal{std::string(genetic::reasons::kPnlMiBelowThreshold.view()),
                        fmt::format("novelty {:.6g} is below {:.6g}; {}", measure.novelty,
                                    thresholds.min_novelty, why)};

@@ -1,6 +1,7 @@
 // The two gates of the signal pool, which a signal passes to join it.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -20,6 +21,10 @@ struct PoolMeasure {
   // empty pool.
   std::optional<std::string> nearest_by_information;
   std::optional<std::string> nearest_by_correlation;
+  // The members that it was compared with, and those of them that the information was asked of: all
+  // of them, or those until one was enough to refuse the signal; none where any novelty will do.
+  std::int64_t members = 0;
+  std::int64_t informed = 0;
 };
 
 // A signal passes with a novelty of at least the one and a correlation of at most the other.
@@ -42,6 +47,8 @@ void check_pool_thresholds(const PoolThresholds& thresholds);
 // measure of correlation", Information and Control 1, 1957): for a Gaussian pair with correlation
 // rho it is |rho|, so that the novelty is 1 - |rho|.
 [[nodiscard]] double novelty_of(double mutual_information);
+// The information that leaves this novelty: -ln(1 - (1 - novelty)^2) / 2; infinity for 0.
+[[nodiscard]] double information_of(double novelty);
 
 [[nodiscard]] bool passes_novelty(const PoolMeasure& measure, const PoolThresholds& thresholds);
 [[nodiscard]] bool passes_correlation(const PoolMeasure& measure, const PoolThresholds& thresholds);

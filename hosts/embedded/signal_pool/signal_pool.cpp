@@ -1,7 +1,6 @@
 #include "hosts/embedded/signal_pool/signal_pool.hpp"
 
 #include <algorithm>
-#include <cmath>
 #include <stdexcept>
 #include <utility>
 
@@ -51,21 +50,26 @@ bool SignalPool::refresh() {
 }
 
 void SignalPool::refresh_under_lock() {
+  const std::int64_t version = store_.submissions().members_version();
+  if (seen_version_ == version) return;
   // Members may have been taken out by hand, and a PnL that was missing put back: then all is read
   // anew.
   if (!is_still_good(store_.submissions().member_numbers(identity_))) {
     members_.clear();
+    groups_.clear();
     remembered_.clear();
+    remembered_order_.clear();
     last_settled_order_ = 0;
   }
   read_members();
+  seen_version_ = version;
 }
 
 bool SignalPool::is_still_good(const std::vector<std::int64_t>& submissions) const {
   return members_.size() <= submissions.size() &&
          std::equal(members_.begin(), members_.end(), submissions.begin(),
                     [](const Member& member, std::int64_t submission) {
-                      return member.submission == submission && member.series;
+                      return member.submission == submission && member.days;
                     });
 }
 
@@ -76,67 +80,65 @@ void SignalPool::read_members() {
     member.eval_id = found.eval_id;
     last_settled_order_ = found.settled_order;
     if (!found.pnl) continue;
-    const ArrayXd pnl =
-        Eigen::Map<const ArrayXd>(found.pnl->data(), static_cast<Eigen::Index>(found.pnl->size()));
+    const auto days = static_cast<Eigen::Index>(found.pnl->size());
+    const ArrayXd pnl = Eigen::Map<const ArrayXd>(found.pnl->data(), days);
     // A series with a hole cannot be compared: it counts as missing.
-    if (pnl.isFinite().all()) member.series = Series{pnl, NormalScores(pnl)};
+    if (!pnl.isFinite().all()) continue;
+    member.days = days;
+    Group& group = groups_.try_emplace(days, days).first->second;
+    group.series.append(pnl);
+    group.member_of_row.push_back(members_.size() - 1);
   }
 }
 
 void SignalPool::require_comparable(const Member& member, Eigen::Index days) {
-  if (!member.series) {
+  if (!member.days) {
     throw PoolPnlMissing(member.eval_id,
                          "has no PnL in the store that can be read; submit it anew, or take it out "
                          "of the pool");
   }
-  if (member.series->pnl.size() != days) {
+  if (*member.days != days) {
     throw PoolPnlMissing(member.eval_id,
                          fmt::format("has the PnL of {} days, and the signal that of {}; only "
                                      "equal days compare",
-                                     member.series->pnl.size(), days));
+                                     *member.days, days));
   }
 }
 
-SignalPool::Remembered& SignalPool::remembered(const ArrayXd& pnl) {
+PoolComparison& SignalPool::remembered(const ArrayXd& pnl) {
   const std::string digest = digest_of(pnl);
-  const auto found = std::find_if(
-      remembered_.begin(), remembered_.end(),
-      [&digest](const Remembered& candidate) { return candidate.pnl_digest == digest; });
-  if (found != remembered_.end()) return *found;
-  if (remembered_.size() == kRememberedMeasures) remembered_.pop_front();
-  return remembered_.emplace_back(Remembered{digest, 0, {}});
+  const auto [found, is_new] = remembered_.try_emplace(digest);
+  if (!is_new) return found->second;
+  if (remembered_order_.size() == kRememberedMeasures) {
+    remembered_.erase(remembered_order_.front());
+    remembered_order_.pop_front();
+  }
+  remembered_order_.push_back(digest);
+  return found->second;
 }
 
-std::vector<std::size_t> SignalPool::correlated_first(const ArrayXd& pnl, Remembered& known) const {
-  PoolMeasure& measure = known.measure;
-  std::vector<std::pair<double, std::size_t>> likeness;
-  for (std::size_t i = known.members; i < members_.size(); ++i) {
-    const double correlation = std::abs(pearson_correlation(pnl, members_[i].series->pnl));
-    likeness.emplace_back(-correlation, i);
-    if (measure.nearest_by_correlation && correlation <= measure.correlation) continue;
-    measure.correlation = correlation;
-    measure.nearest_by_correlation = members_[i].eval_id;
+const PoolComparison& SignalPool::compared_with_all(const ArrayXd& pnl) {
+  // Every member must be comparable before any is compared: half a measure is none.
+  for (const Member& member : members_)
+    require_comparable(member, pnl.size());
+  if (pnl.size() < minimum_days_) {
+    throw PoolMetricNotYetComputable(
+        fmt::format("the signal has {} days in common with its pool, and it takes {} to compare",
+                    pnl.size(), minimum_days_));
   }
-  std::sort(likeness.begin(), likeness.end());
-  std::vector<std::size_t> order;
-  order.reserve(likeness.size());
-  for (const auto& [opposite_correlation, member] : likeness)
-    order.push_back(member);
-  return order;
-}
-
-void SignalPool::compare_information(const ArrayXd& pnl, const std::vector<std::size_t>& order,
-                                     PoolMeasure& measure) const {
-  if (order.empty() || measure.novelty < least_novelty_) return;
-  const NormalScores scores(pnl);
-  for (const std::size_t member : order) {
-    const double information = mutual_information(scores, members_[member].series->scores);
-    if (measure.nearest_by_information && information <= measure.mutual_information) continue;
-    measure.mutual_information = information;
-    measure.nearest_by_information = members_[member].eval_id;
-    measure.novelty = novelty_of(information);
-    if (measure.novelty < least_novelty_) return;
-  }
+  PoolComparison& known = remembered(pnl);
+  if (std::cmp_equal(known.members, members_.size())) return known;
+  const Group& group = groups_.at(pnl.size());
+  const std::vector<std::size_t>& rows = group.member_of_row;
+  const auto first =
+      std::lower_bound(rows.begin(), rows.end(), static_cast<std::size_t>(known.members));
+  const MemberComparison comparison(group.series, [&](std::size_t row) -> const std::string& {
+    return members_[rows[row]].eval_id;
+  });
+  comparison.add(pnl, static_cast<std::size_t>(first - rows.begin()), least_novelty_, known);
+  known.members = static_cast<std::int64_t>(members_.size());
+  known.last_member = members_.back().submission;
+  return known;
 }
 
 PoolMeasure SignalPool::measure(const ArrayXd& pnl) {
@@ -146,25 +148,15 @@ PoolMeasure SignalPool::measure(const ArrayXd& pnl) {
   // What never earns or loses anything is no signal, whatever the pool holds.
   if ((pnl == 0.0).all()) return nothing_new();
   if (members_.empty()) return {};
-  // Every member must be comparable before any is compared: half a measure is none.
-  for (const Member& member : members_)
-    require_comparable(member, pnl.size());
-  if (pnl.size() < minimum_days_) {
-    throw PoolMetricNotYetComputable(
-        fmt::format("the signal has {} days in common with its pool, and it takes {} to compare",
-                    pnl.size(), minimum_days_));
-  }
-  Remembered& known = remembered(pnl);
-  compare_information(pnl, correlated_first(pnl, known), known.measure);
-  known.members = members_.size();
-  return known.measure;
+  return compared_with_all(pnl).measure;
 }
 
 std::optional<PoolComparison> SignalPool::compare(const ArrayXd& pnl) {
   if (members_.empty()) return std::nullopt;
-  const PoolMeasure measured = measure(pnl);
-  return PoolComparison{static_cast<std::int64_t>(members_.size()), members_.back().submission,
-                        measured};
+  PoolComparison comparison;
+  comparison.measure = measure(pnl);
+  // What is nothing new whatever the pool holds is not remembered.
+  return (pnl == 0.0).all() ? comparison : compared_with_all(pnl);
 }
 
 void SignalPool::take_over(const ArrayXd& pnl, const PoolComparison& comparison) {
@@ -173,10 +165,8 @@ void SignalPool::take_over(const ArrayXd& pnl, const PoolComparison& comparison)
   if (comparison.members < 1 || std::cmp_greater(comparison.members, members_.size())) return;
   const auto members = static_cast<std::size_t>(comparison.members);
   if (members_[members - 1].submission != comparison.last_member) return;
-  Remembered& known = remembered(pnl);
-  if (known.members >= members) return;
-  known.members = members;
-  known.measure = comparison.measure;
+  PoolComparison& known = remembered(pnl);
+  if (known.members < comparison.members) known = comparison;
 }
 
 }  // namespace varnholt::embedded

@@ -6,18 +6,22 @@
 //
 // Its members are the submissions of one identity that were settled as submitted, by whatever
 // process. What has been read stays in memory, and each refresh reads what has been settled since.
+// How a signal is compared with them: comparison.hpp.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include <Eigen/Core>
 
-#include "hosts/embedded/signal_pool/pnl_measures.hpp"
+#include "hosts/embedded/signal_pool/comparison.hpp"
+#include "hosts/embedded/signal_pool/member_series.hpp"
 #include "hosts/embedded/signal_pool/pool_gates.hpp"
 #include "hosts/embedded/store/run_store.hpp"
 
@@ -26,13 +30,6 @@ namespace varnholt::embedded {
 // With few days in common no figure is meaningful: the scatter of a correlation is 1/sqrt(days).
 inline constexpr Eigen::Index kDefaultCommonDays = 60;
 
-// A measure that was made elsewhere, in a process that knew the same first members.
-struct PoolComparison {
-  std::int64_t members = 0;      // How many it was compared with, at least one ...
-  std::int64_t last_member = 0;  // ... and the number of the last one's submission.
-  PoolMeasure measure;
-};
-
 class SignalPool {
  public:
   static constexpr std::size_t kRememberedMeasures = 4096;
@@ -40,7 +37,7 @@ class SignalPool {
   // The store must outlive the pool. The pool has no members before the first refresh. A signal
   // whose novelty is below `least_novelty` beside one member is not compared with the rest.
   SignalPool(RunStore& store, PoolIdentity identity, Eigen::Index minimum_days = kDefaultCommonDays,
-             double least_novelty = 0.0);
+             double least_novelty = kDefaultMinNovelty);
 
   [[nodiscard]] const PoolIdentity& identity() const noexcept { return identity_; }
 
@@ -58,11 +55,9 @@ class SignalPool {
   // store or has other days, PoolMetricNotYetComputable when there are fewer than `minimum_days`,
   // and std::invalid_argument when the PnL given has an entry that is no finite number.
   //
-  // Mutual information takes as long as a backtest for each member. So the members that correlate
-  // most are compared first, and the first one that brings the novelty below the least ends it:
-  // novelty and information are then those beside this member. And a signal is measured when it is
-  // recorded and again when it is settled: the measures of the last kRememberedMeasures signals are
-  // remembered, and only members that have joined since are compared.
+  // A signal is measured when it is recorded and again when it is settled: the measures of the last
+  // kRememberedMeasures signals are remembered, and only members that have joined since are
+  // compared. What passes measures the same to the last bit as if it had never been measured.
   [[nodiscard]] PoolMeasure measure(const Eigen::ArrayXd& pnl);
 
   // The same for another process, which takes the measure over; nothing where the pool has no
@@ -72,40 +67,38 @@ class SignalPool {
   void take_over(const Eigen::ArrayXd& pnl, const PoolComparison& comparison);
 
  private:
-  struct Series {
-    Eigen::ArrayXd pnl;
-    NormalScores scores;
-  };
   struct Member {
     std::int64_t submission = 0;
     std::string eval_id;
-    std::optional<Series> series;
+    // The days of its PnL, which stands in the group of as many; absent where there is none.
+    std::optional<Eigen::Index> days;
   };
 
-  // What a signal comes to against the first `members` members.
-  struct Remembered {
-    std::string pnl_digest;
-    std::size_t members = 0;
-    PoolMeasure measure;
+  // Members that can be compared with each other, in the order in which they joined.
+  struct Group {
+    explicit Group(Eigen::Index days) : series(days) {}
+
+    MemberSeries series;
+    std::vector<std::size_t> member_of_row;
   };
 
   void read_members();
   [[nodiscard]] bool is_still_good(const std::vector<std::int64_t>& submissions) const;
   static void require_comparable(const Member& member, Eigen::Index days);
-  [[nodiscard]] Remembered& remembered(const Eigen::ArrayXd& pnl);
-  // The members that are new to `known`, those that correlate most first.
-  [[nodiscard]] std::vector<std::size_t> correlated_first(const Eigen::ArrayXd& pnl,
-                                                          Remembered& known) const;
-  void compare_information(const Eigen::ArrayXd& pnl, const std::vector<std::size_t>& order,
-                           PoolMeasure& measure) const;
+  [[nodiscard]] PoolComparison& remembered(const Eigen::ArrayXd& pnl);
+  // What is known of the signal, brought up to all members. There must be one.
+  const PoolComparison& compared_with_all(const Eigen::ArrayXd& pnl);
 
   RunStore& store_;
   PoolIdentity identity_;
   Eigen::Index minimum_days_;
   double least_novelty_;
   std::vector<Member> members_;
+  std::map<Eigen::Index, Group> groups_;  // By their days.
   std::int64_t last_settled_order_ = 0;
-  std::deque<Remembered> remembered_;  // The latest last.
+  std::optional<std::int64_t> seen_version_;                    // Of the store's members.
+  std::unordered_map<std::string, PoolComparison> remembered_;  // By the PnL's digest.
+  std::deque<std::string> remembered_order_;                    // The latest last.
 };
 
 }  // namespace varnholt::embedded

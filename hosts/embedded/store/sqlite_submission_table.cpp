@@ -177,6 +177,8 @@ struct SqliteSubmissionTable::Statements {
         select_filtered(database, submissions_where(kFiltered), kReading),
         select_members(database, of_pool(kPnlColumns, kMembers), kReadingPool),
         select_numbers(database, of_pool("id", kSubmitted), kReadingPool),
+        data_version(database, "SELECT data_version AS version FROM pragma_data_version",
+                     kReadingPool),
         select_queued_numbers(database, kSelectQueuedNumbers, kSettling),
         select_queued(database, select_queued_statement(), kSettling) {}
 
@@ -194,6 +196,7 @@ struct SqliteSubmissionTable::Statements {
   SqliteStatement select_filtered;
   SqliteStatement select_members;
   SqliteStatement select_numbers;
+  SqliteStatement data_version;
   SqliteStatement select_queued_numbers;
   SqliteStatement select_queued;
 };
@@ -256,6 +259,7 @@ bool SqliteSubmissionTable::settle(std::int64_t id, const Settlement& settlement
   record.settlement = settlement;
   SqliteUse use(statements_->settle);
   bind_columns(use, submission_relation(), Written::Later, record);
+  ++settled_here_;
   return use.bind("id", id).change() == 1;
 }
 
@@ -293,6 +297,14 @@ std::vector<std::int64_t> SqliteSubmissionTable::member_numbers(const PoolIdenti
   SqliteUse rows(statements_->select_numbers);
   bind_pool(rows, pool);
   return numbers(rows);
+}
+
+std::int64_t SqliteSubmissionTable::members_version() {
+  // What other connections have committed changes the database's own version; of what this one does
+  // only settling makes members.
+  SqliteUse row(statements_->data_version);
+  const std::int64_t version = row.step() ? row.integer("version") : 0;
+  return version * (std::int64_t{1} << 32) + settled_here_;
 }
 
 std::vector<std::int64_t> SqliteSubmissionTable::queued_numbers(const PoolIdentity& pool) {

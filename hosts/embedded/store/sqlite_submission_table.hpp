@@ -31,6 +31,7 @@ class SqliteSubmissionTable final : public SubmissionTable {
   [[nodiscard]] std::vector<SubmissionPnl> members(const PoolIdentity& pool,
                                                    std::int64_t settled_order) override;
   [[nodiscard]] std::vector<std::int64_t> member_numbers(const PoolIdentity& pool) override;
+  [[nodiscard]] std::int64_t members_version() override;
   [[nodiscard]] std::vector<std::int64_t> queued_numbers(const PoolIdentity& pool) override;
   [[nodiscard]] std::optional<SubmissionPnl> queued(std::int64_t id) override;
 
@@ -43,6 +44,7 @@ class SqliteSubmissionTable final : public SubmissionTable {
 
   SqliteDatabase& database_;
   std::unique_ptr<Statements> statements_;
+  std::int64_t settled_here_ = 0;
 };
 
 }  // namespace varnholt::embedded

@@ -129,6 +129,9 @@ class SubmissionTable {
   }
   // Their numbers, in the same order. A number is never given twice, also not after a deletion.
   [[nodiscard]] virtual std::vector<std::int64_t> member_numbers(const PoolIdentity& pool) = 0;
+  // Stays the same as long as the members of all pools do, and their PnL with them. It may change
+  // where they do not.
+  [[nodiscard]] virtual std::int64_t members_version() = 0;
   // The numbers of the queued submissions of a pool, in the order in which they are to be settled:
   // by run and generation, in each the best quality first, and of equal ones the earlier candidate.
   // The moment of enqueueing says nothing: it depends on how many workers there are.

@@ -57,46 +57,6 @@ TEST(PearsonCorrelation, RefusesWhatCannotBeCompared) {
                std::invalid_argument);
 }
 
-TEST(Digamma, OfIntegers) {
-  const std::vector<double> psi = digamma_of_integers(1000);
-  ASSERT_EQ(psi.size(), 1000U);
-  EXPECT_DOUBLE_EQ(psi[0], -kEulerGamma);
-  EXPECT_DOUBLE_EQ(psi[1], 1.0 - kEulerGamma);
-  EXPECT_NEAR(psi[9], 2.251752589066721, 1e-14);
-  // The asymptotic series: ln n - 1/(2n) - 1/(12 n^2).
-  EXPECT_NEAR(psi[999], std::log(1000.0) - 1.0 / 2000.0 - 1.0 / 12e6, 1e-12);
-  EXPECT_TRUE(digamma_of_integers(0).empty());
-}
-
-TEST(NormalQuantile, UndoesTheDistributionFunction) {
-  EXPECT_NEAR(normal_quantile(0.975), 1.959963984540054, 1e-14);
-  EXPECT_NEAR(normal_quantile(1e-10), -6.361340902404056, 1e-12);
-  EXPECT_NEAR(normal_quantile(0.5), 0.0, 1e-16);
-  for (double p = 0.0005; p < 1.0; p += 0.0005) {
-    const double x = normal_quantile(p);
-    EXPECT_NEAR(0.5 * std::erfc(-x / std::sqrt(2.0)), p, 1e-14);
-    EXPECT_NEAR(normal_quantile(1.0 - p), -x, 1e-11);
-  }
-}
-
-TEST(NormalScoresTest, FollowTheOrderOfTheValues) {
-  const ArrayXd series{{0.3, -7.0, 0.3, 5.0, 0.1}};
-  const NormalScores scores(series);
-  ASSERT_EQ(scores.size(), 5);
-  EXPECT_FALSE(scores.is_constant());
-  EXPECT_DOUBLE_EQ(scores.by_day()[1], normal_quantile(0.1));
-  EXPECT_DOUBLE_EQ(scores.by_day()[4], normal_quantile(0.3));
-  EXPECT_DOUBLE_EQ(scores.by_day()[3], normal_quantile(0.9));
-  // The two that are tied share the two middle scores in one order or the other.
-  EXPECT_DOUBLE_EQ(std::min(scores.by_day()[0], scores.by_day()[2]), normal_quantile(0.5));
-  EXPECT_DOUBLE_EQ(std::max(scores.by_day()[0], scores.by_day()[2]), normal_quantile(0.7));
-  for (std::size_t day = 0; day < 5; ++day) {
-    const auto place = static_cast<std::size_t>(scores.place_of_day()[day]);
-    EXPECT_EQ(scores.in_order()[place], scores.by_day()[static_cast<Index>(day)]);
-  }
-  EXPECT_TRUE(NormalScores(ArrayXd::Constant(5, 0.25)).is_constant());
-}
-
 // The estimator as it is defined, with every distance looked at.
 double slow_mutual_information(const NormalScores& x, const NormalScores& y, int k) {
   const Index n = x.size();
@@ -247,6 +207,40 @@ TEST(MutualInformation, RefusesWhatCannotBeCompared) {
   ArrayXd broken = x;
   broken[0] = std::numeric_limits<double>::infinity();
   EXPECT_THROW(static_cast<void>(mutual_information(x, broken)), std::invalid_argument);
+}
+
+TEST(MutualInformationFrom, IsTheEstimateItselfUnlessItIsSurelyLess) {
+  constexpr Index kManyDays = 1200;
+  int left = 0;
+  for (std::uint64_t seed = 1; seed <= 24; ++seed) {
+    SCOPED_TRACE(seed);
+    const ArrayXd x = normal_series(kManyDays, seed);
+    ArrayXd y = correlated(x, 0.04 * static_cast<double>(seed), seed + 100);
+    // Alike on one day in five, and nothing in common on the others.
+    if (seed % 3 == 0) y = (normal_series(kManyDays, seed + 200) > 0.84).select(x, y);
+    const NormalScores scores(x);
+    const NormalScores others(y);
+    const double information = mutual_information(scores, others);
+    for (const double least : {0.05, 0.25, 0.5, 1.0}) {
+      const std::optional<double> found = mutual_information_from(scores, others, least);
+      if (found) {
+        EXPECT_EQ(*found, information) << "to the last bit";
+      } else {
+        EXPECT_LT(information, least);
+        ++left;
+      }
+    }
+    EXPECT_EQ(mutual_information_from(scores, others, information), information);
+  }
+  EXPECT_GT(left, 30);
+}
+
+TEST(MutualInformationFrom, LooksAtAllOfAFewDays) {
+  const NormalScores x(normal_series(200, 1));
+  const NormalScores y(normal_series(200, 2));
+  EXPECT_EQ(mutual_information_from(x, y, 5.0), mutual_information(x, y));
+  const NormalScores flat(ArrayXd::Constant(200, 0.5));
+  EXPECT_EQ(mutual_information_from(x, flat, 5.0), 0.0);
 }
 
 }  // namespace

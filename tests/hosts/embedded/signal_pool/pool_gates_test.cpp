@@ -22,6 +22,12 @@ TEST(Novelty, OfAGaussianPairIsWhatTheCorrelationLeaves) {
   EXPECT_EQ(novelty_of(std::numeric_limits<double>::infinity()), 0.0);
 }
 
+TEST(Novelty, IsLeftByTheInformationThatIsNamedForIt) {
+  for (const double novelty : {0.01, 0.2, 0.6, 1.0})
+    EXPECT_NEAR(novelty_of(information_of(novelty)), novelty, 1e-12);
+  EXPECT_EQ(information_of(0.0), std::numeric_limits<double>::infinity());
+}
+
 TEST(PoolGates, DecideAtTheirThresholds) {
   const PoolThresholds thresholds{0.25, 0.75};
   struct Row {
@@ -50,6 +56,11 @@ TEST(PoolGates, TellWhatWasMeasuredAndAgainstWhom) {
   measure.nearest_by_correlation = "4-2";
   EXPECT_EQ(refusal(measure, {0.25, 0.75})->detail,
             "novelty 0.125 is below 0.25; it depends most on member 3-17");
+  measure.members = 195;
+  measure.informed = 3;
+  EXPECT_EQ(refusal(measure, {0.25, 0.75})->detail,
+            "novelty 0.125 is below 0.25; it depends most on member 3-17 of the 3 that were asked; "
+            "the other 192 were not");
   EXPECT_EQ(refusal(measure, {0.0, 0.75})->detail,
             "correlation 0.875 is above 0.75, with member 4-2");
 }

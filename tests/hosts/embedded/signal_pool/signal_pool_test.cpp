@@ -8,6 +8,7 @@
 
 #include <gmock/gmock.h>
 
+#include "hosts/embedded/signal_pool/pnl_measures.hpp"
 #include "hosts/embedded/signal_pool/pool_errors.hpp"
 #include "tests/hosts/embedded/signal_pool/pool_fixture.hpp"
 
@@ -69,7 +70,8 @@ TEST_F(SignalPoolTest, MeasuresAgainstTheNearestMember) {
   join(normal_series(kDays, 7));
   const std::string near = join(correlated(base_, -0.9, 2));
   const std::string curved = join(base_.square() + 0.01 * normal_series(kDays, 3));
-  SignalPool pool(*store_, pool_);
+  // A gate that refuses neither.
+  SignalPool pool(*store_, pool_, kDefaultCommonDays, 0.01);
   EXPECT_TRUE(pool.refresh());
   const PoolMeasure measure = pool.measure(base_);
   EXPECT_NEAR(measure.correlation, 0.9, 0.05) << "the sign does not count";
@@ -180,6 +182,7 @@ TEST_F(SignalPoolTest, IsNotConfirmedWhileAnotherHoldsTheLock) {
 }
 
 TEST_F(SignalPoolTest, OtherTroublesOfTheStorePass) {
+  join(base_);
   SignalPool pool(*store_, pool_);
   execute("ALTER TABLE submissions RENAME COLUMN pnl TO gone");
   EXPECT_THROW(static_cast<void>(pool.refresh()), StoreError);

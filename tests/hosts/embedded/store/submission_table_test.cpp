@@ -187,6 +187,18 @@ TEST_F(SubmissionTableTest, ListsMembersInTheOrderOfSettlement) {
   EXPECT_GT(enqueue("1-1").id, third);
 }
 
+TEST_F(SubmissionTableTest, TheVersionOfTheMembersChangesWithThem) {
+  const std::int64_t at_first = table().members_version();
+  const std::int64_t id = enqueue("1-1").id;
+  EXPECT_EQ(table().members_version(), at_first) << "queued is no member";
+  table().settle(id, accepted(5.0));
+  const std::int64_t settled = table().members_version();
+  EXPECT_NE(settled, at_first);
+  EXPECT_EQ(table().members_version(), settled);
+  SqliteDatabase(path_, 1000).execute("UPDATE submissions SET pnl = NULL", "changing it");
+  EXPECT_NE(table().members_version(), settled) << "by another connection";
+}
+
 TEST_F(SubmissionTableTest, WalksTheQueueInOrder) {
   const std::int64_t first = enqueue("1-3").id;
   const std::int64_t second = enqueue("1-1").id;

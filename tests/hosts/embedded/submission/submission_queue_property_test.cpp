@@ -8,6 +8,7 @@
 
 #include <gmock/gmock.h>
 
+#include "hosts/embedded/signal_pool/pnl_measures.hpp"
 #include "tests/hosts/embedded/submission/queue_fixture.hpp"
 
 namespace varnholt::embedded::test {

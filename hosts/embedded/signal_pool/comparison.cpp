@@ -1,0 +1,135 @@
+#include "hosts/embedded/signal_pool/comparison.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <vector>
+
+namespace varnholt::embedded {
+namespace {
+
+using Eigen::ArrayXd;
+using Eigen::Index;
+
+// Keeps the greatest, and of equal ones the member that joined first.
+class Greatest {
+ public:
+  explicit Greatest(const std::optional<MemberInformation>& known) {
+    if (known) information_ = known->information;
+  }
+  void offer(double information, std::size_t row) {
+    const bool is_earlier = row_ && information == information_ && row < *row_;
+    if (!(information > information_) && !is_earlier) return;
+    information_ = information;
+    row_ = row;
+  }
+  [[nodiscard]] double information() const { return information_; }
+  // The row that gave it; absent where none was greater than what was known.
+  [[nodiscard]] std::optional<std::size_t> row() const { return row_; }
+
+ private:
+  double information_ = -std::numeric_limits<double>::infinity();
+  std::optional<std::size_t> row_;
+};
+
+// The measure's information and novelty from what the members say.
+void conclude(PoolComparison& known) {
+  const auto& all = known.of_all;
+  const auto& nearest = known.of_nearest;
+  const bool is_of_all = all && (!nearest || all->information >= nearest->information);
+  const MemberInformation& greater = is_of_all ? *all : *nearest;
+  known.measure.mutual_information = greater.information;
+  known.measure.nearest_by_information = greater.eval_id;
+  known.measure.novelty = novelty_of(greater.information);
+}
+
+// Of a Gaussian pair; at most what so many days can show.
+double gaussian_information(double correlation, Index days) {
+  return std::min(-0.5 * std::log1p(-correlation * correlation),
+                  std::log(static_cast<double>(days)));
+}
+
+}  // namespace
+
+std::optional<std::size_t> MemberComparison::find_nearest(const ComparedSignal& signal,
+                                                          std::size_t first,
+                                                          PoolMeasure& measure) const {
+  const std::vector<double> found = series_.correlations(signal, first);
+  double greatest = measure.correlation;
+  for (const double correlation : found)
+    greatest = std::max(greatest, correlation);
+  std::optional<std::size_t> nearest;
+  for (std::size_t i = 0; i < found.size(); ++i) {
+    if (found[i] < greatest - MemberSeries::kProductError) continue;
+    const double correlation = series_.correlation(signal, first + i);
+    if (measure.nearest_by_correlation && correlation <= measure.correlation) continue;
+    measure.correlation = correlation;
+    measure.nearest_by_correlation = eval_id_(first + i);
+    nearest = first + i;
+  }
+  return nearest;
+}
+
+void MemberComparison::add_information(const ComparedSignal& signal, std::size_t first,
+                                       std::optional<std::size_t> nearest, double least_novelty,
+                                       PoolComparison& known) const {
+  double of_nearest = 0.0;
+  if (nearest) {
+    of_nearest = series_.neighbour_information(signal, *nearest);
+    known.of_nearest = MemberInformation{of_nearest, eval_id_(*nearest)};
+    ++known.measure.informed;
+    conclude(known);
+    if (known.measure.novelty < least_novelty) return;
+  }
+
+  const bool has_tables = series_.days() >= kFewestTabledDays;
+  const double refusing = information_of(least_novelty);
+  std::vector<std::pair<double, std::size_t>> asked;
+  Greatest greatest(known.of_all);
+  for (std::size_t row = first; row < series_.size(); ++row) {
+    const double information = series_.table_information(signal, row);
+    if (has_tables && information < kDoubt * refusing) {
+      greatest.offer(information, row);
+    } else if (row == nearest) {
+      greatest.offer(of_nearest, row);
+    } else {
+      asked.emplace_back(-information, row);
+    }
+  }
+  const std::size_t told_before = nearest ? 1 : 0;
+  known.measure.informed += static_cast<std::int64_t>(series_.size() - first - told_before);
+  // Those that tell most come first: they are the likeliest to be enough.
+  std::sort(asked.begin(), asked.end());
+  for (const auto& [opposite_information, row] : asked) {
+    const double told = -opposite_information;
+    const bool may_be_left = has_tables && told < kNearlyRefused * refusing;
+    const auto information = may_be_left
+                                 ? series_.neighbour_information_from(signal, row, refusing)
+                                 : std::optional(series_.neighbour_information(signal, row));
+    greatest.offer(information.value_or(told), row);
+    if (novelty_of(greatest.information()) < least_novelty) break;
+  }
+  if (const auto row = greatest.row()) {
+    known.of_all = MemberInformation{greatest.information(), eval_id_(*row)};
+  }
+  conclude(known);
+}
+
+void MemberComparison::add(const ArrayXd& pnl, std::size_t first, double least_novelty,
+                           PoolComparison& known) const {
+  PoolMeasure& measure = known.measure;
+  const ComparedSignal signal = series_.compared(pnl);
+  const std::optional<std::size_t> nearest = find_nearest(signal, first, measure);
+  measure.members += static_cast<std::int64_t>(series_.size() - first);
+  if (!(least_novelty > 0.0)) {
+    measure.mutual_information = gaussian_information(measure.correlation, series_.days());
+    measure.nearest_by_information = measure.nearest_by_correlation;
+    measure.novelty = novelty_of(measure.mutual_information);
+    return;
+  }
+  // Of a signal that is refused, only the correlation is still looked at.
+  if (measure.novelty < least_novelty) return;
+  add_information(signal, first, nearest, least_novelty, known);
+}
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,88 @@
+// How a new signal is compared with the members of its pool.
+//
+//   correlation  The greatest absolute one with any member, by pearson_correlation(). One product
+//                of the matrix of all members finds it, and it is computed anew by the definition.
+//   information  The greatest mutual information with any member. Beside the member that correlates
+//                most it is estimated by neighbours (mutual_information()). Beside any other a
+//                table of equal parts tells it (part_table.hpp); where the table tells enough to
+//                leave a doubt, at least kDoubt of what would refuse the signal, neighbours are
+//                asked, until they are sure that it is less. Over fewer than kFewestTabledDays a
+//                table tells too little, and neighbours are always asked.
+//   novelty      That of this information.
+//
+// So each member is measured, and the figure of one that is near enough to matter is the estimate
+// by neighbours; of the others, which nothing depends on, it is the table's. A dependence that is
+// finer than the parts of the table is not seen, unless it is with the member that correlates most.
+//
+// Two things end it before: where any novelty will do, the information is only that of a Gaussian
+// pair with this correlation; and the first member beside which the novelty is too low is enough,
+// the rest are not asked. The measure says how many were.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include <Eigen/Core>
+
+#include "hosts/embedded/signal_pool/member_series.hpp"
+#include "hosts/embedded/signal_pool/pool_gates.hpp"
+
+namespace varnholt::embedded {
+
+// With fewer days than this the cells of a table are too few.
+inline constexpr Eigen::Index kFewestTabledDays = 500;
+// Of pairs that neighbours refuse a table shows at least a quarter of what refuses, over 500 days
+// and more: that little where the two are alike on a fifth of the days and have nothing in common
+// on the rest. Of smooth dependence it shows nine tenths.
+inline constexpr double kDoubt = 0.25;
+// From here on neighbours look at every day.
+inline constexpr double kNearlyRefused = 0.5;
+
+// The mutual information with a member.
+struct MemberInformation {
+  double information = 0.0;
+  std::string eval_id;
+};
+
+// What a signal comes to against the first members of a pool. It may be made in one process and
+// taken over by another, which knows the same ones.
+struct PoolComparison {
+  std::int64_t members = 0;      // How many it was compared with ...
+  std::int64_t last_member = 0;  // ... and the number of the last one's submission.
+  PoolMeasure measure;
+  // What the measure's information is the greater of: the greatest that any member gives without
+  // regard to which of them correlates most, and that by neighbours with the one that does.
+  std::optional<MemberInformation> of_all = {};
+  std::optional<MemberInformation> of_nearest = {};
+};
+
+class MemberComparison {
+ public:
+  using NameOfRow = std::function<const std::string&(std::size_t row)>;
+
+  // The series must outlive the object, and must not grow. `eval_id` names the member of a row.
+  MemberComparison(const MemberSeries& series, NameOfRow eval_id)
+      : series_(series), eval_id_(std::move(eval_id)) {}
+
+  // Adds what the rows from `first` on say to what is known of those before them.
+  void add(const Eigen::ArrayXd& pnl, std::size_t first, double least_novelty,
+           PoolComparison& known) const;
+
+ private:
+  // Of the rows that correlate more than all before, the one that does most.
+  [[nodiscard]] std::optional<std::size_t> find_nearest(const ComparedSignal& signal,
+                                                        std::size_t first,
+                                                        PoolMeasure& measure) const;
+  void add_information(const ComparedSignal& signal, std::size_t first,
+                       std::optional<std::size_t> nearest, double least_novelty,
+                       PoolComparison& known) const;
+
+  const MemberSeries& series_;
+  NameOfRow eval_id_;
+};
+
+}  // namespace varnholt::embedded

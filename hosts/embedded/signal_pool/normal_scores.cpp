@@ -1,0 +1,168 @@
+#include "hosts/embedded/signal_pool/normal_scores.hpp"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cmath>
+#include <cstddef>
+#include <numbers>
+#include <stdexcept>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace varnholt::embedded {
+namespace {
+
+using Eigen::ArrayXd;
+using Eigen::Index;
+
+// SplitMix64 (G. Steele, D. Lea, C. Flood, "Fast splittable pseudorandom number generators", 2014):
+// one step, and a mixer of bits.
+std::uint64_t mixed(std::uint64_t bits) {
+  bits += 0x9e3779b97f4a7c15ULL;
+  bits = (bits ^ (bits >> 30)) * 0xbf58476d1ce4e5b9ULL;
+  bits = (bits ^ (bits >> 27)) * 0x94d049bb133111ebULL;
+  return bits ^ (bits >> 31);
+}
+
+struct DayValue {
+  std::uint64_t key = 0;  // Orders as the values do.
+  Index day = 0;
+};
+
+// Of two numbers the greater has the greater key; zeros of either sign, which are equal, stand side
+// by side.
+std::uint64_t order_key(double value) {
+  constexpr std::uint64_t kSign = std::uint64_t{1} << 63;
+  const auto bits = std::bit_cast<std::uint64_t>(value);
+  return (bits & kSign) != 0 ? ~bits : bits | kSign;
+}
+
+// The days in the order of their values, by a radix sort: a fifth of the time of comparing.
+std::vector<DayValue> in_order_of_value(const Eigen::Ref<const ArrayXd>& series) {
+  constexpr int kDigitBits = 11;
+  constexpr int kPasses = 6;
+  constexpr std::size_t kDigits = std::size_t{1} << kDigitBits;
+  const auto size = static_cast<std::size_t>(series.size());
+  std::vector<DayValue> days(size);
+  std::vector<std::array<std::uint32_t, kDigits>> counts(kPasses);
+  const auto digit = [](std::uint64_t key, int pass) {
+    return static_cast<std::size_t>(key >> (pass * kDigitBits)) & (kDigits - 1);
+  };
+  for (std::size_t i = 0; i < size; ++i) {
+    days[i] = {order_key(series[static_cast<Index>(i)]), static_cast<Index>(i)};
+    for (int pass = 0; pass < kPasses; ++pass)
+      ++counts[static_cast<std::size_t>(pass)][digit(days[i].key, pass)];
+  }
+  std::vector<DayValue> sorted(size);
+  for (int pass = 0; pass < kPasses; ++pass) {
+    auto& places = counts[static_cast<std::size_t>(pass)];
+    std::uint32_t place = 0;
+    for (std::uint32_t& count : places)
+      place += std::exchange(count, place);
+    for (const DayValue& day : days)
+      sorted[places[digit(day.key, pass)]++] = day;
+    days.swap(sorted);
+  }
+  return days;
+}
+
+// The seed that the ties of a series are ordered with: the pattern of its ranks, each day's being
+// the number of different values that are smaller.
+std::uint64_t seed_of_ties(const std::vector<std::uint64_t>& rank_of_day) {
+  std::uint64_t seed = 0;
+  for (const std::uint64_t rank : rank_of_day)
+    seed = mixed(seed ^ rank);
+  return seed;
+}
+
+// Puts days with equal values, which stand side by side, into their fixed order.
+void order_ties(const Eigen::Ref<const ArrayXd>& series, std::vector<DayValue>& days) {
+  std::vector<std::uint64_t> rank_of_day(days.size());
+  std::uint64_t rank = 0;
+  for (std::size_t place = 1; place < days.size(); ++place) {
+    if (series[days[place].day] != series[days[place - 1].day]) ++rank;
+    rank_of_day[static_cast<std::size_t>(days[place].day)] = rank;
+  }
+  if (rank + 1 >= days.size()) return;
+  const std::uint64_t seed = seed_of_ties(rank_of_day);
+  for (std::size_t first = 0; first < days.size();) {
+    std::size_t end = first + 1;
+    while (end < days.size() && series[days[end].day] == series[days[first].day])
+      ++end;
+    for (std::size_t place = first; place < end; ++place)
+      days[place].key = mixed(seed ^ mixed(static_cast<std::uint64_t>(days[place].day)));
+    std::sort(days.begin() + static_cast<std::ptrdiff_t>(first),
+              days.begin() + static_cast<std::ptrdiff_t>(end),
+              [](const DayValue& left, const DayValue& right) { return left.key < right.key; });
+    first = end;
+  }
+}
+
+}  // namespace
+
+void require_finite(const Eigen::Ref<const ArrayXd>& series) {
+  if (series.isFinite().all()) return;
+  throw std::invalid_argument("a PnL series has an entry that is no finite number");
+}
+
+DayTables::DayTables(Index days) : digamma(digamma_of_integers(days)) {
+  scores.reserve(static_cast<std::size_t>(days));
+  for (Index place = 0; place < days; ++place) {
+    scores.push_back(
+        normal_quantile((static_cast<double>(place) + 0.5) / static_cast<double>(days)));
+  }
+}
+
+NormalScores::NormalScores(const ArrayXd& series)
+    : NormalScores(series, std::make_shared<const DayTables>(series.size())) {}
+
+NormalScores::NormalScores(const Eigen::Ref<const ArrayXd>& series,
+                           std::shared_ptr<const DayTables> tables)
+    : tables_(std::move(tables)),
+      by_day_(series.size()),
+      place_of_day_(static_cast<std::size_t>(series.size())) {
+  require_finite(series);
+  if (std::cmp_not_equal(tables_->scores.size(), series.size())) {
+    throw std::invalid_argument(fmt::format("tables for {} days do not fit a series of {}",
+                                            tables_->scores.size(), series.size()));
+  }
+  std::vector<DayValue> days = in_order_of_value(series);
+  order_ties(series, days);
+  is_constant_ = days.empty() || series.minCoeff() == series.maxCoeff();
+  for (std::size_t place = 0; place < days.size(); ++place) {
+    const Index day = days[place].day;
+    place_of_day_[static_cast<std::size_t>(day)] = static_cast<Index>(place);
+    by_day_[day] = tables_->scores[place];
+  }
+}
+
+double normal_quantile(double p) {
+  if (p > 0.5) return -normal_quantile(1.0 - p);
+  // A rational function that is right to 4.5e-4 (M. Abramowitz, I. Stegun, "Handbook of
+  // mathematical functions", 26.2.23), and two steps of Halley's method to the last digits.
+  const double t = std::sqrt(-2.0 * std::log(p));
+  double x = (2.515517 + t * (0.802853 + t * 0.010328)) /
+                 (1.0 + t * (1.432788 + t * (0.189269 + t * 0.001308))) -
+             t;
+  for (int step = 0; step < 2; ++step) {
+    const double error = 0.5 * std::erfc(-x / std::numbers::sqrt2) - p;
+    const double newton = error * std::sqrt(2.0 * std::numbers::pi) * std::exp(x * x / 2.0);
+    x -= newton / (1.0 + x * newton / 2.0);
+  }
+  return x;
+}
+
+std::vector<double> digamma_of_integers(std::int64_t n) {
+  std::vector<double> values;
+  values.reserve(static_cast<std::size_t>(n));
+  double value = -std::numbers::egamma;
+  for (std::int64_t m = 1; m <= n; ++m) {
+    values.push_back(value);
+    value += 1.0 / static_cast<double>(m);
+  }
+  return values;
+}
+
+}  // namespace varnholt::embedded
