@@ -6,7 +6,7 @@
 namespace varnholt::python {
 
 nb::object ModuleGlobals::get(const char* name) const {
-  const nb::object key = text_object(name);
+  const nb::object key = name_object(name);
   PyObject* const found = PyDict_GetItemWithError(globals_.ptr(), key.ptr());
   if (found != nullptr) return nb::borrow(found);
   if (PyErr_Occurred() == nullptr) PyErr_Format(PyExc_NameError, "name '%s' is not defined", name);

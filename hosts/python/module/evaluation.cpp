@@ -1,6 +1,7 @@
 #include "hosts/python/host/python_context.hpp"
 #include "hosts/python/host/python_host.hpp"
 #include "hosts/python/module/init.hpp"
+#include "hosts/python/module/quick_paths.hpp"
 #include "hosts/python/values/conversion.hpp"
 #include "search_templates/genetic/context/verdicts.hpp"
 #include "search_templates/genetic/evaluation/candidate_result.hpp"
@@ -12,6 +13,7 @@ namespace {
 
 void init_numbers(nb::module_& module) {
   module.def("number", [](const Any& value, const Any& fallback) {
+    if (nb::object quick = quick_number(value); quick.is_valid()) return quick;
     return to_python(genetic::number(to_value(value), to_value(fallback)));
   });
   module.def("optional_correlation", [](const Any& value) {

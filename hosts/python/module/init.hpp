@@ -34,6 +34,7 @@ void init_process(nb::module_& module);
 void init_child(nb::module_& module);
 void init_batch(nb::module_& module);
 void init_driver(nb::module_& module);
+void init_module_type(nb::module_& module);
 
 }  // namespace varnholt::python
 

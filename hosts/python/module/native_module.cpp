@@ -21,4 +21,5 @@ NB_MODULE(_native, module) {
   python::init_child(module);
   python::init_batch(module);
   python::init_driver(module);
+  python::init_module_type(module);
 }

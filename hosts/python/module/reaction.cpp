@@ -1,6 +1,7 @@
 #include "hosts/python/host/python_context.hpp"
 #include "hosts/python/host/python_host.hpp"
 #include "hosts/python/module/init.hpp"
+#include "hosts/python/module/quick_paths.hpp"
 #include "hosts/python/values/conversion.hpp"
 #include "search_templates/genetic/reaction/failure_metrics.hpp"
 #include "search_templates/genetic/reaction/lineage.hpp"
@@ -49,6 +50,7 @@ void init_failure_metrics(nb::module_& module) {
   });
   module.def("with_expanded_reaction_failures", &with_expanded_reaction_failures);
   module.def("failure_metric_pair", [](PythonHost& host, const Any& failure) {
+    if (nb::object quick = quick_failure_metric_pair(failure); quick.is_valid()) return quick;
     return pair_object(genetic::failure_metric_pair(host.json_reader(), to_value(failure)));
   });
   module.def("sharpe_reaction_value", [](PythonHost& host, const Any& result) {
@@ -70,15 +72,17 @@ void init_failure_metrics(nb::module_& module) {
 void init_reaction(nb::module_& module) {
   init_failure_tests(module);
   init_failure_metrics(module);
-  module.def("annotate_candidate_results", [](const Any& results, const Any& start_index,
-                                              const Any& improvement_depth,
-                                              const Any& improvements) {
-    static_cast<void>(genetic::annotate_candidate_results(to_value(results), to_value(start_index),
-                                                          to_value(improvement_depth),
-                                                          to_value(improvements)));
-    // The very object that was given, whatever its type.
-    return results;
-  });
+  module.def("annotate_candidate_results",
+             [](const Any& results, const Any& start_index, const Any& improvement_depth,
+                const Any& improvements) {
+               if (!quick_annotation(results, start_index, improvement_depth, improvements)) {
+                 static_cast<void>(genetic::annotate_candidate_results(
+                     to_value(results), to_value(start_index), to_value(improvement_depth),
+                     to_value(improvements)));
+               }
+               // The very object that was given, whatever its type.
+               return results;
+             });
   module.def("elapsed_candidate_seconds", [](const Any& results) {
     return to_python(genetic::elapsed_candidate_seconds(to_value(results)));
   });

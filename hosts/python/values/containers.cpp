@@ -149,6 +149,19 @@ std::optional<Value> DictStorage::plain_copy() const {
   return copy.is_valid() ? std::optional(to_value(copy)) : std::nullopt;
 }
 
+std::optional<std::string> DictStorage::canonical_text() const {
+  return walk_canonical_text(object());
+}
+
+bool DictStorage::tell(genetic::PlainParts& parts) const {
+  return walk_parts(object(), parts);
+}
+
+bool DictStorage::tell_names(genetic::NamedNodes which,
+                             const std::function<void(std::string_view)>& take) const {
+  return walk_names(object(), which, take);
+}
+
 std::optional<Value> OpaqueDictStorage::find(const Value& key) const {
   PyObject* const found = item_of(object(), key);
   return found == nullptr ? std::nullopt : std::optional(opaque_record(found));

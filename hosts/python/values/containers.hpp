@@ -6,13 +6,16 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <utility>
 
 #include <nanobind/nanobind.h>
 
-#include "search_templates/genetic/graph/plain_copy_source.hpp"
+#include "search_templates/genetic/graph/host_graph.hpp"
 #include "search_templates/genetic/value/storage.hpp"
 
 namespace varnholt::python {
@@ -50,7 +53,7 @@ class PythonStorage : public genetic::MappingStorage {
 };
 
 // Over a dict of the exact type.
-class DictStorage : public PythonStorage, public genetic::PlainCopySource {
+class DictStorage : public PythonStorage, public genetic::HostGraph {
  public:
   explicit DictStorage(nb::object dict) : PythonStorage(std::move(dict)) {}
 
@@ -60,6 +63,10 @@ class DictStorage : public PythonStorage, public genetic::PlainCopySource {
   bool erase(const genetic::Value& key) override;
   [[nodiscard]] std::unique_ptr<Cursor> entries() const override;
   [[nodiscard]] std::optional<genetic::Value> plain_copy() const override;
+  [[nodiscard]] std::optional<std::string> canonical_text() const override;
+  [[nodiscard]] bool tell(genetic::PlainParts& parts) const override;
+  [[nodiscard]] bool tell_names(genetic::NamedNodes which,
+                                const std::function<void(std::string_view)>& take) const override;
 };
 
 // The same for a dict whose values are mostly handed on: each of them is the very object that

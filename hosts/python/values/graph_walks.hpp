@@ -6,7 +6,14 @@
 // to complain of. Nothing of the host has been asked until then, so that nobody can tell.
 #pragma once
 
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
 #include <nanobind/nanobind.h>
+
+#include "search_templates/genetic/graph/host_graph.hpp"
 
 namespace varnholt::python {
 
@@ -22,5 +29,11 @@ namespace nb = nanobind;
 // they give up.
 [[nodiscard]] nb::object walk_node_names(nb::handle graph);
 [[nodiscard]] nb::object walk_feature_names(nb::handle graph);
+
+// The walks of genetic::HostGraph.
+[[nodiscard]] std::optional<std::string> walk_canonical_text(nb::handle graph);
+[[nodiscard]] bool walk_parts(nb::handle graph, genetic::PlainParts& parts);
+[[nodiscard]] bool walk_names(nb::handle graph, genetic::NamedNodes which,
+                              const std::function<void(std::string_view)>& take);
 
 }  // namespace varnholt::python

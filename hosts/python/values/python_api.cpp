@@ -1,6 +1,9 @@
 #include "hosts/python/values/python_api.hpp"
 
+#include <array>
 #include <cstddef>
+#include <cstdint>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -33,8 +36,7 @@ nb::object call(nb::handle callable, std::initializer_list<nb::handle> positiona
   Py_ssize_t place = 0;
   for (const Keyword& keyword : keywords) {
     arguments.push_back(keyword.value.ptr());
-    PyTuple_SET_ITEM(names.ptr(), place++,
-                     checked(PyUnicode_InternFromString(keyword.name)).release().ptr());
+    PyTuple_SET_ITEM(names.ptr(), place++, name_object(keyword.name).release().ptr());
   }
   return checked(
       PyObject_Vectorcall(callable.ptr(), arguments.data(), positional.size(), names.ptr()));
@@ -47,7 +49,7 @@ nb::object call_method(nb::handle object, const char* name,
 }
 
 nb::object attribute(nb::handle object, const char* name) {
-  return checked(PyObject_GetAttrString(object.ptr(), name));
+  return attribute(object, name_object(name));
 }
 
 nb::object attribute(nb::handle object, nb::handle name) {
@@ -55,15 +57,18 @@ nb::object attribute(nb::handle object, nb::handle name) {
 }
 
 std::optional<nb::object> find_attribute(nb::handle object, nb::handle name) {
-  PyObject* const found = PyObject_GetAttr(object.ptr(), name.ptr());
-  if (found != nullptr) return nb::steal(found);
-  if (PyErr_ExceptionMatches(PyExc_AttributeError) == 0) throw_current_error();
-  PyErr_Clear();
-  return std::nullopt;
+  // Spares the interpreter the making of an error that nobody sees.
+  PyObject* found = nullptr;
+#if PY_VERSION_HEX >= 0x030D0000
+  checked(PyObject_GetOptionalAttr(object.ptr(), name.ptr(), &found));
+#else
+  checked(_PyObject_LookupAttr(object.ptr(), name.ptr(), &found));
+#endif
+  return found == nullptr ? std::nullopt : std::optional(nb::steal(found));
 }
 
 std::optional<nb::object> find_attribute(nb::handle object, std::string_view name) {
-  return find_attribute(object, text_object(name));
+  return find_attribute(object, name_object(name));
 }
 
 nb::object attribute_or_none(nb::handle object, const char* name) {
@@ -99,6 +104,23 @@ nb::object import_name(const char* module_name, const char* name) {
                                             module_name, path.ptr()));
   PyErr_SetImportError(text.ptr(), text_object(module_name).ptr(), path.ptr());
   throw_current_error();
+}
+
+nb::object name_object(std::string_view name) {
+  struct Place {
+    std::string name;
+    PyObject* object = nullptr;
+  };
+  constexpr std::size_t kPlaces = 512;
+  static auto* const table = new std::array<Place, kPlaces>();
+  Place& place = (*table)[reinterpret_cast<std::uintptr_t>(name.data()) / sizeof(void*) % kPlaces];
+  if (place.object == nullptr || place.name != name) {
+    PyObject* made = text_object(name).release().ptr();
+    PyUnicode_InternInPlace(&made);
+    place.name = name;
+    Py_XDECREF(std::exchange(place.object, made));
+  }
+  return nb::borrow(place.object);
 }
 
 nb::object text_object(std::string_view text) {

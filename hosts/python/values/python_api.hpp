@@ -52,5 +52,8 @@ void set_attribute(nb::handle object, const char* name, nb::handle value);
 // A text. Surrogates pass in both directions, in the three bytes that UTF-8 would give them: a
 // file name that is no valid Unicode keeps its characters inside an exception's text.
 [[nodiscard]] nb::object text_object(std::string_view text);
+// The same for a name. Nearly all names stand in the program and come again and again: a table
+// holds those that came last, by where they stand.
+[[nodiscard]] nb::object name_object(std::string_view name);
 
 }  // namespace varnholt::python

@@ -1,6 +1,9 @@
 #include "hosts/python/values/python_object.hpp"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "hosts/python/values/containers.hpp"
 #include "hosts/python/values/conversion.hpp"
@@ -246,7 +249,7 @@ std::optional<Value> PythonObject::attribute(std::string_view name) const {
 }
 
 Value PythonObject::required_attribute(std::string_view name) const {
-  return to_value(checked(PyObject_GetAttr(object_.ptr(), text_object(name).ptr())));
+  return to_value(checked(PyObject_GetAttr(object_.ptr(), name_object(name).ptr())));
 }
 
 std::optional<Value> PythonObject::deep_copy_of(const Value& root) const {
@@ -258,8 +261,63 @@ Value PythonObject::shallow_copy() const {
   return to_value(call_method(import_module("copy"), "copy", {object_}));
 }
 
+namespace {
+
+// The arguments side by side, as the interpreter passes them on.
+class Arguments {
+ public:
+  explicit Arguments(std::size_t count) {
+    objects_.reserve(count);
+    // A place in front, which a bound method fills with its object.
+    pointers_.reserve(1 + count);
+    pointers_.push_back(nullptr);
+  }
+
+  void add(const Value& value) {
+    objects_.push_back(to_python(value));
+    pointers_.push_back(objects_.back().ptr());
+  }
+
+  [[nodiscard]] nb::object call(nb::handle callable, std::size_t positional,
+                                PyObject* names) const {
+    return checked(PyObject_Vectorcall(callable.ptr(), pointers_.data() + 1,
+                                       positional | PY_VECTORCALL_ARGUMENTS_OFFSET, names));
+  }
+
+ private:
+  std::vector<nb::object> objects_;
+  mutable std::vector<PyObject*> pointers_;
+};
+
+bool has_names_of_its_own(const Mapping& keywords) {
+  if (keywords.storage() != nullptr) return false;
+  const auto entries = keywords.native_entries();
+  return std::all_of(entries.begin(), entries.end(),
+                     [](const genetic::MappingEntry& entry) { return entry.key.is_text(); });
+}
+
+nb::object call_with_names(nb::handle callable, std::span<const Value> positional,
+                           std::span<const genetic::MappingEntry> keywords) {
+  Arguments arguments(positional.size() + keywords.size());
+  for (const Value& argument : positional)
+    arguments.add(argument);
+  if (keywords.empty()) return arguments.call(callable, positional.size(), nullptr);
+  const nb::object names = checked(PyTuple_New(static_cast<Py_ssize_t>(keywords.size())));
+  Py_ssize_t place = 0;
+  for (const genetic::MappingEntry& keyword : keywords) {
+    PyTuple_SET_ITEM(names.ptr(), place++, to_python(keyword.key).release().ptr());
+    arguments.add(keyword.value);
+  }
+  return arguments.call(callable, positional.size(), names.ptr());
+}
+
+}  // namespace
+
 nb::object call_with_values(nb::handle callable, std::span<const Value> positional,
                             const Mapping& keywords) {
+  if (has_names_of_its_own(keywords)) {
+    return call_with_names(callable, positional, keywords.native_entries());
+  }
   const nb::object arguments = checked(PyTuple_New(static_cast<Py_ssize_t>(positional.size())));
   Py_ssize_t place = 0;
   for (const Value& argument : positional) {

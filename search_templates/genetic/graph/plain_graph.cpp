@@ -3,7 +3,7 @@
 #include <optional>
 #include <vector>
 
-#include "search_templates/genetic/graph/plain_copy_source.hpp"
+#include "search_templates/genetic/graph/host_graph.hpp"
 #include "search_templates/genetic/graph/plain_data.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -18,9 +18,8 @@ constexpr Key kScalar = key<"scalar">();
 
 // The copy that the host makes of its own mapping, where it can.
 std::optional<Value> copy_of_the_host(const Value& value) {
-  if (!value.is_mapping()) return std::nullopt;
-  const auto* const source = dynamic_cast<const PlainCopySource*>(value.mapping().storage());
-  return source == nullptr ? std::nullopt : source->plain_copy();
+  const HostGraph* const graph = host_graph(value);
+  return graph == nullptr ? std::nullopt : graph->plain_copy();
 }
 
 // The copy of a graph with containers of the host in it.

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "search_templates/genetic/graph/host_graph.hpp"
 #include "search_templates/genetic/graph/plain_data.hpp"
 #include "search_templates/genetic/value/byte_buffer.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -67,10 +68,11 @@ std::uint64_t hash_bytes(std::string_view bytes, std::uint64_t seed) {
 
 }  // namespace
 
-class StructuralKeyEncoder {
+class StructuralKeyEncoder : private PlainParts {
  public:
   StructuralKey encode(const Value& graph) {
-    append(graph, 0);
+    const HostGraph* const source = host_graph(graph);
+    if (source == nullptr || !told_by(*source)) append(graph, 0);
     // Copied to its exact length: a run keeps the key of every graph that it has seen.
     key_.encoding_.assign(buffer_.view());
     key_.hash_ = hash_bytes(key_.encoding_, object_hash_);
@@ -78,6 +80,27 @@ class StructuralKeyEncoder {
   }
 
  private:
+  bool told_by(const HostGraph& source) {
+    if (source.tell(*this)) return true;
+    buffer_.clear();
+    return false;
+  }
+
+  void on_mapping(std::size_t count) override { append_start(Tag::kMapping, count); }
+  void on_list(std::size_t count) override { append_start(Tag::kList, count); }
+  void on_absent() override { append_tag(Tag::kAbsent); }
+  void on_integer(std::int64_t integer) override { append_integer(integer); }
+  bool on_real(double real) override { return append_number(real); }
+  // Not a value's text: there is no room behind it.
+  void on_text(std::string_view text) override {
+    if (text.size() < kShortText) {
+      buffer_.append(static_cast<char>(kShortText | text.size()));
+    } else {
+      append_start(Tag::kLongText, text.size());
+    }
+    buffer_.append(text);
+  }
+
   // The walk over a graph takes turns between a node and the list of its children: the list is
   // walked in the place where it is met, so that the recursion takes one step a node.
   void append(const Value& value, int depth) {
@@ -191,21 +214,23 @@ class StructuralKeyEncoder {
     append_word(static_cast<std::uint64_t>(integer));
   }
 
-  // A real is encoded as the integer that it equals, and one that may equal an integer beyond 64
-  // bits is compared as a value. -0.0 equals 0 and so becomes it.
+  // One that may equal an integer beyond 64 bits is compared as a value.
   void append_real(const Value& value) {
-    const double real = value.real();
+    if (!append_number(value.real())) append_object(value);
+  }
+
+  // A real is encoded as the integer that it equals, unless that is beyond 64 bits. -0.0 equals 0
+  // and so becomes it.
+  bool append_number(double real) {
     const bool whole = std::trunc(real) == real;
-    if (whole && std::isfinite(real)) {
-      if (real >= -kIntegerBound && real < kIntegerBound) {
-        append_integer(static_cast<std::int64_t>(real));
-      } else {
-        append_object(value);
-      }
-      return;
+    if (!whole || !std::isfinite(real)) {
+      append_tag(Tag::kReal);
+      append_word(std::bit_cast<std::uint64_t>(real));
+      return true;
     }
-    append_tag(Tag::kReal);
-    append_word(std::bit_cast<std::uint64_t>(real));
+    if (real < -kIntegerBound || real >= kIntegerBound) return false;
+    append_integer(static_cast<std::int64_t>(real));
+    return true;
   }
 
   [[gnu::noinline]] void append_object(const Value& value) {

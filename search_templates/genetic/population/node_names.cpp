@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <bit>
 #include <optional>
+#include <utility>
 
+#include "search_templates/genetic/graph/host_graph.hpp"
 #include "search_templates/genetic/graph/node_types.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/keys.hpp"
@@ -79,15 +81,27 @@ double graph_similarity(const Value& left, const Value& right) {
 }
 
 NameSet NameTable::names_of(const Value& graph) {
+  if (std::optional<NameSet> names = told_names(graph, NamedNodes::kAll)) return *std::move(names);
   NameSet names;
   for_each_name(graph, is_any_node, [&](const std::string& name) { add(names, name); });
   return names;
 }
 
 NameSet NameTable::feature_names_of(const Value& graph) {
+  if (std::optional<NameSet> names = told_names(graph, NamedNodes::kFeatures)) {
+    return *std::move(names);
+  }
   NameSet names;
   for_each_name(graph, is_feature, [&](const std::string& name) { add(names, name); });
   return names;
+}
+
+std::optional<NameSet> NameTable::told_names(const Value& graph, NamedNodes which) {
+  const HostGraph* const source = host_graph(graph);
+  if (source == nullptr) return std::nullopt;
+  NameSet names;
+  const bool told = source->tell_names(which, [&](std::string_view name) { add(names, name); });
+  return told ? std::optional(std::move(names)) : std::nullopt;
 }
 
 void NameTable::add(NameSet& names, std::string_view name) {

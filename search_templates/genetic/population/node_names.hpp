@@ -3,12 +3,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "search_templates/genetic/graph/host_graph.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::genetic {
@@ -46,6 +48,8 @@ class NameTable {
   [[nodiscard]] static double similarity(const NameSet& left, const NameSet& right);
 
  private:
+  // Nothing for a graph that does not tell its names by itself.
+  [[nodiscard]] std::optional<NameSet> told_names(const Value& graph, NamedNodes which);
   [[nodiscard]] std::size_t number_of(std::string_view name);
   void add(NameSet& names, std::string_view name);
 

@@ -43,6 +43,7 @@ class ByteBuffer {
     return end_;
   }
   void end_at(char* end) noexcept { end_ = end; }
+  void clear() noexcept { end_ -= view().size(); }
 
   // The room that put_text takes for a text of this size.
   [[nodiscard]] static constexpr std::size_t text_room(std::size_t size) noexcept {

@@ -8,6 +8,7 @@ prices, the host of price_search.py, and statements over its store that must giv
 import json
 import os
 import random
+import signal
 import subprocess
 import sys
 
@@ -139,7 +140,15 @@ def test_whole_generations(genetic, search):
     assert ctx._backtester.runs >= 2 * len(ctx._backtester.pool.members)
 
 
-def test_an_interrupt_leaves_no_open_attempt(genetic, search):
+@pytest.fixture
+def interruptible():
+    """Lets an interrupt raise KeyboardInterrupt, also where the tests run in the background."""
+    before = signal.signal(signal.SIGINT, signal.default_int_handler)
+    yield
+    signal.signal(signal.SIGINT, before)
+
+
+def test_an_interrupt_leaves_no_open_attempt(genetic, search, interruptible):
     with pytest.raises(KeyboardInterrupt):
         search(50, jobs=1, interrupt_at=20)
     (ctx,) = search.contexts

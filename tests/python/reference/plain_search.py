@@ -65,7 +65,10 @@ def _annotate_candidate_results(results, *, start_index, improvement_depth, impr
 
 
 def _elapsed_candidate_seconds(results):
-    return sum(_number(result.get("elapsed_simulation_seconds", 0.0)) for result in results)
+    total = 0
+    for result in results:  # From left to right, as sum() did before Python 3.12.
+        total += _number(result.get("elapsed_simulation_seconds", 0.0))
+    return total
 
 
 def _callable_accepts_keyword(callable_obj, keyword):

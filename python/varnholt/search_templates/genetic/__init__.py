@@ -491,4 +491,5 @@ def _take_in():
 
 
 _take_in()
+_native.quicken(_CallableGeneticModule)
 _sys.modules[__name__].__class__ = _CallableGeneticModule
