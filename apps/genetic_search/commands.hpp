@@ -10,6 +10,7 @@
 
 #include "apps/genetic_search/names.hpp"  // IWYU pragma: export
 #include "apps/genetic_search/run_config.hpp"
+#include "hosts/embedded/market/calendar_date.hpp"
 #include "hosts/embedded/search/search_options.hpp"
 
 namespace varnholt::app {
@@ -61,8 +62,22 @@ struct ExportCommand {
   bool force = false;  // Whether `weights` is replaced when it is there.
 };
 
+// "weights": the weights of stored signals on other prices than those of their run.
+struct WeightsCommand {
+  std::filesystem::path database;
+  // One of the two: an evaluation, or all that were submitted to a signal pool.
+  std::string eval_id;
+  std::optional<std::string> pool;
+  std::filesystem::path prices;
+  std::optional<embedded::Date> since;  // The first day that is written.
+  std::optional<std::int64_t> last;     // How many days are written, the latest.
+  std::filesystem::path output = "-";   // "-" is standard output.
+  bool force = false;                   // Whether `output` is replaced when it is there.
+};
+
 // "doctor": whether this machine can search.
 struct DoctorCommand {};
+
 // "attempts": what became of each candidate that reached its backtest.
 struct AttemptsCommand {
   std::filesystem::path database;
@@ -88,6 +103,6 @@ struct ShowText {
 
 using Command =
     std::variant<RunCommand, CheckPricesCommand, SignalsCommand, ShowCommand, ExportCommand,
-                 DoctorCommand, AttemptsCommand, ReplayCommand, ShowText>;
+                 WeightsCommand, DoctorCommand, AttemptsCommand, ReplayCommand, ShowText>;
 
 }  // namespace varnholt::app

@@ -169,7 +169,12 @@ Json started_event(const embedded::SearchStarted& started) {
                               {"seen_days", started.seen_days},
                               {"last_seen_date", started.last_seen_date},
                               {"holdout_days", started.holdout_days},
-                              {"first_holdout_date", started.first_holdout_date}});
+                              {"first_holdout_date", started.first_holdout_date},
+                              {"cost_basis_points", started.book.cost_basis_points},
+                              {"delay_days", started.book.delay_days},
+                              {"delisting_return", started.book.delisting_return},
+                              {"periods_per_year", started.book.periods_per_year},
+                              {"periods_are_inferred", started.periods_are_inferred}});
 }
 
 Json recorded_event(const CandidateRecorded& candidate) {

@@ -15,6 +15,7 @@
 #include "apps/genetic_search/option_values.hpp"
 #include "apps/genetic_search/text_layout.hpp"
 #include "apps/genetic_search/usage_error.hpp"
+#include "hosts/embedded/market/calendar_date.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::app {
@@ -111,6 +112,17 @@ class Options {
             const std::string& description, Target& target) {
     add(name, unit, description, [name, range, &target](const std::string& value) {
       target = real_number(name, value, range);
+    });
+  }
+
+  void date(const std::string& name, const std::string& description,
+            std::optional<embedded::Date>& target) {
+    add(name, "DATE", description, [name, &target](const std::string& value) {
+      target = embedded::parse_date(value);
+      if (!target) {
+        throw UsageError(name + " wants a day written yyyy-mm-dd, such as 2026-01-31, not \"" +
+                         on_one_line(value) + "\"");
+      }
     });
   }
 

@@ -84,6 +84,20 @@ constexpr const char* kExportFooter =
     "Exit codes: 0 done, 1 the file could not be written, 2 bad usage or bad input.\n"
     "After 1 and 2 nothing was written.";
 
+constexpr const char* kWeightsDescription =
+    "Computes the weights of a stored signal, or of all that were submitted to a\n"
+    "signal pool, on other prices than those of their run: with more days, more\n"
+    "instruments, another adjustment. It tells how these prices differ from those of\n"
+    "the run where both have them. The store is not changed.";
+
+constexpr const char* kWeightsFooter =
+    "The row of a day is what the signal wants to hold from its close on; with a\n"
+    "delay of 1 it is traded at the close of the day after. With --pool each row\n"
+    "begins with the id of its signal.\n\n"
+    "Exit codes: 0 done, 1 a signal of the pool cannot be computed on these prices\n"
+    "(the others are written) or the file could not be written, 2 bad usage or bad\n"
+    "input.";
+
 constexpr const char* kDoctorDescription =
     "Tells what this machine gives a search: processors, memory, limits, large pages\n"
     "and the cost of a fork, and what to change. The exit code is 0 when a search can\n"
@@ -116,6 +130,7 @@ struct Parser {
   SignalsCommand signals;
   ShowCommand show;
   ExportCommand exported;
+  WeightsCommand weights;
   AttemptsCommand attempts;
   ReplayCommand replay;
 
@@ -142,6 +157,7 @@ struct Parser {
     add_signals();
     add_show();
     add_export();
+    add_weights();
     add_doctor();
     add_attempts();
     add_replay();
@@ -167,6 +183,7 @@ struct Parser {
   void add_signals();
   void add_show();
   void add_export();
+  void add_weights();
   void add_doctor();
   void add_attempts();
   void add_replay();
@@ -272,6 +289,16 @@ Command checked_export(Parser& parser) {
   return parser.exported;
 }
 
+Command checked_weights(Parser& parser) {
+  const WeightsCommand& command = parser.weights;
+  require_store(command.database, parser);
+  if (!command.pool) require_id(command.eval_id, parser);
+  require(!command.pool || command.eval_id.empty(),
+          "an id and --pool are given; leave one of them out", parser);
+  require(!command.prices.empty(), "no price file is given; name one with --prices FILE", parser);
+  return command;
+}
+
 Command checked_doctor(Parser& /*parser*/) {
   return DoctorCommand{};
 }
@@ -358,6 +385,26 @@ void Parser::add_export() {
                 options.flag("--force", "Replaces the file when it is there.", exported.force);
                 return kOptionsGroup;
               });
+}
+
+void Parser::add_weights() {
+  add_command(
+      kWeightsName, "Computes the weights of signals on new prices.", kWeightsDescription,
+      kWeightsFooter, checked_weights, [this](Options& options) {
+        options.group(kOptionsGroup);
+        options.positional("DB", weights.database);
+        options.positional("ID", weights.eval_id);
+        options.text("--prices", "FILE", "The prices, as CSV. Needed.", weights.prices);
+        options.text("--pool", "NAME", "All signals of the pool NAME in place of one ID.",
+                     weights.pool);
+        options.date("--since", "The first day that is written. Default: the first of the prices.",
+                     weights.since);
+        options.whole("--last", "N", from(1), "Only the latest N days.", weights.last);
+        options.text("--output", "FILE", "The file to write; - is standard output. Default: -.",
+                     weights.output);
+        options.flag("--force", "Replaces the file when it is there.", weights.force);
+        return kOptionsGroup;
+      });
 }
 
 void Parser::add_doctor() {

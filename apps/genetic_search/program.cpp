@@ -20,6 +20,7 @@
 #include "apps/genetic_search/signals.hpp"
 #include "apps/genetic_search/signals_command.hpp"
 #include "apps/genetic_search/terminal.hpp"
+#include "apps/genetic_search/weights_command.hpp"
 
 namespace varnholt::app {
 namespace {
@@ -50,6 +51,9 @@ class Commands {
   int operator()(const ExportCommand& command) const {
     export_command(command, outputs_.text, interrupt_);
     return kExitDone;
+  }
+  int operator()(const WeightsCommand& command) const {
+    return weights_command(command, outputs_, interrupt_) ? kExitDone : kExitFailure;
   }
   int operator()(const DoctorCommand& /*command*/) const {
     signals_.let_interrupts_end_the_program();

@@ -80,10 +80,6 @@ std::string pool_remedy(const std::string& reason, const embedded::PoolSettings&
   return {};
 }
 
-std::string counted(std::int64_t count, const char* noun) {
-  return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
-}
-
 std::string terminal_reason(const SearchSummary& summary) {
   if (!summary.metrics.is_mapping()) return {};
   const Value reason = summary.metrics.mapping().get(genetic::keys::kTerminalReason);
@@ -91,6 +87,16 @@ std::string terminal_reason(const SearchSummary& summary) {
 }
 
 }  // namespace
+
+std::string book_text(const embedded::BookRules& rules, bool periods_are_inferred) {
+  const std::string traded = rules.delay_days == 0
+                                 ? std::string("traded at the close of the signal")
+                                 : fmt::format("traded {} after the close of the signal",
+                                               counted(rules.delay_days, "day"));
+  return fmt::format("{}, costs {:g} basis points, delisting return {:g}, {:g} periods a year{}",
+                     traded, rules.cost_basis_points, rules.delisting_return,
+                     rules.periods_per_year, periods_are_inferred ? " as the dates tell" : "");
+}
 
 std::string started_text(const embedded::SearchStarted& started, Width width) {
   return entry_text(
@@ -104,6 +110,7 @@ std::string started_text(const embedded::SearchStarted& started, Width width) {
              fmt::format("in sample {}, to {}; hold-out {}, from {}", started.seen_days,
                          started.last_seen_date, started.holdout_days, started.first_holdout_date),
              width) +
+         entry_text("book    ", book_text(started.book, started.periods_are_inferred), width) +
          entry_text(
              "store   ",
              fmt::format("{}, run {}", on_one_line(started.database.string()), started.run_id),
@@ -116,6 +123,12 @@ std::string started_text(const embedded::SearchStarted& started, Width width) {
                     fmt::format("batches of {}, {}, seed {}", started.batch_size,
                                 counted(started.jobs, "job"), started.seed),
                     width) +
+         (started.instruments == 1
+              ? entry_text("note    ",
+                           "there is one instrument: fresh expressions have no functions across "
+                           "instruments",
+                           width)
+              : std::string()) +
          "\n";
 }
 

@@ -15,6 +15,9 @@
 
 namespace varnholt::app {
 
+// How signals are traded, as one clause.
+[[nodiscard]] std::string book_text(const embedded::BookRules& rules, bool periods_are_inferred);
+
 // What is searched, with what, and where it is stored.
 [[nodiscard]] std::string started_text(const embedded::SearchStarted& started, Width width);
 

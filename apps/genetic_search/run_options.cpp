@@ -149,6 +149,22 @@ void add_judging_options(Options& options, embedded::SearchOptions& search,
                fmt::format("Costs in basis points (1/10,000) of what is traded. Default: {}.",
                            search.cost_basis_points),
                search.cost_basis_points);
+  options.whole(
+      "--delay", "N", {0, embedded::kLongestDelayDays},
+      fmt::format("Days from a signal to its trade; 0 trades at the close that the signal "
+                  "is made of. Default: {}.",
+                  search.delay_days),
+      search.delay_days);
+  options.real("--delisting-return", "X",
+               {embedded::kLeastDelistingReturn, embedded::kLargestDelistingReturn},
+               fmt::format("What a position earns on the last price of an instrument that has no "
+                           "prices any more: -1 loses all of it. Default: {}, the last price.",
+                           search.delisting_return),
+               search.delisting_return);
+  options.real("--periods-per-year", "N", {0.0, embedded::kMostPeriodsPerYear, true},
+               "Days of prices in a year, by which figures become annual ones. Default: as the "
+               "dates tell (252, 365, 52, 12, 4, ...).",
+               search.periods_per_year);
 
   options.group("Gates (what a signal needs to pass; defaults where --config says nothing)");
   for (const embedded::Gate* const gate : embedded::gates_as_told(false)) {

@@ -7,10 +7,12 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
+#include "apps/genetic_search/report.hpp"
 #include "apps/genetic_search/signal_lineage.hpp"
 #include "apps/genetic_search/signal_table.hpp"
 #include "apps/genetic_search/stored_signal.hpp"
 #include "hosts/embedded/host/statistics_object.hpp"
+#include "hosts/embedded/search/run_description.hpp"
 #include "hosts/embedded/store/store_reader.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -108,10 +110,7 @@ std::string run_text(const embedded::RunRecord& run) {
 }
 
 std::string prices_text(const embedded::RunStart& start) {
-  return on_one_line(start.price_path.empty() ? start.price_file : start.price_path) +
-         (start.cost_basis_points
-              ? fmt::format(", costs {:g} basis points", *start.cost_basis_points)
-              : std::string());
+  return on_one_line(start.price_path.empty() ? start.price_file : start.price_path);
 }
 
 // Empty for a run without eras.
@@ -182,6 +181,7 @@ std::string page_text(const Page& page, Width width) {
   if (page.submissions.empty()) line("submission", "none");
   line("run", run_text(page.found.run));
   line("prices", prices_text(page.found.run.start));
+  line("book", book_text(embedded::book_rules_of(page.found.run.start), false));
   line("days", days_text(page.eras));
   text += "\nStatistics\n" + statistics_text(page.statistics, page.holdout);
   const std::string failures = failed_gates_text(page.failures, width);
@@ -197,6 +197,7 @@ std::string page_text(const Page& page, Width width) {
 Json run_json(const Page& page) {
   const embedded::RunRecord& run = page.found.run;
   const embedded::RunStart& start = run.start;
+  const embedded::BookRules rules = embedded::book_rules_of(start);
   return {{"run_id", run.id},
           {"seed", start.seed},
           {"started_at", start.started_at},
@@ -205,6 +206,9 @@ Json run_json(const Page& page) {
           {"prices", start.price_path.empty() ? start.price_file : start.price_path},
           {"price_digest", start.price_digest},
           {"cost_basis_points", figure_json(start.cost_basis_points)},
+          {"delay_days", rules.delay_days},
+          {"delisting_return", rules.delisting_return},
+          {"periods_per_year", rules.periods_per_year},
           {"market_id", start.market_id ? Json(*start.market_id) : Json(nullptr)},
           {"era_number", start.era_number ? Json(*start.era_number) : Json(nullptr)},
           {"eras", to_json(page.eras)}};

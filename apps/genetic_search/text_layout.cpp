@@ -147,6 +147,10 @@ std::string entry_text(std::string_view name, std::string_view text, Width width
   return entry;
 }
 
+std::string counted(std::int64_t count, std::string_view noun) {
+  return std::to_string(count).append(" ").append(noun).append(count == 1 ? "" : "s");
+}
+
 std::string padded(std::string_view text, std::size_t width, Align align) {
   const std::size_t columns = column_count(text);
   const std::string blanks(width > columns ? width - columns : 0, ' ');

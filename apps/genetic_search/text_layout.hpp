@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -35,6 +36,9 @@ using Width = std::optional<std::size_t>;
 
 // A name and a text beside it, whose further lines begin below its first. All lines are ended.
 [[nodiscard]] std::string entry_text(std::string_view name, std::string_view text, Width width);
+
+// "1 day", "2 days".
+[[nodiscard]] std::string counted(std::int64_t count, std::string_view noun);
 
 enum class Align { Left, Right };
 

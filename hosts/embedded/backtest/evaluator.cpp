@@ -91,7 +91,7 @@ Evaluation Evaluator::evaluate(const Expression& expression, const SharedPanels*
   Evaluation result;
   result.shape = expression.shape;
   result.weights = signal_weights(signal(expression, shared));
-  result.backtest = backtest_weights(result.weights, close(), options_.cost_basis_points);
+  result.backtest = backtest_weights(result.weights, close(), options_.book);
   return result;
 }
 

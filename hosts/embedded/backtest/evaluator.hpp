@@ -3,6 +3,7 @@
 
 #include <Eigen/Core>
 
+#include "hosts/embedded/backtest/book_rules.hpp"
 #include "hosts/embedded/backtest/shared_panels.hpp"
 #include "hosts/embedded/backtest/statistics.hpp"
 #include "hosts/embedded/market/market_data.hpp"
@@ -13,13 +14,14 @@
 namespace varnholt::embedded {
 
 struct EvaluatorOptions {
-  double cost_basis_points = 5.0;  // Of what is traded.
-  GraphLimits limits;
+  BookRules book = {};
+  GraphLimits limits = {};
 };
 
 struct Evaluation {
   GraphShape shape;
-  Panel weights;  // Of every day, the last included; see statistics.hpp.
+  // What the signal of every day wants to hold, the last included; see statistics.hpp.
+  Panel weights;
   BacktestResult backtest;
 };
 

@@ -16,23 +16,23 @@ void check_plan(const Panel& close, const EraPlan& plan) {
 
 }  // namespace
 
-BacktestResult in_sample_backtest(const Panel& weights, const Panel& close,
-                                  double cost_basis_points, const EraPlan& plan) {
+BacktestResult in_sample_backtest(const Panel& weights, const Panel& close, const BookRules& rules,
+                                  const EraPlan& plan) {
   check_plan(close, plan);
-  return backtest_holding_days(weights, close, cost_basis_points, 0, plan.seen_days() - 1);
+  return backtest_holding_days(weights, close, rules, 0, plan.seen_days() - 1);
 }
 
-BacktestResult holdout_backtest(const Panel& weights, const Panel& close, double cost_basis_points,
+BacktestResult holdout_backtest(const Panel& weights, const Panel& close, const BookRules& rules,
                                 const EraPlan& plan) {
   check_plan(close, plan);
-  return backtest_holding_days(weights, close, cost_basis_points, plan.train_days() - 1,
+  return backtest_holding_days(weights, close, rules, plan.train_days() - 1,
                                plan.holdout.day_count());
 }
 
-SampleStatistics sample_statistics(const Panel& weights, const Panel& close,
-                                   double cost_basis_points, const EraPlan& plan) {
-  return {in_sample_backtest(weights, close, cost_basis_points, plan).statistics,
-          holdout_backtest(weights, close, cost_basis_points, plan).statistics};
+SampleStatistics sample_statistics(const Panel& weights, const Panel& close, const BookRules& rules,
+                                   const EraPlan& plan) {
+  return {in_sample_backtest(weights, close, rules, plan).statistics,
+          holdout_backtest(weights, close, rules, plan).statistics};
 }
 
 Panel equal_weights(const Panel& close) {

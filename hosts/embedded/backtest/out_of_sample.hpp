@@ -22,11 +22,11 @@ namespace varnholt::embedded {
 // As backtest_weights over the first days that the search of `plan` saw. It is, bit for bit, what
 // the weights and prices of these days alone give.
 [[nodiscard]] BacktestResult in_sample_backtest(const Panel& weights, const Panel& close,
-                                                double cost_basis_points, const EraPlan& plan);
+                                                const BookRules& rules, const EraPlan& plan);
 
 // Over the holding days of the hold-out.
 [[nodiscard]] BacktestResult holdout_backtest(const Panel& weights, const Panel& close,
-                                              double cost_basis_points, const EraPlan& plan);
+                                              const BookRules& rules, const EraPlan& plan);
 
 // The two statistics side by side. `weights` and `close` are of the whole history, the one that
 // `plan` was made for. All of these throw std::invalid_argument as backtest_weights does, and for a
@@ -36,7 +36,7 @@ struct SampleStatistics {
   BacktestStatistics holdout;
 };
 [[nodiscard]] SampleStatistics sample_statistics(const Panel& weights, const Panel& close,
-                                                 double cost_basis_points, const EraPlan& plan);
+                                                 const BookRules& rules, const EraPlan& plan);
 
 // The market that every signal has to beat: each day 1/n in each of the n instruments that have a
 // close on that day, long only, and nothing on a day without any. It pays the same costs as a

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -28,13 +29,13 @@ double mean(const Eigen::ArrayXd& values) {
   return values.size() == 0 ? 0.0 : sum(values) / static_cast<double>(values.size());
 }
 
-double annualised_sharpe(const Eigen::ArrayXd& returns) {
+double annualised_sharpe(const Eigen::ArrayXd& returns, double periods_per_year) {
   if (returns.size() < 2) return 0.0;
   const double centre = mean(returns);
   const double deviations = sum((returns - centre).square());
   const double spread = std::sqrt(deviations / static_cast<double>(returns.size() - 1));
   if (spread <= kNoSpread * returns.abs().maxCoeff()) return 0.0;
-  const double ratio = std::sqrt(kTradingDays) * centre / spread;
+  const double ratio = std::sqrt(periods_per_year) * centre / spread;
   return std::isfinite(ratio) ? ratio : 0.0;
 }
 
@@ -66,28 +67,95 @@ struct HoldingDays {
   Eigen::Index count = 0;
 };
 
-DailySums daily_sums(const Panel& weights, const Panel& close, HoldingDays held) {
+// One instrument's column of a book, up to the close at which the last of the holding days ends.
+class Column {
+ public:
+  Column(const Panel& weights, const Panel& close, const BookRules& rules, Eigen::Index column,
+         HoldingDays held)
+      : weights_(weights),
+        close_(close),
+        column_(column),
+        delay_(rules.delay_days),
+        last_(std::min(held.first + held.count, close.rows() - 1)) {
+    while (last_ >= 0 && !has_close(last_))
+      --last_;
+  }
+
+  [[nodiscard]] double close(Eigen::Index day) const { return close_(day, column_); }
+  [[nodiscard]] bool has_close(Eigen::Index day) const { return std::isfinite(close(day)); }
+  // The last day with a close; -1 where there is none.
+  [[nodiscard]] Eigen::Index last() const { return last_; }
+  // What the signal wants to hold from the close of that day on.
+  [[nodiscard]] double wanted(Eigen::Index day) const {
+    return day < delay_ ? 0.0 : weights_(day - delay_, column_);
+  }
+
+ private:
+  const Panel& weights_;
+  const Panel& close_;
+  Eigen::Index column_;
+  Eigen::Index delay_;
+  Eigen::Index last_;
+};
+
+struct Position {
+  double weight = 0.0;
+  double close = 0.0;  // The last one known.
+};
+
+std::invalid_argument not_finite() {
+  return std::invalid_argument("a weight is not finite; make weights with signal_weights");
+}
+
+// What is held into the close of `day`.
+Position position_before(const Column& column, Eigen::Index day) {
+  if (day > column.last() + 1) return {};  // Paid out.
+  for (Eigen::Index before = day; before-- > 0;) {
+    if (!column.has_close(before)) continue;
+    const Position position = {column.wanted(before), column.close(before)};
+    if (!std::isfinite(position.weight)) throw not_finite();
+    return position;
+  }
+  return {};
+}
+
+// The change of a position's value from one day to the next, or nothing where none is booked.
+std::optional<double> booked_change(const Column& column, const Position& held, Eigen::Index day,
+                                    const BookRules& rules) {
+  if (column.has_close(day + 1)) {
+    const double change = column.close(day + 1) / held.close - 1.0;
+    return std::abs(change) <= kLargestReturn ? std::optional(change) : std::nullopt;
+  }
+  return day == column.last() ? std::optional(rules.delisting_return) : std::nullopt;
+}
+
+void add_column(DailySums& sums, const Column& column, const BookRules& rules, HoldingDays held) {
+  Position position = position_before(column, held.first);
+  for (Eigen::Index entry = 0; entry < held.count; ++entry) {
+    const Eigen::Index day = held.first + entry;
+    if (column.has_close(day)) {
+      const double wanted = column.wanted(day);
+      sums.traded(entry) += std::abs(wanted - position.weight);
+      position = {wanted, column.close(day)};
+    } else if (day > column.last()) {
+      return;  // Paid out, and never back.
+    }
+    if (position.weight == 0.0) continue;
+    sums.net_exposure(entry) += position.weight;
+    sums.gross_exposure(entry) += std::abs(position.weight);
+    sums.max_weight = std::max(sums.max_weight, std::abs(position.weight));
+    const auto change = booked_change(column, position, day, rules);
+    if (change) sums.gross_return(entry) += position.weight * *change;
+    if (!change || !column.has_close(day) || !column.has_close(day + 1)) ++sums.missing_returns;
+  }
+}
+
+DailySums daily_sums(const Panel& weights, const Panel& close, const BookRules& rules,
+                     HoldingDays held) {
   const Eigen::ArrayXd zeros = Eigen::ArrayXd::Zero(held.count);
   DailySums sums{zeros, zeros, zeros, zeros};
-  for (Eigen::Index column = 0; column < close.cols(); ++column) {
-    double before = held.first == 0 ? 0.0 : weights(held.first - 1, column);
-    for (Eigen::Index entry = 0; entry < held.count; ++entry) {
-      const Eigen::Index day = held.first + entry;
-      const double weight = weights(day, column);
-      sums.traded(entry) += std::abs(weight - before);
-      before = weight;
-      if (weight == 0.0) continue;
-      sums.net_exposure(entry) += weight;
-      sums.gross_exposure(entry) += std::abs(weight);
-      sums.max_weight = std::max(sums.max_weight, std::abs(weight));
-      const double change = close(day + 1, column) / close(day, column) - 1.0;
-      if (std::abs(change) <= kLargestReturn) {  // False for a NaN too.
-        sums.gross_return(entry) += weight * change;
-      } else {
-        ++sums.missing_returns;
-      }
-    }
-  }
+  for (Eigen::Index column = 0; column < close.cols(); ++column)
+    add_column(sums, Column(weights, close, rules, column, held), rules, held);
   return sums;
 }
 
@@ -101,13 +169,7 @@ void check_shapes(const Panel& weights, const Panel& close) {
 
 void check_finite(const Panel& weights, Eigen::Index first_row, Eigen::Index rows) {
   if (weights.middleRows(first_row, rows).isFinite().all()) return;
-  throw std::invalid_argument("a weight is not finite; make weights with signal_weights");
-}
-
-void check_costs(double cost_basis_points) {
-  if (cost_basis_points >= 0.0 && cost_basis_points <= kLargestCosts) return;
-  throw std::invalid_argument("costs of " + std::to_string(cost_basis_points) +
-                              " basis points; give 0 to 10000");
+  throw not_finite();
 }
 
 void check_days(HoldingDays held, Eigen::Index price_days) {
@@ -122,15 +184,15 @@ void check_days(HoldingDays held, Eigen::Index price_days) {
                               std::to_string(most) + "; ask for days within it");
 }
 
-BacktestResult result_of(const DailySums& sums, double cost_basis_points) {
+BacktestResult result_of(const DailySums& sums, const BookRules& rules) {
   BacktestResult result;
   result.gross_returns = sums.gross_return;
-  result.net_returns = sums.gross_return - cost_basis_points / 10'000.0 * sums.traded;
+  result.net_returns = sums.gross_return - rules.cost_basis_points / 10'000.0 * sums.traded;
 
   BacktestStatistics& statistics = result.statistics;
-  statistics.sharpe = annualised_sharpe(result.net_returns);
-  statistics.gross_returns_sharpe = annualised_sharpe(result.gross_returns);
-  statistics.annualized_returns = kTradingDays * mean(result.net_returns);
+  statistics.sharpe = annualised_sharpe(result.net_returns, rules.periods_per_year);
+  statistics.gross_returns_sharpe = annualised_sharpe(result.gross_returns, rules.periods_per_year);
+  statistics.annualized_returns = rules.periods_per_year * mean(result.net_returns);
   statistics.turnover = mean(sums.traded);
   statistics.drawdown = deepest_fall(result.net_returns);
   statistics.max_weight = sums.max_weight;
@@ -176,25 +238,26 @@ Panel signal_weights(const Panel& signal) {
   return weights;
 }
 
-BacktestResult backtest_weights(const Panel& weights, const Panel& close,
-                                double cost_basis_points) {
+BacktestResult backtest_weights(const Panel& weights, const Panel& close, const BookRules& rules) {
+  check_book_rules(rules);
   check_shapes(weights, close);
   check_finite(weights, 0, weights.rows());
-  check_costs(cost_basis_points);
   const Eigen::Index days = std::max<Eigen::Index>(close.rows() - 1, 0);
-  return result_of(daily_sums(weights, close, {0, days}), cost_basis_points);
+  return result_of(daily_sums(weights, close, rules, {0, days}), rules);
 }
 
 BacktestResult backtest_holding_days(const Panel& weights, const Panel& close,
-                                     double cost_basis_points, Eigen::Index first_day,
+                                     const BookRules& rules, Eigen::Index first_day,
                                      Eigen::Index day_count) {
   const HoldingDays held{first_day, day_count};
+  check_book_rules(rules);
   check_shapes(weights, close);
   check_days(held, close.rows());
-  const Eigen::Index first_row = std::max<Eigen::Index>(first_day - 1, 0);
-  check_finite(weights, first_row, first_day + day_count - first_row);
-  check_costs(cost_basis_points);
-  return result_of(daily_sums(weights, close, held), cost_basis_points);
+  const Eigen::Index first_row = std::max<Eigen::Index>(first_day - 1 - rules.delay_days, 0);
+  const Eigen::Index end_row =
+      std::max<Eigen::Index>(first_day + day_count - rules.delay_days, first_row);
+  check_finite(weights, first_row, end_row - first_row);
+  return result_of(daily_sums(weights, close, rules, held), rules);
 }
 
 }  // namespace varnholt::embedded

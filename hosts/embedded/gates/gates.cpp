@@ -21,7 +21,7 @@ constexpr Key kRisk = key<"risk">();
 constexpr Key kQuality = key<"quality">();
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
-constexpr std::string_view kYearly = "annualised with 252 days";
+constexpr std::string_view kYearly = "annualised";
 constexpr std::string_view kCapital = "fraction of the capital";
 
 template <double GateThresholds::*Member>

@@ -59,7 +59,7 @@ Mapping context_attributes(const Evaluator& evaluator, const ContextSettings& se
           {names::kAttemptExpectedColumns, statistic_names()},
           {names::kBacktester, genetic::make_object<BacktesterObject>(evaluator)},
           {names::kMetaparameters,
-           Mapping{{"cost_basis_points", evaluator.options().cost_basis_points}}},
+           Mapping{{"cost_basis_points", evaluator.options().book.cost_basis_points}}},
           {names::kNamedUniverse, "all"}};
 }
 
@@ -141,6 +141,7 @@ Callable EmbeddedContext::record_search_run_metrics() {
 std::optional<Value> EmbeddedContext::vocabulary() {
   List rotations;
   for (const FunctionEntry& function : evaluator_.vocabulary().functions) {
+    if (function.weight <= 0.0) continue;  // Left out of what is made; see make_vocabulary.
     rotations.append(Mapping{{keys::kName, function.name},
                              {"family", function.family},
                              {"data_children", static_cast<std::int64_t>(function.data_children())},

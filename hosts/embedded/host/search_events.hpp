@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "hosts/embedded/backtest/book_rules.hpp"
 #include "hosts/embedded/backtest/out_of_sample.hpp"
 #include "hosts/embedded/backtest/statistics.hpp"
 #include "search_templates/genetic/value/value.hpp"
@@ -35,6 +36,8 @@ struct SearchStarted {
   std::string last_seen_date;
   std::int64_t holdout_days = 0;
   std::string first_holdout_date;
+  BookRules book;
+  bool periods_are_inferred = true;  // From the dates; otherwise they were given.
 };
 
 // One recorded candidate.

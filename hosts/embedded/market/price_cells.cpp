@@ -31,8 +31,24 @@ double read_number(std::string_view cell) {
 
 }  // namespace
 
+// A day that is written with a time of midnight is that day: many programs write it so.
+std::string_view without_midnight(std::string_view cell) {
+  constexpr std::size_t kDateSize = 10;
+  if (cell.size() <= kDateSize + 1 || (cell[kDateSize] != ' ' && cell[kDateSize] != 'T')) {
+    return cell;
+  }
+  const std::string_view day = cell.substr(0, kDateSize);
+  std::string_view time = cell.substr(kDateSize + 1);
+  if (!parse_date(day)) return cell;
+  for (const std::string_view midnight : {"00:00", "00:00:00", "00:00:00Z", "00:00:00+00:00"}) {
+    if (time == midnight) return day;
+  }
+  throw CellMistake{"is a moment within a day; intraday prices are not read",
+                    "give one row a day, with the day as yyyy-mm-dd"};
+}
+
 Date read_date_cell(std::string_view cell) {
-  const std::optional<Date> date = parse_date(cell);
+  const std::optional<Date> date = parse_date(without_midnight(cell));
   if (!date) {
     throw CellMistake{"is not a calendar date",
                       "write an existing day as yyyy-mm-dd, for example 2013-03-01"};

@@ -8,6 +8,7 @@
 #include "hosts/embedded/backtest/evaluator.hpp"
 #include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/host/statistics_object.hpp"
+#include "hosts/embedded/search/run_description.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "search_templates/genetic/value/tolerant.hpp"
 
@@ -61,9 +62,7 @@ std::vector<ReplayedFigure> compared(const std::optional<Mapping>& recorded,
 Replay replay_attempt(const AttemptRecord& attempt, const RunRecord& run,
                       const std::string& recorded_statistics_json, const MarketData& prices) {
   using Clock = std::chrono::steady_clock;
-  EvaluatorOptions options;
-  options.cost_basis_points = run.start.cost_basis_points.value_or(options.cost_basis_points);
-  const Evaluator evaluator(seen_days(run, prices), options);
+  const Evaluator evaluator(seen_days(run, prices), {.book = book_rules_of(run.start)});
   const Value graph = read_json(attempt.start.graph_json);
   Replay replay;
   std::optional<Mapping> statistics;

@@ -5,11 +5,14 @@
 #include <fmt/format.h>
 
 #include "hosts/embedded/gates/threshold_set.hpp"
+#include "hosts/embedded/host/json_value.hpp"
+#include "hosts/embedded/market/bar_frequency.hpp"
 #include "hosts/embedded/market/price_file.hpp"
 #include "hosts/embedded/system/digest.hpp"
 #include "hosts/embedded/system/wall_clock.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
+#include "search_templates/genetic/value/tolerant.hpp"
 
 namespace varnholt::embedded {
 
@@ -19,13 +22,17 @@ using genetic::Value;
 
 namespace {
 
+constexpr const char* kDelayDays = "delay_days";
+constexpr const char* kDelistingReturn = "delisting_return";
+constexpr const char* kPeriodsPerYear = "periods_per_year";
+
 Value optional_value(const auto& value) {
   return value ? Value(*value) : Value();
 }
 
 // What makes a run repeatable, beside its seed and its prices.
-std::string settings_json(const SearchOptions& options, const genetic::GeneticTemplate& config,
-                          int jobs) {
+std::string settings_json(const SearchOptions& options, const RunData& data,
+                          const genetic::GeneticTemplate& config, int jobs) {
   const HostConfig& host = options.config;
   return genetic::json_text(
       Mapping{{"batch_size", config.batch_size()},
@@ -46,7 +53,10 @@ std::string settings_json(const SearchOptions& options, const genetic::GeneticTe
               {"max_nodes", static_cast<std::int64_t>(options.graphs.max_nodes)},
               {"max_window", options.graphs.max_window},
               {"leaf_share", options.graphs.leaf_share},
-              {"cost_basis_points", options.cost_basis_points},
+              {"cost_basis_points", data.book.cost_basis_points},
+              {kDelayDays, data.book.delay_days},
+              {kDelistingReturn, data.book.delisting_return},
+              {kPeriodsPerYear, data.book.periods_per_year},
               {"timeout_seconds", options.timeout_seconds},
               {"worker_memory_limit_bytes", optional_value(options.worker_memory_limit_bytes)},
               {"gates", threshold_set(host.gates, host.limits)},
@@ -83,13 +93,31 @@ RunData::RunData(const SearchOptions& options, const std::string& price_bytes,
                  const InterruptCheck& check)
     : whole(read_price_text(price_bytes, options.prices.string(), check)),
       plan(split_eras(whole.dates, options.config.eras)),
-      digest(sha256_hex(price_bytes)) {}
+      digest(sha256_hex(price_bytes)),
+      book{options.cost_basis_points, options.delay_days, options.delisting_return,
+           options.periods_per_year.value_or(periods_per_year(whole.dates))} {}
 
 PoolIdentity pool_identity(const SearchOptions& options, const RunData& data) {
+  const BookRules& book = data.book;
   const std::string comparable =
-      fmt::format("{} {} {}", data.digest, data.plan.seen_days(), options.cost_basis_points);
+      fmt::format("{} {} {} {} {} {}", data.digest, data.plan.seen_days(), book.cost_basis_points,
+                  book.delay_days, book.delisting_return, book.periods_per_year);
   return {options.config.pool.name, options.config.market_id, data.plan.era,
           sha256_hex(comparable)};
+}
+
+BookRules book_rules_of(const RunStart& start) {
+  BookRules rules;
+  rules.cost_basis_points = start.cost_basis_points.value_or(rules.cost_basis_points);
+  const auto settings = genetic::as_mapping(read_json(start.settings_json));
+  if (!settings) return rules;
+  const auto figure = [&](std::string_view name, double fallback) {
+    return genetic::tolerant_float(settings->get(Value(name))).value_or(fallback);
+  };
+  rules.delay_days = static_cast<int>(figure(kDelayDays, rules.delay_days));
+  rules.delisting_return = figure(kDelistingReturn, rules.delisting_return);
+  rules.periods_per_year = figure(kPeriodsPerYear, rules.periods_per_year);
+  return rules;
 }
 
 RunStart run_start(const SearchOptions& options, const RunData& data,
@@ -97,7 +125,7 @@ RunStart run_start(const SearchOptions& options, const RunData& data,
   RunStart start;
   start.started_at = wall_clock_seconds();
   start.seed = genetic::saturated_integer(config.seed());
-  start.settings_json = settings_json(options, config, jobs);
+  start.settings_json = settings_json(options, data, config, jobs);
   start.price_file = options.prices.filename().string();
   start.price_digest = data.digest;
   start.host_version = VARNHOLT_VERSION;
@@ -105,7 +133,7 @@ RunStart run_start(const SearchOptions& options, const RunData& data,
   start.market_id = options.config.market_id;
   start.era_number = data.plan.era;
   start.eras_json = eras_json(data.plan);
-  start.cost_basis_points = options.cost_basis_points;
+  start.cost_basis_points = data.book.cost_basis_points;
   return start;
 }
 
@@ -129,6 +157,8 @@ SearchStarted started_event(const SearchOptions& options, const RunData& data,
   started.seen_days = data.plan.seen_days();
   started.last_seen_date = date_text(data.plan.searched().last_date);
   started.holdout_days = data.plan.holdout.day_count();
+  started.book = data.book;
+  started.periods_are_inferred = !options.periods_per_year;
   started.first_holdout_date = date_text(data.plan.holdout.first_date);
   return started;
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "hosts/embedded/backtest/book_rules.hpp"
 #include "hosts/embedded/host/search_events.hpp"
 #include "hosts/embedded/market/eras.hpp"
 #include "hosts/embedded/market/market_data.hpp"
@@ -24,6 +25,8 @@ struct RunData {
   MarketData whole;
   EraPlan plan;
   std::string digest;
+  // By which signals are traded on these prices.
+  BookRules book;
 
  private:
   RunData(const SearchOptions& options, const std::string& price_bytes,
@@ -31,8 +34,12 @@ struct RunData {
 };
 
 // Signals are comparable day by day when they were evaluated on the same days of the same prices at
-// the same costs: such runs share a signal pool.
+// the same rules: such runs share a signal pool.
 [[nodiscard]] PoolIdentity pool_identity(const SearchOptions& options, const RunData& data);
+
+// The rules by which a stored run was evaluated. Runs from before there were others than costs were
+// traded at the close of their signals, in years of 252 days.
+[[nodiscard]] BookRules book_rules_of(const RunStart& start);
 
 // The row under which the store keeps the run.
 [[nodiscard]] RunStart run_start(const SearchOptions& options, const RunData& data,

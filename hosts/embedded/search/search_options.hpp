@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <optional>
 
+#include "hosts/embedded/backtest/book_rules.hpp"
 #include "hosts/embedded/config/host_config.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 #include "search_templates/genetic/value/value.hpp"
@@ -48,8 +49,13 @@ struct SearchOptions {
 
   // Limits of the random graphs.
   RandomGraphOptions graphs;
-  // Costs in basis points of what is traded.
-  double cost_basis_points = 5.0;
+  // How signals are traded; see book_rules.hpp. A signal is traded a day after the close that it is
+  // made of: at the same close it could not be known.
+  double cost_basis_points = BookRules().cost_basis_points;
+  int delay_days = 1;
+  double delisting_return = BookRules().delisting_return;
+  // Absent is inferred from the dates of the prices.
+  std::optional<double> periods_per_year;
   // Gates, limits, the signal pool, the eras and the market.
   HostConfig config;
 

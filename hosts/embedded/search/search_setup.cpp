@@ -45,8 +45,9 @@ const SearchOptions& checked(const SearchOptions& options) {
   require(!options.worker_nice || (*options.worker_nice >= -20 && *options.worker_nice <= 19),
           "the nice value of the workers must be from -20 to 19");
   require(options.best_count >= 0, "the number of best signals must not be negative");
-  require(options.cost_basis_points >= 0.0 && options.cost_basis_points <= kLargestCosts,
-          fmt::format("the costs must be from 0 to {} basis points", kLargestCosts));
+  BookRules book{options.cost_basis_points, options.delay_days, options.delisting_return};
+  book.periods_per_year = options.periods_per_year.value_or(book.periods_per_year);
+  check_book_rules(book);
   // A configuration that was not read from a file is checked by nobody else before the store.
   check_pool_thresholds({options.config.pool.novelty_min, options.config.pool.correlation_max});
   for (const Gate& gate : gate_table()) {
@@ -54,12 +55,6 @@ const SearchOptions& checked(const SearchOptions& options) {
             fmt::format("the threshold {} must be a number", gate.name.view()));
   }
   return options;
-}
-
-EvaluatorOptions evaluator_options(const SearchOptions& options) {
-  EvaluatorOptions evaluator;
-  evaluator.cost_basis_points = options.cost_basis_points;
-  return evaluator;
 }
 
 genetic::GeneticTemplate configured_template(genetic::RandomGenerators& generators,
@@ -95,9 +90,9 @@ genetic::GeneticTemplate configured_template(genetic::RandomGenerators& generato
 }  // namespace
 
 SearchSetup::SearchSetup(const SearchOptions& options, const InterruptCheck& check)
-    : evaluator_options_(evaluator_options(checked(options))),
-      jobs_(options.jobs.value_or(read_machine_limits().busy_workers())),
+    : jobs_(checked(options).jobs.value_or(read_machine_limits().busy_workers())),
       data_(options, check),
+      evaluator_options_{.book = data_.book},
       evaluator_(data_.whole.first_days(data_.plan.seen_days()), evaluator_options_),
       process_(system_, options.timeout_seconds),
       config_(configured_template(generators_, process_.pool, options, evaluator_.vocabulary(),

@@ -37,9 +37,9 @@ class SearchSetup {
   [[nodiscard]] Evaluator take_whole_history();
 
  private:
-  EvaluatorOptions evaluator_options_;
   int jobs_;
   RunData data_;
+  EvaluatorOptions evaluator_options_;
   Evaluator evaluator_;
   RealSystemCalls system_;
   ProcessSide process_;

@@ -159,26 +159,40 @@ void check_weights_path(const fs::path& path, Existing existing) {
   }
 }
 
+std::string weights_head(const MarketData& data) {
+  std::string line = "date";
+  for (const std::string& symbol : data.symbols)
+    line.append(",").append(cell(symbol));
+  return line + "\n";
+}
+
+std::string weights_row(const MarketData& data, const Panel& weights, Eigen::Index day) {
+  std::string line = date_text(data.dates[static_cast<std::size_t>(day)]);
+  for (Eigen::Index column = 0; column < weights.cols(); ++column) {
+    line += ',';
+    append_number(line, weights(day, column));
+  }
+  return line + "\n";
+}
+
+void write_whole_file(const fs::path& path, Existing existing,
+                      const std::function<void(const Append&)>& fill) {
+  check_weights_path(path, existing);
+  NewFile file(path);
+  fill([&file](std::string_view text) { file.append(text); });
+  file.put_in_place(existing);
+}
+
 void write_weights(const fs::path& path, const MarketData& data, const Panel& weights,
                    Existing existing) {
   if (weights.rows() != data.day_count() || weights.cols() != data.instrument_count()) {
     throw std::invalid_argument("weights of another shape than the prices");
   }
-  check_weights_path(path, existing);
-  NewFile file(path);
-  std::string line = "date";
-  for (const std::string& symbol : data.symbols)
-    line.append(",").append(cell(symbol));
-  file.append(line + "\n");
-  for (Eigen::Index day = 0; day < weights.rows(); ++day) {
-    line = date_text(data.dates[static_cast<std::size_t>(day)]);
-    for (Eigen::Index column = 0; column < weights.cols(); ++column) {
-      line += ',';
-      append_number(line, weights(day, column));
-    }
-    file.append(line + "\n");
-  }
-  file.put_in_place(existing);
+  write_whole_file(path, existing, [&](const Append& append) {
+    append(weights_head(data));
+    for (Eigen::Index day = 0; day < weights.rows(); ++day)
+      append(weights_row(data, weights, day));
+  });
 }
 
 }  // namespace varnholt::embedded

@@ -3,12 +3,14 @@
 //   const MarketData data = read_run_prices(path, run.price_digest);
 //   write_weights(out, data, history_weights(data, evaluation.graph_json), Existing::IsKept);
 //
-// The weights of day t are taken at the close of day t and earn the return to the close of day t+1
-// (statistics.hpp). Because a signal knows nothing of later days, those of the days that the search
-// saw are what it was judged by: a backtest of these rows gives back the recorded statistics.
+// The row of a day is what the signal of its close wants to hold, which is traded as the rules of
+// the run say (statistics.hpp). Because a signal knows nothing of later days, those of the days that
+// the search saw are what it was judged by: a backtest of these rows gives back the recorded
+// statistics.
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -41,11 +43,22 @@ enum class Existing { IsKept, IsReplaced };
 // computed.
 void check_weights_path(const std::filesystem::path& path, Existing existing);
 
-// Writes the columns date,SYMBOL,... with the fewest digits that give back the same doubles. The
-// file is written beside its place and moved there when it is complete, so that nobody ever sees a
-// part of it, and a file that is replaced stays until then. Throws ExportError as
-// check_weights_path does, std::invalid_argument for weights of another shape than the prices, and
-// std::system_error when the file cannot be written; then an earlier file is unchanged.
+// The lines of such a file, each ended: the head "date,SYMBOL,...", and the row of a day with the
+// fewest digits that give back the same doubles.
+[[nodiscard]] std::string weights_head(const MarketData& data);
+[[nodiscard]] std::string weights_row(const MarketData& data, const Panel& weights,
+                                      Eigen::Index day);
+
+// Writes what `fill` appends. The file is written beside its place and moved there when it is
+// complete, so that nobody ever sees a part of it, and a file that is replaced stays until then.
+// Throws ExportError as check_weights_path does, std::system_error when the file cannot be written,
+// and what `fill` throws; then an earlier file is unchanged.
+using Append = std::function<void(std::string_view)>;
+void write_whole_file(const std::filesystem::path& path, Existing existing,
+                      const std::function<void(const Append&)>& fill);
+
+// Writes the weights of all days as such a file. Throws std::invalid_argument for weights of another
+// shape than the prices, and as write_whole_file does.
 void write_weights(const std::filesystem::path& path, const MarketData& data, const Panel& weights,
                    Existing existing);
 

@@ -46,7 +46,7 @@ std::vector<SubmittedSignal> report_submitted_signals(RunStore& store, std::int6
       continue;
     }
     signal.statistics = sample_statistics(evaluator.evaluate(graph).weights, evaluator.close(),
-                                          evaluator.options().cost_basis_points, plan);
+                                          evaluator.options().book, plan);
     signal.has_holdout = true;
     store.record_holdout(submission.eval_id,
                          genetic::json_text(statistics_mapping(signal.statistics.holdout)));
@@ -56,8 +56,7 @@ std::vector<SubmittedSignal> report_submitted_signals(RunStore& store, std::int6
 
 SampleStatistics market_statistics(const Evaluator& evaluator, const EraPlan& plan) {
   const Panel& close = evaluator.close();
-  return sample_statistics(equal_weights(close), close, evaluator.options().cost_basis_points,
-                           plan);
+  return sample_statistics(equal_weights(close), close, evaluator.options().book, plan);
 }
 
 }  // namespace varnholt::embedded

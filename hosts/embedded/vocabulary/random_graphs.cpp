@@ -70,6 +70,7 @@ class Grower {
     std::vector<const FunctionEntry*> functions;
     if (depth < 2) return functions;
     for (const FunctionEntry& function : vocabulary_.functions) {
+      if (function.weight <= 0.0) continue;
       const bool has_window = !function.needs_window() || !windows_.empty();
       if (has_window && 1 + function.child_count() <= nodes) functions.push_back(&function);
     }

@@ -181,7 +181,13 @@ std::vector<FunctionEntry> all_functions() {
 
 Vocabulary make_vocabulary(const MarketData& data) {
   // Two days to half a year; each step is about half as long again as the one before it.
-  return {features_of(data), all_functions(), {2, 3, 5, 10, 15, 20, 40, 60, 120}};
+  Vocabulary vocabulary = {features_of(data), all_functions(), {2, 3, 5, 10, 15, 20, 40, 60, 120}};
+  if (data.instrument_count() > 1) return vocabulary;
+  // Across one instrument there is nothing to compare. They stay known, for graphs that have them.
+  for (FunctionEntry& function : vocabulary.functions) {
+    if (function.family == kCross) function.weight = 0.0;
+  }
+  return vocabulary;
 }
 
 }  // namespace varnholt::embedded

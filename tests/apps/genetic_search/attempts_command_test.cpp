@@ -171,10 +171,8 @@ class ReplayCommandTest : public AttemptsCommands {
     start.price_digest = embedded::sha256_hex(text);
     start.eras_json = R"({"seen_days":40})";
     const embedded::MarketData data = embedded::read_price_text(text, prices).first_days(40);
-    embedded::EvaluatorOptions options;
-    options.cost_basis_points = 5.0;
     const embedded::BacktestStatistics statistics =
-        embedded::Evaluator(data, options)
+        embedded::Evaluator(data)
             .evaluate(embedded::read_json(samples::kGraph))
             .backtest.statistics;
 

@@ -22,7 +22,7 @@ Evaluator two_instruments(double cost_basis_points) {
                                    "2011-01-05,99,198\n"
                                    "2011-01-06,99,217.8\n",
                                    "p.csv"),
-                   {.cost_basis_points = cost_basis_points, .limits = {}});
+                   {.book = {.cost_basis_points = cost_basis_points}, .limits = {}});
 }
 
 TEST(Evaluator, EvaluatesASignalByHand) {
@@ -107,8 +107,9 @@ TEST(Evaluator, StatisticsOfRandomGraphsAreFinite) {
 }
 
 TEST(Evaluator, RefusesAGraphBeyondItsLimits) {
-  const Evaluator evaluator(make_synthetic_universe({.instruments = 2, .days = 5}),
-                            {.cost_basis_points = 5.0, .limits = {.max_depth = 2, .max_nodes = 9}});
+  const Evaluator evaluator(
+      make_synthetic_universe({.instruments = 2, .days = 5}),
+      {.book = {.cost_basis_points = 5.0}, .limits = {.max_depth = 2, .max_nodes = 9}});
   EXPECT_NO_THROW((void)evaluator.evaluate(rotation("arith_neg", {feature("close")})));
   EXPECT_THROW(
       (void)evaluator.evaluate(rotation("arith_neg", {rotation("arith_neg", {feature("close")})})),

@@ -65,8 +65,8 @@ TEST(HoldingDays, OfTheWholeHistoryAreTheBacktest) {
   std::mt19937_64 engine(5);
   const Panel close = random_panel(engine, 50, 3, 0.1).abs() + 1.0;
   const Panel weights = signal_weights(random_panel(engine, 50, 3, 0.2));
-  const BacktestResult whole = backtest_weights(weights, close, kCosts);
-  const BacktestResult held = backtest_holding_days(weights, close, kCosts, 0, 49);
+  const BacktestResult whole = backtest_weights(weights, close, {kCosts});
+  const BacktestResult held = backtest_holding_days(weights, close, {kCosts}, 0, 49);
   EXPECT_TRUE(same_statistics(held.statistics, whole.statistics));
   EXPECT_TRUE(same_series(held.net_returns, whole.net_returns));
 }
@@ -75,7 +75,7 @@ TEST(HoldingDays, RefuseDaysThatAreNotThere) {
   const Panel close = Panel::Constant(5, 1, 10.0);
   const Panel weights = Panel::Constant(5, 1, 1.0);
   const auto run = [&](Eigen::Index first, Eigen::Index count) {
-    return backtest_holding_days(weights, close, 0, first, count);
+    return backtest_holding_days(weights, close, {0}, first, count);
   };
   EXPECT_EQ(run(0, 4).net_returns.size(), 4);
   EXPECT_EQ(run(4, 0).net_returns.size(), 0);
@@ -92,11 +92,12 @@ TEST(HoldingDays, RefuseWhatTheyCannotUseAndLookAtNothingElse) {
   Panel weights = Panel::Constant(6, 1, 1.0);
   weights(0, 0) = kNan;
   weights(5, 0) = kNan;
-  EXPECT_EQ(backtest_holding_days(weights, close, 0, 2, 3).statistics.turnover, 0.0);
+  EXPECT_EQ(backtest_holding_days(weights, close, {0}, 2, 3).statistics.turnover, 0.0);
   // The weights held before the first day decide what is traded on it.
-  EXPECT_THROW((void)backtest_holding_days(weights, close, 0, 1, 3), std::invalid_argument);
-  EXPECT_THROW((void)backtest_holding_days(weights, close, -1, 2, 3), std::invalid_argument);
-  EXPECT_THROW((void)backtest_holding_days(series({1, 1}), close, 0, 2, 3), std::invalid_argument);
+  EXPECT_THROW((void)backtest_holding_days(weights, close, {0}, 1, 3), std::invalid_argument);
+  EXPECT_THROW((void)backtest_holding_days(weights, close, {-1}, 2, 3), std::invalid_argument);
+  EXPECT_THROW((void)backtest_holding_days(series({1, 1}), close, {0}, 2, 3),
+               std::invalid_argument);
 }
 
 TEST(HoldOut, BeginsWithTheWeightsOfTheLastTrainDay) {
@@ -104,7 +105,7 @@ TEST(HoldOut, BeginsWithTheWeightsOfTheLastTrainDay) {
   const Panel close = series({100, 100, 100, 100, 110, 132, 66});
   const Panel weights = series({0, 0, -1, 1, 0.5, 0.25, 77});
   const EraPlan plan = small_plan(2, 4, 7, 2);
-  const BacktestResult result = holdout_backtest(weights, close, 100, plan);
+  const BacktestResult result = holdout_backtest(weights, close, {100}, plan);
   ASSERT_EQ(result.gross_returns.size(), 3);
   EXPECT_NEAR(result.gross_returns(0), 0.1, 1e-12);
   EXPECT_NEAR(result.gross_returns(1), 0.1, 1e-12);
@@ -119,10 +120,10 @@ TEST(HoldOut, BeginsWithTheWeightsOfTheLastTrainDay) {
 TEST(InSample, EndsWithTheLastDayThatTheEraSees) {
   const Panel close = series({100, 110, 121, 60.5, 60.5, 60.5, 60.5});
   const Panel weights = series({1, 1, 1, 1, 1, 1, 1});
-  const BacktestResult second = in_sample_backtest(weights, close, 0, small_plan(3, 4, 7, 2));
+  const BacktestResult second = in_sample_backtest(weights, close, {0}, small_plan(3, 4, 7, 2));
   ASSERT_EQ(second.gross_returns.size(), 3);
   EXPECT_NEAR(second.gross_returns(2), -0.5, 1e-12);
-  const BacktestResult first = in_sample_backtest(weights, close, 0, small_plan(3, 4, 7, 1));
+  const BacktestResult first = in_sample_backtest(weights, close, {0}, small_plan(3, 4, 7, 1));
   ASSERT_EQ(first.gross_returns.size(), 2);
   EXPECT_NEAR(first.gross_returns(1), 0.1, 1e-12);
   EXPECT_EQ(first.statistics.drawdown, 0.0);
@@ -130,7 +131,7 @@ TEST(InSample, EndsWithTheLastDayThatTheEraSees) {
 
 TEST(Samples, RefuseAPlanOfAnotherHistory) {
   const Panel close = Panel::Constant(7, 1, 10.0);
-  EXPECT_THROW((void)sample_statistics(close, close, 0, small_plan(2, 4, 8, 2)),
+  EXPECT_THROW((void)sample_statistics(close, close, {0}, small_plan(2, 4, 8, 2)),
                std::invalid_argument);
 }
 
@@ -165,9 +166,9 @@ TEST(Samples, InSampleIsWhatTheFirstDaysAloneGive) {
     const Market market = random_market(seed);
     const MarketData seen = market.data.first_days(market.plan.seen_days());
     const BacktestResult alone =
-        backtest_weights(market.weights.topRows(seen.day_count()), seen.close, kCosts);
+        backtest_weights(market.weights.topRows(seen.day_count()), seen.close, {kCosts});
     const BacktestResult in_sample =
-        in_sample_backtest(market.weights, market.data.close, kCosts, market.plan);
+        in_sample_backtest(market.weights, market.data.close, {kCosts}, market.plan);
     EXPECT_TRUE(same_statistics(in_sample.statistics, alone.statistics));
     EXPECT_TRUE(same_series(in_sample.net_returns, alone.net_returns));
   }
@@ -178,11 +179,11 @@ TEST(Samples, TogetherAreTheHoldingDaysOfTheWholeHistory) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     Market market = random_market(seed);
     market.plan.era = static_cast<int>(market.plan.train.size());
-    const BacktestResult whole = backtest_weights(market.weights, market.data.close, kCosts);
+    const BacktestResult whole = backtest_weights(market.weights, market.data.close, {kCosts});
     const BacktestResult in_sample =
-        in_sample_backtest(market.weights, market.data.close, kCosts, market.plan);
+        in_sample_backtest(market.weights, market.data.close, {kCosts}, market.plan);
     const BacktestResult holdout =
-        holdout_backtest(market.weights, market.data.close, kCosts, market.plan);
+        holdout_backtest(market.weights, market.data.close, {kCosts}, market.plan);
     Eigen::ArrayXd joined(whole.net_returns.size());
     joined << in_sample.net_returns, holdout.net_returns;
     EXPECT_TRUE(same_series(joined, whole.net_returns));
@@ -203,16 +204,17 @@ TEST(Samples, PricesOfTheHoldOutChangeNothingInSample) {
     const Eigen::Index held_out = market.plan.holdout.day_count();
     close.bottomRows(held_out) = random_panel(engine, held_out, close.cols(), 0.1).abs() + 1e-3;
     const SampleStatistics before =
-        sample_statistics(market.weights, market.data.close, kCosts, market.plan);
-    const SampleStatistics after = sample_statistics(market.weights, close, kCosts, market.plan);
+        sample_statistics(market.weights, market.data.close, {kCosts}, market.plan);
+    const SampleStatistics after = sample_statistics(market.weights, close, {kCosts}, market.plan);
     EXPECT_TRUE(same_statistics(before.in_sample, after.in_sample));
     EXPECT_FALSE(same_statistics(before.holdout, after.holdout));
     // The market too.
     const BacktestStatistics market_before =
-        in_sample_backtest(equal_weights(market.data.close), market.data.close, kCosts, market.plan)
+        in_sample_backtest(equal_weights(market.data.close), market.data.close, {kCosts},
+                           market.plan)
             .statistics;
     const BacktestStatistics market_after =
-        in_sample_backtest(equal_weights(close), close, kCosts, market.plan).statistics;
+        in_sample_backtest(equal_weights(close), close, {kCosts}, market.plan).statistics;
     EXPECT_TRUE(same_statistics(market_before, market_after));
   }
 }
@@ -223,8 +225,8 @@ TEST(Samples, PricesBeforeTheLastTrainDayChangeNothingInTheHoldOut) {
   const Eigen::Index before = market.plan.train_days() - 1;
   close.topRows(before) *= 2.0;
   EXPECT_TRUE(same_statistics(
-      holdout_backtest(market.weights, close, kCosts, market.plan).statistics,
-      holdout_backtest(market.weights, market.data.close, kCosts, market.plan).statistics));
+      holdout_backtest(market.weights, close, {kCosts}, market.plan).statistics,
+      holdout_backtest(market.weights, market.data.close, {kCosts}, market.plan).statistics));
 }
 
 TEST(EqualWeights, ShareEachDayAmongWhatHasAPrice) {
@@ -241,7 +243,7 @@ TEST(EqualWeights, ShareEachDayAmongWhatHasAPrice) {
 
 TEST(EqualWeights, EarnTheMeanReturnLessTheSameCosts) {
   const Panel close = panel({{100, 50}, {110, 45}, {110, 54}});
-  const BacktestResult result = backtest_weights(equal_weights(close), close, 100);
+  const BacktestResult result = backtest_weights(equal_weights(close), close, {100});
   EXPECT_NEAR(result.gross_returns(0), 0.0, 1e-12);
   EXPECT_NEAR(result.gross_returns(1), 0.1, 1e-12);
   EXPECT_NEAR(result.net_returns(0), -0.01, 1e-12);  // Bought once, then held.

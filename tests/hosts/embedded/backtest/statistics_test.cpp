@@ -43,7 +43,8 @@ TEST(SignalWeights, StandExtremeSignals) {
 
 TEST(BacktestWeights, ADaysWeightEarnsTheNextDaysReturn) {
   // Long only on day 1, so only the move from day 1 to day 2 counts.
-  const BacktestResult result = backtest_weights(series({0, 1, 0, 0}), closes({0.5, 0.1, -0.3}), 0);
+  const BacktestResult result =
+      backtest_weights(series({0, 1, 0, 0}), closes({0.5, 0.1, -0.3}), {0});
   ASSERT_EQ(result.gross_returns.size(), 3);
   EXPECT_NEAR(result.gross_returns(0), 0.0, kClose);
   EXPECT_NEAR(result.gross_returns(1), 0.1, kClose);
@@ -53,7 +54,7 @@ TEST(BacktestWeights, ADaysWeightEarnsTheNextDaysReturn) {
 }
 
 TEST(BacktestWeights, TheLastDaysWeightCountsNowhere) {
-  const BacktestResult result = backtest_weights(series({0, 0, 1}), closes({0.5, 0.1}), 100);
+  const BacktestResult result = backtest_weights(series({0, 0, 1}), closes({0.5, 0.1}), {100});
   EXPECT_EQ(result.statistics.active_days, 0);
   EXPECT_EQ(result.statistics.turnover, 0.0);
   EXPECT_EQ(result.statistics.max_weight, 0.0);
@@ -63,7 +64,7 @@ TEST(BacktestWeights, TheLastDaysWeightCountsNowhere) {
 TEST(BacktestWeights, CostsAreBasisPointsOfWhatIsTraded) {
   // Bought: 1, turned round: 2, held: 0. 50 basis points are 0.005.
   const BacktestResult result =
-      backtest_weights(series({1, -1, -1, -1}), closes({0.1, 0.1, 0.1}), 50);
+      backtest_weights(series({1, -1, -1, -1}), closes({0.1, 0.1, 0.1}), {50});
   EXPECT_NEAR(result.net_returns(0), 0.1 - 0.005, kClose);
   EXPECT_NEAR(result.net_returns(1), -0.1 - 0.01, kClose);
   EXPECT_NEAR(result.net_returns(2), -0.1, kClose);
@@ -74,7 +75,7 @@ TEST(BacktestWeights, CostsAreBasisPointsOfWhatIsTraded) {
 TEST(BacktestStatistics, SharpeOfAnAlternatingReturn) {
   // Returns 0.03 and 0.01 in turn, n days: mean 0.02, s = 0.01 sqrt(n / (n - 1)).
   const BacktestResult result =
-      backtest_weights(series({1, 1, 1, 1, 1}), closes({0.03, 0.01, 0.03, 0.01}), 0);
+      backtest_weights(series({1, 1, 1, 1, 1}), closes({0.03, 0.01, 0.03, 0.01}), {0});
   const double expected = std::sqrt(252.0) * 0.02 / (0.01 * std::sqrt(4.0 / 3.0));
   EXPECT_NEAR(result.statistics.sharpe, expected, 1e-9);
   EXPECT_NEAR(result.statistics.gross_returns_sharpe, expected, 1e-9);
@@ -83,7 +84,7 @@ TEST(BacktestStatistics, SharpeOfAnAlternatingReturn) {
 
 TEST(BacktestStatistics, SharpeIsNetAndItsGrossFormIsNot) {
   const BacktestResult result =
-      backtest_weights(series({1, -1, 1, -1, 0}), closes({0.01, -0.02, 0.01, -0.02}), 10);
+      backtest_weights(series({1, -1, 1, -1, 0}), closes({0.01, -0.02, 0.01, -0.02}), {10});
   // Gross 0.01 0.02 0.01 0.02; traded 1 2 2 2; net 0.009 0.018 0.008 0.018.
   EXPECT_NEAR(result.statistics.gross_returns_sharpe,
               std::sqrt(252.0) * 0.015 / (0.005 * std::sqrt(4.0 / 3.0)), 1e-9);
@@ -101,31 +102,31 @@ TEST(BacktestStatistics, NoSpreadMeansNoSharpe) {
   close(0, 0) = 100.0;
   for (Eigen::Index day = 1; day < 60; ++day)
     close(day, 0) = close(day - 1, 0) * 1.1;
-  const BacktestResult steady = backtest_weights(Panel::Constant(60, 1, 1.0), close, 0);
+  const BacktestResult steady = backtest_weights(Panel::Constant(60, 1, 1.0), close, {0});
   EXPECT_NE(steady.net_returns.minCoeff(), steady.net_returns.maxCoeff());
   EXPECT_EQ(steady.statistics.sharpe, 0.0);
-  EXPECT_EQ(backtest_weights(held, Panel::Constant(6, 1, 7.0), 0).statistics.sharpe, 0.0);
+  EXPECT_EQ(backtest_weights(held, Panel::Constant(6, 1, 7.0), {0}).statistics.sharpe, 0.0);
   // One holding day has no sample deviation.
-  EXPECT_EQ(backtest_weights(series({1, 1}), closes({0.5}), 0).statistics.sharpe, 0.0);
+  EXPECT_EQ(backtest_weights(series({1, 1}), closes({0.5}), {0}).statistics.sharpe, 0.0);
 }
 
 TEST(BacktestStatistics, DrawdownIsTheDeepestFallFromAPeak) {
   // Equity 1.1, 0.88, 1.32, 1.056: falls of 0.2 each.
   const Panel held = Panel::Constant(5, 1, 1.0);
-  EXPECT_NEAR(backtest_weights(held, closes({0.1, -0.2, 0.5, -0.2}), 0).statistics.drawdown, 0.2,
+  EXPECT_NEAR(backtest_weights(held, closes({0.1, -0.2, 0.5, -0.2}), {0}).statistics.drawdown, 0.2,
               kClose);
   // The fall counts from the start of the history too: 0.9 * 0.8 = 0.72.
-  EXPECT_NEAR(backtest_weights(held, closes({-0.1, -0.2, 0.1, 0.1}), 0).statistics.drawdown, 0.28,
+  EXPECT_NEAR(backtest_weights(held, closes({-0.1, -0.2, 0.1, 0.1}), {0}).statistics.drawdown, 0.28,
               kClose);
-  EXPECT_EQ(backtest_weights(held, closes({0.1, 0.1, 0.2, 0.1}), 0).statistics.drawdown, 0.0);
+  EXPECT_EQ(backtest_weights(held, closes({0.1, 0.1, 0.2, 0.1}), {0}).statistics.drawdown, 0.0);
   // Short of something that triples: everything is lost, and no more.
-  EXPECT_EQ(backtest_weights(-held, closes({2.0, 0.5, -0.5, 0.5}), 0).statistics.drawdown, 1.0);
+  EXPECT_EQ(backtest_weights(-held, closes({2.0, 0.5, -0.5, 0.5}), {0}).statistics.drawdown, 1.0);
 }
 
 TEST(BacktestStatistics, ExposuresOfALongShortBook) {
   const Panel weights = panel({{0.5, -0.5}, {0.25, -0.75}, {0, 0}, {1, 0}, {1, 0}});
   const Panel close = Panel::Constant(5, 2, 10.0);
-  const BacktestStatistics s = backtest_weights(weights, close, 0).statistics;
+  const BacktestStatistics s = backtest_weights(weights, close, {0}).statistics;
   EXPECT_NEAR(s.max_weight, 1.0, kClose);
   EXPECT_NEAR(s.delta_exposure, (0 + 0.5 + 0 + 1) / 4.0, kClose);
   EXPECT_NEAR(s.abs_weight_sum_mean, 0.75, kClose);
@@ -136,23 +137,10 @@ TEST(BacktestStatistics, ExposuresOfALongShortBook) {
 
 TEST(BacktestStatistics, QualityScoreTakesDrawdownAndTurnoverOff) {
   const BacktestStatistics s =
-      backtest_weights(series({1, -1, 1, 1}), closes({0.02, 0.03, 0.01}), 5).statistics;
+      backtest_weights(series({1, -1, 1, 1}), closes({0.02, 0.03, 0.01}), {5}).statistics;
   EXPECT_GT(s.drawdown, 0.0);
   EXPECT_NEAR(s.quality_score, s.sharpe - s.drawdown - 0.1 * s.turnover, kClose);
   EXPECT_NEAR(s.turnover, 5.0 / 3.0, kClose);
-}
-
-TEST(BacktestStatistics, AMissingReturnEarnsNothingAndIsCounted) {
-  Panel close = closes({0.1, 0.1, 0.1, 0.1});
-  close(2, 0) = kNan;
-  const BacktestResult result = backtest_weights(series({1, 1, 1, 1, 1}), close, 0);
-  EXPECT_EQ(result.statistics.missing_return_count, 2);
-  EXPECT_NEAR(result.gross_returns(0), 0.1, kClose);
-  EXPECT_EQ(result.gross_returns(1), 0.0);
-  EXPECT_EQ(result.gross_returns(2), 0.0);
-  EXPECT_NEAR(result.gross_returns(3), 0.1, kClose);
-  // Without a weight nothing is missing.
-  EXPECT_EQ(backtest_weights(series({0, 0, 0, 1, 1}), close, 0).statistics.missing_return_count, 0);
 }
 
 void expect_all_finite(const BacktestStatistics& s) {
@@ -167,7 +155,7 @@ TEST(BacktestStatistics, AreFiniteForHistoriesOfAnyLength) {
   for (const Eigen::Index days : {0, 1, 2, 3}) {
     SCOPED_TRACE(days);
     const BacktestStatistics s =
-        backtest_weights(Panel::Constant(days, 2, 0.5), Panel::Constant(days, 2, 10.0), 5)
+        backtest_weights(Panel::Constant(days, 2, 0.5), Panel::Constant(days, 2, 10.0), {5})
             .statistics;
     expect_all_finite(s);
     EXPECT_EQ(s.holding_days, std::max<Eigen::Index>(days - 1, 0));
@@ -177,27 +165,64 @@ TEST(BacktestStatistics, AreFiniteForHistoriesOfAnyLength) {
 TEST(BacktestStatistics, AreFiniteForPricesOfAnySize) {
   const Panel held = Panel::Constant(6, 1, 1.0);
   const BacktestStatistics s =
-      backtest_weights(held, series({1e-300, 1e300, 1e-300, 1e300, 1e300, 1.0}), 5).statistics;
+      backtest_weights(held, series({1e-300, 1e300, 1e-300, 1e300, 1e300, 1.0}), {5}).statistics;
   expect_all_finite(s);
   EXPECT_EQ(s.missing_return_count, 2);
   const BacktestStatistics t =
-      backtest_weights(held, series({1e-150, 1e150, 1.0, 1.1e6, 1.0, 0.9e6}), 5).statistics;
+      backtest_weights(held, series({1e-150, 1e150, 1.0, 1.1e6, 1.0, 0.9e6}), {5}).statistics;
   expect_all_finite(t);
   EXPECT_EQ(t.missing_return_count, 2);
 }
 
 TEST(BacktestWeights, RefusesWhatItCannotUse) {
   const Panel close = closes({0.1, 0.1});
-  EXPECT_THROW((void)backtest_weights(series({1, 1}), close, 0), std::invalid_argument);
-  EXPECT_THROW((void)backtest_weights(series({1, kNan, 1}), close, 0), std::invalid_argument);
-  EXPECT_THROW((void)backtest_weights(series({1, 1, 1}), close, -1), std::invalid_argument);
-  EXPECT_THROW((void)backtest_weights(series({1, 1, 1}), close, kNan), std::invalid_argument);
-  EXPECT_THROW((void)backtest_weights(series({1, 1, 1}), close, 10001), std::invalid_argument);
+  EXPECT_THROW((void)backtest_weights(series({1, 1}), close, {0}), std::invalid_argument);
+  EXPECT_THROW((void)backtest_weights(series({1, kNan, 1}), close, {0}), std::invalid_argument);
+  EXPECT_THROW((void)backtest_weights(series({1, 1, 1}), close, {-1}), std::invalid_argument);
+  EXPECT_THROW((void)backtest_weights(series({1, 1, 1}), close, {kNan}), std::invalid_argument);
+  EXPECT_THROW((void)backtest_weights(series({1, 1, 1}), close, {10001}), std::invalid_argument);
+}
+
+// What is held from each close on, and what is booked the day after, written out as two panels.
+struct NaiveBook {
+  Panel held;
+  Panel change;
+  Panel is_traded;  // 1 where there is a close.
+  std::int64_t missing = 0;
+};
+
+NaiveBook naive_book(const Panel& w, const Panel& close, const BookRules& rules) {
+  const Panel zero = Panel::Zero(w.rows(), w.cols());
+  NaiveBook book{zero, zero, zero, 0};
+  for (Eigen::Index i = 0; i < w.cols(); ++i) {
+    Eigen::Index last = -1;
+    for (Eigen::Index t = 0; t < w.rows(); ++t) {
+      if (!std::isnan(close(t, i))) last = t;
+    }
+    double known = kNan;
+    for (Eigen::Index t = 0; t < w.rows(); ++t) {
+      if (!std::isnan(close(t, i))) {
+        book.held(t, i) = t >= rules.delay_days ? w(t - rules.delay_days, i) : 0.0;
+        book.is_traded(t, i) = 1.0;
+        known = close(t, i);
+      } else if (t > 0 && t <= last) {
+        book.held(t, i) = book.held(t - 1, i);
+      }
+      if (t + 1 == w.rows()) break;
+      const bool is_back = !std::isnan(close(t + 1, i));
+      if (is_back && !std::isnan(known)) book.change(t, i) = close(t + 1, i) / known - 1.0;
+      if (t == last) book.change(t, i) = rules.delisting_return;
+      book.missing += book.held(t, i) != 0.0 && (std::isnan(close(t, i)) || !is_back);
+    }
+  }
+  return book;
 }
 
 // The formulas of the header, day by day over all instruments.
-BacktestStatistics naive_statistics(const Panel& w, const Panel& close, double cost) {
+BacktestStatistics naive_statistics(const Panel& w, const Panel& close, const BookRules& rules) {
+  const NaiveBook book = naive_book(w, close, rules);
   BacktestStatistics s;
+  s.missing_return_count = book.missing;
   std::vector<double> gross;
   std::vector<double> net;
   double equity = 1.0;
@@ -206,19 +231,16 @@ BacktestStatistics naive_statistics(const Panel& w, const Panel& close, double c
   for (Eigen::Index t = 0; t + 1 < w.rows(); ++t) {
     double earned = 0.0, traded = 0.0, sum = 0.0, absolute = 0.0;
     for (Eigen::Index i = 0; i < w.cols(); ++i) {
-      const double r = close(t + 1, i) / close(t, i) - 1.0;
-      if (std::isnan(r)) {
-        s.missing_return_count += w(t, i) != 0.0;
-      } else {
-        earned += w(t, i) * r;
-      }
-      traded += std::abs(w(t, i) - (t == 0 ? 0.0 : w(t - 1, i)));
-      sum += w(t, i);
-      absolute += std::abs(w(t, i));
-      s.max_weight = std::max(s.max_weight, std::abs(w(t, i)));
+      const double held = book.held(t, i);
+      earned += held * book.change(t, i);
+      if (book.is_traded(t, i) == 1.0)
+        traded += std::abs(held - (t == 0 ? 0.0 : book.held(t - 1, i)));
+      sum += held;
+      absolute += std::abs(held);
+      s.max_weight = std::max(s.max_weight, std::abs(held));
     }
     gross.push_back(earned);
-    net.push_back(earned - cost / 1e4 * traded);
+    net.push_back(earned - rules.cost_basis_points / 1e4 * traded);
     equity *= 1.0 + net.back();
     peak = std::max(peak, equity);
     s.drawdown = std::max(s.drawdown, 1.0 - equity / peak);
@@ -226,15 +248,15 @@ BacktestStatistics naive_statistics(const Panel& w, const Panel& close, double c
     s.delta_exposure += std::abs(sum) / days;
     s.abs_weight_sum_mean += absolute / days;
     s.active_days += absolute > 0.0;
-    s.annualized_returns += 252.0 * net.back() / days;
+    s.annualized_returns += rules.periods_per_year * net.back() / days;
   }
-  const auto sharpe = [days](const std::vector<double>& v) {
+  const auto sharpe = [&](const std::vector<double>& v) {
     double mean = 0.0, squares = 0.0;
     for (const double x : v)
       mean += x / days;
     for (const double x : v)
       squares += (x - mean) * (x - mean);
-    return std::sqrt(252.0) * mean / std::sqrt(squares / (days - 1.0));
+    return std::sqrt(rules.periods_per_year) * mean / std::sqrt(squares / (days - 1.0));
   };
   s.sharpe = sharpe(net);
   s.gross_returns_sharpe = sharpe(gross);
@@ -250,6 +272,7 @@ TEST(BacktestStatistics, AgreeWithTheirFormulasOnRandomBooks) {
     const auto columns = static_cast<Eigen::Index>(1 + engine() % 8);
     const Panel weights = signal_weights(random_panel(engine, days, columns, 0.3));
     Panel close = random_panel(engine, days, columns, 0.05);
+    close.col(0).tail(3) = kNan;  // Never back.
     for (Eigen::Index i = 0; i < columns; ++i) {
       double level = 50.0;
       for (Eigen::Index t = 0; t < days; ++t) {
@@ -257,8 +280,9 @@ TEST(BacktestStatistics, AgreeWithTheirFormulasOnRandomBooks) {
         if (!std::isnan(close(t, i))) close(t, i) = level;
       }
     }
-    const BacktestStatistics s = backtest_weights(weights, close, 7.5).statistics;
-    const BacktestStatistics n = naive_statistics(weights, close, 7.5);
+    const BookRules rules = {7.5, static_cast<int>(engine() % 4), -0.3, 52.0};
+    const BacktestStatistics s = backtest_weights(weights, close, rules).statistics;
+    const BacktestStatistics n = naive_statistics(weights, close, rules);
     EXPECT_NEAR(s.sharpe, n.sharpe, 1e-8);
     EXPECT_NEAR(s.gross_returns_sharpe, n.gross_returns_sharpe, 1e-8);
     EXPECT_NEAR(s.annualized_returns, n.annualized_returns, 1e-10);

@@ -205,7 +205,7 @@ BacktestStatistics book(double first, double second, bool turns_round, double da
       close(day, column) = day == 0 ? 100.0 : close(day - 1, column) * (1.0 + moved);
     }
   }
-  return backtest_weights(weights, close, 5.0).statistics;
+  return backtest_weights(weights, close, {5.0}).statistics;
 }
 
 TEST(Gates, EveryReasonArisesFromABook) {

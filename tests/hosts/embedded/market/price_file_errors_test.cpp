@@ -79,6 +79,17 @@ TEST(PriceFileErrors, Dates) {
   EXPECT_EQ(refusal("date,A\n,1\n"), "p.csv: line 2, column 1 \"date\": \"\"" + rest);
 }
 
+TEST(PriceFileErrors, MomentsWithinADay) {
+  const std::string rest =
+      " is a moment within a day; intraday prices are not read; give one row a day, with the day "
+      "as yyyy-mm-dd";
+  for (const std::string moment : {"2011-01-03 09:30:00", "2011-01-03T16:00"}) {
+    EXPECT_EQ(refusal("date,A\n" + moment + ",1\n"),
+              "p.csv: line 2, column 1 \"date\": \"" + moment + "\"" + rest);
+  }
+  EXPECT_EQ(refusal("date,A\n2011-01-03 00:00:00,1\n2011-01-04T00:00,1\n"), "accepted");
+}
+
 TEST(PriceFileErrors, Symbols) {
   EXPECT_EQ(refusal("date,symbol,close\n2011-01-03,,1\n"),
             "p.csv: line 2, column 2 \"symbol\": \"\" names no instrument; give the symbol of the "

@@ -8,6 +8,7 @@
 #include "hosts/embedded/backtest/evaluator.hpp"
 #include "hosts/embedded/host/statistics_object.hpp"
 #include "hosts/embedded/market/eras.hpp"
+#include "hosts/embedded/search/run_description.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/search/run_fixture.hpp"
 
@@ -118,7 +119,7 @@ TEST_F(SearchRunErasTest, TheMarketIsTheEqualWeightBookOfTheSameDays) {
   const MarketData data = small_universe();
   const EraPlan plan = split_eras(data.dates, era_options(2).config.eras);
   const SampleStatistics expected =
-      sample_statistics(equal_weights(data.close), data.close, options().cost_basis_points, plan);
+      sample_statistics(equal_weights(data.close), data.close, RunData(era_options(2)).book, plan);
   EXPECT_EQ(summary.market.in_sample.sharpe, expected.in_sample.sharpe);
   EXPECT_EQ(summary.market.in_sample.holding_days, 2 * kEraDays - 1);
   EXPECT_EQ(summary.market.holdout.sharpe, expected.holdout.sharpe);

@@ -18,6 +18,7 @@
 #include "hosts/embedded/host/statistics_object.hpp"
 #include "hosts/embedded/market/eras.hpp"
 #include "hosts/embedded/market/price_file.hpp"
+#include "hosts/embedded/search/run_description.hpp"
 #include "hosts/embedded/search/signal_report.hpp"
 #include "hosts/embedded/signal_pool/pnl_measures.hpp"
 #include "hosts/embedded/signal_pool/pool_gates.hpp"
@@ -39,7 +40,7 @@ class SearchRunSubmissionTest : public SearchRunTest {
   static Evaluator seen(const SearchOptions& options) {
     const MarketData whole = read_price_file(options.prices);
     const EraPlan plan = split_eras(whole.dates, options.config.eras);
-    return Evaluator(whole.first_days(plan.seen_days()), {options.cost_basis_points, {}});
+    return Evaluator(whole.first_days(plan.seen_days()), {.book = RunData(options).book});
   }
   static Value graph_of(const SubmissionRecord& submission) {
     return read_json(submission.payload_json).mapping().at(keys::kGraph);

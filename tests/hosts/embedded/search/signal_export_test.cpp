@@ -141,16 +141,16 @@ TEST_F(SignalExport, GivesBackWhatTheSignalWasJudgedBy) {
   write_weights(in_folder("w.csv"), data, history_weights(data, kGraph), Existing::IsKept);
   const Panel weights = weights_in(cells_of(in_folder("w.csv")));
 
-  const double costs = seen.options().cost_basis_points;
+  const BookRules& rules = seen.options().book;
   const BacktestStatistics recorded = seen.evaluate(graph).backtest.statistics;
   EXPECT_NE(recorded.sharpe, 0.0);
   expect_equal(backtest_weights(weights.topRows(plan.seen_days()),
-                                data.close.topRows(plan.seen_days()), costs)
+                                data.close.topRows(plan.seen_days()), rules)
                    .statistics,
                recorded);
-  expect_equal(sample_statistics(weights, data.close, costs, plan).in_sample, recorded);
-  expect_equal(sample_statistics(weights, data.close, costs, plan).holdout,
-               sample_statistics(whole.evaluate(graph).weights, data.close, costs, plan).holdout);
+  expect_equal(sample_statistics(weights, data.close, rules, plan).in_sample, recorded);
+  expect_equal(sample_statistics(weights, data.close, rules, plan).holdout,
+               sample_statistics(whole.evaluate(graph).weights, data.close, rules, plan).holdout);
 }
 
 TEST_F(SignalExport, WritesARowADayAndAColumnAnInstrument) {
