@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "hosts/embedded/backtest/held_positions.hpp"
+
 namespace varnholt::embedded {
 namespace {
 
@@ -67,76 +69,15 @@ struct HoldingDays {
   Eigen::Index count = 0;
 };
 
-// One instrument's column of a book, up to the close at which the last of the holding days ends.
-class Column {
- public:
-  Column(const Panel& weights, const Panel& close, const BookRules& rules, Eigen::Index column,
-         HoldingDays held)
-      : weights_(weights),
-        close_(close),
-        column_(column),
-        delay_(rules.delay_days),
-        last_(std::min(held.first + held.count, close.rows() - 1)) {
-    while (last_ >= 0 && !has_close(last_))
-      --last_;
-  }
-
-  [[nodiscard]] double close(Eigen::Index day) const { return close_(day, column_); }
-  [[nodiscard]] bool has_close(Eigen::Index day) const { return std::isfinite(close(day)); }
-  // The last day with a close; -1 where there is none.
-  [[nodiscard]] Eigen::Index last() const { return last_; }
-  // What the signal wants to hold from the close of that day on.
-  [[nodiscard]] double wanted(Eigen::Index day) const {
-    return day < delay_ ? 0.0 : weights_(day - delay_, column_);
-  }
-
- private:
-  const Panel& weights_;
-  const Panel& close_;
-  Eigen::Index column_;
-  Eigen::Index delay_;
-  Eigen::Index last_;
-};
-
-struct Position {
-  double weight = 0.0;
-  double close = 0.0;  // The last one known.
-};
-
-std::invalid_argument not_finite() {
-  return std::invalid_argument("a weight is not finite; make weights with signal_weights");
-}
-
-// What is held into the close of `day`.
-Position position_before(const Column& column, Eigen::Index day) {
-  if (day > column.last() + 1) return {};  // Paid out.
-  for (Eigen::Index before = day; before-- > 0;) {
-    if (!column.has_close(before)) continue;
-    const Position position = {column.wanted(before), column.close(before)};
-    if (!std::isfinite(position.weight)) throw not_finite();
-    return position;
-  }
-  return {};
-}
-
-// The change of a position's value from one day to the next, or nothing where none is booked.
-std::optional<double> booked_change(const Column& column, const Position& held, Eigen::Index day,
-                                    const BookRules& rules) {
-  if (column.has_close(day + 1)) {
-    const double change = column.close(day + 1) / held.close - 1.0;
-    return std::abs(change) <= kLargestReturn ? std::optional(change) : std::nullopt;
-  }
-  return day == column.last() ? std::optional(rules.delisting_return) : std::nullopt;
-}
-
-void add_column(DailySums& sums, const Column& column, const BookRules& rules, HoldingDays held) {
-  Position position = position_before(column, held.first);
+void add_column(DailySums& sums, const WantedColumn& column, const Capital& capital,
+                const BookRules& rules, HoldingDays held) {
+  Position position = position_before(column, capital, held.first);
   for (Eigen::Index entry = 0; entry < held.count; ++entry) {
     const Eigen::Index day = held.first + entry;
     if (column.has_close(day)) {
-      const double wanted = column.wanted(day);
-      sums.traded(entry) += std::abs(wanted - position.weight);
-      position = {wanted, column.close(day)};
+      const double weight = column.wanted(day) * capital.share(day);
+      sums.traded(entry) += std::abs(weight - position.weight);
+      position = {weight, column.close(day)};
     } else if (day > column.last()) {
       return;  // Paid out, and never back.
     }
@@ -154,8 +95,10 @@ DailySums daily_sums(const Panel& weights, const Panel& close, const BookRules& 
                      HoldingDays held) {
   const Eigen::ArrayXd zeros = Eigen::ArrayXd::Zero(held.count);
   DailySums sums{zeros, zeros, zeros, zeros};
+  const Eigen::Index last_day = held.first + held.count;  // On which the last of them ends.
+  const Capital capital(weights, close, rules, last_day);
   for (Eigen::Index column = 0; column < close.cols(); ++column)
-    add_column(sums, Column(weights, close, rules, column, held), rules, held);
+    add_column(sums, WantedColumn(weights, close, rules, column, last_day), capital, rules, held);
   return sums;
 }
 
@@ -169,7 +112,7 @@ void check_shapes(const Panel& weights, const Panel& close) {
 
 void check_finite(const Panel& weights, Eigen::Index first_row, Eigen::Index rows) {
   if (weights.middleRows(first_row, rows).isFinite().all()) return;
-  throw not_finite();
+  refuse_weights_that_are_not_finite();
 }
 
 void check_days(HoldingDays held, Eigen::Index price_days) {

@@ -24,6 +24,8 @@ TEST(Report, TellsWhatIsSearched) {
   EXPECT_EQ(started_text(samples::started(), std::nullopt),
             "prices  prices.csv: 4 instruments, 3268 days, 2000-03-01 to 2013-03-01\n"
             "days    in sample 2451, to 2009-11-27; hold-out 817, from 2009-11-30\n"
+            "book    traded at the close of the signal, costs 5 basis points, delisting return 0, "
+            "252 periods a year as the dates tell\n"
             "store   runs.db, run 7\n"
             "pool    \"signals\", market 1, era 3\n"
             "search  batches of 32, 2 jobs, seed 123\n\n");
@@ -35,9 +37,31 @@ TEST(Report, WrapsWhatIsSearchedToTheTerminal) {
             "        days, 2000-03-01 to 2013-03-01\n"
             "days    in sample 2451, to 2009-11-27;\n"
             "        hold-out 817, from 2009-11-30\n"
+            "book    traded at the close of the\n"
+            "        signal, costs 5 basis points,\n"
+            "        delisting return 0, 252 periods\n"
+            "        a year as the dates tell\n"
             "store   runs.db, run 7\n"
             "pool    \"signals\", market 1, era 3\n"
             "search  batches of 32, 2 jobs, seed 123\n\n");
+}
+
+TEST(Report, TellsHowSignalsAreTraded) {
+  EXPECT_EQ(book_text({.cost_basis_points = 2.5,
+                       .delay_days = 1,
+                       .delisting_return = -0.3,
+                       .periods_per_year = 365},
+                      false),
+            "traded 1 day after the close of the signal, costs 2.5 basis points, delisting return "
+            "-0.3, 365 periods a year");
+}
+
+TEST(Report, TellsWhatOneInstrumentLeavesOut) {
+  embedded::SearchStarted started = samples::started();
+  started.instruments = 1;
+  EXPECT_THAT(started_text(started, std::nullopt),
+              HasSubstr("note    there is one instrument: fresh expressions have no functions "
+                        "across instruments\n"));
 }
 
 TEST(Report, ListsTheMetricsRecordInItsOrder) {

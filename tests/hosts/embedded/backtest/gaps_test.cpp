@@ -46,6 +46,17 @@ TEST(Gaps, APositionIsCarriedWhateverTheSignalSays) {
   EXPECT_NEAR(result.statistics.abs_weight_sum_mean, 2.0 / 3.0, kClose);
 }
 
+TEST(Gaps, WhatIsCarriedBindsItsCapital) {
+  // The signal wants all of B while the half in A cannot be sold: only a half is there for B.
+  const Panel close = panel({{100, 100}, {kNan, 100}, {100, 100}, {100, 100}});
+  const Panel weights = panel({{0.5, 0.5}, {0, 1}, {0, 1}, {0, 1}});
+  const BacktestStatistics s = backtest_weights(weights, close, kFree).statistics;
+  EXPECT_EQ(s.abs_weight_sum_mean, 1.0);
+  EXPECT_EQ(s.delta_exposure, 1.0);
+  // Bought: 1; nothing; A sold and B bought for it.
+  EXPECT_NEAR(s.turnover, (1.0 + 0.0 + 1.0) / 3.0, kClose);
+}
+
 TEST(Gaps, NothingIsBoughtWithoutAClose) {
   const Panel close = series({kNan, kNan, 100, 110});
   const BacktestResult result = backtest_weights(series({1, 1, 1, 1}), close, kFree);

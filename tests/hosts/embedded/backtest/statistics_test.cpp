@@ -194,19 +194,43 @@ struct NaiveBook {
 NaiveBook naive_book(const Panel& w, const Panel& close, const BookRules& rules) {
   const Panel zero = Panel::Zero(w.rows(), w.cols());
   NaiveBook book{zero, zero, zero, 0};
+  std::vector<Eigen::Index> lasts;
   for (Eigen::Index i = 0; i < w.cols(); ++i) {
-    Eigen::Index last = -1;
+    lasts.push_back(-1);
     for (Eigen::Index t = 0; t < w.rows(); ++t) {
-      if (!std::isnan(close(t, i))) last = t;
+      if (!std::isnan(close(t, i))) lasts.back() = t;
     }
+  }
+  // Day by day: first what cannot be traded, then the others with what capital is left.
+  for (Eigen::Index t = 0; t < w.rows(); ++t) {
+    double wanted_sum = 0.0, tradable = 0.0, carried = 0.0;
+    const auto wanted = [&](Eigen::Index i) {
+      return t >= rules.delay_days ? w(t - rules.delay_days, i) : 0.0;
+    };
+    for (Eigen::Index i = 0; i < w.cols(); ++i) {
+      wanted_sum += std::abs(wanted(i));
+      if (!std::isnan(close(t, i))) {
+        tradable += std::abs(wanted(i));
+      } else if (t > 0 && t <= lasts[static_cast<std::size_t>(i)]) {
+        book.held(t, i) = book.held(t - 1, i);
+        carried += std::abs(book.held(t, i));
+      }
+    }
+    double share = 1.0;
+    if (carried > 0.0 && tradable > 0.0) {
+      share = std::min(1.0, std::max(0.0, (wanted_sum - carried) / tradable));
+    }
+    for (Eigen::Index i = 0; i < w.cols(); ++i) {
+      if (!std::isnan(close(t, i))) book.held(t, i) = share * wanted(i);
+    }
+  }
+  for (Eigen::Index i = 0; i < w.cols(); ++i) {
+    const Eigen::Index last = lasts[static_cast<std::size_t>(i)];
     double known = kNan;
     for (Eigen::Index t = 0; t < w.rows(); ++t) {
       if (!std::isnan(close(t, i))) {
-        book.held(t, i) = t >= rules.delay_days ? w(t - rules.delay_days, i) : 0.0;
         book.is_traded(t, i) = 1.0;
         known = close(t, i);
-      } else if (t > 0 && t <= last) {
-        book.held(t, i) = book.held(t - 1, i);
       }
       if (t + 1 == w.rows()) break;
       const bool is_back = !std::isnan(close(t + 1, i));

@@ -23,8 +23,13 @@ namespace {
 
 using genetic::Value;
 
+Vocabulary vocabulary_of(Eigen::Index instruments) {
+  return make_vocabulary(
+      make_synthetic_universe({.instruments = instruments, .days = 1, .factors = 1}));
+}
+
 Vocabulary full_vocabulary() {
-  return make_vocabulary(make_synthetic_universe({.instruments = 1, .days = 1, .factors = 1}));
+  return vocabulary_of(2);
 }
 
 // Answers from lists and keeps count of what it was asked.
@@ -220,6 +225,17 @@ TEST(RandomGraphs, RefuseOptionsThatAllowNoGraph) {
   EXPECT_THROW((void)random_graph(generator, vocabulary, {.leaf_share = -0.1}),
                std::invalid_argument);
   EXPECT_THROW((void)random_graph(generator, Vocabulary{}), std::invalid_argument);
+}
+
+TEST(RandomGraphs, OfOneInstrumentHaveNoFunctionsAcrossInstruments) {
+  const Vocabulary vocabulary = vocabulary_of(1);
+  genetic::TwisterGenerator generator{genetic::MersenneTwister(11)};
+  for (int i = 0; i < 500; ++i) {
+    const std::string text = expression_text(random_graph(generator, vocabulary, {}));
+    EXPECT_EQ(text.find("cross_"), std::string::npos) << text;
+  }
+  // A graph that has one is still understood.
+  EXPECT_NE(vocabulary.find_function("cross_rank"), nullptr);
 }
 
 }  // namespace

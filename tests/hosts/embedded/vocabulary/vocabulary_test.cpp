@@ -49,7 +49,8 @@ TEST(Vocabulary, OffersTheFeaturesThatTheDataHave) {
 }
 
 TEST(Vocabulary, NamesEachFunctionAfterItsFamily) {
-  const Vocabulary vocabulary = make_vocabulary(long_data());
+  const Vocabulary vocabulary = make_vocabulary(read_price_text(
+      "date,symbol,high,low,close\n2011-01-03,A,1,1,1\n2011-01-03,B,1,1,1\n", "p.csv"));
   std::set<std::string_view> names;
   std::set<std::string_view> families;
   for (const FunctionEntry& entry : vocabulary.functions) {
