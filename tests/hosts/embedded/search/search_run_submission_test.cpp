@@ -148,7 +148,7 @@ TEST_F(SearchRunSubmissionTest, AReportThatIsCutShortHasTheStoredStatisticsOfThe
   ASSERT_GE(summary.submitted.size(), 2U);
   const MarketData whole = read_price_file(long_options().prices);
   const EraPlan plan = split_eras(whole.dates, long_options().config.eras);
-  const Evaluator evaluator(whole, {long_options().cost_basis_points, {}});
+  const Evaluator evaluator(whole, {.book = RunData(long_options()).book});
   SqliteRunStore store(long_options().database.string());
   int asked = 0;
   const std::vector<SubmittedSignal> cut = report_submitted_signals(
