@@ -12,9 +12,9 @@
 //
 // Gaps. An instrument without a close cannot be traded on that day: the position of the day before
 // is carried at the last close, whatever the signal says, and earns nothing until the day on which
-// the price returns, which books the whole change since the last close. The capital that it binds is
-// not there for the others: they get what is left, each in its proportion, so that the book is never
-// larger than the signal wants. Where it never returns,
+// the price returns, which books the whole change since the last close. The capital that it binds
+// is not there for the others: they get what is left, each in its proportion, so that the book is
+// never larger than the signal wants. Where it never returns,
 // although the history goes on, the position is paid out on the day after the last close: it earns
 // the delisting return of the rules, and is gone without being traded.
 #pragma once
@@ -65,7 +65,7 @@ struct BacktestStatistics {
   // Holding days with a position.
   std::int64_t active_days = 0;
   // Holding days times instruments that are held without a close on either side, or with a return
-  // beyond kLargestReturn (held_positions.hpp). On these days they earn nothing, unless they are paid out.
+  // beyond kLargestReturn (held_positions.hpp). They earn nothing then, unless they are paid out.
   std::int64_t missing_return_count = 0;
 };
 

@@ -4,8 +4,8 @@
 //   write_weights(out, data, history_weights(data, evaluation.graph_json), Existing::IsKept);
 //
 // The row of a day is what the signal of its close wants to hold, which is traded as the rules of
-// the run say (statistics.hpp). Because a signal knows nothing of later days, those of the days that
-// the search saw are what it was judged by: a backtest of these rows gives back the recorded
+// the run say (statistics.hpp). Because a signal knows nothing of later days, those of the days
+// that the search saw are what it was judged by: a backtest of these rows gives back the recorded
 // statistics.
 #pragma once
 
@@ -57,8 +57,8 @@ using Append = std::function<void(std::string_view)>;
 void write_whole_file(const std::filesystem::path& path, Existing existing,
                       const std::function<void(const Append&)>& fill);
 
-// Writes the weights of all days as such a file. Throws std::invalid_argument for weights of another
-// shape than the prices, and as write_whole_file does.
+// Writes the weights of all days as such a file. Throws std::invalid_argument for weights of
+// another shape than the prices, and as write_whole_file does.
 void write_weights(const std::filesystem::path& path, const MarketData& data, const Panel& weights,
                    Existing existing);
 
