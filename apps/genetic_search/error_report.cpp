@@ -19,6 +19,18 @@ bool is_one_of(const std::exception& error) {
   return ((dynamic_cast<const Kinds*>(&error) != nullptr) || ...);
 }
 
+// The lines of an error of several lines, such as the mistakes of a price file.
+std::string each_on_one_line(std::string_view text) {
+  std::string lines;
+  while (true) {
+    const std::size_t end = text.find('\n');
+    lines += on_one_line(text.substr(0, end));
+    if (end == std::string_view::npos) return lines;
+    lines += "\n  ";
+    text.remove_prefix(end + 1);
+  }
+}
+
 }  // namespace
 
 bool is_about_input(const std::exception& error) {
@@ -28,7 +40,7 @@ bool is_about_input(const std::exception& error) {
 }
 
 std::string error_text(const std::exception& error) {
-  std::string text = on_one_line(error.what());
+  std::string text = each_on_one_line(error.what());
   if (text.empty()) text = "an error without a text";
   try {
     std::rethrow_if_nested(error);

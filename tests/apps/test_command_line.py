@@ -301,6 +301,16 @@ def test_a_closed_output_does_not_end_up_in_the_store(tmp_path: Path, prices: Pa
 # --- check-prices ---
 
 
+def test_all_mistakes_of_a_price_file_are_told_one_a_line(tmp_path: Path):
+    prices = tmp_path / "bad.csv"
+    prices.write_text("date,A\n2011-01-03,x\n2011-01-04\n")
+    ended = call("check-prices", prices)
+    assert ended.returncode == 2 and ended.stdout == ""
+    first, second = ended.stderr.splitlines()
+    assert first.startswith(f'genetic-search: {prices}: line 2, column 2 "A": "x" is not a number')
+    assert second.startswith(f"  {prices}: line 3: the row has 1 cells where the header has 2")
+
+
 def test_check_prices_tells_what_a_file_holds(prices: Path):
     ended = call("check-prices", prices)
     assert ended.returncode == 0 and ended.stderr == ""

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <limits>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -51,14 +52,16 @@ LongColumns find_columns(const PriceRows& rows) {
 template <typename Key, typename Hash = std::hash<Key>>
 class Numbered {
  public:
-  // The number of what `text` is, which `read` turns into a key where it is new. Files are sorted
-  // by day or by symbol, so that most rows have one of the two in common with the row before.
+  // The number of what `text` is, which `read` turns into a key where it is new; nothing where it
+  // has none. Files are sorted by day or by symbol, so that most rows have one of the two in common
+  // with the row before.
   template <typename Read>
-  std::uint32_t number(std::string_view text, const Read& read) {
+  std::optional<std::uint32_t> number(std::string_view text, const Read& read) {
     if (has_last_ && text == last_text_) return last_;
-    const Key key = read();
-    const auto [entry, is_new] = numbers_.emplace(key, static_cast<std::uint32_t>(keys_.size()));
-    if (is_new) keys_.push_back(key);
+    const std::optional<Key> key = read();
+    if (!key) return std::nullopt;
+    const auto [entry, is_new] = numbers_.emplace(*key, static_cast<std::uint32_t>(keys_.size()));
+    if (is_new) keys_.push_back(*key);
     last_text_ = text;
     last_ = entry->second;
     has_last_ = true;
@@ -108,54 +111,65 @@ struct LongRows {
   std::vector<std::vector<bool>> is_given;
 };
 
-std::array<double, kFieldCount> read_values(const PriceRows& rows, const LongColumns& columns) {
+std::array<double, kFieldCount> read_values(PriceRows& rows, const LongColumns& columns) {
+  constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
   std::array<double, kFieldCount> values{};
-  values.fill(std::numeric_limits<double>::quiet_NaN());
+  values.fill(kUnknown);
   for (std::size_t field = 0; field < kFieldCount; ++field) {
     if (!columns.has(field)) continue;
-    values[field] = field == kVolume ? rows.read(columns.fields[field], read_volume_cell)
-                                     : rows.read(columns.fields[field], read_price_cell);
+    const auto value = field == kVolume ? rows.read(columns.fields[field], read_volume_cell)
+                                        : rows.read(columns.fields[field], read_price_cell);
+    values[field] = value.value_or(kUnknown);
   }
   if (values[kHigh] < values[kLow]) {
     const std::string low(rows.cell(columns.fields[kLow]));
-    throw PriceFileError(rows.place(columns.fields[kHigh]),
-                         "is a high below the low of the same day, \"" + low + "\"",
-                         "correct one of the two, or leave both cells empty");
+    rows.note(PriceFileError(rows.place(columns.fields[kHigh]),
+                             "is a high below the low of the same day, \"" + low + "\"",
+                             "correct one of the two, or leave both cells empty"));
   }
   return values;
+}
+
+bool is_row_of(const CsvRow& row, const LongColumns& columns, Date date,
+               const std::string& symbol) {
+  if (row.cells.size() <= std::max(columns.date, columns.symbol)) return false;
+  try {
+    return row.cells[columns.symbol] == symbol && read_date_cell(row.cells[columns.date]) == date;
+  } catch (const CellMistake&) {
+    return false;  // Noted when it was read.
+  }
 }
 
 // The line in which a day and symbol stand first. The file is read again for it, so that no line
 // number has to be kept for rows that nobody asks about.
 std::size_t first_line(std::string_view text, const LongColumns& columns, Date date,
                        const std::string& symbol) {
-  PriceRows rows(text, "");
-  while (rows.next()) {
-    if (rows.cell(columns.symbol) == symbol && read_date_cell(rows.cell(columns.date)) == date) {
-      break;
-    }
+  CsvReader reader(text, "");
+  while (reader.next() && !is_row_of(reader.row(), columns, date, symbol)) {
   }
-  return rows.line();
+  return reader.row().line;
 }
 
-void add_row(LongRows& table, const PriceRows& rows, const LongColumns& columns,
-             std::string_view text) {
-  const std::uint32_t date = table.dates.number(
+void add_row(LongRows& table, PriceRows& rows, const LongColumns& columns, std::string_view text) {
+  const auto date_number = table.dates.number(
       rows.cell(columns.date), [&] { return rows.read(columns.date, read_date_cell); });
-  const std::uint32_t symbol = table.symbols.number(
+  const auto symbol_number = table.symbols.number(
       rows.cell(columns.symbol), [&] { return rows.read(columns.symbol, read_symbol_cell); });
   const std::array<double, kFieldCount> values = read_values(rows, columns);
+  if (!rows.is_good()) return;
   check_panel_size(rows.file(), table.dates.size(), table.symbols.size());
+  const std::uint32_t date = *date_number;
+  const std::uint32_t symbol = *symbol_number;
 
   table.is_given.resize(table.symbols.size());
   std::vector<bool>& days = table.is_given[symbol];
   if (days.size() <= date) days.resize(table.dates.size());
   if (days[date]) {
     const std::size_t line = first_line(text, columns, table.dates[date], table.symbols[symbol]);
-    throw PriceFileError(rows.place(columns.date),
-                         "is given a second time for \"" + table.symbols[symbol] +
-                             "\" (first in line " + std::to_string(line) + ")",
-                         "keep one row a day and instrument");
+    return rows.note(PriceFileError(rows.place(columns.date),
+                                    "is given a second time for \"" + table.symbols[symbol] +
+                                        "\" (first in line " + std::to_string(line) + ")",
+                                    "keep one row a day and instrument"));
   }
   days[date] = true;
 

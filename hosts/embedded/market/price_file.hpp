@@ -15,7 +15,8 @@
 // - Prices are above zero, volumes are not negative, and no high is below the low of its day.
 // - Blank lines are skipped. Blanks around a cell do not count.
 //
-// The first mistake ends the reading with a PriceFileError; nothing from the file is used then.
+// A mistake in the header ends the reading with a PriceFileError; those in the rows are told all at
+// once, twenty at most. Nothing from the file is used then.
 #pragma once
 
 #include <filesystem>

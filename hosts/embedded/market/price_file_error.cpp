@@ -46,10 +46,20 @@ std::string message(const PricePlace& place, const std::string& problem,
   return text + problem + "; " + remedy;
 }
 
+std::string joined(const std::vector<PriceFileError>& mistakes, const std::string& more) {
+  std::string text;
+  for (const PriceFileError& mistake : mistakes)
+    text.append(text.empty() ? "" : "\n").append(mistake.what());
+  return more.empty() ? text : text + "\n" + more;
+}
+
 }  // namespace
 
 PriceFileError::PriceFileError(PricePlace place, const std::string& problem,
                                const std::string& remedy)
     : std::runtime_error(message(place, problem, remedy)), place_(std::move(place)) {}
+
+PriceFileError::PriceFileError(const std::vector<PriceFileError>& mistakes, const std::string& more)
+    : std::runtime_error(joined(mistakes, more)), place_(mistakes.front().place()) {}
 
 }  // namespace varnholt::embedded

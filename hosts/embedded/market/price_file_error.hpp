@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace varnholt::embedded {
 
@@ -17,12 +18,15 @@ struct PricePlace {
   std::string value = {};        // The cell as it stands in the file; only with a column.
 };
 
-// Thrown by everything that reads prices. The text reads
+// Thrown by everything that reads prices. The text of a mistake reads
 //   FILE: line L, column C "NAME": "VALUE" PROBLEM; REMEDY
-// and leaves out the parts that the place does not have.
+// and leaves out the parts that the place does not have. An error may be several mistakes of one
+// file: its text has a line for each, and its place is that of the first.
 class PriceFileError : public std::runtime_error {
  public:
   PriceFileError(PricePlace place, const std::string& problem, const std::string& remedy);
+  // All of them, of which there is at least one; `more` says what comes after the last.
+  PriceFileError(const std::vector<PriceFileError>& mistakes, const std::string& more);
 
   [[nodiscard]] const PricePlace& place() const noexcept { return place_; }
 

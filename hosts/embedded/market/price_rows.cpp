@@ -45,18 +45,43 @@ std::size_t PriceRows::find(std::string_view name) const {
 }
 
 bool PriceRows::next() {
-  if (!reader_.next()) {
-    if (has_rows_) return false;
-    throw PriceFileError({.file = file_}, "holds a header but no prices",
-                         "add the rows with the prices below the header");
+  while (read_row()) {
+    has_rows_ = true;
+    is_good_ = true;
+    const std::size_t cells = reader_.row().cells.size();
+    if (cells == header_.size()) return true;
+    note(PriceFileError({.file = file_, .line = line()},
+                        "the row has " + std::to_string(cells) + " cells where the header has " +
+                            std::to_string(header_.size()),
+                        "give it one cell a column; an empty cell is a gap"));
   }
-  has_rows_ = true;
-  const std::size_t cells = reader_.row().cells.size();
-  if (cells == header_.size()) return true;
-  throw PriceFileError({.file = file_, .line = line()},
-                       "the row has " + std::to_string(cells) + " cells where the header has " +
-                           std::to_string(header_.size()),
-                       "give it one cell a column; an empty cell is a gap");
+  if (!mistakes_.empty()) fail("");
+  if (has_rows_) return false;
+  throw PriceFileError({.file = file_}, "holds a header but no prices",
+                       "add the rows with the prices below the header");
+}
+
+void PriceRows::note(PriceFileError mistake) {
+  is_good_ = false;
+  mistakes_.push_back(std::move(mistake));
+  if (mistakes_.size() < kMostMistakes) return;
+  fail(file_ + ": read no further after " + std::to_string(kMostMistakes) +
+       " mistakes; there may be more");
+}
+
+// Behind a misplaced quote nobody knows where a row ends: that mistake is the last.
+bool PriceRows::read_row() {
+  try {
+    return reader_.next();
+  } catch (const PriceFileError& mistake) {
+    mistakes_.push_back(mistake);
+    fail("");
+  }
+}
+
+void PriceRows::fail(const std::string& more) const {
+  if (mistakes_.size() == 1) throw PriceFileError(mistakes_.front());
+  throw PriceFileError(mistakes_, more);
 }
 
 PricePlace PriceRows::place(std::size_t column) const {

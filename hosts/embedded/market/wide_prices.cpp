@@ -1,6 +1,7 @@
 #include "hosts/embedded/market/wide_prices.hpp"
 
 #include <map>
+#include <optional>
 #include <string>
 
 #include "hosts/embedded/market/price_panel.hpp"
@@ -40,20 +41,24 @@ struct WideRows {
 WideRows read_rows(PriceRows& rows, std::size_t date_column,
                    const std::map<std::string, std::size_t>& columns) {
   WideRows table;
+  std::vector<double> closes(columns.size());
   while (rows.next()) {
-    const Date date = rows.read(date_column, read_date_cell);
+    const std::optional<Date> date = rows.read(date_column, read_date_cell);
+    std::size_t instrument = 0;
+    for (const auto& [symbol, column] : columns)
+      closes[instrument++] = rows.read(column, read_price_cell).value_or(0.0);
+    if (!rows.is_good()) continue;
     const WideRow row = {rows.line(), table.by_date.size()};
-    const auto [entry, is_new] = table.by_date.emplace(date, row);
+    const auto [entry, is_new] = table.by_date.emplace(*date, row);
     if (!is_new) {
-      throw PriceFileError(
+      rows.note(PriceFileError(
           rows.place(date_column),
           "is given a second time (first in line " + std::to_string(entry->second.line) + ")",
-          "keep one row a day");
+          "keep one row a day"));
+      continue;
     }
     check_panel_size(rows.file(), table.by_date.size(), columns.size());
-    for (const auto& [symbol, column] : columns) {
-      table.closes.push_back(rows.read(column, read_price_cell));
-    }
+    table.closes.insert(table.closes.end(), closes.begin(), closes.end());
   }
   return table;
 }

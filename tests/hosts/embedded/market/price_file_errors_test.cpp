@@ -3,7 +3,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
+#include <string>
+#include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "hosts/embedded/market/price_file.hpp"
@@ -151,11 +154,45 @@ TEST(PriceFileErrors, RaggedRows) {
             "an empty cell is a gap");
 }
 
-TEST(PriceFileErrors, TheFirstMistakeOfTheFileIsTheOneReported) {
-  EXPECT_EQ(refusal("date,symbol,close\n2011-01-03,AAA,x\n2011-01-04,AAA\n").substr(0, 13),
-            "p.csv: line 2");
+// The beginnings of the lines of a message.
+std::vector<std::string> places(const std::string& message) {
+  std::vector<std::string> found;
+  std::istringstream lines(message);
+  for (std::string line; std::getline(lines, line);)
+    found.push_back(line.substr(0, line.find_first_of("\";")));
+  return found;
+}
+
+TEST(PriceFileErrors, AllMistakesOfTheRowsAreToldInTheOrderOfTheFile) {
+  using testing::ElementsAre;
+  EXPECT_THAT(places(refusal("date,symbol,open,close\n2011-01-03,AAA,x,-1\n2011-01-04,AAA\n"
+                             "2011-02-30,AAA,1,1\n2011-01-05,AAA,1,1\n2011-01-05,AAA,1,1\n")),
+              ElementsAre("p.csv: line 2, column 3 ", "p.csv: line 2, column 4 ",
+                          "p.csv: line 3: the row has 2 cells where the header has 4",
+                          "p.csv: line 4, column 1 ", "p.csv: line 6, column 1 "));
   // Rows of a wide file are reported in the order of the file, not of their dates.
-  EXPECT_EQ(refusal("date,A\n2011-01-09,x\n2011-01-04,y\n").substr(0, 13), "p.csv: line 2");
+  EXPECT_THAT(places(refusal("date,A,B\n2011-01-09,x,0\n2011-01-04,1,y\n2011-01-05,1,1\n"
+                             "2011-01-05,1,1\n")),
+              ElementsAre("p.csv: line 2, column 2 ", "p.csv: line 2, column 3 ",
+                          "p.csv: line 3, column 3 ", "p.csv: line 5, column 1 "));
+}
+
+TEST(PriceFileErrors, TwentyMistakesAreEnough) {
+  std::string text = "date,A\n";
+  for (int i = 0; i < 100; ++i)
+    text += "2011-01-03,x\n";
+  const std::vector<std::string> found = places(refusal(text));
+  ASSERT_EQ(found.size(), 21u);
+  EXPECT_EQ(found[19], "p.csv: line 21, column 2 ");
+  EXPECT_EQ(found[20], "p.csv: read no further after 20 mistakes");
+}
+
+TEST(PriceFileErrors, AMisplacedQuoteIsTheLast) {
+  using testing::ElementsAre;
+  EXPECT_THAT(places(refusal("date,A\n2011-01-03,x\n2011-01-04,1\"2\n2011-01-05,y\n")),
+              ElementsAre("p.csv: line 2, column 2 ",
+                          "p.csv: line 3: a double quote stands inside a cell (character 13 of the "
+                          "line)"));
 }
 
 TEST(PriceFileErrors, EmptyFiles) {
