@@ -6,18 +6,12 @@
 namespace varnholt::python {
 namespace {
 
-PyObject* interned(const char* text) {
-  PyObject* const made = PyUnicode_InternFromString(text);
-  if (made == nullptr) throw nb::python_error();
-  return made;
-}
-
 struct Texts {
-  PyObject* value = interned("value");
-  PyObject* threshold = interned("threshold");
-  PyObject* detail = interned("detail");
-  PyObject* candidate_index = interned("candidate_index");
-  PyObject* improvement_depth = interned("improvement_depth");
+  PyObject* value = interned_text("value");
+  PyObject* threshold = interned_text("threshold");
+  PyObject* detail = interned_text("detail");
+  PyObject* candidate_index = interned_text("candidate_index");
+  PyObject* improvement_depth = interned_text("improvement_depth");
 };
 
 // They live as long as the interpreter does.

@@ -19,20 +19,14 @@ namespace {
 struct GaveUp {};
 
 // Texts that are asked for at each node.
-PyObject* interned(const char* text) {
-  PyObject* const made = PyUnicode_InternFromString(text);
-  if (made == nullptr) throw nb::python_error();
-  return made;
-}
-
 struct Texts {
-  PyObject* dict = interned("dict");
-  PyObject* list = interned("list");
-  PyObject* scalar = interned("scalar");
-  PyObject* node = interned("node");
-  PyObject* type = interned("type");
-  PyObject* children = interned("children");
-  PyObject* feature = interned("feature");
+  PyObject* dict = interned_text("dict");
+  PyObject* list = interned_text("list");
+  PyObject* scalar = interned_text("scalar");
+  PyObject* node = interned_text("node");
+  PyObject* type = interned_text("type");
+  PyObject* children = interned_text("children");
+  PyObject* feature = interned_text("feature");
 };
 
 // They live as long as the interpreter does.

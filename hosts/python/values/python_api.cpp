@@ -123,6 +123,10 @@ nb::object name_object(std::string_view name) {
   return nb::borrow(place.object);
 }
 
+PyObject* interned_text(const char* text) {
+  return checked(PyUnicode_InternFromString(text)).release().ptr();
+}
+
 nb::object text_object(std::string_view text) {
   return checked(
       PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "surrogatepass"));

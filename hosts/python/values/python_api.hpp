@@ -55,5 +55,7 @@ void set_attribute(nb::handle object, const char* name, nb::handle value);
 // The same for a name. Nearly all names stand in the program and come again and again: a table
 // holds those that came last, by where they stand.
 [[nodiscard]] nb::object name_object(std::string_view name);
+// The same for a text that is kept for good, as long as the interpreter lives.
+[[nodiscard]] PyObject* interned_text(const char* text);
 
 }  // namespace varnholt::python

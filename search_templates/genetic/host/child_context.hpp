@@ -59,18 +59,23 @@ class ChildContext {
 };
 
 // For a context that offers no operation to be replaced, and that nothing asks for its last record.
+// What it gives is made when it is asked for first: most contexts are never asked.
 class PlainChild : public ChildContext {
  public:
   [[nodiscard]] std::shared_ptr<TemplateEvaluationState> template_evaluation_state() override {
+    if (state_ == nullptr) state_ = std::make_shared<OwnEvaluationState>();
     return state_;
   }
-  [[nodiscard]] std::shared_ptr<ReplaceableObject> operations() override { return operations_; }
+  [[nodiscard]] std::shared_ptr<ReplaceableObject> operations() override {
+    if (operations_ == nullptr) operations_ = std::make_shared<OperationTable>(Mapping());
+    return operations_;
+  }
   [[nodiscard]] Callable set_last_evaluation_record() override { return {}; }
   void assign_last_evaluation_record(const Value& /*record*/) override {}
 
  private:
-  std::shared_ptr<TemplateEvaluationState> state_ = std::make_shared<OwnEvaluationState>();
-  std::shared_ptr<ReplaceableObject> operations_ = std::make_shared<OperationTable>(Mapping());
+  std::shared_ptr<TemplateEvaluationState> state_;
+  std::shared_ptr<ReplaceableObject> operations_;
 };
 
 }  // namespace varnholt::genetic

@@ -118,7 +118,10 @@ class SearchContext {
 
   // The attempt tracker, in the parent. By default attempts are told apart and not kept; a context
   // of a language whose objects may lack the attribute fails here as that language does.
-  [[nodiscard]] virtual std::shared_ptr<AttemptTracker> tracker() { return no_attempts_; }
+  [[nodiscard]] virtual std::shared_ptr<AttemptTracker> tracker() {
+    if (no_attempts_ == nullptr) no_attempts_ = std::make_shared<NoAttempts>();
+    return no_attempts_;
+  }
   // Whether the run has been cancelled. Asked in the parent; every call is behaviour.
   [[nodiscard]] virtual bool submission_cancelled() { return false; }
   // The same operation for the pool, which asks it by itself; empty when the context has none.
@@ -144,7 +147,7 @@ class SearchContext {
 
  private:
   PlainChild plain_child_;
-  std::shared_ptr<NoAttempts> no_attempts_ = std::make_shared<NoAttempts>();
+  std::shared_ptr<NoAttempts> no_attempts_;  // Made when it is asked for first.
 };
 
 }  // namespace varnholt::genetic
