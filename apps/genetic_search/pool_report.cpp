@@ -1,5 +1,6 @@
 #include "apps/genetic_search/pool_report.hpp"
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -14,12 +15,22 @@ namespace {
 
 // There are two.
 constexpr std::size_t kListedRefusals = 10;
+constexpr std::size_t kListedSignals = 10;
+
+// The signals that are listed: the best in sample, the best first. Of equal ones the earlier.
+std::vector<embedded::SubmittedSignal> best_of(std::vector<embedded::SubmittedSignal> signals) {
+  std::stable_sort(signals.begin(), signals.end(), [](const auto& left, const auto& right) {
+    return left.statistics.in_sample.sharpe > right.statistics.in_sample.sharpe;
+  });
+  if (signals.size() > kListedSignals) signals.resize(kListedSignals);
+  return signals;
+}
 
 std::string table_of(const embedded::SearchSummary& summary, Width width) {
   const std::vector<TableColumn> columns = {
       {"id"}, {"in sample"}, {"hold-out"}, {"novelty"}, {"correlation"}};
   std::vector<SignalRow> rows;
-  for (const embedded::SubmittedSignal& signal : summary.submitted) {
+  for (const embedded::SubmittedSignal& signal : best_of(summary.submitted)) {
     rows.push_back({{signal.eval_id, two_digits(signal.statistics.in_sample.sharpe),
                      signal.has_holdout ? two_digits(signal.statistics.holdout.sharpe) : "-",
                      two_digits(signal.novelty), two_digits(signal.correlation)},
@@ -60,11 +71,19 @@ std::string pool_text(const embedded::SearchSummary& summary,
                        "Sharpe ratio",
                        pool)
                  : fmt::format(
-                       "Submitted to the signal pool \"{}\": {} signal{}, beside the market, by "
-                       "Sharpe ratio",
-                       pool, count, count == 1 ? "" : "s");
+                       "Submitted to the signal pool \"{}\": {}, beside the market, by Sharpe "
+                       "ratio",
+                       pool, counted(static_cast<std::int64_t>(count), "signal"));
   std::string text = entry_text("", heading, width);
   text += table_of(summary, width);
+  if (count > kListedSignals) {
+    text +=
+        entry_text("",
+                   fmt::format("These are the best {} in sample. All of them: {} {} {} --run {}",
+                               kListedSignals, kProgramName, kSignalsName,
+                               on_one_line(started.database.string()), started.run_id),
+                   width);
+  }
   text += entry_text("", sample_days_text(started), width);
   std::string counts = "Submissions: " + submission_counts_text(summary.submissions);
   // A run settles what one that died has left in the queue.
@@ -73,11 +92,11 @@ std::string pool_text(const embedded::SearchSummary& summary,
   }
   text += entry_text("", counts + ".", width);
   if (count > 0) {
-    text += entry_text(
-        "",
-        fmt::format("More of one: {} {} {} {}", kProgramName, kShowName,
-                    on_one_line(started.database.string()), summary.submitted.front().eval_id),
-        width);
+    text += entry_text("",
+                       fmt::format("More of one: {} {} {} {}", kProgramName, kShowName,
+                                   on_one_line(started.database.string()),
+                                   best_of(summary.submitted).front().eval_id),
+                       width);
   }
   return text;
 }

@@ -16,12 +16,11 @@ from program import a_run, call, events, rows, table
 def test_the_end_tells_the_pool_beside_the_market(tmp_path: Path, prices: Path):
     store, text = a_run(tmp_path, prices)
     told = table(text, 'Submitted to the signal pool "signals": ')
-    assert [row["id"] for row in told[:-1]] == [
-        row[0] for row in rows(
-            store, "SELECT eval_id FROM submissions WHERE state = 'submitted' "
-            "ORDER BY settled_order",
-        )
-    ]
+    submitted = rows(
+        store, "SELECT s.eval_id FROM submissions s JOIN evaluations e ON e.eval_id = s.eval_id "
+        "WHERE s.state = 'submitted' ORDER BY e.sharpe DESC, s.settled_order",
+    )
+    assert [row["id"] for row in told[:-1]] == [row[0] for row in submitted[:10]]
     assert len(told) > 1 and told[-1]["id"] == "market"
     for row in told[:-1]:
         ((stored, holdout, novelty, correlation),) = rows(

@@ -42,6 +42,26 @@ TEST(PoolReport, TellsTheMarketWhereNothingWasSubmitted) {
   EXPECT_THAT(text, Not(HasSubstr("More of one")));
 }
 
+TEST(PoolReport, ListsTheTenBestAndSaysWhereTheRestIs) {
+  embedded::SearchSummary summary = samples::summary();
+  const embedded::SubmittedSignal one = summary.submitted.front();
+  summary.submitted.clear();
+  for (int i = 1; i <= 12; ++i) {
+    summary.submitted.push_back(one);
+    summary.submitted.back().eval_id = "7-" + std::to_string(i);
+    summary.submitted.back().statistics.in_sample.sharpe = i;
+  }
+  const std::string text = pool_text(summary, samples::started(), std::nullopt);
+  EXPECT_THAT(text, HasSubstr(": 12 signals, beside the market"));
+  EXPECT_LT(text.find("  7-12 "), text.find("  7-11 "));
+  EXPECT_THAT(text, HasSubstr("   7-3 "));
+  EXPECT_THAT(text, Not(HasSubstr("   7-2 ")));
+  EXPECT_THAT(text,
+              HasSubstr("These are the best 10 in sample. All of them: genetic-search signals "
+                        "runs.db --run 7\n"));
+  EXPECT_THAT(text, HasSubstr("More of one: genetic-search show runs.db 7-12\n"));
+}
+
 TEST(PoolReport, NamesTheLeftOversOfEarlierRuns) {
   embedded::SearchSummary summary = samples::summary();
   summary.submissions.submitted = 3;
