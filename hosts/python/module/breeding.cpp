@@ -8,7 +8,7 @@
 #include "hosts/python/host/python_host.hpp"
 #include "hosts/python/module/init.hpp"
 #include "hosts/python/values/conversion.hpp"
-#include "hosts/python/values/graph_walks.hpp"
+#include "hosts/python/values/graph_readings.hpp"
 #include "hosts/python/values/python_api.hpp"
 #include "search_templates/genetic/population/batch_composition.hpp"
 #include "search_templates/genetic/population/elite_derivation.hpp"

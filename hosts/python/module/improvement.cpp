@@ -6,7 +6,7 @@
 #include "hosts/python/host/python_population.hpp"
 #include "hosts/python/module/init.hpp"
 #include "hosts/python/values/conversion.hpp"
-#include "hosts/python/values/graph_walks.hpp"
+#include "hosts/python/values/graph_readings.hpp"
 #include "hosts/python/values/python_api.hpp"
 #include "search_templates/genetic/population/node_names.hpp"
 #include "search_templates/genetic/reaction/derivation.hpp"

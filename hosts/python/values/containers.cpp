@@ -1,6 +1,7 @@
 #include "hosts/python/values/containers.hpp"
 
 #include "hosts/python/values/conversion.hpp"
+#include "hosts/python/values/graph_readings.hpp"
 #include "hosts/python/values/graph_walks.hpp"
 #include "hosts/python/values/python_api.hpp"
 #include "hosts/python/values/python_error.hpp"

@@ -127,6 +127,25 @@ def test_node_names(genetic, graph, names):
     assert all(type(name) is str for name in found)
 
 
+def test_children_that_a_look_up_takes_away_are_walked_to_their_end(genetic):
+    class Thief:
+        """A key that is looked at in the search for another, and empties the parent meanwhile."""
+
+        def __hash__(self):
+            return hash("node")
+
+        def __eq__(self, other):
+            parent.pop("children", None)
+            return False
+
+    parent = {"node": "parent"}
+    first = {Thief(): 1, "node": "first"}
+    parent["children"] = [first, {"node": "second"}]
+    assert genetic._graph_node_names(parent) == {"parent", "first", "second"}
+    assert "children" not in parent
+
+
+
 def test_only_missing_children_are_none(genetic):
     assert genetic._graph_node_names({"node": "a"}) == {"a"}
     for children in (None, 5):
