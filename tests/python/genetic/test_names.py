@@ -293,7 +293,12 @@ def test_other_classes(genetic):
 def test_every_class_says_what_it_is_for(genetic):
     for name in ("_GeneticTemplate", "_DefaultGeneticTemplate", "_CallableGeneticModule",
                  "_ChildSyncSnapshot", "_ProcessAttemptLedger"):
-        assert getattr(genetic, name).__doc__, name
+        own = getattr(genetic, name)
+        assert own.__doc__, name
+        for member, value in vars(own).items():
+            if member == "__call__" or not member.startswith("__"):
+                if callable(value) or isinstance(value, property):
+                    assert value.__doc__, f"{name}.{member}"
 
 
 @pytest.mark.parametrize("name", CONSTANTS)

@@ -294,6 +294,7 @@ class _GeneticTemplate:
         _native.set_template_attribute(self, name, value)
 
     def __call__(self, ctx):
+        """Search on the context with these settings, until its stop event is set."""
         return _run_genetic_search(ctx, self)
 
     @property
@@ -362,9 +363,11 @@ class _GeneticTemplate:
         return self._process_timeout_seconds
 
     def _rng_for_batch(self):
+        """A new generator on the current state, as `rng` gives."""
         return _rng_from_state(self._rng_state)
 
     def _store_rng_state(self, rng):
+        """Go on from the state of this generator; None changes nothing."""
         _native.store_rng_state(self, rng)
 
 
@@ -374,58 +377,72 @@ class _DefaultGeneticTemplate:
     _varnholt_manages_evaluation = True
 
     def __call__(self, ctx):
+        """Search on the context with all defaults, on a template and so with a seed of its own."""
         return with_config()(ctx)
 
     @property
     def batch_size(self):
+        """Candidates in a generated batch."""
         return DEFAULT_BATCH_SIZE
 
     @property
     def initial_candidates(self):
+        """No seed graphs: None."""
         return None
 
     @property
     def seed(self):
+        """No seed, since each call draws its own: None."""
         return None
 
     @property
     def rng(self):
+        """No generator, since each call makes its own: None."""
         return None
 
     @property
     def restart_threshold(self):
+        """Generations without a better score before a restart is forced."""
         return DEFAULT_RESTART_THRESHOLD
 
     @property
     def elite_fraction(self):
+        """The share of the population that is kept as elite."""
         return DEFAULT_ELITE_FRACTION
 
     @property
     def diversity_weight(self):
+        """The weight of diversity in a candidate's score."""
         return DEFAULT_DIVERSITY_WEIGHT
 
     @property
     def parsimony_weight(self):
+        """The weight of parsimony in a candidate's score."""
         return DEFAULT_PARSIMONY_WEIGHT
 
     @property
     def operator_rates(self):
+        """The rate of each genetic operator, in a new dict."""
         return dict(DEFAULT_OPERATOR_RATES)
 
     @property
     def max_improvement_depth(self):
+        """How many improvements may follow on one another."""
         return DEFAULT_MAX_IMPROVEMENT_DEPTH
 
     @property
     def max_improvement_candidates(self):
+        """Improvement candidates allowed in a generation."""
         return DEFAULT_MAX_IMPROVEMENT_CANDIDATES
 
     @property
     def max_improvement_rounds(self):
+        """Improvement rounds allowed in a generation."""
         return DEFAULT_MAX_IMPROVEMENT_ROUNDS
 
     @property
     def process_timeout_seconds(self):
+        """Seconds that one candidate's process may take, as the host has it now."""
         return _process_evaluation.DEFAULT_SEARCH_TEMPLATE_TIMEOUT_SECONDS
 
 
@@ -473,6 +490,7 @@ class _CallableGeneticModule(_types.ModuleType):
     """This module: called, and asked for settings, it behaves as the default template."""
 
     def __call__(self, *args, **kwargs):
+        """Call the default template with these arguments."""
         return _default_genetic_template(*args, **kwargs)
 
     def __getattr__(self, name):
