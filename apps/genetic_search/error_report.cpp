@@ -34,6 +34,8 @@ std::string each_on_one_line(std::string_view text) {
 }  // namespace
 
 bool is_about_input(const std::exception& error) {
+  // Others use the store, or the disk is full: that says nothing of the input.
+  if (is_one_of<embedded::StoreBusyError, embedded::StoreDiskError>(error)) return false;
   return is_one_of<UsageError, embedded::PriceFileError, embedded::SeedFileError,
                    embedded::StoreError, embedded::HostConfigError, embedded::ExportError,
                    genetic::TypeError, genetic::ValueError, std::invalid_argument>(error);

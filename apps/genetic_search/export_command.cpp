@@ -8,6 +8,7 @@
 #include "apps/genetic_search/stored_signal.hpp"
 #include "apps/genetic_search/text_layout.hpp"
 #include "hosts/embedded/search/signal_export.hpp"
+#include "hosts/embedded/store/store_files.hpp"
 #include "hosts/embedded/store/store_reader.hpp"
 
 namespace varnholt::app {
@@ -42,6 +43,12 @@ void refuse_input_as_output(const ExportCommand& command, const std::filesystem:
       throw ExportError(fmt::format("{}: it is a file that the export reads; name another one",
                                     command.weights.string()));
     }
+  }
+  if (const auto database = embedded::database_beside(command.weights)) {
+    throw ExportError(
+        fmt::format("{}: it is the name of a file that {} keeps beside itself; name "
+                    "another one",
+                    command.weights.string(), database->string()));
   }
 }
 

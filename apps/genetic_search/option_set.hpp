@@ -57,7 +57,8 @@ class Options {
   // A setting of the search template, which reads and judges the text itself.
   void setting(const std::string& name, const char* unit, const std::string& description,
                std::optional<genetic::Value>& target) {
-    add(name, unit, description, [&target](const std::string& value) { target = value; });
+    add(name, unit, description,
+        [&target, name](const std::string& value) { target = plain_number(name, value); });
   }
 
   void text(const std::string& name, const char* unit, const std::string& description,

@@ -71,6 +71,12 @@ double real_number(const std::string& option, const std::string& text, RealRange
   return value;
 }
 
+std::string plain_number(const std::string& option, const std::string& text) {
+  double ignored = 0.0;
+  if (!reads_as(text, ignored)) refuse(option, text, "a number in decimal digits");
+  return text;
+}
+
 genetic::Value rate_list(const std::string& option, const std::string& text) {
   genetic::Mapping rates;
   std::size_t start = 0;
@@ -82,7 +88,7 @@ genetic::Value rate_list(const std::string& option, const std::string& text) {
       throw UsageError(fmt::format(
           "{} wants rates such as crossover=0.4,hoist_mutation=0.1, not \"{}\"", option, rate));
     }
-    rates.set(rate.substr(0, equals), rate.substr(equals + 1));
+    rates.set(rate.substr(0, equals), plain_number(option, rate.substr(equals + 1)));
     start = end + 1;
   }
   return rates;

@@ -29,8 +29,13 @@ struct RealRange {
 [[nodiscard]] double real_number(const std::string& option, const std::string& text,
                                  RealRange range);
 
+// The text itself, where it is a decimal number in ASCII: the template's own conversion takes
+// digits of other scripts as well, and it is the one that judges the value.
+[[nodiscard]] std::string plain_number(const std::string& option, const std::string& text);
+
 // Rates written as "crossover=0.4,hoist_mutation=0", as a mapping of name to the rate's text. Which
-// names and rates there may be is decided by the template. Throws UsageError for another form.
+// names and rates there may be is decided by the template. Throws UsageError for another form, and
+// for a rate that plain_number refuses.
 [[nodiscard]] genetic::Value rate_list(const std::string& option, const std::string& text);
 
 }  // namespace varnholt::app

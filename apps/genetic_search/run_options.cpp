@@ -10,6 +10,7 @@
 #include "hosts/embedded/backtest/statistics.hpp"
 #include "hosts/embedded/gates/gates.hpp"
 #include "hosts/embedded/host/embedded_host.hpp"
+#include "hosts/embedded/vocabulary/graph_shape.hpp"
 #include "search_templates/genetic/settings/constants.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
@@ -99,11 +100,12 @@ void add_search_options(Options& options, embedded::SearchOptions& search) {
   add_repair_options(options, search);
 
   options.group("Expressions");
-  options.whole("--max-depth", "N", from(1, 100),
+  const embedded::GraphLimits largest;  // What an evaluator takes.
+  options.whole("--max-depth", "N", from(1, largest.max_depth),
                 fmt::format("Nodes on the longest way down an expression. Default: {}.",
                             search.graphs.max_depth),
                 search.graphs.max_depth);
-  options.whole("--max-nodes", "N", from(1, 10'000),
+  options.whole("--max-nodes", "N", from(1, static_cast<std::int64_t>(largest.max_nodes)),
                 fmt::format("Nodes of an expression: features, functions and windows. Default: {}.",
                             search.graphs.max_nodes),
                 search.graphs.max_nodes);

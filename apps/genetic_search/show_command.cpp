@@ -44,21 +44,21 @@ struct Page {
   Ancestor lineage;
 };
 
-Page page_of(embedded::StoreReader& store, const std::string& eval_id) {
+Page page_of(embedded::StoreReader& store, const std::string& eval_id, Damages& damages) {
   Page page{required_evaluation(store, eval_id), {}, {}, {}, {}, {}, {}, {}, {}};
   const embedded::EvaluationRecord& evaluation = page.found.evaluation;
   const auto json = [&](const std::string& text, const char* what) {
-    return stored_json(store, text, fmt::format("the {} of {}", what, eval_id));
+    return stored_json(text, fmt::format("the {} of {}", what, eval_id), damages);
   };
   page.expression = stored_expression(evaluation.graph_json);
   page.graph = json(evaluation.graph_json, "graph");
   page.statistics = json(evaluation.statistics_json, "statistics");
   page.holdout = json(evaluation.holdout_statistics_json.value_or("null"), "hold-out statistics");
   page.failures = json(evaluation.failures_json, "failures");
-  page.eras = stored_json(store, page.found.run.start.eras_json,
-                          fmt::format("the eras of run {}", page.found.run.id));
+  page.eras = stored_json(page.found.run.start.eras_json,
+                          fmt::format("the eras of run {}", page.found.run.id), damages);
   page.submissions = store.submissions().of_evaluation(evaluation.eval_id);
-  page.lineage = ancestry(store, page.found);
+  page.lineage = ancestry(store, page.found, damages);
   return page;
 }
 
@@ -78,6 +78,9 @@ std::string number_text(const Value& value) {
 }
 
 std::string time_text(double seconds) {
+  // To the year 9999: what is beyond is no time that a run was begun at.
+  constexpr double kEndOfTimes = 253402300800.0;
+  if (!(seconds >= 0.0 && seconds < kEndOfTimes)) return "at no time that can be told";
   return fmt::format("{:%Y-%m-%d %H:%M:%S} UTC", fmt::gmtime(static_cast<std::time_t>(seconds)));
 }
 
@@ -242,9 +245,11 @@ void show_command(const ShowCommand& command, Output& output, Width width) {
   const std::unique_ptr<embedded::StoreReader> opened =
       embedded::open_store_reader(command.database);
   embedded::StoreReader& store = *opened;
-  const Page page = page_of(store, command.eval_id);
+  Damages damages;
+  const Page page = page_of(store, command.eval_id, damages);
   output.write(command.json ? json_line(page_json(page)) : page_text(page, width));
   output.throw_if_failed();
+  damages.throw_if_any(store);
 }
 
 }  // namespace varnholt::app

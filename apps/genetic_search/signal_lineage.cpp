@@ -45,13 +45,13 @@ std::vector<std::string> texts(const Value& list) {
 
 class Tree {
  public:
-  Tree(embedded::StoreReader& store, std::int64_t run)
-      : store_(store), first_candidates_(store.first_candidates(run)) {}
+  Tree(embedded::StoreReader& store, std::int64_t run, Damages& damages)
+      : store_(store), damages_(damages), first_candidates_(store.first_candidates(run)) {}
 
   Ancestor of(const EvaluationOfRun& found, int generations) {
     const embedded::EvaluationRecord& evaluation = found.evaluation;
     const Value lineage =
-        stored_json(store_, evaluation.lineage_json, "the lineage of " + evaluation.eval_id);
+        stored_json(evaluation.lineage_json, "the lineage of " + evaluation.eval_id, damages_);
     Ancestor ancestor;
     ancestor.graph_key = evaluation.graph_key;
     ancestor.eval_id = evaluation.eval_id;
@@ -88,8 +88,8 @@ class Tree {
   }
 
   Value statistics_of(const embedded::EvaluationRecord& evaluation) {
-    Value statistics =
-        stored_json(store_, evaluation.statistics_json, "the statistics of " + evaluation.eval_id);
+    Value statistics = stored_json(evaluation.statistics_json,
+                                   "the statistics of " + evaluation.eval_id, damages_);
     return statistics.is_mapping() ? statistics : Value();
   }
 
@@ -115,6 +115,7 @@ class Tree {
   }
 
   embedded::StoreReader& store_;
+  Damages& damages_;
   std::map<std::string, std::int64_t> first_candidates_;
   std::set<std::string> told_;  // Those whose parents stand in the tree.
 };
@@ -174,8 +175,9 @@ std::string ancestry_text(const Ancestor& ancestor, std::size_t depth, Width wid
 
 }  // namespace
 
-Ancestor ancestry(embedded::StoreReader& store, const EvaluationOfRun& evaluation) {
-  return Tree(store, evaluation.run.id).of(evaluation, kToldGenerations);
+Ancestor ancestry(embedded::StoreReader& store, const EvaluationOfRun& evaluation,
+                  Damages& damages) {
+  return Tree(store, evaluation.run.id, damages).of(evaluation, kToldGenerations);
 }
 
 std::string ancestry_text(const Ancestor& root, Width width) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "apps/genetic_search/json_events.hpp"
+#include "apps/genetic_search/stored_signal.hpp"
 #include "apps/genetic_search/text_layout.hpp"
 #include "hosts/embedded/store/store_reader.hpp"
 
@@ -43,7 +44,7 @@ struct Ancestor {
 
 // The tree of an evaluation of `store`.
 [[nodiscard]] Ancestor ancestry(embedded::StoreReader& store,
-                                const embedded::EvaluationOfRun& evaluation);
+                                const embedded::EvaluationOfRun& evaluation, Damages& damages);
 
 // A line for each candidate, its parents below it and further in. Below the line of a repair stand
 // what the plan means and the statistics that it changed, before and after. Ended.

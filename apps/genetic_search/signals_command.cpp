@@ -27,17 +27,23 @@ struct Listed {
   std::optional<double> holdout_sharpe;
 };
 
-Listed listed(embedded::StoreReader& store, const SubmissionRecord& submission) {
+Listed listed(embedded::StoreReader& store, const SubmissionRecord& submission, Damages& damages) {
   Listed signal;
   signal.submission = submission;
-  const embedded::EvaluationRecord evaluation =
-      required_evaluation(store, submission.eval_id).evaluation;
+  const auto found = store.find_evaluation(submission.eval_id);
+  if (!found) {
+    damages.note("there is no evaluation " + submission.eval_id + ", which was submitted");
+    return signal;
+  }
+  const embedded::EvaluationRecord& evaluation = found->evaluation;
   const std::string statistics = "the statistics of " + submission.eval_id;
   signal.expression = stored_expression(evaluation.graph_json);
   signal.in_sample_sharpe =
-      figure_of(stored_json(store, evaluation.statistics_json, statistics), kSharpe);
-  signal.holdout_sharpe = figure_of(
-      stored_json(store, evaluation.holdout_statistics_json.value_or("null"), statistics), kSharpe);
+      figure_of(stored_json(evaluation.statistics_json, statistics, damages), kSharpe);
+  signal.holdout_sharpe =
+      figure_of(stored_json(evaluation.holdout_statistics_json.value_or("null"),
+                            "the hold-out statistics of " + submission.eval_id, damages),
+                kSharpe);
   return signal;
 }
 
@@ -105,12 +111,13 @@ void signals_command(const SignalsCommand& command, Output& output, Width width)
   filter.run = command.run;
   if (!command.all) filter.state = SubmissionState::Submitted;
   std::vector<Listed> signals;
+  Damages damages;
   for (const SubmissionRecord& submission : store.submissions().list(filter)) {
     if (command.pool && submission.pool.signal_pool_name != *command.pool) continue;
     if (command.json) {
-      output.write(signal_line(listed(store, submission)));
+      output.write(signal_line(listed(store, submission, damages)));
     } else {
-      signals.push_back(listed(store, submission));
+      signals.push_back(listed(store, submission, damages));
     }
   }
   if (!command.json) {
@@ -118,6 +125,7 @@ void signals_command(const SignalsCommand& command, Output& output, Width width)
                                  : table_of(signals, command.all, width));
   }
   output.throw_if_failed();
+  damages.throw_if_any(store);
 }
 
 }  // namespace varnholt::app

@@ -45,13 +45,25 @@ std::string stored_expression(const std::string& graph_json) {
   }
 }
 
-Value stored_json(const embedded::StoreReader& store, const std::string& text,
-                  const std::string& what) {
+void Damages::note(const std::string& trouble) {
+  if (count_++ == 0) first_ = trouble;
+}
+
+void Damages::throw_if_any(const embedded::StoreReader& store) const {
+  if (count_ == 0) return;
+  const std::string more = count_ == 1 ? "" : fmt::format(" (and {} more troubles)", count_ - 1);
+  throw embedded::StoreError(
+      store.path(), first_ + more,
+      "the file is damaged, and what could be read is shown; begin a new one "
+      "with the next run");
+}
+
+Value stored_json(const std::string& text, const std::string& what, Damages& damages) {
   try {
     return embedded::read_json(text);
   } catch (const genetic::ValueError& error) {
-    throw embedded::StoreError(store.path(), fmt::format("{} is no JSON: {}", what, error.text()),
-                               "the file is damaged; move it away");
+    damages.note(fmt::format("{} is no JSON: {}", what, error.text()));
+    return {};
   }
 }
 

@@ -17,9 +17,21 @@ namespace varnholt::app {
 // The graph as a call; empty for a graph that is not of the vocabulary's form.
 [[nodiscard]] std::string stored_expression(const std::string& graph_json);
 
-// A stored JSON text as a value. Where the text is damaged, StoreError that names `what`.
-[[nodiscard]] genetic::Value stored_json(const embedded::StoreReader& store,
-                                         const std::string& text, const std::string& what);
+// What of a store cannot be read. The rest is shown all the same, and these are told after it.
+class Damages {
+ public:
+  void note(const std::string& trouble);
+  // StoreError with the first of them, and how many there are.
+  void throw_if_any(const embedded::StoreReader& store) const;
+
+ private:
+  std::string first_;
+  int count_ = 0;
+};
+
+// A stored JSON text as a value. One that is damaged is noted under the name `what`, and absent.
+[[nodiscard]] genetic::Value stored_json(const std::string& text, const std::string& what,
+                                         Damages& damages);
 
 // A figure of a statistics mapping; nothing where there are no statistics.
 [[nodiscard]] std::optional<double> figure_of(const genetic::Value& statistics, genetic::Key name);

@@ -6,6 +6,7 @@ No test depends on how fast anything is.
 from __future__ import annotations
 
 import json
+import os
 import re
 import subprocess
 from pathlib import Path
@@ -104,6 +105,39 @@ def test_a_store_in_a_folder_that_is_not_there(tmp_path: Path, prices: Path):
     ended = call("run", "--prices", prices, "--db", tmp_path / "no" / "runs.db")
     assert ended.returncode == 2
     assert "runs.db" in ended.stderr
+
+
+@pytest.mark.parametrize(
+    ("option", "size", "limit"), [("--prices", 5 << 30, 4 << 30), ("--seeds", 65 << 20, 64 << 20)]
+)
+def test_a_file_beyond_the_limit_is_refused(
+    tmp_path: Path, prices: Path, option: str, size: int, limit: int
+):
+    large = tmp_path / "large"
+    large.touch()
+    os.truncate(large, size)  # Without a byte on the disk.
+    files = {"--prices": prices, option: large}
+    ended = call(
+        "run", "--db", tmp_path / "runs.db", "--generations", "1",
+        *(word for pair in files.items() for word in pair),
+    )
+    assert ended.returncode == 2 and ended.stdout == ""
+    assert f"{large}: is larger than {limit} bytes, the most that are read" in ended.stderr
+    assert ended.stderr.count("\n") == 1 and not (tmp_path / "runs.db").exists()
+
+
+@pytest.mark.parametrize("option", ["--prices", "--seeds", "--config"])
+@pytest.mark.parametrize("name", ["/dev/zero", "/", "/proc/self/mem", "none"])
+def test_what_is_no_file_is_refused_in_one_line(
+    tmp_path: Path, prices: Path, option: str, name: str
+):
+    files = {"--prices": prices, option: name}
+    ended = call(
+        "run", "--db", tmp_path / "runs.db", "--generations", "1",
+        *(word for pair in files.items() for word in pair), cwd=tmp_path,
+    )
+    assert ended.returncode == 2 and ended.stdout == "" and ended.stderr.count("\n") == 1
+    assert name in ended.stderr and not (tmp_path / "runs.db").exists()
 
 
 # --- a whole run ---
@@ -294,6 +328,20 @@ def test_a_closed_output_does_not_end_up_in_the_store(tmp_path: Path, prices: Pa
     )
     assert ended.returncode == 1
     assert "cannot write to standard output" in ended.stderr
+    assert rows(store, "PRAGMA integrity_check") == [("ok",)]
+    assert_ended_well(store, "stopped")
+
+
+def test_a_closed_standard_error_loses_nothing(tmp_path: Path, prices: Path):
+    """What would be told there cannot be; the code says it."""
+    store = tmp_path / "runs.db"
+    command = f'exec "{PROGRAM}" run --prices "{prices}" --db "{store}" --batch-size 2 '
+    for more, code in (("--generations 1 2>&-", 0), ("--jobs 0 2>&-", 2), ("--bogus 2>&- 1>&-", 2)):
+        ended = subprocess.run(
+            ["/bin/sh", "-c", command + more], stdin=subprocess.DEVNULL, capture_output=True,
+            text=True, check=False, timeout=PATIENCE_SECONDS,
+        )
+        assert ended.returncode == code and ended.stderr == ""
     assert rows(store, "PRAGMA integrity_check") == [("ok",)]
     assert_ended_well(store, "stopped")
 

@@ -35,7 +35,8 @@ void check_memory_limit(const PoolConfig& config) {
   throw ProcessEvaluationError(WorkerFailure{
       terminal_reasons::kMemoryBudgetExceeded,
       fmt::format("the memory limit of a worker, {} bytes, is not above the {} bytes that it has "
-                  "mapped from the start; raise the limit, or search fewer prices",
+                  "mapped from the start; raise the limit with --worker-memory, or search fewer "
+                  "prices",
                   *config.memory_limit_bytes, *inherited),
       Value()});
 }

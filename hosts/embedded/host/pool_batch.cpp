@@ -29,6 +29,14 @@ constexpr const char* kOk = "ok";
 constexpr const char* kError = "error";
 constexpr genetic::Key kChildException = genetic::key<"process_child_exception">();
 constexpr std::string_view kBadAlloc = "std::bad_alloc";
+constexpr const char* kOutOfMemory = "worker ran out of memory";
+constexpr const char* kMemoryRemedy =
+    "; use fewer workers at once with --jobs, or search fewer prices";
+constexpr std::string_view kKilled = "worker killed by signal 9 (SIGKILL)";
+// The kernel says it to nobody but its own log.
+constexpr const char* kKilledRemedy =
+    "; the kernel does that where memory is short: use fewer workers at once with --jobs, or a "
+    "limit for each with --worker-memory";
 
 // The nice value; nothing where the workers keep that of the search.
 std::optional<int> nice_value(const Value& priority) {
@@ -179,17 +187,24 @@ void PoolBatch::give_up(const PoolOutcome& outcome) {
       : outcome.status == PoolStatus::WorkerTimedOut ? terminal_reasons::kWorkerTimeout
                                                      : terminal_reasons::kWorkerFailed,
       detail_of(outcome), index_of(outcome.index)};
-  // Every other worker would meet the same: this ends the batch at once.
+  // Every other worker would meet the same: this ends the batch at once, and the search with it.
   if (outcome.status == PoolStatus::PriorityFailed) throw ProcessEvaluationError(failure);
+  if (outcome.was_not_started) {
+    throw PoolError(fmt::format("no worker can be started for this search: {}", outcome.detail));
+  }
   failures_.insert_or_assign(outcome.index, failure);
 }
 
 std::string PoolBatch::detail_of(const PoolOutcome& outcome) const {
+  if (outcome.status == PoolStatus::WorkerFailed && outcome.detail == kKilled) {
+    return outcome.detail + kKilledRemedy;
+  }
   if (outcome.status != PoolStatus::WorkRaised) return outcome.detail;
   if (outcome.error_type == kBadAlloc) {
     const auto limit = memory_limit(config_.worker_memory_limit_bytes);
-    if (!limit) return "worker ran out of memory";
-    return fmt::format("worker ran out of memory; its limit is {} bytes", *limit);
+    if (!limit) return std::string(kOutOfMemory) + kMemoryRemedy;
+    return fmt::format("{}; its limit is {} bytes: raise it with --worker-memory", kOutOfMemory,
+                       *limit);
   }
   if (outcome.detail.empty()) return outcome.error_type;
   return outcome.error_type + ": " + outcome.detail;

@@ -59,6 +59,7 @@ void read_answer(FrameDecoder& frame, PoolOutcome& outcome) {
   if (!error) {
     outcome.detail = "worker result was damaged: its error text is malformed";
   } else if (frame.kind() == FrameKind::NotPrepared) {
+    outcome.was_not_started = true;
     outcome.detail = "worker could not be prepared: " + error->text;
   } else if (frame.kind() == FrameKind::PriorityFailed) {
     outcome.status = PoolStatus::PriorityFailed;
@@ -153,8 +154,9 @@ void PoolRun::launch() {
     outcome.index = item.index;
     outcome.attempt = item.attempt;
     outcome.status = PoolStatus::WorkerFailed;
-    outcome.detail = fmt::format("worker could not be started: {}, {} times in a row",
-                                 failure->text(), kLaunchTries);
+    outcome.was_not_started = true;
+    outcome.detail = fmt::format("worker could not be started: {}, {} times in a row; {}",
+                                 failure->text(), kLaunchTries, failure->remedy());
     complete(std::move(outcome));
   }
 }

@@ -72,6 +72,9 @@ struct PoolOutcome {
   std::string payload;
   // The exception's type, of WorkRaised.
   std::string error_type;
+  // Of a lost worker: it never came to the work, for want of a process, a descriptor or memory. The
+  // next item would meet the same.
+  bool was_not_started = false;
   // What happened, for people; for WorkerFailed one text for each manner of dying:
   // "worker killed by signal 11 (SIGSEGV)", "worker exited with status 3", "worker exited without a
   // result", "worker result was torn after ...", "worker result was damaged: ...",

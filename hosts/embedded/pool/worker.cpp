@@ -51,6 +51,22 @@ std::string LaunchFailure::text() const {
   return fmt::format("{} failed with {}", call, errno_text(error));
 }
 
+std::string LaunchFailure::remedy() const {
+  switch (error) {
+    case EAGAIN:
+      return "the limit of processes is reached (`ulimit -u`, or that of the control group): end "
+             "others, or raise it";
+    case ENOMEM:
+      return "memory is short: end other programs, or search fewer prices";
+    case EMFILE:
+      return "the limit of open files is reached (`ulimit -n`): raise it";
+    case ENFILE:
+      return "the system's limit of open files is reached: end other programs";
+    default:
+      return "`genetic-search doctor` tells what this machine gives";
+  }
+}
+
 Worker::~Worker() {
   kill();
   reap();

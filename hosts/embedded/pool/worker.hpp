@@ -25,6 +25,8 @@ struct LaunchFailure {
 
   // "fork failed with errno 11 (Resource temporarily unavailable)"
   [[nodiscard]] std::string text() const;
+  // Which limit it most likely was, and what to do.
+  [[nodiscard]] std::string remedy() const;
 };
 
 // Owns a child from its fork to its reaping; the destructor kills and reaps what still lives. A

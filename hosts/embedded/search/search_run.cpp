@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -118,6 +119,13 @@ void end_after_error(RunRecorder& recorder, SearchObserver& observer, const char
   }
 }
 
+// Where the store has failed, what the search tried after it has failed as well: the first of these
+// errors is what went wrong. Without one, the error at hand leaves as it is.
+[[noreturn]] void rethrow_first(const std::exception_ptr& first) {
+  if (first) std::rethrow_exception(first);
+  throw;
+}
+
 // Conducts the run and closes it in the store, whatever ends it.
 void run_to_its_end(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder) {
   try {
@@ -125,6 +133,14 @@ void run_to_its_end(const Conduct& conduct, Lineage& lineage, RunRecorder& recor
   } catch (const InterruptedAtOnce&) {
     end_after_error(recorder, conduct.observer, kInterrupted);
     throw;
+  } catch (const StoreError&) {
+    const std::exception_ptr first = conduct.store.first_failure();
+    try {
+      recorder.end(kFailed);
+    } catch (const StoreError&) {
+      // The same trouble once more: the first error says it.
+    }
+    rethrow_first(first);
   } catch (...) {
     end_after_error(recorder, conduct.observer, kFailed);
     throw;

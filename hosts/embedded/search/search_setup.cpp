@@ -79,8 +79,9 @@ genetic::GeneticTemplate configured_template(genetic::RandomGenerators& generato
   set(arguments.max_improvement_rounds, options.max_improvement_rounds);
   set(arguments.max_improvement_depth, options.max_improvement_depth);
   if (options.seeds) {
-    arguments.initial_candidates = read_seed_graphs(
-        *options.seeds, vocabulary, {options.graphs.max_depth, options.graphs.max_nodes}, check);
+    const GraphLimits limits{options.graphs.max_depth, options.graphs.max_nodes,
+                             options.graphs.max_window};
+    arguments.initial_candidates = read_seed_graphs(*options.seeds, vocabulary, limits, check);
   }
   arguments.process_timeout_seconds = options.timeout_seconds;
   SystemRandom secure_random(options.seed);

@@ -25,7 +25,7 @@ std::string file_text(const std::filesystem::path& path, const InterruptCheck& c
 
 genetic::Value parsed(std::string_view text, const std::string& name) {
   try {
-    return read_json(text);
+    return read_written_json(text);
   } catch (const genetic::ValueError& error) {
     throw SeedFileError(fmt::format("{}: {}", name, error.text()));
   }

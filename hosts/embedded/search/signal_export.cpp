@@ -106,11 +106,14 @@ class NewFile {
   bool in_place_ = false;
 };
 
-// A symbol as a cell: quoted where it holds what would end the cell.
+// A symbol as a cell: quoted where it holds what would end the cell, and behind an apostrophe where
+// a spreadsheet would take it for a formula.
 std::string cell(const std::string& symbol) {
-  if (symbol.find_first_of(",\"\r\n") == std::string::npos) return symbol;
+  const bool is_formula = symbol.find_first_of("=+-@\t\r\n") == 0;
+  const std::string text = is_formula ? "'" + symbol : symbol;
+  if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
   std::string quoted = "\"";
-  for (const char character : symbol) {
+  for (const char character : text) {
     if (character == '"') quoted += '"';
     quoted += character;
   }

@@ -20,6 +20,7 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -73,6 +74,11 @@ class RunStore {
   [[nodiscard]] const std::vector<std::int64_t>& interrupted_runs() const noexcept {
     return swept().interrupted_runs;
   }
+
+  // Of the errors since something was written with success, the first; null where there is none.
+  // What is tried after an error, to close what is open, mostly fails too, and hides what went
+  // wrong.
+  [[nodiscard]] virtual std::exception_ptr first_failure() const noexcept { return nullptr; }
 
   // Opens a run in the name of this process and returns its number.
   virtual std::int64_t begin_run(const RunStart& start) = 0;

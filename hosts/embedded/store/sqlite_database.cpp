@@ -2,14 +2,18 @@
 
 #include <algorithm>
 #include <bit>
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <new>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 #include <fmt/format.h>
 #include <unistd.h>
+
+#include "hosts/embedded/store/lock_holders.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -17,13 +21,12 @@ namespace {
 // What a person can do about a result code. The numbers are those of <sqlite3.h>.
 std::string_view remedy(int code) {
   switch (code & 0xff) {
-    case SQLITE_BUSY:
-    case SQLITE_LOCKED:
-      return "another process is writing to it; end that process, or try again later";
     case SQLITE_FULL:
       return "the disk is full; free some space, or name a file on another disk";
     case SQLITE_IOERR:
       return "the disk refused; check its free space, quotas, limits of file size, and its health";
+    case SQLITE_NOMEM:
+      return "memory is short; end other programs, or raise the limit of this one";
     case SQLITE_READONLY:
     case SQLITE_PERM:
       return "it cannot be written; check the permissions of the file and of its folder";
@@ -39,6 +42,24 @@ std::string_view remedy(int code) {
     default:
       return "see the SQLite result codes";
   }
+}
+
+// How long a call waits for a lock after one that has waited in vain.
+constexpr int kMomentMilliseconds = 50;
+
+bool is_refusal_of_the_machine(int primary) {
+  return primary == SQLITE_FULL || primary == SQLITE_IOERR || primary == SQLITE_NOMEM;
+}
+
+constexpr const char* kDescriptorRemedy =
+    "the limit of open files is reached; raise it with `ulimit -n`";
+
+bool is_want_of_descriptors(int system_error) {
+  return system_error == EMFILE || system_error == ENFILE;
+}
+
+bool is_want_of_space(int system_error) {
+  return system_error == ENOSPC || system_error == EDQUOT;
 }
 
 constexpr std::size_t kBytesOfADouble = 8;
@@ -96,6 +117,7 @@ void refuse_other_than_files(const std::string& path) {
 SqliteDatabase::SqliteDatabase(const std::string& path, int busy_timeout_milliseconds)
     : path_(path), busy_timeout_(busy_timeout_milliseconds), owner_(::getpid()) {
   refuse_other_than_files(path);
+  is_new_ = make_private_file(path);
   // No mutex: the process has one thread.
   const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
   const int result = ::sqlite3_open_v2(path_.c_str(), &handle_, flags, nullptr);
@@ -104,6 +126,7 @@ SqliteDatabase::SqliteDatabase(const std::string& path, int busy_timeout_millise
     ::sqlite3_extended_result_codes(handle_, 1);
     if (result != SQLITE_OK) fail("opening it");
     ::sqlite3_busy_timeout(handle_, busy_timeout_milliseconds);
+    file_ = identity_of(path_);
   } catch (...) {
     ::sqlite3_close(handle_);
     throw;
@@ -111,7 +134,66 @@ SqliteDatabase::SqliteDatabase(const std::string& path, int busy_timeout_millise
 }
 
 SqliteDatabase::~SqliteDatabase() {
-  if (belongs_to_this_process()) ::sqlite3_close(handle_);
+  if (!belongs_to_this_process()) return;
+  if (handle_ != nullptr && is_moved()) {
+    // The last user of a file moves its log into it and removes it by name. Of a moved file the
+    // database does neither, and by now the name may be another file's, which the log would be read
+    // into: so it is moved here, and left empty.
+    int keep = 1;
+    ::sqlite3_wal_checkpoint_v2(handle_, "main", SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+    ::sqlite3_file_control(handle_, "main", SQLITE_FCNTL_PERSIST_WAL, &keep);
+  }
+  ::sqlite3_close(handle_);
+}
+
+bool SqliteDatabase::is_moved() const {
+  const std::optional<FileIdentity> now = identity_of(path_);
+  if (!file_ || !now || !now->is_same_file(*file_)) return true;
+  if (!log_) return false;
+  const std::optional<FileIdentity> log = identity_of(log_path());
+  return !log || !log->is_same_file(*log_);
+}
+
+std::string SqliteDatabase::log_path() const {
+  // The database's own name of the file, without links: its log stands beside that.
+  return std::string(::sqlite3_db_filename(handle_, "main")) + "-wal";
+}
+
+void SqliteDatabase::require_same_file(const char* doing) {
+  if (is_moved()) {
+    fail_with(StoreError(
+        path_,
+        fmt::format(
+            "{} failed: the file, or {}-wal beside it, was moved, removed or replaced while "
+            "it was in use",
+            doing, path_),
+        "what was recorded before is in the file that was moved, if it is still there; begin a new "
+        "run, and leave both where they are until it ends"));
+  }
+  const std::optional<FileIdentity> now = identity_of(path_);
+  if (!now || now->names <= 1) return;
+  fail_with(StoreError(
+      path_,
+      fmt::format("{} failed: the file has {} names (hard links), and each keeps a log of its own",
+                  doing, now->names),
+      "remove all names but one (`find -samefile FILE` lists them), or make a copy instead"));
+}
+
+void SqliteDatabase::discard_new_file() {
+  if (!is_new_ || !belongs_to_this_process() || is_moved()) return;
+  ::sqlite3_close(std::exchange(handle_, nullptr));
+  if (is_used_by_others(path_)) return;
+  std::error_code ignored;  // It stays then, empty as it is.
+  for (const std::filesystem::path& file : files_of_store(path_))
+    std::filesystem::remove(file, ignored);
+}
+
+void SqliteDatabase::note_success() {
+  // Nobody else removes it from here on: that takes a lock that this connection does not give up.
+  if (!log_) log_ = identity_of(log_path());
+  if (!first_failure_) return;
+  first_failure_ = nullptr;
+  ::sqlite3_busy_timeout(handle_, busy_timeout_);
 }
 
 bool SqliteDatabase::belongs_to_this_process() const noexcept {
@@ -152,11 +234,28 @@ void SqliteDatabase::sync_written_ahead(const char* doing) {
   if (file == nullptr || file->pMethods == nullptr) return;
   const int synced = file->pMethods->xSync(file, SQLITE_SYNC_NORMAL);
   if (synced == SQLITE_OK) return;
-  throw StoreError(path_, fmt::format("{} failed: {}", doing, ::sqlite3_errstr(synced)),
-                   remedy(synced));
+  fail_with(StoreDiskError(path_, fmt::format("{} failed: {}", doing, ::sqlite3_errstr(synced)),
+                           remedy(synced)));
 }
 
-void SqliteDatabase::fail(const char* doing) const {
+template <typename Error>
+void SqliteDatabase::fail_with(const Error& error) {
+  if (!first_failure_) first_failure_ = std::make_exception_ptr(error);
+  throw Error(error);
+}
+
+std::string SqliteDatabase::lock_remedy() const {
+  const std::string holders = lock_holders(path_);
+  if (holders.empty()) {
+    return fmt::format(
+        "another process holds it (`fuser -v {}` may tell which); end that process, or try again "
+        "when it is done",
+        path_);
+  }
+  return fmt::format("{} may hold it; end that process, or try again when it is done", holders);
+}
+
+void SqliteDatabase::fail(const char* doing) {
   const int code = ::sqlite3_extended_errcode(handle_);
   const int system_error = (code & 0xff) == SQLITE_IOERR || (code & 0xff) == SQLITE_CANTOPEN
                                ? ::sqlite3_system_errno(handle_)
@@ -167,9 +266,18 @@ void SqliteDatabase::fail(const char* doing) const {
       fmt::format("{} failed: {}{}", doing, ::sqlite3_errmsg(handle_), cause);
   const int primary = code & 0xff;
   if (primary == SQLITE_BUSY || primary == SQLITE_LOCKED) {
-    throw StoreBusyError(path_, trouble, remedy(code));
+    const StoreBusyError error(
+        path_, fmt::format("{}, for more than {:g} seconds", trouble, busy_timeout_ / 1000.0),
+        lock_remedy());
+    ::sqlite3_busy_timeout(handle_, std::min(busy_timeout_, kMomentMilliseconds));
+    fail_with(error);
   }
-  throw StoreError(path_, trouble, remedy(code));
+  if (is_want_of_descriptors(system_error)) {
+    fail_with(StoreDiskError(path_, trouble, kDescriptorRemedy));
+  }
+  if (is_refusal_of_the_machine(primary) || is_want_of_space(system_error))
+    fail_with(StoreDiskError(path_, trouble, remedy(code)));
+  fail_with(StoreError(path_, trouble, remedy(code)));
 }
 
 SqliteStatement::SqliteStatement(SqliteDatabase& database, const std::string& sql,
@@ -249,8 +357,12 @@ bool SqliteUse::step() {
 }
 
 int SqliteUse::change() {
+  SqliteDatabase& database = statement_.database_;
+  const bool is_alone = ::sqlite3_get_autocommit(database.handle()) != 0;
+  if (is_alone) database.require_same_file(statement_.doing_);
   static_cast<void>(step());
-  return ::sqlite3_changes(statement_.database_.handle());
+  if (is_alone) database.note_success();
+  return ::sqlite3_changes(database.handle());
 }
 
 bool SqliteUse::is_null(const char* name) const {
@@ -287,6 +399,7 @@ SqliteTransaction::SqliteTransaction(SqliteDatabase& database, const char* doing
     : database_(database),
       doing_(doing),
       is_inner_(::sqlite3_get_autocommit(database.handle()) == 0) {
+  if (!is_inner_) database.require_same_file(doing);
   database.execute(is_inner_ ? "SAVEPOINT inner_work" : "BEGIN IMMEDIATE", doing);
 }
 
@@ -301,6 +414,7 @@ SqliteTransaction::~SqliteTransaction() {
 void SqliteTransaction::commit() {
   database_.execute(is_inner_ ? "RELEASE inner_work" : "COMMIT", doing_);
   open_ = false;
+  if (!is_inner_) database_.note_success();
 }
 
 }  // namespace varnholt::embedded

@@ -5,6 +5,7 @@
 
 #include <concepts>
 #include <cstdint>
+#include <exception>
 #include <optional>
 #include <span>
 #include <string>
@@ -15,6 +16,7 @@
 #include <sys/types.h>
 
 #include "hosts/embedded/store/store_error.hpp"
+#include "hosts/embedded/store/store_files.hpp"
 
 namespace varnholt::embedded {
 
@@ -22,8 +24,9 @@ namespace varnholt::embedded {
 // StoreError, and its copy is never closed: SQLite forbids carrying a connection over a fork.
 class SqliteDatabase {
  public:
-  // Opens the file for reading and writing and makes it if it is not there. A lock that another
-  // process holds is waited for at most `busy_timeout_milliseconds`, at each call anew.
+  // Opens the file for reading and writing and makes it if it is not there, for its owner alone. A
+  // lock that another process holds is waited for at most `busy_timeout_milliseconds`, at each call
+  // anew; after a call that has waited in vain only for a moment, until one succeeds again.
   SqliteDatabase(const std::string& path, int busy_timeout_milliseconds);
   SqliteDatabase(const SqliteDatabase&) = delete;
   SqliteDatabase& operator=(const SqliteDatabase&) = delete;
@@ -42,19 +45,42 @@ class SqliteDatabase {
   [[nodiscard]] std::int64_t query_integer(const char* sql, const char* doing);
   [[nodiscard]] std::string query_text(const char* sql, const char* doing);
 
+  // Throws where the file is not the one that was opened any more, or has a second name. Every
+  // transaction asks before it begins.
+  void require_same_file(const char* doing);
+
+  // Closes the connection and removes the file, where this object has made it and it is no store
+  // yet: what could not be set up leaves nothing behind. Nothing but the destructor may follow.
+  void discard_new_file();
+
+  // Of the errors since something was written with success, the first: null where there is none.
+  // What is tried after it, to close what is open, mostly fails too.
+  [[nodiscard]] const std::exception_ptr& first_failure() const noexcept { return first_failure_; }
+  void note_success();
+
   // Puts what was committed on the disk, where it survives a loss of power: with synchronous=NORMAL
   // a commit alone does not.
   void sync_written_ahead(const char* doing);
 
   // Throws the StoreError for the last call that failed: a StoreBusyError where a lock was the
-  // reason.
-  [[noreturn]] void fail(const char* doing) const;
+  // reason, a StoreDiskError where the machine refused.
+  [[noreturn]] void fail(const char* doing);
 
  private:
+  template <typename Error>
+  [[noreturn]] void fail_with(const Error& error);
+  [[nodiscard]] bool is_moved() const;
+  [[nodiscard]] std::string log_path() const;
+  [[nodiscard]] std::string lock_remedy() const;
+
   std::string path_;
   int busy_timeout_;
   pid_t owner_;
   sqlite3* handle_ = nullptr;
+  bool is_new_ = false;  // The file was made by this object.
+  std::optional<FileIdentity> file_;
+  std::optional<FileIdentity> log_;  // What is written ahead, once it is there.
+  std::exception_ptr first_failure_;
 };
 
 // Prepared once, used often. Must not outlive its database.

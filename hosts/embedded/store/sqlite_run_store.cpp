@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include "hosts/embedded/store/sqlite_run_statements.hpp"
+#include "hosts/embedded/store/store_files.hpp"
 #include "hosts/embedded/store/store_relations.hpp"
 #include "hosts/embedded/store/store_schema.hpp"
 #include "hosts/embedded/system/process_identity.hpp"
@@ -20,6 +21,12 @@ std::string checked_path(const std::string& path) {
     throw StoreError(path.empty() ? "(no name)" : path, "it is no file",
                      "name a file, so that what the run finds outlives it");
   }
+  if (const auto database = database_beside(path)) {
+    throw StoreError(
+        path,
+        fmt::format("it is the name of a file that {} keeps beside itself", database->string()),
+        "name that one, or another file");
+  }
   // An absolute name still holds after a change of the working directory, and is never taken for
   // one of SQLite's "file:" addresses.
   std::error_code error;
@@ -31,7 +38,12 @@ std::string checked_path(const std::string& path) {
 std::unique_ptr<SqliteDatabase> opened(const std::string& path, const StoreOptions& options) {
   auto database =
       std::make_unique<SqliteDatabase>(checked_path(path), options.busy_timeout_milliseconds);
-  prepare_schema(*database);
+  try {
+    prepare_schema(*database);
+  } catch (...) {
+    database->discard_new_file();
+    throw;
+  }
   return database;
 }
 

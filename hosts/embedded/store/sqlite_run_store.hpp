@@ -26,6 +26,9 @@ class SqliteRunStore final : public RunStore {
 
   [[nodiscard]] const std::string& path() const noexcept override;
   [[nodiscard]] const StoreSweep& swept() const noexcept override { return swept_; }
+  [[nodiscard]] std::exception_ptr first_failure() const noexcept override {
+    return database_->first_failure();
+  }
 
   std::int64_t begin_run(const RunStart& start) override;
   void record_evaluations(std::int64_t run,

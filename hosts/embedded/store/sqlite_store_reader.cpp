@@ -95,15 +95,6 @@ class SqliteStoreReader final : public StoreReader {
 
 }  // namespace
 
-std::vector<std::filesystem::path> files_of_store(const std::filesystem::path& path) {
-  std::vector<std::filesystem::path> files = {path};
-  for (const char* const suffix : {"-wal", "-shm", "-journal"}) {
-    files.push_back(path);
-    files.back() += suffix;
-  }
-  return files;
-}
-
 std::unique_ptr<StoreReader> open_store_reader(const std::filesystem::path& path) {
   return std::make_unique<SqliteStoreReader>(path);
 }

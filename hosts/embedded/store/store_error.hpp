@@ -24,4 +24,11 @@ class StoreBusyError : public StoreError {
   using StoreError::StoreError;
 };
 
+// The machine refused: the disk is full or damaged, a limit is reached, memory is short. The file
+// is not to blame, and the same call may succeed later.
+class StoreDiskError : public StoreError {
+ public:
+  using StoreError::StoreError;
+};
+
 }  // namespace varnholt::embedded

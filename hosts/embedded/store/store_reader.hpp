@@ -12,7 +12,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "hosts/embedded/store/attempt_table.hpp"
 #include "hosts/embedded/store/store_error.hpp"
@@ -42,10 +41,6 @@ class StoreReader {
   [[nodiscard]] virtual SubmissionTable& submissions() noexcept = 0;
   [[nodiscard]] virtual AttemptTable& attempts() noexcept = 0;
 };
-
-// The file of a store and those that the database keeps beside it, whether they are there or not.
-// What is not in the file yet lies in them, so no output may replace one.
-[[nodiscard]] std::vector<std::filesystem::path> files_of_store(const std::filesystem::path& path);
 
 // Throws StoreError for a file that is not there, that is not a store, or whose tables are of
 // another version than this program's.

@@ -262,6 +262,7 @@ std::string turn_on_write_ahead_logging(SqliteDatabase& database, const char* do
 }  // namespace
 
 void prepare_schema(SqliteDatabase& database) {
+  database.require_same_file("opening it");
   const std::int64_t version = version_of(database);
   if (::sqlite3_db_readonly(database.handle(), "main") == 1) {
     throw StoreError(database.path(), "it can be read but not written",

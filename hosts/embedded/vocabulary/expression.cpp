@@ -9,8 +9,7 @@ namespace {
 using genetic::Value;
 
 std::string quoted(const std::string& text) {
-  std::string result = "\"";
-  return result.append(text).append("\"");
+  return "\"" + shown_name(text) + "\"";
 }
 
 template <typename Entry>
@@ -101,6 +100,12 @@ class Compiler {
     if (!window) {
       throw GraphError(place.text(), quoted(node.name) + " is no window of this vocabulary",
                        "use one of " + days_of(vocabulary_.windows));
+    }
+    if (*window > limits_.max_window) {
+      throw GraphError(place.text(),
+                       "a window of " + std::to_string(*window) + " days is beyond the limit of " +
+                           std::to_string(limits_.max_window) + " days",
+                       "use a shorter one");
     }
     require_no_children(node, place);
     return *window;

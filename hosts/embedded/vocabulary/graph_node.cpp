@@ -30,6 +30,21 @@ std::string read_text(const genetic::Mapping& node, genetic::Key key, std::strin
 
 }  // namespace
 
+std::string shown_name(std::string_view name) {
+  constexpr std::size_t kShown = 40;
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string shown;
+  for (const char character : name.substr(0, kShown)) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (byte >= 0x20U && byte != 0x7fU) {
+      shown += character;
+    } else {
+      shown.append("\\x").append({kDigits[byte >> 4U], kDigits[byte & 0xfU]});
+    }
+  }
+  return name.size() > kShown ? shown + "..." : shown;
+}
+
 GraphError::GraphError(const std::string& place, const std::string& problem,
                        const std::string& remedy)
     : ValueError("graph, " + place + ": " + problem + "; " + remedy) {}

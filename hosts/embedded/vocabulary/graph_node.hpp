@@ -33,6 +33,10 @@ struct GraphPlace {
   [[nodiscard]] std::string text() const;
 };
 
+// A name as an error shows it: its first characters, and \xNN for what has no place in a text. An
+// error's text ends at a NUL, and a name of a million characters would hide the remedy behind it.
+[[nodiscard]] std::string shown_name(std::string_view name);
+
 struct GraphNode {
   std::string name;
   std::string type;

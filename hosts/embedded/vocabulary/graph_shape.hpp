@@ -2,17 +2,21 @@
 #pragma once
 
 #include <cstddef>
+#include <limits>
 
 #include "hosts/embedded/vocabulary/graph_node.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::embedded {
 
-// Bounds on the walk over a graph. They keep a graph that contains itself from overflowing the
-// stack, and one whose shared parts unfold without end from never being done.
+// Bounds on the walk over a graph; the defaults are those of every evaluator. They keep a graph
+// that contains itself from overflowing the stack, and one whose shared parts unfold without end
+// from never being done.
 struct GraphLimits {
   int max_depth = 100;
   std::size_t max_nodes = 1000;
+  // The longest window, in days.
+  int max_window = std::numeric_limits<int>::max();
 };
 
 struct GraphShape {

@@ -79,6 +79,19 @@ TEST_F(ExportCommandTest, EndsAtAnInterruptWithoutAFile) {
 
 TEST_F(ExportCommandTest, WritesOverNothingThatItReads) {
   command_.force = true;
+  // The log of a store that is named by a link stands beside the store.
+  std::filesystem::create_symlink(in_folder("runs.db"), in_folder("link.db"));
+  std::ofstream(in_folder("runs.db-wal")).flush();
+  for (const char* const database : {"runs.db", "link.db"}) {
+    command_.database = in_folder(database);
+    command_.weights = in_folder("runs.db-wal");
+    EXPECT_THROW(run(), embedded::ExportError) << database;
+  }
+  // Nor that of another store.
+  std::filesystem::copy(in_folder("runs.db"), in_folder("other.db"));
+  command_.weights = in_folder("other.db-wal");
+  EXPECT_THROW(run(), embedded::ExportError);
+  EXPECT_FALSE(is_written());
   for (const char* name : {"prices.csv", "runs.db"}) {
     command_.weights = in_folder(name);
     const auto size = std::filesystem::file_size(command_.weights);

@@ -121,11 +121,11 @@ TEST(Options, ReachTheConfiguration) {
 
 TEST(Options, HandTheTemplatesSettingsOnAsTexts) {
   const RunCommand run =
-      parse_run({"--prices=p", "--elite-fraction=0.5", "--diversity-weight=abc",
+      parse_run({"--prices=p", "--elite-fraction=0.5", "--diversity-weight=-7",
                  "--parsimony-weight=-1", "--restart-threshold=3",
                  "--operator-rates=crossover=0.4,hoist_mutation=0", "--seeds=seeds.json"});
   EXPECT_EQ(run.search.elite_fraction->text(), "0.5");
-  EXPECT_EQ(run.search.diversity_weight->text(), "abc");  // The template refuses it.
+  EXPECT_EQ(run.search.diversity_weight->text(), "-7");  // The template refuses it.
   EXPECT_EQ(run.search.parsimony_weight->text(), "-1");
   EXPECT_EQ(run.search.restart_threshold->integer(), 3);
   EXPECT_EQ(genetic::repr(*run.search.operator_rates),
@@ -134,11 +134,32 @@ TEST(Options, HandTheTemplatesSettingsOnAsTexts) {
 }
 
 TEST(Options, RefuseRatesOfAnotherForm) {
-  for (const char* rates : {"crossover", "crossover=", "=0.4", "crossover=0.4,", ""}) {
+  for (const char* rates : {"crossover", "crossover=", "=0.4", "crossover=0.4,", "",
+                            "crossover=\u0660.\u0665", "crossover=1_0", "crossover=abc"}) {
     EXPECT_THROW(static_cast<void>(parse_run({"--prices=p", "--operator-rates", rates})),
                  UsageError)
         << rates;
   }
+}
+
+// The template's conversion would take digits of any script.
+TEST(Options, ReadDigitsOfAsciiOnly) {
+  for (const char* text :
+       {"\u0660.\u0665", "\uff11", "1_0", " 1", "1 ", "0x1", "", "abc", "1e400"}) {
+    for (const char* name : {"--elite-fraction", "--diversity-weight", "--parsimony-weight",
+                             "--seconds", "--batch-size", "--jobs", "--seed"}) {
+      EXPECT_THROW(static_cast<void>(parse_run({"--prices=p", name, text})), UsageError)
+          << name << " " << text;
+    }
+  }
+}
+
+TEST(Options, GraphsMayBeAsLargeAsAnEvaluatorTakesThem) {
+  EXPECT_EQ(
+      parse_run({"--prices=p", "--max-nodes=1000", "--max-depth=100"}).search.graphs.max_nodes,
+      1000U);
+  EXPECT_THROW(static_cast<void>(parse_run({"--prices=p", "--max-nodes=1001"})), UsageError);
+  EXPECT_THROW(static_cast<void>(parse_run({"--prices=p", "--max-depth=101"})), UsageError);
 }
 
 TEST(Options, ReadNumbersAsDecimal) {

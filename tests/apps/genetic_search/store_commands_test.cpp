@@ -11,6 +11,7 @@
 #include "apps/genetic_search/signal_lineage.hpp"
 #include "apps/genetic_search/signals_command.hpp"
 #include "apps/genetic_search/usage_error.hpp"
+#include "hosts/embedded/store/sqlite_database.hpp"
 #include "tests/apps/genetic_search/captured.hpp"
 #include "tests/apps/genetic_search/sample_store.hpp"
 
@@ -273,7 +274,32 @@ TEST_F(StoreCommands, TellAStoreWithDamagedTexts) {
   embedded::EvaluationRecord damaged = samples::evaluation(9, R"({"origin":"fresh"})");
   damaged.statistics_json = "{";
   embedded::SqliteRunStore(path_.string()).record_evaluations(1, {damaged});
-  EXPECT_THROW(static_cast<void>(show("1-9")), embedded::StoreError);
+  const auto error_of = [](const auto& command) {
+    try {
+      command();
+    } catch (const embedded::StoreError& error) {
+      return std::string(error.what());
+    }
+    return std::string("no error");
+  };
+  EXPECT_THAT(error_of([&] { show("1-9"); }),
+              HasSubstr("the statistics of 1-9 is no JSON: not JSON: "));
+  const std::string page = text_.take();
+  EXPECT_THAT(page, AllOf(HasSubstr("evaluation  1-9: candidate 9"), HasSubstr("\nLineage"),
+                          HasSubstr("\nGraph\n{\"")));
+  EXPECT_THAT(error_of([&] { show("1-9", true); }), HasSubstr("the file is damaged"));
+  EXPECT_EQ(Json::parse(text_.take())["statistics"], nullptr);
+}
+
+TEST_F(StoreCommands, ListWhatCanBeReadBesideWhatIsDamaged) {
+  embedded::SqliteDatabase(path_.string(), 0)
+      .execute("UPDATE evaluations SET statistics = '{' WHERE eval_id = '1-1'", "damaging it");
+  SignalsCommand command = listing();
+  command.all = true;
+  EXPECT_THROW(static_cast<void>(signals(command)), embedded::StoreError);
+  const std::string table = text_.take();
+  EXPECT_THAT(table, HasSubstr("1-1    1  signals       1    2          -     -0.50"));
+  EXPECT_THAT(table, HasSubstr("1-3    1  signals       1    2       1.25"));
 }
 
 TEST_F(StoreCommands, WrapALineToTheTerminal) {

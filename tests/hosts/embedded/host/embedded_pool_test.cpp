@@ -21,12 +21,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "hosts/embedded/pool/pool_types.hpp"
 #include "hosts/embedded/system/interrupt.hpp"
 #include "search_templates/genetic/host/function_callable.hpp"
 #include "search_templates/genetic/host/pool_objects.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/operations.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
+#include "tests/hosts/embedded/pool/system_doubles.hpp"
 #include "tests/support/scripted_host.hpp"
 
 namespace varnholt::embedded::test {
@@ -42,6 +44,8 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
 
 // In a child: what one candidate's work is.
 using Work = std::function<Value(std::int64_t index, std::int64_t attempt)>;
@@ -197,7 +201,7 @@ TEST_F(EmbeddedPoolTest, ALostWorkerIsTriedOnceMoreAsAnAttemptOfItsOwn) {
                                   "progress error 0.0 retrying process_child_exception",
                                   "dispatch 0.1", "lifecycle started 0.1", "progress started 0.1",
                                   "lifecycle ok 0.1", "progress ok 0.1", "completed 0"));
-  EXPECT_EQ(details_.at(0), "worker killed by signal 9 (SIGKILL)");
+  EXPECT_THAT(details_.at(0), StartsWith("worker killed by signal 9 (SIGKILL); the kernel does"));
 }
 
 TEST_F(EmbeddedPoolTest, WhoIsLostForGoodIsToldWhenTheOthersAreDone) {
@@ -218,7 +222,8 @@ TEST_F(EmbeddedPoolTest, WhoIsLostForGoodIsToldWhenTheOthersAreDone) {
   EXPECT_EQ(text_of(error, "failure_count"), "2");
   const Value errors = genetic::attribute(error, "terminal_errors").value();
   ASSERT_EQ(errors.tuple().size(), 2U);
-  EXPECT_EQ(text_of(errors.tuple().at(0), "detail"), "worker killed by signal 9 (SIGKILL)");
+  EXPECT_THAT(text_of(errors.tuple().at(0), "detail"),
+              StartsWith("worker killed by signal 9 (SIGKILL); "));
   EXPECT_EQ(text_of(errors.tuple().at(1), "candidate_index"), "2");
   EXPECT_EQ(text_of(errors.tuple().at(1), "detail"), "std::runtime_error: no correlation");
 }
@@ -259,17 +264,52 @@ TEST_F(EmbeddedPoolTest, WithoutDrainingNoCandidateIsBegunAfterATimeOut) {
   EXPECT_EQ(std::count(notes_.begin(), notes_.end(), "dispatch 1.0"), 0);
 }
 
+TEST_F(EmbeddedPoolTest, WhereNoWorkerCanBeStartedTheSearchEndsAndTheLimitIsNamed) {
+  FailingCalls broken(FailingCalls::Call::Fork, EAGAIN, 1, 1'000'000);
+  EmbeddedPool pool(broken, queues_, 60.0, [] {});
+  List candidates;
+  for (std::int64_t index = 0; index < 3; ++index)
+    candidates.append(pool.candidate_evaluation(index, Mapping{{"node", index}}));
+  const genetic::ProcessEvaluationConfig config = noting();
+  try {
+    static_cast<void>(pool.configure([&config] { return config; })
+                          ->evaluate_candidate_batch(candidates, Callable()));
+    FAIL() << "no error";
+  } catch (const PoolError& error) {
+    EXPECT_THAT(error.what(), HasSubstr("no worker can be started for this search: "));
+    EXPECT_THAT(error.what(), HasSubstr("the limit of processes is reached (`ulimit -u`"));
+    EXPECT_FALSE(pool.as_error(error).has_value()) << "it is not the failure of a candidate";
+  }
+  EXPECT_THAT(notes_, Not(Contains(HasSubstr("completed"))));
+}
+
+TEST_F(EmbeddedPoolTest, AWorkerThatCannotBeStartedForAMomentIsWaitedFor) {
+  FailingCalls once(FailingCalls::Call::Fork, EAGAIN, 1, 1);
+  EmbeddedPool pool(once, queues_, 60.0, [] {});
+  const List candidates{Value(pool.candidate_evaluation(0, Mapping{{"node", 0}}))};
+  const genetic::ProcessEvaluationConfig config = noting();
+  const Callable simulate = genetic::make_callable([](std::span<const Value>, const Mapping&) {
+    return Value(Mapping{{"index", 0}});
+  });
+  const Value results =
+      pool.configure([&config] { return config; })->evaluate_candidate_batch(candidates, simulate);
+  EXPECT_EQ(results.list().size(), 1U);
+}
+
 TEST_F(EmbeddedPoolTest, MemoryThatRunsOutIsNeitherACrashNorAFaultOfTheCandidate) {
   genetic::ProcessEvaluationConfig config = noting();
   Value error = failure_of(
       1, [](std::int64_t, std::int64_t) -> Value { throw OutOfMemory(); }, config);
   EXPECT_EQ(text_of(error, "terminal_reason"), "worker_failed");
-  EXPECT_EQ(text_of(error, "detail"), "worker ran out of memory");
+  EXPECT_EQ(
+      text_of(error, "detail"),
+      "worker ran out of memory; use fewer workers at once with --jobs, or search fewer prices");
   config.worker_memory_limit_bytes = std::int64_t{1} << 46;
   error = failure_of(
       1, [](std::int64_t, std::int64_t) -> Value { throw std::bad_alloc(); }, config);
   EXPECT_EQ(text_of(error, "detail"),
-            "worker ran out of memory; its limit is 70368744177664 bytes");
+            "worker ran out of memory; its limit is 70368744177664 bytes: raise it with "
+            "--worker-memory");
   EXPECT_EQ(std::count(notes_.begin(), notes_.end(), "dispatch 0.1"), 0) << "nor tried again";
 }
 

@@ -131,7 +131,10 @@ TEST_F(ForkPoolCalls, MakeTheItemFailWhenNoWorkerCanBeStarted) {
   EXPECT_EQ(outcomes[0].pid, 0);
   EXPECT_THAT(outcomes[0].detail,
               StartsWith("worker could not be started: fork failed with errno"));
-  EXPECT_THAT(outcomes[0].detail, HasSubstr("20 times in a row"));
+  EXPECT_THAT(outcomes[0].detail,
+              HasSubstr("20 times in a row; the limit of processes is reached"));
+  EXPECT_TRUE(outcomes[0].was_not_started);
+  EXPECT_FALSE(outcomes[1].was_not_started);
   EXPECT_EQ(outcomes[1].payload, "result 1");
 }
 

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <string>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "hosts/embedded/search/search_run.hpp"
@@ -14,6 +15,8 @@
 
 namespace varnholt::embedded::test {
 namespace {
+
+using ::testing::HasSubstr;
 
 class SeedGraphsTest : public FolderTest {
  protected:
@@ -52,6 +55,46 @@ TEST_F(SeedGraphsTest, RefusesWhatCannotBeUsed) {
   refused(genetic::json_text(genetic::List{ranked("close"), ranked("colour")}),
           "graph 2 of 2: graph, children[0]:");
   EXPECT_THROW(static_cast<void>(read_seed_graphs(in_folder("none.json"), vocabulary_, {5, 25})),
+               SeedFileError);
+}
+
+TEST_F(SeedGraphsTest, RefusesInAFewWordsWhateverIsInTheFile) {
+  const auto message = [this](const std::string& text) {
+    try {
+      static_cast<void>(read_seed_graphs(file(text), vocabulary_, {5, 25, 60}));
+    } catch (const SeedFileError& error) {
+      EXPECT_LT(std::string(error.what()).size(), 1500U) << text.substr(0, 40);
+      return std::string(error.what());
+    }
+    return std::string("accepted");
+  };
+  const std::string digits(1'000'000, '7');
+  const std::string name(1'000'000, 'n');
+  EXPECT_THAT(message(R"([{"node":"close","type":"feature"},{"node":"close","node":"open"}])"),
+              HasSubstr("item 2 of the list has the key \"node\" twice in one object; keep one"));
+  EXPECT_THAT(message(R"([{"node":"clo\u0000se","type":"feature"}])"),
+              HasSubstr("\"clo\\x00se\" is no feature of these market data; use one of"));
+  EXPECT_THAT(message("[" + digits + "]"),
+              HasSubstr("item 1 of the list has a number that is too large; write a smaller"));
+  EXPECT_THAT(message("[-1." + digits + "]"), HasSubstr("write a shorter one"));
+  EXPECT_THAT(message(R"([{"node":")" + name + R"(","type":"feature"}])"),
+              HasSubstr("nnn...\" is no feature"));
+  EXPECT_THAT(message(R"([{"node":"close","type":")" + name + R"("}])"),
+              HasSubstr("nnn...\" is no type of node; use"));
+  EXPECT_THAT(message("[\"" + name + "\\q\"]"), HasSubstr("not JSON: "));
+  EXPECT_THAT(message(std::string(1000, '[')), HasSubstr("not JSON: "));
+}
+
+TEST_F(SeedGraphsTest, AreHeldToTheLimitsOfTheRun) {
+  const std::string window =
+      R"([{"node":"ts_mean","type":"rotation","children":[{"node":"close","type":"feature"},)"
+      R"({"node":"60","type":"window"}]}])";
+  EXPECT_EQ(read_seed_graphs(file(window), vocabulary_, {5, 25, 60}).size(), 1U);
+  EXPECT_THROW(static_cast<void>(read_seed_graphs(file(window), vocabulary_, {5, 25, 59})),
+               SeedFileError);
+  EXPECT_THROW(static_cast<void>(read_seed_graphs(file(window), vocabulary_, {5, 2, 60})),
+               SeedFileError);
+  EXPECT_THROW(static_cast<void>(read_seed_graphs(file(window), vocabulary_, {1, 25, 60})),
                SeedFileError);
 }
 

@@ -173,6 +173,15 @@ TEST_F(SignalExport, QuotesASymbolThatWouldEndItsCell) {
   EXPECT_THAT(text_of(in_folder("w.csv")), HasSubstr("date,\"A,B\",\"C\"\"D\",E,F,G,H\n"));
 }
 
+// A cell that begins like a formula is one to a spreadsheet, whatever its column is.
+TEST_F(SignalExport, NoSymbolBeginsAFormula) {
+  MarketData data = universe().first_days(2);
+  data.symbols = {"=1+1", "+A", "-A", "@SUM(A1)", "A=1", "=HYPERLINK(\"x\",\"y\")"};
+  write_weights(in_folder("w.csv"), data, Panel::Zero(2, 6), Existing::IsKept);
+  EXPECT_THAT(text_of(in_folder("w.csv")),
+              HasSubstr("date,'=1+1,'+A,'-A,'@SUM(A1),A=1,\"'=HYPERLINK(\"\"x\"\",\"\"y\"\")\"\n"));
+}
+
 TEST_F(SignalExport, ReadsThePricesWithTheDigestOfTheRun) {
   const std::string text = "date,AAA\n2020-01-01,1.5\n2020-01-02,2\n";
   put(in_folder("p.csv"), text);

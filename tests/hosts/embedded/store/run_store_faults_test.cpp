@@ -190,7 +190,7 @@ TEST_F(RunStoreFaults, ALockedStoreIsWaitedForAndThenNamed) {
                                     error_of([&] { store.record_metrics(run, "{}"); }),
                                     error_of([&] { store.end_run(run, 1, "x"); }),
                                     error_of([&] { store.begin_run(start()); })}) {
-      EXPECT_THAT(text, HasSubstr("database is locked; another process is writing to it"));
+      EXPECT_THAT(text, HasSubstr("database is locked, for more than 0.03 seconds; "));
     }
     EXPECT_EQ(store.evaluation_count(run), 0) << "reading goes on";
   }
@@ -285,6 +285,100 @@ TEST_F(RunStoreFaults, AFullDiskIsNamedAndLosesNothingBefore) {
   });
   if (status == kNotPossible) GTEST_SKIP() << "this machine lets no user mount a file system";
   EXPECT_EQ(status, 0);
+}
+
+TEST_F(RunStoreFaults, ANewStoreThatFindsNoSpaceLeavesNoFile) {
+  const int status = in_process([&] {
+    if (!mount_small_file_system(folder_.string())) ::_exit(kNotPossible);
+    std::ofstream(folder_ / "ballast") << std::string(500'000, 'b');
+    EXPECT_THROW(SqliteRunStore store(path_), StoreDiskError);
+    EXPECT_FALSE(std::filesystem::exists(path_));
+    EXPECT_FALSE(std::filesystem::exists(path_ + "-wal"));
+    EXPECT_FALSE(std::filesystem::exists(path_ + "-journal"));
+    // A file that was there is not this one's to remove.
+    std::ofstream(path_).flush();
+    EXPECT_THROW(SqliteRunStore store(path_), StoreDiskError);
+    EXPECT_TRUE(std::filesystem::exists(path_));
+  });
+  if (status == kNotPossible) GTEST_SKIP() << "this machine lets no user mount a file system";
+  EXPECT_EQ(status, 0);
+}
+
+// Each of them would go on writing where nobody looks, or damage what somebody else writes.
+class RunStoreMoved : public RunStoreFaults {
+ protected:
+  void expect_refused(const std::function<void()>& change, const char* told) {
+    SqliteRunStore store(path_);
+    const std::int64_t run = store.begin_run(start());
+    store.record_evaluations(run, batch(1, 3));
+    change();
+    for (const std::string& text : {error_of([&] { store.record_evaluations(run, batch(4, 1)); }),
+                                    error_of([&] { store.begin_run(start()); }),
+                                    error_of([&] { store.end_run(run, 1, "x"); })}) {
+      EXPECT_THAT(text, HasSubstr(told));
+    }
+    EXPECT_EQ(store.evaluation_count(run), 3);
+  }
+  [[nodiscard]] std::string other() const { return (folder_ / "other.db").string(); }
+  static constexpr const char* kMoved = "was moved, removed or replaced while it was in use";
+};
+
+TEST_F(RunStoreMoved, AMovedStoreIsNoticedAndHasAllThatWasRecorded) {
+  expect_refused([&] { std::filesystem::rename(path_, other()); }, kMoved);
+  EXPECT_EQ(SqliteRunStore(other()).evaluation_count(1), 3);
+}
+
+TEST_F(RunStoreMoved, ARemovedStoreIsNoticed) {
+  expect_refused([&] { std::filesystem::remove(path_); }, kMoved);
+  EXPECT_FALSE(std::filesystem::exists(path_));
+}
+
+TEST_F(RunStoreMoved, AReplacedStoreIsNoticedAndTheOtherOneLeftAsItIs) {
+  {
+    SqliteRunStore replacement(other());
+    replacement.record_evaluations(replacement.begin_run(start()), batch(1, 7));
+  }
+  const std::string bytes = bytes_of(other());
+  expect_refused([&] { std::filesystem::rename(other(), path_); }, kMoved);
+  EXPECT_EQ(bytes_of(path_), bytes);
+  EXPECT_EQ(SqliteRunStore(path_).evaluation_count(1), 7);
+  EXPECT_EQ(integrity(path_), "ok");
+}
+
+TEST_F(RunStoreMoved, ALogThatIsRemovedIsNoticedAndNothingIsLost) {
+  expect_refused([&] { std::filesystem::remove(path_ + "-wal"); }, kMoved);
+  EXPECT_EQ(SqliteRunStore(path_).evaluation_count(1), 3);
+}
+
+TEST_F(RunStoreMoved, ASecondNameIsNoticed) {
+  expect_refused([&] { std::filesystem::create_hard_link(path_, other()); },
+                 "the file has 2 names (hard links)");
+  EXPECT_THAT(error_of([&] { SqliteRunStore store(other()); }), HasSubstr("has 2 names"));
+  std::filesystem::remove(other());
+  EXPECT_EQ(SqliteRunStore(path_).evaluation_count(1), 3);
+}
+
+TEST_F(RunStoreFaults, TheFirstErrorSinceASuccessIsKept) {
+  SqliteRunStore store(path_, {.busy_timeout_milliseconds = 10});
+  const std::int64_t run = store.begin_run(start());
+  EXPECT_EQ(store.first_failure(), nullptr);
+  {
+    SqliteDatabase other(path_, 0);
+    SqliteTransaction held(other, "holding the lock");
+    EXPECT_THROW(store.record_metrics(run, "{}"), StoreBusyError);
+    EXPECT_THROW(store.end_run(run, 1, "x"), StoreBusyError);
+    EXPECT_THAT(error_of([&] { std::rethrow_exception(store.first_failure()); }),
+                HasSubstr("recording metrics failed"));
+  }
+  store.record_metrics(run, "{}");
+  EXPECT_EQ(store.first_failure(), nullptr);
+}
+
+TEST_F(RunStoreFaults, TheNameOfAFileThatAStoreKeepsIsNoStore) {
+  { SqliteRunStore store(path_); }
+  EXPECT_THAT(error_of([&] { SqliteRunStore store(path_ + "-wal"); }),
+              HasSubstr("keeps beside itself; name that one"));
+  EXPECT_FALSE(std::filesystem::exists(path_ + "-wal"));
 }
 
 TEST_F(RunStoreFaults, AStoreThatCannotBeWrittenIsRefused) {
