@@ -130,8 +130,10 @@ Mapping comparison_mapping(const PoolComparison& comparison) {
           {"nearest_by_correlation", optional_text(comparison.measure.nearest_by_correlation)},
           {"measured_members", comparison.measure.members},
           {"informed", comparison.measure.informed},
-          {"of_all", information_value(comparison.of_all)},
-          {"of_nearest", information_value(comparison.of_nearest)}};
+          {"of_doubtful", information_value(comparison.of_doubtful)},
+          {"of_nearest", information_value(comparison.of_nearest)},
+          {"of_told", information_value(comparison.of_told)},
+          {"told", comparison.told}};
 }
 
 PoolComparison comparison_from(const Mapping& mapping) {
@@ -145,8 +147,10 @@ PoolComparison comparison_from(const Mapping& mapping) {
   comparison.measure.nearest_by_correlation = text_of(mapping.at("nearest_by_correlation"));
   comparison.measure.members = mapping.at("measured_members").integer();
   comparison.measure.informed = mapping.at("informed").integer();
-  comparison.of_all = information_from(mapping.at("of_all"));
+  comparison.of_doubtful = information_from(mapping.at("of_doubtful"));
   comparison.of_nearest = information_from(mapping.at("of_nearest"));
+  comparison.of_told = information_from(mapping.at("of_told"));
+  comparison.told = mapping.at("told").real();
   return comparison;
 }
 

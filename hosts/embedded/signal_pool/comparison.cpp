@@ -32,15 +32,17 @@ class Greatest {
   std::optional<std::size_t> row_;
 };
 
-// The measure's information and novelty from what the members say.
+// The measure's information and novelty from what the members say. There must be one.
 void conclude(PoolComparison& known) {
-  const auto& all = known.of_all;
-  const auto& nearest = known.of_nearest;
-  const bool is_of_all = all && (!nearest || all->information >= nearest->information);
-  const MemberInformation& greater = is_of_all ? *all : *nearest;
-  known.measure.mutual_information = greater.information;
-  known.measure.nearest_by_information = greater.eval_id;
-  known.measure.novelty = novelty_of(greater.information);
+  const MemberInformation* greatest = nullptr;
+  for (const auto* found : {&known.of_doubtful, &known.of_told, &known.of_nearest}) {
+    if (*found && (greatest == nullptr || (*found)->information > greatest->information)) {
+      greatest = &**found;
+    }
+  }
+  known.measure.mutual_information = greatest->information;
+  known.measure.nearest_by_information = greatest->eval_id;
+  known.measure.novelty = novelty_of(greatest->information);
 }
 
 // Of a Gaussian pair; at most what so many days can show.
@@ -85,32 +87,38 @@ void MemberComparison::add_information(const ComparedSignal& signal, std::size_t
   const bool has_tables = series_.days() >= kFewestTabledDays;
   const double refusing = information_of(least_novelty);
   std::vector<std::pair<double, std::size_t>> asked;
-  Greatest greatest(known.of_all);
+  Greatest doubtful(known.of_doubtful);
+  std::optional<std::size_t> told_most;
   for (std::size_t row = first; row < series_.size(); ++row) {
-    const double information = series_.table_information(signal, row);
-    if (has_tables && information < kDoubt * refusing) {
-      greatest.offer(information, row);
-    } else if (row == nearest) {
-      greatest.offer(of_nearest, row);
-    } else {
-      asked.emplace_back(-information, row);
+    const double told = series_.table_information(signal, row);
+    if ((!known.of_told && !told_most) || told > known.told) {
+      known.told = told;
+      told_most = row;
     }
+    if (!has_tables || told >= kDoubt * refusing) asked.emplace_back(-told, row);
   }
   const std::size_t told_before = nearest ? 1 : 0;
   known.measure.informed += static_cast<std::int64_t>(series_.size() - first - told_before);
-  // Those that tell most come first: they are the likeliest to be enough.
+  const auto of_row = [&](std::size_t row) {
+    return row == nearest ? of_nearest : series_.neighbour_information(signal, row);
+  };
+  // Those of which the table tells most come first: they are the likeliest to be enough. Whether one
+  // is left does not depend on the others, nor therefore on when they joined.
   std::sort(asked.begin(), asked.end());
-  for (const auto& [opposite_information, row] : asked) {
-    const double told = -opposite_information;
-    const bool may_be_left = has_tables && told < kNearlyRefused * refusing;
-    const auto information = may_be_left
-                                 ? series_.neighbour_information_from(signal, row, refusing)
-                                 : std::optional(series_.neighbour_information(signal, row));
-    greatest.offer(information.value_or(told), row);
-    if (novelty_of(greatest.information()) < least_novelty) break;
+  for (const auto& [opposite_of_told, row] : asked) {
+    const bool may_be_left = has_tables && -opposite_of_told < kNearlyRefused * refusing;
+    const std::optional<double> information =
+        may_be_left ? series_.neighbour_information_from(signal, row, refusing) : of_row(row);
+    if (information) doubtful.offer(*information, row);
+    if (novelty_of(doubtful.information()) < least_novelty) break;
   }
-  if (const auto row = greatest.row()) {
-    known.of_all = MemberInformation{greatest.information(), eval_id_(*row)};
+  if (const auto row = doubtful.row()) {
+    known.of_doubtful = MemberInformation{doubtful.information(), eval_id_(*row)};
+  }
+  if (told_most) {
+    const bool is_known = told_most == doubtful.row();
+    known.of_told = MemberInformation{is_known ? doubtful.information() : of_row(*told_most),
+                                      eval_id_(*told_most)};
   }
   conclude(known);
 }

@@ -2,17 +2,18 @@
 //
 //   correlation  The greatest absolute one with any member, by pearson_correlation(). One product
 //                of the matrix of all members finds it, and it is computed anew by the definition.
-//   information  The greatest mutual information with any member. Beside the member that correlates
-//                most it is estimated by neighbours (mutual_information()). Beside any other a
-//                table of equal parts tells it (part_table.hpp); where the table tells enough to
-//                leave a doubt, at least kDoubt of what would refuse the signal, neighbours are
-//                asked, until they are sure that it is less. Over fewer than kFewestTabledDays a
-//                table tells too little, and neighbours are always asked.
+//   information  The greatest mutual information with any member, estimated by neighbours
+//                (mutual_information()). A table of equal parts tells a part of it for each member
+//                (part_table.hpp), and neighbours are asked of the member that correlates most, of
+//                the one that the table tells most of, and of any where the table leaves a doubt
+//                because it tells at least kDoubt of what would refuse the signal: these until they
+//                are sure that it is less. Over fewer than kFewestTabledDays a table tells too
+//                little, and neighbours are asked of all.
 //   novelty      That of this information.
 //
-// So each member is measured, and the figure of one that is near enough to matter is the estimate
-// by neighbours; of the others, which nothing depends on, it is the table's. A dependence that is
-// finer than the parts of the table is not seen, unless it is with the member that correlates most.
+// So each member is looked at, and what neighbours are not asked of is far from refusing. A
+// dependence that is finer than the parts of the table is not seen, unless it is with the member
+// that correlates most.
 //
 // Two things end it before: where any novelty will do, the information is only that of a Gaussian
 // pair with this correlation; and the first member beside which the novelty is too low is enough,
@@ -54,10 +55,12 @@ struct PoolComparison {
   std::int64_t members = 0;      // How many it was compared with ...
   std::int64_t last_member = 0;  // ... and the number of the last one's submission.
   PoolMeasure measure;
-  // What the measure's information is the greater of: the greatest that any member gives without
-  // regard to which of them correlates most, and that by neighbours with the one that does.
-  std::optional<MemberInformation> of_all = {};
+  // What the measure's information is the greatest of: that of the members in doubt, that of the
+  // one that correlates most, and that of the one that the table tells most of, namely `told`.
+  std::optional<MemberInformation> of_doubtful = {};
   std::optional<MemberInformation> of_nearest = {};
+  std::optional<MemberInformation> of_told = {};
+  double told = 0.0;
 };
 
 class MemberComparison {

@@ -42,12 +42,17 @@ Shape shape_of(const ArrayXd& pnl) {
           !(deviating * kMostLopsided > whole) || greatest > kGreatest || greatest < kLeast};
 }
 
+// The matrix is read once from end to end, and what waits for it is the memory: a page ahead.
+constexpr Index kReadAhead = 512;
+
 // Sums lane by lane, so that the same numbers give the same bits wherever they stand.
 double product(const double* left, const double* right, Index count) {
   using Lanes = Eigen::Array<double, kLanes, 1>;
   Lanes sum = Lanes::Zero();
-  for (Index i = 0; i < count; i += kLanes)
+  for (Index i = 0; i < count; i += kLanes) {
+    __builtin_prefetch(right + i + kReadAhead);
     sum += Eigen::Map<const Lanes>(left + i) * Eigen::Map<const Lanes>(right + i);
+  }
   return sum.sum();
 }
 

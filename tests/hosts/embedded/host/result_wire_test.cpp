@@ -76,7 +76,9 @@ TEST(ResultWire, CarriesThePnlToTheLastBitAndWhatItWasComparedWith) {
   Eigen::ArrayXd pnl(6);
   pnl << 0.1, -0.0, 5e-324, -std::numeric_limits<double>::max(), 1e-17, 0.0;
   PoolComparison comparison{3, 17, {0.25, 0.5, 0.75, "1-2", std::nullopt, 5, 4}};
-  comparison.of_all = MemberInformation{0.5, "1-2"};
+  comparison.of_doubtful = MemberInformation{0.5, "1-2"};
+  comparison.of_told = MemberInformation{0.25, "1-3"};
+  comparison.told = 0.125;
   const Mapping record{{genetic::keys::kStats, genetic::make_object<StatisticsObject>(
                                                    BacktestStatistics(), pnl, comparison)}};
   const Value stats = through_the_wire(record).at(genetic::keys::kStats);
@@ -98,10 +100,13 @@ TEST(ResultWire, CarriesThePnlToTheLastBitAndWhatItWasComparedWith) {
   EXPECT_FALSE(received->comparison()->measure.nearest_by_correlation.has_value());
   EXPECT_EQ(received->comparison()->measure.members, 5);
   EXPECT_EQ(received->comparison()->measure.informed, 4);
-  ASSERT_TRUE(received->comparison()->of_all.has_value());
-  EXPECT_EQ(received->comparison()->of_all->information, 0.5);
-  EXPECT_EQ(received->comparison()->of_all->eval_id, "1-2");
+  ASSERT_TRUE(received->comparison()->of_doubtful.has_value());
+  EXPECT_EQ(received->comparison()->of_doubtful->information, 0.5);
+  EXPECT_EQ(received->comparison()->of_doubtful->eval_id, "1-2");
   EXPECT_FALSE(received->comparison()->of_nearest.has_value());
+  ASSERT_TRUE(received->comparison()->of_told.has_value());
+  EXPECT_EQ(received->comparison()->of_told->eval_id, "1-3");
+  EXPECT_EQ(received->comparison()->told, 0.125);
 }
 
 TEST(ResultWire, StatisticsWithoutAPnlStayWithout) {
