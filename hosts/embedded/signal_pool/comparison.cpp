@@ -102,8 +102,8 @@ void MemberComparison::add_information(const ComparedSignal& signal, std::size_t
   const auto of_row = [&](std::size_t row) {
     return row == nearest ? of_nearest : series_.neighbour_information(signal, row);
   };
-  // Those of which the table tells most come first: they are the likeliest to be enough. Whether one
-  // is left does not depend on the others, nor therefore on when they joined.
+  // Those of which the table tells most come first: they are the likeliest to be enough. Whether
+  // one is left does not depend on the others, nor therefore on when they joined.
   std::sort(asked.begin(), asked.end());
   for (const auto& [opposite_of_told, row] : asked) {
     const bool may_be_left = has_tables && -opposite_of_told < kNearlyRefused * refusing;
