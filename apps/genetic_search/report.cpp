@@ -182,6 +182,13 @@ std::string nothing_passed_text(const embedded::SearchProgress& progress,
                         remedy.empty() ? on_one_line(reason)
                                        : padded(reason, kReasonWidth, Align::Left) + "  " + remedy);
   }
+  if (progress.nearest_misses.empty()) return text;
+  text += "How near those that failed a gate came to it:\n";
+  for (const auto& [reason, miss] : progress.nearest_misses) {
+    text += fmt::format("          {}  {:.4g} where {:.4g} is the limit ({})\n",
+                        padded(reason, kReasonWidth, Align::Left), miss.actual, miss.threshold,
+                        miss.eval_id);
+  }
   return text;
 }
 

@@ -64,6 +64,13 @@ struct RepairCount {
   friend bool operator==(const RepairCount&, const RepairCount&) = default;
 };
 
+// The figure of those that failed a gate which came nearest to its threshold.
+struct NearestMiss {
+  std::string eval_id;
+  double actual = 0.0;
+  double threshold = 0.0;
+};
+
 // The counts of the run so far.
 struct SearchProgress {
   std::int64_t generation = 0;  // Generations completed.
@@ -76,8 +83,10 @@ struct SearchProgress {
   std::int64_t round_under_way = 0;              // Of this generation's, from 1; 0 is its batch.
   std::map<std::string, RepairCount> repairs;    // By plan.
   std::map<std::string, std::int64_t> failures;  // By reason.
-  std::optional<CandidateRecorded> best;         // The best by quality among the passing.
-  double elapsed_seconds = 0.0;                  // Since the search began.
+  // By the reason of the gate; of those with all of their failures, not only the first.
+  std::map<std::string, NearestMiss> nearest_misses;
+  std::optional<CandidateRecorded> best;  // The best by quality among the passing.
+  double elapsed_seconds = 0.0;           // Since the search began.
 
   // All plans together.
   [[nodiscard]] RepairCount all_repairs() const;

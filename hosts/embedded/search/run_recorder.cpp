@@ -220,6 +220,7 @@ Value RunRecorder::record(const Value& graph, bool passed, const Mapping& keywor
   store(record, attempt_of(attempt, record.graph_key), end, keywords);
   add_to_digest(record);
   count(candidate);
+  count_misses(candidate, failed);
   observer_.on_recorded(candidate);
   return candidate.eval_id;
 }
@@ -243,6 +244,19 @@ void RunRecorder::count(const CandidateRecorded& candidate) {
                        });
   best_.insert(place, candidate);
   if (std::cmp_greater(best_.size(), std::max(settings_.best_count, 1))) best_.pop_back();
+}
+
+void RunRecorder::count_misses(const CandidateRecorded& candidate,
+                               const std::vector<GateFailure>& failed) {
+  for (const GateFailure& failure : failed) {
+    if (std::isnan(failure.actual)) continue;  // It is near to nothing.
+    const NearestMiss miss = {candidate.eval_id, failure.actual, failure.threshold};
+    const auto [known, is_new] =
+        progress_.nearest_misses.try_emplace(std::string(failure.reason.view()), miss);
+    const auto distance = [](const NearestMiss& of) { return std::abs(of.actual - of.threshold); };
+    // Of equal ones the earlier.
+    if (!is_new && distance(miss) < distance(known->second)) known->second = miss;
+  }
 }
 
 void RunRecorder::count_repair(const CandidateRecorded& candidate) {

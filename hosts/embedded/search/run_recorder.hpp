@@ -69,6 +69,7 @@ class RunRecorder : public ResultRecorder {
  private:
   void count(const CandidateRecorded& candidate);
   void add_to_digest(const EvaluationRecord& record);
+  void count_misses(const CandidateRecorded& candidate, const std::vector<GateFailure>& failed);
   void count_repair(const CandidateRecorded& candidate);
   // All that the statistics fail, whatever the candidate was rejected for.
   [[nodiscard]] std::vector<GateFailure> gates_failed(const CandidateRecorded& candidate) const;

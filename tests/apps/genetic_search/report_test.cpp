@@ -109,6 +109,19 @@ TEST(Report, TellsWhyNothingPassedAndWhatToChange) {
             "       4  worker_timeout                  raise --timeout above 60\n");
 }
 
+TEST(Report, TellsHowNearTheBestCameToEachGate) {
+  embedded::SearchProgress progress = samples::progress();
+  progress.passing = 0;
+  progress.nearest_misses = {{"sharpe_min", {"7-3", 0.2871, 0.3}},
+                             {"turnover_max", {"7-9", 1.5, 1}}};
+  EXPECT_THAT(
+      nothing_passed_text(progress, {}),
+      HasSubstr("How near those that failed a gate came to it:\n"
+                "          sharpe_min                      0.2871 where 0.3 is the limit "
+                "(7-3)\n"
+                "          turnover_max                    1.5 where 1 is the limit (7-9)\n"));
+}
+
 TEST(Report, KnowsTheOptionOfEachGate) {
   SearchOptions options;
   options.config.gates = {0.1, 0.2, 0.3, 0.4, 0.5, 0.6};

@@ -1,6 +1,7 @@
 // From a child's result to a row of the store and a member of the pool: what crosses the process
 // boundary is enough to record and submit a candidate.
 // Method: real children of the embedded pool, the library's recording and submitting.
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -164,6 +165,7 @@ TEST_F(RecordingTest, AnEnqueueThatTheBusyStoreRefusesIsTriedAgain) {
   submit(candidate);
   EXPECT_EQ(submissions_of(candidate).size(), 1U);
 }
+
 class GatedRecordingTest : public RecordingTest {
  protected:
   GatedRecordingTest() : RecordingTest({}, {.max_turnover = -1.0, .min_sharpe = 1e6}) {}
@@ -181,6 +183,19 @@ TEST_F(GatedRecordingTest, AFailureIsRecordedWithAllOfItsReasonsAndItsTiming) {
   EXPECT_EQ(failures.at("turnover_max").mapping().at(keys::kThreshold).real(), -1.0);
   submit(candidate);
   EXPECT_TRUE(store_.submissions().list({}).empty());
+}
+
+TEST_F(GatedRecordingTest, TheNearestThatFailedEachGateIsKept) {
+  std::vector<double> sharpes;
+  for (const char* const feature : {"close", "volume", "returns"}) {
+    const EvaluationRecord row = row_of(recorded(ranked(feature)));
+    sharpes.push_back(row.sharpe.value_or(0.0));
+  }
+  const auto misses = recorder_.progress().nearest_misses;
+  ASSERT_TRUE(misses.contains("sharpe_min") && misses.contains("turnover_max"));
+  EXPECT_EQ(misses.at("sharpe_min").actual, *std::max_element(sharpes.begin(), sharpes.end()));
+  EXPECT_EQ(misses.at("sharpe_min").threshold, 1e6);
+  EXPECT_LT(misses.at("turnover_max").actual, 2.0);
 }
 
 }  // namespace
