@@ -9,7 +9,7 @@ namespace {
 
 constexpr double kDaysOfAYear = 365.25;
 constexpr double kExchangeDays = 252.0;
-constexpr std::array kUsual = {kExchangeDays, 365.0, 52.0, 12.0, 4.0};
+constexpr auto kUsual = std::to_array({kExchangeDays, 365.0, 52.0, 12.0, 4.0});
 constexpr double kTolerance = 0.1;
 
 }  // namespace
