@@ -4,11 +4,12 @@ from __future__ import annotations
 
 import json
 import re
+import sqlite3
 from pathlib import Path
 
 import pytest
 
-from program import a_run, call, events, rows, table
+from program import NO_GATES, a_run, call, events, rows, table
 
 # --- the pool at the end of a run ---
 
@@ -99,6 +100,32 @@ def test_a_second_run_on_the_same_pool_submits_nothing_twice(tmp_path: Path, pri
     _, text = a_run(tmp_path, prices, "--pool", "another")
     assert rows(store, first_generation + "3")[0][0] > 0
     assert 'Submitted to the signal pool "another": ' in text
+
+
+def test_a_member_whose_pnl_cannot_be_read_is_named_and_the_rest_goes_on(
+    tmp_path: Path, prices: Path
+):
+    store, _ = a_run(tmp_path, prices)
+    connection = sqlite3.connect(store)
+    ((member,),) = connection.execute(
+        "SELECT eval_id FROM submissions WHERE state = 'submitted' ORDER BY settled_order LIMIT 1"
+    ).fetchall()
+    connection.execute("UPDATE submissions SET pnl = NULL WHERE eval_id = ?", (member,))
+    connection.commit()
+    connection.close()
+    ended = call(
+        "run", "--prices", prices, "--db", store, "--generations", "2", "--batch-size", "8",
+        "--seed", "6", *NO_GATES,
+    )
+    assert ended.returncode == 0
+    assert ended.stderr == (
+        f"genetic-search: warning: pool member {member} is set aside: it has no PnL in the store "
+        "that can be read; submit it anew, or take it out of the pool\n"
+    )
+    assert rows(store, "SELECT count(*) FROM submissions WHERE state = 'queued'") == [(0,)]
+    assert rows(
+        store, "SELECT count(*) FROM submissions WHERE run_id = 2 AND state = 'submitted'"
+    )[0][0] > 0
 
 
 # --- the configuration ---

@@ -40,6 +40,7 @@ SyncReport SignalSubmission::sync() {
   // For the children that are forked next. They would do without, only the parent would have more
   // to compare.
   static_cast<void>(pool_.refresh());
+  report.set_aside = pool_.take_set_aside();
   return report;
 }
 

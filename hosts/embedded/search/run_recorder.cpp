@@ -306,6 +306,20 @@ void RunRecorder::settled(const SyncReport& report) {
     observer_.on_settled(signal);
   }
   submissions_.waiting = static_cast<std::int64_t>(report.waiting.size());
+  tell_troubles(report);
+}
+
+void RunRecorder::tell_troubles(const SyncReport& report) {
+  for (const SetAsideMember& member : report.set_aside) {
+    observer_.on_log(LogLevel::Warning,
+                     fmt::format("pool member {} is set aside: it {}", member.eval_id, member.why));
+  }
+  // The same reason for many is told once.
+  for (const WaitingSubmission& waiting : report.waiting) {
+    if (!told_waits_.insert(waiting.why).second) continue;
+    observer_.on_log(LogLevel::Warning,
+                     fmt::format("submission {} waits: {}", waiting.eval_id, waiting.why));
+  }
 }
 
 void RunRecorder::generation_done() {

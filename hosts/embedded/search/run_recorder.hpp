@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -67,6 +68,7 @@ class RunRecorder : public ResultRecorder {
   [[nodiscard]] const std::vector<CandidateRecorded>& best() const { return best_; }
 
  private:
+  void tell_troubles(const SyncReport& report);
   void count(const CandidateRecorded& candidate);
   void add_to_digest(const EvaluationRecord& record);
   void count_misses(const CandidateRecorded& candidate, const std::vector<GateFailure>& failed);
@@ -84,6 +86,7 @@ class RunRecorder : public ResultRecorder {
   Lineage& lineage_;
   const SearchStop& stop_;
   Settings settings_;
+  std::set<std::string> told_waits_;  // The reasons for which submissions wait.
   EndSync end_sync_;
   std::shared_ptr<EmbeddedTracker> tracker_;
   std::optional<std::int64_t> market_id_;

@@ -52,21 +52,22 @@ bool SignalPool::refresh() {
 void SignalPool::refresh_under_lock() {
   const std::int64_t version = store_.submissions().members_version();
   if (seen_version_ == version) return;
-  // Members may have been taken out by hand, and a PnL that was missing put back: then all is read
-  // anew.
+  // Members may have been taken out by hand, and a PnL that was missing or of other days put back:
+  // then all is read anew.
   if (!is_still_good(store_.submissions().member_numbers(identity_))) {
     members_.clear();
     groups_.clear();
     remembered_.clear();
     remembered_order_.clear();
     last_settled_order_ = 0;
+    has_other_days_ = false;
   }
   read_members();
   seen_version_ = version;
 }
 
 bool SignalPool::is_still_good(const std::vector<std::int64_t>& submissions) const {
-  return members_.size() <= submissions.size() &&
+  return !has_other_days_ && members_.size() <= submissions.size() &&
          std::equal(members_.begin(), members_.end(), submissions.begin(),
                     [](const Member& member, std::int64_t submission) {
                       return member.submission == submission && member.days;
@@ -79,11 +80,17 @@ void SignalPool::read_members() {
     member.submission = found.id;
     member.eval_id = found.eval_id;
     last_settled_order_ = found.settled_order;
-    if (!found.pnl) continue;
+    if (!found.pnl) {
+      set_aside(member, "has no PnL in the store that can be read");
+      continue;
+    }
     const auto days = static_cast<Eigen::Index>(found.pnl->size());
     const ArrayXd pnl = Eigen::Map<const ArrayXd>(found.pnl->data(), days);
-    // A series with a hole cannot be compared: it counts as missing.
-    if (!pnl.isFinite().all()) continue;
+    // A series with a hole cannot be compared.
+    if (!pnl.isFinite().all()) {
+      set_aside(member, "has a PnL in the store with an entry that is no number");
+      continue;
+    }
     member.days = days;
     Group& group = groups_.try_emplace(days, days).first->second;
     group.series.append(pnl);
@@ -91,18 +98,33 @@ void SignalPool::read_members() {
   }
 }
 
-void SignalPool::require_comparable(const Member& member, Eigen::Index days) {
-  if (!member.days) {
-    throw PoolPnlMissing(member.eval_id,
-                         "has no PnL in the store that can be read; submit it anew, or take it out "
-                         "of the pool");
+void SignalPool::set_aside(const Member& member, const std::string& trouble) {
+  if (!told_aside_.insert(member.submission).second) return;
+  set_aside_.push_back({member.eval_id, trouble + "; submit it anew, or take it out of the pool"});
+}
+
+void SignalPool::set_aside_others(Eigen::Index days) {
+  for (const auto& [other_days, group] : groups_) {
+    if (other_days == days) continue;
+    has_other_days_ = true;
+    for (const std::size_t member : group.member_of_row) {
+      set_aside(members_[member],
+                fmt::format("has the PnL of {} days where others have {}", other_days, days));
+    }
   }
-  if (*member.days != days) {
-    throw PoolPnlMissing(member.eval_id,
-                         fmt::format("has the PnL of {} days, and the signal that of {}; only "
-                                     "equal days compare",
-                                     *member.days, days));
-  }
+}
+
+std::vector<SetAsideMember> SignalPool::take_set_aside() {
+  return std::exchange(set_aside_, {});
+}
+
+void SignalPool::refuse_other_days(Eigen::Index days) {
+  has_other_days_ = true;
+  const auto& [other_days, group] = *groups_.begin();
+  throw PoolPnlMissing(members_[group.member_of_row.front()].eval_id,
+                       fmt::format("has the PnL of {} days, and the signal that of {}; only "
+                                   "equal days compare",
+                                   other_days, days));
 }
 
 PoolComparison& SignalPool::remembered(const ArrayXd& pnl) {
@@ -118,17 +140,25 @@ PoolComparison& SignalPool::remembered(const ArrayXd& pnl) {
 }
 
 const PoolComparison& SignalPool::compared_with_all(const ArrayXd& pnl) {
-  // Every member must be comparable before any is compared: half a measure is none.
-  for (const Member& member : members_)
-    require_comparable(member, pnl.size());
-  if (pnl.size() < minimum_days_) {
+  const auto found = groups_.find(pnl.size());
+  // Where nothing that can be read is of these days, the signal's own PnL may be the damaged one.
+  if (found == groups_.end() && !groups_.empty()) refuse_other_days(pnl.size());
+  if (found != groups_.end() && pnl.size() < minimum_days_) {
     throw PoolMetricNotYetComputable(
         fmt::format("the signal has {} days in common with its pool, and it takes {} to compare",
                     pnl.size(), minimum_days_));
   }
   PoolComparison& known = remembered(pnl);
   if (std::cmp_equal(known.members, members_.size())) return known;
-  const Group& group = groups_.at(pnl.size());
+  // Without a group all members are set aside, and the signal is as in an empty pool.
+  if (found != groups_.end()) compare_with(found->second, pnl, known);
+  known.members = static_cast<std::int64_t>(members_.size());
+  known.last_member = members_.back().submission;
+  return known;
+}
+
+void SignalPool::compare_with(const Group& group, const ArrayXd& pnl, PoolComparison& known) {
+  set_aside_others(pnl.size());
   const std::vector<std::size_t>& rows = group.member_of_row;
   const auto first =
       std::lower_bound(rows.begin(), rows.end(), static_cast<std::size_t>(known.members));
@@ -136,9 +166,6 @@ const PoolComparison& SignalPool::compared_with_all(const ArrayXd& pnl) {
     return members_[rows[row]].eval_id;
   });
   comparison.add(pnl, static_cast<std::size_t>(first - rows.begin()), least_novelty_, known);
-  known.members = static_cast<std::int64_t>(members_.size());
-  known.last_member = members_.back().submission;
-  return known;
 }
 
 PoolMeasure SignalPool::measure(const ArrayXd& pnl) {

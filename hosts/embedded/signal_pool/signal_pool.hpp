@@ -14,6 +14,7 @@
 #include <deque>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -29,6 +30,12 @@ namespace varnholt::embedded {
 
 // With few days in common no figure is meaningful: the scatter of a correlation is 1/sqrt(days).
 inline constexpr Eigen::Index kDefaultCommonDays = 60;
+
+// A member that no signal can be compared with, because its PnL in the store is damaged.
+struct SetAsideMember {
+  std::string eval_id;
+  std::string why;  // "has no PnL ...; submit it anew, or take it out of the pool"
+};
 
 class SignalPool {
  public:
@@ -51,9 +58,11 @@ class SignalPool {
   [[nodiscard]] bool has_members() const noexcept { return !members_.empty(); }
 
   // Measures a signal with this PnL against the members known from the last refresh. In an empty
-  // pool every signal is entirely new. Throws PoolPnlMissing when a member's PnL is not in the
-  // store or has other days, PoolMetricNotYetComputable when there are fewer than `minimum_days`,
-  // and std::invalid_argument when the PnL given has an entry that is no finite number.
+  // pool every signal is entirely new. A member whose PnL is not in the store, or has other days
+  // than the signal while others have as many, is set aside. Throws PoolPnlMissing when all that
+  // can be read have other days, PoolMetricNotYetComputable when there are fewer than
+  // `minimum_days`, and std::invalid_argument when the PnL given has an entry that is no finite
+  // number.
   //
   // A signal is measured when it is recorded and again when it is settled: the measures of the last
   // kRememberedMeasures signals are remembered, and only members that have joined since are
@@ -63,6 +72,9 @@ class SignalPool {
   // The same for another process, which takes the measure over; nothing where the pool has no
   // members. It reads no store, so a forked child may call it. Throws as measure() does.
   [[nodiscard]] std::optional<PoolComparison> compare(const Eigen::ArrayXd& pnl);
+  // The members that were set aside since the last call, each told once.
+  [[nodiscard]] std::vector<SetAsideMember> take_set_aside();
+
   // Takes over what another process measured of this PnL, unless members were taken out meanwhile.
   void take_over(const Eigen::ArrayXd& pnl, const PoolComparison& comparison);
 
@@ -84,8 +96,12 @@ class SignalPool {
 
   void read_members();
   [[nodiscard]] bool is_still_good(const std::vector<std::int64_t>& submissions) const;
-  static void require_comparable(const Member& member, Eigen::Index days);
+  void set_aside(const Member& member, const std::string& trouble);
+  void set_aside_others(Eigen::Index days);
+  [[noreturn]] void refuse_other_days(Eigen::Index days);
   [[nodiscard]] PoolComparison& remembered(const Eigen::ArrayXd& pnl);
+  // Brings what is known of the signal up to the members of its days.
+  void compare_with(const Group& group, const Eigen::ArrayXd& pnl, PoolComparison& known);
   // What is known of the signal, brought up to all members. There must be one.
   const PoolComparison& compared_with_all(const Eigen::ArrayXd& pnl);
 
@@ -95,6 +111,9 @@ class SignalPool {
   double least_novelty_;
   std::vector<Member> members_;
   std::map<Eigen::Index, Group> groups_;  // By their days.
+  bool has_other_days_ = false;           // A signal met members of other days than its own.
+  std::vector<SetAsideMember> set_aside_;
+  std::set<std::int64_t> told_aside_;  // By the number of the submission.
   std::int64_t last_settled_order_ = 0;
   std::optional<std::int64_t> seen_version_;                    // Of the store's members.
   std::unordered_map<std::string, PoolComparison> remembered_;  // By the PnL's digest.

@@ -50,6 +50,8 @@ struct SyncReport {
   // Another process held the lock, and the sync ended there: what is still queued waits for the
   // next one.
   bool store_was_busy = false;
+  // Members of the pool that no signal is compared with any more, each told once.
+  std::vector<SetAsideMember> set_aside = {};
 };
 
 class SubmissionQueue {

@@ -141,22 +141,31 @@ TEST_F(SignalSubmissionTest, ABusyStoreConfirmsNothingAndTakesNothing) {
   EXPECT_EQ(submission_.sync().settled.size(), 1U);
 }
 
-TEST_F(SignalSubmissionTest, AMemberWithoutPnlIsPoolDataNotReady) {
+TEST_F(SignalSubmissionTest, AMemberWithoutPnlIsToldByTheSyncAndLeavesTheRestAlone) {
   const std::string member = join_elsewhere(ranked("close"));
   execute("UPDATE submissions SET pnl = NULL");
+  const SyncReport report = submission_.sync();
+  ASSERT_EQ(report.set_aside.size(), 1U);
+  EXPECT_EQ(report.set_aside[0].eval_id, member);
+  EXPECT_EQ(submission_.measure(stats_of(ranked("volume"))).novelty, 1.0);
+}
+
+TEST_F(SignalSubmissionTest, APoolOfOtherDaysIsPoolDataNotReady) {
+  const std::string member = join_elsewhere(ranked("close"));
+  execute("UPDATE submissions SET pnl = substr(pnl, 1, length(pnl) - 8)");
   EXPECT_TRUE(submission_.refresh());
   try {
     static_cast<void>(submission_.measure(stats_of(ranked("volume"))));
     FAIL() << "a pool without its PnL cannot be measured against";
   } catch (const PoolDataNotReady& error) {
-    EXPECT_THAT(error.what(), HasSubstr("pool member " + member + " has no PnL"));
+    EXPECT_THAT(error.what(), HasSubstr("pool member " + member + " has the PnL of "));
   }
 }
 
 TEST_F(SignalSubmissionTest, AFailedMeasureIsNotKept) {
   join_elsewhere(ranked("close"));
   execute("ALTER TABLE submissions ADD COLUMN saved BLOB");
-  execute("UPDATE submissions SET saved = pnl, pnl = NULL");
+  execute("UPDATE submissions SET saved = pnl, pnl = substr(pnl, 1, length(pnl) - 8)");
   const Value stats = stats_of(ranked("volume"));
   EXPECT_TRUE(submission_.refresh());
   EXPECT_THROW(static_cast<void>(submission_.measure(stats)), PoolDataNotReady);

@@ -119,21 +119,25 @@ TEST_F(BusyPoolTest, TheSyncRefusesByTheGatesThatItWaitedFor) {
   EXPECT_TRUE(row_of(twin).passed);
 }
 
-TEST_F(RecordingTest, AMembersMissingPnlMakesACandidateWaitUntilItIsBack) {
+TEST_F(RecordingTest, APoolOfOtherDaysMakesACandidateWaitUntilTheyAreBack) {
   // Another process brings the member in, so that this one has not read its PnL.
   submit(recorded(ranked("close")));
   EXPECT_EQ(SignalSubmission(store_, evaluator_, pool_identity_, {}).sync().settled.size(), 1U);
   execute("ALTER TABLE submissions ADD COLUMN saved BLOB");
-  execute("UPDATE submissions SET saved = pnl, pnl = NULL");
+  execute("UPDATE submissions SET saved = pnl, pnl = substr(pnl, 1, length(pnl) - 8)");
   const Mapping candidate = recorded(unlike_the_others());
   EXPECT_TRUE(candidate.at(keys::kPasses).boolean());
   EXPECT_THAT(genetic::str(tracking_of(candidate).at(keys::kPoolMetricsPendingDetail)),
-              HasSubstr("pool member 1-1 has no PnL"));
+              HasSubstr("pool member 1-1 has the PnL of "));
   submit(candidate);
   const SyncReport waiting = submission_.sync();
   recorder_.settled(waiting);
   EXPECT_TRUE(waiting.settled.empty());
   EXPECT_EQ(recorder_.submissions().waiting, 1);
+  ASSERT_EQ(observer_.logs.size(), 1U);
+  EXPECT_THAT(observer_.logs[0], HasSubstr(" waits: pool member 1-1 has the PnL of "));
+  recorder_.settled(submission_.sync());
+  EXPECT_EQ(observer_.logs.size(), 1U) << "the same reason is told once";
   EXPECT_EQ(submissions_of(candidate).at(0).pending_reason, "pool_metrics_refresh_required");
   execute("UPDATE submissions SET pnl = saved WHERE saved IS NOT NULL");
   const SyncReport report = submission_.sync();

@@ -188,29 +188,64 @@ TEST_F(SignalPoolTest, OtherTroublesOfTheStorePass) {
   EXPECT_THROW(static_cast<void>(pool.refresh()), StoreError);
 }
 
-TEST_F(SignalPoolTest, NamesTheMemberWithoutPnlUntilItIsBack) {
-  join(normal_series(kDays, 9));
+TEST_F(SignalPoolTest, AMemberWithoutPnlIsSetAsideOnceAndTheRestGoesOn) {
+  const std::string whole = join(normal_series(kDays, 9));
   const std::string bare = join(base_);
   execute("UPDATE submissions SET pnl = NULL WHERE eval_id = '" + bare + "'");
   SignalPool pool(*store_, pool_);
   EXPECT_TRUE(pool.refresh());
   EXPECT_TRUE(pool.has_members());
-  EXPECT_EQ(missing(pool, base_),
-            bare + ": pool member " + bare +
-                " has no PnL in the store that can be read; submit it anew, or take it out of the "
-                "pool");
-  execute("UPDATE submissions SET pnl = (SELECT pnl FROM submissions WHERE pnl IS NOT NULL)");
+  const std::vector<SetAsideMember> aside = pool.take_set_aside();
+  ASSERT_EQ(aside.size(), 1U);
+  EXPECT_EQ(aside[0].eval_id, bare);
+  EXPECT_EQ(aside[0].why,
+            "has no PnL in the store that can be read; submit it anew, or take it out of the pool");
+  EXPECT_EQ(pool.measure(base_).nearest_by_correlation, whole);
   EXPECT_TRUE(pool.refresh());
-  EXPECT_EQ(missing(pool, base_), "no error");
+  EXPECT_TRUE(pool.take_set_aside().empty()) << "it is told once";
+  execute(
+      "UPDATE submissions SET pnl = (SELECT pnl FROM submissions WHERE pnl IS NOT NULL) "
+      "WHERE pnl IS NULL");
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_EQ(pool.measure(normal_series(kDays, 9)).correlation, 1.0);
 }
 
-TEST_F(SignalPoolTest, APnlWithAHoleIsMissing) {
+TEST_F(SignalPoolTest, AMemberWithOtherDaysThanTheRestIsSetAside) {
+  const std::string whole = join(normal_series(kDays, 9));
+  const std::string cut = join(base_);
+  execute("UPDATE submissions SET pnl = substr(pnl, 1, length(pnl) - 8) WHERE eval_id = '" + cut +
+          "'");
+  SignalPool pool(*store_, pool_);
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_EQ(pool.measure(base_).nearest_by_correlation, whole);
+  const std::vector<SetAsideMember> aside = pool.take_set_aside();
+  ASSERT_EQ(aside.size(), 1U);
+  EXPECT_EQ(aside[0].eval_id, cut);
+  EXPECT_THAT(aside[0].why, HasSubstr("has the PnL of 249 days where others have 250; submit it"));
+}
+
+TEST_F(SignalPoolTest, WhereNoMemberCanBeReadASignalIsAsInAnEmptyPool) {
+  join(base_);
+  execute("UPDATE submissions SET pnl = NULL");
+  SignalPool pool(*store_, pool_);
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_EQ(pool.take_set_aside().size(), 1U);
+  EXPECT_EQ(pool.measure(base_).novelty, 1.0);
+  const std::string next = join(normal_series(kDays, 4));
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_EQ(pool.measure(base_).nearest_by_correlation, next);
+}
+
+TEST_F(SignalPoolTest, APnlWithAHoleIsSetAside) {
   ArrayXd holed = base_;
   holed[7] = std::numeric_limits<double>::quiet_NaN();
   const std::string member = join(holed);
   SignalPool pool(*store_, pool_);
   EXPECT_TRUE(pool.refresh());
-  EXPECT_THAT(missing(pool, base_), HasSubstr(member + " has no PnL"));
+  const std::vector<SetAsideMember> aside = pool.take_set_aside();
+  ASSERT_EQ(aside.size(), 1U);
+  EXPECT_EQ(aside[0].eval_id, member);
+  EXPECT_THAT(aside[0].why, HasSubstr("an entry that is no number"));
 }
 
 TEST_F(SignalPoolTest, NamesTheMemberWithOtherDays) {

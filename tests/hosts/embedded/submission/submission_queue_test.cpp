@@ -156,14 +156,18 @@ TEST_F(SubmissionQueueTest, WaitsUntilThePoolIsReady) {
   SqliteDatabase other(path_, 1000);
   other.execute("CREATE TABLE saved AS SELECT pnl FROM submissions WHERE state = 'submitted'",
                 "saving it");
-  other.execute("UPDATE submissions SET pnl = NULL WHERE state = 'submitted'", "losing it");
+  other.execute(
+      "UPDATE submissions SET pnl = substr(pnl, 1, length(pnl) - 8) "
+      "WHERE state = 'submitted'",
+      "losing a day");
   const SyncReport report = own->queue.sync();
   EXPECT_THAT(report.settled, IsEmpty());
   ASSERT_EQ(report.waiting.size(), 1U);
   EXPECT_EQ(report.waiting[0].eval_id, id);
-  EXPECT_THAT(report.waiting[0].why, HasSubstr("pool member " + member + " has no PnL"));
+  EXPECT_THAT(report.waiting[0].why,
+              HasSubstr("pool member " + member + " has the PnL of 249 days"));
   EXPECT_EQ(state_of(id), "queued");
-  other.execute("UPDATE submissions SET pnl = (SELECT pnl FROM saved) WHERE pnl IS NULL",
+  other.execute("UPDATE submissions SET pnl = (SELECT pnl FROM saved) WHERE state = 'submitted'",
                 "bringing it back");
   EXPECT_THAT(ids(own->queue.sync()), ElementsAre(id));
   EXPECT_EQ(state_of(id), "submitted");
