@@ -110,7 +110,7 @@ class NewFile {
 // a spreadsheet would take it for a formula.
 std::string cell(const std::string& symbol) {
   const bool is_formula = symbol.find_first_of("=+-@\t\r\n") == 0;
-  const std::string text = is_formula ? "'" + symbol : symbol;
+  std::string text = is_formula ? "'" + symbol : symbol;
   if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
   std::string quoted = "\"";
   for (const char character : text) {
