@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <exception>
+#include <filesystem>
 #include <memory>
 #include <set>
+#include <system_error>
 #include <vector>
 
 #include <fmt/format.h>
@@ -18,6 +20,7 @@
 #include "hosts/embedded/market/price_file.hpp"
 #include "hosts/embedded/search/run_description.hpp"
 #include "hosts/embedded/search/signal_export.hpp"
+#include "hosts/embedded/store/store_files.hpp"
 #include "hosts/embedded/store/store_reader.hpp"
 
 namespace varnholt::app {
@@ -134,6 +137,24 @@ void write_lines(const WeightsCommand& command, const MarketData& data,
   }
 }
 
+// --force replaces earlier weights, not what they are made of.
+void refuse_input_as_output(const WeightsCommand& command) {
+  namespace fs = std::filesystem;
+  std::vector<fs::path> inputs = embedded::files_of_store(command.database);
+  inputs.emplace_back(command.prices);
+  std::error_code ignored;  // Files that are not there are not equivalent.
+  const fs::path output = fs::weakly_canonical(command.output, ignored);
+  for (const fs::path& input : inputs) {
+    if (!fs::equivalent(input, command.output, ignored) &&
+        fs::weakly_canonical(input, ignored) != output) {
+      continue;
+    }
+    throw embedded::ExportError(
+        fmt::format("{}: it is a file that the weights are made of; name another one",
+                    fs::path(command.output).string()));
+  }
+}
+
 class Weights {
  public:
   Weights(const WeightsCommand& command, const RunOutputs& outputs,
@@ -148,6 +169,7 @@ class Weights {
     const std::unique_ptr<embedded::StoreReader> store =
         embedded::open_store_reader(command_.database);
     const std::vector<EvaluationOfRun> wanted = wanted_signals(command_, *store);
+    if (is_file_) refuse_input_as_output(command_);
     if (is_file_) embedded::check_weights_path(command_.output, existing_);
     const MarketData data = embedded::read_price_file(command_.prices);
     (void)first_day(command_, data);  // Refused before anything is computed.

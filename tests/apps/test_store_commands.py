@@ -333,3 +333,16 @@ def test_a_failed_export_leaves_no_file(tmp_path: Path):
     assert ended.returncode == 1 and ended.stdout == ""
     assert f"cannot write {folder}/w.csv: File too large" in ended.stderr
     assert list(folder.iterdir()) == []
+
+
+def test_weights_do_not_replace_what_they_are_made_of(prices: Path, store: Path):
+    eval_id = submitted_ids(store)[0]
+    before = folder_of(store.parent), prices.read_bytes()
+    beside = [store.with_name(store.name + suffix) for suffix in ("-wal", "-shm", "-journal")]
+    for path in (store, prices, *beside):
+        ended = call(
+            "weights", store, eval_id, "--prices", prices, "--output", path, "--force"
+        )
+        assert ended.returncode == 2
+        assert "it is a file that the weights are made of" in ended.stderr
+    assert (folder_of(store.parent), prices.read_bytes()) == before
