@@ -104,7 +104,8 @@ std::string changes_text(const embedded::PriceChanges& changes) {
 
 // How the prices differ from those of each run that a signal is from.
 std::string comparison_text(const WeightsCommand& command, const MarketData& data,
-                            const std::vector<EvaluationOfRun>& signals) {
+                            const std::vector<EvaluationOfRun>& signals,
+                            const embedded::InterruptCheck& check) {
   std::string text;
   std::set<std::string> told;
   for (const EvaluationOfRun& signal : signals) {
@@ -113,7 +114,8 @@ std::string comparison_text(const WeightsCommand& command, const MarketData& dat
     text += fmt::format("{} beside the prices of run {}: ", on_one_line(command.prices.string()),
                         signal.run.id);
     try {
-      const MarketData before = embedded::read_run_prices(start.price_path, start.price_digest);
+      const MarketData before =
+          embedded::read_run_prices(start.price_path, start.price_digest, check);
       text += changes_text(embedded::price_changes(before, data)) + "\n";
     } catch (const embedded::ExportError&) {
       // Nothing depends on them: what was asked for are the weights on the new ones.
@@ -161,7 +163,9 @@ class Weights {
           const embedded::InterruptFlag& interrupt)
       : command_(command),
         outputs_(outputs),
-        interrupt_(interrupt),
+        check_([&interrupt] {
+          if (interrupt.requests > 0) throw embedded::InterruptedAtOnce();
+        }),
         is_file_(command.output != kStandardOutput),
         existing_(command.force ? embedded::Existing::IsReplaced : embedded::Existing::IsKept) {}
 
@@ -171,10 +175,10 @@ class Weights {
     const std::vector<EvaluationOfRun> wanted = wanted_signals(command_, *store);
     if (is_file_) refuse_input_as_output(command_);
     if (is_file_) embedded::check_weights_path(command_.output, existing_);
-    const MarketData data = embedded::read_price_file(command_.prices);
+    const MarketData data = embedded::read_price_file(command_.prices, check_);
     (void)first_day(command_, data);  // Refused before anything is computed.
-    check_interrupt();
-    tell(comparison_text(command_, data, wanted));
+    check_();
+    tell(comparison_text(command_, data, wanted, check_));
     const std::vector<Signal> signals = computed(wanted, data);
     if (is_file_) {
       embedded::write_whole_file(command_.output, existing_, [&](const embedded::Append& append) {
@@ -200,7 +204,7 @@ class Weights {
     const embedded::Evaluator evaluator(data);
     std::vector<Signal> signals;
     for (const EvaluationOfRun& signal : wanted) {
-      check_interrupt();
+      check_();
       const std::string& id = signal.evaluation.eval_id;
       try {
         signals.push_back(
@@ -217,13 +221,9 @@ class Weights {
 
   void tell(const std::string& text) { (is_file_ ? outputs_.text : outputs_.messages).write(text); }
 
-  void check_interrupt() const {
-    if (interrupt_.requests > 0) throw embedded::InterruptedAtOnce();
-  }
-
   const WeightsCommand& command_;
   const RunOutputs& outputs_;
-  const embedded::InterruptFlag& interrupt_;
+  embedded::InterruptCheck check_;
   bool is_file_;
   embedded::Existing existing_;
 };

@@ -26,6 +26,9 @@ int mappings_kept_from_children() {
 class SearchSetupTest : public SearchRunTest {};
 
 TEST_F(SearchSetupTest, TheHistoryIsKeptFromChildrenOnlyWhileTheSearchRuns) {
+  // Many pages of closes: of a small panel there may be not one whole page.
+  write_prices(in_folder("prices.csv"),
+               make_synthetic_universe({.instruments = 20, .days = 400, .factors = 2}));
   const SearchOptions searched = options();
   const int before = mappings_kept_from_children();
   {
