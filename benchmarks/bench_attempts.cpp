@@ -6,10 +6,13 @@
 //   no sync     the same without putting them on the disk: they survive the process's death only
 //   each synced every end on the disk before the next attempt begins
 //   recorded    each life ended by the record of its evaluation, in one transaction
+//   by batch    the same, with the ends and records of so many lives in one transaction: what a run
+//               that is killed would then lose
 #include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <benchmark/benchmark.h>
 #include <unistd.h>
@@ -76,15 +79,19 @@ class Bench {
   void end_one(std::int64_t id) {
     attempts().end(id, end_, varnholt::embedded::wall_clock_seconds());
   }
-  void end_with_record(std::int64_t id) {
-    EvaluationRecord record;
-    record.candidate_number = lives_;
-    record.graph_key = attempt_.graph_key;
-    record.graph_json = attempt_.graph_json;
-    record.statistics_json = end_.generated_stats_json;
+  // The latest lives, which have these numbers.
+  void end_with_records(const std::vector<std::int64_t>& ids) {
     store_->under_lock("recording", [&] {
-      store_->record_evaluations(run_, {record});
-      end_one(id);
+      std::int64_t life = lives_ - static_cast<std::int64_t>(ids.size());
+      for (const std::int64_t id : ids) {
+        EvaluationRecord record;
+        record.candidate_number = ++life;
+        record.graph_key = "key" + std::to_string(life);
+        record.graph_json = attempt_.graph_json;
+        record.statistics_json = end_.generated_stats_json;
+        store_->record_evaluations(run_, {record});
+        end_one(id);
+      }
       return RunStore::LockedWork::Keep;
     });
   }
@@ -135,15 +142,31 @@ void lives_recorded(benchmark::State& state) {
   Bench bench;
   EndSync sync(bench.attempts());
   for (auto _ : state) {
-    bench.end_with_record(bench.begin_one());
+    bench.end_with_records({bench.begin_one()});
     sync.note_end();
   }
   sync.sync();
   state.SetItemsProcessed(state.iterations());
 }
 
+void lives_recorded_by_batch(benchmark::State& state) {
+  Bench bench;
+  EndSync sync(bench.attempts());
+  std::vector<std::int64_t> ids(static_cast<std::size_t>(state.range(0)));
+  for (auto _ : state) {
+    for (std::int64_t& id : ids)
+      id = bench.begin_one();
+    bench.end_with_records(ids);
+    for (std::size_t i = 0; i < ids.size(); ++i)
+      sync.note_end();
+  }
+  sync.sync();
+  state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
 BENCHMARK(lives)->Name("lives")->Iterations(10'000)->UseRealTime();
 BENCHMARK(lives_recorded)->Name("recorded")->Iterations(10'000)->UseRealTime();
+BENCHMARK(lives_recorded_by_batch)->Name("by batch")->Arg(32)->Iterations(312)->UseRealTime();
 BENCHMARK(lives_not_synced)->Name("no sync")->Iterations(10'000)->UseRealTime();
 BENCHMARK(lives_each_synced)->Name("each synced")->Iterations(300)->UseRealTime();
 
