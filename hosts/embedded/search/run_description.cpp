@@ -99,9 +99,10 @@ RunData::RunData(const SearchOptions& options, const std::string& price_bytes,
 
 PoolIdentity pool_identity(const SearchOptions& options, const RunData& data) {
   const BookRules& book = data.book;
+  // The periods of a year scale figures, and leave the daily PnL as it is.
   const std::string comparable =
-      fmt::format("{} {} {} {} {} {}", data.digest, data.plan.seen_days(), book.cost_basis_points,
-                  book.delay_days, book.delisting_return, book.periods_per_year);
+      fmt::format("{} {} {} {} {}", data.digest, data.plan.seen_days(), book.cost_basis_points,
+                  book.delay_days, book.delisting_return);
   return {options.config.pool.name, options.config.market_id, data.plan.era,
           sha256_hex(comparable)};
 }
