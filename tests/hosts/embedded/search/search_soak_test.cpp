@@ -105,7 +105,7 @@ TEST_F(SearchSoakTest, ALongSearchKeepsItsKeysAndLittleElse) {
   static_cast<void>(run_search(soak, observer, interrupt_));
 
   const std::vector<Sample>& samples = observer.samples;
-  ASSERT_GE(samples.size(), 10U);
+  ASSERT_GE(samples.size(), 5U);
   for (const Sample& sample : samples)
     EXPECT_EQ(sample.descriptors, samples.front().descriptors) << sample.candidates;
 
