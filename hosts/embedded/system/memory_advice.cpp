@@ -24,21 +24,25 @@ struct Block {
   std::size_t bytes = 0;
 };
 
-Block block_between(std::uintptr_t first, std::uintptr_t end) {
+// The block between two addresses that lie near `begin`.
+Block block_between(const void* begin, std::uintptr_t first, std::uintptr_t end) {
   if (end <= first) return {};
-  return {reinterpret_cast<void*>(first), end - first};
+  // Advice changes no byte of the memory.
+  char* const bytes = const_cast<char*>(static_cast<const char*>(begin));
+  const auto address = reinterpret_cast<std::uintptr_t>(begin);
+  return {first < address ? bytes - (address - first) : bytes + (first - address), end - first};
 }
 
 // The pages that lie wholly in a block.
 Block whole_pages(const void* begin, std::size_t bytes, std::size_t page) {
   const auto address = reinterpret_cast<std::uintptr_t>(begin);
-  return block_between((address + page - 1) / page * page, (address + bytes) / page * page);
+  return block_between(begin, (address + page - 1) / page * page, (address + bytes) / page * page);
 }
 
 // The pages that have a byte of a block.
 Block touched_pages(const void* begin, std::size_t bytes, std::size_t page) {
   const auto address = reinterpret_cast<std::uintptr_t>(begin);
-  return block_between(address / page * page, (address + bytes + page - 1) / page * page);
+  return block_between(begin, address / page * page, (address + bytes + page - 1) / page * page);
 }
 
 void advise(const Block& block, int advice) {
