@@ -342,7 +342,7 @@ void bred_generation(benchmark::State& state) {
   }
   const auto chunk = static_cast<std::size_t>(state.range(0));
   const auto evaluate_all = [&](std::size_t limit_bytes) {
-    embedded::SharedPanels shared(evaluator, limit_bytes);
+    embedded::SharedPanels shared = evaluator.shared_panels(limit_bytes);
     for (std::size_t begin = 0; begin < offspring.size(); begin += chunk) {
       const auto first = offspring.begin() + static_cast<std::ptrdiff_t>(begin);
       const std::vector<embedded::Expression> current(

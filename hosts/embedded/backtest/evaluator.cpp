@@ -83,6 +83,15 @@ Panel Evaluator::signal(const Expression& expression, const SharedPanels* shared
   return std::move(results.back());
 }
 
+SharedPanels Evaluator::shared_panels(std::size_t limit_bytes,
+                                      std::size_t smallest_panel_bytes) const {
+  const auto compute = [this](const Expression& part, const SharedPanels& kept) {
+    return signal(part, &kept);
+  };
+  const std::size_t panel_bytes = static_cast<std::size_t>(close().size()) * sizeof(double);
+  return {compute, panel_bytes, limit_bytes, smallest_panel_bytes};
+}
+
 Expression Evaluator::compile(const genetic::Value& graph) const {
   return compile_expression(graph, vocabulary(), options_.limits);
 }

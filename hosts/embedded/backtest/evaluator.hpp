@@ -46,6 +46,11 @@ class Evaluator {
   [[nodiscard]] Panel signal(const Expression& expression,
                              const SharedPanels* shared = nullptr) const;
 
+  // Panels of parts that its expressions share; it must outlive them.
+  [[nodiscard]] SharedPanels shared_panels(
+      std::size_t limit_bytes,
+      std::size_t smallest_panel_bytes = SharedPanels::kSmallestPanelBytes) const;
+
   // The graph's signal as weights, and what they would have earned. Throws GraphError for a graph
   // that breaks a rule of graph_check.hpp or is beyond the limits of the options.
   [[nodiscard]] Evaluation evaluate(const genetic::Value& graph) const {

@@ -4,7 +4,6 @@
 #include <unordered_set>
 #include <utility>
 
-#include "hosts/embedded/backtest/evaluator.hpp"
 #include "hosts/embedded/system/memory_advice.hpp"
 
 namespace varnholt::embedded {
@@ -46,9 +45,10 @@ std::vector<std::string> step_texts(const Expression& expression) {
   return texts;
 }
 
-SharedPanels::SharedPanels(const Evaluator& evaluator, std::size_t limit_bytes,
+SharedPanels::SharedPanels(ComputePart compute, std::size_t panel_bytes, std::size_t limit_bytes,
                            std::size_t smallest_panel_bytes)
-    : evaluator_(evaluator),
+    : compute_(std::move(compute)),
+      panel_bytes_(panel_bytes),
       limit_bytes_(limit_bytes),
       smallest_panel_bytes_(smallest_panel_bytes) {}
 
@@ -86,8 +86,7 @@ void SharedPanels::forget_rare() {
 }
 
 void SharedPanels::prepare(const std::vector<Expression>& expressions) {
-  const std::size_t panel_bytes = bytes_of(evaluator_.close());
-  if (panel_bytes < smallest_panel_bytes_ || panel_bytes > limit_bytes_) return;
+  if (panel_bytes_ < smallest_panel_bytes_ || panel_bytes_ > limit_bytes_) return;
   std::vector<std::vector<std::string>> texts;
   std::unordered_map<std::string, std::int64_t> in_chunk;
   for (const Expression& expression : expressions) {
@@ -117,8 +116,8 @@ void SharedPanels::prepare(const std::vector<Expression>& expressions) {
         in_use.insert(text);
         continue;
       }
-      if (is_wanted(text, in_chunk[text]) && make_room(panel_bytes, in_use.size())) {
-        Panel panel = evaluator_.signal(up_to(expressions[i], step), this);
+      if (is_wanted(text, in_chunk[text]) && make_room(panel_bytes_, in_use.size())) {
+        Panel panel = compute_(up_to(expressions[i], step), *this);
         prefer_large_pages(panel.data(), bytes_of(panel));
         bytes_ += bytes_of(panel);
         ++computed_;

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <string>
 #include <unordered_map>
@@ -18,8 +19,6 @@
 #include "hosts/embedded/vocabulary/expression.hpp"
 
 namespace varnholt::embedded {
-
-class Evaluator;
 
 // What each step says, as a text: equal for equal parts of any two expressions.
 [[nodiscard]] std::vector<std::string> step_texts(const Expression& expression);
@@ -31,8 +30,11 @@ class SharedPanels {
   // Smaller panels are computed faster than it takes to look for them.
   static constexpr std::size_t kSmallestPanelBytes = std::size_t{256} * 1024;
 
-  // The evaluator must outlive the object. With a limit of 0 nothing is kept.
-  SharedPanels(const Evaluator& evaluator, std::size_t limit_bytes,
+  // Computes a part, with the help of what is kept already.
+  using ComputePart = std::function<Panel(const Expression& part, const SharedPanels& kept)>;
+
+  // Each panel has `panel_bytes`. With a limit of 0 nothing is kept.
+  SharedPanels(ComputePart compute, std::size_t panel_bytes, std::size_t limit_bytes,
                std::size_t smallest_panel_bytes = kSmallestPanelBytes);
   SharedPanels(const SharedPanels&) = delete;
   SharedPanels& operator=(const SharedPanels&) = delete;
@@ -60,7 +62,8 @@ class SharedPanels {
   void touch(Kept& kept);
   void forget_rare();
 
-  const Evaluator& evaluator_;
+  ComputePart compute_;
+  std::size_t panel_bytes_;
   std::size_t limit_bytes_;
   std::size_t smallest_panel_bytes_;
   std::unordered_map<std::string, Kept> panels_;

@@ -74,7 +74,7 @@ EmbeddedContext::EmbeddedContext(const Evaluator& evaluator, const ContextSettin
       recorder_(recorder),
       submission_(submission),
       process_(process),
-      shared_(evaluator, settings.shared_panels_bytes),
+      shared_(evaluator.shared_panels(settings.shared_panels_bytes)),
       attributes_(context_attributes(evaluator, settings)),
       operations_(std::make_shared<genetic::OperationTable>(parent_operations())) {}
 

@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include "hosts/embedded/store/sqlite_run_statements.hpp"
+#include "hosts/embedded/store/sqlite_run_store.hpp"
 #include "hosts/embedded/store/store_relations.hpp"
 
 namespace varnholt::embedded {

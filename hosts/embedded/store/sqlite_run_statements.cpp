@@ -49,7 +49,7 @@ std::string evaluations_where(const char* condition) {
 
 }  // namespace
 
-SqliteRunStore::Statements::Statements(SqliteDatabase& database)
+SqliteRunStatements::SqliteRunStatements(SqliteDatabase& database)
     : insert_run(database, insert_into(run_relation()), kBeginning),
       insert_evaluation(database, insert_into(evaluation_relation()), kRecording),
       insert_metrics(database, kInsertMetrics, kRecordingMetrics),

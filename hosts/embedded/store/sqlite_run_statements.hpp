@@ -2,7 +2,7 @@
 // alone.
 #pragma once
 
-#include "hosts/embedded/store/sqlite_run_store.hpp"
+#include "hosts/embedded/store/sqlite_database.hpp"
 
 namespace varnholt::embedded {
 
@@ -14,8 +14,8 @@ inline constexpr const char* kRecordingMetrics = "recording metrics";
 inline constexpr const char* kEnding = "ending a run";
 inline constexpr const char* kMarking = "marking interrupted runs";
 
-struct SqliteRunStore::Statements {
-  explicit Statements(SqliteDatabase& database);
+struct SqliteRunStatements {
+  explicit SqliteRunStatements(SqliteDatabase& database);
 
   SqliteStatement insert_run;
   SqliteStatement insert_evaluation;

@@ -55,7 +55,7 @@ std::unique_ptr<RunStore> open_run_store(const std::string& path, const StoreOpt
 
 SqliteRunStore::SqliteRunStore(const std::string& path, const StoreOptions& options)
     : database_(opened(path, options)),
-      statements_(std::make_unique<Statements>(*database_)),
+      statements_(std::make_unique<SqliteRunStatements>(*database_)),
       rows_(*database_),
       submissions_(*database_),
       attempts_(*database_),

@@ -16,6 +16,8 @@
 
 namespace varnholt::embedded {
 
+struct SqliteRunStatements;
+
 class SqliteRunStore final : public RunStore {
  public:
   // As open_run_store().
@@ -57,8 +59,6 @@ class SqliteRunStore final : public RunStore {
   void under_lock(const char* doing, const std::function<LockedWork()>& work) override;
 
  private:
-  struct Statements;
-
   void require_run(std::int64_t run, const char* doing);
   [[nodiscard]] std::vector<std::int64_t> dead_runs();
   // Those of them that no other process has marked meanwhile.
@@ -66,7 +66,7 @@ class SqliteRunStore final : public RunStore {
   StoreSweep sweep();
 
   std::unique_ptr<SqliteDatabase> database_;
-  std::unique_ptr<Statements> statements_;
+  std::unique_ptr<SqliteRunStatements> statements_;
   SqliteRunRows rows_;
   SqliteSubmissionTable submissions_;
   SqliteAttemptTable attempts_;

@@ -52,7 +52,7 @@ TEST_F(SharedPanelsTest, EqualPartsOfExpressionsHaveOneText) {
 }
 
 TEST_F(SharedPanelsTest, WhatTwoOfOneChunkHaveIsComputedOnce) {
-  SharedPanels shared(evaluator_, 100 * panel_bytes(), kAnyPanel);
+  SharedPanels shared = evaluator_.shared_panels(100 * panel_bytes(), kAnyPanel);
   shared.prepare({compiled(mean_of_rank("5")), compiled(mean_of_rank("20"))});
   EXPECT_EQ(shared.computed(), 1);
   EXPECT_NE(shared.find("cross_rank(close,)"), nullptr);
@@ -65,7 +65,7 @@ TEST_F(SharedPanelsTest, WhatTwoOfOneChunkHaveIsComputedOnce) {
 }
 
 TEST_F(SharedPanelsTest, WhatWasMetOftenIsComputedForOneAlone) {
-  SharedPanels shared(evaluator_, 100 * panel_bytes(), kAnyPanel);
+  SharedPanels shared = evaluator_.shared_panels(100 * panel_bytes(), kAnyPanel);
   shared.prepare({compiled(mean_of_rank("5"))});
   shared.prepare({compiled(mean_of_rank("20"))});
   EXPECT_EQ(shared.computed(), 0);
@@ -75,7 +75,7 @@ TEST_F(SharedPanelsTest, WhatWasMetOftenIsComputedForOneAlone) {
 }
 
 TEST_F(SharedPanelsTest, TheLeastRecentlyUsedGiveWayAndTheLimitHolds) {
-  SharedPanels shared(evaluator_, 2 * panel_bytes(), kAnyPanel);
+  SharedPanels shared = evaluator_.shared_panels(2 * panel_bytes(), kAnyPanel);
   const auto twice = [&](const char* name) {
     const Expression expression = compiled(rotation("cross_rank", {feature(name)}));
     shared.prepare({expression, expression});
@@ -103,10 +103,10 @@ TEST_F(SharedPanelsTest, TheLeastRecentlyUsedGiveWayAndTheLimitHolds) {
 
 TEST_F(SharedPanelsTest, WithoutRoomOrForSmallPanelsNothingIsKept) {
   const Expression expression = compiled(mean_of_rank("5"));
-  SharedPanels none(evaluator_, 0, kAnyPanel);
+  SharedPanels none = evaluator_.shared_panels(0, kAnyPanel);
   none.prepare({expression, expression});
   EXPECT_EQ(none.computed(), 0);
-  SharedPanels small(evaluator_, 100 * panel_bytes());
+  SharedPanels small = evaluator_.shared_panels(100 * panel_bytes());
   small.prepare({expression, expression});
   EXPECT_EQ(small.computed(), 0) << "such a panel is computed at once";
   small.prepare({});
@@ -118,7 +118,7 @@ TEST_F(SharedPanelsTest, SignalsAreTheSameWithAndWithoutThem) {
   SCOPED_TRACE(kSeed);
   genetic::TwisterGenerator generator{genetic::MersenneTwister(kSeed)};
   std::mt19937 random(kSeed);
-  SharedPanels shared(evaluator_, 30 * panel_bytes(), kAnyPanel);
+  SharedPanels shared = evaluator_.shared_panels(30 * panel_bytes(), kAnyPanel);
   // Few features and windows, so that much is shared.
   const RandomGraphOptions options{.max_depth = 4, .max_nodes = 12, .max_window = 10};
   std::vector<genetic::Value> graphs;
