@@ -173,6 +173,7 @@ Json started_event(const embedded::SearchStarted& started) {
                               {"cost_basis_points", started.book.cost_basis_points},
                               {"delay_days", started.book.delay_days},
                               {"delisting_return", started.book.delisting_return},
+                              {"least_known_share", started.book.least_known_share},
                               {"periods_per_year", started.book.periods_per_year},
                               {"periods_are_inferred", started.periods_are_inferred}});
 }

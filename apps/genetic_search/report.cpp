@@ -93,9 +93,11 @@ std::string book_text(const embedded::BookRules& rules, bool periods_are_inferre
                                  ? std::string("traded at the close of the signal")
                                  : fmt::format("traded {} after the close of the signal",
                                                counted(rules.delay_days, "day"));
-  return fmt::format("{}, costs {:g} basis points, delisting return {:g}, {:g} periods a year{}",
-                     traded, rules.cost_basis_points, rules.delisting_return,
-                     rules.periods_per_year, periods_are_inferred ? " as the dates tell" : "");
+  return fmt::format(
+      "{}, costs {:g} basis points, delisting return {:g}, windows {:g} % known, "
+      "{:g} periods a year{}",
+      traded, rules.cost_basis_points, rules.delisting_return, 100.0 * rules.least_known_share,
+      rules.periods_per_year, periods_are_inferred ? " as the dates tell" : "");
 }
 
 std::string started_text(const embedded::SearchStarted& started, Width width) {

@@ -163,6 +163,11 @@ void add_judging_options(Options& options, embedded::SearchOptions& search,
                            "prices any more: -1 loses all of it. Default: {}, the last price.",
                            search.delisting_return),
                search.delisting_return);
+  options.real("--min-known", "X", {0.0, 1.0, true},
+               fmt::format("The share of a window's days that must be known, today included; 1 is "
+                           "all of them. Default: {}.",
+                           search.least_known_share),
+               search.least_known_share);
   options.real("--periods-per-year", "N", {0.0, embedded::kMostPeriodsPerYear, true},
                "Days of prices in a year, by which figures become annual ones. Default: as the "
                "dates tell (252, 365, 52, 12, 4, ...).",

@@ -211,6 +211,7 @@ Json run_json(const Page& page) {
           {"cost_basis_points", figure_json(start.cost_basis_points)},
           {"delay_days", rules.delay_days},
           {"delisting_return", rules.delisting_return},
+          {"least_known_share", rules.least_known_share},
           {"periods_per_year", rules.periods_per_year},
           {"market_id", start.market_id ? Json(*start.market_id) : Json(nullptr)},
           {"era_number", start.era_number ? Json(*start.era_number) : Json(nullptr)},

@@ -24,6 +24,9 @@ void check_book_rules(const BookRules& rules) {
               rules.delisting_return <= kLargestDelistingReturn,
           fmt::format("a delisting return of {}; give {} to {}", rules.delisting_return,
                       kLeastDelistingReturn, kLargestDelistingReturn));
+  require(rules.least_known_share > 0.0 && rules.least_known_share <= 1.0,
+          fmt::format("a least share of known days of {}; give a number above 0 and at most 1",
+                      rules.least_known_share));
   require(rules.periods_per_year > 0.0 && rules.periods_per_year <= kMostPeriodsPerYear,
           fmt::format("{} periods a year; give a number above 0 and at most {}",
                       rules.periods_per_year, kMostPeriodsPerYear));

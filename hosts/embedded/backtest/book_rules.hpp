@@ -1,4 +1,5 @@
-// How a signal's weights are traded, and how its daily figures become annual ones.
+// How a signal is computed where prices are missing, how its weights are traded, and how its daily
+// figures become annual ones.
 #pragma once
 
 namespace varnholt::embedded {
@@ -13,6 +14,8 @@ struct BookRules {
   // instrument whose prices end before the history does: 0 pays the last price out, -1 is a loss of
   // all of it.
   double delisting_return = 0.0;
+  // The share of a window's days whose values must be known; see panel_functions.hpp.
+  double least_known_share = 1.0;
   // Days of prices in a year: 252 for daily bars of an exchange.
   double periods_per_year = 252.0;
 

@@ -8,19 +8,22 @@
 namespace varnholt::embedded {
 namespace {
 
-Panel apply(const ExpressionStep& step, const Panel& first, const Panel& second) {
+Panel apply(const ExpressionStep& step, const Panel& first, const Panel& second,
+            double least_known_share) {
   struct Call {
     const ExpressionStep& step;
     const Panel& first;
     const Panel& second;
+    double least_known_share;
+    [[nodiscard]] Window window() const { return {step.window, least_known_share}; }
     Panel operator()(OnePanelFunction function) const { return function(first); }
     Panel operator()(TwoPanelFunction function) const { return function(first, second); }
-    Panel operator()(WindowFunction function) const { return function(first, step.window); }
+    Panel operator()(WindowFunction function) const { return function(first, window()); }
     Panel operator()(TwoPanelWindowFunction function) const {
-      return function(first, second, step.window);
+      return function(first, second, window());
     }
   };
-  return std::visit(Call{step, first, second}, step.function->function);
+  return std::visit(Call{step, first, second, least_known_share}, step.function->function);
 }
 
 // What is known of an expression before it is computed.
@@ -74,7 +77,8 @@ Panel Evaluator::signal(const Expression& expression, const SharedPanels* shared
     const ExpressionStep& step = expression.steps[index];
     const std::size_t inputs = step.function->data_children();
     results[index] =
-        apply(step, panel_of(step.inputs[0]), panel_of(step.inputs[inputs == 1 ? 0 : 1]));
+        apply(step, panel_of(step.inputs[0]), panel_of(step.inputs[inputs == 1 ? 0 : 1]),
+              options_.book.least_known_share);
     for (std::size_t i = 0; i < inputs; ++i) {
       if (--plan.readers[step.inputs[i]] == 0) results[step.inputs[i]].resize(0, 0);
     }

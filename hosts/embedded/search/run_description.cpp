@@ -24,6 +24,7 @@ namespace {
 
 constexpr const char* kDelayDays = "delay_days";
 constexpr const char* kDelistingReturn = "delisting_return";
+constexpr const char* kLeastKnownShare = "least_known_share";
 constexpr const char* kPeriodsPerYear = "periods_per_year";
 
 Value optional_value(const auto& value) {
@@ -56,6 +57,7 @@ std::string settings_json(const SearchOptions& options, const RunData& data,
               {"cost_basis_points", data.book.cost_basis_points},
               {kDelayDays, data.book.delay_days},
               {kDelistingReturn, data.book.delisting_return},
+              {kLeastKnownShare, data.book.least_known_share},
               {kPeriodsPerYear, data.book.periods_per_year},
               {"timeout_seconds", options.timeout_seconds},
               {"worker_memory_limit_bytes", optional_value(options.worker_memory_limit_bytes)},
@@ -95,14 +97,15 @@ RunData::RunData(const SearchOptions& options, const std::string& price_bytes,
       plan(split_eras(whole.dates, options.config.eras)),
       digest(sha256_hex(price_bytes)),
       book{options.cost_basis_points, options.delay_days, options.delisting_return,
+           options.least_known_share,
            options.periods_per_year.value_or(periods_per_year(whole.dates))} {}
 
 PoolIdentity pool_identity(const SearchOptions& options, const RunData& data) {
   const BookRules& book = data.book;
   // The periods of a year scale figures, and leave the daily PnL as it is.
   const std::string comparable =
-      fmt::format("{} {} {} {} {}", data.digest, data.plan.seen_days(), book.cost_basis_points,
-                  book.delay_days, book.delisting_return);
+      fmt::format("{} {} {} {} {} {}", data.digest, data.plan.seen_days(), book.cost_basis_points,
+                  book.delay_days, book.delisting_return, book.least_known_share);
   return {options.config.pool.name, options.config.market_id, data.plan.era,
           sha256_hex(comparable)};
 }
@@ -117,6 +120,7 @@ BookRules book_rules_of(const RunStart& start) {
   };
   rules.delay_days = static_cast<int>(figure(kDelayDays, rules.delay_days));
   rules.delisting_return = figure(kDelistingReturn, rules.delisting_return);
+  rules.least_known_share = figure(kLeastKnownShare, rules.least_known_share);
   rules.periods_per_year = figure(kPeriodsPerYear, rules.periods_per_year);
   return rules;
 }

@@ -54,6 +54,8 @@ struct SearchOptions {
   double cost_basis_points = BookRules().cost_basis_points;
   int delay_days = 1;
   double delisting_return = BookRules().delisting_return;
+  // A day that is missing here and there costs a window a value, not the result.
+  double least_known_share = 0.8;
   // Absent is inferred from the dates of the prices.
   std::optional<double> periods_per_year;
   // Gates, limits, the signal pool, the eras and the market.

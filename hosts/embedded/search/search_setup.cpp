@@ -45,7 +45,8 @@ const SearchOptions& checked(const SearchOptions& options) {
   require(!options.worker_nice || (*options.worker_nice >= -20 && *options.worker_nice <= 19),
           "the nice value of the workers must be from -20 to 19");
   require(options.best_count >= 0, "the number of best signals must not be negative");
-  BookRules book{options.cost_basis_points, options.delay_days, options.delisting_return};
+  BookRules book{options.cost_basis_points, options.delay_days, options.delisting_return,
+                 options.least_known_share};
   book.periods_per_year = options.periods_per_year.value_or(book.periods_per_year);
   check_book_rules(book);
   // A configuration that was not read from a file is checked by nobody else before the store.

@@ -18,6 +18,17 @@
 
 namespace varnholt::embedded {
 
+// How far a function over time looks back, and on how many of these days a value must be known.
+struct Window {
+  // All days must be known. Meant to convert: a number of days is a window.
+  Window(Eigen::Index all_days) : days(all_days), least_known(all_days) {}
+  // The share is above 0 and at most 1; the days that it comes to are rounded up.
+  Window(Eigen::Index all_days, double least_known_share);
+
+  Eigen::Index days;
+  Eigen::Index least_known;
+};
+
 // --- Across the instruments, day by day. -------------------------------------------------------
 // n is the number of instruments whose value is known that day; the others stay NaN.
 
@@ -36,38 +47,42 @@ namespace varnholt::embedded {
 [[nodiscard]] Panel cross_scale(const Panel& x);
 
 // --- Over time, instrument by instrument. ------------------------------------------------------
-// The window is today and the window - 1 days before it. Its values must all be known; otherwise,
-// and for the first window - 1 days, the result is NaN.
+// The window is today and the window - 1 days before it. The result is NaN where today is not
+// known, where fewer of the window's days are known than it asks for, and until the window lies
+// behind the first known day of the instrument: what is missing in between may be left out, and a
+// history that has only begun is not one with gaps. n is the number of known days; with two panels,
+// of the days on which both are.
 
-[[nodiscard]] Panel ts_mean(const Panel& x, Eigen::Index window);
-[[nodiscard]] Panel ts_sum(const Panel& x, Eigen::Index window);
-[[nodiscard]] Panel ts_min(const Panel& x, Eigen::Index window);
-[[nodiscard]] Panel ts_max(const Panel& x, Eigen::Index window);
+[[nodiscard]] Panel ts_mean(const Panel& x, const Window& window);
 
-// The sample standard deviation (divisor window - 1); exactly 0 for a constant window, NaN for a
-// window of one day.
-[[nodiscard]] Panel ts_std(const Panel& x, Eigen::Index window);
+// The sum of the known values: a day that is missing adds nothing.
+[[nodiscard]] Panel ts_sum(const Panel& x, const Window& window);
+[[nodiscard]] Panel ts_min(const Panel& x, const Window& window);
+[[nodiscard]] Panel ts_max(const Panel& x, const Window& window);
+
+// The sample standard deviation (divisor n - 1); exactly 0 for a constant window, NaN where n
+// is 1.
+[[nodiscard]] Panel ts_std(const Panel& x, const Window& window);
 
 // (today - mean) / s with the sample standard deviation s; NaN where s is 0.
-[[nodiscard]] Panel ts_zscore(const Panel& x, Eigen::Index window);
+[[nodiscard]] Panel ts_zscore(const Panel& x, const Window& window);
 
 // The place of today's value in the window, 0.0 for the least and 1.0 for the greatest; equal
-// values share the mean of their places. 0.5 in a window of one day.
-[[nodiscard]] Panel ts_rank(const Panel& x, Eigen::Index window);
+// values share the mean of their places. 0.5 where n is 1.
+[[nodiscard]] Panel ts_rank(const Panel& x, const Window& window);
 
 // Today less the value `window` days ago. Only these two need to be known.
-[[nodiscard]] Panel ts_delta(const Panel& x, Eigen::Index window);
+[[nodiscard]] Panel ts_delta(const Panel& x, const Window& window);
 
 // The mean with linearly decaying weights: window for today, window - 1 for the day before, ... 1
-// for the oldest day, divided by their sum window (window + 1) / 2.
-[[nodiscard]] Panel ts_decay(const Panel& x, Eigen::Index window);
+// for the oldest day, divided by the sum of those of the known days.
+[[nodiscard]] Panel ts_decay(const Panel& x, const Window& window);
 
-// The sample covariance (divisor window - 1) of two panels; both must be known on every day of the
-// window. NaN for a window of one day.
-[[nodiscard]] Panel ts_covariance(const Panel& x, const Panel& y, Eigen::Index window);
+// The sample covariance (divisor n - 1) of two panels; NaN where n is 1.
+[[nodiscard]] Panel ts_covariance(const Panel& x, const Panel& y, const Window& window);
 
 // Pearson's correlation of two panels, within -1 to 1. NaN where either is constant.
-[[nodiscard]] Panel ts_correlation(const Panel& x, const Panel& y, Eigen::Index window);
+[[nodiscard]] Panel ts_correlation(const Panel& x, const Panel& y, const Window& window);
 
 // --- Entry by entry. ---------------------------------------------------------------------------
 // NaN where any argument is NaN.

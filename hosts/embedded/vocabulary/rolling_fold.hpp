@@ -17,25 +17,24 @@
 
 namespace varnholt::embedded {
 
-// Calls `result(day, aggregate)` for each day whose whole window is known.
+// Calls `result(day, aggregate)` for each day that is to have one.
 //
-//   lift(day)       the aggregate of one day
-//   combine(a, b)   the aggregate of the days of a followed by those of b; associative
-//   known(day)      whether the day has a value
-template <typename Lift, typename Combine, typename Known, typename Result>
-void rolling_fold(Eigen::Index days, Eigen::Index window, Lift lift, Combine combine, Known known,
-                  Result result) {
+//   lift(day)        the aggregate of one day
+//   combine(a, b)    the aggregate of the days of a followed by those of b; associative
+//   has_result(day)  whether the day is to have one; asked once a day, in order, and false for the
+//                    first window - 1 days
+template <typename Lift, typename Combine, typename HasResult, typename Result>
+void rolling_fold(Eigen::Index days, Eigen::Index window, Lift lift, Combine combine,
+                  HasResult has_result, Result result) {
   using Aggregate = decltype(lift(Eigen::Index{0}));
   // suffixes[i]: the fold of the previous block from its day i to its end.
   std::vector<Aggregate> suffixes(static_cast<std::size_t>(std::min(window, days)));
-  Eigen::Index known_run = 0;
   for (Eigen::Index block = 0; block < days; block += window) {
     const Eigen::Index end = std::min(block + window, days);
     Aggregate prefix{};
     for (Eigen::Index day = block; day < end; ++day) {
       prefix = day == block ? lift(day) : combine(prefix, lift(day));
-      known_run = known(day) ? known_run + 1 : 0;
-      if (known_run < window) continue;
+      if (!has_result(day)) continue;
       const Eigen::Index offset = day + 1 - block;  // How much of the window lies in this block.
       result(day, offset == window ? prefix
                                    : combine(suffixes[static_cast<std::size_t>(offset)], prefix));

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "hosts/embedded/market/market_data.hpp"
+#include "hosts/embedded/vocabulary/panel_functions.hpp"
 
 namespace varnholt::embedded {
 
@@ -29,8 +30,8 @@ struct FeatureEntry {
 
 using OnePanelFunction = Panel (*)(const Panel&);
 using TwoPanelFunction = Panel (*)(const Panel&, const Panel&);
-using WindowFunction = Panel (*)(const Panel&, Eigen::Index);
-using TwoPanelWindowFunction = Panel (*)(const Panel&, const Panel&, Eigen::Index);
+using WindowFunction = Panel (*)(const Panel&, const Window&);
+using TwoPanelWindowFunction = Panel (*)(const Panel&, const Panel&, const Window&);
 
 // What a function means, for the documentation. x and y are its panels, n is its window in days.
 struct FunctionText {

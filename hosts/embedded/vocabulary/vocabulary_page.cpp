@@ -47,9 +47,15 @@ struct Family {
 constexpr auto kFamilies = std::to_array({
     Family{"cross", "Across the instruments, day by day",
            "n is the number of instruments whose value is known that day; the others stay NaN."},
-    Family{"ts", "Over time, instrument by instrument",
-           "The window is today and the n - 1 days before it. All its values must be known;\n"
-           "otherwise, and for the first n - 1 days, the result is NaN."},
+    Family{
+        "ts", "Over time, instrument by instrument",
+        "The window is today and the n - 1 days before it. The result is NaN where today is not\n"
+        "known, where fewer of these days are known than `--min-known` asks for (all of them in\n"
+        "the examples, and 0.8 of them, rounded up, by default), and until the window lies behind\n"
+        "the first known day. A missing day is left out: where the formulas below count the days\n"
+        "of a window or divide by their number, only the known ones count, and the weights of\n"
+        "`ts_decay` remain those of the places in the window. With two panels a day is known\n"
+        "where both are."},
     Family{"arith", "Arithmetic, value by value", "NaN where an argument is NaN."},
     Family{"comparison", "Comparisons, value by value", "NaN where an argument is NaN."},
 });

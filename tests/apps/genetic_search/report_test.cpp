@@ -25,7 +25,7 @@ TEST(Report, TellsWhatIsSearched) {
             "prices  prices.csv: 4 instruments, 3268 days, 2000-03-01 to 2013-03-01\n"
             "days    in sample 2451, to 2009-11-27; hold-out 817, from 2009-11-30\n"
             "book    traded at the close of the signal, costs 5 basis points, delisting return 0, "
-            "252 periods a year as the dates tell\n"
+            "windows 100 % known, 252 periods a year as the dates tell\n"
             "store   runs.db, run 7\n"
             "pool    \"signals\", market 1, era 3\n"
             "search  batches of 32, 2 jobs, seed 123\n\n");
@@ -39,8 +39,9 @@ TEST(Report, WrapsWhatIsSearchedToTheTerminal) {
             "        hold-out 817, from 2009-11-30\n"
             "book    traded at the close of the\n"
             "        signal, costs 5 basis points,\n"
-            "        delisting return 0, 252 periods\n"
-            "        a year as the dates tell\n"
+            "        delisting return 0, windows 100\n"
+            "        % known, 252 periods a year as\n"
+            "        the dates tell\n"
             "store   runs.db, run 7\n"
             "pool    \"signals\", market 1, era 3\n"
             "search  batches of 32, 2 jobs, seed 123\n\n");
@@ -50,10 +51,11 @@ TEST(Report, TellsHowSignalsAreTraded) {
   EXPECT_EQ(book_text({.cost_basis_points = 2.5,
                        .delay_days = 1,
                        .delisting_return = -0.3,
+                       .least_known_share = 0.8,
                        .periods_per_year = 365},
                       false),
             "traded 1 day after the close of the signal, costs 2.5 basis points, delisting return "
-            "-0.3, 365 periods a year");
+            "-0.3, windows 80 % known, 365 periods a year");
 }
 
 TEST(Report, TellsWhatOneInstrumentLeavesOut) {

@@ -140,7 +140,7 @@ TEST_F(StoreCommands, ShowASubmittedSignal) {
       "run         1, seed 123, begun 2020-09-13 12:26:40 UTC, ended: stopped\n"
       "prices      /data/prices.csv\n"
       "book        traded at the close of the signal, costs 5 basis points, delisting return 0, "
-      "252 periods a year\n"
+      "windows 100 % known, 252 periods a year\n"
       "days        in sample 80, 2020-01-01 to 2020-03-31; hold-out 2020-04-01 to 2020-05-01\n"
       "\nStatistics\n"
       "                               in sample      hold-out\n"

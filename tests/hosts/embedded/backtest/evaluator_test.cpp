@@ -2,6 +2,8 @@
 // Method: small prices with everything computed by hand, and the panel functions called directly.
 #include "hosts/embedded/backtest/evaluator.hpp"
 
+#include <random>
+
 #include <gtest/gtest.h>
 
 #include "hosts/embedded/market/price_file.hpp"
@@ -42,6 +44,22 @@ TEST(Evaluator, EvaluatesASignalByHand) {
   EXPECT_NEAR(s.drawdown, 0.101, 1e-12);
   EXPECT_EQ(s.active_days, 2);
   EXPECT_EQ(evaluation.shape.node_count, 1u);
+}
+
+TEST(Evaluator, AMissingRowNowAndThenDoesNotEmptyTheSignal) {
+  MarketData data = make_synthetic_universe({.instruments = 8, .days = 600, .seed = 3});
+  std::mt19937_64 engine(5);
+  for (double& close : data.close.reshaped()) {
+    if (engine() % 100 == 0) close = kNan;
+  }
+  const auto known_share = [&](double least_known_share) {
+    const Evaluator evaluator(data, {.book = {.least_known_share = least_known_share}});
+    const Panel signal = evaluator.signal(
+        evaluator.compile(rotation("ts_mean", {feature("returns"), window("60")})));
+    return 1.0 - signal.isNaN().cast<double>().mean();
+  };
+  EXPECT_GT(known_share(0.8), 0.7);
+  EXPECT_LT(known_share(1.0), 0.5);
 }
 
 TEST(Evaluator, AppliesFunctionsToTheirInputsInOrder) {

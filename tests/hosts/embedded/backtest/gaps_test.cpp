@@ -133,6 +133,10 @@ TEST(BookRules, OutOfBoundsAreRefused) {
   EXPECT_EQ(refused({.delay_days = -1}), "a delay of -1 days; give 0 to 250");
   EXPECT_EQ(refused({.delisting_return = -1.5}), "a delisting return of -1.5; give -1 to 10");
   EXPECT_EQ(refused({.delisting_return = kNan}), "a delisting return of nan; give -1 to 10");
+  EXPECT_EQ(refused({.least_known_share = 0}),
+            "a least share of known days of 0; give a number above 0 and at most 1");
+  EXPECT_EQ(refused({.least_known_share = 1.5}),
+            "a least share of known days of 1.5; give a number above 0 and at most 1");
   EXPECT_EQ(refused({.periods_per_year = 0}),
             "0 periods a year; give a number above 0 and at most 366");
   EXPECT_EQ(refused({.cost_basis_points = 20000}), "costs of 20000 basis points; give 0 to 10000");

@@ -304,7 +304,10 @@ TEST(BacktestStatistics, AgreeWithTheirFormulasOnRandomBooks) {
         if (!std::isnan(close(t, i))) close(t, i) = level;
       }
     }
-    const BookRules rules = {7.5, static_cast<int>(engine() % 4), -0.3, 52.0};
+    const BookRules rules = {.cost_basis_points = 7.5,
+                             .delay_days = static_cast<int>(engine() % 4),
+                             .delisting_return = -0.3,
+                             .periods_per_year = 52.0};
     const BacktestStatistics s = backtest_weights(weights, close, rules).statistics;
     const BacktestStatistics n = naive_statistics(weights, close, rules);
     EXPECT_NEAR(s.sharpe, n.sharpe, 1e-8);

@@ -143,7 +143,8 @@ TEST_F(SearchRunTest, StoresTheSettingsThatRepeatIt) {
       R"("delisting_return":0.0,"diversity_weight":0.125,)"
       R"("elite_fraction":0.5,"generations":2,"initial_candidates":)" +
           seeds +
-          R"(,"jobs":2,"leaf_share":0.3,"max_depth":5,"max_improvement_candidates":96,)"
+          R"(,"jobs":2,"leaf_share":0.3,"least_known_share":0.8,"max_depth":5,)"
+          R"("max_improvement_candidates":96,)"
           R"("max_improvement_depth":8,"max_improvement_rounds":10,"max_nodes":25,)"
           R"("max_window":120,"operator_rates":{"crossover":0.0,"hoist_mutation":0.1,)"
           R"("point_mutation":0.3,"subtree_mutation":0.2},"parsimony_weight":0.0,)"

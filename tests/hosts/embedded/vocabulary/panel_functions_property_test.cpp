@@ -25,6 +25,7 @@ double naive_mean(const Values& v) {
 }
 
 double naive_covariance(const Values& v, const Values& u) {
+  if (v.size() < 2) return kNan;
   const double v_mean = naive_mean(v);
   const double u_mean = naive_mean(u);
   double products = 0.0;
@@ -39,6 +40,7 @@ bool naive_is_constant(const Values& v) {
 }
 
 double naive_std(const Values& v) {
+  if (v.size() < 2) return kNan;
   return naive_is_constant(v) ? 0.0 : std::sqrt(naive_covariance(v, v));
 }
 
@@ -53,33 +55,43 @@ double naive_rank(const Values& v, double x) {
   return v.size() == 1 ? 0.5 : place / static_cast<double>(v.size() - 1);
 }
 
+// Of a whole window, unknown days included.
 double naive_decay(const Values& v) {
   double sum = 0.0;
   double weights = 0.0;
   for (std::size_t i = 0; i < v.size(); ++i) {
+    if (std::isnan(v[i])) continue;
     sum += static_cast<double>(i + 1) * v[i];
     weights += static_cast<double>(i + 1);
   }
   return sum / weights;
 }
 
-bool any_nan(const Values& v) {
-  return std::any_of(v.begin(), v.end(), [](double x) { return std::isnan(x); });
-}
-
-// function(window of x, window of y) on each day whose windows are known.
-Panel naive_windows(const Panel& x, const Panel& y, Eigen::Index window,
-                    const std::function<double(const Values&, const Values&)>& function) {
+// function(window of x, window of y) on each day that has a result, of the days on which both are
+// known or, where `is_whole`, of all.
+Panel naive_windows(const Panel& x, const Panel& y, const Window& window,
+                    const std::function<double(const Values&, const Values&)>& function,
+                    bool is_whole = false) {
   Panel result = Panel::Constant(x.rows(), x.cols(), kNan);
   for (Eigen::Index column = 0; column < x.cols(); ++column) {
-    for (Eigen::Index day = window - 1; day < x.rows(); ++day) {
+    const auto is_known = [&](Eigen::Index day) {
+      return !std::isnan(x(day, column)) && !std::isnan(y(day, column));
+    };
+    Eigen::Index first_known = 0;
+    while (first_known < x.rows() && !is_known(first_known))
+      ++first_known;
+    for (Eigen::Index day = first_known + window.days - 1; day < x.rows(); ++day) {
       Values v;
       Values u;
-      for (Eigen::Index d = day - window + 1; d <= day; ++d) {
+      Eigen::Index known = 0;
+      for (Eigen::Index d = day - window.days + 1; d <= day; ++d) {
+        if (is_known(d)) ++known;
+        if (!is_known(d) && !is_whole) continue;
         v.push_back(x(d, column));
         u.push_back(y(d, column));
       }
-      if (!any_nan(v) && !any_nan(u)) result(day, column) = function(v, u);
+      if (!is_known(day) || known < window.least_known) continue;
+      result(day, column) = function(v, u);
     }
   }
   return result;
@@ -111,11 +123,11 @@ Panel naive_entries(const Panel& x, const Panel& y,
   return result;
 }
 
-using Naive = std::function<Panel(const Panel&, const Panel&, Eigen::Index)>;
+using Naive = std::function<Panel(const Panel&, const Panel&, const Window&)>;
 
 void add_naive_days(std::map<std::string_view, Naive>& all) {
   const auto add = [&all](std::string_view name, std::function<double(const Values&, double)> f) {
-    all[name] = [f](const Panel& x, const Panel&, Eigen::Index) { return naive_days(x, f); };
+    all[name] = [f](const Panel& x, const Panel&, const Window&) { return naive_days(x, f); };
   };
   add("cross_rank", naive_rank);
   add("cross_zscore",
@@ -131,7 +143,7 @@ void add_naive_days(std::map<std::string_view, Naive>& all) {
 
 void add_naive_windows(std::map<std::string_view, Naive>& all) {
   const auto add = [&all](std::string_view name, std::function<double(const Values&)> f) {
-    all[name] = [f](const Panel& x, const Panel&, Eigen::Index window) {
+    all[name] = [f](const Panel& x, const Panel&, const Window& window) {
       return naive_windows(x, x, window, [&f](const Values& v, const Values&) { return f(v); });
     };
   };
@@ -142,18 +154,21 @@ void add_naive_windows(std::map<std::string_view, Naive>& all) {
   add("ts_min", [](const Values& v) { return *std::min_element(v.begin(), v.end()); });
   add("ts_max", [](const Values& v) { return *std::max_element(v.begin(), v.end()); });
   add("ts_sum", [](const Values& v) { return std::accumulate(v.begin(), v.end(), 0.0); });
-  add("ts_decay", naive_decay);
-  all["ts_delta"] = [](const Panel& x, const Panel&, Eigen::Index window) {
+  all["ts_decay"] = [](const Panel& x, const Panel&, const Window& window) {
+    const auto decay = [](const Values& v, const Values&) { return naive_decay(v); };
+    return naive_windows(x, x, window, decay, true);
+  };
+  all["ts_delta"] = [](const Panel& x, const Panel&, const Window& window) {
     Panel result = Panel::Constant(x.rows(), x.cols(), kNan);
-    for (Eigen::Index day = window; day < x.rows(); ++day) {
-      result.row(day) = x.row(day) - x.row(day - window);
+    for (Eigen::Index day = window.days; day < x.rows(); ++day) {
+      result.row(day) = x.row(day) - x.row(day - window.days);
     }
     return result;
   };
-  all["ts_covariance"] = [](const Panel& x, const Panel& y, Eigen::Index window) {
+  all["ts_covariance"] = [](const Panel& x, const Panel& y, const Window& window) {
     return naive_windows(x, y, window, naive_covariance);
   };
-  all["ts_correlation"] = [](const Panel& x, const Panel& y, Eigen::Index window) {
+  all["ts_correlation"] = [](const Panel& x, const Panel& y, const Window& window) {
     return naive_windows(x, y, window, [](const Values& v, const Values& u) {
       if (naive_is_constant(v) || naive_is_constant(u)) return kNan;
       return naive_covariance(v, u) / (naive_std(v) * naive_std(u));
@@ -163,12 +178,12 @@ void add_naive_windows(std::map<std::string_view, Naive>& all) {
 
 void add_naive_entries(std::map<std::string_view, Naive>& all) {
   const auto add = [&all](std::string_view name, std::function<double(double, double)> f) {
-    all[name] = [f](const Panel& x, const Panel& y, Eigen::Index) {
+    all[name] = [f](const Panel& x, const Panel& y, const Window&) {
       return naive_entries(x, y, f);
     };
   };
   const auto add_one = [&all](std::string_view name, std::function<double(double)> f) {
-    all[name] = [f](const Panel& x, const Panel&, Eigen::Index) {
+    all[name] = [f](const Panel& x, const Panel&, const Window&) {
       return naive_entries(x, x, [&f](double a, double) { return f(a); });
     };
   };
@@ -195,7 +210,7 @@ std::map<std::string_view, Naive> naive_functions() {
   return all;
 }
 
-Panel call(const FunctionEntry& entry, const Panel& x, const Panel& y, Eigen::Index window) {
+Panel call(const FunctionEntry& entry, const Panel& x, const Panel& y, const Window& window) {
   if (const auto* f = std::get_if<OnePanelFunction>(&entry.function)) return (*f)(x);
   if (const auto* f = std::get_if<TwoPanelFunction>(&entry.function)) return (*f)(x, y);
   if (const auto* f = std::get_if<WindowFunction>(&entry.function)) return (*f)(x, window);
@@ -219,10 +234,14 @@ TEST(PanelFunctionsProperty, EveryFunctionAgreesWithItsDefinition) {
     const Panel x = random_panel(engine, days, columns, nan_share);
     const Panel y = random_panel(engine, days, columns, nan_share);
     for (const FunctionEntry& entry : words.functions) {
-      for (const Eigen::Index window : {2, 3, 5, 10, 20, 40}) {
-        SCOPED_TRACE(std::string(entry.name) + " " + std::to_string(window));
-        EXPECT_TRUE(
-            panels_are_near(call(entry, x, y, window), naive.at(entry.name)(x, y, window), 1e-9));
+      for (const Eigen::Index days_of_window : {2, 3, 5, 10, 20, 40}) {
+        for (const double least_known_share : {1.0, 0.9, 0.5, 0.01}) {
+          SCOPED_TRACE(std::string(entry.name) + " " + std::to_string(days_of_window) + " " +
+                       std::to_string(least_known_share));
+          const Window window(days_of_window, least_known_share);
+          EXPECT_TRUE(
+              panels_are_near(call(entry, x, y, window), naive.at(entry.name)(x, y, window), 1e-9));
+        }
         if (!entry.needs_window()) break;
       }
     }

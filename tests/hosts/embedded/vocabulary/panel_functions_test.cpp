@@ -65,6 +65,31 @@ TEST(TimeSeries, MeanAndSumNeedAFullWindow) {
   EXPECT_TRUE(panels_are_near(ts_mean(x, 1), x, kExact));
 }
 
+TEST(TimeSeries, AMissingDayCostsAValueAndNotTheWindow) {
+  const Panel x = series({kNan, 1, 2, kNan, 6, 8, kNan, kNan, 4});
+  const Window half(4, 0.5);
+  EXPECT_EQ(half.least_known, 2);
+  // The first known day is the second, so that the first window ends on the fifth; there is none on
+  // days that are missing, and the last has two known days of four.
+  EXPECT_TRUE(panels_are_near(ts_sum(x, half),
+                              series({kNan, kNan, kNan, kNan, 9, 16, kNan, kNan, 12}), kExact));
+  EXPECT_TRUE(panels_are_near(
+      ts_mean(x, half), series({kNan, kNan, kNan, kNan, 3, 16.0 / 3.0, kNan, kNan, 6}), kExact));
+  EXPECT_TRUE(panels_are_near(ts_rank(x, half),
+                              series({kNan, kNan, kNan, kNan, 1, 1, kNan, kNan, 0}), kExact));
+  // 1 * 1 + 2 * 2 + 4 * 6 over 1 + 2 + 4.
+  EXPECT_NEAR(ts_decay(x, half)(4, 0), 29.0 / 7.0, 1e-15);
+  EXPECT_TRUE(std::isnan(ts_sum(x, Window(4, 0.75))(8, 0)));
+}
+
+TEST(TimeSeries, AShareOfAWindowIsRoundedUpToDays) {
+  EXPECT_EQ(Window(5, 0.8).least_known, 4);
+  EXPECT_EQ(Window(3, 0.8).least_known, 3);
+  EXPECT_EQ(Window(20, 0.55).least_known, 11);
+  EXPECT_EQ(Window(10, 0.001).least_known, 1);
+  EXPECT_EQ(Window(10, 1.0).least_known, 10);
+}
+
 TEST(TimeSeries, AWindowLongerThanTheHistoryKnowsNothing) {
   const Panel x = series({1, 2, 3});
   const Panel unknown = series({kNan, kNan, kNan});
