@@ -8,6 +8,7 @@
 #include <string>
 #include <variant>
 
+#include "apps/genetic_search/listed_signal.hpp"
 #include "apps/genetic_search/names.hpp"  // IWYU pragma: export
 #include "apps/genetic_search/run_config.hpp"
 #include "hosts/embedded/market/calendar_date.hpp"
@@ -42,6 +43,11 @@ struct SignalsCommand {
   std::optional<std::int64_t> run;
   std::optional<std::string> pool;
   bool all = false;  // Refused and waiting submissions too.
+  // The figure that they are sorted by, the best first; absent is the order of submission.
+  std::optional<std::string> sort;
+  // How many are listed: the best, or the latest where they are not sorted.
+  std::optional<std::int64_t> limit;
+  FigureBounds bounds;
   bool json = false;
 };
 

@@ -41,9 +41,15 @@ std::string HelpPage::group_text(const CLI::App* app, const std::string& group) 
 
 std::string HelpPage::commands_text(const CLI::App* app) const {
   std::string text;
-  for (const CLI::App* command : app->get_subcommands({}))
+  std::string group;
+  for (const CLI::App* command : app->get_subcommands({})) {
+    if (command->get_group() != group) {
+      group = command->get_group();
+      text += fmt::format("\n{}:\n", group);
+    }
     text += make_subcommand(command);
-  return text.empty() ? text : fmt::format("\nCommands:\n{}", text);
+  }
+  return text;
 }
 
 }  // namespace varnholt::app

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -25,6 +26,11 @@ constexpr std::int64_t kBytesPerMebibyte = 1024 * 1024;
 constexpr const char* kHelpFlag = "-h,--help";
 constexpr const char* kHelpText = "This text.";
 constexpr const char* kOptionsGroup = "Options";
+
+// The groups of commands on the program's page, in the order in which they stand there.
+constexpr const char* kSearching = "Search";
+constexpr const char* kLooking = "Look into a store";
+constexpr const char* kUsing = "Use what was found";
 
 constexpr const char* kDescription =
     "Searches daily prices for trading signals. A signal is an expression such as\n"
@@ -122,6 +128,13 @@ constexpr const char* kVocabularyDescription =
     "Prints what signals are written in, as Markdown: every feature and every function\n"
     "with its formula, its rules for missing and equal values, and an example.";
 
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+std::string sort_refusal(const std::string& name) {
+  if (find_signal_figure(name) != nullptr) return {};
+  return fmt::format("wants one of {}, not \"{}\"", signal_figure_names(), on_one_line(name));
+}
+
 // The parser with all that it writes into. It is built anew for each command line.
 struct Parser {
   CLI::App app{kDescription, kProgramName};
@@ -154,22 +167,22 @@ struct Parser {
     app.require_subcommand(0, 1);
     add_run();
     add_check();
+    add_doctor();
+    add_vocabulary();
     add_signals();
     add_show();
-    add_export();
-    add_weights();
-    add_doctor();
     add_attempts();
     add_replay();
-    add_vocabulary();
+    add_export();
+    add_weights();
   }
 
-  // Adds a command; `add_options` gives it its options and tells the group in which its help flag
-  // stands, behind them.
+  // Adds a command to a group of the program's page; `add_options` gives it its options and tells
+  // the group in which its help flag stands, behind them.
   template <typename AddOptions>
-  void add_command(const char* name, const char* description, const char* page, const char* footer,
-                   Command (*checked)(Parser&), AddOptions add_options) {
-    CLI::App* const command = app.add_subcommand(name, description);
+  void add_command(const char* group, const char* name, const char* description, const char* page,
+                   const char* footer, Command (*checked)(Parser&), AddOptions add_options) {
+    CLI::App* const command = app.add_subcommand(name, description)->group(group);
     command->footer(footer);
     command->set_help_flag();
     Options options(*command);
@@ -324,16 +337,16 @@ Command checked_vocabulary(Parser& /*parser*/) {
 }
 
 void Parser::add_run() {
-  add_command(kRunName, "Searches a price file for trading signals.", kRunDescription, kRunFooter,
-              checked_run, [this](Options& options) {
+  add_command(kSearching, kRunName, "Searches a price file for trading signals.", kRunDescription,
+              kRunFooter, checked_run, [this](Options& options) {
                 add_run_options(options, run);
                 return "Output";
               });
 }
 
 void Parser::add_check() {
-  add_command(kCheckName, "Tells what a price file holds.", kCheckDescription, "", checked_prices,
-              [this](Options& options) {
+  add_command(kSearching, kCheckName, "Tells what a price file holds.", kCheckDescription, "",
+              checked_prices, [this](Options& options) {
                 options.group(kOptionsGroup);
                 options.positional("FILE", check.prices);
                 options.whole(
@@ -347,21 +360,36 @@ void Parser::add_check() {
 }
 
 void Parser::add_signals() {
-  add_command(kSignalsName, "Lists the signals that runs submitted.", kSignalsDescription, "",
-              checked_signals, [this](Options& options) {
+  add_command(kLooking, kSignalsName, "Lists the signals that runs submitted.", kSignalsDescription,
+              "", checked_signals, [this](Options& options) {
                 options.group(kOptionsGroup);
                 options.positional("DB", signals.database);
                 options.whole("--run", "N", from(1), "Only those of run N.", signals.run);
                 options.text("--pool", "NAME", "Only those of the signal pool NAME.", signals.pool);
                 options.flag("--all", "Refused and waiting ones too.", signals.all);
+                options.checked_text("--sort", "FIGURE",
+                                     fmt::format("The best first by one of {}. Default: in the "
+                                                 "order of submission.",
+                                                 signal_figure_names()),
+                                     sort_refusal, signals.sort);
+                options.whole("--limit", "N", from(1),
+                              "The best N of those that are sorted, else the latest N.",
+                              signals.limit);
                 options.flag("--json", "One JSON object a line, for machines.", signals.json);
+                options.group("Only signals with");
+                for (const SignalFigure& figure : signal_figures()) {
+                  options.real(figure.bound_option(), "X", {-kInfinity, kInfinity},
+                               fmt::format("At {} X: the {}.",
+                                           figure.high_is_best ? "least" : "most", figure.meaning),
+                               signals.bounds[std::string(figure.name)]);
+                }
                 return kOptionsGroup;
               });
 }
 
 void Parser::add_show() {
-  add_command(kShowName, "Tells all that is stored of one evaluation.", kShowDescription, "",
-              checked_show, [this](Options& options) {
+  add_command(kLooking, kShowName, "Tells all that is stored of one evaluation.", kShowDescription,
+              "", checked_show, [this](Options& options) {
                 options.group(kOptionsGroup);
                 options.positional("DB", show.database);
                 options.positional("ID", show.eval_id);
@@ -371,7 +399,7 @@ void Parser::add_show() {
 }
 
 void Parser::add_export() {
-  add_command(kExportName, "Writes the daily weights of one signal.", kExportDescription,
+  add_command(kUsing, kExportName, "Writes the daily weights of one signal.", kExportDescription,
               kExportFooter, checked_export, [this](Options& options) {
                 options.group(kOptionsGroup);
                 options.positional("DB", exported.database);
@@ -389,7 +417,7 @@ void Parser::add_export() {
 
 void Parser::add_weights() {
   add_command(
-      kWeightsName, "Computes the weights of signals on new prices.", kWeightsDescription,
+      kUsing, kWeightsName, "Computes the weights of signals on new prices.", kWeightsDescription,
       kWeightsFooter, checked_weights, [this](Options& options) {
         options.group(kOptionsGroup);
         options.positional("DB", weights.database);
@@ -408,12 +436,12 @@ void Parser::add_weights() {
 }
 
 void Parser::add_doctor() {
-  add_command(kDoctorName, "Tells whether this machine can search.", kDoctorDescription, "",
-              checked_doctor, [](Options& /*options*/) { return kOptionsGroup; });
+  add_command(kSearching, kDoctorName, "Tells whether this machine can search.", kDoctorDescription,
+              "", checked_doctor, [](Options& /*options*/) { return kOptionsGroup; });
 }
 
 void Parser::add_attempts() {
-  add_command(kAttemptsName, "Lists the attempts of runs, and how they ended.",
+  add_command(kLooking, kAttemptsName, "Lists the attempts of runs, and how they ended.",
               kAttemptsDescription, "", checked_attempts, [this](Options& options) {
                 options.group(kOptionsGroup);
                 options.positional("DB", attempts.database);
@@ -432,8 +460,8 @@ void Parser::add_attempts() {
 }
 
 void Parser::add_replay() {
-  add_command(kReplayName, "Evaluates one attempt again, and compares.", kReplayDescription,
-              kReplayFooter, checked_replay, [this](Options& options) {
+  add_command(kLooking, kReplayName, "Evaluates one attempt again, and compares.",
+              kReplayDescription, kReplayFooter, checked_replay, [this](Options& options) {
                 options.group(kOptionsGroup);
                 options.positional("DB", replay.database);
                 options.whole_positional("ATTEMPT", from(1), replay.attempt);
@@ -447,8 +475,9 @@ void Parser::add_replay() {
 }
 
 void Parser::add_vocabulary() {
-  add_command(kVocabularyName, "Prints what signals are written in.", kVocabularyDescription, "",
-              checked_vocabulary, [](Options& /*options*/) { return kOptionsGroup; });
+  add_command(kSearching, kVocabularyName, "Prints what signals are written in.",
+              kVocabularyDescription, "", checked_vocabulary,
+              [](Options& /*options*/) { return kOptionsGroup; });
 }
 
 // The commands as a list in a sentence.

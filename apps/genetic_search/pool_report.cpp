@@ -77,12 +77,12 @@ std::string pool_text(const embedded::SearchSummary& summary,
   std::string text = entry_text("", heading, width);
   text += table_of(summary, width);
   if (count > kListedSignals) {
-    text +=
-        entry_text("",
-                   fmt::format("These are the best {} in sample. All of them: {} {} {} --run {}",
-                               kListedSignals, kProgramName, kSignalsName,
-                               on_one_line(started.database.string()), started.run_id),
-                   width);
+    text += entry_text(
+        "",
+        fmt::format("These are the best {} in sample. All of them: {} {} {} --run {} --sort sharpe",
+                    kListedSignals, kProgramName, kSignalsName,
+                    on_one_line(started.database.string()), started.run_id),
+        width);
   }
   text += entry_text("", sample_days_text(started), width);
   std::string counts = "Submissions: " + submission_counts_text(summary.submissions);

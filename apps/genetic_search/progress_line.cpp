@@ -1,6 +1,7 @@
 #include "apps/genetic_search/progress_line.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include <fmt/format.h>
@@ -16,6 +17,7 @@ constexpr const char* kEraseLine = "\r\x1b[K";
 
 constexpr std::size_t kShortestExpression = 16;
 constexpr std::size_t kGenerationReasons = 6;
+constexpr std::size_t kLiveReasons = 3;
 
 double best_quality(const embedded::CandidateRecorded& best) {
   return best.statistics ? best.statistics->quality_score : 0.0;
@@ -49,29 +51,72 @@ std::string failures_text(const std::map<std::string, std::int64_t>& failures, s
   return text;
 }
 
-std::string live_progress_text(const embedded::SearchProgress& progress,
-                               std::int64_t evaluated_in_batch, std::int64_t batch_size,
+std::optional<double> seconds_left(const RunLimits& limits,
+                                   const embedded::SearchProgress& progress,
+                                   double elapsed_at_generation) {
+  const double elapsed = progress.elapsed_seconds;
+  std::optional<double> left;
+  const auto offer = [&left](double seconds) {
+    left = std::max(0.0, left ? std::min(*left, seconds) : seconds);
+  };
+  if (limits.seconds) offer(*limits.seconds - elapsed);
+  if (limits.candidates && progress.candidates > 0) {
+    const double whole = elapsed * static_cast<double>(*limits.candidates) /
+                         static_cast<double>(progress.candidates);
+    offer(whole - elapsed);
+  }
+  if (limits.generations && progress.generation > 0) {
+    const double whole = elapsed_at_generation * static_cast<double>(*limits.generations) /
+                         static_cast<double>(progress.generation);
+    offer(whole - elapsed);
+  }
+  return left;
+}
+
+std::string clock_text(double seconds) {
+  const auto whole = static_cast<std::int64_t>(std::ceil(seconds));
+  const std::int64_t hours = whole / 3600;
+  if (hours == 0) return fmt::format("{}:{:02}", whole / 60, whole % 60);
+  return fmt::format("{}:{:02}:{:02}", hours, whole / 60 % 60, whole % 60);
+}
+
+std::string live_progress_text(const embedded::SearchProgress& progress, const BatchUnderWay& batch,
                                std::size_t width) {
   // How many a round evaluates is known to the search alone.
   const std::string under_way =
       progress.round_under_way > 0
-          ? fmt::format("round {} {}", progress.round_under_way, evaluated_in_batch)
-          : fmt::format("{}/{}", evaluated_in_batch, batch_size);
-  std::string line =
-      fmt::format("gen {} {} | {} cand {:.1f}/s | {} pass", progress.generation + 1, under_way,
-                  progress.candidates, candidates_a_second(progress), progress.passing);
+          ? fmt::format("round {} {}", progress.round_under_way, batch.evaluated)
+          : fmt::format("{}/{}", batch.evaluated, batch.size);
+  const std::string head =
+      fmt::format("gen {} {} | {} cand {:.1f}/s{} | {} pass", progress.generation + 1, under_way,
+                  progress.candidates, candidates_a_second(progress),
+                  batch.seconds_left ? " | " + clock_text(*batch.seconds_left) + " left" : "",
+                  progress.passing);
+  const std::string best =
+      progress.best ? fmt::format(" | best {:.2f}", best_quality(*progress.best)) : std::string();
+  const auto fits = [&](const std::string& line, std::size_t more = 0) {
+    return column_count(line) + more <= width;
+  };
+  if (!fits(head + best)) return cut_to_width(head, width);
+  std::string line = head + best;
   if (progress.repair_rounds > 0) {
     const embedded::RepairCount repairs = progress.all_repairs();
-    line += fmt::format(" | {} round{} {} repaired {} rescued", progress.repair_rounds,
-                        progress.repair_rounds == 1 ? "" : "s", repairs.tried, repairs.rescued);
+    const std::string told =
+        fmt::format(" | {} repaired {} rescued", repairs.tried, repairs.rescued);
+    if (fits(line + told)) line = head + told + best;
   }
-  const std::string failures =
-      progress.failures.empty() ? std::string() : " | fail " + failures_text(progress.failures, 3);
-  if (progress.best) {
-    line += fmt::format(" | best {:.2f}", best_quality(*progress.best));
-    const std::size_t used = column_count(line) + column_count(failures) + 1;
-    // The expression takes what the failures leave, or its shortest form and they what is left.
-    const std::size_t room = std::max(width > used ? width - used : 0, kShortestExpression);
+  // The expression takes what the failures leave, and they stand aside where its shortest form
+  // would not fit beside them.
+  const std::size_t least_room = progress.best ? kShortestExpression + 1 : 0;
+  std::string failures;
+  for (const std::size_t reasons : {kLiveReasons, std::size_t{1}}) {
+    if (progress.failures.empty()) break;
+    failures = " | fail " + failures_text(progress.failures, reasons);
+    if (fits(line + failures, least_room)) break;
+    failures.clear();
+  }
+  if (progress.best && fits(line + failures, least_room)) {
+    const std::size_t room = width - column_count(line + failures) - 1;
     line += " " + cut_to_width(on_one_line(progress.best->expression), room);
   }
   return cut_to_width(line + failures, width);

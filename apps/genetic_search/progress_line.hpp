@@ -19,16 +19,38 @@ namespace varnholt::app {
 [[nodiscard]] std::string failures_text(const std::map<std::string, std::int64_t>& failures,
                                         std::size_t limit);
 
+// Whichever is reached first ends the run.
+struct RunLimits {
+  std::optional<std::int64_t> generations;
+  std::optional<std::int64_t> candidates;
+  std::optional<double> seconds;
+};
+
+// How long the run has to go at its present pace; nothing where it has no limit, or none whose pace
+// is known yet. `elapsed_at_generation` are the seconds at the end of the last generation: the one
+// under way says nothing of its pace before it has been repaired.
+[[nodiscard]] std::optional<double> seconds_left(const RunLimits& limits,
+                                                 const embedded::SearchProgress& progress,
+                                                 double elapsed_at_generation);
+
+// "0:07", "12:30", "1:02:05": whole seconds, rounded up.
+[[nodiscard]] std::string clock_text(double seconds);
+
+struct BatchUnderWay {
+  std::int64_t evaluated = 0;
+  std::int64_t size = 0;
+  std::optional<double> seconds_left = {};  // Of the run.
+};
+
 // The line that is drawn anew on a terminal, at most `width` columns of it:
-//   gen 3 12/32 | 214 cand 35.2/s | 12 pass | best 1.32 cross_rank(close) | fail sharpe_min 150
+//   gen 3 12/32 | 214 cand 35.2/s | 1:20 left | 12 pass | 80 repaired 21 rescued | best 1.32
+//   cross_rank(close) | fail sharpe_min 150
 // The generation is the one under way, from 1, with what is evaluated of its batch; "round 2 5" in
-// the place of "12/32" is what is evaluated of its second round of repairs. After rounds their
-// number and what became of the repairs follow: "| 6 rounds 80 repaired 21 rescued". The expression
-// takes the room that the rest leaves; where even a short one does not fit, the line is cut at its
-// end.
+// the place of "12/32" is what is evaluated of its second round of repairs. Where all of it does
+// not fit, the failures become fewer, then the expression shorter, and then the failures, the
+// expression, the repairs and the best are left out: the rest fits a terminal of 80 columns.
 [[nodiscard]] std::string live_progress_text(const embedded::SearchProgress& progress,
-                                             std::int64_t evaluated_in_batch,
-                                             std::int64_t batch_size, std::size_t width);
+                                             const BatchUnderWay& batch, std::size_t width);
 
 // A completed generation, for outputs that are not terminals, ended:
 //   generation 3: 96 candidates, 35.2 a second, 12 passing, best 1.32 (3-17), failures: ...

@@ -30,8 +30,10 @@ void TextObserver::tell_progress(const embedded::SearchProgress& progress,
   // could not be erased.
   constexpr std::size_t kKeptFree = 3;
   const std::size_t columns = std::max(style_.terminal_width(), kKeptFree + 1) - kKeptFree;
-  const std::string line =
-      live_progress_text(progress, evaluated_in_batch, started_.batch_size, columns);
+  const RunLimits limits{options_.generations, options_.candidates, options_.seconds};
+  const BatchUnderWay batch{evaluated_in_batch, started_.batch_size,
+                            seconds_left(limits, progress, elapsed_at_generation_)};
+  const std::string line = live_progress_text(progress, batch, columns);
   if (const auto drawing = line_.draw(line, progress.elapsed_seconds)) {
     outputs().text.write(*drawing);
   }
@@ -47,6 +49,7 @@ void TextObserver::on_recorded(const embedded::CandidateRecorded& /*candidate*/)
 void TextObserver::on_settled(const embedded::SettledSignal& /*signal*/) {}
 
 void TextObserver::on_generation(const embedded::SearchProgress& progress) {
+  elapsed_at_generation_ = progress.elapsed_seconds;
   if (style_.quiet || style_.terminal_width) return;
   outputs().text.write(generation_text(progress));
 }

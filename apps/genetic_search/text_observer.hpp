@@ -46,6 +46,7 @@ class TextObserver : public RunObserver {
   Style style_;
   LiveLine line_;
   embedded::SearchStarted started_;
+  double elapsed_at_generation_ = 0.0;  // Of the last one completed.
 };
 
 }  // namespace varnholt::app

@@ -52,7 +52,7 @@ TEST_F(Observers, DrawOneLineOverAndOverOnATerminal) {
   observer.on_tick(progress_at(1.0), 1);
   const std::string line = text.take();
   EXPECT_THAT(line, StartsWith("\r\x1b[Kgen 4 1/32 | 96 cand 96.0/s"));
-  EXPECT_EQ(line.size(), 4U + 57U);  // With room for the cursor and a "^C".
+  EXPECT_LE(line.size(), 4U + 57U);  // With room for the cursor and a "^C".
   observer.on_tick(progress_at(1.05), 2);
   EXPECT_EQ(text.take(), "");  // Too soon.
   observer.on_generation(progress_at(1.5));

@@ -221,6 +221,10 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{{"run", "--prices=p", "--pool", std::string(101, 'a')}, "--pool wants 1 to 100"},
         Mistake{{"signals"}, "name the file of --db after signals"},
         Mistake{{"signals", "a", "b"}, "unknown argument \"b\""},
+        Mistake{
+            {"signals", "a", "--sort", "luck"},
+            "--sort wants one of sharpe, holdout, quality, return, turnover, drawdown, novelty, "
+            "correlation, not \"luck\""},
         Mistake{{"signals", "a", "--run=0"}, "--run wants a whole number from 1, not \"0\""},
         Mistake{{"show"}, "name the file of --db after show"},
         Mistake{{"show", "a"}, "no id is given"}, Mistake{{"show", "a", "1-2", "c"}, "\"c\""},
@@ -265,6 +269,16 @@ TEST(Options, TellWhatToList) {
   EXPECT_EQ(all.run, 3);
   EXPECT_EQ(all.pool, "mine");
   EXPECT_TRUE(all.all && all.json);
+  EXPECT_EQ(plain.sort, std::nullopt);
+  EXPECT_EQ(plain.limit, std::nullopt);
+  const auto best = std::get<SignalsCommand>(
+      parse_command_line({"signals", "runs.db", "--sort", "novelty", "--limit", "3", "--min-sharpe",
+                          "-0.5", "--max-turnover", "0.2"}));
+  EXPECT_EQ(best.sort, "novelty");
+  EXPECT_EQ(best.limit, 3);
+  EXPECT_EQ(best.bounds.find("sharpe")->second, -0.5);
+  EXPECT_EQ(best.bounds.find("turnover")->second, 0.2);
+  EXPECT_EQ(best.bounds.find("novelty")->second, std::nullopt);
 }
 
 TEST(Options, TellWhatToShow) {

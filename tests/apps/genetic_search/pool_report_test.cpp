@@ -58,7 +58,7 @@ TEST(PoolReport, ListsTheTenBestAndSaysWhereTheRestIs) {
   EXPECT_THAT(text, Not(HasSubstr("   7-2 ")));
   EXPECT_THAT(text,
               HasSubstr("These are the best 10 in sample. All of them: genetic-search signals "
-                        "runs.db --run 7\n"));
+                        "runs.db --run 7 --sort sharpe\n"));
   EXPECT_THAT(text, HasSubstr("More of one: genetic-search show runs.db 7-12\n"));
 }
 

@@ -23,6 +23,15 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
+embedded::EvaluationRecord with_figures(std::int64_t number, double sharpe, double turnover) {
+  embedded::EvaluationRecord record = samples::evaluation(number, R"({"origin":"fresh"})");
+  Json statistics = Json::parse(samples::kStatistics);
+  statistics["sharpe"] = sharpe;
+  statistics["turnover"] = turnover;
+  record.statistics_json = statistics.dump();
+  return record;
+}
+
 class StoreCommands : public samples::StoreTest {
  protected:
   void SetUp() override {
@@ -96,6 +105,54 @@ TEST_F(StoreCommands, ListAnEmptyStore) {
   EXPECT_EQ(signals(command), "No signal was submitted.\n");
   command.json = true;
   EXPECT_EQ(signals(command), "");
+}
+
+TEST_F(StoreCommands, ListTheBestByAFigureFirst) {
+  {
+    embedded::SqliteRunStore store(path_.string());
+    store.record_evaluations(2, {with_figures(11, 0.5, 0.9), with_figures(12, 2.0, 0.8)});
+    const embedded::Settlement settlement{0.6, 0.2, 0.3, 0.7, {}, {}, 1'600'000'002};
+    for (const char* id : {"2-11", "2-12"}) {
+      const std::int64_t number = samples::submit(store, id, "signals");
+      ASSERT_TRUE(store.submissions().settle(number, settlement));
+    }
+  }
+  const auto ids = [this](const SignalsCommand& command) {
+    SignalsCommand as_json = command;
+    as_json.json = true;
+    std::istringstream lines(signals(as_json));
+    std::vector<std::string> found;
+    for (std::string line; std::getline(lines, line);)
+      found.push_back(Json::parse(line)["eval_id"]);
+    return found;
+  };
+  SignalsCommand command = listing();
+  EXPECT_THAT(ids(command), ElementsAre("1-1", "2-11", "2-12"));
+  command.limit = 2;
+  EXPECT_THAT(ids(command), ElementsAre("2-11", "2-12")) << "the latest";
+  command.sort = "sharpe";
+  EXPECT_THAT(ids(command), ElementsAre("2-12", "1-1"));
+  command.sort = "turnover";
+  EXPECT_THAT(ids(command), ElementsAre("1-1", "2-12")) << "the least is the best";
+  command.sort = "holdout";
+  command.limit = 3;
+  EXPECT_THAT(ids(command), ElementsAre("1-1", "2-11", "2-12")) << "two have no hold-out yet";
+  command.bounds["holdout"] = -1.0;
+  EXPECT_THAT(ids(command), ElementsAre("1-1"));
+  command = listing();
+  command.bounds["sharpe"] = 1.0;
+  command.bounds["turnover"] = 0.6;
+  EXPECT_THAT(ids(command), ElementsAre("1-1"));
+  command.bounds["turnover"] = 0.8;
+  EXPECT_THAT(ids(command), ElementsAre("1-1", "2-12")) << "a bound itself is within";
+  command.sort = "turnover";
+  command.limit = 1;
+  EXPECT_EQ(signals(command),
+            " id  run  pool     market  era  in sample  hold-out  turnover  expression\n"
+            "1-1    1  signals       1    2       1.25     -0.50      0.50  cross_rank(close)\n"
+            "1 of 3; the rest are beyond what was asked for.\n");
+  command.bounds["sharpe"] = 100.0;
+  EXPECT_EQ(signals(command), "0 of 3; the rest are beyond what was asked for.\n");
 }
 
 TEST_F(StoreCommands, ListForMachines) {
