@@ -7,6 +7,7 @@
 
 #include "apps/genetic_search/stored_signal.hpp"
 #include "apps/genetic_search/text_layout.hpp"
+#include "hosts/embedded/search/run_description.hpp"
 #include "hosts/embedded/search/signal_export.hpp"
 #include "hosts/embedded/store/store_files.hpp"
 #include "hosts/embedded/store/store_reader.hpp"
@@ -72,7 +73,8 @@ void export_command(const ExportCommand& command, Output& output,
   const embedded::MarketData data =
       embedded::read_run_prices(prices, found.run.start.price_digest, check_interrupt);
   check_interrupt();
-  const embedded::Panel weights = embedded::history_weights(data, found.evaluation.graph_json);
+  const embedded::Panel weights = embedded::history_weights(
+      data, found.evaluation.graph_json, embedded::book_rules_of(found.run.start));
   check_interrupt();
   embedded::write_weights(command.weights, data, weights, existing);
   output.write(fmt::format("{}: the weights of {} on {} days, {} to {}, in {} instruments\n",

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <set>
 #include <system_error>
@@ -201,11 +202,16 @@ class Weights {
 
  private:
   std::vector<Signal> computed(const std::vector<EvaluationOfRun>& wanted, const MarketData& data) {
-    const embedded::Evaluator evaluator(data);
+    // By the least share of known days, which is all of a run's rules that weights depend on.
+    std::map<double, embedded::Evaluator> evaluators;
     std::vector<Signal> signals;
     for (const EvaluationOfRun& signal : wanted) {
       check_();
       const std::string& id = signal.evaluation.eval_id;
+      const embedded::BookRules rules = embedded::book_rules_of(signal.run.start);
+      const embedded::EvaluatorOptions options{.book = rules};
+      const auto& [share, evaluator] =
+          *evaluators.try_emplace(rules.least_known_share, data, options).first;
       try {
         signals.push_back(
             {id, evaluator.evaluate(embedded::read_json(signal.evaluation.graph_json)).weights});

@@ -147,8 +147,8 @@ MarketData read_run_prices(const fs::path& path, std::string_view digest,
   return read_price_text(file.bytes, path.string(), check);
 }
 
-Panel history_weights(const MarketData& data, std::string_view graph_json) {
-  return Evaluator(data).evaluate(read_json(graph_json)).weights;
+Panel history_weights(const MarketData& data, std::string_view graph_json, const BookRules& rules) {
+  return Evaluator(data, {.book = rules}).evaluate(read_json(graph_json)).weights;
 }
 
 void check_weights_path(const fs::path& path, Existing existing) {

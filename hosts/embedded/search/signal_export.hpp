@@ -1,7 +1,8 @@
 // The weights of one stored signal on every day of its prices, as a file.
 //
 //   const MarketData data = read_run_prices(path, run.price_digest);
-//   write_weights(out, data, history_weights(data, evaluation.graph_json), Existing::IsKept);
+//   const Panel weights = history_weights(data, evaluation.graph_json, book_rules_of(run));
+//   write_weights(out, data, weights, Existing::IsKept);
 //
 // The row of a day is what the signal of its close wants to hold, which is traded as the rules of
 // the run say (statistics.hpp). Because a signal knows nothing of later days, those of the days
@@ -15,6 +16,7 @@
 #include <string>
 #include <string_view>
 
+#include "hosts/embedded/backtest/book_rules.hpp"
 #include "hosts/embedded/market/market_data.hpp"
 #include "hosts/embedded/system/interrupt.hpp"
 
@@ -33,9 +35,11 @@ class ExportError : public std::runtime_error {
 [[nodiscard]] MarketData read_run_prices(const std::filesystem::path& path, std::string_view digest,
                                          const InterruptCheck& check = {});
 
-// A row a day, a column an instrument, as those of `data`. Throws GraphError for a graph that is
-// not valid on these prices, and genetic::ValueError for a text that is not JSON.
-[[nodiscard]] Panel history_weights(const MarketData& data, std::string_view graph_json);
+// A row a day, a column an instrument, as those of `data`, by the rules of the run. Throws
+// GraphError for a graph that is not valid on these prices, and genetic::ValueError for a text that
+// is not JSON.
+[[nodiscard]] Panel history_weights(const MarketData& data, std::string_view graph_json,
+                                    const BookRules& rules);
 
 enum class Existing { IsKept, IsReplaced };
 

@@ -96,6 +96,32 @@ TEST_F(WeightsCommandTest, WritesTheLatestDaysOnly) {
               HasSubstr("new.csv has no day from 2021-01-01 on; its last is 2020-01-03"));
 }
 
+TEST_F(WeightsCommandTest, ComputesEachSignalByTheRulesOfItsRun) {
+  std::string rows = "date,AAA,BBB\n";
+  for (int day = 1; day <= 5; ++day)
+    rows += "2020-01-0" + std::to_string(day) + (day == 3 ? ",,1\n" : ",3,1\n");
+  write("new.csv", rows.c_str());
+  embedded::EvaluationRecord mean = samples::evaluation(1, R"({"origin":"fresh"})");
+  mean.graph_json =
+      R"({"children":[{"children":[],"node":"close","type":"feature"},)"
+      R"({"children":[],"node":"5","type":"window"}],"node":"ts_mean","type":"rotation"})";
+  {
+    embedded::SqliteRunStore store(command_.database.string());
+    for (const char* settings : {"{}", R"({"least_known_share":0.8})"}) {
+      embedded::RunStart start = samples::run_start();
+      start.settings_json = settings;
+      store.record_evaluations(store.begin_run(start), {mean});
+    }
+  }
+  command_.last = 1;
+  command_.eval_id = "2-1";
+  EXPECT_TRUE(run());
+  EXPECT_EQ(text_.take(), "date,AAA,BBB\n2020-01-05,0,1\n") << "a run of before: all days";
+  command_.eval_id = "3-1";
+  EXPECT_TRUE(run());
+  EXPECT_EQ(text_.take(), "date,AAA,BBB\n2020-01-05,0.75,0.25\n");
+}
+
 TEST_F(WeightsCommandTest, WritesAFileAndThenTellsOnStandardOutput) {
   command_.output = in_folder("w.csv");
   EXPECT_TRUE(run());

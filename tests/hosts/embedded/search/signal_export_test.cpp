@@ -138,7 +138,7 @@ TEST_F(SignalExport, GivesBackWhatTheSignalWasJudgedBy) {
   const genetic::Value graph = read_json(kGraph);
   const Evaluator whole(data);
 
-  write_weights(in_folder("w.csv"), data, history_weights(data, kGraph), Existing::IsKept);
+  write_weights(in_folder("w.csv"), data, history_weights(data, kGraph, {}), Existing::IsKept);
   const Panel weights = weights_in(cells_of(in_folder("w.csv")));
 
   const BookRules& rules = seen.options().book;
@@ -155,7 +155,7 @@ TEST_F(SignalExport, GivesBackWhatTheSignalWasJudgedBy) {
 
 TEST_F(SignalExport, WritesARowADayAndAColumnAnInstrument) {
   const MarketData data = universe();
-  write_weights(in_folder("w.csv"), data, history_weights(data, kGraph), Existing::IsKept);
+  write_weights(in_folder("w.csv"), data, history_weights(data, kGraph, {}), Existing::IsKept);
   const auto rows = cells_of(in_folder("w.csv"));
   ASSERT_EQ(rows.size(), data.dates.size() + 1);
   EXPECT_EQ(rows[0][0], "date");
@@ -212,15 +212,15 @@ TEST_F(SignalExport, TellsWhatIsWrongWithPricesOfTheRightDigest) {
 
 TEST_F(SignalExport, RefusesAGraphThatSaysNothingOnThesePrices) {
   MarketData data = universe();
-  EXPECT_THROW(static_cast<void>(
-                   history_weights(data, R"({"children":[],"node":"sentiment","type":"feature"})")),
+  EXPECT_THROW(static_cast<void>(history_weights(
+                   data, R"({"children":[],"node":"sentiment","type":"feature"})", {})),
                GraphError);
-  EXPECT_THROW(static_cast<void>(history_weights(data, "{")), genetic::ValueError);
+  EXPECT_THROW(static_cast<void>(history_weights(data, "{", {})), genetic::ValueError);
 }
 
 TEST_F(SignalExport, KeepsAFileThatIsThereUnlessItIsToldOtherwise) {
   const MarketData data = universe();
-  const Panel weights = history_weights(data, kGraph);
+  const Panel weights = history_weights(data, kGraph, {});
   const fs::path path = in_folder("w.csv");
   put(path, "mine");
   EXPECT_THAT(refusal([&] { write_weights(path, data, weights, Existing::IsKept); }),
@@ -284,7 +284,7 @@ class FileSizeLimit {
 
 TEST_F(SignalExport, LeavesWhatWasThereWhenTheDiskIsFull) {
   const MarketData data = universe();
-  const Panel weights = history_weights(data, kGraph);
+  const Panel weights = history_weights(data, kGraph, {});
   put(in_folder("old.csv"), "mine");
   {
     const FileSizeLimit limit(1000);
