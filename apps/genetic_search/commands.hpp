@@ -81,6 +81,18 @@ struct WeightsCommand {
   bool force = false;                   // Whether `output` is replaced when it is there.
 };
 
+// "portfolio": the signals of a pool as one book.
+struct PortfolioCommand {
+  std::filesystem::path database;
+  std::string pool;
+  std::optional<std::string> method;  // A name of book_methods(); absent is the first.
+  // Absent is the price file of the latest run.
+  std::optional<std::filesystem::path> prices;
+  std::optional<std::filesystem::path> output;  // For the weights; "-" is standard output.
+  bool force = false;                           // Whether `output` is replaced when it is there.
+  bool json = false;
+};
+
 // "doctor": whether this machine can search.
 struct DoctorCommand {};
 
@@ -107,8 +119,8 @@ struct ShowText {
   std::string text;
 };
 
-using Command =
-    std::variant<RunCommand, CheckPricesCommand, SignalsCommand, ShowCommand, ExportCommand,
-                 WeightsCommand, DoctorCommand, AttemptsCommand, ReplayCommand, ShowText>;
+using Command = std::variant<RunCommand, CheckPricesCommand, SignalsCommand, ShowCommand,
+                             ExportCommand, WeightsCommand, PortfolioCommand, DoctorCommand,
+                             AttemptsCommand, ReplayCommand, ShowText>;
 
 }  // namespace varnholt::app

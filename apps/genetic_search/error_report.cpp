@@ -6,6 +6,7 @@
 #include "apps/genetic_search/usage_error.hpp"
 #include "hosts/embedded/config/host_config_error.hpp"
 #include "hosts/embedded/market/price_file_error.hpp"
+#include "hosts/embedded/search/pool_book.hpp"
 #include "hosts/embedded/search/seed_graphs.hpp"
 #include "hosts/embedded/search/signal_export.hpp"
 #include "hosts/embedded/store/store_error.hpp"
@@ -38,7 +39,8 @@ bool is_about_input(const std::exception& error) {
   if (is_one_of<embedded::StoreBusyError, embedded::StoreDiskError>(error)) return false;
   return is_one_of<UsageError, embedded::PriceFileError, embedded::SeedFileError,
                    embedded::StoreError, embedded::HostConfigError, embedded::ExportError,
-                   genetic::TypeError, genetic::ValueError, std::invalid_argument>(error);
+                   genetic::TypeError, embedded::PoolBookError, genetic::ValueError,
+                   std::invalid_argument>(error);
 }
 
 std::string error_text(const std::exception& error) {

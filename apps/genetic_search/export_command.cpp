@@ -1,15 +1,12 @@
 #include "apps/genetic_search/export_command.hpp"
 
-#include <system_error>
-#include <vector>
-
 #include <fmt/format.h>
 
+#include "apps/genetic_search/pool_signals.hpp"
 #include "apps/genetic_search/stored_signal.hpp"
 #include "apps/genetic_search/text_layout.hpp"
 #include "hosts/embedded/search/run_description.hpp"
 #include "hosts/embedded/search/signal_export.hpp"
-#include "hosts/embedded/store/store_files.hpp"
 #include "hosts/embedded/store/store_reader.hpp"
 
 namespace varnholt::app {
@@ -27,32 +24,6 @@ std::filesystem::path prices_of(const ExportCommand& command, const embedded::Ru
   return run.price_path;
 }
 
-// Also of two names of which there is no file yet.
-bool are_same_file(const std::filesystem::path& left, const std::filesystem::path& right) {
-  std::error_code ignored;  // Files that are not there are not equivalent.
-  return std::filesystem::equivalent(left, right, ignored) ||
-         std::filesystem::weakly_canonical(left, ignored) ==
-             std::filesystem::weakly_canonical(right, ignored);
-}
-
-// --force replaces an earlier export, not what it was made of.
-void refuse_input_as_output(const ExportCommand& command, const std::filesystem::path& prices) {
-  std::vector<std::filesystem::path> inputs = embedded::files_of_store(command.database);
-  inputs.push_back(prices);
-  for (const std::filesystem::path& input : inputs) {
-    if (are_same_file(input, command.weights)) {
-      throw ExportError(fmt::format("{}: it is a file that the export reads; name another one",
-                                    command.weights.string()));
-    }
-  }
-  if (const auto database = embedded::database_beside(command.weights)) {
-    throw ExportError(
-        fmt::format("{}: it is the name of a file that {} keeps beside itself; name "
-                    "another one",
-                    command.weights.string(), database->string()));
-  }
-}
-
 }  // namespace
 
 void export_command(const ExportCommand& command, Output& output,
@@ -67,7 +38,7 @@ void export_command(const ExportCommand& command, Output& output,
   embedded::StoreReader& store = *opened;
   const embedded::EvaluationOfRun found = required_evaluation(store, command.eval_id);
   const std::filesystem::path prices = prices_of(command, found.run.start);
-  refuse_input_as_output(command, prices);
+  refuse_input_as_output(command.weights, command.database, prices);
   embedded::check_weights_path(command.weights, existing);
 
   const embedded::MarketData data =

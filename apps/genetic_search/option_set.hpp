@@ -66,6 +66,11 @@ class Options {
     add(name, unit, description, [&target](const std::string& value) { target = value; });
   }
 
+  void text(const std::string& name, const char* unit, const std::string& description,
+            std::string& target) {
+    add(name, unit, description, [&target](const std::string& value) { target = value; });
+  }
+
   // A text that `refusal` finds nothing wrong with; its answer otherwise follows the name in the
   // error.
   void checked_text(const std::string& name, const char* unit, const std::string& description,

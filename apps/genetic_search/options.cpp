@@ -16,6 +16,8 @@
 #include "apps/genetic_search/run_options.hpp"
 #include "apps/genetic_search/text_layout.hpp"
 #include "apps/genetic_search/usage_error.hpp"
+#include "hosts/embedded/config/host_config.hpp"
+#include "hosts/embedded/portfolio/book_shares.hpp"
 #include "hosts/embedded/vocabulary/vocabulary_page.hpp"
 
 namespace varnholt::app {
@@ -104,6 +106,18 @@ constexpr const char* kWeightsFooter =
     "(the others are written) or the file could not be written, 2 bad usage or bad\n"
     "input.";
 
+constexpr const char* kPortfolioDescription =
+    "Makes one book of the signals of a pool. The capital is shared among them by\n"
+    "what they earned in sample; what one buys and another sells is not traded. Tells\n"
+    "the book's figures in sample and on the hold-out, each signal's share, and with\n"
+    "--output the weights of every day. The store is not changed.";
+
+constexpr const char* kPortfolioFooter =
+    "In sample are the days that a search of any of the signals saw, hold-out those\n"
+    "that none of them saw.\n\n"
+    "Exit codes: 0 done, 1 a signal cannot be part of the book (it is made of the\n"
+    "others) or the file could not be written, 2 bad usage or bad input.";
+
 constexpr const char* kDoctorDescription =
     "Tells what this machine gives a search: processors, memory, limits, large pages\n"
     "and the cost of a fork, and what to change. The exit code is 0 when a search can\n"
@@ -144,6 +158,7 @@ struct Parser {
   ShowCommand show;
   ExportCommand exported;
   WeightsCommand weights;
+  PortfolioCommand portfolio;
   AttemptsCommand attempts;
   ReplayCommand replay;
 
@@ -175,6 +190,7 @@ struct Parser {
     add_replay();
     add_export();
     add_weights();
+    add_portfolio();
   }
 
   // Adds a command to a group of the program's page; `add_options` gives it its options and tells
@@ -197,6 +213,7 @@ struct Parser {
   void add_show();
   void add_export();
   void add_weights();
+  void add_portfolio();
   void add_doctor();
   void add_attempts();
   void add_replay();
@@ -310,6 +327,11 @@ Command checked_weights(Parser& parser) {
           "an id and --pool are given; leave one of them out", parser);
   require(!command.prices.empty(), "no price file is given; name one with --prices FILE", parser);
   return command;
+}
+
+Command checked_portfolio(Parser& parser) {
+  require_store(parser.portfolio.database, parser);
+  return parser.portfolio;
 }
 
 Command checked_doctor(Parser& /*parser*/) {
@@ -431,6 +453,49 @@ void Parser::add_weights() {
         options.text("--output", "FILE", "The file to write; - is standard output. Default: -.",
                      weights.output);
         options.flag("--force", "Replaces the file when it is there.", weights.force);
+        return kOptionsGroup;
+      });
+}
+
+std::string method_names() {
+  std::string text;
+  for (const embedded::BookMethodName& row : embedded::book_methods())
+    text += fmt::format("{}{}", text.empty() ? "" : ", ", row.name);
+  return text;
+}
+
+std::string method_refusal(const std::string& name) {
+  for (const embedded::BookMethodName& row : embedded::book_methods()) {
+    if (row.name == name) return {};
+  }
+  return fmt::format("wants one of {}, not \"{}\"", method_names(), on_one_line(name));
+}
+
+void Parser::add_portfolio() {
+  portfolio.pool = embedded::PoolSettings().name;
+  add_command(
+      kUsing, kPortfolioName, "Makes one book of the signals of a pool.", kPortfolioDescription,
+      kPortfolioFooter, checked_portfolio, [this](Options& options) {
+        options.group(kOptionsGroup);
+        options.positional("DB", portfolio.database);
+        options.text("--pool", "NAME", fmt::format("The signal pool. Default: {}.", portfolio.pool),
+                     portfolio.pool);
+        std::string methods;
+        for (const embedded::BookMethodName& row : embedded::book_methods())
+          methods += fmt::format("{}{}: {}", methods.empty() ? "" : "; ", row.name, row.meaning);
+        options.checked_text("--method", "NAME",
+                             fmt::format("How the capital is shared. {}. Default: {}.", methods,
+                                         embedded::book_methods().front().name),
+                             method_refusal, portfolio.method);
+        options.optional_text("--prices", "FILE",
+                              "The prices, as CSV. Default: those of the latest run.",
+                              portfolio.prices);
+        options.optional_text("--output", "FILE",
+                              "Where the weights of every day are written, as CSV; - is standard "
+                              "output, and the figures go to standard error then.",
+                              portfolio.output);
+        options.flag("--force", "Replaces the file when it is there.", portfolio.force);
+        options.flag("--json", "The figures as one JSON object on one line.", portfolio.json);
         return kOptionsGroup;
       });
 }

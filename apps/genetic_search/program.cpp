@@ -15,6 +15,7 @@
 #include "apps/genetic_search/export_command.hpp"
 #include "apps/genetic_search/options.hpp"
 #include "apps/genetic_search/output.hpp"
+#include "apps/genetic_search/portfolio_command.hpp"
 #include "apps/genetic_search/replay_command.hpp"
 #include "apps/genetic_search/show_command.hpp"
 #include "apps/genetic_search/signals.hpp"
@@ -54,6 +55,9 @@ class Commands {
   }
   int operator()(const WeightsCommand& command) const {
     return weights_command(command, outputs_, interrupt_) ? kExitDone : kExitFailure;
+  }
+  int operator()(const PortfolioCommand& command) const {
+    return portfolio_command(command, outputs_, interrupt_, width()) ? kExitDone : kExitFailure;
   }
   int operator()(const DoctorCommand& /*command*/) const {
     signals_.let_interrupts_end_the_program();

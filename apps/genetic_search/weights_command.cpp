@@ -3,25 +3,22 @@
 #include <algorithm>
 #include <exception>
 #include <filesystem>
-#include <map>
 #include <memory>
 #include <set>
-#include <system_error>
 #include <vector>
 
 #include <fmt/format.h>
 
+#include "apps/genetic_search/pool_signals.hpp"
 #include "apps/genetic_search/report.hpp"
 #include "apps/genetic_search/stored_signal.hpp"
 #include "apps/genetic_search/text_layout.hpp"
 #include "apps/genetic_search/usage_error.hpp"
-#include "hosts/embedded/backtest/evaluator.hpp"
-#include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/market/price_changes.hpp"
 #include "hosts/embedded/market/price_file.hpp"
 #include "hosts/embedded/search/run_description.hpp"
 #include "hosts/embedded/search/signal_export.hpp"
-#include "hosts/embedded/store/store_files.hpp"
+#include "hosts/embedded/search/signal_weights.hpp"
 #include "hosts/embedded/store/store_reader.hpp"
 
 namespace varnholt::app {
@@ -30,10 +27,6 @@ namespace {
 using embedded::EvaluationOfRun;
 using embedded::MarketData;
 using embedded::Panel;
-using embedded::SubmissionRecord;
-using embedded::SubmissionState;
-
-constexpr const char* kStandardOutput = "-";
 
 struct Signal {
   std::string eval_id;
@@ -43,19 +36,7 @@ struct Signal {
 std::vector<EvaluationOfRun> wanted_signals(const WeightsCommand& command,
                                             embedded::StoreReader& store) {
   if (!command.pool) return {required_evaluation(store, command.eval_id)};
-  std::vector<EvaluationOfRun> found;
-  for (const SubmissionRecord& submission :
-       store.submissions().list({std::nullopt, SubmissionState::Submitted})) {
-    if (submission.pool.signal_pool_name != *command.pool) continue;
-    found.push_back(required_evaluation(store, submission.eval_id));
-  }
-  if (found.empty()) {
-    throw UsageError(
-        fmt::format("no signal was submitted to the signal pool \"{}\" in {}; "
-                    "\"{} {} DB\" lists the signals",
-                    on_one_line(*command.pool), store.path(), kProgramName, kSignalsName));
-  }
-  return found;
+  return signals_of_pool(store, *command.pool);
 }
 
 // The first day to write; the days after it are written too.
@@ -140,24 +121,6 @@ void write_lines(const WeightsCommand& command, const MarketData& data,
   }
 }
 
-// --force replaces earlier weights, not what they are made of.
-void refuse_input_as_output(const WeightsCommand& command) {
-  namespace fs = std::filesystem;
-  std::vector<fs::path> inputs = embedded::files_of_store(command.database);
-  inputs.emplace_back(command.prices);
-  std::error_code ignored;  // Files that are not there are not equivalent.
-  const fs::path output = fs::weakly_canonical(command.output, ignored);
-  for (const fs::path& input : inputs) {
-    if (!fs::equivalent(input, command.output, ignored) &&
-        fs::weakly_canonical(input, ignored) != output) {
-      continue;
-    }
-    throw embedded::ExportError(
-        fmt::format("{}: it is a file that the weights are made of; name another one",
-                    fs::path(command.output).string()));
-  }
-}
-
 class Weights {
  public:
   Weights(const WeightsCommand& command, const RunOutputs& outputs,
@@ -174,7 +137,7 @@ class Weights {
     const std::unique_ptr<embedded::StoreReader> store =
         embedded::open_store_reader(command_.database);
     const std::vector<EvaluationOfRun> wanted = wanted_signals(command_, *store);
-    if (is_file_) refuse_input_as_output(command_);
+    if (is_file_) refuse_input_as_output(command_.output, command_.database, command_.prices);
     if (is_file_) embedded::check_weights_path(command_.output, existing_);
     const MarketData data = embedded::read_price_file(command_.prices, check_);
     (void)first_day(command_, data);  // Refused before anything is computed.
@@ -202,19 +165,13 @@ class Weights {
 
  private:
   std::vector<Signal> computed(const std::vector<EvaluationOfRun>& wanted, const MarketData& data) {
-    // By the least share of known days, which is all of a run's rules that weights depend on.
-    std::map<double, embedded::Evaluator> evaluators;
+    embedded::SignalWeights weights(data);
     std::vector<Signal> signals;
     for (const EvaluationOfRun& signal : wanted) {
       check_();
       const std::string& id = signal.evaluation.eval_id;
-      const embedded::BookRules rules = embedded::book_rules_of(signal.run.start);
-      const embedded::EvaluatorOptions options{.book = rules};
-      const auto& [share, evaluator] =
-          *evaluators.try_emplace(rules.least_known_share, data, options).first;
       try {
-        signals.push_back(
-            {id, evaluator.evaluate(embedded::read_json(signal.evaluation.graph_json)).weights});
+        signals.push_back({id, weights.of(signal)});
       } catch (const std::exception& error) {
         if (!command_.pool) throw;
         outputs_.messages.write(fmt::format("{}: {} cannot be computed on {}: {}\n", kProgramName,

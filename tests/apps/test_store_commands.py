@@ -283,7 +283,7 @@ def test_export_does_not_replace_what_it_reads_or_what_is_no_file(
     beside = [store.with_name(store.name + suffix) for suffix in ("-wal", "-shm", "-journal")]
     for path in (store, prices, *beside):
         ended = call("export", store, eval_id, "--weights", path, "--force")
-        assert ended.returncode == 2 and "it is a file that the export reads" in ended.stderr
+        assert ended.returncode == 2 and "it is a file that the weights are made of" in ended.stderr
     ended = call("export", store, eval_id, "--weights", tmp_path, "--force")
     assert ended.returncode == 2 and "it is no regular file" in ended.stderr
     assert (folder_of(store.parent), prices.read_bytes()) == before
