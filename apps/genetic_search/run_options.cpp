@@ -45,7 +45,8 @@ void add_breeding_options(Options& options, embedded::SearchOptions& search) {
       "out keep their default.",
       search.operator_rates);
   options.optional_text("--seeds", "FILE",
-                        "A JSON list of graphs, with which the first generation begins.",
+                        "Formulas, one a line, or a JSON list of graphs, with which the first "
+                        "generation begins.",
                         search.seeds);
 }
 

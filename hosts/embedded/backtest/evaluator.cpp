@@ -1,5 +1,6 @@
 #include "hosts/embedded/backtest/evaluator.hpp"
 
+#include <array>
 #include <string>
 #include <utility>
 #include <variant>
@@ -8,22 +9,36 @@
 namespace varnholt::embedded {
 namespace {
 
-Panel apply(const ExpressionStep& step, const Panel& first, const Panel& second,
+using Inputs = std::array<const Panel*, 3>;
+
+Panel apply(const ExpressionStep& step, const Inputs& inputs, const FeaturePanels& features,
             double least_known_share) {
   struct Call {
     const ExpressionStep& step;
-    const Panel& first;
-    const Panel& second;
+    const Inputs& inputs;
+    const FeaturePanels& features;
     double least_known_share;
     [[nodiscard]] Window window() const { return {step.window, least_known_share}; }
-    Panel operator()(OnePanelFunction function) const { return function(first); }
-    Panel operator()(TwoPanelFunction function) const { return function(first, second); }
-    Panel operator()(WindowFunction function) const { return function(first, window()); }
+    [[nodiscard]] const Panel& input(std::size_t place) const { return *inputs.at(place); }
+
+    Panel operator()(OnePanelFunction function) const { return function(input(0)); }
+    Panel operator()(TwoPanelFunction function) const { return function(input(0), input(1)); }
+    Panel operator()(ThreePanelFunction function) const {
+      return function(input(0), input(1), input(2));
+    }
+    Panel operator()(WindowFunction function) const { return function(input(0), window()); }
     Panel operator()(TwoPanelWindowFunction function) const {
-      return function(first, second, window());
+      return function(input(0), input(1), window());
+    }
+    Panel operator()(NumberFunction function) const { return function(input(0), step.number); }
+    Panel operator()(NumberWindowFunction function) const {
+      return function(input(0), step.number, window());
+    }
+    Panel operator()(GroupFunction function) const {
+      return function(input(0), features.group(*step.group));
     }
   };
-  return std::visit(Call{step, first, second, least_known_share}, step.function->function);
+  return std::visit(Call{step, inputs, features, least_known_share}, step.function->function);
 }
 
 // What is known of an expression before it is computed.
@@ -52,6 +67,10 @@ Plan plan_of(const Expression& expression, const FeaturePanels& features,
       plan.known[index] = features.find(step.feature->name);
       continue;
     }
+    if (step.is_constant()) {
+      plan.is_computed[index] = true;
+      continue;
+    }
     if (has_shared) plan.known[index] = shared->find(texts[index]);
     if (plan.known[index] != nullptr) continue;
     plan.is_computed[index] = true;
@@ -75,10 +94,15 @@ Panel Evaluator::signal(const Expression& expression, const SharedPanels* shared
   for (std::size_t index = 0; index < expression.steps.size(); ++index) {
     if (!plan.is_computed[index]) continue;
     const ExpressionStep& step = expression.steps[index];
+    if (step.is_constant()) {
+      results[index] = Panel::Constant(close().rows(), close().cols(), step.number);
+      continue;
+    }
     const std::size_t inputs = step.function->data_children();
-    results[index] =
-        apply(step, panel_of(step.inputs[0]), panel_of(step.inputs[inputs == 1 ? 0 : 1]),
-              options_.book.least_known_share);
+    Inputs panels{};
+    for (std::size_t i = 0; i < inputs; ++i)
+      panels.at(i) = &panel_of(step.inputs[i]);
+    results[index] = apply(step, panels, features_, options_.book.least_known_share);
     for (std::size_t i = 0; i < inputs; ++i) {
       if (--plan.readers[step.inputs[i]] == 0) results[step.inputs[i]].resize(0, 0);
     }

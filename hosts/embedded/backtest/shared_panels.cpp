@@ -35,10 +35,16 @@ std::vector<std::string> step_texts(const Expression& expression) {
       texts.emplace_back(step.feature->name);
       continue;
     }
+    if (step.is_constant()) {
+      texts.push_back(number_text(step.number));
+      continue;
+    }
     std::string text(step.function->name);
     text += '(';
     for (std::size_t i = 0; i < step.function->data_children(); ++i)
       text.append(texts[step.inputs[i]]).append(",");
+    if (step.group != nullptr) text.append(*step.group).append(",");
+    if (step.function->takes(ArgumentKind::Number)) text.append(number_text(step.number) + ",");
     if (step.function->needs_window()) text += std::to_string(step.window);
     texts.push_back(text + ')');
   }

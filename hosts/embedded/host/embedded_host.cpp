@@ -76,7 +76,7 @@ EmbeddedHost::EmbeddedHost(ProcessSide& process, const Vocabulary& vocabulary, L
       pool_metrics_(submission, settings.client_manifest),
       eliteness_(settings.is_stopping),
       observer_(lineage, settings.on_generation_end),
-      operators_({settings.graphs.max_depth, settings.graphs.max_nodes}),
+      operators_({settings.graphs.max_depth, settings.graphs.max_nodes}, vocabulary.constants),
       random_graphs_(vocabulary, settings.graphs, settings.is_stopping),
       planning_(vocabulary, settings.graphs, json_reader_, lineage, settings.is_stopping),
       secure_random_(settings.seed) {}

@@ -15,14 +15,18 @@
 namespace varnholt::embedded {
 namespace {
 
-enum Field : std::size_t { kOpen, kHigh, kLow, kClose, kVolume, kFieldCount };
-constexpr std::array<std::string_view, kFieldCount> kFieldNames = {"open", "high", "low", "close",
-                                                                   "volume"};
+enum Field : std::size_t { kOpen, kHigh, kLow, kClose, kVolume, kVwap, kCap, kFieldCount };
+constexpr std::array<std::string_view, kFieldCount> kFieldNames = {"open",   "high", "low", "close",
+                                                                   "volume", "vwap", "cap"};
+// Columns of names, which instruments are grouped by.
+constexpr auto kGroupNames =
+    std::to_array<std::string_view>({"sector", "industry", "subindustry", "country"});
 
 struct LongColumns {
   std::size_t date = PriceRows::kNoColumn;
   std::size_t symbol = PriceRows::kNoColumn;
   std::array<std::size_t, kFieldCount> fields{};
+  std::array<std::size_t, kGroupNames.size()> groups{};
 
   [[nodiscard]] bool has(std::size_t field) const { return fields[field] != PriceRows::kNoColumn; }
 };
@@ -34,15 +38,18 @@ LongColumns find_columns(const PriceRows& rows) {
   for (std::size_t field = 0; field < kFieldCount; ++field) {
     columns.fields[field] = rows.find(kFieldNames[field]);
   }
+  for (std::size_t group = 0; group < kGroupNames.size(); ++group)
+    columns.groups[group] = rows.find(kGroupNames[group]);
   if (columns.date == PriceRows::kNoColumn) throw missing_column(rows, "date");
   if (!columns.has(kClose)) throw missing_column(rows, "close");
   for (std::size_t column = 0; column < rows.header().size(); ++column) {
     const bool known = column == columns.date || column == columns.symbol ||
-                       std::count(columns.fields.begin(), columns.fields.end(), column) > 0;
+                       std::count(columns.fields.begin(), columns.fields.end(), column) > 0 ||
+                       std::count(columns.groups.begin(), columns.groups.end(), column) > 0;
     if (!known) {
       throw PriceFileError(rows.header_place(column), "is not a column of a long price file",
                            "remove it, or rename it to one of date, symbol, open, high, low, "
-                           "close, volume");
+                           "close, volume, vwap, cap, sector, industry, subindustry, country");
     }
   }
   return columns;
@@ -107,6 +114,8 @@ struct LongRows {
   std::vector<std::uint32_t> date_numbers;
   std::vector<std::uint32_t> symbol_numbers;
   std::array<std::vector<double>, kFieldCount> values;
+  std::array<Numbered<std::string>, kGroupNames.size()> group_names;
+  std::array<std::vector<int>, kGroupNames.size()> groups;
   // By symbol and date: whether there has been such a row.
   std::vector<std::vector<bool>> is_given;
 };
@@ -150,6 +159,12 @@ std::size_t first_line(std::string_view text, const LongColumns& columns, Date d
   return reader.row().line;
 }
 
+// An empty cell is no group.
+int group_number(Numbered<std::string>& names, std::string_view cell) {
+  if (cell.empty()) return kNoGroup;
+  return static_cast<int>(*names.number(cell, [&] { return std::optional(std::string(cell)); }));
+}
+
 void add_row(LongRows& table, PriceRows& rows, const LongColumns& columns, std::string_view text) {
   const auto date_number = table.dates.number(
       rows.cell(columns.date), [&] { return rows.read(columns.date, read_date_cell); });
@@ -178,6 +193,11 @@ void add_row(LongRows& table, PriceRows& rows, const LongColumns& columns, std::
   for (std::size_t field = 0; field < kFieldCount; ++field) {
     if (columns.has(field)) table.values[field].push_back(values[field]);
   }
+  for (std::size_t group = 0; group < kGroupNames.size(); ++group) {
+    if (columns.groups[group] == PriceRows::kNoColumn) continue;
+    table.groups[group].push_back(
+        group_number(table.group_names[group], rows.cell(columns.groups[group])));
+  }
 }
 
 LongRows read_rows(PriceRows& rows, const LongColumns& columns, std::string_view text) {
@@ -205,7 +225,7 @@ MarketData read_long_prices(PriceRows& rows, std::string_view text) {
   const std::vector<Eigen::Index> instruments = table.symbols.places(data.symbols);
 
   const std::array<std::optional<Panel>*, kFieldCount> optional_panels = {
-      &data.open, &data.high, &data.low, nullptr, &data.volume};
+      &data.open, &data.high, &data.low, nullptr, &data.volume, &data.vwap, &data.cap};
   for (std::size_t field = 0; field < kFieldCount; ++field) {
     if (!columns.has(field)) continue;
     Panel& panel = field == kClose ? data.close : optional_panels[field]->emplace();
@@ -214,6 +234,14 @@ MarketData read_long_prices(PriceRows& rows, std::string_view text) {
     for (std::size_t row = 0; row < values.size(); ++row) {
       panel(days[table.date_numbers[row]], instruments[table.symbol_numbers[row]]) = values[row];
     }
+  }
+  for (std::size_t group = 0; group < kGroupNames.size(); ++group) {
+    const std::vector<int> numbers = std::exchange(table.groups[group], {});
+    if (numbers.empty()) continue;
+    GroupPanel panel = GroupPanel::Constant(data.close.rows(), data.close.cols(), kNoGroup);
+    for (std::size_t row = 0; row < numbers.size(); ++row)
+      panel(days[table.date_numbers[row]], instruments[table.symbol_numbers[row]]) = numbers[row];
+    data.groups.emplace(kGroupNames[group], std::move(panel));
   }
   return data;
 }

@@ -24,6 +24,10 @@ MarketData MarketData::first_days(Eigen::Index days) const {
   result.high = head(high);
   result.low = head(low);
   result.volume = head(volume);
+  result.vwap = head(vwap);
+  result.cap = head(cap);
+  for (const auto& [name, panel] : groups)
+    result.groups.emplace(name, GroupPanel(panel.topRows(days)));
   return result;
 }
 
@@ -35,7 +39,8 @@ void advise_panels(const MarketData& data, const Advice& advice) {
     advice(panel.data(), static_cast<std::size_t>(panel.size()) * sizeof(double));
   };
   advise(data.close);
-  for (const auto* const panel : {&data.open, &data.high, &data.low, &data.volume}) {
+  for (const auto* const panel :
+       {&data.open, &data.high, &data.low, &data.volume, &data.vwap, &data.cap}) {
     if (*panel) advise(**panel);
   }
 }

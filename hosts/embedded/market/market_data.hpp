@@ -5,6 +5,8 @@
 // Every entry is finite or NaN, and NaN means "not known": nothing fills a gap.
 #pragma once
 
+#include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,6 +19,10 @@ namespace varnholt::embedded {
 
 using Panel = Eigen::ArrayXXd;
 
+// To which group each instrument belongs on each day, as a number from 0, or kNoGroup.
+using GroupPanel = Eigen::ArrayXXi;
+inline constexpr int kNoGroup = -1;
+
 struct MarketData {
   std::vector<Date> dates;           // Ascending, each once: the rows of every panel.
   std::vector<std::string> symbols;  // Ascending, each once: the columns of every panel.
@@ -27,6 +33,12 @@ struct MarketData {
   std::optional<Panel> high;
   std::optional<Panel> low;
   std::optional<Panel> volume;
+  // Of the file's own: the volume-weighted price of the day, and the market capitalisation.
+  std::optional<Panel> vwap;
+  std::optional<Panel> cap;
+
+  // What the instruments are grouped by, such as "sector".
+  std::map<std::string, GroupPanel, std::less<>> groups;
 
   [[nodiscard]] Eigen::Index day_count() const { return close.rows(); }
   [[nodiscard]] Eigen::Index instrument_count() const { return close.cols(); }

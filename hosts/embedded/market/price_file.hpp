@@ -6,7 +6,10 @@
 //   wide   date,AAPL,IBM,...                         one row a day, one close a column
 //
 // - A file with a column `symbol` is long. It needs `date`, `symbol` and `close`; `open`, `high`,
-//   `low` and `volume` may be left out. The columns may stand in any order, the rows too.
+//   `low` and `volume` may be left out, and `vwap` (the volume-weighted price of the day) and `cap`
+//   (the market capitalisation) may be added, as may the names that instruments are grouped by:
+//   `sector`, `industry`, `subindustry`, `country`. The columns may stand in any order, the rows
+//   too.
 // - Every other file is wide: it needs `date`, and every other column is an instrument.
 // - A column of another name in a long file is refused, not skipped: a misspelt "volum", or an
 //   adjusted close beside the raw one, is a question that only its owner can answer.

@@ -1,14 +1,15 @@
 #include "hosts/embedded/operators/genetic_operators.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <exception>
 #include <functional>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "hosts/embedded/operators/graph_parts.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
 #include "search_templates/genetic/value/copy.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -33,6 +34,16 @@ Parts data_parts(const std::vector<GraphPart>& parts, bool with_root) {
   Parts chosen;
   for (const GraphPart& part : parts) {
     if (part.is_data() && (with_root || !part.path.empty())) chosen.push_back(&part);
+  }
+  return chosen;
+}
+
+// What may be put in the place of `site`. A constant takes the place of a constant only: beside
+// another one it would leave a function without data.
+Parts material_for(const GraphPart& site, const std::vector<GraphPart>& parts) {
+  Parts chosen = data_parts(parts, true);
+  if (!site.is_constant()) {
+    std::erase_if(chosen, [](const GraphPart* part) { return part->is_constant(); });
   }
   return chosen;
 }
@@ -80,7 +91,38 @@ std::vector<std::vector<GraphPart>> parts_of_each(const Value& graphs) {
 // Whether two nodes can exchange their names.
 bool same_sort(const GraphPart& left, const GraphPart& right) {
   return left.type == right.type && left.data_children == right.data_children &&
-         left.has_window == right.has_window;
+         left.settings == right.settings;
+}
+
+// What the function above a number takes. Its parts are few, and so is the need for this.
+NumberRange range_of(const GraphPart& node, const std::vector<GraphPart>& parts) {
+  std::vector<std::size_t> above = node.path;
+  above.pop_back();
+  const auto owner = std::find_if(parts.begin(), parts.end(),
+                                  [&above](const GraphPart& part) { return part.path == above; });
+  const std::vector<FunctionEntry> functions = all_functions();
+  const auto function =
+      std::find_if(functions.begin(), functions.end(),
+                   [&owner](const FunctionEntry& entry) { return entry.name == owner->name; });
+  return function == functions.end() ? NumberRange{} : function->range;
+}
+
+// The constants a step below and a step above the number; the sign stays. Zero steps to either side
+// of the smallest.
+std::vector<std::string> neighbouring_numbers(const GraphPart& node,
+                                              const std::vector<double>& constants) {
+  const std::optional<double> number = constant_value(node.name);
+  std::vector<std::string> names;
+  if (!number || constants.empty()) return names;
+  if (*number == 0.0) return {number_text(-constants.front()), number_text(constants.front())};
+  const double size = std::abs(*number);
+  const auto above = std::upper_bound(constants.begin(), constants.end(), size);
+  const auto not_below = std::lower_bound(constants.begin(), constants.end(), size);
+  if (not_below != constants.begin()) {
+    names.push_back(number_text(std::copysign(*std::prev(not_below), *number)));
+  }
+  if (above != constants.end()) names.push_back(number_text(std::copysign(*above, *number)));
+  return names;
 }
 
 // The other names that the replacements have for a node of this sort, each once, in their order.
@@ -105,9 +147,9 @@ Value GeneticOperators::crossover(const Value& elite, const Value& mate, const R
   const std::vector<GraphPart> elite_parts = graph_parts(elite);
   const std::vector<GraphPart> mate_parts = graph_parts(mate);
   const Parts places = sites(elite_parts);
-  const Parts material = data_parts(mate_parts, true);
   return first_accepted(elite, validator, [&]() -> std::optional<Value> {
     const GraphPart& site = *places[draw_index(rng, places.size())];
+    const Parts material = material_for(site, mate_parts);
     const GraphPart& part = *material[draw_index(rng, material.size())];
     if (!fits(elite_parts.front(), site, part, limits_)) return std::nullopt;
     return with_part(elite, site.path, part.node);
@@ -120,10 +162,24 @@ Value GeneticOperators::point_mutation(const Value& elite, const Value& replacem
   const auto material = parts_of_each(replacements);
   return first_accepted(elite, validator, [&]() -> std::optional<Value> {
     const GraphPart& node = parts[draw_index(rng, parts.size())];
-    const std::vector<std::string> names = other_names(node, material);
+    const std::vector<std::string> names = new_names(node, parts, material);
     if (names.empty()) return std::nullopt;
     return with_name(elite, node.path, names[draw_index(rng, names.size())]);
   });
+}
+
+std::vector<std::string> GeneticOperators::new_names(
+    const GraphPart& node, const std::vector<GraphPart>& parts,
+    const std::vector<std::vector<GraphPart>>& replacements) const {
+  if (node.type == kConstantType) return neighbouring_numbers(node, constants_);
+  if (node.type != kNumberType) return other_names(node, replacements);
+  const NumberRange range = range_of(node, parts);
+  std::vector<std::string> names = neighbouring_numbers(node, constants_);
+  std::erase_if(names, [&range](const std::string& name) {
+    const double number = constant_value(name).value();
+    return number < range.low || number > range.high;
+  });
+  return names;
 }
 
 Value GeneticOperators::subtree_mutation(const Value& elite, const Value& replacements,
@@ -134,7 +190,7 @@ Value GeneticOperators::subtree_mutation(const Value& elite, const Value& replac
   if (material.empty()) return genetic::deep_copy(elite);
   return first_accepted(elite, validator, [&]() -> std::optional<Value> {
     const GraphPart& site = *places[draw_index(rng, places.size())];
-    const Parts candidates = data_parts(material[draw_index(rng, material.size())], true);
+    const Parts candidates = material_for(site, material[draw_index(rng, material.size())]);
     const GraphPart& part = *candidates[draw_index(rng, candidates.size())];
     if (!fits(parts.front(), site, part, limits_)) return std::nullopt;
     return with_part(elite, site.path, part.node);

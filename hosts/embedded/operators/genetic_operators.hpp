@@ -2,8 +2,9 @@
 //
 // Every child is a new graph that follows the rules of graph_check.hpp where its parents do, is
 // within the limits, and has been accepted by the validator. A part only replaces a part of its own
-// kind: a feature or rotation that of a feature or rotation, a window that of a window, a function
-// that of one with the same arguments. The parents stay as they are.
+// kind: a feature or rotation that of a feature or rotation or a constant, a constant that of a
+// constant, a window that of a window, a function that of one with the same arguments. The parents
+// stay as they are.
 //
 // All draws come from the generator that is given, so the same state gives the same child. An
 // operator tries a few times, each try with draws of its own; where none gives an acceptable child,
@@ -12,8 +13,13 @@
 
 #include <cstddef>
 #include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
+#include "hosts/embedded/operators/graph_parts.hpp"
 #include "hosts/embedded/vocabulary/graph_check.hpp"
+#include "hosts/embedded/vocabulary/vocabulary.hpp"
 #include "search_templates/genetic/host/callable.hpp"
 #include "search_templates/genetic/host/genetic_ops.hpp"
 #include "search_templates/genetic/host/random_generator.hpp"
@@ -26,7 +32,10 @@ class GeneticOperators : public genetic::GeneticOps {
   // How often an operator tries.
   static constexpr int kTries = 8;
 
-  explicit GeneticOperators(const GraphLimits& limits) : limits_(limits) {}
+  // Numbers are changed by steps through `constants`, which are positive and ascend.
+  explicit GeneticOperators(const GraphLimits& limits,
+                            std::vector<double> constants = usual_constants())
+      : limits_(limits), constants_(std::move(constants)) {}
 
   // A uniformly drawn part of `elite` is replaced by a uniformly drawn part of `mate`; two draws a
   // try. The root of the elite stays unless it is the only node.
@@ -34,8 +43,9 @@ class GeneticOperators : public genetic::GeneticOps {
                                          const std::shared_ptr<genetic::RandomGenerator>& rng,
                                          const genetic::Callable& validator) override;
 
-  // One node of any type gets the name of another node of its kind from the replacements; two draws
-  // a try, or one where there is no other name.
+  // One node of any type gets the name of another node of its kind from the replacements, a number
+  // that of the next smaller or larger constant; two draws a try, or one where there is no other
+  // name.
   [[nodiscard]] genetic::Value point_mutation(const genetic::Value& elite,
                                               const genetic::Value& replacements,
                                               const std::shared_ptr<genetic::RandomGenerator>& rng,
@@ -55,7 +65,13 @@ class GeneticOperators : public genetic::GeneticOps {
                                               const genetic::Callable& validator) override;
 
  private:
+  // What a point mutation may call the node.
+  [[nodiscard]] std::vector<std::string> new_names(
+      const GraphPart& node, const std::vector<GraphPart>& parts,
+      const std::vector<std::vector<GraphPart>>& replacements) const;
+
   GraphLimits limits_;
+  std::vector<double> constants_;
 };
 
 }  // namespace varnholt::embedded

@@ -39,8 +39,11 @@ class PartCollector {
       GraphPart& whole = parts_[index];
       whole.shape.node_count += parts_[below].shape.node_count;
       whole.shape.depth = std::max(whole.shape.depth, parts_[below].shape.depth + 1);
-      if (parts_[below].is_data()) ++whole.data_children;
-      whole.has_window = parts_[below].type == kWindowType;
+      if (parts_[below].is_data()) {
+        ++whole.data_children;
+      } else {
+        whole.settings.append(parts_[below].type).append(",");
+      }
     }
     return index;
   }
@@ -65,7 +68,11 @@ Mapping node_at(const Value& graph, const std::vector<std::size_t>& path) {
 }  // namespace
 
 bool GraphPart::is_data() const {
-  return type == kFeatureType || type == kRotationType;
+  return type == kFeatureType || type == kRotationType || type == kConstantType;
+}
+
+bool GraphPart::is_constant() const {
+  return type == kConstantType;
 }
 
 std::vector<GraphPart> graph_parts(const Value& graph, const GraphLimits& limits) {

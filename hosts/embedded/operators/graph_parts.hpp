@@ -16,11 +16,13 @@ struct GraphPart {
   genetic::Value node;            // The node itself, not a copy.
   std::string name;
   std::string type;
-  std::size_t data_children = 0;  // Children that are features or rotations.
-  bool has_window = false;        // Whether its last child is a window.
+  std::size_t data_children = 0;  // Children that have a panel.
+  std::string settings;           // The types of its other children, each with a comma behind it.
   GraphShape shape;               // Of the part alone.
 
-  [[nodiscard]] bool is_data() const;      // A feature or a rotation: something that has a panel.
+  // A feature, a rotation or a constant: something that has a panel.
+  [[nodiscard]] bool is_data() const;
+  [[nodiscard]] bool is_constant() const;
   [[nodiscard]] int depth_above() const {  // Nodes above it.
     return static_cast<int>(path.size());
   }

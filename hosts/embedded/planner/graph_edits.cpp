@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <tuple>
 #include <utility>
 
@@ -23,9 +24,10 @@ constexpr std::string_view kGreater = "comparison_gt";
 constexpr std::string_view kLess = "comparison_lt";
 
 // f(-x) = -f(x), to the rounding of their sums.
-constexpr std::array<std::string_view, 11> kOdd = {
-    "ts_mean",      "ts_sum",      "ts_decay",   "ts_delta",  "ts_zscore", "cross_zscore",
-    "cross_demean", "cross_scale", "arith_tanh", "arith_log", "arith_sign"};
+constexpr std::array<std::string_view, 16> kOdd = {
+    "ts_mean",      "ts_sum",       "ts_decay",     "ts_delta",  "ts_zscore",  "cross_zscore",
+    "cross_demean", "cross_scale",  "arith_tanh",   "arith_log", "arith_sign", "ts_delay",
+    "ts_ema",       "group_demean", "group_zscore", "ts_skew"};
 // f(-x, y) = f(x, -y) = -f(x, y).
 constexpr std::array<std::string_view, 4> kOddInEach = {"arith_mul", "arith_div", "ts_correlation",
                                                         "ts_covariance"};
@@ -44,6 +46,14 @@ bool contains(const auto& names, std::string_view name) {
 // What was checked before is read again, without looking for its place.
 GraphNode read(const Value& node) {
   return read_graph_node(node, GraphPlace{});
+}
+
+std::optional<double> constant_of(const GraphNode& node) {
+  return node.type == kConstantType ? constant_value(node.name) : std::nullopt;
+}
+
+bool is_constant(const Value& graph) {
+  return read(graph).type == kConstantType;
 }
 
 Value rotation_like(const GraphNode& node, std::string_view name, List children) {
@@ -86,6 +96,10 @@ class Reversal {
     const GraphNode node = read(graph);
     Flattest ways;
     // Of two ways that are alike the one that is offered first stays: the plainest.
+    if (const std::optional<double> number = constant_of(node)) {
+      ways.offer(make_graph_node(number_text(-*number), kConstantType, List()));
+      return ways.take();
+    }
     if (functions_.contains(kNegation)) ways.offer(rotation_of(kNegation, {graph}));
     if (node.type == kRotationType) offer_by_root(node, ways);
     return ways.take();
@@ -140,6 +154,18 @@ Value rebuilt(const Value& graph, const Change& change) {
   return change(node, std::move(children));
 }
 
+// A window that is not among those of the list, by as much as so many steps of the list change one,
+// and no further than the list goes.
+std::string stretched(const std::string& name, std::span<const int> windows, int steps) {
+  constexpr double kStep = 1.5;
+  const std::optional<int> days = window_of(name);
+  if (!days || windows.empty()) return name;
+  const double wanted = std::round(*days * std::pow(kStep, steps));
+  const int least = std::min(*days, windows.front());
+  const int most = std::max(*days, windows.back());
+  return std::to_string(std::clamp(static_cast<int>(wanted), least, most));
+}
+
 }  // namespace
 
 Value rotation_of(std::string_view name, std::initializer_list<Value> panels,
@@ -155,13 +181,12 @@ std::optional<Value> reversed(const Value& graph, const FunctionNames& functions
 
 Value with_other_windows(const Value& graph, std::span<const int> windows, int steps) {
   const auto other = [windows, steps](const std::string& name) {
-    for (std::size_t i = 0; i < windows.size(); ++i) {
-      if (name != std::to_string(windows[i])) continue;
-      const auto last = static_cast<std::int64_t>(windows.size()) - 1;
-      const std::int64_t place = std::clamp<std::int64_t>(std::int64_t(i) + steps, 0, last);
-      return std::to_string(windows[static_cast<std::size_t>(place)]);
-    }
-    return name;
+    const auto found = std::find_if(windows.begin(), windows.end(),
+                                    [&name](int window) { return name == std::to_string(window); });
+    if (found == windows.end()) return stretched(name, windows, steps);
+    const auto last = static_cast<std::int64_t>(windows.size()) - 1;
+    const std::int64_t place = std::clamp<std::int64_t>((found - windows.begin()) + steps, 0, last);
+    return std::to_string(windows[static_cast<std::size_t>(place)]);
   };
   return rebuilt(graph, [&other](const GraphNode& node, List children) {
     const std::string name = node.type == kWindowType ? other(node.name) : node.name;
@@ -172,7 +197,13 @@ Value with_other_windows(const Value& graph, std::span<const int> windows, int s
 Value cut_to_depth(const Value& graph, int depth) {
   const GraphNode node = read(graph);
   if (node.type != kRotationType) return graph;
-  if (depth < 2) return cut_to_depth(node.children.at(0), depth);
+  if (depth < 2) {
+    // One of its panels at least is no constant.
+    std::size_t panel = 0;
+    while (is_constant(node.children.at(panel)))
+      ++panel;
+    return cut_to_depth(node.children.at(panel), depth);
+  }
   List children(node.children.size());
   for (std::size_t i = 0; i < node.children.size(); ++i)
     children.append(cut_to_depth(node.children.at(i), depth - 1));

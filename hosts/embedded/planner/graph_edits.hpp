@@ -33,12 +33,14 @@ using FunctionNames = std::set<std::string, std::less<>>;
                                                      const FunctionNames& functions);
 
 // Every window `steps` places further on in `windows`, which ascend; the last one is the longest
-// that there is. Below zero the windows become shorter. A window that is not among them stays.
+// that there is. Below zero the windows become shorter. A window that is not among them becomes
+// half as long again a step, within the first and the last of them or its own length.
 [[nodiscard]] genetic::Value with_other_windows(const genetic::Value& graph,
                                                 std::span<const int> windows, int steps);
 
 // The graph within `depth` levels, at least 1: a rotation that has no room for its children gives
-// way to its first panel. The innermost part is left out, so the signal keeps its form.
+// way to its first panel that is no constant. The innermost part is left out, so the signal keeps
+// its form.
 [[nodiscard]] genetic::Value cut_to_depth(const genetic::Value& graph, int depth);
 
 // Comparisons become differences: comparison_gt(a, b), which is 0 on many a day, becomes

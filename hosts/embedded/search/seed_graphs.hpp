@@ -19,7 +19,11 @@ class SeedFileError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// The graphs of a JSON file, which holds a list of graphs of this vocabulary within `limits`:
+// The graphs of a file, each of this vocabulary and within `limits`. The file holds formulas as
+// formula_lines reads them, or a JSON list of graphs:
+//
+//   reversal = -1 * rank(delta(close, 5))    # a name and a comment may stand there
+//   ts_mean(returns, 20)
 //
 //   [{"node": "cross_rank", "type": "rotation",
 //     "children": [{"node": "close", "type": "feature", "children": []}]}]

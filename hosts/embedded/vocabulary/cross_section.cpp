@@ -1,17 +1,13 @@
 // The functions of panel_functions.hpp that work across the instruments of a day.
-#include <algorithm>
 #include <cmath>
-#include <numeric>
 #include <vector>
 
+#include "hosts/embedded/vocabulary/day_values.hpp"
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
 
 namespace varnholt::embedded {
 namespace {
-
-// The known values of one day, in the order of the columns. A function replaces them in place.
-using DayValues = std::vector<double>;
 
 template <typename Function>
 Panel each_day(const Panel& x, Function function) {
@@ -35,31 +31,6 @@ Panel each_day(const Panel& x, Function function) {
   return result;
 }
 
-double mean(const DayValues& values) {
-  return std::accumulate(values.begin(), values.end(), 0.0) / static_cast<double>(values.size());
-}
-
-void demean(DayValues& values) {
-  const double centre = mean(values);
-  for (double& value : values)
-    value -= centre;
-}
-
-void zscore(DayValues& values) {
-  double squares = 0.0;
-  for (const double value : values)
-    squares += value * value;
-  demean(values);
-  double deviations = 0.0;
-  for (const double value : values)
-    deviations += value * value;
-  const bool is_constant = values.size() < 2 || deviations <= kConstantTolerance * squares;
-  const double spread =
-      is_constant ? kUnknown : std::sqrt(deviations / static_cast<double>(values.size() - 1));
-  for (double& value : values)
-    value /= spread;
-}
-
 void scale(DayValues& values) {
   double gross = 0.0;
   for (const double value : values)
@@ -74,35 +45,20 @@ void scale(DayValues& values) {
 }  // namespace
 
 Panel cross_rank(const Panel& x) {
-  std::vector<std::size_t> order;
-  DayValues ranks;
-  return each_day(x, [&](DayValues& values) {
-    const std::size_t count = values.size();
-    order.resize(count);
-    ranks.assign(count, 0.5);
-    std::iota(order.begin(), order.end(), std::size_t{0});
-    std::sort(order.begin(), order.end(),
-              [&values](std::size_t a, std::size_t b) { return values[a] < values[b]; });
-    for (std::size_t first = 0; count > 1 && first < count;) {
-      std::size_t last = first;
-      while (last + 1 < count && values[order[last + 1]] == values[order[first]])
-        ++last;
-      const double place = static_cast<double>(first + last) / 2.0;
-      for (std::size_t i = first; i <= last; ++i) {
-        ranks[order[i]] = place / static_cast<double>(count - 1);
-      }
-      first = last + 1;
-    }
-    values = ranks;
-  });
+  Ranking ranking;
+  return each_day(x, [&ranking](DayValues& values) { ranking(values); });
+}
+
+Panel cross_winsorize(const Panel& x, double spreads) {
+  return each_day(x, [spreads](DayValues& values) { winsorize_values(values, spreads); });
 }
 
 Panel cross_zscore(const Panel& x) {
-  return each_day(x, zscore);
+  return each_day(x, zscore_values);
 }
 
 Panel cross_demean(const Panel& x) {
-  return each_day(x, demean);
+  return each_day(x, demean_values);
 }
 
 Panel cross_scale(const Panel& x) {

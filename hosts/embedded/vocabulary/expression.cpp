@@ -22,19 +22,20 @@ std::string names_of(const std::vector<Entry>& entries) {
   return text;
 }
 
-std::string days_of(const std::vector<int>& windows) {
+std::string names_of(const std::vector<std::string>& names) {
   std::string text;
-  for (const int window : windows) {
-    if (!text.empty()) text += ", ";
-    text += std::to_string(window);
-  }
+  for (const std::string& name : names)
+    text.append(text.empty() ? "" : ", ").append(name);
   return text;
 }
 
 // "1 feature or rotation and then a window"
 std::string arguments_of(const FunctionEntry& function) {
-  std::string text =
-      function.data_children() == 1 ? "1 feature or rotation" : "2 features or rotations";
+  std::string text = function.data_children() == 1
+                         ? "1 feature or rotation"
+                         : std::to_string(function.data_children()) + " features or rotations";
+  if (function.takes(ArgumentKind::Group)) text += " and then a group";
+  if (function.takes(ArgumentKind::Number)) text += " and then a number";
   if (function.needs_window()) text += " and then a window";
   return text;
 }
@@ -56,12 +57,22 @@ class Compiler {
     const GraphNode node = read_graph_node(value, place);
     if (node.type == kFeatureType) return step_of({.feature = &find_feature(node, place)});
     if (node.type == kRotationType) return compile_function(node, place);
-    if (node.type == kWindowType) {
-      throw GraphError(place.text(), "a window stands where data are expected",
+    if (node.type == kConstantType) return compile_constant(node, place);
+    if (node.type == kWindowType || node.type == kNumberType || node.type == kGroupType) {
+      throw GraphError(place.text(), "a " + node.type + " stands where data are expected",
                        "put a feature or a rotation here");
     }
     throw GraphError(place.text(), quoted(node.type) + " is no type of node",
-                     R"(use "feature", "rotation" or "window")");
+                     R"(use "feature", "rotation", "window", "constant", "number" or "group")");
+  }
+
+  std::size_t compile_constant(const GraphNode& node, const GraphPlace& place) {
+    if (place.parent == nullptr) {
+      throw GraphError(place.text(), "the graph is nothing but a constant",
+                       "put a feature or a rotation here");
+    }
+    const double number = read_number(node, place);
+    return step_of({.number = number});
   }
 
   std::size_t compile_function(const GraphNode& node, const GraphPlace& place) {
@@ -77,29 +88,56 @@ class Compiler {
                        "give it " + arguments_of(*function));
     }
     ExpressionStep step{.function = function};
-    for (std::size_t i = 0; i < function->data_children(); ++i) {
-      step.inputs[i] = compile_data(node.children.at(i), place.of_child(i));
+    const ArgumentKinds kinds = function->arguments();
+    bool has_data = false;
+    for (std::size_t i = 0; i < kinds.size(); ++i) {
+      const Value& child = node.children.at(i);
+      const GraphPlace child_place = place.of_child(i);
+      switch (kinds[i]) {
+        case ArgumentKind::Data:
+          step.inputs[i] = compile_data(child, child_place);
+          has_data = has_data || !expression_.steps[step.inputs[i]].is_constant();
+          break;
+        case ArgumentKind::Group:
+          step.group = &compile_group(child, child_place);
+          break;
+        case ArgumentKind::Number:
+          step.number = compile_number(child, child_place, *function);
+          break;
+        case ArgumentKind::Days:
+          step.window = compile_window(child, child_place);
+          break;
+      }
     }
-    if (function->needs_window()) {
-      const std::size_t last = node.children.size() - 1;
-      step.window = compile_window(node.children.at(last), place.of_child(last));
+    if (!has_data) {
+      throw GraphError(place.text(), node.name + " is given nothing but constants",
+                       "put the number that it comes to here, or a feature in the place of one");
     }
     return step_of(step);
   }
 
-  int compile_window(const Value& value, const GraphPlace& place) {
+  // The node that settles how a function works.
+  GraphNode read_setting(const Value& value, const GraphPlace& place, std::string_view type,
+                         const std::string& example) {
     count_node(expression_.shape, place, limits_);
-    const GraphNode node = read_graph_node(value, place);
-    if (node.type != kWindowType) {
-      throw GraphError(
-          place.text(),
-          "a node of the type " + quoted(node.type) + " stands where a window is expected",
-          "put a window here, such as 20 days");
+    GraphNode node = read_graph_node(value, place);
+    if (node.type == type) {
+      require_no_children(node, place);
+      return node;
     }
-    const std::optional<int> window = vocabulary_.find_window(node.name);
+    const std::string wanted(type);
+    throw GraphError(
+        place.text(),
+        "a node of the type " + quoted(node.type) + " stands where a " + wanted + " is expected",
+        "put a " + wanted + " here, such as " + example);
+  }
+
+  int compile_window(const Value& value, const GraphPlace& place) {
+    const GraphNode node = read_setting(value, place, kWindowType, "20 days");
+    const std::optional<int> window = window_of(node.name);
     if (!window) {
-      throw GraphError(place.text(), quoted(node.name) + " is no window of this vocabulary",
-                       "use one of " + days_of(vocabulary_.windows));
+      throw GraphError(place.text(), quoted(node.name) + " is no window",
+                       "use a whole number of days from 1 to " + std::to_string(kLongestWindow));
     }
     if (*window > limits_.max_window) {
       throw GraphError(place.text(),
@@ -107,8 +145,38 @@ class Compiler {
                            std::to_string(limits_.max_window) + " days",
                        "use a shorter one");
     }
-    require_no_children(node, place);
     return *window;
+  }
+
+  const std::string& compile_group(const Value& value, const GraphPlace& place) {
+    const GraphNode node = read_setting(value, place, kGroupType, "sector");
+    const std::string* const group = vocabulary_.find_group(node.name);
+    if (group != nullptr) return *group;
+    throw GraphError(place.text(), quoted(node.name) + " is no group of these market data",
+                     vocabulary_.groups.empty()
+                         ? "they have none; use a function that needs no group"
+                         : "use one of " + names_of(vocabulary_.groups));
+  }
+
+  double compile_number(const Value& value, const GraphPlace& place,
+                        const FunctionEntry& function) {
+    const GraphNode node = read_setting(value, place, kNumberType, "0.5");
+    const double number = read_number(node, place);
+    if (number >= function.range.low && number <= function.range.high) return number;
+    throw GraphError(place.text(), node.name + " is out of range",
+                     "give " + std::string(function.name) + " a number from " +
+                         number_text(function.range.low) + " to " +
+                         number_text(function.range.high));
+  }
+
+  static double read_number(const GraphNode& node, const GraphPlace& place) {
+    const std::optional<double> number = constant_value(node.name);
+    if (!number) {
+      throw GraphError(place.text(), quoted(node.name) + " is no number as a node holds it",
+                       "write a finite number with the fewest digits, such as 0.5 or -2");
+    }
+    require_no_children(node, place);
+    return *number;
   }
 
   const FeatureEntry& find_feature(const GraphNode& node, const GraphPlace& place) const {

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstddef>
+#include <string>
 #include <vector>
 
 #include "hosts/embedded/vocabulary/graph_shape.hpp"
@@ -11,12 +12,16 @@
 
 namespace varnholt::embedded {
 
-// A feature or a function applied to earlier steps.
+// A feature, a function applied to earlier steps, or a constant.
 struct ExpressionStep {
-  const FeatureEntry* feature = nullptr;    // One of the two is set, and points into the
-  const FunctionEntry* function = nullptr;  // vocabulary that the graph was checked against.
-  std::array<std::size_t, 2> inputs{};      // As many as the function has data children.
+  const FeatureEntry* feature = nullptr;    // These point into the vocabulary that the graph was
+  const FunctionEntry* function = nullptr;  // checked against. A constant has neither of the two.
+  const std::string* group = nullptr;       // Where the function takes one.
+  std::array<std::size_t, 3> inputs{};      // As many as the function has data children.
   int window = 0;                           // In days, where the function needs one.
+  double number = 0.0;                      // Of a constant, and where the function takes one.
+
+  [[nodiscard]] bool is_constant() const { return feature == nullptr && function == nullptr; }
 
   friend bool operator==(const ExpressionStep&, const ExpressionStep&) = default;
 };

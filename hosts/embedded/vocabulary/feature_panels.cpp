@@ -31,6 +31,8 @@ Panel* column_panel(MarketData& data, std::string_view name) {
   if (name == "high") return &data.high.value();
   if (name == "low") return &data.low.value();
   if (name == "volume") return &data.volume.value();
+  if (name == "vwap") return &data.vwap.value();
+  if (name == "cap") return &data.cap.value();
   return nullptr;
 }
 
@@ -64,6 +66,7 @@ FeaturePanels::FeaturePanels(MarketData data) : vocabulary_(make_vocabulary(data
       panels_.emplace(feature.name, std::move(*panel));
     }
   }
+  groups_ = std::move(data.groups);
   for (const auto& [name, panel] : panels_)
     prefer_large_pages(panel.data(), static_cast<std::size_t>(panel.size()) * sizeof(double));
 }

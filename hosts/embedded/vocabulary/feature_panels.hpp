@@ -2,7 +2,9 @@
 // of the data.
 #pragma once
 
+#include <functional>
 #include <map>
+#include <string>
 #include <string_view>
 
 #include "hosts/embedded/market/market_data.hpp"
@@ -21,8 +23,12 @@ class FeaturePanels {
   // The panel of that feature, or nullptr where the data have no such feature.
   [[nodiscard]] const Panel* find(std::string_view name) const;
 
+  // The groups of that name, which the vocabulary has.
+  [[nodiscard]] const GroupPanel& group(const std::string& name) const { return groups_.at(name); }
+
  private:
   Vocabulary vocabulary_;
+  std::map<std::string, GroupPanel, std::less<>> groups_;
   std::map<std::string_view, Panel> panels_;
 };
 

@@ -2,9 +2,10 @@
 //
 // A node is a mapping with exactly these keys:
 //
-//   node       text: the name of a feature or function, or the days of a window ("20")
-//   type       text: "feature", "rotation" or "window"
-//   children   list of nodes; features and windows may leave it out or have it empty
+//   node       text: the name of a feature, function or group, the days of a window ("20"), or a
+//              number ("0.5")
+//   type       text: "feature", "rotation", "window", "constant", "number" or "group"
+//   children   list of nodes; all but rotations may leave it out or have it empty
 #pragma once
 
 #include <cstddef>

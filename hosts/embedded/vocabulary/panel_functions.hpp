@@ -46,6 +46,10 @@ struct Window {
 // x / sum |x|, so that the absolute values add up to 1. A day of nothing but zeros stays zero.
 [[nodiscard]] Panel cross_scale(const Panel& x);
 
+// x, but no further than `spreads` sample standard deviations (divisor n - 1) from the mean; as it
+// is where n < 2.
+[[nodiscard]] Panel cross_winsorize(const Panel& x, double spreads);
+
 // --- Over time, instrument by instrument. ------------------------------------------------------
 // The window is today and the window - 1 days before it. The result is NaN where today is not
 // known, where fewer of the window's days are known than it asks for, and until the window lies
@@ -107,9 +111,33 @@ struct Window {
 
 [[nodiscard]] Panel arith_tanh(const Panel& x);
 
+// x^y; NaN where that is no real number.
+[[nodiscard]] Panel arith_power(const Panel& x, const Panel& y);
+
+// sign(x) |x|^y.
+[[nodiscard]] Panel arith_signed_power(const Panel& x, const Panel& y);
+
+// The natural logarithm; NaN where x <= 0.
+[[nodiscard]] Panel arith_ln(const Panel& x);
+
+// y where x is not 0, otherwise z. Only x and the one that is taken need to be known.
+[[nodiscard]] Panel arith_if(const Panel& x, const Panel& y, const Panel& z);
+
+// The nearest to x from y to z; NaN where y > z.
+[[nodiscard]] Panel arith_clip(const Panel& x, const Panel& y, const Panel& z);
+
 // 1.0 where the comparison holds and 0.0 where it does not.
 [[nodiscard]] Panel comparison_gt(const Panel& x, const Panel& y);
 [[nodiscard]] Panel comparison_lt(const Panel& x, const Panel& y);
+[[nodiscard]] Panel comparison_ge(const Panel& x, const Panel& y);
+[[nodiscard]] Panel comparison_le(const Panel& x, const Panel& y);
+[[nodiscard]] Panel comparison_eq(const Panel& x, const Panel& y);
+[[nodiscard]] Panel comparison_ne(const Panel& x, const Panel& y);
+
+// Of truth values: 0.0 is false, every other value is true. The result is 1.0 or 0.0.
+[[nodiscard]] Panel logic_and(const Panel& x, const Panel& y);
+[[nodiscard]] Panel logic_or(const Panel& x, const Panel& y);
+[[nodiscard]] Panel logic_not(const Panel& x);
 
 // A divisor nearer to zero than this makes a quotient unknown.
 inline constexpr double kNearZero = 1e-12;

@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "hosts/embedded/vocabulary/graph_node.hpp"
+#include "hosts/embedded/vocabulary/graph_shape.hpp"
+#include "search_templates/genetic/value/copy.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -28,6 +30,19 @@ const Entry& weighted_choice(const std::vector<const Entry*>& entries, double dr
   return *entries.back();
 }
 
+// What a graph ends in: a feature, or a formula of the user's own.
+struct Leaf {
+  const FeatureEntry* feature = nullptr;
+  const NamedFormula* formula = nullptr;
+  double weight = 0.0;
+  GraphShape shape{1, 1};
+};
+
+// Functions whose second panel may be a number.
+bool goes_with_constants(const FunctionEntry& function) {
+  return function.family == "arith" || function.family == "comparison";
+}
+
 class Grower {
  public:
   Grower(genetic::RandomGenerator& generator, const Vocabulary& vocabulary,
@@ -36,31 +51,45 @@ class Grower {
     for (const int window : vocabulary.windows) {
       if (window <= options.max_window) windows_.push_back(window);
     }
-    for (const FeatureEntry& feature : vocabulary.features)
-      features_.push_back(&feature);
+    for (const FeatureEntry& feature : vocabulary.features) {
+      if (feature.weight > 0.0) leaves_.push_back({&feature, nullptr, feature.weight, {1, 1}});
+    }
+    for (const NamedFormula& formula : vocabulary.formulas) {
+      if (formula.weight <= 0.0) continue;
+      leaves_.push_back({nullptr, &formula, formula.weight, measure_graph(formula.graph)});
+    }
   }
 
   // A subtree of at most `depth` levels and `nodes` nodes, both at least 1. Takes from `nodes` what
   // it uses.
   Value grow(int depth, std::size_t& nodes, bool is_root) {
     const std::vector<const FunctionEntry*> functions = fitting_functions(depth, nodes);
-    const bool is_feature =
+    const bool is_leaf =
         functions.empty() || (!is_root && generator_.random() < options_.leaf_share);
-    --nodes;
-    if (is_feature) {
-      const FeatureEntry& feature = weighted_choice(features_, generator_.random());
-      return make_graph_node(feature.name, kFeatureType, List());
+    if (is_leaf) {
+      const Leaf& leaf = weighted_choice(fitting_leaves(depth, nodes), generator_.random());
+      nodes -= leaf.shape.node_count;
+      return leaf.feature != nullptr ? make_graph_node(leaf.feature->name, kFeatureType, List())
+                                     : genetic::deep_copy(leaf.formula->graph);
     }
     const FunctionEntry& function = weighted_choice(functions, generator_.random());
     List children(function.child_count());
-    if (function.needs_window()) --nodes;  // Its node is spoken for before the subtrees take any.
+    // What is no subtree is spoken for before the subtrees take any node.
+    nodes -= 1 + function.child_count() - function.data_children();
     for (std::size_t left = function.data_children(); left > 0; --left) {
-      std::size_t share = left == 1 ? nodes : (nodes + 1) / 2;
+      if (left < function.data_children() && draws_constant(function)) {
+        children.append(random_constant());
+        --nodes;
+        continue;
+      }
+      std::size_t share = left == 1 ? nodes : std::min((nodes + 1) / 2, nodes - (left - 1));
       const std::size_t given = share;
       children.append(grow(depth - 1, share, false));
       nodes -= given - share;
     }
-    if (function.needs_window()) children.append(random_window());
+    for (const ArgumentKind kind : function.arguments()) {
+      if (kind != ArgumentKind::Data) children.append(random_setting(kind, function));
+    }
     return make_graph_node(function.name, kRotationType, std::move(children));
   }
 
@@ -72,12 +101,43 @@ class Grower {
     for (const FunctionEntry& function : vocabulary_.functions) {
       if (function.weight <= 0.0) continue;
       const bool has_window = !function.needs_window() || !windows_.empty();
-      if (has_window && 1 + function.child_count() <= nodes) functions.push_back(&function);
+      const bool has_group = !function.takes(ArgumentKind::Group) || !vocabulary_.groups.empty();
+      if (has_window && has_group && 1 + function.child_count() <= nodes) {
+        functions.push_back(&function);
+      }
     }
     return functions;
   }
 
-  Value random_window() {
+  [[nodiscard]] std::vector<const Leaf*> fitting_leaves(int depth, std::size_t nodes) const {
+    std::vector<const Leaf*> leaves;
+    leaves.reserve(leaves_.size());
+    for (const Leaf& leaf : leaves_) {
+      if (leaf.shape.depth <= depth && leaf.shape.node_count <= nodes) leaves.push_back(&leaf);
+    }
+    return leaves;
+  }
+
+  bool draws_constant(const FunctionEntry& function) {
+    return options_.constant_share > 0.0 && !vocabulary_.constants.empty() &&
+           goes_with_constants(function) && generator_.random() < options_.constant_share;
+  }
+
+  Value random_constant() {
+    const std::size_t index = genetic::random_below(generator_, vocabulary_.constants.size());
+    return make_graph_node(number_text(vocabulary_.constants[index]), kConstantType, List());
+  }
+
+  Value random_setting(ArgumentKind kind, const FunctionEntry& function) {
+    if (kind == ArgumentKind::Group) {
+      const std::size_t index = genetic::random_below(generator_, vocabulary_.groups.size());
+      return make_graph_node(vocabulary_.groups[index], kGroupType, List());
+    }
+    if (kind == ArgumentKind::Number) {
+      const std::span<const double> numbers = function.range.drawn;
+      const std::size_t index = genetic::random_below(generator_, numbers.size());
+      return make_graph_node(number_text(numbers[index]), kNumberType, List());
+    }
     const std::size_t index = genetic::random_below(generator_, windows_.size());
     return make_graph_node(std::to_string(windows_[index]), kWindowType, List());
   }
@@ -86,7 +146,7 @@ class Grower {
   const Vocabulary& vocabulary_;
   const RandomGraphOptions& options_;
   std::vector<int> windows_;
-  std::vector<const FeatureEntry*> features_;
+  std::vector<Leaf> leaves_;
 };
 
 }  // namespace
@@ -99,7 +159,11 @@ Value random_graph(genetic::RandomGenerator& generator, const Vocabulary& vocabu
   if (!(options.leaf_share >= 0.0 && options.leaf_share <= 1.0)) {
     throw std::invalid_argument("the share of leaves of a random graph lies between 0 and 1");
   }
-  if (vocabulary.features.empty()) {
+  if (!(options.constant_share >= 0.0 && options.constant_share <= 1.0)) {
+    throw std::invalid_argument("the share of constants of a random graph lies between 0 and 1");
+  }
+  if (std::none_of(vocabulary.features.begin(), vocabulary.features.end(),
+                   [](const FeatureEntry& feature) { return feature.weight > 0.0; })) {
     throw std::invalid_argument("a vocabulary without features has no graphs; give it market data");
   }
   std::size_t nodes = options.max_nodes;

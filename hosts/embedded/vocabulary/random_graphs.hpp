@@ -14,6 +14,8 @@ struct RandomGraphOptions {
   std::size_t max_nodes = 25;  // As check_graph counts it.
   int max_window = 120;        // In days; longer windows of the vocabulary are not chosen.
   double leaf_share = 0.3;     // How often a node below the root is a feature by choice.
+  // How often a panel beside the first of an arithmetic function or a comparison is a constant.
+  double constant_share = 0.0;
 };
 
 // A graph that check_graph accepts, within the limits of `options`.
@@ -21,12 +23,15 @@ struct RandomGraphOptions {
 // It is grown from the root down. The root is a rotation wherever the limits allow one. Below it, a
 // node is a feature with the chance `leaf_share`, or where no rotation fits into what is left of
 // the depth and of the nodes. Features and rotations are chosen with chances in proportion to their
-// weights, among those that fit; windows are all alike. A first of two subtrees may use half of the
-// nodes that are left, the second what remains then.
+// weights, among those that fit; a formula of the user's own counts as a feature, with all of its
+// nodes. Windows, groups, numbers and constants are all alike. A subtree that others follow may use
+// half of the nodes that are left, the last what remains then.
 //
 // Draws from `generator` alone, in the order of the nodes (each node before its children, children
 // from left to right): `random()` for feature or rotation where both are possible, `random()` for
-// which one, and `random_below` for a window. So one stream gives one sequence of graphs.
+// which one, `random()` for whether a panel is a constant where `constant_share` is above 0, and
+// `random_below` for a constant, a group, a number or a window. So one stream gives one sequence of
+// graphs.
 //
 // Throws std::invalid_argument for a limit below 1, a share outside 0 to 1, or a vocabulary without
 // features.

@@ -2,17 +2,17 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <cmath>
 #include <string>
+#include <system_error>
 
-#include "hosts/embedded/vocabulary/panel_functions.hpp"
+#include <fmt/format.h>
 
 namespace varnholt::embedded {
 namespace {
 
 constexpr std::string_view kCross = "cross";
-constexpr std::string_view kTimeSeries = "ts";
-constexpr std::string_view kArithmetic = "arith";
-constexpr std::string_view kComparison = "comparison";
 
 // A feature, and whether the market data hold what it is made of.
 struct FeatureRow {
@@ -38,6 +38,12 @@ bool has_volume(const MarketData& data) {
 bool has_range(const MarketData& data) {
   return has_high(data) && has_low(data);
 }
+bool has_vwap(const MarketData& data) {
+  return data.vwap.has_value();
+}
+bool has_cap(const MarketData& data) {
+  return data.cap.has_value();
+}
 
 // Returns and what is made of them carry most known daily effects; raw levels say little before
 // something is done to them, so they are chosen less often.
@@ -51,13 +57,10 @@ constexpr auto kFeatures = std::to_array({
     FeatureRow{{"volume", 1.0, "the volume, as it stands in the file"}, has_volume},
     FeatureRow{{"range", 1.0, "(high - low) / close"}, has_range},
     FeatureRow{{"dollar_volume", 0.5, "close * volume"}, has_volume},
+    FeatureRow{{"vwap", 0.5, "the volume-weighted price of the day, as it stands in the file"},
+               has_vwap},
+    FeatureRow{{"cap", 0.5, "the market capitalisation, as it stands in the file"}, has_cap},
 });
-
-// What several functions say in the same words.
-constexpr std::string_view kConstantDay = "the whole day, where n < 2 or the values are constant";
-constexpr std::string_view kConstantWindow = "the window is constant";
-constexpr std::string_view kOneDayWindow = "the window is one day";
-constexpr std::string_view kSharedPlaces = "equal values share the mean of their places";
 
 std::vector<FeatureEntry> features_of(const MarketData& data) {
   std::vector<FeatureEntry> features;
@@ -84,11 +87,42 @@ const FunctionEntry* Vocabulary::find_function(std::string_view name) const {
   return find_entry(functions, name);
 }
 
-std::optional<int> Vocabulary::find_window(std::string_view text) const {
-  for (const int window : windows) {
-    if (text == std::to_string(window)) return window;
-  }
-  return std::nullopt;
+const NamedFormula* Vocabulary::find_formula(std::string_view name) const {
+  return find_entry(formulas, name);
+}
+
+const std::string* Vocabulary::find_group(std::string_view name) const {
+  const auto found = std::find(groups.begin(), groups.end(), name);
+  return found == groups.end() ? nullptr : &*found;
+}
+
+std::optional<int> window_of(std::string_view text) {
+  int days = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), days);
+  // The same days have one text only: graphs are told apart by their texts.
+  const bool is_plain = error == std::errc() && text == std::to_string(days);
+  if (!is_plain || days < 1 || days > kLongestWindow) return std::nullopt;
+  return days;
+}
+
+std::string number_text(double number) {
+  return fmt::format("{}", number + 0.0);  // Adding zero turns -0 into 0.
+}
+
+std::optional<double> constant_value(std::string_view text) {
+  double number = 0.0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  const bool is_plain =
+      error == std::errc() && std::isfinite(number) && number_text(number) == text;
+  return is_plain ? std::optional(number) : std::nullopt;
+}
+
+std::vector<double> usual_constants() {
+  return {0.01, 0.02, 0.05, 0.1, 0.2, 0.5, 1.0, 2.0, 5.0, 10.0, 20.0, 50.0, 100.0};
+}
+
+std::vector<int> usual_windows() {
+  return {2, 3, 5, 10, 15, 20, 40, 60, 120};
 }
 
 std::vector<FeatureEntry> all_features() {
@@ -100,92 +134,19 @@ std::vector<FeatureEntry> all_features() {
   return features;
 }
 
-// In the texts of the functions across instruments n is the number of instruments known that day,
-// in those over time the window in days.
-std::vector<FunctionEntry> all_functions() {
-  return {
-      {"cross_rank",
-       kCross,
-       2.0,
-       cross_rank,
-       {"(place of x among the day's known values - 1) / (n - 1); 0.5 where n = 1", "",
-        kSharedPlaces}},
-      {"cross_zscore",
-       kCross,
-       2.0,
-       cross_zscore,
-       {"(x - mean(x)) / s, with s the sample standard deviation (divisor n - 1)", kConstantDay,
-        ""}},
-      {"cross_demean", kCross, 1.0, cross_demean, {"x - mean(x)", "", ""}},
-      {"cross_scale",
-       kCross,
-       0.5,
-       cross_scale,
-       {"x / sum(|x|); a day of nothing but zeros stays zero", "", ""}},
-      {"ts_mean", kTimeSeries, 2.0, ts_mean, {"sum of the window / n", "", ""}},
-      {"ts_std",
-       kTimeSeries,
-       1.0,
-       ts_std,
-       {"the sample standard deviation (divisor n - 1); exactly 0 for a constant window",
-        kOneDayWindow, ""}},
-      {"ts_zscore",
-       kTimeSeries,
-       2.0,
-       ts_zscore,
-       {"(x - mean of the window) / s, with s as ts_std has it", kConstantWindow, ""}},
-      {"ts_rank",
-       kTimeSeries,
-       1.5,
-       ts_rank,
-       {"(place of today's x in the window - 1) / (n - 1); 0.5 where n = 1", "", kSharedPlaces}},
-      {"ts_min", kTimeSeries, 0.5, ts_min, {"the least value of the window", "", ""}},
-      {"ts_max", kTimeSeries, 0.5, ts_max, {"the greatest value of the window", "", ""}},
-      {"ts_delta",
-       kTimeSeries,
-       2.0,
-       ts_delta,
-       {"x(t) - x(t-n); only these two days must be known", "", ""}},
-      {"ts_sum", kTimeSeries, 1.0, ts_sum, {"the sum of the window", "", ""}},
-      {"ts_decay",
-       kTimeSeries,
-       1.5,
-       ts_decay,
-       {"(n x(t) + (n-1) x(t-1) + ... + 1 x(t-n+1)) / (n (n+1) / 2)", "", ""}},
-      {"ts_correlation",
-       kTimeSeries,
-       1.0,
-       ts_correlation,
-       {"Pearson's correlation of x and y over the window, within -1 to 1", "either is constant",
-        ""}},
-      {"ts_covariance",
-       kTimeSeries,
-       0.5,
-       ts_covariance,
-       {"the sample covariance of x and y over the window (divisor n - 1)", kOneDayWindow, ""}},
-      {"arith_add", kArithmetic, 1.0, arith_add, {"x + y", "", ""}},
-      {"arith_sub", kArithmetic, 1.5, arith_sub, {"x - y", "", ""}},
-      {"arith_mul", kArithmetic, 1.0, arith_mul, {"x * y", "", ""}},
-      {"arith_div", kArithmetic, 1.0, arith_div, {"x / y", "|y| is below 1e-12", ""}},
-      {"arith_neg", kArithmetic, 1.0, arith_neg, {"-x", "", ""}},
-      {"arith_abs", kArithmetic, 0.5, arith_abs, {"|x|", "", ""}},
-      {"arith_sign", kArithmetic, 0.5, arith_sign, {"-1, 0 or 1", "", ""}},
-      {"arith_log", kArithmetic, 0.5, arith_log, {"sign(x) ln(1 + |x|)", "", ""}},
-      {"arith_tanh", kArithmetic, 0.5, arith_tanh, {"tanh(x)", "", ""}},
-      {"arith_min", kArithmetic, 0.5, arith_min, {"the lesser of x and y", "", ""}},
-      {"arith_max", kArithmetic, 0.5, arith_max, {"the greater of x and y", "", ""}},
-      {"comparison_gt", kComparison, 0.5, comparison_gt, {"1 where x > y, else 0", "", ""}},
-      {"comparison_lt", kComparison, 0.5, comparison_lt, {"1 where x < y, else 0", "", ""}},
-  };
-}
-
 Vocabulary make_vocabulary(const MarketData& data) {
-  // Two days to half a year; each step is about half as long again as the one before it.
-  Vocabulary vocabulary = {features_of(data), all_functions(), {2, 3, 5, 10, 15, 20, 40, 60, 120}};
-  if (data.instrument_count() > 1) return vocabulary;
-  // Across one instrument there is nothing to compare. They stay known, for graphs that have them.
+  Vocabulary vocabulary;
+  vocabulary.features = features_of(data);
+  vocabulary.functions = all_functions();
+  vocabulary.windows = usual_windows();
+  vocabulary.constants = usual_constants();
+  for (const auto& [name, panel] : data.groups)
+    vocabulary.groups.push_back(name);
   for (FunctionEntry& function : vocabulary.functions) {
-    if (function.family == kCross) function.weight = 0.0;
+    if (function.drawn == Drawn::WhenSwitchedOn) function.weight = 0.0;
+    // Across one instrument there is nothing to compare. They stay known, for graphs that have
+    // them.
+    if (function.family == kCross && data.instrument_count() <= 1) function.weight = 0.0;
   }
   return vocabulary;
 }

@@ -17,6 +17,10 @@ inline genetic::Value window(std::string_view days) {
   return make_graph_node(days, "window", genetic::List());
 }
 
+inline genetic::Value constant(std::string_view number) {
+  return make_graph_node(number, "constant", genetic::List());
+}
+
 inline genetic::Value rotation(std::string_view name,
                                std::initializer_list<genetic::Value> children) {
   return make_graph_node(name, "rotation", genetic::List(children));

@@ -13,6 +13,7 @@
 #include "search_templates/genetic/host/twister_generators.hpp"
 #include "tests/hosts/embedded/graph_helpers.hpp"
 #include "tests/hosts/embedded/panel_helpers.hpp"
+#include "tests/hosts/embedded/rich_vocabulary.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"
 
 namespace varnholt::embedded::test {
@@ -21,12 +22,12 @@ namespace {
 constexpr std::uint64_t kSeed = 20240611;
 
 MarketData universe() {
-  return make_synthetic_universe({.instruments = 9,
-                                  .days = 310,
-                                  .factors = 3,
-                                  .seed = kSeed,
-                                  .late_start_share = 0.3,
-                                  .gap_share = 0.004});
+  return with_own_columns(make_synthetic_universe({.instruments = 9,
+                                                   .days = 310,
+                                                   .factors = 3,
+                                                   .seed = kSeed,
+                                                   .late_start_share = 0.3,
+                                                   .gap_share = 0.004}));
 }
 
 // `function` at the root, over random subtrees.
@@ -37,10 +38,16 @@ genetic::Value graph_with_root(const FunctionEntry& function, const Vocabulary& 
     children.append(
         random_graph(generator, vocabulary, {.max_depth = 3, .max_nodes = 10, .max_window = 20}));
   }
-  if (function.needs_window()) {
-    const auto& windows = vocabulary.windows;
-    children.append(
-        window(std::to_string(windows[genetic::random_below(generator, windows.size())])));
+  for (const ArgumentKind kind : function.arguments()) {
+    if (kind == ArgumentKind::Group) {
+      children.append(make_graph_node("industry", kGroupType, genetic::List()));
+    } else if (kind == ArgumentKind::Number) {
+      children.append(make_graph_node("0.75", kNumberType, genetic::List()));
+    } else if (kind == ArgumentKind::Days) {
+      const auto& windows = vocabulary.windows;
+      children.append(
+          window(std::to_string(windows[genetic::random_below(generator, windows.size())])));
+    }
   }
   return make_graph_node(function.name, kRotationType, children);
 }
@@ -82,7 +89,8 @@ TEST_F(NoLookAhead, OfAnyFunction) {
   genetic::TwisterGenerator generator{genetic::MersenneTwister(kSeed)};
   std::map<std::string_view, int> active;
   for (const FunctionEntry& function : whole_.vocabulary().functions) {
-    for (int i = 0; i < 4; ++i) {
+    // Two panels of noise are seldom equal: the comparison of that takes a few more graphs.
+    for (int i = 0; i < 4 || (i < 60 && active[function.name] == 0); ++i) {
       active_graphs_ = 0;
       expect_none(graph_with_root(function, whole_.vocabulary(), generator));
       active[function.name] += active_graphs_;
@@ -90,6 +98,14 @@ TEST_F(NoLookAhead, OfAnyFunction) {
     // A signal without a position on any day would show nothing.
     EXPECT_GT(active[function.name], 0) << function.name;
   }
+}
+
+TEST_F(NoLookAhead, OfRandomGraphsOfEverything) {
+  const Vocabulary everything = everything_of(universe());
+  genetic::TwisterGenerator generator{genetic::MersenneTwister(kSeed + 2)};
+  for (int i = 0; i < 80; ++i)
+    expect_none(random_graph(generator, everything, rich_options()));
+  EXPECT_GT(active_graphs_, 30);
 }
 
 TEST_F(NoLookAhead, OfRandomGraphs) {

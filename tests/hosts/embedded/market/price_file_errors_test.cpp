@@ -133,10 +133,12 @@ TEST(PriceFileErrors, MissingColumns) {
 TEST(PriceFileErrors, ColumnsTooMany) {
   EXPECT_EQ(refusal("date,symbol,close,adj_close\n2011-01-03,AAA,1,1\n"),
             "p.csv: line 1, column 4: \"adj_close\" is not a column of a long price file; remove "
-            "it, or rename it to one of date, symbol, open, high, low, close, volume");
+            "it, or rename it to one of date, symbol, open, high, low, close, volume, vwap, cap, "
+            "sector, industry, subindustry, country");
   EXPECT_EQ(refusal("date,symbol,close,Close\n2011-01-03,AAA,1,1\n"),
             "p.csv: line 1, column 4: \"Close\" is not a column of a long price file; remove it, "
-            "or rename it to one of date, symbol, open, high, low, close, volume");
+            "or rename it to one of date, symbol, open, high, low, close, volume, vwap, cap, "
+            "sector, industry, subindustry, country");
   EXPECT_EQ(refusal("date,A,B,A\n2011-01-03,1,1,1\n"),
             "p.csv: line 1, column 4: \"A\" is also the name of column 2; remove or rename one of "
             "the two");

@@ -70,6 +70,34 @@ TEST(PriceFile, GapsOfTheLongFormAreNan) {
       panels_are_near(data.volume.value(), panel({{kNan, kNan}, {7, 8}, {kNan, kNan}}), 0.0));
 }
 
+TEST(PriceFile, ReadsOwnColumnsAndGroups) {
+  // BBB has no row on the first day, and no sector on the second; AAA moves to another sector.
+  const MarketData data = read_price_text(
+      "date,symbol,close,Sector,vwap,cap,country\n"
+      "2011-01-03,AAA,11,Oil & Gas,10.5,1e6,\n"
+      "2011-01-04,AAA,12,\"Tech, other\",11.5,2e6,\n"
+      "2011-01-04,BBB,22,,21,,\n"
+      "2011-01-05,BBB,23,Oil & Gas,22,3e6,\n",
+      "p.csv");
+  EXPECT_TRUE(panels_are_near(data.vwap.value(), panel({{10.5, kNan}, {11.5, 21}, {kNan, 22}}), 0));
+  EXPECT_TRUE(
+      panels_are_near(data.cap.value(), panel({{1e6, kNan}, {2e6, kNan}, {kNan, 3e6}}), 0.0));
+  ASSERT_EQ(data.groups.size(), 2U);
+  const GroupPanel& sector = data.groups.at("sector");
+  ASSERT_EQ(sector.rows(), 3);
+  ASSERT_EQ(sector.cols(), 2);
+  EXPECT_NE(sector(0, 0), kNoGroup);
+  EXPECT_NE(sector(1, 0), kNoGroup);
+  EXPECT_NE(sector(0, 0), sector(1, 0));
+  EXPECT_EQ(sector(2, 1), sector(0, 0));
+  for (const int none : {sector(0, 1), sector(1, 1), sector(2, 0)})
+    EXPECT_EQ(none, kNoGroup);
+  EXPECT_TRUE((data.groups.at("country") == kNoGroup).all());
+  const MarketData head = data.first_days(2);
+  EXPECT_TRUE((head.groups.at("sector") == sector.topRows(2)).all());
+  EXPECT_EQ(head.cap.value().rows(), 2);
+}
+
 TEST(PriceFile, ReadsTheWideForm) {
   // LOW and OPEN are tickers; in a wide file no name is one of the long form but the date's.
   const MarketData data = read_price_text(

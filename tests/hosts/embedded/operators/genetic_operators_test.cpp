@@ -12,11 +12,13 @@
 
 #include "hosts/embedded/operators/graph_parts.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
+#include "hosts/embedded/vocabulary/formula.hpp"
 #include "hosts/embedded/vocabulary/graph_node.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 #include "search_templates/genetic/host/function_callable.hpp"
 #include "search_templates/genetic/host/twister_generators.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
+#include "tests/hosts/embedded/rich_vocabulary.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"
 
 namespace varnholt::embedded::test {
@@ -138,6 +140,51 @@ TEST_F(GeneticOperatorsTest, SubtreeMutationHolds) {
 }
 TEST_F(GeneticOperatorsTest, HoistMutationHolds) {
   holds_for_random_graphs(hoist);
+}
+
+// Constants, groups, numbers and functions of every kind.
+class RichGeneticOperatorsTest : public GeneticOperatorsTest {
+ protected:
+  RichGeneticOperatorsTest() {
+    vocabulary_ = rich_vocabulary();
+    options_ = rich_options();
+    operators_ = GeneticOperators({options_.max_depth, options_.max_nodes});
+  }
+};
+
+TEST_F(RichGeneticOperatorsTest, CrossoverHolds) {
+  holds_for_random_graphs(crossover);
+}
+TEST_F(RichGeneticOperatorsTest, PointMutationHolds) {
+  holds_for_random_graphs(point);
+}
+TEST_F(RichGeneticOperatorsTest, SubtreeMutationHolds) {
+  holds_for_random_graphs(subtree);
+}
+TEST_F(RichGeneticOperatorsTest, HoistMutationHolds) {
+  holds_for_random_graphs(hoist);
+}
+
+TEST_F(RichGeneticOperatorsTest, NumbersChangeByStepsThroughTheConstants) {
+  const auto reached = [this](const char* formula, std::size_t node) {
+    const Value elite = parse_formula(formula, vocabulary_);
+    std::set<std::string> names;
+    for (int seed = 0; seed < 300; ++seed) {
+      const Value child = operators_.point_mutation(elite, List(), seeded(seed), {});
+      names.insert(graph_parts(child)[node].name);
+    }
+    return names;
+  };
+  using Names = std::set<std::string>;
+  EXPECT_EQ(reached("close * 2", 2), (Names{"1", "2", "5"}));
+  EXPECT_EQ(reached("close * 3", 2), (Names{"2", "3", "5"}));
+  EXPECT_EQ(reached("close * -0.7", 2), (Names{"-0.5", "-0.7", "-1"}));
+  EXPECT_EQ(reached("close * 0", 2), (Names{"-0.01", "0", "0.01"}));
+  EXPECT_EQ(reached("close * 100", 2), (Names{"100", "50"}));
+  EXPECT_EQ(reached("close * 1000", 2), (Names{"100", "1000"}));
+  EXPECT_EQ(reached("close * 0.01", 2), (Names{"0.01", "0.02"}));
+  // Beyond 1 there is no quantile.
+  EXPECT_EQ(reached("quantile(close, 1, 7)", 2), (Names{"0.5", "1"}));
 }
 
 TEST_F(GeneticOperatorsTest, EachGivesWayToTheValidator) {

@@ -37,13 +37,13 @@ TEST(GraphParts, ListsEachNodeBeforeItsChildrenWithItsShape) {
   EXPECT_EQ(parts[0].name, "arith_add");
   EXPECT_TRUE(parts[0].path.empty());
   EXPECT_EQ(parts[0].data_children, 2U);
-  EXPECT_FALSE(parts[0].has_window);
+  EXPECT_EQ(parts[0].settings, "");
   EXPECT_EQ(parts[0].shape.node_count, 5U);
   EXPECT_EQ(parts[0].shape.depth, 3);
   EXPECT_EQ(parts[1].name, "ts_mean");
   EXPECT_EQ(parts[1].path, (std::vector<std::size_t>{0}));
   EXPECT_EQ(parts[1].data_children, 1U);
-  EXPECT_TRUE(parts[1].has_window);
+  EXPECT_EQ(parts[1].settings, "window,");
   EXPECT_EQ(parts[1].shape.node_count, 3U);
   EXPECT_EQ(parts[3].name, "5");
   EXPECT_EQ(parts[3].path, (std::vector<std::size_t>{0, 1}));

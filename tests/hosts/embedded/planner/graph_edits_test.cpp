@@ -11,9 +11,11 @@
 
 #include "hosts/embedded/backtest/evaluator.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
+#include "hosts/embedded/vocabulary/formula.hpp"
 #include "search_templates/genetic/graph/canonical_text.hpp"
 #include "search_templates/genetic/host/twister_generators.hpp"
 #include "tests/hosts/embedded/planner/repair_helpers.hpp"
+#include "tests/hosts/embedded/rich_vocabulary.hpp"
 
 namespace varnholt::embedded::test {
 namespace {
@@ -74,13 +76,16 @@ TEST_F(GraphEdits, AReversedSignalIsTheNegativeOne) {
   SyntheticUniverseOptions options;
   options.instruments = 5;
   options.days = 200;
-  const Evaluator evaluator(make_synthetic_universe(options));
+  const Evaluator evaluator(with_own_columns(make_synthetic_universe(options)));
   const RepairMaterial material = material_of(evaluator.vocabulary());
+  const Vocabulary everything = everything_of(with_own_columns(make_synthetic_universe(options)));
   RandomGraphOptions shape;
   shape.max_window = 20;
   for (std::uint64_t seed = 1; seed <= 300; ++seed) {
     genetic::TwisterGenerator generator{genetic::MersenneTwister(seed)};
-    const Value graph = random_graph(generator, evaluator.vocabulary(), shape);
+    shape.constant_share = seed % 2 == 0 ? 0.3 : 0.0;
+    const Value graph =
+        random_graph(generator, seed % 2 == 0 ? everything : evaluator.vocabulary(), shape);
     const auto opposite = reversed(graph, material.functions);
     ASSERT_TRUE(opposite) << seed;
     const auto signal = [&evaluator](const Value& of) {
@@ -109,7 +114,11 @@ TEST_F(GraphEdits, MoveWindowsAlongTheirList) {
   EXPECT_EQ(moved("ts_mean(ts_delta(close, 2), 20)", 2), "ts_mean(ts_delta(close, 5), 60)");
   EXPECT_EQ(moved("ts_mean(ts_delta(close, 60), 120)", 2), "ts_mean(ts_delta(close, 120), 120)");
   EXPECT_EQ(moved("ts_mean(ts_delta(close, 3), 20)", -2), "ts_mean(ts_delta(close, 2), 10)");
-  EXPECT_EQ(moved("ts_mean(close, 7)", 2), "ts_mean(close, 7)");
+  EXPECT_EQ(moved("ts_mean(close, 7)", 2), "ts_mean(close, 16)");
+  EXPECT_EQ(moved("ts_mean(close, 7)", -2), "ts_mean(close, 3)");
+  EXPECT_EQ(moved("ts_mean(close, 1)", -2), "ts_mean(close, 1)");
+  EXPECT_EQ(moved("ts_mean(close, 100)", 2), "ts_mean(close, 120)");
+  EXPECT_EQ(moved("ts_mean(close, 250)", 2), "ts_mean(close, 250)");
   EXPECT_EQ(moved("cross_rank(close)", 2), "cross_rank(close)");
 }
 
@@ -123,6 +132,16 @@ TEST_F(GraphEdits, CutWhatIsInnermost) {
   EXPECT_EQ(cut(graph, 3), "cross_rank(arith_sub(close, open))");
   EXPECT_EQ(cut(graph, 2), "cross_rank(close)");
   EXPECT_EQ(cut(graph, 1), "close");
+}
+
+TEST_F(GraphEdits, GoAroundConstants) {
+  const Vocabulary rich = rich_vocabulary();
+  const auto graph = [&rich](const char* formula) { return parse_formula(formula, rich); };
+  EXPECT_EQ(expression_text(cut_to_depth(graph("2 * ts_mean(close, 5)"), 1)), "close");
+  EXPECT_EQ(expression_text(cut_to_depth(graph("rank(2 * ts_mean(close, 5))"), 3)),
+            "cross_rank(arith_mul(2, close))");
+  EXPECT_EQ(expression_text(reversed(graph("2 * rank(close)"), {"arith_neg"}).value()),
+            "arith_mul(-2, cross_rank(close))");
 }
 
 TEST_F(GraphEdits, TurnComparisonsIntoDifferences) {
@@ -140,9 +159,13 @@ TEST_F(GraphEdits, TellWhatIsAtOneScale) {
 }
 
 TEST_F(GraphEdits, KeepTheRulesAndWhatCameIn) {
+  const Vocabulary rich = rich_vocabulary();
   for (std::uint64_t seed = 1; seed <= 1500; ++seed) {
     genetic::TwisterGenerator generator{genetic::MersenneTwister(seed)};
-    const Value graph = random_graph(generator, vocabulary_);
+    // Every third one with constants, groups, numbers and functions of every kind.
+    const bool is_rich = seed % 3 == 0;
+    const Value graph = is_rich ? random_graph(generator, rich, rich_options())
+                                : random_graph(generator, vocabulary_);
     const std::string before = genetic::canonical_graph_string(graph);
     std::vector<Value> edited = {with_other_windows(graph, vocabulary_.windows, 2),
                                  with_differences(graph)};
@@ -152,7 +175,7 @@ TEST_F(GraphEdits, KeepTheRulesAndWhatCameIn) {
     }
     edited.push_back(reversed(graph, material_.functions).value());
     for (const Value& after : edited)
-      EXPECT_NO_THROW(static_cast<void>(check_graph(after, vocabulary_))) << seed;
+      EXPECT_NO_THROW(static_cast<void>(check_graph(after, rich))) << seed;
     EXPECT_EQ(genetic::canonical_graph_string(graph), before) << seed;
   }
 }

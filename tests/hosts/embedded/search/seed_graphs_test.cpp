@@ -31,7 +31,7 @@ class SeedGraphsTest : public FolderTest {
       FAIL() << text << " must be refused";
     } catch (const SeedFileError& error) {
       const std::string message = error.what();
-      EXPECT_NE(message.find("seeds.json: "), std::string::npos) << message;
+      EXPECT_NE(message.find("seeds.json"), std::string::npos) << message;
       EXPECT_NE(message.find(told), std::string::npos) << message;
     }
   }
@@ -46,6 +46,25 @@ TEST_F(SeedGraphsTest, ReadsGraphsInTheirOrder) {
   EXPECT_EQ(expression_text(graphs.at(0)), "cross_rank(close)");
   EXPECT_EQ(expression_text(graphs.at(1)), "returns");
   EXPECT_EQ(read_seed_graphs(file("[]"), vocabulary_, {5, 25}).size(), 0U);
+}
+
+TEST_F(SeedGraphsTest, ReadsFormulasInTheirOrder) {
+  const genetic::List graphs = read_seed_graphs(file("# two of them\n"
+                                                     "reversal = -1 *\n"
+                                                     "  rank(delta(close, 5))\n"
+                                                     "returns  # as they are\n"),
+                                                vocabulary_, {5, 25});
+  ASSERT_EQ(graphs.size(), 2U);
+  EXPECT_EQ(expression_text(graphs.at(0)), "arith_mul(-1, cross_rank(ts_delta(close, 5)))");
+  EXPECT_EQ(expression_text(graphs.at(1)), "returns");
+}
+
+TEST_F(SeedGraphsTest, RefusesFormulasWithTheirPlace) {
+  refused("", "seeds.json: holds no graph; write formulas, one a line, or a JSON list of graphs");
+  refused("# nothing\n", "holds no graph");
+  refused("returns\nrank(colour)\n",
+          "seeds.json, line 2, column 6: \"colour\" is no feature of these market data;");
+  refused("rank(rank(rank(rank(rank(close)))))", "line 1, column 1: the graph is deeper than 5");
 }
 
 TEST_F(SeedGraphsTest, RefusesWhatCannotBeUsed) {

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/hosts/embedded/graph_helpers.hpp"
+#include "tests/hosts/embedded/rich_vocabulary.hpp"
 
 namespace varnholt::embedded::test {
 namespace {
@@ -82,8 +83,8 @@ TEST(GraphCheck, RefusesWhatIsNoNode) {
 
 TEST(GraphCheck, RefusesUnknownWords) {
   EXPECT_EQ(refusal(make_graph_node("close", "leaf", List())),
-            "graph, root: \"leaf\" is no type of node; use \"feature\", \"rotation\" or "
-            "\"window\"");
+            "graph, root: \"leaf\" is no type of node; use \"feature\", \"rotation\", "
+            "\"window\", \"constant\", \"number\" or \"group\"");
   EXPECT_EQ(refusal(feature("volume")),
             "graph, root: \"volume\" is no feature of these market data; use one of close, "
             "returns, log_returns");
@@ -91,9 +92,71 @@ TEST(GraphCheck, RefusesUnknownWords) {
             "graph, children[0]: \"ts_meen\" is no function of this vocabulary; use one of "
             "cross_rank, ts_mean, ts_correlation, arith_sub");
   EXPECT_EQ(
-      refusal(rotation("cross_rank", {rotation("ts_mean", {feature("close"), window("21")})})),
-      "graph, children[0].children[1]: \"21\" is no window of this vocabulary; use one of "
-      "5, 20");
+      refusal(rotation("cross_rank", {rotation("ts_mean", {feature("close"), window("021")})})),
+      "graph, children[0].children[1]: \"021\" is no window; use a whole number of days from 1 to "
+      "100000");
+}
+
+TEST(GraphCheck, TakesAnyWindowUpToTheLongest) {
+  for (const char* days : {"1", "21", "100000"})
+    EXPECT_EQ(refusal(rotation("ts_mean", {feature("close"), window(days)})), "accepted") << days;
+  for (const char* days : {"0", "-2", "100001", "2.5", "", "99999999999999999999"}) {
+    EXPECT_NE(refusal(rotation("ts_mean", {feature("close"), window(days)})), "accepted") << days;
+  }
+}
+
+TEST(GraphCheck, TakesConstantsBesideData) {
+  EXPECT_EQ(refusal(rotation("arith_sub", {constant("2"), feature("close")})), "accepted");
+  EXPECT_EQ(
+      check_graph(rotation("arith_sub", {constant("-0.5"), feature("close")}), small_vocabulary())
+          .node_count,
+      3U);
+  EXPECT_EQ(refusal(constant("2")),
+            "graph, root: the graph is nothing but a constant; put a feature or a rotation here");
+  EXPECT_EQ(refusal(rotation("arith_sub", {constant("2"), constant("3")})),
+            "graph, root: arith_sub is given nothing but constants; put the number that it comes "
+            "to here, or a feature in the place of one");
+  EXPECT_EQ(refusal(rotation("ts_mean", {constant("2"), window("5")})),
+            "graph, root: ts_mean is given nothing but constants; put the number that it comes to "
+            "here, or a feature in the place of one");
+  for (const char* text : {"", "02", "2.0", "+2", "1e400", "nan", "inf", "-0", "two"}) {
+    EXPECT_EQ(refusal(rotation("arith_sub", {feature("close"), constant(text)})),
+              "graph, children[1]: \"" + std::string(text) +
+                  "\" is no number as a node holds it; write a finite number with the fewest "
+                  "digits, such as 0.5 or -2");
+  }
+}
+
+TEST(GraphCheck, TakesGroupsAndNumbersOfTheFunctionsThatHaveThem) {
+  const Vocabulary rich = rich_vocabulary();
+  const auto refused = [&rich](const Value& graph) {
+    try {
+      (void)check_graph(graph, rich);
+    } catch (const GraphError& error) {
+      return error.text();
+    }
+    return std::string("accepted");
+  };
+  const Value share = make_graph_node("0.25", "number", List());
+  const Value sector = make_graph_node("sector", "group", List());
+  EXPECT_EQ(refused(rotation("ts_quantile", {feature("close"), share, window("5")})), "accepted");
+  EXPECT_EQ(refused(rotation("group_rank", {feature("close"), sector})), "accepted");
+  EXPECT_EQ(refused(rotation("ts_quantile", {feature("close"), constant("0.25"), window("5")})),
+            "graph, children[1]: a node of the type \"constant\" stands where a number is "
+            "expected; put a number here, such as 0.5");
+  EXPECT_EQ(refused(rotation("ts_quantile", {feature("close"),
+                                             make_graph_node("2", "number", List()), window("5")})),
+            "graph, children[1]: 2 is out of range; give ts_quantile a number from 0 to 1");
+  EXPECT_EQ(
+      refused(rotation("group_rank", {feature("close"), make_graph_node("size", "group", List())})),
+      "graph, children[1]: \"size\" is no group of these market data; use one of industry, "
+      "sector");
+  EXPECT_EQ(refused(rotation("group_rank", {feature("close")})),
+            "graph, root: group_rank has 1 children where it takes 2; give it 1 feature or "
+            "rotation and then a group");
+  EXPECT_EQ(refused(rotation("cross_rank", {sector})),
+            "graph, children[0]: a group stands where data are expected; put a feature or a "
+            "rotation here");
 }
 
 TEST(GraphCheck, RefusesChildrenThatDoNotFit) {

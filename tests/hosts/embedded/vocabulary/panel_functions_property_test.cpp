@@ -20,6 +20,23 @@ namespace {
 
 using Values = std::vector<double>;
 
+// What the functions are given that take a number, a third panel or groups.
+constexpr double kNumber = 0.3;
+
+Panel third_panel(const Panel& x, const Panel& y) {
+  return x + y;
+}
+
+// Three groups, into which the instruments are put anew every day; some are in none.
+GroupPanel groups_of(const Panel& x) {
+  GroupPanel groups(x.rows(), x.cols());
+  for (Eigen::Index day = 0; day < x.rows(); ++day) {
+    for (Eigen::Index column = 0; column < x.cols(); ++column)
+      groups(day, column) = static_cast<int>((3 * day + 5 * column) % 4) - 1;
+  }
+  return groups;
+}
+
 double naive_mean(const Values& v) {
   return std::accumulate(v.begin(), v.end(), 0.0) / static_cast<double>(v.size());
 }
@@ -202,8 +219,190 @@ void add_naive_entries(std::map<std::string_view, Naive>& all) {
   add_one("arith_tanh", [](double a) { return 1.0 - 2.0 / (std::exp(2.0 * a) + 1.0); });
 }
 
+// --- shifts, products, places, shapes and lines ---
+
+// Of a whole window, unknown days included: the place of the value that is before all others.
+double naive_place(const Values& v, const std::function<bool(double, double)>& is_before) {
+  std::size_t first = v.size() - 1;
+  for (std::size_t i = v.size(); i-- > 0;) {
+    if (!std::isnan(v[i]) && !is_before(v[first], v[i])) first = i;
+  }
+  return static_cast<double>(first + 1);
+}
+
+// Likewise of a whole window.
+double naive_ema(const Values& v) {
+  const auto n = static_cast<double>(v.size());
+  double sum = 0.0;
+  double weights = 0.0;
+  for (std::size_t i = 0; i < v.size(); ++i) {
+    if (std::isnan(v[v.size() - 1 - i])) continue;
+    const double weight = std::pow((n - 1.0) / (n + 1.0), static_cast<double>(i));
+    sum += weight * v[v.size() - 1 - i];
+    weights += weight;
+  }
+  return sum / weights;
+}
+
+double naive_quantile(Values v) {
+  std::sort(v.begin(), v.end());
+  const double place = kNumber * static_cast<double>(v.size() - 1);
+  const double below = v[static_cast<std::size_t>(std::floor(place))];
+  const double above = v[static_cast<std::size_t>(std::ceil(place))];
+  return below + (place - std::floor(place)) * (above - below);
+}
+
+double naive_power_sum(const Values& v, int power) {
+  double sum = 0.0;
+  for (const double x : v)
+    sum += std::pow((x - naive_mean(v)) / naive_std(v), power);
+  return sum;
+}
+
+double naive_skew(const Values& v) {
+  const auto n = static_cast<double>(v.size());
+  if (v.size() < 3 || naive_is_constant(v)) return kNan;
+  return n / ((n - 1) * (n - 2)) * naive_power_sum(v, 3);
+}
+
+double naive_kurtosis(const Values& v) {
+  const auto n = static_cast<double>(v.size());
+  if (v.size() < 4 || naive_is_constant(v)) return kNan;
+  return n * (n + 1) / ((n - 1) * (n - 2) * (n - 3)) * naive_power_sum(v, 4) -
+         3 * (n - 1) * (n - 1) / ((n - 2) * (n - 3));
+}
+
+double naive_slope(const Values& v, const Values& u) {
+  return naive_is_constant(u) ? kNan : naive_covariance(v, u) / naive_covariance(u, u);
+}
+
+void add_more_naive_windows(std::map<std::string_view, Naive>& all) {
+  const auto add = [&all](std::string_view name,
+                          std::function<double(const Values&, const Values&)> f) {
+    all[name] = [f](const Panel& x, const Panel& y, const Window& window) {
+      return naive_windows(x, y, window, f);
+    };
+  };
+  const auto add_one = [&all](std::string_view name, std::function<double(const Values&)> f,
+                              bool is_whole = false) {
+    all[name] = [f, is_whole](const Panel& x, const Panel&, const Window& window) {
+      return naive_windows(
+          x, x, window, [&f](const Values& v, const Values&) { return f(v); }, is_whole);
+    };
+  };
+  all["ts_delay"] = [](const Panel& x, const Panel&, const Window& window) {
+    Panel result = Panel::Constant(x.rows(), x.cols(), kNan);
+    for (Eigen::Index day = window.days; day < x.rows(); ++day)
+      result.row(day) = x.row(day - window.days);
+    return result;
+  };
+  add_one("ts_product", [](const Values& v) {
+    return std::accumulate(v.begin(), v.end(), 1.0, [](double a, double b) { return a * b; });
+  });
+  add_one(
+      "ts_argmax", [](const Values& v) { return naive_place(v, std::greater<>()); }, true);
+  add_one(
+      "ts_argmin", [](const Values& v) { return naive_place(v, std::less<>()); }, true);
+  add_one("ts_ema", naive_ema, true);
+  add_one("ts_quantile", naive_quantile);
+  add_one("ts_skew", naive_skew);
+  add_one("ts_kurtosis", naive_kurtosis);
+  add("ts_slope", naive_slope);
+  add("ts_residual", [](const Values& v, const Values& u) {
+    const double slope = naive_slope(v, u);
+    return v.back() - (naive_mean(v) - slope * naive_mean(u)) - slope * u.back();
+  });
+}
+
+// --- entries and groups ---
+
+double naive_power(double a, double b) {
+  if (a == 0.0) return b > 0.0 ? 0.0 : (b == 0.0 ? 1.0 : kNan);
+  if (a > 0.0) return std::exp(b * std::log(a));
+  if (b != std::round(b)) return kNan;
+  return std::exp(b * std::log(-a)) * (std::fmod(std::abs(b), 2.0) == 1.0 ? -1.0 : 1.0);
+}
+
+// An overflow is not known.
+double known(double value) {
+  return std::isfinite(value) ? value : kNan;
+}
+
+void add_more_naive_entries(std::map<std::string_view, Naive>& all) {
+  const auto add = [&all](std::string_view name, std::function<double(double, double)> f) {
+    all[name] = [f](const Panel& x, const Panel& y, const Window&) {
+      return naive_entries(x, y, [&f](double a, double b) { return known(f(a, b)); });
+    };
+  };
+  add("arith_power", naive_power);
+  add("arith_signed_power", [](double a, double b) {
+    if (a == 0.0) return b < 0.0 ? kNan : 0.0;
+    return (a < 0.0 ? -1.0 : 1.0) * naive_power(std::abs(a), b);
+  });
+  add("comparison_ge", [](double a, double b) { return a < b ? 0.0 : 1.0; });
+  add("comparison_le", [](double a, double b) { return a > b ? 0.0 : 1.0; });
+  add("comparison_eq", [](double a, double b) { return a < b || a > b ? 0.0 : 1.0; });
+  add("comparison_ne", [](double a, double b) { return a < b || a > b ? 1.0 : 0.0; });
+  add("logic_and", [](double a, double b) { return a * b == 0.0 ? 0.0 : 1.0; });
+  add("logic_or", [](double a, double b) { return std::abs(a) + std::abs(b) == 0.0 ? 0.0 : 1.0; });
+  all["arith_ln"] = [](const Panel& x, const Panel&, const Window&) {
+    return naive_entries(x, x, [](double a, double) { return a > 0.0 ? std::log(a) : kNan; });
+  };
+  all["logic_not"] = [](const Panel& x, const Panel&, const Window&) {
+    return naive_entries(x, x, [](double a, double) { return a == 0.0 ? 1.0 : 0.0; });
+  };
+  all["arith_if"] = [](const Panel& x, const Panel& y, const Window&) {
+    const Panel z = third_panel(x, y);
+    Panel result = Panel::Constant(x.rows(), x.cols(), kNan);
+    for (Eigen::Index i = 0; i < x.size(); ++i) {
+      if (!std::isnan(x.data()[i])) result.data()[i] = (x.data()[i] == 0.0 ? z : y).data()[i];
+    }
+    return result;
+  };
+  all["arith_clip"] = [](const Panel& x, const Panel& y, const Window&) {
+    const Panel z = third_panel(x, y);
+    Panel result = Panel::Constant(x.rows(), x.cols(), kNan);
+    for (Eigen::Index i = 0; i < x.size(); ++i) {
+      const double low = y.data()[i];
+      const double high = z.data()[i];
+      if (std::isnan(x.data()[i]) || std::isnan(low) || std::isnan(high) || low > high) continue;
+      result.data()[i] = std::min(std::max(x.data()[i], low), high);
+    }
+    return result;
+  };
+}
+
+void add_naive_groups(std::map<std::string_view, Naive>& all) {
+  const auto add = [&all](std::string_view name, std::function<double(const Values&, double)> f) {
+    all[name] = [f](const Panel& x, const Panel&, const Window&) {
+      const GroupPanel groups = groups_of(x);
+      Panel result = Panel::Constant(x.rows(), x.cols(), kNan);
+      for (int group = 0; group < 3; ++group) {
+        const Panel members = (groups == group).select(x, kNan);
+        const Panel of_group = naive_days(members, f);
+        result = (groups == group).select(of_group, result);
+      }
+      return result;
+    };
+  };
+  add("group_demean", [](const Values& v, double x) { return x - naive_mean(v); });
+  add("group_rank", naive_rank);
+  add("group_zscore",
+      [](const Values& v, double x) { return v.size() < 2 ? kNan : naive_zscore(v, x); });
+  all["cross_winsorize"] = [](const Panel& x, const Panel&, const Window&) {
+    return naive_days(x, [](const Values& v, double value) {
+      if (v.size() < 2) return value;
+      const double reach = kNumber * naive_std(v);
+      return std::min(std::max(value, naive_mean(v) - reach), naive_mean(v) + reach);
+    });
+  };
+}
+
 std::map<std::string_view, Naive> naive_functions() {
   std::map<std::string_view, Naive> all;
+  add_more_naive_windows(all);
+  add_more_naive_entries(all);
+  add_naive_groups(all);
   add_naive_days(all);
   add_naive_windows(all);
   add_naive_entries(all);
@@ -211,10 +410,20 @@ std::map<std::string_view, Naive> naive_functions() {
 }
 
 Panel call(const FunctionEntry& entry, const Panel& x, const Panel& y, const Window& window) {
-  if (const auto* f = std::get_if<OnePanelFunction>(&entry.function)) return (*f)(x);
-  if (const auto* f = std::get_if<TwoPanelFunction>(&entry.function)) return (*f)(x, y);
-  if (const auto* f = std::get_if<WindowFunction>(&entry.function)) return (*f)(x, window);
-  return std::get<TwoPanelWindowFunction>(entry.function)(x, y, window);
+  struct Call {
+    const Panel& x;
+    const Panel& y;
+    const Window& window;
+    Panel operator()(OnePanelFunction f) const { return f(x); }
+    Panel operator()(TwoPanelFunction f) const { return f(x, y); }
+    Panel operator()(ThreePanelFunction f) const { return f(x, y, third_panel(x, y)); }
+    Panel operator()(WindowFunction f) const { return f(x, window); }
+    Panel operator()(TwoPanelWindowFunction f) const { return f(x, y, window); }
+    Panel operator()(NumberFunction f) const { return f(x, kNumber); }
+    Panel operator()(NumberWindowFunction f) const { return f(x, kNumber, window); }
+    Panel operator()(GroupFunction f) const { return f(x, groups_of(x)); }
+  };
+  return std::visit(Call{x, y, window}, entry.function);
 }
 
 Vocabulary vocabulary() {
@@ -234,7 +443,7 @@ TEST(PanelFunctionsProperty, EveryFunctionAgreesWithItsDefinition) {
     const Panel x = random_panel(engine, days, columns, nan_share);
     const Panel y = random_panel(engine, days, columns, nan_share);
     for (const FunctionEntry& entry : words.functions) {
-      for (const Eigen::Index days_of_window : {2, 3, 5, 10, 20, 40}) {
+      for (const Eigen::Index days_of_window : {1, 2, 3, 5, 7, 10, 20, 40}) {
         for (const double least_known_share : {1.0, 0.9, 0.5, 0.01}) {
           SCOPED_TRACE(std::string(entry.name) + " " + std::to_string(days_of_window) + " " +
                        std::to_string(least_known_share));

@@ -7,15 +7,19 @@
 #include <cmath>
 #include <deque>
 #include <map>
+#include <set>
 #include <stdexcept>
 
 #include <gmock/gmock.h>
 
+#include "hosts/embedded/operators/graph_parts.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
+#include "hosts/embedded/vocabulary/formula.hpp"
 #include "hosts/embedded/vocabulary/graph_check.hpp"
 #include "search_templates/genetic/host/twister_generators.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "tests/hosts/embedded/graph_helpers.hpp"
+#include "tests/hosts/embedded/rich_vocabulary.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"
 
 namespace varnholt::embedded::test {
@@ -74,6 +78,54 @@ TEST(RandomGraphs, AreSoundAndWithinTheirLimits) {
     const GraphLimits limits{options.max_depth, options.max_nodes};
     ASSERT_NO_THROW((void)check_graph(graph, vocabulary, limits)) << expression_text(graph);
   }
+}
+
+TEST(RandomGraphs, OfEverythingAreSoundAndHaveEverything) {
+  Vocabulary vocabulary = rich_vocabulary();
+  vocabulary.formulas.push_back(
+      {"reversal", parse_formula("-delta(close, 5) / std(returns, 7)", vocabulary), 4.0});
+  std::set<std::string> types;
+  std::set<std::string> functions;
+  int formulas = 0;
+  for (std::uint64_t seed = 1; seed <= 3000; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    genetic::TwisterGenerator generator{genetic::MersenneTwister(seed)};
+    RandomGraphOptions options = rich_options();
+    options.max_depth = static_cast<int>(1 + seed % 8);
+    options.max_nodes = 1 + seed % 41;
+    const Value graph = random_graph(generator, vocabulary, options);
+    const GraphLimits limits{options.max_depth, options.max_nodes};
+    ASSERT_NO_THROW((void)check_graph(graph, vocabulary, limits)) << expression_text(graph);
+    for (const GraphPart& part : graph_parts(graph)) {
+      types.insert(part.type);
+      if (part.type == kRotationType) functions.insert(part.name);
+    }
+    const std::string text = expression_text(graph);
+    formulas += text.find("arith_neg(ts_delta(close, 5))") != std::string::npos;
+  }
+  EXPECT_THAT(types,
+              testing::ElementsAre("constant", "feature", "group", "number", "rotation", "window"));
+  EXPECT_EQ(functions.size(), vocabulary.functions.size());
+  EXPECT_GT(formulas, 100);
+}
+
+TEST(RandomGraphs, ConstantsAreDrawnOnlyWhenTheyAreAskedFor) {
+  const Vocabulary vocabulary = full_vocabulary();
+  genetic::TwisterGenerator generator{genetic::MersenneTwister(12)};
+  int constants = 0;
+  for (const double share : {0.0, 0.5}) {
+    for (int i = 0; i < 500; ++i) {
+      const Value graph = random_graph(generator, vocabulary, {.constant_share = share});
+      for (const GraphPart& part : graph_parts(graph))
+        constants += part.is_constant() ? 1 : 0;
+    }
+    if (share == 0.0) {
+      EXPECT_EQ(constants, 0);
+    }
+  }
+  EXPECT_GT(constants, 100);
+  EXPECT_THROW((void)random_graph(generator, vocabulary, {.constant_share = 1.5}),
+               std::invalid_argument);
 }
 
 TEST(RandomGraphs, ReachTheirLimits) {
@@ -183,6 +235,10 @@ TEST(RandomGraphs, ChancesFollowTheWeights) {
     total += entry.weight;
   const auto functions = root_counts(vocabulary, {}, kGraphs);
   for (const FunctionEntry& entry : vocabulary.functions) {
+    if (entry.weight == 0.0) {
+      EXPECT_FALSE(functions.contains(std::string(entry.name))) << entry.name;
+      continue;
+    }
     const double expected = kGraphs * entry.weight / total;
     // Five standard deviations of a binomial count.
     EXPECT_NEAR(functions.at(std::string(entry.name)), expected, 5.0 * std::sqrt(expected))

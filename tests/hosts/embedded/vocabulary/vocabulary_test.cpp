@@ -2,6 +2,7 @@
 // Method: the tables against what their header promises; features computed by hand.
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <set>
 
@@ -10,6 +11,7 @@
 #include "hosts/embedded/market/price_file.hpp"
 #include "hosts/embedded/vocabulary/feature_panels.hpp"
 #include "tests/hosts/embedded/panel_helpers.hpp"
+#include "tests/hosts/embedded/rich_vocabulary.hpp"
 
 namespace varnholt::embedded::test {
 namespace {
@@ -56,13 +58,16 @@ TEST(Vocabulary, NamesEachFunctionAfterItsFamily) {
   for (const FunctionEntry& entry : vocabulary.functions) {
     const std::string prefix = std::string(entry.family) + "_";
     EXPECT_EQ(entry.name.substr(0, prefix.size()), prefix);
-    EXPECT_GT(entry.weight, 0.0) << entry.name;
+    EXPECT_EQ(entry.weight > 0.0, entry.drawn == Drawn::Always) << entry.name;
     EXPECT_EQ(vocabulary.find_function(entry.name), &entry);
     names.insert(entry.name);
     families.insert(entry.family);
   }
-  EXPECT_EQ(names.size(), 28u);
-  EXPECT_THAT(families, ElementsAre("arith", "comparison", "cross", "ts"));
+  EXPECT_EQ(names.size(), vocabulary.functions.size());
+  EXPECT_EQ(std::count_if(vocabulary.functions.begin(), vocabulary.functions.end(),
+                          [](const FunctionEntry& entry) { return entry.weight > 0.0; }),
+            28);
+  EXPECT_THAT(families, ElementsAre("arith", "comparison", "cross", "group", "logic", "ts"));
   EXPECT_EQ(vocabulary.find_function("mean"), nullptr);
   EXPECT_EQ(vocabulary.find_function("close"), nullptr);
   EXPECT_EQ(vocabulary.find_feature("ts_mean"), nullptr);
@@ -84,12 +89,52 @@ TEST(Vocabulary, TellsTheArgumentsOfAFunction) {
 }
 
 TEST(Vocabulary, KnowsAWindowByTheTextOfItsDays) {
-  const Vocabulary vocabulary = make_vocabulary(long_data());
-  EXPECT_THAT(vocabulary.windows, ElementsAre(2, 3, 5, 10, 15, 20, 40, 60, 120));
-  EXPECT_EQ(vocabulary.find_window("20"), 20);
-  for (const char* text : {"", "020", "+20", "20.0", " 20", "21", "-2", "twenty"}) {
-    EXPECT_EQ(vocabulary.find_window(text), std::nullopt) << text;
+  EXPECT_THAT(make_vocabulary(long_data()).windows, ElementsAre(2, 3, 5, 10, 15, 20, 40, 60, 120));
+  EXPECT_EQ(window_of("20"), 20);
+  EXPECT_EQ(window_of("21"), 21);
+  EXPECT_EQ(window_of("100000"), kLongestWindow);
+  for (const char* text :
+       {"", "020", "+20", "20.0", " 20", "0", "-2", "100001", "twenty", "20 ", "4294967316"}) {
+    EXPECT_EQ(window_of(text), std::nullopt) << text;
   }
+}
+
+TEST(Vocabulary, WritesANumberWithTheFewestDigits) {
+  for (const double number : {0.0, 1.0, -2.0, 0.1, 1.0 / 3.0, 1e-300, 1e300, 100000.0, 0.0078125})
+    EXPECT_EQ(constant_value(number_text(number)), number) << number;
+  EXPECT_EQ(number_text(0.5), "0.5");
+  EXPECT_EQ(number_text(100000.0), "100000");
+  EXPECT_EQ(number_text(-0.0), "0");
+  for (const char* text : {"", "1.0", "+1", "01", "-0", "1e5", "nan", "inf", "1e999", "0x1", "1 "})
+    EXPECT_EQ(constant_value(text), std::nullopt) << text;
+}
+
+TEST(Vocabulary, OffersTheOwnColumnsAndTheGroups) {
+  const Vocabulary vocabulary = rich_vocabulary();
+  ASSERT_NE(vocabulary.find_feature("vwap"), nullptr);
+  ASSERT_NE(vocabulary.find_feature("cap"), nullptr);
+  EXPECT_THAT(vocabulary.groups, ElementsAre("industry", "sector"));
+  ASSERT_NE(vocabulary.find_group("sector"), nullptr);
+  EXPECT_EQ(vocabulary.find_group("Sector"), nullptr);
+  EXPECT_EQ(make_vocabulary(long_data()).find_feature("vwap"), nullptr);
+  EXPECT_TRUE(make_vocabulary(long_data()).groups.empty());
+  const MarketData data =
+      with_own_columns(make_synthetic_universe({.instruments = 3, .days = 4, .factors = 1}));
+  const FeaturePanels panels(data);
+  EXPECT_TRUE(panels_are_near(*panels.find("vwap"), data.vwap.value(), 0.0));
+  EXPECT_TRUE((panels.group("sector") == data.groups.at("sector")).all());
+}
+
+TEST(Vocabulary, TellsHowAFunctionIsCalled) {
+  const Vocabulary vocabulary = make_vocabulary(long_data());
+  const auto call = [&vocabulary](std::string_view name) {
+    return call_text(*vocabulary.find_function(name));
+  };
+  EXPECT_EQ(call("cross_rank"), "cross_rank(x)");
+  EXPECT_EQ(call("arith_if"), "arith_if(x, y, z)");
+  EXPECT_EQ(call("ts_quantile"), "ts_quantile(x, number, n)");
+  EXPECT_EQ(call("group_rank"), "group_rank(x, group)");
+  EXPECT_EQ(call("ts_slope"), "ts_slope(x, y, n)");
 }
 
 TEST(FeaturePanels, FollowTheirFormulas) {

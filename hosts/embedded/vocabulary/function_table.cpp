@@ -1,0 +1,306 @@
+// The functions of the vocabulary, with what people are told of them.
+#include <algorithm>
+#include <array>
+
+#include "hosts/embedded/vocabulary/group_functions.hpp"
+#include "hosts/embedded/vocabulary/panel_functions.hpp"
+#include "hosts/embedded/vocabulary/vocabulary.hpp"
+#include "hosts/embedded/vocabulary/window_functions.hpp"
+
+namespace varnholt::embedded {
+namespace {
+
+constexpr std::string_view kCross = "cross";
+constexpr std::string_view kTimeSeries = "ts";
+constexpr std::string_view kArithmetic = "arith";
+constexpr std::string_view kComparison = "comparison";
+constexpr std::string_view kLogic = "logic";
+constexpr std::string_view kGroup = "group";
+
+// What several functions say in the same words.
+constexpr std::string_view kConstantDay = "the whole day, where n < 2 or the values are constant";
+constexpr std::string_view kConstantWindow = "the window is constant";
+constexpr std::string_view kOneDayWindow = "the window is one day";
+constexpr std::string_view kSharedPlaces = "equal values share the mean of their places";
+constexpr std::string_view kOldestCounts = "of equal values the oldest counts";
+
+// What fresh graphs draw numbers from: spreads are counted in standard deviations.
+constexpr std::array<double, 4> kSpreads = {1.0, 2.0, 3.0, 4.0};
+constexpr std::array<double, 5> kShares = {0.1, 0.25, 0.5, 0.75, 0.9};
+
+FunctionEntry when_switched_on(FunctionEntry entry) {
+  entry.drawn = Drawn::WhenSwitchedOn;
+  return entry;
+}
+
+struct ArgumentsOf {
+  static constexpr ArgumentKind kPanel = ArgumentKind::Data;
+  static constexpr ArgumentKind kNumber = ArgumentKind::Number;
+  static constexpr ArgumentKind kWindow = ArgumentKind::Days;
+  static constexpr std::array<ArgumentKind, 3> kPanels = {kPanel, kPanel, kPanel};
+  static constexpr std::array<ArgumentKind, 3> kWithWindow = {kPanel, kPanel, kWindow};
+  static constexpr std::array<ArgumentKind, 3> kWithNumber = {kPanel, kNumber, kWindow};
+  static constexpr std::array<ArgumentKind, 2> kWithGroup = {kPanel, ArgumentKind::Group};
+
+  ArgumentKinds operator()(OnePanelFunction /*function*/) const {
+    return ArgumentKinds(kPanels).first(1);
+  }
+  ArgumentKinds operator()(TwoPanelFunction /*function*/) const {
+    return ArgumentKinds(kPanels).first(2);
+  }
+  ArgumentKinds operator()(ThreePanelFunction /*function*/) const { return kPanels; }
+  ArgumentKinds operator()(WindowFunction /*function*/) const {
+    return ArgumentKinds(kWithWindow).last(2);
+  }
+  ArgumentKinds operator()(TwoPanelWindowFunction /*function*/) const { return kWithWindow; }
+  ArgumentKinds operator()(NumberFunction /*function*/) const {
+    return ArgumentKinds(kWithNumber).first(2);
+  }
+  ArgumentKinds operator()(NumberWindowFunction /*function*/) const { return kWithNumber; }
+  ArgumentKinds operator()(GroupFunction /*function*/) const { return kWithGroup; }
+};
+
+}  // namespace
+
+ArgumentKinds FunctionEntry::arguments() const {
+  return std::visit(ArgumentsOf(), function);
+}
+
+bool FunctionEntry::takes(ArgumentKind kind) const {
+  const ArgumentKinds kinds = arguments();
+  return std::find(kinds.begin(), kinds.end(), kind) != kinds.end();
+}
+
+std::size_t FunctionEntry::data_children() const {
+  const ArgumentKinds kinds = arguments();
+  return static_cast<std::size_t>(std::count(kinds.begin(), kinds.end(), ArgumentKind::Data));
+}
+
+std::string call_text(const FunctionEntry& function) {
+  std::string text(function.name);
+  text += '(';
+  char panel = 'x';
+  for (const ArgumentKind kind : function.arguments()) {
+    if (text.back() != '(') text += ", ";
+    switch (kind) {
+      case ArgumentKind::Data:
+        text += panel++;
+        break;
+      case ArgumentKind::Group:
+        text += "group";
+        break;
+      case ArgumentKind::Number:
+        text += "number";
+        break;
+      case ArgumentKind::Days:
+        text += 'n';
+        break;
+    }
+  }
+  return text + ')';
+}
+
+// In the texts of the functions across instruments n is the number of instruments known that day,
+// in those over time the window in days.
+std::vector<FunctionEntry> all_functions() {
+  return {
+      {"cross_rank",
+       kCross,
+       2.0,
+       cross_rank,
+       {"(place of x among the day's known values - 1) / (n - 1); 0.5 where n = 1", "",
+        kSharedPlaces}},
+      {"cross_zscore",
+       kCross,
+       2.0,
+       cross_zscore,
+       {"(x - mean(x)) / s, with s the sample standard deviation (divisor n - 1)", kConstantDay,
+        ""}},
+      {"cross_demean", kCross, 1.0, cross_demean, {"x - mean(x)", "", ""}},
+      {"cross_scale",
+       kCross,
+       0.5,
+       cross_scale,
+       {"x / sum(|x|); a day of nothing but zeros stays zero", "", ""}},
+      {"ts_mean", kTimeSeries, 2.0, ts_mean, {"sum of the window / n", "", ""}},
+      {"ts_std",
+       kTimeSeries,
+       1.0,
+       ts_std,
+       {"the sample standard deviation (divisor n - 1); exactly 0 for a constant window",
+        kOneDayWindow, ""}},
+      {"ts_zscore",
+       kTimeSeries,
+       2.0,
+       ts_zscore,
+       {"(x - mean of the window) / s, with s as ts_std has it", kConstantWindow, ""}},
+      {"ts_rank",
+       kTimeSeries,
+       1.5,
+       ts_rank,
+       {"(place of today's x in the window - 1) / (n - 1); 0.5 where n = 1", "", kSharedPlaces}},
+      {"ts_min", kTimeSeries, 0.5, ts_min, {"the least value of the window", "", ""}},
+      {"ts_max", kTimeSeries, 0.5, ts_max, {"the greatest value of the window", "", ""}},
+      {"ts_delta",
+       kTimeSeries,
+       2.0,
+       ts_delta,
+       {"x(t) - x(t-n); only these two days must be known", "", ""}},
+      {"ts_sum", kTimeSeries, 1.0, ts_sum, {"the sum of the window", "", ""}},
+      {"ts_decay",
+       kTimeSeries,
+       1.5,
+       ts_decay,
+       {"(n x(t) + (n-1) x(t-1) + ... + 1 x(t-n+1)) / (n (n+1) / 2)", "", ""}},
+      {"ts_correlation",
+       kTimeSeries,
+       1.0,
+       ts_correlation,
+       {"Pearson's correlation of x and y over the window, within -1 to 1", "either is constant",
+        ""}},
+      {"ts_covariance",
+       kTimeSeries,
+       0.5,
+       ts_covariance,
+       {"the sample covariance of x and y over the window (divisor n - 1)", kOneDayWindow, ""}},
+      {"arith_add", kArithmetic, 1.0, arith_add, {"x + y", "", ""}},
+      {"arith_sub", kArithmetic, 1.5, arith_sub, {"x - y", "", ""}},
+      {"arith_mul", kArithmetic, 1.0, arith_mul, {"x * y", "", ""}},
+      {"arith_div", kArithmetic, 1.0, arith_div, {"x / y", "|y| is below 1e-12", ""}},
+      {"arith_neg", kArithmetic, 1.0, arith_neg, {"-x", "", ""}},
+      {"arith_abs", kArithmetic, 0.5, arith_abs, {"|x|", "", ""}},
+      {"arith_sign", kArithmetic, 0.5, arith_sign, {"-1, 0 or 1", "", ""}},
+      {"arith_log", kArithmetic, 0.5, arith_log, {"sign(x) ln(1 + |x|)", "", ""}},
+      {"arith_tanh", kArithmetic, 0.5, arith_tanh, {"tanh(x)", "", ""}},
+      {"arith_min", kArithmetic, 0.5, arith_min, {"the lesser of x and y", "", ""}},
+      {"arith_max", kArithmetic, 0.5, arith_max, {"the greater of x and y", "", ""}},
+      {"comparison_gt", kComparison, 0.5, comparison_gt, {"1 where x > y, else 0", "", ""}},
+      {"comparison_lt", kComparison, 0.5, comparison_lt, {"1 where x < y, else 0", "", ""}},
+      when_switched_on(
+          {"cross_winsorize",
+           kCross,
+           0.5,
+           cross_winsorize,
+           {"x, but no further from mean(x) than number sample standard deviations", "", ""},
+           {0.0, 1000.0, kSpreads}}),
+      when_switched_on({"ts_delay",
+                        kTimeSeries,
+                        1.0,
+                        ts_delay,
+                        {"x(t-n); only this day must be known", "", ""}}),
+      when_switched_on(
+          {"ts_product", kTimeSeries, 0.5, ts_product, {"the product of the window", "", ""}}),
+      when_switched_on({"ts_argmax",
+                        kTimeSeries,
+                        0.5,
+                        ts_argmax,
+                        {"the place in the window of its greatest value: 1 is the oldest day, n "
+                         "today",
+                         "", kOldestCounts}}),
+      when_switched_on({"ts_argmin",
+                        kTimeSeries,
+                        0.5,
+                        ts_argmin,
+                        {"the place in the window of its least value: 1 is the oldest day, n today",
+                         "", kOldestCounts}}),
+      when_switched_on({"ts_ema",
+                        kTimeSeries,
+                        1.0,
+                        ts_ema,
+                        {"sum of r^i x(t-i) / sum of r^i over the days i = 0 ... n-1 of the "
+                         "window, with r = (n - 1) / (n + 1)",
+                         "", ""}}),
+      when_switched_on({"ts_quantile",
+                        kTimeSeries,
+                        0.5,
+                        ts_quantile,
+                        {"the value below which the share number of the window lies, linear "
+                         "between the two nearest; 0.5 gives the median",
+                         "", ""},
+                        {0.0, 1.0, kShares}}),
+      when_switched_on({"ts_skew",
+                        kTimeSeries,
+                        0.5,
+                        ts_skew,
+                        {"n / ((n-1)(n-2)) sum of ((x - mean) / s)^3, with s as ts_std has it",
+                         "n < 3, or the window is constant", ""}}),
+      when_switched_on({"ts_kurtosis",
+                        kTimeSeries,
+                        0.5,
+                        ts_kurtosis,
+                        {"n (n+1) / ((n-1)(n-2)(n-3)) sum of ((x - mean) / s)^4 - 3 (n-1)^2 / "
+                         "((n-2)(n-3)): that of a normal distribution is 0",
+                         "n < 4, or the window is constant", ""}}),
+      when_switched_on(
+          {"ts_slope",
+           kTimeSeries,
+           0.5,
+           ts_slope,
+           {"b of the least-squares line x = a + b y over the window", "y is constant", ""}}),
+      when_switched_on({"ts_residual",
+                        kTimeSeries,
+                        0.5,
+                        ts_residual,
+                        {"x(t) - a - b y(t), with the line of ts_slope", "y is constant", ""}}),
+      when_switched_on({"arith_power",
+                        kArithmetic,
+                        0.5,
+                        arith_power,
+                        {"x^y", "it is no real number, or not finite", ""}}),
+      when_switched_on({"arith_signed_power",
+                        kArithmetic,
+                        0.5,
+                        arith_signed_power,
+                        {"sign(x) |x|^y", "it is not finite", ""}}),
+      when_switched_on(
+          {"arith_ln", kArithmetic, 0.5, arith_ln, {"the natural logarithm of x", "x <= 0", ""}}),
+      when_switched_on(
+          {"arith_if",
+           kArithmetic,
+           0.5,
+           arith_if,
+           {"y where x is not 0, else z; the other of the two need not be known", "", ""}}),
+      when_switched_on({"arith_clip",
+                        kArithmetic,
+                        0.5,
+                        arith_clip,
+                        {"the nearest to x from y to z", "y > z", ""}}),
+      when_switched_on(
+          {"comparison_ge", kComparison, 0.5, comparison_ge, {"1 where x >= y, else 0", "", ""}}),
+      when_switched_on(
+          {"comparison_le", kComparison, 0.5, comparison_le, {"1 where x <= y, else 0", "", ""}}),
+      when_switched_on({"comparison_eq",
+                        kComparison,
+                        0.5,
+                        comparison_eq,
+                        {"1 where x and y are the same number, else 0", "", ""}}),
+      when_switched_on({"comparison_ne",
+                        kComparison,
+                        0.5,
+                        comparison_ne,
+                        {"0 where x and y are the same number, else 1", "", ""}}),
+      when_switched_on(
+          {"logic_and", kLogic, 0.5, logic_and, {"1 where neither x nor y is 0, else 0", "", ""}}),
+      when_switched_on(
+          {"logic_or", kLogic, 0.5, logic_or, {"0 where both x and y are 0, else 1", "", ""}}),
+      when_switched_on({"logic_not", kLogic, 0.5, logic_not, {"1 where x is 0, else 0", "", ""}}),
+      when_switched_on({"group_demean",
+                        kGroup,
+                        1.0,
+                        group_demean,
+                        {"x - mean(x), the mean of the instrument's group", "", ""}}),
+      when_switched_on({"group_rank",
+                        kGroup,
+                        1.0,
+                        group_rank,
+                        {"cross_rank(x) among the instrument's group", "", kSharedPlaces}}),
+      when_switched_on({"group_zscore",
+                        kGroup,
+                        1.0,
+                        group_zscore,
+                        {"cross_zscore(x) among the instrument's group",
+                         "the whole group, where n < 2 or its values are constant", ""}}),
+  };
+}
+
+}  // namespace varnholt::embedded
