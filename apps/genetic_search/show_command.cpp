@@ -1,17 +1,18 @@
 #include "apps/genetic_search/show_command.hpp"
 
 #include <ctime>
+#include <map>
 #include <string>
 #include <vector>
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
+#include "apps/genetic_search/figures_text.hpp"
 #include "apps/genetic_search/report.hpp"
 #include "apps/genetic_search/signal_lineage.hpp"
 #include "apps/genetic_search/signal_table.hpp"
 #include "apps/genetic_search/stored_signal.hpp"
-#include "hosts/embedded/host/statistics_object.hpp"
 #include "hosts/embedded/search/run_description.hpp"
 #include "hosts/embedded/store/store_reader.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
@@ -28,16 +29,13 @@ using genetic::Mapping;
 using genetic::MappingCursor;
 using genetic::Value;
 
-constexpr std::size_t kStatisticWidth = 24;
-constexpr std::size_t kFigureWidth = 14;
-
 // All that is shown, as it is stored.
 struct Page {
   EvaluationOfRun found;
   std::string expression;
   Value graph;
-  Value statistics;
-  Value holdout;
+  StoredFigures in_sample;
+  StoredFigures holdout;
   Value failures;
   Value eras;
   std::vector<SubmissionRecord> submissions;
@@ -52,8 +50,16 @@ Page page_of(embedded::StoreReader& store, const std::string& eval_id, Damages& 
   };
   page.expression = stored_expression(evaluation.graph_json);
   page.graph = json(evaluation.graph_json, "graph");
-  page.statistics = json(evaluation.statistics_json, "statistics");
-  page.holdout = json(evaluation.holdout_statistics_json.value_or("null"), "hold-out statistics");
+  page.in_sample.statistics = json(evaluation.statistics_json, "statistics");
+  page.holdout.statistics =
+      json(evaluation.holdout_statistics_json.value_or("null"), "hold-out statistics");
+  const std::map<std::string, std::string> figures = store.figures(eval_id);
+  const auto figures_of = [&](const char* sample, const char* what) {
+    const auto found = figures.find(sample);
+    return found == figures.end() ? Value() : json(found->second, what);
+  };
+  page.in_sample.figures = figures_of(embedded::kInSample, "figures");
+  page.holdout.figures = figures_of(embedded::kHoldout, "hold-out figures");
   page.failures = json(evaluation.failures_json, "failures");
   page.eras = stored_json(page.found.run.start.eras_json,
                           fmt::format("the eras of run {}", page.found.run.id), damages);
@@ -132,23 +138,6 @@ std::string days_text(const Value& eras) {
                      text_of(entry(holdout, "last_date")));
 }
 
-std::string statistics_text(const Value& statistics, const Value& holdout) {
-  if (!statistics.is_mapping()) return "  none: there was no whole backtest\n";
-  std::string text = "  " + std::string(kStatisticWidth, ' ') +
-                     padded("in sample", kFigureWidth, Align::Right) +
-                     padded("hold-out", kFigureWidth, Align::Right) + "\n";
-  // In the order of their structure; JSON has them by name.
-  const Mapping order = embedded::statistics_mapping({});
-  MappingCursor cursor(order);
-  while (const auto figure = cursor.next()) {
-    const std::string name = genetic::str(figure->key);
-    text += "  " + padded(name, kStatisticWidth, Align::Left) +
-            padded(number_text(entry(statistics, name)), kFigureWidth, Align::Right) +
-            padded(number_text(entry(holdout, name)), kFigureWidth, Align::Right) + "\n";
-  }
-  return text;
-}
-
 // "sharpe_min  sharpe 0.12 < 0.3, gate sharpe_min", or the detail as it is.
 std::string failed_gates_text(const Value& failures, Width width) {
   if (!failures.is_mapping()) return {};
@@ -186,7 +175,7 @@ std::string page_text(const Page& page, Width width) {
   line("prices", prices_text(page.found.run.start));
   line("book", book_text(embedded::book_rules_of(page.found.run.start), false));
   line("days", days_text(page.eras));
-  text += "\nStatistics\n" + statistics_text(page.statistics, page.holdout);
+  text += "\nStatistics\n" + signal_figures_text(page.in_sample, page.holdout, width);
   const std::string failures = failed_gates_text(page.failures, width);
   if (!failures.empty()) text += "\nFailures\n" + failures;
   text += "\nLineage, parents below their child\n" + ancestry_text(page.lineage, width);
@@ -231,8 +220,10 @@ Json page_json(const Page& page) {
           {"failure_reason",
            evaluation.failure_reason ? Json(*evaluation.failure_reason) : Json(nullptr)},
           {"failures", to_json(page.failures)},
-          {"statistics", to_json(page.statistics)},
-          {"holdout_statistics", to_json(page.holdout)},
+          {"statistics", to_json(page.in_sample.statistics)},
+          {"holdout_statistics", to_json(page.holdout.statistics)},
+          {"figures", to_json(page.in_sample.figures)},
+          {"holdout_figures", to_json(page.holdout.figures)},
           {"submissions", submissions},
           {"run", run_json(page)},
           {"lineage", ancestry_json(page.lineage)},

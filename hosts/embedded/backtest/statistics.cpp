@@ -5,53 +5,13 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "hosts/embedded/backtest/held_positions.hpp"
+#include "hosts/embedded/backtest/return_series.hpp"
 
 namespace varnholt::embedded {
 namespace {
-
-// A spread of daily returns this small beside the greatest of them is rounding.
-constexpr double kNoSpread = 1e-12;
-
-// Equity beyond this is not compounded further: the largest double times a few days of gains would
-// be infinite, and the drawdown from there not a number.
-constexpr double kMaximumEquity = 1e200;
-
-// The sum from the first entry to the last. The matrix library adds in packets, whose width is not
-// the same on every machine.
-double sum(const Eigen::ArrayXd& values) {
-  double total = 0.0;
-  for (const double value : values)
-    total += value;
-  return total;
-}
-
-double mean(const Eigen::ArrayXd& values) {
-  return values.size() == 0 ? 0.0 : sum(values) / static_cast<double>(values.size());
-}
-
-double annualised_sharpe(const Eigen::ArrayXd& returns, double periods_per_year) {
-  if (returns.size() < 2) return 0.0;
-  const double centre = mean(returns);
-  const double deviations = sum((returns - centre).square());
-  const double spread = std::sqrt(deviations / static_cast<double>(returns.size() - 1));
-  if (spread <= kNoSpread * returns.abs().maxCoeff()) return 0.0;
-  const double ratio = std::sqrt(periods_per_year) * centre / spread;
-  return std::isfinite(ratio) ? ratio : 0.0;
-}
-
-double deepest_fall(const Eigen::ArrayXd& net_returns) {
-  double equity = 1.0;
-  double peak = 1.0;
-  double deepest = 0.0;
-  for (const double value : net_returns) {
-    equity = std::clamp(equity * (1.0 + value), 0.0, kMaximumEquity);
-    peak = std::max(peak, equity);
-    deepest = std::max(deepest, 1.0 - equity / peak);
-  }
-  return deepest;
-}
 
 // The sums over the instruments, one entry a holding day.
 struct DailySums {
@@ -127,25 +87,28 @@ void check_days(HoldingDays held, Eigen::Index price_days) {
                               std::to_string(most) + "; ask for days within it");
 }
 
-BacktestResult result_of(const DailySums& sums, const BookRules& rules) {
+BacktestResult result_of(DailySums sums, const BookRules& rules) {
   BacktestResult result;
-  result.gross_returns = sums.gross_return;
   result.net_returns = sums.gross_return - rules.cost_basis_points / 10'000.0 * sums.traded;
 
   BacktestStatistics& statistics = result.statistics;
   statistics.sharpe = annualised_sharpe(result.net_returns, rules.periods_per_year);
-  statistics.gross_returns_sharpe = annualised_sharpe(result.gross_returns, rules.periods_per_year);
-  statistics.annualized_returns = rules.periods_per_year * mean(result.net_returns);
-  statistics.turnover = mean(sums.traded);
+  statistics.gross_returns_sharpe = annualised_sharpe(sums.gross_return, rules.periods_per_year);
+  statistics.annualized_returns = rules.periods_per_year * mean_of(result.net_returns);
+  statistics.turnover = mean_of(sums.traded);
   statistics.drawdown = deepest_fall(result.net_returns);
   statistics.max_weight = sums.max_weight;
-  statistics.delta_exposure = mean(sums.net_exposure.abs());
-  statistics.abs_weight_sum_mean = mean(sums.gross_exposure);
+  statistics.delta_exposure = mean_of(sums.net_exposure.abs());
+  statistics.abs_weight_sum_mean = mean_of(sums.gross_exposure);
   statistics.quality_score =
       statistics.sharpe - statistics.drawdown - kTurnoverPenalty * statistics.turnover;
   statistics.holding_days = sums.gross_return.size();
   statistics.active_days = (sums.gross_exposure > 0.0).count();
   statistics.missing_return_count = sums.missing_returns;
+  result.gross_returns = std::move(sums.gross_return);
+  result.traded = std::move(sums.traded);
+  result.net_exposure = std::move(sums.net_exposure);
+  result.gross_exposure = std::move(sums.gross_exposure);
   return result;
 }
 

@@ -71,10 +71,14 @@ struct BacktestStatistics {
 
 inline constexpr double kTurnoverPenalty = 0.1;
 
+// The series have one entry a holding day.
 struct BacktestResult {
   BacktestStatistics statistics;
-  Eigen::ArrayXd gross_returns;  // One entry a holding day.
+  Eigen::ArrayXd gross_returns;
   Eigen::ArrayXd net_returns;
+  Eigen::ArrayXd traded;
+  Eigen::ArrayXd net_exposure;    // sum_i w(t,i)
+  Eigen::ArrayXd gross_exposure;  // sum_i |w(t,i)|
 };
 
 // w(t,i) = x(t,i) / sum_j |x(t,j)|: one unit of gross exposure a day, not demeaned. An entry that

@@ -131,6 +131,7 @@ EvaluationRecord stored_form(const CandidateRecorded& candidate, const Value& gr
   record.worker_pid = worker_of(keywords);
   record.recorded_at = wall_clock_seconds();
   record.eval_id = candidate.eval_id;
+  record.expression = text_or_nothing(candidate.expression);
   return record;
 }
 

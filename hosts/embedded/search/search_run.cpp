@@ -5,6 +5,7 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -79,6 +80,14 @@ struct Conduct {
   std::shared_ptr<SearchStop> stop;
   PoolIdentity pool;
 };
+
+std::vector<std::string> date_texts(const std::vector<Date>& dates) {
+  std::vector<std::string> texts;
+  texts.reserve(dates.size());
+  for (const Date date : dates)
+    texts.push_back(date_text(date));
+  return texts;
+}
 
 // The search itself, from the event of its beginning to its last settlement.
 void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder) {
@@ -171,11 +180,14 @@ SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
   summary.progress = recorder.progress();
   summary.metrics = recorder.metrics();
   summary.best = recorder.best();
+  const std::vector<Date> dates = data.whole.dates;
   const Evaluator whole = setup.take_whole_history();
+  const FigureTaker taker(whole.close(), dates, data.plan, data.book);
   summary.submitted = report_submitted_signals(
-      *store, summary.run_id, whole, data.plan,
+      *store, summary.run_id, whole, taker,
       [&stop, before = static_cast<int>(interrupt.requests)] { return stop->ends_report(before); });
-  summary.market = market_statistics(whole, data.plan);
+  if (!summary.submitted.empty()) store->record_price_days(summary.run_id, date_texts(dates));
+  summary.market = taker.market();
   summary.submissions = recorder.submissions();
   return summary;
 }

@@ -1,7 +1,9 @@
 #include "hosts/embedded/search/signal_report.hpp"
 
 #include <optional>
+#include <string>
 
+#include "hosts/embedded/host/figure_table.hpp"
 #include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/host/statistics_object.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
@@ -24,11 +26,30 @@ SubmittedSignal signal_of(const SubmissionRecord& submission, const genetic::Val
   return signal;
 }
 
+FiguresRecord figures_record(const char* sample, const SampleFigures& figures) {
+  genetic::List returns;
+  for (const double value : figures.backtest.net_returns)
+    returns.append(value);
+  return {sample, genetic::json_text(figures_mapping(figures)), figures.first_booked,
+          genetic::json_text(returns)};
+}
+
+// All of it or nothing.
+void store_figures(RunStore& store, const std::string& eval_id, const SignalFigures& figures) {
+  store.under_lock("recording the figures of a signal", [&] {
+    store.record_holdout(
+        eval_id, genetic::json_text(statistics_mapping(figures.holdout.backtest.statistics)));
+    store.record_figures(eval_id, {figures_record(kInSample, figures.in_sample),
+                                   figures_record(kHoldout, figures.holdout)});
+    return RunStore::LockedWork::Keep;
+  });
+}
+
 }  // namespace
 
 std::vector<SubmittedSignal> report_submitted_signals(RunStore& store, std::int64_t run,
                                                       const Evaluator& evaluator,
-                                                      const EraPlan& plan,
+                                                      const FigureTaker& taker,
                                                       const StopQuestion& is_cut) {
   std::vector<SubmittedSignal> signals;
   bool cut = false;
@@ -45,18 +66,13 @@ std::vector<SubmittedSignal> report_submitted_signals(RunStore& store, std::int6
       }
       continue;
     }
-    signal.statistics = sample_statistics(evaluator.evaluate(graph).weights, evaluator.close(),
-                                          evaluator.options().book, plan);
+    const SignalFigures figures = taker.figures(evaluator.signal(evaluator.compile(graph)));
+    signal.statistics = {figures.in_sample.backtest.statistics,
+                         figures.holdout.backtest.statistics};
     signal.has_holdout = true;
-    store.record_holdout(submission.eval_id,
-                         genetic::json_text(statistics_mapping(signal.statistics.holdout)));
+    store_figures(store, submission.eval_id, figures);
   }
   return signals;
-}
-
-SampleStatistics market_statistics(const Evaluator& evaluator, const EraPlan& plan) {
-  const Panel& close = evaluator.close();
-  return sample_statistics(equal_weights(close), close, evaluator.options().book, plan);
 }
 
 }  // namespace varnholt::embedded

@@ -7,23 +7,19 @@
 #include <vector>
 
 #include "hosts/embedded/backtest/evaluator.hpp"
-#include "hosts/embedded/backtest/out_of_sample.hpp"
+#include "hosts/embedded/backtest/sample_figures.hpp"
 #include "hosts/embedded/host/search_events.hpp"
-#include "hosts/embedded/market/eras.hpp"
 #include "hosts/embedded/store/run_store.hpp"
 #include "hosts/embedded/system/interrupt.hpp"
 
 namespace varnholt::embedded {
 
 // The signals that the run submitted, in the order in which they were queued. `evaluator` is
-// over the whole history that `plan` splits. The hold-out's statistics are written into the store.
-// Where the report is cut short, the signals left have the statistics in sample that are stored,
-// and none of the hold-out.
+// over the whole history, and so is `taker`. The figures of both samples are written into the
+// store. Where the report is cut short, the signals left have the statistics in sample that are
+// stored, and none of the hold-out.
 [[nodiscard]] std::vector<SubmittedSignal> report_submitted_signals(
-    RunStore& store, std::int64_t run, const Evaluator& evaluator, const EraPlan& plan,
+    RunStore& store, std::int64_t run, const Evaluator& evaluator, const FigureTaker& taker,
     const StopQuestion& is_cut = {});
-
-// The equal-weight market over the same days, at the same costs.
-[[nodiscard]] SampleStatistics market_statistics(const Evaluator& evaluator, const EraPlan& plan);
 
 }  // namespace varnholt::embedded

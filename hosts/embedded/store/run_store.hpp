@@ -87,6 +87,12 @@ class RunStore {
                                   const std::vector<EvaluationRecord>& evaluations) = 0;
   // An error when no evaluation has the id.
   virtual void record_holdout(const std::string& eval_id, const std::string& statistics_json) = 0;
+  // Of one evaluation; what was there of the same samples is replaced. An error when no evaluation
+  // has the id.
+  virtual void record_figures(const std::string& eval_id,
+                              const std::vector<FiguresRecord>& figures) = 0;
+  // The days of the run's prices, each "yyyy-mm-dd", that the daily PnL of its evaluations is of.
+  virtual void record_price_days(std::int64_t run, const std::vector<std::string>& dates) = 0;
   virtual void record_metrics(std::int64_t run, const std::string& record_json) = 0;
   // The first end counts: false when the run had ended before, and then nothing is changed.
   // Attempts and markers that are still open end with it, as those of a run that died: an error in

@@ -37,6 +37,38 @@ void SqliteRunStore::record_holdout(const std::string& eval_id,
                    "record the evaluation first");
 }
 
+void SqliteRunStore::record_figures(const std::string& eval_id,
+                                    const std::vector<FiguresRecord>& figures) {
+  SqliteTransaction transaction(*database_, kRecordingFigures);
+  for (const FiguresRecord& row : figures) {
+    const int changed = SqliteUse(statements_->insert_figures)
+                            .bind("eval_id", eval_id)
+                            .bind("sample", row.sample)
+                            .bind("figures", row.figures_json)
+                            .bind("first_day", row.first_day)
+                            .bind("net_returns", row.net_returns_json)
+                            .change();
+    if (changed == 1) continue;
+    throw StoreError(
+        path(), fmt::format("{} failed: there is no evaluation {}", kRecordingFigures, eval_id),
+        "record the evaluation first");
+  }
+  transaction.commit();
+}
+
+void SqliteRunStore::record_price_days(std::int64_t run, const std::vector<std::string>& dates) {
+  SqliteTransaction transaction(*database_, kRecordingFigures);
+  require_run(run, kRecordingFigures);
+  for (std::size_t day = 0; day < dates.size(); ++day) {
+    static_cast<void>(SqliteUse(statements_->insert_price_day)
+                          .bind("run", run)
+                          .bind("day", static_cast<std::int64_t>(day))
+                          .bind("date", dates[day])
+                          .change());
+  }
+  transaction.commit();
+}
+
 std::vector<EvaluationRecord> SqliteRunStore::best_signals(std::int64_t run, std::int64_t count,
                                                            SignalOrder order) {
   std::vector<EvaluationRecord> found;

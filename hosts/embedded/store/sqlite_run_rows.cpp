@@ -10,12 +10,16 @@ namespace {
 constexpr const char* kReadingRuns = "reading runs";
 constexpr const char* kReadingEvaluation = "reading an evaluation";
 constexpr const char* kReadingStructures = "reading what a run tried";
+constexpr const char* kReadingFigures = "reading the figures of a signal";
 
 constexpr const char* kOneRun = "WHERE id = :run";
 constexpr const char* kOneEvaluation = "WHERE eval_id = :eval_id";
 constexpr const char* kSelectStructures =
     "SELECT graph_key, min(candidate_number) AS first FROM evaluations WHERE run_id = :run "
     "GROUP BY graph_key";
+constexpr const char* kSelectFigures =
+    "SELECT f.sample AS sample, f.figures AS figures FROM signal_figures f "
+    "JOIN evaluations e ON e.id = f.evaluation_id WHERE e.eval_id = :eval_id";
 
 }  // namespace
 
@@ -24,7 +28,8 @@ SqliteRunRows::SqliteRunRows(SqliteDatabase& database)
       select_run_(database, select_from(run_relation()) + kOneRun, kReadingRuns),
       select_evaluation_(database, select_from(evaluation_relation()) + kOneEvaluation,
                          kReadingEvaluation),
-      select_structures_(database, kSelectStructures, kReadingStructures) {}
+      select_structures_(database, kSelectStructures, kReadingStructures),
+      select_figures_(database, kSelectFigures, kReadingFigures) {}
 
 std::optional<RunRecord> SqliteRunRows::find_run(std::int64_t run) {
   SqliteUse rows(select_run_);
@@ -50,6 +55,15 @@ std::map<std::string, std::int64_t> SqliteRunRows::first_candidates(std::int64_t
   rows.bind("run", run);
   while (rows.step())
     found.emplace(rows.text("graph_key"), rows.integer("first"));
+  return found;
+}
+
+std::map<std::string, std::string> SqliteRunRows::figures(const std::string& eval_id) {
+  std::map<std::string, std::string> found;
+  SqliteUse rows(select_figures_);
+  rows.bind("eval_id", eval_id);
+  while (rows.step())
+    found.emplace(rows.text("sample"), rows.text("figures"));
   return found;
 }
 

@@ -22,6 +22,12 @@ constexpr const char* kInterruptRun =
     "WHERE id = :run AND ended_at IS NULL";
 constexpr const char* kUpdateHoldout =
     "UPDATE evaluations SET holdout_statistics = :statistics WHERE eval_id = :eval_id";
+constexpr const char* kInsertFigures =
+    "INSERT OR REPLACE INTO signal_figures (evaluation_id, sample, figures, first_day, "
+    "net_returns) SELECT id, :sample, :figures, :first_day, :net_returns FROM evaluations "
+    "WHERE eval_id = :eval_id";
+constexpr const char* kInsertPriceDay =
+    "INSERT OR REPLACE INTO price_days (run_id, day, date) VALUES (:run, :day, :date)";
 
 constexpr const char* kAllRuns = "ORDER BY id";
 constexpr const char* kOpenRuns = "WHERE ended_at IS NULL ORDER BY id";
@@ -56,6 +62,8 @@ SqliteRunStatements::SqliteRunStatements(SqliteDatabase& database)
       end_run(database, kEndRun, kEnding),
       interrupt_run(database, kInterruptRun, kMarking),
       update_holdout(database, kUpdateHoldout, kRecordingHoldout),
+      insert_figures(database, kInsertFigures, kRecordingFigures),
+      insert_price_day(database, kInsertPriceDay, kRecordingFigures),
       select_open_runs(database, runs_where(kOpenRuns), kMarking),
       select_runs(database, runs_where(kAllRuns), kReadingRuns),
       select_by_quality(database, evaluations_where(kByQuality), kReadingSignals),

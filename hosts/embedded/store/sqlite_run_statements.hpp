@@ -10,6 +10,7 @@ namespace varnholt::embedded {
 inline constexpr const char* kBeginning = "beginning a run";
 inline constexpr const char* kRecording = "recording evaluations";
 inline constexpr const char* kRecordingHoldout = "recording hold-out statistics";
+inline constexpr const char* kRecordingFigures = "recording the figures of signals";
 inline constexpr const char* kRecordingMetrics = "recording metrics";
 inline constexpr const char* kEnding = "ending a run";
 inline constexpr const char* kMarking = "marking interrupted runs";
@@ -23,6 +24,8 @@ struct SqliteRunStatements {
   SqliteStatement end_run;
   SqliteStatement interrupt_run;
   SqliteStatement update_holdout;
+  SqliteStatement insert_figures;
+  SqliteStatement insert_price_day;
   SqliteStatement select_open_runs;
   SqliteStatement select_runs;
   SqliteStatement select_by_quality;

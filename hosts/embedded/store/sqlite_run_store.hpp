@@ -36,6 +36,9 @@ class SqliteRunStore final : public RunStore {
   void record_evaluations(std::int64_t run,
                           const std::vector<EvaluationRecord>& evaluations) override;
   void record_holdout(const std::string& eval_id, const std::string& statistics_json) override;
+  void record_figures(const std::string& eval_id,
+                      const std::vector<FiguresRecord>& figures) override;
+  void record_price_days(std::int64_t run, const std::vector<std::string>& dates) override;
   void record_metrics(std::int64_t run, const std::string& record_json) override;
   bool end_run(std::int64_t run, double ended_at, const std::string& terminal_reason) override;
 

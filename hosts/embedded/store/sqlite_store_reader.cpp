@@ -80,6 +80,9 @@ class SqliteStoreReader final : public StoreReader {
       const std::string& eval_id) override {
     return rows_.find_evaluation(eval_id);
   }
+  [[nodiscard]] std::map<std::string, std::string> figures(const std::string& eval_id) override {
+    return rows_.figures(eval_id);
+  }
   [[nodiscard]] std::map<std::string, std::int64_t> first_candidates(std::int64_t run) override {
     return rows_.first_candidates(run);
   }

@@ -34,6 +34,9 @@ class StoreReader {
   // With its run.
   [[nodiscard]] virtual std::optional<EvaluationOfRun> find_evaluation(
       const std::string& eval_id) = 0;
+  // The figures of an evaluation by sample (kInSample, kHoldout), as JSON; empty where there are
+  // none.
+  [[nodiscard]] virtual std::map<std::string, std::string> figures(const std::string& eval_id) = 0;
   // The first candidate number of each structure that the run tried, by the graph's key.
   [[nodiscard]] virtual std::map<std::string, std::int64_t> first_candidates(std::int64_t run) = 0;
 

@@ -40,6 +40,8 @@ struct RunRecord {
   // Both absent while the run goes on.
   std::optional<double> ended_at;
   std::optional<std::string> terminal_reason;
+  // What chance alone would have found, told at the end of the run; absent before.
+  std::optional<std::string> luck_json = {};
 };
 
 struct EvaluationRecord {
@@ -67,11 +69,26 @@ struct EvaluationRecord {
   std::optional<std::int64_t> era_number = {};
   // The figures on days that the search never saw, once they are known.
   std::optional<std::string> holdout_statistics_json = {};
+  // The graph as people read it; absent where it has no such form, and in rows of the first three
+  // schema versions.
+  std::optional<std::string> expression = {};
   // The store's own, filled in what is read and without meaning in what is recorded: the number of
   // the run, and the public id "<run>-<candidate number>".
   std::int64_t run = 0;
   std::string eval_id = {};
 };
+
+// The figures of an evaluation on the days of one sample, with its daily PnL.
+struct FiguresRecord {
+  std::string sample;  // kInSample or kHoldout.
+  std::string figures_json;
+  // The day on which the first of the returns is booked, counted from 0 in the days of the prices.
+  std::int64_t first_day = 0;
+  // A JSON list: fractions of the capital, after costs.
+  std::string net_returns_json;
+};
+inline constexpr const char* kInSample = "in_sample";
+inline constexpr const char* kHoldout = "holdout";
 
 // The public id of an evaluation, "3-17".
 [[nodiscard]] std::string eval_id_of(std::int64_t run, std::int64_t candidate_number);

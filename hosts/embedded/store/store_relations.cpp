@@ -41,6 +41,7 @@ constexpr auto kRunColumns = std::to_array({
     of_start<&RunStart::era_number>("era_number"),
     of_start<&RunStart::eras_json>("eras"),
     of_start<&RunStart::cost_basis_points>("cost_basis_points"),
+    of_run<&RunRecord::luck_json>("luck", Written::Later),
 });
 
 template <auto... Path>
@@ -69,6 +70,7 @@ constexpr auto kEvaluationColumns = std::to_array({
     of_evaluation<&EvaluationRecord::market_id>("market_id"),
     of_evaluation<&EvaluationRecord::era_number>("era_number"),
     of_evaluation<&EvaluationRecord::holdout_statistics_json>("holdout_statistics"),
+    of_evaluation<&EvaluationRecord::expression>("expression"),
     of_evaluation<&EvaluationRecord::eval_id>("eval_id", Written::ByTheStore),
 });
 

@@ -195,7 +195,57 @@ CREATE TABLE announced_submissions (
 ) STRICT;
 )sql";
 
-constexpr auto kVersions = std::to_array({kVersion1, kVersion2, kVersion3});
+// The views stand last: they are for readers with other programs, and name what the tables have.
+constexpr const char* kVersion4 = R"sql(
+ALTER TABLE evaluations ADD COLUMN expression TEXT;
+ALTER TABLE runs ADD COLUMN luck TEXT;
+
+CREATE TABLE price_days (
+  run_id INTEGER NOT NULL REFERENCES runs (id),
+  day INTEGER NOT NULL,
+  date TEXT NOT NULL,
+  PRIMARY KEY (run_id, day)
+) STRICT, WITHOUT ROWID;
+
+CREATE TABLE signal_figures (
+  evaluation_id INTEGER NOT NULL REFERENCES evaluations (id),
+  sample TEXT NOT NULL CHECK (sample IN ('in_sample', 'holdout')),
+  figures TEXT NOT NULL,
+  first_day INTEGER NOT NULL,
+  net_returns TEXT NOT NULL,
+  PRIMARY KEY (evaluation_id, sample)
+) STRICT, WITHOUT ROWID;
+
+CREATE VIEW signals AS
+SELECT s.eval_id, s.run_id, s.signal_pool_name, s.market_id, s.era_number, s.state,
+  s.refusal_reason, s.score AS novelty, s.correlation, e.expression, e.sharpe,
+  e.holdout_statistics ->> 'sharpe' AS holdout_sharpe, e.quality_score,
+  e.statistics ->> 'annualized_returns' AS annualized_returns,
+  e.statistics ->> 'turnover' AS turnover, e.statistics ->> 'drawdown' AS drawdown,
+  f.figures ->> 'deflated_sharpe' AS deflated_sharpe, s.queued_at, s.settled_at
+FROM submissions s JOIN evaluations e ON e.id = s.evaluation_id
+LEFT JOIN signal_figures f ON f.evaluation_id = e.id AND f.sample = 'in_sample';
+
+CREATE VIEW figures AS
+SELECT e.eval_id, f.sample, j.key AS name, j.value AS value
+FROM signal_figures f JOIN evaluations e ON e.id = f.evaluation_id JOIN json_each(f.figures) j
+WHERE j.type IN ('integer', 'real');
+
+CREATE VIEW daily_returns AS
+SELECT e.eval_id, e.run_id, f.sample, d.date, j.value AS net_return
+FROM signal_figures f JOIN evaluations e ON e.id = f.evaluation_id JOIN json_each(f.net_returns) j
+JOIN price_days d ON d.run_id = e.run_id AND d.day = f.first_day + j.key;
+
+CREATE VIEW yearly_figures AS
+SELECT e.eval_id, f.sample, y.value ->> 'year' AS year, y.value ->> 'days' AS days,
+  y.value ->> 'net_return' AS net_return, y.value ->> 'sharpe' AS sharpe,
+  y.value ->> 'volatility' AS volatility, y.value ->> 'drawdown' AS drawdown,
+  y.value ->> 'turnover' AS turnover
+FROM signal_figures f JOIN evaluations e ON e.id = f.evaluation_id
+JOIN json_each(f.figures, '$.by_year') y;
+)sql";
+
+constexpr auto kVersions = std::to_array({kVersion1, kVersion2, kVersion3, kVersion4});
 static_assert(kVersions.size() == static_cast<std::size_t>(kStoreSchemaVersion));
 
 // The file's schema version, 0 for an empty file. Reads only, so that a foreign file is not changed

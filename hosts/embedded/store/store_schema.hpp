@@ -9,7 +9,7 @@ namespace varnholt::embedded {
 // "VGEN" in ASCII, in the file's application_id.
 inline constexpr std::int64_t kStoreApplicationId = 0x5647454e;
 // The file's user_version.
-inline constexpr std::int64_t kStoreSchemaVersion = 3;
+inline constexpr std::int64_t kStoreSchemaVersion = 4;
 
 // Makes the tables in an empty file, accepts a file of this schema version, and brings one of an
 // earlier version up to it, in one transaction and without losing a row. Throws StoreError for a

@@ -200,19 +200,21 @@ TEST_F(StoreCommands, ShowASubmittedSignal) {
       "windows 100 % known, 252 periods a year\n"
       "days        in sample 80, 2020-01-01 to 2020-03-31; hold-out 2020-04-01 to 2020-05-01\n"
       "\nStatistics\n"
-      "                               in sample      hold-out\n"
-      "  sharpe                            1.25          -0.5\n"
-      "  gross_returns_sharpe               1.5             -\n"
-      "  annualized_returns                 0.1             -\n"
-      "  turnover                           0.5             -\n"
-      "  drawdown                           0.2             -\n"
-      "  max_weight                         0.4             -\n"
-      "  delta_exposure                       0             -\n"
-      "  abs_weight_sum_mean                  1             -\n"
-      "  quality_score                        1             -\n"
-      "  holding_days                        79             -\n"
-      "  active_days                         79             -\n"
-      "  missing_return_count                 0             -\n"
+      "Return                               in sample    hold-out\n"
+      "  sharpe                                  1.25        -0.5  a year\n"
+      "  gross_returns_sharpe                     1.5           -  a year\n"
+      "  annualized_returns                       0.1           -  of capital a year\n"
+      "  quality_score                              1           -\n"
+      "Risk                                 in sample    hold-out\n"
+      "  drawdown                                 0.2           -  of the peak\n"
+      "Book                                 in sample    hold-out\n"
+      "  turnover                                 0.5           -  of capital a day\n"
+      "  delta_exposure                             0           -  of capital\n"
+      "  abs_weight_sum_mean                        1           -  of capital\n"
+      "  max_weight                               0.4           -  of capital\n"
+      "  holding_days                              79           -  days\n"
+      "  active_days                               79           -  days\n"
+      "  missing_return_count                       0           -\n"
       "\nLineage, parents below their child\n"
       "  1-1  fresh: cross_rank(close)\n"
       "\nGraph\n" +
@@ -308,10 +310,10 @@ TEST_F(StoreCommands, ShowForMachines) {
   std::vector<std::string> members;
   for (const auto& item : page.items())
     members.push_back(item.key());
-  EXPECT_THAT(members,
-              ElementsAre("eval_id", "candidate_number", "generation", "expression", "passed",
-                          "failure_reason", "failures", "statistics", "holdout_statistics",
-                          "submissions", "run", "lineage", "graph_key", "graph"));
+  EXPECT_THAT(members, ElementsAre("eval_id", "candidate_number", "generation", "expression",
+                                   "passed", "failure_reason", "failures", "statistics",
+                                   "holdout_statistics", "figures", "holdout_figures",
+                                   "submissions", "run", "lineage", "graph_key", "graph"));
   EXPECT_EQ(page["statistics"]["sharpe"], 1.25);
   EXPECT_EQ(page["holdout_statistics"], nullptr);
   EXPECT_EQ(page["submissions"][0]["state"], "queued");
@@ -357,6 +359,36 @@ TEST_F(StoreCommands, ListWhatCanBeReadBesideWhatIsDamaged) {
   const std::string table = text_.take();
   EXPECT_THAT(table, HasSubstr("1-1    1  signals       1    2          -     -0.50"));
   EXPECT_THAT(table, HasSubstr("1-3    1  signals       1    2       1.25"));
+}
+
+TEST_F(StoreCommands, ShowTheFiguresOfASignal) {
+  {
+    embedded::SqliteRunStore store(path_.string());
+    store.record_figures(
+        "1-1", {{embedded::kInSample,
+                 R"({"sharpe":1.25,"beta":0.5,"sortino":null,)"
+                 R"("information_coefficient_by_lag":[0.25,null],"by_year":[{"year":2019,"days":7,)"
+                 R"("net_return":0.125,"sharpe":1.5,"volatility":0.2,"drawdown":0.05,)"
+                 R"("turnover":0.5}]})",
+                 1, "[]"},
+                {embedded::kHoldout, R"({"beta":-2.0,"information_coefficient_by_lag":[-0.5,0]})",
+                 2, "[]"}});
+  }
+  const std::string page = show("1-1");
+  EXPECT_THAT(page, HasSubstr("\nBeside the market                    in sample    hold-out\n"
+                              "  beta                                     0.5          -2\n"
+                              "Book  "));
+  EXPECT_THAT(page, HasSubstr("\nInformation coefficient by lag       in sample    hold-out\n"
+                              "  1                                       0.25        -0.5\n"
+                              "  2                                          -           0\n"
+                              "By year                  days   return %     sharpe volatility %  "
+                              "drawdown %   turnover\n"
+                              "  2019  in sample     7       12.5       1.50         20.0         "
+                              "5.0      0.500\n"));
+  EXPECT_THAT(page, Not(HasSubstr("sortino")));
+  const Json shown = Json::parse(show("1-1", true));
+  EXPECT_EQ(shown["figures"]["by_year"][0]["days"], 7);
+  EXPECT_EQ(shown["holdout_figures"]["beta"], -2.0);
 }
 
 TEST_F(StoreCommands, WrapALineToTheTerminal) {

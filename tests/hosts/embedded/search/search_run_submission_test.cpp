@@ -148,11 +148,13 @@ TEST_F(SearchRunSubmissionTest, AReportThatIsCutShortHasTheStoredStatisticsOfThe
   ASSERT_GE(summary.submitted.size(), 2U);
   const MarketData whole = read_price_file(long_options().prices);
   const EraPlan plan = split_eras(whole.dates, long_options().config.eras);
-  const Evaluator evaluator(whole, {.book = RunData(long_options()).book});
+  const BookRules book = RunData(long_options()).book;
+  const Evaluator evaluator(whole, {.book = book});
+  const FigureTaker taker(evaluator.close(), whole.dates, plan, book);
   SqliteRunStore store(long_options().database.string());
   int asked = 0;
   const std::vector<SubmittedSignal> cut = report_submitted_signals(
-      store, summary.run_id, evaluator, plan, [&asked] { return ++asked > 1; });
+      store, summary.run_id, evaluator, taker, [&asked] { return ++asked > 1; });
   ASSERT_EQ(cut.size(), summary.submitted.size());
   EXPECT_EQ(asked, 2) << "once it is cut short, it stays so";
   EXPECT_TRUE(cut[0].has_holdout);

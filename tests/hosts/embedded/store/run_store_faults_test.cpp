@@ -151,6 +151,8 @@ TEST_F(RunStoreFaults, AForkedChildCannotTouchTheStore) {
         [&] { static_cast<void>(store.evaluation_count(run)); },
         [&] { static_cast<void>(store.metrics(run)); },
         [&] { store.record_holdout("1-1", "{}"); },
+        [&] { store.record_figures("1-1", {}); },
+        [&] { store.record_price_days(run, {}); },
         [&] { static_cast<void>(store.find_evaluation("1-1")); },
         [&] { static_cast<void>(store.submissions().list({})); },
         [&] {

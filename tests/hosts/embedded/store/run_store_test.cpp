@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 
 #include "hosts/embedded/store/sqlite_run_store.hpp"
+#include "hosts/embedded/store/store_reader.hpp"
 #include "hosts/embedded/store/store_schema.hpp"
 #include "tests/hosts/embedded/store/store_fixture.hpp"
 
@@ -14,6 +15,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::Pair;
 using ::testing::StartsWith;
 
 class RunStoreTest : public StoreTest {
@@ -167,6 +169,51 @@ TEST_F(RunStoreTest, TakesHoldoutStatisticsLater) {
               HasSubstr("failed: there is no evaluation 1-3; record the evaluation first"));
 }
 
+TEST_F(RunStoreTest, TakesTheFiguresOfASignalWithItsDays) {
+  SqliteRunStore store(path_);
+  const std::int64_t run = store.begin_run(start());
+  store.record_evaluations(run, batch(1, 2));
+  store.record_price_days(run, {"2020-01-01", "2020-01-02", "2020-01-03"});
+  store.record_figures("1-2", {{kInSample,
+                                R"({"beta":0.5,"calmar":null,"by_year":[{"year":2020,)"
+                                R"("days":1}]})",
+                                1, "[0.25]"},
+                               {kHoldout, R"({"beta":-0.5})", 2, "[-0.125]"}});
+  const std::unique_ptr<StoreReader> reader = open_store_reader(path_);
+  EXPECT_THAT(reader->figures("1-2"), ElementsAre(Pair(kHoldout, R"({"beta":-0.5})"),
+                                                  Pair(kInSample, HasSubstr(R"("calmar":null)"))));
+  EXPECT_TRUE(reader->figures("1-1").empty());
+  SqliteDatabase database(path_, 0);
+  const auto told = [&database](const char* query) { return database.query_text(query, "asking"); };
+  EXPECT_EQ(told("SELECT group_concat(sample || ' ' || date || ' ' || net_return, ', ') FROM "
+                 "(SELECT * FROM daily_returns ORDER BY date)"),
+            "in_sample 2020-01-02 0.25, holdout 2020-01-03 -0.125");
+  EXPECT_EQ(told("SELECT group_concat(sample || ' ' || name || ' ' || value, ', ') FROM "
+                 "(SELECT * FROM figures ORDER BY value)"),
+            "holdout beta -0.5, in_sample beta 0.5");
+  EXPECT_EQ(told("SELECT eval_id || ' ' || year || ' ' || days FROM yearly_figures"), "1-2 2020 1");
+  // Taken again, they are replaced.
+  store.record_figures("1-2", {{kHoldout, R"({"beta":2.5})", 2, "[0.5]"}});
+  EXPECT_EQ(open_store_reader(path_)->figures("1-2").at(kHoldout), R"({"beta":2.5})");
+  EXPECT_EQ(open_store_reader(path_)->figures("1-2").size(), 2U);
+  EXPECT_THAT(error_of([&] {
+                store.record_figures("1-3", {{kHoldout, "{}", 0, "[]"}});
+              }),
+              HasSubstr("failed: there is no evaluation 1-3; record the evaluation first"));
+  EXPECT_THAT(error_of([&] { store.record_price_days(9, {}); }), HasSubstr("there is no run 9"));
+}
+
+TEST_F(RunStoreTest, KeepsTheExpressionAndTheLuckOfARun) {
+  SqliteRunStore store(path_);
+  const std::int64_t run = store.begin_run(start());
+  EvaluationRecord evaluation = passing(1, 0.5);
+  evaluation.expression = "cross_rank(close)";
+  store.record_evaluations(run, {evaluation, passing(2, 0.5)});
+  EXPECT_EQ(store.find_evaluation("1-1")->evaluation.expression, "cross_rank(close)");
+  EXPECT_FALSE(store.find_evaluation("1-2")->evaluation.expression.has_value());
+  EXPECT_FALSE(store.find_run(run)->luck_json.has_value());
+}
+
 TEST_F(RunStoreTest, OrdersTheBestSignals) {
   SqliteRunStore store(path_);
   const std::int64_t run = store.begin_run(start());
@@ -290,10 +337,10 @@ TEST_F(RunStoreTest, RefusesADatabaseOfAnotherProgramAndLeavesItAlone) {
 
 TEST_F(RunStoreTest, RefusesANewerSchemaAndLeavesItAlone) {
   { SqliteRunStore store(path_); }
-  SqliteDatabase(path_, 0).execute("PRAGMA user_version = 4", "ageing it");
+  SqliteDatabase(path_, 0).execute("PRAGMA user_version = 5", "ageing it");
   const std::string before = bytes_of(path_);
   EXPECT_THAT(error_of([&] { SqliteRunStore store(path_); }),
-              HasSubstr("its schema version is 4, and this program knows versions up to 3; use the "
+              HasSubstr("its schema version is 5, and this program knows versions up to 4; use the "
                         "newer program"));
   EXPECT_EQ(bytes_of(path_), before);
 }

@@ -96,7 +96,7 @@ class SchemaMigration : public StoreTest {
             "SELECT group_concat(t.name || '.' || c.name || ' ' || c.type || ' ' || "
             "coalesce(c.dflt_value, '-') || ' ' || c.hidden, char(10)) || char(10) || (SELECT "
             "group_concat(name, char(10)) FROM sqlite_schema WHERE type = 'index') "
-            "FROM sqlite_schema t, pragma_table_xinfo(t.name) c WHERE t.type = 'table'",
+            "FROM sqlite_schema t, pragma_table_xinfo(t.name) c WHERE t.type IN ('table', 'view')",
             "reading the schema");
   }
 };
@@ -129,6 +129,8 @@ TEST_F(SchemaMigration, KeepsEveryRowOfVersion1) {
   EXPECT_EQ(found->evaluation.failures_json, "{}");
   EXPECT_FALSE(found->evaluation.market_id.has_value());
   EXPECT_FALSE(found->evaluation.holdout_statistics_json.has_value());
+  EXPECT_FALSE(found->evaluation.expression.has_value());
+  EXPECT_FALSE(found->run.luck_json.has_value());
 }
 
 TEST_F(SchemaMigration, MakesTheFailuresOfTheReason) {

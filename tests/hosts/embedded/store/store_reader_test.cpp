@@ -164,9 +164,9 @@ TEST_F(StoreReaderTest, RefusesWhatIsNoStore) {
 TEST_F(StoreReaderTest, RefusesTablesOfAnotherVersionWithTheMend) {
   const std::filesystem::path path = filled();
   execute(path, "PRAGMA user_version = 1");
-  EXPECT_THAT(refusal(path), HasSubstr("version 1, and this program reads version 3; a run that"));
-  execute(path, "PRAGMA user_version = 4");
-  EXPECT_THAT(refusal(path), HasSubstr("version 4, and this program reads version 3; use the"));
+  EXPECT_THAT(refusal(path), HasSubstr("version 1, and this program reads version 4; a run that"));
+  execute(path, "PRAGMA user_version = 5");
+  EXPECT_THAT(refusal(path), HasSubstr("version 5, and this program reads version 4; use the"));
 }
 
 }  // namespace
