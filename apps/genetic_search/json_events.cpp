@@ -170,12 +170,19 @@ Json started_event(const embedded::SearchStarted& started) {
                               {"last_seen_date", started.last_seen_date},
                               {"holdout_days", started.holdout_days},
                               {"first_holdout_date", started.first_holdout_date},
+                              {"split_is_kept", started.split_is_kept},
                               {"cost_basis_points", started.book.cost_basis_points},
                               {"delay_days", started.book.delay_days},
                               {"delisting_return", started.book.delisting_return},
                               {"least_known_share", started.book.least_known_share},
                               {"periods_per_year", started.book.periods_per_year},
                               {"periods_are_inferred", started.periods_are_inferred}});
+}
+
+Json measured_event(const embedded::PoolMeasuring& measuring) {
+  return event_of(
+      "measured",
+      {{"members", measuring.members}, {"done", measuring.done}, {"failed", measuring.failed}});
 }
 
 Json recorded_event(const CandidateRecorded& candidate) {

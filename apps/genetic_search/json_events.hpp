@@ -25,6 +25,8 @@ using Json = nlohmann::ordered_json;
 [[nodiscard]] Json number_json(double number);
 
 [[nodiscard]] Json started_event(const embedded::SearchStarted& started);
+// The members of the pool that were submitted on other days are measured, as far as the run let.
+[[nodiscard]] Json measured_event(const embedded::PoolMeasuring& measuring);
 [[nodiscard]] Json recorded_event(const embedded::CandidateRecorded& candidate);
 [[nodiscard]] Json settled_event(const embedded::SettledSignal& signal);
 [[nodiscard]] Json generation_event(const embedded::SearchProgress& progress);

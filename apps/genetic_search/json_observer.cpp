@@ -28,6 +28,10 @@ void JsonObserver::tell_stopping(const embedded::SearchProgress& progress) {
   message(stopping_text(progress));
 }
 
+void JsonObserver::on_measuring(const embedded::PoolMeasuring& measuring) {
+  if (!quiet_ && measuring.is_over) tell(measured_event(measuring));
+}
+
 void JsonObserver::on_recorded(const embedded::CandidateRecorded& candidate) {
   if (!quiet_) tell(recorded_event(candidate));
 }

@@ -18,6 +18,7 @@ class JsonObserver : public RunObserver {
   void finish(const embedded::SearchSummary& summary) override;
   void clear() override;
 
+  void on_measuring(const embedded::PoolMeasuring& measuring) override;
   void on_recorded(const embedded::CandidateRecorded& candidate) override;
   void on_settled(const embedded::SettledSignal& signal) override;
   void on_generation(const embedded::SearchProgress& progress) override;

@@ -109,8 +109,9 @@ std::string started_text(const embedded::SearchStarted& started, Width width) {
              width) +
          entry_text(
              "days    ",
-             fmt::format("in sample {}, to {}; hold-out {}, from {}", started.seen_days,
-                         started.last_seen_date, started.holdout_days, started.first_holdout_date),
+             fmt::format("in sample {}, to {}; hold-out {}, from {}{}", started.seen_days,
+                         started.last_seen_date, started.holdout_days, started.first_holdout_date,
+                         started.split_is_kept ? ", as the signal pool keeps it" : ""),
              width) +
          entry_text("book    ", book_text(started.book, started.periods_are_inferred), width) +
          entry_text(
@@ -132,6 +133,23 @@ std::string started_text(const embedded::SearchStarted& started, Width width) {
                            width)
               : std::string()) +
          "\n";
+}
+
+std::string measuring_text(const embedded::PoolMeasuring& measuring) {
+  return fmt::format("measuring the signals of the pool on these prices: {}/{}", measuring.done,
+                     measuring.members);
+}
+
+std::string measured_text(const embedded::PoolMeasuring& measuring, Width width) {
+  std::string told =
+      fmt::format("{} of the signal pool {} from other prices or rules: {} measured anew on these",
+                  counted(measuring.members, "signal"), measuring.members == 1 ? "is" : "are",
+                  measuring.done - measuring.failed);
+  if (measuring.failed > 0) told += fmt::format(", {} cannot be", measuring.failed);
+  if (measuring.done < measuring.members) {
+    told += fmt::format(", {} left for the next run", measuring.members - measuring.done);
+  }
+  return entry_text("", told, width);
 }
 
 std::string metrics_text(const Mapping& metrics, Width width) {

@@ -21,6 +21,11 @@ namespace varnholt::app {
 // What is searched, with what, and where it is stored.
 [[nodiscard]] std::string started_text(const embedded::SearchStarted& started, Width width);
 
+// The signals of the pool that are measured on the prices of the run: while it goes on, and the
+// outcome.
+[[nodiscard]] std::string measuring_text(const embedded::PoolMeasuring& measuring);
+[[nodiscard]] std::string measured_text(const embedded::PoolMeasuring& measuring, Width width);
+
 // Each entry of the metrics record, in the record's order.
 [[nodiscard]] std::string metrics_text(const genetic::Mapping& metrics, Width width);
 

@@ -26,6 +26,7 @@ embedded::HostConfig resolved_config(const std::optional<std::filesystem::path>&
   }
   override_with(config.eras.era, overrides.era);
   override_with(config.pool.name, overrides.pool_name);
+  if (overrides.holdout_from) config.eras.holdout_from = overrides.holdout_from;
   if (overrides.era && *overrides.era > config.eras.train) {
     throw UsageError(fmt::format(
         "--era {} is beyond the {} train era{}; give one of those, or more of them with eras.train "

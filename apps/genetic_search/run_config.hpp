@@ -18,6 +18,7 @@ struct ConfigOverrides {
   std::map<std::string_view, std::optional<double>> thresholds;
   std::optional<int> era;
   std::optional<std::string> pool_name;
+  std::optional<embedded::Date> holdout_from;
 };
 
 // The defaults without a file. Throws HostConfigError for a file that cannot be used, and

@@ -131,7 +131,7 @@ void add_config_options(Options& options, RunCommand& run) {
   options.optional_text(
       "--config", "FILE",
       "A TOML file with gates, limits, signal pool, eras and market. The gates below, "
-      "--era and --pool override what it says.",
+      "--era, --pool and --holdout-from override what it says.",
       run.config_file);
   options.whole("--era", "N", from(1, embedded::kLargestEraCount),
                 "The era that is searched: the search sees the days up to its end. Default: the "
@@ -143,6 +143,10 @@ void add_config_options(Options& options, RunCommand& run) {
                   "Default: {}.",
                   defaults.pool.name),
       pool_name_refusal, run.overrides.pool_name);
+  options.date("--holdout-from",
+               "The first day of the hold-out, which no search on the pool ever sees. The pool "
+               "keeps that of its first run. Default: a quarter of the days of that.",
+               run.overrides.holdout_from);
 }
 
 void add_judging_options(Options& options, embedded::SearchOptions& search,

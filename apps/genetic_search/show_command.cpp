@@ -3,6 +3,7 @@
 #include <ctime>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <fmt/chrono.h>
@@ -39,11 +40,13 @@ struct Page {
   Value failures;
   Value eras;
   std::vector<SubmissionRecord> submissions;
+  // What they came to on the days of other runs.
+  std::vector<embedded::NewMeasure> measures;
   Ancestor lineage;
 };
 
 Page page_of(embedded::StoreReader& store, const std::string& eval_id, Damages& damages) {
-  Page page{required_evaluation(store, eval_id), {}, {}, {}, {}, {}, {}, {}, {}};
+  Page page{required_evaluation(store, eval_id), {}, {}, {}, {}, {}, {}, {}, {}, {}};
   const embedded::EvaluationRecord& evaluation = page.found.evaluation;
   const auto json = [&](const std::string& text, const char* what) {
     return stored_json(text, fmt::format("the {} of {}", what, eval_id), damages);
@@ -64,6 +67,10 @@ Page page_of(embedded::StoreReader& store, const std::string& eval_id, Damages& 
   page.eras = stored_json(page.found.run.start.eras_json,
                           fmt::format("the eras of run {}", page.found.run.id), damages);
   page.submissions = store.submissions().of_evaluation(evaluation.eval_id);
+  for (const SubmissionRecord& submission : page.submissions) {
+    for (embedded::NewMeasure& measure : store.submissions().measures(submission.id))
+      page.measures.push_back(std::move(measure));
+  }
   page.lineage = ancestry(store, page.found, damages);
   return page;
 }
@@ -109,6 +116,12 @@ std::string submission_text(const SubmissionRecord& submission) {
     text += "; " + *submission.pending_reason;
   }
   return on_one_line(text);
+}
+
+std::string measure_text(const embedded::NewMeasure& measure) {
+  return fmt::format("on the days of run {}: {}", measure.run,
+                     measure.problem ? "cannot be, " + on_one_line(*measure.problem)
+                                     : "Sharpe ratio " + figure_text(measure.sharpe));
 }
 
 std::string run_text(const embedded::RunRecord& run) {
@@ -171,6 +184,8 @@ std::string page_text(const Page& page, Width width) {
   for (const SubmissionRecord& submission : page.submissions)
     line("submission", submission_text(submission));
   if (page.submissions.empty()) line("submission", "none");
+  for (const embedded::NewMeasure& measure : page.measures)
+    line("measured", measure_text(measure));
   line("run", run_text(page.found.run));
   line("prices", prices_text(page.found.run.start));
   line("book", book_text(embedded::book_rules_of(page.found.run.start), false));
@@ -207,11 +222,22 @@ Json run_json(const Page& page) {
           {"eras", to_json(page.eras)}};
 }
 
+Json measure_json(const embedded::NewMeasure& measure) {
+  return {{"run_id", measure.run},
+          {"data_key", measure.data_key},
+          {"sharpe", figure_json(measure.sharpe)},
+          {"problem", measure.problem ? Json(*measure.problem) : Json(nullptr)},
+          {"measured_at", measure.measured_at}};
+}
+
 Json page_json(const Page& page) {
   const embedded::EvaluationRecord& evaluation = page.found.evaluation;
   Json submissions = Json::array();
   for (const SubmissionRecord& submission : page.submissions)
     submissions.push_back(submission_json(submission));
+  Json measures = Json::array();
+  for (const embedded::NewMeasure& measure : page.measures)
+    measures.push_back(measure_json(measure));
   return {{"eval_id", evaluation.eval_id},
           {"candidate_number", evaluation.candidate_number},
           {"generation", evaluation.generation},
@@ -225,6 +251,7 @@ Json page_json(const Page& page) {
           {"figures", to_json(page.in_sample.figures)},
           {"holdout_figures", to_json(page.holdout.figures)},
           {"submissions", submissions},
+          {"measures", measures},
           {"run", run_json(page)},
           {"lineage", ancestry_json(page.lineage)},
           {"graph_key", evaluation.graph_key},

@@ -4,6 +4,8 @@
 #include <string>
 #include <utility>
 
+#include "apps/genetic_search/text_layout.hpp"
+
 namespace varnholt::app {
 
 TextObserver::TextObserver(const RunOutputs& outputs, const embedded::InterruptFlag& interrupt,
@@ -26,21 +28,37 @@ void TextObserver::tell_started(const embedded::SearchStarted& started) {
 void TextObserver::tell_progress(const embedded::SearchProgress& progress,
                                  std::int64_t evaluated_in_batch) {
   if (style_.quiet || !style_.terminal_width || line_.is_too_soon(progress.elapsed_seconds)) return;
-  // Room for the cursor and for the "^C" of an interrupt: a line that reached into the next one
-  // could not be erased.
-  constexpr std::size_t kKeptFree = 3;
-  const std::size_t columns = std::max(style_.terminal_width(), kKeptFree + 1) - kKeptFree;
   const RunLimits limits{options_.generations, options_.candidates, options_.seconds};
   const BatchUnderWay batch{evaluated_in_batch, started_.batch_size,
                             seconds_left(limits, progress, elapsed_at_generation_)};
-  const std::string line = live_progress_text(progress, batch, columns);
-  if (const auto drawing = line_.draw(line, progress.elapsed_seconds)) {
+  draw(live_progress_text(progress, batch, line_width()), progress.elapsed_seconds);
+}
+
+std::size_t TextObserver::line_width() const {
+  // Room for the cursor and for the "^C" of an interrupt: a line that reached into the next one
+  // could not be erased.
+  constexpr std::size_t kKeptFree = 3;
+  return std::max(style_.terminal_width(), kKeptFree + 1) - kKeptFree;
+}
+
+void TextObserver::draw(const std::string& line, double now) {
+  if (const auto drawing = line_.draw(cut_to_width(line, line_width()), now)) {
     outputs().text.write(*drawing);
   }
 }
 
 void TextObserver::tell_stopping(const embedded::SearchProgress& progress) {
   message(stopping_text(progress));
+}
+
+void TextObserver::on_measuring(const embedded::PoolMeasuring& measuring) {
+  if (style_.quiet) return;
+  if (measuring.is_over) {
+    clear();
+    outputs().text.write(measured_text(measuring, width()));
+  } else if (style_.terminal_width) {
+    draw(measuring_text(measuring), measuring.elapsed_seconds);
+  }
 }
 
 void TextObserver::on_recorded(const embedded::CandidateRecorded& /*candidate*/) {}

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <string>
 
 #include "apps/genetic_search/progress_line.hpp"
 #include "apps/genetic_search/report.hpp"
@@ -27,6 +28,7 @@ class TextObserver : public RunObserver {
   void finish(const embedded::SearchSummary& summary) override;
   void clear() override;
 
+  void on_measuring(const embedded::PoolMeasuring& measuring) override;
   void on_recorded(const embedded::CandidateRecorded& candidate) override;
   void on_settled(const embedded::SettledSignal& signal) override;
   void on_generation(const embedded::SearchProgress& progress) override;
@@ -41,6 +43,9 @@ class TextObserver : public RunObserver {
 
   // The terminal's, if there is one.
   [[nodiscard]] Width width() const;
+  // Of the line that is drawn on it.
+  [[nodiscard]] std::size_t line_width() const;
+  void draw(const std::string& line, double now);
 
   embedded::SearchOptions options_;
   Style style_;

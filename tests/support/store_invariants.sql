@@ -59,7 +59,7 @@ WHERE (a.terminal_disposition = 'passed') <> (v.passed = 1);
 
 -- An evaluation is submitted to a pool at most once, after it was recorded.
 SELECT 'evaluation ' || eval_id || ' has ' || count(*) || ' submissions to ' || signal_pool_name
-FROM submissions GROUP BY evaluation_id, signal_pool_name, market_id, era_number, data_key
+FROM submissions GROUP BY evaluation_id, signal_pool_name, market_id
 HAVING count(*) > 1
 UNION ALL
 SELECT 'submission ' || s.id || ' of no recorded evaluation' FROM submissions s
@@ -68,7 +68,48 @@ WHERE NOT EXISTS (SELECT 1 FROM evaluations v WHERE v.id = s.evaluation_id);
 -- In a pool a structure stands at most once.
 SELECT 'structure ' || graph_key || ' stands ' || count(*) || ' times in ' || signal_pool_name
 FROM submissions WHERE state <> 'refused'
-GROUP BY graph_key, signal_pool_name, market_id, era_number, data_key HAVING count(*) > 1;
+GROUP BY graph_key, signal_pool_name, market_id HAVING count(*) > 1;
+
+-- A pool has a hold-out for good from its first run on, and every run on it had that one.
+SELECT 'submission ' || s.id || ' is in the pool ' || s.signal_pool_name || ' of market ' ||
+  s.market_id || ', which keeps no hold-out'
+FROM submissions s JOIN runs r ON r.id = s.run_id WHERE r.eras <> 'null' AND NOT EXISTS (
+  SELECT 1 FROM pools p WHERE p.signal_pool_name = s.signal_pool_name AND p.market_id = s.market_id)
+UNION ALL
+SELECT 'run ' || r.id || ' searched up to ' || (r.eras ->> '$.holdout.first_date') ||
+  ' for the pool ' || p.signal_pool_name || ', which holds out from ' || p.holdout_from
+FROM pools p JOIN submissions s ON s.signal_pool_name = p.signal_pool_name
+  AND s.market_id = p.market_id
+JOIN runs r ON r.id = s.run_id
+WHERE r.eras <> 'null' AND r.eras ->> '$.holdout.first_date' < p.holdout_from
+  AND (r.settings ->> '$.eras.holdout_from') IS NOT NULL;
+
+-- A measure is that of a submission on other days than its own, once, by a run that is not before
+-- its own: it has figures or a reason.
+SELECT 'measure ' || m.id || ' of submission ' || m.submission_id || ' on its own days'
+FROM member_measures m JOIN submissions s ON s.id = m.submission_id
+WHERE s.data_key = m.data_key
+UNION ALL
+SELECT 'measure ' || m.id || ' of no submission or no run' FROM member_measures m
+WHERE NOT EXISTS (SELECT 1 FROM submissions s WHERE s.id = m.submission_id)
+  OR NOT EXISTS (SELECT 1 FROM runs r WHERE r.id = m.run_id)
+UNION ALL
+SELECT 'measure ' || id || ' has figures and a reason, or neither' FROM member_measures
+WHERE (pnl IS NULL) <> (problem IS NOT NULL) OR (pnl IS NULL) <> (statistics IS NULL)
+UNION ALL
+SELECT 'submission ' || submission_id || ' is measured ' || count(*) || ' times under one key'
+FROM member_measures GROUP BY submission_id, data_key HAVING count(*) > 1;
+
+-- Nothing joins a pool before all its members are known on the days that it is compared on: each
+-- member that joined earlier has a measure there, or one that says why not.
+SELECT 'submission ' || s.id || ' joined beside submission ' || e.id || ', unknown on its days'
+FROM submissions s JOIN submissions e ON e.signal_pool_name = s.signal_pool_name
+  AND e.market_id = s.market_id AND e.state = 'submitted' AND e.settled_order < s.settled_order
+WHERE s.state = 'submitted' AND e.data_key <> s.data_key
+  AND (SELECT r.settings ->> '$.eras.holdout_from' FROM runs r WHERE r.id = s.run_id) IS NOT NULL
+  AND NOT EXISTS (SELECT 1 FROM member_measures m
+    WHERE m.submission_id = e.id AND m.data_key = s.data_key)
+  AND NOT EXISTS (SELECT 1 FROM member_measures m WHERE m.submission_id = s.id);
 
 -- What passed in a run with a pool was submitted, or will be by the next run that opens the store.
 SELECT 'evaluation ' || v.eval_id || ' passed, and nothing of its structure was submitted'

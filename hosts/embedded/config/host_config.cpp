@@ -42,10 +42,15 @@ struct TextKey {
   std::string& (*field)(HostConfig&);
 };
 
+// A date of TOML, or the same as a text.
+struct DateKey {
+  std::optional<Date>& (*field)(HostConfig&);
+};
+
 struct ConfigKey {
   std::string_view table;
   std::string_view name;
-  std::variant<RealKey, IntegerKey, TextKey> kind;
+  std::variant<RealKey, IntegerKey, TextKey, DateKey> kind;
 };
 
 template <auto Table, auto Member>
@@ -73,6 +78,9 @@ std::vector<ConfigKey> other_keys() {
                                1, kLargestEraCount}},
           ConfigKey{"eras", "holdout",
                     real_key<&HostConfig::eras, &EraSettings::holdout>(0.0, 1.0, true)},
+          ConfigKey{"eras", "holdout_from", DateKey{[](HostConfig& config) -> std::optional<Date>& {
+                      return config.eras.holdout_from;
+                    }}},
           ConfigKey{"eras", "era",
                     IntegerKey{[](HostConfig& config, std::int64_t number) {
                                  config.eras.era = static_cast<int>(number);
@@ -238,6 +246,21 @@ void take(HostConfig& config, const TextKey& key, const Met& met) {
     met.refuse("holds another character", remedy);
   }
   key.field(config) = bytes;
+}
+
+void take(HostConfig& config, const DateKey& key, const Met& met) {
+  const std::string remedy = "write a day as 2026-01-31";
+  std::optional<Date> day;
+  if (const auto* const date = met.node().as_date()) {
+    const toml::date& named = date->get();
+    day = parse_date(fmt::format("{:04}-{:02}-{:02}", named.year, named.month, named.day));
+  } else if (const auto* const text = met.node().as_string()) {
+    day = parse_date(text->get());
+  } else {
+    met.refuse("is not a day", remedy);
+  }
+  if (!day) met.refuse("is no day of the calendar", remedy);
+  key.field(config) = day;
 }
 
 // --- tables ---

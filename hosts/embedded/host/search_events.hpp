@@ -38,6 +38,17 @@ struct SearchStarted {
   std::string first_holdout_date;
   BookRules book;
   bool periods_are_inferred = true;  // From the dates; otherwise they were given.
+  bool split_is_kept = false;        // The pool has it from an earlier run.
+};
+
+// The members of the pool that are measured on the days of the run, because they were submitted, or
+// measured last, on others.
+struct PoolMeasuring {
+  std::int64_t members = 0;      // To be measured.
+  std::int64_t done = 0;         // So far.
+  std::int64_t failed = 0;       // Of these: those that cannot be computed.
+  bool is_over = false;          // Also where the run is stopped before all are done.
+  double elapsed_seconds = 0.0;  // Since the search began.
 };
 
 // One recorded candidate.
@@ -149,6 +160,8 @@ class SearchObserver {
   // At least once for each evaluation that ends, and several times a second while some are under
   // way.
   virtual void on_tick(const SearchProgress& progress, std::int64_t evaluated_in_batch) = 0;
+  // Once for each member that is measured, several times a second while some are, and at the end.
+  virtual void on_measuring(const PoolMeasuring& /*measuring*/) {}
   virtual void on_recorded(const CandidateRecorded& candidate) = 0;
   virtual void on_settled(const SettledSignal& signal) = 0;
   virtual void on_generation(const SearchProgress& progress) = 0;

@@ -1,5 +1,6 @@
 #include "hosts/embedded/market/eras.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <string>
 
@@ -24,12 +25,23 @@ void check(const EraSettings& settings) {
 
 // What can be done about a history that is too short.
 void require_days(const std::string& what, Eigen::Index days, const EraSettings& settings,
-                  std::size_t history, const char* other_mend) {
+                  std::size_t history, const std::string& other_mend) {
   if (days >= kMinimumEraDays) return;
-  throw EraError(fmt::format(
-      "of a history of {} days (train eras: {}, hold-out: {} of the days) {} has {} days, and {} "
-      "are needed; give a longer history{}",
-      history, settings.train, settings.holdout, what, days, kMinimumEraDays, other_mend));
+  const std::string holdout = settings.holdout_from
+                                  ? fmt::format("from {}", date_text(*settings.holdout_from))
+                                  : fmt::format("{} of the days", settings.holdout);
+  throw EraError(
+      fmt::format("of a history of {} days (train eras: {}, hold-out: {}) {} has {} days, and {} "
+                  "are needed; give a longer history{}",
+                  history, settings.train, holdout, what, days, kMinimumEraDays, other_mend));
+}
+
+Eigen::Index holdout_days_of(const std::vector<Date>& dates, const EraSettings& settings) {
+  if (settings.holdout_from) {
+    return dates.end() - std::lower_bound(dates.begin(), dates.end(), *settings.holdout_from);
+  }
+  const auto days = static_cast<double>(dates.size());
+  return static_cast<Eigen::Index>(std::floor(settings.holdout * days + 0.5));
 }
 
 DaySpan span_of(const std::vector<Date>& dates, Eigen::Index first_day, Eigen::Index end_day) {
@@ -50,14 +62,16 @@ Eigen::Index EraPlan::seen_days() const {
 EraPlan split_eras(const std::vector<Date>& dates, const EraSettings& settings) {
   check(settings);
   const auto days = static_cast<Eigen::Index>(dates.size());
-  const auto holdout_days =
-      static_cast<Eigen::Index>(std::floor(settings.holdout * static_cast<double>(days) + 0.5));
+  const Eigen::Index holdout_days = holdout_days_of(dates, settings);
   const Eigen::Index train_days = days - holdout_days;
-  require_days("the hold-out", holdout_days, settings, dates.size(), " or a larger hold-out");
+  const std::string larger =
+      settings.holdout_from ? " or a hold-out that begins earlier" : " or a larger hold-out";
+  const std::string smaller =
+      settings.holdout_from ? "a hold-out that begins later" : "a smaller hold-out";
+  require_days("the hold-out", holdout_days, settings, dates.size(), larger);
   // The shortest era is as long as the whole division says; some have one day more.
-  require_days(
-      "a train era", train_days / settings.train, settings, dates.size(),
-      settings.train > 1 ? ", fewer train eras or a smaller hold-out" : " or a smaller hold-out");
+  require_days("a train era", train_days / settings.train, settings, dates.size(),
+               (settings.train > 1 ? ", fewer train eras or " : " or ") + smaller);
   EraPlan plan;
   Eigen::Index first_day = 0;
   for (Eigen::Index number = 1; number <= settings.train; ++number) {

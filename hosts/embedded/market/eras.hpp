@@ -1,7 +1,8 @@
 // Eras: which days of a history the search may see, and which it never sees.
 //
-// The calendar. Of D days the last H = round(holdout * D), halves upwards, are the hold-out, and
-// the T = D - H days before it are the train days. They fall into `train` eras, of which era
+// The calendar. Of D days the last H are the hold-out: those from a date on, or, where none is
+// given, round(holdout * D) of them, halves upwards. The T = D - H days before it are the train
+// days. They fall into `train` eras, of which era
 // k = 1, 2, ... ends before day floor(k * T / train): their lengths differ by one day at most.
 //
 //   |--- era 1 ---|--- era 2 ---|--- era 3 ---|------ hold-out ------|
@@ -33,6 +34,9 @@ struct EraSettings {
   int train = 3;                // Eras before the hold-out: 1 to kLargestEraCount.
   double holdout = 0.25;        // The hold-out's share of all days: above 0 and below 1.
   std::optional<int> era = {};  // The era that is searched, 1 to `train`; the last one when absent.
+  // The first day that may belong to the hold-out, in place of its share: days that are added to
+  // the history then move nothing.
+  std::optional<Date> holdout_from = {};
 };
 
 // The days first_day .. end_day - 1, counted from 0, and the dates of the first and the last one.

@@ -1,12 +1,15 @@
 #include "hosts/embedded/search/run_description.hpp"
 
+#include <algorithm>
 #include <filesystem>
+#include <vector>
 
 #include <fmt/format.h>
 
 #include "hosts/embedded/gates/threshold_set.hpp"
 #include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/market/bar_frequency.hpp"
+#include "hosts/embedded/market/panel_digest.hpp"
 #include "hosts/embedded/market/price_file.hpp"
 #include "hosts/embedded/system/digest.hpp"
 #include "hosts/embedded/system/wall_clock.hpp"
@@ -66,7 +69,9 @@ std::string settings_json(const SearchOptions& options, const RunData& data,
                                {"correlation_max", host.pool.correlation_max},
                                {"novelty_min", host.pool.novelty_min},
                                {"minimum_days", host.pool.minimum_days}}},
-              {"eras", Mapping{{"train", host.eras.train}, {"holdout", host.eras.holdout}}}});
+              {"eras", Mapping{{"train", host.eras.train},
+                               {"holdout", host.eras.holdout},
+                               {"holdout_from", date_text(data.holdout_from)}}}});
 }
 
 Mapping day_span(const DaySpan& span) {
@@ -74,6 +79,33 @@ Mapping day_span(const DaySpan& span) {
           {"last_date", date_text(span.last_date)},
           {"first_day", static_cast<std::int64_t>(span.first_day)},
           {"end_day", static_cast<std::int64_t>(span.end_day)}};
+}
+
+// The split of these days. What was held out once is never searched, nor the other way round: its
+// signals have been judged by it.
+EraPlan planned(const std::vector<Date>& dates, const HostConfig& config,
+                const std::optional<Date>& kept_holdout) {
+  if (!kept_holdout) return split_eras(dates, config.eras);
+  const auto days_before = [&dates](Date day) {
+    return std::lower_bound(dates.begin(), dates.end(), day) - dates.begin();
+  };
+  const std::optional<Date>& asked = config.eras.holdout_from;
+  const std::string kept = fmt::format("the signal pool \"{}\" keeps its hold-out from {} on",
+                                       config.pool.name, date_text(*kept_holdout));
+  if (asked && days_before(*asked) != days_before(*kept_holdout)) {
+    throw EraError(
+        fmt::format("a hold-out from {} on was asked for, and {}; leave --holdout-from "
+                    "out, or begin another signal pool with --pool NAME",
+                    date_text(*asked), kept));
+  }
+  EraSettings settings = config.eras;
+  settings.holdout_from = kept_holdout;
+  try {
+    return split_eras(dates, settings);
+  } catch (const EraError& error) {
+    throw EraError(
+        fmt::format("{}: {}, or begin another signal pool with --pool NAME", kept, error.what()));
+  }
 }
 
 std::string eras_json(const EraPlan& plan) {
@@ -88,26 +120,27 @@ std::string eras_json(const EraPlan& plan) {
 
 }  // namespace
 
-RunData::RunData(const SearchOptions& options, const InterruptCheck& check)
-    : RunData(options, read_price_bytes(options.prices, check), check) {}
+RunData::RunData(const SearchOptions& options, const InterruptCheck& check,
+                 const std::optional<Date>& kept_holdout)
+    : RunData(options, read_price_bytes(options.prices, check), check, kept_holdout) {}
 
 RunData::RunData(const SearchOptions& options, const std::string& price_bytes,
-                 const InterruptCheck& check)
+                 const InterruptCheck& check, const std::optional<Date>& kept_holdout)
     : whole(read_price_text(price_bytes, options.prices.string(), check)),
-      plan(split_eras(whole.dates, options.config.eras)),
+      plan(planned(whole.dates, options.config, kept_holdout)),
       digest(sha256_hex(price_bytes)),
+      holdout_from(kept_holdout.value_or(
+          options.config.eras.holdout_from.value_or(plan.holdout.first_date))),
+      split_is_kept(kept_holdout.has_value()),
       book{options.cost_basis_points, options.delay_days, options.delisting_return,
            options.least_known_share,
-           options.periods_per_year.value_or(periods_per_year(whole.dates))} {}
+           options.periods_per_year.value_or(periods_per_year(whole.dates))},
+      data_key(sha256_hex(fmt::format("{} {} {} {} {}", panel_digest(whole, plan.seen_days()),
+                                      book.cost_basis_points, book.delay_days,
+                                      book.delisting_return, book.least_known_share))) {}
 
 PoolIdentity pool_identity(const SearchOptions& options, const RunData& data) {
-  const BookRules& book = data.book;
-  // The periods of a year scale figures, and leave the daily PnL as it is.
-  const std::string comparable =
-      fmt::format("{} {} {} {} {} {}", data.digest, data.plan.seen_days(), book.cost_basis_points,
-                  book.delay_days, book.delisting_return, book.least_known_share);
-  return {options.config.pool.name, options.config.market_id, data.plan.era,
-          sha256_hex(comparable)};
+  return {options.config.pool.name, options.config.market_id, data.plan.era, data.data_key};
 }
 
 BookRules book_rules_of(const RunStart& start) {
@@ -165,6 +198,7 @@ SearchStarted started_event(const SearchOptions& options, const RunData& data,
   started.book = data.book;
   started.periods_are_inferred = !options.periods_per_year;
   started.first_holdout_date = date_text(data.plan.holdout.first_date);
+  started.split_is_kept = data.split_is_kept;
   return started;
 }
 

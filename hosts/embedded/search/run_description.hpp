@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "hosts/embedded/backtest/book_rules.hpp"
@@ -18,23 +19,32 @@ namespace varnholt::embedded {
 
 // The prices of a run: the whole history, how it is split, and the SHA-256 of the file.
 struct RunData {
-  // Reads the file once, so that the digest is that of exactly the bytes that are searched. Throws
-  // what read_price_file, split_eras and `check` throw.
-  explicit RunData(const SearchOptions& options, const InterruptCheck& check = {});
+  // Reads the file once, so that the digest is that of exactly the bytes that are searched. The
+  // hold-out that the pool keeps takes the place of the share of the options; an EraError for
+  // another one that the options ask for by its date. Throws what read_price_file, split_eras and
+  // `check` throw.
+  explicit RunData(const SearchOptions& options, const InterruptCheck& check = {},
+                   const std::optional<Date>& kept_holdout = {});
 
   MarketData whole;
   EraPlan plan;
   std::string digest;
+  // The first day that the pool keeps for its hold-out, or is to keep, and whether it did already.
+  Date holdout_from;
+  bool split_is_kept;
   // By which signals are traded on these prices.
   BookRules book;
+  // Of all that decides the daily PnL of a signal on the days that are searched. The periods of a
+  // year do not: they scale figures. Neither do later days, nor how the file looks.
+  std::string data_key;
 
  private:
-  RunData(const SearchOptions& options, const std::string& price_bytes,
-          const InterruptCheck& check);
+  RunData(const SearchOptions& options, const std::string& price_bytes, const InterruptCheck& check,
+          const std::optional<Date>& kept_holdout);
 };
 
-// Signals are comparable day by day when they were evaluated on the same days of the same prices at
-// the same rules: such runs share a signal pool.
+// The run's signal pool. Signals are comparable day by day when they were evaluated on the same
+// days of the same prices at the same rules; members of others are measured anew.
 [[nodiscard]] PoolIdentity pool_identity(const SearchOptions& options, const RunData& data);
 
 // The rules by which a stored run was evaluated. Runs from before there were others than costs were

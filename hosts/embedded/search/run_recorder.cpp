@@ -315,9 +315,10 @@ void RunRecorder::tell_troubles(const SyncReport& report) {
     observer_.on_log(LogLevel::Warning,
                      fmt::format("pool member {} is set aside: it {}", member.eval_id, member.why));
   }
-  // The same reason for many is told once.
+  // The same reason for many is told once. What only waits for a measure is settled when that is
+  // made, which the progress tells.
   for (const WaitingSubmission& waiting : report.waiting) {
-    if (!told_waits_.insert(waiting.why).second) continue;
+    if (waiting.is_for_measures || !told_waits_.insert(waiting.why).second) continue;
     observer_.on_log(LogLevel::Warning,
                      fmt::format("submission {} waits: {}", waiting.eval_id, waiting.why));
   }

@@ -13,6 +13,7 @@
 #include "hosts/embedded/host/embedded_host.hpp"
 #include "hosts/embedded/host/search_stop.hpp"
 #include "hosts/embedded/host/signal_submission.hpp"
+#include "hosts/embedded/search/member_measuring.hpp"
 #include "hosts/embedded/search/run_description.hpp"
 #include "hosts/embedded/search/run_recorder.hpp"
 #include "hosts/embedded/search/search_setup.hpp"
@@ -89,6 +90,45 @@ std::vector<std::string> date_texts(const std::vector<Date>& dates) {
   return texts;
 }
 
+// The measuring of the pool's members and the settling of what is queued, which waits for it.
+class Settling {
+ public:
+  Settling(const Conduct& conduct, SignalSubmission& submission, RunRecorder& recorder)
+      : conduct_(conduct),
+        submission_(submission),
+        recorder_(recorder),
+        measuring_(conduct.store, conduct.setup.evaluator(), conduct.setup.system(), conduct.pool,
+                   measuring_settings(conduct, recorder.run())) {}
+
+  void settle() {
+    // Another run on other prices may submit to the pool at any moment, also between the measuring
+    // and the settling: then both are done again. What is left after that waits for the next time.
+    constexpr int kMostRounds = 3;
+    for (int round = 1; round <= kMostRounds; ++round) {
+      measuring_.measure([this] { return conduct_.stop->cancels_evaluations(); },
+                         [this](PoolMeasuring measuring) {
+                           measuring.elapsed_seconds = conduct_.stop->elapsed_seconds();
+                           conduct_.observer.on_measuring(measuring);
+                         });
+      const SyncReport report = submission_.sync();
+      recorder_.settled(report);
+      if (!report.waits_for_measures() || conduct_.stop->cancels_evaluations()) return;
+    }
+  }
+
+ private:
+  static MemberMeasuring::Settings measuring_settings(const Conduct& conduct, std::int64_t run) {
+    const SearchOptions& options = conduct.options;
+    return {run, conduct.setup.jobs(), options.timeout_seconds, options.worker_memory_limit_bytes,
+            options.worker_nice};
+  }
+
+  const Conduct& conduct_;
+  SignalSubmission& submission_;
+  RunRecorder& recorder_;
+  MemberMeasuring measuring_;
+};
+
 // The search itself, from the event of its beginning to its last settlement.
 void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder) {
   const auto& [options, observer, setup, store, stop, pool] = conduct;
@@ -98,9 +138,10 @@ void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder
   SignalSubmission submission(store, setup.evaluator(), pool, options.config.pool);
   HostSettings settings =
       host_settings(options, observer, client_manifest(setup.data(), recorder.run()));
-  settings.on_generation_end = [&recorder, &submission, &search_stop = *stop] {
+  Settling settling(conduct, submission, recorder);
+  settings.on_generation_end = [&recorder, &settling, &search_stop = *stop] {
     search_stop.count_generation();
-    recorder.settled(submission.sync());
+    settling.settle();
     recorder.generation_done();
   };
   settings.is_stopping = [&search_stop = *stop] { return search_stop.cancels_evaluations(); };
@@ -110,11 +151,11 @@ void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder
   genetic::Module module(host);
 
   // What a run that died left in the queue is settled before anything is measured.
-  recorder.settled(submission.sync());
+  settling.settle();
   module.run(context, setup.config());
   const Value& metrics = recorder.metrics();
   recorder.end(genetic::str(metrics.mapping().at(genetic::keys::kTerminalReason)));
-  recorder.settled(submission.sync());
+  settling.settle();
 }
 
 // Closes a run that is left by an error. The error is what is told: where the store refuses to take
@@ -156,6 +197,18 @@ void run_to_its_end(const Conduct& conduct, Lineage& lineage, RunRecorder& recor
   }
 }
 
+// The pool keeps the split of its first run. Of two first runs that began at once the other one may
+// have made it, after this one had looked.
+void require_same_split(RunStore& store, const PoolIdentity& pool, const RunData& data) {
+  const std::string own = date_text(data.holdout_from);
+  const std::string kept = store.keep_holdout_from(pool, own);
+  if (kept == own) return;
+  throw EraError(
+      fmt::format("another run has just begun the signal pool \"{}\" with a hold-out "
+                  "from {} on, and this one would have it from {}; start this one again",
+                  pool.signal_pool_name, kept, own));
+}
+
 }  // namespace
 
 SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
@@ -168,6 +221,7 @@ SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
   const PoolIdentity pool = pool_identity(options, data);
 
   const std::unique_ptr<RunStore> store = open_run_store(options.database.string());
+  require_same_split(*store, pool, data);
   stop->begin_run();
   Lineage lineage;
   RunRecorder recorder(*store, observer, lineage, *stop, recorder_settings(options, pool),

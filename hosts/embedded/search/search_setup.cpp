@@ -14,6 +14,7 @@
 #include "hosts/embedded/host/system_random.hpp"
 #include "hosts/embedded/search/seed_graphs.hpp"
 #include "hosts/embedded/signal_pool/pool_gates.hpp"
+#include "hosts/embedded/store/store_reader.hpp"
 #include "hosts/embedded/system/machine_limits.hpp"
 #include "hosts/embedded/system/memory_advice.hpp"
 #include "search_templates/genetic/host/search_settings.hpp"
@@ -58,6 +59,21 @@ const SearchOptions& checked(const SearchOptions& options) {
   return options;
 }
 
+// The hold-out that the run's pool keeps, if there is such a pool yet.
+std::optional<Date> kept_holdout(const SearchOptions& options) {
+  PoolIdentity pool;
+  pool.signal_pool_name = options.config.pool.name;
+  pool.market_id = options.config.market_id;
+  const std::optional<std::string> kept = stored_holdout_from(options.database, pool);
+  if (!kept) return std::nullopt;
+  const std::optional<Date> day = parse_date(*kept);
+  require(day.has_value(),
+          fmt::format("{}: the signal pool \"{}\" keeps a hold-out from \"{}\", which is no day; "
+                      "the file is damaged: name another one, or another pool",
+                      options.database.string(), options.config.pool.name, *kept));
+  return day;
+}
+
 genetic::GeneticTemplate configured_template(genetic::RandomGenerators& generators,
                                              genetic::ProcessEvaluation& process_evaluation,
                                              const SearchOptions& options,
@@ -93,7 +109,7 @@ genetic::GeneticTemplate configured_template(genetic::RandomGenerators& generato
 
 SearchSetup::SearchSetup(const SearchOptions& options, const InterruptCheck& check)
     : jobs_(checked(options).jobs.value_or(read_machine_limits().busy_workers())),
-      data_(options, check),
+      data_(options, check, kept_holdout(options)),
       evaluator_options_{.book = data_.book},
       evaluator_(data_.whole.first_days(data_.plan.seen_days()), evaluator_options_),
       process_(system_, options.timeout_seconds),

@@ -29,6 +29,7 @@ class SearchSetup {
   // Over the days that the search sees.
   [[nodiscard]] const Evaluator& evaluator() const { return evaluator_; }
   [[nodiscard]] ProcessSide& process() { return process_; }
+  [[nodiscard]] SystemCalls& system() { return system_; }
   // The template with its random stream.
   [[nodiscard]] genetic::GeneticTemplate& config() { return config_; }
 

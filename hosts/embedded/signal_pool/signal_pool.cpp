@@ -70,7 +70,7 @@ bool SignalPool::is_still_good(const std::vector<std::int64_t>& submissions) con
   return !has_other_days_ && members_.size() <= submissions.size() &&
          std::equal(members_.begin(), members_.end(), submissions.begin(),
                     [](const Member& member, std::int64_t submission) {
-                      return member.submission == submission && member.days;
+                      return member.submission == submission && member.is_settled();
                     });
 }
 
@@ -80,6 +80,14 @@ void SignalPool::read_members() {
     member.submission = found.id;
     member.eval_id = found.eval_id;
     last_settled_order_ = found.settled_order;
+    member.measured = found.measured;
+    if (found.measured == Measured::NotYet) continue;
+    if (found.measured == Measured::Never) {
+      note_aside(member, fmt::format("cannot be measured on these prices ({}); it stays in the "
+                                     "pool, for prices that have what it needs",
+                                     found.problem));
+      continue;
+    }
     if (!found.pnl) {
       set_aside(member, "has no PnL in the store that can be read");
       continue;
@@ -99,8 +107,20 @@ void SignalPool::read_members() {
 }
 
 void SignalPool::set_aside(const Member& member, const std::string& trouble) {
+  note_aside(member, trouble + "; submit it anew, or take it out of the pool");
+}
+
+void SignalPool::note_aside(const Member& member, std::string why) {
   if (!told_aside_.insert(member.submission).second) return;
-  set_aside_.push_back({member.eval_id, trouble + "; submit it anew, or take it out of the pool"});
+  set_aside_.push_back({member.eval_id, std::move(why)});
+}
+
+std::optional<std::string> SignalPool::first_unmeasured() const {
+  const auto found = std::find_if(members_.begin(), members_.end(), [](const Member& member) {
+    return member.measured == Measured::NotYet;
+  });
+  if (found == members_.end()) return std::nullopt;
+  return found->eval_id;
 }
 
 void SignalPool::set_aside_others(Eigen::Index days) {

@@ -31,7 +31,8 @@ namespace varnholt::embedded {
 // With few days in common no figure is meaningful: the scatter of a correlation is 1/sqrt(days).
 inline constexpr Eigen::Index kDefaultCommonDays = 60;
 
-// A member that no signal can be compared with, because its PnL in the store is damaged.
+// A member that no signal can be compared with, because its PnL in the store is damaged, or cannot
+// be computed on the days of this run.
 struct SetAsideMember {
   std::string eval_id;
   std::string why;  // "has no PnL ...; submit it anew, or take it out of the pool"
@@ -56,6 +57,9 @@ class SignalPool {
   void refresh_under_lock();
 
   [[nodiscard]] bool has_members() const noexcept { return !members_.empty(); }
+  // A member that was submitted on other days and is not measured on these yet; nothing where there
+  // is none. Until it is, no signal can be settled.
+  [[nodiscard]] std::optional<std::string> first_unmeasured() const;
 
   // Measures a signal with this PnL against the members known from the last refresh. In an empty
   // pool every signal is entirely new. A member whose PnL is not in the store, or has other days
@@ -84,6 +88,10 @@ class SignalPool {
     std::string eval_id;
     // The days of its PnL, which stands in the group of as many; absent where there is none.
     std::optional<Eigen::Index> days;
+    Measured measured = Measured::Yes;
+
+    // Nothing better is to be had of it but by another measure, which changes what is stored.
+    [[nodiscard]] bool is_settled() const { return days || measured == Measured::Never; }
   };
 
   // Members that can be compared with each other, in the order in which they joined.
@@ -97,6 +105,7 @@ class SignalPool {
   void read_members();
   [[nodiscard]] bool is_still_good(const std::vector<std::int64_t>& submissions) const;
   void set_aside(const Member& member, const std::string& trouble);
+  void note_aside(const Member& member, std::string why);
   void set_aside_others(Eigen::Index days);
   [[noreturn]] void refuse_other_days(Eigen::Index days);
   [[nodiscard]] PoolComparison& remembered(const Eigen::ArrayXd& pnl);

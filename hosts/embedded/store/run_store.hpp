@@ -118,6 +118,10 @@ class RunStore {
   // In the order in which they were recorded.
   [[nodiscard]] virtual std::vector<std::string> metrics(std::int64_t run) = 0;
 
+  // Makes `first_day`, "2026-01-31", the first day of the hold-out of a pool for good, unless the
+  // pool has one already. Returns the one that it has then.
+  virtual std::string keep_holdout_from(const PoolIdentity& pool, const std::string& first_day) = 0;
+
   [[nodiscard]] virtual SubmissionTable& submissions() noexcept = 0;
   [[nodiscard]] virtual AttemptTable& attempts() noexcept = 0;
 

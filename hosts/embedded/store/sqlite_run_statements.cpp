@@ -45,6 +45,14 @@ constexpr const char* kCountEvaluations =
     "SELECT count(*) AS count FROM evaluations WHERE run_id = :run";
 constexpr const char* kSelectMetrics = "SELECT record FROM metrics WHERE run_id = :run ORDER BY id";
 
+constexpr const char* kInsertPool =
+    "INSERT INTO pools (signal_pool_name, market_id, holdout_from) "
+    "VALUES (:signal_pool_name, :market_id, :holdout_from) "
+    "ON CONFLICT (signal_pool_name, market_id) DO NOTHING";
+constexpr const char* kSelectPool =
+    "SELECT holdout_from FROM pools "
+    "WHERE signal_pool_name = :signal_pool_name AND market_id = :market_id";
+
 std::string runs_where(const char* condition) {
   return select_from(run_relation()) + condition;
 }
@@ -70,6 +78,8 @@ SqliteRunStatements::SqliteRunStatements(SqliteDatabase& database)
       select_by_sharpe(database, evaluations_where(kBySharpe), kReadingSignals),
       count_failures(database, kCountFailures, kCounting),
       count_evaluations(database, kCountEvaluations, kCounting),
-      select_metrics(database, kSelectMetrics, kReadingMetrics) {}
+      select_metrics(database, kSelectMetrics, kReadingMetrics),
+      insert_pool(database, kInsertPool, kSplitting),
+      select_pool(database, kSelectPool, kSplitting) {}
 
 }  // namespace varnholt::embedded

@@ -13,6 +13,7 @@ inline constexpr const char* kRecordingHoldout = "recording hold-out statistics"
 inline constexpr const char* kRecordingFigures = "recording the figures of signals";
 inline constexpr const char* kRecordingMetrics = "recording metrics";
 inline constexpr const char* kEnding = "ending a run";
+inline constexpr const char* kSplitting = "keeping the hold-out of a pool";
 inline constexpr const char* kMarking = "marking interrupted runs";
 
 struct SqliteRunStatements {
@@ -33,6 +34,8 @@ struct SqliteRunStatements {
   SqliteStatement count_failures;
   SqliteStatement count_evaluations;
   SqliteStatement select_metrics;
+  SqliteStatement insert_pool;
+  SqliteStatement select_pool;
 };
 
 }  // namespace varnholt::embedded

@@ -145,6 +145,21 @@ bool SqliteRunStore::end_run(std::int64_t run, double ended_at,
   return changed == 1;
 }
 
+std::string SqliteRunStore::keep_holdout_from(const PoolIdentity& pool,
+                                              const std::string& first_day) {
+  SqliteTransaction transaction(*database_, kSplitting);
+  static_cast<void>(SqliteUse(statements_->insert_pool)
+                        .bind("signal_pool_name", pool.signal_pool_name)
+                        .bind("market_id", pool.market_id)
+                        .bind("holdout_from", first_day)
+                        .change());
+  SqliteUse row(statements_->select_pool);
+  row.bind("signal_pool_name", pool.signal_pool_name).bind("market_id", pool.market_id);
+  std::string kept = row.step() ? row.text("holdout_from") : first_day;
+  transaction.commit();
+  return kept;
+}
+
 void SqliteRunStore::require_run(std::int64_t run, const char* doing) {
   if (find_run(run)) return;
   throw StoreError(path(), fmt::format("{} failed: there is no run {}", doing, run),

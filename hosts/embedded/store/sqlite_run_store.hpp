@@ -57,6 +57,8 @@ class SqliteRunStore final : public RunStore {
   [[nodiscard]] std::int64_t evaluation_count(std::int64_t run) override;
   [[nodiscard]] std::vector<std::string> metrics(std::int64_t run) override;
 
+  std::string keep_holdout_from(const PoolIdentity& pool, const std::string& first_day) override;
+
   [[nodiscard]] SubmissionTable& submissions() noexcept override { return submissions_; }
   [[nodiscard]] AttemptTable& attempts() noexcept override { return attempts_; }
   void under_lock(const char* doing, const std::function<LockedWork()>& work) override;

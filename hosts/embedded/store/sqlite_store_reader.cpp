@@ -56,13 +56,29 @@ void check_version(SqliteDatabase& database) {
                        : "use the newer program that made them");
 }
 
-std::unique_ptr<SqliteDatabase> opened(const std::filesystem::path& path) {
+std::unique_ptr<SqliteDatabase> opened_for_reading(const std::filesystem::path& path) {
   auto database = std::make_unique<SqliteDatabase>(existing(path), kBusyMilliseconds);
   leave_what_was_written_ahead(*database);
   database->execute("PRAGMA query_only = ON; BEGIN", "opening it for reading");
+  return database;
+}
+
+std::unique_ptr<SqliteDatabase> opened(const std::filesystem::path& path) {
+  auto database = opened_for_reading(path);
   check_version(*database);
   return database;
 }
+
+// Before pools were kept, each run had a hold-out of its own: as the schema's step to version 4.
+constexpr std::int64_t kFirstVersionWithSubmissions = 2;
+constexpr std::int64_t kFirstVersionWithPools = 4;
+constexpr const char* kHoldoutOfPool =
+    "SELECT holdout_from FROM pools "
+    "WHERE signal_pool_name = :signal_pool_name AND market_id = :market_id";
+constexpr const char* kHoldoutOfRuns =
+    "SELECT max(CASE WHEN json_valid(r.eras) THEN r.eras ->> '$.holdout.first_date' END) "
+    "AS holdout_from FROM submissions s JOIN runs r ON r.id = s.run_id "
+    "WHERE s.signal_pool_name = :signal_pool_name AND s.market_id = :market_id";
 
 class SqliteStoreReader final : public StoreReader {
  public:
@@ -97,6 +113,25 @@ class SqliteStoreReader final : public StoreReader {
 };
 
 }  // namespace
+
+std::optional<std::string> stored_holdout_from(const std::filesystem::path& path,
+                                               const PoolIdentity& pool) {
+  constexpr const char* kDoing = "reading the hold-out of a pool";
+  std::error_code ignored;
+  if (!std::filesystem::is_regular_file(path, ignored)) return std::nullopt;
+  const std::unique_ptr<SqliteDatabase> database = opened_for_reading(path);
+  const std::int64_t version = database->query_integer("PRAGMA user_version", kDoing);
+  if (database->query_integer("PRAGMA application_id", kDoing) != kStoreApplicationId ||
+      version < kFirstVersionWithSubmissions || version > kStoreSchemaVersion) {
+    return std::nullopt;
+  }
+  SqliteStatement select(
+      *database, version < kFirstVersionWithPools ? kHoldoutOfRuns : kHoldoutOfPool, kDoing);
+  SqliteUse row(select);
+  row.bind("signal_pool_name", pool.signal_pool_name).bind("market_id", pool.market_id);
+  if (!row.step() || row.is_null("holdout_from")) return std::nullopt;
+  return row.text("holdout_from");
+}
 
 std::unique_ptr<StoreReader> open_store_reader(const std::filesystem::path& path) {
   return std::make_unique<SqliteStoreReader>(path);

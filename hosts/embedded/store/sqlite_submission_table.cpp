@@ -16,6 +16,7 @@ constexpr const char* kAnnouncing = "announcing a submission";
 constexpr const char* kCompleting = "enqueueing what an earlier run announced";
 constexpr const char* kReading = "reading submissions";
 constexpr const char* kReadingPool = "reading the members of a pool";
+constexpr const char* kMeasuring = "recording the measure of a pool member";
 
 constexpr auto kStateNames = std::to_array({"queued", "submitted", "refused"});
 
@@ -29,7 +30,7 @@ std::string insert_from(const std::string& values, const std::string& source) {
   return "INSERT INTO submissions (run_id, evaluation_id, eval_id, graph_key, state, pnl, " +
          given() + ") SELECT e.run_id, e.id, e.eval_id, e.graph_key, 'queued', " + values +
          " FROM " + source +
-         " ON CONFLICT (signal_pool_name, market_id, era_number, data_key, graph_key) "
+         " ON CONFLICT (signal_pool_name, market_id, graph_key) "
          "WHERE state <> 'refused' DO NOTHING";
 }
 
@@ -76,8 +77,7 @@ std::string settle_statement() {
 constexpr const char* kSelectStanding =
     "SELECT s.id AS id FROM submissions s JOIN evaluations e ON e.graph_key = s.graph_key "
     "WHERE e.eval_id = :eval_id AND s.signal_pool_name = :signal_pool_name "
-    "AND s.market_id = :market_id AND s.era_number = :era_number AND s.data_key = :data_key "
-    "AND s.state <> 'refused'";
+    "AND s.market_id = :market_id AND s.state <> 'refused'";
 
 constexpr const char* kOne = "WHERE id = :id";
 constexpr const char* kOfEvaluation =
@@ -86,31 +86,49 @@ constexpr const char* kFiltered =
     "WHERE (:run IS NULL OR run_id = :run) AND (:state IS NULL OR state = :state) "
     "ORDER BY settled_order IS NULL, settled_order, id";
 
+// The PnL of its own submission where that was on the same days, and otherwise that of its measure.
 constexpr const char* kPnlColumns =
-    "id, coalesce(settled_order, 0) AS settled_order, eval_id, graph_key, pnl";
+    "s.id AS id, coalesce(s.settled_order, 0) AS settled_order, s.eval_id AS eval_id, "
+    "s.graph_key AS graph_key, CASE WHEN s.data_key = :data_key THEN s.pnl ELSE m.pnl END AS pnl, "
+    "s.data_key = :data_key OR m.id IS NOT NULL AS is_measured, "
+    "CASE WHEN s.data_key <> :data_key THEN m.problem END AS problem";
+constexpr const char* kFromPnl =
+    " FROM submissions s LEFT JOIN member_measures m ON m.submission_id = s.id "
+    "AND m.data_key = :data_key AND s.data_key <> :data_key ";
 constexpr const char* kMembers =
-    "AND state = 'submitted' AND settled_order > :settled_order ORDER BY settled_order";
-constexpr const char* kSubmitted = "AND state = 'submitted' ORDER BY settled_order";
+    "WHERE s.signal_pool_name = :signal_pool_name AND s.market_id = :market_id "
+    "AND s.state = 'submitted' AND s.settled_order > :settled_order ORDER BY s.settled_order";
+constexpr const char* kSelectUnmeasured =
+    "SELECT s.id AS id, s.eval_id AS eval_id, e.graph AS graph "
+    "FROM submissions s JOIN evaluations e ON e.id = s.evaluation_id "
+    "WHERE s.signal_pool_name = :signal_pool_name AND s.market_id = :market_id "
+    "AND s.state <> 'refused' AND s.data_key <> :data_key "
+    "AND NOT EXISTS (SELECT 1 FROM member_measures m WHERE m.submission_id = s.id "
+    "AND m.data_key = :data_key AND m.pnl IS NOT NULL) ORDER BY s.id";
+constexpr const char* kRecordMeasure =
+    "INSERT INTO member_measures (submission_id, data_key, run_id, statistics, sharpe, pnl, "
+    "problem, measured_at) VALUES (:submission, :data_key, :run, :statistics, :sharpe, :pnl, "
+    ":problem, :measured_at) ON CONFLICT (submission_id, data_key) DO UPDATE SET "
+    "run_id = excluded.run_id, statistics = excluded.statistics, sharpe = excluded.sharpe, "
+    "pnl = excluded.pnl, problem = excluded.problem, measured_at = excluded.measured_at";
+constexpr const char* kSelectMeasures =
+    "SELECT data_key, run_id, statistics, sharpe, problem, measured_at FROM member_measures "
+    "WHERE submission_id = :submission ORDER BY measured_at, id";
+constexpr const char* kSelectNumbers =
+    "SELECT id FROM submissions WHERE signal_pool_name = :signal_pool_name "
+    "AND market_id = :market_id AND state = 'submitted' ORDER BY settled_order";
 constexpr const char* kSelectQueuedNumbers =
     "SELECT s.id AS id FROM submissions s JOIN evaluations e ON e.id = s.evaluation_id "
     "WHERE s.signal_pool_name = :signal_pool_name AND s.market_id = :market_id "
-    "AND s.era_number = :era_number AND s.data_key = :data_key AND s.state = 'queued' "
+    "AND s.state = 'queued' "
     "ORDER BY e.run_id, e.generation, e.quality_score DESC, e.candidate_number, s.id";
 
 std::string submissions_where(const char* condition) {
   return select_from(submission_relation()) + condition;
 }
 
-std::string of_pool(const char* columns, const char* condition) {
-  return std::string("SELECT ") + columns +
-         " FROM submissions WHERE signal_pool_name = :signal_pool_name AND market_id = :market_id "
-         "AND era_number = :era_number AND data_key = :data_key " +
-         condition;
-}
-
-std::string select_queued_statement() {
-  return std::string("SELECT ") + kPnlColumns +
-         " FROM submissions WHERE id = :id AND state = 'queued'";
+std::string select_with_pnl(const char* condition) {
+  return std::string("SELECT ") + kPnlColumns + kFromPnl + condition;
 }
 
 std::vector<SubmissionRecord> read_submissions(SqliteUse& rows) {
@@ -121,8 +139,14 @@ std::vector<SubmissionRecord> read_submissions(SqliteUse& rows) {
 }
 
 SubmissionPnl read_pnl(const SqliteUse& row) {
-  return {row.integer("id"), row.integer("settled_order"), row.text("eval_id"),
-          row.text("graph_key"), row.series("pnl")};
+  SubmissionPnl found{row.integer("id"), row.integer("settled_order"), row.text("eval_id"),
+                      row.text("graph_key"), row.series("pnl")};
+  if (row.integer("is_measured") == 0) found.measured = Measured::NotYet;
+  if (!row.is_null("problem")) {
+    found.measured = Measured::Never;
+    found.problem = row.text("problem");
+  }
+  return found;
 }
 
 std::vector<std::int64_t> numbers(SqliteUse& rows) {
@@ -133,10 +157,7 @@ std::vector<std::int64_t> numbers(SqliteUse& rows) {
 }
 
 SqliteUse& bind_pool(SqliteUse& use, const PoolIdentity& pool) {
-  return use.bind("signal_pool_name", pool.signal_pool_name)
-      .bind("market_id", pool.market_id)
-      .bind("era_number", pool.era_number)
-      .bind("data_key", pool.data_key);
+  return use.bind("signal_pool_name", pool.signal_pool_name).bind("market_id", pool.market_id);
 }
 
 SubmissionRecord queued_record(const NewSubmission& submission) {
@@ -175,12 +196,16 @@ struct SqliteSubmissionTable::Statements {
         select_one(database, submissions_where(kOne), kReading),
         select_of_evaluation(database, submissions_where(kOfEvaluation), kReading),
         select_filtered(database, submissions_where(kFiltered), kReading),
-        select_members(database, of_pool(kPnlColumns, kMembers), kReadingPool),
-        select_numbers(database, of_pool("id", kSubmitted), kReadingPool),
+        select_members(database, select_with_pnl(kMembers), kReadingPool),
+        select_numbers(database, kSelectNumbers, kReadingPool),
+        select_unmeasured(database, kSelectUnmeasured, kReadingPool),
+        record_measure(database, kRecordMeasure, kMeasuring),
+        select_measures(database, kSelectMeasures, kReadingPool),
         data_version(database, "SELECT data_version AS version FROM pragma_data_version",
                      kReadingPool),
         select_queued_numbers(database, kSelectQueuedNumbers, kSettling),
-        select_queued(database, select_queued_statement(), kSettling) {}
+        select_queued(database, select_with_pnl("WHERE s.id = :id AND s.state = 'queued'"),
+                      kSettling) {}
 
   SqliteStatement insert;
   SqliteStatement announce;
@@ -196,6 +221,9 @@ struct SqliteSubmissionTable::Statements {
   SqliteStatement select_filtered;
   SqliteStatement select_members;
   SqliteStatement select_numbers;
+  SqliteStatement select_unmeasured;
+  SqliteStatement record_measure;
+  SqliteStatement select_measures;
   SqliteStatement data_version;
   SqliteStatement select_queued_numbers;
   SqliteStatement select_queued;
@@ -259,7 +287,7 @@ bool SqliteSubmissionTable::settle(std::int64_t id, const Settlement& settlement
   record.settlement = settlement;
   SqliteUse use(statements_->settle);
   bind_columns(use, submission_relation(), Written::Later, record);
-  ++settled_here_;
+  ++changes_here_;
   return use.bind("id", id).change() == 1;
 }
 
@@ -286,7 +314,7 @@ std::vector<SubmissionRecord> SqliteSubmissionTable::list(const SubmissionFilter
 std::vector<SubmissionPnl> SqliteSubmissionTable::members(const PoolIdentity& pool,
                                                           std::int64_t settled_order) {
   SqliteUse rows(statements_->select_members);
-  bind_pool(rows, pool).bind("settled_order", settled_order);
+  bind_pool(rows, pool).bind("data_key", pool.data_key).bind("settled_order", settled_order);
   std::vector<SubmissionPnl> found;
   while (rows.step())
     found.push_back(read_pnl(rows));
@@ -299,12 +327,52 @@ std::vector<std::int64_t> SqliteSubmissionTable::member_numbers(const PoolIdenti
   return numbers(rows);
 }
 
+std::vector<UnmeasuredSubmission> SqliteSubmissionTable::unmeasured(const PoolIdentity& pool) {
+  SqliteUse rows(statements_->select_unmeasured);
+  bind_pool(rows, pool).bind("data_key", pool.data_key);
+  std::vector<UnmeasuredSubmission> found;
+  while (rows.step())
+    found.push_back({rows.integer("id"), rows.text("eval_id"), rows.text("graph")});
+  return found;
+}
+
+void SqliteSubmissionTable::record_measure(const NewMeasure& measure) {
+  SqliteUse use(statements_->record_measure);
+  use.bind("submission", measure.submission)
+      .bind("data_key", measure.data_key)
+      .bind("run", measure.run)
+      .bind("statistics", measure.statistics_json)
+      .bind("sharpe", measure.sharpe)
+      .bind("problem", measure.problem)
+      .bind("measured_at", measure.measured_at);
+  if (measure.pnl) use.bind("pnl", std::span<const double>(*measure.pnl));
+  static_cast<void>(use.change());
+  ++changes_here_;
+}
+
+std::vector<NewMeasure> SqliteSubmissionTable::measures(std::int64_t submission) {
+  SqliteUse rows(statements_->select_measures);
+  rows.bind("submission", submission);
+  std::vector<NewMeasure> found;
+  while (rows.step()) {
+    NewMeasure& measure = found.emplace_back();
+    measure.submission = submission;
+    measure.data_key = rows.text("data_key");
+    measure.run = rows.integer("run_id");
+    rows.read("statistics", measure.statistics_json);
+    rows.read("sharpe", measure.sharpe);
+    rows.read("problem", measure.problem);
+    measure.measured_at = rows.real("measured_at");
+  }
+  return found;
+}
+
 std::int64_t SqliteSubmissionTable::members_version() {
   // What other connections have committed changes the database's own version; of what this one does
-  // only settling makes members.
+  // only settling makes members, and only a measure changes one.
   SqliteUse row(statements_->data_version);
   const std::int64_t version = row.step() ? row.integer("version") : 0;
-  return version * (std::int64_t{1} << 32) + settled_here_;
+  return version * (std::int64_t{1} << 32) + changes_here_;
 }
 
 std::vector<std::int64_t> SqliteSubmissionTable::queued_numbers(const PoolIdentity& pool) {
@@ -313,9 +381,10 @@ std::vector<std::int64_t> SqliteSubmissionTable::queued_numbers(const PoolIdenti
   return numbers(rows);
 }
 
-std::optional<SubmissionPnl> SqliteSubmissionTable::queued(std::int64_t id) {
+std::optional<SubmissionPnl> SqliteSubmissionTable::queued(std::int64_t id,
+                                                           const std::string& data_key) {
   SqliteUse rows(statements_->select_queued);
-  if (!rows.bind("id", id).step()) return std::nullopt;
+  if (!rows.bind("id", id).bind("data_key", data_key).step()) return std::nullopt;
   return read_pnl(rows);
 }
 

@@ -31,9 +31,13 @@ class SqliteSubmissionTable final : public SubmissionTable {
   [[nodiscard]] std::vector<SubmissionPnl> members(const PoolIdentity& pool,
                                                    std::int64_t settled_order) override;
   [[nodiscard]] std::vector<std::int64_t> member_numbers(const PoolIdentity& pool) override;
+  [[nodiscard]] std::vector<UnmeasuredSubmission> unmeasured(const PoolIdentity& pool) override;
+  void record_measure(const NewMeasure& measure) override;
+  [[nodiscard]] std::vector<NewMeasure> measures(std::int64_t submission) override;
   [[nodiscard]] std::int64_t members_version() override;
   [[nodiscard]] std::vector<std::int64_t> queued_numbers(const PoolIdentity& pool) override;
-  [[nodiscard]] std::optional<SubmissionPnl> queued(std::int64_t id) override;
+  [[nodiscard]] std::optional<SubmissionPnl> queued(std::int64_t id,
+                                                    const std::string& data_key) override;
 
   // Enqueues what runs that have ended announced and did not enqueue. Returns how many payloads
   // are queued now that were not. Nothing is written where there is nothing to do.
@@ -44,7 +48,7 @@ class SqliteSubmissionTable final : public SubmissionTable {
 
   SqliteDatabase& database_;
   std::unique_ptr<Statements> statements_;
-  std::int64_t settled_here_ = 0;
+  std::int64_t changes_here_ = 0;  // Of members and their measures.
 };
 
 }  // namespace varnholt::embedded

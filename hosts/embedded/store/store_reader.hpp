@@ -49,4 +49,11 @@ class StoreReader {
 // another version than this program's.
 [[nodiscard]] std::unique_ptr<StoreReader> open_store_reader(const std::filesystem::path& path);
 
+// The first day of the hold-out that a pool keeps, "2026-01-31": for a run that is to read its
+// prices before it opens the store. In a store of an earlier version it is the one that bringing it
+// up to date will give. Nothing where the pool has none, and where there is no store yet or
+// something else: what that is, whoever opens it says.
+[[nodiscard]] std::optional<std::string> stored_holdout_from(const std::filesystem::path& path,
+                                                             const PoolIdentity& pool);
+
 }  // namespace varnholt::embedded

@@ -195,8 +195,71 @@ CREATE TABLE announced_submissions (
 ) STRICT;
 )sql";
 
+// From here on a pool is its name and its market. Of the submissions of one structure that stand in
+// what is one pool now, the member that joined first stays; the others are refused, as they would
+// have been. The hold-out of a pool begins where the latest of its runs had it: none of its members
+// has seen a day of that.
+//
 // The views stand last: they are for readers with other programs, and name what the tables have.
 constexpr const char* kVersion4 = R"sql(
+DROP INDEX one_submission_a_structure;
+DROP INDEX submissions_by_pool;
+
+WITH standing AS (
+  SELECT id, row_number() OVER (PARTITION BY signal_pool_name, market_id, graph_key
+    ORDER BY state = 'queued', settled_order, id) AS place
+  FROM submissions WHERE state <> 'refused'),
+repeated AS (
+  SELECT id, row_number() OVER (ORDER BY id) + (SELECT coalesce(max(settled_order), 0)
+    FROM submissions) AS next_order
+  FROM standing WHERE place > 1)
+UPDATE submissions SET
+  state = 'refused',
+  refusal_reason = 'duplicate',
+  refusal_detail = 'its structure is in the pool by an earlier submission on other prices',
+  score = coalesce(score, 0.0),
+  score_threshold = coalesce(score_threshold, 0.0),
+  correlation = coalesce(correlation, 1.0),
+  correlation_threshold = coalesce(correlation_threshold, 1.0),
+  settled_at = coalesce(settled_at, queued_at),
+  settled_order = coalesce(settled_order, repeated.next_order)
+FROM repeated WHERE repeated.id = submissions.id;
+
+CREATE UNIQUE INDEX one_submission_a_structure
+  ON submissions (signal_pool_name, market_id, graph_key) WHERE state <> 'refused';
+CREATE INDEX submissions_by_pool
+  ON submissions (signal_pool_name, market_id, state, settled_order);
+
+CREATE TABLE pools (
+  id INTEGER PRIMARY KEY,
+  signal_pool_name TEXT NOT NULL,
+  market_id INTEGER NOT NULL,
+  holdout_from TEXT NOT NULL,
+  UNIQUE (signal_pool_name, market_id)
+) STRICT;
+
+INSERT INTO pools (signal_pool_name, market_id, holdout_from)
+  SELECT signal_pool_name, market_id, max(holdout_from) FROM (
+    SELECT s.signal_pool_name, s.market_id,
+      CASE WHEN json_valid(r.eras) THEN r.eras ->> '$.holdout.first_date' END AS holdout_from
+    FROM submissions s JOIN runs r ON r.id = s.run_id)
+  WHERE holdout_from IS NOT NULL GROUP BY 1, 2;
+
+CREATE TABLE member_measures (
+  id INTEGER PRIMARY KEY,
+  submission_id INTEGER NOT NULL REFERENCES submissions (id),
+  data_key TEXT NOT NULL,
+  run_id INTEGER NOT NULL REFERENCES runs (id),
+  statistics TEXT,
+  sharpe REAL,
+  pnl BLOB,
+  problem TEXT,
+  measured_at REAL NOT NULL,
+  UNIQUE (submission_id, data_key),
+  CHECK ((pnl IS NULL) = (problem IS NOT NULL)),
+  CHECK ((pnl IS NULL) = (statistics IS NULL))
+) STRICT;
+
 ALTER TABLE evaluations ADD COLUMN expression TEXT;
 ALTER TABLE runs ADD COLUMN luck TEXT;
 

@@ -17,12 +17,14 @@
 
 namespace varnholt::embedded {
 
-// Which signals are compared with each other: those of equal identity.
+// A pool as one run sees it. The pool is its name and its market; prices, rules and eras come and
+// go. The other two say on which days the run has the PnL of its members.
 struct PoolIdentity {
   std::string signal_pool_name;
   std::int64_t market_id = 0;
   std::int64_t era_number = 0;
-  // A digest of all that makes two PnL series comparable day by day: prices, costs, days.
+  // A digest of all that makes two PnL series comparable day by day: prices, costs, days. A member
+  // that was submitted under another one has been measured anew, or is to be.
   std::string data_key;
 
   friend bool operator==(const PoolIdentity&, const PoolIdentity&) = default;
@@ -79,7 +81,15 @@ struct SubmissionRecord {
   std::optional<Settlement> settlement;
 };
 
-// A submission with its PnL, which is absent when the file holds none that can be read.
+// Whether a submission's PnL on the days of a run is known.
+enum class Measured {
+  Yes,     // It is, but for what is damaged in the file.
+  NotYet,  // It was submitted on other days, and not measured on these.
+  Never,   // It cannot be computed on these.
+};
+
+// A submission with its PnL on the days of a run, which is absent when the file holds none that can
+// be read.
 struct SubmissionPnl {
   std::int64_t id = 0;
   // Its place in the order of settlement over the whole file; 0 while it is queued.
@@ -87,6 +97,29 @@ struct SubmissionPnl {
   std::string eval_id;
   std::string graph_key;
   std::optional<std::vector<double>> pnl;
+  Measured measured = Measured::Yes;
+  std::string problem = {};  // Why it cannot be computed.
+};
+
+// A submission whose PnL on the days of a run has to be computed, with what it takes.
+struct UnmeasuredSubmission {
+  std::int64_t id = 0;
+  std::string eval_id;
+  std::string graph_json;
+};
+
+// What a submission comes to on other days than those on which it was made: the PnL with the
+// statistics, or why it cannot be computed.
+struct NewMeasure {
+  std::int64_t submission = 0;
+  std::string data_key;
+  // The run that has measured it.
+  std::int64_t run = 0;
+  std::optional<std::string> statistics_json;
+  std::optional<double> sharpe;  // Repeated from the statistics.
+  std::optional<std::vector<double>> pnl;
+  std::optional<std::string> problem;
+  double measured_at = 0;
 };
 
 struct SubmissionFilter {
@@ -120,7 +153,8 @@ class SubmissionTable {
   // In the order of settlement, and after them those that are queued in the order of enqueueing.
   [[nodiscard]] virtual std::vector<SubmissionRecord> list(const SubmissionFilter& filter) = 0;
 
-  // The members of a pool that were settled after `settled_order`, in the order of settlement.
+  // The members of a pool that were settled after `settled_order`, in the order of settlement, each
+  // with the PnL that it has under the identity's data key.
   [[nodiscard]] virtual std::vector<SubmissionPnl> members(const PoolIdentity& pool,
                                                            std::int64_t settled_order) = 0;
   // All of them.
@@ -129,6 +163,14 @@ class SubmissionTable {
   }
   // Their numbers, in the same order. A number is never given twice, also not after a deletion.
   [[nodiscard]] virtual std::vector<std::int64_t> member_numbers(const PoolIdentity& pool) = 0;
+  // The members and the queued submissions of a pool that have no PnL under the identity's data
+  // key, in the order in which they were enqueued. Those that could not be computed are among them.
+  [[nodiscard]] virtual std::vector<UnmeasuredSubmission> unmeasured(const PoolIdentity& pool) = 0;
+  // Takes the place of an earlier measure under the same data key. Submission and run must be
+  // there.
+  virtual void record_measure(const NewMeasure& measure) = 0;
+  // All measures of a submission, the oldest first, without the PnL.
+  [[nodiscard]] virtual std::vector<NewMeasure> measures(std::int64_t submission) = 0;
   // Stays the same as long as the members of all pools do, and their PnL with them. It may change
   // where they do not.
   [[nodiscard]] virtual std::int64_t members_version() = 0;
@@ -136,8 +178,9 @@ class SubmissionTable {
   // by run and generation, in each the best quality first, and of equal ones the earlier candidate.
   // The moment of enqueueing says nothing: it depends on how many workers there are.
   [[nodiscard]] virtual std::vector<std::int64_t> queued_numbers(const PoolIdentity& pool) = 0;
-  // The submission with that number, if it is queued.
-  [[nodiscard]] virtual std::optional<SubmissionPnl> queued(std::int64_t id) = 0;
+  // The submission with that number, if it is queued, with its PnL under the data key.
+  [[nodiscard]] virtual std::optional<SubmissionPnl> queued(std::int64_t id,
+                                                            const std::string& data_key) = 0;
 };
 
 }  // namespace varnholt::embedded

@@ -1,5 +1,6 @@
 #include "hosts/embedded/submission/submission_queue.hpp"
 
+#include <algorithm>
 #include <span>
 #include <stdexcept>
 #include <utility>
@@ -57,9 +58,20 @@ Settlement settlement_of(const PoolMeasure& measure, const PoolThresholds& thres
   return settlement;
 }
 
+// What is to be measured on the days of this run first, or nothing.
+std::optional<std::string> missing_measure(const SignalPool& pool, const SubmissionPnl& queued) {
+  if (queued.measured == Measured::NotYet) return "it was evaluated on other prices";
+  const std::optional<std::string> member = pool.first_unmeasured();
+  if (!member) return std::nullopt;
+  return fmt::format("pool member {} was submitted on other prices", *member);
+}
+
 // What keeps a measure from being made for now, or nothing.
 std::optional<std::string> try_to_measure(SignalPool& pool, const SubmissionPnl& queued,
                                           PoolMeasure& measure) {
+  if (queued.measured == Measured::Never) {
+    return fmt::format("it cannot be measured on these prices ({})", queued.problem);
+  }
   if (!queued.pnl) return "its own PnL in the store cannot be read";
   const auto size = static_cast<Eigen::Index>(queued.pnl->size());
   const ArrayXd pnl = Eigen::Map<const ArrayXd>(queued.pnl->data(), size);
@@ -75,6 +87,11 @@ std::optional<std::string> try_to_measure(SignalPool& pool, const SubmissionPnl&
 }
 
 }  // namespace
+
+bool SyncReport::waits_for_measures() const {
+  return std::any_of(waiting.begin(), waiting.end(),
+                     [](const WaitingSubmission& waits) { return waits.is_for_measures; });
+}
 
 SubmissionQueue::SubmissionQueue(RunStore& store, SignalPool& pool,
                                  const PoolThresholds& thresholds, WallClock wall_clock)
@@ -130,7 +147,8 @@ void SubmissionQueue::settle_number(std::int64_t id, SyncReport& report) {
   // While the lock is held nobody else can enqueue, settle or join the pool. Whatever leaves before
   // its end leaves the payload queued.
   store_.under_lock("settling a submission", [&] {
-    const std::optional<SubmissionPnl> queued = store_.submissions().queued(id);
+    const std::optional<SubmissionPnl> queued =
+        store_.submissions().queued(id, pool_.identity().data_key);
     if (!queued) return RunStore::LockedWork::Undo;
     settled = settle(*queued, report);
     return settled ? RunStore::LockedWork::Keep : RunStore::LockedWork::Undo;
@@ -142,6 +160,11 @@ std::optional<SettledSubmission> SubmissionQueue::settle(const SubmissionPnl& qu
                                                          SyncReport& report) {
   pool_.refresh_under_lock();
   SettledSubmission settled{queued.id, queued.eval_id, {}, {}};
+  if (const auto why = missing_measure(pool_, queued)) {
+    report.waiting.push_back(
+        {queued.id, queued.eval_id, *why + ", and not measured on these yet", true});
+    return std::nullopt;
+  }
   if (const auto why = try_to_measure(pool_, queued, settled.measure)) {
     report.waiting.push_back({queued.id, queued.eval_id, *why});
     return std::nullopt;

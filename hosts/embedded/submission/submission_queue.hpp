@@ -42,6 +42,9 @@ struct WaitingSubmission {
   std::int64_t id = 0;
   std::string eval_id;
   std::string why;
+  // It waits for nothing but a measure, its own or a member's, on the days of this run: when that
+  // is made, the next sync settles it.
+  bool is_for_measures = false;
 };
 
 struct SyncReport {
@@ -52,6 +55,8 @@ struct SyncReport {
   bool store_was_busy = false;
   // Members of the pool that no signal is compared with any more, each told once.
   std::vector<SetAsideMember> set_aside = {};
+
+  [[nodiscard]] bool waits_for_measures() const;
 };
 
 class SubmissionQueue {

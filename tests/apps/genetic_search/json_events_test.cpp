@@ -67,10 +67,15 @@ TEST(JsonEvents, TellTheStart) {
             R"("instruments":4,"days":3268,"first_date":"2000-03-01","last_date":"2013-03-01",)"
             R"("jobs":2,"batch_size":32,"seed":123,"signal_pool_name":"signals","market_id":1,)"
             R"("era_number":3,"seen_days":2451,"last_seen_date":"2009-11-27","holdout_days":817,)"
-            R"("first_holdout_date":"2009-11-30",)"
+            R"("first_holdout_date":"2009-11-30","split_is_kept":false,)"
             R"("cost_basis_points":5.0,"delay_days":0,"delisting_return":0.0,)"
             R"("least_known_share":1.0,)"
             R"("periods_per_year":252.0,"periods_are_inferred":true})");
+}
+
+TEST(JsonEvents, TellWhatWasMeasured) {
+  EXPECT_EQ(measured_event({.members = 9, .done = 7, .failed = 2, .is_over = true}).dump(),
+            R"({"event":"measured","members":9,"done":7,"failed":2})");
 }
 
 TEST(JsonEvents, TellACandidateWithTheSameMembersWhetherItPassedOrNot) {

@@ -45,6 +45,36 @@ embedded::SearchProgress progress_at(double seconds) {
   return progress;
 }
 
+TEST_F(Observers, TellTheMeasuringOfThePool) {
+  TextObserver terminal = text_observer(30);
+  embedded::PoolMeasuring measuring{.members = 40, .done = 12, .elapsed_seconds = 1.0};
+  terminal.on_measuring(measuring);
+  EXPECT_EQ(text.take(), "\r\x1b[Kmeasuring the signals of...");
+  measuring.elapsed_seconds = 1.05;
+  terminal.on_measuring(measuring);
+  EXPECT_EQ(text.take(), "") << "too soon";
+  measuring.is_over = true;
+  terminal.on_measuring(measuring);
+  EXPECT_THAT(text.take(), StartsWith("\r\x1b[K40 signals of the signal"));
+  TextObserver file = text_observer(std::nullopt);
+  JsonObserver json = json_observer();
+  TextObserver quiet = text_observer(std::nullopt, true);
+  JsonObserver quiet_json = json_observer(true);
+  measuring.is_over = false;
+  for (RunObserver* const each :
+       {static_cast<RunObserver*>(&file), static_cast<RunObserver*>(&json)})
+    each->on_measuring(measuring);
+  EXPECT_EQ(text.take(), "") << "only the outcome";
+  measuring.is_over = true;
+  file.on_measuring(measuring);
+  EXPECT_THAT(text.take(), StartsWith("40 signals of the signal pool"));
+  json.on_measuring(measuring);
+  EXPECT_THAT(text.take(), StartsWith(R"({"event":"measured","members":40)"));
+  quiet.on_measuring(measuring);
+  quiet_json.on_measuring(measuring);
+  EXPECT_EQ(text.take(), "");
+}
+
 TEST_F(Observers, DrawOneLineOverAndOverOnATerminal) {
   TextObserver observer = text_observer(60);
   observer.on_started(samples::started());

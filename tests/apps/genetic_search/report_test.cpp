@@ -31,6 +31,27 @@ TEST(Report, TellsWhatIsSearched) {
             "search  batches of 32, 2 jobs, seed 123\n\n");
 }
 
+TEST(Report, TellsThatTheSplitIsKept) {
+  embedded::SearchStarted started = samples::started();
+  started.split_is_kept = true;
+  EXPECT_THAT(started_text(started, std::nullopt),
+              HasSubstr("hold-out 817, from 2009-11-30, as the signal pool keeps it\n"));
+}
+
+TEST(Report, TellsWhatWasMeasuredOnThePricesOfTheRun) {
+  EXPECT_EQ(measuring_text({.members = 40, .done = 12}),
+            "measuring the signals of the pool on these prices: 12/40");
+  EXPECT_EQ(measured_text({.members = 40, .done = 40}, std::nullopt),
+            "40 signals of the signal pool are from other prices or rules: 40 measured anew on "
+            "these\n");
+  EXPECT_EQ(measured_text({.members = 1, .done = 1, .failed = 1}, std::nullopt),
+            "1 signal of the signal pool is from other prices or rules: 0 measured anew on these, "
+            "1 cannot be\n");
+  EXPECT_EQ(measured_text({.members = 40, .done = 12, .failed = 2}, std::nullopt),
+            "40 signals of the signal pool are from other prices or rules: 10 measured anew on "
+            "these, 2 cannot be, 28 left for the next run\n");
+}
+
 TEST(Report, WrapsWhatIsSearchedToTheTerminal) {
   EXPECT_EQ(started_text(samples::started(), 40),
             "prices  prices.csv: 4 instruments, 3268\n"

@@ -310,10 +310,11 @@ TEST_F(StoreCommands, ShowForMachines) {
   std::vector<std::string> members;
   for (const auto& item : page.items())
     members.push_back(item.key());
-  EXPECT_THAT(members, ElementsAre("eval_id", "candidate_number", "generation", "expression",
-                                   "passed", "failure_reason", "failures", "statistics",
-                                   "holdout_statistics", "figures", "holdout_figures",
-                                   "submissions", "run", "lineage", "graph_key", "graph"));
+  EXPECT_THAT(members,
+              ElementsAre("eval_id", "candidate_number", "generation", "expression", "passed",
+                          "failure_reason", "failures", "statistics", "holdout_statistics",
+                          "figures", "holdout_figures", "submissions", "measures", "run", "lineage",
+                          "graph_key", "graph"));
   EXPECT_EQ(page["statistics"]["sharpe"], 1.25);
   EXPECT_EQ(page["holdout_statistics"], nullptr);
   EXPECT_EQ(page["submissions"][0]["state"], "queued");

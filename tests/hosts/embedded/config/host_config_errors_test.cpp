@@ -49,6 +49,18 @@ struct Range {
   const char* remedy;
 };
 
+TEST(HostConfigErrors, WhatIsNoDay) {
+  for (const char* const value : {"20120229", "2012-02-28T10:00:00", "[2012-02-29]", "true"}) {
+    EXPECT_EQ(refusal_of("eras", std::string("holdout_from = ") + value),
+              place("eras.holdout_from", value) + " is not a day; write a day as 2026-01-31");
+  }
+  for (const char* const value : {"'2011-02-29'", "'2012-2-9'", "''"}) {
+    EXPECT_EQ(refusal_of("eras", std::string("holdout_from = ") + value),
+              place("eras.holdout_from", value) +
+                  " is no day of the calendar; write a day as 2026-01-31");
+  }
+}
+
 TEST(HostConfigErrors, ANumberOutOfRange) {
   const std::vector<Range> ranges = {
       {"gates", "turnover_max", {"0", "2.0"}, {"-0.001", "2.001"}, "from 0 to 2"},

@@ -44,6 +44,7 @@ void expect_equal(const HostConfig& actual, const HostConfig& expected) {
   EXPECT_EQ(actual.pool.minimum_days, expected.pool.minimum_days);
   EXPECT_EQ(actual.eras.train, expected.eras.train);
   EXPECT_EQ(actual.eras.holdout, expected.eras.holdout);
+  EXPECT_EQ(actual.eras.holdout_from, expected.eras.holdout_from);
   EXPECT_EQ(actual.eras.era, expected.eras.era);
   EXPECT_EQ(actual.market_id, expected.market_id);
 }
@@ -74,18 +75,25 @@ TEST(HostConfig, TheDefaultsAreWhatIsDocumented) {
   EXPECT_EQ(config.market_id, 1);
 }
 
+TEST(HostConfig, ADayMayBeATextToo) {
+  EXPECT_EQ(parse_host_config("[eras]\nholdout_from = '2012-02-29'\n", "x").eras.holdout_from,
+            parse_date("2012-02-29"));
+}
+
 TEST(HostConfig, TheExampleIsTheDefaults) {
   expect_equal(read_host_config(kRoot / "examples/genetic-search.toml"), HostConfig());
 }
 
-// The keys that the example writes, one key a line; "# era = 3" is one that it only shows.
+// The keys that the example writes, one key a line; "# era = 3" and the first
+// day of the hold-out are shown only.
 std::vector<std::pair<std::string, std::string>> example_lines() {
   std::vector<std::pair<std::string, std::string>> lines;
   std::istringstream text(file_text(kRoot / "examples/genetic-search.toml"));
   std::string table;
   for (std::string line; std::getline(text, line);) {
     if (line.starts_with("[")) table = line;
-    if (line.starts_with("# era = ")) line = line.substr(2);
+    if (line.starts_with("# era = ") || line.starts_with("# holdout_from = "))
+      line = line.substr(2);
     if (line.empty() || line.starts_with("#") || line.starts_with("[")) continue;
     lines.emplace_back(table, line.substr(0, line.find(' ')));
   }
@@ -95,7 +103,7 @@ std::vector<std::pair<std::string, std::string>> example_lines() {
 TEST(HostConfig, TheExampleHasEveryKeyAndTheDocumentationTellsIt) {
   const std::string documentation = file_text(kRoot / "docs/configuration.md");
   const auto lines = example_lines();
-  EXPECT_EQ(lines.size(), 17U);
+  EXPECT_EQ(lines.size(), 18U);
   for (const auto& [table, key] : lines) {
     SCOPED_TRACE(table + " " + key);
     EXPECT_THAT(documentation, HasSubstr("## `" + table + "`"));
@@ -129,21 +137,25 @@ delta_exposure = 0.75
 [eras]
 train = 5
 holdout = 0.5
+holdout_from = 2012-02-29
 era = 2
 [market]
 id = 9223372036854775807
 )",
                                               "c.toml");
-  expect_equal(config, HostConfig{.gates = {.min_abs_weight_sum_mean = 1.0,
-                                            .max_turnover = 0.25,
-                                            .max_max_weight = 0.125,
-                                            .max_delta_exposure = 0.0,
-                                            .min_gross_returns_sharpe = 100.0,
-                                            .min_sharpe = -1.0},
-                                  .limits = {1.5, 0.5, 0.75},
-                                  .pool = {.name = "first hill"},
-                                  .eras = {.train = 5, .holdout = 0.5, .era = 2},
-                                  .market_id = 9223372036854775807});
+  expect_equal(
+      config,
+      HostConfig{
+          .gates = {.min_abs_weight_sum_mean = 1.0,
+                    .max_turnover = 0.25,
+                    .max_max_weight = 0.125,
+                    .max_delta_exposure = 0.0,
+                    .min_gross_returns_sharpe = 100.0,
+                    .min_sharpe = -1.0},
+          .limits = {1.5, 0.5, 0.75},
+          .pool = {.name = "first hill"},
+          .eras = {.train = 5, .holdout = 0.5, .era = 2, .holdout_from = parse_date("2012-02-29")},
+          .market_id = 9223372036854775807});
   const HostConfig pool = parse_host_config(
       "[pool]\ncorrelation_max = 0.5\nnovelty_min = 0.75\nminimum_days = 250\n", "c.toml");
   EXPECT_EQ(pool.pool.correlation_max, 0.5);

@@ -68,6 +68,9 @@ class RecordingObserver : public SearchObserver {
   void on_tick(const SearchProgress& /*progress*/, std::int64_t evaluated) override {
     ticks.push_back(evaluated);
   }
+  void on_measuring(const PoolMeasuring& measuring) override {
+    if (measuring.is_over) measured.push_back(measuring);
+  }
   void on_recorded(const CandidateRecorded& candidate) override { recorded.push_back(candidate); }
   void on_settled(const SettledSignal& signal) override { settled.push_back(signal); }
   void on_generation(const SearchProgress& progress) override { generations.push_back(progress); }
@@ -76,6 +79,7 @@ class RecordingObserver : public SearchObserver {
 
   std::vector<SearchStarted> started;
   std::vector<std::int64_t> ticks;
+  std::vector<PoolMeasuring> measured;  // At their ends.
   std::vector<CandidateRecorded> recorded;
   std::vector<SettledSignal> settled;
   std::vector<SearchProgress> generations;

@@ -7,6 +7,7 @@
 #include <random>
 #include <string>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "hosts/embedded/market/calendar_date.hpp"
@@ -129,6 +130,32 @@ TEST(Eras, RefuseSettingsOutOfRange) {
   EXPECT_NE(refusal(1000, {.holdout = nan}), "accepted");
   EXPECT_EQ(refusal(1000, {.era = 4}), "era 4 of 3 train eras; ask for one of 1 to 3");
   EXPECT_NE(refusal(1000, {.era = 0}), "accepted");
+}
+
+TEST(Eras, TheHoldOutBeginsOnItsDay) {
+  const std::vector<Date> days = dates(100);
+  const EraPlan plan = split_eras(days, {.train = 2, .holdout_from = days[60]});
+  EXPECT_EQ(plan.holdout.first_day, 60);
+  EXPECT_EQ(plan.holdout.first_date, days[60]);
+  EXPECT_EQ(plan.train[0].end_day, 30);
+  // Days that are added belong to it, and move nothing.
+  const EraPlan longer = split_eras(dates(150), {.train = 2, .holdout_from = days[60]});
+  EXPECT_EQ(longer.seen_days(), plan.seen_days());
+  EXPECT_EQ(longer.train[0].end_day, plan.train[0].end_day);
+  EXPECT_EQ(longer.holdout.day_count(), 90);
+  EXPECT_EQ(refusal(100, {.train = 1, .holdout_from = days[85]}),
+            "of a history of 100 days (train eras: 1, hold-out: from " + date_text(days[85]) +
+                ") the hold-out has 15 days, and 20 are needed; give a longer history or a "
+                "hold-out that begins earlier");
+  EXPECT_THAT(refusal(100, {.train = 4, .holdout_from = days[60]}),
+              ::testing::HasSubstr("fewer train eras or a hold-out that begins later"));
+}
+
+TEST(Eras, ADayThatIsNotInTheHistoryStandsForTheNextOne) {
+  std::vector<Date> days = dates(100);
+  const Date gone = days[60];
+  days.erase(days.begin() + 60);
+  EXPECT_EQ(split_eras(days, {.holdout_from = gone}).holdout.first_day, 60);
 }
 
 }  // namespace

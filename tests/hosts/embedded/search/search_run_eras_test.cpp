@@ -1,11 +1,13 @@
 // Which days a search sees: those up to the end of its era, and never the hold-out.
 // Method: the same search on two price files that differ only in days that it must not see.
+#include <set>
 #include <string>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "hosts/embedded/backtest/evaluator.hpp"
+#include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/host/statistics_object.hpp"
 #include "hosts/embedded/market/eras.hpp"
 #include "hosts/embedded/search/run_description.hpp"
@@ -44,6 +46,12 @@ class SearchRunErasTest : public SearchRunTest {
     options.config.eras.era = era;
     options.config.pool.minimum_days = 20;
     return options;
+  }
+  static std::size_t distinct_structures(const std::vector<SubmissionRecord>& submissions) {
+    std::set<std::string> structures;
+    for (const SubmissionRecord& submission : submissions)
+      structures.insert(submission.graph_key);
+    return structures.size();
   }
   // Everything that was found in sample, as one text.
   static std::string found(const RecordingObserver& observer, const SearchSummary& summary) {
@@ -126,16 +134,30 @@ TEST_F(SearchRunErasTest, TheMarketIsTheEqualWeightBookOfTheSameDays) {
   EXPECT_EQ(summary.market.holdout.holding_days, kEraDays);
 }
 
-TEST_F(SearchRunErasTest, ErasOfOneHistoryHavePoolsOfTheirOwn) {
-  static_cast<void>(run_search(era_options(3), observer_, interrupt_));
+TEST_F(SearchRunErasTest, ErasOfOneHistoryShareAPoolWhoseMembersAreMeasuredInEach) {
+  const SearchSummary first = run_search(era_options(3), observer_, interrupt_);
+  ASSERT_FALSE(first.submitted.empty());
   RecordingObserver second;
   static_cast<void>(run_search(era_options(2), second, interrupt_));
-  RecordingObserver alone;
-  SearchOptions elsewhere = era_options(2);
-  elsewhere.database = in_folder("alone.db");
-  static_cast<void>(run_search(elsewhere, alone, interrupt_));
-  EXPECT_EQ(expressions_of(second), expressions_of(alone));
-  EXPECT_EQ(second.settled.size(), alone.settled.size());
+  ASSERT_EQ(second.measured.size(), 1U);
+  EXPECT_EQ(second.measured[0].members, static_cast<std::int64_t>(first.submitted.size()));
+  EXPECT_EQ(second.measured[0].done, second.measured[0].members);
+  EXPECT_EQ(second.measured[0].failed, 0);
+  // They are what a run in that era would have found of them.
+  const MarketData whole = small_universe();
+  const RunData data(era_options(2));
+  const Evaluator evaluator(whole.first_days(2 * kEraDays), {.book = data.book});
+  SqliteRunStore store(options().database.string());
+  for (const SubmissionPnl& member :
+       store.submissions().members(pool_identity(era_options(2), data))) {
+    if (!member.eval_id.starts_with("1-")) continue;
+    const Value graph = read_json(store.find_evaluation(member.eval_id)->evaluation.graph_json);
+    const Eigen::ArrayXd expected = evaluator.evaluate(graph).backtest.net_returns;
+    ASSERT_TRUE(member.pnl.has_value());
+    EXPECT_EQ(*member.pnl, std::vector<double>(expected.begin(), expected.end()));
+  }
+  EXPECT_EQ(distinct_structures(submissions(options(), SubmissionState::Submitted)),
+            submissions(options(), SubmissionState::Submitted).size());
 }
 
 }  // namespace

@@ -153,12 +153,71 @@ TEST_F(SignalPoolTest, BringsInWhatOthersSubmitted) {
 TEST_F(SignalPoolTest, KeepsToItsIdentity) {
   join(base_);
   for (const PoolIdentity& other :
-       {PoolIdentity{"beta", 1, 2, "data"}, PoolIdentity{"alpha", 2, 2, "data"},
-        PoolIdentity{"alpha", 1, 3, "data"}, PoolIdentity{"alpha", 1, 2, "date"}}) {
+       {PoolIdentity{"beta", 1, 2, "data"}, PoolIdentity{"alpha", 2, 2, "data"}}) {
     SignalPool pool(*store_, other);
     EXPECT_TRUE(pool.refresh());
     EXPECT_FALSE(pool.has_members());
   }
+}
+
+// On other prices than those that its members were submitted on.
+class PoolOfOtherDays : public SignalPoolTest {
+ protected:
+  void measure(const std::string& member, const ArrayXd& pnl) {
+    record(member, std::vector<double>(pnl.begin(), pnl.end()), {});
+  }
+  void record(const std::string& member, std::optional<std::vector<double>> pnl,
+              std::optional<std::string> problem) {
+    NewMeasure made;
+    made.submission = store_->submissions().of_evaluation(member).at(0).id;
+    made.data_key = other_.data_key;
+    made.run = run_;
+    if (pnl) made.statistics_json = "{}";
+    made.pnl = std::move(pnl);
+    made.problem = std::move(problem);
+    store_->submissions().record_measure(made);
+  }
+  const PoolIdentity other_{"alpha", 1, 3, "date"};
+};
+
+TEST_F(PoolOfOtherDays, ItsMembersAreComparedOnTheDaysOfTheRun) {
+  const std::string member = join(base_);
+  const ArrayXd now = normal_series(kDays + 7, 2);
+  SignalPool pool(*store_, other_);
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_TRUE(pool.has_members());
+  EXPECT_EQ(pool.first_unmeasured(), member);
+  measure(member, now);
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_FALSE(pool.first_unmeasured().has_value());
+  EXPECT_EQ(pool.measure(now).nearest_by_correlation, member);
+  EXPECT_NEAR(pool.measure(now).correlation, 1.0, 1e-12);
+  EXPECT_TRUE(pool.take_set_aside().empty());
+  // The pool of the days that it was submitted on has it as it was.
+  SignalPool before(*store_, pool_);
+  EXPECT_TRUE(before.refresh());
+  EXPECT_NEAR(before.measure(base_).correlation, 1.0, 1e-12);
+}
+
+TEST_F(PoolOfOtherDays, AMemberThatCannotBeComputedIsSetAsideAndToldOnce) {
+  const std::string lost = join(base_);
+  const std::string kept = join(normal_series(kDays, 3));
+  record(lost, {}, "no volume");
+  measure(kept, normal_series(kDays, 4));
+  SignalPool pool(*store_, other_);
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_FALSE(pool.first_unmeasured().has_value());
+  const std::vector<SetAsideMember> aside = pool.take_set_aside();
+  ASSERT_EQ(aside.size(), 1U);
+  EXPECT_EQ(aside[0].eval_id, lost);
+  EXPECT_EQ(aside[0].why,
+            "cannot be measured on these prices (no volume); it stays in the pool, for prices that "
+            "have what it needs");
+  EXPECT_NEAR(pool.measure(normal_series(kDays, 4)).correlation, 1.0, 1e-12);
+  EXPECT_LT(pool.measure(base_).correlation, 0.5);
+  join(normal_series(kDays, 5));
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_TRUE(pool.take_set_aside().empty());
 }
 
 TEST_F(SignalPoolTest, IsNotConfirmedWhileAnotherHoldsTheLock) {

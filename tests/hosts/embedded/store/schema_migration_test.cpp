@@ -1,68 +1,19 @@
 // A file of an earlier schema version is brought up to date without losing a row. Method: a file
-// made by the very statements of version 1, opened by the store and read back.
+// made by the very statements of version 1 or 3, opened by the store and read back.
+#include <map>
+
 #include <gmock/gmock.h>
 #include <sys/wait.h>
 
+#include "hosts/embedded/store/store_reader.hpp"
 #include "hosts/embedded/store/store_schema.hpp"
+#include "tests/hosts/embedded/store/old_schemas.hpp"
 #include "tests/hosts/embedded/store/store_fixture.hpp"
 
 namespace varnholt::embedded::test {
 namespace {
 
 using ::testing::HasSubstr;
-
-constexpr const char* kVersion1 = R"sql(
-CREATE TABLE runs (
-  id INTEGER PRIMARY KEY,
-  started_at REAL NOT NULL,
-  seed INTEGER NOT NULL,
-  settings TEXT NOT NULL,
-  price_file TEXT NOT NULL,
-  price_digest TEXT NOT NULL,
-  host_version TEXT NOT NULL,
-  process_id INTEGER NOT NULL,
-  process_started INTEGER NOT NULL,
-  boot_id TEXT NOT NULL,
-  pid_namespace TEXT NOT NULL,
-  ended_at REAL,
-  terminal_reason TEXT,
-  CHECK ((ended_at IS NULL) = (terminal_reason IS NULL))
-) STRICT;
-
-CREATE TABLE evaluations (
-  id INTEGER PRIMARY KEY,
-  run_id INTEGER NOT NULL REFERENCES runs (id),
-  candidate_number INTEGER NOT NULL,
-  generation INTEGER NOT NULL,
-  graph_key TEXT NOT NULL,
-  graph TEXT NOT NULL,
-  passed INTEGER NOT NULL CHECK (passed IN (0, 1)),
-  failure_reason TEXT,
-  failure_detail TEXT,
-  statistics TEXT NOT NULL,
-  sharpe REAL,
-  quality_score REAL,
-  elapsed_seconds REAL NOT NULL,
-  worker_pid INTEGER,
-  recorded_at REAL NOT NULL,
-  UNIQUE (run_id, candidate_number)
-) STRICT;
-
-CREATE INDEX passing_by_quality ON evaluations (run_id, quality_score) WHERE passed = 1;
-CREATE INDEX passing_by_sharpe ON evaluations (run_id, sharpe) WHERE passed = 1;
-CREATE INDEX failing_by_reason ON evaluations (run_id, failure_reason) WHERE passed = 0;
-
-CREATE TABLE metrics (
-  id INTEGER PRIMARY KEY,
-  run_id INTEGER NOT NULL REFERENCES runs (id),
-  record TEXT NOT NULL
-) STRICT;
-
-CREATE INDEX metrics_by_run ON metrics (run_id);
-
-PRAGMA application_id = 1447511374;
-PRAGMA user_version = 1;
-)sql";
 
 constexpr const char* kRows = R"sql(
 INSERT INTO runs VALUES (1, 10.5, 7, '{"batch_size":8}', 'p.csv', 'ab', '0.1.0', 1, 2, 'boot',
@@ -82,12 +33,67 @@ INSERT INTO evaluations VALUES (5, 3, 17, 2, 'k1', '{}', 1, NULL, NULL, '{}', 2.
 INSERT INTO metrics VALUES (1, 1, '{"n":1}');
 )sql";
 
+constexpr const char* kPoolRows = R"sql(
+INSERT INTO runs (id, started_at, seed, settings, price_file, price_digest, host_version,
+  process_id, process_started, boot_id, pid_namespace, ended_at, terminal_reason, eras) VALUES
+  (1, 10, 7, '{}', 'p.csv', 'ab', '0.1.0', 1, 2, 'boot', 'pid:[1]', 20, 'stopped',
+    '{"holdout":{"first_date":"2011-05-02"}}'),
+  (2, 30, 7, '{}', 'q.csv', 'cd', '0.1.0', 1, 2, 'boot', 'pid:[1]', 40, 'stopped',
+    '{"holdout":{"first_date":"2011-05-03"}}'),
+  (3, 50, 7, '{}', 'q.csv', 'cd', '0.1.0', 1, 2, 'boot', 'pid:[1]', 60, 'stopped', 'null');
+INSERT INTO evaluations (id, run_id, candidate_number, generation, graph_key, graph, passed,
+  statistics, elapsed_seconds, recorded_at) VALUES
+  (1, 1, 1, 0, 'k1', '{"g":1}', 1, '{}', 1, 1), (2, 1, 2, 0, 'k2', '{"g":2}', 1, '{}', 1, 1),
+  (3, 1, 3, 0, 'k3', '{"g":3}', 1, '{}', 1, 1), (4, 2, 1, 0, 'k1', '{"g":1}', 1, '{}', 1, 1),
+  (5, 2, 2, 0, 'k2', '{"g":2}', 1, '{}', 1, 1), (6, 2, 3, 0, 'k3', '{"g":3}', 1, '{}', 1, 1),
+  (7, 3, 1, 0, 'k1', '{"g":1}', 1, '{}', 1, 1);
+INSERT INTO submissions (id, run_id, evaluation_id, eval_id, graph_key, signal_pool_name, market_id,
+  era_number, data_key, state, payload, pnl, score, score_threshold, correlation,
+  correlation_threshold, queued_at, settled_at, settled_order) VALUES
+  (1, 1, 1, '1-1', 'k1', 'signals', 1, 3, 'old', 'submitted', '{}', x'000000000000F03F', 1, 0.2, 0,
+    0.7, 5, 6, 1),
+  (2, 1, 2, '1-2', 'k2', 'signals', 1, 3, 'old', 'queued', '{}', x'0000000000000040', NULL, NULL,
+    NULL, NULL, 5, NULL, NULL),
+  (3, 1, 3, '1-3', 'k3', 'signals', 1, 3, 'old', 'queued', '{}', x'0000000000000040', NULL, NULL,
+    NULL, NULL, 5, NULL, NULL),
+  (4, 2, 4, '2-1', 'k1', 'signals', 1, 3, 'new', 'submitted', '{}', x'000000000000F03F', 0.9, 0.2,
+    0.1, 0.7, 7, 8, 2),
+  (5, 2, 5, '2-2', 'k2', 'signals', 1, 3, 'new', 'submitted', '{}', x'0000000000000840', 0.8, 0.2,
+    0.2, 0.7, 7, 9, 3),
+  (6, 2, 6, '2-3', 'k3', 'signals', 1, 3, 'new', 'queued', '{}', x'0000000000000040', NULL, NULL,
+    NULL, NULL, 7, NULL, NULL),
+  (7, 3, 7, '3-1', 'k1', 'other', 1, 3, 'new', 'submitted', '{}', x'000000000000F03F', 0.9, 0.2,
+    0.1, 0.7, 9, 9, 4);
+)sql";
+
 class SchemaMigration : public StoreTest {
  protected:
   void make_version_1() {
     SqliteDatabase old(path_, 0);
     old.execute(kVersion1, "making version 1");
+    old.execute(kIsVersion1, "marking it");
     old.execute(kRows, "filling it");
+  }
+  // Two runs that searched in one pool, as it is now, by other prices; the second with a later
+  // hold-out. They submitted the structures k1 and k2, and both again: k3 waits in both.
+  void make_version_3() {
+    SqliteDatabase old(path_, 0);
+    for (const char* sql : {kVersion1, kVersion2, kVersion3, kIsVersion3, kPoolRows})
+      old.execute(sql, "making version 3");
+  }
+  // "1-1 submitted, 1-2 refused: duplicate", by the number of the submission.
+  static std::string submissions(SqliteRunStore& store) {
+    std::map<std::int64_t, std::string> by_number;
+    for (const SubmissionRecord& row : store.submissions().list({})) {
+      std::string text = row.eval_id + " " + name_of(row.state);
+      if (row.settlement && row.settlement->refusal_reason)
+        text += ": " + *row.settlement->refusal_reason;
+      by_number[row.id] = text;
+    }
+    std::string all;
+    for (const auto& [number, text] : by_number)
+      all += (all.empty() ? "" : ", ") + text;
+    return all;
   }
   // The names and types of all columns, and all indexes.
   static std::string schema(const std::string& path) {
@@ -154,6 +160,35 @@ TEST_F(SchemaMigration, GivesTheTablesOfANewFile) {
   EXPECT_THAT(schema(path_), HasSubstr("submissions.pnl BLOB"));
   EXPECT_EQ(SqliteDatabase(path_, 0).query_integer("PRAGMA user_version", "reading"),
             kStoreSchemaVersion);
+  EXPECT_EQ(integrity(path_), "ok");
+}
+
+TEST_F(SchemaMigration, ThePoolsOfVersion3BecomeOneOfTheirNameAndMarket) {
+  make_version_3();
+  // As a run sees it that looks before it opens the store.
+  EXPECT_EQ(stored_holdout_from(path_, {"signals", 1, 3, ""}), "2011-05-03");
+  EXPECT_FALSE(stored_holdout_from(path_, {"other", 1, 3, ""}).has_value());
+  SqliteRunStore store(path_);
+  EXPECT_EQ(submissions(store),
+            "1-1 submitted, 1-2 refused: duplicate, 1-3 queued, 2-1 refused: duplicate, "
+            "2-2 submitted, 2-3 refused: duplicate, 3-1 submitted");
+  // The first of equal ones stays, one that has joined before one that waits.
+  const PoolIdentity pool{"signals", 1, 3, "new"};
+  const std::vector<SubmissionPnl> members = store.submissions().members(pool);
+  ASSERT_EQ(members.size(), 2U);
+  EXPECT_EQ(members[0].eval_id, "1-1");
+  EXPECT_EQ(members[0].measured, Measured::NotYet) << "it was submitted on other prices";
+  EXPECT_EQ(members[1].eval_id, "2-2");
+  EXPECT_EQ(members[1].pnl, std::vector<double>{3.0});
+  const std::vector<UnmeasuredSubmission> unmeasured = store.submissions().unmeasured(pool);
+  ASSERT_EQ(unmeasured.size(), 2U);
+  EXPECT_EQ(unmeasured[0].graph_json, R"({"g":1})");
+  EXPECT_EQ(unmeasured[1].eval_id, "1-3") << "what is queued is measured before it is settled";
+  EXPECT_EQ(store.submissions().list({}).size(), 7U);
+  // Nobody has seen a day of the hold-out: it is the latest of the runs that made the pool.
+  EXPECT_EQ(stored_holdout_from(path_, pool), "2011-05-03");
+  EXPECT_EQ(store.keep_holdout_from(pool, "2012-01-01"), "2011-05-03");
+  EXPECT_EQ(store.keep_holdout_from({"other", 1, 3, "new"}, "2012-01-01"), "2012-01-01");
   EXPECT_EQ(integrity(path_), "ok");
 }
 

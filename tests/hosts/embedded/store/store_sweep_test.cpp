@@ -98,8 +98,8 @@ TEST_F(StoreSweepTest, PutsInOrderWhatADeadRunLeft) {
 
   EXPECT_THAT(queued(store), ElementsAre(R"(1-2 {"eval_id":"1-2"})", R"(1-1 {"eval_id":"1-1"})"));
   EXPECT_EQ(store.submissions().announced(1), 0);
-  const auto members =
-      store.submissions().queued(store.submissions().queued_numbers({"alpha", 1, 3, "data"}).at(0));
+  const auto members = store.submissions().queued(
+      store.submissions().queued_numbers({"alpha", 1, 3, "data"}).at(0), "data");
   ASSERT_TRUE(members.has_value());
   EXPECT_EQ(members->pnl, pnl_);
 }

@@ -8,6 +8,7 @@
 
 #include <gmock/gmock.h>
 
+#include "hosts/embedded/store/store_reader.hpp"
 #include "tests/hosts/embedded/store/store_fixture.hpp"
 
 namespace varnholt::embedded::test {
@@ -72,7 +73,7 @@ TEST_F(SubmissionTableTest, KeepsEveryBitOfThePnl) {
   const std::vector<double> odd{0.1, -0.0, 5e-324, -1.7976931348623157e308,
                                 std::numeric_limits<double>::infinity()};
   table().enqueue({pool_, "1-1", {}, "{}", odd, 1.0});
-  const std::optional<SubmissionPnl> queued = table().queued(1);
+  const std::optional<SubmissionPnl> queued = table().queued(1, "data");
   ASSERT_TRUE(queued.has_value());
   ASSERT_TRUE(queued->pnl.has_value());
   EXPECT_EQ(*queued->pnl, odd);
@@ -87,9 +88,9 @@ TEST_F(SubmissionTableTest, APnlThatIsLostOrTornIsAbsent) {
   enqueue("1-1");
   SqliteDatabase other(path_, 0);
   other.execute("UPDATE submissions SET pnl = x'00112233445566'", "tearing it");
-  EXPECT_FALSE(table().queued(1)->pnl.has_value());
+  EXPECT_FALSE(table().queued(1, "data")->pnl.has_value());
   other.execute("UPDATE submissions SET pnl = NULL", "losing it");
-  EXPECT_FALSE(table().queued(1)->pnl.has_value());
+  EXPECT_FALSE(table().queued(1, "data")->pnl.has_value());
 }
 
 TEST_F(SubmissionTableTest, AStructureIsThereOnceInAPool) {
@@ -103,10 +104,12 @@ TEST_F(SubmissionTableTest, AStructureIsThereOnceInAPool) {
   EXPECT_TRUE(table().settle(first.id, accepted(200)));
   EXPECT_FALSE(enqueue("1-4").added) << "submitted is there as well";
   EXPECT_EQ(table().list({}).size(), 1U);
-  // Each part of the identity counts.
+  for (const PoolIdentity& same :
+       {PoolIdentity{"alpha", 1, 3, "data"}, PoolIdentity{"alpha", 1, 2, "date"}}) {
+    EXPECT_FALSE(enqueue("1-1", same).added) << "eras and prices come and go";
+  }
   for (const PoolIdentity& other :
-       {PoolIdentity{"beta", 1, 2, "data"}, PoolIdentity{"alpha", 2, 2, "data"},
-        PoolIdentity{"alpha", 1, 3, "data"}, PoolIdentity{"alpha", 1, 2, "date"}}) {
+       {PoolIdentity{"beta", 1, 2, "data"}, PoolIdentity{"alpha", 2, 2, "data"}}) {
     EXPECT_TRUE(enqueue("1-1", other).added);
   }
 }
@@ -204,10 +207,10 @@ TEST_F(SubmissionTableTest, WalksTheQueueInOrder) {
   const std::int64_t second = enqueue("1-1").id;
   EXPECT_THAT(table().queued_numbers(pool_), ElementsAre(second, first))
       << "as they were evaluated";
-  EXPECT_EQ(table().queued(first)->eval_id, "1-3");
+  EXPECT_EQ(table().queued(first, "data")->eval_id, "1-3");
   table().settle(first, accepted(1));
   EXPECT_THAT(table().queued_numbers(pool_), ElementsAre(second));
-  EXPECT_FALSE(table().queued(first).has_value());
+  EXPECT_FALSE(table().queued(first, "data").has_value());
   EXPECT_THAT(table().queued_numbers({"beta", 1, 2, "data"}), IsEmpty());
 }
 
@@ -286,6 +289,88 @@ TEST_F(SubmissionTableTest, WorkUnderTheLockThatThrowsLeavesNothing) {
   EXPECT_THROW(store_->under_lock("settling", work), std::runtime_error);
   EXPECT_EQ(table().find(id)->state, SubmissionState::Queued);
   EXPECT_TRUE(table().settle(id, accepted(1))) << "the lock is free again";
+}
+
+// The second run has other prices.
+class MeasuresTest : public SubmissionTableTest {
+ protected:
+  NewMeasure measure(std::int64_t submission, std::vector<double> pnl, double at) const {
+    NewMeasure made{submission, other_.data_key, 1,  R"({"sharpe":2.5})",
+                    2.5,        std::move(pnl),  {}, at};
+    return made;
+  }
+  const PoolIdentity other_{"alpha", 1, 3, "date"};
+};
+
+TEST_F(MeasuresTest, AMemberHasThePnlOfTheDaysThatAreAskedFor) {
+  const std::int64_t id = enqueue("1-1").id;
+  table().settle(id, accepted(200));
+  EXPECT_EQ(table().members(pool_).at(0).pnl, pnl_);
+  const std::vector<SubmissionPnl> unknown = table().members(other_);
+  ASSERT_EQ(unknown.size(), 1U);
+  EXPECT_EQ(unknown[0].measured, Measured::NotYet);
+  EXPECT_FALSE(unknown[0].pnl.has_value());
+  EXPECT_TRUE(table().unmeasured(pool_).empty());
+  const std::vector<UnmeasuredSubmission> wanted = table().unmeasured(other_);
+  ASSERT_EQ(wanted.size(), 1U);
+  EXPECT_EQ(wanted[0].id, id);
+  EXPECT_EQ(wanted[0].eval_id, "1-1");
+  EXPECT_EQ(wanted[0].graph_json, R"({"node":"close"})");
+
+  const std::int64_t version = table().members_version();
+  table().record_measure(measure(id, {1.0, 2.0}, 300));
+  EXPECT_NE(table().members_version(), version);
+  EXPECT_EQ(table().members(other_).at(0).pnl, (std::vector<double>{1.0, 2.0}));
+  EXPECT_EQ(table().members(other_).at(0).measured, Measured::Yes);
+  EXPECT_TRUE(table().unmeasured(other_).empty());
+  // Both figures are there.
+  EXPECT_EQ(table().members(pool_).at(0).pnl, pnl_);
+  const std::vector<NewMeasure> kept = SqliteRunStore(path_).submissions().measures(id);
+  ASSERT_EQ(kept.size(), 1U);
+  EXPECT_EQ(kept[0].data_key, "date");
+  EXPECT_EQ(kept[0].run, 1);
+  EXPECT_EQ(kept[0].statistics_json, R"({"sharpe":2.5})");
+  EXPECT_EQ(kept[0].sharpe, 2.5);
+  EXPECT_EQ(kept[0].measured_at, 300);
+}
+
+TEST_F(MeasuresTest, AMemberThatCannotBeComputedHasAReasonUntilItCan) {
+  const std::int64_t id = enqueue("1-1").id;
+  table().settle(id, accepted(200));
+  NewMeasure problem{id, "date", 1, {}, {}, {}, "no volume", 300};
+  table().record_measure(problem);
+  const SubmissionPnl member = table().members(other_).at(0);
+  EXPECT_EQ(member.measured, Measured::Never);
+  EXPECT_EQ(member.problem, "no volume");
+  EXPECT_EQ(table().unmeasured(other_).size(), 1U) << "a later run may be able to";
+  table().record_measure(measure(id, {1.0}, 400));
+  EXPECT_EQ(table().members(other_).at(0).measured, Measured::Yes);
+  EXPECT_EQ(table().members(other_).at(0).problem, "");
+  EXPECT_EQ(table().measures(id).size(), 1U);
+}
+
+TEST_F(MeasuresTest, WhatIsQueuedIsMeasuredTooAndWhatIsRefusedIsNot) {
+  const std::int64_t queued = enqueue("1-1").id;
+  table().settle(enqueue("1-2").id, refused(200));
+  ASSERT_EQ(table().unmeasured(other_).size(), 1U);
+  EXPECT_EQ(table().unmeasured(other_)[0].id, queued);
+  EXPECT_EQ(table().queued_numbers(other_), std::vector<std::int64_t>{queued});
+  EXPECT_EQ(table().queued(queued, "date")->measured, Measured::NotYet);
+  table().record_measure(measure(queued, {4.0}, 300));
+  EXPECT_EQ(table().queued(queued, "date")->pnl, std::vector<double>{4.0});
+  EXPECT_EQ(table().queued(queued, "data")->pnl, pnl_);
+}
+
+TEST_F(MeasuresTest, APoolKeepsItsFirstHoldOut) {
+  EXPECT_FALSE(stored_holdout_from(path_, pool_).has_value());
+  EXPECT_EQ(store_->keep_holdout_from(pool_, "2011-05-02"), "2011-05-02");
+  SqliteRunStore second(path_);
+  EXPECT_EQ(second.keep_holdout_from(other_, "2012-05-02"), "2011-05-02");
+  EXPECT_EQ(second.keep_holdout_from({"beta", 1, 1, ""}, "2012-05-02"), "2012-05-02");
+  EXPECT_EQ(second.keep_holdout_from({"alpha", 2, 1, ""}, "2013-05-02"), "2013-05-02");
+  EXPECT_EQ(stored_holdout_from(path_, other_), "2011-05-02");
+  EXPECT_FALSE(stored_holdout_from(path_, {"gamma", 1, 1, ""}).has_value());
+  EXPECT_FALSE(stored_holdout_from(folder_ / "none.db", pool_).has_value());
 }
 
 }  // namespace

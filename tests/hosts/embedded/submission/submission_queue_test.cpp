@@ -250,5 +250,46 @@ TEST_F(SubmissionQueueTest, RefusesThresholdsThatCannotBe) {
                std::invalid_argument);
 }
 
+TEST_F(SubmissionQueueTest, NothingIsSettledBesideAMemberThatIsNotMeasuredYet) {
+  const std::string member = join(base_);
+  const PoolIdentity other{"alpha", 1, 2, "date"};
+  Party own(path_, other, thresholds_, [] { return kNow; });
+  const std::string id = evaluate();
+  EXPECT_TRUE(own.queue.enqueue(payload(id), base_));
+  const SyncReport waiting = own.queue.sync();
+  EXPECT_THAT(waiting.settled, IsEmpty());
+  ASSERT_EQ(waiting.waiting.size(), 1U);
+  EXPECT_TRUE(waiting.waits_for_measures());
+  EXPECT_EQ(
+      waiting.waiting[0].why,
+      "pool member " + member + " was submitted on other prices, and not measured on these yet");
+  NewMeasure measure{1,  "date", run_, "{}", 1.0, std::vector<double>(base_.begin(), base_.end()),
+                     {}, 1.0};
+  own.store.submissions().record_measure(measure);
+  const SyncReport report = own.queue.sync();
+  EXPECT_FALSE(report.waits_for_measures());
+  ASSERT_THAT(ids(report), ElementsAre(id));
+  EXPECT_EQ(report.settled[0].refusal->reason, "pnl_mi_below_threshold");
+}
+
+TEST_F(SubmissionQueueTest, WhatAnotherRunQueuedIsSettledOnTheDaysOfThisOne) {
+  const std::string id = evaluate();
+  EXPECT_TRUE(party()->queue.enqueue(payload(id), base_));
+  Party own(path_, {"alpha", 1, 2, "date"}, thresholds_, [] { return kNow; });
+  const SyncReport waiting = own.queue.sync();
+  ASSERT_EQ(waiting.waiting.size(), 1U);
+  EXPECT_TRUE(waiting.waits_for_measures());
+  EXPECT_THAT(waiting.waiting[0].why, HasSubstr("it was evaluated on other prices"));
+  NewMeasure problem{1, "date", run_, {}, {}, {}, "no volume", 1.0};
+  own.store.submissions().record_measure(problem);
+  const SyncReport stuck = own.queue.sync();
+  ASSERT_EQ(stuck.waiting.size(), 1U);
+  EXPECT_FALSE(stuck.waits_for_measures());
+  EXPECT_EQ(stuck.waiting[0].why, "it cannot be measured on these prices (no volume)");
+  NewMeasure measure{1, "date", run_, "{}", 1.0, std::vector<double>(20, 0.5), {}, 1.0};
+  own.store.submissions().record_measure(measure);
+  EXPECT_EQ(ids(own.queue.sync()), std::vector<std::string>{id});
+}
+
 }  // namespace
 }  // namespace varnholt::embedded::test
