@@ -32,7 +32,7 @@ std::string verdict(const embedded::PriceReport& report) {
 
 void check_prices_command(const CheckPricesCommand& command, Output& output) {
   const embedded::PriceReport report =
-      embedded::make_price_report(embedded::read_price_file(command.prices));
+      embedded::make_price_report(embedded::read_price_file(command.prices, command.price_format));
   output.write(fmt::format("{}\n", on_one_line(command.prices.string())));
   output.write(embedded::price_report_text(report, command.list_limit));
   output.write(verdict(report));

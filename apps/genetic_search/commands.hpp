@@ -12,6 +12,7 @@
 #include "apps/genetic_search/names.hpp"  // IWYU pragma: export
 #include "apps/genetic_search/run_config.hpp"
 #include "hosts/embedded/market/calendar_date.hpp"
+#include "hosts/embedded/market/price_format.hpp"
 #include "hosts/embedded/search/search_options.hpp"
 
 namespace varnholt::app {
@@ -34,6 +35,7 @@ struct RunCommand {
 // "check-prices": what a price file holds.
 struct CheckPricesCommand {
   std::filesystem::path prices;
+  embedded::PriceFormat price_format;
   std::size_t list_limit = 20;  // Findings of each kind that are listed.
 };
 
@@ -75,6 +77,7 @@ struct WeightsCommand {
   std::string eval_id;
   std::optional<std::string> pool;
   std::filesystem::path prices;
+  embedded::PriceFormat price_format;
   std::optional<embedded::Date> since;  // The first day that is written.
   std::optional<std::int64_t> last;     // How many days are written, the latest.
   std::filesystem::path output = "-";   // "-" is standard output.
@@ -88,6 +91,7 @@ struct PortfolioCommand {
   std::optional<std::string> method;  // A name of book_methods(); absent is the first.
   // Absent is the price file of the latest run.
   std::optional<std::filesystem::path> prices;
+  embedded::PriceFormat price_format;
   std::optional<std::filesystem::path> output;  // For the weights; "-" is standard output.
   bool force = false;                           // Whether `output` is replaced when it is there.
   bool json = false;

@@ -42,7 +42,7 @@ void export_command(const ExportCommand& command, Output& output,
   embedded::check_weights_path(command.weights, existing);
 
   const embedded::MarketData data =
-      embedded::read_run_prices(prices, found.run.start.price_digest, check_interrupt);
+      embedded::read_run_prices(prices, found.run.start, check_interrupt);
   check_interrupt();
   const embedded::Panel weights = embedded::history_weights(
       data, found.evaluation.graph_json, embedded::book_rules_of(found.run.start));

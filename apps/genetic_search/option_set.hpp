@@ -54,6 +54,21 @@ class Options {
     });
   }
 
+  // Anything else: `read` takes the text, and throws UsageError for one that it cannot read.
+  void read(const std::string& name, const char* unit, const std::string& description,
+            const std::function<void(const std::string&)>& read) {
+    add(name, unit, description, read);
+  }
+
+  // Where weights are written: "--output FILE", for which "-o" is short.
+  template <typename Target>
+  void output_file(const std::string& description, Target& target) {
+    add("-o,--output", "FILE", description, [&target](const std::string& value) {
+      if (value.empty()) throw UsageError("--output wants the name of a file, not an empty text");
+      target = value;
+    });
+  }
+
   // A setting of the search template, which reads and judges the text itself.
   void setting(const std::string& name, const char* unit, const std::string& description,
                std::optional<genetic::Value>& target) {

@@ -13,6 +13,7 @@
 #include "apps/genetic_search/attempts_command.hpp"
 #include "apps/genetic_search/help_page.hpp"
 #include "apps/genetic_search/option_set.hpp"
+#include "apps/genetic_search/price_options.hpp"
 #include "apps/genetic_search/run_options.hpp"
 #include "apps/genetic_search/text_layout.hpp"
 #include "apps/genetic_search/usage_error.hpp"
@@ -371,6 +372,7 @@ void Parser::add_check() {
               checked_prices, [this](Options& options) {
                 options.group(kOptionsGroup);
                 options.positional("FILE", check.prices);
+                add_price_options(options, check.price_format);
                 options.whole(
                     "--list", "N", from(0, 1'000'000),
                     fmt::format("How many findings of each kind are listed; the rest are counted. "
@@ -445,13 +447,13 @@ void Parser::add_weights() {
         options.positional("DB", weights.database);
         options.positional("ID", weights.eval_id);
         options.text("--prices", "FILE", "The prices, as CSV. Needed.", weights.prices);
+        add_price_options(options, weights.price_format);
         options.text("--pool", "NAME", "All signals of the pool NAME in place of one ID.",
                      weights.pool);
         options.date("--since", "The first day that is written. Default: the first of the prices.",
                      weights.since);
         options.whole("--last", "N", from(1), "Only the latest N days.", weights.last);
-        options.text("--output", "FILE", "The file to write; - is standard output. Default: -.",
-                     weights.output);
+        options.output_file("The file to write; - is standard output. Default: -.", weights.output);
         options.flag("--force", "Replaces the file when it is there.", weights.force);
         return kOptionsGroup;
       });
@@ -490,10 +492,11 @@ void Parser::add_portfolio() {
         options.optional_text("--prices", "FILE",
                               "The prices, as CSV. Default: those of the latest run.",
                               portfolio.prices);
-        options.optional_text("--output", "FILE",
-                              "Where the weights of every day are written, as CSV; - is standard "
-                              "output, and the figures go to standard error then.",
-                              portfolio.output);
+        add_price_options(options, portfolio.price_format);
+        options.output_file(
+            "Where the weights of every day are written, as CSV; - is standard "
+            "output, and the figures go to standard error then.",
+            portfolio.output);
         options.flag("--force", "Replaces the file when it is there.", portfolio.force);
         options.flag("--json", "The figures as one JSON object on one line.", portfolio.json);
         return kOptionsGroup;

@@ -55,8 +55,9 @@ std::filesystem::path price_path(const PortfolioCommand& command, const embedded
 // Other prices than those of the run are the user's own choice, not an accident.
 MarketData prices_of(const PortfolioCommand& command, const embedded::RunStart& start,
                      const embedded::InterruptCheck& check) {
-  if (command.prices) return embedded::read_price_file(*command.prices, check);
-  return embedded::read_run_prices(price_path(command, start), start.price_digest, check);
+  if (command.prices)
+    return embedded::read_price_file(*command.prices, command.price_format, check);
+  return embedded::read_run_prices(price_path(command, start), start, check);
 }
 
 // A row of the book's figures.

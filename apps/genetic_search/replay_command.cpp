@@ -100,8 +100,8 @@ bool replay_command(const ReplayCommand& command, Output& output) {
     throw embedded::StoreError(opened->path(), fmt::format("attempt {} has no run", attempt.id),
                                "the file is damaged; move it away");
   }
-  const embedded::MarketData prices = embedded::read_run_prices(
-      command.prices.value_or(run->start.price_path), run->start.price_digest);
+  const embedded::MarketData prices =
+      embedded::read_run_prices(command.prices.value_or(run->start.price_path), run->start);
   const Replay replay =
       embedded::replay_attempt(attempt, *run, recorded_statistics(*opened, attempt), prices);
   output.write(command.json ? json_line(json_of(attempt, replay)) : text_of(attempt, replay));

@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include "apps/genetic_search/price_options.hpp"
 #include "hosts/embedded/backtest/statistics.hpp"
 #include "hosts/embedded/gates/gates.hpp"
 #include "hosts/embedded/host/embedded_host.hpp"
@@ -70,6 +71,7 @@ void add_repair_options(Options& options, embedded::SearchOptions& search) {
 void add_search_options(Options& options, embedded::SearchOptions& search) {
   options.group("Data");
   options.text("--prices", "FILE", "Daily prices, as CSV (see below). Needed.", search.prices);
+  add_price_options(options, search.price_format);
   options.text("--db", "FILE",
                fmt::format("The store: an SQLite file, made when it is not there, to which the "
                            "run is added. Default: {} in the current folder.",

@@ -96,8 +96,7 @@ std::string comparison_text(const WeightsCommand& command, const MarketData& dat
     text += fmt::format("{} beside the prices of run {}: ", on_one_line(command.prices.string()),
                         signal.run.id);
     try {
-      const MarketData before =
-          embedded::read_run_prices(start.price_path, start.price_digest, check);
+      const MarketData before = embedded::read_run_prices(start.price_path, start, check);
       text += changes_text(embedded::price_changes(before, data)) + "\n";
     } catch (const embedded::ExportError&) {
       // Nothing depends on them: what was asked for are the weights on the new ones.
@@ -139,7 +138,8 @@ class Weights {
     const std::vector<EvaluationOfRun> wanted = wanted_signals(command_, *store);
     if (is_file_) refuse_input_as_output(command_.output, command_.database, command_.prices);
     if (is_file_) embedded::check_weights_path(command_.output, existing_);
-    const MarketData data = embedded::read_price_file(command_.prices, check_);
+    const MarketData data =
+        embedded::read_price_file(command_.prices, command_.price_format, check_);
     (void)first_day(command_, data);  // Refused before anything is computed.
     check_();
     tell(comparison_text(command_, data, wanted, check_));

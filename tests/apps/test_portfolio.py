@@ -96,7 +96,7 @@ def test_the_page_tells_the_book_beside_its_signals_and_the_market(pool: Path):
 
 
 def test_weights_on_standard_output_displace_the_figures(pool: Path):
-    done = call("portfolio", pool, "--output", "-")
+    done = call("portfolio", pool, "-o", "-")
     assert done.returncode == 0
     days, _ = weights_in(done.stdout)
     assert (days[0], days[-1]) == ("2020-01-01", "2020-06-25")

@@ -28,6 +28,7 @@ SIGNS = {
     "libsqlite3-dev": r"#include <sqlite3\.h>",
     "libeigen3-dev": r"#include <Eigen/",
     "libcsv-dev": r"#include <csv\.h>",
+    "zlib1g-dev": r"#include <zlib\.h>",
     "ca-certificates": r"\bpip install\b",
     "python3-venv": r"-m venv\b",
     "python3-dev": r"Development\.Module",

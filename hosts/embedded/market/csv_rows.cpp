@@ -29,8 +29,9 @@ std::string_view without_blanks(std::string_view text) {
   return text;
 }
 
-bool is_blank(std::string_view line) {
-  return line.find_first_not_of(" \t\r\n") == std::string_view::npos;
+// Of a line that only separates cells, tabs say that there are some.
+bool is_blank(std::string_view line, char separator) {
+  return line.find_first_not_of(separator == '\t' ? " \r\n" : " \t\r\n") == std::string_view::npos;
 }
 
 std::string_view without_line_end(std::string_view line) {
@@ -45,8 +46,9 @@ std::string_view without_line_end(std::string_view line) {
 // fed line by line until the row is whole, and its callbacks keep an exception for later.
 class CsvReader::QuotedRow {
  public:
-  explicit QuotedRow(const std::string& file) : file_(file) {
+  QuotedRow(const std::string& file, char separator) : file_(file) {
     if (csv_init(&parser_, CSV_STRICT | CSV_STRICT_FINI) != 0) throw std::bad_alloc();
+    csv_set_delim(&parser_, static_cast<unsigned char>(separator));
   }
   ~QuotedRow() { csv_free(&parser_); }
   QuotedRow(const QuotedRow&) = delete;
@@ -104,10 +106,11 @@ class CsvReader::QuotedRow {
   std::exception_ptr failure_;
 };
 
-CsvReader::CsvReader(std::string_view text, std::string file, InterruptCheck check)
+CsvReader::CsvReader(std::string_view text, std::string file, InterruptCheck check, char separator)
     : rest_(text.starts_with(kByteOrderMark) ? text.substr(kByteOrderMark.size()) : text),
       file_(std::move(file)),
       check_(std::move(check)),
+      separator_(separator),
       line_feed_(std::min(rest_.find('\n'), rest_.size())) {}
 
 CsvReader::~CsvReader() = default;
@@ -115,7 +118,7 @@ CsvReader::~CsvReader() = default;
 bool CsvReader::next() {
   while (!rest_.empty()) {
     const std::string_view line = take_line();
-    if (is_blank(line)) continue;
+    if (is_blank(line, separator_)) continue;
     row_.line = line_;
     row_.cells.clear();
     if (line.find('"') == std::string_view::npos) {
@@ -145,15 +148,15 @@ std::string_view CsvReader::take_line() {
 
 void CsvReader::split_plain(std::string_view line) {
   while (true) {
-    const std::size_t comma = line.find(',');
-    row_.cells.push_back(without_blanks(line.substr(0, comma)));
-    if (comma == std::string_view::npos) return;
-    line.remove_prefix(comma + 1);
+    const std::size_t end = line.find(separator_);
+    row_.cells.push_back(without_blanks(line.substr(0, end)));
+    if (end == std::string_view::npos) return;
+    line.remove_prefix(end + 1);
   }
 }
 
 void CsvReader::read_quoted(std::string_view line) {
-  if (!quoted_) quoted_ = std::make_unique<QuotedRow>(file_);
+  if (!quoted_) quoted_ = std::make_unique<QuotedRow>(file_, separator_);
   quoted_->begin();
   while (!quoted_->feed(line, line_)) {
     if (rest_.empty()) {

@@ -16,16 +16,17 @@ struct CsvRow {
   std::vector<std::string_view> cells;  // Without quotes, and without blanks at either end.
 };
 
-// Cells are separated by commas and may stand in double quotes, in which "" is one quote (RFC
-// 4180). A line ends with LF, CR LF or CR. Blank lines are no rows, and a byte order mark at the
-// start is dropped.
+// Cells are separated by one character and may stand in double quotes, in which "" is one quote
+// (RFC 4180). A line ends with LF, CR LF or CR. Blank lines are no rows, and a byte order mark at
+// the start is dropped.
 //
 // One row is held at a time: a table of millions of rows takes no more memory than its text.
 class CsvReader {
  public:
   // The text has to outlive the reader. `file` is the name to show in messages. `check` is called
   // every few lines; what it throws ends the reading.
-  CsvReader(std::string_view text, std::string file, InterruptCheck check = {});
+  CsvReader(std::string_view text, std::string file, InterruptCheck check = {},
+            char separator = ',');
   ~CsvReader();
   CsvReader(const CsvReader&) = delete;
   CsvReader& operator=(const CsvReader&) = delete;
@@ -47,6 +48,7 @@ class CsvReader {
   std::string_view rest_;
   std::string file_;
   InterruptCheck check_;
+  char separator_;
   std::size_t line_ = 0;
   std::size_t line_feed_ = 0;  // Where the next line feed of `rest_` is, or its size.
   CsvRow row_;

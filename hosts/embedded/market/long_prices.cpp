@@ -27,9 +27,30 @@ struct LongColumns {
   std::size_t symbol = PriceRows::kNoColumn;
   std::array<std::size_t, kFieldCount> fields{};
   std::array<std::size_t, kGroupNames.size()> groups{};
+  // Where the close is an adjusted one: the raw one beside it, by which the others are adjusted.
+  std::size_t raw_close = PriceRows::kNoColumn;
+  std::size_t left_out = PriceRows::kNoColumn;  // The adjusted close, where the raw one is meant.
 
   [[nodiscard]] bool has(std::size_t field) const { return fields[field] != PriceRows::kNoColumn; }
 };
+
+// An adjusted close in the place of the raw one changes every return: the owner has to say it.
+void find_close(const PriceRows& rows, LongColumns& columns) {
+  const std::size_t adjusted = rows.find("adj_close");
+  if (adjusted == PriceRows::kNoColumn) return;
+  std::size_t& close = columns.fields[kClose];
+  if (close == PriceRows::kNoColumn) {
+    close = adjusted;
+  } else if (!rows.format().columns.contains("close")) {
+    throw PriceFileError(rows.header_place(adjusted), "is an adjusted close beside a raw one",
+                         "say which is meant with --columns close=NAME; the adjusted one scales "
+                         "open, high and low too");
+  } else if (close == adjusted) {
+    columns.raw_close = rows.find_usual("close");
+  } else {
+    columns.left_out = adjusted;
+  }
+}
 
 LongColumns find_columns(const PriceRows& rows) {
   LongColumns columns;
@@ -40,16 +61,20 @@ LongColumns find_columns(const PriceRows& rows) {
   }
   for (std::size_t group = 0; group < kGroupNames.size(); ++group)
     columns.groups[group] = rows.find(kGroupNames[group]);
+  find_close(rows, columns);
   if (columns.date == PriceRows::kNoColumn) throw missing_column(rows, "date");
   if (!columns.has(kClose)) throw missing_column(rows, "close");
   for (std::size_t column = 0; column < rows.header().size(); ++column) {
     const bool known = column == columns.date || column == columns.symbol ||
+                       column == columns.raw_close || column == columns.left_out ||
+                       is_beside_prices(column_key(rows.header()[column])) ||
                        std::count(columns.fields.begin(), columns.fields.end(), column) > 0 ||
                        std::count(columns.groups.begin(), columns.groups.end(), column) > 0;
     if (!known) {
       throw PriceFileError(rows.header_place(column), "is not a column of a long price file",
-                           "remove it, or rename it to one of date, symbol, open, high, low, "
-                           "close, volume, vwap, cap, sector, industry, subindustry, country");
+                           "remove it, or say with --columns which of date, symbol, open, high, "
+                           "low, close, volume, vwap, cap, sector, industry, subindustry and "
+                           "country it is");
     }
   }
   return columns;
@@ -130,6 +155,13 @@ std::array<double, kFieldCount> read_values(PriceRows& rows, const LongColumns& 
                                         : rows.read(columns.fields[field], read_price_cell);
     values[field] = value.value_or(kUnknown);
   }
+  if (columns.raw_close != PriceRows::kNoColumn) {
+    const double raw = rows.read(columns.raw_close, read_price_cell).value_or(kUnknown);
+    for (const std::size_t field : {kOpen, kHigh, kLow, kVwap})
+      values[field] *= values[kClose] / raw;
+    // So that price times volume stays the money that changed hands.
+    values[kVolume] *= raw / values[kClose];
+  }
   if (values[kHigh] < values[kLow]) {
     const std::string low(rows.cell(columns.fields[kLow]));
     rows.note(PriceFileError(rows.place(columns.fields[kHigh]),
@@ -139,11 +171,13 @@ std::array<double, kFieldCount> read_values(PriceRows& rows, const LongColumns& 
   return values;
 }
 
-bool is_row_of(const CsvRow& row, const LongColumns& columns, Date date,
-               const std::string& symbol) {
-  if (row.cells.size() <= std::max(columns.date, columns.symbol)) return false;
+bool is_row_of(const CsvRow& row, const LongColumns& columns, Date date, const std::string& symbol,
+               const CellFormat& format) {
+  const bool is_of_one = columns.symbol == PriceRows::kNoColumn;
+  if (row.cells.size() <= std::max(columns.date, is_of_one ? 0 : columns.symbol)) return false;
   try {
-    return row.cells[columns.symbol] == symbol && read_date_cell(row.cells[columns.date]) == date;
+    return (is_of_one || row.cells[columns.symbol] == symbol) &&
+           read_date_cell(row.cells[columns.date], format) == date;
   } catch (const CellMistake&) {
     return false;  // Noted when it was read.
   }
@@ -152,9 +186,9 @@ bool is_row_of(const CsvRow& row, const LongColumns& columns, Date date,
 // The line in which a day and symbol stand first. The file is read again for it, so that no line
 // number has to be kept for rows that nobody asks about.
 std::size_t first_line(std::string_view text, const LongColumns& columns, Date date,
-                       const std::string& symbol) {
-  CsvReader reader(text, "");
-  while (reader.next() && !is_row_of(reader.row(), columns, date, symbol)) {
+                       const std::string& symbol, const PriceRows& rows) {
+  CsvReader reader(text, "", {}, rows.separator());
+  while (reader.next() && !is_row_of(reader.row(), columns, date, symbol, rows.cell_format())) {
   }
   return reader.row().line;
 }
@@ -165,11 +199,20 @@ int group_number(Numbered<std::string>& names, std::string_view cell) {
   return static_cast<int>(*names.number(cell, [&] { return std::optional(std::string(cell)); }));
 }
 
+std::optional<std::uint32_t> number_of_symbol(LongRows& table, PriceRows& rows,
+                                              const LongColumns& columns) {
+  if (columns.symbol == PriceRows::kNoColumn) {
+    const std::string symbol = rows.symbol_of_file();
+    return table.symbols.number(symbol, [&] { return std::optional(read_symbol_cell(symbol)); });
+  }
+  return table.symbols.number(rows.cell(columns.symbol),
+                              [&] { return rows.read(columns.symbol, read_symbol_cell); });
+}
+
 void add_row(LongRows& table, PriceRows& rows, const LongColumns& columns, std::string_view text) {
   const auto date_number = table.dates.number(
       rows.cell(columns.date), [&] { return rows.read(columns.date, read_date_cell); });
-  const auto symbol_number = table.symbols.number(
-      rows.cell(columns.symbol), [&] { return rows.read(columns.symbol, read_symbol_cell); });
+  const auto symbol_number = number_of_symbol(table, rows, columns);
   const std::array<double, kFieldCount> values = read_values(rows, columns);
   if (!rows.is_good()) return;
   check_panel_size(rows.file(), table.dates.size(), table.symbols.size());
@@ -180,7 +223,8 @@ void add_row(LongRows& table, PriceRows& rows, const LongColumns& columns, std::
   std::vector<bool>& days = table.is_given[symbol];
   if (days.size() <= date) days.resize(table.dates.size());
   if (days[date]) {
-    const std::size_t line = first_line(text, columns, table.dates[date], table.symbols[symbol]);
+    const std::size_t line =
+        first_line(text, columns, table.dates[date], table.symbols[symbol], rows);
     return rows.note(PriceFileError(rows.place(columns.date),
                                     "is given a second time for \"" + table.symbols[symbol] +
                                         "\" (first in line " + std::to_string(line) + ")",

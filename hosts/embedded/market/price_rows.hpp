@@ -1,6 +1,7 @@
 // The rows of one price file below its header, and the place of each cell.
 #pragma once
 
+#include <concepts>
 #include <limits>
 #include <optional>
 #include <string>
@@ -10,6 +11,7 @@
 #include "hosts/embedded/market/csv_rows.hpp"
 #include "hosts/embedded/market/price_cells.hpp"
 #include "hosts/embedded/market/price_file_error.hpp"
+#include "hosts/embedded/market/price_format.hpp"
 
 namespace varnholt::embedded {
 
@@ -22,17 +24,39 @@ class PriceRows {
   static constexpr std::size_t kNoColumn = std::numeric_limits<std::size_t>::max();
   static constexpr std::size_t kMostMistakes = 20;
 
-  // Reads the header. Throws PriceFileError where there is none, or not such a one. The text has to
+  // Reads the header, and how the cells below it are written. Throws PriceFileError where there is
+  // none, where it is not such a one, and where something can be read in two ways. The text has to
   // outlive this object. `check` is called every few lines; what it throws ends the reading.
-  PriceRows(std::string_view text, std::string file, const InterruptCheck& check = {});
+  PriceRows(std::string_view text, std::string file, const PriceFormat& format = {},
+            const InterruptCheck& check = {});
 
   [[nodiscard]] const std::string& file() const { return file_; }
   [[nodiscard]] const std::vector<std::string>& header() const { return header_; }
   [[nodiscard]] std::size_t header_line() const { return header_line_; }
   [[nodiscard]] PricePlace header_place(std::size_t column) const;
 
-  // The first column whose name is `name` once it is in lower case, or kNoColumn.
-  [[nodiscard]] std::size_t find(std::string_view name) const;
+  // The column of a field, or kNoColumn: the one that the format names, else the one that has the
+  // field's name or one that is usual for it. PriceFileError where there are two.
+  [[nodiscard]] std::size_t find(std::string_view field) const;
+
+  // The same by the usual names alone, whatever the format says.
+  [[nodiscard]] std::size_t find_usual(std::string_view field) const;
+
+  // The symbol of the one instrument of a file that has no column for it: what the format says,
+  // else the file's name without its folder and what stands behind its first dot.
+  [[nodiscard]] std::string symbol_of_file() const;
+
+  // The character between two cells, for whoever reads the text a second time.
+  [[nodiscard]] char separator() const { return separator_; }
+  [[nodiscard]] const CellFormat& cell_format() const { return cell_format_; }
+
+  // Of a header of two rows, the field and the symbol of each column behind the first; empty
+  // otherwise.
+  [[nodiscard]] const std::vector<std::string>& fields() const { return fields_; }
+  [[nodiscard]] const std::vector<std::string>& symbols() const { return symbols_; }
+
+  // What the format says.
+  [[nodiscard]] const PriceFormat& format() const { return format_; }
 
   // As many rows as the text can have at most.
   [[nodiscard]] std::size_t row_bound() const { return row_bound_; }
@@ -53,9 +77,15 @@ class PriceRows {
   }
   [[nodiscard]] PricePlace place(std::size_t column) const;
 
-  // What `read_cell` makes of a cell of the row. Its CellMistake is noted with the place of the
-  // cell, and there is nothing then.
+  // What `read_cell` makes of a cell of the row, which it may ask the format for. Its CellMistake
+  // is noted with the place of the cell, and there is nothing then.
   template <typename ReadCell>
+  requires std::invocable<ReadCell, std::string_view, const CellFormat&>
+  [[nodiscard]] auto read(std::size_t column, ReadCell read_cell) {
+    return read(column, [&](std::string_view text) { return read_cell(text, cell_format_); });
+  }
+  template <typename ReadCell>
+  requires std::invocable<ReadCell, std::string_view>
   [[nodiscard]] auto read(std::size_t column, ReadCell read_cell)
       -> std::optional<decltype(read_cell(std::string_view()))> {
     try {
@@ -67,13 +97,21 @@ class PriceRows {
   }
 
  private:
+  void read_second_header(std::string_view text);
   void check_header() const;
   [[nodiscard]] bool read_row();
   [[noreturn]] void fail(const std::string& more) const;
 
+  [[nodiscard]] std::size_t named_column(std::string_view field, const std::string& name) const;
+
   std::string file_;
+  PriceFormat format_;
+  char separator_;
   CsvReader reader_;
+  CellFormat cell_format_;
   std::vector<std::string> header_;
+  std::vector<std::string> fields_;
+  std::vector<std::string> symbols_;
   std::size_t header_line_ = 0;
   std::size_t row_bound_ = 0;
   bool has_rows_ = false;

@@ -29,9 +29,27 @@ constexpr const char* kDelayDays = "delay_days";
 constexpr const char* kDelistingReturn = "delisting_return";
 constexpr const char* kLeastKnownShare = "least_known_share";
 constexpr const char* kPeriodsPerYear = "periods_per_year";
+constexpr const char* kPriceFormat = "price_format";
+constexpr const char* kColumns = "columns";
+constexpr const char* kDateFormat = "date_format";
+constexpr const char* kDecimal = "decimal";
+constexpr const char* kSymbol = "symbol";
 
 Value optional_value(const auto& value) {
   return value ? Value(*value) : Value();
+}
+
+// Empty where the file says all itself.
+Mapping price_format_object(const PriceFormat& format) {
+  Mapping columns;
+  for (const auto& [field, name] : format.columns)
+    columns.set(Value(field), Value(name));
+  Mapping object;
+  if (!format.columns.empty()) object.set(Value(kColumns), Value(columns));
+  if (!format.date_format.empty()) object.set(Value(kDateFormat), Value(format.date_format));
+  if (format.decimal != '\0') object.set(Value(kDecimal), Value(std::string(1, format.decimal)));
+  if (!format.symbol.empty()) object.set(Value(kSymbol), Value(format.symbol));
+  return object;
 }
 
 // What makes a run repeatable, beside its seed and its prices.
@@ -62,6 +80,7 @@ std::string settings_json(const SearchOptions& options, const RunData& data,
               {kDelistingReturn, data.book.delisting_return},
               {kLeastKnownShare, data.book.least_known_share},
               {kPeriodsPerYear, data.book.periods_per_year},
+              {kPriceFormat, price_format_object(options.price_format)},
               {"timeout_seconds", options.timeout_seconds},
               {"worker_memory_limit_bytes", optional_value(options.worker_memory_limit_bytes)},
               {"gates", threshold_set(host.gates, host.limits)},
@@ -126,7 +145,7 @@ RunData::RunData(const SearchOptions& options, const InterruptCheck& check,
 
 RunData::RunData(const SearchOptions& options, const std::string& price_bytes,
                  const InterruptCheck& check, const std::optional<Date>& kept_holdout)
-    : whole(read_price_text(price_bytes, options.prices.string(), check)),
+    : whole(read_price_text(price_bytes, options.prices.string(), options.price_format, check)),
       plan(planned(whole.dates, options.config, kept_holdout)),
       digest(sha256_hex(price_bytes)),
       holdout_from(kept_holdout.value_or(
@@ -156,6 +175,27 @@ BookRules book_rules_of(const RunStart& start) {
   rules.least_known_share = figure(kLeastKnownShare, rules.least_known_share);
   rules.periods_per_year = figure(kPeriodsPerYear, rules.periods_per_year);
   return rules;
+}
+
+PriceFormat price_format_of(const RunStart& start) {
+  PriceFormat format;
+  const auto settings = genetic::as_mapping(read_json(start.settings_json));
+  const auto object =
+      settings ? genetic::as_mapping(settings->get(Value(kPriceFormat))) : std::nullopt;
+  if (!object) return format;
+  const auto text = [&object](const char* name) {
+    const Value value = object->get(Value(name));
+    return value.is_text() ? genetic::str(value) : std::string();
+  };
+  if (const auto columns = genetic::as_mapping(object->get(Value(kColumns)))) {
+    genetic::MappingCursor cursor(*columns);
+    while (const auto column = cursor.next())
+      format.columns.emplace(genetic::str(column->key), genetic::str(column->value));
+  }
+  format.date_format = text(kDateFormat);
+  format.decimal = text(kDecimal).empty() ? '\0' : text(kDecimal).front();
+  format.symbol = text(kSymbol);
+  return format;
 }
 
 RunStart run_start(const SearchOptions& options, const RunData& data,

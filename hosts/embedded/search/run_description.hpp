@@ -51,6 +51,9 @@ struct RunData {
 // traded at the close of their signals, in years of 252 days.
 [[nodiscard]] BookRules book_rules_of(const RunStart& start);
 
+// How the prices of a stored run are read.
+[[nodiscard]] PriceFormat price_format_of(const RunStart& start);
+
 // The row under which the store keeps the run.
 [[nodiscard]] RunStart run_start(const SearchOptions& options, const RunData& data,
                                  const genetic::GeneticTemplate& config, int jobs);

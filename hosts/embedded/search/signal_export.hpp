@@ -1,6 +1,6 @@
 // The weights of one stored signal on every day of its prices, as a file.
 //
-//   const MarketData data = read_run_prices(path, run.price_digest);
+//   const MarketData data = read_run_prices(path, run);
 //   const Panel weights = history_weights(data, evaluation.graph_json, book_rules_of(run));
 //   write_weights(out, data, weights, Existing::IsKept);
 //
@@ -18,6 +18,7 @@
 
 #include "hosts/embedded/backtest/book_rules.hpp"
 #include "hosts/embedded/market/market_data.hpp"
+#include "hosts/embedded/store/store_records.hpp"
 #include "hosts/embedded/system/interrupt.hpp"
 
 namespace varnholt::embedded {
@@ -29,10 +30,10 @@ class ExportError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// The prices in the file, whose bytes must have this digest: any other prices give other weights.
-// ExportError for a file that cannot be read or that has another digest; PriceFileError for one
-// that holds no prices.
-[[nodiscard]] MarketData read_run_prices(const std::filesystem::path& path, std::string_view digest,
+// The prices in the file, which must be, byte for byte, the one of the run: any other prices give
+// other weights. ExportError for a file that cannot be read or that is another; PriceFileError for
+// one that holds no prices.
+[[nodiscard]] MarketData read_run_prices(const std::filesystem::path& path, const RunStart& run,
                                          const InterruptCheck& check = {});
 
 // A row a day, a column an instrument, as those of `data`, by the rules of the run. Throws

@@ -38,11 +38,13 @@ TEST(PriceFileErrors, NumbersThatAreNone) {
   const std::string place = "p.csv: line 3, column 3 \"close\": ";
   EXPECT_EQ(refusal_of_close("abc"), place + "\"abc\" is not a number" + kNumberMend);
   EXPECT_EQ(refusal_of_close("10.5x"), place + "\"10.5x\" is not a number" + kNumberMend);
-  EXPECT_EQ(refusal_of_close("\"1,234.5\""), place + "\"1,234.5\" is not a number" + kNumberMend);
+  EXPECT_EQ(refusal_of_close("\"1,234.5\""),
+            place +
+                "\"1,234.5\" is not a number, or has separators of thousands; write a decimal "
+                "number such as 1234.5");
   EXPECT_EQ(refusal_of_close("0x10"), place + "\"0x10\" is not a number" + kNumberMend);
   EXPECT_EQ(refusal_of_close("1 2"), place + "\"1 2\" is not a number" + kNumberMend);
-  EXPECT_EQ(refusal_of_close("+1"), place + "\"+1\" is not a number" + kNumberMend);
-  EXPECT_EQ(refusal_of_close("NaN"), place + "\"NaN\" is not a finite number" + kNumberMend);
+  EXPECT_EQ(refusal_of_close("+-1"), place + "\"+-1\" is not a number" + kNumberMend);
   EXPECT_EQ(refusal_of_close("inf"), place + "\"inf\" is not a finite number" + kNumberMend);
   EXPECT_EQ(refusal_of_close("1e999"),
             place + "\"1e999\" is beyond the range of numbers" + kNumberMend);
@@ -74,11 +76,15 @@ TEST(PriceFileErrors, AHighBelowItsLow) {
 
 TEST(PriceFileErrors, Dates) {
   const std::string rest =
-      " is not a calendar date; write an existing day as yyyy-mm-dd, for example 2013-03-01";
+      " is not a calendar date; write an existing day as yyyy-mm-dd, for example 2013-03-01, or "
+      "say "
+      "how it is written with --date-format";
   EXPECT_EQ(refusal("date,symbol,close\n2011-02-29,AAA,1\n"),
             "p.csv: line 2, column 1 \"date\": \"2011-02-29\"" + rest);
   EXPECT_EQ(refusal("A,Date\n1,03/01/2011\n"),
-            "p.csv: line 2, column 2 \"Date\": \"03/01/2011\"" + rest);
+            "p.csv: line 2, column 2 \"Date\": \"03/01/2011\" is a day whose order is not certain; "
+            "say what it means with --date-format dd/mm/yyyy, or mm/dd/yyyy, with the signs that "
+            "stand in the file");
   EXPECT_EQ(refusal("date,A\n,1\n"), "p.csv: line 2, column 1 \"date\": \"\"" + rest);
 }
 
@@ -115,14 +121,12 @@ TEST(PriceFileErrors, TheSameDayTwice) {
 }
 
 TEST(PriceFileErrors, MissingColumns) {
-  EXPECT_EQ(refusal("day,symbol,close\n2011-01-03,AAA,1\n"),
+  EXPECT_EQ(refusal("when,symbol,close\n2011-01-03,AAA,1\n"),
             std::string("p.csv: line 1: the header has no column \"date\"") + kColumnsMend);
   EXPECT_EQ(refusal("date,symbol,price\n2011-01-03,AAA,1\n"),
             std::string("p.csv: line 1: the header has no column \"close\"") + kColumnsMend);
-  EXPECT_EQ(refusal("date,open,close\n2011-01-03,1,1\n"),
-            std::string("p.csv: line 1: the header has no column \"symbol\"") + kColumnsMend);
-  EXPECT_EQ(refusal("date;symbol;close\n2011-01-03;AAA;1\n"),
-            std::string("p.csv: line 1: the header has no column \"date\"") + kColumnsMend);
+  EXPECT_EQ(refusal("Date,Open,High,Low,Volume\n2011-01-03,1,1,1,1\n"),
+            std::string("p.csv: line 1: the header has no column \"close\"") + kColumnsMend);
   EXPECT_EQ(refusal("2011-01-03,AAA,1\n2011-01-04,AAA,1\n"),
             std::string("p.csv: line 1: the header has no column \"date\"") + kColumnsMend);
   EXPECT_EQ(refusal("date\n2011-01-03\n"),
@@ -132,13 +136,12 @@ TEST(PriceFileErrors, MissingColumns) {
 
 TEST(PriceFileErrors, ColumnsTooMany) {
   EXPECT_EQ(refusal("date,symbol,close,adj_close\n2011-01-03,AAA,1,1\n"),
-            "p.csv: line 1, column 4: \"adj_close\" is not a column of a long price file; remove "
-            "it, or rename it to one of date, symbol, open, high, low, close, volume, vwap, cap, "
-            "sector, industry, subindustry, country");
+            "p.csv: line 1, column 4: \"adj_close\" is an adjusted close beside a raw one; say "
+            "which is meant with --columns close=NAME; the adjusted one scales open, high and low "
+            "too");
   EXPECT_EQ(refusal("date,symbol,close,Close\n2011-01-03,AAA,1,1\n"),
-            "p.csv: line 1, column 4: \"Close\" is not a column of a long price file; remove it, "
-            "or rename it to one of date, symbol, open, high, low, close, volume, vwap, cap, "
-            "sector, industry, subindustry, country");
+            "p.csv: line 1, column 4: \"Close\" may be the close as well as \"close\"; say "
+            "which it is with --columns close=NAME");
   EXPECT_EQ(refusal("date,A,B,A\n2011-01-03,1,1,1\n"),
             "p.csv: line 1, column 4: \"A\" is also the name of column 2; remove or rename one of "
             "the two");

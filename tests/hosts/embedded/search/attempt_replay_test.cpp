@@ -23,7 +23,7 @@ class AttemptReplay : public SearchRunTest {
     run_ = store.find_run(1).value();
     for (const CandidateRecorded& candidate : observer_.recorded)
       evaluations_.push_back(store.find_evaluation(candidate.eval_id)->evaluation);
-    prices_ = read_run_prices(run_.start.price_path, run_.start.price_digest);
+    prices_ = read_run_prices(run_.start.price_path, run_.start);
   }
 
   [[nodiscard]] Replay replayed(const std::string& graph_json,

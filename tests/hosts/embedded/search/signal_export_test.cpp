@@ -182,10 +182,30 @@ TEST_F(SignalExport, NoSymbolBeginsAFormula) {
               HasSubstr("date,'=1+1,'+A,'-A,'@SUM(A1),A=1,\"'=HYPERLINK(\"\"x\"\",\"\"y\"\")\"\n"));
 }
 
+RunStart run_of(const std::string& digest) {
+  RunStart run;
+  run.settings_json = "{}";
+  run.price_digest = digest;
+  return run;
+}
+
+TEST_F(SignalExport, ReadsThePricesAsTheRunDid) {
+  const std::string text = "Day;LAST\n02/01/2020;1,5\n";
+  put(in_folder("p.csv"), text);
+  RunStart run = run_of(sha256_hex(text));
+  run.settings_json =
+      R"({"price_format":{"columns":{"close":"LAST","date":"Day"},"date_format":"dd/mm/yyyy",)"
+      R"("decimal":",","symbol":"ACME"}})";
+  const MarketData data = read_run_prices(in_folder("p.csv"), run);
+  EXPECT_EQ(data.symbols, std::vector<std::string>{"ACME"});
+  EXPECT_EQ(date_text(data.dates.at(0)), "2020-01-02");
+  EXPECT_EQ(data.close(0, 0), 1.5);
+}
+
 TEST_F(SignalExport, ReadsThePricesWithTheDigestOfTheRun) {
   const std::string text = "date,AAA\n2020-01-01,1.5\n2020-01-02,2\n";
   put(in_folder("p.csv"), text);
-  const MarketData data = read_run_prices(in_folder("p.csv"), sha256_hex(text));
+  const MarketData data = read_run_prices(in_folder("p.csv"), run_of(sha256_hex(text)));
   EXPECT_EQ(data.day_count(), 2);
   EXPECT_EQ(data.close(0, 0), 1.5);
 }
@@ -194,19 +214,20 @@ TEST_F(SignalExport, RefusesOtherPrices) {
   put(in_folder("p.csv"), "date,AAA\n2020-01-01,1.5\n");
   const std::string digest = sha256_hex("date,AAA\n2020-01-01,1.6\n");
   EXPECT_THAT(
-      refusal([&] { static_cast<void>(read_run_prices(in_folder("p.csv"), digest)); }),
+      refusal([&] { static_cast<void>(read_run_prices(in_folder("p.csv"), run_of(digest))); }),
       AllOf(HasSubstr("p.csv: it is not the price file of the run"), HasSubstr(digest),
             HasSubstr(sha256_hex("date,AAA\n2020-01-01,1.5\n")), HasSubstr("--prices FILE")));
-  EXPECT_THAT(refusal([&] { static_cast<void>(read_run_prices(in_folder("none"), digest)); }),
-              HasSubstr("none: it cannot be opened: No such file or directory; name the"));
-  EXPECT_THAT(refusal([&] { static_cast<void>(read_run_prices(in_folder(""), digest)); }),
+  EXPECT_THAT(
+      refusal([&] { static_cast<void>(read_run_prices(in_folder("none"), run_of(digest))); }),
+      HasSubstr("none: it cannot be opened: No such file or directory; name the"));
+  EXPECT_THAT(refusal([&] { static_cast<void>(read_run_prices(in_folder(""), run_of(digest))); }),
               HasSubstr("it is a folder"));
 }
 
 TEST_F(SignalExport, TellsWhatIsWrongWithPricesOfTheRightDigest) {
   const std::string text = "date,AAA\n2020-01-01,abc\n";
   put(in_folder("p.csv"), text);
-  EXPECT_THROW(static_cast<void>(read_run_prices(in_folder("p.csv"), sha256_hex(text))),
+  EXPECT_THROW(static_cast<void>(read_run_prices(in_folder("p.csv"), run_of(sha256_hex(text)))),
                PriceFileError);
 }
 

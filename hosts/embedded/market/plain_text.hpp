@@ -1,0 +1,28 @@
+// The bytes of a price file as text: unpacked, and in UTF-8.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "hosts/embedded/market/price_file_error.hpp"
+#include "hosts/embedded/system/interrupt.hpp"
+
+namespace varnholt::embedded {
+
+// What gzip packed is unpacked, and UTF-16 with a byte order mark turned into UTF-8; any other text
+// stands for itself and is not copied. PriceFileError for a file that is damaged or that is no
+// text, which is told by what it is: an archive, a workbook, a page of the web.
+class PlainText {
+ public:
+  // The bytes must outlive it. `check` is called several times a second.
+  PlainText(std::string_view bytes, const std::string& file, const InterruptCheck& check);
+
+  [[nodiscard]] std::string_view text() const noexcept { return is_own_ ? own_ : bytes_; }
+
+ private:
+  std::string_view bytes_;
+  bool is_own_ = false;
+  std::string own_;
+};
+
+}  // namespace varnholt::embedded
