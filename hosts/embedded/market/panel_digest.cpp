@@ -13,12 +13,14 @@ namespace varnholt::embedded {
 namespace {
 
 // A column's history lies together, so that nothing is copied.
-std::string column_digest(const Panel& panel, Eigen::Index column, Eigen::Index days) {
+template <typename AnyPanel>
+std::string column_digest(const AnyPanel& panel, Eigen::Index column, Eigen::Index days) {
   const auto* const bytes = reinterpret_cast<const char*>(panel.col(column).data());
-  return sha256_hex({bytes, static_cast<std::size_t>(days) * sizeof(double)});
+  return sha256_hex({bytes, static_cast<std::size_t>(days) * sizeof(typename AnyPanel::Scalar)});
 }
 
-std::string panel_text(std::string_view name, const Panel& panel, Eigen::Index days) {
+template <typename AnyPanel>
+std::string panel_text(std::string_view name, const AnyPanel& panel, Eigen::Index days) {
   std::string text(name);
   for (Eigen::Index column = 0; column < panel.cols(); ++column)
     text.append(" ").append(column_digest(panel, column, days));
@@ -48,6 +50,10 @@ std::string panel_digest(const MarketData& data, Eigen::Index days) {
   add("high", data.high);
   add("low", data.low);
   add("volume", data.volume);
+  add("vwap", data.vwap);
+  add("cap", data.cap);
+  for (const auto& [name, panel] : data.groups)
+    text += panel_text(name, panel, days);
   return sha256_hex(text);
 }
 

@@ -46,7 +46,12 @@ TEST(PanelDigest, EveryPriceAndNameCounts) {
         data.symbols = {"A", "AB"};
       },
       [](MarketData& data) { data.dates[0] -= std::chrono::days(1); },
-      [](MarketData& data) { data.volume = data.close; }};
+      [](MarketData& data) { data.volume = data.close; },
+      [](MarketData& data) { data.vwap = data.close; },
+      [](MarketData& data) { data.cap = data.close; },
+      [](MarketData& data) { data.groups.emplace("sector", GroupPanel::Constant(4, 2, 1)); },
+      [](MarketData& data) { data.groups.emplace("country", GroupPanel::Constant(4, 2, 1)); },
+      [](MarketData& data) { data.groups.emplace("sector", GroupPanel::Constant(4, 2, 0)); }};
   std::set<std::string> digests;
   for (const auto& change : changes) {
     MarketData data = history();
