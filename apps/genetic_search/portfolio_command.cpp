@@ -107,6 +107,7 @@ std::string members_text(const PoolBook& book, const std::vector<EvaluationOfRun
   std::stable_sort(members.begin(), members.end(),
                    [](const auto* left, const auto* right) { return left->share > right->share; });
   std::vector<SignalRow> rows;
+  rows.reserve(members.size());
   for (const BookMember* const member : members) {
     rows.push_back({{member->eval_id, fmt::format("{:.1f}", kPerCent * member->share),
                      fmt::format("{:.1f}", kPerCent * member->risk),

@@ -217,7 +217,7 @@ void PriceRows::read_second_header(std::string_view text) {
   if (!is_readable(ahead)) return;
   const auto& third = ahead.row().cells;
   const bool names_the_index =
-      third.size() >= 1 && usual_field(column_key(third.front())) == "date" &&
+      !third.empty() && usual_field(column_key(third.front())) == "date" &&
       std::all_of(third.begin() + 1, third.end(), [](auto cell) { return cell.empty(); });
   if (names_the_index) (void)reader_.next();
 }

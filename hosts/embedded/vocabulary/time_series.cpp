@@ -12,6 +12,8 @@
 namespace varnholt::embedded {
 namespace {
 
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
 // A share of days that is as near to a whole number is meant to be it: 0.55 of 20 is 11.
 constexpr double kShareTolerance = 1e-9;
 
@@ -169,17 +171,15 @@ Panel ts_mean(const Panel& x, const Window& window) {
 }
 
 Panel ts_min(const Panel& x, const Window& window) {
-  constexpr double kNone = std::numeric_limits<double>::infinity();
   return roll(
-      x, window, [](double value) { return std::isnan(value) ? kNone : value; },
+      x, window, [](double value) { return std::isnan(value) ? kInfinity : value; },
       [](double a, double b) { return b < a ? b : a; },
       [](double least, const double* /*last*/, double /*known*/) { return least; });
 }
 
 Panel ts_max(const Panel& x, const Window& window) {
-  constexpr double kNone = -std::numeric_limits<double>::infinity();
   return roll(
-      x, window, [](double value) { return std::isnan(value) ? kNone : value; },
+      x, window, [](double value) { return std::isnan(value) ? -kInfinity : value; },
       [](double a, double b) { return b > a ? b : a; },
       [](double greatest, const double* /*last*/, double /*known*/) { return greatest; });
 }
