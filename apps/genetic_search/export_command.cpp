@@ -26,9 +26,10 @@ std::filesystem::path prices_of(const ExportCommand& command, const embedded::Ru
 
 }  // namespace
 
-void export_command(const ExportCommand& command, Output& output,
+void export_command(const ExportCommand& command, const RunOutputs& outputs,
                     const embedded::InterruptFlag& interrupt) {
   using embedded::Existing;
+  const bool is_file = command.weights != kStandardOutput;
   const auto check_interrupt = [&interrupt] {
     if (interrupt.requests > 0) throw embedded::InterruptedAtOnce();
   };
@@ -38,8 +39,10 @@ void export_command(const ExportCommand& command, Output& output,
   embedded::StoreReader& store = *opened;
   const embedded::EvaluationOfRun found = required_evaluation(store, command.eval_id);
   const std::filesystem::path prices = prices_of(command, found.run.start);
-  refuse_input_as_output(command.weights, command.database, prices);
-  embedded::check_weights_path(command.weights, existing);
+  if (is_file) {
+    refuse_input_as_output(command.weights, command.database, prices);
+    embedded::check_weights_path(command.weights, existing);
+  }
 
   const embedded::MarketData data =
       embedded::read_run_prices(prices, found.run.start, check_interrupt);
@@ -47,12 +50,21 @@ void export_command(const ExportCommand& command, Output& output,
   const embedded::Panel weights = embedded::history_weights(
       data, found.evaluation.graph_json, embedded::book_rules_of(found.run.start));
   check_interrupt();
-  embedded::write_weights(command.weights, data, weights, existing);
-  output.write(fmt::format("{}: the weights of {} on {} days, {} to {}, in {} instruments\n",
-                           on_one_line(command.weights.string()), found.evaluation.eval_id,
-                           data.day_count(), embedded::date_text(data.dates.front()),
-                           embedded::date_text(data.dates.back()), data.instrument_count()));
-  output.throw_if_failed();
+  if (is_file) {
+    embedded::write_weights(command.weights, data, weights, existing);
+  } else {
+    outputs.text.write(embedded::weights_head(data));
+    for (Eigen::Index day = 0; day < weights.rows(); ++day)
+      outputs.text.write(embedded::weights_row(data, weights, day));
+    outputs.text.throw_if_failed();
+  }
+  Output& report = is_file ? outputs.text : outputs.messages;
+  report.write(fmt::format(
+      "{}: the weights of {} on {} days, {} to {}, in {} instruments\n",
+      is_file ? on_one_line(command.weights.string()) : std::string("standard output"),
+      found.evaluation.eval_id, data.day_count(), embedded::date_text(data.dates.front()),
+      embedded::date_text(data.dates.back()), data.instrument_count()));
+  report.throw_if_failed();
 }
 
 }  // namespace varnholt::app

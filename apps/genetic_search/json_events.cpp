@@ -153,30 +153,34 @@ Json to_json(const Value& value) {
 }
 
 Json started_event(const embedded::SearchStarted& started) {
-  return event_of("started", {{"run_id", started.run_id},
-                              {"prices", started.prices.string()},
-                              {"database", started.database.string()},
-                              {"instruments", started.instruments},
-                              {"days", started.days},
-                              {"first_date", started.first_date},
-                              {"last_date", started.last_date},
-                              {"jobs", started.jobs},
-                              {"batch_size", started.batch_size},
-                              {"seed", started.seed},
-                              {"signal_pool_name", started.signal_pool_name},
-                              {"market_id", started.market_id},
-                              {"era_number", started.era_number},
-                              {"seen_days", started.seen_days},
-                              {"last_seen_date", started.last_seen_date},
-                              {"holdout_days", started.holdout_days},
-                              {"first_holdout_date", started.first_holdout_date},
-                              {"split_is_kept", started.split_is_kept},
-                              {"cost_basis_points", started.book.cost_basis_points},
-                              {"delay_days", started.book.delay_days},
-                              {"delisting_return", started.book.delisting_return},
-                              {"least_known_share", started.book.least_known_share},
-                              {"periods_per_year", started.book.periods_per_year},
-                              {"periods_are_inferred", started.periods_are_inferred}});
+  return event_of("started",
+                  {{"run_id", started.run_id},
+                   {"prices", started.prices.string()},
+                   {"database", started.database.string()},
+                   {"instruments", started.instruments},
+                   {"days", started.days},
+                   {"first_date", started.first_date},
+                   {"last_date", started.last_date},
+                   {"jobs", started.jobs},
+                   {"batch_size", started.batch_size},
+                   {"seed", started.seed},
+                   {"signal_pool_name", started.signal_pool_name},
+                   {"market_id", started.market_id},
+                   {"era_number", started.era_number},
+                   {"seen_days", started.seen_days},
+                   {"last_seen_date", started.last_seen_date},
+                   {"holdout_days", started.holdout_days},
+                   {"first_holdout_date", started.first_holdout_date},
+                   {"split_is_kept", started.split_is_kept},
+                   {"known_structures",
+                    started.known_structures ? Json(*started.known_structures) : Json(nullptr)},
+                   {"earlier_signals", started.earlier_signals},
+                   {"cost_basis_points", started.book.cost_basis_points},
+                   {"delay_days", started.book.delay_days},
+                   {"delisting_return", started.book.delisting_return},
+                   {"least_known_share", started.book.least_known_share},
+                   {"periods_per_year", started.book.periods_per_year},
+                   {"periods_are_inferred", started.periods_are_inferred}});
 }
 
 Json measured_event(const embedded::PoolMeasuring& measuring) {
@@ -231,6 +235,8 @@ Json ended_event(const embedded::SearchSummary& summary, const std::filesystem::
   members["submissions"] = {{"submitted", summary.submissions.submitted},
                             {"refused", counts_json(summary.submissions.refused)},
                             {"waiting", summary.submissions.waiting}};
+  members["left_out"] = summary.left_out;
+  members["completed_holdouts"] = summary.completed_holdouts;
   return event_of("ended", members);
 }
 

@@ -428,7 +428,8 @@ void Parser::add_export() {
                 options.group(kOptionsGroup);
                 options.positional("DB", exported.database);
                 options.positional("ID", exported.eval_id);
-                options.text("--weights", "FILE", "The file to write, as CSV. Needed.",
+                options.text("--weights", "FILE",
+                             "The file to write, as CSV; - is standard output. Needed.",
                              exported.weights);
                 options.optional_text(
                     "--prices", "FILE",

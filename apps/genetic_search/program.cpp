@@ -50,7 +50,7 @@ class Commands {
     return kExitDone;
   }
   int operator()(const ExportCommand& command) const {
-    export_command(command, outputs_.text, interrupt_);
+    export_command(command, outputs_, interrupt_);
     return kExitDone;
   }
   int operator()(const WeightsCommand& command) const {

@@ -126,6 +126,14 @@ std::string started_text(const embedded::SearchStarted& started, Width width) {
                     fmt::format("batches of {}, {}, seed {}", started.batch_size,
                                 counted(started.jobs, "job"), started.seed),
                     width) +
+         (started.known_structures
+              ? entry_text("before  ",
+                           fmt::format("{} evaluated on these days before, and not again; {} begin "
+                                       "the search",
+                                       counted(*started.known_structures, "structure"),
+                                       counted(started.earlier_signals, "earlier signal")),
+                           width)
+              : std::string()) +
          (started.instruments == 1
               ? entry_text("note    ",
                            "there is one instrument: fresh expressions have no functions across "
@@ -252,6 +260,19 @@ std::string summary_text(const SearchSummary& summary, const SearchOptions& opti
   const std::string repairs = repairs_text(summary.progress);
   if (!repairs.empty()) text += repairs + "\n";
   text += pool_text(summary, started, width) + "\n";
+  if (started.known_structures) {
+    text += entry_text("",
+                       fmt::format("Of the structures that were evaluated before {} came up again "
+                                   "and were left out.",
+                                   summary.left_out),
+                       width);
+  }
+  if (summary.completed_holdouts > 0) {
+    text += entry_text("",
+                       fmt::format("The hold-out figures of {} of interrupted runs were made.",
+                                   counted(summary.completed_holdouts, "signal")),
+                       width);
+  }
   text += entry_text("",
                      fmt::format("Everything is stored in {}, run {}.",
                                  on_one_line(options.database.string()), summary.run_id),

@@ -78,6 +78,12 @@ void add_search_options(Options& options, embedded::SearchOptions& search) {
                            kDefaultDatabase),
                search.database);
 
+  options.flag("--continue",
+               "Goes on with what the store holds: what was evaluated on these days, by these "
+               "rules and gates and for this pool is not evaluated again, and the best of it "
+               "begins the search.",
+               search.continues);
+
   options.group("When the run ends (without a limit: at Ctrl-C)");
   options.whole("--generations", "N", from(1), "After N generations.", search.generations);
   options.whole("--candidates", "N", from(1),

@@ -180,6 +180,26 @@ def test_a_member_that_cannot_be_computed_stays_with_its_reason(tmp_path: Path, 
     assert "is set aside" not in text
 
 
+# --- the founding member ---
+
+
+def test_the_market_is_in_every_pool_from_the_beginning(tmp_path: Path, prices: Path):
+    close = {"node": "close", "type": "feature", "children": []}
+    market = {"node": "arith_div", "type": "rotation", "children": [close, close]}
+    seeds = tmp_path / "seeds.json"
+    seeds.write_text(json.dumps([market]))
+    store, _ = a_run(tmp_path, prices, "--seeds", seeds)
+    # The same weight in each instrument on each day: the first signal of an empty pool, once.
+    ((passed, reason, detail),) = rows(
+        store, "SELECT passed, failure_reason, failure_detail FROM evaluations "
+        "WHERE lineage ->> 'origin' = 'seed'",
+    )
+    assert (passed, reason) == (0, "pnl_mi_below_threshold")
+    assert detail.startswith("is_pnl_mi 0 is below 0.2") or "below 0.2" in detail
+    first = rows(store, "SELECT score, correlation FROM submissions ORDER BY settled_order LIMIT 1")
+    assert first[0][0] < 1.0 and first[0][1] > 0.0, "it was compared"
+
+
 # --- the split ---
 
 

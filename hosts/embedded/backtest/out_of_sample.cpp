@@ -51,4 +51,8 @@ Panel equal_weights(const Panel& close) {
   return weights;
 }
 
+BacktestResult market_backtest(const Panel& close, const BookRules& rules) {
+  return backtest_weights(equal_weights(close), close, rules);
+}
+
 }  // namespace varnholt::embedded

@@ -43,5 +43,7 @@ struct SampleStatistics {
 // signal for what it trades, which is little: only when an instrument enters or leaves do the
 // weights change.
 [[nodiscard]] Panel equal_weights(const Panel& close);
+// What it earned on all days of these closes.
+[[nodiscard]] BacktestResult market_backtest(const Panel& close, const BookRules& rules);
 
 }  // namespace varnholt::embedded

@@ -186,7 +186,8 @@ Callable EmbeddedContext::own_graph_validator() {
         // otherwise be composed to its end first.
         if (!process_.role.is_child() && stop_->cancels_evaluations()) return Value(false);
         static_cast<void>(check_graph(positional[0], evaluator_.vocabulary()));
-        return Value(true);
+        const bool is_asked = settings_.known != nullptr && !process_.role.is_child();
+        return Value(!(is_asked && settings_.known->leaves_out(positional[0])));
       });
 }
 

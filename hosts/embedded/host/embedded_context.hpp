@@ -10,6 +10,7 @@
 #include "hosts/embedded/attempts/embedded_tracker.hpp"
 #include "hosts/embedded/backtest/evaluator.hpp"
 #include "hosts/embedded/gates/gates.hpp"
+#include "hosts/embedded/host/known_structures.hpp"
 #include "hosts/embedded/host/process_side.hpp"
 #include "hosts/embedded/host/search_stop.hpp"
 #include "hosts/embedded/host/signal_submission.hpp"
@@ -60,6 +61,8 @@ struct ContextSettings {
   PoolIdentity pool;
   std::string first_date;
   std::string last_date;
+  // What is not evaluated again; null where all is. It must outlive the context.
+  KnownStructures* known = nullptr;
 };
 
 class EmbeddedContext : public genetic::SearchContext, public PrefetchingContext {

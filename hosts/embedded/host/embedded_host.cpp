@@ -21,15 +21,20 @@ namespace {
 class RandomGraphs : public genetic::ValueIterator {
  public:
   RandomGraphs(std::shared_ptr<genetic::RandomGenerator> rng, const Vocabulary& vocabulary,
-               const RandomGraphOptions& options, StopQuestion is_stopping)
+               const RandomGraphOptions& options, StopQuestion is_stopping, KnownStructures* known)
       : rng_(std::move(rng)),
         vocabulary_(vocabulary),
         options_(options),
-        is_stopping_(std::move(is_stopping)) {}
+        is_stopping_(std::move(is_stopping)),
+        known_(known) {}
 
   [[nodiscard]] std::optional<Value> next() override {
-    if (is_stopping_ && is_stopping_()) return std::nullopt;
-    return random_graph(*rng_, vocabulary_, options_);
+    for (int draw = 0; draw <= EmbeddedRandomGraphs::kMostKnown; ++draw) {
+      if (is_stopping_ && is_stopping_()) return std::nullopt;
+      Value graph = random_graph(*rng_, vocabulary_, options_);
+      if (known_ == nullptr || !known_->leaves_out(graph)) return graph;
+    }
+    return std::nullopt;
   }
 
  private:
@@ -37,6 +42,7 @@ class RandomGraphs : public genetic::ValueIterator {
   const Vocabulary& vocabulary_;
   RandomGraphOptions options_;
   StopQuestion is_stopping_;
+  KnownStructures* known_;
 };
 
 }  // namespace
@@ -60,7 +66,7 @@ Value EmbeddedEliteness::score_candidate(const Value& candidate, const Mapping& 
 std::unique_ptr<genetic::ValueIterator> EmbeddedRandomGraphs::random_weighted_graphs(
     genetic::SearchContext& /*context*/, const std::shared_ptr<genetic::RandomGenerator>& rng,
     const Mapping& /*log_context*/, std::string_view /*template_name*/) {
-  return std::make_unique<RandomGraphs>(rng, vocabulary_, options_, is_stopping_);
+  return std::make_unique<RandomGraphs>(rng, vocabulary_, options_, is_stopping_, known_);
 }
 
 void EmbeddedPause::sleep(double seconds) {
@@ -77,7 +83,7 @@ EmbeddedHost::EmbeddedHost(ProcessSide& process, const Vocabulary& vocabulary, L
       eliteness_(settings.is_stopping),
       observer_(lineage, settings.on_generation_end),
       operators_({settings.graphs.max_depth, settings.graphs.max_nodes}, vocabulary.constants),
-      random_graphs_(vocabulary, settings.graphs, settings.is_stopping),
+      random_graphs_(vocabulary, settings.graphs, settings.is_stopping, settings.known),
       planning_(vocabulary, settings.graphs, json_reader_, lineage, settings.is_stopping),
       secure_random_(settings.seed) {}
 

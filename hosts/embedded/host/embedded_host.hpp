@@ -18,6 +18,7 @@
 #include "hosts/embedded/host/embedded_pool_metrics.hpp"
 #include "hosts/embedded/host/graph_limits.hpp"
 #include "hosts/embedded/host/json_value.hpp"
+#include "hosts/embedded/host/known_structures.hpp"
 #include "hosts/embedded/host/lineage.hpp"
 #include "hosts/embedded/host/process_side.hpp"
 #include "hosts/embedded/host/search_events.hpp"
@@ -59,11 +60,18 @@ class EmbeddedJsonReader : public genetic::JsonReader {
 };
 
 // An iterator over random graphs of one vocabulary, which ends when the search is being stopped.
+// Known structures are passed over; after kMostKnown of them in a row it ends as well, because what
+// is left to be drawn has been evaluated.
 class EmbeddedRandomGraphs : public genetic::RandomWeighted {
  public:
+  static constexpr int kMostKnown = 10'000;
+
   EmbeddedRandomGraphs(const Vocabulary& vocabulary, const RandomGraphOptions& options,
-                       StopQuestion is_stopping = {})
-      : vocabulary_(vocabulary), options_(options), is_stopping_(std::move(is_stopping)) {}
+                       StopQuestion is_stopping = {}, KnownStructures* known = nullptr)
+      : vocabulary_(vocabulary),
+        options_(options),
+        is_stopping_(std::move(is_stopping)),
+        known_(known) {}
 
   [[nodiscard]] std::unique_ptr<genetic::ValueIterator> random_weighted_graphs(
       genetic::SearchContext& context, const std::shared_ptr<genetic::RandomGenerator>& rng,
@@ -73,6 +81,7 @@ class EmbeddedRandomGraphs : public genetic::RandomWeighted {
   const Vocabulary& vocabulary_;
   RandomGraphOptions options_;
   StopQuestion is_stopping_;
+  KnownStructures* known_;
 };
 
 class EmbeddedPause : public genetic::Pause {
@@ -92,6 +101,8 @@ struct HostSettings {
   // A generation is over, its results are recorded and submitted.
   std::function<void()> on_generation_end;
   StopQuestion is_stopping;
+  // What is not evaluated again; null where all is. It must outlive the host.
+  KnownStructures* known = nullptr;
 };
 
 // Keeps the lineage of what the search tells of.

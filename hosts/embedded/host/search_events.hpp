@@ -39,6 +39,10 @@ struct SearchStarted {
   BookRules book;
   bool periods_are_inferred = true;  // From the dates; otherwise they were given.
   bool split_is_kept = false;        // The pool has it from an earlier run.
+  // Where the search goes on with what the store holds: the structures that are not evaluated
+  // again, and the earlier signals that it begins with.
+  std::optional<std::int64_t> known_structures;
+  std::int64_t earlier_signals = 0;
 };
 
 // The members of the pool that are measured on the days of the run, because they were submitted, or
@@ -148,6 +152,9 @@ struct SearchSummary {
   std::vector<SubmittedSignal> submitted;
   SampleStatistics market;
   SubmissionCounts submissions;
+  std::int64_t left_out = 0;  // Known structures that came up again.
+  // Signals of earlier runs whose hold-out figures were missing, and are there now.
+  std::int64_t completed_holdouts = 0;
 };
 
 // Notified of everything as it happens, in the parent, on the thread of the search. An exception

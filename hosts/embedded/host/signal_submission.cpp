@@ -21,11 +21,12 @@ const Eigen::ArrayXd& required_pnl(const Value& stats) {
 }
 
 SignalSubmission::SignalSubmission(RunStore& store, const Evaluator& evaluator,
-                                   const PoolIdentity& identity, const PoolSettings& settings)
+                                   const PoolIdentity& identity, const PoolSettings& settings,
+                                   const std::optional<Eigen::ArrayXd>& founder)
     : evaluator_(evaluator),
       thresholds_{settings.novelty_min, settings.correlation_max},
-      pool_(store, identity, static_cast<Eigen::Index>(settings.minimum_days),
-            settings.novelty_min),
+      pool_(store, identity, static_cast<Eigen::Index>(settings.minimum_days), settings.novelty_min,
+            founder),
       queue_(store, pool_, thresholds_, wall_clock_seconds) {}
 
 bool SignalSubmission::refresh() {

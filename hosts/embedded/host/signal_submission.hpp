@@ -29,9 +29,9 @@ class PoolDataNotReady : public genetic::RuntimeError {
 
 class SignalSubmission {
  public:
-  // Store and evaluator must outlive the object.
+  // Store and evaluator must outlive the object. `founder` is that of the pool (SignalPool).
   SignalSubmission(RunStore& store, const Evaluator& evaluator, const PoolIdentity& identity,
-                   const PoolSettings& settings);
+                   const PoolSettings& settings, const std::optional<Eigen::ArrayXd>& founder = {});
 
   [[nodiscard]] const PoolIdentity& identity() const { return pool_.identity(); }
   [[nodiscard]] const PoolThresholds& thresholds() const { return thresholds_; }

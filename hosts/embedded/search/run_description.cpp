@@ -127,6 +127,14 @@ EraPlan planned(const std::vector<Date>& dates, const HostConfig& config,
   }
 }
 
+// With other gates another candidate passes, and into another pool it has to be submitted anew.
+std::string key_of_evaluations(const HostConfig& config, const std::string& data_key,
+                               const BookRules& book) {
+  return sha256_hex(fmt::format("{} {} {} {} {}", data_key, book.periods_per_year,
+                                genetic::json_text(threshold_set(config.gates, config.limits)),
+                                config.market_id, config.pool.name));
+}
+
 std::string eras_json(const EraPlan& plan) {
   List train;
   for (const DaySpan& era : plan.train)
@@ -156,7 +164,8 @@ RunData::RunData(const SearchOptions& options, const std::string& price_bytes,
            options.periods_per_year.value_or(periods_per_year(whole.dates))},
       data_key(sha256_hex(fmt::format("{} {} {} {} {}", panel_digest(whole, plan.seen_days()),
                                       book.cost_basis_points, book.delay_days,
-                                      book.delisting_return, book.least_known_share))) {}
+                                      book.delisting_return, book.least_known_share))),
+      evaluation_key(key_of_evaluations(options.config, data_key, book)) {}
 
 PoolIdentity pool_identity(const SearchOptions& options, const RunData& data) {
   return {options.config.pool.name, options.config.market_id, data.plan.era, data.data_key};
@@ -212,6 +221,7 @@ RunStart run_start(const SearchOptions& options, const RunData& data,
   start.era_number = data.plan.era;
   start.eras_json = eras_json(data.plan);
   start.cost_basis_points = data.book.cost_basis_points;
+  start.evaluation_key = data.evaluation_key;
   return start;
 }
 

@@ -37,6 +37,9 @@ struct RunData {
   // Of all that decides the daily PnL of a signal on the days that are searched. The periods of a
   // year do not: they scale figures. Neither do later days, nor how the file looks.
   std::string data_key;
+  // Of all that decides what an evaluation comes to: beside those the periods of a year, the gates,
+  // and the pool.
+  std::string evaluation_key;
 
  private:
   RunData(const SearchOptions& options, const std::string& price_bytes, const InterruptCheck& check,

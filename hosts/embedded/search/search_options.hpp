@@ -38,6 +38,11 @@ struct SearchOptions {
   // A JSON file with the list of graphs that the first generation consists of.
   std::optional<std::filesystem::path> seeds;
 
+  // Whether the search goes on with what the store holds: what runs with the same days, rules,
+  // gates and pool have evaluated is not evaluated again, and the best of it begins the search,
+  // after the graphs of `seeds`.
+  bool continues = false;
+
   // The limits of the run. Whichever is reached first ends it; without any it runs until it is
   // stopped. Candidates are counted as they are recorded, and the batch in which the limit is
   // reached is completed. The limit in seconds counts from the start of the search and cancels the

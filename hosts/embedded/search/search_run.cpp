@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <exception>
+#include <iterator>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -56,7 +58,7 @@ std::size_t shared_panels_bytes(const Evaluator& evaluator) {
   return std::min(evaluator.feature_bytes() / 2, kMostSharedPanelsBytes);
 }
 
-ContextSettings context_settings(const SearchOptions& options, const SearchSetup& setup,
+ContextSettings context_settings(const SearchOptions& options, SearchSetup& setup,
                                  const PoolIdentity& pool) {
   ContextSettings settings;
   settings.jobs = setup.jobs();
@@ -67,6 +69,7 @@ ContextSettings context_settings(const SearchOptions& options, const SearchSetup
   settings.worker_nice = options.worker_nice;
   settings.shared_panels_bytes = shared_panels_bytes(setup.evaluator());
   settings.pool = pool;
+  settings.known = &setup.known();
   settings.first_date = date_text(setup.data().whole.dates.front());
   settings.last_date = date_text(setup.data().plan.searched().last_date);
   return settings;
@@ -132,10 +135,18 @@ class Settling {
 // The search itself, from the event of its beginning to its last settlement.
 void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder) {
   const auto& [options, observer, setup, store, stop, pool] = conduct;
-  observer.on_started(
-      started_event(options, setup.data(), setup.config(), store, recorder.run(), setup.jobs()));
+  SearchStarted started =
+      started_event(options, setup.data(), setup.config(), store, recorder.run(), setup.jobs());
+  if (options.continues) {
+    started.known_structures = setup.known().count();
+    started.earlier_signals = setup.earlier_signals();
+  }
+  observer.on_started(started);
 
-  SignalSubmission submission(store, setup.evaluator(), pool, options.config.pool);
+  const Evaluator& evaluator = setup.evaluator();
+  SignalSubmission submission(
+      store, evaluator, pool, options.config.pool,
+      market_backtest(evaluator.close(), evaluator.options().book).net_returns);
   HostSettings settings =
       host_settings(options, observer, client_manifest(setup.data(), recorder.run()));
   Settling settling(conduct, submission, recorder);
@@ -145,6 +156,7 @@ void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder
     recorder.generation_done();
   };
   settings.is_stopping = [&search_stop = *stop] { return search_stop.cancels_evaluations(); };
+  settings.known = &setup.known();
   EmbeddedHost host(setup.process(), setup.evaluator().vocabulary(), lineage, submission, settings);
   EmbeddedContext context(setup.evaluator(), context_settings(options, setup, pool), stop, recorder,
                           submission, setup.process());
@@ -197,6 +209,14 @@ void run_to_its_end(const Conduct& conduct, Lineage& lineage, RunRecorder& recor
   }
 }
 
+// The runs that evaluations belong to.
+std::set<std::int64_t> runs_of(const std::vector<std::string>& eval_ids) {
+  std::set<std::int64_t> found;
+  for (const std::string& eval_id : eval_ids)
+    found.insert(std::stoll(eval_id));  // It begins with the number of the run.
+  return found;
+}
+
 // The pool keeps the split of its first run. Of two first runs that began at once the other one may
 // have made it, after this one had looked.
 void require_same_split(RunStore& store, const PoolIdentity& pool, const RunData& data) {
@@ -241,6 +261,13 @@ SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
       *store, summary.run_id, whole, taker,
       [&stop, before = static_cast<int>(interrupt.requests)] { return stop->ends_report(before); });
   if (!summary.submitted.empty()) store->record_price_days(summary.run_id, date_texts(dates));
+  const std::vector<std::string> completed = complete_holdouts(
+      *store, pool, whole, taker,
+      [&stop, before = static_cast<int>(interrupt.requests)] { return stop->ends_report(before); });
+  summary.completed_holdouts = std::ssize(completed);
+  for (const std::int64_t run : runs_of(completed))
+    store->record_price_days(run, date_texts(dates));
+  summary.left_out = setup.known().left_out();
   summary.market = taker.market();
   summary.submissions = recorder.submissions();
   return summary;

@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include "hosts/embedded/gates/gates.hpp"
+#include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/host/system_random.hpp"
 #include "hosts/embedded/search/seed_graphs.hpp"
 #include "hosts/embedded/signal_pool/pool_gates.hpp"
@@ -19,6 +20,8 @@
 #include "hosts/embedded/system/memory_advice.hpp"
 #include "search_templates/genetic/host/search_settings.hpp"
 #include "search_templates/genetic/settings/module_constants.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+#include "search_templates/genetic/value/tolerant.hpp"
 
 namespace varnholt::embedded {
 
@@ -74,11 +77,41 @@ std::optional<Date> kept_holdout(const SearchOptions& options) {
   return day;
 }
 
+SearchBeginning beginning_of(const SearchOptions& options, const RunData& data,
+                             const Vocabulary& vocabulary, const InterruptCheck& check) {
+  const GraphLimits limits{options.graphs.max_depth, options.graphs.max_nodes,
+                           options.graphs.max_window};
+  SearchBeginning beginning;
+  if (options.seeds) {
+    beginning.seeds = read_seed_graphs(*options.seeds, vocabulary, limits, check);
+  }
+  if (!options.continues) return beginning;
+  const Value asked = options.batch_size.value_or(genetic::SearchSettings().default_batch_size());
+  const std::optional<Value> batch = genetic::tolerant_integer(asked);
+  const std::int64_t room = batch ? genetic::saturated_integer(*batch) : 0;
+  EarlierSearch earlier = stored_search(options.database, data.evaluation_key, room);
+  beginning.structures = std::move(earlier.structures);
+  for (const std::string& text : earlier.best_graphs) {
+    const std::int64_t taken =
+        beginning.seeds ? static_cast<std::int64_t>(beginning.seeds->size()) : 0;
+    if (taken >= room) break;
+    const Value graph = read_json(text);
+    try {
+      static_cast<void>(check_graph(graph, vocabulary, limits));
+    } catch (const GraphError&) {
+      continue;  // It was found within other limits.
+    }
+    if (!beginning.seeds) beginning.seeds.emplace();
+    beginning.seeds->append(graph);
+    ++beginning.earlier_signals;
+  }
+  return beginning;
+}
+
 genetic::GeneticTemplate configured_template(genetic::RandomGenerators& generators,
                                              genetic::ProcessEvaluation& process_evaluation,
                                              const SearchOptions& options,
-                                             const Vocabulary& vocabulary,
-                                             const InterruptCheck& check) {
+                                             const std::optional<genetic::List>& seeds) {
   genetic::SearchSettings settings;
   const genetic::LoadedConstants constants(settings, process_evaluation);
   genetic::TemplateArguments arguments =
@@ -95,11 +128,7 @@ genetic::GeneticTemplate configured_template(genetic::RandomGenerators& generato
   set(arguments.max_improvement_candidates, options.max_improvement_candidates);
   set(arguments.max_improvement_rounds, options.max_improvement_rounds);
   set(arguments.max_improvement_depth, options.max_improvement_depth);
-  if (options.seeds) {
-    const GraphLimits limits{options.graphs.max_depth, options.graphs.max_nodes,
-                             options.graphs.max_window};
-    arguments.initial_candidates = read_seed_graphs(*options.seeds, vocabulary, limits, check);
-  }
+  if (seeds) arguments.initial_candidates = *seeds;
   arguments.process_timeout_seconds = options.timeout_seconds;
   SystemRandom secure_random(options.seed);
   return {generators, secure_random, constants, arguments};
@@ -113,8 +142,9 @@ SearchSetup::SearchSetup(const SearchOptions& options, const InterruptCheck& che
       evaluator_options_{.book = data_.book},
       evaluator_(data_.whole.first_days(data_.plan.seen_days()), evaluator_options_),
       process_(system_, options.timeout_seconds),
-      config_(configured_template(generators_, process_.pool, options, evaluator_.vocabulary(),
-                                  check)) {
+      beginning_(beginning_of(options, data_, evaluator_.vocabulary(), check)),
+      known_(beginning_.structures),
+      config_(configured_template(generators_, process_.pool, options, beginning_.seeds)) {
   // What the children read is the evaluator's; the rest of the history waits for the end.
   keep_from_children(data_.whole);
   give_back_free_memory();

@@ -2,7 +2,13 @@
 // written.
 #pragma once
 
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "hosts/embedded/backtest/evaluator.hpp"
+#include "hosts/embedded/host/known_structures.hpp"
 #include "hosts/embedded/host/process_side.hpp"
 #include "hosts/embedded/pool/system_calls.hpp"
 #include "hosts/embedded/search/run_description.hpp"
@@ -10,8 +16,19 @@
 #include "hosts/embedded/system/interrupt.hpp"
 #include "search_templates/genetic/driver/genetic_template.hpp"
 #include "search_templates/genetic/host/twister_generators.hpp"
+#include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::embedded {
+
+// What the search begins with: the graphs of the seeds file, and after them, as far as the batch
+// has room, the best of the earlier signals that are within the limits of this run. They alone are
+// evaluated once more, because a search breeds from what it has evaluated itself.
+struct SearchBeginning {
+  std::optional<genetic::List> seeds;  // Absent where there are none.
+  std::int64_t earlier_signals = 0;    // Of them.
+  // The keys of the structures that are not evaluated again.
+  std::vector<std::string> structures;
+};
 
 // The options must outlive it.
 class SearchSetup {
@@ -33,6 +50,10 @@ class SearchSetup {
   // The template with its random stream.
   [[nodiscard]] genetic::GeneticTemplate& config() { return config_; }
 
+  // What is not evaluated again, and how many of the earlier signals the search begins with.
+  [[nodiscard]] KnownStructures& known() { return known_; }
+  [[nodiscard]] std::int64_t earlier_signals() const { return beginning_.earlier_signals; }
+
   // An evaluator over the whole history, the hold-out among it. Takes the history: this is the last
   // that is done with it.
   [[nodiscard]] Evaluator take_whole_history();
@@ -44,6 +65,8 @@ class SearchSetup {
   Evaluator evaluator_;
   RealSystemCalls system_;
   ProcessSide process_;
+  SearchBeginning beginning_;
+  KnownStructures known_;
   genetic::TwisterGenerators generators_;
   genetic::GeneticTemplate config_;
 };

@@ -75,4 +75,28 @@ std::vector<SubmittedSignal> report_submitted_signals(RunStore& store, std::int6
   return signals;
 }
 
+std::vector<std::string> complete_holdouts(RunStore& store, const PoolIdentity& pool,
+                                           const Evaluator& evaluator, const FigureTaker& taker,
+                                           const StopQuestion& is_cut) {
+  std::vector<std::string> completed;
+  for (const SubmissionRecord& submission :
+       store.submissions().list({std::nullopt, SubmissionState::Submitted})) {
+    // The data key says that the days in sample are these, whatever the file was then.
+    if (submission.pool.signal_pool_name != pool.signal_pool_name ||
+        submission.pool.market_id != pool.market_id || submission.pool.data_key != pool.data_key) {
+      continue;
+    }
+    const auto evaluation = store.find_evaluation(submission.eval_id);
+    if (!evaluation || evaluation->evaluation.holdout_statistics_json) continue;
+    // Of a run that goes on elsewhere they are its own to make.
+    if (!evaluation->run.ended_at) continue;
+    if (is_cut && is_cut()) break;
+    const genetic::Value graph = read_json(evaluation->evaluation.graph_json);
+    store_figures(store, submission.eval_id,
+                  taker.figures(evaluator.signal(evaluator.compile(graph))));
+    completed.push_back(submission.eval_id);
+  }
+  return completed;
+}
+
 }  // namespace varnholt::embedded

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <vector>
 
 #include "hosts/embedded/backtest/evaluator.hpp"
@@ -21,5 +22,13 @@ namespace varnholt::embedded {
 [[nodiscard]] std::vector<SubmittedSignal> report_submitted_signals(
     RunStore& store, std::int64_t run, const Evaluator& evaluator, const FigureTaker& taker,
     const StopQuestion& is_cut = {});
+
+// The figures of the signals that earlier runs submitted to the pool on the very days of this one,
+// and that have none of the hold-out yet, because those runs were interrupted: made now, as above,
+// until `is_cut`. Returns the ids of those that have them now.
+[[nodiscard]] std::vector<std::string> complete_holdouts(RunStore& store, const PoolIdentity& pool,
+                                                         const Evaluator& evaluator,
+                                                         const FigureTaker& taker,
+                                                         const StopQuestion& is_cut = {});
 
 }  // namespace varnholt::embedded

@@ -1,6 +1,7 @@
 #include "hosts/embedded/signal_pool/signal_pool.hpp"
 
 #include <algorithm>
+#include <iterator>
 #include <stdexcept>
 #include <utility>
 
@@ -29,11 +30,30 @@ PoolMeasure nothing_new() {
 }  // namespace
 
 SignalPool::SignalPool(RunStore& store, PoolIdentity identity, Eigen::Index minimum_days,
-                       double least_novelty)
+                       double least_novelty, const std::optional<ArrayXd>& founder)
     : store_(store),
       identity_(std::move(identity)),
       minimum_days_(minimum_days),
-      least_novelty_(least_novelty) {}
+      least_novelty_(least_novelty) {
+  // With too few days nothing compares; the first signals of such a pool join it without.
+  if (founder && founder->size() >= minimum_days) founder_ = *founder;
+  add_founder();
+}
+
+// It has no submission, and so number 0, which none has.
+void SignalPool::add_founder() {
+  if (!founder_) return;
+  Member& member = members_.emplace_back();
+  member.eval_id = kFounder;
+  member.days = founder_->size();
+  Group& group = groups_.try_emplace(founder_->size(), founder_->size()).first->second;
+  group.series.append(*founder_);
+  group.member_of_row.push_back(0);
+}
+
+std::ptrdiff_t SignalPool::founders() const {
+  return founder_ ? 1 : 0;
+}
 
 bool SignalPool::refresh() {
   try {
@@ -61,14 +81,16 @@ void SignalPool::refresh_under_lock() {
     remembered_order_.clear();
     last_settled_order_ = 0;
     has_other_days_ = false;
+    add_founder();
   }
   read_members();
   seen_version_ = version;
 }
 
 bool SignalPool::is_still_good(const std::vector<std::int64_t>& submissions) const {
-  return !has_other_days_ && members_.size() <= submissions.size() &&
-         std::equal(members_.begin(), members_.end(), submissions.begin(),
+  const auto submitted = members_.begin() + founders();
+  return !has_other_days_ && members_.end() - submitted <= std::ssize(submissions) &&
+         std::equal(submitted, members_.end(), submissions.begin(),
                     [](const Member& member, std::int64_t submission) {
                       return member.submission == submission && member.is_settled();
                     });

@@ -4,9 +4,10 @@
 //   if (!pool.refresh()) ...                      // Not confirmed: try again later.
 //   const PoolMeasure measure = pool.measure(net_returns);
 //
-// Its members are the submissions of one identity that were settled as submitted, by whatever
-// process. What has been read stays in memory, and each refresh reads what has been settled since.
-// How a signal is compared with them: comparison.hpp.
+// Its founding member is the market: a signal that is mostly the market is nothing new, whatever
+// else is in the pool. The others are the submissions of one identity that were settled as
+// submitted, by whatever process. What has been read stays in memory, and each refresh reads what
+// has been settled since. How a signal is compared with them: comparison.hpp.
 #pragma once
 
 #include <cstddef>
@@ -31,6 +32,9 @@ namespace varnholt::embedded {
 // With few days in common no figure is meaningful: the scatter of a correlation is 1/sqrt(days).
 inline constexpr Eigen::Index kDefaultCommonDays = 60;
 
+// The name of the founding member, where members are told by their evaluation ids.
+inline constexpr const char* kFounder = "market";
+
 // A member that no signal can be compared with, because its PnL in the store is damaged, or cannot
 // be computed on the days of this run.
 struct SetAsideMember {
@@ -42,10 +46,12 @@ class SignalPool {
  public:
   static constexpr std::size_t kRememberedMeasures = 4096;
 
-  // The store must outlive the pool. The pool has no members before the first refresh. A signal
+  // The store must outlive the pool. `founder` is the PnL of the founding member; a pool without
+  // one, or with one of too few days to compare, has no members before the first refresh. A signal
   // whose novelty is below `least_novelty` beside one member is not compared with the rest.
   SignalPool(RunStore& store, PoolIdentity identity, Eigen::Index minimum_days = kDefaultCommonDays,
-             double least_novelty = kDefaultMinNovelty);
+             double least_novelty = kDefaultMinNovelty,
+             const std::optional<Eigen::ArrayXd>& founder = {});
 
   [[nodiscard]] const PoolIdentity& identity() const noexcept { return identity_; }
 
@@ -102,6 +108,9 @@ class SignalPool {
     std::vector<std::size_t> member_of_row;
   };
 
+  void add_founder();
+  // 1 where the first member is the founder, 0 where there is none.
+  [[nodiscard]] std::ptrdiff_t founders() const;
   void read_members();
   [[nodiscard]] bool is_still_good(const std::vector<std::int64_t>& submissions) const;
   void set_aside(const Member& member, const std::string& trouble);
@@ -118,6 +127,7 @@ class SignalPool {
   PoolIdentity identity_;
   Eigen::Index minimum_days_;
   double least_novelty_;
+  std::optional<Eigen::ArrayXd> founder_;
   std::vector<Member> members_;
   std::map<Eigen::Index, Group> groups_;  // By their days.
   bool has_other_days_ = false;           // A signal met members of other days than its own.

@@ -104,6 +104,21 @@ int place_of(std::string_view name, const std::vector<std::string>& names, const
   return static_cast<int>(found - names.begin());
 }
 
+// The address by which SQLite takes a file for one that nothing changes.
+std::string fixed_address(const std::string& path) {
+  std::string address = "file:";
+  for (const char character : path) {
+    // What would end the path there, or begin another character.
+    const bool is_special = character == '?' || character == '#' || character == '%';
+    if (is_special) {
+      address += fmt::format("%{:02x}", static_cast<unsigned int>(character));
+    } else {
+      address += character;
+    }
+  }
+  return address + "?immutable=1";
+}
+
 // SQLite would wait for the other end of a pipe, and write into a device.
 void refuse_other_than_files(const std::string& path) {
   std::error_code ignored;  // What is not there will be made.
@@ -114,13 +129,17 @@ void refuse_other_than_files(const std::string& path) {
 
 }  // namespace
 
-SqliteDatabase::SqliteDatabase(const std::string& path, int busy_timeout_milliseconds)
+SqliteDatabase::SqliteDatabase(const std::string& path, int busy_timeout_milliseconds,
+                               Medium medium)
     : path_(path), busy_timeout_(busy_timeout_milliseconds), owner_(::getpid()) {
   refuse_other_than_files(path);
-  is_new_ = make_private_file(path);
+  const bool is_fixed = medium == Medium::IsFixed;
+  if (!is_fixed) is_new_ = make_private_file(path);
   // No mutex: the process has one thread.
-  const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
-  const int result = ::sqlite3_open_v2(path_.c_str(), &handle_, flags, nullptr);
+  const int flags = SQLITE_OPEN_NOMUTEX | (is_fixed ? SQLITE_OPEN_READONLY | SQLITE_OPEN_URI
+                                                    : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+  const std::string name = is_fixed ? fixed_address(path) : path_;
+  const int result = ::sqlite3_open_v2(name.c_str(), &handle_, flags, nullptr);
   try {
     if (handle_ == nullptr) throw std::bad_alloc();
     ::sqlite3_extended_result_codes(handle_, 1);

@@ -24,10 +24,16 @@ namespace varnholt::embedded {
 // StoreError, and its copy is never closed: SQLite forbids carrying a connection over a fork.
 class SqliteDatabase {
  public:
+  // Whether the file may change while it is open. One that cannot, on a file system that is mounted
+  // for reading only, is read without the files that users of a store share; whether it is one is
+  // for the caller to know.
+  enum class Medium { Changes, IsFixed };
+
   // Opens the file for reading and writing and makes it if it is not there, for its owner alone. A
   // lock that another process holds is waited for at most `busy_timeout_milliseconds`, at each call
   // anew; after a call that has waited in vain only for a moment, until one succeeds again.
-  SqliteDatabase(const std::string& path, int busy_timeout_milliseconds);
+  SqliteDatabase(const std::string& path, int busy_timeout_milliseconds,
+                 Medium medium = Medium::Changes);
   SqliteDatabase(const SqliteDatabase&) = delete;
   SqliteDatabase& operator=(const SqliteDatabase&) = delete;
   ~SqliteDatabase();

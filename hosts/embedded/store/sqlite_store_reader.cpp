@@ -2,6 +2,7 @@
 #include <system_error>
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include "hosts/embedded/store/sqlite_attempt_table.hpp"
 #include "hosts/embedded/store/sqlite_database.hpp"
@@ -56,8 +57,31 @@ void check_version(SqliteDatabase& database) {
                        : "use the newer program that made them");
 }
 
+// Readers of a file that is written ahead share files beside it, which SQLite makes where there are
+// none. In a folder that cannot be written (a file system mounted for reading only, a backup, the
+// folder of somebody else) they cannot be made: the file is read as one that nothing changes, which
+// is true as long as no search has it open, and a search would have made them.
+SqliteDatabase::Medium medium_of(const std::string& path) {
+  namespace fs = std::filesystem;
+  std::error_code ignored;
+  const fs::path folder = fs::path(path).parent_path();
+  if (::access(folder.c_str(), W_OK) == 0 || fs::exists(path + "-shm", ignored)) {
+    return SqliteDatabase::Medium::Changes;
+  }
+  const std::uintmax_t ahead = fs::file_size(path + "-wal", ignored);
+  if (!ignored && ahead > 0) {
+    throw StoreError(path,
+                     fmt::format("what was written last lies in {}-wal, and the folder cannot be "
+                                 "written, which reading the two together takes",
+                                 path),
+                     "copy both files into a folder that can be written, and name the copy");
+  }
+  return SqliteDatabase::Medium::IsFixed;
+}
+
 std::unique_ptr<SqliteDatabase> opened_for_reading(const std::filesystem::path& path) {
-  auto database = std::make_unique<SqliteDatabase>(existing(path), kBusyMilliseconds);
+  const std::string name = existing(path);
+  auto database = std::make_unique<SqliteDatabase>(name, kBusyMilliseconds, medium_of(name));
   leave_what_was_written_ahead(*database);
   database->execute("PRAGMA query_only = ON; BEGIN", "opening it for reading");
   return database;
@@ -131,6 +155,41 @@ std::optional<std::string> stored_holdout_from(const std::filesystem::path& path
   row.bind("signal_pool_name", pool.signal_pool_name).bind("market_id", pool.market_id);
   if (!row.step() || row.is_null("holdout_from")) return std::nullopt;
   return row.text("holdout_from");
+}
+
+EarlierSearch stored_search(const std::filesystem::path& path, const std::string& evaluation_key,
+                            std::int64_t best_count) {
+  constexpr const char* kDoing = "reading what earlier runs evaluated";
+  constexpr const char* kOfKey =
+      "FROM runs r JOIN evaluations e ON e.run_id = r.id WHERE r.evaluation_key = :key ";
+  EarlierSearch found;
+  std::error_code ignored;
+  if (!std::filesystem::is_regular_file(path, ignored)) return found;
+  const std::unique_ptr<SqliteDatabase> database = opened_for_reading(path);
+  if (database->query_integer("PRAGMA application_id", kDoing) != kStoreApplicationId ||
+      database->query_integer("PRAGMA user_version", kDoing) != kStoreSchemaVersion) {
+    return found;
+  }
+  // What a lost worker left without figures is tried again.
+  SqliteStatement structures(*database,
+                             std::string("SELECT DISTINCT e.graph_key AS graph_key ") + kOfKey +
+                                 "AND e.statistics <> 'null'",
+                             kDoing);
+  SqliteUse keys(structures);
+  keys.bind("key", evaluation_key);
+  while (keys.step())
+    found.structures.push_back(keys.text("graph_key"));
+  SqliteStatement best(*database,
+                       std::string("SELECT e.graph AS graph, max(e.quality_score) AS quality ") +
+                           kOfKey +
+                           "AND e.passed = 1 AND e.quality_score IS NOT NULL GROUP BY e.graph_key "
+                           "ORDER BY quality DESC, min(e.id) LIMIT :count",
+                       kDoing);
+  SqliteUse graphs(best);
+  graphs.bind("key", evaluation_key).bind("count", best_count);
+  while (graphs.step())
+    found.best_graphs.push_back(graphs.text("graph"));
+  return found;
 }
 
 std::unique_ptr<StoreReader> open_store_reader(const std::filesystem::path& path) {

@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "hosts/embedded/store/attempt_table.hpp"
 #include "hosts/embedded/store/store_error.hpp"
@@ -55,5 +56,19 @@ class StoreReader {
 // something else: what that is, whoever opens it says.
 [[nodiscard]] std::optional<std::string> stored_holdout_from(const std::filesystem::path& path,
                                                              const PoolIdentity& pool);
+
+// What runs of one evaluation key have found.
+struct EarlierSearch {
+  // The keys of the structures whose backtest was completed, whatever it came to.
+  std::vector<std::string> structures;
+  // The graphs of the best that passed, as JSON, each structure once, the best quality first.
+  std::vector<std::string> best_graphs;
+};
+
+// At most `best_count` of the best. Nothing where there is no store yet, or one of another version,
+// in which runs have no such key.
+[[nodiscard]] EarlierSearch stored_search(const std::filesystem::path& path,
+                                          const std::string& evaluation_key,
+                                          std::int64_t best_count);
 
 }  // namespace varnholt::embedded

@@ -30,6 +30,9 @@ struct RunStart {
   std::string eras_json = "null";
   // Of what is traded. Absent in runs of the first schema version, whose settings have it.
   std::optional<double> cost_basis_points = {};
+  // A digest of all that decides what an evaluation comes to: runs of one key need not evaluate a
+  // structure twice. Empty in runs of earlier schema versions.
+  std::string evaluation_key = {};
 };
 
 struct RunRecord {

@@ -42,6 +42,7 @@ constexpr auto kRunColumns = std::to_array({
     of_start<&RunStart::eras_json>("eras"),
     of_start<&RunStart::cost_basis_points>("cost_basis_points"),
     of_run<&RunRecord::luck_json>("luck", Written::Later),
+    of_start<&RunStart::evaluation_key>("evaluation_key"),
 });
 
 template <auto... Path>

@@ -230,6 +230,9 @@ CREATE UNIQUE INDEX one_submission_a_structure
 CREATE INDEX submissions_by_pool
   ON submissions (signal_pool_name, market_id, state, settled_order);
 
+ALTER TABLE runs ADD COLUMN evaluation_key TEXT NOT NULL DEFAULT '';
+CREATE INDEX runs_by_evaluation_key ON runs (evaluation_key) WHERE evaluation_key <> '';
+
 CREATE TABLE pools (
   id INTEGER PRIMARY KEY,
   signal_pool_name TEXT NOT NULL,

@@ -38,7 +38,7 @@ class ExportCommandTest : public samples::StoreTest {
                              {samples::evaluation(1, R"({"origin":"fresh"})")});
   }
 
-  void run() { export_command(command_, text_.output, interrupt_); }
+  void run() { export_command(command_, {text_.output, messages_.output}, interrupt_); }
 
   [[nodiscard]] bool is_written() const { return std::filesystem::exists(command_.weights); }
 

@@ -68,6 +68,7 @@ TEST(JsonEvents, TellTheStart) {
             R"("jobs":2,"batch_size":32,"seed":123,"signal_pool_name":"signals","market_id":1,)"
             R"("era_number":3,"seen_days":2451,"last_seen_date":"2009-11-27","holdout_days":817,)"
             R"("first_holdout_date":"2009-11-30","split_is_kept":false,)"
+            R"("known_structures":null,"earlier_signals":0,)"
             R"("cost_basis_points":5.0,"delay_days":0,"delisting_return":0.0,)"
             R"("least_known_share":1.0,)"
             R"("periods_per_year":252.0,"periods_are_inferred":true})");

@@ -160,6 +160,47 @@ TEST_F(SignalPoolTest, KeepsToItsIdentity) {
   }
 }
 
+TEST_F(SignalPoolTest, TheFounderIsThereFromTheBeginning) {
+  const ArrayXd market = normal_series(kDays, 7);
+  SignalPool pool(*store_, pool_, kDefaultCommonDays, kDefaultMinNovelty, market);
+  EXPECT_TRUE(pool.has_members());
+  const ArrayXd signal = correlated(market, 0.9, 8);
+  const PoolMeasure alone = pool.measure(signal);
+  EXPECT_EQ(alone.members, 1);
+  EXPECT_EQ(alone.nearest_by_correlation, "market");
+  EXPECT_GT(alone.correlation, 0.8);
+  EXPECT_EQ(refusal(alone, {0.0, 0.7})->detail.substr(0, 11), "correlation");
+  // The others come after it, and what was found beside it stays good.
+  const std::string member = join(signal);
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_EQ(members(pool), 2);
+  EXPECT_EQ(pool.measure(signal).nearest_by_correlation, member);
+  EXPECT_EQ(pool.measure(market).nearest_by_correlation, "market");
+  // Members that are read anew do not lose it.
+  execute("UPDATE submissions SET state = 'refused', refusal_reason = 'by hand'");
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_EQ(members(pool), 1);
+  EXPECT_EQ(pool.measure(signal).nearest_by_correlation, "market");
+  EXPECT_TRUE(pool.take_set_aside().empty());
+}
+
+TEST_F(SignalPoolTest, WhatAChildFoundBesideTheFounderIsTakenOver) {
+  const ArrayXd market = normal_series(kDays, 7);
+  SignalPool child(*store_, pool_, kDefaultCommonDays, kDefaultMinNovelty, market);
+  SignalPool parent(*store_, pool_, kDefaultCommonDays, kDefaultMinNovelty, market);
+  const std::optional<PoolComparison> comparison = child.compare(base_);
+  ASSERT_TRUE(comparison.has_value());
+  EXPECT_EQ(comparison->members, 1);
+  parent.take_over(base_, *comparison);
+  EXPECT_EQ(parent.measure(base_).novelty, child.measure(base_).novelty);
+}
+
+TEST_F(SignalPoolTest, AFounderOfTooFewDaysIsLeftOut) {
+  SignalPool pool(*store_, pool_, kDays + 1, kDefaultMinNovelty, normal_series(kDays, 7));
+  EXPECT_FALSE(pool.has_members());
+  EXPECT_EQ(pool.measure(base_).novelty, 1.0);
+}
+
 // On other prices than those that its members were submitted on.
 class PoolOfOtherDays : public SignalPoolTest {
  protected:
