@@ -47,7 +47,9 @@ def test_signals_lists_what_was_submitted(store: Path):
     assert folder_of(store.parent) == before
 
 
-def test_signals_of_all_states_of_a_run_and_of_a_pool(store: Path):
+def test_signals_of_all_states_of_a_run_and_of_a_pool(tmp_path: Path, prices: Path):
+    # Two of a generation that are alike: what is like a member is blocked before it is submitted.
+    store, _ = a_run(tmp_path, prices, "--seed", "6", "--batch-size", "16")
     everything = events(call("signals", store, "--all", "--json").stdout)
     assert [(signal["eval_id"], signal["state"]) for signal in everything] == rows(
         store, "SELECT eval_id, state FROM submissions ORDER BY settled_order"
