@@ -45,6 +45,7 @@ class ExportCommandTest : public samples::StoreTest {
   ExportCommand command_;
   embedded::InterruptFlag interrupt_;
   Captured text_{interrupt_};
+  Captured messages_{interrupt_};
 };
 
 TEST_F(ExportCommandTest, FindsThePricesWhereTheRunFoundThem) {
