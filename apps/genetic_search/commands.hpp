@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "apps/genetic_search/listed_signal.hpp"
 #include "apps/genetic_search/names.hpp"  // IWYU pragma: export
@@ -97,6 +98,21 @@ struct PortfolioCommand {
   bool json = false;
 };
 
+// "eval": what formulas would have earned.
+struct EvalCommand {
+  std::vector<std::string> formulas;
+  std::optional<std::filesystem::path> file;  // More of them; "-" is standard input.
+  // The prices and how signals are traded; the rest of it is not used.
+  embedded::SearchOptions search;
+  std::optional<std::filesystem::path> config_file;
+  ConfigOverrides overrides;
+  std::optional<std::filesystem::path> database;  // With the pool that they are compared with.
+  std::optional<std::filesystem::path> values;    // Files for what the formulas give.
+  std::optional<std::filesystem::path> weights;
+  bool force = false;  // Whether these files are replaced when they are there.
+  bool json = false;
+};
+
 // "doctor": whether this machine can search.
 struct DoctorCommand {};
 
@@ -124,7 +140,7 @@ struct ShowText {
 };
 
 using Command = std::variant<RunCommand, CheckPricesCommand, SignalsCommand, ShowCommand,
-                             ExportCommand, WeightsCommand, PortfolioCommand, DoctorCommand,
-                             AttemptsCommand, ReplayCommand, ShowText>;
+                             ExportCommand, WeightsCommand, PortfolioCommand, EvalCommand,
+                             DoctorCommand, AttemptsCommand, ReplayCommand, ShowText>;
 
 }  // namespace varnholt::app

@@ -14,6 +14,9 @@ std::string usage(const std::string& command) {
     return fmt::format("{} export DB ID --weights FILE [options]", kProgramName);
   }
   if (command == kPortfolioName) return fmt::format("{} portfolio DB [options]", kProgramName);
+  if (command == kEvalName) {
+    return fmt::format("{} eval FORMULA... --prices FILE [options]", kProgramName);
+  }
   if (command == kAttemptsName) return fmt::format("{} attempts DB [options]", kProgramName);
   if (command == kReplayName) return fmt::format("{} replay DB ATTEMPT [options]", kProgramName);
   return fmt::format("{} COMMAND [options]", kProgramName);

@@ -11,6 +11,7 @@ inline constexpr const char* kShowName = "show";
 inline constexpr const char* kExportName = "export";
 inline constexpr const char* kWeightsName = "weights";
 inline constexpr const char* kPortfolioName = "portfolio";
+inline constexpr const char* kEvalName = "eval";
 inline constexpr const char* kDoctorName = "doctor";
 inline constexpr const char* kAttemptsName = "attempts";
 inline constexpr const char* kReplayName = "replay";

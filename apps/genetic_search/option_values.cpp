@@ -94,4 +94,11 @@ genetic::Value rate_list(const std::string& option, const std::string& text) {
   return rates;
 }
 
+bool is_formula_with_minus(const std::string& argument) {
+  if (argument.size() < 3 || argument[0] != '-' || argument[1] == '-') return false;
+  const bool begins_name =
+      (argument[1] >= 'a' && argument[1] <= 'z') || (argument[1] >= 'A' && argument[1] <= 'Z');
+  return begins_name || argument.find_first_of(" (*") != std::string::npos;
+}
+
 }  // namespace varnholt::app

@@ -38,4 +38,8 @@ struct RealRange {
 // for a rate that plain_number refuses.
 [[nodiscard]] genetic::Value rate_list(const std::string& option, const std::string& text);
 
+// Whether an argument is a formula with a minus before it, "-1 * close", "-rank(close)" or
+// "-returns", and neither an option nor the negative number of one.
+[[nodiscard]] bool is_formula_with_minus(const std::string& argument);
+
 }  // namespace varnholt::app

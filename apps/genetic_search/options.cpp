@@ -160,6 +160,7 @@ struct Parser {
   ExportCommand exported;
   WeightsCommand weights;
   PortfolioCommand portfolio;
+  EvalCommand eval;
   AttemptsCommand attempts;
   ReplayCommand replay;
 
@@ -182,6 +183,7 @@ struct Parser {
                          "The program's version.");
     app.require_subcommand(0, 1);
     add_run();
+    add_eval();
     add_check();
     add_doctor();
     add_vocabulary();
@@ -215,6 +217,7 @@ struct Parser {
   void add_export();
   void add_weights();
   void add_portfolio();
+  void add_eval();
   void add_doctor();
   void add_attempts();
   void add_replay();
@@ -249,6 +252,11 @@ std::string with_help_hint(const std::string& problem, const Parser& parser) {
 void parse(Parser& parser, const std::vector<std::string>& arguments) {
   // The parser takes its arguments from the back.
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+  const bool has_formulas = !arguments.empty() && arguments.front() == kEvalName;
+  for (std::string& argument : reversed) {
+    // With a blank before it a formula that begins with a minus is no option to the parser.
+    if (has_formulas && is_formula_with_minus(argument)) argument.insert(0, 1, ' ');
+  }
   try {
     parser.app.parse(std::move(reversed));
   } catch (const CLI::Success&) {
@@ -328,6 +336,15 @@ Command checked_weights(Parser& parser) {
           "an id and --pool are given; leave one of them out", parser);
   require(!command.prices.empty(), "no price file is given; name one with --prices FILE", parser);
   return command;
+}
+
+Command checked_eval(Parser& parser) {
+  require(!parser.eval.search.prices.empty(), "no price file is given; name one with --prices FILE",
+          parser);
+  require(!parser.eval.formulas.empty() || parser.eval.file.has_value(),
+          "no formula is given; write one after eval, or name a file of them with --file FILE",
+          parser);
+  return parser.eval;
 }
 
 Command checked_portfolio(Parser& parser) {
@@ -472,6 +489,14 @@ std::string method_refusal(const std::string& name) {
     if (row.name == name) return {};
   }
   return fmt::format("wants one of {}, not \"{}\"", method_names(), on_one_line(name));
+}
+
+void Parser::add_eval() {
+  add_command(kSearching, kEvalName, "Evaluates formulas.", kEvalDescription, kEvalFooter,
+              checked_eval, [this](Options& options) {
+                add_eval_options(options, eval);
+                return "Output";
+              });
 }
 
 void Parser::add_portfolio() {

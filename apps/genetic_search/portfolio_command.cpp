@@ -1,7 +1,6 @@
 #include "apps/genetic_search/portfolio_command.hpp"
 
 #include <algorithm>
-#include <array>
 #include <memory>
 #include <string>
 #include <utility>
@@ -12,9 +11,9 @@
 #include "apps/genetic_search/json_events.hpp"
 #include "apps/genetic_search/pool_signals.hpp"
 #include "apps/genetic_search/report.hpp"
+#include "apps/genetic_search/sample_figures.hpp"
 #include "apps/genetic_search/signal_table.hpp"
 #include "apps/genetic_search/stored_signal.hpp"
-#include "hosts/embedded/host/statistics_object.hpp"
 #include "hosts/embedded/market/price_file.hpp"
 #include "hosts/embedded/search/pool_book.hpp"
 #include "hosts/embedded/search/signal_export.hpp"
@@ -22,14 +21,11 @@
 namespace varnholt::app {
 namespace {
 
-using embedded::BacktestStatistics;
 using embedded::BookMember;
 using embedded::EvaluationOfRun;
 using embedded::MarketData;
 using embedded::PoolBook;
 
-constexpr std::size_t kNameWidth = 30;
-constexpr std::size_t kFigureWidth = 12;
 constexpr double kPerCent = 100.0;
 
 const embedded::BookMethodName& chosen_method(const PortfolioCommand& command) {
@@ -60,41 +56,12 @@ MarketData prices_of(const PortfolioCommand& command, const embedded::RunStart& 
   return embedded::read_run_prices(price_path(command, start), start, check);
 }
 
-// A row of the book's figures.
-struct FigureRow {
-  const char* name;
-  double BacktestStatistics::*figure;
-  double scale = 1.0;
-};
-constexpr auto kRows = std::to_array<FigureRow>({
-    {"Sharpe ratio", &BacktestStatistics::sharpe},
-    {"Sharpe ratio before costs", &BacktestStatistics::gross_returns_sharpe},
-    {"return, % a year", &BacktestStatistics::annualized_returns, kPerCent},
-    {"deepest fall, %", &BacktestStatistics::drawdown, kPerCent},
-    {"gross exposure", &BacktestStatistics::abs_weight_sum_mean},
-    {"net exposure, absolute", &BacktestStatistics::delta_exposure},
-    {"turnover a day", &BacktestStatistics::turnover},
-});
-
-std::string figures_line(const char* name, double in_sample, double holdout) {
-  return "  " + padded(name, kNameWidth, Align::Left) +
-         padded(fmt::format("{:.3f}", in_sample), kFigureWidth, Align::Right) +
-         padded(fmt::format("{:.3f}", holdout), kFigureWidth, Align::Right) + "\n";
-}
-
 std::string figures_text(const PoolBook& book) {
-  std::string text = "  " + std::string(kNameWidth, ' ') +
-                     padded("in sample", kFigureWidth, Align::Right) +
-                     padded("hold-out", kFigureWidth, Align::Right) + "\n";
-  for (const FigureRow& row : kRows) {
-    text += figures_line(row.name, row.scale * (book.statistics.in_sample.*row.figure),
-                         row.scale * (book.statistics.holdout.*row.figure));
-  }
-  text += figures_line("turnover without netting", book.turnover_alone_in_sample,
-                       book.turnover_alone_holdout);
-  text += figures_line("Sharpe ratio of the market", book.market.in_sample.sharpe,
-                       book.market.holdout.sharpe);
-  return text;
+  return sample_figures_text(book.statistics) +
+         figures_line("turnover without netting", book.turnover_alone_in_sample,
+                      book.turnover_alone_holdout) +
+         figures_line("Sharpe ratio of the market", book.market.in_sample.sharpe,
+                      book.market.holdout.sharpe);
 }
 
 std::string members_text(const PoolBook& book, const std::vector<EvaluationOfRun>& signals,
@@ -147,11 +114,6 @@ std::string page_text(const PortfolioCommand& command, const PoolBook& book,
          members_text(book, signals, width);
 }
 
-Json statistics_json(const embedded::SampleStatistics& statistics) {
-  return {{"in_sample", to_json(embedded::statistics_mapping(statistics.in_sample))},
-          {"holdout", to_json(embedded::statistics_mapping(statistics.holdout))}};
-}
-
 Json span_json(const embedded::DaySpan& days) {
   return {{"days", days.day_count()},
           {"first_date", embedded::date_text(days.first_date)},
@@ -164,7 +126,7 @@ Json book_json(const PortfolioCommand& command, const PoolBook& book,
   for (const BookMember& member : book.members) {
     const std::string expression = stored_expression(signals[member.signal].evaluation.graph_json);
     Json row = {{"eval_id", member.eval_id}, {"share", member.share}, {"risk", member.risk}};
-    row.update(statistics_json(member.statistics));
+    row.update(sample_statistics_json(member.statistics));
     row["expression"] = expression.empty() ? Json(nullptr) : Json(expression);
     members.push_back(row);
   }
@@ -179,8 +141,8 @@ Json book_json(const PortfolioCommand& command, const PoolBook& book,
       {"holdout", span_json(book.plan.holdout)},
       {"shrinkage", book.shrinkage},
       {"mean_correlation", book.mean_correlation},
-      {"statistics", statistics_json(book.statistics)},
-      {"market", statistics_json(book.market)},
+      {"statistics", sample_statistics_json(book.statistics)},
+      {"market", sample_statistics_json(book.market)},
       {"turnover_without_netting",
        {{"in_sample", book.turnover_alone_in_sample}, {"holdout", book.turnover_alone_holdout}}},
       {"members", members},

@@ -11,6 +11,7 @@
 #include "apps/genetic_search/check_prices_command.hpp"
 #include "apps/genetic_search/doctor_command.hpp"
 #include "apps/genetic_search/error_report.hpp"
+#include "apps/genetic_search/eval_command.hpp"
 #include "apps/genetic_search/exit_codes.hpp"
 #include "apps/genetic_search/export_command.hpp"
 #include "apps/genetic_search/options.hpp"
@@ -58,6 +59,9 @@ class Commands {
   }
   int operator()(const PortfolioCommand& command) const {
     return portfolio_command(command, outputs_, interrupt_, width()) ? kExitDone : kExitFailure;
+  }
+  int operator()(const EvalCommand& command) const {
+    return eval_command(command, outputs_, interrupt_, width()) ? kExitDone : kExitBadInput;
   }
   int operator()(const DoctorCommand& /*command*/) const {
     signals_.let_interrupts_end_the_program();

@@ -63,6 +63,8 @@ int run_command(const RunCommand& given, const RunSearch& search, const RunOutpu
     throw;
   } catch (const std::exception& error) {
     observer->clear();
+    // Before the run has begun an error is told as that of any command, with all of its lines.
+    if (!observer->has_started() && !command.json) throw;
     observer->message(error_text(error));
     return !observer->has_started() && is_about_input(error) ? kExitBadInput : kExitFailure;
   }

@@ -133,28 +133,25 @@ std::string pool_name_refusal(const std::string& name) {
   return is_good ? std::string() : "wants 1 to 100 printable ASCII characters, such as signals";
 }
 
-void add_config_options(Options& options, RunCommand& run) {
+void add_config_options(Options& options, std::optional<std::filesystem::path>& file,
+                        ConfigOverrides& overrides) {
   const embedded::HostConfig defaults;
   options.group("Configuration");
   options.optional_text(
       "--config", "FILE",
       "A TOML file with gates, limits, signal pool, eras and market. The gates below, "
       "--era, --pool and --holdout-from override what it says.",
-      run.config_file);
+      file);
   options.whole("--era", "N", from(1, embedded::kLargestEraCount),
                 "The era that is searched: the search sees the days up to its end. Default: the "
                 "last before the hold-out.",
-                run.overrides.era);
+                overrides.era);
   options.checked_text(
       "--pool", "NAME",
       fmt::format("The signal pool that signals are compared with and submitted to. "
                   "Default: {}.",
                   defaults.pool.name),
-      pool_name_refusal, run.overrides.pool_name);
-  options.date("--holdout-from",
-               "The first day of the hold-out, which no search on the pool ever sees. The pool "
-               "keeps that of its first run. Default: a quarter of the days of that.",
-               run.overrides.holdout_from);
+      "--era, --pool and --holdout-from override what it says.", file);
 }
 
 void add_judging_options(Options& options, embedded::SearchOptions& search,
@@ -224,9 +221,34 @@ void add_worker_options(Options& options, RunCommand& run) {
 
 void add_run_options(Options& options, RunCommand& run) {
   add_search_options(options, run.search);
-  add_config_options(options, run);
+  add_config_options(options, run.config_file, run.overrides);
   add_judging_options(options, run.search, run.overrides);
   add_worker_options(options, run);
+}
+
+void add_eval_options(Options& options, EvalCommand& eval) {
+  options.group("Data");
+  options.positional("FORMULA", eval.formulas);
+  options.text("--prices", "FILE", "Daily prices, as CSV. Needed.", eval.search.prices);
+  options.optional_text("--file", "FILE",
+                        "Formulas, one a line, beside those of the command line; - is standard "
+                        "input.",
+                        eval.file);
+  options.optional_text("--db", "FILE",
+                        "A store: the formulas are compared with the signals of its pool. It is "
+                        "not changed.",
+                        eval.database);
+  add_config_options(options, eval.config_file, eval.overrides);
+  add_judging_options(options, eval.search, eval.overrides);
+  options.group("Output");
+  options.optional_text("--values", "FILE",
+                        "Where what the formulas give on every day is written, as CSV.",
+                        eval.values);
+  options.optional_text("--weights", "FILE", "Where the weights of every day are written, as CSV.",
+                        eval.weights);
+  options.flag("--force", "Replaces these files when they are there.", eval.force);
+  options.flag("--json", "One JSON object a formula on a line of its own, for machines.",
+               eval.json);
 }
 
 }  // namespace varnholt::app

@@ -396,5 +396,23 @@ TEST(Options, HaveAHelpThatFitsAnOldTerminal) {
   }
 }
 
+TEST(Options, OfEvalTakeFormulasThatBeginWithAMinus) {
+  const auto eval = [](Words words) {
+    words.insert(words.begin(), {"eval", "--prices", "p.csv", "--min-sharpe", "-5"});
+    return std::get<EvalCommand>(parse_command_line(words));
+  };
+  const EvalCommand command =
+      eval({"-1 * rank(close)", "-rank(close)", "-returns", "close", "--cost-bps=2", "--json"});
+  EXPECT_EQ(command.formulas.size(), 4U);
+  EXPECT_EQ(command.overrides.thresholds.at("--min-sharpe"), -5.0);
+  EXPECT_EQ(command.search.cost_basis_points, 2.0);
+  EXPECT_TRUE(command.json);
+  EXPECT_FALSE(command.database.has_value());
+  EXPECT_EQ(eval({"--file", "f.txt"}).file, "f.txt");
+  EXPECT_THAT(usage_error({"eval", "close"}), HasSubstr("no price file is given"));
+  EXPECT_THAT(usage_error({"eval", "--prices", "p.csv"}), HasSubstr("no formula is given"));
+  EXPECT_THAT(usage_error({"eval", "close", "--prices", "p.csv", "-z"}), HasSubstr("-z"));
+}
+
 }  // namespace
 }  // namespace varnholt::app::test
