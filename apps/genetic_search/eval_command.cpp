@@ -124,7 +124,8 @@ class Evaluations {
     plan_ = data.plan;
     days_.dates = data.whole.dates;
     days_.symbols = data.whole.symbols;
-    const embedded::Evaluator evaluator(std::move(data.whole), {.book = data.book});
+    const embedded::Evaluator evaluator(
+        std::move(data.whole), {.book = data.book, .vocabulary = options.config.vocabulary});
     read_members(evaluator);
     for (const std::optional<std::filesystem::path>* path : {&command_.weights, &command_.values}) {
       if (*path) embedded::check_weights_path(**path, existing());

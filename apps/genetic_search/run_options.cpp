@@ -139,7 +139,7 @@ void add_config_options(Options& options, std::optional<std::filesystem::path>& 
   options.group("Configuration");
   options.optional_text(
       "--config", "FILE",
-      "A TOML file with gates, limits, signal pool, eras and market. The gates below, "
+      "A TOML file with gates, limits, signal pool, eras, market and vocabulary. The gates below, "
       "--era, --pool and --holdout-from override what it says.",
       file);
   options.whole("--era", "N", from(1, embedded::kLargestEraCount),
@@ -151,7 +151,11 @@ void add_config_options(Options& options, std::optional<std::filesystem::path>& 
       fmt::format("The signal pool that signals are compared with and submitted to. "
                   "Default: {}.",
                   defaults.pool.name),
-      "--era, --pool and --holdout-from override what it says.", file);
+      pool_name_refusal, overrides.pool_name);
+  options.date("--holdout-from",
+               "The first day of the hold-out, which no search on the pool ever sees. The pool "
+               "keeps that of its first run. Default: a quarter of the days of that.",
+               overrides.holdout_from);
 }
 
 void add_judging_options(Options& options, embedded::SearchOptions& search,

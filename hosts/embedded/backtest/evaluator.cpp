@@ -83,7 +83,7 @@ Plan plan_of(const Expression& expression, const FeaturePanels& features,
 }  // namespace
 
 Evaluator::Evaluator(MarketData data, EvaluatorOptions options)
-    : features_(std::move(data)), options_(options) {}
+    : features_(std::move(data), options.vocabulary), options_(std::move(options)) {}
 
 Panel Evaluator::signal(const Expression& expression, const SharedPanels* shared) const {
   Plan plan = plan_of(expression, features_, shared);

@@ -16,6 +16,7 @@ namespace varnholt::embedded {
 struct EvaluatorOptions {
   BookRules book = {};
   GraphLimits limits = {};
+  VocabularySettings vocabulary = {};
 };
 
 struct Evaluation {

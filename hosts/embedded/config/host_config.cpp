@@ -13,7 +13,9 @@
 
 #include "hosts/embedded/config/ascii_text.hpp"
 #include "hosts/embedded/config/config_source.hpp"
+#include "hosts/embedded/config/toml_entries.hpp"
 #include "hosts/embedded/config/toml_parser.hpp"
+#include "hosts/embedded/config/vocabulary_config.hpp"
 #include "hosts/embedded/system/read_file.hpp"
 
 namespace varnholt::embedded {
@@ -113,7 +115,7 @@ const std::vector<ConfigKey>& all_keys() {
 }
 
 constexpr std::string_view kTablesRemedy =
-    "the tables are [gates], [limits], [pool], [eras] and [market]";
+    "the tables are [gates], [limits], [pool], [eras], [market] and [vocabulary]";
 
 bool is_table(std::string_view name) {
   return std::any_of(all_keys().begin(), all_keys().end(),
@@ -136,60 +138,6 @@ std::string keys_mend(std::string_view table) {
   return fmt::format("the keys of [{}] are: {}", table, names);
 }
 
-// --- what stands where ---
-
-TextPosition position_of(const toml::source_position& position) {
-  return {position.line, position.column};
-}
-
-// The name of a key as the file would have to write it, and short enough to be shown.
-std::string key_text(std::string_view name) {
-  constexpr std::size_t kShownKey = 60;
-  const bool bare = !name.empty() && std::all_of(name.begin(), name.end(), [](char character) {
-    return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
-           (character >= '0' && character <= '9') || character == '_' || character == '-';
-  });
-  const std::string text = on_one_line(name, kShownKey);
-  return bare ? text : "\"" + text + "\"";
-}
-
-// An entry of a table, in the order of the text rather than of the names.
-struct Entry {
-  const toml::key* key;
-  const toml::node* value;
-};
-
-std::vector<Entry> entries_in_order(const toml::table& table) {
-  std::vector<Entry> entries;
-  for (const auto& [key, value] : table)
-    entries.push_back({&key, &value});
-  std::stable_sort(entries.begin(), entries.end(), [](const Entry& left, const Entry& right) {
-    return left.key->source().begin < right.key->source().begin;
-  });
-  return entries;
-}
-
-// A value with its key, ready to be refused.
-class Met {
- public:
-  Met(const ConfigSource& source, std::string key, const toml::node& node)
-      : source_(source), key_(std::move(key)), node_(node) {}
-
-  [[nodiscard]] const toml::node& node() const { return node_; }
-
-  [[noreturn]] void refuse(const std::string& problem, const std::string& remedy) const {
-    const TextPosition begin = position_of(node_.source().begin);
-    throw HostConfigError(
-        source_.place(begin, key_, source_.shown(begin, position_of(node_.source().end))), problem,
-        remedy);
-  }
-
- private:
-  const ConfigSource& source_;
-  std::string key_;
-  const toml::node& node_;
-};
-
 // --- values ---
 
 std::string real_mend(const RealKey& key) {
@@ -204,7 +152,7 @@ bool is_within(double number, const RealKey& key) {
   return key.open ? number > key.low && number < key.high : number >= key.low && number <= key.high;
 }
 
-void take(HostConfig& config, const RealKey& key, const Met& met) {
+void take(HostConfig& config, const RealKey& key, const MetValue& met) {
   double number = 0.0;
   if (const auto* const whole = met.node().as_integer()) {
     number = static_cast<double>(whole->get());
@@ -223,7 +171,7 @@ std::string integer_mend(const IntegerKey& key) {
   return fmt::format("write an integer from {} to {}", key.low, key.high);
 }
 
-void take(HostConfig& config, const IntegerKey& key, const Met& met) {
+void take(HostConfig& config, const IntegerKey& key, const MetValue& met) {
   const auto* const number = met.node().as_integer();
   if (number == nullptr) met.refuse("is not an integer", integer_mend(key));
   if (number->get() < key.low || number->get() > key.high) {
@@ -232,7 +180,7 @@ void take(HostConfig& config, const IntegerKey& key, const Met& met) {
   key.assign(config, number->get());
 }
 
-void take(HostConfig& config, const TextKey& key, const Met& met) {
+void take(HostConfig& config, const TextKey& key, const MetValue& met) {
   const std::string remedy = fmt::format(
       "write 1 to {} printable ASCII characters, such as \"signals\"", kLongestPoolName);
   const auto* const text = met.node().as_string();
@@ -248,7 +196,7 @@ void take(HostConfig& config, const TextKey& key, const Met& met) {
   key.field(config) = bytes;
 }
 
-void take(HostConfig& config, const DateKey& key, const Met& met) {
+void take(HostConfig& config, const DateKey& key, const MetValue& met) {
   const std::string remedy = "write a day as 2026-01-31";
   std::optional<Date> day;
   if (const auto* const date = met.node().as_date()) {
@@ -267,14 +215,14 @@ void take(HostConfig& config, const DateKey& key, const Met& met) {
 
 void take_table(HostConfig& config, const ConfigSource& source, std::string_view table_name,
                 const toml::table& table) {
-  for (const Entry& entry : entries_in_order(table)) {
+  for (const TomlEntry& entry : entries_in_order(table)) {
     const std::string path = fmt::format("{}.{}", table_name, key_text(entry.key->str()));
     const ConfigKey* const key = find_key(table_name, entry.key->str());
     if (key == nullptr) {
       throw HostConfigError(source.place(position_of(entry.key->source().begin), path),
                             fmt::format("[{}] has no such key", table_name), keys_mend(table_name));
     }
-    const Met met(source, path, *entry.value);
+    const MetValue met(source, path, *entry.value);
     std::visit([&](const auto& kind) { take(config, kind, met); }, key->kind);
   }
 }
@@ -283,7 +231,7 @@ void take_table(HostConfig& config, const ConfigSource& source, std::string_view
 void check_era(const HostConfig& config, const ConfigSource& source, const toml::table& root) {
   if (!config.eras.era || *config.eras.era <= config.eras.train) return;
   const toml::node* const era = root.at_path("eras.era").node();
-  Met(source, "eras.era", *era)
+  MetValue(source, "eras.era", *era)
       .refuse(fmt::format("is beyond the {} train eras", config.eras.train),
               fmt::format("write an integer from 1 to {}, raise eras.train, or leave the key out "
                           "for the last train era",
@@ -292,20 +240,24 @@ void check_era(const HostConfig& config, const ConfigSource& source, const toml:
 
 HostConfig config_of(const toml::table& root, const ConfigSource& source) {
   HostConfig config;
-  for (const Entry& entry : entries_in_order(root)) {
+  for (const TomlEntry& entry : entries_in_order(root)) {
     const std::string_view name = entry.key->str();
     const std::string shown_name = key_text(name);
     const toml::table* const table = entry.value->as_table();
-    if (!is_table(name)) {
+    if (!is_table(name) && name != kVocabularyTable) {
       throw HostConfigError(
           source.place(position_of(entry.key->source().begin), shown_name),
           table != nullptr ? "there is no such table" : "the key stands in no table",
           std::string(kTablesRemedy));
     }
     if (table == nullptr) {
-      Met(source, shown_name, *entry.value)
+      MetValue(source, shown_name, *entry.value)
           .refuse("is not a table",
                   fmt::format("write one table [{}] with its keys below it", name));
+    }
+    if (name == kVocabularyTable) {
+      config.vocabulary = read_vocabulary_table(source, *table);
+      continue;
     }
     take_table(config, source, name, *table);
   }

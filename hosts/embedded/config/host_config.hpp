@@ -1,7 +1,8 @@
 // The configuration of the embedded host: the requirements on a signal, and the days that are
 // searched.
 //
-// A TOML file with the tables [gates], [limits], [pool], [eras] and [market]. Every table and every
+// A TOML file with the tables [gates], [limits], [pool], [eras], [market] and [vocabulary]. Every
+// table and every
 // key may be left out; what is left out has its default, so an empty file is a configuration. The
 // keys, with meaning, unit, range and default, are documented in docs/configuration.md; the
 // defaults are written out in examples/genetic-search.toml.
@@ -22,6 +23,7 @@
 #include "hosts/embedded/signal_pool/pool_gates.hpp"
 #include "hosts/embedded/signal_pool/signal_pool.hpp"
 #include "hosts/embedded/system/interrupt.hpp"
+#include "hosts/embedded/vocabulary/vocabulary_settings.hpp"
 
 namespace varnholt::embedded {
 
@@ -42,6 +44,7 @@ struct HostConfig {
   PoolSettings pool;
   EraSettings eras;
   std::int64_t market_id = 1;
+  VocabularySettings vocabulary = {};
 };
 
 // A configuration is a page or two; a larger file is a mistake.

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "hosts/embedded/system/interruptible_sleep.hpp"
-#include "hosts/embedded/vocabulary/graph_check.hpp"
+#include "hosts/embedded/vocabulary/vocabulary_settings.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -56,7 +56,7 @@ Value EmbeddedEliteness::score_candidate(const Value& candidate, const Mapping& 
       keywords.find(keys::kParsimonyWeight).value_or(defaults.default_parsimony_weight()));
   const Value correlation = keywords.get(keys::kPoolCorrelation);
   const Mapping record = genetic::record_of(candidate);
-  const double nodes = static_cast<double>(measure_graph(record.get(keys::kGraph)).node_count);
+  const double nodes = graph_complexity(record.get(keys::kGraph), vocabulary_);
   const double redundancy =
       correlation.is_absent() ? 0.0 : std::abs(genetic::to_float(correlation));
   return genetic::to_float(record.get(keys::kQualityScore)) - diversity_weight * redundancy -
@@ -80,7 +80,7 @@ EmbeddedHost::EmbeddedHost(ProcessSide& process, const Vocabulary& vocabulary, L
       graph_limits_(settings.graphs),
       gates_(settings.gates, settings.limits),
       pool_metrics_(submission, settings.client_manifest),
-      eliteness_(settings.is_stopping),
+      eliteness_(vocabulary, settings.is_stopping),
       observer_(lineage, settings.on_generation_end),
       operators_({settings.graphs.max_depth, settings.graphs.max_nodes}, vocabulary.constants),
       random_graphs_(vocabulary, settings.graphs, settings.is_stopping, settings.known),

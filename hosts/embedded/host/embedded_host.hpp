@@ -36,19 +36,21 @@ namespace varnholt::embedded {
 // score = quality_score - diversity_weight * |pool_correlation| - parsimony_weight * nodes
 //
 // with the record's quality score, the correlation to the signal pool (0 when it is absent) and the
-// number of the graph's nodes. A weight that is not given is that of the default settings.
+// number of the graph's nodes, each by the complexity of its function. A weight that is not given is
+// that of the default settings.
 //
 // A search that is being stopped needs no score any more, and gets 0: its batch, however large, is
 // to be over soon.
 class EmbeddedEliteness : public genetic::Eliteness {
  public:
-  explicit EmbeddedEliteness(StopQuestion is_stopping = {})
-      : is_stopping_(std::move(is_stopping)) {}
+  explicit EmbeddedEliteness(const Vocabulary& vocabulary, StopQuestion is_stopping = {})
+      : vocabulary_(vocabulary), is_stopping_(std::move(is_stopping)) {}
 
   [[nodiscard]] genetic::Value score_candidate(const genetic::Value& candidate,
                                                const genetic::Mapping& keywords) override;
 
  private:
+  const Vocabulary& vocabulary_;
   StopQuestion is_stopping_;
 };
 

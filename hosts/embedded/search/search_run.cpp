@@ -42,6 +42,7 @@ HostSettings host_settings(const SearchOptions& options, SearchObserver& observe
                            const genetic::Mapping& client_manifest) {
   HostSettings settings;
   settings.graphs = options.graphs;
+  settings.graphs.constant_share = options.config.vocabulary.constant_share;
   settings.gates = options.config.gates;
   settings.limits = options.config.limits;
   settings.seed = options.seed;

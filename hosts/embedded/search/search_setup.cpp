@@ -139,7 +139,7 @@ genetic::GeneticTemplate configured_template(genetic::RandomGenerators& generato
 SearchSetup::SearchSetup(const SearchOptions& options, const InterruptCheck& check)
     : jobs_(checked(options).jobs.value_or(read_machine_limits().busy_workers())),
       data_(options, check, kept_holdout(options)),
-      evaluator_options_{.book = data_.book},
+      evaluator_options_{.book = data_.book, .vocabulary = options.config.vocabulary},
       evaluator_(data_.whole.first_days(data_.plan.seen_days()), evaluator_options_),
       process_(system_, options.timeout_seconds),
       beginning_(beginning_of(options, data_, evaluator_.vocabulary(), check)),

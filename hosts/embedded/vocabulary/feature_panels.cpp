@@ -54,7 +54,8 @@ Panel make_feature(const MarketData& data, std::string_view name) {
 
 }  // namespace
 
-FeaturePanels::FeaturePanels(MarketData data) : vocabulary_(make_vocabulary(data)) {
+FeaturePanels::FeaturePanels(MarketData data, const VocabularySettings& settings)
+    : vocabulary_(make_vocabulary(data, settings)) {
   for (const FeatureEntry& feature : vocabulary_.features) {
     if (column_panel(data, feature.name) == nullptr) {
       panels_.emplace(feature.name, make_feature(data, feature.name));

@@ -9,6 +9,7 @@
 
 #include "hosts/embedded/market/market_data.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
+#include "hosts/embedded/vocabulary/vocabulary_settings.hpp"
 
 namespace varnholt::embedded {
 
@@ -16,7 +17,7 @@ namespace varnholt::embedded {
 // forks after it shares the panels with all of its children. They lie in large pages.
 class FeaturePanels {
  public:
-  explicit FeaturePanels(MarketData data);
+  explicit FeaturePanels(MarketData data, const VocabularySettings& settings = {});
 
   [[nodiscard]] const Vocabulary& vocabulary() const { return vocabulary_; }
 

@@ -128,7 +128,8 @@ TEST(HostConfigErrors, AKeyOrTableThatIsNotKnown) {
   EXPECT_EQ(refusal_of("limits", "sharpe_min = 1"),
             "c.toml: line 2, column 1, limits.sharpe_min: [limits] has no such key; the keys of "
             "[limits] are: turnover, max_weight, delta_exposure");
-  const std::string tables = "; the tables are [gates], [limits], [pool], [eras] and [market]";
+  const std::string tables =
+      "; the tables are [gates], [limits], [pool], [eras], [market] and [vocabulary]";
   EXPECT_EQ(refusal_of("gate", "sharpe_min = 1"),
             "c.toml: line 1, column 2, gate: there is no such table" + tables);
   EXPECT_EQ(refusal("\n  sharpe_min = 1\n"),

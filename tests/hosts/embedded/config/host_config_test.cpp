@@ -103,7 +103,7 @@ std::vector<std::pair<std::string, std::string>> example_lines() {
 TEST(HostConfig, TheExampleHasEveryKeyAndTheDocumentationTellsIt) {
   const std::string documentation = file_text(kRoot / "docs/configuration.md");
   const auto lines = example_lines();
-  EXPECT_EQ(lines.size(), 18U);
+  EXPECT_EQ(lines.size(), 21U);
   for (const auto& [table, key] : lines) {
     SCOPED_TRACE(table + " " + key);
     EXPECT_THAT(documentation, HasSubstr("## `" + table + "`"));
@@ -116,7 +116,7 @@ TEST(HostConfig, TheExampleHasEveryKeyAndTheDocumentationTellsIt) {
     const std::string text = refusal(std::string(table) + "\nx = 1");
     named += 1 + static_cast<std::size_t>(std::count(text.begin(), text.end(), ',')) - 2;
   }
-  EXPECT_EQ(named, lines.size());
+  EXPECT_EQ(named + 3, lines.size());  // Three of [vocabulary], whose remedy names tables too.
 }
 
 TEST(HostConfig, TakesWhatIsWritten) {
