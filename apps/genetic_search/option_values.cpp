@@ -52,6 +52,14 @@ std::string in_words(RealRange range) {
   return to ? fmt::format("{} to {}", start, range.most) : start;
 }
 
+// Neither an option nor the negative number of one.
+bool is_formula_with_minus(const std::string& argument) {
+  if (argument.size() < 3 || argument[0] != '-' || argument[1] == '-') return false;
+  const bool begins_name =
+      (argument[1] >= 'a' && argument[1] <= 'z') || (argument[1] >= 'A' && argument[1] <= 'Z');
+  return begins_name || argument.find_first_of(" (*") != std::string::npos;
+}
+
 }  // namespace
 
 std::int64_t whole_number(const std::string& option, const std::string& text, WholeRange range) {
@@ -94,11 +102,10 @@ genetic::Value rate_list(const std::string& option, const std::string& text) {
   return rates;
 }
 
-bool is_formula_with_minus(const std::string& argument) {
-  if (argument.size() < 3 || argument[0] != '-' || argument[1] == '-') return false;
-  const bool begins_name =
-      (argument[1] >= 'a' && argument[1] <= 'z') || (argument[1] >= 'A' && argument[1] <= 'Z');
-  return begins_name || argument.find_first_of(" (*") != std::string::npos;
+void put_blank_before_minus(std::vector<std::string>& arguments) {
+  for (std::string& argument : arguments) {
+    if (is_formula_with_minus(argument)) argument.insert(0, 1, ' ');
+  }
 }
 
 }  // namespace varnholt::app

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "search_templates/genetic/value/value.hpp"
 
@@ -38,8 +39,8 @@ struct RealRange {
 // for a rate that plain_number refuses.
 [[nodiscard]] genetic::Value rate_list(const std::string& option, const std::string& text);
 
-// Whether an argument is a formula with a minus before it, "-1 * close", "-rank(close)" or
-// "-returns", and neither an option nor the negative number of one.
-[[nodiscard]] bool is_formula_with_minus(const std::string& argument);
+// Puts a blank before each formula that begins with a minus, "-1 * close", "-rank(close)" or
+// "-returns", so that it is no option to the parser. Options and negative numbers stay.
+void put_blank_before_minus(std::vector<std::string>& arguments);
 
 }  // namespace varnholt::app

@@ -252,11 +252,7 @@ std::string with_help_hint(const std::string& problem, const Parser& parser) {
 void parse(Parser& parser, const std::vector<std::string>& arguments) {
   // The parser takes its arguments from the back.
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
-  const bool has_formulas = !arguments.empty() && arguments.front() == kEvalName;
-  for (std::string& argument : reversed) {
-    // With a blank before it a formula that begins with a minus is no option to the parser.
-    if (has_formulas && is_formula_with_minus(argument)) argument.insert(0, 1, ' ');
-  }
+  if (!arguments.empty() && arguments.front() == kEvalName) put_blank_before_minus(reversed);
   try {
     parser.app.parse(std::move(reversed));
   } catch (const CLI::Success&) {

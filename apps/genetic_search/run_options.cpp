@@ -234,6 +234,7 @@ void add_eval_options(Options& options, EvalCommand& eval) {
   options.group("Data");
   options.positional("FORMULA", eval.formulas);
   options.text("--prices", "FILE", "Daily prices, as CSV. Needed.", eval.search.prices);
+  add_price_options(options, eval.search.price_format);
   options.optional_text("--file", "FILE",
                         "Formulas, one a line, beside those of the command line; - is standard "
                         "input.",

@@ -36,8 +36,8 @@ namespace varnholt::embedded {
 // score = quality_score - diversity_weight * |pool_correlation| - parsimony_weight * nodes
 //
 // with the record's quality score, the correlation to the signal pool (0 when it is absent) and the
-// number of the graph's nodes, each by the complexity of its function. A weight that is not given is
-// that of the default settings.
+// number of the graph's nodes, each by the complexity of its function. A weight that is not given
+// is that of the default settings.
 //
 // A search that is being stopped needs no score any more, and gets 0: its batch, however large, is
 // to be over soon.

@@ -68,7 +68,8 @@ TEST(VocabularyConfig, RefusesEachMistakeWithItsPlaceAndRemedy) {
       {"[vocabulary]\nx = 1",
        "c.toml: line 2, column 1, vocabulary.x: [vocabulary] has no such key; the keys of "
        "[vocabulary] are: windows, constants, constant_share; its tables are"},
-      {"[vocabulary]\nwindows = 5", "line 2, column 11, vocabulary.windows = 5: is no list of "},
+      {"[vocabulary]\nwindows = 5",
+       "line 2, column 11, vocabulary.windows: 5 is no list of numbers; "},
       {"[vocabulary]\nwindows = []", "is no list of numbers; write whole numbers of days"},
       {"[vocabulary]\nwindows = [5, 3]", "has an item that does not belong there; write whole"},
       {"[vocabulary]\nwindows = [2.5]", "has an item that does not belong there"},

@@ -89,8 +89,8 @@ TEST(VocabularySettings, SettleWindowsConstantsAndFormulas) {
   for (const char* gone : {", 20)", ", 60)", ", 0.5)"})
     EXPECT_THAT(all, testing::Not(HasSubstr(gone)));
   EXPECT_EQ(genetic::json_text(settings_mapping(settings)),
-            R"x({"windows": [7, 21], "constants": [0.25, 3.0], "constant_share": 0.5, )x"
-            R"x("formulas": {"reversal": "-delta(close, 5)", "twice": "reversal * 2"}})x");
+            R"x({"constant_share":0.5,"constants":[0.25,3.0],"formulas":{"reversal":)x"
+            R"x("-delta(close, 5)","twice":"reversal * 2"},"windows":[7,21]})x");
 }
 
 TEST(VocabularySettings, RefuseWhatLeavesNothingOrCannotBeRead) {
