@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "apps/genetic_search/luck_text.hpp"
 #include "apps/genetic_search/progress_line.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/host_object.hpp"
@@ -232,6 +233,7 @@ Json ended_event(const embedded::SearchSummary& summary, const std::filesystem::
     submitted.push_back(submitted_json(signal));
   members["submitted"] = submitted;
   members["market"] = samples_json(summary.market);
+  members["luck"] = luck_json(summary.luck);
   members["submissions"] = {{"submitted", summary.submissions.submitted},
                             {"refused", counts_json(summary.submissions.refused)},
                             {"waiting", summary.submissions.waiting}};

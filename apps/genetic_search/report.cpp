@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include "apps/genetic_search/failure_counts.hpp"
+#include "apps/genetic_search/luck_text.hpp"
 #include "apps/genetic_search/pool_report.hpp"
 #include "apps/genetic_search/repair_report.hpp"
 #include "apps/genetic_search/signal_table.hpp"
@@ -260,6 +261,8 @@ std::string summary_text(const SearchSummary& summary, const SearchOptions& opti
   const std::string repairs = repairs_text(summary.progress);
   if (!repairs.empty()) text += repairs + "\n";
   text += pool_text(summary, started, width) + "\n";
+  const std::string luck = luck_text(summary.luck, width);
+  if (!luck.empty()) text += luck + "\n";
   if (started.known_structures) {
     text += entry_text("",
                        fmt::format("Of the structures that were evaluated before {} came up again "

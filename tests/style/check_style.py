@@ -52,6 +52,7 @@ ROOMS = {
         "store",
         "attempts",
         "signal_pool",
+        "luck",
         "portfolio",
         "submission",
         "gates",

@@ -1,6 +1,7 @@
 // All figures of one signal, on the days that the search saw and on those that it never saw.
 #pragma once
 
+#include <limits>
 #include <vector>
 
 #include "hosts/embedded/backtest/information.hpp"
@@ -16,6 +17,10 @@ struct SampleFigures {
   PerformanceFigures performance;
   InformationFigures information;
   std::vector<YearFigures> years;
+  // In sample, once the trials of the run are counted (hosts/embedded/luck): the probability that
+  // the signal is better than the best of so many without any skill. NaN before, and on the
+  // hold-out.
+  double deflated_sharpe = std::numeric_limits<double>::quiet_NaN();
   // The day, counted from the first of the history, on which the first holding day is booked: that
   // is the next one after it. The others follow one by one.
   Eigen::Index first_booked = 0;

@@ -22,6 +22,7 @@ constexpr auto kReturnFigures = std::to_array<FigureName>({
     {"sortino", "a year"},
     {"calmar", "a year"},
     {"hit_rate", "of days"},
+    {"deflated_sharpe", "probability"},
     {"quality_score", ""},
 });
 constexpr auto kRiskFigures = std::to_array<FigureName>({
@@ -96,6 +97,7 @@ Mapping figures_mapping(const SampleFigures& figures) {
               {"excess_kurtosis", number(performance.excess_kurtosis)},
               {"hit_rate", number(performance.hit_rate)},
               {"longest_drawdown_days", performance.longest_drawdown_days},
+              {"deflated_sharpe", number(figures.deflated_sharpe)},
               {"beta", number(performance.beta)},
               {"alpha", number(performance.alpha)},
               {"market_correlation", number(performance.market_correlation)},

@@ -12,6 +12,8 @@
 #include "hosts/embedded/backtest/book_rules.hpp"
 #include "hosts/embedded/backtest/out_of_sample.hpp"
 #include "hosts/embedded/backtest/statistics.hpp"
+#include "hosts/embedded/luck/deflated_sharpe.hpp"
+#include "hosts/embedded/luck/verdict.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::embedded {
@@ -126,6 +128,9 @@ struct SubmittedSignal {
   bool has_holdout = true;   // The report was not cut short before the signal's hold-out.
   double novelty = 1.0;      // Against the pool as it was when the signal joined it.
   double correlation = 0.0;  // Likewise.
+  // Of one day, after costs. Both are empty where the report was cut short.
+  SharpeEstimate in_sample_estimate = {};
+  SharpeEstimate holdout_estimate = {};
 };
 
 // The results of the run's syncs, with what earlier runs left queued.
@@ -151,6 +156,7 @@ struct SearchSummary {
   // The run's signals that joined the pool, in the order in which they were queued, and the market.
   std::vector<SubmittedSignal> submitted;
   SampleStatistics market;
+  RunLuck luck;
   SubmissionCounts submissions;
   std::int64_t left_out = 0;  // Known structures that came up again.
   // Signals of earlier runs whose hold-out figures were missing, and are there now.

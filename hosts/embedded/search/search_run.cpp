@@ -17,6 +17,7 @@
 #include "hosts/embedded/host/signal_submission.hpp"
 #include "hosts/embedded/search/member_measuring.hpp"
 #include "hosts/embedded/search/run_description.hpp"
+#include "hosts/embedded/search/run_luck.hpp"
 #include "hosts/embedded/search/run_recorder.hpp"
 #include "hosts/embedded/search/search_setup.hpp"
 #include "hosts/embedded/search/signal_report.hpp"
@@ -258,9 +259,11 @@ SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
   const std::vector<Date> dates = data.whole.dates;
   const Evaluator whole = setup.take_whole_history();
   const FigureTaker taker(whole.close(), dates, data.plan, data.book);
-  summary.submitted = report_submitted_signals(
-      *store, summary.run_id, whole, taker,
-      [&stop, before = static_cast<int>(interrupt.requests)] { return stop->ends_report(before); });
+  const auto is_cut = [&stop, before = static_cast<int>(interrupt.requests)] {
+    return stop->ends_report(before);
+  };
+  summary.submitted = report_submitted_signals(*store, summary.run_id, whole, taker, is_cut);
+  summary.luck = measure_luck(*store, summary.run_id, whole, data.plan, summary.submitted, is_cut);
   if (!summary.submitted.empty()) store->record_price_days(summary.run_id, date_texts(dates));
   const std::vector<std::string> completed = complete_holdouts(
       *store, pool, whole, taker,

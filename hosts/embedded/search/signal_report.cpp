@@ -69,6 +69,8 @@ std::vector<SubmittedSignal> report_submitted_signals(RunStore& store, std::int6
     const SignalFigures figures = taker.figures(evaluator.signal(evaluator.compile(graph)));
     signal.statistics = {figures.in_sample.backtest.statistics,
                          figures.holdout.backtest.statistics};
+    signal.in_sample_estimate = sharpe_estimate(figures.in_sample.backtest.net_returns);
+    signal.holdout_estimate = sharpe_estimate(figures.holdout.backtest.net_returns);
     signal.has_holdout = true;
     store_figures(store, submission.eval_id, figures);
   }

@@ -22,6 +22,7 @@
 #include <cstdint>
 #include <exception>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -93,6 +94,13 @@ class RunStore {
                               const std::vector<FiguresRecord>& figures) = 0;
   // The days of the run's prices, each "yyyy-mm-dd", that the daily PnL of its evaluations is of.
   virtual void record_price_days(std::int64_t run, const std::vector<std::string>& dates) = 0;
+  // What chance would have found in the run, and the deflated Sharpe ratio of each of the signals
+  // whose figures are there; the last one counts.
+  virtual void record_luck(std::int64_t run, const std::string& record_json,
+                           const std::map<std::string, double>& deflated_sharpes) = 0;
+  // The structures that this run and those before it backtested on the same prices, each once, the
+  // earliest first.
+  [[nodiscard]] virtual std::vector<TrialRecord> trials(std::int64_t run) = 0;
   virtual void record_metrics(std::int64_t run, const std::string& record_json) = 0;
   // The first end counts: false when the run had ended before, and then nothing is changed.
   // Attempts and markers that are still open end with it, as those of a run that died: an error in

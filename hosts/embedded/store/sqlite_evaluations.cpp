@@ -69,6 +69,34 @@ void SqliteRunStore::record_price_days(std::int64_t run, const std::vector<std::
   transaction.commit();
 }
 
+void SqliteRunStore::record_luck(std::int64_t run, const std::string& record_json,
+                                 const std::map<std::string, double>& deflated_sharpes) {
+  SqliteTransaction transaction(*database_, kRecordingFigures);
+  require_run(run, kRecordingFigures);
+  static_cast<void>(
+      SqliteUse(statements_->update_luck).bind("run", run).bind("luck", record_json).change());
+  for (const auto& [eval_id, deflated] : deflated_sharpes) {
+    static_cast<void>(SqliteUse(statements_->update_deflated)
+                          .bind("eval_id", eval_id)
+                          .bind("deflated", deflated)
+                          .change());
+  }
+  transaction.commit();
+}
+
+std::vector<TrialRecord> SqliteRunStore::trials(std::int64_t run) {
+  std::vector<TrialRecord> found;
+  SqliteUse rows(statements_->select_trials);
+  rows.bind("run", run);
+  while (rows.step()) {
+    TrialRecord& trial = found.emplace_back();
+    rows.read("eval_id", trial.eval_id);
+    rows.read("gross_sharpe", trial.gross_sharpe);
+    rows.read("is_fresh", trial.is_fresh);
+  }
+  return found;
+}
+
 std::vector<EvaluationRecord> SqliteRunStore::best_signals(std::int64_t run, std::int64_t count,
                                                            SignalOrder order) {
   std::vector<EvaluationRecord> found;

@@ -28,6 +28,19 @@ constexpr const char* kInsertFigures =
     "WHERE eval_id = :eval_id";
 constexpr const char* kInsertPriceDay =
     "INSERT OR REPLACE INTO price_days (run_id, day, date) VALUES (:run, :day, :date)";
+constexpr const char* kUpdateLuck = "UPDATE runs SET luck = :luck WHERE id = :run";
+constexpr const char* kUpdateDeflated =
+    "UPDATE signal_figures SET figures = json_set(figures, '$.deflated_sharpe', :deflated) "
+    "WHERE sample = 'in_sample' AND evaluation_id = "
+    "(SELECT id FROM evaluations WHERE eval_id = :eval_id)";
+// With min(), the other columns are those of the row that has it.
+constexpr const char* kSelectTrials =
+    "SELECT min(e.id) AS first, e.eval_id AS eval_id, "
+    "e.statistics ->> 'gross_returns_sharpe' AS gross_sharpe, "
+    "iif(json_valid(e.lineage), e.lineage ->> 'origin' = 'fresh', 0) AS is_fresh "
+    "FROM evaluations e JOIN runs r ON r.id = e.run_id "
+    "WHERE r.id <= :run AND r.price_digest = (SELECT price_digest FROM runs WHERE id = :run) "
+    "AND json_valid(e.statistics) AND e.statistics <> 'null' GROUP BY e.graph_key ORDER BY first";
 
 constexpr const char* kAllRuns = "ORDER BY id";
 constexpr const char* kOpenRuns = "WHERE ended_at IS NULL ORDER BY id";
@@ -72,6 +85,9 @@ SqliteRunStatements::SqliteRunStatements(SqliteDatabase& database)
       update_holdout(database, kUpdateHoldout, kRecordingHoldout),
       insert_figures(database, kInsertFigures, kRecordingFigures),
       insert_price_day(database, kInsertPriceDay, kRecordingFigures),
+      update_luck(database, kUpdateLuck, kRecordingFigures),
+      update_deflated(database, kUpdateDeflated, kRecordingFigures),
+      select_trials(database, kSelectTrials, "reading what was tried"),
       select_open_runs(database, runs_where(kOpenRuns), kMarking),
       select_runs(database, runs_where(kAllRuns), kReadingRuns),
       select_by_quality(database, evaluations_where(kByQuality), kReadingSignals),

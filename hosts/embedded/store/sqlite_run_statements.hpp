@@ -27,6 +27,9 @@ struct SqliteRunStatements {
   SqliteStatement update_holdout;
   SqliteStatement insert_figures;
   SqliteStatement insert_price_day;
+  SqliteStatement update_luck;
+  SqliteStatement update_deflated;
+  SqliteStatement select_trials;
   SqliteStatement select_open_runs;
   SqliteStatement select_runs;
   SqliteStatement select_by_quality;

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -39,6 +40,9 @@ class SqliteRunStore final : public RunStore {
   void record_figures(const std::string& eval_id,
                       const std::vector<FiguresRecord>& figures) override;
   void record_price_days(std::int64_t run, const std::vector<std::string>& dates) override;
+  void record_luck(std::int64_t run, const std::string& record_json,
+                   const std::map<std::string, double>& deflated_sharpes) override;
+  [[nodiscard]] std::vector<TrialRecord> trials(std::int64_t run) override;
   void record_metrics(std::int64_t run, const std::string& record_json) override;
   bool end_run(std::int64_t run, double ended_at, const std::string& terminal_reason) override;
 

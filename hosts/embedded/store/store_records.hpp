@@ -93,6 +93,15 @@ struct FiguresRecord {
 inline constexpr const char* kInSample = "in_sample";
 inline constexpr const char* kHoldout = "holdout";
 
+// A structure that was backtested, by its first evaluation.
+struct TrialRecord {
+  std::string eval_id;
+  // Annualised, before costs; absent where it is no number.
+  std::optional<double> gross_sharpe = {};
+  // Drawn at random: neither bred nor repaired nor given.
+  bool is_fresh = false;
+};
+
 // The public id of an evaluation, "3-17".
 [[nodiscard]] std::string eval_id_of(std::int64_t run, std::int64_t candidate_number);
 

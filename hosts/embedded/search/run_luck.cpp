@@ -1,0 +1,130 @@
+#include "hosts/embedded/search/run_luck.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "hosts/embedded/backtest/out_of_sample.hpp"
+#include "hosts/embedded/host/json_value.hpp"
+#include "hosts/embedded/luck/overfitting.hpp"
+#include "search_templates/genetic/value/errors.hpp"
+#include "search_templates/genetic/value/json_text.hpp"
+
+namespace varnholt::embedded {
+namespace {
+
+using Eigen::ArrayXd;
+using Eigen::ArrayXXd;
+using genetic::Mapping;
+using genetic::Value;
+
+// Evenly spread, the first among them.
+std::vector<TrialRecord> sample_of(const std::vector<TrialRecord>& trials) {
+  const std::size_t count = std::min(trials.size(), kSampledTrials);
+  std::vector<TrialRecord> sample;
+  sample.reserve(count);
+  for (std::size_t i = 0; i < count; ++i)
+    sample.push_back(trials[i * trials.size() / count]);
+  return sample;
+}
+
+// The daily PnL in sample; nothing for a trial that cannot be evaluated any more.
+std::optional<ArrayXd> pnl_of(RunStore& store, const TrialRecord& trial, const Evaluator& evaluator,
+                              const EraPlan& plan) {
+  const auto found = store.find_evaluation(trial.eval_id);
+  if (!found) return std::nullopt;
+  try {
+    const Value graph = read_json(found->evaluation.graph_json);
+    const Panel weights = signal_weights(evaluator.signal(evaluator.compile(graph)));
+    return in_sample_backtest(weights, evaluator.close(), evaluator.options().book, plan)
+        .net_returns;
+  } catch (const genetic::ValueError&) {
+    // Its text is damaged, or it is of an earlier run that had other columns or limits.
+    return std::nullopt;
+  }
+}
+
+ArrayXXd sampled_pnl(RunStore& store, const std::vector<TrialRecord>& trials,
+                     const Evaluator& evaluator, const EraPlan& plan, const StopQuestion& is_cut) {
+  const std::vector<TrialRecord> sample = sample_of(trials);
+  ArrayXXd returns(plan.seen_days() - 1, static_cast<Eigen::Index>(sample.size()));
+  Eigen::Index columns = 0;
+  for (const TrialRecord& trial : sample) {
+    if (is_cut && is_cut()) break;
+    if (const auto pnl = pnl_of(store, trial, evaluator, plan)) returns.col(columns++) = *pnl;
+  }
+  return returns.leftCols(columns);
+}
+
+std::vector<double> drawn_sharpes(const std::vector<TrialRecord>& trials, double year) {
+  std::vector<double> sharpes;
+  for (const TrialRecord& trial : trials) {
+    if (trial.is_fresh && trial.gross_sharpe) sharpes.push_back(*trial.gross_sharpe / year);
+  }
+  return sharpes;
+}
+
+Value optional_number(const std::optional<double>& number) {
+  return number ? Value(*number) : Value();
+}
+
+std::string record_of(const RunLuck& luck, double year) {
+  const bool has_best = luck.best.has_value();
+  const auto of_best = [has_best](double figure) { return has_best ? Value(figure) : Value(); };
+  return genetic::json_text(
+      Mapping{{"trials", luck.spread.trials},
+              {"independent_trials", luck.spread.independent},
+              {"drawn_sharpe_median", year * luck.drawn.mean},
+              {"drawn_sharpe_deviation", year * luck.drawn.deviation},
+              {"sampled_trials", luck.sampled_trials},
+              {"expected_maximum_sharpe", luck.expected_maximum_sharpe},
+              {"overfitting_probability", optional_number(luck.overfitting_probability)},
+              {"best_eval_id", has_best ? Value(luck.best->eval_id) : Value()},
+              {"best_sharpe", of_best(has_best ? luck.best->in_sample_sharpe : 0.0)},
+              {"best_holdout_sharpe", of_best(has_best ? luck.best->holdout_sharpe : 0.0)},
+              {"deflated_sharpe", of_best(luck.deflated_sharpe)},
+              {"confidence", of_best(luck.confidence)},
+              {"better_than_luck", luck.better_than_luck},
+              {"signals", luck.signals},
+              {"mean_in_sample_sharpe", luck.mean_in_sample_sharpe},
+              {"mean_holdout_sharpe", luck.mean_holdout_sharpe},
+              {"sample_correlation", optional_number(luck.sample_correlation)}});
+}
+
+}  // namespace
+
+RunLuck measure_luck(RunStore& store, std::int64_t run, const Evaluator& evaluator,
+                     const EraPlan& plan, const std::vector<SubmittedSignal>& signals,
+                     const StopQuestion& is_cut) {
+  const double year = std::sqrt(evaluator.options().book.periods_per_year);
+  const std::vector<TrialRecord> trials = store.trials(run);
+  const ArrayXXd sample = sampled_pnl(store, trials, evaluator, plan, is_cut);
+  RunLuck luck;
+  luck.spread = spread_without_skill(plan.seen_days() - 1);
+  luck.drawn = spread_of_drawn(drawn_sharpes(trials, year));
+  luck.spread.trials = luck.drawn.trials = static_cast<std::int64_t>(trials.size());
+  luck.spread.independent = luck.drawn.independent = independent_trials(sample, luck.spread.trials);
+  luck.sampled_trials = sample.cols();
+  luck.overfitting_probability = overfitting_probability(sample);
+  const double expected = expected_maximum_sharpe(luck.spread);
+  luck.expected_maximum_sharpe = year * expected;
+
+  std::vector<JudgedSignal> judgements;
+  std::map<std::string, double> deflated;
+  for (const SubmittedSignal& signal : signals) {
+    if (!signal.has_holdout) continue;
+    const double z = signal.in_sample_estimate.z_value(expected);
+    judgements.push_back({signal.eval_id, signal.statistics.in_sample.sharpe,
+                          signal.statistics.holdout.sharpe, z,
+                          signal.holdout_estimate.z_value(0.0)});
+    deflated.emplace(signal.eval_id, normal_share(z));
+  }
+  luck = judged(std::move(luck), judgements);
+  store.record_luck(run, record_of(luck, year), deflated);
+  return luck;
+}
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,30 @@
+// What a run found beside what chance alone would have found in as many trials.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "hosts/embedded/backtest/evaluator.hpp"
+#include "hosts/embedded/host/search_events.hpp"
+#include "hosts/embedded/luck/verdict.hpp"
+#include "hosts/embedded/market/eras.hpp"
+#include "hosts/embedded/store/run_store.hpp"
+#include "hosts/embedded/system/interrupt.hpp"
+
+namespace varnholt::embedded {
+
+// So many trials are backtested once more for their daily PnL, evenly spread over all of them in
+// the order in which they were first evaluated: the PnL of a candidate is not kept, since its graph
+// gives it again.
+inline constexpr std::size_t kSampledTrials = 128;
+
+// The trials are those that the store has of these prices, the ones of earlier runs included.
+// `evaluator` is over the whole history that `plan` splits, of which the days in sample are looked
+// at. The verdict is stored, with the deflated Sharpe ratio of each signal whose hold-out was
+// evaluated. Where it is cut short, fewer trials are sampled; without any, all count as
+// independent.
+[[nodiscard]] RunLuck measure_luck(RunStore& store, std::int64_t run, const Evaluator& evaluator,
+                                   const EraPlan& plan, const std::vector<SubmittedSignal>& signals,
+                                   const StopQuestion& is_cut = {});
+
+}  // namespace varnholt::embedded
