@@ -265,9 +265,7 @@ SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
   summary.submitted = report_submitted_signals(*store, summary.run_id, whole, taker, is_cut);
   summary.luck = measure_luck(*store, summary.run_id, whole, data.plan, summary.submitted, is_cut);
   if (!summary.submitted.empty()) store->record_price_days(summary.run_id, date_texts(dates));
-  const std::vector<std::string> completed = complete_holdouts(
-      *store, pool, whole, taker,
-      [&stop, before = static_cast<int>(interrupt.requests)] { return stop->ends_report(before); });
+  const std::vector<std::string> completed = complete_holdouts(*store, pool, whole, taker, is_cut);
   summary.completed_holdouts = std::ssize(completed);
   for (const std::int64_t run : runs_of(completed))
     store->record_price_days(run, date_texts(dates));

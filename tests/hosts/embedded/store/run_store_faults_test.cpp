@@ -153,6 +153,8 @@ TEST_F(RunStoreFaults, AForkedChildCannotTouchTheStore) {
         [&] { store.record_holdout("1-1", "{}"); },
         [&] { store.record_figures("1-1", {}); },
         [&] { store.record_price_days(run, {}); },
+        [&] { store.record_luck(run, "{}", {}); },
+        [&] { static_cast<void>(store.trials(run)); },
         [&] { static_cast<void>(store.find_evaluation("1-1")); },
         [&] { static_cast<void>(store.submissions().list({})); },
         [&] {

@@ -212,6 +212,47 @@ TEST_F(RunStoreTest, KeepsTheExpressionAndTheLuckOfARun) {
   EXPECT_EQ(store.find_evaluation("1-1")->evaluation.expression, "cross_rank(close)");
   EXPECT_FALSE(store.find_evaluation("1-2")->evaluation.expression.has_value());
   EXPECT_FALSE(store.find_run(run)->luck_json.has_value());
+  store.record_figures(
+      "1-1", {{kInSample, R"({"beta":0.5})", 0, "[]"}, {kHoldout, R"({"beta":1.5})", 0, "[]"}});
+  store.record_luck(run, R"({"trials":2})", {{"1-1", 0.75}, {"1-2", 0.25}});
+  EXPECT_EQ(store.find_run(run)->luck_json, R"({"trials":2})");
+  const std::unique_ptr<StoreReader> reader = open_store_reader(path_);
+  EXPECT_EQ(reader->figures("1-1").at(kInSample), R"({"beta":0.5,"deflated_sharpe":0.75})");
+  EXPECT_EQ(reader->figures("1-1").at(kHoldout), R"({"beta":1.5})");
+}
+
+TEST_F(RunStoreTest, CountsAStructureOnceOverAllRunsOnTheSamePrices) {
+  SqliteRunStore store(path_);
+  const auto tried = [](std::int64_t number, const char* key, const char* statistics,
+                        const char* lineage) {
+    EvaluationRecord evaluation = passing(number, 0.5);
+    evaluation.graph_key = key;
+    evaluation.statistics_json = statistics;
+    evaluation.lineage_json = lineage;
+    return evaluation;
+  };
+  const char* const fresh = R"({"origin":"fresh"})";
+  const char* const bred = R"({"origin":"bred"})";
+  const std::int64_t first = store.begin_run(start());
+  store.record_evaluations(first, {tried(1, "a", R"({"gross_returns_sharpe":0.5})", fresh),
+                                   tried(2, "b", "null", fresh), tried(3, "c", "{}", bred)});
+  RunStart elsewhere = start();
+  elsewhere.price_digest = "of other prices";
+  store.record_evaluations(store.begin_run(elsewhere), {tried(1, "d", "{}", fresh)});
+  const std::int64_t third = store.begin_run(start());
+  store.record_evaluations(third, {tried(1, "a", R"({"gross_returns_sharpe":0.75})", bred),
+                                   tried(2, "e", "{damaged", fresh), tried(3, "f", "{}", "{")});
+  store.record_evaluations(store.begin_run(start()), {tried(1, "g", "{}", fresh)});
+  const std::vector<TrialRecord> trials = store.trials(third);
+  ASSERT_EQ(trials.size(), 3U);
+  EXPECT_EQ(trials[0].eval_id, "1-1");
+  EXPECT_EQ(trials[0].gross_sharpe, 0.5);
+  EXPECT_TRUE(trials[0].is_fresh);
+  EXPECT_EQ(trials[1].eval_id, "1-3");
+  EXPECT_FALSE(trials[1].gross_sharpe.has_value());
+  EXPECT_FALSE(trials[1].is_fresh);
+  EXPECT_EQ(trials[2].eval_id, "3-3");
+  EXPECT_EQ(store.trials(first).size(), 2U);
 }
 
 TEST_F(RunStoreTest, OrdersTheBestSignals) {
