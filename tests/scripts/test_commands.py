@@ -203,5 +203,5 @@ def test_requirements_are_pinned_by_contents() -> None:
     assert len(lines) >= 10
     for line in lines:
         name, _, rest = line.partition("==")
-        assert name == name.strip() and rest.count("--hash=sha256:") == 1, line
+        assert name == name.strip() and rest.count("--hash=sha256:") >= 1, line
     assert "\n--require-hashes\n" in text

@@ -149,8 +149,7 @@ TEST_F(SearchRunTest, StoresTheSettingsThatRepeatIt) {
           R"("max_window":120,"operator_rates":{"crossover":0.0,"hoist_mutation":0.1,)"
           R"("point_mutation":0.3,"subtree_mutation":0.2},"parsimony_weight":0.0,)"
           R"("periods_per_year":252.0,"price_format":{},"restart_threshold":3,"seconds":null,)"
-          R"("timeout_seconds":60.0,)"
-          R"("worker_memory_limit_bytes":null})");
+          R"("timeout_seconds":60.0,"vocabulary":{},"worker_memory_limit_bytes":null})");
 }
 
 TEST_F(SearchRunTest, TheTemplateJudgesItsOwnSettings) {
