@@ -239,7 +239,7 @@ class VocabularyReader {
       return parse_formula(text, known);
     } catch (const FormulaError& error) {
       // The problem and the remedy, without the lines below them.
-      const std::string told = error.text();
+      const std::string& told = error.text();
       const std::string line = told.substr(0, told.find('\n'));
       const std::size_t middle = line.find("; ");
       value.refuse("is no formula: " + line.substr(0, middle), middle == std::string::npos

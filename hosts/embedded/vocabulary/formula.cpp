@@ -267,7 +267,7 @@ class FormulaParser {
       FormulaParser inner(short_form.formula, vocabulary_, limits_, 1, std::move(bindings));
       return at(inner.whole(), offset);
     } catch (const FormulaError& error) {
-      const std::string text = error.text();
+      const std::string& text = error.text();
       const std::size_t begin = text.find(": ") + 2;
       const std::size_t middle = text.find("; ", begin);
       tokens_.refuse(offset,

@@ -42,8 +42,12 @@ Panel roll(const Panel& x, const Window& window, Lift lift, Combine combine, Res
   return panel;
 }
 
+double value_or(double otherwise, double value) {
+  return std::isnan(value) ? otherwise : value;
+}
+
 double value_or_zero(double value) {
-  return std::isnan(value) ? 0.0 : value;
+  return value_or(0.0, value);
 }
 
 double add(double a, double b) {
@@ -172,14 +176,14 @@ Panel ts_mean(const Panel& x, const Window& window) {
 
 Panel ts_min(const Panel& x, const Window& window) {
   return roll(
-      x, window, [](double value) { return std::isnan(value) ? kInfinity : value; },
+      x, window, [](double value) { return value_or(kInfinity, value); },
       [](double a, double b) { return b < a ? b : a; },
       [](double least, const double* /*last*/, double /*known*/) { return least; });
 }
 
 Panel ts_max(const Panel& x, const Window& window) {
   return roll(
-      x, window, [](double value) { return std::isnan(value) ? -kInfinity : value; },
+      x, window, [](double value) { return value_or(-kInfinity, value); },
       [](double a, double b) { return b > a ? b : a; },
       [](double greatest, const double* /*last*/, double /*known*/) { return greatest; });
 }
