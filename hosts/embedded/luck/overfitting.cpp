@@ -41,7 +41,7 @@ ArrayXd chosen(const ArrayXXd& blocks, std::uint32_t side) {
 
 // Of one side, up to a factor that all trials share.
 ArrayXd sharpes(const BlockSums& blocks, std::uint32_t side, Index days) {
-  const auto count = static_cast<double>(days * kOverfittingBlocks / 2);
+  const double count = static_cast<double>(days * kOverfittingBlocks) / 2.0;
   const ArrayXd mean = chosen(blocks.sums, side) / count;
   const ArrayXd variance = (chosen(blocks.squares, side) / count - mean.square()).max(0.0);
   ArrayXd found(mean.size());
