@@ -1,8 +1,8 @@
 #include "apps/genetic_search/json_events.hpp"
 
 #include <cmath>
+#include <optional>
 
-#include "apps/genetic_search/luck_text.hpp"
 #include "apps/genetic_search/progress_line.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/host_object.hpp"
@@ -143,6 +143,10 @@ Json submitted_json(const embedded::SubmittedSignal& signal) {
   return object;
 }
 
+Json or_null(const std::optional<double>& figure) {
+  return figure ? number_json(*figure) : Json(nullptr);
+}
+
 }  // namespace
 
 Json number_json(double number) {
@@ -214,6 +218,28 @@ Json log_event(embedded::LogLevel level, std::string_view text) {
 
 Json stopping_event(const SearchProgress& progress) {
   return event_of("stopping", progress_json(progress));
+}
+
+Json luck_json(const embedded::RunLuck& luck) {
+  Json best = nullptr;
+  if (luck.best) {
+    best = {{"eval_id", luck.best->eval_id},
+            {"in_sample_sharpe", number_json(luck.best->in_sample_sharpe)},
+            {"holdout_sharpe", number_json(luck.best->holdout_sharpe)},
+            {"deflated_sharpe", number_json(luck.deflated_sharpe)},
+            {"confidence", number_json(luck.confidence)}};
+  }
+  return {{"trials", luck.spread.trials},
+          {"independent_trials", number_json(luck.spread.independent)},
+          {"sampled_trials", luck.sampled_trials},
+          {"expected_maximum_sharpe", number_json(luck.expected_maximum_sharpe)},
+          {"better_than_luck", luck.better_than_luck},
+          {"best", best},
+          {"overfitting_probability", or_null(luck.overfitting_probability)},
+          {"signals", luck.signals},
+          {"mean_in_sample_sharpe", number_json(luck.mean_in_sample_sharpe)},
+          {"mean_holdout_sharpe", number_json(luck.mean_holdout_sharpe)},
+          {"sample_correlation", or_null(luck.sample_correlation)}};
 }
 
 Json ended_event(const embedded::SearchSummary& summary, const std::filesystem::path& database,

@@ -32,6 +32,8 @@ using Json = nlohmann::ordered_json;
 [[nodiscard]] Json generation_event(const embedded::SearchProgress& progress);
 [[nodiscard]] Json log_event(embedded::LogLevel level, std::string_view text);
 [[nodiscard]] Json stopping_event(const embedded::SearchProgress& progress);
+// The member `luck` of the event "ended".
+[[nodiscard]] Json luck_json(const embedded::RunLuck& luck);
 // `why` is the cause in words.
 [[nodiscard]] Json ended_event(const embedded::SearchSummary& summary,
                                const std::filesystem::path& database, std::string_view why);

@@ -1,7 +1,6 @@
 #include "apps/genetic_search/luck_text.hpp"
 
 #include <cstdint>
-#include <optional>
 
 #include <fmt/format.h>
 
@@ -42,10 +41,6 @@ std::string samples_text(const embedded::RunLuck& luck) {
   return text + ".";
 }
 
-Json or_null(const std::optional<double>& figure) {
-  return figure ? number_json(*figure) : Json(nullptr);
-}
-
 }  // namespace
 
 std::string luck_text(const embedded::RunLuck& luck, Width width) {
@@ -61,28 +56,6 @@ std::string luck_text(const embedded::RunLuck& luck, Width width) {
                        width);
   }
   return text;
-}
-
-Json luck_json(const embedded::RunLuck& luck) {
-  Json best = nullptr;
-  if (luck.best) {
-    best = {{"eval_id", luck.best->eval_id},
-            {"in_sample_sharpe", number_json(luck.best->in_sample_sharpe)},
-            {"holdout_sharpe", number_json(luck.best->holdout_sharpe)},
-            {"deflated_sharpe", number_json(luck.deflated_sharpe)},
-            {"confidence", number_json(luck.confidence)}};
-  }
-  return {{"trials", luck.spread.trials},
-          {"independent_trials", number_json(luck.spread.independent)},
-          {"sampled_trials", luck.sampled_trials},
-          {"expected_maximum_sharpe", number_json(luck.expected_maximum_sharpe)},
-          {"better_than_luck", luck.better_than_luck},
-          {"best", best},
-          {"overfitting_probability", or_null(luck.overfitting_probability)},
-          {"signals", luck.signals},
-          {"mean_in_sample_sharpe", number_json(luck.mean_in_sample_sharpe)},
-          {"mean_holdout_sharpe", number_json(luck.mean_holdout_sharpe)},
-          {"sample_correlation", or_null(luck.sample_correlation)}};
 }
 
 }  // namespace varnholt::app

@@ -8,8 +8,6 @@
 
 #include <zlib.h>
 
-#include "hosts/embedded/market/price_file.hpp"
-
 namespace varnholt::embedded {
 namespace {
 

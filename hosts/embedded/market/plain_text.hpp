@@ -1,6 +1,7 @@
 // The bytes of a price file as text: unpacked, and in UTF-8.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -8,6 +9,9 @@
 #include "hosts/embedded/system/interrupt.hpp"
 
 namespace varnholt::embedded {
+
+// The largest price file that is read: 4 GiB, more than the cells that a search can hold.
+inline constexpr std::size_t kLargestPriceBytes = std::size_t{4} << 30U;
 
 // What gzip packed is unpacked, and UTF-16 with a byte order mark turned into UTF-8; any other text
 // stands for itself and is not copied. PriceFileError for a file that is damaged or that is no

@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "hosts/embedded/market/long_prices.hpp"
-#include "hosts/embedded/market/plain_text.hpp"
 #include "hosts/embedded/market/price_rows.hpp"
 #include "hosts/embedded/market/wide_prices.hpp"
 #include "hosts/embedded/system/read_file.hpp"

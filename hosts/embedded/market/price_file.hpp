@@ -41,6 +41,7 @@
 #include <string_view>
 
 #include "hosts/embedded/market/market_data.hpp"
+#include "hosts/embedded/market/plain_text.hpp"
 #include "hosts/embedded/market/price_file_error.hpp"
 #include "hosts/embedded/market/price_format.hpp"
 #include "hosts/embedded/system/interrupt.hpp"
@@ -52,9 +53,6 @@ namespace varnholt::embedded {
 [[nodiscard]] MarketData read_price_file(const std::filesystem::path& path,
                                          const PriceFormat& format = {},
                                          const InterruptCheck& check = {});
-
-// The largest price file that is read: 4 GiB, more than the cells that a search can hold.
-inline constexpr std::size_t kLargestPriceBytes = std::size_t{4} << 30U;
 
 // The bytes of that file, for callers that need more than the prices. PriceFileError when they
 // cannot be read.

@@ -27,21 +27,12 @@
 #include <string_view>
 #include <vector>
 
+#include "hosts/embedded/vocabulary/formula_error.hpp"
 #include "hosts/embedded/vocabulary/graph_shape.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
-#include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::embedded {
-
-// A formula that cannot be read. The text is "PLACE: PROBLEM; REMEDY", and below it the line of the
-// formula with a caret under the place, which is a line and a column, both from 1.
-class FormulaError : public genetic::ValueError {
- public:
-  // `offset` counts the bytes before the place; the formula begins in `first_line`.
-  FormulaError(std::string_view formula, std::size_t offset, std::size_t first_line,
-               const std::string& problem, const std::string& remedy);
-};
 
 // The graph of a formula, which check_graph accepts. Throws FormulaError for any other text.
 [[nodiscard]] genetic::Value parse_formula(std::string_view text, const Vocabulary& vocabulary,

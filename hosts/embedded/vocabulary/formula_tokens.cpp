@@ -7,7 +7,7 @@
 #include <string>
 #include <system_error>
 
-#include "hosts/embedded/vocabulary/formula.hpp"
+#include "hosts/embedded/vocabulary/formula_error.hpp"
 #include "hosts/embedded/vocabulary/graph_node.hpp"
 
 namespace varnholt::embedded {

@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "apps/genetic_search/json_events.hpp"
+
 namespace varnholt::app {
 namespace {
 
