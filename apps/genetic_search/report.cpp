@@ -78,6 +78,10 @@ std::string pool_remedy(const std::string& reason, const embedded::PoolSettings&
     return fmt::format("{}lower pool.novelty_min in --config below {}", kOtherPool,
                        pool.novelty_min);
   }
+  if (reason == embedded::kDeflatedSharpeBelowMin) {
+    return fmt::format("lower pool.deflated_sharpe_min in --config below {}",
+                       pool.deflated_sharpe_min);
+  }
   return {};
 }
 

@@ -68,6 +68,8 @@ std::vector<ConfigKey> other_keys() {
                     real_key<&HostConfig::pool, &PoolSettings::correlation_max>(0.0, 1.0)},
           ConfigKey{"pool", "novelty_min",
                     real_key<&HostConfig::pool, &PoolSettings::novelty_min>(0.0, 1.0)},
+          ConfigKey{"pool", "deflated_sharpe_min",
+                    real_key<&HostConfig::pool, &PoolSettings::deflated_sharpe_min>(0.0, 1.0)},
           ConfigKey{"pool", "minimum_days",
                     IntegerKey{[](HostConfig& config, std::int64_t days) {
                                  config.pool.minimum_days = days;

@@ -34,8 +34,14 @@ struct PoolSettings {
   double correlation_max = kDefaultMaxCorrelation;
   // The least novelty beside the members of the signal pool.
   double novelty_min = kDefaultMinNovelty;
+  // The least deflated Sharpe ratio of a signal, a probability; 0 for none.
+  double deflated_sharpe_min = 0.0;
   // The fewest days on which two signals can be compared.
   std::int64_t minimum_days = kDefaultCommonDays;
+
+  [[nodiscard]] PoolThresholds thresholds() const {
+    return {novelty_min, correlation_max, deflated_sharpe_min};
+  }
 };
 
 struct HostConfig {

@@ -1,5 +1,7 @@
 #include "hosts/embedded/host/signal_submission.hpp"
 
+#include <utility>
+
 #include "hosts/embedded/host/statistics_object.hpp"
 #include "hosts/embedded/signal_pool/pool_errors.hpp"
 #include "hosts/embedded/system/wall_clock.hpp"
@@ -22,12 +24,13 @@ const Eigen::ArrayXd& required_pnl(const Value& stats) {
 
 SignalSubmission::SignalSubmission(RunStore& store, const Evaluator& evaluator,
                                    const PoolIdentity& identity, const PoolSettings& settings,
-                                   const std::optional<Eigen::ArrayXd>& founder)
+                                   const std::optional<Eigen::ArrayXd>& founder,
+                                   SubmissionQueue::TrialCount trials)
     : evaluator_(evaluator),
-      thresholds_{settings.novelty_min, settings.correlation_max},
+      thresholds_{settings.thresholds()},
       pool_(store, identity, static_cast<Eigen::Index>(settings.minimum_days), settings.novelty_min,
             founder),
-      queue_(store, pool_, thresholds_, wall_clock_seconds) {}
+      queue_(store, pool_, thresholds_, wall_clock_seconds, std::move(trials)) {}
 
 bool SignalSubmission::refresh() {
   last_measured_.reset();

@@ -29,9 +29,11 @@ class PoolDataNotReady : public genetic::RuntimeError {
 
 class SignalSubmission {
  public:
-  // Store and evaluator must outlive the object. `founder` is that of the pool (SignalPool).
+  // Store and evaluator must outlive the object. `founder` is that of the pool (SignalPool),
+  // `trials` is the queue's (SubmissionQueue).
   SignalSubmission(RunStore& store, const Evaluator& evaluator, const PoolIdentity& identity,
-                   const PoolSettings& settings, const std::optional<Eigen::ArrayXd>& founder = {});
+                   const PoolSettings& settings, const std::optional<Eigen::ArrayXd>& founder = {},
+                   SubmissionQueue::TrialCount trials = {});
 
   [[nodiscard]] const PoolIdentity& identity() const { return pool_.identity(); }
   [[nodiscard]] const PoolThresholds& thresholds() const { return thresholds_; }

@@ -148,7 +148,8 @@ void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder
   const Evaluator& evaluator = setup.evaluator();
   SignalSubmission submission(
       store, evaluator, pool, options.config.pool,
-      market_backtest(evaluator.close(), evaluator.options().book).net_returns);
+      market_backtest(evaluator.close(), evaluator.options().book).net_returns,
+      [&store_ = store, run = recorder.run()] { return store_.trial_count(run); });
   HostSettings settings =
       host_settings(options, observer, client_manifest(setup.data(), recorder.run()));
   Settling settling(conduct, submission, recorder);

@@ -54,7 +54,7 @@ const SearchOptions& checked(const SearchOptions& options) {
   book.periods_per_year = options.periods_per_year.value_or(book.periods_per_year);
   check_book_rules(book);
   // A configuration that was not read from a file is checked by nobody else before the store.
-  check_pool_thresholds({options.config.pool.novelty_min, options.config.pool.correlation_max});
+  check_pool_thresholds(options.config.pool.thresholds());
   for (const Gate& gate : gate_table()) {
     require(!std::isnan(gate.threshold(options.config.gates, options.config.limits)),
             fmt::format("the threshold {} must be a number", gate.name.view()));

@@ -22,6 +22,7 @@ void require_share(double value, const char* name) {
 void check_pool_thresholds(const PoolThresholds& thresholds) {
   require_share(thresholds.min_novelty, "the least novelty of a new signal");
   require_share(thresholds.max_correlation, "the greatest correlation to the pool");
+  require_share(thresholds.min_deflated_sharpe, "the least deflated Sharpe ratio");
 }
 
 double novelty_of(double mutual_information) {

@@ -1,4 +1,4 @@
-// The two gates of the signal pool, which a signal passes to join it.
+// The gates of the signal pool, which a signal passes to join it.
 #pragma once
 
 #include <cstdint>
@@ -27,7 +27,8 @@ struct PoolMeasure {
   std::int64_t informed = 0;
 };
 
-// A signal passes with a novelty of at least the one and a correlation of at most the other.
+// A signal passes with a novelty of at least the one and a correlation of at most the other, and
+// with a deflated Sharpe ratio of at least the third (luck_gate.hpp); 0 asks for none.
 //
 // The novelty of independent signals is not 1 but scatters below it, since their mutual information
 // is estimated: over 1,000 days, mostly from 0.8 on. A minimum above 0.6 would refuse what is new.
@@ -37,9 +38,10 @@ inline constexpr double kDefaultMaxCorrelation = 0.7;
 struct PoolThresholds {
   double min_novelty = kDefaultMinNovelty;
   double max_correlation = kDefaultMaxCorrelation;
+  double min_deflated_sharpe = 0.0;
 };
 
-// Throws std::invalid_argument unless both are from 0 to 1.
+// Throws std::invalid_argument unless all are from 0 to 1.
 void check_pool_thresholds(const PoolThresholds& thresholds);
 
 // 1 - sqrt(1 - exp(-2 I)) for mutual information of I nats; what an estimate has below 0 counts as
@@ -53,14 +55,17 @@ void check_pool_thresholds(const PoolThresholds& thresholds);
 [[nodiscard]] bool passes_novelty(const PoolMeasure& measure, const PoolThresholds& thresholds);
 [[nodiscard]] bool passes_correlation(const PoolMeasure& measure, const PoolThresholds& thresholds);
 
-// A gate that a signal failed: "pnl_mi_below_threshold" or "correlation_exceeded", and what was
-// measured, for people.
+// The host's own reason; those of the two other gates are the search's.
+inline constexpr const char* kDeflatedSharpeBelowMin = "deflated_sharpe_below_min";
+
+// A gate that a signal failed: "pnl_mi_below_threshold", "correlation_exceeded" or the reason
+// above, and what was measured, for people.
 struct PoolRefusal {
   std::string reason;
   std::string detail;
 };
 
-// Absent when both gates are passed. Of two failed gates the mutual information's is named.
+// Absent when novelty and correlation pass. Of two failed gates the mutual information's is named.
 [[nodiscard]] std::optional<PoolRefusal> refusal(const PoolMeasure& measure,
                                                  const PoolThresholds& thresholds);
 

@@ -101,6 +101,8 @@ class RunStore {
   // The structures that this run and those before it backtested on the same prices, each once, the
   // earliest first.
   [[nodiscard]] virtual std::vector<TrialRecord> trials(std::int64_t run) = 0;
+  // How many of them there are.
+  [[nodiscard]] virtual std::int64_t trial_count(std::int64_t run) = 0;
   virtual void record_metrics(std::int64_t run, const std::string& record_json) = 0;
   // The first end counts: false when the run had ended before, and then nothing is changed.
   // Attempts and markers that are still open end with it, as those of a run that died: an error in

@@ -97,6 +97,11 @@ std::vector<TrialRecord> SqliteRunStore::trials(std::int64_t run) {
   return found;
 }
 
+std::int64_t SqliteRunStore::trial_count(std::int64_t run) {
+  SqliteUse rows(statements_->count_trials);
+  return rows.bind("run", run).step() ? rows.integer("count") : 0;
+}
+
 std::vector<EvaluationRecord> SqliteRunStore::best_signals(std::int64_t run, std::int64_t count,
                                                            SignalOrder order) {
   std::vector<EvaluationRecord> found;

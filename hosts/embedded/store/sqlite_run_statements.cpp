@@ -9,6 +9,7 @@ constexpr const char* kReadingRuns = "reading runs";
 constexpr const char* kReadingSignals = "reading the best signals";
 constexpr const char* kCounting = "counting evaluations";
 constexpr const char* kReadingMetrics = "reading metrics";
+constexpr const char* kReadingTrials = "reading what was tried";
 
 constexpr const char* kInsertMetrics =
     "INSERT INTO metrics (run_id, record) VALUES (:run, :record)";
@@ -33,14 +34,17 @@ constexpr const char* kUpdateDeflated =
     "UPDATE signal_figures SET figures = json_set(figures, '$.deflated_sharpe', :deflated) "
     "WHERE sample = 'in_sample' AND evaluation_id = "
     "(SELECT id FROM evaluations WHERE eval_id = :eval_id)";
-// With min(), the other columns are those of the row that has it.
-constexpr const char* kSelectTrials =
-    "SELECT min(e.id) AS first, e.eval_id AS eval_id, "
-    "e.statistics ->> 'gross_returns_sharpe' AS gross_sharpe, "
-    "iif(json_valid(e.lineage), e.lineage ->> 'origin' = 'fresh', 0) AS is_fresh "
+// What was backtested on the prices of a run, until it.
+constexpr const char* kTrials =
     "FROM evaluations e JOIN runs r ON r.id = e.run_id "
     "WHERE r.id <= :run AND r.price_digest = (SELECT price_digest FROM runs WHERE id = :run) "
-    "AND json_valid(e.statistics) AND e.statistics <> 'null' GROUP BY e.graph_key ORDER BY first";
+    "AND json_valid(e.statistics) AND e.statistics <> 'null' ";
+// With min(), the other columns are those of the row that has it.
+constexpr const char* kFirstOfEach =
+    "SELECT min(e.id) AS first, e.eval_id AS eval_id, "
+    "e.statistics ->> 'gross_returns_sharpe' AS gross_sharpe, "
+    "iif(json_valid(e.lineage), e.lineage ->> 'origin' = 'fresh', 0) AS is_fresh ";
+constexpr const char* kCountOfEach = "SELECT count(DISTINCT e.graph_key) AS count ";
 
 constexpr const char* kAllRuns = "ORDER BY id";
 constexpr const char* kOpenRuns = "WHERE ended_at IS NULL ORDER BY id";
@@ -87,7 +91,10 @@ SqliteRunStatements::SqliteRunStatements(SqliteDatabase& database)
       insert_price_day(database, kInsertPriceDay, kRecordingFigures),
       update_luck(database, kUpdateLuck, kRecordingFigures),
       update_deflated(database, kUpdateDeflated, kRecordingFigures),
-      select_trials(database, kSelectTrials, "reading what was tried"),
+      select_trials(database,
+                    std::string(kFirstOfEach) + kTrials + "GROUP BY e.graph_key ORDER BY first",
+                    kReadingTrials),
+      count_trials(database, std::string(kCountOfEach) + kTrials, kReadingTrials),
       select_open_runs(database, runs_where(kOpenRuns), kMarking),
       select_runs(database, runs_where(kAllRuns), kReadingRuns),
       select_by_quality(database, evaluations_where(kByQuality), kReadingSignals),

@@ -30,6 +30,7 @@ struct SqliteRunStatements {
   SqliteStatement update_luck;
   SqliteStatement update_deflated;
   SqliteStatement select_trials;
+  SqliteStatement count_trials;
   SqliteStatement select_open_runs;
   SqliteStatement select_runs;
   SqliteStatement select_by_quality;

@@ -43,6 +43,7 @@ class SqliteRunStore final : public RunStore {
   void record_luck(std::int64_t run, const std::string& record_json,
                    const std::map<std::string, double>& deflated_sharpes) override;
   [[nodiscard]] std::vector<TrialRecord> trials(std::int64_t run) override;
+  [[nodiscard]] std::int64_t trial_count(std::int64_t run) override;
   void record_metrics(std::int64_t run, const std::string& record_json) override;
   bool end_run(std::int64_t run, double ended_at, const std::string& terminal_reason) override;
 

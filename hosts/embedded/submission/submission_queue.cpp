@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include "hosts/embedded/signal_pool/pool_errors.hpp"
+#include "hosts/embedded/submission/luck_gate.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -66,18 +67,23 @@ std::optional<std::string> missing_measure(const SignalPool& pool, const Submiss
   return fmt::format("pool member {} was submitted on other prices", *member);
 }
 
+std::optional<ArrayXd> readable_pnl(const SubmissionPnl& queued) {
+  if (!queued.pnl) return std::nullopt;
+  const auto size = static_cast<Eigen::Index>(queued.pnl->size());
+  return ArrayXd(Eigen::Map<const ArrayXd>(queued.pnl->data(), size));
+}
+
 // What keeps a measure from being made for now, or nothing.
 std::optional<std::string> try_to_measure(SignalPool& pool, const SubmissionPnl& queued,
                                           PoolMeasure& measure) {
   if (queued.measured == Measured::Never) {
     return fmt::format("it cannot be measured on these prices ({})", queued.problem);
   }
-  if (!queued.pnl) return "its own PnL in the store cannot be read";
-  const auto size = static_cast<Eigen::Index>(queued.pnl->size());
-  const ArrayXd pnl = Eigen::Map<const ArrayXd>(queued.pnl->data(), size);
-  if (!pnl.isFinite().all()) return "its own PnL in the store has an entry that is no number";
+  const std::optional<ArrayXd> pnl = readable_pnl(queued);
+  if (!pnl) return "its own PnL in the store cannot be read";
+  if (!pnl->isFinite().all()) return "its own PnL in the store has an entry that is no number";
   try {
-    measure = pool.measure(pnl);
+    measure = pool.measure(*pnl);
     return std::nullopt;
   } catch (const PoolMetricNotYetComputable& error) {
     return error.what();
@@ -94,9 +100,18 @@ bool SyncReport::waits_for_measures() const {
 }
 
 SubmissionQueue::SubmissionQueue(RunStore& store, SignalPool& pool,
-                                 const PoolThresholds& thresholds, WallClock wall_clock)
-    : store_(store), pool_(pool), thresholds_(thresholds), wall_clock_(std::move(wall_clock)) {
+                                 const PoolThresholds& thresholds, WallClock wall_clock,
+                                 TrialCount trials)
+    : store_(store),
+      pool_(pool),
+      thresholds_(thresholds),
+      wall_clock_(std::move(wall_clock)),
+      trials_(std::move(trials)) {
   check_pool_thresholds(thresholds);
+  if (asks_for_luck() && !trials_) {
+    throw std::invalid_argument(
+        "a least deflated Sharpe ratio needs the number of trials; give the queue their count");
+  }
 }
 
 void SubmissionQueue::check_payload(const Mapping& payload) const {
@@ -134,15 +149,17 @@ bool SubmissionQueue::enqueue(const Mapping& payload, const ArrayXd& pnl) {
 SyncReport SubmissionQueue::sync() {
   SyncReport report;
   try {
-    for (const std::int64_t id : store_.submissions().queued_numbers(pool_.identity()))
-      settle_number(id, report);
+    const std::vector<std::int64_t> queued = store_.submissions().queued_numbers(pool_.identity());
+    const std::int64_t trials = asks_for_luck() && !queued.empty() ? trials_() : 0;
+    for (const std::int64_t id : queued)
+      settle_number(id, trials, report);
   } catch (const StoreBusyError&) {
     report.store_was_busy = true;
   }
   return report;
 }
 
-void SubmissionQueue::settle_number(std::int64_t id, SyncReport& report) {
+void SubmissionQueue::settle_number(std::int64_t id, std::int64_t trials, SyncReport& report) {
   std::optional<SettledSubmission> settled;
   // While the lock is held nobody else can enqueue, settle or join the pool. Whatever leaves before
   // its end leaves the payload queued.
@@ -150,14 +167,14 @@ void SubmissionQueue::settle_number(std::int64_t id, SyncReport& report) {
     const std::optional<SubmissionPnl> queued =
         store_.submissions().queued(id, pool_.identity().data_key);
     if (!queued) return RunStore::LockedWork::Undo;
-    settled = settle(*queued, report);
+    settled = settle(*queued, trials, report);
     return settled ? RunStore::LockedWork::Keep : RunStore::LockedWork::Undo;
   });
   if (settled) report.settled.push_back(*std::move(settled));
 }
 
 std::optional<SettledSubmission> SubmissionQueue::settle(const SubmissionPnl& queued,
-                                                         SyncReport& report) {
+                                                         std::int64_t trials, SyncReport& report) {
   pool_.refresh_under_lock();
   SettledSubmission settled{queued.id, queued.eval_id, {}, {}};
   if (const auto why = missing_measure(pool_, queued)) {
@@ -170,6 +187,9 @@ std::optional<SettledSubmission> SubmissionQueue::settle(const SubmissionPnl& qu
     return std::nullopt;
   }
   settled.refusal = refusal(settled.measure, thresholds_);
+  if (!settled.refusal && asks_for_luck()) {
+    settled.refusal = luck_refusal(*readable_pnl(queued), trials, thresholds_.min_deflated_sharpe);
+  }
   if (!store_.submissions().settle(
           queued.id, settlement_of(settled.measure, thresholds_, settled.refusal, wall_clock_()))) {
     throw std::logic_error("a queued submission was settled under another's lock");

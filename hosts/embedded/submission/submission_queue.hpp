@@ -7,9 +7,11 @@
 // The search measures each signal against the pool as it is at that moment; two signals of one
 // generation that are alike can thus both pass. Therefore nothing counts as submitted by being
 // enqueued: a sync settles the queued payloads, generation by generation and in each the best
-// signal first, each by the same two gates against the pool as the one before has left it. Whether
-// the search marked a payload as pending makes no difference. What a run left in the queue when it
-// died is settled by the next sync of any run on the same pool.
+// signal first, each by the same two gates against the pool as the one before has left it, and
+// where the user asks for it by a third one on luck, which nobody can judge before, because only
+// here the number of trials is known. Whether the search marked a payload as pending makes no
+// difference. What a run left in the queue when it died is settled by the next sync of any run on
+// the same pool.
 //
 // A payload is settled in one transaction, under the store's lock: a crash at any moment leaves it
 // queued or settled, and two processes that settle at once take turns.
@@ -63,11 +65,15 @@ class SubmissionQueue {
  public:
   // The seconds of wall time since 1970-01-01 UTC.
   using WallClock = std::function<double()>;
+  // How many different expressions were backtested until now (RunStore::trial_count).
+  using TrialCount = std::function<std::int64_t()>;
 
-  // Store and pool must outlive the queue, and the pool be of this store. Throws
-  // std::invalid_argument for thresholds that are not from 0 to 1.
+  // Store and pool must outlive the queue, and the pool be of this store. The trials are asked for
+  // once a sync, where the thresholds have a least deflated Sharpe ratio. Throws
+  // std::invalid_argument for thresholds that are not from 0 to 1, and for such a one without
+  // trials.
   SubmissionQueue(RunStore& store, SignalPool& pool, const PoolThresholds& thresholds,
-                  WallClock wall_clock);
+                  WallClock wall_clock, TrialCount trials = {});
 
   // Keeps a payload and the PnL of its signal. `eval_id` in the payload names the evaluation, which
   // must be in the store. False only when the store is busy. A payload whose structure is queued or
@@ -84,14 +90,17 @@ class SubmissionQueue {
  private:
   void check_payload(const genetic::Mapping& payload) const;
   // Nothing is done where another process has settled it meanwhile.
-  void settle_number(std::int64_t id, SyncReport& report);
+  void settle_number(std::int64_t id, std::int64_t trials, SyncReport& report);
   // Under the lock. Nothing where the payload has to wait.
-  std::optional<SettledSubmission> settle(const SubmissionPnl& queued, SyncReport& report);
+  std::optional<SettledSubmission> settle(const SubmissionPnl& queued, std::int64_t trials,
+                                          SyncReport& report);
+  [[nodiscard]] bool asks_for_luck() const { return thresholds_.min_deflated_sharpe > 0.0; }
 
   RunStore& store_;
   SignalPool& pool_;
   PoolThresholds thresholds_;
   WallClock wall_clock_;
+  TrialCount trials_;
 };
 
 }  // namespace varnholt::embedded

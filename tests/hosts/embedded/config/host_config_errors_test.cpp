@@ -74,6 +74,7 @@ TEST(HostConfigErrors, ANumberOutOfRange) {
       {"limits", "delta_exposure", {"0", "1"}, {"-1", "1.01"}, "from 0 to 1"},
       {"pool", "correlation_max", {"0", "1"}, {"-0.1", "1.1"}, "from 0 to 1"},
       {"pool", "novelty_min", {"0", "1"}, {"-0.1", "1.01"}, "from 0 to 1"},
+      {"pool", "deflated_sharpe_min", {"0", "0.95"}, {"-0.1", "1.01"}, "from 0 to 1"},
       {"pool", "minimum_days", {"10", "1000000"}, {"9", "1000001", "-60"}, "from 10 to 1000000"},
       {"eras", "train", {"1", "1000"}, {"0", "-3", "1001", "4294967297"}, "from 1 to 1000"},
       {"eras",

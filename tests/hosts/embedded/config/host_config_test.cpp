@@ -41,6 +41,7 @@ void expect_equal(const HostConfig& actual, const HostConfig& expected) {
   EXPECT_EQ(actual.pool.name, expected.pool.name);
   EXPECT_EQ(actual.pool.correlation_max, expected.pool.correlation_max);
   EXPECT_EQ(actual.pool.novelty_min, expected.pool.novelty_min);
+  EXPECT_EQ(actual.pool.deflated_sharpe_min, expected.pool.deflated_sharpe_min);
   EXPECT_EQ(actual.pool.minimum_days, expected.pool.minimum_days);
   EXPECT_EQ(actual.eras.train, expected.eras.train);
   EXPECT_EQ(actual.eras.holdout, expected.eras.holdout);
@@ -103,7 +104,7 @@ std::vector<std::pair<std::string, std::string>> example_lines() {
 TEST(HostConfig, TheExampleHasEveryKeyAndTheDocumentationTellsIt) {
   const std::string documentation = file_text(kRoot / "docs/configuration.md");
   const auto lines = example_lines();
-  EXPECT_EQ(lines.size(), 21U);
+  EXPECT_EQ(lines.size(), 22U);
   for (const auto& [table, key] : lines) {
     SCOPED_TRACE(table + " " + key);
     EXPECT_THAT(documentation, HasSubstr("## `" + table + "`"));

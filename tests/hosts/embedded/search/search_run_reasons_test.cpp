@@ -116,6 +116,21 @@ TEST(SearchRunReasonTables, AreAllAmongTheCases) {
     EXPECT_TRUE(is_tested(reason.view())) << reason.view();
 }
 
+TEST_F(SearchRunTest, ALeastDeflatedSharpeRatioKeepsLuckOutOfThePool) {
+  SearchOptions options = this->options();
+  // Noise: what passes is luck, and without the gate some of it is submitted.
+  options.config = config_of("pool.deflated_sharpe_min = 0.99");
+  options.batch_size = 8;
+  options.generations = 3;
+  static_cast<void>(run_search(options, observer_, interrupt_));
+  std::int64_t refused = 0;
+  for (const SettledSignal& signal : observer_.settled) {
+    EXPECT_FALSE(signal.submitted);
+    refused += signal.refusal_reason == kDeflatedSharpeBelowMin ? 1 : 0;
+  }
+  EXPECT_GT(refused, 0);
+}
+
 class SearchRunRefusals : public SearchRunTest {
  protected:
   template <typename Error>

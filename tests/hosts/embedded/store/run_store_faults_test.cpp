@@ -155,6 +155,7 @@ TEST_F(RunStoreFaults, AForkedChildCannotTouchTheStore) {
         [&] { store.record_price_days(run, {}); },
         [&] { store.record_luck(run, "{}", {}); },
         [&] { static_cast<void>(store.trials(run)); },
+        [&] { static_cast<void>(store.trial_count(run)); },
         [&] { static_cast<void>(store.find_evaluation("1-1")); },
         [&] { static_cast<void>(store.submissions().list({})); },
         [&] {

@@ -253,6 +253,8 @@ TEST_F(RunStoreTest, CountsAStructureOnceOverAllRunsOnTheSamePrices) {
   EXPECT_FALSE(trials[1].is_fresh);
   EXPECT_EQ(trials[2].eval_id, "3-3");
   EXPECT_EQ(store.trials(first).size(), 2U);
+  EXPECT_EQ(store.trial_count(first), 2);
+  EXPECT_EQ(store.trial_count(third), static_cast<std::int64_t>(trials.size()));
 }
 
 TEST_F(RunStoreTest, OrdersTheBestSignals) {
