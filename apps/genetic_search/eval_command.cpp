@@ -183,7 +183,7 @@ class Evaluations {
     const embedded::Expression expression = evaluator.compile(told.graph);
     told.shape = expression.shape;
     const Panel signal = evaluator.signal(expression);
-    const Panel weights = embedded::signal_weights(signal);
+    const Panel weights = evaluator.weights(signal);
     const embedded::BacktestResult in_sample =
         embedded::in_sample_backtest(weights, evaluator.close(), book_, plan_);
     told.statistics = {

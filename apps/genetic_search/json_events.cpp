@@ -184,6 +184,7 @@ Json started_event(const embedded::SearchStarted& started) {
                    {"delay_days", started.book.delay_days},
                    {"delisting_return", started.book.delisting_return},
                    {"least_known_share", started.book.least_known_share},
+                   {"neutralize", started.book.neutralize},
                    {"periods_per_year", started.book.periods_per_year},
                    {"periods_are_inferred", started.periods_are_inferred}});
 }

@@ -91,6 +91,12 @@ std::string terminal_reason(const SearchSummary& summary) {
   return reason.is_absent() ? std::string() : on_one_line(genetic::str(reason));
 }
 
+std::string neutral_text(const embedded::BookRules& rules) {
+  if (rules.neutralize == embedded::kNeutralizeNone) return "not neutralized";
+  if (rules.neutralize == embedded::kNeutralizeMarket) return "neutralized across the market";
+  return fmt::format("neutralized within each {}", on_one_line(rules.neutralize));
+}
+
 }  // namespace
 
 std::string book_text(const embedded::BookRules& rules, bool periods_are_inferred) {
@@ -99,10 +105,11 @@ std::string book_text(const embedded::BookRules& rules, bool periods_are_inferre
                                  : fmt::format("traded {} after the close of the signal",
                                                counted(rules.delay_days, "day"));
   return fmt::format(
-      "{}, costs {:g} basis points, delisting return {:g}, windows {:g} % known, "
+      "{}, {}, costs {:g} basis points, delisting return {:g}, windows {:g} % known, "
       "{:g} periods a year{}",
-      traded, rules.cost_basis_points, rules.delisting_return, 100.0 * rules.least_known_share,
-      rules.periods_per_year, periods_are_inferred ? " as the dates tell" : "");
+      traded, neutral_text(rules), rules.cost_basis_points, rules.delisting_return,
+      100.0 * rules.least_known_share, rules.periods_per_year,
+      periods_are_inferred ? " as the dates tell" : "");
 }
 
 std::string started_text(const embedded::SearchStarted& started, Width width) {

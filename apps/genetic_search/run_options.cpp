@@ -182,6 +182,12 @@ void add_judging_options(Options& options, embedded::SearchOptions& search,
                            "all of them. Default: {}.",
                            search.least_known_share),
                search.least_known_share);
+  options.text("--neutralize", "none|market|GROUP",
+               fmt::format("What is taken out of the weights of a day before they are scaled: "
+                           "nothing, the mean of the market, or that of each group, such as "
+                           "sector. Default: market from {} instruments on, else none.",
+                           embedded::kLeastNeutralInstruments),
+               search.neutralize);
   options.real("--periods-per-year", "N", {0.0, embedded::kMostPeriodsPerYear, true},
                "Days of prices in a year, by which figures become annual ones. Default: as the "
                "dates tell (252, 365, 52, 12, 4, ...).",

@@ -216,6 +216,7 @@ Json run_json(const Page& page) {
           {"delay_days", rules.delay_days},
           {"delisting_return", rules.delisting_return},
           {"least_known_share", rules.least_known_share},
+          {"neutralize", rules.neutralize},
           {"periods_per_year", rules.periods_per_year},
           {"market_id", start.market_id ? Json(*start.market_id) : Json(nullptr)},
           {"era_number", start.era_number ? Json(*start.era_number) : Json(nullptr)},

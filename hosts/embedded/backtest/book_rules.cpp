@@ -30,6 +30,7 @@ void check_book_rules(const BookRules& rules) {
   require(rules.periods_per_year > 0.0 && rules.periods_per_year <= kMostPeriodsPerYear,
           fmt::format("{} periods a year; give a number above 0 and at most {}",
                       rules.periods_per_year, kMostPeriodsPerYear));
+  require(!rules.neutralize.empty(), "weights neutralized by \"\"; give none, market or a group");
 }
 
 }  // namespace varnholt::embedded

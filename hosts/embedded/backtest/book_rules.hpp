@@ -2,7 +2,15 @@
 // figures become annual ones.
 #pragma once
 
+#include <string>
+#include <string_view>
+
 namespace varnholt::embedded {
+
+// What is taken out of the weights of a day (neutral_signal.hpp): nothing, the mean of the market,
+// or, for the name of a group such as "sector", the mean of each group of that name.
+inline constexpr std::string_view kNeutralizeNone = "none";
+inline constexpr std::string_view kNeutralizeMarket = "market";
 
 struct BookRules {
   // In basis points (1/10,000) of what is traded.
@@ -18,9 +26,14 @@ struct BookRules {
   double least_known_share = 1.0;
   // Days of prices in a year: 252 for daily bars of an exchange.
   double periods_per_year = 252.0;
+  std::string neutralize = std::string(kNeutralizeNone);
 
   friend bool operator==(const BookRules&, const BookRules&) = default;
 };
+
+// From so many instruments on a run takes the market out of its weights where nothing else is said.
+// With few instruments the mean is largely the instrument itself.
+inline constexpr int kLeastNeutralInstruments = 10;
 
 inline constexpr double kLargestCosts = 10'000.0;
 inline constexpr int kLongestDelayDays = 250;

@@ -6,6 +6,8 @@
 #include <variant>
 #include <vector>
 
+#include "hosts/embedded/backtest/neutral_signal.hpp"
+
 namespace varnholt::embedded {
 namespace {
 
@@ -83,7 +85,9 @@ Plan plan_of(const Expression& expression, const FeaturePanels& features,
 }  // namespace
 
 Evaluator::Evaluator(MarketData data, EvaluatorOptions options)
-    : features_(std::move(data), options.vocabulary), options_(std::move(options)) {}
+    : features_(std::move(data), options.vocabulary), options_(std::move(options)) {
+  require_neutral_group(options_.book, vocabulary().groups);
+}
 
 Panel Evaluator::signal(const Expression& expression, const SharedPanels* shared) const {
   Plan plan = plan_of(expression, features_, shared);
@@ -111,6 +115,14 @@ Panel Evaluator::signal(const Expression& expression, const SharedPanels* shared
   return std::move(results.back());
 }
 
+Panel Evaluator::weights(const Panel& signal) const {
+  const std::string& rule = options_.book.neutralize;
+  if (rule == kNeutralizeNone) return signal_weights(signal);
+  const GroupPanel* const groups =
+      is_neutral_by_group(options_.book) ? &features_.group(rule) : nullptr;
+  return signal_weights(neutral_signal(signal, groups));
+}
+
 SharedPanels Evaluator::shared_panels(std::size_t limit_bytes,
                                       std::size_t smallest_panel_bytes) const {
   const auto compute = [this](const Expression& part, const SharedPanels& kept) {
@@ -127,7 +139,7 @@ Expression Evaluator::compile(const genetic::Value& graph) const {
 Evaluation Evaluator::evaluate(const Expression& expression, const SharedPanels* shared) const {
   Evaluation result;
   result.shape = expression.shape;
-  result.weights = signal_weights(signal(expression, shared));
+  result.weights = weights(signal(expression, shared));
   result.backtest = backtest_weights(result.weights, close(), options_.book);
   return result;
 }

@@ -30,6 +30,7 @@ struct Evaluation {
 // afterwards nothing changes, and the evaluation of one graph does not affect the next.
 class Evaluator {
  public:
+  // Throws std::invalid_argument for rules that name a group which the data do not have.
   explicit Evaluator(MarketData data, EvaluatorOptions options = {});
 
   // The closes that the weights earn their returns from.
@@ -46,6 +47,10 @@ class Evaluator {
   // there in `shared` is not computed again: the result is the same to the last bit.
   [[nodiscard]] Panel signal(const Expression& expression,
                              const SharedPanels* shared = nullptr) const;
+
+  // What the signal wants to hold by the rules of the options: neutralized, and scaled to one unit
+  // of gross exposure a day.
+  [[nodiscard]] Panel weights(const Panel& signal) const;
 
   // Panels of parts that its expressions share; it must outlive them.
   [[nodiscard]] SharedPanels shared_panels(

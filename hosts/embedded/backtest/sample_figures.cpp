@@ -24,8 +24,7 @@ SampleFigures FigureTaker::of_sample(const Panel& signal, BacktestResult backtes
   return figures;
 }
 
-SignalFigures FigureTaker::figures(const Panel& signal) const {
-  const Panel weights = signal_weights(signal);
+SignalFigures FigureTaker::figures(const Panel& signal, const Panel& weights) const {
   return {
       of_sample(signal, in_sample_backtest(weights, close_, rules_, plan_), market_in_sample_, 0),
       of_sample(signal, holdout_backtest(weights, close_, rules_, plan_), market_holdout_,

@@ -39,8 +39,9 @@ class FigureTaker {
   FigureTaker(const Panel& close, const std::vector<Date>& dates, const EraPlan& plan,
               const BookRules& rules);
 
-  // The figures of the signal, a panel of the shape of the closes.
-  [[nodiscard]] SignalFigures figures(const Panel& signal) const;
+  // The figures of the signal, a panel of the shape of the closes, and of the weights that are made
+  // of it.
+  [[nodiscard]] SignalFigures figures(const Panel& signal, const Panel& weights) const;
   // Of the equal-weight market.
   [[nodiscard]] SampleStatistics market() const {
     return {market_in_sample_.statistics, market_holdout_.statistics};

@@ -81,7 +81,8 @@ struct BacktestResult {
   Eigen::ArrayXd gross_exposure;  // sum_i |w(t,i)|
 };
 
-// w(t,i) = x(t,i) / sum_j |x(t,j)|: one unit of gross exposure a day, not demeaned. An entry that
+// w(t,i) = x(t,i) / sum_j |x(t,j)|: one unit of gross exposure a day. What is to be taken out of
+// a signal is taken out before (neutral_signal.hpp). An entry that
 // is not finite has no weight; a day on which no entry is finite and other than 0 has none at all.
 [[nodiscard]] Panel signal_weights(const Panel& signal);
 

@@ -29,6 +29,7 @@ constexpr const char* kDelayDays = "delay_days";
 constexpr const char* kDelistingReturn = "delisting_return";
 constexpr const char* kLeastKnownShare = "least_known_share";
 constexpr const char* kPeriodsPerYear = "periods_per_year";
+constexpr const char* kNeutralize = "neutralize";
 constexpr const char* kPriceFormat = "price_format";
 constexpr const char* kColumns = "columns";
 constexpr const char* kDateFormat = "date_format";
@@ -81,6 +82,7 @@ std::string settings_json(const SearchOptions& options, const RunData& data,
               {kDelistingReturn, data.book.delisting_return},
               {kLeastKnownShare, data.book.least_known_share},
               {kPeriodsPerYear, data.book.periods_per_year},
+              {kNeutralize, data.book.neutralize},
               {kPriceFormat, price_format_object(options.price_format)},
               {"timeout_seconds", options.timeout_seconds},
               {"worker_memory_limit_bytes", optional_value(options.worker_memory_limit_bytes)},
@@ -137,6 +139,25 @@ std::string key_of_evaluations(const HostConfig& config, const std::string& data
                                 config.market_id, config.pool.name));
 }
 
+// The rules by which signals are traded on these prices.
+BookRules book_rules(const SearchOptions& options, const MarketData& data) {
+  BookRules book{options.cost_basis_points, options.delay_days, options.delisting_return,
+                 options.least_known_share};
+  book.periods_per_year = options.periods_per_year.value_or(periods_per_year(data.dates));
+  const bool is_wide = data.instrument_count() >= kLeastNeutralInstruments;
+  book.neutralize =
+      options.neutralize.value_or(std::string(is_wide ? kNeutralizeMarket : kNeutralizeNone));
+  return book;
+}
+
+// Without neutralized weights that of the versions which knew none, so that their stores go on.
+std::string key_of_data(const std::string& prices, const BookRules& book) {
+  std::string text = fmt::format("{} {} {} {} {}", prices, book.cost_basis_points, book.delay_days,
+                                 book.delisting_return, book.least_known_share);
+  if (book.neutralize != kNeutralizeNone) text += " " + book.neutralize;
+  return sha256_hex(text);
+}
+
 std::string eras_json(const EraPlan& plan) {
   List train;
   for (const DaySpan& era : plan.train)
@@ -161,12 +182,8 @@ RunData::RunData(const SearchOptions& options, const std::string& price_bytes,
       holdout_from(kept_holdout.value_or(
           options.config.eras.holdout_from.value_or(plan.holdout.first_date))),
       split_is_kept(kept_holdout.has_value()),
-      book{options.cost_basis_points, options.delay_days, options.delisting_return,
-           options.least_known_share,
-           options.periods_per_year.value_or(periods_per_year(whole.dates))},
-      data_key(sha256_hex(fmt::format("{} {} {} {} {}", panel_digest(whole, plan.seen_days()),
-                                      book.cost_basis_points, book.delay_days,
-                                      book.delisting_return, book.least_known_share))),
+      book(book_rules(options, whole)),
+      data_key(key_of_data(panel_digest(whole, plan.seen_days()), book)),
       evaluation_key(key_of_evaluations(options.config, data_key, book)) {}
 
 PoolIdentity pool_identity(const SearchOptions& options, const RunData& data) {
@@ -185,6 +202,8 @@ BookRules book_rules_of(const RunStart& start) {
   rules.delisting_return = figure(kDelistingReturn, rules.delisting_return);
   rules.least_known_share = figure(kLeastKnownShare, rules.least_known_share);
   rules.periods_per_year = figure(kPeriodsPerYear, rules.periods_per_year);
+  const Value neutralize = settings->get(Value(kNeutralize));
+  if (neutralize.is_text()) rules.neutralize = genetic::str(neutralize);
   return rules;
 }
 

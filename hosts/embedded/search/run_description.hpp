@@ -51,7 +51,7 @@ struct RunData {
 [[nodiscard]] PoolIdentity pool_identity(const SearchOptions& options, const RunData& data);
 
 // The rules by which a stored run was evaluated. Runs from before there were others than costs were
-// traded at the close of their signals, in years of 252 days.
+// traded at the close of their signals, in years of 252 days, with nothing neutralized.
 [[nodiscard]] BookRules book_rules_of(const RunStart& start);
 
 // How the prices of a stored run are read.

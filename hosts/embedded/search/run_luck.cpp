@@ -38,7 +38,7 @@ std::optional<ArrayXd> pnl_of(RunStore& store, const TrialRecord& trial, const E
   if (!found) return std::nullopt;
   try {
     const Value graph = read_json(found->evaluation.graph_json);
-    const Panel weights = signal_weights(evaluator.signal(evaluator.compile(graph)));
+    const Panel weights = evaluator.weights(evaluator.signal(evaluator.compile(graph)));
     return in_sample_backtest(weights, evaluator.close(), evaluator.options().book, plan)
         .net_returns;
   } catch (const genetic::ValueError&) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <string>
 
 #include "hosts/embedded/backtest/book_rules.hpp"
 #include "hosts/embedded/config/host_config.hpp"
@@ -66,6 +67,8 @@ struct SearchOptions {
   double least_known_share = 0.8;
   // Absent is inferred from the dates of the prices.
   std::optional<double> periods_per_year;
+  // Absent is the market from kLeastNeutralInstruments instruments on, and none below.
+  std::optional<std::string> neutralize;
   // Gates, limits, the signal pool, the eras and the market.
   HostConfig config;
 

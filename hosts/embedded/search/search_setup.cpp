@@ -52,6 +52,7 @@ const SearchOptions& checked(const SearchOptions& options) {
   BookRules book{options.cost_basis_points, options.delay_days, options.delisting_return,
                  options.least_known_share};
   book.periods_per_year = options.periods_per_year.value_or(book.periods_per_year);
+  book.neutralize = options.neutralize.value_or(book.neutralize);
   check_book_rules(book);
   // A configuration that was not read from a file is checked by nobody else before the store.
   check_pool_thresholds(options.config.pool.thresholds());

@@ -13,6 +13,12 @@
 namespace varnholt::embedded {
 namespace {
 
+SignalFigures figures_of(const Evaluator& evaluator, const FigureTaker& taker,
+                         const genetic::Value& graph) {
+  const Panel signal = evaluator.signal(evaluator.compile(graph));
+  return taker.figures(signal, evaluator.weights(signal));
+}
+
 // With the statistics that the store has.
 SubmittedSignal signal_of(const SubmissionRecord& submission, const genetic::Value& graph) {
   SubmittedSignal signal;
@@ -66,7 +72,7 @@ std::vector<SubmittedSignal> report_submitted_signals(RunStore& store, std::int6
       }
       continue;
     }
-    const SignalFigures figures = taker.figures(evaluator.signal(evaluator.compile(graph)));
+    const SignalFigures figures = figures_of(evaluator, taker, graph);
     signal.statistics = {figures.in_sample.backtest.statistics,
                          figures.holdout.backtest.statistics};
     signal.in_sample_estimate = sharpe_estimate(figures.in_sample.backtest.net_returns);
@@ -94,8 +100,7 @@ std::vector<std::string> complete_holdouts(RunStore& store, const PoolIdentity& 
     if (!evaluation->run.ended_at) continue;
     if (is_cut && is_cut()) break;
     const genetic::Value graph = read_json(evaluation->evaluation.graph_json);
-    store_figures(store, submission.eval_id,
-                  taker.figures(evaluator.signal(evaluator.compile(graph))));
+    store_figures(store, submission.eval_id, figures_of(evaluator, taker, graph));
     completed.push_back(submission.eval_id);
   }
   return completed;

@@ -8,7 +8,10 @@ namespace varnholt::embedded {
 Panel SignalWeights::of(const EvaluationOfRun& signal) {
   const genetic::Value graph = read_json(signal.evaluation.graph_json);
   const EvaluatorOptions options{.book = book_rules_of(signal.run.start)};
-  const auto found = evaluators_.try_emplace(options.book.least_known_share, data_, options).first;
+  const auto found =
+      evaluators_
+          .try_emplace({options.book.least_known_share, options.book.neutralize}, data_, options)
+          .first;
   return found->second.evaluate(graph).weights;
 }
 

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <map>
+#include <string>
+#include <utility>
 
 #include "hosts/embedded/backtest/evaluator.hpp"
 #include "hosts/embedded/store/store_records.hpp"
@@ -19,8 +21,9 @@ class SignalWeights {
 
  private:
   const MarketData& data_;
-  // By the least share of known days, which is all of a run's rules that weights depend on.
-  std::map<double, Evaluator> evaluators_;
+  // By the least share of known days and what is neutralized, which is all of a run's rules that
+  // weights depend on.
+  std::map<std::pair<double, std::string>, Evaluator> evaluators_;
 };
 
 }  // namespace varnholt::embedded

@@ -70,7 +70,7 @@ TEST(JsonEvents, TellTheStart) {
             R"("first_holdout_date":"2009-11-30","split_is_kept":false,)"
             R"("known_structures":null,"earlier_signals":0,)"
             R"("cost_basis_points":5.0,"delay_days":0,"delisting_return":0.0,)"
-            R"("least_known_share":1.0,)"
+            R"("least_known_share":1.0,"neutralize":"none",)"
             R"("periods_per_year":252.0,"periods_are_inferred":true})");
 }
 

@@ -24,8 +24,8 @@ TEST(Report, TellsWhatIsSearched) {
   EXPECT_EQ(started_text(samples::started(), std::nullopt),
             "prices  prices.csv: 4 instruments, 3268 days, 2000-03-01 to 2013-03-01\n"
             "days    in sample 2451, to 2009-11-27; hold-out 817, from 2009-11-30\n"
-            "book    traded at the close of the signal, costs 5 basis points, delisting return 0, "
-            "windows 100 % known, 252 periods a year as the dates tell\n"
+            "book    traded at the close of the signal, not neutralized, costs 5 basis points, "
+            "delisting return 0, windows 100 % known, 252 periods a year as the dates tell\n"
             "store   runs.db, run 7\n"
             "pool    \"signals\", market 1, era 3\n"
             "search  batches of 32, 2 jobs, seed 123\n\n");
@@ -59,10 +59,10 @@ TEST(Report, WrapsWhatIsSearchedToTheTerminal) {
             "days    in sample 2451, to 2009-11-27;\n"
             "        hold-out 817, from 2009-11-30\n"
             "book    traded at the close of the\n"
-            "        signal, costs 5 basis points,\n"
-            "        delisting return 0, windows 100\n"
-            "        % known, 252 periods a year as\n"
-            "        the dates tell\n"
+            "        signal, not neutralized, costs 5\n"
+            "        basis points, delisting return\n"
+            "        0, windows 100 % known, 252\n"
+            "        periods a year as the dates tell\n"
             "store   runs.db, run 7\n"
             "pool    \"signals\", market 1, era 3\n"
             "search  batches of 32, 2 jobs, seed 123\n\n");
@@ -73,10 +73,16 @@ TEST(Report, TellsHowSignalsAreTraded) {
                        .delay_days = 1,
                        .delisting_return = -0.3,
                        .least_known_share = 0.8,
-                       .periods_per_year = 365},
+                       .periods_per_year = 365,
+                       .neutralize = "market"},
                       false),
-            "traded 1 day after the close of the signal, costs 2.5 basis points, delisting return "
-            "-0.3, windows 80 % known, 365 periods a year");
+            "traded 1 day after the close of the signal, neutralized across the market, costs 2.5 "
+            "basis points, delisting return -0.3, windows 80 % known, 365 periods a year");
+}
+
+TEST(Report, TellsTheGroupThatIsNeutralized) {
+  EXPECT_THAT(book_text({.neutralize = "sector"}, false),
+              HasSubstr(", neutralized within each sector, "));
 }
 
 TEST(Report, TellsWhatOneInstrumentLeavesOut) {

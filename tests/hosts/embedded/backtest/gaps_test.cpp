@@ -9,7 +9,7 @@ namespace varnholt::embedded::test {
 namespace {
 
 constexpr double kClose = 1e-12;
-constexpr BookRules kFree = {.cost_basis_points = 0.0};
+const BookRules kFree = {.cost_basis_points = 0.0};
 
 TEST(Gaps, TheJumpOverAMissingDayIsBookedWhenThePriceReturns) {
   const Panel close = series({100, 110, kNan, kNan, 55, 55});

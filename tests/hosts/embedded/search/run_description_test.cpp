@@ -41,5 +41,42 @@ TEST_F(RunDescriptionTest, ThePricesAreReadOnceAndTheDigestIsOfThoseBytes) {
   EXPECT_EQ(waitpid(writer, nullptr, 0), writer);
 }
 
+class NeutralizeTest : public FolderTest {
+ protected:
+  [[nodiscard]] RunData data(Eigen::Index instruments, const char* neutralize) const {
+    SyntheticUniverseOptions universe;
+    universe.instruments = instruments;
+    universe.days = 200;
+    SearchOptions options;
+    options.prices = in_folder("prices.csv");
+    write_prices(options.prices, make_synthetic_universe(universe));
+    if (neutralize != nullptr) options.neutralize = neutralize;
+    return RunData(options);
+  }
+};
+
+TEST_F(NeutralizeTest, TheNumberOfInstrumentsDecidesWhereNothingIsSaid) {
+  EXPECT_EQ(data(9, nullptr).book.neutralize, "none");
+  EXPECT_EQ(data(10, nullptr).book.neutralize, "market");
+  EXPECT_EQ(data(9, "market").book.neutralize, "market");
+  EXPECT_EQ(data(10, "none").book.neutralize, "none");
+}
+
+TEST_F(NeutralizeTest, OtherRulesAreOtherKeys) {
+  const RunData none = data(9, "none");
+  const RunData market = data(9, "market");
+  EXPECT_NE(none.data_key, market.data_key);
+  EXPECT_NE(none.evaluation_key, market.evaluation_key);
+  EXPECT_EQ(none.data_key, data(9, nullptr).data_key);
+}
+
+TEST_F(NeutralizeTest, AStoredRunHasItsRule) {
+  RunStart start;
+  start.settings_json = R"({"delay_days":1,"neutralize":"sector"})";
+  EXPECT_EQ(book_rules_of(start).neutralize, "sector");
+  start.settings_json = R"({"delay_days":1})";
+  EXPECT_EQ(book_rules_of(start).neutralize, "none") << "as in the versions that knew no other";
+}
+
 }  // namespace
 }  // namespace varnholt::embedded::test

@@ -146,7 +146,8 @@ TEST_F(SearchRunTest, StoresTheSettingsThatRepeatIt) {
           R"(,"jobs":2,"leaf_share":0.3,"least_known_share":0.8,"max_depth":5,)"
           R"("max_improvement_candidates":96,)"
           R"("max_improvement_depth":8,"max_improvement_rounds":10,"max_nodes":25,)"
-          R"("max_window":120,"operator_rates":{"crossover":0.0,"hoist_mutation":0.1,)"
+          R"("max_window":120,"neutralize":"none",)"
+          R"("operator_rates":{"crossover":0.0,"hoist_mutation":0.1,)"
           R"("point_mutation":0.3,"subtree_mutation":0.2},"parsimony_weight":0.0,)"
           R"("periods_per_year":252.0,"price_format":{},"restart_threshold":3,"seconds":null,)"
           R"("timeout_seconds":60.0,"vocabulary":{},"worker_memory_limit_bytes":null})");
