@@ -12,9 +12,9 @@
 // Its oracle is that signal; a seed whose oracle has a Sharpe ratio, after costs and over the whole
 // history, outside of 1.5 to 2.5 is left out. Each search evaluates 300 candidates, unless another
 // number is given, with the settings that the program has by default, but for weights that are not
-// neutralized. A line is written for each universe, and the rates at the end; docs/luck.md has the
-// table. "Spread" is the confidence that the verdict would have if chance were given the spread of
-// the trials.
+// neutralized and expressions that are not simplified. A line is written for each universe, and the
+// rates at the end; docs/luck.md has the table. "Spread" is the confidence that the verdict would
+// have if chance were given the spread of the trials.
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -157,6 +157,7 @@ void search(const fs::path& folder, const Universe& universe, std::uint64_t seed
   options.seed = seed;
   options.periods_per_year = book.periods_per_year;
   options.neutralize = book.neutralize;
+  options.config.vocabulary.simplify = false;
   write_prices(options.prices, universe.close);
   Silent observer;
   const InterruptFlag interrupt;

@@ -20,7 +20,7 @@ constexpr double kLargestWeight = 1e6;
 constexpr double kLargestComplexity = 1000.0;
 constexpr std::size_t kLongestList = 1000;
 constexpr std::string_view kKeys =
-    "the keys of [vocabulary] are: windows, constants, constant_share; its tables are "
+    "the keys of [vocabulary] are: windows, constants, constant_share, simplify; its tables are "
     "[vocabulary.families] and likewise functions, features, complexity and formulas";
 
 // Market data with every column and group that there may be, for what is known without prices.
@@ -42,6 +42,12 @@ std::optional<double> number_in(const toml::node& node) {
   if (const auto* const whole = node.as_integer()) return static_cast<double>(whole->get());
   if (const auto* const real = node.as_floating_point()) return real->get();
   return std::nullopt;
+}
+
+bool switch_in(const MetValue& met) {
+  const auto* const is_on = met.node().as_boolean();
+  if (is_on == nullptr) met.refuse("is neither true nor false", "write true or false");
+  return is_on->get();
 }
 
 double number_within(const MetValue& met, double low, double high) {
@@ -126,6 +132,8 @@ class VocabularyReader {
           met, "write positive numbers, ascending, such as [0.5, 1, 2]", 1e-12, 1e12, false);
     } else if (key == "constant_share") {
       settings_.constant_share = number_within(met, 0.0, 1.0);
+    } else if (key == "simplify") {
+      settings_.simplify = switch_in(met);
     } else if (key == "families") {
       take_choices(settings_.families, kFamilyRule, entry, met);
     } else if (key == "functions") {

@@ -21,17 +21,19 @@ namespace {
 class RandomGraphs : public genetic::ValueIterator {
  public:
   RandomGraphs(std::shared_ptr<genetic::RandomGenerator> rng, const Vocabulary& vocabulary,
-               const RandomGraphOptions& options, StopQuestion is_stopping, KnownStructures* known)
+               const RandomGraphOptions& options, StopQuestion is_stopping, KnownStructures* known,
+               const GraphMaking& making)
       : rng_(std::move(rng)),
         vocabulary_(vocabulary),
         options_(options),
         is_stopping_(std::move(is_stopping)),
-        known_(known) {}
+        known_(known),
+        making_(making) {}
 
   [[nodiscard]] std::optional<Value> next() override {
     for (int draw = 0; draw <= EmbeddedRandomGraphs::kMostKnown; ++draw) {
       if (is_stopping_ && is_stopping_()) return std::nullopt;
-      Value graph = random_graph(*rng_, vocabulary_, options_);
+      Value graph = making_.finished(random_graph(*rng_, vocabulary_, options_));
       if (known_ == nullptr || !known_->leaves_out(graph)) return graph;
     }
     return std::nullopt;
@@ -43,6 +45,7 @@ class RandomGraphs : public genetic::ValueIterator {
   RandomGraphOptions options_;
   StopQuestion is_stopping_;
   KnownStructures* known_;
+  GraphMaking making_;
 };
 
 }  // namespace
@@ -66,7 +69,7 @@ Value EmbeddedEliteness::score_candidate(const Value& candidate, const Mapping& 
 std::unique_ptr<genetic::ValueIterator> EmbeddedRandomGraphs::random_weighted_graphs(
     genetic::SearchContext& /*context*/, const std::shared_ptr<genetic::RandomGenerator>& rng,
     const Mapping& /*log_context*/, std::string_view /*template_name*/) {
-  return std::make_unique<RandomGraphs>(rng, vocabulary_, options_, is_stopping_, known_);
+  return std::make_unique<RandomGraphs>(rng, vocabulary_, options_, is_stopping_, known_, making_);
 }
 
 void EmbeddedPause::sleep(double seconds) {
@@ -82,9 +85,11 @@ EmbeddedHost::EmbeddedHost(ProcessSide& process, const Vocabulary& vocabulary, L
       pool_metrics_(submission, settings.client_manifest),
       eliteness_(vocabulary, settings.is_stopping),
       observer_(lineage, settings.on_generation_end),
-      operators_({settings.graphs.max_depth, settings.graphs.max_nodes}, vocabulary.constants),
-      random_graphs_(vocabulary, settings.graphs, settings.is_stopping, settings.known),
-      planning_(vocabulary, settings.graphs, json_reader_, lineage, settings.is_stopping),
+      making_(vocabulary, settings.making),
+      operators_({settings.graphs.max_depth, settings.graphs.max_nodes}, vocabulary.constants,
+                 making_),
+      random_graphs_(vocabulary, settings.graphs, settings.is_stopping, settings.known, making_),
+      planning_(vocabulary, settings.graphs, json_reader_, lineage, settings.is_stopping, making_),
       secure_random_(settings.seed) {}
 
 }  // namespace varnholt::embedded

@@ -27,6 +27,7 @@
 #include "hosts/embedded/operators/genetic_operators.hpp"
 #include "hosts/embedded/system/interrupt.hpp"
 #include "hosts/embedded/system/parent_memory.hpp"
+#include "hosts/embedded/vocabulary/graph_making.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
 #include "search_templates/genetic/host/host.hpp"
@@ -61,19 +62,21 @@ class EmbeddedJsonReader : public genetic::JsonReader {
   }
 };
 
-// An iterator over random graphs of one vocabulary, which ends when the search is being stopped.
-// Known structures are passed over; after kMostKnown of them in a row it ends as well, because what
-// is left to be drawn has been evaluated.
+// An iterator over random graphs of one vocabulary, each finished by `making`, which ends when the
+// search is being stopped. Known structures are passed over; after kMostKnown of them in a row it
+// ends as well, because what is left to be drawn has been evaluated.
 class EmbeddedRandomGraphs : public genetic::RandomWeighted {
  public:
   static constexpr int kMostKnown = 10'000;
 
   EmbeddedRandomGraphs(const Vocabulary& vocabulary, const RandomGraphOptions& options,
-                       StopQuestion is_stopping = {}, KnownStructures* known = nullptr)
+                       StopQuestion is_stopping = {}, KnownStructures* known = nullptr,
+                       const GraphMaking& making = {})
       : vocabulary_(vocabulary),
         options_(options),
         is_stopping_(std::move(is_stopping)),
-        known_(known) {}
+        known_(known),
+        making_(making) {}
 
   [[nodiscard]] std::unique_ptr<genetic::ValueIterator> random_weighted_graphs(
       genetic::SearchContext& context, const std::shared_ptr<genetic::RandomGenerator>& rng,
@@ -84,6 +87,7 @@ class EmbeddedRandomGraphs : public genetic::RandomWeighted {
   RandomGraphOptions options_;
   StopQuestion is_stopping_;
   KnownStructures* known_;
+  GraphMaking making_;
 };
 
 class EmbeddedPause : public genetic::Pause {
@@ -105,6 +109,8 @@ struct HostSettings {
   StopQuestion is_stopping;
   // What is not evaluated again; null where all is. It must outlive the host.
   KnownStructures* known = nullptr;
+  // What is done to the graphs that the host makes.
+  GraphMakingOptions making;
 };
 
 // Keeps the lineage of what the search tells of.
@@ -174,6 +180,7 @@ class EmbeddedHost : public genetic::Host {
   EmbeddedEliteness eliteness_;
   EmbeddedJsonReader json_reader_;
   EmbeddedObserver observer_;
+  GraphMaking making_;
   GeneticOperators operators_;
   EmbeddedRandomGraphs random_graphs_;
   EmbeddedPlanning planning_;

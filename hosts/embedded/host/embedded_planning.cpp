@@ -47,12 +47,13 @@ FunctionNames names_of(const List& rotations) {
 
 EmbeddedPlanning::EmbeddedPlanning(const Vocabulary& vocabulary, const RandomGraphOptions& graphs,
                                    genetic::JsonReader& json_reader, Lineage& lineage,
-                                   StopQuestion is_stopping)
+                                   StopQuestion is_stopping, const GraphMaking& making)
     : vocabulary_(vocabulary),
       graphs_(graphs),
       json_reader_(json_reader),
       lineage_(lineage),
-      is_stopping_(std::move(is_stopping)) {}
+      is_stopping_(std::move(is_stopping)),
+      making_(making) {}
 
 Value EmbeddedPlanning::derive_reaction_improvements(const Value& result,
                                                      const ReactionRequest& request) {
@@ -102,6 +103,7 @@ RepairCase EmbeddedPlanning::case_of(const Mapping& result) const {
 
 RepairMaterial EmbeddedPlanning::material_of(const ReactionRequest& request) const {
   RepairMaterial material;
+  material.making = making_;
   material.functions = names_of(request.safe_rotation_specs);
   for (const int window : vocabulary_.windows) {
     if (window <= graphs_.max_window) material.windows.push_back(window);

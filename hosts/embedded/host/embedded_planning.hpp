@@ -17,7 +17,7 @@ class EmbeddedPlanning : public genetic::ReactionPlanning {
   // the options must outlive the object.
   EmbeddedPlanning(const Vocabulary& vocabulary, const RandomGraphOptions& graphs,
                    genetic::JsonReader& json_reader, Lineage& lineage,
-                   StopQuestion is_stopping = {});
+                   StopQuestion is_stopping = {}, const GraphMaking& making = {});
 
   // The plans of repair_planner.hpp, made of the safe rotations and the peers that are given, and
   // accepted by the validator; none in a search that is being stopped. `reaction_plan` is a mapping
@@ -37,6 +37,7 @@ class EmbeddedPlanning : public genetic::ReactionPlanning {
   genetic::JsonReader& json_reader_;
   Lineage& lineage_;
   StopQuestion is_stopping_;
+  GraphMaking making_;
 };
 
 }  // namespace varnholt::embedded

@@ -70,16 +70,6 @@ bool accepts(const Callable& validator, const Value& graph) {
   }
 }
 
-// The first acceptable child of a few tries, or a copy of the parent.
-Value first_accepted(const Value& parent, const Callable& validator,
-                     const std::function<std::optional<Value>()>& attempt) {
-  for (int i = 0; i < GeneticOperators::kTries; ++i) {
-    std::optional<Value> child = attempt();
-    if (child && accepts(validator, *child)) return *std::move(child);
-  }
-  return genetic::deep_copy(parent);
-}
-
 std::vector<std::vector<GraphPart>> parts_of_each(const Value& graphs) {
   std::vector<std::vector<GraphPart>> parts;
   const auto walk = genetic::iterate(graphs);
@@ -141,6 +131,17 @@ std::vector<std::string> other_names(const GraphPart& node,
 }
 
 }  // namespace
+
+Value GeneticOperators::first_accepted(const Value& parent, const Callable& validator,
+                                       const std::function<std::optional<Value>()>& attempt) const {
+  for (int i = 0; i < kTries; ++i) {
+    std::optional<Value> made = attempt();
+    if (!made) continue;
+    Value child = making_.finished(*std::move(made));
+    if (accepts(validator, child)) return child;
+  }
+  return genetic::deep_copy(parent);
+}
 
 Value GeneticOperators::crossover(const Value& elite, const Value& mate, const Rng& rng,
                                   const Callable& validator) {

@@ -12,13 +12,16 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "hosts/embedded/operators/graph_parts.hpp"
 #include "hosts/embedded/vocabulary/graph_check.hpp"
+#include "hosts/embedded/vocabulary/graph_making.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
 #include "search_templates/genetic/host/callable.hpp"
 #include "search_templates/genetic/host/genetic_ops.hpp"
@@ -32,10 +35,12 @@ class GeneticOperators : public genetic::GeneticOps {
   // How often an operator tries.
   static constexpr int kTries = 8;
 
-  // Numbers are changed by steps through `constants`, which are positive and ascend.
+  // Numbers are changed by steps through `constants`, which are positive and ascend. Children are
+  // finished by `making` before the validator is asked.
   explicit GeneticOperators(const GraphLimits& limits,
-                            std::vector<double> constants = usual_constants())
-      : limits_(limits), constants_(std::move(constants)) {}
+                            std::vector<double> constants = usual_constants(),
+                            const GraphMaking& making = {})
+      : limits_(limits), constants_(std::move(constants)), making_(making) {}
 
   // A uniformly drawn part of `elite` is replaced by a uniformly drawn part of `mate`; two draws a
   // try. The root of the elite stays unless it is the only node.
@@ -65,6 +70,11 @@ class GeneticOperators : public genetic::GeneticOps {
                                               const genetic::Callable& validator) override;
 
  private:
+  // The first acceptable child of a few tries, or a copy of the parent.
+  [[nodiscard]] genetic::Value first_accepted(
+      const genetic::Value& parent, const genetic::Callable& validator,
+      const std::function<std::optional<genetic::Value>()>& attempt) const;
+
   // What a point mutation may call the node.
   [[nodiscard]] std::vector<std::string> new_names(
       const GraphPart& node, const std::vector<GraphPart>& parts,
@@ -72,6 +82,7 @@ class GeneticOperators : public genetic::GeneticOps {
 
   GraphLimits limits_;
   std::vector<double> constants_;
+  GraphMaking making_;
 };
 
 }  // namespace varnholt::embedded

@@ -93,9 +93,11 @@ class Planning {
   void add(genetic::Key reason, Names plans) {
     for (const std::string_view name : plans) {
       const RepairPlan& plan = repair_plan(name);
-      const std::optional<Value> graph = plan.graph(failed_, material_);
-      if (!graph || !seen_.insert(genetic::structural_key(*graph)).second) continue;
-      repairs_.push_back({&plan, reason.view(), genetic::deep_copy(*graph)});
+      const std::optional<Value> planned = plan.graph(failed_, material_);
+      if (!planned) continue;
+      const Value graph = material_.making.finished(*planned);
+      if (!seen_.insert(genetic::structural_key(graph)).second) continue;
+      repairs_.push_back({&plan, reason.view(), genetic::deep_copy(graph)});
     }
   }
 

@@ -34,6 +34,7 @@
 #include "hosts/embedded/planner/graph_edits.hpp"
 #include "hosts/embedded/planner/repair_case.hpp"
 #include "hosts/embedded/vocabulary/graph_check.hpp"
+#include "hosts/embedded/vocabulary/graph_making.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::embedded {
@@ -46,6 +47,8 @@ struct RepairMaterial {
   // Graphs of other signals, the best peers first. They follow the rules of graph_check.hpp, as the
   // graph of the failed signal does.
   std::vector<genetic::Value> peers;
+  // Finishes the repaired graphs.
+  GraphMaking making = {};
 };
 
 // The number of peers that are used, the first ones.

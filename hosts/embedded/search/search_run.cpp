@@ -40,8 +40,9 @@ RunRecorder::Settings recorder_settings(const SearchOptions& options, const Pool
 }
 
 HostSettings host_settings(const SearchOptions& options, SearchObserver& observer,
-                           const genetic::Mapping& client_manifest) {
+                           const genetic::Mapping& client_manifest, const BookRules& book) {
   HostSettings settings;
+  settings.making = making_options(options, book);
   settings.graphs = options.graphs;
   settings.graphs.constant_share = options.config.vocabulary.constant_share;
   settings.gates = options.config.gates;
@@ -150,8 +151,8 @@ void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder
       store, evaluator, pool, options.config.pool,
       market_backtest(evaluator.close(), evaluator.options().book).net_returns,
       [&store_ = store, run = recorder.run()] { return store_.trial_count(run); });
-  HostSettings settings =
-      host_settings(options, observer, client_manifest(setup.data(), recorder.run()));
+  HostSettings settings = host_settings(
+      options, observer, client_manifest(setup.data(), recorder.run()), setup.data().book);
   Settling settling(conduct, submission, recorder);
   settings.on_generation_end = [&recorder, &settling, &search_stop = *stop] {
     search_stop.count_generation();

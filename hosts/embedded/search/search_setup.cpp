@@ -78,13 +78,23 @@ std::optional<Date> kept_holdout(const SearchOptions& options) {
   return day;
 }
 
+// The graphs of the file as the host makes graphs.
+genetic::List finished_graphs(const genetic::List& graphs, const GraphMaking& making) {
+  genetic::List finished(graphs.size());
+  for (std::size_t i = 0; i < graphs.size(); ++i)
+    finished.append(making.finished(graphs.at(i)));
+  return finished;
+}
+
 SearchBeginning beginning_of(const SearchOptions& options, const RunData& data,
                              const Vocabulary& vocabulary, const InterruptCheck& check) {
   const GraphLimits limits{options.graphs.max_depth, options.graphs.max_nodes,
                            options.graphs.max_window};
   SearchBeginning beginning;
   if (options.seeds) {
-    beginning.seeds = read_seed_graphs(*options.seeds, vocabulary, limits, check);
+    const GraphMaking making(vocabulary, making_options(options, data.book));
+    beginning.seeds =
+        finished_graphs(read_seed_graphs(*options.seeds, vocabulary, limits, check), making);
   }
   if (!options.continues) return beginning;
   const Value asked = options.batch_size.value_or(genetic::SearchSettings().default_batch_size());
@@ -136,6 +146,13 @@ genetic::GeneticTemplate configured_template(genetic::RandomGenerators& generato
 }
 
 }  // namespace
+
+GraphMakingOptions making_options(const SearchOptions& options, const BookRules& book) {
+  GraphMakingOptions making;
+  making.simplifies = options.config.vocabulary.simplify;
+  making.canonical = {options.graphs.max_window, book.least_known_share};
+  return making;
+}
 
 SearchSetup::SearchSetup(const SearchOptions& options, const InterruptCheck& check)
     : jobs_(checked(options).jobs.value_or(read_machine_limits().busy_workers())),

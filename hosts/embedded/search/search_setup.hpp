@@ -14,6 +14,7 @@
 #include "hosts/embedded/search/run_description.hpp"
 #include "hosts/embedded/search/search_options.hpp"
 #include "hosts/embedded/system/interrupt.hpp"
+#include "hosts/embedded/vocabulary/graph_making.hpp"
 #include "search_templates/genetic/driver/genetic_template.hpp"
 #include "search_templates/genetic/host/twister_generators.hpp"
 #include "search_templates/genetic/value/value.hpp"
@@ -31,6 +32,10 @@ struct SearchBeginning {
 };
 
 // The options must outlive it.
+// What is done to the graphs that a search with these options makes.
+[[nodiscard]] GraphMakingOptions making_options(const SearchOptions& options,
+                                                const BookRules& book);
+
 class SearchSetup {
  public:
   // Throws for bad input: std::invalid_argument, what RunData and read_seed_graphs throw, and the

@@ -12,6 +12,7 @@
 #include "hosts/embedded/vocabulary/formula_words.hpp"
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
+#include "hosts/embedded/vocabulary/vocabulary_chapters.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -255,6 +256,7 @@ std::string vocabulary_page() {
       if (entry.family == family.name) page += function_row(entry, x, y);
     }
   }
+  page += kOneFormChapter;
   page += kWordsHeading;
   page += words_table();
   return page;

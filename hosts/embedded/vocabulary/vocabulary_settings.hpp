@@ -23,6 +23,8 @@ struct VocabularySettings {
   std::optional<std::vector<double>> constants;  // Positive, ascending.
   // How often a panel beside the first of an arithmetic function or a comparison is a constant.
   double constant_share = 0.0;
+  // Whether the graphs that a search makes are brought to the form of canonical_form.hpp.
+  bool simplify = true;
   // Of a family a number multiplies the weights of its functions; what is said of a function or a
   // feature itself is its weight, and counts more.
   Choices families;

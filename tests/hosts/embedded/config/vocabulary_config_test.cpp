@@ -32,6 +32,7 @@ TEST(VocabularyConfig, TakesWhatIsWritten) {
 windows = [5, 21, 252]
 constants = [0.5, 1, 2]
 constant_share = 0.25
+simplify = false
 [vocabulary.families]
 group = true
 cross = 0
@@ -52,6 +53,8 @@ best = "rank(reversal) * rank(cap)"
   EXPECT_THAT(settings.windows.value(), ElementsAre(5, 21, 252));
   EXPECT_THAT(settings.constants.value(), ElementsAre(0.5, 1.0, 2.0));
   EXPECT_EQ(settings.constant_share, 0.25);
+  EXPECT_FALSE(settings.simplify);
+  EXPECT_TRUE(settings_mapping(settings).contains(genetic::Value("simplify")));
   EXPECT_THAT(settings.families,
               ElementsAre(Pair("cross", Choice(0.0)), Pair("group", Choice(true))));
   EXPECT_EQ(settings.functions.at("ts_mean"), Choice(2.5));
@@ -67,7 +70,7 @@ TEST(VocabularyConfig, RefusesEachMistakeWithItsPlaceAndRemedy) {
   const std::vector<std::pair<const char*, const char*>> cases = {
       {"[vocabulary]\nx = 1",
        "c.toml: line 2, column 1, vocabulary.x: [vocabulary] has no such key; the keys of "
-       "[vocabulary] are: windows, constants, constant_share; its tables are"},
+       "[vocabulary] are: windows, constants, constant_share, simplify; its tables are"},
       {"[vocabulary]\nwindows = 5",
        "line 2, column 11, vocabulary.windows: 5 is no list of numbers; "},
       {"[vocabulary]\nwindows = []", "is no list of numbers; write whole numbers of days"},
@@ -76,6 +79,8 @@ TEST(VocabularyConfig, RefusesEachMistakeWithItsPlaceAndRemedy) {
       {"[vocabulary]\nwindows = [0, 2]", "has an item that does not belong there"},
       {"[vocabulary]\nconstants = [-1, 2]", "write positive numbers, ascending"},
       {"[vocabulary]\nconstant_share = 2", "is out of range; write a number from 0 to 1"},
+      {"[vocabulary]\nsimplify = 1",
+       "vocabulary.simplify: 1 is neither true nor false; write true"},
       {"[vocabulary]\nfunctions = 3", "is not a table; write one table [vocabulary.functions]"},
       {"[vocabulary.functions]\nts_meen = 1",
        "c.toml: line 2, column 1, vocabulary.functions.ts_meen: is not known; \"genetic-search "

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "hosts/embedded/vocabulary/graph_check.hpp"
 #include "search_templates/genetic/driver/genetic.hpp"
 #include "search_templates/genetic/population/safe_rotations.hpp"
@@ -88,6 +89,29 @@ TEST_F(EmbeddedHostTest, RandomGraphsAreValidAndOneStreamGivesOneSequence) {
 }
 
 // What a large batch is composed of ends at once, so that nothing waits for its end.
+TEST_F(EmbeddedHostTest, FreshGraphsAreFinishedAfterTheyAreDrawn) {
+  EmbeddedContext context(evaluator_, {}, stop_, recorder_, submission_, process_);
+  const RandomGraphOptions options;
+  const auto graphs = [&](const GraphMaking& making) {
+    EmbeddedRandomGraphs source(vocabulary_, options, {}, nullptr, making);
+    const auto iterator = source.random_weighted_graphs(
+        context, host_.random_generators().seeded(5), Mapping(), "genetic");
+    List drawn;
+    for (int i = 0; i < 200; ++i)
+      drawn.append(iterator->next().value());
+    return drawn;
+  };
+  const List drawn = graphs({});
+  const List finished = graphs({vocabulary_, {.simplifies = true}});
+  int changed = 0;
+  for (std::size_t i = 0; i < drawn.size(); ++i) {
+    const std::string text = expression_text(finished.at(i));
+    EXPECT_EQ(text, expression_text(canonical_form(drawn.at(i), vocabulary_)));
+    changed += text != expression_text(drawn.at(i)) ? 1 : 0;
+  }
+  EXPECT_GT(changed, 30) << "the draws are the same, the graphs are not";
+}
+
 TEST_F(EmbeddedHostTest, NothingIsComposedForASearchThatIsBeingStopped) {
   HostSettings stopping = settings();
   bool is_stopping = false;

@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <set>
+#include <span>
 #include <stdexcept>
 #include <string>
 
@@ -263,6 +264,25 @@ TEST_F(GeneticOperatorsTest, WithoutMaterialOrGeneratorTheyStillGiveAGraph) {
   EXPECT_TRUE(operators_.point_mutation(elite, List(), seeded(1), {}) == elite);
   EXPECT_NO_THROW(
       static_cast<void>(check_graph(operators_.crossover(elite, elite, nullptr, {}), vocabulary_)));
+}
+
+TEST_F(GeneticOperatorsTest, ChildrenAreFinishedBeforeTheValidatorIsAsked) {
+  GeneticOperators operators({options_.max_depth, options_.max_nodes}, usual_constants(),
+                             {vocabulary_, {.simplifies = true}});
+  const Value elite = parse_formula("arith_neg(ts_mean(close, 5))", vocabulary_);
+  const Value mate = parse_formula("close - open", vocabulary_);
+  std::set<std::string> asked;
+  const Callable validator =
+      genetic::make_callable([&asked](std::span<const Value> arguments, const Mapping&) {
+        asked.insert(expression_text(arguments[0]));
+        return Value(true);
+      });
+  std::set<std::string> children;
+  for (int seed = 0; seed < 200; ++seed)
+    children.insert(expression_text(operators.crossover(elite, mate, seeded(seed), validator)));
+  EXPECT_EQ(children, asked);
+  EXPECT_TRUE(children.contains("ts_mean(arith_sub(open, close), 5)"));
+  EXPECT_FALSE(children.contains("arith_neg(ts_mean(arith_sub(close, open), 5))"));
 }
 
 }  // namespace

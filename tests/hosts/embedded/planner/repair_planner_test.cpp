@@ -198,5 +198,17 @@ TEST_F(RepairPlanner, KeepsItsPromisesOverRandomGraphs) {
   EXPECT_GT(planned, 5000U);
 }
 
+TEST_F(RepairPlanner, FinishesWhatItPlans) {
+  // The reverse of a rank is its negation; -(-x), which the limits may leave, is x.
+  RepairCase failed = sharpe_case(-0.6, -0.7);
+  failed.graph = graph_of("arith_sub(open, ts_min(arith_neg(close), 5))");
+  const std::vector<PlannedRepair> plain = plan_repairs(failed, material_);
+  material_.making = {vocabulary_, {.simplifies = true}};
+  const std::vector<PlannedRepair> finished = plan_repairs(failed, material_);
+  ASSERT_EQ(plain.size(), finished.size());
+  EXPECT_EQ(expression_text(plain.at(0).graph), "arith_sub(ts_min(arith_neg(close), 5), open)");
+  EXPECT_EQ(expression_text(finished.at(0).graph), "arith_sub(arith_neg(ts_max(close, 5)), open)");
+}
+
 }  // namespace
 }  // namespace varnholt::embedded::test

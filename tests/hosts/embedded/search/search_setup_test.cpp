@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "tests/hosts/embedded/search/run_fixture.hpp"
 
 namespace varnholt::embedded::test {
@@ -39,6 +40,27 @@ TEST_F(SearchSetupTest, TheHistoryIsKeptFromChildrenOnlyWhileTheSearchRuns) {
   SearchSetup setup(searched);
   const Evaluator whole = setup.take_whole_history();
   EXPECT_EQ(mappings_kept_from_children(), before);
+}
+
+TEST_F(SearchSetupTest, SeedsAreBroughtToTheirForm) {
+  std::ofstream(in_folder("seeds.txt")) << "1 * ts_max(ts_max(close, 3), 2)\n-(-returns)\n";
+  SearchOptions searched = options();
+  searched.seeds = in_folder("seeds.txt");
+  const auto seeds = [](const SearchOptions& asked) {
+    SearchSetup setup(asked);
+    std::string texts;
+    const genetic::List graphs = setup.config().thawed_initial_candidates().list();
+    for (std::size_t i = 0; i < graphs.size(); ++i)
+      texts += expression_text(graphs.at(i)) + "\n";
+    return texts;
+  };
+  // Of four and of three days four fifths are all.
+  EXPECT_EQ(seeds(searched), "ts_max(close, 4)\nreturns\n");
+  searched.least_known_share = 0.5;
+  EXPECT_EQ(seeds(searched), "ts_max(ts_max(close, 3), 2)\nreturns\n");
+  searched.config.vocabulary.simplify = false;
+  EXPECT_EQ(seeds(searched),
+            "arith_mul(1, ts_max(ts_max(close, 3), 2))\narith_neg(arith_neg(returns))\n");
 }
 
 }  // namespace

@@ -1,0 +1,32 @@
+// What is done to every graph that the host makes: fresh ones, children, repairs and seeds. It is
+// never done to a graph that is stored, shown or judged.
+#pragma once
+
+#include "hosts/embedded/vocabulary/canonical_form.hpp"
+#include "hosts/embedded/vocabulary/vocabulary.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::embedded {
+
+struct GraphMakingOptions {
+  bool simplifies = false;  // To the form of canonical_form.hpp.
+  CanonicalOptions canonical = {};
+};
+
+class GraphMaking {
+ public:
+  // Leaves graphs as they are.
+  GraphMaking() = default;
+  // The vocabulary must outlive it.
+  GraphMaking(const Vocabulary& vocabulary, const GraphMakingOptions& options)
+      : vocabulary_(&vocabulary), options_(options) {}
+
+  // The graph as the host hands it out.
+  [[nodiscard]] genetic::Value finished(genetic::Value graph) const;
+
+ private:
+  const Vocabulary* vocabulary_ = nullptr;
+  GraphMakingOptions options_;
+};
+
+}  // namespace varnholt::embedded
