@@ -14,6 +14,7 @@
 #include "apps/genetic_search/run_config.hpp"
 #include "hosts/embedded/market/calendar_date.hpp"
 #include "hosts/embedded/market/price_format.hpp"
+#include "hosts/embedded/market/price_source.hpp"
 #include "hosts/embedded/search/search_options.hpp"
 
 namespace varnholt::app {
@@ -35,9 +36,10 @@ struct RunCommand {
 
 // "check-prices": what a price file holds.
 struct CheckPricesCommand {
-  std::filesystem::path prices;
+  embedded::PriceSource prices;
   embedded::PriceFormat price_format;
   std::size_t list_limit = 20;  // Findings of each kind that are listed.
+  bool json = false;
 };
 
 // "signals": what was submitted.
@@ -66,8 +68,8 @@ struct ExportCommand {
   std::filesystem::path database;
   std::string eval_id;
   std::filesystem::path weights;
-  // Absent is the path that is stored with the run.
-  std::optional<std::filesystem::path> prices;
+  // Absent is what is stored with the run.
+  std::optional<embedded::PriceSource> prices;
   bool force = false;  // Whether `weights` is replaced when it is there.
 };
 
@@ -77,7 +79,7 @@ struct WeightsCommand {
   // One of the two: an evaluation, or all that were submitted to a signal pool.
   std::string eval_id;
   std::optional<std::string> pool;
-  std::filesystem::path prices;
+  embedded::PriceSource prices;
   embedded::PriceFormat price_format;
   std::optional<embedded::Date> since;  // The first day that is written.
   std::optional<std::int64_t> last;     // How many days are written, the latest.
@@ -91,7 +93,7 @@ struct PortfolioCommand {
   std::string pool;
   std::optional<std::string> method;  // A name of book_methods(); absent is the first.
   // Absent is the price file of the latest run.
-  std::optional<std::filesystem::path> prices;
+  std::optional<embedded::PriceSource> prices;
   embedded::PriceFormat price_format;
   std::optional<std::filesystem::path> output;  // For the weights; "-" is standard output.
   bool force = false;                           // Whether `output` is replaced when it is there.
@@ -129,8 +131,8 @@ struct AttemptsCommand {
 struct ReplayCommand {
   std::filesystem::path database;
   std::int64_t attempt = 0;
-  // Absent is the path that is stored with the run.
-  std::optional<std::filesystem::path> prices;
+  // Absent is what is stored with the run.
+  std::optional<embedded::PriceSource> prices;
   bool json = false;
 };
 

@@ -240,7 +240,7 @@ class Evaluations {
       text += entry_text(padded(name, 8, Align::Left), told, width_);
     };
     line("prices",
-         fmt::format("{}: {}, {}", on_one_line(options.prices.string()),
+         fmt::format("{}: {}, {}", on_one_line(options.prices.text()),
                      counted(static_cast<std::int64_t>(days_.symbols.size()), "instrument"),
                      counted(static_cast<std::int64_t>(days_.dates.size()), "day")));
     const embedded::DaySpan& holdout = plan_.holdout;

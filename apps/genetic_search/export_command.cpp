@@ -14,14 +14,14 @@ namespace {
 
 using embedded::ExportError;
 
-std::filesystem::path prices_of(const ExportCommand& command, const embedded::RunStart& run) {
+embedded::PriceSource prices_of(const ExportCommand& command, const embedded::RunStart& run) {
   if (command.prices) return *command.prices;
   if (run.price_path.empty()) {
     throw ExportError(fmt::format(
         "the store does not say where the price file {} was; name it with --prices FILE",
         on_one_line(run.price_file)));
   }
-  return run.price_path;
+  return embedded::price_source_of(run);
 }
 
 }  // namespace
@@ -38,7 +38,7 @@ void export_command(const ExportCommand& command, const RunOutputs& outputs,
       embedded::open_store_reader(command.database);
   embedded::StoreReader& store = *opened;
   const embedded::EvaluationOfRun found = required_evaluation(store, command.eval_id);
-  const std::filesystem::path prices = prices_of(command, found.run.start);
+  const embedded::PriceSource prices = prices_of(command, found.run.start);
   if (is_file) {
     refuse_input_as_output(command.weights, command.database, prices);
     embedded::check_weights_path(command.weights, existing);

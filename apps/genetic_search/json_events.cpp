@@ -160,7 +160,7 @@ Json to_json(const Value& value) {
 Json started_event(const embedded::SearchStarted& started) {
   return event_of("started",
                   {{"run_id", started.run_id},
-                   {"prices", started.prices.string()},
+                   {"prices", started.prices.text()},
                    {"database", started.database.string()},
                    {"instruments", started.instruments},
                    {"days", started.days},

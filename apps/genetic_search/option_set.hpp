@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -16,6 +17,7 @@
 #include "apps/genetic_search/text_layout.hpp"
 #include "apps/genetic_search/usage_error.hpp"
 #include "hosts/embedded/market/calendar_date.hpp"
+#include "hosts/embedded/market/price_source.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::app {
@@ -58,6 +60,30 @@ class Options {
   void read(const std::string& name, const char* unit, const std::string& description,
             const std::function<void(const std::string&)>& read) {
     add(name, unit, description, read);
+  }
+
+  // "--prices FILE", which is given once for each file. Where the command has no arguments without
+  // a name, one --prices takes all that follow it, as a shell's *.csv does.
+  enum class Following : std::uint8_t { IsArgument, IsPrices };
+  template <typename Target>
+  void prices(const std::string& description, Following following, Target& target) {
+    command_
+        .add_option_function<std::vector<std::string>>(
+            "--prices",
+            [&target](const std::vector<std::string>& values) {
+              embedded::PriceSource source;
+              for (const std::string& value : values) {
+                if (value.empty()) {
+                  throw UsageError("--prices wants the name of a file, not an empty text");
+                }
+                source.add(value);
+              }
+              target = source;
+            },
+            wrapped(description))
+        ->type_name("FILE")
+        ->group(group_)
+        ->allow_extra_args(following == Following::IsPrices);
   }
 
   // Where weights are written: "--output FILE", for which "-o" is short.

@@ -61,14 +61,16 @@ constexpr const char* kRunDescription =
 constexpr const char* kRunFooter =
     "A price file is long, with the columns date,symbol,open,high,low,close,volume\n"
     "(date, symbol and close are needed), or wide, with date and one column of closes\n"
-    "a symbol. Dates are written yyyy-mm-dd; an empty cell is a gap.\n\n"
+    "a symbol. Dates are written yyyy-mm-dd; an empty cell is a gap. Several\n"
+    "files, or a folder of them, are put together.\n\n"
     "Exit codes: 0 done, 1 failure, 2 bad usage or bad input (nothing was written),\n"
     "130 ended at once by a second Ctrl-C, 141 the reader of the output went away.";
 
 constexpr const char* kCheckDescription =
-    "Tells what a price file holds: instruments, dates, gaps, and jumps that look\n"
-    "like a split or a wrong digit. The exit code is 0 whatever is found, and 2 for a\n"
-    "file that cannot be read.";
+    "Tells what price files, or a folder of them, hold: instruments, dates, gaps,\n"
+    "jumps, and what makes backtests lie: stale prices, splits that were not adjusted\n"
+    "for, days in the future and others, each with its remedy. The exit code is 0\n"
+    "whatever is found, and 2 for a file that cannot be read.";
 
 constexpr const char* kSignalsDescription =
     "Lists the signals that the runs in a store submitted, in the order of\n"
@@ -89,7 +91,7 @@ constexpr const char* kExportDescription =
 
 constexpr const char* kExportFooter =
     "The weights of a day are taken at its close, and earn the return to the next.\n"
-    "A price file that is not, byte for byte, the one of the run is refused.\n\n"
+    "Price files that are not, byte for byte, those of the run are refused.\n\n"
     "Exit codes: 0 done, 1 the file could not be written, 2 bad usage or bad input.\n"
     "After 1 and 2 nothing was written.";
 
@@ -136,7 +138,7 @@ constexpr const char* kReplayDescription =
     "store is not changed.";
 
 constexpr const char* kReplayFooter =
-    "A price file that is not, byte for byte, the one of the run is refused.\n\n"
+    "Price files that are not, byte for byte, those of the run are refused.\n\n"
     "Exit codes: 0 the same again, 1 other figures, 2 bad usage or bad input.";
 
 constexpr const char* kVocabularyDescription =
@@ -155,6 +157,7 @@ struct Parser {
   CLI::App app{kDescription, kProgramName};
   RunCommand run;
   CheckPricesCommand check;
+  std::vector<std::filesystem::path> check_files;
   SignalsCommand signals;
   ShowCommand show;
   ExportCommand exported;
@@ -287,7 +290,8 @@ Command checked_run(Parser& parser) {
 }
 
 Command checked_prices(Parser& parser) {
-  require(!parser.check.prices.empty(), "no price file is given; name it after check-prices",
+  parser.check.prices = embedded::PriceSource(parser.check_files);
+  require(!parser.check_files.empty(), "no price file is given; name it after check-prices",
           parser);
   return parser.check;
 }
@@ -384,7 +388,7 @@ void Parser::add_check() {
   add_command(kSearching, kCheckName, "Tells what a price file holds.", kCheckDescription, "",
               checked_prices, [this](Options& options) {
                 options.group(kOptionsGroup);
-                options.positional("FILE", check.prices);
+                options.positional("FILE", check_files);
                 add_price_options(options, check.price_format);
                 options.whole(
                     "--list", "N", from(0, 1'000'000),
@@ -392,6 +396,7 @@ void Parser::add_check() {
                                 "Default: {}.",
                                 check.list_limit),
                     check.list_limit);
+                options.flag("--json", "All findings as one JSON object on one line.", check.json);
                 return kOptionsGroup;
               });
 }
@@ -444,10 +449,7 @@ void Parser::add_export() {
                 options.text("--weights", "FILE",
                              "The file to write, as CSV; - is standard output. Needed.",
                              exported.weights);
-                options.optional_text(
-                    "--prices", "FILE",
-                    "The price file of the run. Default: where it was when the run began.",
-                    exported.prices);
+                add_run_prices(options, exported.prices);
                 options.flag("--force", "Replaces the file when it is there.", exported.force);
                 return kOptionsGroup;
               });
@@ -460,7 +462,7 @@ void Parser::add_weights() {
         options.group(kOptionsGroup);
         options.positional("DB", weights.database);
         options.positional("ID", weights.eval_id);
-        options.text("--prices", "FILE", "The prices, as CSV. Needed.", weights.prices);
+        add_needed_prices(options, weights.prices);
         add_price_options(options, weights.price_format);
         options.text("--pool", "NAME", "All signals of the pool NAME in place of one ID.",
                      weights.pool);
@@ -511,9 +513,10 @@ void Parser::add_portfolio() {
                              fmt::format("How the capital is shared. {}. Default: {}.", methods,
                                          embedded::book_methods().front().name),
                              method_refusal, portfolio.method);
-        options.optional_text("--prices", "FILE",
-                              "The prices, as CSV. Default: those of the latest run.",
-                              portfolio.prices);
+        options.prices(
+            "The prices, as CSV: a file or a folder; again for more files. Default: those of the "
+            "latest run.",
+            Options::Following::IsArgument, portfolio.prices);
         add_price_options(options, portfolio.price_format);
         options.output_file(
             "Where the weights of every day are written, as CSV; - is standard "
@@ -555,10 +558,7 @@ void Parser::add_replay() {
                 options.group(kOptionsGroup);
                 options.positional("DB", replay.database);
                 options.whole_positional("ATTEMPT", from(1), replay.attempt);
-                options.optional_text(
-                    "--prices", "FILE",
-                    "The price file of the run. Default: where it was when the run began.",
-                    replay.prices);
+                add_run_prices(options, replay.prices);
                 options.flag("--json", "One JSON object on one line, for machines.", replay.json);
                 return kOptionsGroup;
               });

@@ -41,9 +41,10 @@ std::vector<embedded::EvaluationOfRun> signals_of_pool(embedded::StoreReader& st
 }
 
 void refuse_input_as_output(const fs::path& output, const fs::path& database,
-                            const fs::path& prices) {
+                            const embedded::PriceSource& prices) {
   std::vector<fs::path> inputs = embedded::files_of_store(database);
-  inputs.push_back(prices);
+  const std::vector<fs::path> price_files = embedded::price_files(prices);
+  inputs.insert(inputs.end(), price_files.begin(), price_files.end());
   for (const fs::path& input : inputs) {
     if (!are_same_file(input, output)) continue;
     throw embedded::ExportError(fmt::format(

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "hosts/embedded/market/price_source.hpp"
 #include "hosts/embedded/store/store_reader.hpp"
 
 namespace varnholt::app {
@@ -22,6 +23,6 @@ inline constexpr const char* kStandardOutput = "-";
 // of.
 void refuse_input_as_output(const std::filesystem::path& output,
                             const std::filesystem::path& database,
-                            const std::filesystem::path& prices);
+                            const embedded::PriceSource& prices);
 
 }  // namespace varnholt::app

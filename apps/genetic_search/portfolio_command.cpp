@@ -43,9 +43,8 @@ const embedded::RunRecord& latest_run(const std::vector<EvaluationOfRun>& signal
       ->run;
 }
 
-std::filesystem::path price_path(const PortfolioCommand& command, const embedded::RunStart& start) {
-  if (command.prices) return *command.prices;
-  return start.price_path.empty() ? start.price_file : start.price_path;
+embedded::PriceSource source_of(const PortfolioCommand& command, const embedded::RunStart& start) {
+  return command.prices ? *command.prices : stored_prices(start);
 }
 
 // Other prices than those of the run are the user's own choice, not an accident.
@@ -53,7 +52,7 @@ MarketData prices_of(const PortfolioCommand& command, const embedded::RunStart& 
                      const embedded::InterruptCheck& check) {
   if (command.prices)
     return embedded::read_price_file(*command.prices, command.price_format, check);
-  return embedded::read_run_prices(price_path(command, start), start, check);
+  return embedded::read_run_prices(source_of(command, start), start, check);
 }
 
 std::string figures_text(const PoolBook& book) {
@@ -168,7 +167,7 @@ bool portfolio_command(const PortfolioCommand& command, const RunOutputs& output
       embedded::open_store_reader(command.database);
   const std::vector<EvaluationOfRun> signals = signals_of_pool(*store, command.pool);
   const embedded::RunStart& start = latest_run(signals).start;
-  const std::filesystem::path prices = price_path(command, start);
+  const embedded::PriceSource prices = source_of(command, start);
   const bool to_standard_output = command.output == kStandardOutput;
   const bool to_file = command.output && !to_standard_output;
   if (to_file) {
@@ -183,8 +182,8 @@ bool portfolio_command(const PortfolioCommand& command, const RunOutputs& output
     write_book(data, book.weights, [&](std::string_view text) { outputs.text.write(text); });
   }
   Output& figures = to_standard_output ? outputs.messages : outputs.text;
-  figures.write(command.json ? json_line(book_json(command, book, signals, prices.string()))
-                             : page_text(command, book, signals, prices.string(), width));
+  figures.write(command.json ? json_line(book_json(command, book, signals, prices.text()))
+                             : page_text(command, book, signals, prices.text(), width));
   for (const auto& [id, reason] : book.left_out) {
     outputs.messages.write(
         fmt::format("{}: {} is not part of the book: {}\n", kProgramName, id, on_one_line(reason)));

@@ -6,6 +6,7 @@
 #include "apps/genetic_search/stored_signal.hpp"
 #include "apps/genetic_search/usage_error.hpp"
 #include "hosts/embedded/search/attempt_replay.hpp"
+#include "hosts/embedded/search/run_description.hpp"
 #include "hosts/embedded/search/signal_export.hpp"
 #include "hosts/embedded/store/store_reader.hpp"
 
@@ -100,8 +101,8 @@ bool replay_command(const ReplayCommand& command, Output& output) {
     throw embedded::StoreError(opened->path(), fmt::format("attempt {} has no run", attempt.id),
                                "the file is damaged; move it away");
   }
-  const embedded::MarketData prices =
-      embedded::read_run_prices(command.prices.value_or(run->start.price_path), run->start);
+  const embedded::MarketData prices = embedded::read_run_prices(
+      command.prices.value_or(embedded::price_source_of(run->start)), run->start);
   const Replay replay =
       embedded::replay_attempt(attempt, *run, recorded_statistics(*opened, attempt), prices);
   output.write(command.json ? json_line(json_of(attempt, replay)) : text_of(attempt, replay));

@@ -115,7 +115,7 @@ std::string book_text(const embedded::BookRules& rules, bool periods_are_inferre
 std::string started_text(const embedded::SearchStarted& started, Width width) {
   return entry_text(
              "prices  ",
-             fmt::format("{}: {}, {}, {} to {}", on_one_line(started.prices.string()),
+             fmt::format("{}: {}, {}, {} to {}", on_one_line(started.prices.text()),
                          counted(started.instruments, "instrument"), counted(started.days, "day"),
                          started.first_date, started.last_date),
              width) +

@@ -70,7 +70,9 @@ void add_repair_options(Options& options, embedded::SearchOptions& search) {
 
 void add_search_options(Options& options, embedded::SearchOptions& search) {
   options.group("Data");
-  options.text("--prices", "FILE", "Daily prices, as CSV (see below). Needed.", search.prices);
+  options.prices(
+      "Daily prices, as CSV (see below): a file, several files, or a folder of them. Needed.",
+      Options::Following::IsPrices, search.prices);
   add_price_options(options, search.price_format);
   options.text("--db", "FILE",
                fmt::format("The store: an SQLite file, made when it is not there, to which the "
@@ -239,7 +241,7 @@ void add_run_options(Options& options, RunCommand& run) {
 void add_eval_options(Options& options, EvalCommand& eval) {
   options.group("Data");
   options.positional("FORMULA", eval.formulas);
-  options.text("--prices", "FILE", "Daily prices, as CSV. Needed.", eval.search.prices);
+  add_needed_prices(options, eval.search.prices);
   add_price_options(options, eval.search.price_format);
   options.optional_text("--file", "FILE",
                         "Formulas, one a line, beside those of the command line; - is standard "

@@ -132,7 +132,7 @@ std::string run_text(const embedded::RunRecord& run) {
 }
 
 std::string prices_text(const embedded::RunStart& start) {
-  return on_one_line(start.price_path.empty() ? start.price_file : start.price_path);
+  return on_one_line(stored_prices(start).text());
 }
 
 // Empty for a run without eras.
@@ -210,7 +210,7 @@ Json run_json(const Page& page) {
           {"started_at", start.started_at},
           {"ended_at", figure_json(run.ended_at)},
           {"terminal_reason", run.terminal_reason ? Json(*run.terminal_reason) : Json(nullptr)},
-          {"prices", start.price_path.empty() ? start.price_file : start.price_path},
+          {"prices", stored_prices(start).text()},
           {"price_digest", start.price_digest},
           {"cost_basis_points", figure_json(start.cost_basis_points)},
           {"delay_days", rules.delay_days},

@@ -6,6 +6,7 @@
 #include "apps/genetic_search/signal_table.hpp"
 #include "apps/genetic_search/usage_error.hpp"
 #include "hosts/embedded/host/json_value.hpp"
+#include "hosts/embedded/search/run_description.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -35,6 +36,11 @@ embedded::EvaluationOfRun required_evaluation(embedded::StoreReader& store,
         cut_to_width(on_one_line(eval_id), 40), store.path(), kProgramName, kSignalsName));
   }
   return *std::move(found);
+}
+
+embedded::PriceSource stored_prices(const embedded::RunStart& run) {
+  embedded::PriceSource source = embedded::price_source_of(run);
+  return source.empty() ? embedded::PriceSource(run.price_file) : source;
 }
 
 std::string stored_expression(const std::string& graph_json) {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "apps/genetic_search/json_events.hpp"
+#include "hosts/embedded/market/price_source.hpp"
 #include "hosts/embedded/store/store_reader.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -13,6 +14,9 @@ namespace varnholt::app {
 // The evaluation, with its run. Throws UsageError where the store has none of this id.
 [[nodiscard]] embedded::EvaluationOfRun required_evaluation(embedded::StoreReader& store,
                                                             const std::string& eval_id);
+
+// Where the prices of a run were: the name of the file alone for one that does not say where.
+[[nodiscard]] embedded::PriceSource stored_prices(const embedded::RunStart& run);
 
 // The graph as a call; empty for a graph that is not of the vocabulary's form.
 [[nodiscard]] std::string stored_expression(const std::string& graph_json);

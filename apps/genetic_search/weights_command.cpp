@@ -47,7 +47,7 @@ Eigen::Index first_day(const WeightsCommand& command, const MarketData& data) {
         std::lower_bound(data.dates.begin(), data.dates.end(), *command.since) - data.dates.begin();
     if (first == data.day_count()) {
       throw UsageError(fmt::format(
-          "{} has no day from {} on; its last is {}", on_one_line(command.prices.string()),
+          "{} has no day from {} on; its last is {}", on_one_line(command.prices.text()),
           embedded::date_text(*command.since), embedded::date_text(data.dates.back())));
     }
   }
@@ -93,16 +93,16 @@ std::string comparison_text(const WeightsCommand& command, const MarketData& dat
   for (const EvaluationOfRun& signal : signals) {
     const embedded::RunStart& start = signal.run.start;
     if (!told.insert(start.price_digest).second) continue;
-    text += fmt::format("{} beside the prices of run {}: ", on_one_line(command.prices.string()),
+    text += fmt::format("{} beside the prices of run {}: ", on_one_line(command.prices.text()),
                         signal.run.id);
     try {
-      const MarketData before = embedded::read_run_prices(start.price_path, start, check);
+      const MarketData before =
+          embedded::read_run_prices(embedded::price_source_of(start), start, check);
       text += changes_text(embedded::price_changes(before, data)) + "\n";
     } catch (const embedded::ExportError&) {
       // Nothing depends on them: what was asked for are the weights on the new ones.
-      text +=
-          fmt::format("not compared, because {} is not there any more as it was\n",
-                      on_one_line(start.price_path.empty() ? start.price_file : start.price_path));
+      text += fmt::format("not compared, because {} is not there any more as it was\n",
+                          on_one_line(stored_prices(start).text()));
     }
   }
   return text;
@@ -175,7 +175,7 @@ class Weights {
       } catch (const std::exception& error) {
         if (!command_.pool) throw;
         outputs_.messages.write(fmt::format("{}: {} cannot be computed on {}: {}\n", kProgramName,
-                                            id, on_one_line(command_.prices.string()),
+                                            id, on_one_line(command_.prices.text()),
                                             on_one_line(error.what())));
       }
     }

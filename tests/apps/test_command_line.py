@@ -382,6 +382,104 @@ def test_check_prices_tells_of_a_jump_and_still_ends_well(tmp_path: Path):
     assert "2020-01-21" not in call("check-prices", path, "--list", "0").stdout
 
 
+def test_check_prices_tells_what_makes_a_backtest_lie(tmp_path: Path):
+    path = tmp_path / "split.csv"
+    closes = [100 + day % 3 for day in range(20)] + [50 + day % 3 for day in range(8)]
+    path.write_text(
+        "date,XYZ\n" + "".join(f"2999-01-{i + 1:02},{c}\n" for i, c in enumerate(closes))
+    )
+    ended = call("check-prices", path)
+    assert ended.returncode == 0
+    assert "unadjusted_splits: 1 (" in ended.stdout
+    assert "  XYZ      2999-01-20 to 2999-01-21: 101 to 50, as in a split of 2 to 1" in ended.stdout
+    assert "  remedy: divide the prices before it by the ratio" in ended.stdout
+    assert "2999-01-01 to 2999-01-28: 28 days in the future" in ended.stdout
+    assert "Nothing looks suspicious" not in ended.stdout
+    (told,) = events(call("check-prices", path, "--json").stdout)
+    found = {check["name"]: check["findings"] for check in told["checks"]}
+    assert [name for name, findings in found.items() if findings] == [
+        "future_dates", "unadjusted_splits"
+    ]
+    (split,) = found["unadjusted_splits"]
+    assert (split["symbol"], split["last_date"]) == ("XYZ", "2999-01-21")
+    assert split["figure"] == pytest.approx(101 / 50)
+    assert told["jumps"][0]["to"] == 50 and told["days"] == 28
+
+
+def test_every_check_of_prices_stands_in_the_documentation(prices: Path):
+    (told,) = events(call("check-prices", prices, "--json").stdout)
+    page = (Path(__file__).parents[2] / "docs" / "price-files.md").read_text()
+    section = page[page.index("## Checks"):]
+    assert [line for line in section.splitlines() if line.startswith("| `")] == [
+        f"| `{check['name']}` | {check['threshold']} | {check['remedy']} |"
+        for check in told["checks"]
+    ]
+
+
+def one_file_a_symbol(prices: Path, folder: Path) -> list[Path]:
+    """The same prices as files of a symbol each, which do not say it."""
+    folder.mkdir()
+    head, *lines = prices.read_text().splitlines()
+    by_symbol: dict[str, list[str]] = {}
+    for line in lines:
+        day, symbol, rest = line.split(",", 2)
+        by_symbol.setdefault(symbol, []).append(f"{day},{rest}")
+    for symbol, own in by_symbol.items():
+        columns = head.replace("symbol,", "")
+        (folder / f"{symbol}.csv").write_text("\n".join([columns, *own]) + "\n")
+    return sorted(folder.iterdir())
+
+
+def test_several_files_and_a_folder_are_the_same_prices_to_every_command(
+    prices: Path, tmp_path: Path
+):
+    files = one_file_a_symbol(prices, tmp_path / "symbols")
+    common = ("--generations", "2", "--seed", "5", "--batch-size", "8", *NO_GATES)
+    again = tuple(part for file in files for part in ("--prices", file))
+    given = {
+        "one": ("--prices", prices),
+        "files": ("--prices", *reversed(files)),
+        "again": again,
+        "folder": ("--prices", tmp_path / "symbols"),
+    }
+    digests, keys = set(), set()
+    for name, arguments in given.items():
+        database = tmp_path / f"{name}.db"
+        ended = call("run", *arguments, "--db", database, *common)
+        assert ended.returncode == 0, ended.stderr
+        digests |= set(rows(database, "SELECT price_digest FROM runs"))
+        keys |= set(rows(database, "SELECT evaluation_key FROM runs"))
+    assert len(digests) == 2  # Of the one file, and of the five, however they were named.
+    assert len(keys) == 1
+
+    database = tmp_path / "files.db"
+    ((eval_id,),) = rows(database, "SELECT eval_id FROM evaluations LIMIT 1")
+    ((attempt,),) = rows(database, "SELECT MIN(id) FROM attempts")
+    assert f"{files[-1]} and 4 more" in " ".join(call("show", database, eval_id).stdout.split())
+    whole = tmp_path / "one.csv"
+    assert call("export", tmp_path / "one.db", eval_id, "--weights", whole).returncode == 0
+    for name, arguments in {
+        "kept": (), "folder": ("--prices", tmp_path / "symbols"), "again": again
+    }.items():
+        weights = tmp_path / f"{name}.csv"
+        ended = call("export", database, eval_id, "--weights", weights, *arguments)
+        assert ended.returncode == 0, ended.stderr
+        assert weights.read_bytes() == whole.read_bytes()
+        assert call("replay", database, attempt, *arguments).returncode == 0
+        ended = call("eval", "close", *(arguments or given["one"]), "--json")
+        assert ended.returncode == 0, ended.stderr
+        ended = call("weights", database, eval_id, *(arguments or given["one"]), "-o", "-")
+        assert ended.stdout.encode() == whole.read_bytes(), ended.stderr
+    assert "instruments: 5" in call("check-prices", *files).stdout
+    assert "instruments: 5" in call("check-prices", tmp_path / "symbols").stdout
+    clash = call("export", database, eval_id, "--weights", files[0], "--force")
+    assert clash.returncode == 2 and "it is a file that the weights are made of" in clash.stderr
+
+    files[0].unlink()
+    ended = call("replay", database, attempt, "--prices", tmp_path / "symbols")
+    assert ended.returncode == 2 and "not the price file of the run" in ended.stderr
+
+
 def test_check_prices_refuses_what_it_cannot_read(tmp_path: Path):
     bad = tmp_path / "bad.csv"
     bad.write_text("date,AAA\n2020-01-01,-1\n")

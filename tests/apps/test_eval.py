@@ -38,6 +38,53 @@ def test_a_stored_signal_has_its_stored_figures_and_correlates_with_itself(
     assert folder_of(store.parent) == before
 
 
+def test_own_columns_are_features_and_groups(prices: Path, tmp_path: Path):
+    own = tmp_path / "own.csv"
+    head, *lines = prices.read_text().splitlines()
+    own.write_text("\n".join([head + ",Short Interest,exchange", *(
+        f"{line},{number % 7 - 3},{'NYSE' if line.split(',')[1] < 'CCC' else 'Nasdaq'}"
+        for number, line in enumerate(lines)
+    )]) + "\n")
+    formula = "group_demean(rank(short_interest), exchange)"
+    done = call("eval", formula, "--prices", own, "--json")
+    assert (done.returncode, done.stderr) == (0, "")
+    done = call("eval", formula, "--prices", prices, "--json")
+    assert done.returncode == 2 and '"short_interest" is no feature' in done.stderr
+    renamed = call(
+        "eval", "rank(si)", "--prices", own, "--columns", "feature:si=Short Interest", "--json"
+    )
+    assert renamed.returncode == 0, renamed.stderr
+    clash = call("eval", "close", "--prices", own, "--columns", "feature:delta=Short Interest")
+    assert clash.returncode == 2
+    assert 'the prices have a column "delta", and in formulas that name means' in clash.stderr
+
+    # A run draws them once they are switched on, and its signals need them.
+    config = tmp_path / "own.toml"
+    config.write_text("[vocabulary.features]\nshort_interest = 50\n")
+    common = ("--generations", "1", "--seed", "5", "--batch-size", "16", *NO_GATES)
+    plain, mine, without = (tmp_path / f"{name}.db" for name in ("plain", "mine", "without"))
+    for database, more in (
+        (plain, (own,)), (mine, (own, "--config", config)), (without, (prices,))
+    ):
+        done = call("run", "--prices", *more, "--db", database, *common)
+        assert done.returncode == 0, done.stderr
+    texts = {
+        database: [graph for (graph,) in rows(database, "SELECT graph FROM evaluations")]
+        for database in (plain, mine, without)
+    }
+    assert texts[plain] == texts[without]
+    assert any("short_interest" in text for text in texts[mine])
+    ((eval_id,), *_) = rows(
+        mine, "SELECT eval_id FROM evaluations WHERE graph LIKE '%short_interest%'"
+    )
+    ended = call("weights", mine, eval_id, "--prices", prices, "-o", "-")
+    assert ended.returncode == 2
+    assert '"short_interest" is no feature of these market data; use one of' in ended.stderr
+    assert "or give prices with a column of numbers of that name" in ended.stderr
+    ended = call("run", "--prices", prices, "--config", config, "--db", tmp_path / "no.db", *common)
+    assert ended.returncode == 2 and "no column of these prices" in ended.stderr
+
+
 def test_gates_tell_how_near_they_are(prices: Path):
     done = call("eval", "-rank(delta(close, 5))", "--prices", prices, "--json", "--min-sharpe", "9")
     (told,) = events(done.stdout)

@@ -8,14 +8,15 @@
 #include "hosts/embedded/vocabulary/formula.hpp"
 #include "hosts/embedded/vocabulary/graph_check.hpp"
 #include "tests/fuzz/fuzz_input.hpp"
+#include "tests/hosts/embedded/price_text.hpp"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace varnholt::embedded;
   using varnholt::fuzz::require;
-  static const Vocabulary vocabulary =
-      make_vocabulary(read_price_text("date,symbol,open,high,low,close,volume,sector\n"
-                                      "2020-01-02,AAA,1,2,1,2,5,oil\n2020-01-02,BBB,1,2,1,2,5,\n",
-                                      "prices.csv"));
+  static const Vocabulary vocabulary = make_vocabulary(
+      test::read_price_text("date,symbol,open,high,low,close,volume,sector\n"
+                            "2020-01-02,AAA,1,2,1,2,5,oil\n2020-01-02,BBB,1,2,1,2,5,\n",
+                            "prices.csv"));
   const auto read = [](std::string_view text, std::size_t line) {
     try {
       const varnholt::genetic::Value graph = parse_formula(text, vocabulary, {}, line);

@@ -6,11 +6,12 @@
 #include "hosts/embedded/search/seed_graphs.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
 #include "tests/fuzz/fuzz_input.hpp"
+#include "tests/hosts/embedded/price_text.hpp"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using varnholt::fuzz::require;
   static const varnholt::embedded::Vocabulary vocabulary =
-      varnholt::embedded::make_vocabulary(varnholt::embedded::read_price_text(
+      varnholt::embedded::make_vocabulary(varnholt::embedded::test::read_price_text(
           "date,symbol,open,high,low,close,volume\n2020-01-02,AAA,1,2,1,2,5\n", "prices.csv"));
   try {
     const auto graphs = varnholt::embedded::parse_seed_graphs(varnholt::fuzz::text_of(data, size),

@@ -10,6 +10,7 @@
 
 #include <fmt/format.h>
 
+#include "hosts/embedded/market/own_columns.hpp"
 #include "hosts/embedded/vocabulary/formula.hpp"
 #include "hosts/embedded/vocabulary/formula_words.hpp"
 
@@ -26,8 +27,8 @@ constexpr std::string_view kKeys =
 // Market data with every column and group that there may be, for what is known without prices.
 MarketData data_of_everything() {
   MarketData data;
-  for (auto* const panel : {&data.open, &data.high, &data.low, &data.volume, &data.vwap, &data.cap})
-    panel->emplace(0, 0);
+  for (const NamedPanel& named : kOptionalPanels)
+    (data.*named.panel).emplace(0, 0);
   for (const char* const group : {"sector", "industry", "subindustry", "country"})
     data.groups.emplace(group, GroupPanel(0, 0));
   return data;
@@ -93,8 +94,9 @@ bool is_function(std::string_view name) {
   return has_name(everything().functions, name);
 }
 
+// One of the owner's own is known only with the prices.
 bool is_feature(std::string_view name) {
-  return has_name(everything().features, name);
+  return has_name(everything().features, name) || (is_own_name(name) && is_free_for_columns(name));
 }
 
 struct NameRule {
@@ -104,15 +106,26 @@ struct NameRule {
 constexpr NameRule kFamilyRule = {&is_family,
                                   "the families are cross, ts, arith, comparison, logic and group"};
 constexpr NameRule kFunctionRule = {&is_function, "\"genetic-search vocabulary\" lists all"};
-constexpr NameRule kFeatureRule = {&is_feature, "\"genetic-search vocabulary\" lists all"};
+constexpr NameRule kFeatureRule = {
+    &is_feature,
+    "\"genetic-search vocabulary\" lists all; a column of your own has a name of small letters, "
+    "digits and underscores"};
 
 class VocabularyReader {
  public:
   explicit VocabularyReader(const ConfigSource& source) : source_(source) {}
 
   VocabularySettings read(const toml::table& table) {
-    for (const TomlEntry& entry : entries_in_order(table))
-      take(entry);
+    // Formulas may use columns of the owner's own, which are named among the features.
+    const auto is_of_features = [](const TomlEntry& entry) {
+      return entry.key->str() == "features";
+    };
+    for (const TomlEntry& entry : entries_in_order(table)) {
+      if (is_of_features(entry)) take(entry);
+    }
+    for (const TomlEntry& entry : entries_in_order(table)) {
+      if (!is_of_features(entry)) take(entry);
+    }
     return std::move(settings_);
   }
 
@@ -207,6 +220,9 @@ class VocabularyReader {
 
   void take_formulas(const TomlEntry& table, const MetValue& met) {
     Vocabulary known = everything();
+    for (const auto& [name, choice] : settings_.features) {
+      if (known.find_feature(name) == nullptr) known.features.push_back({name, 0.0, {}});
+    }
     for (const TomlEntry& entry : entries_in_order(table_of(table, met))) {
       const std::string name(entry.key->str());
       if (!is_free_name(name, known)) {

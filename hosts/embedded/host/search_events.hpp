@@ -14,13 +14,14 @@
 #include "hosts/embedded/backtest/statistics.hpp"
 #include "hosts/embedded/luck/deflated_sharpe.hpp"
 #include "hosts/embedded/luck/verdict.hpp"
+#include "hosts/embedded/market/price_source.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::embedded {
 
 struct SearchStarted {
   std::int64_t run_id = 0;  // In the store.
-  std::filesystem::path prices;
+  PriceSource prices;
   std::filesystem::path database;
   std::int64_t instruments = 0;
   std::int64_t days = 0;

@@ -3,13 +3,14 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <functional>
+#include <iterator>
 #include <limits>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <utility>
 
+#include "hosts/embedded/market/numbered.hpp"
+#include "hosts/embedded/market/own_columns.hpp"
 #include "hosts/embedded/market/price_panel.hpp"
 
 namespace varnholt::embedded {
@@ -18,15 +19,10 @@ namespace {
 enum Field : std::size_t { kOpen, kHigh, kLow, kClose, kVolume, kVwap, kCap, kFieldCount };
 constexpr std::array<std::string_view, kFieldCount> kFieldNames = {"open",   "high", "low", "close",
                                                                    "volume", "vwap", "cap"};
-// Columns of names, which instruments are grouped by.
-constexpr auto kGroupNames =
-    std::to_array<std::string_view>({"sector", "industry", "subindustry", "country"});
-
 struct LongColumns {
   std::size_t date = PriceRows::kNoColumn;
   std::size_t symbol = PriceRows::kNoColumn;
   std::array<std::size_t, kFieldCount> fields{};
-  std::array<std::size_t, kGroupNames.size()> groups{};
   // Where the close is an adjusted one: the raw one beside it, by which the others are adjusted.
   std::size_t raw_close = PriceRows::kNoColumn;
   std::size_t left_out = PriceRows::kNoColumn;  // The adjusted close, where the raw one is meant.
@@ -59,77 +55,55 @@ LongColumns find_columns(const PriceRows& rows) {
   for (std::size_t field = 0; field < kFieldCount; ++field) {
     columns.fields[field] = rows.find(kFieldNames[field]);
   }
-  for (std::size_t group = 0; group < kGroupNames.size(); ++group)
-    columns.groups[group] = rows.find(kGroupNames[group]);
   find_close(rows, columns);
   if (columns.date == PriceRows::kNoColumn) throw missing_column(rows, "date");
   if (!columns.has(kClose)) throw missing_column(rows, "close");
-  for (std::size_t column = 0; column < rows.header().size(); ++column) {
-    const bool known = column == columns.date || column == columns.symbol ||
-                       column == columns.raw_close || column == columns.left_out ||
-                       is_beside_prices(column_key(rows.header()[column])) ||
-                       std::count(columns.fields.begin(), columns.fields.end(), column) > 0 ||
-                       std::count(columns.groups.begin(), columns.groups.end(), column) > 0;
-    if (!known) {
-      throw PriceFileError(rows.header_place(column), "is not a column of a long price file",
-                           "remove it, or say with --columns which of date, symbol, open, high, "
-                           "low, close, volume, vwap, cap, sector, industry, subindustry and "
-                           "country it is");
-    }
-  }
   return columns;
 }
 
-// The keys of a file in the order in which they appear; each is known by its number.
-template <typename Key, typename Hash = std::hash<Key>>
-class Numbered {
- public:
-  // The number of what `text` is, which `read` turns into a key where it is new; nothing where it
-  // has none. Files are sorted by day or by symbol, so that most rows have one of the two in common
-  // with the row before.
-  template <typename Read>
-  std::optional<std::uint32_t> number(std::string_view text, const Read& read) {
-    if (has_last_ && text == last_text_) return last_;
-    const std::optional<Key> key = read();
-    if (!key) return std::nullopt;
-    const auto [entry, is_new] = numbers_.emplace(*key, static_cast<std::uint32_t>(keys_.size()));
-    if (is_new) keys_.push_back(*key);
-    last_text_ = text;
-    last_ = entry->second;
-    has_last_ = true;
-    return last_;
+// The columns that are not of the prices themselves.
+std::vector<OwnColumn> own_columns_of(const PriceRows& rows, const LongColumns& columns) {
+  std::vector<bool> is_known(rows.header().size());
+  for (std::size_t column = 0; column < is_known.size(); ++column) {
+    is_known[column] = column == columns.date || column == columns.symbol ||
+                       column == columns.raw_close || column == columns.left_out ||
+                       std::count(columns.fields.begin(), columns.fields.end(), column) > 0;
   }
-
-  [[nodiscard]] std::size_t size() const { return keys_.size(); }
-  [[nodiscard]] const Key& operator[](std::size_t number) const { return keys_[number]; }
-
-  // The keys in ascending order, and the place of each number in it.
-  [[nodiscard]] std::vector<Key> sorted() const {
-    std::vector<Key> keys = keys_;
-    std::sort(keys.begin(), keys.end());
-    return keys;
-  }
-  [[nodiscard]] std::vector<Eigen::Index> places(const std::vector<Key>& sorted) const {
-    std::vector<Eigen::Index> places;
-    places.reserve(keys_.size());
-    for (const Key& key : keys_) {
-      places.push_back(std::lower_bound(sorted.begin(), sorted.end(), key) - sorted.begin());
-    }
-    return places;
-  }
-
- private:
-  std::unordered_map<Key, std::uint32_t, Hash> numbers_;
-  std::vector<Key> keys_;
-  std::string last_text_;
-  std::uint32_t last_ = 0;
-  bool has_last_ = false;
-};
+  return find_own_columns(rows, is_known);
+}
 
 struct DateHash {
   std::size_t operator()(Date date) const {
     return std::hash<Date::rep>{}(date.time_since_epoch().count());
   }
+};
+
+// The line of each row. Rows mostly stand in lines that follow one another: only where they do not
+// is one kept.
+class RowLines {
+ public:
+  void add(std::size_t line) {
+    if (row_count_ == 0 || line != last_ + 1) breaks_.push_back({row_count_, line});
+    last_ = line;
+    ++row_count_;
+  }
+
+  [[nodiscard]] std::size_t operator[](std::size_t row) const {
+    const auto after =
+        std::upper_bound(breaks_.begin(), breaks_.end(), row,
+                         [](std::size_t wanted, const Break& at) { return wanted < at.row; });
+    const Break& at = *std::prev(after);
+    return at.line + (row - at.row);
+  }
+
+ private:
+  struct Break {
+    std::size_t row = 0;
+    std::size_t line = 0;
+  };
+  std::vector<Break> breaks_;
+  std::size_t row_count_ = 0;
+  std::size_t last_ = 0;
 };
 
 // What the rows hold, a column each, so that each can be let go once its panel is made.
@@ -138,9 +112,9 @@ struct LongRows {
   Numbered<std::string> symbols;
   std::vector<std::uint32_t> date_numbers;
   std::vector<std::uint32_t> symbol_numbers;
+  RowLines lines;
   std::array<std::vector<double>, kFieldCount> values;
-  std::array<Numbered<std::string>, kGroupNames.size()> group_names;
-  std::array<std::vector<int>, kGroupNames.size()> groups;
+  std::vector<OwnColumn> own;
   // By symbol and date: whether there has been such a row.
   std::vector<std::vector<bool>> is_given;
 };
@@ -171,32 +145,12 @@ std::array<double, kFieldCount> read_values(PriceRows& rows, const LongColumns& 
   return values;
 }
 
-bool is_row_of(const CsvRow& row, const LongColumns& columns, Date date, const std::string& symbol,
-               const CellFormat& format) {
-  const bool is_of_one = columns.symbol == PriceRows::kNoColumn;
-  if (row.cells.size() <= std::max(columns.date, is_of_one ? 0 : columns.symbol)) return false;
-  try {
-    return (is_of_one || row.cells[columns.symbol] == symbol) &&
-           read_date_cell(row.cells[columns.date], format) == date;
-  } catch (const CellMistake&) {
-    return false;  // Noted when it was read.
-  }
-}
-
-// The line in which a day and symbol stand first. The file is read again for it, so that no line
-// number has to be kept for rows that nobody asks about.
-std::size_t first_line(std::string_view text, const LongColumns& columns, Date date,
-                       const std::string& symbol, const PriceRows& rows) {
-  CsvReader reader(text, "", {}, rows.separator());
-  while (reader.next() && !is_row_of(reader.row(), columns, date, symbol, rows.cell_format())) {
-  }
-  return reader.row().line;
-}
-
-// An empty cell is no group.
-int group_number(Numbered<std::string>& names, std::string_view cell) {
-  if (cell.empty()) return kNoGroup;
-  return static_cast<int>(*names.number(cell, [&] { return std::optional(std::string(cell)); }));
+// The line of the row with this day and symbol, which there is.
+std::size_t line_of(const LongRows& table, std::uint32_t date, std::uint32_t symbol) {
+  std::size_t row = 0;
+  while (table.date_numbers[row] != date || table.symbol_numbers[row] != symbol)
+    ++row;
+  return table.lines[row];
 }
 
 std::optional<std::uint32_t> number_of_symbol(LongRows& table, PriceRows& rows,
@@ -209,11 +163,13 @@ std::optional<std::uint32_t> number_of_symbol(LongRows& table, PriceRows& rows,
                               [&] { return rows.read(columns.symbol, read_symbol_cell); });
 }
 
-void add_row(LongRows& table, PriceRows& rows, const LongColumns& columns, std::string_view text) {
+void add_row(LongRows& table, PriceRows& rows, const LongColumns& columns) {
   const auto date_number = table.dates.number(
       rows.cell(columns.date), [&] { return rows.read(columns.date, read_date_cell); });
   const auto symbol_number = number_of_symbol(table, rows, columns);
   const std::array<double, kFieldCount> values = read_values(rows, columns);
+  for (OwnColumn& own : table.own)
+    own.read(rows);
   if (!rows.is_good()) return;
   check_panel_size(rows.file(), table.dates.size(), table.symbols.size());
   const std::uint32_t date = *date_number;
@@ -223,50 +179,53 @@ void add_row(LongRows& table, PriceRows& rows, const LongColumns& columns, std::
   std::vector<bool>& days = table.is_given[symbol];
   if (days.size() <= date) days.resize(table.dates.size());
   if (days[date]) {
-    const std::size_t line =
-        first_line(text, columns, table.dates[date], table.symbols[symbol], rows);
     return rows.note(PriceFileError(rows.place(columns.date),
                                     "is given a second time for \"" + table.symbols[symbol] +
-                                        "\" (first in line " + std::to_string(line) + ")",
+                                        "\" (first in line " +
+                                        std::to_string(line_of(table, date, symbol)) + ")",
                                     "keep one row a day and instrument"));
   }
   days[date] = true;
+  table.lines.add(rows.line());
 
   table.date_numbers.push_back(date);
   table.symbol_numbers.push_back(symbol);
   for (std::size_t field = 0; field < kFieldCount; ++field) {
     if (columns.has(field)) table.values[field].push_back(values[field]);
   }
-  for (std::size_t group = 0; group < kGroupNames.size(); ++group) {
-    if (columns.groups[group] == PriceRows::kNoColumn) continue;
-    table.groups[group].push_back(
-        group_number(table.group_names[group], rows.cell(columns.groups[group])));
-  }
+  for (OwnColumn& own : table.own)
+    own.keep();
 }
 
-LongRows read_rows(PriceRows& rows, const LongColumns& columns, std::string_view text) {
+LongRows read_rows(PriceRows& rows, const LongColumns& columns) {
   LongRows table;
+  table.own = own_columns_of(rows, columns);
   table.date_numbers.reserve(rows.row_bound());
   table.symbol_numbers.reserve(rows.row_bound());
   for (std::size_t field = 0; field < kFieldCount; ++field) {
     if (columns.has(field)) table.values[field].reserve(rows.row_bound());
   }
   while (rows.next())
-    add_row(table, rows, columns, text);
+    add_row(table, rows, columns);
   return table;
 }
 
 }  // namespace
 
-MarketData read_long_prices(PriceRows& rows, std::string_view text) {
+PriceTable read_long_prices(PriceRows& rows) {
   const LongColumns columns = find_columns(rows);
-  LongRows table = read_rows(rows, columns, text);
+  LongRows table = read_rows(rows, columns);
 
-  MarketData data;
+  PriceTable read{.file = rows.file()};
+  MarketData& data = read.data;
   data.dates = table.dates.sorted();
   data.symbols = table.symbols.sorted();
   const std::vector<Eigen::Index> days = table.dates.places(data.dates);
   const std::vector<Eigen::Index> instruments = table.symbols.places(data.symbols);
+  const auto place = [&](auto& panel, const auto& values) {
+    for (std::size_t row = 0; row < values.size(); ++row)
+      panel(days[table.date_numbers[row]], instruments[table.symbol_numbers[row]]) = values[row];
+  };
 
   const std::array<std::optional<Panel>*, kFieldCount> optional_panels = {
       &data.open, &data.high, &data.low, nullptr, &data.volume, &data.vwap, &data.cap};
@@ -274,20 +233,26 @@ MarketData read_long_prices(PriceRows& rows, std::string_view text) {
     if (!columns.has(field)) continue;
     Panel& panel = field == kClose ? data.close : optional_panels[field]->emplace();
     panel = empty_panel(data.dates.size(), data.symbols.size());
-    const std::vector<double> values = std::exchange(table.values[field], {});
-    for (std::size_t row = 0; row < values.size(); ++row) {
-      panel(days[table.date_numbers[row]], instruments[table.symbol_numbers[row]]) = values[row];
+    place(panel, std::exchange(table.values[field], {}));
+  }
+  for (OwnColumn& own : table.own) {
+    if (own.kind() == OwnKind::Number) {
+      Panel& panel = data.features.emplace(own.name(), Panel()).first->second;
+      panel = empty_panel(data.dates.size(), data.symbols.size());
+      place(panel, own.take_numbers());
+    } else if (own.kind() == OwnKind::Group) {
+      GroupPanel& panel = data.groups.emplace(own.name(), GroupPanel()).first->second;
+      panel = GroupPanel::Constant(data.close.rows(), data.close.cols(), kNoGroup);
+      place(panel, own.take_groups());
+      read.group_names.emplace(own.name(), own.group_names());
     }
   }
-  for (std::size_t group = 0; group < kGroupNames.size(); ++group) {
-    const std::vector<int> numbers = std::exchange(table.groups[group], {});
-    if (numbers.empty()) continue;
-    GroupPanel panel = GroupPanel::Constant(data.close.rows(), data.close.cols(), kNoGroup);
-    for (std::size_t row = 0; row < numbers.size(); ++row)
-      panel(days[table.date_numbers[row]], instruments[table.symbol_numbers[row]]) = numbers[row];
-    data.groups.emplace(kGroupNames[group], std::move(panel));
+  read.lines = LinePanel::Zero(data.close.rows(), data.close.cols());
+  for (std::size_t row = 0; row < table.date_numbers.size(); ++row) {
+    read.lines(days[table.date_numbers[row]], instruments[table.symbol_numbers[row]]) =
+        static_cast<std::uint32_t>(table.lines[row]);
   }
-  return data;
+  return read;
 }
 
 }  // namespace varnholt::embedded

@@ -1,6 +1,5 @@
 #include "hosts/embedded/market/market_data.hpp"
 
-#include <initializer_list>
 #include <stdexcept>
 
 #include "hosts/embedded/system/memory_advice.hpp"
@@ -20,12 +19,10 @@ MarketData MarketData::first_days(Eigen::Index days) const {
   result.dates.assign(dates.begin(), dates.begin() + days);
   result.symbols = symbols;
   result.close = close.topRows(days);
-  result.open = head(open);
-  result.high = head(high);
-  result.low = head(low);
-  result.volume = head(volume);
-  result.vwap = head(vwap);
-  result.cap = head(cap);
+  for (const NamedPanel& named : kOptionalPanels)
+    result.*named.panel = head(this->*named.panel);
+  for (const auto& [name, panel] : features)
+    result.features.emplace(name, panel.topRows(days));
   for (const auto& [name, panel] : groups)
     result.groups.emplace(name, GroupPanel(panel.topRows(days)));
   return result;
@@ -39,10 +36,11 @@ void advise_panels(const MarketData& data, const Advice& advice) {
     advice(panel.data(), static_cast<std::size_t>(panel.size()) * sizeof(double));
   };
   advise(data.close);
-  for (const auto* const panel :
-       {&data.open, &data.high, &data.low, &data.volume, &data.vwap, &data.cap}) {
-    if (*panel) advise(**panel);
+  for (const NamedPanel& named : kOptionalPanels) {
+    if (const auto& panel = data.*named.panel) advise(*panel);
   }
+  for (const auto& [name, panel] : data.features)
+    advise(panel);
 }
 
 }  // namespace

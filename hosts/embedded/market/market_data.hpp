@@ -5,10 +5,12 @@
 // Every entry is finite or NaN, and NaN means "not known": nothing fills a gap.
 #pragma once
 
+#include <array>
 #include <functional>
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <Eigen/Core>
@@ -37,6 +39,9 @@ struct MarketData {
   std::optional<Panel> vwap;
   std::optional<Panel> cap;
 
+  // Numbers of the file's owner, such as "short_interest", by the names that formulas know them by.
+  std::map<std::string, Panel, std::less<>> features;
+
   // What the instruments are grouped by, such as "sector".
   std::map<std::string, GroupPanel, std::less<>> groups;
 
@@ -47,6 +52,18 @@ struct MarketData {
   // std::out_of_range where `days` is negative or beyond day_count().
   [[nodiscard]] MarketData first_days(Eigen::Index days) const;
 };
+
+// The panels that a file may lack, each with the name of its column.
+struct NamedPanel {
+  std::string_view name;
+  std::optional<Panel> MarketData::*panel;
+};
+inline constexpr auto kOptionalPanels = std::to_array<NamedPanel>({{"open", &MarketData::open},
+                                                                   {"high", &MarketData::high},
+                                                                   {"low", &MarketData::low},
+                                                                   {"volume", &MarketData::volume},
+                                                                   {"vwap", &MarketData::vwap},
+                                                                   {"cap", &MarketData::cap}});
 
 // Keeps the panels out of processes that are forked from now on, and lets them in again, which has
 // to be done before they are freed.

@@ -1,7 +1,6 @@
 #include "hosts/embedded/market/panel_digest.hpp"
 
 #include <cstddef>
-#include <optional>
 #include <stdexcept>
 #include <string_view>
 
@@ -43,15 +42,12 @@ std::string panel_digest(const MarketData& data, Eigen::Index days) {
   for (const std::string& symbol : data.symbols)
     text += fmt::format("{} {}\n", symbol.size(), symbol);
   text += panel_text("close", data.close, days);
-  const auto add = [&](std::string_view name, const std::optional<Panel>& panel) {
-    if (panel) text += panel_text(name, *panel, days);
-  };
-  add("open", data.open);
-  add("high", data.high);
-  add("low", data.low);
-  add("volume", data.volume);
-  add("vwap", data.vwap);
-  add("cap", data.cap);
+  for (const NamedPanel& named : kOptionalPanels) {
+    if (const auto& panel = data.*named.panel) text += panel_text(named.name, *panel, days);
+  }
+  // A name of the owner's own may be that of a group of other prices.
+  for (const auto& [name, panel] : data.features)
+    text += panel_text("feature " + name, panel, days);
   for (const auto& [name, panel] : data.groups)
     text += panel_text(name, panel, days);
   return sha256_hex(text);

@@ -179,4 +179,16 @@ double read_volume_cell(std::string_view cell, const CellFormat& format) {
   return volume;
 }
 
+double read_own_number_cell(std::string_view cell, const CellFormat& format) {
+  if (is_missing(cell)) return std::numeric_limits<double>::quiet_NaN();
+  try {
+    return read_number(cell, format);
+  } catch (CellMistake& mistake) {
+    mistake.remedy +=
+        "; where the column holds names, say so with --columns group:NAME=HEADER, and where it is "
+        "not wanted, skip=HEADER";
+    throw;
+  }
+}
+
 }  // namespace varnholt::embedded

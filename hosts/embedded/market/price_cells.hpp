@@ -42,4 +42,7 @@ struct CellFormat {
 // A finite volume of zero or more, or NaN for a missing one.
 [[nodiscard]] double read_volume_cell(std::string_view cell, const CellFormat& format);
 
+// Any finite number, or NaN for a missing one: of a column of the owner's own.
+[[nodiscard]] double read_own_number_cell(std::string_view cell, const CellFormat& format);
+
 }  // namespace varnholt::embedded

@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <utility>
+#include <vector>
 
 #include "hosts/embedded/market/long_prices.hpp"
 #include "hosts/embedded/market/price_rows.hpp"
+#include "hosts/embedded/market/price_table.hpp"
 #include "hosts/embedded/market/wide_prices.hpp"
+#include "hosts/embedded/system/digest.hpp"
 #include "hosts/embedded/system/read_file.hpp"
 
 namespace varnholt::embedded {
@@ -24,29 +27,71 @@ bool is_of_one_instrument(const PriceRows& rows) {
          });
 }
 
+std::string read_bytes(const std::filesystem::path& path, const InterruptCheck& check) {
+  FileBytes file = read_file(path, kLargestPriceBytes, kWaitForWriter, check);
+  if (file.trouble == ReadTrouble::None) return std::move(file.bytes);
+  throw UnreadablePrices(path, file.trouble_text(),
+                         "check the path, and that you may read the file");
+}
+
+// An instrument may have its name from its file, which is therefore part of what the prices are.
+std::string digest_of(std::vector<std::string> files) {
+  std::sort(files.begin(), files.end());
+  std::string text;
+  for (const std::string& file : files)
+    text.append(file).append("\n");
+  return sha256_hex(text);
+}
+
 }  // namespace
 
-MarketData read_price_text(std::string_view bytes, const std::string& name,
-                           const PriceFormat& format, const InterruptCheck& check) {
+OtherPrices::OtherPrices(std::string digest)
+    : std::runtime_error("other prices than expected; their digest is " + digest),
+      digest_(std::move(digest)) {}
+
+PriceTable read_price_table(std::string_view bytes, const std::string& name,
+                            const PriceFormat& format, const InterruptCheck& check) {
   const PlainText plain(bytes, name, check);
   PriceRows rows(plain.text(), name, format, check);
   if (!rows.fields().empty()) return read_wide_prices(rows);
   const bool is_long = rows.find("symbol") != PriceRows::kNoColumn || is_of_one_instrument(rows);
-  return is_long ? read_long_prices(rows, plain.text()) : read_wide_prices(rows);
+  return is_long ? read_long_prices(rows) : read_wide_prices(rows);
 }
 
-MarketData read_price_file(const std::filesystem::path& path, const PriceFormat& format,
+PricesRead read_prices(const PriceSource& source, const PriceFormat& format,
+                       const InterruptCheck& check, const std::string& expected_digest) {
+  std::vector<PriceTable> tables;
+  std::vector<std::string> digests;
+  std::vector<PriceFileError> refused;
+  const std::vector<std::filesystem::path> files = price_files(source);
+  for (const std::filesystem::path& path : files) {
+    try {
+      const std::string bytes = read_bytes(path, check);
+      digests.push_back(sha256_hex(bytes));
+      if (files.size() > 1) digests.back() += " " + path.filename().string();
+      tables.push_back(read_price_table(bytes, path.string(), format, check));
+    } catch (const UnreadablePrices& error) {
+      // Without its bytes there is no digest to compare.
+      if (files.size() == 1 || !expected_digest.empty()) throw;
+      refused.push_back(error);
+    } catch (const PriceFileError& error) {
+      refused.push_back(error);
+    }
+  }
+  PricesRead read;
+  read.digest = digests.size() == 1 ? digests.front() : digest_of(std::move(digests));
+  if (!expected_digest.empty() && read.digest != expected_digest) throw OtherPrices(read.digest);
+  MistakeList mistakes;
+  for (const PriceFileError& error : refused)
+    mistakes.add(error);
+  mistakes.throw_if_any();
+  read.data = merged_tables(std::move(tables));
+  return read;
+}
+
+MarketData read_price_file(const PriceSource& source, const PriceFormat& format,
                            const InterruptCheck& check) {
-  return read_price_text(read_price_bytes(path, check), path.string(), format, check);
-}
-
-std::string read_price_bytes(const std::filesystem::path& path, const InterruptCheck& check) {
-  FileBytes file = read_file(path, kLargestPriceBytes, kWaitForWriter, check);
-  if (file.trouble == ReadTrouble::None) return std::move(file.bytes);
-  const char* const remedy = file.trouble == ReadTrouble::IsFolder
-                                 ? "name a CSV file of daily prices"
-                                 : "check the path, and that you may read the file";
-  throw PriceFileError({.file = path.string()}, file.trouble_text(), remedy);
+  return read_prices(source, format, check).data;
 }
 
 }  // namespace varnholt::embedded

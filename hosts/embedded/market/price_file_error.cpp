@@ -46,10 +46,10 @@ std::string message(const PricePlace& place, const std::string& problem,
   return text + problem + "; " + remedy;
 }
 
-std::string joined(const std::vector<PriceFileError>& mistakes, const std::string& more) {
+std::string joined(const std::vector<std::string>& mistakes, const std::string& more) {
   std::string text;
-  for (const PriceFileError& mistake : mistakes)
-    text.append(text.empty() ? "" : "\n").append(mistake.what());
+  for (const std::string& mistake : mistakes)
+    text.append(text.empty() ? "" : "\n").append(mistake);
   return more.empty() ? text : text + "\n" + more;
 }
 
@@ -57,9 +57,30 @@ std::string joined(const std::vector<PriceFileError>& mistakes, const std::strin
 
 PriceFileError::PriceFileError(PricePlace place, const std::string& problem,
                                const std::string& remedy)
-    : std::runtime_error(message(place, problem, remedy)), place_(std::move(place)) {}
+    : std::runtime_error(message(place, problem, remedy)),
+      place_(std::move(place)),
+      mistakes_{what()} {}
 
-PriceFileError::PriceFileError(const std::vector<PriceFileError>& mistakes, const std::string& more)
-    : std::runtime_error(joined(mistakes, more)), place_(mistakes.front().place()) {}
+PriceFileError::PriceFileError(PricePlace first, std::vector<std::string> mistakes,
+                               const std::string& more)
+    : std::runtime_error(joined(mistakes, more)),
+      place_(std::move(first)),
+      mistakes_(std::move(mistakes)),
+      is_cut_(!more.empty()) {}
+
+void MistakeList::add(const PriceFileError& error) {
+  if (mistakes_.empty()) first_ = error.place();
+  for (const std::string& mistake : error.mistakes()) {
+    if (mistakes_.size() < kMost) mistakes_.push_back(mistake);
+  }
+  if (mistakes_.size() < kMost && !error.is_cut()) return;
+  throw PriceFileError(first_, mistakes_,
+                       error.place().file + ": read no further after " +
+                           std::to_string(mistakes_.size()) + " mistakes; there may be more");
+}
+
+void MistakeList::throw_if_any() const {
+  if (!mistakes_.empty()) throw PriceFileError(first_, mistakes_, "");
+}
 
 }  // namespace varnholt::embedded

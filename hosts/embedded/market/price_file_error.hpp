@@ -20,18 +20,40 @@ struct PricePlace {
 
 // Thrown by everything that reads prices. The text of a mistake reads
 //   FILE: line L, column C "NAME": "VALUE" PROBLEM; REMEDY
-// and leaves out the parts that the place does not have. An error may be several mistakes of one
-// file: its text has a line for each, and its place is that of the first.
+// and leaves out the parts that the place does not have. An error may be several mistakes, of one
+// file or more: its text has a line for each, and its place is that of the first.
 class PriceFileError : public std::runtime_error {
  public:
   PriceFileError(PricePlace place, const std::string& problem, const std::string& remedy);
-  // All of them, of which there is at least one; `more` says what comes after the last.
-  PriceFileError(const std::vector<PriceFileError>& mistakes, const std::string& more);
+  // All of them, of which there is at least one; `more` says what comes after the last, if anything
+  // does.
+  PriceFileError(PricePlace first, std::vector<std::string> mistakes, const std::string& more);
 
   [[nodiscard]] const PricePlace& place() const noexcept { return place_; }
+  // A line each.
+  [[nodiscard]] const std::vector<std::string>& mistakes() const noexcept { return mistakes_; }
+  // Whether there may be more of them.
+  [[nodiscard]] bool is_cut() const noexcept { return is_cut_; }
 
  private:
   PricePlace place_;
+  std::vector<std::string> mistakes_;
+  bool is_cut_ = false;
+};
+
+// Mistakes that are told together, so that whoever corrects the prices sees them all.
+class MistakeList {
+ public:
+  static constexpr std::size_t kMost = 20;
+
+  // Throws PriceFileError with all of them when there are kMost, or may be more.
+  void add(const PriceFileError& error);
+  void throw_if_any() const;
+  [[nodiscard]] bool empty() const noexcept { return mistakes_.empty(); }
+
+ private:
+  PricePlace first_;
+  std::vector<std::string> mistakes_;
 };
 
 }  // namespace varnholt::embedded

@@ -13,9 +13,16 @@
 
 namespace varnholt::embedded {
 
+// In the columns of a PriceFormat, what stands before the name of an own column, and before the
+// header of one that is left out.
+inline constexpr std::string_view kOwnFeature = "feature:";
+inline constexpr std::string_view kOwnGroup = "group:";
+inline constexpr std::string_view kLeftOut = "skip:";
+
 // What the owner says. Empty is what the file shows.
 struct PriceFormat {
-  // By field ("date", "symbol", "close", ...) the name of its column in the header.
+  // By field ("date", "symbol", "close", ...), or by one of the words above with a name behind it,
+  // the name of its column in the header.
   std::map<std::string, std::string, std::less<>> columns = {};
   std::string date_format = {};  // See DateFormat.
   char decimal = '\0';           // '.' or ','; none is what the file shows.

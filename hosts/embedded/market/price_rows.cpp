@@ -137,10 +137,17 @@ std::string PriceRows::symbol_of_file() const {
   return name.substr(0, name.find('.', 1));
 }
 
+bool PriceRows::is_left_out(std::string_view key) const {
+  return std::any_of(format_.columns.begin(), format_.columns.end(), [&](const auto& column) {
+    return column.first.starts_with(kLeftOut) && column_key(column.second) == key;
+  });
+}
+
 std::size_t PriceRows::find_usual(std::string_view field) const {
   std::size_t found = kNoColumn;
   for (std::size_t column = 0; column < header_.size(); ++column) {
     const std::string key = column_key(header_[column]);
+    if (is_left_out(key)) continue;
     if (key != field && usual_field(key) != field) continue;
     if (found != kNoColumn) {
       throw PriceFileError(
@@ -166,18 +173,15 @@ bool PriceRows::next() {
                             std::to_string(header_.size()),
                         "give it one cell a column; an empty cell is a gap"));
   }
-  if (!mistakes_.empty()) fail("");
+  mistakes_.throw_if_any();
   if (has_rows_) return false;
   throw PriceFileError({.file = file_}, "holds a header but no prices",
                        "add the rows with the prices below the header");
 }
 
-void PriceRows::note(PriceFileError mistake) {
+void PriceRows::note(const PriceFileError& mistake) {
   is_good_ = false;
-  mistakes_.push_back(std::move(mistake));
-  if (mistakes_.size() < kMostMistakes) return;
-  fail(file_ + ": read no further after " + std::to_string(kMostMistakes) +
-       " mistakes; there may be more");
+  mistakes_.add(mistake);
 }
 
 // Behind a misplaced quote nobody knows where a row ends: that mistake is the last.
@@ -185,14 +189,10 @@ bool PriceRows::read_row() {
   try {
     return reader_.next();
   } catch (const PriceFileError& mistake) {
-    mistakes_.push_back(mistake);
-    fail("");
+    mistakes_.add(mistake);
+    mistakes_.throw_if_any();
+    throw;
   }
-}
-
-void PriceRows::fail(const std::string& more) const {
-  if (mistakes_.size() == 1) throw PriceFileError(mistakes_.front());
-  throw PriceFileError(mistakes_, more);
 }
 
 PricePlace PriceRows::place(std::size_t column) const {
@@ -206,6 +206,8 @@ void PriceRows::read_second_header(std::string_view text) {
   if (!is_readable(ahead) || !is_readable(ahead)) return;
   const std::vector<std::string> second(ahead.row().cells.begin(), ahead.row().cells.end());
   if (second.size() != header_.size() || header_.size() < 2) return;
+  // A day stands in front of prices, whatever is wrong with them.
+  if (!second.front().empty() && is_digit(second.front().front())) return;
   const bool fields_are_first = are_fields(header_) && are_names(second);
   if (!fields_are_first && !(are_fields(second) && are_names(header_))) return;
   fields_ = fields_are_first ? header_ : second;

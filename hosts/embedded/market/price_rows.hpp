@@ -18,11 +18,10 @@ namespace varnholt::embedded {
 // The header has at least one column, each with a name, and no name twice.
 //
 // Mistakes in the rows are collected, so that whoever corrects the file sees them all: the reading
-// goes on behind them, and fails at the end of the file, or at the last of kMostMistakes.
+// goes on behind them, and fails at the end of the file, or when there are enough.
 class PriceRows {
  public:
   static constexpr std::size_t kNoColumn = std::numeric_limits<std::size_t>::max();
-  static constexpr std::size_t kMostMistakes = 20;
 
   // Reads the header, and how the cells below it are written. Throws PriceFileError where there is
   // none, where it is not such a one, and where something can be read in two ways. The text has to
@@ -46,10 +45,6 @@ class PriceRows {
   // else the file's name without its folder and what stands behind its first dot.
   [[nodiscard]] std::string symbol_of_file() const;
 
-  // The character between two cells, for whoever reads the text a second time.
-  [[nodiscard]] char separator() const { return separator_; }
-  [[nodiscard]] const CellFormat& cell_format() const { return cell_format_; }
-
   // Of a header of two rows, the field and the symbol of each column behind the first; empty
   // otherwise.
   [[nodiscard]] const std::vector<std::string>& fields() const { return fields_; }
@@ -66,7 +61,7 @@ class PriceRows {
   [[nodiscard]] bool next();
 
   // Takes a mistake of the row down. Throws PriceFileError when there are enough.
-  void note(PriceFileError mistake);
+  void note(const PriceFileError& mistake);
   // Whether the row has none so far.
   [[nodiscard]] bool is_good() const { return is_good_; }
 
@@ -100,8 +95,8 @@ class PriceRows {
   void read_second_header(std::string_view text);
   void check_header() const;
   [[nodiscard]] bool read_row();
-  [[noreturn]] void fail(const std::string& more) const;
-
+  // Whether the format leaves out columns of this key.
+  [[nodiscard]] bool is_left_out(std::string_view key) const;
   [[nodiscard]] std::size_t named_column(std::string_view field, const std::string& name) const;
 
   std::string file_;
@@ -116,7 +111,7 @@ class PriceRows {
   std::size_t row_bound_ = 0;
   bool has_rows_ = false;
   bool is_good_ = true;
-  std::vector<PriceFileError> mistakes_;
+  MistakeList mistakes_;
 };
 
 }  // namespace varnholt::embedded

@@ -118,13 +118,14 @@ WideRows read_rows(PriceRows& rows, std::size_t date_column, const WideColumns& 
 
 }  // namespace
 
-MarketData read_wide_prices(PriceRows& rows) {
+PriceTable read_wide_prices(PriceRows& rows) {
   const std::size_t date_column = rows.find("date");
   if (date_column == PriceRows::kNoColumn) throw missing_column(rows, "date");
   const WideColumns wide = find_columns(rows, date_column);
   const WideRows table = read_rows(rows, date_column, wide);
 
-  MarketData data;
+  PriceTable read{.file = rows.file()};
+  MarketData& data = read.data;
   data.symbols = wide.symbols;
   const auto empty = [&] { return empty_panel(table.by_date.size(), wide.symbols.size()); };
   data.close = empty();
@@ -135,6 +136,8 @@ MarketData read_wide_prices(PriceRows& rows) {
     Panel*& panel = panels[column.field];
     if (panel == nullptr) panel = &optional_panels[column.field]->emplace(empty());
   }
+  read.lines = LinePanel::Zero(static_cast<Eigen::Index>(table.by_date.size()),
+                               static_cast<Eigen::Index>(wide.symbols.size()));
   for (const auto& [date, row] : table.by_date) {
     const auto day = static_cast<Eigen::Index>(data.dates.size());
     data.dates.push_back(date);
@@ -143,8 +146,9 @@ MarketData read_wide_prices(PriceRows& rows) {
       const WideColumn& column = wide.columns[i];
       (*panels[column.field])(day, static_cast<Eigen::Index>(column.instrument)) = values[i];
     }
+    read.lines.row(day).setConstant(static_cast<std::uint32_t>(row.line));
   }
-  return data;
+  return read;
 }
 
 }  // namespace varnholt::embedded

@@ -1,12 +1,12 @@
 // Price files with one row a day, and a column of closes for each instrument.
 #pragma once
 
-#include "hosts/embedded/market/market_data.hpp"
 #include "hosts/embedded/market/price_rows.hpp"
+#include "hosts/embedded/market/price_table.hpp"
 
 namespace varnholt::embedded {
 
 // The prices in `rows`, of which none has been read yet. Throws PriceFileError.
-[[nodiscard]] MarketData read_wide_prices(PriceRows& rows);
+[[nodiscard]] PriceTable read_wide_prices(PriceRows& rows);
 
 }  // namespace varnholt::embedded

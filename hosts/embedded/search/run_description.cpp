@@ -31,6 +31,7 @@ constexpr const char* kLeastKnownShare = "least_known_share";
 constexpr const char* kPeriodsPerYear = "periods_per_year";
 constexpr const char* kNeutralize = "neutralize";
 constexpr const char* kPriceFormat = "price_format";
+constexpr const char* kPricePaths = "price_paths";
 constexpr const char* kColumns = "columns";
 constexpr const char* kDateFormat = "date_format";
 constexpr const char* kDecimal = "decimal";
@@ -51,6 +52,15 @@ Mapping price_format_object(const PriceFormat& format) {
   if (format.decimal != '\0') object.set(Value(kDecimal), Value(std::string(1, format.decimal)));
   if (!format.symbol.empty()) object.set(Value(kSymbol), Value(format.symbol));
   return object;
+}
+
+// Of several; where one was named the store has a column for it.
+List absolute_paths(const PriceSource& prices) {
+  List paths;
+  if (prices.named().size() == 1) return paths;
+  for (const std::filesystem::path& path : prices.named())
+    paths.append(Value(std::filesystem::absolute(path).string()));
+  return paths;
 }
 
 // What makes a run repeatable, beside its seed and its prices.
@@ -84,6 +94,7 @@ std::string settings_json(const SearchOptions& options, const RunData& data,
               {kPeriodsPerYear, data.book.periods_per_year},
               {kNeutralize, data.book.neutralize},
               {kPriceFormat, price_format_object(options.price_format)},
+              {kPricePaths, absolute_paths(options.prices)},
               {"timeout_seconds", options.timeout_seconds},
               {"worker_memory_limit_bytes", optional_value(options.worker_memory_limit_bytes)},
               {"gates", threshold_set(host.gates, host.limits)},
@@ -172,13 +183,13 @@ std::string eras_json(const EraPlan& plan) {
 
 RunData::RunData(const SearchOptions& options, const InterruptCheck& check,
                  const std::optional<Date>& kept_holdout)
-    : RunData(options, read_price_bytes(options.prices, check), check, kept_holdout) {}
+    : RunData(options, read_prices(options.prices, options.price_format, check), kept_holdout) {}
 
-RunData::RunData(const SearchOptions& options, const std::string& price_bytes,
-                 const InterruptCheck& check, const std::optional<Date>& kept_holdout)
-    : whole(read_price_text(price_bytes, options.prices.string(), options.price_format, check)),
+RunData::RunData(const SearchOptions& options, PricesRead prices,
+                 const std::optional<Date>& kept_holdout)
+    : whole(std::move(prices.data)),
       plan(planned(whole.dates, options.config, kept_holdout)),
-      digest(sha256_hex(price_bytes)),
+      digest(std::move(prices.digest)),
       holdout_from(kept_holdout.value_or(
           options.config.eras.holdout_from.value_or(plan.holdout.first_date))),
       split_is_kept(kept_holdout.has_value()),
@@ -228,16 +239,26 @@ PriceFormat price_format_of(const RunStart& start) {
   return format;
 }
 
+PriceSource price_source_of(const RunStart& start) {
+  const auto settings = genetic::as_mapping(read_json(start.settings_json));
+  const Value paths = settings ? settings->get(Value(kPricePaths)) : Value();
+  PriceSource source;
+  for (std::size_t i = 0; paths.is_list() && i < paths.list().size(); ++i)
+    source.add(genetic::str(paths.list().at(i)));
+  if (source.empty() && !start.price_path.empty()) source.add(start.price_path);
+  return source;
+}
+
 RunStart run_start(const SearchOptions& options, const RunData& data,
                    const genetic::GeneticTemplate& config, int jobs) {
   RunStart start;
   start.started_at = wall_clock_seconds();
   start.seed = genetic::saturated_integer(config.seed());
   start.settings_json = settings_json(options, data, config, jobs);
-  start.price_file = options.prices.filename().string();
+  start.price_file = options.prices.named().front().filename().string();
   start.price_digest = data.digest;
   start.host_version = VARNHOLT_VERSION;
-  start.price_path = std::filesystem::absolute(options.prices).string();
+  start.price_path = std::filesystem::absolute(options.prices.named().front()).string();
   start.market_id = options.config.market_id;
   start.era_number = data.plan.era;
   start.eras_json = eras_json(data.plan);

@@ -9,6 +9,7 @@
 #include "hosts/embedded/host/search_events.hpp"
 #include "hosts/embedded/market/eras.hpp"
 #include "hosts/embedded/market/market_data.hpp"
+#include "hosts/embedded/market/price_file.hpp"
 #include "hosts/embedded/search/search_options.hpp"
 #include "hosts/embedded/store/run_store.hpp"
 #include "hosts/embedded/system/interrupt.hpp"
@@ -17,11 +18,11 @@
 
 namespace varnholt::embedded {
 
-// The prices of a run: the whole history, how it is split, and the SHA-256 of the file.
+// The prices of a run: the whole history, how it is split, and the digest of what was read.
 struct RunData {
-  // Reads the file once, so that the digest is that of exactly the bytes that are searched. The
+  // Reads each file once, so that the digest is that of exactly the bytes that are searched. The
   // hold-out that the pool keeps takes the place of the share of the options; an EraError for
-  // another one that the options ask for by its date. Throws what read_price_file, split_eras and
+  // another one that the options ask for by its date. Throws what read_prices, split_eras and
   // `check` throw.
   explicit RunData(const SearchOptions& options, const InterruptCheck& check = {},
                    const std::optional<Date>& kept_holdout = {});
@@ -42,8 +43,7 @@ struct RunData {
   std::string evaluation_key;
 
  private:
-  RunData(const SearchOptions& options, const std::string& price_bytes, const InterruptCheck& check,
-          const std::optional<Date>& kept_holdout);
+  RunData(const SearchOptions& options, PricesRead prices, const std::optional<Date>& kept_holdout);
 };
 
 // The run's signal pool. Signals are comparable day by day when they were evaluated on the same
@@ -56,6 +56,9 @@ struct RunData {
 
 // How the prices of a stored run are read.
 [[nodiscard]] PriceFormat price_format_of(const RunStart& start);
+
+// Where the prices of a stored run were. Empty for a run that does not say it.
+[[nodiscard]] PriceSource price_source_of(const RunStart& start);
 
 // The row under which the store keeps the run.
 [[nodiscard]] RunStart run_start(const SearchOptions& options, const RunData& data,

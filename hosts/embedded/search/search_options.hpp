@@ -9,6 +9,7 @@
 #include "hosts/embedded/backtest/book_rules.hpp"
 #include "hosts/embedded/config/host_config.hpp"
 #include "hosts/embedded/market/price_format.hpp"
+#include "hosts/embedded/market/price_source.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -17,7 +18,7 @@ namespace varnholt::embedded {
 struct SearchOptions {
   // The prices, in one of the forms of price_file.hpp, what is to be known to read them, and the
   // store, made when it is not there.
-  std::filesystem::path prices;
+  PriceSource prices;
   PriceFormat price_format;
   std::filesystem::path database;
 

@@ -15,8 +15,6 @@
 #include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/market/price_file.hpp"
 #include "hosts/embedded/search/run_description.hpp"
-#include "hosts/embedded/system/digest.hpp"
-#include "hosts/embedded/system/read_file.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -130,21 +128,21 @@ void append_number(std::string& text, double number) {
 
 }  // namespace
 
-MarketData read_run_prices(const fs::path& path, const RunStart& run, const InterruptCheck& check) {
-  constexpr std::string_view kMend =
+MarketData read_run_prices(const PriceSource& source, const RunStart& run,
+                           const InterruptCheck& check) {
+  constexpr std::string_view kRemedy =
       "name the price file of the run with --prices FILE, as it was when the run began";
-  // Read once: the digest is that of the very bytes that are used.
-  const FileBytes file = read_file(path, kLargestPriceBytes, kWaitForWriter, check);
-  if (file.trouble != ReadTrouble::None) refuse(path, "it " + file.trouble_text(), kMend);
-  const std::string found = sha256_hex(file.bytes);
-  if (found != run.price_digest) {
-    refuse(path,
+  try {
+    return read_prices(source, price_format_of(run), check, run.price_digest).data;
+  } catch (const UnreadablePrices& error) {
+    refuse(error.place().file, "it " + error.trouble(), kRemedy);
+  } catch (const OtherPrices& error) {
+    refuse(source.text(),
            fmt::format("it is not the price file of the run: its SHA-256 is {}, that of the run's "
                        "prices {}",
-                       found, run.price_digest),
-           kMend);
+                       error.digest(), run.price_digest),
+           kRemedy);
   }
-  return read_price_text(file.bytes, path.string(), price_format_of(run), check);
 }
 
 Panel history_weights(const MarketData& data, std::string_view graph_json, const BookRules& rules) {

@@ -18,6 +18,7 @@
 
 #include "hosts/embedded/backtest/book_rules.hpp"
 #include "hosts/embedded/market/market_data.hpp"
+#include "hosts/embedded/market/price_source.hpp"
 #include "hosts/embedded/store/store_records.hpp"
 #include "hosts/embedded/system/interrupt.hpp"
 
@@ -30,10 +31,10 @@ class ExportError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// The prices in the file, which must be, byte for byte, the one of the run: any other prices give
-// other weights. ExportError for a file that cannot be read or that is another; PriceFileError for
-// one that holds no prices.
-[[nodiscard]] MarketData read_run_prices(const std::filesystem::path& path, const RunStart& run,
+// The prices in the files, which must be, byte for byte, those of the run: any other prices give
+// other weights. ExportError for files that cannot be read or that are others; PriceFileError for
+// those that hold no prices.
+[[nodiscard]] MarketData read_run_prices(const PriceSource& source, const RunStart& run,
                                          const InterruptCheck& check = {});
 
 // A row a day, a column an instrument, as those of `data`, by the rules of the run. Throws

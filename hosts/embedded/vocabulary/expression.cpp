@@ -154,8 +154,10 @@ class Compiler {
     if (group != nullptr) return *group;
     throw GraphError(place.text(), quoted(node.name) + " is no group of these market data",
                      vocabulary_.groups.empty()
-                         ? "they have none; use a function that needs no group"
-                         : "use one of " + names_of(vocabulary_.groups));
+                         ? "they have none; use a function that needs no group, or give prices "
+                           "with a column of names of that name"
+                         : "use one of " + names_of(vocabulary_.groups) +
+                               ", or give prices with a column of names of that name");
   }
 
   double compile_number(const Value& value, const GraphPlace& place,
@@ -183,7 +185,8 @@ class Compiler {
     const FeatureEntry* const feature = vocabulary_.find_feature(node.name);
     if (feature == nullptr) {
       throw GraphError(place.text(), quoted(node.name) + " is no feature of these market data",
-                       "use one of " + names_of(vocabulary_.features));
+                       "use one of " + names_of(vocabulary_.features) +
+                           ", or give prices with a column of numbers of that name");
     }
     require_no_children(node, place);
     return *feature;

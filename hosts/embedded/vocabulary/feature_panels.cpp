@@ -33,7 +33,8 @@ Panel* column_panel(MarketData& data, std::string_view name) {
   if (name == "volume") return &data.volume.value();
   if (name == "vwap") return &data.vwap.value();
   if (name == "cap") return &data.cap.value();
-  return nullptr;
+  const auto own = data.features.find(name);
+  return own == data.features.end() ? nullptr : &own->second;
 }
 
 Panel make_feature(const MarketData& data, std::string_view name) {

@@ -30,7 +30,7 @@ class FeaturePanels {
  private:
   Vocabulary vocabulary_;
   std::map<std::string, GroupPanel, std::less<>> groups_;
-  std::map<std::string_view, Panel> panels_;
+  std::map<std::string, Panel, std::less<>> panels_;
 };
 
 }  // namespace varnholt::embedded

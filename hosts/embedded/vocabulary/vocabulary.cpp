@@ -16,8 +16,12 @@ constexpr std::string_view kCross = "cross";
 
 // A feature, and whether the market data hold what it is made of.
 struct FeatureRow {
-  FeatureEntry entry;
+  std::string_view name;
+  double weight = 0.0;
+  std::string_view formula;
   bool (*is_there)(const MarketData&) = nullptr;
+
+  [[nodiscard]] FeatureEntry entry() const { return {std::string(name), weight, formula}; }
 };
 
 bool always(const MarketData& /*data*/) {
@@ -48,25 +52,27 @@ bool has_cap(const MarketData& data) {
 // Returns and what is made of them carry most known daily effects; raw levels say little before
 // something is done to them, so they are chosen less often.
 constexpr auto kFeatures = std::to_array({
-    FeatureRow{{"close", 1.0, "the close, as it stands in the file"}, always},
-    FeatureRow{{"returns", 2.0, "close(t) / close(t-1) - 1; both days must be known"}, always},
-    FeatureRow{{"log_returns", 1.0, "ln(close(t) / close(t-1)); both days must be known"}, always},
-    FeatureRow{{"open", 0.5, "the open, as it stands in the file"}, has_open},
-    FeatureRow{{"high", 0.5, "the high, as it stands in the file"}, has_high},
-    FeatureRow{{"low", 0.5, "the low, as it stands in the file"}, has_low},
-    FeatureRow{{"volume", 1.0, "the volume, as it stands in the file"}, has_volume},
-    FeatureRow{{"range", 1.0, "(high - low) / close"}, has_range},
-    FeatureRow{{"dollar_volume", 0.5, "close * volume"}, has_volume},
-    FeatureRow{{"vwap", 0.5, "the volume-weighted price of the day, as it stands in the file"},
+    FeatureRow{"close", 1.0, "the close, as it stands in the file", always},
+    FeatureRow{"returns", 2.0, "close(t) / close(t-1) - 1; both days must be known", always},
+    FeatureRow{"log_returns", 1.0, "ln(close(t) / close(t-1)); both days must be known", always},
+    FeatureRow{"open", 0.5, "the open, as it stands in the file", has_open},
+    FeatureRow{"high", 0.5, "the high, as it stands in the file", has_high},
+    FeatureRow{"low", 0.5, "the low, as it stands in the file", has_low},
+    FeatureRow{"volume", 1.0, "the volume, as it stands in the file", has_volume},
+    FeatureRow{"range", 1.0, "(high - low) / close", has_range},
+    FeatureRow{"dollar_volume", 0.5, "close * volume", has_volume},
+    FeatureRow{"vwap", 0.5, "the volume-weighted price of the day, as it stands in the file",
                has_vwap},
-    FeatureRow{{"cap", 0.5, "the market capitalisation, as it stands in the file"}, has_cap},
+    FeatureRow{"cap", 0.5, "the market capitalisation, as it stands in the file", has_cap},
 });
 
 std::vector<FeatureEntry> features_of(const MarketData& data) {
   std::vector<FeatureEntry> features;
   for (const FeatureRow& row : kFeatures) {
-    if (row.is_there(data)) features.push_back(row.entry);
+    if (row.is_there(data)) features.push_back(row.entry());
   }
+  for (const auto& [name, panel] : data.features)
+    features.push_back({name, 0.0, "as it stands in the file"});
   return features;
 }
 
@@ -129,7 +135,7 @@ std::vector<FeatureEntry> all_features() {
   std::vector<FeatureEntry> features;
   features.reserve(kFeatures.size());
   for (const FeatureRow& row : kFeatures) {
-    features.push_back(row.entry);
+    features.push_back(row.entry());
   }
   return features;
 }

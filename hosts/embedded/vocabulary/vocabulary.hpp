@@ -36,7 +36,7 @@ inline constexpr int kLongestWindow = 100'000;
 // A feature: one panel of the market data. Features that need a column are there where it is. Each
 // is NaN where one of its parts is.
 struct FeatureEntry {
-  std::string_view name;
+  std::string name;
   double weight;  // Its share of the random choices among features, relative to the others.
   std::string_view formula = {};
 };
@@ -144,13 +144,17 @@ struct Vocabulary {
 // before it.
 [[nodiscard]] std::vector<int> usual_windows();
 
-// All features, whether or not there are columns for them, and all functions.
+// All features that have a meaning of their own, whether or not there are columns for them, and all
+// functions. Columns of the owner's own are features of the prices that have them.
 [[nodiscard]] std::vector<FeatureEntry> all_features();
 [[nodiscard]] std::vector<FunctionEntry> all_functions();
 
+// How often a feature of the owner's own is drawn once it is switched on.
+inline constexpr double kOwnFeatureWeight = 0.5;
+
 // All functions, the usual windows and constants, and the features and groups that `data` has the
 // columns for. Functions that are drawn only when they are switched on have the weight 0, as have
-// those across the instruments where there is but one.
+// features of the owner's own, and functions across the instruments where there is but one.
 [[nodiscard]] Vocabulary make_vocabulary(const MarketData& data);
 
 }  // namespace varnholt::embedded

@@ -68,10 +68,14 @@ constexpr std::string_view kFeaturesHeading =
     "|---|---|\n";
 
 constexpr std::string_view kGroupsText = R"(
+Any other column of numbers in a long price file is a feature of its own name, as it stands in the
+file. Fresh graphs draw it once `[vocabulary.features]` of a configuration switches it on.
+
 ## Groups
 
-A group is a column of names in a long price file: `sector`, `industry`, `subindustry`, `country`.
-On each day instruments with the same name are one group; an empty cell is no group.
+A group is a column of names in a long price file: `sector`, `industry`, `subindustry`, `country`,
+and any other name that the file's owner gives one. On each day instruments with the same name are
+one group; an empty cell is no group.
 
 )";
 

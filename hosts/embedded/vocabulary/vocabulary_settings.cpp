@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "hosts/embedded/vocabulary/formula.hpp"
+#include "hosts/embedded/vocabulary/formula_words.hpp"
 #include "hosts/embedded/vocabulary/graph_shape.hpp"
 
 namespace varnholt::embedded {
@@ -50,11 +51,51 @@ void choose_functions(Vocabulary& vocabulary, const VocabularySettings& settings
 
 void add_formulas(Vocabulary& vocabulary, const VocabularySettings& settings) {
   for (const auto& [name, formula] : settings.formulas) {
+    if (vocabulary.find_feature(name) != nullptr || vocabulary.find_group(name) != nullptr) {
+      throw VocabularyError("the formula \"" + name +
+                            "\" of [vocabulary.formulas] has the name of a column of these prices; "
+                            "give it another one");
+    }
     try {
       vocabulary.formulas.push_back({name, parse_formula(formula, vocabulary), 1.0});
     } catch (const FormulaError& error) {
       throw VocabularyError("the formula \"" + name + "\" of [vocabulary.formulas], " +
                             error.text());
+    }
+  }
+}
+
+void refuse_taken_names(const MarketData& data) {
+  const auto refuse = [](const std::string& name, const std::string& kind) {
+    if (is_free_for_columns(name)) return;
+    throw VocabularyError("the prices have a column \"" + name +
+                          "\", and in formulas that name means something else; give it another "
+                          "with --columns " +
+                          kind + ":NAME=" + name + ", or leave it out with skip=" + name);
+  };
+  for (const auto& [name, panel] : data.features)
+    refuse(name, "feature");
+  for (const auto& [name, panel] : data.groups)
+    refuse(name, "group");
+}
+
+void choose_features(Vocabulary& vocabulary, const VocabularySettings& settings) {
+  const std::vector<FeatureEntry> known = all_features();
+  const auto is_known = [&known](const std::string& name) {
+    return std::any_of(known.begin(), known.end(),
+                       [&name](const FeatureEntry& entry) { return entry.name == name; });
+  };
+  for (const auto& [name, choice] : settings.features) {
+    if (!is_known(name) && vocabulary.find_feature(name) == nullptr) {
+      throw VocabularyError("[vocabulary.features] names \"" + name +
+                            "\", which is no feature, and no column of these prices; correct it, "
+                            "or give prices with a column of numbers of that name");
+    }
+  }
+  for (FeatureEntry& feature : vocabulary.features) {
+    const double on = is_known(feature.name) ? feature.weight : kOwnFeatureWeight;
+    if (const Choice* const own = find_choice(settings.features, feature.name)) {
+      feature.weight = chosen_weight(*own, on, [](double weight) { return weight; });
     }
   }
 }
@@ -80,14 +121,26 @@ double complexity_of(const Value& value, const Vocabulary& vocabulary) {
 
 }  // namespace
 
+bool is_free_for_columns(std::string_view name) {
+  static const std::vector<FeatureEntry> kFeatures = all_features();
+  static const std::vector<FunctionEntry> kFunctions = all_functions();
+  const std::string word = in_lower_case(name);
+  const auto is_taken = [&word](const auto& entries) {
+    return std::any_of(entries.begin(), entries.end(),
+                       [&word](const auto& entry) { return entry.name == word; });
+  };
+  const bool is_operator = word == "and" || word == "or" || word == "not";
+  const bool is_volume = word.starts_with("adv") && word.size() > 3 &&
+                         word.find_first_not_of("0123456789", 3) == std::string::npos;
+  return !is_operator && !is_volume && name_of_word(word) == word && !is_taken(kFeatures) &&
+         !is_taken(kFunctions) && !is_taken(abbreviations());
+}
+
 Vocabulary make_vocabulary(const MarketData& data, const VocabularySettings& settings) {
+  refuse_taken_names(data);
   Vocabulary vocabulary = make_vocabulary(data);
   choose_functions(vocabulary, settings);
-  for (FeatureEntry& feature : vocabulary.features) {
-    if (const Choice* const own = find_choice(settings.features, feature.name)) {
-      feature.weight = chosen_weight(*own, feature.weight, [](double weight) { return weight; });
-    }
-  }
+  choose_features(vocabulary, settings);
   if (std::none_of(vocabulary.features.begin(), vocabulary.features.end(),
                    [](const FeatureEntry& feature) { return feature.weight > 0.0; })) {
     throw VocabularyError(

@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -43,9 +44,13 @@ class VocabularyError : public genetic::ValueError {
   using ValueError::ValueError;
 };
 
-// The vocabulary of make_vocabulary as the settings want it. Names that the vocabulary has not are
-// left alone: a feature may have no column in these prices. Across one instrument nothing is drawn
-// whatever the settings say. Throws VocabularyError.
+// Whether a column of the owner's own may have this name: it means nothing else in a formula.
+[[nodiscard]] bool is_free_for_columns(std::string_view name);
+
+// The vocabulary of make_vocabulary as the settings want it. A feature that may have no column in
+// these prices is left alone, one of the owner's own has to have it. Across one instrument nothing
+// is drawn whatever the settings say. Throws VocabularyError, also for columns of the owner's own
+// that have the name of something else.
 [[nodiscard]] Vocabulary make_vocabulary(const MarketData& data,
                                          const VocabularySettings& settings);
 

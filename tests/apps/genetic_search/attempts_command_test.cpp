@@ -20,6 +20,7 @@
 #include "search_templates/genetic/value/json_text.hpp"
 #include "tests/apps/genetic_search/captured.hpp"
 #include "tests/apps/genetic_search/sample_store.hpp"
+#include "tests/hosts/embedded/price_text.hpp"
 #include "tests/support/attempt_rows.hpp"
 
 namespace varnholt::app::test {
@@ -170,7 +171,7 @@ class ReplayCommandTest : public AttemptsCommands {
     start.price_path = prices;
     start.price_digest = embedded::sha256_hex(text);
     start.eras_json = R"({"seen_days":40})";
-    const embedded::MarketData data = embedded::read_price_text(text, prices).first_days(40);
+    const embedded::MarketData data = embedded::test::read_price_text(text, prices).first_days(40);
     const embedded::BacktestStatistics statistics =
         embedded::Evaluator(data)
             .evaluate(embedded::read_json(samples::kGraph))

@@ -169,7 +169,21 @@ TEST(Options, ReadNumbersAsDecimal) {
 }
 
 TEST(Options, LetTheLastOfARepeatedOneCount) {
-  EXPECT_EQ(parse_run({"--prices=p", "--prices=q", "--seed=1", "--seed=2"}).search.prices, "q");
+  EXPECT_EQ(parse_run({"--prices=p", "--seed=1", "--seed=2"}).search.seed, 2U);
+}
+
+TEST(Options, NameSeveralPriceFiles) {
+  embedded::PriceSource both("p");
+  both.add("q");
+  EXPECT_EQ(parse_run({"--prices=p", "--prices=q", "--seed=1"}).search.prices, both);
+  EXPECT_EQ(parse_run({"--prices", "p", "q", "--seed=1"}).search.prices, both);
+  const auto eval = std::get<EvalCommand>(
+      parse_command_line({"eval", "--prices", "p", "close", "--prices", "q", "open"}));
+  EXPECT_EQ(eval.search.prices, both);
+  EXPECT_EQ(eval.formulas, (Words{"close", "open"}));
+  const auto check = std::get<CheckPricesCommand>(parse_command_line({"check-prices", "p", "q"}));
+  EXPECT_EQ(check.prices, both);
+  EXPECT_THROW(static_cast<void>(parse_run({"--prices="})), UsageError);
 }
 
 struct Mistake {
@@ -194,7 +208,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{{"run", "--prices="}, "--prices"},
         Mistake{{"run", "--prices", ""}, "--prices wants the name of a file"},
         Mistake{{"run", "--prices=p", "--bogus"}, "unknown argument \"--bogus\""},
-        Mistake{{"run", "--prices=p", "extra"}, "unknown argument \"extra\""},
+        Mistake{{"run", "--prices=p", "--seed=1", "extra"}, "unknown argument \"extra\""},
         Mistake{{"run", "--prices=p", "--jobs=0"},
                 "--jobs wants a whole number from 1 to 4096, not \"0\""},
         Mistake{{"run", "--prices=p", "--jobs=2.5"}, "--jobs wants a whole number"},
@@ -236,7 +250,6 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{{"replay", "a"}, "no attempt is given"},
         Mistake{{"replay", "a", "1-2"}, "ATTEMPT wants a whole number from 1"},
         Mistake{{"check-prices"}, "name it after check-prices"},
-        Mistake{{"check-prices", "a", "b"}, "unknown argument \"b\""},
         Mistake{{"check-prices", "a", "--list=-1"}, "--list wants a whole number from 0"}));
 
 TEST(Options, PointToThePageOfTheCommand) {

@@ -42,7 +42,7 @@ void search(const char* folder) {
   options.prices = std::filesystem::path(folder) / "prices.csv";
   options.database = std::filesystem::path(folder) / "runs.db";
   std::filesystem::remove(options.database);
-  write_prices(options.prices);
+  write_prices(options.prices.named().front());
   options.jobs = 1;
   options.batch_size = 4;
   options.max_improvement_rounds = 0;

@@ -12,6 +12,7 @@
 #include "search_templates/genetic/host/twister_generators.hpp"
 #include "tests/hosts/embedded/graph_helpers.hpp"
 #include "tests/hosts/embedded/panel_helpers.hpp"
+#include "tests/hosts/embedded/price_text.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"
 
 namespace varnholt::embedded::test {

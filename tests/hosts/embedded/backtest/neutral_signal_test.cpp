@@ -13,6 +13,7 @@
 #include "hosts/embedded/market/price_file.hpp"
 #include "tests/hosts/embedded/graph_helpers.hpp"
 #include "tests/hosts/embedded/panel_helpers.hpp"
+#include "tests/hosts/embedded/price_text.hpp"
 
 namespace varnholt::embedded::test {
 namespace {

@@ -42,11 +42,13 @@ ts_mean = 2.5
 comparison_gt = false
 [vocabulary.features]
 vwap = 3
+short_interest = true
 [vocabulary.complexity]
 ts_correlation = 4
 [vocabulary.formulas]
 reversal = "-delta(close, 5)"
 best = "rank(reversal) * rank(cap)"
+squeeze = "rank(short_interest)"
 )toml",
                                                         "c.toml")
                                           .vocabulary;
@@ -62,7 +64,9 @@ best = "rank(reversal) * rank(cap)"
   EXPECT_EQ(settings.features.at("vwap"), Choice(3.0));
   EXPECT_EQ(settings.complexity.at("ts_correlation"), 4.0);
   EXPECT_THAT(settings.formulas, ElementsAre(Pair("reversal", "-delta(close, 5)"),
-                                             Pair("best", "rank(reversal) * rank(cap)")));
+                                             Pair("best", "rank(reversal) * rank(cap)"),
+                                             Pair("squeeze", "rank(short_interest)")));
+  EXPECT_EQ(settings.features.at("short_interest"), Choice(true));
   EXPECT_EQ(settings_mapping(parse_host_config("[vocabulary]\n", "c.toml").vocabulary).size(), 0U);
 }
 
@@ -88,7 +92,10 @@ TEST(VocabularyConfig, RefusesEachMistakeWithItsPlaceAndRemedy) {
       {"[vocabulary.functions]\nts_mean = \"on\"", "is neither true nor false nor a number"},
       {"[vocabulary.functions]\nts_mean = -1", "is out of range; write a number from 0 to"},
       {"[vocabulary.families]\nts_mean = 1", "is not known; the families are cross, ts, arith"},
-      {"[vocabulary.features]\nweight = 1", "is not known"},
+      {"[vocabulary.features]\nWeight = 1",
+       "is not known; \"genetic-search vocabulary\" lists all; a column of your own has a name of "
+       "small letters"},
+      {"[vocabulary.features]\nrank = 1", "is not known"},
       {"[vocabulary.complexity]\nts_mean = true", "is not a number"},
       {"[vocabulary.formulas]\nclose = \"open\"", "is no name for a formula; take letters"},
       {"[vocabulary.formulas]\nrank = \"open\"", "is no name for a formula"},

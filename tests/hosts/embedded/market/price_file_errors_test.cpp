@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "hosts/embedded/market/price_file.hpp"
+#include "tests/hosts/embedded/price_text.hpp"
 
 namespace varnholt::embedded::test {
 namespace {
@@ -245,7 +246,9 @@ TEST(PriceFileErrors, FilesThatCannotBeRead) {
     (void)read_price_file("/");
     FAIL();
   } catch (const PriceFileError& error) {
-    EXPECT_STREQ(error.what(), "/: is a folder; name a CSV file of daily prices");
+    EXPECT_STREQ(error.what(),
+                 "/: is a folder without price files; put files into it whose names end in .csv, "
+                 ".tsv or .txt, with .gz behind or not, or name the files themselves");
   }
 }
 

@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 
 #include "tests/hosts/embedded/panel_helpers.hpp"
+#include "tests/hosts/embedded/price_text.hpp"
 
 namespace varnholt::embedded::test {
 namespace {

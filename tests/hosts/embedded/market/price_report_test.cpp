@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 
 #include "hosts/embedded/market/price_file.hpp"
+#include "tests/hosts/embedded/price_text.hpp"
 
 namespace varnholt::embedded::test {
 namespace {

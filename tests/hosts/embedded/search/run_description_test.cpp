@@ -26,12 +26,13 @@ TEST_F(RunDescriptionTest, ThePricesAreReadOnceAndTheDigestIsOfThoseBytes) {
   const std::string bytes = read_file(in_folder("prices.csv")).bytes;
   std::ofstream(in_folder("others.csv")) << bytes << '\n';
   SearchOptions options;
-  options.prices = in_folder("pipe");
-  ASSERT_EQ(mkfifo(options.prices.c_str(), 0600), 0);
+  const std::filesystem::path path = in_folder("pipe");
+  options.prices = path;
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
   const pid_t writer = fork();
   if (writer == 0) {
-    std::ofstream pipe(options.prices, std::ios::binary);  // Waits for the reader.
-    std::filesystem::rename(in_folder("others.csv"), options.prices);
+    std::ofstream pipe(path, std::ios::binary);  // Waits for the reader.
+    std::filesystem::rename(in_folder("others.csv"), path);
     pipe << bytes << std::flush;
     _exit(0);
   }

@@ -220,8 +220,12 @@ TEST_F(SignalExport, RefusesOtherPrices) {
   EXPECT_THAT(
       refusal([&] { static_cast<void>(read_run_prices(in_folder("none"), run_of(digest))); }),
       HasSubstr("none: it cannot be opened: No such file or directory; name the"));
-  EXPECT_THAT(refusal([&] { static_cast<void>(read_run_prices(in_folder(""), run_of(digest))); }),
-              HasSubstr("it is a folder"));
+  std::filesystem::create_directories(in_folder("empty"));
+  EXPECT_THAT(
+      refusal([&] { static_cast<void>(read_run_prices(in_folder("empty"), run_of(digest))); }),
+      HasSubstr("it is a folder without price files; name the"));
+  EXPECT_THAT(refusal([&] { static_cast<void>(read_run_prices(PriceSource(), run_of(digest))); }),
+              HasSubstr("no price file is named"));
 }
 
 TEST_F(SignalExport, TellsWhatIsWrongWithPricesOfTheRightDigest) {

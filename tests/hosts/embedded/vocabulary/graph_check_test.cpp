@@ -87,7 +87,7 @@ TEST(GraphCheck, RefusesUnknownWords) {
             "\"window\", \"constant\", \"number\" or \"group\"");
   EXPECT_EQ(refusal(feature("volume")),
             "graph, root: \"volume\" is no feature of these market data; use one of close, "
-            "returns, log_returns");
+            "returns, log_returns, or give prices with a column of numbers of that name");
   EXPECT_EQ(refusal(rotation("cross_rank", {rotation("ts_meen", {feature("close")})})),
             "graph, children[0]: \"ts_meen\" is no function of this vocabulary; use one of "
             "cross_rank, ts_mean, ts_correlation, arith_sub");
@@ -150,7 +150,7 @@ TEST(GraphCheck, TakesGroupsAndNumbersOfTheFunctionsThatHaveThem) {
   EXPECT_EQ(
       refused(rotation("group_rank", {feature("close"), make_graph_node("size", "group", List())})),
       "graph, children[1]: \"size\" is no group of these market data; use one of industry, "
-      "sector");
+      "sector, or give prices with a column of names of that name");
   EXPECT_EQ(refused(rotation("group_rank", {feature("close")})),
             "graph, root: group_rank has 1 children where it takes 2; give it 1 feature or "
             "rotation and then a group");

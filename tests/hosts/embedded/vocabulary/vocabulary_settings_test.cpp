@@ -44,7 +44,7 @@ TEST(VocabularySettings, SwitchAndWeighFunctionsFamiliesAndFeatures) {
   settings.families = {{"group", true}, {"comparison", false}, {"ts", 2.0}};
   settings.functions = {
       {"ts_mean", 7.0}, {"ts_sum", false}, {"comparison_gt", true}, {"arith_power", true}};
-  settings.features = {{"volume", false}, {"close", 4.0}, {"no_such_column", true}};
+  settings.features = {{"volume", false}, {"close", 4.0}};
   const Vocabulary settled = make_vocabulary(market(), settings);
   EXPECT_EQ(weight(settled, "group_rank"), 1.0);
   EXPECT_EQ(weight(settled, "comparison_lt"), 0.0);
@@ -60,6 +60,84 @@ TEST(VocabularySettings, SwitchAndWeighFunctionsFamiliesAndFeatures) {
   EXPECT_EQ(settled.find_feature("close")->weight, 4.0);
   // What is off is still understood.
   EXPECT_NO_THROW((void)parse_formula("ts_sum(volume, 5)", settled));
+}
+
+// Prices with a column of numbers and one of names that are the owner's own.
+MarketData owned_market() {
+  MarketData data = market();
+  data.features.emplace("short_interest", data.close * 0.01);
+  data.groups.emplace("exchange", GroupPanel::Zero(data.close.rows(), data.close.cols()));
+  return data;
+}
+
+TEST(VocabularySettings, OwnColumnsAreThereAndDrawnOnceTheyAreSwitchedOn) {
+  const Vocabulary usual = make_vocabulary(owned_market(), VocabularySettings());
+  ASSERT_NE(usual.find_feature("short_interest"), nullptr);
+  EXPECT_EQ(usual.find_feature("short_interest")->weight, 0.0);
+  EXPECT_NE(usual.find_group("exchange"), nullptr);
+  VocabularySettings settings;
+  settings.features = {{"short_interest", true}};
+  EXPECT_EQ(make_vocabulary(owned_market(), settings).find_feature("short_interest")->weight,
+            kOwnFeatureWeight);
+  settings.features = {{"short_interest", 3.0}};
+  EXPECT_EQ(make_vocabulary(owned_market(), settings).find_feature("short_interest")->weight, 3.0);
+
+  // What fresh graphs are does not change by a column that is there.
+  const auto graphs = [](const Vocabulary& vocabulary) {
+    genetic::TwisterGenerator generator{genetic::MersenneTwister(11)};
+    std::string text;
+    for (int i = 0; i < 200; ++i)
+      text += expression_text(random_graph(generator, vocabulary)) + "\n";
+    return text;
+  };
+  EXPECT_EQ(graphs(usual), graphs(make_vocabulary(market(), VocabularySettings())));
+  const std::string drawn = graphs(make_vocabulary(owned_market(), settings));
+  EXPECT_THAT(drawn, HasSubstr("short_interest"));
+}
+
+TEST(VocabularySettings, OwnColumnsAreWordsOfFormulas) {
+  const Vocabulary vocabulary = make_vocabulary(owned_market(), VocabularySettings());
+  EXPECT_EQ(expression_text(parse_formula("group_rank(short_interest, exchange)", vocabulary)),
+            "group_rank(short_interest, exchange)");
+  EXPECT_THROW((void)parse_formula("rank(short_interest)", make_vocabulary(market())),
+               FormulaError);
+}
+
+std::string refusal(const MarketData& data, const VocabularySettings& settings = {}) {
+  try {
+    (void)make_vocabulary(data, settings);
+  } catch (const VocabularyError& error) {
+    return error.what();
+  }
+  return "accepted";
+}
+
+TEST(VocabularySettings, RefuseOwnColumnsWhoseNamesMeanSomethingElse) {
+  for (const char* const taken :
+       {"rank", "ts_mean", "returns", "range", "adv20", "and", "scale", "log"}) {
+    EXPECT_FALSE(is_free_for_columns(taken)) << taken;
+    MarketData data = market();
+    data.features.emplace(taken, data.close);
+    EXPECT_THAT(refusal(data),
+                HasSubstr(std::string("the prices have a column \"") + taken +
+                          "\", and in formulas that name means something else; give it another "
+                          "with --columns feature:NAME=" +
+                          taken + ", or leave it out with skip=" + taken));
+  }
+  for (const char* const free : {"short_interest", "advance", "sentiment", "sector"})
+    EXPECT_TRUE(is_free_for_columns(free)) << free;
+  MarketData data = market();
+  data.groups.emplace("delta", GroupPanel::Zero(data.close.rows(), data.close.cols()));
+  EXPECT_THAT(refusal(data), HasSubstr("--columns group:NAME=delta"));
+  VocabularySettings settings;
+  settings.features = {{"short_interest", true}};
+  EXPECT_THAT(refusal(market(), settings),
+              HasSubstr("[vocabulary.features] names \"short_interest\", which is no feature, and "
+                        "no column of these prices"));
+  settings.features.clear();
+  settings.formulas = {{"exchange", "close"}};
+  EXPECT_THAT(refusal(owned_market(), settings),
+              HasSubstr("has the name of a column of these prices"));
 }
 
 TEST(VocabularySettings, OfOneInstrumentDrawNothingAcrossInstruments) {

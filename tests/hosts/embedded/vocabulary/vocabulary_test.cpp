@@ -11,6 +11,7 @@
 #include "hosts/embedded/market/price_file.hpp"
 #include "hosts/embedded/vocabulary/feature_panels.hpp"
 #include "tests/hosts/embedded/panel_helpers.hpp"
+#include "tests/hosts/embedded/price_text.hpp"
 #include "tests/hosts/embedded/rich_vocabulary.hpp"
 
 namespace varnholt::embedded::test {
