@@ -1,18 +1,27 @@
 #!/usr/bin/env python3
-"""Makes the sample price file: daily bars of AAPL, IBM, MSFT and GOOG, 2000-03-01 to 2013-03-01.
+"""Makes a sample price file, of one of two universes.
 
-The bars come from the installed package bokeh_sampledata (BSD-3-Clause), which took them from the
-public-domain collection "Quandl WIKI Prices". Open, high, low and close are there as traded, and
-beside them an adjusted close. As traded, a two-for-one split looks like a loss of one half and
-each dividend like a small loss; a search would learn those. So every price of a day is multiplied
-by the day's factor, adjusted close / close, and returns are what a holder earned, dividends
-included. The volume is divided by the same factor and rounded to whole shares, so that price times
-volume stays the money that changed hands.
+"sample" is daily bars of AAPL, IBM, MSFT and GOOG, 2000-03-01 to 2013-03-01. They come from the
+installed package bokeh_sampledata (BSD-3-Clause), which took them from the public-domain collection
+"Quandl WIKI Prices". Open, high, low and close are there as traded, and beside them an adjusted
+close. As traded, a two-for-one split looks like a loss of one half and each dividend like a small
+loss; a search would learn those. So every price of a day is multiplied by the day's factor,
+adjusted close / close, and returns are what a holder earned, dividends included. The volume is
+divided by the same factor and rounded to whole shares, so that price times volume stays the money
+that changed hands.
 
 GOOG starts on 2004-08-19, so the sample has a real gap.
 
 The result is one long CSV with the columns date, symbol, open, high, low, close, volume, ordered
 by date and symbol, prices with six decimals.
+
+"sp20" is the adjusted closes of twenty large US companies, 1990-01-02 to 2022-12-28, without gaps.
+They come from one data file of the installed package skfolio (BSD-3-Clause), which gives them for
+tests and examples only; nothing else of the package is used. The file is known by its SHA-256. The
+level of an adjusted close knows all later splits and dividends: who grew most is the cheapest at
+first, and a search that ranks prices would see the future. So each symbol's closes are divided by
+its first one, times 100: its returns stay, and the level tells what was earned until then. The
+result is a wide CSV with a column of closes for each symbol, with six decimals.
 """
 
 from __future__ import annotations
@@ -20,7 +29,9 @@ from __future__ import annotations
 import argparse
 import csv
 import gzip
+import hashlib
 import importlib.metadata
+import io
 import os
 import sys
 from dataclasses import dataclass
@@ -31,6 +42,10 @@ DATA_FILE = "bokeh_sampledata/_data/stocks.csv.gz"
 SOURCE_COLUMNS = ["Ticker", "Date", "Open", "High", "Low", "Close", "Volume", "Adj Close"]
 RESULT_COLUMNS = ["date", "symbol", "open", "high", "low", "close", "volume"]
 LAST_DATE = "2013-03-01"
+
+CLOSES_PACKAGE = "skfolio"
+CLOSES_FILE = "skfolio/datasets/data/sp500_dataset.csv.gz"
+CLOSES_SHA256 = "ee21cac28befb1d0a739a9ceb22184f995394726aa0cfde9a21941d1ac04ac0d"
 
 
 @dataclass(frozen=True)
@@ -78,23 +93,31 @@ class Bar:
         return None
 
 
-def installed_source() -> Path:
+def installed_file(name: str, file: str, section: str) -> Path:
     """The data file inside the installed package. The package itself is not imported: it would
     ask for libraries that nothing here needs."""
     try:
-        package = importlib.metadata.distribution(PACKAGE)
+        package = importlib.metadata.distribution(name)
     except importlib.metadata.PackageNotFoundError:
         raise SampleError(
-            f"the Python package {PACKAGE} is not installed for {sys.executable}; "
-            "scripts/setup.sh run installs it into build/venv"
+            f"the Python package {name} is not installed for {sys.executable}; "
+            f"scripts/setup.sh {section} installs it into build/venv"
         ) from None
-    path = Path(str(package.locate_file(DATA_FILE)))
+    path = Path(str(package.locate_file(file)))
     if not path.is_file():
         raise SampleError(
-            f"{PACKAGE} {package.version} has no file {DATA_FILE}; requirements.txt pins the "
+            f"{name} {package.version} has no file {file}; requirements.txt pins the "
             "version that has"
         )
     return path
+
+
+def installed_source() -> Path:
+    return installed_file(PACKAGE, DATA_FILE, "run")
+
+
+def installed_closes() -> Path:
+    return installed_file(CLOSES_PACKAGE, CLOSES_FILE, "universes")
 
 
 def adjusted(bar: Bar, adjusted_close: float) -> Bar:
@@ -160,29 +183,65 @@ def check_extent(bars: list[Bar], source: Path) -> None:
             )
 
 
-def write_prices(bars: list[Bar], target: Path) -> None:
+def text_of_bars(bars: list[Bar]) -> str:
+    text = io.StringIO()
+    rows = csv.writer(text, lineterminator="\n")
+    rows.writerow(RESULT_COLUMNS)
+    for bar in bars:
+        prices = [f"{price:.6f}" for price in (bar.open, bar.high, bar.low, bar.close)]
+        rows.writerow([bar.date, bar.symbol, *prices, bar.volume])
+    return text.getvalue()
+
+
+def text_of_closes(header: list[str], days: list[tuple[str, list[float]]]) -> str:
+    text = io.StringIO()
+    rows = csv.writer(text, lineterminator="\n")
+    rows.writerow(["date", *header[1:]])
+    _, first = days[0]
+    for date, closes in days:
+        rows.writerow([date, *(f"{100.0 * c / f:.6f}" for c, f in zip(closes, first))])
+    return text.getvalue()
+
+
+def sample_text(source: Path | None) -> str:
+    source = source or installed_source()
+    bars = read_bars(source)
+    check_extent(bars, source)
+    return text_of_bars(bars)
+
+
+def closes_text(source: Path | None) -> str:
+    source = source or installed_closes()
+    packed = source.read_bytes()
+    found = hashlib.sha256(packed).hexdigest()
+    if found != CLOSES_SHA256:
+        raise SampleError(
+            f"{source}: the SHA-256 is {found}, not {CLOSES_SHA256}; requirements.txt pins the "
+            f"version of {CLOSES_PACKAGE} that has the file"
+        )
+    rows = csv.reader(io.StringIO(gzip.decompress(packed).decode("utf-8")))
+    return text_of_closes(next(rows), [(date, list(map(float, row))) for date, *row in rows])
+
+
+UNIVERSES = {"sample": sample_text, "sp20": closes_text}
+
+
+def write_prices(text: str, target: Path) -> None:
     """Writes the file beside its place first, so that no half-written one is ever found there."""
     target.parent.mkdir(parents=True, exist_ok=True)
     draft = target.with_name(f"{target.name}.{os.getpid()}.part")
-    with draft.open("w", encoding="utf-8", newline="") as lines:
-        rows = csv.writer(lines, lineterminator="\n")
-        rows.writerow(RESULT_COLUMNS)
-        for bar in bars:
-            prices = [f"{price:.6f}" for price in (bar.open, bar.high, bar.low, bar.close)]
-            rows.writerow([bar.date, bar.symbol, *prices, bar.volume])
+    draft.write_text(text, encoding="utf-8", newline="")
     os.replace(draft, target)
 
 
 def main(arguments: list[str] | None = None) -> int:
-    parser = argparse.ArgumentParser(description="Make the sample price file.")
+    parser = argparse.ArgumentParser(description="Make a sample price file.")
     parser.add_argument("target", type=Path, help="the CSV to write")
+    parser.add_argument("--universe", choices=UNIVERSES, default="sample", help="default: sample")
     parser.add_argument("--source", type=Path, help="read this file, not the installed package's")
     options = parser.parse_args(arguments)
     try:
-        source = options.source or installed_source()
-        bars = read_bars(source)
-        check_extent(bars, source)
-        write_prices(bars, options.target)
+        write_prices(UNIVERSES[options.universe](options.source), options.target)
     except (SampleError, OSError, EOFError) as error:
         print(f"make_sample_prices: {error}", file=sys.stderr)
         return 1

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Installs what the project needs and this machine lacks; a second call does nothing.
 #
-#   scripts/setup.sh run     what ./run needs
-#   scripts/setup.sh test    what ./test needs (what ./run needs included)
-#   scripts/setup.sh tools   what a contributor wants now and then
+#   scripts/setup.sh run         what ./run needs
+#   scripts/setup.sh universes   what ./run --universe needs (what ./run needs included)
+#   scripts/setup.sh test        what ./test needs (what ./run --universe needs included)
+#   scripts/setup.sh tools       what a contributor wants now and then
 #
 # Debian packages come from scripts/packages.txt, Python packages from requirements.txt. The
 # Python packages go into a virtual environment at build/venv. Options, from the environment:
@@ -153,9 +154,10 @@ mkdir -p "$root/build"
 : >"$log"
 case ${1:-} in
   run) sections=(run) ;;
-  test) sections=(run test) ;;
+  universes) sections=(run universes) ;;
+  test) sections=(run universes test) ;;
   tools) sections=(tools) ;;
-  *) fail "say what for: scripts/setup.sh run, test or tools." ;;
+  *) fail "say what for: scripts/setup.sh run, universes, test or tools." ;;
 esac
 
 [[ -n ${VARNHOLT_SKIP_PACKAGES:-} ]] || install_packages "${sections[@]}"

@@ -90,6 +90,54 @@ def test_run_gives_the_sample_and_a_database_and_hands_on_the_exit_code(copy: Co
     assert sample.exists()
 
 
+@pytest.mark.parametrize(
+    ("named", "file", "database"),
+    [
+        (["--universe", "sp20"], "sp20.csv", "run-sp20.db"),
+        (["--universe=sp20"], "sp20.csv", "run-sp20.db"),
+        (["--universe", "sample"], "prices.csv", "run.db"),
+    ],
+)
+def test_run_takes_the_universe_that_is_named(
+    copy: Copy, named: list[str], file: str, database: str
+) -> None:
+    done = copy.call("run", "--quiet", *named, "--seed", "3", VARNHOLT_SKIP_PYTHON="1")
+    assert done.returncode == 7, done.stderr
+    prices = copy.root / "build/sample" / file
+    assert done.stdout.splitlines()[1:] == [
+        "run",
+        *("--prices", str(prices)),
+        *("--db", str(copy.root / "build" / database)),
+        *("--quiet", "--seed", "3"),
+    ]
+    universe = named[-1].split("=")[-1]
+    maker = copy.root / "scripts/make_sample_prices.py"
+    made = [line for line in copy.called() if line.startswith("python ")]
+    assert made == [f"python {maker} {prices} --universe {universe}"]
+    # What is there already is not made again, and the caller's database is left alone.
+    done = copy.call("run", *named, "--db", "my.db", VARNHOLT_SKIP_PYTHON="1")
+    assert done.stdout.splitlines()[2:] == ["--prices", str(prices), "--db", "my.db"]
+    assert [line for line in copy.called() if line.startswith("python ")] == made
+
+
+@pytest.mark.parametrize(
+    ("arguments", "message"),
+    [
+        (["--universe", "sp21"], 'there is no universe "sp21"; there are sample and sp20'),
+        (["--universe="], 'there is no universe ""'),
+        (["--universe"], "--universe needs a name"),
+        (["--universe=sp20", "--prices=mine.csv"], "leave one of them out"),
+    ],
+)
+def test_run_refuses_universes_that_it_cannot_take(
+    copy: Copy, arguments: list[str], message: str
+) -> None:
+    done = copy.call("run", *arguments, VARNHOLT_SKIP_PYTHON="1")
+    assert (done.returncode, done.stdout) == (2, "")
+    assert done.stderr.startswith("run: ") and message in done.stderr
+    assert copy.called() == []
+
+
 @pytest.mark.parametrize("written", [["--prices", "mine.csv"], ["--prices=mine.csv"]])
 def test_run_leaves_the_callers_prices_and_database(copy: Copy, written: list[str]) -> None:
     done = copy.call("run", *written, "--db=my.db", "a b")
@@ -194,7 +242,7 @@ def test_setup_without_a_package_manager_says_so(copy: Copy) -> None:
 def test_setup_wants_to_know_what_for(copy: Copy) -> None:
     done = copy.call("scripts/setup.sh", "everything")
     assert done.returncode == 1
-    assert "run, test or tools" in done.stderr
+    assert "run, universes, test or tools" in done.stderr
 
 
 def test_requirements_are_pinned_by_contents() -> None:

@@ -1,14 +1,15 @@
-"""The sample price file: what it holds, and that a source that is not as it should be is refused.
+"""The sample price files: what they hold, and that a source that is not as it should be is refused.
 
 The first tests make the real file from the installed package and check it row by row against the
 package's own rows. The others change one thing in a copy of the source and expect the error that
-names it.
+names it. The last ones do the same for the universe of twenty companies.
 """
 
 from __future__ import annotations
 
 import csv
 import gzip
+import hashlib
 import importlib.util
 import sys
 from collections.abc import Callable
@@ -157,3 +158,71 @@ def test_a_missing_package_is_named(
     monkeypatch.setattr(script, "PACKAGE", "no_such_package_here")
     assert script.main([str(tmp_path / "prices.csv")]) == 1
     assert "no_such_package_here is not installed" in capsys.readouterr().err
+
+
+@pytest.fixture(scope="module")
+def closes(tmp_path_factory: pytest.TempPathFactory) -> list[Row]:
+    target = tmp_path_factory.mktemp("sp20") / "deeper" / "sp20.csv"
+    assert script.main([str(target), "--universe", "sp20"]) == 0
+    assert [path.name for path in target.parent.iterdir()] == ["sp20.csv"]
+    with target.open(encoding="utf-8", newline="") as lines:
+        return list(csv.DictReader(lines))
+
+
+def test_twenty_companies_have_a_close_on_every_day(closes: list[Row]) -> None:
+    assert " ".join(closes[0]) == (
+        "date AAPL AMD BAC BBY CVX GE HD JNJ JPM KO LLY MRK MSFT PEP PFE PG RRC UNH WMT XOM"
+    )
+    dates = [row["date"] for row in closes]
+    assert dates == sorted(set(dates)) and len(dates) == 8313
+    assert (dates[0], dates[-1]) == ("1990-01-02", "2022-12-28")
+    assert set(list(closes[0].values())[1:]) == {"100.000000"}
+
+
+def test_closes_keep_their_returns(closes: list[Row]) -> None:
+    with gzip.open(script.installed_closes(), "rt", encoding="utf-8", newline="") as lines:
+        source = list(csv.DictReader(lines))
+    assert [row["Date"] for row in source] == [row["date"] for row in closes]
+    for row, raw in zip(closes, source):
+        for symbol in list(row)[1:]:
+            expected = 100.0 * float(raw[symbol]) / float(source[0][symbol])
+            assert float(row[symbol]) == pytest.approx(expected, abs=5.1e-7), (row["date"], symbol)
+
+
+def test_closes_of_other_contents_are_refused(
+    tmp_path: Path, capsys: pytest.CaptureFixture[str]
+) -> None:
+    whole = script.installed_closes().read_bytes()
+    source, target = tmp_path / "source.gz", tmp_path / "sp20.csv"
+    options = [str(target), "--universe", "sp20", "--source", str(source)]
+    source.write_bytes(whole)
+    assert script.main(options) == 0
+    made = target.read_bytes()
+    # One cent more on one day, packed as well as before.
+    changed = gzip.decompress(whole).replace(b"1990-01-02,0.264", b"1990-01-02,0.274")
+    source.write_bytes(gzip.compress(changed))
+    assert script.main(options) == 1
+    error = capsys.readouterr().err
+    assert f"source.gz: the SHA-256 is {hashlib.sha256(source.read_bytes()).hexdigest()}" in error
+    assert "requirements.txt pins the version of skfolio" in error
+    assert target.read_bytes() == made and len(list(tmp_path.iterdir())) == 2
+
+
+def test_missing_closes_are_named(
+    monkeypatch: pytest.MonkeyPatch, capsys: pytest.CaptureFixture[str], tmp_path: Path
+) -> None:
+    monkeypatch.setattr(script, "CLOSES_PACKAGE", "no_such_package_here")
+    assert script.main([str(tmp_path / "sp20.csv"), "--universe", "sp20"]) == 1
+    error = capsys.readouterr().err
+    assert "no_such_package_here is not installed" in error
+    assert "scripts/setup.sh universes installs it" in error
+    monkeypatch.undo()
+    monkeypatch.setattr(script, "CLOSES_FILE", "skfolio/datasets/data/none.csv.gz")
+    assert script.main([str(tmp_path / "sp20.csv"), "--universe", "sp20"]) == 1
+    assert "has no file skfolio/datasets/data/none.csv.gz" in capsys.readouterr().err
+
+
+def test_other_universes_are_refused(tmp_path: Path, capsys: pytest.CaptureFixture[str]) -> None:
+    with pytest.raises(SystemExit):
+        script.main([str(tmp_path / "prices.csv"), "--universe", "sp21"])
+    assert "invalid choice: 'sp21'" in capsys.readouterr().err
