@@ -8,6 +8,7 @@ from __future__ import annotations
 
 import csv
 import sys
+from dataclasses import replace
 from pathlib import Path
 
 import numpy
@@ -121,6 +122,17 @@ def test_the_judge_counts_distinct_signals_and_knows_the_oracle(market: Market):
     assert judge.fitness(2.0 * noise, "late") is None
     assert judge.fitness(noise, "known") == first
     assert judge.backtests == 3 and [c.program for c in judge.passed if c.sharpe > 2] == ["right"]
+
+
+def test_what_earns_otherwise_than_the_oracle_is_not_found(market: Market):
+    earned = backtest(neutral_weights(log_volume(market)), market.close[: market.searched]).net
+    generator = numpy.random.default_rng(6)
+    for share, is_found in ((0.5, True), (3.0, False)):
+        noise = earned.std() * generator.normal(size=len(earned))
+        judge = Judge(replace(market, oracle_pnl=earned + share * noise), 9)
+        judge.fitness(log_volume(market), "right")
+        assert judge.best().sharpe > 0.5
+        assert (judge.found_after == 1) is is_found
 
 
 def test_the_book_holds_the_best_that_differ(market: Market):
