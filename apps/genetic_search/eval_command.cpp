@@ -28,6 +28,7 @@
 #include "hosts/embedded/system/read_file.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "hosts/embedded/vocabulary/formula.hpp"
+#include "hosts/embedded/vocabulary/unit_check.hpp"
 
 namespace varnholt::app {
 namespace {
@@ -104,6 +105,7 @@ struct Evaluated {
   std::string label;
   Value graph;
   embedded::GraphShape shape;
+  embedded::UnitsOfGraph units;
   embedded::SampleStatistics statistics;
   std::vector<MemberCorrelation> members;  // The most alike first.
 };
@@ -182,6 +184,7 @@ class Evaluations {
     }
     const embedded::Expression expression = evaluator.compile(told.graph);
     told.shape = expression.shape;
+    told.units = embedded::units_of_graph(told.graph, evaluator.vocabulary());
     const Panel signal = evaluator.signal(expression);
     const Panel weights = evaluator.weights(signal);
     const embedded::BacktestResult in_sample =
@@ -282,6 +285,7 @@ class Evaluations {
     text += fmt::format("  {}, {} deep\n",
                         counted(static_cast<std::int64_t>(told.shape.node_count), "node"),
                         told.shape.depth);
+    if (told.units.mixed_calls > 0) text += fmt::format("  note: {}\n", told.units.first_mixture);
     text += sample_figures_text(told.statistics);
     const std::size_t failures = failure_count(told);
     text += failures == 0 ? std::string("It passes every gate:\n")
@@ -331,6 +335,8 @@ class Evaluations {
             {"graph", to_json(told.graph)},
             {"nodes", told.shape.node_count},
             {"depth", told.shape.depth},
+            {"unit", embedded::unit_name(told.units.unit)},
+            {"unit_mixtures", told.units.mixed_calls},
             {"statistics", sample_statistics_json(told.statistics)},
             {"passes", failure_count(told) == 0},
             {"gates", gates},

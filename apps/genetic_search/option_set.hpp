@@ -173,6 +173,16 @@ class Options {
     });
   }
 
+  void on_or_off(const std::string& name, const std::string& description,
+                 std::optional<bool>& target) {
+    add(name, "on|off", description, [name, &target](const std::string& value) {
+      if (value != "on" && value != "off") {
+        throw UsageError(name + " wants on or off, not \"" + on_one_line(value) + "\"");
+      }
+      target = value == "on";
+    });
+  }
+
   void flag(const std::string& name, const std::string& description, bool& target) {
     command_.add_flag(name, target, wrapped(description))->group(group_)->disable_flag_override();
   }

@@ -26,6 +26,7 @@ embedded::HostConfig resolved_config(const std::optional<std::filesystem::path>&
   }
   override_with(config.eras.era, overrides.era);
   override_with(config.pool.name, overrides.pool_name);
+  override_with(config.vocabulary.units, overrides.units);
   if (overrides.holdout_from) config.eras.holdout_from = overrides.holdout_from;
   if (overrides.era && *overrides.era > config.eras.train) {
     throw UsageError(fmt::format(

@@ -19,6 +19,7 @@ struct ConfigOverrides {
   std::optional<int> era;
   std::optional<std::string> pool_name;
   std::optional<embedded::Date> holdout_from;
+  std::optional<bool> units;
 };
 
 // The defaults without a file. Throws HostConfigError for a file that cannot be used, and

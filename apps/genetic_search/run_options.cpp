@@ -68,7 +68,8 @@ void add_repair_options(Options& options, embedded::SearchOptions& search) {
                 search.max_improvement_depth);
 }
 
-void add_search_options(Options& options, embedded::SearchOptions& search) {
+void add_search_options(Options& options, embedded::SearchOptions& search,
+                        ConfigOverrides& overrides) {
   options.group("Data");
   options.prices(
       "Daily prices, as CSV (see below): a file, several files, or a folder of them. Needed.",
@@ -124,6 +125,10 @@ void add_search_options(Options& options, embedded::SearchOptions& search) {
                 fmt::format("The longest look back of a function, in trading days. Default: {}.",
                             search.graphs.max_window),
                 search.graphs.max_window);
+  options.on_or_off("--units",
+                    "Whether fresh expressions and children add and compare only what is of one "
+                    "unit: prices with prices, returns with returns. Default: on.",
+                    overrides.units);
 }
 
 std::string pool_name_refusal(const std::string& name) {
@@ -232,7 +237,7 @@ void add_worker_options(Options& options, RunCommand& run) {
 }  // namespace
 
 void add_run_options(Options& options, RunCommand& run) {
-  add_search_options(options, run.search);
+  add_search_options(options, run.search, run.overrides);
   add_config_options(options, run.config_file, run.overrides);
   add_judging_options(options, run.search, run.overrides);
   add_worker_options(options, run);

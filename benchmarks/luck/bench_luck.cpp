@@ -158,6 +158,7 @@ void search(const fs::path& folder, const Universe& universe, std::uint64_t seed
   options.periods_per_year = book.periods_per_year;
   options.neutralize = book.neutralize;
   options.config.vocabulary.simplify = false;
+  options.config.vocabulary.units = false;
   write_prices(options.prices.named().front(), universe.close);
   Silent observer;
   const InterruptFlag interrupt;

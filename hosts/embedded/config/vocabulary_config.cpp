@@ -21,7 +21,8 @@ constexpr double kLargestWeight = 1e6;
 constexpr double kLargestComplexity = 1000.0;
 constexpr std::size_t kLongestList = 1000;
 constexpr std::string_view kKeys =
-    "the keys of [vocabulary] are: windows, constants, constant_share, simplify; its tables are "
+    "the keys of [vocabulary] are: windows, constants, constant_share, simplify, units; its "
+    "tables are "
     "[vocabulary.families] and likewise functions, features, complexity and formulas";
 
 // Market data with every column and group that there may be, for what is known without prices.
@@ -147,6 +148,8 @@ class VocabularyReader {
       settings_.constant_share = number_within(met, 0.0, 1.0);
     } else if (key == "simplify") {
       settings_.simplify = switch_in(met);
+    } else if (key == "units") {
+      settings_.units = switch_in(met);
     } else if (key == "families") {
       take_choices(settings_.families, kFamilyRule, entry, met);
     } else if (key == "functions") {

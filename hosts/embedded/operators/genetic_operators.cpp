@@ -138,7 +138,7 @@ Value GeneticOperators::first_accepted(const Value& parent, const Callable& vali
     std::optional<Value> made = attempt();
     if (!made) continue;
     Value child = making_.finished(*std::move(made));
-    if (accepts(validator, child)) return child;
+    if (making_.fits_units(child, parent) && accepts(validator, child)) return child;
   }
   return genetic::deep_copy(parent);
 }

@@ -36,7 +36,8 @@ class GeneticOperators : public genetic::GeneticOps {
   static constexpr int kTries = 8;
 
   // Numbers are changed by steps through `constants`, which are positive and ascend. Children are
-  // finished by `making` before the validator is asked.
+  // finished by `making`, and a try that does not fit its units fails, before the validator is
+  // asked.
   explicit GeneticOperators(const GraphLimits& limits,
                             std::vector<double> constants = usual_constants(),
                             const GraphMaking& making = {})

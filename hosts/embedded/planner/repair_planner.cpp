@@ -96,6 +96,7 @@ class Planning {
       const std::optional<Value> planned = plan.graph(failed_, material_);
       if (!planned) continue;
       const Value graph = material_.making.finished(*planned);
+      if (!material_.making.fits_units(graph, failed_.graph)) continue;
       if (!seen_.insert(genetic::structural_key(graph)).second) continue;
       repairs_.push_back({&plan, reason.view(), genetic::deep_copy(graph)});
     }

@@ -45,6 +45,7 @@ HostSettings host_settings(const SearchOptions& options, SearchObserver& observe
   settings.making = making_options(options, book);
   settings.graphs = options.graphs;
   settings.graphs.constant_share = options.config.vocabulary.constant_share;
+  settings.graphs.keeps_units = options.config.vocabulary.units;
   settings.gates = options.config.gates;
   settings.limits = options.config.limits;
   settings.seed = options.seed;

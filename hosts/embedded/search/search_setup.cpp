@@ -150,6 +150,7 @@ genetic::GeneticTemplate configured_template(genetic::RandomGenerators& generato
 GraphMakingOptions making_options(const SearchOptions& options, const BookRules& book) {
   GraphMakingOptions making;
   making.simplifies = options.config.vocabulary.simplify;
+  making.keeps_units = options.config.vocabulary.units;
   making.canonical = {options.graphs.max_window, book.least_known_share};
   return making;
 }

@@ -2,11 +2,19 @@
 
 #include <utility>
 
+#include "hosts/embedded/vocabulary/unit_check.hpp"
+
 namespace varnholt::embedded {
 
 genetic::Value GraphMaking::finished(genetic::Value graph) const {
   if (!options_.simplifies) return graph;
   return canonical_form(graph, *vocabulary_, options_.canonical);
+}
+
+bool GraphMaking::fits_units(const genetic::Value& graph, const genetic::Value& parent) const {
+  if (!options_.keeps_units) return true;
+  const std::size_t mixed = units_of_graph(graph, *vocabulary_).mixed_calls;
+  return mixed == 0 || mixed <= units_of_graph(parent, *vocabulary_).mixed_calls;
 }
 
 }  // namespace varnholt::embedded

@@ -10,6 +10,8 @@ namespace varnholt::embedded {
 
 struct GraphMakingOptions {
   bool simplifies = false;  // To the form of canonical_form.hpp.
+  // Whether no child and no repair mixes units where what it is made of does not.
+  bool keeps_units = false;
   CanonicalOptions canonical = {};
 };
 
@@ -23,6 +25,10 @@ class GraphMaking {
 
   // The graph as the host hands it out.
   [[nodiscard]] genetic::Value finished(genetic::Value graph) const;
+
+  // Whether the graph may be made of `parent`: it mixes units at no more places (unit_check.hpp).
+  // Those that the user has mixed by himself may stay.
+  [[nodiscard]] bool fits_units(const genetic::Value& graph, const genetic::Value& parent) const;
 
  private:
   const Vocabulary* vocabulary_ = nullptr;

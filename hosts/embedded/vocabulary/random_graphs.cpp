@@ -1,12 +1,14 @@
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 
 #include <algorithm>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "hosts/embedded/vocabulary/graph_node.hpp"
 #include "hosts/embedded/vocabulary/graph_shape.hpp"
+#include "hosts/embedded/vocabulary/unit_check.hpp"
 #include "search_templates/genetic/value/copy.hpp"
 
 namespace varnholt::embedded {
@@ -36,6 +38,13 @@ struct Leaf {
   const NamedFormula* formula = nullptr;
   double weight = 0.0;
   GraphShape shape{1, 1};
+  Unit unit;
+};
+
+// A graph, or a part of one, with its unit.
+struct Grown {
+  Value graph;
+  UnitOfPanel unit;
 };
 
 // Functions whose second panel may be a number.
@@ -52,48 +61,98 @@ class Grower {
       if (window <= options.max_window) windows_.push_back(window);
     }
     for (const FeatureEntry& feature : vocabulary.features) {
-      if (feature.weight > 0.0) leaves_.push_back({&feature, nullptr, feature.weight, {1, 1}});
+      if (feature.weight <= 0.0) continue;
+      leaves_.push_back({&feature, nullptr, feature.weight, {1, 1}, feature.unit});
     }
     for (const NamedFormula& formula : vocabulary.formulas) {
       if (formula.weight <= 0.0) continue;
-      leaves_.push_back({nullptr, &formula, formula.weight, measure_graph(formula.graph)});
+      leaves_.push_back({nullptr, &formula, formula.weight, measure_graph(formula.graph),
+                         units_of_graph(formula.graph, vocabulary).unit});
     }
   }
 
+  Value whole_graph() {
+    while (true) {
+      std::size_t nodes = options_.max_nodes;
+      is_mixed_ = false;
+      Grown grown = grow(options_.max_depth, nodes, true);
+      if (!is_mixed_ || !may_redraw()) return std::move(grown.graph);
+    }
+  }
+
+ private:
   // A subtree of at most `depth` levels and `nodes` nodes, both at least 1. Takes from `nodes` what
   // it uses.
-  Value grow(int depth, std::size_t& nodes, bool is_root) {
+  Grown grow(int depth, std::size_t& nodes, bool is_root) {
     const std::vector<const FunctionEntry*> functions = fitting_functions(depth, nodes);
     const bool is_leaf =
         functions.empty() || (!is_root && generator_.random() < options_.leaf_share);
     if (is_leaf) {
       const Leaf& leaf = weighted_choice(fitting_leaves(depth, nodes), generator_.random());
       nodes -= leaf.shape.node_count;
-      return leaf.feature != nullptr ? make_graph_node(leaf.feature->name, kFeatureType, List())
-                                     : genetic::deep_copy(leaf.formula->graph);
+      return {leaf.feature != nullptr ? make_graph_node(leaf.feature->name, kFeatureType, List())
+                                      : genetic::deep_copy(leaf.formula->graph),
+              {leaf.unit, std::nullopt}};
     }
     const FunctionEntry& function = weighted_choice(functions, generator_.random());
     List children(function.child_count());
+    std::vector<UnitOfPanel> panels;
+    panels.reserve(function.data_children());
     // What is no subtree is spoken for before the subtrees take any node.
     nodes -= 1 + function.child_count() - function.data_children();
     for (std::size_t left = function.data_children(); left > 0; --left) {
       if (left < function.data_children() && draws_constant(function)) {
         children.append(random_constant());
+        panels.push_back({kFitsAll, constant_value(last_name(children))});
         --nodes;
         continue;
       }
-      std::size_t share = left == 1 ? nodes : std::min((nodes + 1) / 2, nodes - (left - 1));
-      const std::size_t given = share;
-      children.append(grow(depth - 1, share, false));
-      nodes -= given - share;
+      const std::size_t share = left == 1 ? nodes : std::min((nodes + 1) / 2, nodes - (left - 1));
+      Grown panel = grow_like(function, panels, depth - 1, share, nodes);
+      children.append(std::move(panel.graph));
+      panels.push_back(panel.unit);
     }
+    int window = 0;
     for (const ArgumentKind kind : function.arguments()) {
-      if (kind != ArgumentKind::Data) children.append(random_setting(kind, function));
+      if (kind == ArgumentKind::Data) continue;
+      children.append(random_setting(kind, function));
+      if (kind == ArgumentKind::Days) window = window_of(last_name(children)).value_or(0);
     }
-    return make_graph_node(function.name, kRotationType, std::move(children));
+    const UnitOfCall call = unit_of_call(function, panels, window);
+    return {make_graph_node(function.name, kRotationType, std::move(children)),
+            {call.unit, std::nullopt}};
   }
 
- private:
+  // Counts one redraw, where there is one left.
+  bool may_redraw() {
+    if (redraws_ == kMostRedraws) return false;
+    ++redraws_;
+    return true;
+  }
+
+  // The next panel of the function, from `share` of the nodes; drawn again while it is not like
+  // those before it.
+  Grown grow_like(const FunctionEntry& function, const std::vector<UnitOfPanel>& before, int depth,
+                  std::size_t share, std::size_t& nodes) {
+    for (int tries = 0;; ++tries) {
+      std::size_t left = share;
+      Grown panel = grow(depth, left, false);
+      std::vector<UnitOfPanel> panels = before;
+      panels.push_back(panel.unit);
+      const bool is_good =
+          !options_.keeps_units || !unit_of_call(function, panels, 0).mixed.has_value();
+      if (is_good || tries == kMostPanelRedraws || !may_redraw()) {
+        is_mixed_ = is_mixed_ || !is_good;
+        nodes -= share - left;
+        return panel;
+      }
+    }
+  }
+
+  static std::string last_name(const List& children) {
+    return read_graph_node(children.at(children.size() - 1), GraphPlace{}).name;
+  }
+
   [[nodiscard]] std::vector<const FunctionEntry*> fitting_functions(int depth,
                                                                     std::size_t nodes) const {
     std::vector<const FunctionEntry*> functions;
@@ -147,6 +206,8 @@ class Grower {
   const RandomGraphOptions& options_;
   std::vector<int> windows_;
   std::vector<Leaf> leaves_;
+  int redraws_ = 0;
+  bool is_mixed_ = false;  // Whether a panel stayed that is not like those before it.
 };
 
 }  // namespace
@@ -166,8 +227,8 @@ Value random_graph(genetic::RandomGenerator& generator, const Vocabulary& vocabu
                    [](const FeatureEntry& feature) { return feature.weight > 0.0; })) {
     throw std::invalid_argument("a vocabulary without features has no graphs; give it market data");
   }
-  std::size_t nodes = options.max_nodes;
-  return Grower(generator, vocabulary, options).grow(options.max_depth, nodes, true);
+  Grower grower(generator, vocabulary, options);
+  return grower.whole_graph();
 }
 
 }  // namespace varnholt::embedded

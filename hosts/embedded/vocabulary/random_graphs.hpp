@@ -16,7 +16,12 @@ struct RandomGraphOptions {
   double leaf_share = 0.3;     // How often a node below the root is a feature by choice.
   // How often a panel beside the first of an arithmetic function or a comparison is a constant.
   double constant_share = 0.0;
+  // Whether what is added or compared is of one unit (units.hpp).
+  bool keeps_units = false;
 };
+
+inline constexpr int kMostRedraws = 1000;
+inline constexpr int kMostPanelRedraws = 20;
 
 // A graph that check_graph accepts, within the limits of `options`.
 //
@@ -32,6 +37,12 @@ struct RandomGraphOptions {
 // which one, `random()` for whether a panel is a constant where `constant_share` is above 0, and
 // `random_below` for a constant, a group, a number or a window. So one stream gives one sequence of
 // graphs.
+//
+// Where units are kept, a panel of a function that adds or compares is drawn again, with all of its
+// draws, while it is not like the panels before it: kMostPanelRedraws times; where that does not
+// help, the whole graph is. Both together happen kMostRedraws times at most. What then mixes units
+// still, because the graph is very large or the vocabulary leaves no other choice, comes out as it
+// is, and so do formulas of the user's own.
 //
 // Throws std::invalid_argument for a limit below 1, a share outside 0 to 1, or a vocabulary without
 // features.

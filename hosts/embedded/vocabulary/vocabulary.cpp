@@ -19,9 +19,10 @@ struct FeatureRow {
   std::string_view name;
   double weight = 0.0;
   std::string_view formula;
+  Unit unit;
   bool (*is_there)(const MarketData&) = nullptr;
 
-  [[nodiscard]] FeatureEntry entry() const { return {std::string(name), weight, formula}; }
+  [[nodiscard]] FeatureEntry entry() const { return {std::string(name), weight, formula, unit}; }
 };
 
 bool always(const MarketData& /*data*/) {
@@ -52,18 +53,20 @@ bool has_cap(const MarketData& data) {
 // Returns and what is made of them carry most known daily effects; raw levels say little before
 // something is done to them, so they are chosen less often.
 constexpr auto kFeatures = std::to_array({
-    FeatureRow{"close", 1.0, "the close, as it stands in the file", always},
-    FeatureRow{"returns", 2.0, "close(t) / close(t-1) - 1; both days must be known", always},
-    FeatureRow{"log_returns", 1.0, "ln(close(t) / close(t-1)); both days must be known", always},
-    FeatureRow{"open", 0.5, "the open, as it stands in the file", has_open},
-    FeatureRow{"high", 0.5, "the high, as it stands in the file", has_high},
-    FeatureRow{"low", 0.5, "the low, as it stands in the file", has_low},
-    FeatureRow{"volume", 1.0, "the volume, as it stands in the file", has_volume},
-    FeatureRow{"range", 1.0, "(high - low) / close", has_range},
-    FeatureRow{"dollar_volume", 0.5, "close * volume", has_volume},
+    FeatureRow{"close", 1.0, "the close, as it stands in the file", kPrice, always},
+    FeatureRow{"returns", 2.0, "close(t) / close(t-1) - 1; both days must be known", kReturn,
+               always},
+    FeatureRow{"log_returns", 1.0, "ln(close(t) / close(t-1)); both days must be known", kReturn,
+               always},
+    FeatureRow{"open", 0.5, "the open, as it stands in the file", kPrice, has_open},
+    FeatureRow{"high", 0.5, "the high, as it stands in the file", kPrice, has_high},
+    FeatureRow{"low", 0.5, "the low, as it stands in the file", kPrice, has_low},
+    FeatureRow{"volume", 1.0, "the volume, as it stands in the file", kVolume, has_volume},
+    FeatureRow{"range", 1.0, "(high - low) / close", kReturn, has_range},
+    FeatureRow{"dollar_volume", 0.5, "close * volume", kMoney, has_volume},
     FeatureRow{"vwap", 0.5, "the volume-weighted price of the day, as it stands in the file",
-               has_vwap},
-    FeatureRow{"cap", 0.5, "the market capitalisation, as it stands in the file", has_cap},
+               kPrice, has_vwap},
+    FeatureRow{"cap", 0.5, "the market capitalisation, as it stands in the file", kMoney, has_cap},
 });
 
 std::vector<FeatureEntry> features_of(const MarketData& data) {
@@ -72,7 +75,7 @@ std::vector<FeatureEntry> features_of(const MarketData& data) {
     if (row.is_there(data)) features.push_back(row.entry());
   }
   for (const auto& [name, panel] : data.features)
-    features.push_back({name, 0.0, "as it stands in the file"});
+    features.push_back({name, 0.0, "as it stands in the file", kFitsAll});
   return features;
 }
 

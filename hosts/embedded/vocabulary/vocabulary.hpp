@@ -18,6 +18,7 @@
 
 #include "hosts/embedded/market/market_data.hpp"
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
+#include "hosts/embedded/vocabulary/units.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::embedded {
@@ -39,6 +40,7 @@ struct FeatureEntry {
   std::string name;
   double weight;  // Its share of the random choices among features, relative to the others.
   std::string_view formula = {};
+  Unit unit = kPureNumber;
 };
 
 using OnePanelFunction = Panel (*)(const Panel&);
@@ -84,6 +86,7 @@ struct FunctionEntry {
   std::string_view family;
   double weight;  // Its share of the random choices among functions.
   PanelFunction function;
+  UnitRule unit;
   FunctionText text;
   NumberRange range = {};
   Drawn drawn = Drawn::Always;

@@ -64,8 +64,8 @@ constexpr std::string_view kFeaturesHeading =
     "\n"
     "A feature is there where its columns are; it is NaN where one of its parts is.\n"
     "\n"
-    "| feature | formula |\n"
-    "|---|---|\n";
+    "| feature | formula | unit |\n"
+    "|---|---|---|\n";
 
 constexpr std::string_view kGroupsText = R"(
 Any other column of numbers in a long price file is a feature of its own name, as it stands in the
@@ -97,8 +97,8 @@ read, the expression that is printed has the names above.
 
 constexpr std::string_view kTableHead =
     "\n"
-    "| function | formula | NaN where | ties | the last day |\n"
-    "|---|---|---|---|---|\n";
+    "| function | formula | NaN where | ties | unit | the last day |\n"
+    "|---|---|---|---|---|---|\n";
 
 // A family of functions: its title, and the rule that all of them follow.
 struct Family {
@@ -202,9 +202,9 @@ std::string cell(std::string_view text) {
 
 std::string function_row(const FunctionEntry& entry, const Panel& x, const Panel& y) {
   const Panel result = std::visit(Example{x, y, kNumber}, entry.function);
-  return fmt::format("| `{}`{} | {} | {} | {} | {} |\n", call_text(entry),
+  return fmt::format("| `{}`{} | {} | {} | {} | {} | {} |\n", call_text(entry),
                      entry.drawn == Drawn::WhenSwitchedOn ? " *" : "", cell(entry.text.formula),
-                     cell(entry.text.unknown), cell(entry.text.ties),
+                     cell(entry.text.unknown), cell(entry.text.ties), unit_rule_text(entry.unit),
                      row_text(result, result.rows() - 1));
 }
 
@@ -241,7 +241,8 @@ std::string vocabulary_page() {
   std::string page(kIntroduction);
   page += kFeaturesHeading;
   for (const FeatureEntry& feature : all_features()) {
-    page += fmt::format("| `{}` | {} |\n", feature.name, feature.formula);
+    page +=
+        fmt::format("| `{}` | {} | {} |\n", feature.name, feature.formula, unit_name(feature.unit));
   }
   const Panel x = example_x();
   const Panel y = example_y();
@@ -260,6 +261,7 @@ std::string vocabulary_page() {
       if (entry.family == family.name) page += function_row(entry, x, y);
     }
   }
+  page += kUnitsChapter;
   page += kOneFormChapter;
   page += kWordsHeading;
   page += words_table();

@@ -177,6 +177,7 @@ Mapping settings_mapping(const VocabularySettings& settings) {
   add_list("constants", settings.constants);
   if (settings.constant_share > 0.0) mapping.set(Value("constant_share"), settings.constant_share);
   if (!settings.simplify) mapping.set(Value("simplify"), false);
+  if (!settings.units) mapping.set(Value("units"), false);
   const auto add_table = [&mapping](const char* key, const Mapping& table) {
     if (table.size() > 0) mapping.set(Value(key), table);
   };

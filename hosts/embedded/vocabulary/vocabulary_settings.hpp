@@ -26,6 +26,8 @@ struct VocabularySettings {
   double constant_share = 0.0;
   // Whether the graphs that a search makes are brought to the form of canonical_form.hpp.
   bool simplify = true;
+  // Whether fresh graphs and children add and compare what is of one unit (units.hpp) only.
+  bool units = true;
   // Of a family a number multiplies the weights of its functions; what is said of a function or a
   // feature itself is its weight, and counts more.
   Choices families;

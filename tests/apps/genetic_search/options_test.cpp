@@ -409,6 +409,18 @@ TEST(Options, HaveAHelpThatFitsAnOldTerminal) {
   }
 }
 
+TEST(Options, UnitsAreOnOrOff) {
+  const auto units = [](Words words) {
+    words.insert(words.begin(), {"run", "--prices", "p.csv"});
+    return std::get<RunCommand>(parse_command_line(words)).overrides.units;
+  };
+  EXPECT_EQ(units({}), std::nullopt);
+  EXPECT_EQ(units({"--units", "on"}), true);
+  EXPECT_EQ(units({"--units=off"}), false);
+  EXPECT_THAT(usage_error({"run", "--prices", "p.csv", "--units", "1"}),
+              HasSubstr("--units wants on or off, not \"1\""));
+}
+
 TEST(Options, OfEvalTakeFormulasThatBeginWithAMinus) {
   const auto eval = [](Words words) {
     words.insert(words.begin(), {"eval", "--prices", "p.csv", "--min-sharpe", "-5"});

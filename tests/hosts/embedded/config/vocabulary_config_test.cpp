@@ -33,6 +33,7 @@ windows = [5, 21, 252]
 constants = [0.5, 1, 2]
 constant_share = 0.25
 simplify = false
+units = false
 [vocabulary.families]
 group = true
 cross = 0
@@ -56,6 +57,8 @@ squeeze = "rank(short_interest)"
   EXPECT_THAT(settings.constants.value(), ElementsAre(0.5, 1.0, 2.0));
   EXPECT_EQ(settings.constant_share, 0.25);
   EXPECT_FALSE(settings.simplify);
+  EXPECT_FALSE(settings.units);
+  EXPECT_TRUE(settings_mapping(settings).contains(genetic::Value("units")));
   EXPECT_TRUE(settings_mapping(settings).contains(genetic::Value("simplify")));
   EXPECT_THAT(settings.families,
               ElementsAre(Pair("cross", Choice(0.0)), Pair("group", Choice(true))));
@@ -74,7 +77,7 @@ TEST(VocabularyConfig, RefusesEachMistakeWithItsPlaceAndRemedy) {
   const std::vector<std::pair<const char*, const char*>> cases = {
       {"[vocabulary]\nx = 1",
        "c.toml: line 2, column 1, vocabulary.x: [vocabulary] has no such key; the keys of "
-       "[vocabulary] are: windows, constants, constant_share, simplify; its tables are"},
+       "[vocabulary] are: windows, constants, constant_share, simplify, units; its tables are"},
       {"[vocabulary]\nwindows = 5",
        "line 2, column 11, vocabulary.windows: 5 is no list of numbers; "},
       {"[vocabulary]\nwindows = []", "is no list of numbers; write whole numbers of days"},
@@ -83,6 +86,7 @@ TEST(VocabularyConfig, RefusesEachMistakeWithItsPlaceAndRemedy) {
       {"[vocabulary]\nwindows = [0, 2]", "has an item that does not belong there"},
       {"[vocabulary]\nconstants = [-1, 2]", "write positive numbers, ascending"},
       {"[vocabulary]\nconstant_share = 2", "is out of range; write a number from 0 to 1"},
+      {"[vocabulary]\nunits = \"on\"", "vocabulary.units: \"on\" is neither true nor false; write"},
       {"[vocabulary]\nsimplify = 1",
        "vocabulary.simplify: 1 is neither true nor false; write true"},
       {"[vocabulary]\nfunctions = 3", "is not a table; write one table [vocabulary.functions]"},

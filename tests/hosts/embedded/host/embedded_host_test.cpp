@@ -18,6 +18,7 @@ namespace varnholt::embedded::test {
 namespace {
 
 namespace keys = genetic::keys;
+using genetic::List;
 using genetic::Mapping;
 using genetic::Value;
 

@@ -4,6 +4,7 @@
 // shown.
 #include "hosts/embedded/planner/repair_planner.hpp"
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -196,6 +197,17 @@ TEST_F(RepairPlanner, KeepsItsPromisesOverRandomGraphs) {
   }
   // The cases are not all empty.
   EXPECT_GT(planned, 5000U);
+}
+
+TEST_F(RepairPlanner, MixesNoUnitsWhereTheyAreKept) {
+  // Without room for the ranks a price and a volume would be left to be added.
+  RepairCase failed = sharpe_case(0.4, -0.1);
+  failed.graph = graph_of("arith_add(cross_rank(close), cross_rank(volume))");
+  material_.limits = {3, 40};
+  material_.peers.clear();
+  ASSERT_TRUE(std::ranges::count(names(failed), "smooth_long"));
+  material_.making = {vocabulary_, {.keeps_units = true}};
+  EXPECT_FALSE(std::ranges::count(names(failed), "smooth_long"));
 }
 
 TEST_F(RepairPlanner, FinishesWhatItPlans) {

@@ -44,7 +44,8 @@ TEST(VocabularyPage, HoldsEveryFeatureAndFunctionWithItsFormula) {
 TEST(VocabularyPage, ItsExamplesAreTrue) {
   const std::string page = vocabulary_page();
   EXPECT_THAT(page, HasSubstr("| 0.75, 0.75, 0 |"));  // cross_rank
-  EXPECT_THAT(page, HasSubstr("| `ts_mean(x, n)` | sum of the window / n |  |  | 3, NaN, "));
+  EXPECT_THAT(page, HasSubstr("| `ts_mean(x, n)` | sum of the window / n |  |  | that of x | "
+                              "3, NaN, "));
   EXPECT_THAT(page, HasSubstr("| 1.5, NaN, 1 |"));  // arith_div
 }
 
