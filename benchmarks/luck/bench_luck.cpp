@@ -12,9 +12,9 @@
 // Its oracle is that signal; a seed whose oracle has a Sharpe ratio, after costs and over the whole
 // history, outside of 1.5 to 2.5 is left out. Each search evaluates 300 candidates, unless another
 // number is given, with the settings that the program has by default, but for weights that are not
-// neutralized and expressions that are not simplified. A line is written for each universe, and the
-// rates at the end; docs/luck.md has the table. "Spread" is the confidence that the verdict would
-// have if chance were given the spread of the trials.
+// neutralized and expressions that are not simplified and may mix units. A line is written for each
+// universe, and the rates at the end; docs/luck.md has the table. "Spread" is the confidence that
+// the verdict would have if chance were given the spread of the trials.
 #include <chrono>
 #include <cmath>
 #include <cstdio>
