@@ -29,8 +29,8 @@ void read_as_two(std::string_view text) {
   for (const bool is_turned : {false, true}) {
     std::vector<PriceTable> tables;
     try {
-      tables.push_back(varnholt::embedded::read_price_table(first, "a.csv"));
-      tables.push_back(varnholt::embedded::read_price_table(second, "b.csv"));
+      tables.push_back(varnholt::embedded::read_price_table(std::string(first), "a.csv"));
+      tables.push_back(varnholt::embedded::read_price_table(std::string(second), "b.csv"));
       if (is_turned) std::swap(tables[0], tables[1]);
       const MarketData prices = varnholt::embedded::merged_tables(std::move(tables));
       digests.push_back(varnholt::embedded::panel_digest(prices, prices.day_count()));

@@ -108,6 +108,7 @@ class CsvReader::QuotedRow {
 
 CsvReader::CsvReader(std::string_view text, std::string file, InterruptCheck check, char separator)
     : rest_(text.starts_with(kByteOrderMark) ? text.substr(kByteOrderMark.size()) : text),
+      size_(rest_.size()),
       file_(std::move(file)),
       check_(std::move(check)),
       separator_(separator),
@@ -134,6 +135,12 @@ bool CsvReader::next() {
 // The next line with its ending. The place of the line feed is kept, because a text whose lines end
 // with CR alone would be searched to its end for each of them.
 std::string_view CsvReader::take_line() {
+  constexpr std::size_t kBytesBetweenTellings = std::size_t{1} << 20U;
+  const std::size_t passed = size_ - rest_.size();
+  if (passed_ && passed >= told_bytes_ + kBytesBetweenTellings) {
+    told_bytes_ = passed;
+    passed_(passed);
+  }
   const std::size_t carriage_return = rest_.substr(0, line_feed_).find('\r');
   std::size_t size = std::min(line_feed_ + 1, rest_.size());
   if (carriage_return != std::string_view::npos && carriage_return + 1 != line_feed_) {

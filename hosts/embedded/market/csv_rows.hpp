@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "hosts/embedded/system/interrupt.hpp"
@@ -31,6 +33,10 @@ class CsvReader {
   CsvReader(const CsvReader&) = delete;
   CsvReader& operator=(const CsvReader&) = delete;
 
+  // Has `passed` called now and then with how many bytes of the text lie behind the reader: they are
+  // not looked at again.
+  void tell_passed(std::function<void(std::size_t bytes)> passed) { passed_ = std::move(passed); }
+
   // Goes on to the next row; false at the end. Throws PriceFileError where a quote is misplaced or
   // not closed.
   [[nodiscard]] bool next();
@@ -46,6 +52,9 @@ class CsvReader {
   void read_quoted(std::string_view line);
 
   std::string_view rest_;
+  std::size_t size_;            // Of the whole text.
+  std::size_t told_bytes_ = 0;  // What `passed_` was called with.
+  std::function<void(std::size_t)> passed_;
   std::string file_;
   InterruptCheck check_;
   char separator_;

@@ -177,7 +177,7 @@ void add_row(LongRows& table, PriceRows& rows, const LongColumns& columns) {
 
   table.is_given.resize(table.symbols.size());
   std::vector<bool>& days = table.is_given[symbol];
-  if (days.size() <= date) days.resize(table.dates.size());
+  if (days.size() <= date) days.resize(2 * table.dates.size());
   if (days[date]) {
     return rows.note(PriceFileError(rows.place(columns.date),
                                     "is given a second time for \"" + table.symbols[symbol] +
@@ -200,10 +200,10 @@ void add_row(LongRows& table, PriceRows& rows, const LongColumns& columns) {
 LongRows read_rows(PriceRows& rows, const LongColumns& columns) {
   LongRows table;
   table.own = own_columns_of(rows, columns);
-  table.date_numbers.reserve(rows.row_bound());
-  table.symbol_numbers.reserve(rows.row_bound());
+  table.date_numbers.reserve(rows.likely_rows());
+  table.symbol_numbers.reserve(rows.likely_rows());
   for (std::size_t field = 0; field < kFieldCount; ++field) {
-    if (columns.has(field)) table.values[field].reserve(rows.row_bound());
+    if (columns.has(field)) table.values[field].reserve(rows.likely_rows());
   }
   while (rows.next())
     add_row(table, rows, columns);

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <unordered_map>
 #include <vector>
 
@@ -25,6 +26,14 @@ class Numbered {
   template <typename Read>
   std::optional<std::uint32_t> number(std::string_view text, const Read& read) {
     if (has_last_ && text == last_text_) return last_;
+    // A file that is sorted by day has the same symbols in the same order on each.
+    if constexpr (std::is_same_v<Key, std::string>) {
+      const std::uint32_t next = has_last_ && last_ + 1 < keys_.size() ? last_ + 1 : 0;
+      if (next < keys_.size() && text == keys_[next]) {
+        last_text_ = text;
+        return last_ = next;
+      }
+    }
     const std::optional<Key> key = read();
     if (!key) return std::nullopt;
     const auto [entry, is_new] = numbers_.emplace(*key, static_cast<std::uint32_t>(keys_.size()));

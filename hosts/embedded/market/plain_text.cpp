@@ -5,8 +5,11 @@
 #include <cstdint>
 #include <limits>
 #include <new>
+#include <utility>
 
 #include <zlib.h>
+
+#include "hosts/embedded/system/memory_advice.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -148,18 +151,18 @@ void refuse_what_is_no_text(std::string_view text, const std::string& file) {
 
 }  // namespace
 
-PlainText::PlainText(std::string_view bytes, const std::string& file, const InterruptCheck& check)
-    : bytes_(bytes) {
-  if (bytes.starts_with(kGzip)) {
-    own_ = unpacked(bytes, file, check);
-    is_own_ = true;
+PlainText::PlainText(std::string bytes, const std::string& file, const InterruptCheck& check)
+    : text_(std::move(bytes)) {
+  if (text_.starts_with(kGzip)) text_ = unpacked(text_, file, check);
+  if (text_.starts_with(kLittleEndian) || text_.starts_with(kBigEndian)) {
+    text_ = from_utf16(text_, text_.starts_with(kBigEndian), file);
   }
-  const std::string_view found = text();
-  if (found.starts_with(kLittleEndian) || found.starts_with(kBigEndian)) {
-    own_ = from_utf16(found, found.starts_with(kBigEndian), file);
-    is_own_ = true;
-  }
-  refuse_what_is_no_text(text(), file);
+  refuse_what_is_no_text(text_, file);
+}
+
+void PlainText::give_back(std::size_t bytes) {
+  give_back_contents(text_.data() + given_back_, bytes - given_back_);
+  given_back_ = bytes;
 }
 
 }  // namespace varnholt::embedded

@@ -14,19 +14,22 @@ namespace varnholt::embedded {
 inline constexpr std::size_t kLargestPriceBytes = std::size_t{4} << 30U;
 
 // What gzip packed is unpacked, and UTF-16 with a byte order mark turned into UTF-8; any other text
-// stands for itself and is not copied. PriceFileError for a file that is damaged or that is no
+// stands for itself. PriceFileError for a file that is damaged or that is no
 // text, which is told by what it is: an archive, a workbook, a page of the web.
 class PlainText {
  public:
-  // The bytes must outlive it. `check` is called several times a second.
-  PlainText(std::string_view bytes, const std::string& file, const InterruptCheck& check);
+  // `check` is called several times a second.
+  PlainText(std::string bytes, const std::string& file, const InterruptCheck& check);
 
-  [[nodiscard]] std::string_view text() const noexcept { return is_own_ ? own_ : bytes_; }
+  [[nodiscard]] std::string_view text() const noexcept { return text_; }
+
+  // Gives back the memory of what was read: the panels grow while the text goes. Nobody may look at
+  // these first bytes again.
+  void give_back(std::size_t bytes);
 
  private:
-  std::string_view bytes_;
-  bool is_own_ = false;
-  std::string own_;
+  std::string text_;
+  std::size_t given_back_ = 0;
 };
 
 }  // namespace varnholt::embedded

@@ -4,6 +4,8 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <system_error>
 
@@ -13,8 +15,35 @@ namespace {
 constexpr const char* kNumberRemedy =
     "write a decimal number such as 101.25, or leave the cell empty where the value is not known";
 
+// The number that at most 15 digits with or without a point spell; nothing for any other text. Both
+// parts of the quotient are exact, so that it is rounded once, as it is by from_chars.
+std::optional<double> short_number_of(std::string_view text) {
+  constexpr std::size_t kMostDigits = 15;
+  constexpr std::array<double, kMostDigits + 1> kPowers = {
+      1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+  if (text.empty() || text.size() > kMostDigits + 1) return std::nullopt;
+  std::uint64_t digits = 0;
+  std::size_t count = 0;
+  std::size_t decimals = 0;
+  bool has_point = false;
+  for (const char c : text) {
+    if (c >= '0' && c <= '9') {
+      digits = 10 * digits + static_cast<std::uint64_t>(c - '0');
+      ++count;
+      if (has_point) ++decimals;
+    } else if (c == '.' && !has_point) {
+      has_point = true;
+    } else {
+      return std::nullopt;
+    }
+  }
+  if (count == 0 || count > kMostDigits) return std::nullopt;
+  return static_cast<double>(digits) / kPowers[decimals];
+}
+
 // The number that the text spells with a decimal point.
 double number_of(std::string_view text) {
+  if (const auto number = short_number_of(text)) return *number;
   double number = 0.0;
   // "+1" is a number to people, and none to from_chars.
   if (text.size() > 1 && text.front() == '+' && text[1] != '-') text.remove_prefix(1);

@@ -49,10 +49,11 @@ OtherPrices::OtherPrices(std::string digest)
     : std::runtime_error("other prices than expected; their digest is " + digest),
       digest_(std::move(digest)) {}
 
-PriceTable read_price_table(std::string_view bytes, const std::string& name,
-                            const PriceFormat& format, const InterruptCheck& check) {
-  const PlainText plain(bytes, name, check);
+PriceTable read_price_table(std::string bytes, const std::string& name, const PriceFormat& format,
+                            const InterruptCheck& check) {
+  PlainText plain(std::move(bytes), name, check);
   PriceRows rows(plain.text(), name, format, check);
+  rows.tell_passed([&plain](std::size_t passed) { plain.give_back(passed); });
   if (!rows.fields().empty()) return read_wide_prices(rows);
   const bool is_long = rows.find("symbol") != PriceRows::kNoColumn || is_of_one_instrument(rows);
   return is_long ? read_long_prices(rows) : read_wide_prices(rows);
@@ -66,10 +67,10 @@ PricesRead read_prices(const PriceSource& source, const PriceFormat& format,
   const std::vector<std::filesystem::path> files = price_files(source);
   for (const std::filesystem::path& path : files) {
     try {
-      const std::string bytes = read_bytes(path, check);
+      std::string bytes = read_bytes(path, check);
       digests.push_back(sha256_hex(bytes));
       if (files.size() > 1) digests.back() += " " + path.filename().string();
-      tables.push_back(read_price_table(bytes, path.string(), format, check));
+      tables.push_back(read_price_table(std::move(bytes), path.string(), format, check));
     } catch (const UnreadablePrices& error) {
       // Without its bytes there is no digest to compare.
       if (files.size() == 1 || !expected_digest.empty()) throw;

@@ -84,7 +84,7 @@ class OtherPrices : public std::runtime_error {
                                          const InterruptCheck& check = {});
 
 // What one file of several holds, by its bytes and its name; see merged_tables.
-[[nodiscard]] PriceTable read_price_table(std::string_view bytes, const std::string& name,
+[[nodiscard]] PriceTable read_price_table(std::string bytes, const std::string& name,
                                           const PriceFormat& format = {},
                                           const InterruptCheck& check = {});
 

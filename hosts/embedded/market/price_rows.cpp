@@ -10,10 +10,19 @@
 namespace varnholt::embedded {
 namespace {
 
-// Lines end with LF, CR LF or CR: the more frequent of the two characters bounds them.
-std::size_t count_lines(std::string_view text) {
-  const auto count = [text](char end) { return std::count(text.begin(), text.end(), end); };
-  return static_cast<std::size_t>(std::max(count('\n'), count('\r'))) + 1;
+// About as many lines as the text has, by those of its beginning: a little more than there are where
+// all are alike.
+std::size_t likely_lines(std::string_view text) {
+  constexpr std::size_t kLookedAt = std::size_t{1} << 16U;
+  const std::string_view beginning = text.substr(0, kLookedAt);
+  // Lines end with LF, CR LF or CR.
+  const auto count = [beginning](char end) {
+    return std::count(beginning.begin(), beginning.end(), end);
+  };
+  const auto lines = static_cast<double>(std::max(count('\n'), count('\r')) + 1);
+  const double share = static_cast<double>(text.size()) / static_cast<double>(beginning.size() + 1);
+  constexpr double kMargin = 1.05;
+  return static_cast<std::size_t>(kMargin * lines * std::max(share, 1.0)) + 1;
 }
 
 bool is_nameless(std::string_view name) {
@@ -94,7 +103,7 @@ PriceRows::PriceRows(std::string_view text, std::string file, const PriceFormat&
       format_(format),
       separator_(separator_of(text)),
       reader_(text, file_, check, separator_),
-      row_bound_(count_lines(text)) {
+      likely_rows_(likely_lines(text)) {
   if (!format.date_format.empty()) cell_format_.dates.emplace(format.date_format);
   if (!reader_.next()) {
     throw PriceFileError({.file = file_}, "holds no header and no prices",

@@ -2,10 +2,12 @@
 #pragma once
 
 #include <concepts>
+#include <functional>
 #include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "hosts/embedded/market/csv_rows.hpp"
@@ -28,6 +30,11 @@ class PriceRows {
   // outlive this object. `check` is called every few lines; what it throws ends the reading.
   PriceRows(std::string_view text, std::string file, const PriceFormat& format = {},
             const InterruptCheck& check = {});
+
+  // See CsvReader.
+  void tell_passed(std::function<void(std::size_t bytes)> passed) {
+    reader_.tell_passed(std::move(passed));
+  }
 
   [[nodiscard]] const std::string& file() const { return file_; }
   [[nodiscard]] const std::vector<std::string>& header() const { return header_; }
@@ -53,8 +60,8 @@ class PriceRows {
   // What the format says.
   [[nodiscard]] const PriceFormat& format() const { return format_; }
 
-  // As many rows as the text can have at most.
-  [[nodiscard]] std::size_t row_bound() const { return row_bound_; }
+  // About as many rows as there are, to set memory aside for.
+  [[nodiscard]] std::size_t likely_rows() const { return likely_rows_; }
 
   // Goes on to the next row below the header that has as many cells; false at the end. Throws
   // PriceFileError at the end where there was a mistake, and where there is no row at all.
@@ -108,7 +115,7 @@ class PriceRows {
   std::vector<std::string> fields_;
   std::vector<std::string> symbols_;
   std::size_t header_line_ = 0;
-  std::size_t row_bound_ = 0;
+  std::size_t likely_rows_ = 0;
   bool has_rows_ = false;
   bool is_good_ = true;
   MistakeList mistakes_;

@@ -72,6 +72,11 @@ std::string chosen_word(const std::string& text) {
 
 }  // namespace
 
+void give_back_contents(void* begin, std::size_t bytes) {
+  static const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+  advise(whole_pages(begin, bytes, page), MADV_DONTNEED);
+}
+
 void prefer_large_pages(const void* begin, std::size_t bytes) {
   const std::size_t page = large_page_bytes();
   if (page == 0) return;

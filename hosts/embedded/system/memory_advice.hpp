@@ -23,6 +23,10 @@ void prefer_large_pages(const void* begin, std::size_t bytes);
 void keep_from_children(const void* begin, std::size_t bytes);
 void give_to_children(const void* begin, std::size_t bytes);
 
+// Gives the whole pages of a block back to the system. What stands in them is lost: they read as
+// zeros from then on.
+void give_back_contents(void* begin, std::size_t bytes);
+
 // Gives back to the system what was freed and is still held for later.
 void give_back_free_memory();
 

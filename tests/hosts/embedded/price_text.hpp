@@ -15,7 +15,7 @@ namespace varnholt::embedded::test {
                                                 const PriceFormat& format = {},
                                                 const InterruptCheck& check = {}) {
   std::vector<PriceTable> tables;
-  tables.push_back(read_price_table(bytes, name, format, check));
+  tables.push_back(read_price_table(std::string(bytes), name, format, check));
   return merged_tables(std::move(tables));
 }
 
