@@ -33,9 +33,9 @@ class CsvReader {
   CsvReader(const CsvReader&) = delete;
   CsvReader& operator=(const CsvReader&) = delete;
 
-  // Has `passed` called now and then with how many bytes of the text lie behind the reader: they are
-  // not looked at again.
-  void tell_passed(std::function<void(std::size_t bytes)> passed) { passed_ = std::move(passed); }
+  // Has `passed` called now and then with how many bytes of the text lie behind the reader: they
+  // are not looked at again.
+  void tell_passed(std::function<void(std::size_t)> passed) { passed_ = std::move(passed); }
 
   // Goes on to the next row; false at the end. Throws PriceFileError where a quote is misplaced or
   // not closed.

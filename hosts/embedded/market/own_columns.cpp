@@ -4,6 +4,8 @@
 #include <array>
 #include <limits>
 
+#include <fmt/format.h>
+
 #include "hosts/embedded/market/price_cells.hpp"
 
 namespace varnholt::embedded {
@@ -42,9 +44,8 @@ bool are_one_slip_apart(std::string_view left, std::string_view right) {
 }
 
 std::string options_for(std::string_view name, const std::string& header) {
-  const std::string own = std::string(name) + "=" + header;
-  return "--columns " + std::string(kOwnFeature) + own + " for numbers, " + std::string(kOwnGroup) +
-         own + " for names, or skip=" + header + " to leave it out";
+  return fmt::format("--columns {}{}={} for numbers, {}{}={} for names, or skip={} to leave it out",
+                     kOwnFeature, name, header, kOwnGroup, name, header, header);
 }
 
 void refuse_misspelt_field(const PriceRows& rows, std::size_t column, const std::string& name) {

@@ -10,8 +10,8 @@
 namespace varnholt::embedded {
 namespace {
 
-// About as many lines as the text has, by those of its beginning: a little more than there are where
-// all are alike.
+// About as many lines as the text has, by those of its beginning: a little more than there are
+// where all are alike.
 std::size_t likely_lines(std::string_view text) {
   constexpr std::size_t kLookedAt = std::size_t{1} << 16U;
   const std::string_view beginning = text.substr(0, kLookedAt);

@@ -1,10 +1,8 @@
 // Where prices come from: what was named for them, and the files that this stands for.
 #pragma once
 
-#include <concepts>
 #include <filesystem>
 #include <string>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -18,10 +16,9 @@ class PriceSource {
  public:
   PriceSource() = default;
   // One file or folder is a source as it stands.
-  template <typename Path>
-  requires std::convertible_to<Path, std::filesystem::path> &&
-      (!std::same_as<std::remove_cvref_t<Path>, PriceSource>)PriceSource(Path&& path)
-      : named_{std::filesystem::path(std::forward<Path>(path))} {}  // NOLINT
+  PriceSource(std::filesystem::path path) { add(std::move(path)); }
+  PriceSource(const std::string& path) { add(path); }
+  PriceSource(const char* path) { add(path); }
   explicit PriceSource(std::vector<std::filesystem::path> named) : named_(std::move(named)) {}
 
   void add(std::filesystem::path path) { named_.push_back(std::move(path)); }

@@ -5,6 +5,8 @@
 #include <set>
 #include <utility>
 
+#include <fmt/format.h>
+
 #include "hosts/embedded/market/price_file_error.hpp"
 #include "hosts/embedded/market/price_panel.hpp"
 
@@ -138,15 +140,17 @@ void number_by_appearance(GroupPanel& panel) {
 // A name is that of numbers or of groups in all tables.
 void refuse_two_kinds(const std::vector<PriceTable>& tables) {
   for (const PriceTable& table : tables) {
-    for (const auto& [name, panel] : table.data.groups) {
+    for (const auto& group : table.data.groups) {
+      const std::string& name = group.first;
       const auto other = std::find_if(tables.begin(), tables.end(), [&name](const PriceTable& at) {
         return at.data.features.contains(name);
       });
       if (other == tables.end()) continue;
       throw PriceFileError(
           {.file = table.file},
-          "the column \"" + name + "\" holds names, and numbers in " + other->file,
-          "say what it is with --columns feature:" + name + "=HEADER or group:" + name + "=HEADER");
+          fmt::format("the column \"{}\" holds names, and numbers in {}", name, other->file),
+          fmt::format("say what it is with --columns feature:{}=HEADER or group:{}=HEADER", name,
+                      name));
     }
   }
 }

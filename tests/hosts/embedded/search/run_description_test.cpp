@@ -50,7 +50,7 @@ class NeutralizeTest : public FolderTest {
     universe.days = 200;
     SearchOptions options;
     options.prices = in_folder("prices.csv");
-    write_prices(options.prices, make_synthetic_universe(universe));
+    write_prices(options.prices.named().front(), make_synthetic_universe(universe));
     if (neutralize != nullptr) options.neutralize = neutralize;
     return RunData(options);
   }
