@@ -51,11 +51,11 @@ std::string options_for(std::string_view name, const std::string& header) {
 void refuse_misspelt_field(const PriceRows& rows, std::size_t column, const std::string& name) {
   for (const std::string_view field : kFields) {
     if (!are_one_slip_apart(name, field)) continue;
-    const std::string text(field);
     const std::string& header = rows.header()[column];
-    throw PriceFileError(rows.header_place(column), "may be a misspelt \"" + text + "\"",
-                         "say what it is with --columns " + text + "=" + header + ", or " +
-                             options_for(name, header).substr(std::string("--columns ").size()));
+    throw PriceFileError(
+        rows.header_place(column), fmt::format("may be a misspelt \"{}\"", field),
+        fmt::format("say what it is with --columns {}={}, or {}", field, header,
+                    options_for(name, header).substr(std::string_view("--columns ").size())));
   }
 }
 
