@@ -11,6 +11,7 @@
 #include "hosts/embedded/backtest/statistics.hpp"
 #include "hosts/embedded/gates/gates.hpp"
 #include "hosts/embedded/host/embedded_host.hpp"
+#include "hosts/embedded/host/search_defaults.hpp"
 #include "hosts/embedded/vocabulary/graph_shape.hpp"
 #include "search_templates/genetic/settings/constants.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -21,13 +22,23 @@ namespace {
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 void add_breeding_options(Options& options, embedded::SearchOptions& search) {
-  genetic::SearchSettings defaults;
+  embedded::SearchDefaults defaults;
+  options.flag(
+      "--as-written",
+      "Judges expressions as they are written. Otherwise one backtest judges an expression "
+      "and its opposite, and the one that earns is recorded.",
+      search.is_as_written);
   options.setting(
       "--elite-fraction", "X",
       fmt::format("The share of the candidates that are parents, above 0 and at most 1. "
-                  "Default: {}.",
+                  "The search takes it twice: of the candidates for parents, and of these, the "
+                  "best first, for each offspring. Default: {}.",
                   genetic::str(defaults.default_elite_fraction())),
       search.elite_fraction);
+  options.flag("--no-archive",
+               "Draws all fresh expressions at random, in place of breeding some from the best of "
+               "each kind that was evaluated.",
+               search.has_no_archive);
   options.setting("--diversity-weight", "X",
                   fmt::format("What a parent's score loses for repeating another. Default: {}.",
                               genetic::str(defaults.default_diversity_weight())),
@@ -98,7 +109,7 @@ void add_search_options(Options& options, embedded::SearchOptions& search,
   options.group("Search");
   options.whole("--batch-size", "N", from(1, 1'000'000),
                 fmt::format("Candidates a generation. Default: {}.",
-                            genetic::str(genetic::SearchSettings().default_batch_size())),
+                            genetic::str(embedded::SearchDefaults().default_batch_size())),
                 search.batch_size);
   options.whole("--seed", "N", from(0),
                 "Repeats a run: the same seed, prices and settings give the same candidates. "

@@ -114,7 +114,7 @@ def test_members_are_measured_on_a_history_that_was_adjusted(tmp_path: Path, pri
     # The very statistics of a backtest on the new prices: the second run made it as well.
     for eval_id, _, _, sharpe in measured:
         twins = rows(
-            store, "SELECT b.sharpe FROM evaluations a JOIN evaluations b USING (graph_key) "
+            store, "SELECT b.sharpe FROM evaluations a JOIN evaluations b USING (graph) "
             f"WHERE a.eval_id = '{eval_id}' AND b.run_id = 2 AND b.sharpe IS NOT NULL",
         )
         assert all(twin == (sharpe,) for twin in twins)

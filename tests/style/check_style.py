@@ -47,6 +47,7 @@ ROOMS = {
         "operators",
         "planner",
         "backtest",
+        "archive",
         "timing",
         "pool",
         "store",

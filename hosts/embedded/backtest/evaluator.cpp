@@ -144,4 +144,14 @@ Evaluation Evaluator::evaluate(const Expression& expression, const SharedPanels*
   return result;
 }
 
+Evaluation Evaluator::judge(const Expression& expression, const SharedPanels* shared) const {
+  Evaluation result = evaluate(expression, shared);
+  const bool loses = result.backtest.statistics.gross_returns_sharpe < 0.0;
+  if (!options_.judges_both_signs || !loses) return result;
+  result.weights = -result.weights;
+  result.backtest = backtest_weights(result.weights, close(), options_.book);
+  result.backtest.statistics.orientation = -1;
+  return result;
+}
+
 }  // namespace varnholt::embedded

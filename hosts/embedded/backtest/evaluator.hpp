@@ -17,6 +17,8 @@ struct EvaluatorOptions {
   BookRules book = {};
   GraphLimits limits = {};
   VocabularySettings vocabulary = {};
+  // Whether judge() may turn a signal round.
+  bool judges_both_signs = false;
 };
 
 struct Evaluation {
@@ -67,6 +69,15 @@ class Evaluator {
   [[nodiscard]] Expression compile(const genetic::Value& graph) const;
   [[nodiscard]] Evaluation evaluate(const Expression& expression,
                                     const SharedPanels* shared = nullptr) const;
+
+  // The same as a search judges it: where the options want both signs and the signal loses before
+  // costs, its opposite is evaluated, at the price of the backtest alone, and the statistics say
+  // so. What earns with one sign loses with the other, so that nobody has to try both.
+  [[nodiscard]] Evaluation judge(const Expression& expression,
+                                 const SharedPanels* shared = nullptr) const;
+  [[nodiscard]] Evaluation judge(const genetic::Value& graph) const {
+    return judge(compile(graph));
+  }
 
  private:
   FeaturePanels features_;

@@ -67,6 +67,12 @@ struct BacktestStatistics {
   // Holding days times instruments that are held without a close on either side, or with a return
   // beyond kLargestReturn (held_positions.hpp). They earn nothing then, unless they are paid out.
   std::int64_t missing_return_count = 0;
+
+  // -1 where these are the figures of the opposite of the signal that was tried, which trades the
+  // same at the same costs (Evaluator::judge); otherwise 1.
+  std::int64_t orientation = 1;
+
+  [[nodiscard]] bool is_of_opposite() const { return orientation < 0; }
 };
 
 inline constexpr double kTurnoverPenalty = 0.1;

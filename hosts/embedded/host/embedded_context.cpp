@@ -212,7 +212,7 @@ EmbeddedContext::Backtested EmbeddedContext::backtest(const Value& graph) {
     announce_backtest();
     attempt_evidence_ = Mapping{{keys::kBacktestStarted, true}, {keys::kBacktestCompleted, false}};
     const BacktestStopwatch stopwatch(clock_, process_.role.identity());
-    BacktestResult result = evaluator_.evaluate(expression, &shared_).backtest;
+    BacktestResult result = evaluator_.judge(expression, &shared_).backtest;
     return {std::move(result), stopwatch.timing(graph)};
   } catch (const std::bad_alloc&) {
     // In a child this is its memory limit and no fault of the graph.
@@ -234,9 +234,12 @@ Value EmbeddedContext::evaluate(const Value& graph) {
       first_failed_gate(measured.statistics, settings_.gates, settings_.limits);
   // Children compare what passes with the pool, all at once; in the parent it would be one after
   // the other.
+  const std::optional<Behaviour> behaviour = behaviour_of(
+      measured.net_returns, settings_.market_returns, evaluator_.options().book.periods_per_year);
   const Value stats = process_.role.is_child() && !failure
-                          ? submission_.compared(measured)
-                          : genetic::make_object<StatisticsObject>(measured.statistics);
+                          ? submission_.compared(measured, behaviour)
+                          : genetic::make_object<StatisticsObject>(
+                                measured.statistics, std::nullopt, std::nullopt, behaviour);
   Mapping tracking;
   Mapping record{{keys::kStats, stats},
                  {keys::kPassed, !failure.has_value()},

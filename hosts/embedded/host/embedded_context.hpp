@@ -61,6 +61,8 @@ struct ContextSettings {
   PoolIdentity pool;
   std::string first_date;
   std::string last_date;
+  // What the market earned on the days of the search; what a signal does is told beside it.
+  Eigen::ArrayXd market_returns;
   // What is not evaluated again; null where all is. It must outlive the context.
   KnownStructures* known = nullptr;
 };

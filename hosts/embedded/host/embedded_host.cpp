@@ -4,6 +4,7 @@
 #include <exception>
 #include <utility>
 
+#include "hosts/embedded/host/search_defaults.hpp"
 #include "hosts/embedded/system/interruptible_sleep.hpp"
 #include "hosts/embedded/vocabulary/vocabulary_settings.hpp"
 #include "search_templates/genetic/value/errors.hpp"
@@ -22,37 +23,59 @@ class RandomGraphs : public genetic::ValueIterator {
  public:
   RandomGraphs(std::shared_ptr<genetic::RandomGenerator> rng, const Vocabulary& vocabulary,
                const RandomGraphOptions& options, StopQuestion is_stopping, KnownStructures* known,
-               const GraphMaking& making)
+               const GraphMaking& making, ArchiveBreeding* breeding)
       : rng_(std::move(rng)),
         vocabulary_(vocabulary),
         options_(options),
         is_stopping_(std::move(is_stopping)),
         known_(known),
-        making_(making) {}
+        making_(making),
+        breeding_(breeding) {}
 
   [[nodiscard]] std::optional<Value> next() override {
     for (int draw = 0; draw <= EmbeddedRandomGraphs::kMostKnown; ++draw) {
       if (is_stopping_ && is_stopping_()) return std::nullopt;
-      Value graph = making_.finished(random_graph(*rng_, vocabulary_, options_));
+      Value graph = drawn();
       if (known_ == nullptr || !known_->leaves_out(graph)) return graph;
     }
     return std::nullopt;
   }
 
  private:
+  Value drawn() {
+    if (breeding_ != nullptr) {
+      if (std::optional<Value> bred = breeding_->next(rng_)) return *std::move(bred);
+    }
+    RandomGraphOptions options = options_;
+    constexpr int kLeast = EmbeddedRandomGraphs::kLeastDepth;
+    if (options_.max_depth > kLeast) {
+      const auto depths = static_cast<std::uint64_t>(options_.max_depth - kLeast + 1);
+      options.max_depth = kLeast + static_cast<int>(genetic::random_below(*rng_, depths));
+    }
+    return making_.finished(random_graph(*rng_, vocabulary_, options));
+  }
+
   std::shared_ptr<genetic::RandomGenerator> rng_;
   const Vocabulary& vocabulary_;
   RandomGraphOptions options_;
   StopQuestion is_stopping_;
   KnownStructures* known_;
   GraphMaking making_;
+  ArchiveBreeding* breeding_;
 };
+
+std::optional<ArchiveBreeding> breeding_of(const HostSettings& settings, Lineage& lineage,
+                                           const Vocabulary& vocabulary,
+                                           const GraphMaking& making) {
+  if (settings.archive == nullptr) return std::nullopt;
+  return ArchiveBreeding(*settings.archive, lineage, vocabulary, settings.graphs, making);
+}
 
 }  // namespace
 
 Value EmbeddedEliteness::score_candidate(const Value& candidate, const Mapping& keywords) {
   if (is_stopping_ && is_stopping_()) return 0.0;
-  genetic::SearchSettings defaults;
+  SearchDefaults defaults;
   const double diversity_weight = genetic::to_float(
       keywords.find(keys::kDiversityWeight).value_or(defaults.default_diversity_weight()));
   const double parsimony_weight = genetic::to_float(
@@ -69,7 +92,8 @@ Value EmbeddedEliteness::score_candidate(const Value& candidate, const Mapping& 
 std::unique_ptr<genetic::ValueIterator> EmbeddedRandomGraphs::random_weighted_graphs(
     genetic::SearchContext& /*context*/, const std::shared_ptr<genetic::RandomGenerator>& rng,
     const Mapping& /*log_context*/, std::string_view /*template_name*/) {
-  return std::make_unique<RandomGraphs>(rng, vocabulary_, options_, is_stopping_, known_, making_);
+  return std::make_unique<RandomGraphs>(rng, vocabulary_, options_, is_stopping_, known_, making_,
+                                        breeding_);
 }
 
 void EmbeddedPause::sleep(double seconds) {
@@ -88,7 +112,9 @@ EmbeddedHost::EmbeddedHost(ProcessSide& process, const Vocabulary& vocabulary, L
       making_(vocabulary, settings.making),
       operators_({settings.graphs.max_depth, settings.graphs.max_nodes}, vocabulary.constants,
                  making_),
-      random_graphs_(vocabulary, settings.graphs, settings.is_stopping, settings.known, making_),
+      breeding_(breeding_of(settings, lineage, vocabulary, making_)),
+      random_graphs_(vocabulary, settings.graphs, settings.is_stopping, settings.known, making_,
+                     breeding_ ? &*breeding_ : nullptr),
       planning_(vocabulary, settings.graphs, json_reader_, lineage, settings.is_stopping, making_),
       secure_random_(settings.seed) {}
 

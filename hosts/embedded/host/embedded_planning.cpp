@@ -60,14 +60,17 @@ Value EmbeddedPlanning::derive_reaction_improvements(const Value& result,
   const std::int64_t limit = plan_limit(request.max_plans);
   List improvements;
   if (is_stopping_ && is_stopping_()) return improvements;
-  const RepairCase failed = case_of(genetic::record_of(result));
-  if (!is_valid(failed.graph)) return improvements;
-  const RepairMaterial material = material_of(request);
+  const Mapping record = genetic::record_of(result);
+  const Value tried = record.get(keys::kGraph);
+  if (!is_valid(tried)) return improvements;
+  const RepairCase failed = case_of(record);
+  const std::vector<Value> peers = peers_of(request);
+  const RepairMaterial material = material_of(request, peers);
   for (const PlannedRepair& repair : plan_repairs(failed, material)) {
     if (std::cmp_greater_equal(improvements.size(), limit)) break;
     if (!genetic::graph_passes_validator(repair.graph, request.validator)) continue;
-    std::vector<Value> parents = {failed.graph};
-    if (repair.plan->peer) parents.push_back(material.peers.at(*repair.plan->peer));
+    std::vector<Value> parents = {tried};
+    if (repair.plan->peer) parents.push_back(peers.at(*repair.plan->peer));
     lineage_.note_repair(repair.graph, std::move(parents),
                          {std::string(repair.plan->name), std::string(repair.reason),
                           std::string(repair.plan->explanation),
@@ -85,7 +88,7 @@ Value EmbeddedPlanning::derive_reaction_improvements(const Value& result,
 
 RepairCase EmbeddedPlanning::case_of(const Mapping& result) const {
   RepairCase failed;
-  failed.graph = result.get(keys::kGraph);
+  failed.graph = lineage_.as_recorded(result.get(keys::kGraph));
   if (const auto failures = genetic::as_mapping(result.get(keys::kFailures))) {
     genetic::MappingCursor cursor(*failures);
     while (const auto failure = cursor.next()) {
@@ -101,7 +104,19 @@ RepairCase EmbeddedPlanning::case_of(const Mapping& result) const {
   return failed;
 }
 
-RepairMaterial EmbeddedPlanning::material_of(const ReactionRequest& request) const {
+std::vector<Value> EmbeddedPlanning::peers_of(const ReactionRequest& request) const {
+  std::vector<Value> found;
+  const auto peers = genetic::iterate(request.extra_data_graphs);
+  while (found.size() < kPeersUsed) {
+    const std::optional<Value> peer = peers->next();
+    if (!peer) break;
+    if (is_valid(*peer)) found.push_back(*peer);
+  }
+  return found;
+}
+
+RepairMaterial EmbeddedPlanning::material_of(const ReactionRequest& request,
+                                             const std::vector<Value>& peers) const {
   RepairMaterial material;
   material.making = making_;
   material.functions = names_of(request.safe_rotation_specs);
@@ -109,12 +124,8 @@ RepairMaterial EmbeddedPlanning::material_of(const ReactionRequest& request) con
     if (window <= graphs_.max_window) material.windows.push_back(window);
   }
   material.limits = {graphs_.max_depth, graphs_.max_nodes};
-  const auto peers = genetic::iterate(request.extra_data_graphs);
-  while (material.peers.size() < kPeersUsed) {
-    const std::optional<Value> peer = peers->next();
-    if (!peer) break;
-    if (is_valid(*peer)) material.peers.push_back(*peer);
-  }
+  for (const Value& peer : peers)
+    material.peers.push_back(lineage_.as_recorded(peer));
   return material;
 }
 

@@ -29,7 +29,11 @@ class EmbeddedPlanning : public genetic::ReactionPlanning {
 
  private:
   [[nodiscard]] RepairCase case_of(const genetic::Mapping& result) const;
-  [[nodiscard]] RepairMaterial material_of(const genetic::ReactionRequest& request) const;
+  // As the search tried them, at most kPeersUsed.
+  [[nodiscard]] std::vector<genetic::Value> peers_of(const genetic::ReactionRequest& request) const;
+  // Of a signal that was judged as its opposite, the opposite is repaired and lends itself.
+  [[nodiscard]] RepairMaterial material_of(const genetic::ReactionRequest& request,
+                                           const std::vector<genetic::Value>& peers) const;
   [[nodiscard]] bool is_valid(const genetic::Value& graph) const;
 
   const Vocabulary& vocabulary_;

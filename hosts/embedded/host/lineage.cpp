@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "hosts/embedded/system/digest.hpp"
+#include "hosts/embedded/vocabulary/opposite_graph.hpp"
 #include "search_templates/genetic/graph/canonical_text.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -66,6 +67,7 @@ std::string lineage_json(const GraphOrigin& origin) {
     lineage.set("explanation", origin.repair->explanation);
     lineage.set("depth", origin.repair->depth);
   }
+  if (origin.is_as_opposite) lineage.set("orientation", -1);
   return genetic::json_text(lineage);
 }
 
@@ -82,11 +84,19 @@ void Lineage::note_offspring(const Value& graph, std::span<const genetic::Key> o
   announced_.push_back({graph, std::move(source)});
 }
 
+void Lineage::note_archive_offspring(const Value& graph, genetic::Key operation, const Value& elite,
+                                     const Value& mate) {
+  Source source{Origin::Bred, {std::string(operation.view())}, {elite}, true};
+  if (!mate.is_absent()) source.parents.push_back(mate);
+  of_archive_.insert_or_assign(genetic::structural_key(graph), std::move(source));
+}
+
 void Lineage::note_batch(const genetic::List& graphs) {
   genetic::ListCursor cursor(graphs);
   while (const std::optional<Value> graph = cursor.next())
     batch_.insert_or_assign(genetic::structural_key(*graph), source_of(*graph));
   announced_.clear();
+  of_archive_.clear();
 }
 
 Lineage::Source Lineage::source_of(const Value& graph) const {
@@ -94,13 +104,27 @@ Lineage::Source Lineage::source_of(const Value& graph) const {
       std::find_if(announced_.begin(), announced_.end(), [&graph](const Announced& announced) {
         return genetic::same_object(announced.graph, graph);
       });
-  return found == announced_.end() ? Source{} : found->source;
+  if (found != announced_.end()) return found->source;
+  // The search may take a copy of what it was offered.
+  if (of_archive_.empty()) return Source{};
+  const auto bred = of_archive_.find(genetic::structural_key(graph));
+  return bred == of_archive_.end() ? Source{} : bred->second;
 }
 
 void Lineage::note_repair(const Value& graph, std::vector<Value> parents, RepairNote repair) {
   repairs_.try_emplace(genetic::structural_key(graph),
                        Repair{std::move(parents), std::move(repair)});
   has_new_repairs_ = true;
+}
+
+void Lineage::note_opposite(const Value& graph) {
+  opposites_.insert(genetic::structural_key(graph));
+}
+
+Value Lineage::as_recorded(const Value& graph) const {
+  const bool is_opposite =
+      !opposites_.empty() && opposites_.contains(genetic::structural_key(graph));
+  return is_opposite ? opposite_graph(graph) : graph;
 }
 
 GraphOrigin Lineage::origin_of(const Value& graph) {
@@ -114,15 +138,19 @@ GraphOrigin Lineage::origin_of(const Value& graph) {
   } else if (const auto source = batch_.find(key); source != batch_.end()) {
     found.origin = source->second.origin;
     found.operators = source->second.operators;
+    found.is_of_archive = source->second.is_of_archive;
     found.parents = graph_keys(source->second.parents);
   }
+  found.is_as_opposite = !opposites_.empty() && opposites_.contains(key);
   return found;
 }
 
 void Lineage::next_generation() {
   announced_.clear();
+  of_archive_.clear();
   batch_.clear();
   repairs_.clear();
+  opposites_.clear();
   has_new_repairs_ = false;
 }
 

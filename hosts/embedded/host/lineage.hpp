@@ -39,11 +39,14 @@ struct GraphOrigin {
   // Of a repair the signal that was repaired, and the peer that it was combined with, if any.
   std::vector<std::string> parents;
   std::optional<RepairNote> repair = {};
+  bool is_of_archive = false;   // Bred by the host itself.
+  bool is_as_opposite = false;  // What was recorded is the opposite of the graph.
 };
 
 // {"operators":["crossover"],"origin":"bred","parents":["<graph key>","<graph key>"]} for a bred
 // graph, {"depth":1,"explanation":"...","origin":"repaired","parents":["<graph key>"],
-// "plan":"reverse","reason":"sharpe_min"} for a repair, {"origin":"seed"} and so on for the others.
+// "plan":"reverse","reason":"sharpe_min"} for a repair, {"origin":"seed"} and so on for the others;
+// with "orientation":-1 where the opposite was recorded.
 [[nodiscard]] std::string lineage_json(const GraphOrigin& origin);
 
 class Lineage {
@@ -52,11 +55,20 @@ class Lineage {
   void note_seed(const genetic::Value& graph);
   void note_offspring(const genetic::Value& graph, std::span<const genetic::Key> operators,
                       const genetic::Value& elite, const genetic::Value& mate);
+  // Among the random graphs the host offers some that it has bred itself, most of which the search
+  // only takes parts of. Without a mate there is one parent.
+  void note_archive_offspring(const genetic::Value& graph, genetic::Key operation,
+                              const genetic::Value& elite, const genetic::Value& mate);
   void note_batch(const genetic::List& graphs);
   // The planner made `graph` of `parents`, the failed signal first. The search evaluates the
   // repairs of a generation after its batch, round by round.
   void note_repair(const genetic::Value& graph, std::vector<genetic::Value> parents,
                    RepairNote repair);
+
+  // The opposite of `graph` was recorded in its place, because it is what earns.
+  void note_opposite(const genetic::Value& graph);
+  // The graph of what was recorded for `graph` in this generation.
+  [[nodiscard]] genetic::Value as_recorded(const genetic::Value& graph) const;
 
   // Asked of graphs of this generation. A structure that was evaluated in the batch and is asked
   // about again is a repair: of several repairs the first counts.
@@ -72,6 +84,7 @@ class Lineage {
     Origin origin = Origin::Fresh;
     std::vector<std::string> operators;
     std::vector<genetic::Value> parents;
+    bool is_of_archive = false;
   };
   struct Announced {
     genetic::Value graph;
@@ -88,8 +101,10 @@ class Lineage {
   [[nodiscard]] Source source_of(const genetic::Value& graph) const;
 
   std::vector<Announced> announced_;  // For the batch that is being made.
+  ByStructure<Source> of_archive_;    // Likewise.
   ByStructure<Source> batch_;
   ByStructure<Repair> repairs_;
+  genetic::StructuralKeySet opposites_;
   bool has_new_repairs_ = false;
 };
 

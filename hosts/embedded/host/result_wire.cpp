@@ -69,6 +69,8 @@ Value restored(const Value& value) {
 
 constexpr genetic::Key kPnl = genetic::key<"pnl">();
 constexpr genetic::Key kPool = genetic::key<"pool">();
+constexpr genetic::Key kOrientation = genetic::key<"orientation">();
+constexpr genetic::Key kBehaviour = genetic::key<"behaviour">();
 constexpr std::size_t kDigits = 16;  // Of one number.
 
 // Every bit of each number: its 64 bits in hexadecimal digits, which are quicker to write and read
@@ -154,10 +156,21 @@ PoolComparison comparison_from(const Mapping& mapping) {
   return comparison;
 }
 
+Mapping behaviour_mapping(const Behaviour& behaviour) {
+  return {{"residual_sharpe", behaviour.residual_sharpe},
+          {"profile", bits_text(behaviour.profile)}};
+}
+
+Behaviour behaviour_from(const Mapping& mapping) {
+  return {mapping.at("residual_sharpe").real(), numbers_of(mapping.at("profile").text())};
+}
+
 Mapping sent_statistics(const StatisticsObject& stats) {
   Mapping sent = statistics_mapping(stats.statistics());
+  sent.set(kOrientation, stats.statistics().orientation);
   if (stats.pnl()) sent.set(kPnl, bits_text(*stats.pnl()));
   if (stats.comparison()) sent.set(kPool, comparison_mapping(*stats.comparison()));
+  if (stats.behaviour()) sent.set(kBehaviour, behaviour_mapping(*stats.behaviour()));
   return sent;
 }
 
@@ -166,7 +179,11 @@ Value received_statistics(const Mapping& sent) {
   std::optional<PoolComparison> comparison;
   if (const auto text = sent.find(kPnl)) pnl = numbers_of(text->text());
   if (const auto found = sent.find(kPool)) comparison = comparison_from(found->mapping());
-  return genetic::make_object<StatisticsObject>(statistics_from(sent), pnl, comparison);
+  std::optional<Behaviour> behaviour;
+  if (const auto found = sent.find(kBehaviour)) behaviour = behaviour_from(found->mapping());
+  BacktestStatistics statistics = statistics_from(sent);
+  statistics.orientation = sent.at(kOrientation).integer();
+  return genetic::make_object<StatisticsObject>(statistics, pnl, comparison, behaviour);
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 #include "hosts/embedded/host/statistics_object.hpp"
 #include "hosts/embedded/signal_pool/pool_errors.hpp"
 #include "hosts/embedded/system/wall_clock.hpp"
+#include "hosts/embedded/vocabulary/opposite_graph.hpp"
+#include "search_templates/genetic/value/copy.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
@@ -21,6 +23,18 @@ const Eigen::ArrayXd& required_pnl(const Value& stats) {
   }
   return *object->pnl();
 }
+
+namespace {
+
+// The search submits what it tried; what joins the pool is the side that was judged.
+Mapping as_judged(const Mapping& payload, const BacktestStatistics& statistics) {
+  if (!statistics.is_of_opposite()) return payload;
+  Mapping judged = genetic::shallow_copy(payload);
+  judged.set(keys::kGraph, opposite_graph(payload.get(keys::kGraph)));
+  return judged;
+}
+
+}  // namespace
 
 SignalSubmission::SignalSubmission(RunStore& store, const Evaluator& evaluator,
                                    const PoolIdentity& identity, const PoolSettings& settings,
@@ -68,7 +82,8 @@ const PoolMeasure& SignalSubmission::measure(const Value& stats) {
   return last_measured_.emplace(Measured{stats, measured}).measure;
 }
 
-Value SignalSubmission::compared(const BacktestResult& backtest) {
+Value SignalSubmission::compared(const BacktestResult& backtest,
+                                 const std::optional<Behaviour>& behaviour) {
   std::optional<PoolComparison> comparison;
   try {
     comparison = pool_.compare(backtest.net_returns);
@@ -78,7 +93,7 @@ Value SignalSubmission::compared(const BacktestResult& backtest) {
     // Likewise.
   }
   return genetic::make_object<StatisticsObject>(backtest.statistics, backtest.net_returns,
-                                                comparison);
+                                                comparison, behaviour);
 }
 
 void SignalSubmission::keep_pnl(const Value& eval_id, const Value& stats) {
@@ -88,9 +103,12 @@ void SignalSubmission::keep_pnl(const Value& eval_id, const Value& stats) {
 
 bool SignalSubmission::enqueue(const Mapping& payload) {
   const auto known = recorded_.find(genetic::str(payload.get(keys::kEvalId)));
-  if (known != recorded_.end()) return queue_.enqueue(payload, required_pnl(known->second));
-  return queue_.enqueue(payload,
-                        evaluator_.evaluate(payload.get(keys::kGraph)).backtest.net_returns);
+  if (known != recorded_.end()) {
+    const StatisticsObject& object = *statistics_object(known->second);
+    return queue_.enqueue(as_judged(payload, object.statistics()), required_pnl(known->second));
+  }
+  const BacktestResult backtest = evaluator_.judge(payload.get(keys::kGraph)).backtest;
+  return queue_.enqueue(as_judged(payload, backtest.statistics), backtest.net_returns);
 }
 
 }  // namespace varnholt::embedded

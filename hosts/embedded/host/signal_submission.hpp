@@ -8,6 +8,7 @@
 
 #include <Eigen/Core>
 
+#include "hosts/embedded/archive/behaviour.hpp"
 #include "hosts/embedded/backtest/evaluator.hpp"
 #include "hosts/embedded/config/host_config.hpp"
 #include "hosts/embedded/signal_pool/signal_pool.hpp"
@@ -51,7 +52,8 @@ class SignalSubmission {
   // What a child makes of a backtest that passed the gates: statistics with the daily PnL, which
   // need no second backtest and no second comparison in the parent. Without comparison where there
   // is nothing to compare with, or the pool's data is not ready. Reads no store.
-  [[nodiscard]] genetic::Value compared(const BacktestResult& backtest);
+  [[nodiscard]] genetic::Value compared(const BacktestResult& backtest,
+                                        const std::optional<Behaviour>& behaviour = {});
 
   // A candidate that passed was recorded under this evaluation id: the PnL that its statistics
   // hold, if any, is kept until the next sync for enqueue().

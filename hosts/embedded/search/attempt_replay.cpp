@@ -62,19 +62,21 @@ std::vector<ReplayedFigure> compared(const std::optional<Mapping>& recorded,
 Replay replay_attempt(const AttemptRecord& attempt, const RunRecord& run,
                       const std::string& recorded_statistics_json, const MarketData& prices) {
   using Clock = std::chrono::steady_clock;
-  const Evaluator evaluator(seen_days(run, prices), {.book = book_rules_of(run.start)});
+  const auto recorded = genetic::as_mapping(read_json(recorded_statistics_json));
+  EvaluatorOptions options{.book = book_rules_of(run.start)};
+  options.judges_both_signs = judges_both_signs(run.start);
+  const Evaluator evaluator(seen_days(run, prices), options);
   const Value graph = read_json(attempt.start.graph_json);
   Replay replay;
   std::optional<Mapping> statistics;
   const auto begin = Clock::now();
   try {
-    statistics = statistics_mapping(evaluator.evaluate(graph).backtest.statistics);
+    statistics = statistics_mapping(evaluator.judge(graph).backtest.statistics);
   } catch (const std::exception& error) {
     // What a backtest fails with is what the replay has to tell.
     replay.failure = error.what();
   }
   replay.seconds = std::chrono::duration<double>(Clock::now() - begin).count();
-  const auto recorded = genetic::as_mapping(read_json(recorded_statistics_json));
   replay.figures = compared(recorded, statistics);
   if (statistics && !recorded) return replay;
   replay.is_equal = std::all_of(replay.figures.begin(), replay.figures.end(),

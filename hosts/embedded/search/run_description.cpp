@@ -27,6 +27,7 @@ namespace {
 
 constexpr const char* kDelayDays = "delay_days";
 constexpr const char* kDelistingReturn = "delisting_return";
+constexpr const char* kJudgesBothSigns = "judges_both_signs";
 constexpr const char* kLeastKnownShare = "least_known_share";
 constexpr const char* kPeriodsPerYear = "periods_per_year";
 constexpr const char* kNeutralize = "neutralize";
@@ -86,6 +87,8 @@ std::string settings_json(const SearchOptions& options, const RunData& data,
               {"max_nodes", static_cast<std::int64_t>(options.graphs.max_nodes)},
               {"max_window", options.graphs.max_window},
               {"leaf_share", options.graphs.leaf_share},
+              {"has_archive", !options.has_no_archive},
+              {kJudgesBothSigns, !options.is_as_written},
               {"vocabulary", settings_mapping(host.vocabulary)},
               {"cost_basis_points", data.book.cost_basis_points},
               {kDelayDays, data.book.delay_days},
@@ -144,10 +147,10 @@ EraPlan planned(const std::vector<Date>& dates, const HostConfig& config,
 
 // With other gates another candidate passes, and into another pool it has to be submitted anew.
 std::string key_of_evaluations(const HostConfig& config, const std::string& data_key,
-                               const BookRules& book) {
-  return sha256_hex(fmt::format("{} {} {} {} {}", data_key, book.periods_per_year,
+                               const BookRules& book, bool both_signs) {
+  return sha256_hex(fmt::format("{} {} {} {} {} {}", data_key, book.periods_per_year,
                                 genetic::json_text(threshold_set(config.gates, config.limits)),
-                                config.market_id, config.pool.name));
+                                config.market_id, config.pool.name, both_signs));
 }
 
 // The rules by which signals are traded on these prices.
@@ -195,7 +198,7 @@ RunData::RunData(const SearchOptions& options, PricesRead prices,
       split_is_kept(kept_holdout.has_value()),
       book(book_rules(options, whole)),
       data_key(key_of_data(panel_digest(whole, plan.seen_days()), book)),
-      evaluation_key(key_of_evaluations(options.config, data_key, book)) {}
+      evaluation_key(key_of_evaluations(options.config, data_key, book, !options.is_as_written)) {}
 
 PoolIdentity pool_identity(const SearchOptions& options, const RunData& data) {
   return {options.config.pool.name, options.config.market_id, data.plan.era, data.data_key};
@@ -216,6 +219,11 @@ BookRules book_rules_of(const RunStart& start) {
   const Value neutralize = settings->get(Value(kNeutralize));
   if (neutralize.is_text()) rules.neutralize = genetic::str(neutralize);
   return rules;
+}
+
+bool judges_both_signs(const RunStart& start) {
+  const auto settings = genetic::as_mapping(read_json(start.settings_json));
+  return settings && genetic::truth(settings->get(Value(kJudgesBothSigns)));
 }
 
 PriceFormat price_format_of(const RunStart& start) {

@@ -54,6 +54,9 @@ struct RunData {
 // traded at the close of their signals, in years of 252 days, with nothing neutralized.
 [[nodiscard]] BookRules book_rules_of(const RunStart& start);
 
+// Whether the run judged the opposite of an expression with it; earlier runs did not.
+[[nodiscard]] bool judges_both_signs(const RunStart& start);
+
 // How the prices of a stored run are read.
 [[nodiscard]] PriceFormat price_format_of(const RunStart& start);
 

@@ -96,6 +96,10 @@ std::string record_of(const RunLuck& luck, double year) {
 
 }  // namespace
 
+std::int64_t sides_judged(const Evaluator& evaluator) {
+  return evaluator.options().judges_both_signs ? 2 : 1;
+}
+
 RunLuck measure_luck(RunStore& store, std::int64_t run, const Evaluator& evaluator,
                      const EraPlan& plan, const std::vector<SubmittedSignal>& signals,
                      const StopQuestion& is_cut) {
@@ -106,7 +110,8 @@ RunLuck measure_luck(RunStore& store, std::int64_t run, const Evaluator& evaluat
   luck.spread = spread_without_skill(plan.seen_days() - 1);
   luck.drawn = spread_of_drawn(drawn_sharpes(trials, year));
   luck.spread.trials = luck.drawn.trials = static_cast<std::int64_t>(trials.size());
-  luck.spread.independent = luck.drawn.independent = independent_trials(sample, luck.spread.trials);
+  luck.spread.independent = luck.drawn.independent =
+      independent_trials(sample, sides_judged(evaluator) * luck.spread.trials);
   luck.sampled_trials = sample.cols();
   luck.overfitting_probability = overfitting_probability(sample);
   const double expected = expected_maximum_sharpe(luck.spread);

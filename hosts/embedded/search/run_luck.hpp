@@ -18,6 +18,9 @@ namespace varnholt::embedded {
 // gives it again.
 inline constexpr std::size_t kSampledTrials = 128;
 
+// How many trials an expression counts as: two where the better one of it and its opposite is kept.
+[[nodiscard]] std::int64_t sides_judged(const Evaluator& evaluator);
+
 // The trials are those that the store has of these prices, the ones of earlier runs included.
 // `evaluator` is over the whole history that `plan` splits, of which the days in sample are looked
 // at. The verdict is stored, with the deflated Sharpe ratio of each signal whose hold-out was

@@ -16,6 +16,7 @@
 #include "hosts/embedded/timing/backtest_timing.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "hosts/embedded/vocabulary/graph_node.hpp"
+#include "hosts/embedded/vocabulary/graph_shape.hpp"
 #include "search_templates/genetic/graph/canonical_text.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
@@ -117,7 +118,6 @@ EvaluationRecord stored_form(const CandidateRecorded& candidate, const Value& gr
   record.candidate_number = candidate.candidate_number;
   record.generation = candidate.generation;
   record.graph_json = genetic::canonical_graph_string(graph);
-  record.graph_key = sha256_hex(record.graph_json);
   record.passed = candidate.passed;
   record.failure_reason = text_or_nothing(candidate.failure_reason);
   record.failure_detail = text_or_nothing(candidate.failure_detail);
@@ -133,6 +133,11 @@ EvaluationRecord stored_form(const CandidateRecorded& candidate, const Value& gr
   record.eval_id = candidate.eval_id;
   record.expression = text_or_nothing(candidate.expression);
   return record;
+}
+
+bool is_judged_as_opposite(const Mapping& keywords) {
+  const std::optional<BacktestStatistics> statistics = statistics_of(keywords.get(keys::kStats));
+  return statistics && statistics->is_of_opposite();
 }
 
 double quality(const CandidateRecorded& candidate) {
@@ -192,7 +197,9 @@ void RunRecorder::store(const EvaluationRecord& record, const std::optional<std:
 
 Value RunRecorder::record(const Value& graph, bool passed, const Mapping& keywords,
                           const ActiveAttempt& attempt) {
-  CandidateRecorded candidate = candidate_of(graph, passed, keywords);
+  if (is_judged_as_opposite(keywords)) lineage_.note_opposite(graph);
+  const Value recorded = lineage_.as_recorded(graph);
+  CandidateRecorded candidate = candidate_of(recorded, passed, keywords);
   const std::vector<GateFailure> failed = gates_failed(candidate);
   for (const GateFailure& failure : failed) {
     if (failure.reason.view() == candidate.failure_reason)
@@ -212,7 +219,9 @@ Value RunRecorder::record(const Value& graph, bool passed, const Mapping& keywor
     }
   }
   ++evaluated_;
-  EvaluationRecord record = stored_form(candidate, graph, keywords);
+  EvaluationRecord record = stored_form(candidate, recorded, keywords);
+  // The structure is the one that was tried, by which attempts, parents and later runs know it.
+  record.graph_key = sha256_hex(genetic::canonical_graph_string(graph));
   record.lineage_json = lineage_json(origin);
   record.failures_json = genetic::json_text(all_failures(candidate, keywords, failed));
   record.market_id = market_id_;
@@ -222,6 +231,7 @@ Value RunRecorder::record(const Value& graph, bool passed, const Mapping& keywor
   add_to_digest(record);
   count(candidate);
   count_misses(candidate, failed);
+  archive(graph, keywords.get(keys::kStats), origin);
   observer_.on_recorded(candidate);
   return candidate.eval_id;
 }
@@ -258,6 +268,16 @@ void RunRecorder::count_misses(const CandidateRecorded& candidate,
     // Of equal ones the earlier.
     if (!is_new && distance(miss) < distance(known->second)) known->second = miss;
   }
+}
+
+void RunRecorder::archive(const Value& graph, const Value& stats, const GraphOrigin& origin) const {
+  const StatisticsObject* const object = statistics_object(stats);
+  if (settings_.archive == nullptr || object == nullptr || !object->behaviour()) return;
+  CandidateSource source = CandidateSource::Other;
+  if (origin.origin == Origin::Fresh) source = CandidateSource::Random;
+  if (origin.is_of_archive) source = CandidateSource::Archive;
+  const auto nodes = static_cast<double>(measure_graph(graph).node_count);
+  settings_.archive->add(graph, nodes, *object->behaviour(), source);
 }
 
 void RunRecorder::count_repair(const CandidateRecorded& candidate) {

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "hosts/embedded/archive/signal_archive.hpp"
 #include "hosts/embedded/attempts/embedded_tracker.hpp"
 #include "hosts/embedded/attempts/end_sync.hpp"
 #include "hosts/embedded/gates/gates.hpp"
@@ -32,6 +33,8 @@ class RunRecorder : public ResultRecorder {
     // The pool that passing signals will be submitted to. Without it they are not announced to the
     // store, and a run that dies before it enqueues one loses the submission.
     std::optional<PoolIdentity> pool;
+    // What is told of each candidate with a behaviour; null for none. It must outlive the recorder.
+    SignalArchive* archive = nullptr;
   };
 
   // Begins the run in the store. The first four must outlive the recorder; `stop` tells the seconds
@@ -72,6 +75,9 @@ class RunRecorder : public ResultRecorder {
   void count(const CandidateRecorded& candidate);
   void add_to_digest(const EvaluationRecord& record);
   void count_misses(const CandidateRecorded& candidate, const std::vector<GateFailure>& failed);
+  // Tells the archive of a candidate.
+  void archive(const genetic::Value& graph, const genetic::Value& stats,
+               const GraphOrigin& origin) const;
   void count_repair(const CandidateRecorded& candidate);
   // All that the statistics fail, whatever the candidate was rejected for.
   [[nodiscard]] std::vector<GateFailure> gates_failed(const CandidateRecorded& candidate) const;

@@ -32,6 +32,8 @@ struct SearchOptions {
   std::optional<genetic::Value> diversity_weight;
   std::optional<genetic::Value> parsimony_weight;
   std::optional<genetic::Value> operator_rates;
+  // Whether all fresh graphs are random. Otherwise some are bred from the host's archive.
+  bool has_no_archive = false;
   // Repairs of a generation's near misses: how many are tried, in how many rounds, and how many may
   // follow one another in a lineage. 0 of any is none at all.
   std::optional<genetic::Value> max_improvement_candidates;
@@ -59,6 +61,9 @@ struct SearchOptions {
 
   // Limits of the random graphs.
   RandomGraphOptions graphs;
+  // Whether an expression is judged as it is written. Otherwise one backtest judges it and its
+  // opposite, and the one that earns is recorded.
+  bool is_as_written = false;
   // How signals are traded; see book_rules.hpp. A signal is traded a day after the close that it is
   // made of: at the same close it could not be known.
   double cost_basis_points = BookRules().cost_basis_points;

@@ -35,8 +35,10 @@ constexpr const char* kFailed = "failed";
 
 constexpr std::size_t kMostSharedPanelsBytes = std::size_t{512} * 1024 * 1024;
 
-RunRecorder::Settings recorder_settings(const SearchOptions& options, const PoolIdentity& pool) {
-  return {options.best_count, options.config.gates, options.config.limits, pool};
+RunRecorder::Settings recorder_settings(const SearchOptions& options, const PoolIdentity& pool,
+                                        SignalArchive& archive) {
+  return {options.best_count, options.config.gates, options.config.limits, pool,
+          options.has_no_archive ? nullptr : &archive};
 }
 
 HostSettings host_settings(const SearchOptions& options, SearchObserver& observer,
@@ -87,6 +89,7 @@ struct Conduct {
   RunStore& store;
   std::shared_ptr<SearchStop> stop;
   PoolIdentity pool;
+  SignalArchive& archive;
 };
 
 std::vector<std::string> date_texts(const std::vector<Date>& dates) {
@@ -138,7 +141,7 @@ class Settling {
 
 // The search itself, from the event of its beginning to its last settlement.
 void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder) {
-  const auto& [options, observer, setup, store, stop, pool] = conduct;
+  const auto& [options, observer, setup, store, stop, pool, archive] = conduct;
   SearchStarted started =
       started_event(options, setup.data(), setup.config(), store, recorder.run(), setup.jobs());
   if (options.continues) {
@@ -148,10 +151,12 @@ void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder
   observer.on_started(started);
 
   const Evaluator& evaluator = setup.evaluator();
+  const Eigen::ArrayXd market =
+      market_backtest(evaluator.close(), evaluator.options().book).net_returns;
   SignalSubmission submission(
-      store, evaluator, pool, options.config.pool,
-      market_backtest(evaluator.close(), evaluator.options().book).net_returns,
-      [&store_ = store, run = recorder.run()] { return store_.trial_count(run); });
+      [&store_ = store, run = recorder.run(), sides = sides_judged(evaluator)] {
+        return sides * store_.trial_count(run);
+      });
   HostSettings settings = host_settings(
       options, observer, client_manifest(setup.data(), recorder.run()), setup.data().book);
   Settling settling(conduct, submission, recorder);
@@ -162,9 +167,12 @@ void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder
   };
   settings.is_stopping = [&search_stop = *stop] { return search_stop.cancels_evaluations(); };
   settings.known = &setup.known();
+  if (!options.has_no_archive) settings.archive = &archive;
   EmbeddedHost host(setup.process(), setup.evaluator().vocabulary(), lineage, submission, settings);
-  EmbeddedContext context(setup.evaluator(), context_settings(options, setup, pool), stop, recorder,
-                          submission, setup.process());
+  ContextSettings of_context = context_settings(options, setup, pool);
+  of_context.market_returns = market;
+  EmbeddedContext context(setup.evaluator(), of_context, stop, recorder, submission,
+                          setup.process());
   genetic::Module module(host);
 
   // What a run that died left in the queue is settled before anything is measured.
@@ -249,9 +257,10 @@ SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
   require_same_split(*store, pool, data);
   stop->begin_run();
   Lineage lineage;
-  RunRecorder recorder(*store, observer, lineage, *stop, recorder_settings(options, pool),
+  SignalArchive archive;
+  RunRecorder recorder(*store, observer, lineage, *stop, recorder_settings(options, pool, archive),
                        run_start(options, data, setup.config(), setup.jobs()));
-  run_to_its_end({options, observer, setup, *store, stop, pool}, lineage, recorder);
+  run_to_its_end({options, observer, setup, *store, stop, pool, archive}, lineage, recorder);
 
   SearchSummary summary;
   summary.run_id = recorder.run();

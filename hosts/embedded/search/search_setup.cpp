@@ -12,13 +12,14 @@
 
 #include "hosts/embedded/gates/gates.hpp"
 #include "hosts/embedded/host/json_value.hpp"
+#include "hosts/embedded/host/search_defaults.hpp"
 #include "hosts/embedded/host/system_random.hpp"
 #include "hosts/embedded/search/seed_graphs.hpp"
 #include "hosts/embedded/signal_pool/pool_gates.hpp"
 #include "hosts/embedded/store/store_reader.hpp"
 #include "hosts/embedded/system/machine_limits.hpp"
 #include "hosts/embedded/system/memory_advice.hpp"
-#include "search_templates/genetic/host/search_settings.hpp"
+#include "hosts/embedded/vocabulary/opposite_graph.hpp"
 #include "search_templates/genetic/settings/module_constants.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "search_templates/genetic/value/tolerant.hpp"
@@ -86,6 +87,25 @@ genetic::List finished_graphs(const genetic::List& graphs, const GraphMaking& ma
   return finished;
 }
 
+bool is_within(const GraphLimits& limits, const Value& graph, const Vocabulary& vocabulary) {
+  try {
+    static_cast<void>(check_graph(graph, vocabulary, limits));
+    return true;
+  } catch (const GraphError&) {
+    return false;
+  }
+}
+
+// The graph, or its opposite where only that keeps the limits: the sign that was recorded with a
+// signal may stand one level above them, and it is judged with both signs again.
+std::optional<Value> within(const GraphLimits& limits, const Value& graph,
+                            const Vocabulary& vocabulary) {
+  if (is_within(limits, graph, vocabulary)) return graph;
+  Value opposite = opposite_graph(graph);
+  if (!is_within(limits, opposite, vocabulary)) return std::nullopt;
+  return opposite;
+}
+
 SearchBeginning beginning_of(const SearchOptions& options, const RunData& data,
                              const Vocabulary& vocabulary, const InterruptCheck& check) {
   const GraphLimits limits{options.graphs.max_depth, options.graphs.max_nodes,
@@ -97,7 +117,7 @@ SearchBeginning beginning_of(const SearchOptions& options, const RunData& data,
         finished_graphs(read_seed_graphs(*options.seeds, vocabulary, limits, check), making);
   }
   if (!options.continues) return beginning;
-  const Value asked = options.batch_size.value_or(genetic::SearchSettings().default_batch_size());
+  const Value asked = options.batch_size.value_or(SearchDefaults().default_batch_size());
   const std::optional<Value> batch = genetic::tolerant_integer(asked);
   const std::int64_t room = batch ? genetic::saturated_integer(*batch) : 0;
   EarlierSearch earlier = stored_search(options.database, data.evaluation_key, room);
@@ -106,14 +126,10 @@ SearchBeginning beginning_of(const SearchOptions& options, const RunData& data,
     const std::int64_t taken =
         beginning.seeds ? static_cast<std::int64_t>(beginning.seeds->size()) : 0;
     if (taken >= room) break;
-    const Value graph = read_json(text);
-    try {
-      static_cast<void>(check_graph(graph, vocabulary, limits));
-    } catch (const GraphError&) {
-      continue;  // It was found within other limits.
-    }
+    const std::optional<Value> graph = within(limits, read_json(text), vocabulary);
+    if (!graph) continue;  // It was found within other limits.
     if (!beginning.seeds) beginning.seeds.emplace();
-    beginning.seeds->append(graph);
+    beginning.seeds->append(*graph);
     ++beginning.earlier_signals;
   }
   return beginning;
@@ -123,7 +139,7 @@ genetic::GeneticTemplate configured_template(genetic::RandomGenerators& generato
                                              genetic::ProcessEvaluation& process_evaluation,
                                              const SearchOptions& options,
                                              const std::optional<genetic::List>& seeds) {
-  genetic::SearchSettings settings;
+  SearchDefaults settings;
   const genetic::LoadedConstants constants(settings, process_evaluation);
   genetic::TemplateArguments arguments =
       genetic::default_template_arguments(constants, process_evaluation);
@@ -152,13 +168,16 @@ GraphMakingOptions making_options(const SearchOptions& options, const BookRules&
   making.simplifies = options.config.vocabulary.simplify;
   making.keeps_units = options.config.vocabulary.units;
   making.canonical = {options.graphs.max_window, book.least_known_share};
+  making.drops_sign = !options.is_as_written;
   return making;
 }
 
 SearchSetup::SearchSetup(const SearchOptions& options, const InterruptCheck& check)
     : jobs_(checked(options).jobs.value_or(read_machine_limits().busy_workers())),
       data_(options, check, kept_holdout(options)),
-      evaluator_options_{.book = data_.book, .vocabulary = options.config.vocabulary},
+      evaluator_options_{.book = data_.book,
+                         .vocabulary = options.config.vocabulary,
+                         .judges_both_signs = !options.is_as_written},
       evaluator_(data_.whole.first_days(data_.plan.seen_days()), evaluator_options_),
       process_(system_, options.timeout_seconds),
       beginning_(beginning_of(options, data_, evaluator_.vocabulary(), check)),

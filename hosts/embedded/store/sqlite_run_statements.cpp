@@ -42,7 +42,8 @@ constexpr const char* kTrials =
 // With min(), the other columns are those of the row that has it.
 constexpr const char* kFirstOfEach =
     "SELECT min(e.id) AS first, e.eval_id AS eval_id, "
-    "e.statistics ->> 'gross_returns_sharpe' AS gross_sharpe, "
+    "(e.statistics ->> 'gross_returns_sharpe') * "
+    "iif(json_valid(e.lineage), coalesce(e.lineage ->> 'orientation', 1), 1) AS gross_sharpe, "
     "iif(json_valid(e.lineage), e.lineage ->> 'origin' = 'fresh', 0) AS is_fresh ";
 constexpr const char* kCountOfEach = "SELECT count(DISTINCT e.graph_key) AS count ";
 

@@ -96,7 +96,7 @@ inline constexpr const char* kHoldout = "holdout";
 // A structure that was backtested, by its first evaluation.
 struct TrialRecord {
   std::string eval_id;
-  // Annualised, before costs; absent where it is no number.
+  // Annualised, before costs, of the expression as it was tried; absent where it is no number.
   std::optional<double> gross_sharpe = {};
   // Drawn at random: neither bred nor repaired nor given.
   bool is_fresh = false;

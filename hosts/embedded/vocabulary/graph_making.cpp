@@ -1,14 +1,14 @@
 #include "hosts/embedded/vocabulary/graph_making.hpp"
 
-#include <utility>
+#include "hosts/embedded/vocabulary/opposite_graph.hpp"
 
 #include "hosts/embedded/vocabulary/unit_check.hpp"
 
 namespace varnholt::embedded {
 
 genetic::Value GraphMaking::finished(genetic::Value graph) const {
-  if (!options_.simplifies) return graph;
-  return canonical_form(graph, *vocabulary_, options_.canonical);
+  if (options_.simplifies) graph = canonical_form(graph, *vocabulary_, options_.canonical);
+  return options_.drops_sign ? without_sign(graph) : graph;
 }
 
 bool GraphMaking::fits_units(const genetic::Value& graph, const genetic::Value& parent) const {

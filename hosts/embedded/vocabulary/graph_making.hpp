@@ -13,6 +13,8 @@ struct GraphMakingOptions {
   // Whether no child and no repair mixes units where what it is made of does not.
   bool keeps_units = false;
   CanonicalOptions canonical = {};
+  // An expression and its opposite are judged as one: none begins with a negation.
+  bool drops_sign = false;
 };
 
 class GraphMaking {

@@ -47,6 +47,37 @@ TEST(Evaluator, EvaluatesASignalByHand) {
   EXPECT_EQ(evaluation.shape.node_count, 1u);
 }
 
+TEST(Evaluator, JudgesTheOppositeOfWhatLosesBeforeCosts) {
+  const MarketData data = make_synthetic_universe({.instruments = 6, .days = 400, .seed = 4});
+  EvaluatorOptions options{.book = {.cost_basis_points = 10}};
+  const Evaluator as_written(data, options);
+  options.judges_both_signs = true;
+  const Evaluator both(data, options);
+  const genetic::Value graph = rotation("ts_mean", {feature("returns"), window("5")});
+  const genetic::Value negation = rotation("arith_neg", {graph});
+  const bool graph_loses =
+      as_written.evaluate(graph).backtest.statistics.gross_returns_sharpe < 0.0;
+  const genetic::Value& good = graph_loses ? negation : graph;
+  const genetic::Value& bad = graph_loses ? graph : negation;
+  const Evaluation better = as_written.evaluate(good);
+  ASSERT_GT(better.backtest.statistics.gross_returns_sharpe, 0.0);
+
+  const Evaluation as_it_stands = both.judge(good);
+  EXPECT_FALSE(as_it_stands.backtest.statistics.is_of_opposite());
+  const Evaluation turned_round = both.judge(bad);
+  EXPECT_TRUE(turned_round.backtest.statistics.is_of_opposite());
+  for (const Evaluation* judged : {&as_it_stands, &turned_round}) {
+    EXPECT_TRUE((judged->weights == better.weights).all());
+    EXPECT_TRUE((judged->backtest.net_returns == better.backtest.net_returns).all());
+    EXPECT_EQ(judged->backtest.statistics.quality_score, better.backtest.statistics.quality_score);
+  }
+  EXPECT_TRUE(
+      (both.evaluate(bad).backtest.net_returns == as_written.evaluate(bad).backtest.net_returns)
+          .all())
+      << "what is evaluated is never turned round";
+  EXPECT_FALSE(as_written.judge(bad).backtest.statistics.is_of_opposite());
+}
+
 TEST(Evaluator, AMissingRowNowAndThenDoesNotEmptyTheSignal) {
   MarketData data = make_synthetic_universe({.instruments = 8, .days = 600, .seed = 3});
   std::mt19937_64 engine(5);

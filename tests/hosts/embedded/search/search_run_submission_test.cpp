@@ -23,6 +23,7 @@
 #include "hosts/embedded/signal_pool/pnl_measures.hpp"
 #include "hosts/embedded/signal_pool/pool_gates.hpp"
 #include "hosts/embedded/store/sqlite_database.hpp"
+#include "hosts/embedded/system/digest.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -121,6 +122,25 @@ TEST_F(SearchRunSubmissionTest, EachPassingStructureIsSubmittedExactlyOnce) {
   EXPECT_EQ(summary.submissions.waiting, 0);
 }
 
+TEST_F(SearchRunSubmissionTest, OppositesThatEarnAreRecordedAndSubmittedInTheirPlace) {
+  static_cast<void>(run_search(long_options(), observer_, interrupt_));
+  SqliteRunStore store(long_options().database.string());
+  int turned_round = 0;
+  for (const SubmissionRecord& submission : submissions(long_options())) {
+    const EvaluationRecord row = store.find_evaluation(submission.eval_id)->evaluation;
+    const bool is_opposite = read_json(row.lineage_json).mapping().contains("orientation");
+    turned_round += is_opposite ? 1 : 0;
+    const std::string own_key = sha256_hex(row.graph_json);
+    EXPECT_EQ(row.graph_key == own_key, !is_opposite) << "the key is that of what was tried";
+    EXPECT_GE(*row.sharpe, -1.0);
+  }
+  EXPECT_GT(turned_round, 0);
+  for (const CandidateRecorded& candidate : observer_.recorded) {
+    if (!candidate.statistics) continue;
+    EXPECT_GE(candidate.statistics->gross_returns_sharpe, 0.0);
+  }
+}
+
 TEST_F(SearchRunSubmissionTest, EverySubmissionsEvaluationIsRecordedAsWhatItWas) {
   static_cast<void>(run_search(long_options(), observer_, interrupt_));
   const Evaluator evaluator = seen(long_options());
@@ -134,6 +154,7 @@ TEST_F(SearchRunSubmissionTest, EverySubmissionsEvaluationIsRecordedAsWhatItWas)
     EXPECT_EQ(found->evaluation.market_id, 1);
     EXPECT_EQ(found->evaluation.era_number, 3);
     EXPECT_TRUE(read_json(found->evaluation.graph_json) == graph_of(submission));
+    // The very figures of the graph that is stored, also where the opposite was tried.
     const BacktestStatistics statistics =
         evaluator.evaluate(graph_of(submission)).backtest.statistics;
     EXPECT_TRUE(read_json(found->evaluation.statistics_json) ==

@@ -126,6 +126,7 @@ TEST_F(SeedGraphsTest, AreTheFirstGenerationOfARun) {
   options.jobs = 1;
   options.batch_size = 4;
   options.generations = 2;
+  options.is_as_written = true;
   RecordingObserver observer;
   InterruptFlag interrupt;
   static_cast<void>(run_search(options, observer, interrupt));

@@ -1,0 +1,83 @@
+#include "hosts/embedded/archive/signal_archive.hpp"
+
+#include <algorithm>
+#include <utility>
+
+#include "search_templates/genetic/graph/structural_key.hpp"
+
+namespace varnholt::embedded {
+
+using genetic::Value;
+
+namespace {
+
+std::size_t structure_hash(const Value& graph) {
+  return genetic::StructuralKeyHash()(genetic::structural_key(graph));
+}
+
+}  // namespace
+
+bool SignalArchive::has_met(const Value& graph) const {
+  return met_.contains(structure_hash(graph));
+}
+
+void SignalArchive::Success::count(bool has_entered) {
+  constexpr double kKept = 0.99;
+  tried = kKept * tried + 1.0;
+  entered = kKept * entered + (has_entered ? 1.0 : 0.0);
+}
+
+void SignalArchive::add(const Value& graph, double nodes, const Behaviour& behaviour,
+                        CandidateSource source) {
+  met_.insert(structure_hash(graph));
+  const double score = behaviour.residual_sharpe - kPricePerNode * nodes;
+  const bool has_entered = enters({graph, score, behaviour});
+  if (source == CandidateSource::Random) at_random_.count(has_entered);
+  if (source == CandidateSource::Archive) from_archive_.count(has_entered);
+}
+
+bool SignalArchive::enters(Member newcomer) {
+  const auto is_like = [&newcomer](const Member& member) {
+    return member.behaviour.likeness(newcomer.behaviour) >= kAlike;
+  };
+  const auto is_worse = [](const Member& left, const Member& right) {
+    return left.score < right.score;
+  };
+  const bool is_best_of_its_kind = std::none_of(
+      members_.begin(), members_.end(),
+      [&](const Member& member) { return member.score >= newcomer.score && is_like(member); });
+  if (!is_best_of_its_kind) return false;
+  std::erase_if(members_, is_like);
+  if (members_.size() == kCapacity) {
+    // Of equally bad ones the oldest.
+    const auto worst = std::min_element(members_.begin(), members_.end(), is_worse);
+    if (!is_worse(*worst, newcomer)) return false;
+    members_.erase(worst);
+  }
+  members_.push_back(std::move(newcomer));
+  return true;
+}
+
+double SignalArchive::bred_share() const {
+  const double bred = from_archive_.rate();
+  return std::clamp(bred / (bred + at_random_.rate()), kLeastShare, kGreatestShare);
+}
+
+Value SignalArchive::parent(genetic::RandomGenerator& generator) {
+  Member* chosen = nullptr;
+  for (std::size_t draw = 0; draw < kTournament; ++draw) {
+    Member& drawn = members_[genetic::random_below(generator, members_.size())];
+    if (chosen == nullptr || drawn.rank() > chosen->rank()) chosen = &drawn;
+  }
+  ++chosen->children;
+  return chosen->graph;
+}
+
+double SignalArchive::best_score() const {
+  double best = 0.0;
+  for (const Member& member : members_)
+    best = std::max(best, member.score);
+  return best;
+}
+
+}  // namespace varnholt::embedded

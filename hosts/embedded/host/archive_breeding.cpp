@@ -1,0 +1,75 @@
+#include "hosts/embedded/host/archive_breeding.hpp"
+
+#include <array>
+
+#include "search_templates/genetic/value/key.hpp"
+
+namespace varnholt::embedded {
+
+using genetic::Key;
+using genetic::List;
+using genetic::RandomGenerator;
+using genetic::Value;
+
+namespace {
+
+struct Rate {
+  Key name;
+  double share;
+};
+// Those of the search's own operators; the last takes what is left.
+constexpr Rate kCrossover{genetic::key<"crossover">(), 0.4};
+constexpr Rate kPointMutation{genetic::key<"point_mutation">(), 0.3};
+constexpr Rate kSubtreeMutation{genetic::key<"subtree_mutation">(), 0.2};
+constexpr Rate kHoistMutation{genetic::key<"hoist_mutation">(), 0.1};
+constexpr std::array kRates = {kCrossover, kPointMutation, kSubtreeMutation, kHoistMutation};
+
+Key drawn_operator(RandomGenerator& generator) {
+  double left = generator.random();
+  for (const Rate& rate : kRates) {
+    left -= rate.share;
+    if (left < 0.0) return rate.name;
+  }
+  return kRates.back().name;
+}
+
+}  // namespace
+
+std::optional<Value> ArchiveBreeding::next(const std::shared_ptr<RandomGenerator>& generator) {
+  if (generator == nullptr || !archive_.has_parents()) return std::nullopt;
+  if (generator->random() >= archive_.bred_share()) return std::nullopt;
+  for (int attempt = 0; attempt < kTries; ++attempt) {
+    if (std::optional<Value> graph = bred(generator)) return graph;
+  }
+  return std::nullopt;
+}
+
+Value ArchiveBreeding::replacements(RandomGenerator& generator) const {
+  List graphs;
+  for (int i = 0; i < kReplacements; ++i)
+    graphs.append(random_graph(generator, vocabulary_, options_));
+  return graphs;
+}
+
+std::optional<Value> ArchiveBreeding::bred(const std::shared_ptr<RandomGenerator>& generator) {
+  const Key operation = drawn_operator(*generator);
+  const Value elite = archive_.parent(*generator);
+  const bool has_mate = operation.view() == kCrossover.name.view();
+  const Value mate = has_mate ? archive_.parent(*generator) : Value();
+  Value graph;
+  if (has_mate) {
+    graph = operators_.crossover(elite, mate, generator, {});
+  } else if (operation.view() == kHoistMutation.name.view()) {
+    graph = operators_.hoist_mutation(elite, generator, {});
+  } else {
+    const Value material = replacements(*generator);
+    graph = operation.view() == kPointMutation.name.view()
+                ? operators_.point_mutation(elite, material, generator, {})
+                : operators_.subtree_mutation(elite, material, generator, {});
+  }
+  if (archive_.has_met(graph)) return std::nullopt;
+  lineage_.note_archive_offspring(graph, operation, elite, mate);
+  return graph;
+}
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,17 @@
+// The settings of a search on the embedded host, where the user says nothing.
+#pragma once
+
+#include "search_templates/genetic/host/search_settings.hpp"
+#include "search_templates/genetic/value/value.hpp"
+
+namespace varnholt::embedded {
+
+class SearchDefaults : public genetic::SearchSettings {
+ public:
+  // The search uses the fraction twice: it takes this share of the candidates as parents, and of
+  // these, the best first, the same share again each time that it chooses two. A quarter makes
+  // three of a dozen parents and one of the three, which is then crossed with itself.
+  [[nodiscard]] genetic::Value default_elite_fraction() override { return 0.9; }
+};
+
+}  // namespace varnholt::embedded

@@ -1,0 +1,148 @@
+// The archive keeps the best of each kind. Method: behaviours of which the likeness is known, and
+// generators whose draws are.
+#include "hosts/embedded/archive/signal_archive.hpp"
+
+#include <cmath>
+#include <memory>
+#include <set>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "search_templates/genetic/host/twister_generators.hpp"
+#include "search_templates/genetic/value/json_text.hpp"
+#include "tests/hosts/embedded/graph_helpers.hpp"
+
+namespace varnholt::embedded::test {
+namespace {
+
+using Eigen::ArrayXd;
+using genetic::Value;
+
+Value graph_of(int number) {
+  return feature("f" + std::to_string(number));
+}
+
+// Of one direction alone: unlike all others. Halfway to another it is like both (0.71).
+Behaviour behaviour(double sharpe, int direction) {
+  ArrayXd profile = ArrayXd::Zero(kProfileParts);
+  profile(direction) = 1.0;
+  return {sharpe, profile};
+}
+Behaviour between(double sharpe, int left, int right) {
+  ArrayXd profile = ArrayXd::Zero(kProfileParts);
+  profile(left) = profile(right) = std::sqrt(0.5);
+  return {sharpe, profile};
+}
+
+class SignalArchiveTest : public ::testing::Test {
+ protected:
+  void add(int number, const Behaviour& behaviour,
+           CandidateSource source = CandidateSource::Random) {
+    archive_.add(graph_of(number), 1.0, behaviour, source);
+  }
+  // The graphs that parents are drawn of in many draws.
+  std::set<std::string> drawn() {
+    std::set<std::string> found;
+    for (int i = 0; i < 2000; ++i)
+      found.insert(genetic::json_text(archive_.parent(*generator_)));
+    return found;
+  }
+  [[nodiscard]] static std::string text(int number) { return genetic::json_text(graph_of(number)); }
+
+  SignalArchive archive_;
+  genetic::TwisterGenerators generators_;
+  std::shared_ptr<genetic::RandomGenerator> generator_ = generators_.seeded(Value(7));
+};
+
+TEST_F(SignalArchiveTest, OfLikeSignalsTheBetterStays) {
+  add(1, behaviour(1.0, 0));
+  add(2, behaviour(0.5, 0));
+  EXPECT_EQ(archive_.size(), 1U);
+  EXPECT_EQ(drawn(), std::set{text(1)});
+  add(3, behaviour(1.5, 0));
+  EXPECT_EQ(drawn(), std::set{text(3)});
+  add(4, behaviour(1.5, 0));
+  EXPECT_EQ(drawn(), std::set{text(3)}) << "of equal ones the earlier";
+}
+
+TEST_F(SignalArchiveTest, OneThatIsBetterThanAllThatItIsLikeTakesTheirPlaces) {
+  add(1, behaviour(1.0, 0));
+  add(2, behaviour(1.2, 1));
+  add(3, between(1.1, 0, 1));
+  EXPECT_EQ(archive_.size(), 2U) << "better than one of the two only";
+  add(4, between(1.3, 0, 1));
+  EXPECT_EQ(drawn(), std::set{text(4)});
+}
+
+TEST_F(SignalArchiveTest, TheOppositeIsAnotherKind) {
+  add(1, behaviour(1.0, 0));
+  Behaviour opposite = behaviour(0.5, 0);
+  opposite.profile = -opposite.profile;
+  add(2, opposite);
+  EXPECT_EQ(archive_.size(), 2U);
+}
+
+TEST_F(SignalArchiveTest, NodesHaveTheirPrice) {
+  archive_.add(graph_of(1), 20.0, behaviour(1.0, 0), CandidateSource::Random);
+  archive_.add(graph_of(2), 3.0, behaviour(0.9, 0), CandidateSource::Random);
+  EXPECT_EQ(drawn(), std::set{text(2)});
+  EXPECT_DOUBLE_EQ(archive_.best_score(), 0.9 - 3.0 * SignalArchive::kPricePerNode);
+}
+
+TEST_F(SignalArchiveTest, AParentIsMostlyOneOfTheBetterAndNotForEver) {
+  for (int i = 0; i < 10; ++i)
+    add(i, behaviour(1.0 + 0.01 * i, i));
+  EXPECT_EQ(drawn().size(), 10U) << "who was chosen often gives way";
+  SignalArchive one_good;
+  for (int i = 0; i < 10; ++i)
+    one_good.add(graph_of(i), 1.0, behaviour(i == 3 ? 100.0 : 0.0, i), CandidateSource::Random);
+  int chosen = 0;
+  for (int i = 0; i < 1000; ++i)
+    chosen += genetic::json_text(one_good.parent(*generator_)) == text(3) ? 1 : 0;
+  // It is among three of ten draws with 1 - 0.9^3.
+  EXPECT_NEAR(chosen, 271, 60);
+}
+
+TEST_F(SignalArchiveTest, WhenItIsFullTheWorstGoes) {
+  // More kinds than directions: pairs of them are unlike, too, below the likeness that counts.
+  int number = 0;
+  for (int left = 0; left < kProfileParts && archive_.size() < SignalArchive::kCapacity; ++left) {
+    for (int right = left + 1; right < left + 4 && right < kProfileParts; ++right) {
+      ++number;
+      add(number, between(1.0 + number, left, right));
+    }
+  }
+  ASSERT_EQ(archive_.size(), SignalArchive::kCapacity);
+  add(9000, between(0.5, 0, 40));
+  EXPECT_EQ(archive_.size(), SignalArchive::kCapacity);
+  EXPECT_FALSE(drawn().contains(text(9000)));
+  add(9001, between(5000.0, 0, 41));
+  EXPECT_EQ(archive_.size(), SignalArchive::kCapacity);
+  EXPECT_TRUE(drawn().contains(text(9001)));
+}
+
+TEST_F(SignalArchiveTest, TheShareFollowsWhatGetsIn) {
+  EXPECT_DOUBLE_EQ(archive_.bred_share(), 0.5);
+  for (int i = 0; i < 60; ++i)
+    add(i, behaviour(1.0, i), CandidateSource::Archive);
+  EXPECT_GT(archive_.bred_share(), 0.6);
+  for (int i = 0; i < 300; ++i)
+    add(100 + i, behaviour(0.5, 0), CandidateSource::Archive);
+  EXPECT_DOUBLE_EQ(archive_.bred_share(), SignalArchive::kLeastShare);
+  for (int i = 0; i < 600; ++i)
+    add(1000 + i, behaviour(0.5, 0), CandidateSource::Random);
+  EXPECT_LE(archive_.bred_share(), SignalArchive::kGreatestShare);
+  EXPECT_GT(archive_.bred_share(), SignalArchive::kLeastShare);
+}
+
+TEST_F(SignalArchiveTest, KnowsWhatItHasMetAlsoIfItDidNotGetIn) {
+  add(1, behaviour(1.0, 0));
+  add(2, behaviour(0.5, 0));
+  EXPECT_TRUE(archive_.has_met(graph_of(1)));
+  EXPECT_TRUE(archive_.has_met(graph_of(2)));
+  EXPECT_FALSE(archive_.has_met(graph_of(3)));
+}
+
+}  // namespace
+}  // namespace varnholt::embedded::test
