@@ -191,7 +191,7 @@ void judge_book(const SearchSummary& summary, RunStore& store, const Judge& judg
   }
   outcome.submitted = signals.size();
   if (signals.empty()) return;
-  const PoolBook book = make_pool_book(signals, judge.data(), book_methods().front().method, [] {});
+  const PoolBook book = make_pool_book(signals, judge.data(), BookMethod::Ridge, [] {});
   outcome.book_holdout_sharpe = sharpe_of(judge.holdout(book.weights));
   outcome.book_fresh_sharpe = sharpe_of(judge.fresh(book.weights));
 }
@@ -284,11 +284,12 @@ void run_one(const std::string& arm, const Effect& effect, std::uint64_t seed,
   const TemporaryFolder folder;
   const UniverseShape shape;
   SearchOptions options = options_of(arm, backtests, seed);
-  options.prices = folder.path() / "prices.csv";
+  const fs::path prices = folder.path() / "prices.csv";
+  options.prices = prices;
   options.database = folder.path() / "runs.db";
   const BookRules rules = rules_of(options);
   const Judge judge(plant(effect, seed, shape, rules), shape, rules);
-  write_prices(options.prices, judge.data(), shape.known_days());
+  write_prices(prices, judge.data(), shape.known_days());
   const std::string line = line_of(key_of(arm, effect.name, seed), outcome_of(options, judge));
   add_line(results, line);
   std::printf("%s\n", line.c_str());

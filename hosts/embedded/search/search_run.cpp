@@ -154,6 +154,7 @@ void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder
   const Eigen::ArrayXd market =
       market_backtest(evaluator.close(), evaluator.options().book).net_returns;
   SignalSubmission submission(
+      store, evaluator, pool, options.config.pool, market,
       [&store_ = store, run = recorder.run(), sides = sides_judged(evaluator)] {
         return sides * store_.trial_count(run);
       });

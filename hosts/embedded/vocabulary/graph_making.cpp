@@ -1,7 +1,6 @@
 #include "hosts/embedded/vocabulary/graph_making.hpp"
 
 #include "hosts/embedded/vocabulary/opposite_graph.hpp"
-
 #include "hosts/embedded/vocabulary/unit_check.hpp"
 
 namespace varnholt::embedded {

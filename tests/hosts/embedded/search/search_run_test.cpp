@@ -137,22 +137,21 @@ TEST_F(SearchRunTest, StoresTheSettingsThatRepeatIt) {
   // What the configuration file says is the matter of its own tests.
   for (const char* table : {"gates", "pool", "eras"})
     EXPECT_TRUE(stored.erase(table)) << table;
-  EXPECT_EQ(
-      genetic::json_text(stored),
-      R"({"batch_size":6,"candidates":null,"cost_basis_points":5.0,"delay_days":1,)"
-      R"("delisting_return":0.0,"diversity_weight":0.125,)"
-      R"("elite_fraction":0.5,"generations":2,"has_archive":true,"initial_candidates":)" +
-          seeds +
-          R"(,"jobs":2,"judges_both_signs":true,"leaf_share":0.3,)"
-          R"("least_known_share":0.8,"max_depth":5,)"
-          R"("max_improvement_candidates":96,)"
-          R"("max_improvement_depth":8,"max_improvement_rounds":10,"max_nodes":25,)"
-          R"("max_window":120,"neutralize":"none",)"
-          R"("operator_rates":{"crossover":0.0,"hoist_mutation":0.1,)"
-          R"("point_mutation":0.3,"subtree_mutation":0.2},"parsimony_weight":0.0,)"
-          R"("periods_per_year":252.0,"price_format":{},"price_paths":[],)"
-          R"("restart_threshold":3,"seconds":null,)"
-          R"("timeout_seconds":60.0,"vocabulary":{},"worker_memory_limit_bytes":null})");
+  EXPECT_EQ(genetic::json_text(stored),
+            R"({"batch_size":6,"candidates":null,"cost_basis_points":5.0,"delay_days":1,)"
+            R"("delisting_return":0.0,"diversity_weight":0.125,)"
+            R"("elite_fraction":0.5,"generations":2,"has_archive":true,"initial_candidates":)" +
+                seeds +
+                R"(,"jobs":2,"judges_both_signs":true,"leaf_share":0.3,)"
+                R"("least_known_share":0.8,"max_depth":5,)"
+                R"("max_improvement_candidates":96,)"
+                R"("max_improvement_depth":8,"max_improvement_rounds":10,"max_nodes":25,)"
+                R"("max_window":120,"neutralize":"none",)"
+                R"("operator_rates":{"crossover":0.0,"hoist_mutation":0.1,)"
+                R"("point_mutation":0.3,"subtree_mutation":0.2},"parsimony_weight":0.0,)"
+                R"("periods_per_year":252.0,"price_format":{},"price_paths":[],)"
+                R"("restart_threshold":3,"seconds":null,)"
+                R"("timeout_seconds":60.0,"vocabulary":{},"worker_memory_limit_bytes":null})");
 }
 
 TEST_F(SearchRunTest, TheTemplateJudgesItsOwnSettings) {

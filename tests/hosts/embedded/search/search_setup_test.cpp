@@ -59,6 +59,7 @@ TEST_F(SearchSetupTest, SeedsAreBroughtToTheirForm) {
   searched.least_known_share = 0.5;
   EXPECT_EQ(seeds(searched), "ts_max(ts_max(close, 3), 2)\nreturns\n");
   searched.config.vocabulary.simplify = false;
+  searched.is_as_written = true;
   EXPECT_EQ(seeds(searched),
             "arith_mul(1, ts_max(ts_max(close, 3), 2))\narith_neg(arith_neg(returns))\n");
 }
