@@ -18,11 +18,13 @@ struct Rate {
   double share;
 };
 // Those of the search's own operators; the last takes what is left.
-constexpr Rate kCrossover{genetic::key<"crossover">(), 0.4};
-constexpr Rate kPointMutation{genetic::key<"point_mutation">(), 0.3};
-constexpr Rate kSubtreeMutation{genetic::key<"subtree_mutation">(), 0.2};
-constexpr Rate kHoistMutation{genetic::key<"hoist_mutation">(), 0.1};
-constexpr std::array kRates = {kCrossover, kPointMutation, kSubtreeMutation, kHoistMutation};
+constexpr Key kCrossover = genetic::key<"crossover">();
+constexpr Key kPointMutation = genetic::key<"point_mutation">();
+constexpr Key kHoistMutation = genetic::key<"hoist_mutation">();
+constexpr auto kRates = std::to_array<Rate>({{kCrossover, 0.4},
+                                             {kPointMutation, 0.3},
+                                             {genetic::key<"subtree_mutation">(), 0.2},
+                                             {kHoistMutation, 0.1}});
 
 Key drawn_operator(RandomGenerator& generator) {
   double left = generator.random();
@@ -54,16 +56,16 @@ Value ArchiveBreeding::replacements(RandomGenerator& generator) const {
 std::optional<Value> ArchiveBreeding::bred(const std::shared_ptr<RandomGenerator>& generator) {
   const Key operation = drawn_operator(*generator);
   const Value elite = archive_.parent(*generator);
-  const bool has_mate = operation.view() == kCrossover.name.view();
+  const bool has_mate = operation.view() == kCrossover.view();
   const Value mate = has_mate ? archive_.parent(*generator) : Value();
   Value graph;
   if (has_mate) {
     graph = operators_.crossover(elite, mate, generator, {});
-  } else if (operation.view() == kHoistMutation.name.view()) {
+  } else if (operation.view() == kHoistMutation.view()) {
     graph = operators_.hoist_mutation(elite, generator, {});
   } else {
     const Value material = replacements(*generator);
-    graph = operation.view() == kPointMutation.name.view()
+    graph = operation.view() == kPointMutation.view()
                 ? operators_.point_mutation(elite, material, generator, {})
                 : operators_.subtree_mutation(elite, material, generator, {});
   }

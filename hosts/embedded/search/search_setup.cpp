@@ -19,7 +19,6 @@
 #include "hosts/embedded/store/store_reader.hpp"
 #include "hosts/embedded/system/machine_limits.hpp"
 #include "hosts/embedded/system/memory_advice.hpp"
-#include "hosts/embedded/vocabulary/opposite_graph.hpp"
 #include "search_templates/genetic/settings/module_constants.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "search_templates/genetic/value/tolerant.hpp"
@@ -96,23 +95,13 @@ bool is_within(const GraphLimits& limits, const Value& graph, const Vocabulary& 
   }
 }
 
-// The graph, or its opposite where only that keeps the limits: the sign that was recorded with a
-// signal may stand one level above them, and it is judged with both signs again.
-std::optional<Value> within(const GraphLimits& limits, const Value& graph,
-                            const Vocabulary& vocabulary) {
-  if (is_within(limits, graph, vocabulary)) return graph;
-  Value opposite = opposite_graph(graph);
-  if (!is_within(limits, opposite, vocabulary)) return std::nullopt;
-  return opposite;
-}
-
 SearchBeginning beginning_of(const SearchOptions& options, const RunData& data,
                              const Vocabulary& vocabulary, const InterruptCheck& check) {
   const GraphLimits limits{options.graphs.max_depth, options.graphs.max_nodes,
                            options.graphs.max_window};
+  const GraphMaking making(vocabulary, making_options(options, data.book));
   SearchBeginning beginning;
   if (options.seeds) {
-    const GraphMaking making(vocabulary, making_options(options, data.book));
     beginning.seeds =
         finished_graphs(read_seed_graphs(*options.seeds, vocabulary, limits, check), making);
   }
@@ -126,10 +115,11 @@ SearchBeginning beginning_of(const SearchOptions& options, const RunData& data,
     const std::int64_t taken =
         beginning.seeds ? static_cast<std::int64_t>(beginning.seeds->size()) : 0;
     if (taken >= room) break;
-    const std::optional<Value> graph = within(limits, read_json(text), vocabulary);
-    if (!graph) continue;  // It was found within other limits.
+    // What was recorded may have the sign of the opposite; what was tried has none.
+    const Value graph = making.finished(read_json(text));
+    if (!is_within(limits, graph, vocabulary)) continue;  // It was found within other limits.
     if (!beginning.seeds) beginning.seeds.emplace();
-    beginning.seeds->append(*graph);
+    beginning.seeds->append(graph);
     ++beginning.earlier_signals;
   }
   return beginning;

@@ -1,7 +1,7 @@
-// A long search keeps what it has to, and no more: the keys of the structures that it met. Method:
-// one whole search over many candidates of a tiny universe, none of which passes, so that no pool
-// grows; the process's memory and descriptors after each generation, and the keys of all candidates
-// from the store at the end.
+// A long search keeps what it has to, and no more: the keys of the structures that it met, and an
+// archive that is full soon. Method: one whole search over many candidates of a tiny universe, none
+// of which passes, so that no pool grows; the process's memory and descriptors after each
+// generation, and the keys of all candidates from the store at the end.
 //
 //   VARNHOLT_SOAK_CANDIDATES=1000000 build/release/bin/test_embedded_soak    the long one
 //
@@ -36,6 +36,8 @@ constexpr bool kIsMeasured = true;
 
 constexpr std::int64_t kCandidates = kIsMeasured ? 10'000 : 1'000;
 constexpr double kMostBesidesTheKey = 200.0;
+// However long the search: its members, which lie scattered among what was freed since.
+constexpr double kMostOfTheArchive = 2.5e6;
 
 std::int64_t wanted_candidates() {
   const char* const wanted = std::getenv("VARNHOLT_SOAK_CANDIDATES");
@@ -119,7 +121,7 @@ TEST_F(SearchSoakTest, ALongSearchKeepsItsKeysAndLittleElse) {
             << " are the key; " << late.bytes / 1e6 << " MB at the end, " << late.descriptors
             << " descriptors\n";
   if (kIsMeasured) {
-    EXPECT_LE(growth, key + kMostBesidesTheKey);
+    EXPECT_LE(growth, key + kMostBesidesTheKey + kMostOfTheArchive / candidates);
   }
 }
 
