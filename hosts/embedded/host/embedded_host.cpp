@@ -49,8 +49,9 @@ class RandomGraphs : public genetic::ValueIterator {
     RandomGraphOptions options = options_;
     constexpr int kLeast = EmbeddedRandomGraphs::kLeastDepth;
     if (options_.max_depth > kLeast) {
-      const auto depths = static_cast<std::uint64_t>(options_.max_depth - kLeast + 1);
-      options.max_depth = kLeast + static_cast<int>(genetic::random_below(*rng_, depths));
+      const int depths = options_.max_depth - kLeast + 1;
+      const auto levels = genetic::random_below(*rng_, static_cast<std::uint64_t>(depths));
+      options.max_depth = kLeast + static_cast<int>(levels);
     }
     return making_.finished(random_graph(*rng_, vocabulary_, options));
   }
