@@ -3,8 +3,9 @@
 //   bench_search_quality run ARM RESULTS [SEEDS] [BACKTESTS] [EFFECT]
 //   bench_search_quality export EFFECT SEED FOLDER
 //
-// The arms are "ours", the search as it is by default, and "fresh", which draws and never breeds or
-// repairs. Each run gets equal numbers of backtests on the same prices. RESULTS is a CSV file to
+// The arms are "ours", the search as it is by default; "fresh", which draws and never breeds or
+// repairs; and ours without the archive, with expressions as they are written, and with units
+// mixed. Each run gets equal numbers of backtests on the same prices. RESULTS is a CSV file to
 // which a line is added as each run ends; runs that stand there already are passed over, so that
 // the same command goes on where it was stopped. `summary.py` makes the tables of
 // docs/search-quality.md of it, and `peers.py` adds the lines of other libraries, for which
@@ -14,6 +15,7 @@
 // sample, and a daily PnL that correlates at least 0.6 with the oracle's, in sample. How a signal
 // or the pool's book does later is told by fresh days of the same market, which no run gets to see.
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -153,20 +155,43 @@ void write_prices(const fs::path& path, const MarketData& data, Index days) {
   if (!file) throw std::runtime_error("cannot write " + path.string());
 }
 
+// A search that differs from the default one in what is looked at.
+struct Arm {
+  std::string_view name;
+  void (*change)(SearchOptions& options);
+};
+constexpr auto kArms = std::to_array<Arm>({
+    {"ours", [](SearchOptions& /*options*/) {}},
+    // The first batch is drawn and never bred.
+    {"fresh",
+     [](SearchOptions& options) {
+       options.batch_size = *options.candidates;
+       options.max_improvement_candidates = 0;
+     }},
+    {"no-archive", [](SearchOptions& options) { options.has_no_archive = true; }},
+    {"as-written", [](SearchOptions& options) { options.is_as_written = true; }},
+    {"mixed-units", [](SearchOptions& options) { options.config.vocabulary.units = false; }},
+});
+
+std::string arm_names() {
+  std::string names;
+  for (const Arm& arm : kArms)
+    names += (names.empty() ? "" : "|") + std::string(arm.name);
+  return names;
+}
+
 SearchOptions options_of(const std::string& arm, std::int64_t backtests, std::uint64_t seed) {
   SearchOptions options;
   options.jobs = 1;
   options.seed = seed;
   options.candidates = backtests;
   options.periods_per_year = BookRules().periods_per_year;
-  if (arm == "fresh") {
-    // The first batch is drawn and never bred.
-    options.batch_size = backtests;
-    options.max_improvement_candidates = 0;
-  } else if (arm != "ours") {
-    throw std::invalid_argument("the arms are ours and fresh, not " + arm);
+  for (const Arm& known : kArms) {
+    if (known.name != arm) continue;
+    known.change(options);
+    return options;
   }
-  return options;
+  throw std::invalid_argument("there is no arm " + arm + ", only " + arm_names());
 }
 
 // The rules by which a signal is judged: those of a run.
@@ -341,10 +366,10 @@ int main_of(const std::vector<std::string>& arguments) {
   if (arguments.size() == 4 && arguments[0] == "export") {
     return export_universe(arguments[1], std::stoull(arguments[2]), arguments[3]);
   }
-  std::fputs(
-      "usage: bench_search_quality run ours|fresh RESULTS.csv [SEEDS] [BACKTESTS] [EFFECT]\n"
-      "       bench_search_quality export EFFECT SEED FOLDER\n",
-      stderr);
+  std::fprintf(stderr,
+               "usage: bench_search_quality run %s RESULTS.csv [SEEDS] [BACKTESTS] [EFFECT]\n"
+               "       bench_search_quality export EFFECT SEED FOLDER\n",
+               arm_names().c_str());
   return 2;
 }
 
