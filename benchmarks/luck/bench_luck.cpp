@@ -28,11 +28,12 @@
 
 #include <unistd.h>
 
+#include "benchmarks/silent_observer.hpp"
 #include "hosts/embedded/backtest/evaluator.hpp"
-#include "hosts/embedded/backtest/return_series.hpp"
 #include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/market/price_file.hpp"
 #include "hosts/embedded/search/search_run.hpp"
+#include "hosts/embedded/signal_pool/pnl_measures.hpp"
 #include "hosts/embedded/store/run_store.hpp"
 
 namespace varnholt::embedded {
@@ -94,33 +95,13 @@ void write_prices(const fs::path& path, const Panel& close) {
   file << '\n';
 }
 
-class Silent : public SearchObserver {
- public:
-  void on_started(const SearchStarted& /*started*/) override {}
-  void on_tick(const SearchProgress& /*progress*/, std::int64_t /*evaluated*/) override {}
-  void on_recorded(const CandidateRecorded& /*candidate*/) override {}
-  void on_settled(const SettledSignal& /*signal*/) override {}
-  void on_generation(const SearchProgress& /*progress*/) override {}
-  void on_log(LogLevel /*level*/, std::string_view text) override {
-    std::fprintf(stderr, "%.*s\n", static_cast<int>(text.size()), text.data());
-  }
-  void on_metrics(const genetic::Mapping& /*metrics*/) override {}
-};
-
-double correlation(const ArrayXd& left, const ArrayXd& right) {
-  const double spreads = sample_deviation(left) * sample_deviation(right);
-  if (spreads == 0.0) return 0.0;
-  return ((left - left.mean()) * (right - right.mean())).sum() /
-         static_cast<double>(left.size() - 1) / spreads;
-}
-
 // The correlation of the daily PnL of an evaluation with that of the oracle.
 double likeness(const SearchOptions& options, const std::string& eval_id,
                 const BacktestResult& oracle, const BookRules& book) {
   const auto found = open_run_store(options.database.string())->find_evaluation(eval_id);
   const Evaluator evaluator(read_price_file(options.prices), {.book = book});
   const Evaluation evaluation = evaluator.evaluate(read_json(found->evaluation.graph_json));
-  return correlation(evaluation.backtest.net_returns, oracle.net_returns);
+  return pearson_correlation(evaluation.backtest.net_returns, oracle.net_returns);
 }
 
 // With the spread of the trials in place of that of chance.
@@ -160,7 +141,7 @@ void search(const fs::path& folder, const Universe& universe, std::uint64_t seed
   options.config.vocabulary.simplify = false;
   options.config.vocabulary.units = false;
   write_prices(options.prices.named().front(), universe.close);
-  Silent observer;
+  SilentObserver observer;
   const InterruptFlag interrupt;
   const RunLuck luck = run_search(options, observer, interrupt).luck;
   const bool has_best = luck.best.has_value();

@@ -35,11 +35,12 @@
 #include <unistd.h>
 
 #include "benchmarks/search_quality/planted_universe.hpp"
+#include "benchmarks/silent_observer.hpp"
 #include "hosts/embedded/backtest/evaluator.hpp"
-#include "hosts/embedded/backtest/return_series.hpp"
 #include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/search/pool_book.hpp"
 #include "hosts/embedded/search/search_run.hpp"
+#include "hosts/embedded/signal_pool/pnl_measures.hpp"
 #include "hosts/embedded/store/run_store.hpp"
 
 namespace varnholt::embedded::search_quality {
@@ -70,10 +71,8 @@ struct Outcome {
   std::size_t behaviours = 0;
 };
 
-class Silent : public SearchObserver {
+class Found : public SilentObserver {
  public:
-  void on_started(const SearchStarted& /*started*/) override {}
-  void on_tick(const SearchProgress& /*progress*/, std::int64_t /*evaluated*/) override {}
   void on_recorded(const CandidateRecorded& candidate) override {
     if (!candidate.statistics) return;
     const BacktestStatistics& figures = *candidate.statistics;
@@ -83,25 +82,12 @@ class Silent : public SearchObserver {
     if (!best || figures.sharpe > best->second) best.emplace(candidate.eval_id, figures.sharpe);
     if (figures.sharpe >= kLeastSharpe) strong.push_back(candidate);
   }
-  void on_settled(const SettledSignal& /*signal*/) override {}
-  void on_generation(const SearchProgress& /*progress*/) override {}
-  void on_log(LogLevel /*level*/, std::string_view text) override {
-    std::fprintf(stderr, "%.*s\n", static_cast<int>(text.size()), text.data());
-  }
-  void on_metrics(const genetic::Mapping& /*metrics*/) override {}
 
   std::set<std::string> structures;
   std::set<std::pair<double, double>> behaviours;
   std::vector<CandidateRecorded> strong;  // In the order of their evaluation.
   std::optional<std::pair<std::string, double>> best;
 };
-
-double correlation(const ArrayXd& left, const ArrayXd& right) {
-  const double spreads = sample_deviation(left) * sample_deviation(right);
-  if (spreads == 0.0) return 0.0;
-  return ((left - left.mean()) * (right - right.mean())).sum() /
-         static_cast<double>(left.size() - 1) / spreads;
-}
 
 // What the run is held to, beside its own options.
 class Judge {
@@ -222,7 +208,7 @@ void judge_book(const SearchSummary& summary, RunStore& store, const Judge& judg
 }
 
 Outcome outcome_of(const SearchOptions& options, const Judge& judge) {
-  Silent observer;
+  Found observer;
   const InterruptFlag interrupt;
   const SearchSummary summary = run_search(options, observer, interrupt);
   const auto store = open_run_store(options.database.string());
@@ -238,7 +224,7 @@ Outcome outcome_of(const SearchOptions& options, const Judge& judge) {
   };
   for (const CandidateRecorded& candidate : observer.strong) {
     const ArrayXd pnl = judge.searched(weights_of(candidate.eval_id)).net_returns;
-    if (correlation(pnl, oracle.net_returns) < kLeastLikeness) continue;
+    if (pearson_correlation(pnl, oracle.net_returns) < kLeastLikeness) continue;
     outcome.found_after = candidate.candidate_number;
     break;
   }

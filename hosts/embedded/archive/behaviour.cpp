@@ -1,6 +1,5 @@
 #include "hosts/embedded/archive/behaviour.hpp"
 
-#include <algorithm>
 #include <cmath>
 
 #include "hosts/embedded/backtest/return_series.hpp"

@@ -73,11 +73,4 @@ Value SignalArchive::parent(genetic::RandomGenerator& generator) {
   return chosen->graph;
 }
 
-double SignalArchive::best_score() const {
-  double best = 0.0;
-  for (const Member& member : members_)
-    best = std::max(best, member.score);
-  return best;
-}
-
 }  // namespace varnholt::embedded

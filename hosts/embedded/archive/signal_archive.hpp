@@ -18,7 +18,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <unordered_set>
 #include <vector>
 
@@ -61,7 +60,6 @@ class SignalArchive {
   [[nodiscard]] genetic::Value parent(genetic::RandomGenerator& generator);
 
   [[nodiscard]] std::size_t size() const { return members_.size(); }
-  [[nodiscard]] double best_score() const;
 
  private:
   struct Member {

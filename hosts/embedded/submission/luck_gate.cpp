@@ -19,7 +19,7 @@ std::optional<PoolRefusal> luck_refusal(const Eigen::ArrayXd& pnl, std::int64_t 
   if (deflated >= least) return std::nullopt;
   return PoolRefusal{
       kDeflatedSharpeBelowMin,
-      fmt::format("deflated Sharpe ratio {:.6g} is below {:.6g}, with {} expressions tried",
+      fmt::format("deflated Sharpe ratio {:.6g} is below {:.6g}, beside the best of {} trials",
                   deflated, least, trials)};
 }
 

@@ -65,7 +65,8 @@ class SubmissionQueue {
  public:
   // The seconds of wall time since 1970-01-01 UTC.
   using WallClock = std::function<double()>;
-  // How many different expressions were backtested until now (RunStore::trial_count).
+  // How many trials there were until now: RunStore::trial_count, twice where the better one of an
+  // expression and its opposite is kept.
   using TrialCount = std::function<std::int64_t()>;
 
   // Store and pool must outlive the queue, and the pool be of this store. The trials are asked for

@@ -84,10 +84,12 @@ TEST_F(SignalArchiveTest, TheOppositeIsAnotherKind) {
 }
 
 TEST_F(SignalArchiveTest, NodesHaveTheirPrice) {
+  // 17 nodes less are worth 0.17.
   archive_.add(graph_of(1), 20.0, behaviour(1.0, 0), CandidateSource::Random);
-  archive_.add(graph_of(2), 3.0, behaviour(0.9, 0), CandidateSource::Random);
-  EXPECT_EQ(drawn(), std::set{text(2)});
-  EXPECT_DOUBLE_EQ(archive_.best_score(), 0.9 - 3.0 * SignalArchive::kPricePerNode);
+  archive_.add(graph_of(2), 3.0, behaviour(0.82, 0), CandidateSource::Random);
+  EXPECT_EQ(drawn(), std::set{text(1)});
+  archive_.add(graph_of(3), 3.0, behaviour(0.84, 0), CandidateSource::Random);
+  EXPECT_EQ(drawn(), std::set{text(3)});
 }
 
 TEST_F(SignalArchiveTest, AParentIsMostlyOneOfTheBetterAndNotForEver) {

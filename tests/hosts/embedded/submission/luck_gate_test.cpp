@@ -48,7 +48,7 @@ TEST(LuckGate, RefusesWhatIsBelowAndSaysOfHowMany) {
   const auto refused = luck_refusal(returns, 100, deflated + 0.01);
   ASSERT_TRUE(refused.has_value());
   EXPECT_EQ(refused->reason, "deflated_sharpe_below_min");
-  EXPECT_THAT(refused->detail, ::testing::HasSubstr("with 100 expressions tried"));
+  EXPECT_THAT(refused->detail, ::testing::HasSubstr("beside the best of 100 trials"));
 }
 
 class LuckGateInTheQueue : public QueueTest {
