@@ -5,14 +5,10 @@
 // Numbers of our own kinds are calculated with directly.
 #pragma once
 
-#include <cstdint>
-
+#include "search_templates/genetic/value/number_operators.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::genetic {
-
-enum class Arithmetic : std::uint8_t { kAdd, kSubtract, kMultiply };
-enum class Comparison : std::uint8_t { kLess, kAtMost, kGreater, kAtLeast };
 
 // left + right, left - right, left * right. Integers are calculated with exactly; a product beyond
 // 64 bits becomes a real. TypeError "unsupported operand type(s) for +: 'int' and 'str'".

@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include "search_templates/genetic/value/arithmetic.hpp"
+#include "search_templates/genetic/value/number_operators.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::genetic {
