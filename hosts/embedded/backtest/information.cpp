@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "hosts/embedded/backtest/return_series.hpp"
+#include "hosts/embedded/vocabulary/alike.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -43,7 +44,7 @@ double correlation(const std::vector<double>& left, const std::vector<double>& r
   return covariance / spreads;
 }
 
-// From 1; equal values share the mean of their ranks.
+// From 1; values that are alike, each to the next in order, share the mean of their ranks.
 std::vector<double> ranks(const std::vector<double>& values) {
   std::vector<std::size_t> order(values.size());
   std::iota(order.begin(), order.end(), std::size_t{0});
@@ -52,7 +53,7 @@ std::vector<double> ranks(const std::vector<double>& values) {
   std::vector<double> found(values.size());
   for (std::size_t first = 0; first < order.size();) {
     std::size_t end = first + 1;
-    while (end < order.size() && values[order[end]] == values[order[first]])
+    while (end < order.size() && are_alike(values[order[end]], values[order[end - 1]]))
       ++end;
     const double shared = static_cast<double>(first + 1 + end) / 2.0;
     for (std::size_t i = first; i < end; ++i)

@@ -33,8 +33,8 @@ struct InformationCoefficient {
 };
 
 struct InformationFigures {
-  // With Pearson's correlation, and with that of the ranks (C. Spearman, 1904; equal values share
-  // the mean of their ranks), at lag 1.
+  // With Pearson's correlation, and with that of the ranks (C. Spearman, 1904; values that are
+  // alike share the mean of their ranks), at lag 1.
   InformationCoefficient pearson;
   InformationCoefficient rank;
   // The means with Pearson's correlation at lags 1 to 20.

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "hosts/embedded/vocabulary/alike.hpp"
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
 
@@ -104,27 +105,27 @@ Panel arith_tanh(const Panel& x) {
 }
 
 Panel comparison_gt(const Panel& x, const Panel& y) {
-  return map_known(x, y, [](double a, double b) { return a > b ? 1.0 : 0.0; });
+  return map_known(x, y, [](double a, double b) { return is_clearly_greater(a, b) ? 1.0 : 0.0; });
 }
 
 Panel comparison_lt(const Panel& x, const Panel& y) {
-  return map_known(x, y, [](double a, double b) { return a < b ? 1.0 : 0.0; });
+  return map_known(x, y, [](double a, double b) { return is_clearly_greater(b, a) ? 1.0 : 0.0; });
 }
 
 Panel comparison_ge(const Panel& x, const Panel& y) {
-  return map_known(x, y, [](double a, double b) { return a >= b ? 1.0 : 0.0; });
+  return map_known(x, y, [](double a, double b) { return is_clearly_greater(b, a) ? 0.0 : 1.0; });
 }
 
 Panel comparison_le(const Panel& x, const Panel& y) {
-  return map_known(x, y, [](double a, double b) { return a <= b ? 1.0 : 0.0; });
+  return map_known(x, y, [](double a, double b) { return is_clearly_greater(a, b) ? 0.0 : 1.0; });
 }
 
 Panel comparison_eq(const Panel& x, const Panel& y) {
-  return map_known(x, y, [](double a, double b) { return a == b ? 1.0 : 0.0; });
+  return map_known(x, y, [](double a, double b) { return are_alike(a, b) ? 1.0 : 0.0; });
 }
 
 Panel comparison_ne(const Panel& x, const Panel& y) {
-  return map_known(x, y, [](double a, double b) { return a == b ? 0.0 : 1.0; });
+  return map_known(x, y, [](double a, double b) { return are_alike(a, b) ? 0.0 : 1.0; });
 }
 
 Panel logic_and(const Panel& x, const Panel& y) {

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <numeric>
 
+#include "hosts/embedded/vocabulary/alike.hpp"
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
 
@@ -57,7 +58,7 @@ void Ranking::operator()(DayValues& values) {
             [&values](std::size_t a, std::size_t b) { return values[a] < values[b]; });
   for (std::size_t first = 0; count > 1 && first < count;) {
     std::size_t last = first;
-    while (last + 1 < count && values[order_[last + 1]] == values[order_[first]])
+    while (last + 1 < count && are_alike(values[order_[last + 1]], values[order_[last]]))
       ++last;
     const double place = static_cast<double>(first + last) / 2.0;
     for (std::size_t i = first; i <= last; ++i) {

@@ -21,8 +21,9 @@ constexpr std::string_view kGroup = "group";
 constexpr std::string_view kConstantDay = "the whole day, where n < 2 or the values are constant";
 constexpr std::string_view kConstantWindow = "the window is constant";
 constexpr std::string_view kOneDayWindow = "the window is one day";
-constexpr std::string_view kSharedPlaces = "equal values share the mean of their places";
-constexpr std::string_view kOldestCounts = "of equal values the oldest counts";
+constexpr std::string_view kSharedPlaces = "alike values share the mean of their places";
+constexpr std::string_view kOldestCounts = "of alike values the oldest counts";
+constexpr std::string_view kAlikeIsEqual = "alike values are equal";
 
 // What fresh graphs draw numbers from: spreads are counted in standard deviations.
 constexpr std::array<double, 4> kSpreads = {1.0, 2.0, 3.0, 4.0};
@@ -214,13 +215,13 @@ std::vector<FunctionEntry> all_functions() {
        0.5,
        comparison_gt,
        UnitRule::AlikeNumber,
-       {"1 where x > y, else 0", "", ""}},
+       {"1 where x > y, else 0", "", kAlikeIsEqual}},
       {"comparison_lt",
        kComparison,
        0.5,
        comparison_lt,
        UnitRule::AlikeNumber,
-       {"1 where x < y, else 0", "", ""}},
+       {"1 where x < y, else 0", "", kAlikeIsEqual}},
       when_switched_on(
           {"cross_winsorize",
            kCross,
@@ -337,25 +338,25 @@ std::vector<FunctionEntry> all_functions() {
                         0.5,
                         comparison_ge,
                         UnitRule::AlikeNumber,
-                        {"1 where x >= y, else 0", "", ""}}),
+                        {"1 where x >= y, else 0", "", kAlikeIsEqual}}),
       when_switched_on({"comparison_le",
                         kComparison,
                         0.5,
                         comparison_le,
                         UnitRule::AlikeNumber,
-                        {"1 where x <= y, else 0", "", ""}}),
+                        {"1 where x <= y, else 0", "", kAlikeIsEqual}}),
       when_switched_on({"comparison_eq",
                         kComparison,
                         0.5,
                         comparison_eq,
                         UnitRule::AlikeNumber,
-                        {"1 where x and y are the same number, else 0", "", ""}}),
+                        {"1 where x = y, else 0", "", kAlikeIsEqual}}),
       when_switched_on({"comparison_ne",
                         kComparison,
                         0.5,
                         comparison_ne,
                         UnitRule::AlikeNumber,
-                        {"0 where x and y are the same number, else 1", "", ""}}),
+                        {"0 where x = y, else 1", "", kAlikeIsEqual}}),
       when_switched_on({"logic_and",
                         kLogic,
                         0.5,

@@ -32,8 +32,9 @@ struct Window {
 // --- Across the instruments, day by day. -------------------------------------------------------
 // n is the number of instruments whose value is known that day; the others stay NaN.
 
-// The place among the known values, 0.0 for the least and 1.0 for the greatest; equal values share
-// the mean of their places. One known value has the rank 0.5.
+// The place among the known values, 0.0 for the least and 1.0 for the greatest. Values that are
+// alike (alike.hpp), each to the next in order, share the mean of their places. One known value has
+// the rank 0.5.
 [[nodiscard]] Panel cross_rank(const Panel& x);
 
 // (x - mean) / s with the sample standard deviation s (divisor n - 1). NaN for the whole day where
@@ -71,8 +72,8 @@ struct Window {
 // (today - mean) / s with the sample standard deviation s; NaN where s is 0.
 [[nodiscard]] Panel ts_zscore(const Panel& x, const Window& window);
 
-// The place of today's value in the window, 0.0 for the least and 1.0 for the greatest; equal
-// values share the mean of their places. 0.5 where n is 1.
+// The place of today's value in the window, 0.0 for the least and 1.0 for the greatest: each value
+// that is less counts 1, each that is alike (alike.hpp) counts 1/2. 0.5 where n is 1.
 [[nodiscard]] Panel ts_rank(const Panel& x, const Window& window);
 
 // Today less the value `window` days ago. Only these two need to be known.
@@ -126,7 +127,8 @@ struct Window {
 // The nearest to x from y to z; NaN where y > z.
 [[nodiscard]] Panel arith_clip(const Panel& x, const Panel& y, const Panel& z);
 
-// 1.0 where the comparison holds and 0.0 where it does not.
+// 1.0 where the comparison holds and 0.0 where it does not. Values that are alike (alike.hpp) are
+// equal.
 [[nodiscard]] Panel comparison_gt(const Panel& x, const Panel& y);
 [[nodiscard]] Panel comparison_lt(const Panel& x, const Panel& y);
 [[nodiscard]] Panel comparison_ge(const Panel& x, const Panel& y);

@@ -4,6 +4,7 @@
 #include <limits>
 #include <vector>
 
+#include "hosts/embedded/vocabulary/alike.hpp"
 #include "hosts/embedded/vocabulary/known_days.hpp"
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
@@ -207,7 +208,7 @@ Panel ts_rank(const Panel& x, const Window& window) {
   Panel result = Panel::Constant(x.rows(), x.cols(), kUnknown);
   // Today is compared with every day of its window, one distance after the other: that is window
   // comparisons a day, but in loops without branches, which is faster than keeping the window
-  // sorted for any window in use. What is not known is neither less nor equal.
+  // sorted for any window in use. What is not known is neither less nor alike.
   std::vector<double> place(static_cast<std::size_t>(x.rows()));
   std::vector<std::int32_t> known(static_cast<std::size_t>(x.rows()));
   for (Eigen::Index column = 0; column < x.cols(); ++column) {
@@ -219,8 +220,8 @@ Panel ts_rank(const Panel& x, const Window& window) {
       for (Eigen::Index day = distance; day < x.rows(); ++day) {
         const double today = from[day];
         const double other = from[day - distance];
-        place[static_cast<std::size_t>(day)] +=
-            (other < today ? 1.0 : 0.0) + (other == today ? 0.5 : 0.0);
+        const double if_apart = other < today ? 1.0 : 0.0;
+        place[static_cast<std::size_t>(day)] += are_alike(other, today) ? 0.5 : if_apart;
       }
     }
     for (std::size_t day = 0; day < known.size(); ++day) {

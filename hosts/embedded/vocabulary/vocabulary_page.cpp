@@ -85,6 +85,12 @@ constexpr std::string_view kFunctionsHeading = R"(
 Fresh graphs draw from the functions without a star. Those with one are there for formulas; the
 `[vocabulary]` of a configuration lets fresh graphs draw them too.
 
+Two values are alike where they differ by at most a billionth (1e-9) of the greater of their sizes:
+beside what they are made of, such a difference is rounding. A two-day z-score, for instance, is
+0.7071 or -0.7071 and nothing else, whatever its last digits say, and ranks of it tell just these
+two apart. On a day values are alike also by way of others, each alike to the next; in a window each
+is compared with today's, or with the greatest or least. 0 is alike only to itself.
+
 )";
 
 constexpr std::string_view kWordsHeading = R"(

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "hosts/embedded/vocabulary/alike.hpp"
 #include "hosts/embedded/vocabulary/known_days.hpp"
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
 #include "hosts/embedded/vocabulary/rolling_fold.hpp"
@@ -17,7 +18,7 @@ namespace varnholt::embedded {
 namespace {
 
 // Applies a rolling fold to each column: lift(value, day) and combine(a, b) as rolling_fold says,
-// and result(aggregate, day) for the entry. What is lifted from a NaN must leave what it is
+// and result(aggregate, day, history up to that day) for the entry. What is lifted from a NaN must leave what it is
 // combined with as it is.
 template <typename Lift, typename Combine, typename Result>
 Panel roll_days(const Panel& x, const Window& window, Lift lift, Combine combine, Result result) {
@@ -33,7 +34,7 @@ Panel roll_days(const Panel& x, const Window& window, Lift lift, Combine combine
         x.rows(), window.days, [&](Eigen::Index day) { return lift(from[day], day); }, combine,
         [&](Eigen::Index day) { return known[static_cast<std::size_t>(day)] > 0; },
         [&](Eigen::Index day, const auto& aggregate) {
-          to[day] = finite_or_nan(result(aggregate, day));
+          to[day] = finite_or_nan(result(aggregate, day, from + day));
         });
   }
   return panel;
@@ -44,7 +45,17 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 struct Place {
   double value = 0.0;
   Eigen::Index day = 0;
+  // Whether the days before the one that has the value must be looked at for what is alike to it.
+  bool is_unsure = false;
 };
+
+// The place, from 1 on, of the oldest day of a window that is alike to `value`, which is in it.
+double oldest_alike(const double* last, Eigen::Index days, double value) {
+  const double* const first = last - days + 1;
+  const double* const found =
+      std::find_if(first, last, [value](double other) { return are_alike(other, value); });
+  return static_cast<double>(found - first + 1);
+}
 
 // `none` is before no value.
 template <typename IsBefore>
@@ -54,10 +65,16 @@ Panel place_of_first(const Panel& x, const Window& window, double none, IsBefore
       [none](double value, Eigen::Index day) {
         return Place{std::isnan(value) ? none : value, day};
       },
-      // The days of a are older, and stay where the two are equal.
-      [is_before](const Place& a, const Place& b) { return is_before(b.value, a.value) ? b : a; },
-      [days = window.days](const Place& first, Eigen::Index day) {
-        return static_cast<double>(first.day - (day - days));
+      // The days of a are older, and stay where the two are equal. Where they are only alike, a day
+      // of a that is alike to its first need not be alike to that of b: the window is looked at.
+      [is_before, none](const Place& a, const Place& b) {
+        if (!is_before(b.value, a.value)) return a;
+        const bool is_alike = a.value != none && are_alike(a.value, b.value);
+        return is_alike ? Place{b.value, a.day, true} : b;
+      },
+      [days = window.days](const Place& first, Eigen::Index day, const double* last) {
+        return first.is_unsure ? oldest_alike(last, days, first.value)
+                               : static_cast<double>(first.day - (day - days));
       });
 }
 
@@ -94,7 +111,7 @@ Panel ts_product(const Panel& x, const Window& window) {
   return roll_days(
       x, window, [](double value, Eigen::Index /*day*/) { return std::isnan(value) ? 1.0 : value; },
       [](double a, double b) { return a * b; },
-      [](double product, Eigen::Index /*day*/) { return product; });
+      [](double product, Eigen::Index /*day*/, const double* /*last*/) { return product; });
 }
 
 Panel ts_argmax(const Panel& x, const Window& window) {
@@ -114,7 +131,9 @@ Panel ts_ema(const Panel& x, const Window& window) {
         return std::isnan(value) ? FadingSum{fade, 0.0, 0.0} : FadingSum{fade, value, 1.0};
       },
       [](const FadingSum& a, const FadingSum& b) { return merge(a, b); },
-      [](const FadingSum& sums, Eigen::Index /*day*/) { return sums.sum / sums.weights; });
+      [](const FadingSum& sums, Eigen::Index /*day*/, const double* /*last*/) {
+        return sums.sum / sums.weights;
+      });
 }
 
 Panel ts_quantile(const Panel& x, double share, const Window& window) {

@@ -13,7 +13,7 @@ namespace varnholt::embedded {
 [[nodiscard]] Panel ts_product(const Panel& x, const Window& window);
 
 // The place of the greatest (least) value in the window, 1 for the oldest day and the days of the
-// window for today; of equal values that of the oldest.
+// window for today; of the values that are alike (alike.hpp) to the greatest that of the oldest.
 [[nodiscard]] Panel ts_argmax(const Panel& x, const Window& window);
 [[nodiscard]] Panel ts_argmin(const Panel& x, const Window& window);
 

@@ -65,11 +65,29 @@ double naive_zscore(const Values& v, double x) {
   return naive_is_constant(v) ? kNan : (x - naive_mean(v)) / naive_std(v);
 }
 
-double naive_rank(const Values& v, double x) {
+bool naive_is_alike(double a, double b) {
+  return std::max(a, b) - std::min(a, b) <= 1e-9 * std::max(std::abs(a), std::abs(b));
+}
+
+// In a window: today's value with each of the others.
+double naive_window_rank(const Values& v, double x) {
   double place = -0.5;  // x itself is among the equal ones.
   for (const double other : v)
-    place += other < x ? 1.0 : (other == x ? 0.5 : 0.0);
+    place += naive_is_alike(other, x) ? 0.5 : (other < x ? 1.0 : 0.0);
   return v.size() == 1 ? 0.5 : place / static_cast<double>(v.size() - 1);
+}
+
+// On a day: what is alike to a value that shares the place of x shares it too.
+double naive_day_rank(Values v, double x) {
+  if (v.size() == 1) return 0.5;
+  std::sort(v.begin(), v.end());
+  auto first = static_cast<std::size_t>(std::find(v.begin(), v.end(), x) - v.begin());
+  std::size_t last = first;
+  while (first > 0 && naive_is_alike(v[first - 1], v[first]))
+    --first;
+  while (last + 1 < v.size() && naive_is_alike(v[last], v[last + 1]))
+    ++last;
+  return static_cast<double>(first + last) / 2.0 / static_cast<double>(v.size() - 1);
 }
 
 // Of a whole window, unknown days included.
@@ -146,7 +164,7 @@ void add_naive_days(std::map<std::string_view, Naive>& all) {
   const auto add = [&all](std::string_view name, std::function<double(const Values&, double)> f) {
     all[name] = [f](const Panel& x, const Panel&, const Window&) { return naive_days(x, f); };
   };
-  add("cross_rank", naive_rank);
+  add("cross_rank", naive_day_rank);
   add("cross_zscore",
       [](const Values& v, double x) { return v.size() < 2 ? kNan : naive_zscore(v, x); });
   add("cross_demean", [](const Values& v, double x) { return x - naive_mean(v); });
@@ -167,7 +185,7 @@ void add_naive_windows(std::map<std::string_view, Naive>& all) {
   add("ts_mean", naive_mean);
   add("ts_std", naive_std);
   add("ts_zscore", [](const Values& v) { return naive_zscore(v, v.back()); });
-  add("ts_rank", [](const Values& v) { return naive_rank(v, v.back()); });
+  add("ts_rank", [](const Values& v) { return naive_window_rank(v, v.back()); });
   add("ts_min", [](const Values& v) { return *std::min_element(v.begin(), v.end()); });
   add("ts_max", [](const Values& v) { return *std::max_element(v.begin(), v.end()); });
   add("ts_sum", [](const Values& v) { return std::accumulate(v.begin(), v.end(), 0.0); });
@@ -210,8 +228,10 @@ void add_naive_entries(std::map<std::string_view, Naive>& all) {
   add("arith_div", [](double a, double b) { return std::abs(b) < 1e-12 ? kNan : a / b; });
   add("arith_min", [](double a, double b) { return std::min(a, b); });
   add("arith_max", [](double a, double b) { return std::max(a, b); });
-  add("comparison_gt", [](double a, double b) { return a > b ? 1.0 : 0.0; });
-  add("comparison_lt", [](double a, double b) { return a < b ? 1.0 : 0.0; });
+  add("comparison_gt",
+      [](double a, double b) { return a > b && !naive_is_alike(a, b) ? 1.0 : 0.0; });
+  add("comparison_lt",
+      [](double a, double b) { return a < b && !naive_is_alike(a, b) ? 1.0 : 0.0; });
   add_one("arith_neg", [](double a) { return -a; });
   add_one("arith_abs", [](double a) { return a < 0 ? -a : a; });
   add_one("arith_sign", [](double a) { return a < 0 ? -1.0 : (a > 0 ? 1.0 : 0.0); });
@@ -221,13 +241,16 @@ void add_naive_entries(std::map<std::string_view, Naive>& all) {
 
 // --- shifts, products, places, shapes and lines ---
 
-// Of a whole window, unknown days included: the place of the value that is before all others.
+// Of a whole window, unknown days included: the place of the oldest value that is alike to the one
+// before all others.
 double naive_place(const Values& v, const std::function<bool(double, double)>& is_before) {
-  std::size_t first = v.size() - 1;
-  for (std::size_t i = v.size(); i-- > 0;) {
-    if (!std::isnan(v[i]) && !is_before(v[first], v[i])) first = i;
+  double first = v.back();
+  for (const double x : v) {
+    if (is_before(x, first)) first = x;
   }
-  return static_cast<double>(first + 1);
+  const auto found =
+      std::find_if(v.begin(), v.end(), [first](double x) { return naive_is_alike(x, first); });
+  return static_cast<double>(found - v.begin() + 1);
 }
 
 // Likewise of a whole window.
@@ -339,10 +362,12 @@ void add_more_naive_entries(std::map<std::string_view, Naive>& all) {
     if (a == 0.0) return b < 0.0 ? kNan : 0.0;
     return (a < 0.0 ? -1.0 : 1.0) * naive_power(std::abs(a), b);
   });
-  add("comparison_ge", [](double a, double b) { return a < b ? 0.0 : 1.0; });
-  add("comparison_le", [](double a, double b) { return a > b ? 0.0 : 1.0; });
-  add("comparison_eq", [](double a, double b) { return a < b || a > b ? 0.0 : 1.0; });
-  add("comparison_ne", [](double a, double b) { return a < b || a > b ? 1.0 : 0.0; });
+  add("comparison_ge",
+      [](double a, double b) { return a > b || naive_is_alike(a, b) ? 1.0 : 0.0; });
+  add("comparison_le",
+      [](double a, double b) { return a < b || naive_is_alike(a, b) ? 1.0 : 0.0; });
+  add("comparison_eq", [](double a, double b) { return naive_is_alike(a, b) ? 1.0 : 0.0; });
+  add("comparison_ne", [](double a, double b) { return naive_is_alike(a, b) ? 0.0 : 1.0; });
   add("logic_and", [](double a, double b) { return a * b == 0.0 ? 0.0 : 1.0; });
   add("logic_or", [](double a, double b) { return std::abs(a) + std::abs(b) == 0.0 ? 0.0 : 1.0; });
   all["arith_ln"] = [](const Panel& x, const Panel&, const Window&) {
@@ -386,7 +411,7 @@ void add_naive_groups(std::map<std::string_view, Naive>& all) {
     };
   };
   add("group_demean", [](const Values& v, double x) { return x - naive_mean(v); });
-  add("group_rank", naive_rank);
+  add("group_rank", naive_day_rank);
   add("group_zscore",
       [](const Values& v, double x) { return v.size() < 2 ? kNan : naive_zscore(v, x); });
   all["cross_winsorize"] = [](const Panel& x, const Panel&, const Window&) {
@@ -455,6 +480,78 @@ TEST(PanelFunctionsProperty, EveryFunctionAgreesWithItsDefinition) {
       }
     }
   }
+}
+
+// The functions that ask for an order.
+std::vector<FunctionEntry> functions_of_order() {
+  std::vector<FunctionEntry> found;
+  for (const FunctionEntry& entry : vocabulary().functions) {
+    const std::string name(entry.name);
+    const bool is_order =
+        name.ends_with("_rank") || name.starts_with("ts_arg") || name.starts_with("comparison_");
+    if (is_order) found.push_back(entry);
+  }
+  return found;
+}
+
+// Panels whose values lie 0.6 billionths apart: some are alike, and their neighbours are not.
+TEST(PanelFunctionsProperty, EveryOrderAgreesWithItsDefinitionAmongNearlyAlikeValues) {
+  const std::map<std::string_view, Naive> naive = naive_functions();
+  for (std::uint64_t seed = 1; seed <= 8; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937_64 engine(seed);
+    const auto near_one = [&engine](double sign) {
+      Panel values = random_panel(engine, 60, 7, 0.05);
+      for (double& value : values.reshaped())
+        value =
+            std::isnan(value) ? kNan : sign * (1.0 + 0.6e-9 * static_cast<double>(engine() % 7));
+      return values;
+    };
+    const double sign = seed % 2 == 0 ? -1.0 : 1.0;
+    const Panel x = near_one(sign);
+    const Panel y = near_one(sign);
+    for (const FunctionEntry& entry : functions_of_order()) {
+      for (const Eigen::Index days_of_window : {1, 2, 5, 20}) {
+        SCOPED_TRACE(std::string(entry.name) + " " + std::to_string(days_of_window));
+        const Window window(days_of_window, 0.5);
+        EXPECT_TRUE(
+            panels_are_near(call(entry, x, y, window), naive.at(entry.name)(x, y, window), 1e-9));
+      }
+    }
+  }
+}
+
+TEST(PanelFunctionsProperty, NoOrderSeesRounding) {
+  for (std::uint64_t seed = 1; seed <= 12; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937_64 engine(seed);
+    const auto rounded_otherwise = [&engine](const Panel& panel) {
+      Panel result = panel;
+      for (double& value : result.reshaped())
+        value *= 1.0 + 1e-15 * static_cast<double>(engine() % 9);
+      return result;
+    };
+    const Panel x = random_panel(engine, 60, 9, 0.02).round();
+    const Panel y = random_panel(engine, 60, 9, 0.02).round();
+    for (const FunctionEntry& entry : functions_of_order()) {
+      SCOPED_TRACE(std::string(entry.name));
+      const Panel exact = call(entry, x, y, 10);
+      EXPECT_TRUE(begins_with(exact, call(entry, rounded_otherwise(x), rounded_otherwise(y), 10)));
+    }
+  }
+}
+
+// The two-day z-score by another formula: half the change by the change's size over root two.
+TEST(PanelFunctionsProperty, TwoWaysOfAddingGiveTheSameRanks) {
+  std::mt19937_64 engine(7);
+  const Panel x = random_panel(engine, 200, 12, 0.0);
+  const Panel otherwise = ts_delta(x, 1) / 2.0 / (ts_delta(x, 1).abs() / std::sqrt(2.0));
+  const Panel zscore = ts_zscore(x, 2);
+  EXPECT_TRUE(panels_are_near(zscore, otherwise, 1e-9));
+  EXPECT_TRUE(begins_with(cross_rank(zscore), cross_rank(otherwise)));
+  EXPECT_TRUE(begins_with(ts_rank(zscore, 10), ts_rank(otherwise, 10)));
+  const Panel mean = Panel::Constant(x.rows(), x.cols(), std::sqrt(0.5));
+  EXPECT_TRUE(begins_with(comparison_ge(zscore, mean), comparison_ge(otherwise, mean)));
 }
 
 TEST(PanelFunctionsProperty, NoEntryDependsOnALaterDay) {
