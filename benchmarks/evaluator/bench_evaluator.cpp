@@ -3,7 +3,7 @@
 // builds can be compared bit for bit.
 //
 //   bench_evaluator draw COUNT
-//       writes random expressions, one a line; expressions.txt holds what COUNT = 200 gave
+//       writes random expressions; expressions.txt holds what COUNT = 200 gave
 //   bench_evaluator functions INSTRUMENTS DAYS [FOLDER]
 //   bench_evaluator expressions INSTRUMENTS DAYS FILE [FOLDER]
 //       measures, and writes one JSON object a line; with a folder also the values, as files of raw
@@ -13,12 +13,14 @@
 //
 // Times are the least of several turns, divided by the cells of the panel.
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <ctime>
 #include <exception>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <limits>
 #include <stdexcept>
 #include <string>
@@ -167,13 +169,10 @@ void measure_functions(Eigen::Index instruments, Eigen::Index days, const ValueF
   }
 }
 
-std::vector<std::string> lines_of(const std::string& path) {
+std::string text_of(const std::string& path) {
   std::ifstream file(path);
   if (!file) throw std::runtime_error(path + " cannot be read; name a file of expressions");
-  std::vector<std::string> lines;
-  for (std::string line; std::getline(file, line);)
-    lines.push_back(line);
-  return lines;
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 void measure_expressions(Eigen::Index instruments, Eigen::Index days, const std::string& path,
@@ -181,10 +180,11 @@ void measure_expressions(Eigen::Index instruments, Eigen::Index days, const std:
   files.write_columns(market_of(instruments, days));
   const Evaluator evaluator = evaluator_of(instruments, days);
   const auto cells = static_cast<double>(instruments * days);
-  const std::vector<std::string> texts = lines_of(path);
+  const std::string text = text_of(path);
+  const std::vector<FormulaLine> texts = formula_lines(text);
   for (std::size_t i = 0; i < texts.size(); ++i) {
     const Expression expression =
-        evaluator.compile(parse_formula(texts[i], evaluator.vocabulary()));
+        evaluator.compile(parse_formula(texts[i].text, evaluator.vocabulary()));
     Panel signal;
     Panel weights;
     BacktestResult result;
@@ -211,6 +211,19 @@ void measure_expressions(Eigen::Index instruments, Eigen::Index days, const std:
   }
 }
 
+// Breaks a formula behind commas; a line that begins with a blank goes on with the one before it.
+std::string in_lines(const std::string& formula) {
+  constexpr std::size_t kLongest = 100;
+  std::string lines;
+  std::size_t begin = 0;
+  while (formula.size() - begin > kLongest) {
+    const std::size_t end = formula.rfind(' ', begin + kLongest - 2);
+    lines.append(formula, begin, end - begin).append("\n");
+    begin = end;
+  }
+  return lines.append(formula, begin);
+}
+
 void draw_expressions(std::size_t count) {
   constexpr Eigen::Index kInstruments = 2;
   constexpr Eigen::Index kDays = 10;
@@ -221,7 +234,7 @@ void draw_expressions(std::size_t count) {
   options.keeps_units = true;
   for (std::size_t i = 0; i < count; ++i) {
     const genetic::Value graph = random_graph(*generator, evaluator.vocabulary(), options);
-    std::puts(expression_text(canonical_form(graph, evaluator.vocabulary())).c_str());
+    std::puts(in_lines(expression_text(canonical_form(graph, evaluator.vocabulary()))).c_str());
   }
 }
 

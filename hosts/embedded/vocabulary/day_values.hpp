@@ -17,8 +17,8 @@ void zscore_values(DayValues& values);
 // Keeps each within so many sample standard deviations of the mean.
 void winsorize_values(DayValues& values, double spreads);
 
-// Replaces values by their ranks; values that are alike, each to the next in order, share the mean of
-// their places. Keeps its memory from one day to the next.
+// Replaces values by their ranks; values that are alike, each to the next in order, share the mean
+// of their places. Keeps its memory from one day to the next.
 class Ranking {
  public:
   void operator()(DayValues& values);

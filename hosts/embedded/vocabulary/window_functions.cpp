@@ -18,8 +18,8 @@ namespace varnholt::embedded {
 namespace {
 
 // Applies a rolling fold to each column: lift(value, day) and combine(a, b) as rolling_fold says,
-// and result(aggregate, day, history up to that day) for the entry. What is lifted from a NaN must leave what it is
-// combined with as it is.
+// and result(aggregate, day, history up to that day) for the entry. What is lifted from a NaN must
+// leave what it is combined with as it is.
 template <typename Lift, typename Combine, typename Result>
 Panel roll_days(const Panel& x, const Window& window, Lift lift, Combine combine, Result result) {
   require_window(window.days);
