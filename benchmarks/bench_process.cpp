@@ -333,7 +333,7 @@ void bred_generation(benchmark::State& state) {
   std::vector<Value> parents;
   for (int i = 0; i < kParents; ++i)
     parents.push_back(embedded::random_graph(*rng, evaluator.vocabulary(), {}));
-  embedded::GeneticOperators operators(embedded::GraphLimits{});
+  embedded::GeneticOperators operators(evaluator.vocabulary(), embedded::GraphLimits{});
   std::vector<embedded::Expression> offspring;
   while (offspring.size() < kOffspring) {
     const auto parent = [&] { return parents[rng->getrandbits(3)]; };

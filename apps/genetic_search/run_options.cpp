@@ -36,9 +36,12 @@ void add_breeding_options(Options& options, embedded::SearchOptions& search) {
                   genetic::str(defaults.default_elite_fraction())),
       search.elite_fraction);
   options.flag("--no-archive",
-               "Draws all fresh expressions at random, in place of breeding some from the best of "
-               "each kind that was evaluated.",
+               "Breeds no fresh expressions from the best of each kind that was evaluated.",
                search.has_no_archive);
+  options.flag("--no-known-formulas",
+               "Offers no known formulas of the field, nor mutations of them, among the fresh "
+               "expressions.",
+               search.has_no_known_formulas);
   options.setting("--diversity-weight", "X",
                   fmt::format("What a parent's score loses for repeating another. Default: {}.",
                               genetic::str(defaults.default_diversity_weight())),

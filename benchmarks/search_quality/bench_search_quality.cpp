@@ -155,6 +155,7 @@ constexpr auto kArms = std::to_array<Arm>({
        options.max_improvement_candidates = 0;
      }},
     {"no-archive", [](SearchOptions& options) { options.has_no_archive = true; }},
+    {"no-known", [](SearchOptions& options) { options.has_no_known_formulas = true; }},
     {"as-written", [](SearchOptions& options) { options.is_as_written = true; }},
     {"mixed-units", [](SearchOptions& options) { options.config.vocabulary.units = false; }},
 });

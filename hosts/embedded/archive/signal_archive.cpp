@@ -21,19 +21,11 @@ bool SignalArchive::has_met(const Value& graph) const {
   return met_.contains(structure_hash(graph));
 }
 
-void SignalArchive::Success::count(bool has_entered) {
-  constexpr double kKept = 0.99;
-  tried = kKept * tried + 1.0;
-  entered = kKept * entered + (has_entered ? 1.0 : 0.0);
-}
-
 void SignalArchive::add(const Value& graph, double nodes, const Behaviour& behaviour,
                         CandidateSource source) {
   met_.insert(structure_hash(graph));
   const double score = behaviour.residual_sharpe - kPricePerNode * nodes;
-  const bool has_entered = enters({graph, score, behaviour});
-  if (source == CandidateSource::Random) at_random_.count(has_entered);
-  if (source == CandidateSource::Archive) from_archive_.count(has_entered);
+  shares_.count(source, enters({graph, score, behaviour}));
 }
 
 bool SignalArchive::enters(Member newcomer) {
@@ -58,11 +50,6 @@ bool SignalArchive::enters(Member newcomer) {
   return true;
 }
 
-double SignalArchive::bred_share() const {
-  const double bred = from_archive_.rate();
-  return std::clamp(bred / (bred + at_random_.rate()), kLeastShare, kGreatestShare);
-}
-
 Value SignalArchive::parent(genetic::RandomGenerator& generator) {
   Member* chosen = nullptr;
   for (std::size_t draw = 0; draw < kTournament; ++draw) {
@@ -71,6 +58,10 @@ Value SignalArchive::parent(genetic::RandomGenerator& generator) {
   }
   ++chosen->children;
   return chosen->graph;
+}
+
+Value SignalArchive::lender(genetic::RandomGenerator& generator) const {
+  return members_[genetic::random_below(generator, members_.size())].graph;
 }
 
 }  // namespace varnholt::embedded

@@ -22,13 +22,11 @@
 #include <vector>
 
 #include "hosts/embedded/archive/behaviour.hpp"
+#include "hosts/embedded/archive/source_shares.hpp"
 #include "search_templates/genetic/host/random_generator.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::embedded {
-
-// How the search came to a signal.
-enum class CandidateSource { Random, Archive, Other };
 
 class SignalArchive {
  public:
@@ -39,9 +37,6 @@ class SignalArchive {
   static constexpr std::size_t kTournament = 3;
   // With fewer there is nothing to choose from.
   static constexpr std::size_t kLeastParents = 8;
-  // The share of what is drawn from the archive begins at the middle and keeps within these.
-  static constexpr double kLeastShare = 0.3;
-  static constexpr double kGreatestShare = 0.8;
 
   // A signal that was evaluated. `nodes` is the size of its graph.
   void add(const genetic::Value& graph, double nodes, const Behaviour& behaviour,
@@ -51,13 +46,12 @@ class SignalArchive {
   [[nodiscard]] bool has_met(const genetic::Value& graph) const;
 
   [[nodiscard]] bool has_parents() const { return members_.size() >= kLeastParents; }
-  // How much of what is drawn should be bred from the archive: that part of the signals which got
-  // in of late, each way counted by how many of its own did. An estimate that forgets: each
-  // signal's weight is less by 1 % with each that follows.
-  [[nodiscard]] double bred_share() const;
+  [[nodiscard]] const SourceShares& shares() const { return shares_; }
 
-  // Of the graph of a parent. There must be one. kTournament draws.
+  // The graph of a parent. There must be one. kTournament draws.
   [[nodiscard]] genetic::Value parent(genetic::RandomGenerator& generator);
+  // The graph of any member, to lend its parts. There must be one. One draw.
+  [[nodiscard]] genetic::Value lender(genetic::RandomGenerator& generator) const;
 
   [[nodiscard]] std::size_t size() const { return members_.size(); }
 
@@ -72,22 +66,13 @@ class SignalArchive {
       return score - kPricePerChild * static_cast<double>(children);
     }
   };
-  struct Success {
-    double tried = 0.0;
-    double entered = 0.0;
-
-    void count(bool has_entered);
-    // One more of each than there were, so that a way that was never tried has a chance.
-    [[nodiscard]] double rate() const { return (entered + 1.0) / (tried + 2.0); }
-  };
 
   [[nodiscard]] bool enters(Member newcomer);
 
   std::vector<Member> members_;
   // Hashes in place of structures: of two that share one by chance, the second is not bred.
   std::unordered_set<std::size_t> met_;
-  Success at_random_;
-  Success from_archive_;
+  SourceShares shares_;
 };
 
 }  // namespace varnholt::embedded

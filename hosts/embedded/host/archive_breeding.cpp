@@ -7,7 +7,6 @@
 namespace varnholt::embedded {
 
 using genetic::Key;
-using genetic::List;
 using genetic::RandomGenerator;
 using genetic::Value;
 
@@ -37,20 +36,11 @@ Key drawn_operator(RandomGenerator& generator) {
 
 }  // namespace
 
-std::optional<Value> ArchiveBreeding::next(const std::shared_ptr<RandomGenerator>& generator) {
-  if (generator == nullptr || !archive_.has_parents()) return std::nullopt;
-  if (generator->random() >= archive_.bred_share()) return std::nullopt;
+std::optional<Value> ArchiveBreeding::offspring(const std::shared_ptr<RandomGenerator>& generator) {
   for (int attempt = 0; attempt < kTries; ++attempt) {
     if (std::optional<Value> graph = bred(generator)) return graph;
   }
   return std::nullopt;
-}
-
-Value ArchiveBreeding::replacements(RandomGenerator& generator) const {
-  List graphs;
-  for (int i = 0; i < kReplacements; ++i)
-    graphs.append(random_graph(generator, vocabulary_, options_));
-  return graphs;
 }
 
 std::optional<Value> ArchiveBreeding::bred(const std::shared_ptr<RandomGenerator>& generator) {
@@ -64,7 +54,7 @@ std::optional<Value> ArchiveBreeding::bred(const std::shared_ptr<RandomGenerator
   } else if (operation.view() == kHoistMutation.view()) {
     graph = operators_.hoist_mutation(elite, generator, {});
   } else {
-    const Value material = replacements(*generator);
+    const Value material = material_.draw(*generator);
     graph = operation.view() == kPointMutation.view()
                 ? operators_.point_mutation(elite, material, generator, {})
                 : operators_.subtree_mutation(elite, material, generator, {});

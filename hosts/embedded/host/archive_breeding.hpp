@@ -6,10 +6,8 @@
 
 #include "hosts/embedded/archive/signal_archive.hpp"
 #include "hosts/embedded/host/lineage.hpp"
+#include "hosts/embedded/host/mutation_material.hpp"
 #include "hosts/embedded/operators/genetic_operators.hpp"
-#include "hosts/embedded/vocabulary/graph_making.hpp"
-#include "hosts/embedded/vocabulary/random_graphs.hpp"
-#include "hosts/embedded/vocabulary/vocabulary.hpp"
 #include "search_templates/genetic/host/random_generator.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -19,37 +17,27 @@ class ArchiveBreeding {
  public:
   // What repeats is bred again, but not for ever.
   static constexpr int kTries = 8;
-  // So many random graphs lend their parts to a mutation.
-  static constexpr int kReplacements = 3;
 
-  // All but the options must outlive the object.
-  ArchiveBreeding(SignalArchive& archive, Lineage& lineage, const Vocabulary& vocabulary,
-                  const RandomGraphOptions& options, const GraphMaking& making = {})
-      : archive_(archive),
-        lineage_(lineage),
-        vocabulary_(vocabulary),
-        options_(options),
-        operators_({options.max_depth, options.max_nodes, options.max_window}, vocabulary.constants,
-                   making) {}
+  // All must outlive the object.
+  ArchiveBreeding(SignalArchive& archive, Lineage& lineage, GeneticOperators& operators,
+                  const MutationMaterial& material)
+      : archive_(archive), lineage_(lineage), operators_(operators), material_(material) {}
 
   // An offspring of archived signals, of a structure that was not evaluated in this run, or
-  // nothing: where there are too few parents, where the draw falls to a random graph, and where
-  // every try repeats. Draws, in this order: for whether, with the archive's share; then for each
-  // try the operator, by the rates of the search's own, the parents, the replacements and what the
-  // operator itself draws. Notes the lineage.
-  [[nodiscard]] std::optional<genetic::Value> next(
+  // nothing where every try repeats. The archive must have parents. Draws, for each try: the
+  // operator, by the rates of the search's own, the parents, the material and what the operator
+  // itself draws. Notes the lineage.
+  [[nodiscard]] std::optional<genetic::Value> offspring(
       const std::shared_ptr<genetic::RandomGenerator>& generator);
 
  private:
   [[nodiscard]] std::optional<genetic::Value> bred(
       const std::shared_ptr<genetic::RandomGenerator>& generator);
-  [[nodiscard]] genetic::Value replacements(genetic::RandomGenerator& generator) const;
 
   SignalArchive& archive_;
   Lineage& lineage_;
-  const Vocabulary& vocabulary_;
-  RandomGraphOptions options_;
-  GeneticOperators operators_;
+  GeneticOperators& operators_;
+  const MutationMaterial& material_;
 };
 
 }  // namespace varnholt::embedded

@@ -23,14 +23,14 @@ class RandomGraphs : public genetic::ValueIterator {
  public:
   RandomGraphs(std::shared_ptr<genetic::RandomGenerator> rng, const Vocabulary& vocabulary,
                const RandomGraphOptions& options, StopQuestion is_stopping, KnownStructures* known,
-               const GraphMaking& making, ArchiveBreeding* breeding)
+               const GraphMaking& making, FreshSources* sources)
       : rng_(std::move(rng)),
         vocabulary_(vocabulary),
         options_(options),
         is_stopping_(std::move(is_stopping)),
         known_(known),
         making_(making),
-        breeding_(breeding) {}
+        sources_(sources) {}
 
   [[nodiscard]] std::optional<Value> next() override {
     for (int draw = 0; draw <= EmbeddedRandomGraphs::kMostKnown; ++draw) {
@@ -43,8 +43,8 @@ class RandomGraphs : public genetic::ValueIterator {
 
  private:
   Value drawn() {
-    if (breeding_ != nullptr) {
-      if (std::optional<Value> bred = breeding_->next(rng_)) return *std::move(bred);
+    if (sources_ != nullptr) {
+      if (std::optional<Value> graph = sources_->next(rng_)) return *std::move(graph);
     }
     RandomGraphOptions options = options_;
     constexpr int kLeast = EmbeddedRandomGraphs::kLeastDepth;
@@ -62,14 +62,20 @@ class RandomGraphs : public genetic::ValueIterator {
   StopQuestion is_stopping_;
   KnownStructures* known_;
   GraphMaking making_;
-  ArchiveBreeding* breeding_;
+  FreshSources* sources_;
 };
 
-std::optional<ArchiveBreeding> breeding_of(const HostSettings& settings, Lineage& lineage,
-                                           const Vocabulary& vocabulary,
-                                           const GraphMaking& making) {
-  if (settings.archive == nullptr) return std::nullopt;
-  return ArchiveBreeding(*settings.archive, lineage, vocabulary, settings.graphs, making);
+std::unique_ptr<FreshSources> sources_of(const HostSettings& settings, Lineage& lineage,
+                                         const Vocabulary& vocabulary, const GraphMaking& making) {
+  if (settings.archive == nullptr) return nullptr;
+  return std::make_unique<FreshSources>(*settings.archive, lineage, vocabulary, settings.graphs,
+                                        making, settings.fresh);
+}
+
+// What was evaluated in this run.
+GeneticOperators::Repeats repeats_of(const SignalArchive* archive) {
+  if (archive == nullptr) return {};
+  return [archive](const Value& graph) { return archive->has_met(graph); };
 }
 
 }  // namespace
@@ -94,7 +100,7 @@ std::unique_ptr<genetic::ValueIterator> EmbeddedRandomGraphs::random_weighted_gr
     genetic::SearchContext& /*context*/, const std::shared_ptr<genetic::RandomGenerator>& rng,
     const Mapping& /*log_context*/, std::string_view /*template_name*/) {
   return std::make_unique<RandomGraphs>(rng, vocabulary_, options_, is_stopping_, known_, making_,
-                                        breeding_);
+                                        sources_);
 }
 
 void EmbeddedPause::sleep(double seconds) {
@@ -111,11 +117,12 @@ EmbeddedHost::EmbeddedHost(ProcessSide& process, const Vocabulary& vocabulary, L
       eliteness_(vocabulary, settings.is_stopping),
       observer_(lineage, settings.on_generation_end),
       making_(vocabulary, settings.making),
-      operators_({settings.graphs.max_depth, settings.graphs.max_nodes}, vocabulary.constants,
-                 making_),
-      breeding_(breeding_of(settings, lineage, vocabulary, making_)),
+      operators_(vocabulary,
+                 {settings.graphs.max_depth, settings.graphs.max_nodes, settings.graphs.max_window},
+                 making_, repeats_of(settings.archive)),
+      fresh_sources_(sources_of(settings, lineage, vocabulary, making_)),
       random_graphs_(vocabulary, settings.graphs, settings.is_stopping, settings.known, making_,
-                     breeding_ ? &*breeding_ : nullptr),
+                     fresh_sources_.get()),
       planning_(vocabulary, settings.graphs, json_reader_, lineage, settings.is_stopping, making_),
       secure_random_(settings.seed) {}
 

@@ -12,11 +12,11 @@
 #include "hosts/embedded/attempts/attempt_accounts.hpp"
 #include "hosts/embedded/attempts/embedded_tracker.hpp"
 #include "hosts/embedded/config/host_config.hpp"
-#include "hosts/embedded/host/archive_breeding.hpp"
 #include "hosts/embedded/host/embedded_gates.hpp"
 #include "hosts/embedded/host/embedded_logger.hpp"
 #include "hosts/embedded/host/embedded_planning.hpp"
 #include "hosts/embedded/host/embedded_pool_metrics.hpp"
+#include "hosts/embedded/host/fresh_sources.hpp"
 #include "hosts/embedded/host/graph_limits.hpp"
 #include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/host/known_structures.hpp"
@@ -64,26 +64,26 @@ class EmbeddedJsonReader : public genetic::JsonReader {
 };
 
 // An iterator over fresh graphs of one vocabulary, each finished by `making`, which ends when the
-// search is being stopped: some are bred from the archive, as ArchiveBreeding draws, the others are
-// random. The greatest depth of a random one is drawn too, from kLeastDepth to that of the options:
-// what pays is mostly shallow. Known structures are passed over; after kMostKnown of them in a row
-// it ends as well, because what is left to be drawn has been evaluated.
+// search is being stopped: some are those of FreshSources, the others are random. The greatest
+// depth of a random one is drawn too, from kLeastDepth to that of the options: what pays is mostly
+// shallow. Known structures are passed over; after kMostKnown of them in a row it ends as well,
+// because what is left to be drawn has been evaluated.
 class EmbeddedRandomGraphs : public genetic::RandomWeighted {
  public:
   static constexpr int kMostKnown = 10'000;
   static constexpr int kLeastDepth = 3;
 
   // What must outlive the object may be null: without known structures none is passed over, and
-  // without breeding all graphs are random.
+  // without sources all graphs are random.
   EmbeddedRandomGraphs(const Vocabulary& vocabulary, const RandomGraphOptions& options,
                        StopQuestion is_stopping = {}, KnownStructures* known = nullptr,
-                       const GraphMaking& making = {}, ArchiveBreeding* breeding = nullptr)
+                       const GraphMaking& making = {}, FreshSources* sources = nullptr)
       : vocabulary_(vocabulary),
         options_(options),
         is_stopping_(std::move(is_stopping)),
         known_(known),
         making_(making),
-        breeding_(breeding) {}
+        sources_(sources) {}
 
   [[nodiscard]] std::unique_ptr<genetic::ValueIterator> random_weighted_graphs(
       genetic::SearchContext& context, const std::shared_ptr<genetic::RandomGenerator>& rng,
@@ -95,7 +95,7 @@ class EmbeddedRandomGraphs : public genetic::RandomWeighted {
   StopQuestion is_stopping_;
   KnownStructures* known_;
   GraphMaking making_;
-  ArchiveBreeding* breeding_;
+  FreshSources* sources_;
 };
 
 class EmbeddedPause : public genetic::Pause {
@@ -119,8 +119,10 @@ struct HostSettings {
   KnownStructures* known = nullptr;
   // What is done to the graphs that the host makes.
   GraphMakingOptions making;
-  // What fresh graphs are bred from; null where all are random. It must outlive the host.
+  // What was evaluated, by which fresh graphs are chosen; null where all are random. It must
+  // outlive the host.
   SignalArchive* archive = nullptr;
+  FreshSettings fresh;
 };
 
 // Keeps the lineage of what the search tells of.
@@ -192,7 +194,7 @@ class EmbeddedHost : public genetic::Host {
   EmbeddedObserver observer_;
   GraphMaking making_;
   GeneticOperators operators_;
-  std::optional<ArchiveBreeding> breeding_;
+  std::unique_ptr<FreshSources> fresh_sources_;
   EmbeddedRandomGraphs random_graphs_;
   EmbeddedPlanning planning_;
   SystemRandom secure_random_;

@@ -67,6 +67,7 @@ std::string lineage_json(const GraphOrigin& origin) {
     lineage.set("explanation", origin.repair->explanation);
     lineage.set("depth", origin.repair->depth);
   }
+  if (!origin.formula.empty()) lineage.set("formula", origin.formula);
   if (origin.is_as_opposite) lineage.set("orientation", -1);
   return genetic::json_text(lineage);
 }
@@ -86,17 +87,34 @@ void Lineage::note_offspring(const Value& graph, std::span<const genetic::Key> o
 
 void Lineage::note_archive_offspring(const Value& graph, genetic::Key operation, const Value& elite,
                                      const Value& mate) {
-  Source source{Origin::Bred, {std::string(operation.view())}, {elite}, true};
+  Source source{Origin::Bred, {std::string(operation.view())}, {elite}, CandidateSource::Archive};
   if (!mate.is_absent()) source.parents.push_back(mate);
-  of_archive_.insert_or_assign(genetic::structural_key(graph), std::move(source));
+  offered_.insert_or_assign(genetic::structural_key(graph), std::move(source));
+}
+
+void Lineage::note_formula(const Value& graph, const std::string& name) {
+  offered_.insert_or_assign(genetic::structural_key(graph),
+                            Source{Origin::Fresh, {}, {}, CandidateSource::Known, name});
+}
+
+void Lineage::note_formula_offspring(const Value& graph, genetic::Key operation, const Value& elite,
+                                     const std::string& name) {
+  offered_.insert_or_assign(
+      genetic::structural_key(graph),
+      Source{Origin::Bred, {std::string(operation.view())}, {elite}, CandidateSource::Known, name});
 }
 
 void Lineage::note_batch(const genetic::List& graphs) {
   genetic::ListCursor cursor(graphs);
-  while (const std::optional<Value> graph = cursor.next())
-    batch_.insert_or_assign(genetic::structural_key(*graph), source_of(*graph));
+  while (const std::optional<Value> graph = cursor.next()) {
+    Source source = source_of(*graph);
+    if (source.origin == Origin::Fresh && !source.formula.empty())
+      tried_formulas_.insert(source.formula);
+    batch_.insert_or_assign(genetic::structural_key(*graph), std::move(source));
+  }
+  ++batches_;
   announced_.clear();
-  of_archive_.clear();
+  offered_.clear();
 }
 
 Lineage::Source Lineage::source_of(const Value& graph) const {
@@ -106,9 +124,11 @@ Lineage::Source Lineage::source_of(const Value& graph) const {
       });
   if (found != announced_.end()) return found->source;
   // The search may take a copy of what it was offered.
-  if (of_archive_.empty()) return Source{};
-  const auto bred = of_archive_.find(genetic::structural_key(graph));
-  return bred == of_archive_.end() ? Source{} : bred->second;
+  if (!offered_.empty()) {
+    const auto offered = offered_.find(genetic::structural_key(graph));
+    if (offered != offered_.end()) return offered->second;
+  }
+  return {Origin::Fresh, {}, {}, CandidateSource::Random};
 }
 
 void Lineage::note_repair(const Value& graph, std::vector<Value> parents, RepairNote repair) {
@@ -138,7 +158,8 @@ GraphOrigin Lineage::origin_of(const Value& graph) {
   } else if (const auto source = batch_.find(key); source != batch_.end()) {
     found.origin = source->second.origin;
     found.operators = source->second.operators;
-    found.is_of_archive = source->second.is_of_archive;
+    found.source = source->second.source;
+    found.formula = source->second.formula;
     found.parents = graph_keys(source->second.parents);
   }
   found.is_as_opposite = !opposites_.empty() && opposites_.contains(key);
@@ -147,7 +168,7 @@ GraphOrigin Lineage::origin_of(const Value& graph) {
 
 void Lineage::next_generation() {
   announced_.clear();
-  of_archive_.clear();
+  offered_.clear();
   batch_.clear();
   repairs_.clear();
   opposites_.clear();

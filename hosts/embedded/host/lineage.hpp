@@ -11,8 +11,10 @@
 #include <span>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
+#include "hosts/embedded/archive/source_shares.hpp"
 #include "search_templates/genetic/graph/structural_key.hpp"
 #include "search_templates/genetic/host/generation_observer.hpp"
 #include "search_templates/genetic/value/value.hpp"
@@ -39,14 +41,16 @@ struct GraphOrigin {
   // Of a repair the signal that was repaired, and the peer that it was combined with, if any.
   std::vector<std::string> parents;
   std::optional<RepairNote> repair = {};
-  bool is_of_archive = false;   // Bred by the host itself.
+  CandidateSource source = CandidateSource::Other;
+  // The name of the known formula that the graph is, or that it was bred of.
+  std::string formula;
   bool is_as_opposite = false;  // What was recorded is the opposite of the graph.
 };
 
 // {"operators":["crossover"],"origin":"bred","parents":["<graph key>","<graph key>"]} for a bred
 // graph, {"depth":1,"explanation":"...","origin":"repaired","parents":["<graph key>"],
 // "plan":"reverse","reason":"sharpe_min"} for a repair, {"origin":"seed"} and so on for the others;
-// with "orientation":-1 where the opposite was recorded.
+// with "orientation":-1 where the opposite was recorded, and "formula":"<name>" of a known formula.
 [[nodiscard]] std::string lineage_json(const GraphOrigin& origin);
 
 class Lineage {
@@ -55,11 +59,19 @@ class Lineage {
   void note_seed(const genetic::Value& graph);
   void note_offspring(const genetic::Value& graph, std::span<const genetic::Key> operators,
                       const genetic::Value& elite, const genetic::Value& mate);
-  // Among the random graphs the host offers some that it has bred itself, most of which the search
-  // only takes parts of. Without a mate there is one parent.
+  // Among the random graphs the host offers known formulas, and some that it has bred itself, most
+  // of which the search only takes parts of. Without a mate there is one parent.
   void note_archive_offspring(const genetic::Value& graph, genetic::Key operation,
                               const genetic::Value& elite, const genetic::Value& mate);
+  void note_formula(const genetic::Value& graph, const std::string& name);
+  void note_formula_offspring(const genetic::Value& graph, genetic::Key operation,
+                              const genetic::Value& elite, const std::string& name);
   void note_batch(const genetic::List& graphs);
+  // How many batches there were, and whether the formula of that name was in one as it is.
+  [[nodiscard]] std::int64_t batches() const { return batches_; }
+  [[nodiscard]] bool has_tried_formula(const std::string& name) const {
+    return tried_formulas_.contains(name);
+  }
   // The planner made `graph` of `parents`, the failed signal first. The search evaluates the
   // repairs of a generation after its batch, round by round.
   void note_repair(const genetic::Value& graph, std::vector<genetic::Value> parents,
@@ -84,7 +96,8 @@ class Lineage {
     Origin origin = Origin::Fresh;
     std::vector<std::string> operators;
     std::vector<genetic::Value> parents;
-    bool is_of_archive = false;
+    CandidateSource source = CandidateSource::Other;
+    std::string formula = {};
   };
   struct Announced {
     genetic::Value graph;
@@ -101,11 +114,13 @@ class Lineage {
   [[nodiscard]] Source source_of(const genetic::Value& graph) const;
 
   std::vector<Announced> announced_;  // For the batch that is being made.
-  ByStructure<Source> of_archive_;    // Likewise.
+  ByStructure<Source> offered_;       // Likewise, by the host.
   ByStructure<Source> batch_;
   ByStructure<Repair> repairs_;
   genetic::StructuralKeySet opposites_;
   bool has_new_repairs_ = false;
+  std::int64_t batches_ = 0;
+  std::unordered_set<std::string> tried_formulas_;
 };
 
 }  // namespace varnholt::embedded

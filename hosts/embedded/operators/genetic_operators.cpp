@@ -30,6 +30,11 @@ std::size_t draw_index(const Rng& rng, std::size_t size) {
   return rng == nullptr ? 0 : genetic::random_below(*rng, size);
 }
 
+// Whether a draw falls into the share; without a generator it does.
+bool draw_share(const Rng& rng, double share) {
+  return rng == nullptr || rng->random() < share;
+}
+
 Parts data_parts(const std::vector<GraphPart>& parts, bool with_root) {
   Parts chosen;
   for (const GraphPart& part : parts) {
@@ -85,16 +90,24 @@ bool same_sort(const GraphPart& left, const GraphPart& right) {
 }
 
 // What the function above a number takes. Its parts are few, and so is the need for this.
-NumberRange range_of(const GraphPart& node, const std::vector<GraphPart>& parts) {
+NumberRange range_of(const GraphPart& node, const std::vector<GraphPart>& parts,
+                     const Vocabulary& vocabulary) {
   std::vector<std::size_t> above = node.path;
   above.pop_back();
   const auto owner = std::find_if(parts.begin(), parts.end(),
                                   [&above](const GraphPart& part) { return part.path == above; });
-  const std::vector<FunctionEntry> functions = all_functions();
-  const auto function =
-      std::find_if(functions.begin(), functions.end(),
-                   [&owner](const FunctionEntry& entry) { return entry.name == owner->name; });
-  return function == functions.end() ? NumberRange{} : function->range;
+  const FunctionEntry* const function = vocabulary.find_function(owner->name);
+  return function == nullptr ? NumberRange{} : function->range;
+}
+
+// The windows a step below and a step above the days.
+std::vector<int> neighbouring_windows(int days, const std::vector<int>& windows) {
+  std::vector<int> neighbours;
+  const auto not_below = std::lower_bound(windows.begin(), windows.end(), days);
+  const auto above = std::upper_bound(windows.begin(), windows.end(), days);
+  if (not_below != windows.begin()) neighbours.push_back(*std::prev(not_below));
+  if (above != windows.end()) neighbours.push_back(*above);
+  return neighbours;
 }
 
 // The constants a step below and a step above the number; the sign stays. Zero steps to either side
@@ -134,13 +147,29 @@ std::vector<std::string> other_names(const GraphPart& node,
 
 Value GeneticOperators::first_accepted(const Value& parent, const Callable& validator,
                                        const std::function<std::optional<Value>()>& attempt) const {
+  std::optional<Value> repeated;
   for (int i = 0; i < kTries; ++i) {
     std::optional<Value> made = attempt();
     if (!made) continue;
     Value child = making_.finished(*std::move(made));
-    if (making_.fits_units(child, parent) && accepts(validator, child)) return child;
+    const bool is_repeated = repeats_ && repeats_(child);
+    if (is_repeated && repeated) continue;
+    if (!making_.fits_units(child, parent) || !accepts(validator, child)) continue;
+    if (!is_repeated) return child;
+    repeated = std::move(child);
   }
-  return genetic::deep_copy(parent);
+  return repeated ? *std::move(repeated) : genetic::deep_copy(parent);
+}
+
+GeneticOperators::Parts GeneticOperators::of_like_kind(const GraphPart& site,
+                                                       const Parts& parts) const {
+  const bool keeps_units = making_.keeps_units();
+  const PartKind kind = kind_of_part(site, *vocabulary_, keeps_units);
+  Parts like;
+  for (const GraphPart* part : parts) {
+    if (are_alike(kind, kind_of_part(*part, *vocabulary_, keeps_units))) like.push_back(part);
+  }
+  return like.empty() ? parts : like;
 }
 
 Value GeneticOperators::crossover(const Value& elite, const Value& mate, const Rng& rng,
@@ -150,7 +179,8 @@ Value GeneticOperators::crossover(const Value& elite, const Value& mate, const R
   const Parts places = sites(elite_parts);
   return first_accepted(elite, validator, [&]() -> std::optional<Value> {
     const GraphPart& site = *places[draw_index(rng, places.size())];
-    const Parts material = material_for(site, mate_parts);
+    Parts material = material_for(site, mate_parts);
+    if (draw_share(rng, kLikeShare)) material = of_like_kind(site, material);
     const GraphPart& part = *material[draw_index(rng, material.size())];
     if (!fits(elite_parts.front(), site, part, limits_)) return std::nullopt;
     return with_part(elite, site.path, part.node);
@@ -163,7 +193,7 @@ Value GeneticOperators::point_mutation(const Value& elite, const Value& replacem
   const auto material = parts_of_each(replacements);
   return first_accepted(elite, validator, [&]() -> std::optional<Value> {
     const GraphPart& node = parts[draw_index(rng, parts.size())];
-    const std::vector<std::string> names = new_names(node, parts, material);
+    const std::vector<std::string> names = new_names(node, parts, material, rng);
     if (names.empty()) return std::nullopt;
     return with_name(elite, node.path, names[draw_index(rng, names.size())]);
   });
@@ -171,15 +201,30 @@ Value GeneticOperators::point_mutation(const Value& elite, const Value& replacem
 
 std::vector<std::string> GeneticOperators::new_names(
     const GraphPart& node, const std::vector<GraphPart>& parts,
-    const std::vector<std::vector<GraphPart>>& replacements) const {
-  if (node.type == kConstantType) return neighbouring_numbers(node, constants_);
+    const std::vector<std::vector<GraphPart>>& replacements, const Rng& rng) const {
+  if (node.type == kWindowType) return new_windows(node, rng);
+  if (node.type == kConstantType) return neighbouring_numbers(node, vocabulary_->constants);
   if (node.type != kNumberType) return other_names(node, replacements);
-  const NumberRange range = range_of(node, parts);
-  std::vector<std::string> names = neighbouring_numbers(node, constants_);
+  const NumberRange range = range_of(node, parts, *vocabulary_);
+  std::vector<std::string> names = neighbouring_numbers(node, vocabulary_->constants);
   std::erase_if(names, [&range](const std::string& name) {
     const double number = constant_value(name).value();
     return number < range.low || number > range.high;
   });
+  return names;
+}
+
+// Signals of neighbouring windows are alike: a step refines, and a leap is for what it misses.
+std::vector<std::string> GeneticOperators::new_windows(const GraphPart& node,
+                                                       const Rng& rng) const {
+  const std::optional<int> days = window_of(node.name);
+  if (!days) return {};
+  std::vector<int> windows = vocabulary_->windows;
+  std::erase_if(windows, [&](int other) { return other == *days || other > limits_.max_window; });
+  if (draw_share(rng, kNeighbourShare)) windows = neighbouring_windows(*days, windows);
+  std::vector<std::string> names(windows.size());
+  std::transform(windows.begin(), windows.end(), names.begin(),
+                 [](int window) { return std::to_string(window); });
   return names;
 }
 

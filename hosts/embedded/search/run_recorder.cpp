@@ -273,11 +273,8 @@ void RunRecorder::count_misses(const CandidateRecorded& candidate,
 void RunRecorder::archive(const Value& graph, const Value& stats, const GraphOrigin& origin) const {
   const StatisticsObject* const object = statistics_object(stats);
   if (settings_.archive == nullptr || object == nullptr || !object->behaviour()) return;
-  CandidateSource source = CandidateSource::Other;
-  if (origin.origin == Origin::Fresh) source = CandidateSource::Random;
-  if (origin.is_of_archive) source = CandidateSource::Archive;
   const auto nodes = static_cast<double>(measure_graph(graph).node_count);
-  settings_.archive->add(graph, nodes, *object->behaviour(), source);
+  settings_.archive->add(graph, nodes, *object->behaviour(), origin.source);
 }
 
 void RunRecorder::count_repair(const CandidateRecorded& candidate) {

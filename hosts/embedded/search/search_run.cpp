@@ -35,10 +35,15 @@ constexpr const char* kFailed = "failed";
 
 constexpr std::size_t kMostSharedPanelsBytes = std::size_t{512} * 1024 * 1024;
 
+// The known formulas as well are offered by what came of them.
+bool tells_archive(const SearchOptions& options) {
+  return !options.has_no_archive || !options.has_no_known_formulas;
+}
+
 RunRecorder::Settings recorder_settings(const SearchOptions& options, const PoolIdentity& pool,
                                         SignalArchive& archive) {
   return {options.best_count, options.config.gates, options.config.limits, pool,
-          options.has_no_archive ? nullptr : &archive};
+          tells_archive(options) ? &archive : nullptr};
 }
 
 HostSettings host_settings(const SearchOptions& options, SearchObserver& observer,
@@ -168,7 +173,8 @@ void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder
   };
   settings.is_stopping = [&search_stop = *stop] { return search_stop.cancels_evaluations(); };
   settings.known = &setup.known();
-  if (!options.has_no_archive) settings.archive = &archive;
+  if (tells_archive(options)) settings.archive = &archive;
+  settings.fresh = {!options.has_no_archive, !options.has_no_known_formulas};
   EmbeddedHost host(setup.process(), setup.evaluator().vocabulary(), lineage, submission, settings);
   ContextSettings of_context = context_settings(options, setup, pool);
   of_context.market_returns = market;

@@ -31,6 +31,7 @@ class GraphMaking {
   // Whether the graph may be made of `parent`: it mixes units at no more places (unit_check.hpp).
   // Those that the user has mixed by himself may stay.
   [[nodiscard]] bool fits_units(const genetic::Value& graph, const genetic::Value& parent) const;
+  [[nodiscard]] bool keeps_units() const { return options_.keeps_units; }
 
  private:
   const Vocabulary* vocabulary_ = nullptr;

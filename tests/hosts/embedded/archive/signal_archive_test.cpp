@@ -3,6 +3,7 @@
 #include "hosts/embedded/archive/signal_archive.hpp"
 
 #include <cmath>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -124,18 +125,26 @@ TEST_F(SignalArchiveTest, WhenItIsFullTheWorstGoes) {
   EXPECT_TRUE(drawn().contains(text(9001)));
 }
 
-TEST_F(SignalArchiveTest, TheShareFollowsWhatGetsIn) {
-  EXPECT_DOUBLE_EQ(archive_.bred_share(), 0.5);
-  for (int i = 0; i < 60; ++i)
+TEST_F(SignalArchiveTest, EachSourceIsCountedByWhatGotIn) {
+  const double before = archive_.shares().bred();
+  for (int i = 0; i < 20; ++i)
     add(i, behaviour(1.0, i), CandidateSource::Archive);
-  EXPECT_GT(archive_.bred_share(), 0.6);
-  for (int i = 0; i < 300; ++i)
-    add(100 + i, behaviour(0.5, 0), CandidateSource::Archive);
-  EXPECT_DOUBLE_EQ(archive_.bred_share(), SignalArchive::kLeastShare);
-  for (int i = 0; i < 600; ++i)
-    add(1000 + i, behaviour(0.5, 0), CandidateSource::Random);
-  EXPECT_LE(archive_.bred_share(), SignalArchive::kGreatestShare);
-  EXPECT_GT(archive_.bred_share(), SignalArchive::kLeastShare);
+  const double entered = archive_.shares().bred();
+  EXPECT_GT(entered, before);
+  for (int i = 0; i < 20; ++i)
+    add(100 + i, behaviour(0.5, i), CandidateSource::Archive);
+  EXPECT_LT(archive_.shares().bred(), entered) << "what stays outside counts against its source";
+}
+
+TEST_F(SignalArchiveTest, AnyMemberLendsItsParts) {
+  for (int i = 0; i < 10; ++i)
+    add(i, behaviour(1.0 + i, i));
+  std::map<std::string, int> lent;
+  for (int i = 0; i < 2000; ++i)
+    ++lent[genetic::json_text(archive_.lender(*generator_))];
+  ASSERT_EQ(lent.size(), 10U);
+  for (const auto& [graph, count] : lent)
+    EXPECT_NEAR(count, 200, 60) << graph;
 }
 
 TEST_F(SignalArchiveTest, KnowsWhatItHasMetAlsoIfItDidNotGetIn) {

@@ -39,7 +39,7 @@ class ArchiveBreedingTest : public ContextTest {
     const auto generator = seeded(seed);
     std::vector<std::string> texts;
     for (int i = 0; i < count; ++i) {
-      const auto graph = breeding_.next(generator);
+      const auto graph = breeding_.offspring(generator);
       texts.push_back(graph ? genetic::json_text(*graph) : std::string());
     }
     return texts;
@@ -49,33 +49,19 @@ class ArchiveBreedingTest : public ContextTest {
   RandomGraphOptions options_;
   SignalArchive archive_;
   std::vector<Value> parents_;
-  ArchiveBreeding breeding_{archive_, lineage_, evaluator_.vocabulary(), options_,
-                            GraphMaking(evaluator_.vocabulary(), {.drops_sign = true})};
+  GeneticOperators operators_{evaluator_.vocabulary(),
+                              {options_.max_depth, options_.max_nodes, options_.max_window},
+                              GraphMaking(evaluator_.vocabulary(), {.drops_sign = true})};
+  MutationMaterial material_{evaluator_.vocabulary(), options_, &archive_};
+  ArchiveBreeding breeding_{archive_, lineage_, operators_, material_};
 };
-
-TEST_F(ArchiveBreedingTest, BreedsNothingOfTooFewParents) {
-  fill(static_cast<int>(SignalArchive::kLeastParents) - 1);
-  const auto generator = seeded(1);
-  EXPECT_FALSE(breeding_.next(generator));
-  EXPECT_EQ(generator->random(), seeded(1)->random()) << "and draws nothing";
-}
-
-TEST_F(ArchiveBreedingTest, ItsShareOfWhatIsDrawnIsBred) {
-  fill(20);
-  int bred = 0;
-  for (const std::string& text : offered(3, 400))
-    bred += text.empty() ? 0 : 1;
-  // All that was random got in, so that less than half is bred.
-  EXPECT_NEAR(bred, 400 * archive_.bred_share(), 35);
-  EXPECT_LT(archive_.bred_share(), 0.4);
-}
 
 TEST_F(ArchiveBreedingTest, OffersGraphsWithinTheLimitsThatAreNoneOfTheArchive) {
   fill(20);
   const auto generator = seeded(4);
   int seen = 0;
   for (int i = 0; i < 300; ++i) {
-    const auto graph = breeding_.next(generator);
+    const auto graph = breeding_.offspring(generator);
     if (!graph) continue;
     ++seen;
     EXPECT_NO_THROW(static_cast<void>(
@@ -100,12 +86,12 @@ TEST_F(ArchiveBreedingTest, TheLineageIsThatOfABredGraph) {
   const auto generator = seeded(6);
   std::set<std::string> operators;
   for (int i = 0; i < 200; ++i) {
-    const auto graph = breeding_.next(generator);
+    const auto graph = breeding_.offspring(generator);
     if (!graph) continue;
     lineage_.note_batch(genetic::List{*graph});
     const GraphOrigin origin = lineage_.origin_of(*graph);
     EXPECT_EQ(origin.origin, Origin::Bred);
-    EXPECT_TRUE(origin.is_of_archive);
+    EXPECT_EQ(origin.source, CandidateSource::Archive);
     ASSERT_EQ(origin.operators.size(), 1U);
     operators.insert(origin.operators[0]);
     EXPECT_GE(origin.parents.size(), 1U);

@@ -4,6 +4,7 @@
 #include "hosts/embedded/operators/genetic_operators.hpp"
 
 #include <functional>
+#include <map>
 #include <set>
 #include <span>
 #include <stdexcept>
@@ -126,7 +127,7 @@ class GeneticOperatorsTest : public ::testing::Test {
 
   Vocabulary vocabulary_ = small_vocabulary();
   RandomGraphOptions options_;
-  GeneticOperators operators_{{options_.max_depth, options_.max_nodes}};
+  GeneticOperators operators_{vocabulary_, {options_.max_depth, options_.max_nodes}};
   genetic::TwisterGenerators generators_;
 };
 
@@ -149,7 +150,7 @@ class RichGeneticOperatorsTest : public GeneticOperatorsTest {
   RichGeneticOperatorsTest() {
     vocabulary_ = rich_vocabulary();
     options_ = rich_options();
-    operators_ = GeneticOperators({options_.max_depth, options_.max_nodes});
+    operators_ = GeneticOperators(vocabulary_, {options_.max_depth, options_.max_nodes});
   }
 };
 
@@ -186,6 +187,86 @@ TEST_F(RichGeneticOperatorsTest, NumbersChangeByStepsThroughTheConstants) {
   EXPECT_EQ(reached("close * 0.01", 2), (Names{"0.01", "0.02"}));
   // Beyond 1 there is no quantile.
   EXPECT_EQ(reached("quantile(close, 1, 7)", 2), (Names{"0.5", "1"}));
+}
+
+TEST_F(GeneticOperatorsTest, AWindowMostlyGoesToItsNeighbours) {
+  const auto counted = [this](const char* formula, const GeneticOperators& of) {
+    GeneticOperators operators = of;
+    const Value elite = parse_formula(formula, vocabulary_);
+    std::map<std::string, int> windows;
+    for (int seed = 0; seed < 2000; ++seed) {
+      const Value child = operators.point_mutation(elite, List(), seeded(seed), {});
+      ++windows[graph_parts(child)[2].name];
+    }
+    return windows;
+  };
+  // Features and functions have no other name here, so that what comes is a window's, or the elite
+  // after eight tries without one.
+  auto windows = counted("ts_mean(close, 20)", operators_);
+  EXPECT_LT(windows["20"], 100);
+  // Half of four fifths, and half of what goes anywhere: two of the other eight.
+  constexpr double kNeighbours = GeneticOperators::kNeighbourShare;
+  EXPECT_NEAR(windows["15"] + windows["40"], 2000 * (kNeighbours + 0.25 * (1 - kNeighbours)), 80);
+  EXPECT_NEAR(windows["15"], windows["40"], 130);
+  EXPECT_GT(windows["2"], 10);
+  EXPECT_EQ(windows.size(), usual_windows().size());
+  // What is no window of the vocabulary lies between two of them, and the ends have one neighbour.
+  windows = counted("ts_mean(close, 17)", operators_);
+  EXPECT_GT(windows["15"] + windows["20"], 1500);
+  windows = counted("ts_mean(close, 120)", operators_);
+  EXPECT_GT(windows["60"], 1500);
+  windows = counted("ts_mean(close, 20)", GeneticOperators(vocabulary_, {5, 25, 20}));
+  EXPECT_GT(windows["15"], 1500);
+  EXPECT_EQ(windows.count("40"), 0U) << "longer than any window may be";
+}
+
+TEST_F(GeneticOperatorsTest, CrossoverPutsLikeInThePlaceOfLike) {
+  const GeneticOperators::Repeats none;
+  GeneticOperators kept(vocabulary_, {5, 25}, {vocabulary_, {.keeps_units = true}}, none);
+  // A price where a price was: the mate's others are a return, a volume, a rank and a condition.
+  const Value elite = parse_formula("cross_rank(ts_mean(close, 5))", vocabulary_);
+  const Value mate = parse_formula(
+      "ts_std(returns, 3) * ts_max(volume, 3) * cross_rank(open) * (low > high)", vocabulary_);
+  std::map<std::string, int> taken;
+  for (int seed = 0; seed < 4000; ++seed) {
+    const auto child = graph_parts(kept.crossover(elite, mate, seeded(seed), {}));
+    if (child[1].name == "ts_mean") ++taken[child[2].name];
+  }
+  const int prices = taken["open"] + taken["low"] + taken["high"];
+  int all = 0;
+  for (const auto& [name, count] : taken)
+    all += count;
+  // Three of the mate's eleven parts are prices, in the quarter of the tries that take any.
+  constexpr double kLike = GeneticOperators::kLikeShare;
+  EXPECT_GT(prices, all * (kLike + 0.1 * (1 - kLike)));
+  EXPECT_LT(prices, all * (kLike + 0.5 * (1 - kLike)));
+  EXPECT_GT(taken["volume"], 0);
+}
+
+TEST_F(GeneticOperatorsTest, AMateWithoutALikePartGivesAnyPart) {
+  const Value elite = parse_formula("ts_mean(close > open, 5)", vocabulary_);
+  const Value mate = parse_formula("volume", vocabulary_);
+  std::set<std::string> children;
+  for (int seed = 0; seed < 100; ++seed)
+    children.insert(expression_text(operators_.crossover(elite, mate, seeded(seed), {})));
+  EXPECT_TRUE(children.contains("ts_mean(volume, 5)"));
+}
+
+TEST_F(GeneticOperatorsTest, WhatRepeatsIsTakenWhereNothingElseComes) {
+  const Value elite = parse_formula("ts_mean(close, 20)", vocabulary_);
+  const auto children = [&](const GeneticOperators::Repeats& repeats) {
+    GeneticOperators operators(vocabulary_, {5, 25}, {}, repeats);
+    std::map<std::string, int> texts;
+    for (int seed = 0; seed < 500; ++seed)
+      ++texts[expression_text(operators.point_mutation(elite, List(), seeded(seed), {}))];
+    return texts;
+  };
+  auto some =
+      children([](const Value& graph) { return expression_text(graph) == "ts_mean(close, 15)"; });
+  EXPECT_LT(some["ts_mean(close, 15)"], 120) << "another try mostly gives the other neighbour";
+  EXPECT_GT(some["ts_mean(close, 40)"], 300);
+  auto all = children([](const Value&) { return true; });
+  EXPECT_GT(all["ts_mean(close, 15)"], 150) << "the first try, not a copy of the parent";
 }
 
 TEST_F(GeneticOperatorsTest, EachGivesWayToTheValidator) {
@@ -247,7 +328,7 @@ TEST_F(GeneticOperatorsTest, ALoneFeatureIsReplacedAsAWhole) {
 }
 
 TEST_F(GeneticOperatorsTest, PartsBeyondTheLimitsAreNotTaken) {
-  GeneticOperators tight(GraphLimits{3, 6});
+  GeneticOperators tight(vocabulary_, GraphLimits{3, 6});
   const Value elite = deep_graph();  // Depth 3, 6 nodes: only parts as small as their place fit.
   for (int seed = 0; seed < 100; ++seed) {
     const Rng material = seeded(seed);
@@ -261,13 +342,14 @@ TEST_F(GeneticOperatorsTest, PartsBeyondTheLimitsAreNotTaken) {
 TEST_F(GeneticOperatorsTest, WithoutMaterialOrGeneratorTheyStillGiveAGraph) {
   const Value elite = deep_graph();
   EXPECT_TRUE(operators_.subtree_mutation(elite, List(), seeded(1), {}) == elite);
-  EXPECT_TRUE(operators_.point_mutation(elite, List(), seeded(1), {}) == elite);
+  const Value without_window = parse_formula("close + volume", vocabulary_);
+  EXPECT_TRUE(operators_.point_mutation(without_window, List(), seeded(1), {}) == without_window);
   EXPECT_NO_THROW(
       static_cast<void>(check_graph(operators_.crossover(elite, elite, nullptr, {}), vocabulary_)));
 }
 
 TEST_F(GeneticOperatorsTest, ChildrenAreFinishedBeforeTheValidatorIsAsked) {
-  GeneticOperators operators({options_.max_depth, options_.max_nodes}, usual_constants(),
+  GeneticOperators operators(vocabulary_, {options_.max_depth, options_.max_nodes},
                              {vocabulary_, {.simplifies = true}});
   const Value elite = parse_formula("arith_neg(ts_mean(close, 5))", vocabulary_);
   const Value mate = parse_formula("close - open", vocabulary_);

@@ -140,7 +140,8 @@ TEST_F(SearchRunTest, StoresTheSettingsThatRepeatIt) {
   EXPECT_EQ(genetic::json_text(stored),
             R"({"batch_size":6,"candidates":null,"cost_basis_points":5.0,"delay_days":1,)"
             R"("delisting_return":0.0,"diversity_weight":0.125,)"
-            R"("elite_fraction":0.5,"generations":2,"has_archive":true,"initial_candidates":)" +
+            R"("elite_fraction":0.5,"generations":2,"has_archive":true,)"
+            R"("has_known_formulas":true,"initial_candidates":)" +
                 seeds +
                 R"(,"jobs":2,"judges_both_signs":true,"leaf_share":0.3,)"
                 R"("least_known_share":0.8,"max_depth":5,)"

@@ -117,7 +117,7 @@ TEST_F(UnitCheck, FreshGraphsOfAVocabularyThatLeavesNoChoiceMixAndEnd) {
 }
 
 int mixed_among_children(const Vocabulary& vocabulary, bool keeps_units) {
-  GeneticOperators operators({5, 25}, usual_constants(),
+  GeneticOperators operators(vocabulary, {5, 25},
                              {vocabulary, {.simplifies = true, .keeps_units = keeps_units}});
   genetic::TwisterGenerators generators;
   const RandomGraphOptions options{.keeps_units = true};

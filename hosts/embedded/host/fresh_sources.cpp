@@ -1,0 +1,42 @@
+#include "hosts/embedded/host/fresh_sources.hpp"
+
+#include <vector>
+
+namespace varnholt::embedded {
+
+using genetic::RandomGenerator;
+using genetic::Value;
+
+namespace {
+
+GraphLimits limits_of(const RandomGraphOptions& options) {
+  return {options.max_depth, options.max_nodes, options.max_window};
+}
+
+}  // namespace
+
+FreshSources::FreshSources(SignalArchive& archive, Lineage& lineage, const Vocabulary& vocabulary,
+                           const RandomGraphOptions& options, const GraphMaking& making,
+                           const FreshSettings& settings)
+    : archive_(archive),
+      breeds_(settings.breeds_from_archive),
+      operators_(vocabulary, limits_of(options), making),
+      material_(vocabulary, options, breeds_ ? &archive : nullptr),
+      breeding_(archive, lineage, operators_, material_),
+      known_(settings.offers_known_formulas ? known_graphs(vocabulary, limits_of(options), making)
+                                            : std::vector<KnownGraph>(),
+             archive, lineage, operators_, material_) {}
+
+std::optional<Value> FreshSources::next(const std::shared_ptr<RandomGenerator>& generator) {
+  const bool breeds = breeds_ && archive_.has_parents();
+  if (generator == nullptr || (!breeds && known_.is_empty())) return std::nullopt;
+  const double draw = generator->random();
+  const double known = known_.is_empty() ? 0.0 : archive_.shares().known();
+  if (draw < known) return known_.next(generator);
+  if (breeds && draw < known + (1.0 - known) * archive_.shares().bred()) {
+    return breeding_.offspring(generator);
+  }
+  return std::nullopt;
+}
+
+}  // namespace varnholt::embedded

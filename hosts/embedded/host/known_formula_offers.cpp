@@ -1,0 +1,132 @@
+#include "hosts/embedded/host/known_formula_offers.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "hosts/embedded/operators/graph_parts.hpp"
+#include "hosts/embedded/vocabulary/formula.hpp"
+#include "hosts/embedded/vocabulary/graph_check.hpp"
+#include "hosts/embedded/vocabulary/known_formulas.hpp"
+#include "search_templates/genetic/graph/structural_key.hpp"
+#include "search_templates/genetic/value/key.hpp"
+#include "search_templates/genetic/value/semantics.hpp"
+
+namespace varnholt::embedded {
+
+using genetic::Key;
+using genetic::RandomGenerator;
+using genetic::Value;
+
+namespace {
+
+constexpr Key kPointMutation = genetic::key<"point_mutation">();
+constexpr Key kSubtreeMutation = genetic::key<"subtree_mutation">();
+
+// The window of the vocabulary that is nearest as a multiple; of two the shorter.
+std::string nearest_window(const std::string& days, const std::vector<int>& windows) {
+  const double wanted = std::log(window_of(days).value());
+  const auto distance = [wanted](int window) { return std::abs(std::log(window) - wanted); };
+  const auto nearest = std::min_element(
+      windows.begin(), windows.end(),
+      [&distance](int left, int right) { return distance(left) < distance(right); });
+  return std::to_string(*nearest);
+}
+
+// Whether fresh graphs have the word, which the vocabulary knows.
+bool is_drawn(const GraphPart& part, const Vocabulary& vocabulary) {
+  if (part.type == kRotationType) return vocabulary.find_function(part.name)->weight > 0.0;
+  if (part.type == kFeatureType) return vocabulary.find_feature(part.name)->weight > 0.0;
+  return true;
+}
+
+// The graph in the words and windows that are drawn, or nothing.
+std::optional<Value> in_drawn_words(Value graph, const Vocabulary& vocabulary,
+                                    const GraphLimits& limits) {
+  std::vector<int> windows = vocabulary.windows;
+  std::erase_if(windows, [&limits](int window) { return window > limits.max_window; });
+  for (const GraphPart& part : graph_parts(graph)) {
+    if (!is_drawn(part, vocabulary)) return std::nullopt;
+    if (part.type != kWindowType) continue;
+    if (windows.empty()) return std::nullopt;
+    graph = with_name(graph, part.path, nearest_window(part.name, windows));
+  }
+  return graph;
+}
+
+std::optional<Value> graph_of(const KnownFormula& formula, const Vocabulary& vocabulary,
+                              const GraphLimits& limits, const GraphMaking& making) {
+  try {
+    std::optional<Value> graph =
+        in_drawn_words(parse_formula(formula.formula, vocabulary), vocabulary, limits);
+    if (!graph) return std::nullopt;
+    graph = making.finished(*std::move(graph));
+    static_cast<void>(check_graph(*graph, vocabulary, limits));
+    return graph;
+  } catch (const FormulaError&) {
+    return std::nullopt;  // These prices have no such column.
+  } catch (const GraphError&) {
+    return std::nullopt;  // It is larger than the graphs of this search may be.
+  }
+}
+
+}  // namespace
+
+std::vector<KnownGraph> known_graphs(const Vocabulary& vocabulary, const GraphLimits& limits,
+                                     const GraphMaking& making) {
+  std::vector<KnownGraph> graphs;
+  genetic::StructuralKeySet structures;
+  for (const KnownFormula& formula : known_formulas()) {
+    std::optional<Value> graph = graph_of(formula, vocabulary, limits, making);
+    if (!graph || !structures.insert(genetic::structural_key(*graph)).second) continue;
+    graphs.push_back({std::string(formula.name), *std::move(graph)});
+  }
+  return graphs;
+}
+
+KnownFormulaOffers::KnownFormulaOffers(std::vector<KnownGraph> formulas,
+                                       const SignalArchive& archive, Lineage& lineage,
+                                       GeneticOperators& operators,
+                                       const MutationMaterial& material)
+    : formulas_(std::move(formulas)),
+      offered_in_(formulas_.size(), -1),
+      archive_(archive),
+      lineage_(lineage),
+      operators_(operators),
+      material_(material) {}
+
+std::optional<Value> KnownFormulaOffers::next(const std::shared_ptr<RandomGenerator>& generator) {
+  if (std::optional<Value> graph = as_it_is(*generator)) return graph;
+  for (int attempt = 0; attempt < kTries; ++attempt) {
+    if (std::optional<Value> graph = mutated(generator)) return graph;
+  }
+  return std::nullopt;
+}
+
+std::optional<Value> KnownFormulaOffers::as_it_is(RandomGenerator& generator) {
+  std::vector<std::size_t> left;
+  for (std::size_t i = 0; i < formulas_.size(); ++i) {
+    const bool is_offered = offered_in_[i] == lineage_.batches();
+    if (!is_offered && !lineage_.has_tried_formula(formulas_[i].name)) left.push_back(i);
+  }
+  if (left.empty()) return std::nullopt;
+  const std::size_t chosen = left[genetic::random_below(generator, left.size())];
+  offered_in_[chosen] = lineage_.batches();
+  lineage_.note_formula(formulas_[chosen].graph, formulas_[chosen].name);
+  return formulas_[chosen].graph;
+}
+
+std::optional<Value> KnownFormulaOffers::mutated(
+    const std::shared_ptr<RandomGenerator>& generator) {
+  const auto& [name, elite] = formulas_[genetic::random_below(*generator, formulas_.size())];
+  const bool is_point = generator->random() < kPointShare;
+  const Value material = material_.draw(*generator);
+  const Value graph = is_point ? operators_.point_mutation(elite, material, generator, {})
+                               : operators_.subtree_mutation(elite, material, generator, {});
+  // A mutation that comes to nothing is the formula, which may wait for its batch.
+  if (archive_.has_met(graph) || graph == elite) return std::nullopt;
+  lineage_.note_formula_offspring(graph, is_point ? kPointMutation : kSubtreeMutation, elite, name);
+  return graph;
+}
+
+}  // namespace varnholt::embedded

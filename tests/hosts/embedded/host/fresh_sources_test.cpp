@@ -1,0 +1,120 @@
+// The shares of fresh graphs: the known formulas, the archive's offspring and chance. Method: an
+// archive that is filled by hand, and many draws, whose lineage tells where each came from.
+#include "hosts/embedded/host/fresh_sources.hpp"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "search_templates/genetic/host/twister_generators.hpp"
+#include "search_templates/genetic/value/json_text.hpp"
+#include "tests/hosts/embedded/host/search_fixture.hpp"
+
+namespace varnholt::embedded::test {
+namespace {
+
+using genetic::Value;
+
+class FreshSourcesTest : public ContextTest {
+ protected:
+  // Signals that are like none of the others.
+  void fill(int count, CandidateSource source = CandidateSource::Random) {
+    const auto generator = seeded(99);
+    for (int i = 0; i < count; ++i) {
+      Eigen::ArrayXd profile = Eigen::ArrayXd::Zero(kProfileParts);
+      profile(i) = 1.0;
+      archive_.add(random_graph(*generator, evaluator_.vocabulary(), options_), 5.0, {1.0, profile},
+                   source);
+    }
+  }
+  std::shared_ptr<genetic::RandomGenerator> seeded(int seed) {
+    return generators_.seeded(Value(seed));
+  }
+  FreshSources sources(const FreshSettings& settings) {
+    return {archive_, lineage_, evaluator_.vocabulary(), options_, making_, settings};
+  }
+  struct Counts {
+    int known = 0;
+    int bred = 0;
+    int random = 0;
+  };
+  static constexpr int kDraws = 600;
+  Counts counted(const FreshSettings& settings) {
+    FreshSources of = sources(settings);
+    const auto generator = seeded(3);
+    Counts counts;
+    for (int i = 0; i < kDraws; ++i) {
+      const auto graph = of.next(generator);
+      if (!graph) {
+        ++counts.random;
+        continue;
+      }
+      lineage_.note_batch(genetic::List{*graph});
+      const bool is_known = lineage_.origin_of(*graph).source == CandidateSource::Known;
+      ++(is_known ? counts.known : counts.bred);
+      lineage_.next_generation();
+    }
+    return counts;
+  }
+
+  genetic::TwisterGenerators generators_;
+  RandomGraphOptions options_;
+  SignalArchive archive_;
+  GraphMaking making_{evaluator_.vocabulary(), {.simplifies = true, .drops_sign = true}};
+};
+
+TEST_F(FreshSourcesTest, EachGivesItsShare) {
+  fill(20);
+  const double known = archive_.shares().known();
+  const double bred = (1.0 - known) * archive_.shares().bred();
+  EXPECT_LT(archive_.shares().bred(), 0.4) << "all that was random got in";
+  const Counts counts = counted({});
+  EXPECT_NEAR(counts.known, kDraws * known, 45);
+  EXPECT_NEAR(counts.bred, kDraws * bred, 45);
+}
+
+TEST_F(FreshSourcesTest, WithTooFewParentsThereAreFormulasAndChance) {
+  fill(static_cast<int>(SignalArchive::kLeastParents) - 1);
+  const Counts counts = counted({});
+  EXPECT_EQ(counts.bred, 0);
+  EXPECT_NEAR(counts.known, kDraws * archive_.shares().known(), 45);
+}
+
+TEST_F(FreshSourcesTest, EachCanBeLeftOut) {
+  fill(20);
+  const Counts without_known = counted({true, false});
+  EXPECT_EQ(without_known.known, 0);
+  EXPECT_NEAR(without_known.bred, kDraws * archive_.shares().bred(), 45);
+  EXPECT_EQ(counted({false, true}).bred, 0);
+  EXPECT_EQ(counted({false, false}).random, kDraws);
+}
+
+TEST_F(FreshSourcesTest, WhereThereIsNothingToChooseNothingIsDrawn) {
+  const auto generator = seeded(1);
+  EXPECT_FALSE(sources({true, false}).next(generator)) << "no parents yet";
+  EXPECT_EQ(generator->random(), seeded(1)->random());
+  EXPECT_FALSE(sources({}).next(nullptr));
+}
+
+TEST_F(FreshSourcesTest, TheSameDrawsGiveTheSameGraphs) {
+  fill(20);
+  const SignalArchive copy = archive_;
+  const auto drawn = [this] {
+    FreshSources of = sources({});
+    const auto generator = seeded(5);
+    std::vector<std::string> texts;
+    for (int i = 0; i < 50; ++i) {
+      const auto graph = of.next(generator);
+      texts.push_back(graph ? genetic::json_text(*graph) : std::string());
+    }
+    return texts;
+  };
+  const auto first = drawn();
+  archive_ = copy;
+  EXPECT_EQ(drawn(), first);
+}
+
+}  // namespace
+}  // namespace varnholt::embedded::test
