@@ -6,6 +6,29 @@
 #include <vector>
 
 namespace varnholt::embedded {
+namespace {
+
+// A day on which an instrument cannot be traded, and what was wanted of it when it last was.
+struct CarriedDay {
+  Eigen::Index day = 0;
+  Eigen::Index traded = 0;
+  double wanted = 0.0;
+};
+
+void add_carried_days(const WantedColumn& column, Eigen::Index days,
+                      std::vector<CarriedDay>& carried) {
+  Eigen::Index traded = -1;
+  const Eigen::Index end = std::min(days, column.last() + 1);
+  for (Eigen::Index day = 0; day < end; ++day) {
+    if (column.has_close(day)) {
+      traded = day;
+    } else if (traded >= 0) {
+      carried.push_back({day, traded, column.wanted(traded)});
+    }
+  }
+}
+
+}  // namespace
 
 WantedColumn::WantedColumn(const Panel& weights, const Panel& close, const BookRules& rules,
                            Eigen::Index column, Eigen::Index last_day)
@@ -18,21 +41,29 @@ WantedColumn::WantedColumn(const Panel& weights, const Panel& close, const BookR
     --last_;
 }
 
-bool WantedColumn::has_close(Eigen::Index day) const {
-  return std::isfinite(close(day));
+bool WantedColumn::has_gap() const {
+  Eigen::Index first = 0;
+  while (first < last_ && !has_close(first))
+    ++first;
+  // No way out of the loop, which is vectorised so.
+  const double* const closes = closes_from(0);
+  double missing = 0.0;
+  for (Eigen::Index day = first; day <= last_; ++day)
+    missing = std::isfinite(closes[day]) ? missing : 1.0;
+  return missing != 0.0;
 }
 
-bool WantedColumn::has_gap() const {
-  Eigen::Index day = 0;
-  while (day < last_ && !has_close(day))
+Eigen::Index WantedColumn::plain_end(Eigen::Index day, Eigen::Index end) const {
+  const double* const closes = closes_from(0);
+  const Eigen::Index last = std::min(last_, end);
+  while (day < last && std::isfinite(closes[day + 1]))
     ++day;
-  while (day < last_ && has_close(day))
-    ++day;
-  return day < last_;
+  return day;
 }
 
 Capital::Capital(const Panel& weights, const Panel& close, const BookRules& rules,
-                 Eigen::Index last_day) {
+                 Eigen::Index last_day)
+    : shares_(Eigen::ArrayXd::Ones(std::min(last_day + 1, close.rows()))) {
   std::vector<WantedColumn> with_gaps;
   for (Eigen::Index column = 0; column < close.cols(); ++column) {
     const WantedColumn wanted(weights, close, rules, column, last_day);
@@ -40,30 +71,33 @@ Capital::Capital(const Panel& weights, const Panel& close, const BookRules& rule
   }
   if (with_gaps.empty()) return;
 
-  const Eigen::Index days = std::min(last_day + 1, close.rows());
+  const Eigen::Index days = shares_.size();
   Eigen::ArrayXd wanted_at_all = Eigen::ArrayXd::Zero(days);
   Eigen::ArrayXd tradable = Eigen::ArrayXd::Zero(days);
   for (Eigen::Index column = 0; column < close.cols(); ++column) {
     const WantedColumn wanted(weights, close, rules, column, last_day);
-    for (Eigen::Index day = 0; day < days; ++day) {
-      const double size = std::abs(wanted.wanted(day));
+    const double* const weight = wanted.wanted_from(0);
+    const double* const closes = wanted.closes_from(0);
+    for (Eigen::Index day = rules.delay_days; day < days; ++day) {
+      const double size = std::abs(weight[day]);
       wanted_at_all(day) += size;
-      if (wanted.has_close(day)) tradable(day) += size;
+      tradable(day) += std::isfinite(closes[day]) ? size : 0.0;
     }
   }
 
-  shares_ = Eigen::ArrayXd::Ones(days);
-  std::vector<double> held(with_gaps.size(), 0.0);
-  for (Eigen::Index day = 0; day < days; ++day) {
+  std::vector<CarriedDay> carried_days;
+  for (const WantedColumn& column : with_gaps)
+    add_carried_days(column, days, carried_days);
+  // Those of a day stay in the order of the columns, in which they are added up.
+  std::stable_sort(carried_days.begin(), carried_days.end(),
+                   [](const CarriedDay& a, const CarriedDay& b) { return a.day < b.day; });
+  for (auto first = carried_days.begin(); first != carried_days.end();) {
+    const Eigen::Index day = first->day;
     double carried = 0.0;
-    for (std::size_t i = 0; i < with_gaps.size(); ++i) {
-      if (!with_gaps[i].has_close(day) && day <= with_gaps[i].last()) carried += std::abs(held[i]);
-    }
+    for (; first != carried_days.end() && first->day == day; ++first)
+      carried += std::abs(first->wanted * shares_(first->traded));
     if (carried > 0.0 && tradable(day) > 0.0) {
       shares_(day) = std::clamp((wanted_at_all(day) - carried) / tradable(day), 0.0, 1.0);
-    }
-    for (std::size_t i = 0; i < with_gaps.size(); ++i) {
-      if (with_gaps[i].has_close(day)) held[i] = with_gaps[i].wanted(day) * shares_(day);
     }
   }
 }

@@ -2,6 +2,7 @@
 // without a price, and never more than its capital. The rules are told in statistics.hpp.
 #pragma once
 
+#include <cmath>
 #include <optional>
 
 #include <Eigen/Core>
@@ -19,7 +20,22 @@ class WantedColumn {
                Eigen::Index column, Eigen::Index last_day);
 
   [[nodiscard]] double close(Eigen::Index day) const { return close_(day, column_); }
-  [[nodiscard]] bool has_close(Eigen::Index day) const;
+  [[nodiscard]] bool has_close(Eigen::Index day) const { return std::isfinite(close(day)); }
+  // Whether nothing but trading on that day changes what is held: there is a close on it, on the
+  // day before and on the day after.
+  [[nodiscard]] bool is_plain(Eigen::Index day) const {
+    return day > delay_ && day < last_ && has_close(day - 1) && has_close(day) &&
+           has_close(day + 1);
+  }
+  // The end of the plain days that begin with `day`, at most `end`.
+  [[nodiscard]] Eigen::Index plain_end(Eigen::Index day, Eigen::Index end) const;
+  // Day by day from that one on; what is wanted before the delay is over is not there.
+  [[nodiscard]] const double* wanted_from(Eigen::Index day) const {
+    return weights_.data() + column_ * weights_.rows() + day - delay_;
+  }
+  [[nodiscard]] const double* closes_from(Eigen::Index day) const {
+    return close_.data() + column_ * close_.rows() + day;
+  }
   // The last day with a close; -1 where there is none.
   [[nodiscard]] Eigen::Index last() const { return last_; }
   // Whether there is a day without a close between two with one.
@@ -44,12 +60,11 @@ class Capital {
  public:
   Capital(const Panel& weights, const Panel& close, const BookRules& rules, Eigen::Index last_day);
 
-  [[nodiscard]] double share(Eigen::Index day) const {
-    return shares_.size() == 0 ? 1.0 : shares_(day);
-  }
+  [[nodiscard]] double share(Eigen::Index day) const { return shares_(day); }
+  [[nodiscard]] const double* shares_from(Eigen::Index day) const { return shares_.data() + day; }
 
  private:
-  Eigen::ArrayXd shares_;  // Empty where nothing is ever carried.
+  Eigen::ArrayXd shares_;  // All ones where nothing is ever carried.
 };
 
 struct Position {

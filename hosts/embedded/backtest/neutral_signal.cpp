@@ -9,38 +9,61 @@
 
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
+#include "hosts/embedded/vocabulary/tile_sums.hpp"
 
 namespace varnholt::embedded {
 namespace {
 
-using Eigen::ArrayXXd;
-using Eigen::Index;
-
-// Calls `function(day, group, value)` for each known value that has a group: instrument after
-// instrument, because the history of one lies together. So a group is added up in the order of the
-// columns.
-template <typename Function>
-void each_member(const Panel& signal, const GroupPanel* groups, Function function) {
-  for (Index column = 0; column < signal.cols(); ++column) {
-    for (Index day = 0; day < signal.rows(); ++day) {
-      const int group = groups == nullptr ? 0 : (*groups)(day, column);
-      const double value = signal(day, column);
-      if (group != kNoGroup && std::isfinite(value)) function(day, column, Index{group}, value);
+// Sums of large or of small values would overflow, or lose what is left after the mean: so each day
+// is divided by its greatest value, and a day of zeros by one.
+DaySums divisors_of_days(const Panel& signal, const DayTile& tile) {
+  DaySums greatest{};
+  for (Eigen::Index column = 0; column < signal.cols(); ++column) {
+    const double* const from = tile.of_column(signal, column);
+    for (std::size_t day = 0; day < tile.days; ++day) {
+      const double size = std::abs(from[day]);
+      greatest[day] = std::isfinite(size) && size > greatest[day] ? size : greatest[day];
     }
   }
+  for (double& value : greatest)
+    value = value == 0.0 ? 1.0 : value;
+  return greatest;
 }
 
-// Sums of large or of small values would overflow, or lose what is left after the mean.
-Panel scaled_days(const Panel& signal) {
-  Eigen::ArrayXd greatest = Eigen::ArrayXd::Zero(signal.rows());
-  each_member(signal, nullptr, [&](Index day, Index /*column*/, Index /*group*/, double value) {
-    greatest(day) = std::max(greatest(day), std::abs(value));
-  });
-  Panel scaled = Panel::Constant(signal.rows(), signal.cols(), kUnknown);
-  each_member(signal, nullptr, [&](Index day, Index column, Index /*group*/, double value) {
-    scaled(day, column) = greatest(day) == 0.0 ? 0.0 : value / greatest(day);
-  });
-  return scaled;
+template <typename Groups>
+Panel neutralized(const Panel& signal, const Groups& groups) {
+  Panel neutral(signal.rows(), signal.cols());
+  typename Groups::Sums counts(groups.count());
+  typename Groups::Sums means(groups.count());
+  typename Groups::Sums squares(groups.count());
+  typename Groups::Sums deviations(groups.count());
+  for (const DayTile& tile : day_tiles(signal)) {
+    const DaySums divisors = divisors_of_days(signal, tile);
+    squares.clear();
+    deviations.clear();
+    each_entry(signal, tile, groups, neutral,
+               [&divisors](const TileEntry& entry, double value, double& scaled) {
+                 const double share = value / divisors[entry.day];
+                 scaled = entry.is_member ? share : kUnknown;
+               });
+    find_means(neutral, tile, groups, neutral, counts, means);
+    each_entry(neutral, tile, groups, neutral,
+               [mean = means.data(), square = squares.data(), spread = deviations.data()](
+                   const TileEntry& entry, double scaled, double& /*result*/) {
+                 const double deviation = scaled - mean[entry.place];
+                 square[entry.place] += entry.is_member ? scaled * scaled : 0.0;
+                 spread[entry.place] += entry.is_member ? deviation * deviation : 0.0;
+               });
+    each_entry(neutral, tile, groups, neutral,
+               [mean = means.data(), square = squares.data(), spread = deviations.data()](
+                   const TileEntry& entry, double scaled, double& result) {
+                 const double none = scaled - scaled;  // Not known where that is not.
+                 const double deviation = scaled - mean[entry.place];
+                 const double rounding = kConstantTolerance * square[entry.place];
+                 result = spread[entry.place] <= rounding ? none : deviation;
+               });
+  }
+  return neutral;
 }
 
 }  // namespace
@@ -50,29 +73,8 @@ Panel neutral_signal(const Panel& signal, const GroupPanel* groups) {
     throw std::invalid_argument(
         "a signal and groups of two shapes; take both from the same market data");
   }
-  const Panel scaled = scaled_days(signal);
-  const Index days = scaled.rows();
-  const Index group_count = groups == nullptr || groups->size() == 0 ? 1 : groups->maxCoeff() + 1;
-  ArrayXXd means = ArrayXXd::Zero(days, std::max<Index>(group_count, 1));
-  ArrayXXd counts = means;
-  ArrayXXd squares = means;
-  ArrayXXd deviations = means;
-  each_member(scaled, groups, [&](Index day, Index /*column*/, Index group, double value) {
-    means(day, group) += value;
-    counts(day, group) += 1.0;
-    squares(day, group) += value * value;
-  });
-  means /= counts.max(1.0);
-  each_member(scaled, groups, [&](Index day, Index /*column*/, Index group, double value) {
-    const double deviation = value - means(day, group);
-    deviations(day, group) += deviation * deviation;
-  });
-  Panel neutral = Panel::Constant(days, scaled.cols(), kUnknown);
-  each_member(scaled, groups, [&](Index day, Index column, Index group, double value) {
-    const bool is_constant = deviations(day, group) <= kConstantTolerance * squares(day, group);
-    neutral(day, column) = is_constant ? 0.0 : value - means(day, group);
-  });
-  return neutral;
+  return groups == nullptr ? neutralized(signal, OneGroup())
+                           : neutralized(signal, ManyGroups(*groups));
 }
 
 bool is_neutral_by_group(const BookRules& rules) {

@@ -9,6 +9,7 @@
 
 #include "hosts/embedded/backtest/held_positions.hpp"
 #include "hosts/embedded/backtest/return_series.hpp"
+#include "hosts/embedded/vocabulary/day_tiles.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -19,8 +20,8 @@ struct DailySums {
   Eigen::ArrayXd traded;
   Eigen::ArrayXd net_exposure;
   Eigen::ArrayXd gross_exposure;
-  double max_weight = 0.0;
-  std::int64_t missing_returns = 0;
+  Eigen::ArrayXd max_weight;       // The greatest of the day.
+  Eigen::ArrayXd missing_returns;  // How many.
 };
 
 // Holding days, as the weights and prices count them.
@@ -29,11 +30,50 @@ struct HoldingDays {
   Eigen::Index count = 0;
 };
 
+// Adds plain days of a column, whose first is entry `first`. No day waits for the one before, so
+// that the loop is vectorised; what is not held adds zeros.
+void add_plain_days(DailySums& sums, const WantedColumn& column, const Capital& capital,
+                    Eigen::Index first_day, Eigen::Index first, Eigen::Index count) {
+  const double* const wanted = column.wanted_from(first_day);
+  const double* const share = capital.shares_from(first_day);
+  const double* const close = column.closes_from(first_day);
+  double* const __restrict traded = sums.traded.data() + first;
+  double* const __restrict net_exposure = sums.net_exposure.data() + first;
+  double* const __restrict gross_exposure = sums.gross_exposure.data() + first;
+  double* const __restrict max_weight = sums.max_weight.data() + first;
+  for (Eigen::Index i = 0; i < count; ++i) {
+    const double weight = wanted[i] * share[i];
+    const double size = std::abs(weight);
+    traded[i] += std::abs(weight - wanted[i - 1] * share[i - 1]);
+    net_exposure[i] += weight;
+    gross_exposure[i] += size;
+    max_weight[i] = size > max_weight[i] ? size : max_weight[i];
+  }
+  double* const __restrict gross_return = sums.gross_return.data() + first;
+  double* const __restrict missing = sums.missing_returns.data() + first;
+  for (Eigen::Index i = 0; i < count; ++i) {
+    const double weight = wanted[i] * share[i];
+    const double change = close[i + 1] / close[i] - 1.0;
+    const bool is_booked = std::abs(change) <= kLargestReturn;
+    gross_return[i] += is_booked ? weight * change : 0.0;
+    const double if_held = is_booked ? 0.0 : 1.0;
+    missing[i] += weight != 0.0 ? if_held : 0.0;
+  }
+}
+
 void add_column(DailySums& sums, const WantedColumn& column, const Capital& capital,
                 const BookRules& rules, HoldingDays held) {
   Position position = position_before(column, capital, held.first);
   for (Eigen::Index entry = 0; entry < held.count; ++entry) {
-    const Eigen::Index day = held.first + entry;
+    Eigen::Index day = held.first + entry;
+    if (column.is_plain(day)) {
+      const Eigen::Index end = column.plain_end(day, held.first + held.count);
+      add_plain_days(sums, column, capital, day, entry, end - day);
+      position = {column.wanted(end - 1) * capital.share(end - 1), column.close(end - 1)};
+      entry += end - day;
+      day = end;
+      if (entry == held.count) return;
+    }
     if (column.has_close(day)) {
       const double weight = column.wanted(day) * capital.share(day);
       sums.traded(entry) += std::abs(weight - position.weight);
@@ -44,17 +84,18 @@ void add_column(DailySums& sums, const WantedColumn& column, const Capital& capi
     if (position.weight == 0.0) continue;
     sums.net_exposure(entry) += position.weight;
     sums.gross_exposure(entry) += std::abs(position.weight);
-    sums.max_weight = std::max(sums.max_weight, std::abs(position.weight));
+    sums.max_weight(entry) = std::max(sums.max_weight(entry), std::abs(position.weight));
     const auto change = booked_change(column, position, day, rules);
     if (change) sums.gross_return(entry) += position.weight * *change;
-    if (!change || !column.has_close(day) || !column.has_close(day + 1)) ++sums.missing_returns;
+    if (!change || !column.has_close(day) || !column.has_close(day + 1))
+      sums.missing_returns(entry) += 1.0;
   }
 }
 
 DailySums daily_sums(const Panel& weights, const Panel& close, const BookRules& rules,
                      HoldingDays held) {
   const Eigen::ArrayXd zeros = Eigen::ArrayXd::Zero(held.count);
-  DailySums sums{zeros, zeros, zeros, zeros};
+  DailySums sums{zeros, zeros, zeros, zeros, zeros, zeros};
   const Eigen::Index last_day = held.first + held.count;  // On which the last of them ends.
   const Capital capital(weights, close, rules, last_day);
   for (Eigen::Index column = 0; column < close.cols(); ++column)
@@ -71,8 +112,48 @@ void check_shapes(const Panel& weights, const Panel& close) {
 }
 
 void check_finite(const Panel& weights, Eigen::Index first_row, Eigen::Index rows) {
-  if (weights.middleRows(first_row, rows).isFinite().all()) return;
-  refuse_weights_that_are_not_finite();
+  // No way out of the loop, which is vectorised so.
+  double not_finite = 0.0;
+  for (Eigen::Index column = 0; column < weights.cols(); ++column) {
+    const double* const weight = weights.data() + column * weights.rows() + first_row;
+    for (Eigen::Index i = 0; i < rows; ++i)
+      not_finite = std::isfinite(weight[i]) ? not_finite : 1.0;
+  }
+  if (not_finite != 0.0) refuse_weights_that_are_not_finite();
+}
+
+// The weights of a few days.
+void weigh_tile(const Panel& signal, const DayTile& tile, Panel& weights) {
+  // The greatest entry of the day is divided out first: a sum of very large or very small entries
+  // would overflow or lose its digits.
+  DaySums greatest{};
+  DaySums gross{};
+  for (Eigen::Index column = 0; column < signal.cols(); ++column) {
+    const double* const from = tile.of_column(signal, column);
+    for (std::size_t day = 0; day < tile.days; ++day) {
+      const double size = std::abs(from[day]);
+      const bool is_greater = std::isfinite(from[day]) && size > greatest[day];
+      greatest[day] = is_greater ? size : greatest[day];
+    }
+  }
+  for (Eigen::Index column = 0; column < signal.cols(); ++column) {
+    const double* const from = tile.of_column(signal, column);
+    double* const to = tile.of_column(weights, column);
+    for (std::size_t day = 0; day < tile.days; ++day) {
+      // Not finite are the shares of what is not, and of a day of zeros.
+      const double share = from[day] / greatest[day];
+      const double weight = std::isfinite(share) ? share : 0.0;
+      to[day] = weight;
+      gross[day] += std::abs(weight);
+    }
+  }
+  for (double& sum : gross)
+    sum = sum > 0.0 ? sum : 1.0;
+  for (Eigen::Index column = 0; column < signal.cols(); ++column) {
+    double* const to = tile.of_column(weights, column);
+    for (std::size_t day = 0; day < tile.days; ++day)
+      to[day] /= gross[day];
+  }
 }
 
 void check_days(HoldingDays held, Eigen::Index price_days) {
@@ -97,14 +178,14 @@ BacktestResult result_of(DailySums sums, const BookRules& rules) {
   statistics.annualized_returns = rules.periods_per_year * mean_of(result.net_returns);
   statistics.turnover = mean_of(sums.traded);
   statistics.drawdown = deepest_fall(result.net_returns);
-  statistics.max_weight = sums.max_weight;
+  statistics.max_weight = sums.max_weight.size() == 0 ? 0.0 : sums.max_weight.maxCoeff();
   statistics.delta_exposure = mean_of(sums.net_exposure.abs());
   statistics.abs_weight_sum_mean = mean_of(sums.gross_exposure);
   statistics.quality_score =
       statistics.sharpe - statistics.drawdown - kTurnoverPenalty * statistics.turnover;
   statistics.holding_days = sums.gross_return.size();
   statistics.active_days = (sums.gross_exposure > 0.0).count();
-  statistics.missing_return_count = sums.missing_returns;
+  statistics.missing_return_count = static_cast<std::int64_t>(sums.missing_returns.sum());
   result.gross_returns = std::move(sums.gross_return);
   result.traded = std::move(sums.traded);
   result.net_exposure = std::move(sums.net_exposure);
@@ -115,32 +196,9 @@ BacktestResult result_of(DailySums sums, const BookRules& rules) {
 }  // namespace
 
 Panel signal_weights(const Panel& signal) {
-  const auto known = [&signal](Eigen::Index day, Eigen::Index column) {
-    const double value = signal(day, column);
-    return std::isfinite(value) ? value : 0.0;
-  };
-  // The greatest entry of the day is divided out first: a sum of very large or very small entries
-  // would overflow or lose its digits.
-  Eigen::ArrayXd greatest = Eigen::ArrayXd::Zero(signal.rows());
-  for (Eigen::Index column = 0; column < signal.cols(); ++column) {
-    for (Eigen::Index day = 0; day < signal.rows(); ++day) {
-      greatest(day) = std::max(greatest(day), std::abs(known(day, column)));
-    }
-  }
-  Panel weights = Panel::Zero(signal.rows(), signal.cols());
-  Eigen::ArrayXd gross = Eigen::ArrayXd::Zero(signal.rows());
-  for (Eigen::Index column = 0; column < signal.cols(); ++column) {
-    for (Eigen::Index day = 0; day < signal.rows(); ++day) {
-      if (greatest(day) == 0.0) continue;
-      weights(day, column) = known(day, column) / greatest(day);
-      gross(day) += std::abs(weights(day, column));
-    }
-  }
-  for (Eigen::Index column = 0; column < signal.cols(); ++column) {
-    for (Eigen::Index day = 0; day < signal.rows(); ++day) {
-      if (gross(day) > 0.0) weights(day, column) /= gross(day);
-    }
-  }
+  Panel weights(signal.rows(), signal.cols());
+  for (const DayTile& tile : day_tiles(signal))
+    weigh_tile(signal, tile, weights);
   return weights;
 }
 

@@ -1,68 +1,89 @@
 // The functions of panel_functions.hpp that work across the instruments of a day.
 #include <cmath>
-#include <vector>
+#include <limits>
 
-#include "hosts/embedded/vocabulary/day_values.hpp"
-#include "hosts/embedded/vocabulary/panel_checks.hpp"
+#include "hosts/embedded/vocabulary/day_ranks.hpp"
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
+#include "hosts/embedded/vocabulary/tile_sums.hpp"
 
 namespace varnholt::embedded {
 namespace {
 
-template <typename Function>
-Panel each_day(const Panel& x, Function function) {
-  Panel result = Panel::Constant(x.rows(), x.cols(), kUnknown);
-  DayValues values;
-  std::vector<Eigen::Index> columns;
-  for (Eigen::Index day = 0; day < x.rows(); ++day) {
-    values.clear();
-    columns.clear();
-    for (Eigen::Index column = 0; column < x.cols(); ++column) {
-      if (std::isnan(x(day, column))) continue;
-      values.push_back(x(day, column));
-      columns.push_back(column);
-    }
-    if (values.empty()) continue;
-    function(values);
-    for (std::size_t i = 0; i < values.size(); ++i) {
-      result(day, columns[i]) = finite_or_nan(values[i]);
-    }
-  }
-  return result;
-}
-
-void scale(DayValues& values) {
-  double gross = 0.0;
-  for (const double value : values)
-    gross += std::abs(value);
-  if (gross == 0.0) return;
-  // An overflow of the sum would turn the whole day into zeros that look like values.
-  const double divisor = finite_or_nan(gross);
-  for (double& value : values)
-    value /= divisor;
-}
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 }  // namespace
 
 Panel cross_rank(const Panel& x) {
-  Ranking ranking;
-  return each_day(x, [&ranking](DayValues& values) { ranking(values); });
+  return day_ranks(x, nullptr);
 }
 
 Panel cross_winsorize(const Panel& x, double spreads) {
-  return each_day(x, [spreads](DayValues& values) { winsorize_values(values, spreads); });
+  constexpr OneGroup kAll;
+  Panel result(x.rows(), x.cols());
+  OneGroupSums counts(1);
+  OneGroupSums means(1);
+  OneGroupSums deviations(1);
+  OneGroupSums lows(1);
+  OneGroupSums highs(1);
+  for (const DayTile& tile : day_tiles(x)) {
+    find_means(x, tile, kAll, result, counts, means);
+    deviations.clear();
+    each_entry(x, tile, kAll, result,
+               [mean = means.data(), spread = deviations.data()](const TileEntry& entry,
+                                                                 double value, double& /*result*/) {
+                 const double deviation = value - mean[entry.place];
+                 spread[entry.place] += entry.is_member ? deviation * deviation : 0.0;
+               });
+    for (std::size_t day = 0; day < tile.days; ++day) {
+      const double count = counts.data()[day];
+      const double reach = spreads * std::sqrt(deviations.data()[day] / (count - 1.0));
+      lows.data()[day] = count < 2.0 ? -kInfinity : means.data()[day] - reach;
+      highs.data()[day] = count < 2.0 ? kInfinity : means.data()[day] + reach;
+    }
+    each_entry(x, tile, kAll, result,
+               [low = lows.data(), high = highs.data()](const TileEntry& entry, double value,
+                                                        double& kept) {
+                 const double least = low[entry.place];
+                 const double most = high[entry.place];
+                 const double above = value < least ? least : value;
+                 const double within = most < value ? most : above;
+                 kept = entry.is_member ? finite_or_nan(within) : kUnknown;
+               });
+  }
+  return result;
 }
 
 Panel cross_zscore(const Panel& x) {
-  return each_day(x, zscore_values);
+  return standardized(x, OneGroup());
 }
 
 Panel cross_demean(const Panel& x) {
-  return each_day(x, demean_values);
+  return demeaned(x, OneGroup());
 }
 
 Panel cross_scale(const Panel& x) {
-  return each_day(x, scale);
+  constexpr OneGroup kAll;
+  Panel result(x.rows(), x.cols());
+  OneGroupSums gross(1);
+  for (const DayTile& tile : day_tiles(x)) {
+    gross.clear();
+    each_entry(x, tile, kAll, result,
+               [sum = gross.data()](const TileEntry& entry, double value, double& /*result*/) {
+                 sum[entry.place] += entry.is_member ? std::abs(value) : 0.0;
+               });
+    // A day of zeros is divided by one. An overflow of the sum would turn the whole day into zeros
+    // that look like values.
+    for (std::size_t day = 0; day < gross.size(); ++day) {
+      double& sum = gross.data()[day];
+      sum = sum == 0.0 ? 1.0 : finite_or_nan(sum);
+    }
+    each_entry(x, tile, kAll, result,
+               [sum = gross.data()](const TileEntry& entry, double value, double& share) {
+                 const double of_gross = finite_or_nan(value / sum[entry.place]);
+                 share = entry.is_member ? of_gross : kUnknown;
+               });
+  }
+  return result;
 }
 
 }  // namespace varnholt::embedded
