@@ -14,6 +14,7 @@
 #include <cmath>
 #include <cstdint>
 #include <ctime>
+#include <numeric>
 #include <random>
 #include <string>
 #include <utility>
@@ -101,9 +102,11 @@ World world_of(bool alike, bool refused) {
 PoolMeasure compared(const MemberSeries& members, const ArrayXd& signal) {
   const std::string name = "1-1";
   PoolComparison comparison;
+  std::vector<std::size_t> rows(members.size());
+  std::iota(rows.begin(), rows.end(), std::size_t{0});
   MemberComparison(members, [&](std::size_t) -> const std::string& {
     return name;
-  }).add(signal, 0, kDefaultMinNovelty, comparison);
+  }).add(signal, rows, kDefaultMinNovelty, comparison);
   return comparison.measure;
 }
 

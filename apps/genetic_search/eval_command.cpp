@@ -122,6 +122,7 @@ class Evaluations {
     options.config = resolved_config(command_.config_file, command_.overrides, check_);
     embedded::RunData data(options, check_);
     config_ = options.config;
+    config_.gates = data.gates;
     book_ = data.book;
     plan_ = data.plan;
     days_.dates = data.whole.dates;

@@ -205,7 +205,8 @@ Json settled_event(const embedded::SettledSignal& signal) {
                               {"refusal_reason", text_or_null(signal.refusal_reason)},
                               {"refusal_detail", text_or_null(signal.refusal_detail)},
                               {"novelty", number_json(signal.novelty)},
-                              {"correlation", number_json(signal.correlation)}});
+                              {"correlation", number_json(signal.correlation)},
+                              {"replaced", signal.replaced}});
 }
 
 Json generation_event(const SearchProgress& progress) {
@@ -263,7 +264,8 @@ Json ended_event(const embedded::SearchSummary& summary, const std::filesystem::
   members["luck"] = luck_json(summary.luck);
   members["submissions"] = {{"submitted", summary.submissions.submitted},
                             {"refused", counts_json(summary.submissions.refused)},
-                            {"waiting", summary.submissions.waiting}};
+                            {"waiting", summary.submissions.waiting},
+                            {"replaced", summary.submissions.replaced}};
   members["left_out"] = summary.left_out;
   members["completed_holdouts"] = summary.completed_holdouts;
   return event_of("ended", members);

@@ -58,7 +58,11 @@ std::string submission_counts_text(const embedded::SubmissionCounts& counts) {
     refused += count;
   std::string text = fmt::format("{} submitted, {} refused", counts.submitted, refused);
   if (refused > 0) text += fmt::format(" ({})", failures_text(counts.refused, kListedRefusals));
-  return text + fmt::format(", {} waiting", counts.waiting);
+  text += fmt::format(", {} waiting", counts.waiting);
+  if (counts.replaced > 0) {
+    text += fmt::format("; {} left the pool for a better one", counted(counts.replaced, "signal"));
+  }
+  return text;
 }
 
 std::string pool_text(const embedded::SearchSummary& summary,
@@ -87,7 +91,7 @@ std::string pool_text(const embedded::SearchSummary& summary,
   text += entry_text("", sample_days_text(started), width);
   std::string counts = "Submissions: " + submission_counts_text(summary.submissions);
   // A run settles what one that died has left in the queue.
-  if (static_cast<std::uint64_t>(summary.submissions.submitted) > count) {
+  if (summary.submissions.of_earlier_runs > 0) {
     counts += ", left-overs of earlier runs among them";
   }
   text += entry_text("", counts + ".", width);

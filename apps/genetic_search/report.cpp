@@ -91,6 +91,16 @@ std::string terminal_reason(const SearchSummary& summary) {
   return reason.is_absent() ? std::string() : on_one_line(genetic::str(reason));
 }
 
+// Of the gate that the days make; the others are what the options say.
+std::string gate_of_days_text(const embedded::SearchStarted& started, Width width) {
+  if (!started.sharpe_gate_is_of_days || !started.gates.min_sharpe) return {};
+  return entry_text("gate    ",
+                    fmt::format("least Sharpe ratio {:.2f}, {:g} standard errors of one over the "
+                                "days in sample; another with --min-sharpe",
+                                *started.gates.min_sharpe, embedded::kLeastSharpeInErrors),
+                    width);
+}
+
 std::string neutral_text(const embedded::BookRules& rules) {
   if (rules.neutralize == embedded::kNeutralizeNone) return "not neutralized";
   if (rules.neutralize == embedded::kNeutralizeMarket) return "neutralized across the market";
@@ -126,6 +136,7 @@ std::string started_text(const embedded::SearchStarted& started, Width width) {
                          started.split_is_kept ? ", as the signal pool keeps it" : ""),
              width) +
          entry_text("book    ", book_text(started.book, started.periods_are_inferred), width) +
+         gate_of_days_text(started, width) +
          entry_text(
              "store   ",
              fmt::format("{}, run {}", on_one_line(started.database.string()), started.run_id),

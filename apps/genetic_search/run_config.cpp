@@ -21,8 +21,9 @@ embedded::HostConfig resolved_config(const std::optional<std::filesystem::path>&
       file ? embedded::read_host_config(*file, check) : embedded::HostConfig();
   for (const embedded::Gate& gate : embedded::gate_table()) {
     const auto found = overrides.thresholds.find(gate.option);
-    if (found == overrides.thresholds.end()) continue;
-    override_with(gate.setting(config.gates, config.limits), found->second);
+    const bool is_given = found != overrides.thresholds.end() && found->second.has_value();
+    // To ask for a threshold sets it, so one that is left to the days must not be asked for.
+    if (is_given) gate.setting(config.gates, config.limits) = *found->second;
   }
   override_with(config.eras.era, overrides.era);
   override_with(config.pool.name, overrides.pool_name);

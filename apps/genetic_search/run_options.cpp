@@ -68,8 +68,8 @@ void add_breeding_options(Options& options, embedded::SearchOptions& search) {
 void add_repair_options(Options& options, embedded::SearchOptions& search) {
   options.whole("--repairs", "N", from(0),
                 fmt::format("Repairs of near misses that a generation tries; 0 for none. Default: "
-                            "{}.",
-                            genetic::DEFAULT_MAX_IMPROVEMENT_CANDIDATES),
+                            "one for {} candidates of a batch.",
+                            embedded::kCandidatesARepair),
                 search.max_improvement_candidates);
   options.whole("--repair-rounds", "N", from(0),
                 fmt::format("Rounds in which they are tried, each repairing what the one before "
@@ -217,7 +217,7 @@ void add_judging_options(Options& options, embedded::SearchOptions& search,
   options.group("Gates (what a signal needs to pass; defaults where --config says nothing)");
   for (const embedded::Gate* const gate : embedded::gates_as_told(false)) {
     options.real(std::string(gate->option), "X", {gate->low, kInfinity},
-                 fmt::format("{} Default: {}.", gate->help, gate->default_threshold()),
+                 fmt::format("{} Default: {}.", gate->help, gate->default_text()),
                  overrides.thresholds[gate->option]);
   }
 }

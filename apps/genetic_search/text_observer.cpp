@@ -22,6 +22,8 @@ Width TextObserver::width() const {
 
 void TextObserver::tell_started(const embedded::SearchStarted& started) {
   started_ = started;
+  // What lets more signals through is told beside the gates that there were.
+  options_.config.gates = started.gates;
   if (!style_.quiet) outputs().text.write(started_text(started, width()));
 }
 

@@ -1,15 +1,15 @@
 // How much a search finds: whole runs on markets with one hidden effect.
 //
-//   bench_search_quality run ARM RESULTS [SEEDS] [BACKTESTS] [EFFECT]
+//   bench_search_quality run ARM[+SETTING=NUMBER...] RESULTS [SEEDS] [BACKTESTS] [EFFECT]
 //   bench_search_quality export EFFECT SEED FOLDER
 //
 // The arms are "ours", the search as it is by default; "fresh", which draws and never breeds or
 // repairs; and ours without the archive, with expressions as they are written, and with units
-// mixed. Each run gets equal numbers of backtests on the same prices. RESULTS is a CSV file to
-// which a line is added as each run ends; runs that stand there already are passed over, so that
-// the same command goes on where it was stopped. `summary.py` makes the tables of
-// docs/search-quality.md of it, and `peers.py` adds the lines of other libraries, for which
-// `export` writes what they need.
+// mixed. A setting that is added to an arm makes another arm. Each run gets equal numbers of
+// backtests on the same prices. RESULTS is a CSV file to which a line is added as each run ends;
+// runs that stand there already are passed over, so that the same command goes on where it was
+// stopped. `summary.py` makes the tables of docs/search-quality.md of it, and `peers.py` adds the
+// lines of other libraries, for which `export` writes what they need.
 //
 // "Found" is the first candidate that meets the gates, has a Sharpe ratio of at least 0.5 in
 // sample, and a daily PnL that correlates at least 0.6 with the oracle's, in sample. How a signal
@@ -24,6 +24,7 @@
 #include <fstream>
 #include <optional>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -160,11 +161,57 @@ constexpr auto kArms = std::to_array<Arm>({
     {"mixed-units", [](SearchOptions& options) { options.config.vocabulary.units = false; }},
 });
 
-std::string arm_names() {
+template <typename Rows>
+std::string names_of(const Rows& rows) {
   std::string names;
-  for (const Arm& arm : kArms)
-    names += (names.empty() ? "" : "|") + std::string(arm.name);
+  for (const auto& row : rows)
+    names += (names.empty() ? "" : "|") + std::string(row.name);
   return names;
+}
+
+genetic::Value whole(double value) {
+  return static_cast<std::int64_t>(value);
+}
+
+// What can be set beside an arm: "ours+batch_size=256+repairs=0".
+struct Setting {
+  std::string_view name;
+  void (*set)(SearchOptions& options, double value);
+};
+constexpr auto kSettings = std::to_array<Setting>({
+    {"batch_size", [](SearchOptions& options, double value) { options.batch_size = whole(value); }},
+    {"deflated_sharpe_min",
+     [](SearchOptions& options, double value) { options.config.pool.deflated_sharpe_min = value; }},
+    {"elite_fraction",
+     [](SearchOptions& options, double value) { options.elite_fraction = value; }},
+    {"repairs", [](SearchOptions& options,
+                   double value) { options.max_improvement_candidates = whole(value); }},
+    {"replaces_weaker", [](SearchOptions& options,
+                           double value) { options.config.pool.replaces_weaker = value != 0.0; }},
+    {"restart_threshold",
+     [](SearchOptions& options, double value) { options.restart_threshold = whole(value); }},
+    {"sharpe_min",
+     [](SearchOptions& options, double value) { options.config.gates.min_sharpe = value; }},
+});
+
+// The row of that name, or a complaint that names the others.
+template <typename Row, std::size_t Count>
+const Row& row_of(const std::array<Row, Count>& rows, std::string_view what,
+                  std::string_view name) {
+  const auto row =
+      std::find_if(rows.begin(), rows.end(), [&](const Row& one) { return one.name == name; });
+  if (row != rows.end()) return *row;
+  throw std::invalid_argument(
+      fmt::format("there is no {} {}, only {}", what, name, names_of(rows)));
+}
+
+void change(SearchOptions& options, const std::string& setting) {
+  const std::size_t equals = setting.find('=');
+  if (equals == std::string::npos) {
+    throw std::invalid_argument(setting + " is no setting; write NAME=NUMBER");
+  }
+  row_of(kSettings, "setting", setting.substr(0, equals))
+      .set(options, std::stod(setting.substr(equals + 1)));
 }
 
 SearchOptions options_of(const std::string& arm, std::int64_t backtests, std::uint64_t seed) {
@@ -173,12 +220,13 @@ SearchOptions options_of(const std::string& arm, std::int64_t backtests, std::ui
   options.seed = seed;
   options.candidates = backtests;
   options.periods_per_year = BookRules().periods_per_year;
-  for (const Arm& known : kArms) {
-    if (known.name != arm) continue;
-    known.change(options);
-    return options;
-  }
-  throw std::invalid_argument("there is no arm " + arm + ", only " + arm_names());
+  std::istringstream parts(arm);
+  std::string part;
+  std::getline(parts, part, '+');
+  row_of(kArms, "arm", part).change(options);
+  while (std::getline(parts, part, '+'))
+    change(options, part);
+  return options;
 }
 
 // The rules by which a signal is judged: those of a run.
@@ -354,9 +402,11 @@ int main_of(const std::vector<std::string>& arguments) {
     return export_universe(arguments[1], std::stoull(arguments[2]), arguments[3]);
   }
   std::fprintf(stderr,
-               "usage: bench_search_quality run %s RESULTS.csv [SEEDS] [BACKTESTS] [EFFECT]\n"
-               "       bench_search_quality export EFFECT SEED FOLDER\n",
-               arm_names().c_str());
+               "usage: bench_search_quality run ARM[+SETTING=NUMBER...] RESULTS.csv [SEEDS] "
+               "[BACKTESTS] [EFFECT]\n"
+               "       bench_search_quality export EFFECT SEED FOLDER\n"
+               "ARM: %s\nSETTING: %s\n",
+               names_of(kArms).c_str(), names_of(kSettings).c_str());
   return 2;
 }
 

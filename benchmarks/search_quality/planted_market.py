@@ -21,7 +21,7 @@ DELAY_DAYS = 1
 PERIODS = 252
 HOLDOUT_SHARE = 0.25
 
-LEAST_SHARPE = 0.3
+LEAST_SHARPE_IN_ERRORS = 2.0
 LEAST_GROSS_SHARPE = 0.3
 MOST_TURNOVER = 1.0
 MOST_WEIGHT = 1.0
@@ -66,6 +66,11 @@ def sharpe_of(returns: np.ndarray) -> float:
     return float(np.sqrt(PERIODS) * returns.mean() / spread)
 
 
+def least_sharpe(days: int) -> float:
+    """Of a search over so many days: that of the gate."""
+    return LEAST_SHARPE_IN_ERRORS * float(np.sqrt(PERIODS / days))
+
+
 def likeness(left: np.ndarray, right: np.ndarray) -> float:
     """Pearson's correlation; 0 where either has no spread."""
     if left.std() == 0.0 or right.std() == 0.0:
@@ -102,7 +107,7 @@ class Backtest:
     def passes(self) -> bool:
         return (
             self.missed_gates() == 0
-            and self.sharpe() >= LEAST_SHARPE
+            and self.sharpe() >= least_sharpe(len(self.gross) + 1)
             and sharpe_of(self.gross) >= LEAST_GROSS_SHARPE
         )
 

@@ -77,6 +77,7 @@ def test_json_tells_each_settled_submission_and_the_pool_at_the_end(tmp_path: Pa
         "submitted": len(submitted),
         "refused": ended["submissions"]["refused"],
         "waiting": 0,
+        "replaced": ended["submissions"]["replaced"],
     }
     assert sum(ended["submissions"]["refused"].values()) == len(settled) - len(submitted)
     assert rows(store, "SELECT DISTINCT signal_pool_name, era_number FROM submissions") == [

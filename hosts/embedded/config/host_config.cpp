@@ -49,10 +49,14 @@ struct DateKey {
   std::optional<Date>& (*field)(HostConfig&);
 };
 
+struct SwitchKey {
+  bool& (*field)(HostConfig&);
+};
+
 struct ConfigKey {
   std::string_view table;
   std::string_view name;
-  std::variant<RealKey, IntegerKey, TextKey, DateKey> kind;
+  std::variant<RealKey, IntegerKey, TextKey, DateKey, SwitchKey> kind;
 };
 
 template <auto Table, auto Member>
@@ -62,37 +66,39 @@ RealKey real_key(double low, double high, bool open = false) {
 
 // The keys that are no gates and no limits.
 std::vector<ConfigKey> other_keys() {
-  return {ConfigKey{"pool", "name",
-                    TextKey{[](HostConfig& config) -> std::string& { return config.pool.name; }}},
-          ConfigKey{"pool", "correlation_max",
-                    real_key<&HostConfig::pool, &PoolSettings::correlation_max>(0.0, 1.0)},
-          ConfigKey{"pool", "novelty_min",
-                    real_key<&HostConfig::pool, &PoolSettings::novelty_min>(0.0, 1.0)},
-          ConfigKey{"pool", "deflated_sharpe_min",
-                    real_key<&HostConfig::pool, &PoolSettings::deflated_sharpe_min>(0.0, 1.0)},
-          ConfigKey{"pool", "minimum_days",
-                    IntegerKey{[](HostConfig& config, std::int64_t days) {
-                                 config.pool.minimum_days = days;
-                               },
-                               10, 1'000'000}},
-          ConfigKey{"eras", "train",
-                    IntegerKey{[](HostConfig& config, std::int64_t count) {
-                                 config.eras.train = static_cast<int>(count);
-                               },
-                               1, kLargestEraCount}},
-          ConfigKey{"eras", "holdout",
-                    real_key<&HostConfig::eras, &EraSettings::holdout>(0.0, 1.0, true)},
-          ConfigKey{"eras", "holdout_from", DateKey{[](HostConfig& config) -> std::optional<Date>& {
-                      return config.eras.holdout_from;
-                    }}},
-          ConfigKey{"eras", "era",
-                    IntegerKey{[](HostConfig& config, std::int64_t number) {
-                                 config.eras.era = static_cast<int>(number);
-                               },
-                               1, kLargestEraCount}},
-          ConfigKey{"market", "id",
-                    IntegerKey{[](HostConfig& config, std::int64_t id) { config.market_id = id; },
-                               1, kLargestInteger}}};
+  return {
+      ConfigKey{"pool", "name",
+                TextKey{[](HostConfig& config) -> std::string& { return config.pool.name; }}},
+      ConfigKey{"pool", "correlation_max",
+                real_key<&HostConfig::pool, &PoolSettings::correlation_max>(0.0, 1.0)},
+      ConfigKey{"pool", "novelty_min",
+                real_key<&HostConfig::pool, &PoolSettings::novelty_min>(0.0, 1.0)},
+      ConfigKey{"pool", "deflated_sharpe_min",
+                real_key<&HostConfig::pool, &PoolSettings::deflated_sharpe_min>(0.0, 1.0)},
+      ConfigKey{"pool", "replaces_weaker",
+                SwitchKey{[](HostConfig& config) -> bool& { return config.pool.replaces_weaker; }}},
+      ConfigKey{
+          "pool", "minimum_days",
+          IntegerKey{[](HostConfig& config, std::int64_t days) { config.pool.minimum_days = days; },
+                     10, 1'000'000}},
+      ConfigKey{"eras", "train",
+                IntegerKey{[](HostConfig& config, std::int64_t count) {
+                             config.eras.train = static_cast<int>(count);
+                           },
+                           1, kLargestEraCount}},
+      ConfigKey{"eras", "holdout",
+                real_key<&HostConfig::eras, &EraSettings::holdout>(0.0, 1.0, true)},
+      ConfigKey{"eras", "holdout_from", DateKey{[](HostConfig& config) -> std::optional<Date>& {
+                  return config.eras.holdout_from;
+                }}},
+      ConfigKey{"eras", "era",
+                IntegerKey{[](HostConfig& config, std::int64_t number) {
+                             config.eras.era = static_cast<int>(number);
+                           },
+                           1, kLargestEraCount}},
+      ConfigKey{"market", "id",
+                IntegerKey{[](HostConfig& config, std::int64_t id) { config.market_id = id; }, 1,
+                           kLargestInteger}}};
 }
 
 // Every key, table by table, in the order in which people are told of them.
@@ -211,6 +217,10 @@ void take(HostConfig& config, const DateKey& key, const MetValue& met) {
   }
   if (!day) met.refuse("is no day of the calendar", remedy);
   key.field(config) = day;
+}
+
+void take(HostConfig& config, const SwitchKey& key, const MetValue& met) {
+  key.field(config) = met.as_switch();
 }
 
 // --- tables ---

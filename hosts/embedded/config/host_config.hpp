@@ -36,11 +36,13 @@ struct PoolSettings {
   double novelty_min = kDefaultMinNovelty;
   // The least deflated Sharpe ratio of a signal, a probability; 0 for none.
   double deflated_sharpe_min = 0.0;
+  // Whether a better signal takes the place of the members that it is like.
+  bool replaces_weaker = true;
   // The fewest days on which two signals can be compared.
   std::int64_t minimum_days = kDefaultCommonDays;
 
   [[nodiscard]] PoolThresholds thresholds() const {
-    return {novelty_min, correlation_max, deflated_sharpe_min};
+    return {novelty_min, correlation_max, deflated_sharpe_min, replaces_weaker};
   }
 };
 

@@ -34,6 +34,12 @@ std::vector<TomlEntry> entries_in_order(const toml::table& table) {
 MetValue::MetValue(const ConfigSource& source, std::string key, const toml::node& node)
     : source_(source), key_(std::move(key)), node_(node) {}
 
+bool MetValue::as_switch() const {
+  const auto* const is_on = node_.as_boolean();
+  if (is_on == nullptr) refuse("is neither true nor false", "write true or false");
+  return is_on->get();
+}
+
 void MetValue::refuse(const std::string& problem, const std::string& remedy) const {
   const TextPosition begin = position_of(node_.source().begin);
   throw HostConfigError(

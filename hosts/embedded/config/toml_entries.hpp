@@ -32,6 +32,9 @@ class MetValue {
 
   [[nodiscard]] const toml::node& node() const { return node_; }
 
+  // True or false; refuses another value.
+  [[nodiscard]] bool as_switch() const;
+
   // Throws HostConfigError.
   [[noreturn]] void refuse(const std::string& problem, const std::string& remedy) const;
 

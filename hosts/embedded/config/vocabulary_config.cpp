@@ -46,12 +46,6 @@ std::optional<double> number_in(const toml::node& node) {
   return std::nullopt;
 }
 
-bool switch_in(const MetValue& met) {
-  const auto* const is_on = met.node().as_boolean();
-  if (is_on == nullptr) met.refuse("is neither true nor false", "write true or false");
-  return is_on->get();
-}
-
 double number_within(const MetValue& met, double low, double high) {
   const std::string remedy = fmt::format("write a number from {} to {}", low, high);
   const std::optional<double> number = number_in(met.node());
@@ -147,9 +141,9 @@ class VocabularyReader {
     } else if (key == "constant_share") {
       settings_.constant_share = number_within(met, 0.0, 1.0);
     } else if (key == "simplify") {
-      settings_.simplify = switch_in(met);
+      settings_.simplify = met.as_switch();
     } else if (key == "units") {
-      settings_.units = switch_in(met);
+      settings_.units = met.as_switch();
     } else if (key == "families") {
       take_choices(settings_.families, kFamilyRule, entry, met);
     } else if (key == "functions") {

@@ -34,6 +34,11 @@ constexpr double& limit(GateThresholds& /*thresholds*/, HardLimits& limits) {
   return limits.*Member;
 }
 
+constexpr double& least_sharpe(GateThresholds& thresholds, HardLimits& /*limits*/) {
+  if (!thresholds.min_sharpe) thresholds.min_sharpe = kLeastSharpeWithoutDays;
+  return *thresholds.min_sharpe;
+}
+
 constexpr std::array<Gate, 9> kGateTable = {
     Gate{.reason = reasons::kTurnoverExceeded,
          .metric = key<"turnover">(),
@@ -178,7 +183,7 @@ constexpr std::array<Gate, 9> kGateTable = {
          .sense = Sense::AtLeast,
          .is_limit = false,
          .statistic = &BacktestStatistics::sharpe,
-         .setting = &gate<&GateThresholds::min_sharpe>,
+         .setting = &least_sharpe,
          .key = "sharpe_min",
          .option = "--min-sharpe",
          .low = -kInfinity,
@@ -187,6 +192,7 @@ constexpr std::array<Gate, 9> kGateTable = {
          .unit = kYearly,
          .option_unit = "a year",
          .help = "Annualised Sharpe ratio after costs.",
+         .made_default = "2 standard errors of the days searched",
          .told = 1}};
 
 bool passes(Sense sense, double actual, double threshold) {
@@ -216,6 +222,17 @@ std::string detail_text(const Gate& row, double actual, double threshold) {
 
 }  // namespace
 
+double least_sharpe_on_days(double days, double periods_per_year) {
+  return kLeastSharpeInErrors * std::sqrt(periods_per_year / days);
+}
+
+GateThresholds gates_on_days(const GateThresholds& thresholds, double days,
+                             double periods_per_year) {
+  GateThresholds made = thresholds;
+  if (!made.min_sharpe) made.min_sharpe = least_sharpe_on_days(days, periods_per_year);
+  return made;
+}
+
 Key Gate::comparison() const {
   return sense == Sense::AtMost ? genetic::key<">">() : genetic::key<"<">();
 }
@@ -226,11 +243,15 @@ double Gate::threshold(const GateThresholds& thresholds, const HardLimits& limit
   return setting(some_thresholds, some_limits);
 }
 
+std::string Gate::default_text() const {
+  return made_default.empty() ? fmt::format("{}", default_threshold()) : std::string(made_default);
+}
+
 std::string Gate::remedy(double threshold) const {
   const std::string what =
       is_limit ? fmt::format("{}.{} in --config", config_table(), key) : std::string(option);
-  return sense == Sense::AtMost ? fmt::format("raise {} above {}", what, threshold)
-                                : fmt::format("lower {} below {}", what, threshold);
+  return sense == Sense::AtMost ? fmt::format("raise {} above {:.6g}", what, threshold)
+                                : fmt::format("lower {} below {:.6g}", what, threshold);
 }
 
 std::vector<const Gate*> gates_as_told(bool limits) {

@@ -42,8 +42,22 @@ struct GateThresholds {
   double max_max_weight = 1.0;
   double max_delta_exposure = 1.0;
   double min_gross_returns_sharpe = 0.3;
-  double min_sharpe = 0.3;
+  // Absent is what the days of a search make of it: gates_on_days().
+  std::optional<double> min_sharpe = {};
 };
+
+// The noise of an annualised Sharpe ratio, for a signal that earns nothing: its standard error, to
+// the first order, is sqrt(periods a year / periods). A least one below it lets luck in, and what
+// luck let in is what the pool's book then holds (docs/search-quality.md); so where the user says
+// nothing, it is so many standard errors, which one signal in forty exceeds by luck.
+inline constexpr double kLeastSharpeInErrors = 2.0;
+[[nodiscard]] double least_sharpe_on_days(double days, double periods_per_year);
+// Where no days are known.
+inline constexpr double kLeastSharpeWithoutDays = 0.3;
+
+// The thresholds of a search over so many days: an absent one is made of them.
+[[nodiscard]] GateThresholds gates_on_days(const GateThresholds& thresholds, double days,
+                                           double periods_per_year);
 
 // The extremes of a book of unit gross exposure: turned over completely every day, all in one
 // instrument, all on one side. Limits at these figures refuse nothing.
@@ -74,7 +88,8 @@ struct Gate {
   Sense sense;
   bool is_limit;
   double BacktestStatistics::*statistic;
-  // The threshold among all of them, to be read or set.
+  // The threshold among all of them, to be read or set. An absent one is set by being asked for, to
+  // what holds where no days are known.
   double& (*setting)(GateThresholds&, HardLimits&);
 
   // How it is set: by a key of the configuration, in the table config_table(), with a number from
@@ -89,6 +104,8 @@ struct Gate {
   std::string_view unit;
   std::string_view option_unit;
   std::string_view help;
+  // What is told of a default that is no number; empty where it is one.
+  std::string_view made_default = {};
   // The place among those that people are told of, from 1: what is asked for most comes first.
   int told;
 
@@ -98,6 +115,7 @@ struct Gate {
   [[nodiscard]] std::string_view config_table() const { return is_limit ? "limits" : "gates"; }
   [[nodiscard]] double threshold(const GateThresholds& thresholds, const HardLimits& limits) const;
   [[nodiscard]] double default_threshold() const { return threshold({}, {}); }
+  [[nodiscard]] std::string default_text() const;
   // What lets more signals through than this threshold does: "raise --max-turnover above 1".
   [[nodiscard]] std::string remedy(double threshold) const;
 };

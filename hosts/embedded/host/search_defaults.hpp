@@ -1,6 +1,8 @@
 // The settings of a search on the embedded host, where the user says nothing.
 #pragma once
 
+#include <cstdint>
+
 #include "search_templates/genetic/host/search_settings.hpp"
 #include "search_templates/genetic/value/value.hpp"
 
@@ -13,5 +15,10 @@ class SearchDefaults : public genetic::SearchSettings {
   // three of a dozen parents and one of the three, which is then crossed with itself.
   [[nodiscard]] genetic::Value default_elite_fraction() override { return 0.9; }
 };
+
+// Repairs of a generation's near misses: one for so many candidates of its batch. More of them,
+// such as the search's own default of three for each, take the backtests away from what is new
+// (docs/search-quality.md).
+inline constexpr std::int64_t kCandidatesARepair = 4;
 
 }  // namespace varnholt::embedded

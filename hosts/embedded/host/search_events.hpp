@@ -12,6 +12,7 @@
 #include "hosts/embedded/backtest/book_rules.hpp"
 #include "hosts/embedded/backtest/out_of_sample.hpp"
 #include "hosts/embedded/backtest/statistics.hpp"
+#include "hosts/embedded/gates/gates.hpp"
 #include "hosts/embedded/luck/deflated_sharpe.hpp"
 #include "hosts/embedded/luck/verdict.hpp"
 #include "hosts/embedded/market/price_source.hpp"
@@ -40,8 +41,10 @@ struct SearchStarted {
   std::int64_t holdout_days = 0;
   std::string first_holdout_date;
   BookRules book;
-  bool periods_are_inferred = true;  // From the dates; otherwise they were given.
-  bool split_is_kept = false;        // The pool has it from an earlier run.
+  GateThresholds gates;                 // As they are on these days.
+  bool sharpe_gate_is_of_days = false;  // Otherwise the options name it.
+  bool periods_are_inferred = true;     // From the dates; otherwise they were given.
+  bool split_is_kept = false;           // The pool has it from an earlier run.
   // Where the search goes on with what the store holds: the structures that are not evaluated
   // again, and the earlier signals that it begins with.
   std::optional<std::int64_t> known_structures;
@@ -116,8 +119,9 @@ struct SettledSignal {
   bool submitted = false;      // A member of the signal pool now; otherwise refused.
   std::string refusal_reason;  // Empty when it was submitted.
   std::string refusal_detail;
-  double novelty = 1.0;      // Against the pool as it was at that moment.
-  double correlation = 0.0;  // Likewise.
+  double novelty = 1.0;                    // Against the pool as it was at that moment.
+  double correlation = 0.0;                // Likewise.
+  std::vector<std::string> replaced = {};  // The members whose place it has taken, by their ids.
 };
 
 // A signal that joined the signal pool, on the days that the search saw and on those that it never
@@ -139,6 +143,8 @@ struct SubmissionCounts {
   std::int64_t submitted = 0;
   std::map<std::string, std::int64_t> refused;  // By reason.
   std::int64_t waiting = 0;                     // Still in the queue at the end.
+  std::int64_t replaced = 0;                    // Members that left the pool for better ones.
+  std::int64_t of_earlier_runs = 0;             // Of all that were settled.
 };
 
 enum class LogLevel { Warning, Error };

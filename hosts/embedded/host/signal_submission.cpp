@@ -42,7 +42,7 @@ SignalSubmission::SignalSubmission(RunStore& store, const Evaluator& evaluator,
                                    SubmissionQueue::TrialCount trials)
     : evaluator_(evaluator),
       thresholds_{settings.thresholds()},
-      pool_(store, identity, static_cast<Eigen::Index>(settings.minimum_days), settings.novelty_min,
+      pool_(store, identity, static_cast<Eigen::Index>(settings.minimum_days), thresholds_,
             founder),
       queue_(store, pool_, thresholds_, wall_clock_seconds, std::move(trials)) {}
 

@@ -101,11 +101,12 @@ std::string settings_json(const SearchOptions& options, const RunData& data,
               {kPricePaths, absolute_paths(options.prices)},
               {"timeout_seconds", options.timeout_seconds},
               {"worker_memory_limit_bytes", optional_value(options.worker_memory_limit_bytes)},
-              {"gates", threshold_set(host.gates, host.limits)},
+              {"gates", threshold_set(data.gates, host.limits)},
               {"pool", Mapping{{"name", host.pool.name},
                                {"correlation_max", host.pool.correlation_max},
                                {"novelty_min", host.pool.novelty_min},
                                {"deflated_sharpe_min", host.pool.deflated_sharpe_min},
+                               {"replaces_weaker", host.pool.replaces_weaker},
                                {"minimum_days", host.pool.minimum_days}}},
               {"eras", Mapping{{"train", host.eras.train},
                                {"holdout", host.eras.holdout},
@@ -147,10 +148,11 @@ EraPlan planned(const std::vector<Date>& dates, const HostConfig& config,
 }
 
 // With other gates another candidate passes, and into another pool it has to be submitted anew.
-std::string key_of_evaluations(const HostConfig& config, const std::string& data_key,
-                               const BookRules& book, bool both_signs) {
+std::string key_of_evaluations(const HostConfig& config, const GateThresholds& gates,
+                               const std::string& data_key, const BookRules& book,
+                               bool both_signs) {
   return sha256_hex(fmt::format("{} {} {} {} {} {}", data_key, book.periods_per_year,
-                                genetic::json_text(threshold_set(config.gates, config.limits)),
+                                genetic::json_text(threshold_set(gates, config.limits)),
                                 config.market_id, config.pool.name, both_signs));
 }
 
@@ -198,8 +200,11 @@ RunData::RunData(const SearchOptions& options, PricesRead prices,
           options.config.eras.holdout_from.value_or(plan.holdout.first_date))),
       split_is_kept(kept_holdout.has_value()),
       book(book_rules(options, whole)),
+      gates(gates_on_days(options.config.gates, static_cast<double>(plan.seen_days()),
+                          book.periods_per_year)),
       data_key(key_of_data(panel_digest(whole, plan.seen_days()), book)),
-      evaluation_key(key_of_evaluations(options.config, data_key, book, !options.is_as_written)) {}
+      evaluation_key(
+          key_of_evaluations(options.config, gates, data_key, book, !options.is_as_written)) {}
 
 PoolIdentity pool_identity(const SearchOptions& options, const RunData& data) {
   return {options.config.pool.name, options.config.market_id, data.plan.era, data.data_key};
@@ -297,6 +302,8 @@ SearchStarted started_event(const SearchOptions& options, const RunData& data,
   started.last_seen_date = date_text(data.plan.searched().last_date);
   started.holdout_days = data.plan.holdout.day_count();
   started.book = data.book;
+  started.gates = data.gates;
+  started.sharpe_gate_is_of_days = !options.config.gates.min_sharpe;
   started.periods_are_inferred = !options.periods_per_year;
   started.first_holdout_date = date_text(data.plan.holdout.first_date);
   started.split_is_kept = data.split_is_kept;

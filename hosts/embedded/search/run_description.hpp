@@ -35,6 +35,8 @@ struct RunData {
   bool split_is_kept;
   // By which signals are traded on these prices.
   BookRules book;
+  // With the least Sharpe ratio that these days ask for, where the options name none.
+  GateThresholds gates;
   // Of all that decides the daily PnL of a signal on the days that are searched. The periods of a
   // year do not: they scale figures. Neither do later days, nor how the file looks.
   std::string data_key;

@@ -321,6 +321,11 @@ void RunRecorder::settled(const SyncReport& report) {
     }
     signal.novelty = submission.measure.novelty;
     signal.correlation = submission.measure.correlation;
+    signal.replaced = submission.replaced;
+    submissions_.replaced += std::ssize(submission.replaced);
+    if (!submission.eval_id.starts_with(fmt::format("{}-", run_id_))) {
+      ++submissions_.of_earlier_runs;
+    }
     observer_.on_settled(signal);
   }
   submissions_.waiting = static_cast<std::int64_t>(report.waiting.size());

@@ -40,20 +40,20 @@ bool tells_archive(const SearchOptions& options) {
   return !options.has_no_archive || !options.has_no_known_formulas;
 }
 
-RunRecorder::Settings recorder_settings(const SearchOptions& options, const PoolIdentity& pool,
-                                        SignalArchive& archive) {
-  return {options.best_count, options.config.gates, options.config.limits, pool,
+RunRecorder::Settings recorder_settings(const SearchOptions& options, const RunData& data,
+                                        const PoolIdentity& pool, SignalArchive& archive) {
+  return {options.best_count, data.gates, options.config.limits, pool,
           tells_archive(options) ? &archive : nullptr};
 }
 
 HostSettings host_settings(const SearchOptions& options, SearchObserver& observer,
-                           const genetic::Mapping& client_manifest, const BookRules& book) {
+                           const genetic::Mapping& client_manifest, const RunData& data) {
   HostSettings settings;
-  settings.making = making_options(options, book);
+  settings.making = making_options(options, data.book);
   settings.graphs = options.graphs;
   settings.graphs.constant_share = options.config.vocabulary.constant_share;
   settings.graphs.keeps_units = options.config.vocabulary.units;
-  settings.gates = options.config.gates;
+  settings.gates = data.gates;
   settings.limits = options.config.limits;
   settings.seed = options.seed;
   settings.client_manifest = client_manifest;
@@ -74,7 +74,7 @@ ContextSettings context_settings(const SearchOptions& options, SearchSetup& setu
   ContextSettings settings;
   settings.jobs = setup.jobs();
   settings.max_depth = options.graphs.max_depth;
-  settings.gates = options.config.gates;
+  settings.gates = setup.data().gates;
   settings.limits = options.config.limits;
   settings.worker_memory_limit_bytes = options.worker_memory_limit_bytes;
   settings.worker_nice = options.worker_nice;
@@ -163,8 +163,8 @@ void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder
       [&store_ = store, run = recorder.run(), sides = sides_judged(evaluator)] {
         return sides * store_.trial_count(run);
       });
-  HostSettings settings = host_settings(
-      options, observer, client_manifest(setup.data(), recorder.run()), setup.data().book);
+  HostSettings settings =
+      host_settings(options, observer, client_manifest(setup.data(), recorder.run()), setup.data());
   Settling settling(conduct, submission, recorder);
   settings.on_generation_end = [&recorder, &settling, &search_stop = *stop] {
     search_stop.count_generation();
@@ -265,7 +265,8 @@ SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
   stop->begin_run();
   Lineage lineage;
   SignalArchive archive;
-  RunRecorder recorder(*store, observer, lineage, *stop, recorder_settings(options, pool, archive),
+  RunRecorder recorder(*store, observer, lineage, *stop,
+                       recorder_settings(options, data, pool, archive),
                        run_start(options, data, setup.config(), setup.jobs()));
   run_to_its_end({options, observer, setup, *store, stop, pool, archive}, lineage, recorder);
 

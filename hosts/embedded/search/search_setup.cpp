@@ -1,5 +1,6 @@
 #include "hosts/embedded/search/search_setup.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -95,6 +96,13 @@ bool is_within(const GraphLimits& limits, const Value& graph, const Vocabulary& 
   }
 }
 
+// The candidates of a batch; 0 for what the template will refuse.
+std::int64_t batch_size_of(const SearchOptions& options) {
+  const Value asked = options.batch_size.value_or(SearchDefaults().default_batch_size());
+  const std::optional<Value> batch = genetic::tolerant_integer(asked);
+  return batch ? genetic::saturated_integer(*batch) : 0;
+}
+
 SearchBeginning beginning_of(const SearchOptions& options, const RunData& data,
                              const Vocabulary& vocabulary, const InterruptCheck& check) {
   const GraphLimits limits{options.graphs.max_depth, options.graphs.max_nodes,
@@ -106,9 +114,7 @@ SearchBeginning beginning_of(const SearchOptions& options, const RunData& data,
         finished_graphs(read_seed_graphs(*options.seeds, vocabulary, limits, check), making);
   }
   if (!options.continues) return beginning;
-  const Value asked = options.batch_size.value_or(SearchDefaults().default_batch_size());
-  const std::optional<Value> batch = genetic::tolerant_integer(asked);
-  const std::int64_t room = batch ? genetic::saturated_integer(*batch) : 0;
+  const std::int64_t room = batch_size_of(options);
   EarlierSearch earlier = stored_search(options.database, data.evaluation_key, room);
   beginning.structures = std::move(earlier.structures);
   for (const std::string& text : earlier.best_graphs) {
@@ -142,6 +148,8 @@ genetic::GeneticTemplate configured_template(genetic::RandomGenerators& generato
   set(arguments.diversity_weight, options.diversity_weight);
   set(arguments.parsimony_weight, options.parsimony_weight);
   set(arguments.operator_rates, options.operator_rates);
+  arguments.max_improvement_candidates =
+      std::max<std::int64_t>(batch_size_of(options), 0) / kCandidatesARepair;
   set(arguments.max_improvement_candidates, options.max_improvement_candidates);
   set(arguments.max_improvement_rounds, options.max_improvement_rounds);
   set(arguments.max_improvement_depth, options.max_improvement_depth);

@@ -53,26 +53,25 @@ double gaussian_information(double correlation, Index days) {
 
 }  // namespace
 
-std::optional<std::size_t> MemberComparison::find_nearest(const ComparedSignal& signal,
-                                                          std::size_t first,
+std::optional<std::size_t> MemberComparison::find_nearest(const ComparedSignal& signal, Rows rows,
                                                           PoolMeasure& measure) const {
-  const std::vector<double> found = series_.correlations(signal, first);
+  const std::vector<double> found = series_.correlations(signal, rows);
   double greatest = measure.correlation;
   for (const double correlation : found)
     greatest = std::max(greatest, correlation);
   std::optional<std::size_t> nearest;
   for (std::size_t i = 0; i < found.size(); ++i) {
     if (found[i] < greatest - MemberSeries::kProductError) continue;
-    const double correlation = series_.correlation(signal, first + i);
+    const double correlation = series_.correlation(signal, rows[i]);
     if (measure.nearest_by_correlation && correlation <= measure.correlation) continue;
     measure.correlation = correlation;
-    measure.nearest_by_correlation = eval_id_(first + i);
-    nearest = first + i;
+    measure.nearest_by_correlation = eval_id_(rows[i]);
+    nearest = rows[i];
   }
   return nearest;
 }
 
-void MemberComparison::add_information(const ComparedSignal& signal, std::size_t first,
+void MemberComparison::add_information(const ComparedSignal& signal, Rows rows,
                                        std::optional<std::size_t> nearest, double least_novelty,
                                        PoolComparison& known) const {
   double of_nearest = 0.0;
@@ -84,21 +83,20 @@ void MemberComparison::add_information(const ComparedSignal& signal, std::size_t
     if (known.measure.novelty < least_novelty) return;
   }
 
-  const bool has_tables = series_.days() >= kFewestTabledDays;
   const double refusing = information_of(least_novelty);
   std::vector<std::pair<double, std::size_t>> asked;
   Greatest doubtful(known.of_doubtful);
   std::optional<std::size_t> told_most;
-  for (std::size_t row = first; row < series_.size(); ++row) {
+  for (const std::size_t row : rows) {
     const double told = series_.table_information(signal, row);
     if ((!known.of_told && !told_most) || told > known.told) {
       known.told = told;
       told_most = row;
     }
-    if (!has_tables || told >= kDoubt * refusing) asked.emplace_back(-told, row);
+    if (!has_tables() || told >= kDoubt * refusing) asked.emplace_back(-told, row);
   }
   const std::size_t told_before = nearest ? 1 : 0;
-  known.measure.informed += static_cast<std::int64_t>(series_.size() - first - told_before);
+  known.measure.informed += static_cast<std::int64_t>(rows.size() - told_before);
   const auto of_row = [&](std::size_t row) {
     return row == nearest ? of_nearest : series_.neighbour_information(signal, row);
   };
@@ -106,7 +104,7 @@ void MemberComparison::add_information(const ComparedSignal& signal, std::size_t
   // one is left does not depend on the others, nor therefore on when they joined.
   std::sort(asked.begin(), asked.end());
   for (const auto& [opposite_of_told, row] : asked) {
-    const bool may_be_left = has_tables && -opposite_of_told < kNearlyRefused * refusing;
+    const bool may_be_left = has_tables() && -opposite_of_told < kNearlyRefused * refusing;
     const std::optional<double> information =
         may_be_left ? series_.neighbour_information_from(signal, row, refusing) : of_row(row);
     if (information) doubtful.offer(*information, row);
@@ -123,12 +121,13 @@ void MemberComparison::add_information(const ComparedSignal& signal, std::size_t
   conclude(known);
 }
 
-void MemberComparison::add(const ArrayXd& pnl, std::size_t first, double least_novelty,
+void MemberComparison::add(const ArrayXd& pnl, Rows rows, double least_novelty,
                            PoolComparison& known) const {
+  if (rows.empty()) return;
   PoolMeasure& measure = known.measure;
   const ComparedSignal signal = series_.compared(pnl);
-  const std::optional<std::size_t> nearest = find_nearest(signal, first, measure);
-  measure.members += static_cast<std::int64_t>(series_.size() - first);
+  const std::optional<std::size_t> nearest = find_nearest(signal, rows, measure);
+  measure.members += static_cast<std::int64_t>(rows.size());
   if (!(least_novelty > 0.0)) {
     measure.mutual_information = gaussian_information(measure.correlation, series_.days());
     measure.nearest_by_information = measure.nearest_by_correlation;
@@ -137,7 +136,27 @@ void MemberComparison::add(const ArrayXd& pnl, std::size_t first, double least_n
   }
   // Of a signal that is refused, only the correlation is still looked at.
   if (measure.novelty < least_novelty) return;
-  add_information(signal, first, nearest, least_novelty, known);
+  add_information(signal, rows, nearest, least_novelty, known);
+}
+
+std::vector<std::size_t> MemberComparison::alike(const ArrayXd& pnl, Rows rows,
+                                                 const PoolThresholds& thresholds) const {
+  if (rows.empty()) return {};
+  const ComparedSignal signal = series_.compared(pnl);
+  const double refusing = information_of(thresholds.min_novelty);
+  const auto is_known_by_another = [&](std::size_t row) {
+    if (!(thresholds.min_novelty > 0.0)) return false;
+    const double told = series_.table_information(signal, row);
+    if (has_tables() && told < kDoubt * refusing) return false;
+    const auto information = series_.neighbour_information_from(signal, row, refusing);
+    return information && novelty_of(*information) < thresholds.min_novelty;
+  };
+  std::vector<std::size_t> found;
+  for (const std::size_t row : rows) {
+    const bool correlates = series_.correlation(signal, row) > thresholds.max_correlation;
+    if (correlates || is_known_by_another(row)) found.push_back(row);
+  }
+  return found;
 }
 
 }  // namespace varnholt::embedded

@@ -24,8 +24,10 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <Eigen/Core>
 
@@ -71,18 +73,22 @@ class MemberComparison {
   MemberComparison(const MemberSeries& series, NameOfRow eval_id)
       : series_(series), eval_id_(std::move(eval_id)) {}
 
-  // Adds what the rows from `first` on say to what is known of those before them.
-  void add(const Eigen::ArrayXd& pnl, std::size_t first, double least_novelty,
-           PoolComparison& known) const;
+  using Rows = std::span<const std::size_t>;
+
+  // Adds what these rows say, in ascending order, to what is known of others before them.
+  void add(const Eigen::ArrayXd& pnl, Rows rows, double least_novelty, PoolComparison& known) const;
+
+  // Those of the rows beside which the signal would not pass novelty and correlation.
+  [[nodiscard]] std::vector<std::size_t> alike(const Eigen::ArrayXd& pnl, Rows rows,
+                                               const PoolThresholds& thresholds) const;
 
  private:
   // Of the rows that correlate more than all before, the one that does most.
-  [[nodiscard]] std::optional<std::size_t> find_nearest(const ComparedSignal& signal,
-                                                        std::size_t first,
+  [[nodiscard]] std::optional<std::size_t> find_nearest(const ComparedSignal& signal, Rows rows,
                                                         PoolMeasure& measure) const;
-  void add_information(const ComparedSignal& signal, std::size_t first,
-                       std::optional<std::size_t> nearest, double least_novelty,
-                       PoolComparison& known) const;
+  void add_information(const ComparedSignal& signal, Rows rows, std::optional<std::size_t> nearest,
+                       double least_novelty, PoolComparison& known) const;
+  [[nodiscard]] bool has_tables() const { return series_.days() >= kFewestTabledDays; }
 
   const MemberSeries& series_;
   NameOfRow eval_id_;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "hosts/embedded/backtest/return_series.hpp"
 #include "hosts/embedded/signal_pool/pnl_measures.hpp"
 
 namespace varnholt::embedded {
@@ -84,6 +85,7 @@ void MemberSeries::append(const ArrayXd& pnl) {
     const Shape shape = shape_of(pnl);
     row.over_length = 1.0 / shape.length;
     row.needs_definition = shape.needs_definition;
+    row.daily_sharpe = daily_sharpe(pnl);
   }
   std::byte* const room = room_for_row();
   auto* const values = reinterpret_cast<double*>(room);
@@ -116,10 +118,10 @@ ComparedSignal MemberSeries::compared(const ArrayXd& pnl) const {
 }
 
 std::vector<double> MemberSeries::correlations(const ComparedSignal& signal,
-                                               std::size_t first) const {
+                                               std::span<const std::size_t> rows) const {
   std::vector<double> found;
-  found.reserve(rows_.size() - first);
-  for (std::size_t i = first; i < rows_.size(); ++i) {
+  found.reserve(rows.size());
+  for (const std::size_t i : rows) {
     const Row& row = rows_[i];
     if (signal.needs_definition || row.needs_definition) {
       found.push_back(correlation(signal, i));
@@ -133,6 +135,16 @@ std::vector<double> MemberSeries::correlations(const ComparedSignal& signal,
 
 double MemberSeries::correlation(const ComparedSignal& signal, std::size_t row) const {
   return std::abs(pearson_correlation(signal.pnl, pnl(row)));
+}
+
+double MemberSeries::daily_sharpe(const ArrayXd& pnl) {
+  const double deviation = sample_deviation(pnl);
+  return deviation > 0.0 ? mean_of(pnl) / deviation : 0.0;
+}
+
+bool MemberSeries::outdoes(double daily_sharpe, std::size_t row) const {
+  const double lead = kClearLead / std::sqrt(static_cast<double>(days_));
+  return daily_sharpe >= rows_[row].daily_sharpe + lead;
 }
 
 double MemberSeries::table_information(const ComparedSignal& signal, std::size_t row) const {

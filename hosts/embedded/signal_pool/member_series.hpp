@@ -46,14 +46,24 @@ class MemberSeries {
 
   [[nodiscard]] ComparedSignal compared(const Eigen::ArrayXd& pnl) const;
 
-  // The absolute correlations of the rows from `first` on, by one product of the matrix: those of
+  // The absolute correlations with these rows, by one product of the matrix: those of
   // pearson_correlation() up to kProductError.
   [[nodiscard]] std::vector<double> correlations(const ComparedSignal& signal,
-                                                 std::size_t first) const;
+                                                 std::span<const std::size_t> rows) const;
   static constexpr double kProductError = 1e-9;
 
   // As the definition has it: the absolute value of pearson_correlation(), to the last bit.
   [[nodiscard]] double correlation(const ComparedSignal& signal, std::size_t row) const;
+
+  // The mean of a day over the standard deviation; 0 of a constant PnL.
+  [[nodiscard]] double daily_sharpe(std::size_t row) const { return rows_[row].daily_sharpe; }
+  // The same of a signal, and whether it is so much more than a row's that it takes its place.
+  [[nodiscard]] static double daily_sharpe(const Eigen::ArrayXd& pnl);
+  [[nodiscard]] bool outdoes(double daily_sharpe, std::size_t row) const;
+  // So many standard errors of a daily Sharpe ratio, 1 / sqrt(days), must lie between the two: that
+  // of the difference of two signals that correlate about 0.9. By less the one is not known to be
+  // the better, and members would come and go.
+  static constexpr double kClearLead = 0.5;
 
   // The mutual information with a row: from the table of equal parts, or by neighbours.
   [[nodiscard]] double table_information(const ComparedSignal& signal, std::size_t row) const;
@@ -69,6 +79,7 @@ class MemberSeries {
     const std::uint8_t* parts = nullptr;
     // Over the length of the PnL less its mean; 0 for a constant one.
     double over_length = 0.0;
+    double daily_sharpe = 0.0;
     bool is_constant = false;
     bool needs_definition = false;  // As of a signal.
   };

@@ -39,6 +39,9 @@ struct PoolThresholds {
   double min_novelty = kDefaultMinNovelty;
   double max_correlation = kDefaultMaxCorrelation;
   double min_deflated_sharpe = 0.0;
+  // Whether a signal takes the place of members that it outdoes (MemberSeries::outdoes) and is
+  // like; otherwise the first of like signals stays, however weak it is.
+  bool replaces_weaker = false;
 };
 
 // Throws std::invalid_argument unless all are from 0 to 1.
@@ -55,8 +58,10 @@ void check_pool_thresholds(const PoolThresholds& thresholds);
 [[nodiscard]] bool passes_novelty(const PoolMeasure& measure, const PoolThresholds& thresholds);
 [[nodiscard]] bool passes_correlation(const PoolMeasure& measure, const PoolThresholds& thresholds);
 
-// The host's own reason; those of the two other gates are the search's.
+// The host's own reasons; those of the two other gates are the search's. The second is that of a
+// member which has left the pool.
 inline constexpr const char* kDeflatedSharpeBelowMin = "deflated_sharpe_below_min";
+inline constexpr const char* kReplacedByBetter = "replaced_by_better";
 
 // A gate that a signal failed: "pnl_mi_below_threshold", "correlation_exceeded" or the reason
 // above, and what was measured, for people.

@@ -16,6 +16,9 @@ using Eigen::ArrayXd;
 
 namespace {
 
+// The founder has no submission, and so a number that none has.
+constexpr std::int64_t kFounderSubmission = 0;
+
 std::string digest_of(const ArrayXd& pnl) {
   const auto* const bytes = reinterpret_cast<const char*>(pnl.data());
   return sha256_hex({bytes, static_cast<std::size_t>(pnl.size()) * sizeof(double)});
@@ -30,20 +33,20 @@ PoolMeasure nothing_new() {
 }  // namespace
 
 SignalPool::SignalPool(RunStore& store, PoolIdentity identity, Eigen::Index minimum_days,
-                       double least_novelty, const std::optional<ArrayXd>& founder)
+                       const PoolThresholds& thresholds, const std::optional<ArrayXd>& founder)
     : store_(store),
       identity_(std::move(identity)),
       minimum_days_(minimum_days),
-      least_novelty_(least_novelty) {
+      thresholds_(thresholds) {
   // With too few days nothing compares; the first signals of such a pool join it without.
   if (founder && founder->size() >= minimum_days) founder_ = *founder;
   add_founder();
 }
 
-// It has no submission, and so number 0, which none has.
 void SignalPool::add_founder() {
   if (!founder_) return;
   Member& member = members_.emplace_back();
+  member.submission = kFounderSubmission;
   member.eval_id = kFounder;
   member.days = founder_->size();
   Group& group = groups_.try_emplace(founder_->size(), founder_->size()).first->second;
@@ -199,15 +202,46 @@ const PoolComparison& SignalPool::compared_with_all(const ArrayXd& pnl) {
   return known;
 }
 
+std::vector<std::size_t> SignalPool::rows_of(const Group& group, std::size_t first_member,
+                                             const ArrayXd& pnl, Outdone outdone) const {
+  const double sharpe = MemberSeries::daily_sharpe(pnl);
+  const auto is_outdone = [&](std::size_t row) {
+    const bool is_founder = members_[group.member_of_row[row]].submission == kFounderSubmission;
+    return thresholds_.replaces_weaker && !is_founder && group.series.outdoes(sharpe, row);
+  };
+  const std::vector<std::size_t>& members = group.member_of_row;
+  const auto first = std::lower_bound(members.begin(), members.end(), first_member);
+  std::vector<std::size_t> rows;
+  for (auto row = static_cast<std::size_t>(first - members.begin()); row < members.size(); ++row) {
+    if (is_outdone(row) == (outdone == Outdone::Yes)) rows.push_back(row);
+  }
+  return rows;
+}
+
+MemberComparison SignalPool::comparison_with(const Group& group) const {
+  return {group.series, [this, &group](std::size_t row) -> const std::string& {
+            return members_[group.member_of_row[row]].eval_id;
+          }};
+}
+
 void SignalPool::compare_with(const Group& group, const ArrayXd& pnl, PoolComparison& known) {
   set_aside_others(pnl.size());
-  const std::vector<std::size_t>& rows = group.member_of_row;
-  const auto first =
-      std::lower_bound(rows.begin(), rows.end(), static_cast<std::size_t>(known.members));
-  const MemberComparison comparison(group.series, [&](std::size_t row) -> const std::string& {
-    return members_[rows[row]].eval_id;
-  });
-  comparison.add(pnl, static_cast<std::size_t>(first - rows.begin()), least_novelty_, known);
+  const auto first = static_cast<std::size_t>(known.members);
+  comparison_with(group).add(pnl, rows_of(group, first, pnl, Outdone::No), thresholds_.min_novelty,
+                             known);
+}
+
+std::vector<ReplacedMember> SignalPool::replaced_by(const ArrayXd& pnl) const {
+  const auto found = groups_.find(pnl.size());
+  if (found == groups_.end()) return {};
+  const Group& group = found->second;
+  const std::vector<std::size_t> outdone = rows_of(group, 0, pnl, Outdone::Yes);
+  std::vector<ReplacedMember> replaced;
+  for (const std::size_t row : comparison_with(group).alike(pnl, outdone, thresholds_)) {
+    const Member& member = members_[group.member_of_row[row]];
+    replaced.push_back({member.submission, member.eval_id});
+  }
+  return replaced;
 }
 
 PoolMeasure SignalPool::measure(const ArrayXd& pnl) {

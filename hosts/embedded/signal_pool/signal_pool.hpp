@@ -42,15 +42,23 @@ struct SetAsideMember {
   std::string why;  // "has no PnL ...; submit it anew, or take it out of the pool"
 };
 
+// A member that a better signal takes the place of.
+struct ReplacedMember {
+  std::int64_t submission = 0;
+  std::string eval_id;
+};
+
 class SignalPool {
  public:
   static constexpr std::size_t kRememberedMeasures = 4096;
 
   // The store must outlive the pool. `founder` is the PnL of the founding member; a pool without
   // one, or with one of too few days to compare, has no members before the first refresh. A signal
-  // whose novelty is below `least_novelty` beside one member is not compared with the rest.
+  // whose novelty is below the least one beside one member is not compared with the rest. Where the
+  // thresholds let a signal replace weaker members, it is compared with none that it outdoes; the
+  // founder is never outdone.
   SignalPool(RunStore& store, PoolIdentity identity, Eigen::Index minimum_days = kDefaultCommonDays,
-             double least_novelty = kDefaultMinNovelty,
+             const PoolThresholds& thresholds = {},
              const std::optional<Eigen::ArrayXd>& founder = {});
 
   [[nodiscard]] const PoolIdentity& identity() const noexcept { return identity_; }
@@ -79,8 +87,12 @@ class SignalPool {
   // compared. What passes measures the same to the last bit as if it had never been measured.
   [[nodiscard]] PoolMeasure measure(const Eigen::ArrayXd& pnl);
 
-  // The same for another process, which takes the measure over; nothing where the pool has no
-  // members. It reads no store, so a forked child may call it. Throws as measure() does.
+  // The members that a signal with this PnL takes the place of when it joins: those that it outdoes
+  // and is like, by the thresholds of novelty and correlation, in the order in which they joined.
+  [[nodiscard]] std::vector<ReplacedMember> replaced_by(const Eigen::ArrayXd& pnl) const;
+
+  // What measure() says, for another process, which takes the measure over; nothing where the pool
+  // has no members. It reads no store, so a forked child may call it. Throws as measure() does.
   [[nodiscard]] std::optional<PoolComparison> compare(const Eigen::ArrayXd& pnl);
   // The members that were set aside since the last call, each told once.
   [[nodiscard]] std::vector<SetAsideMember> take_set_aside();
@@ -108,6 +120,12 @@ class SignalPool {
     std::vector<std::size_t> member_of_row;
   };
 
+  // Rows of a group, from the member of that number on, in the order in which they joined.
+  enum class Outdone { Yes, No };
+  [[nodiscard]] std::vector<std::size_t> rows_of(const Group& group, std::size_t first_member,
+                                                 const Eigen::ArrayXd& pnl, Outdone outdone) const;
+  [[nodiscard]] MemberComparison comparison_with(const Group& group) const;
+
   void add_founder();
   // 1 where the first member is the founder, 0 where there is none.
   [[nodiscard]] std::ptrdiff_t founders() const;
@@ -126,7 +144,7 @@ class SignalPool {
   RunStore& store_;
   PoolIdentity identity_;
   Eigen::Index minimum_days_;
-  double least_novelty_;
+  PoolThresholds thresholds_;
   std::optional<Eigen::ArrayXd> founder_;
   std::vector<Member> members_;
   std::map<Eigen::Index, Group> groups_;  // By their days.

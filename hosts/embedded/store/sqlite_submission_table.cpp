@@ -74,6 +74,11 @@ std::string settle_statement() {
          "WHERE id = :id AND state = 'queued'";
 }
 
+// Its place in the order of settlement stays: it was a member until then.
+constexpr const char* kRetire =
+    "UPDATE submissions SET state = 'refused', refusal_reason = :reason, "
+    "refusal_detail = :detail, settled_at = :retired_at WHERE id = :id AND state = 'submitted'";
+
 constexpr const char* kSelectStanding =
     "SELECT s.id AS id FROM submissions s JOIN evaluations e ON e.graph_key = s.graph_key "
     "WHERE e.eval_id = :eval_id AND s.signal_pool_name = :signal_pool_name "
@@ -193,6 +198,7 @@ struct SqliteSubmissionTable::Statements {
         delete_completed(database, delete_completed_statement(), kCompleting),
         select_standing(database, kSelectStanding, kEnqueueing),
         settle(database, settle_statement(), kSettling),
+        retire(database, kRetire, kSettling),
         select_one(database, submissions_where(kOne), kReading),
         select_of_evaluation(database, submissions_where(kOfEvaluation), kReading),
         select_filtered(database, submissions_where(kFiltered), kReading),
@@ -216,6 +222,7 @@ struct SqliteSubmissionTable::Statements {
   SqliteStatement delete_completed;
   SqliteStatement select_standing;
   SqliteStatement settle;
+  SqliteStatement retire;
   SqliteStatement select_one;
   SqliteStatement select_of_evaluation;
   SqliteStatement select_filtered;
@@ -287,6 +294,15 @@ bool SqliteSubmissionTable::settle(std::int64_t id, const Settlement& settlement
   record.settlement = settlement;
   SqliteUse use(statements_->settle);
   bind_columns(use, submission_relation(), Written::Later, record);
+  ++changes_here_;
+  return use.bind("id", id).change() == 1;
+}
+
+bool SqliteSubmissionTable::retire(std::int64_t id, const Retirement& retirement) {
+  SqliteUse use(statements_->retire);
+  use.bind("reason", retirement.reason)
+      .bind("detail", retirement.detail)
+      .bind("retired_at", retirement.retired_at);
   ++changes_here_;
   return use.bind("id", id).change() == 1;
 }

@@ -23,6 +23,7 @@ class SqliteSubmissionTable final : public SubmissionTable {
   void announce(const NewSubmission& submission) override;
   Enqueued enqueue(const NewSubmission& submission) override;
   bool settle(std::int64_t id, const Settlement& settlement) override;
+  bool retire(std::int64_t id, const Retirement& retirement) override;
   [[nodiscard]] std::int64_t announced(std::int64_t run) override;
   [[nodiscard]] std::optional<SubmissionRecord> find(std::int64_t id) override;
   [[nodiscard]] std::vector<SubmissionRecord> of_evaluation(const std::string& eval_id) override;

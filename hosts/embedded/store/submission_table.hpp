@@ -66,6 +66,13 @@ struct Settlement {
   double settled_at = 0;
 };
 
+// How a member leaves its pool.
+struct Retirement {
+  std::string reason;
+  std::string detail;
+  double retired_at = 0;
+};
+
 struct SubmissionRecord {
   std::int64_t id = 0;
   std::int64_t run = 0;
@@ -144,6 +151,9 @@ class SubmissionTable {
   virtual Enqueued enqueue(const NewSubmission& submission) = 0;
   // False when it is not queued any more, and then nothing is changed.
   virtual bool settle(std::int64_t id, const Settlement& settlement) = 0;
+  // Takes a member out of its pool: from then on it is refused, for this reason. False when it is
+  // no member, and then nothing is changed.
+  virtual bool retire(std::int64_t id, const Retirement& retirement) = 0;
 
   // How many announced submissions of a run were not enqueued yet.
   [[nodiscard]] virtual std::int64_t announced(std::int64_t run) = 0;

@@ -194,7 +194,22 @@ std::optional<SettledSubmission> SubmissionQueue::settle(const SubmissionPnl& qu
           queued.id, settlement_of(settled.measure, thresholds_, settled.refusal, wall_clock_()))) {
     throw std::logic_error("a queued submission was settled under another's lock");
   }
+  if (!settled.refusal) settled.replaced = retire_replaced(queued);
   return settled;
+}
+
+std::vector<std::string> SubmissionQueue::retire_replaced(const SubmissionPnl& joined) {
+  std::vector<std::string> retired;
+  for (const ReplacedMember& member : pool_.replaced_by(*readable_pnl(joined))) {
+    const Retirement retirement{
+        kReplacedByBetter,
+        fmt::format("{} is like it and has the higher Sharpe ratio", joined.eval_id),
+        wall_clock_()};
+    if (store_.submissions().retire(member.submission, retirement)) {
+      retired.push_back(member.eval_id);
+    }
+  }
+  return retired;
 }
 
 }  // namespace varnholt::embedded

@@ -13,6 +13,9 @@
 // difference. What a run left in the queue when it died is settled by the next sync of any run on
 // the same pool.
 //
+// Where the thresholds say so, a signal that is clearly better than the members that it is like
+// takes their place: they are retired, which their submissions tell, with its name.
+//
 // A payload is settled in one transaction, under the store's lock: a crash at any moment leaves it
 // queued or settled, and two processes that settle at once take turns.
 #pragma once
@@ -37,6 +40,8 @@ struct SettledSubmission {
   PoolMeasure measure;
   // Absent when the signal is a member now.
   std::optional<PoolRefusal> refusal;
+  // The members that it has taken the place of, by their evaluation ids.
+  std::vector<std::string> replaced = {};
 };
 
 // Left in the queue, because the pool's data is not ready.
@@ -95,6 +100,8 @@ class SubmissionQueue {
   // Under the lock. Nothing where the payload has to wait.
   std::optional<SettledSubmission> settle(const SubmissionPnl& queued, std::int64_t trials,
                                           SyncReport& report);
+  // Takes those that a new member replaces out of the pool, under the same lock.
+  [[nodiscard]] std::vector<std::string> retire_replaced(const SubmissionPnl& joined);
   [[nodiscard]] bool asks_for_luck() const { return thresholds_.min_deflated_sharpe > 0.0; }
 
   RunStore& store_;

@@ -146,7 +146,7 @@ TEST(JsonEvents, TellAtTheEndThePoolTheMarketAndTheSubmissions) {
   EXPECT_EQ(ended["market"]["holdout"]["sharpe"], 0.62);
   EXPECT_EQ(ended["submissions"].dump(),
             R"({"submitted":2,"refused":{"correlation_exceeded":4,"pnl_mi_below_threshold":1},)"
-            R"("waiting":1})");
+            R"("waiting":1,"replaced":0})");
 }
 
 TEST(JsonEvents, TellTheRepairsPlanByPlan) {
@@ -165,7 +165,7 @@ TEST(JsonEvents, TellTheRepairsPlanByPlan) {
 TEST(JsonEvents, TellWhatBecameOfASubmission) {
   EXPECT_EQ(settled_event(samples::settled(17)).dump(),
             R"({"event":"settled","eval_id":"7-17","submitted":true,"refusal_reason":null,)"
-            R"("refusal_detail":null,"novelty":0.75,"correlation":0.9})");
+            R"("refusal_detail":null,"novelty":0.75,"correlation":0.9,"replaced":["7-2"]})");
   const Json refused = settled_event(samples::settled(18, "correlation_exceeded"));
   EXPECT_EQ(refused["submitted"], false);
   EXPECT_EQ(refused["refusal_reason"], "correlation_exceeded");

@@ -393,9 +393,12 @@ TEST(Options, HaveAHelpForEachCommand) {
     EXPECT_THAT(help, HasSubstr(std::string(option))) << option;
   }
   const embedded::SearchOptions defaults;
-  EXPECT_THAT(help, AllOf(HasSubstr(fmt::format("Default: {}.", defaults.config.gates.min_sharpe)),
-                          HasSubstr(fmt::format("Default: {}.", defaults.graphs.max_depth)),
-                          HasSubstr("Exit codes")));
+  EXPECT_THAT(
+      help,
+      AllOf(HasSubstr(
+                "Default: 2\n                             standard errors of the days searched."),
+            HasSubstr(fmt::format("Default: {}.", defaults.graphs.max_depth)),
+            HasSubstr("Exit codes")));
 }
 
 TEST(Options, HaveAHelpThatFitsAnOldTerminal) {

@@ -64,9 +64,16 @@ TEST(PoolReport, ListsTheTenBestAndSaysWhereTheRestIs) {
 
 TEST(PoolReport, NamesTheLeftOversOfEarlierRuns) {
   embedded::SearchSummary summary = samples::summary();
-  summary.submissions.submitted = 3;
+  summary.submissions.of_earlier_runs = 1;
   EXPECT_THAT(pool_text(summary, samples::started(), std::nullopt),
               HasSubstr(" 1 waiting, left-overs of earlier runs among them.\n"));
+}
+
+TEST(PoolReport, CountsTheMembersThatBetterOnesHaveReplaced) {
+  embedded::SearchSummary summary = samples::summary();
+  summary.submissions.replaced = 1;
+  EXPECT_THAT(pool_text(summary, samples::started(), std::nullopt),
+              HasSubstr(" 1 waiting; 1 signal left the pool for a better one.\n"));
 }
 
 TEST(PoolReport, KeepsControlCharactersOffTheTerminal) {

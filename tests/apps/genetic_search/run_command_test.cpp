@@ -204,6 +204,7 @@ TEST(RunCommand, HandsTheOptionsToTheSearch) {
       {"--generations", "3", "--json"});
   EXPECT_EQ(given.generations, 3);
   EXPECT_EQ(given.prices, "p.csv");
+  EXPECT_FALSE(given.config.gates.min_sharpe.has_value()) << "it is made of the days";
   EXPECT_THAT(ended.text, HasSubstr("\n{\"event\":\"metrics\""));
 }
 

@@ -115,6 +115,7 @@ inline embedded::SettledSignal settled(std::int64_t number, const std::string& r
   if (!refusal.empty()) signal.refusal_detail = "0.9 is above 0.7";
   signal.novelty = 0.75;
   signal.correlation = 0.9;
+  if (signal.submitted) signal.replaced = {"7-2"};
   return signal;
 }
 

@@ -107,6 +107,12 @@ TEST(HostConfigErrors, AnIntegerOfAnotherType) {
       place("pool.minimum_days", "true is not an integer; write an integer from 10 to 1000000"));
 }
 
+TEST(HostConfigErrors, ASwitchOfAnotherType) {
+  EXPECT_EQ(refusal_of("pool", "replaces_weaker = false"), "accepted");
+  EXPECT_EQ(refusal_of("pool", "replaces_weaker = 1"),
+            place("pool.replaces_weaker", "1 is neither true nor false; write true or false"));
+}
+
 TEST(HostConfigErrors, APoolNameThatIsNone) {
   const std::string remedy = "; write 1 to 100 printable ASCII characters, such as \"signals\"";
   EXPECT_EQ(refusal_of("pool", "name = 7"), place("pool.name", "7 is not a text" + remedy));

@@ -42,6 +42,7 @@ void expect_equal(const HostConfig& actual, const HostConfig& expected) {
   EXPECT_EQ(actual.pool.correlation_max, expected.pool.correlation_max);
   EXPECT_EQ(actual.pool.novelty_min, expected.pool.novelty_min);
   EXPECT_EQ(actual.pool.deflated_sharpe_min, expected.pool.deflated_sharpe_min);
+  EXPECT_EQ(actual.pool.replaces_weaker, expected.pool.replaces_weaker);
   EXPECT_EQ(actual.pool.minimum_days, expected.pool.minimum_days);
   EXPECT_EQ(actual.eras.train, expected.eras.train);
   EXPECT_EQ(actual.eras.holdout, expected.eras.holdout);
@@ -57,7 +58,7 @@ TEST(HostConfig, AnEmptyTextIsTheDefaults) {
 
 TEST(HostConfig, TheDefaultsAreWhatIsDocumented) {
   const HostConfig config;
-  EXPECT_EQ(config.gates.min_sharpe, 0.3);
+  EXPECT_FALSE(config.gates.min_sharpe.has_value()) << "made of the days";
   EXPECT_EQ(config.gates.min_gross_returns_sharpe, 0.3);
   EXPECT_EQ(config.gates.max_turnover, 1.0);
   EXPECT_EQ(config.gates.max_max_weight, 1.0);
@@ -85,15 +86,16 @@ TEST(HostConfig, TheExampleIsTheDefaults) {
   expect_equal(read_host_config(kRoot / "examples/genetic-search.toml"), HostConfig());
 }
 
-// The keys that the example writes, one key a line; "# era = 3" and the first
-// day of the hold-out are shown only.
+// The keys that the example writes, one key a line; the era, the first day of the hold-out and the
+// least Sharpe ratio, whose defaults are no values, are shown only.
 std::vector<std::pair<std::string, std::string>> example_lines() {
   std::vector<std::pair<std::string, std::string>> lines;
   std::istringstream text(file_text(kRoot / "examples/genetic-search.toml"));
   std::string table;
   for (std::string line; std::getline(text, line);) {
     if (line.starts_with("[")) table = line;
-    if (line.starts_with("# era = ") || line.starts_with("# holdout_from = "))
+    if (line.starts_with("# era = ") || line.starts_with("# holdout_from = ") ||
+        line.starts_with("# sharpe_min = "))
       line = line.substr(2);
     if (line.empty() || line.starts_with("#") || line.starts_with("[")) continue;
     lines.emplace_back(table, line.substr(0, line.find(' ')));
@@ -104,7 +106,7 @@ std::vector<std::pair<std::string, std::string>> example_lines() {
 TEST(HostConfig, TheExampleHasEveryKeyAndTheDocumentationTellsIt) {
   const std::string documentation = file_text(kRoot / "docs/configuration.md");
   const auto lines = example_lines();
-  EXPECT_EQ(lines.size(), 24U);
+  EXPECT_EQ(lines.size(), 25U);
   for (const auto& [table, key] : lines) {
     SCOPED_TRACE(table + " " + key);
     EXPECT_THAT(documentation, HasSubstr("## `" + table + "`"));

@@ -47,8 +47,9 @@ std::vector<std::string> configuration_rows(bool limits) {
     const std::string range = std::isfinite(gate->high)
                                   ? fmt::format("{} to {}", gate->low, gate->high)
                                   : std::string("finite");
-    rows.push_back(fmt::format("| `{}` | {} | {} | {} | {} |", gate->key, gate->meaning, gate->unit,
-                               range, one_digit(gate->default_threshold())));
+    rows.push_back(fmt::format(
+        "| `{}` | {} | {} | {} | {} |", gate->key, gate->meaning, gate->unit, range,
+        gate->made_default.empty() ? one_digit(gate->default_threshold()) : gate->default_text()));
   }
   return rows;
 }
@@ -82,7 +83,7 @@ TEST(GateDocuments, TheOptionsAreToldAsTheirHelpTellsThem) {
     help.front() = static_cast<char>(std::tolower(static_cast<unsigned char>(help.front())));
     help.pop_back();
     expected.push_back(fmt::format("| `{} X` | {} | {} | gate: {} |", gate->option,
-                                   gate->option_unit, gate->default_threshold(), help));
+                                   gate->option_unit, gate->default_text(), help));
   }
   EXPECT_THAT(told, ElementsAreArray(expected));
 }
@@ -93,8 +94,11 @@ TEST(GateDocuments, TheExampleHasEveryKeyAtItsDefault) {
   for (const bool limits : {false, true}) {
     at = text.find(limits ? "\n[limits]\n" : "\n[gates]\n", at);
     for (const Gate* const gate : gates_as_told(limits)) {
-      const std::size_t line = text.find(
-          fmt::format("\n{} = {}\n", gate->key, one_digit(gate->default_threshold())), at);
+      // A default that is made of the days is no number: the example shows how another is set.
+      const std::size_t line =
+          text.find(fmt::format("\n{}{} = {}\n", gate->made_default.empty() ? "" : "# ", gate->key,
+                                one_digit(gate->default_threshold())),
+                    at);
       EXPECT_NE(line, std::string::npos) << gate->key;
       at = line;
     }

@@ -271,5 +271,23 @@ TEST(Gates, AgreeWithTheirRulesOnRandomStatistics) {
   }
 }
 
+TEST(Gates, TheLeastSharpeRatioIsMadeOfTheDaysWhereNoneIsGiven) {
+  // A year of days has a standard error of 1, and four years of one half.
+  EXPECT_DOUBLE_EQ(least_sharpe_on_days(252.0, 252.0), 2.0);
+  EXPECT_DOUBLE_EQ(least_sharpe_on_days(1008.0, 252.0), 1.0);
+  EXPECT_DOUBLE_EQ(*gates_on_days({}, 1008.0, 252.0).min_sharpe, 1.0);
+  EXPECT_EQ(gates_on_days({.min_sharpe = -0.5}, 1008.0, 252.0).min_sharpe, -0.5);
+  EXPECT_EQ(gates_on_days({.max_turnover = 0.25}, 1008.0, 252.0).max_turnover, 0.25);
+
+  BacktestStatistics statistics;
+  statistics.sharpe = 0.5;
+  statistics.gross_returns_sharpe = 0.9;
+  statistics.abs_weight_sum_mean = 1.0;
+  EXPECT_FALSE(first_failed_gate(statistics, {}).has_value()) << "0.3 where no days are known";
+  const auto failure = first_failed_gate(statistics, gates_on_days({}, 1008.0, 252.0));
+  ASSERT_TRUE(failure.has_value());
+  EXPECT_EQ(failure->threshold, 1.0);
+}
+
 }  // namespace
 }  // namespace varnholt::embedded::test

@@ -132,11 +132,19 @@ inline GateThresholds open_gates() {
           .min_sharpe = -kBeyond};
 }
 
+// A signal that is like a member is refused, also where it earns more: some of these earn so little
+// that their opposites do.
+inline PoolSettings first_stays() {
+  PoolSettings settings;
+  settings.replaces_weaker = false;
+  return settings;
+}
+
 // What a context stands on: an evaluator, a stop event without limits, an empty store, and the side
 // of the processes.
 class ContextTest : public FolderTest {
  protected:
-  explicit ContextTest(const PoolSettings& pool = {})
+  explicit ContextTest(const PoolSettings& pool = first_stays())
       : submission_(store_, evaluator_, pool_identity_, pool) {}
 
   [[nodiscard]] std::string database() const { return in_folder("runs.db").string(); }

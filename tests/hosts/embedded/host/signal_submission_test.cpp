@@ -25,7 +25,7 @@ using ::testing::HasSubstr;
 
 class SignalSubmissionTest : public ContextTest {
  protected:
-  explicit SignalSubmissionTest(const PoolSettings& pool = {}) : ContextTest(pool) {
+  explicit SignalSubmissionTest(const PoolSettings& pool = first_stays()) : ContextTest(pool) {
     run_ = store_.begin_run({1.0, 1, "{}", "prices.csv", "ab12", "0.1.0"});
   }
 

@@ -26,7 +26,7 @@ using ::testing::IsEmpty;
 class RecordedAttempts : public RecordingTest {
  protected:
   explicit RecordedAttempts(const GateThresholds& gates = open_gates())
-      : RecordingTest({}, gates) {}
+      : RecordingTest(first_stays(), gates) {}
   ~RecordedAttempts() override { EXPECT_THAT(store_violations(database()), IsEmpty()); }
 
   // The row of a child that has been let into its backtest.

@@ -45,7 +45,8 @@ class PausingRecorder : public ResultRecorder {
 
 class RecordingTest : public ContextTest {
  protected:
-  explicit RecordingTest(const PoolSettings& pool = {}, const GateThresholds& gates = open_gates())
+  explicit RecordingTest(const PoolSettings& pool = first_stays(),
+                         const GateThresholds& gates = open_gates())
       : ContextTest(pool), gates_(gates) {}
 
   static genetic::Value negated(const genetic::Value& graph) {

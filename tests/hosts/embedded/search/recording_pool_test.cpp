@@ -167,7 +167,7 @@ TEST_F(FewDaysRecordingTest, TooFewDaysMakeACandidateWaitUntilFewerAreEnough) {
 
 class CorrelationRecordingTest : public RecordingTest {
  protected:
-  CorrelationRecordingTest() : RecordingTest({.novelty_min = 0.0}) {}
+  CorrelationRecordingTest() : RecordingTest({.novelty_min = 0.0, .replaces_weaker = false}) {}
 };
 
 TEST_F(CorrelationRecordingTest, CorrelationBlocksWhereMutualInformationDoesNot) {

@@ -168,7 +168,7 @@ TEST_F(RecordingTest, AnEnqueueThatTheBusyStoreRefusesIsTriedAgain) {
 
 class GatedRecordingTest : public RecordingTest {
  protected:
-  GatedRecordingTest() : RecordingTest({}, {.max_turnover = -1.0, .min_sharpe = 1e6}) {}
+  GatedRecordingTest() : RecordingTest(first_stays(), {.max_turnover = -1.0, .min_sharpe = 1e6}) {}
 };
 
 TEST_F(GatedRecordingTest, AFailureIsRecordedWithAllOfItsReasonsAndItsTiming) {

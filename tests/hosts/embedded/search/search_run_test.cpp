@@ -145,7 +145,7 @@ TEST_F(SearchRunTest, StoresTheSettingsThatRepeatIt) {
                 seeds +
                 R"(,"jobs":2,"judges_both_signs":true,"leaf_share":0.3,)"
                 R"("least_known_share":0.8,"max_depth":5,)"
-                R"("max_improvement_candidates":96,)"
+                R"("max_improvement_candidates":1,)"
                 R"("max_improvement_depth":8,"max_improvement_rounds":10,"max_nodes":25,)"
                 R"("max_window":120,"neutralize":"none",)"
                 R"("operator_rates":{"crossover":0.0,"hoist_mutation":0.1,)"

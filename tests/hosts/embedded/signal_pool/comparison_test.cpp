@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 #include <gtest/gtest.h>
 
@@ -26,9 +27,11 @@ class MadePool {
     names_.push_back("1-" + std::to_string(names_.size() + 1));
   }
   void add(const ArrayXd& pnl, std::size_t first, double least, PoolComparison& known) const {
-    MemberComparison(series_, [this](std::size_t row) -> const std::string& {
-      return names_[row];
-    }).add(pnl, first, least, known);
+    comparison().add(pnl, rows_from(first), least, known);
+  }
+  [[nodiscard]] std::vector<std::size_t> alike(const ArrayXd& pnl,
+                                               const PoolThresholds& thresholds) const {
+    return comparison().alike(pnl, rows_from(0), thresholds);
   }
   [[nodiscard]] PoolMeasure measure(const ArrayXd& pnl, double least = kDefaultMinNovelty) const {
     PoolComparison known;
@@ -42,6 +45,15 @@ class MadePool {
   [[nodiscard]] const std::vector<ArrayXd>& pnls() const { return pnls_; }
 
  private:
+  [[nodiscard]] MemberComparison comparison() const {
+    return {series_, [this](std::size_t row) -> const std::string& { return names_[row]; }};
+  }
+  [[nodiscard]] std::vector<std::size_t> rows_from(std::size_t first) const {
+    std::vector<std::size_t> rows(pnls_.size() - first);
+    std::iota(rows.begin(), rows.end(), first);
+    return rows;
+  }
+
   MemberSeries series_;
   std::vector<ArrayXd> pnls_;
   std::vector<std::string> names_;
@@ -182,6 +194,27 @@ TEST(MemberComparisonTest, WhereAnyNoveltyWillDoTheCorrelationIsAllThatIsAsked) 
   pool.join(2.0 * signal);
   EXPECT_LT(pool.measure(signal, 0.0).mutual_information, 7.0) << "a number, also for itself";
   EXPECT_NEAR(pool.measure(signal, 0.0).novelty, 0.0, 1e-4);
+}
+
+TEST(MemberComparisonTest, AlikeIsWhatAloneWouldRefuse) {
+  constexpr Index kManyDays = 600;
+  int found_alike = 0;
+  for (std::uint64_t seed = 1; seed <= 12; ++seed) {
+    SCOPED_TRACE(seed);
+    const ArrayXd signal = normal_series(kManyDays, 1000 * seed);
+    MadePool pool(kManyDays);
+    for (std::uint64_t kind = 0; kind < 6; ++kind)
+      pool.join(like(signal, kind, 0.15 * static_cast<double>(seed % 7), 1000 * seed + kind));
+    std::vector<std::size_t> expected;
+    for (std::size_t row = 0; row < pool.pnls().size(); ++row) {
+      MadePool alone(kManyDays);
+      alone.join(pool.pnls()[row]);
+      if (refusal(alone.measure(signal), PoolThresholds())) expected.push_back(row);
+    }
+    EXPECT_EQ(pool.alike(signal, PoolThresholds()), expected);
+    found_alike += static_cast<int>(expected.size());
+  }
+  EXPECT_GT(found_alike, 5);
 }
 
 TEST(MemberComparisonTest, OfEqualMembersTheEarlierIsTheNearest) {

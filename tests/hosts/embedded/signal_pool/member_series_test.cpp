@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <fstream>
+#include <numeric>
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -46,7 +47,9 @@ TEST(MemberSeriesTest, CorrelatesAsTheDefinitionSays) {
     for (std::size_t i = 0; i < all.size(); ++i) {
       const ComparedSignal signal = members.compared(all[i]);
       for (const std::size_t first : {std::size_t{0}, std::size_t{3}}) {
-        const std::vector<double> found = members.correlations(signal, first);
+        std::vector<std::size_t> rows(all.size() - first);
+        std::iota(rows.begin(), rows.end(), first);
+        const std::vector<double> found = members.correlations(signal, rows);
         ASSERT_EQ(found.size(), all.size() - first);
         for (std::size_t j = first; j < all.size(); ++j) {
           const double expected = std::abs(pearson_correlation(all[i], all[j]));
@@ -56,6 +59,20 @@ TEST(MemberSeriesTest, CorrelatesAsTheDefinitionSays) {
       }
     }
   }
+}
+
+TEST(MemberSeriesTest, OutdoesWhatIsWorseByHalfAStandardError) {
+  constexpr Index kHundredDays = 100;
+  const ArrayXd x = normal_series(kHundredDays, 1);
+  const ArrayXd standard = (x - x.mean()) / std::sqrt((x - x.mean()).square().sum() / 99.0);
+  MemberSeries members(kHundredDays);
+  members.append(standard + 0.1);
+  members.append(ArrayXd::Constant(kHundredDays, 0.25));
+  EXPECT_NEAR(members.daily_sharpe(0), 0.1, 1e-12);
+  EXPECT_EQ(members.daily_sharpe(1), 0.0) << "a constant one has none";
+  EXPECT_NEAR(MemberSeries::daily_sharpe(3.0 * standard - 0.6), -0.2, 1e-12);
+  EXPECT_TRUE(members.outdoes(0.1501, 0)) << "0.5 / sqrt(100) more";
+  EXPECT_FALSE(members.outdoes(0.1499, 0));
 }
 
 TEST(MemberSeriesTest, TellsTheInformationAsTheDefinitionsSay) {

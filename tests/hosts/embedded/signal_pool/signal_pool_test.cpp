@@ -3,6 +3,7 @@
 // connection.
 #include "hosts/embedded/signal_pool/signal_pool.hpp"
 
+#include <cmath>
 #include <limits>
 #include <stdexcept>
 
@@ -71,7 +72,7 @@ TEST_F(SignalPoolTest, MeasuresAgainstTheNearestMember) {
   const std::string near = join(correlated(base_, -0.9, 2));
   const std::string curved = join(base_.square() + 0.01 * normal_series(kDays, 3));
   // A gate that refuses neither.
-  SignalPool pool(*store_, pool_, kDefaultCommonDays, 0.01);
+  SignalPool pool(*store_, pool_, kDefaultCommonDays, PoolThresholds{0.01});
   EXPECT_TRUE(pool.refresh());
   const PoolMeasure measure = pool.measure(base_);
   EXPECT_NEAR(measure.correlation, 0.9, 0.05) << "the sign does not count";
@@ -87,7 +88,7 @@ TEST_F(SignalPoolTest, OneMemberIsEnoughToRefuseASignal) {
   const std::string curved = join(curve);
   const ArrayXd likeness = correlated(base_, -0.9, 2);
   const std::string near = join(likeness);
-  SignalPool pool(*store_, pool_, kDefaultCommonDays, 0.3);
+  SignalPool pool(*store_, pool_, kDefaultCommonDays, PoolThresholds{0.3});
   EXPECT_TRUE(pool.refresh());
   const PoolMeasure refused = pool.measure(base_);
   EXPECT_EQ(refused.nearest_by_information, near) << "it correlates most, and is enough";
@@ -110,7 +111,7 @@ TEST_F(SignalPoolTest, WhatIsNotRefusedIsComparedWithAll) {
   for (std::uint64_t seed = 2; seed < 8; ++seed)
     join(correlated(base_, 0.1 * static_cast<double>(seed % 4), seed));
   SignalPool thorough(*store_, pool_);
-  SignalPool quick(*store_, pool_, kDefaultCommonDays, 0.1);
+  SignalPool quick(*store_, pool_, kDefaultCommonDays, PoolThresholds{0.1});
   EXPECT_TRUE(thorough.refresh());
   EXPECT_TRUE(quick.refresh());
   const PoolMeasure measure = quick.measure(base_);
@@ -162,7 +163,7 @@ TEST_F(SignalPoolTest, KeepsToItsIdentity) {
 
 TEST_F(SignalPoolTest, TheFounderIsThereFromTheBeginning) {
   const ArrayXd market = normal_series(kDays, 7);
-  SignalPool pool(*store_, pool_, kDefaultCommonDays, kDefaultMinNovelty, market);
+  SignalPool pool(*store_, pool_, kDefaultCommonDays, PoolThresholds(), market);
   EXPECT_TRUE(pool.has_members());
   const ArrayXd signal = correlated(market, 0.9, 8);
   const PoolMeasure alone = pool.measure(signal);
@@ -186,8 +187,8 @@ TEST_F(SignalPoolTest, TheFounderIsThereFromTheBeginning) {
 
 TEST_F(SignalPoolTest, WhatAChildFoundBesideTheFounderIsTakenOver) {
   const ArrayXd market = normal_series(kDays, 7);
-  SignalPool child(*store_, pool_, kDefaultCommonDays, kDefaultMinNovelty, market);
-  SignalPool parent(*store_, pool_, kDefaultCommonDays, kDefaultMinNovelty, market);
+  SignalPool child(*store_, pool_, kDefaultCommonDays, PoolThresholds(), market);
+  SignalPool parent(*store_, pool_, kDefaultCommonDays, PoolThresholds(), market);
   const std::optional<PoolComparison> comparison = child.compare(base_);
   ASSERT_TRUE(comparison.has_value());
   EXPECT_EQ(comparison->members, 1);
@@ -195,8 +196,38 @@ TEST_F(SignalPoolTest, WhatAChildFoundBesideTheFounderIsTakenOver) {
   EXPECT_EQ(parent.measure(base_).novelty, child.measure(base_).novelty);
 }
 
+TEST_F(SignalPoolTest, WhatIsClearlyWorseIsNotComparedWhereItWouldBeReplaced) {
+  const auto of_sharpe = [](const ArrayXd& series, double sharpe) {
+    const ArrayXd centred = series - series.mean();
+    return ArrayXd(centred / std::sqrt(centred.square().sum() / (kDays - 1.0)) + sharpe);
+  };
+  const ArrayXd better = of_sharpe(base_, 0.3);
+  const ArrayXd weak = of_sharpe(correlated(base_, 0.95, 2), 0.1);
+  const ArrayXd peer = of_sharpe(correlated(base_, 0.9, 3), 0.29);
+  const ArrayXd other = of_sharpe(normal_series(kDays, 4), 0.12);
+  const std::string weak_id = join(weak);
+  join(other);
+  const std::string peer_id = join(peer);
+  SignalPool first_stays(*store_, pool_);
+  SignalPool pool(*store_, pool_, kDefaultCommonDays, PoolThresholds{.replaces_weaker = true},
+                  weak);
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_TRUE(first_stays.refresh());
+  EXPECT_EQ(first_stays.measure(better).nearest_by_correlation, weak_id);
+  EXPECT_TRUE(first_stays.replaced_by(better).empty());
+
+  // The founder is the same series as the weak one, and is never outdone.
+  EXPECT_EQ(pool.measure(better).nearest_by_correlation, "market");
+  EXPECT_EQ(pool.measure(better).members, 2) << "the founder and the peer";
+  EXPECT_EQ(pool.measure(weak).members, 4);
+  const std::vector<ReplacedMember> replaced = pool.replaced_by(better);
+  ASSERT_EQ(replaced.size(), 1U) << "what is unlike it stays, and so does a peer";
+  EXPECT_EQ(replaced[0].eval_id, weak_id);
+  EXPECT_EQ(replaced[0].submission, store_->submissions().of_evaluation(weak_id).at(0).id);
+}
+
 TEST_F(SignalPoolTest, AFounderOfTooFewDaysIsLeftOut) {
-  SignalPool pool(*store_, pool_, kDays + 1, kDefaultMinNovelty, normal_series(kDays, 7));
+  SignalPool pool(*store_, pool_, kDays + 1, PoolThresholds(), normal_series(kDays, 7));
   EXPECT_FALSE(pool.has_members());
   EXPECT_EQ(pool.measure(base_).novelty, 1.0);
 }

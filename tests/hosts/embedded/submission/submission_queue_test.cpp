@@ -250,6 +250,54 @@ TEST_F(SubmissionQueueTest, RefusesThresholdsThatCannotBe) {
                std::invalid_argument);
 }
 
+TEST_F(SubmissionQueueTest, ABetterSignalTakesThePlaceOfTheWeakerOneThatItIsLike) {
+  SignalPool pool(*store_, pool_, kDefaultCommonDays, {0.3, 0.7, 0.0, true});
+  SubmissionQueue queue(*store_, pool, {0.3, 0.7, 0.0, true}, [] { return kNow; });
+  const std::string weak = join(correlated(base_, 0.98, 2));
+  const std::string other = join(normal_series(kDays, 3));
+  const std::int64_t order = store_->submissions().members(pool_).at(0).settled_order;
+
+  const std::string slightly_better = evaluate();
+  EXPECT_TRUE(queue.enqueue(payload(slightly_better), base_));
+  const SyncReport refused = queue.sync();
+  EXPECT_TRUE(refused.settled.at(0).refusal.has_value());
+  EXPECT_THAT(refused.settled.at(0).replaced, IsEmpty());
+  EXPECT_THAT(member_ids(), ElementsAre(weak, other));
+
+  const std::string better = evaluate();
+  EXPECT_TRUE(queue.enqueue(payload(better), base_ + 0.3));
+  const SyncReport report = queue.sync();
+  EXPECT_FALSE(report.settled.at(0).refusal.has_value());
+  EXPECT_THAT(report.settled.at(0).replaced, ElementsAre(weak));
+  EXPECT_THAT(member_ids(), ElementsAre(other, better));
+  const SubmissionRecord retired = record_of(weak);
+  EXPECT_EQ(retired.state, SubmissionState::Refused);
+  EXPECT_EQ(retired.settlement->refusal_reason, kReplacedByBetter);
+  EXPECT_EQ(retired.settlement->refusal_detail,
+            better + " is like it and has the higher Sharpe ratio");
+  EXPECT_EQ(retired.settlement->settled_at, kNow);
+  EXPECT_TRUE(pool.refresh());
+  EXPECT_EQ(pool.measure(correlated(base_, 0.98, 2)).nearest_by_correlation, better);
+
+  // Whoever reads the pool anew finds the same, and a number of the order is given once.
+  EXPECT_GT(store_->submissions().members(pool_).back().settled_order, order);
+  EXPECT_FALSE(store_->submissions().retire(retired.id, {"again", "", kNow})) << "no member";
+}
+
+TEST_F(SubmissionQueueTest, ARefusedSignalTakesNoPlace) {
+  const PoolThresholds strict{0.3, 0.7, 0.999, true};
+  SignalPool pool(*store_, pool_, kDefaultCommonDays, strict);
+  SubmissionQueue queue(
+      *store_, pool, strict, [] { return kNow; }, [] { return std::int64_t{1000000}; });
+  const std::string weak = join(correlated(base_, 0.98, 2));
+  const std::string lucky = evaluate();
+  EXPECT_TRUE(queue.enqueue(payload(lucky), base_ + 0.2));
+  const SyncReport report = queue.sync();
+  EXPECT_EQ(report.settled.at(0).refusal->reason, kDeflatedSharpeBelowMin);
+  EXPECT_THAT(report.settled.at(0).replaced, IsEmpty());
+  EXPECT_THAT(member_ids(), ElementsAre(weak));
+}
+
 TEST_F(SubmissionQueueTest, NothingIsSettledBesideAMemberThatIsNotMeasuredYet) {
   const std::string member = join(base_);
   const PoolIdentity other{"alpha", 1, 2, "date"};
