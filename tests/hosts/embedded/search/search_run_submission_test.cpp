@@ -118,7 +118,8 @@ TEST_F(SearchRunSubmissionTest, EachPassingStructureIsSubmittedExactlyOnce) {
   for (const auto& [reason, count] : summary.submissions.refused)
     refused += count;
   EXPECT_EQ(summary.submissions.submitted + refused, static_cast<std::int64_t>(passing.size()));
-  EXPECT_EQ(summary.submissions.submitted, static_cast<std::int64_t>(summary.submitted.size()));
+  EXPECT_EQ(summary.submissions.submitted - summary.submissions.replaced,
+            static_cast<std::int64_t>(summary.submitted.size()));
   EXPECT_EQ(summary.submissions.waiting, 0);
 }
 
@@ -194,10 +195,16 @@ TEST_F(SearchRunSubmissionTest, TheObserverIsToldOfEverySettlementAfterItsRecord
   for (const SubmissionRecord& submission : submissions(long_options()))
     settled.emplace(submission.eval_id, submission);
   ASSERT_EQ(observer_.settled.size(), settled.size());
+  std::set<std::string> replaced;
+  for (const SettledSignal& told : observer_.settled)
+    replaced.insert(told.replaced.begin(), told.replaced.end());
+  EXPECT_FALSE(replaced.empty());
   for (const SettledSignal& told : observer_.settled) {
     const SubmissionRecord& submission = settled.at(told.eval_id);
-    EXPECT_EQ(told.submitted, submission.state == SubmissionState::Submitted);
-    EXPECT_EQ(told.refusal_reason, submission.settlement->refusal_reason.value_or(""));
+    const std::string reason = submission.settlement->refusal_reason.value_or("");
+    const bool has_left = told.submitted && replaced.contains(told.eval_id);
+    EXPECT_EQ(told.submitted && !has_left, submission.state == SubmissionState::Submitted);
+    EXPECT_EQ(has_left ? std::string(kReplacedByBetter) : told.refusal_reason, reason);
     EXPECT_EQ(told.novelty, submission.settlement->novelty);
   }
 }
