@@ -28,6 +28,11 @@ void SignalArchive::add(const Value& graph, double nodes, const Behaviour& behav
   shares_.count(source, enters({graph, score, behaviour}));
 }
 
+void SignalArchive::add_repeat(const Value& graph, CandidateSource source) {
+  met_.insert(structure_hash(graph));
+  shares_.count(source, false);
+}
+
 bool SignalArchive::enters(Member newcomer) {
   const auto is_like = [&newcomer](const Member& member) {
     return member.behaviour.likeness(newcomer.behaviour) >= kAlike;

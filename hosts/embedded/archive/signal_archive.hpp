@@ -42,6 +42,9 @@ class SignalArchive {
   void add(const genetic::Value& graph, double nodes, const Behaviour& behaviour,
            CandidateSource source);
 
+  // A signal that does what an earlier one did, and comes to nothing.
+  void add_repeat(const genetic::Value& graph, CandidateSource source);
+
   // Whether a graph of this structure was added before, whatever became of it.
   [[nodiscard]] bool has_met(const genetic::Value& graph) const;
 

@@ -137,15 +137,23 @@ Expression Evaluator::compile(const genetic::Value& graph) const {
 }
 
 Evaluation Evaluator::evaluate(const Expression& expression, const SharedPanels* shared) const {
+  return evaluate_weights(expression.shape, weights(signal(expression, shared)));
+}
+
+Evaluation Evaluator::evaluate_weights(const GraphShape& shape, Panel weights) const {
   Evaluation result;
-  result.shape = expression.shape;
-  result.weights = weights(signal(expression, shared));
+  result.shape = shape;
+  result.weights = std::move(weights);
   result.backtest = backtest_weights(result.weights, close(), options_.book);
   return result;
 }
 
 Evaluation Evaluator::judge(const Expression& expression, const SharedPanels* shared) const {
-  Evaluation result = evaluate(expression, shared);
+  return judge_weights(expression.shape, weights(signal(expression, shared)));
+}
+
+Evaluation Evaluator::judge_weights(const GraphShape& shape, Panel weights) const {
+  Evaluation result = evaluate_weights(shape, std::move(weights));
   const bool loses = result.backtest.statistics.gross_returns_sharpe < 0.0;
   if (!options_.judges_both_signs || !loses) return result;
   result.weights = -result.weights;

@@ -75,11 +75,15 @@ class Evaluator {
   // so. What earns with one sign loses with the other, so that nobody has to try both.
   [[nodiscard]] Evaluation judge(const Expression& expression,
                                  const SharedPanels* shared = nullptr) const;
+  // The second half of that, for who looks at the weights before.
+  [[nodiscard]] Evaluation judge_weights(const GraphShape& shape, Panel weights) const;
   [[nodiscard]] Evaluation judge(const genetic::Value& graph) const {
     return judge(compile(graph));
   }
 
  private:
+  [[nodiscard]] Evaluation evaluate_weights(const GraphShape& shape, Panel weights) const;
+
   FeaturePanels features_;
   EvaluatorOptions options_;
 };

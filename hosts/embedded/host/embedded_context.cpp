@@ -1,9 +1,12 @@
 #include "hosts/embedded/host/embedded_context.hpp"
 
+#include <bit>
 #include <new>
 #include <span>
 #include <utility>
 #include <vector>
+
+#include <fmt/format.h>
 
 #include "hosts/embedded/gates/failure_detail.hpp"
 #include "hosts/embedded/gates/threshold_set.hpp"
@@ -33,6 +36,17 @@ namespace operations = genetic::operation_names;
 
 // The phase that a child must not enter before its parent has stored the attempt.
 constexpr Key kRunBacktest = genetic::key<"run_backtest">();
+
+// With a result from its child to the parent, as a number with a sign: values have no others.
+constexpr Key kFingerprint = genetic::key<"behaviour_fingerprint">();
+
+// Absent of a repeat, and of what was not backtested.
+std::optional<std::uint64_t> fingerprint_of(const Mapping& keywords) {
+  const auto tracking = genetic::as_mapping(keywords.get(keys::kTrackingMetricKwargs));
+  const Value told = tracking ? tracking->get(kFingerprint) : Value();
+  if (!told.is_integer()) return std::nullopt;
+  return std::bit_cast<std::uint64_t>(told.integer());
+}
 
 // The figures that every backtest gives, by their names.
 List statistic_names() {
@@ -88,6 +102,7 @@ Mapping EmbeddedContext::parent_operations() {
     ActiveAttempt attempt;
     if (!active_attempt_.is_absent()) attempt = {std::exchange(active_attempt_, {}), evidence};
     Value id = recorder_.record(positional[0], passed, keywords, attempt);
+    if (settings_.behaviours != nullptr) settings_.behaviours->note(fingerprint_of(keywords));
     if (passed) submission_.keep_pnl(id, keywords.get(keys::kStats));
     stop_->count_candidate();
     return id;
@@ -212,8 +227,17 @@ EmbeddedContext::Backtested EmbeddedContext::backtest(const Value& graph) {
     announce_backtest();
     attempt_evidence_ = Mapping{{keys::kBacktestStarted, true}, {keys::kBacktestCompleted, false}};
     const BacktestStopwatch stopwatch(clock_, process_.role.identity());
-    BacktestResult result = evaluator_.judge(expression, &shared_).backtest;
-    return {std::move(result), stopwatch.timing(graph)};
+    Panel weights = evaluator_.weights(evaluator_.signal(expression, &shared_));
+    Backtested backtested;
+    if (settings_.behaviours != nullptr) {
+      backtested.fingerprint =
+          behaviour_fingerprint(weights, evaluator_.options().judges_both_signs);
+      backtested.repeated = settings_.behaviours->find(backtested.fingerprint);
+      if (backtested.repeated) return backtested;
+    }
+    backtested.result = evaluator_.judge_weights(expression.shape, std::move(weights)).backtest;
+    backtested.timing = stopwatch.timing(graph);
+    return backtested;
   } catch (const std::bad_alloc&) {
     // In a child this is its memory limit and no fault of the graph.
     if (process_.role.is_child()) throw OutOfMemory();
@@ -221,10 +245,34 @@ EmbeddedContext::Backtested EmbeddedContext::backtest(const Value& graph) {
   }
 }
 
-// The statistics decide whether the signal passes; the reason is the first gate that it fails.
 Value EmbeddedContext::evaluate(const Value& graph) {
   attempt_evidence_ = Mapping{{keys::kBacktestStarted, false}, {keys::kBacktestCompleted, false}};
-  const auto [measured, timing] = backtest(graph);
+  const Backtested backtested = backtest(graph);
+  if (backtested.repeated) return repeated(*backtested.repeated);
+  return passed_or_failed(graph, backtested);
+}
+
+Value EmbeddedContext::outcome(const Mapping& record) {
+  last_evaluation_record_ = record;
+  return Mapping{{keys::kRecord, record},
+                 {keys::kSubmissionPayloads, List()},
+                 {keys::kAttemptEvidence, attempt_evidence_}};
+}
+
+Value EmbeddedContext::repeated(std::int64_t candidate) {
+  const Mapping tracking{
+      {keys::kFailureDetail,
+       fmt::format("it wants to hold every day what candidate {} does", candidate)}};
+  return outcome({{keys::kStats, Value()},
+                  {keys::kPassed, false},
+                  {keys::kRejectionReason, kBehaviourRepeated},
+                  {keys::kTrackingMetricKwargs, tracking}});
+}
+
+// The statistics decide whether the signal passes; the reason is the first gate that it fails.
+Value EmbeddedContext::passed_or_failed(const Value& graph, const Backtested& backtested) {
+  const BacktestResult& measured = backtested.result;
+  const Mapping& timing = backtested.timing;
   process_.timings.recorded().record(graph, timing);
   attempt_evidence_ = Mapping{{keys::kBacktestStarted, true},
                               {keys::kBacktestCompleted, true},
@@ -246,10 +294,10 @@ Value EmbeddedContext::evaluate(const Value& graph) {
                  {keys::kRejectionReason, failure ? Value(failure->reason) : Value()},
                  {keys::kTrackingMetricKwargs, tracking}};
   if (failure) tracking.set(keys::kFailureDetail, failure_detail_text(*failure));
-  last_evaluation_record_ = record;
-  return Mapping{{keys::kRecord, record},
-                 {keys::kSubmissionPayloads, List()},
-                 {keys::kAttemptEvidence, attempt_evidence_}};
+  if (settings_.behaviours != nullptr) {
+    tracking.set(kFingerprint, std::bit_cast<std::int64_t>(backtested.fingerprint));
+  }
+  return outcome(record);
 }
 
 Callable EmbeddedContext::safe_record() {

@@ -10,6 +10,7 @@
 #include "hosts/embedded/attempts/embedded_tracker.hpp"
 #include "hosts/embedded/backtest/evaluator.hpp"
 #include "hosts/embedded/gates/gates.hpp"
+#include "hosts/embedded/host/known_behaviours.hpp"
 #include "hosts/embedded/host/known_structures.hpp"
 #include "hosts/embedded/host/process_side.hpp"
 #include "hosts/embedded/host/search_stop.hpp"
@@ -65,6 +66,9 @@ struct ContextSettings {
   Eigen::ArrayXd market_returns;
   // What is not evaluated again; null where all is. It must outlive the context.
   KnownStructures* known = nullptr;
+  // What signals held that were evaluated, by which repeats are told; null where every signal is
+  // backtested. It must outlive the context.
+  KnownBehaviours* behaviours = nullptr;
 };
 
 class EmbeddedContext : public genetic::SearchContext, public PrefetchingContext {
@@ -132,14 +136,21 @@ class EmbeddedContext : public genetic::SearchContext, public PrefetchingContext
         std::make_shared<genetic::OwnEvaluationState>();
   };
 
+  // Either the result of a backtest and its timing, or the candidate whose weights are repeated.
   struct Backtested {
     BacktestResult result;
     genetic::Mapping timing;
+    std::uint64_t fingerprint = 0;
+    std::optional<std::int64_t> repeated = {};
   };
 
   [[nodiscard]] genetic::Mapping parent_operations();
   [[nodiscard]] genetic::Callable operation(genetic::Key name);
   [[nodiscard]] genetic::Value evaluate(const genetic::Value& graph);
+  [[nodiscard]] genetic::Value passed_or_failed(const genetic::Value& graph,
+                                                const Backtested& backtested);
+  [[nodiscard]] genetic::Value repeated(std::int64_t candidate);
+  [[nodiscard]] genetic::Value outcome(const genetic::Mapping& record);
   void announce_backtest();
   [[nodiscard]] Backtested backtest(const genetic::Value& graph);
   [[nodiscard]] std::optional<genetic::Value> tracker_attribute();

@@ -123,7 +123,8 @@ EmbeddedHost::EmbeddedHost(ProcessSide& process, const Vocabulary& vocabulary, L
       fresh_sources_(sources_of(settings, lineage, vocabulary, making_)),
       random_graphs_(vocabulary, settings.graphs, settings.is_stopping, settings.known, making_,
                      fresh_sources_.get()),
-      planning_(vocabulary, settings.graphs, json_reader_, lineage, settings.is_stopping, making_),
+      planning_(vocabulary, settings.graphs, json_reader_, lineage, settings.is_stopping, making_,
+                settings.behaviours),
       secure_random_(settings.seed) {}
 
 }  // namespace varnholt::embedded

@@ -19,6 +19,7 @@
 #include "hosts/embedded/host/fresh_sources.hpp"
 #include "hosts/embedded/host/graph_limits.hpp"
 #include "hosts/embedded/host/json_value.hpp"
+#include "hosts/embedded/host/known_behaviours.hpp"
 #include "hosts/embedded/host/known_structures.hpp"
 #include "hosts/embedded/host/lineage.hpp"
 #include "hosts/embedded/host/process_side.hpp"
@@ -123,6 +124,8 @@ struct HostSettings {
   // outlive the host.
   SignalArchive* archive = nullptr;
   FreshSettings fresh;
+  // Null where repeats are not told. It must outlive the host.
+  KnownBehaviours* behaviours = nullptr;
 };
 
 // Keeps the lineage of what the search tells of.

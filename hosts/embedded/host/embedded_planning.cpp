@@ -47,17 +47,21 @@ FunctionNames names_of(const List& rotations) {
 
 EmbeddedPlanning::EmbeddedPlanning(const Vocabulary& vocabulary, const RandomGraphOptions& graphs,
                                    genetic::JsonReader& json_reader, Lineage& lineage,
-                                   StopQuestion is_stopping, const GraphMaking& making)
+                                   StopQuestion is_stopping, const GraphMaking& making,
+                                   KnownBehaviours* behaviours)
     : vocabulary_(vocabulary),
       graphs_(graphs),
       json_reader_(json_reader),
       lineage_(lineage),
       is_stopping_(std::move(is_stopping)),
-      making_(making) {}
+      making_(making),
+      behaviours_(behaviours) {}
 
 Value EmbeddedPlanning::derive_reaction_improvements(const Value& result,
                                                      const ReactionRequest& request) {
   const std::int64_t limit = plan_limit(request.max_plans);
+  // No worker runs while repairs are planned.
+  if (behaviours_ != nullptr) behaviours_->settle();
   List improvements;
   if (is_stopping_ && is_stopping_()) return improvements;
   const Mapping record = genetic::record_of(result);

@@ -1,6 +1,7 @@
 // The embedded host's planner of repairs, as the search asks for it.
 #pragma once
 
+#include "hosts/embedded/host/known_behaviours.hpp"
 #include "hosts/embedded/host/lineage.hpp"
 #include "hosts/embedded/planner/repair_plans.hpp"
 #include "hosts/embedded/system/interrupt.hpp"
@@ -17,13 +18,14 @@ class EmbeddedPlanning : public genetic::ReactionPlanning {
   // the options must outlive the object.
   EmbeddedPlanning(const Vocabulary& vocabulary, const RandomGraphOptions& graphs,
                    genetic::JsonReader& json_reader, Lineage& lineage,
-                   StopQuestion is_stopping = {}, const GraphMaking& making = {});
+                   StopQuestion is_stopping = {}, const GraphMaking& making = {},
+                   KnownBehaviours* behaviours = nullptr);
 
   // The plans of repair_planner.hpp, made of the safe rotations and the peers that are given, and
   // accepted by the validator; none in a search that is being stopped. `reaction_plan` is a mapping
   // with the texts "name", "reason" and "explanation". A graph that is not of the vocabulary, such
   // as a foreign seed, has no plans as a result and is left out as a peer. Notes the lineage of
-  // every plan.
+  // every plan. What was recorded before counts as known from here on.
   [[nodiscard]] genetic::Value derive_reaction_improvements(
       const genetic::Value& result, const genetic::ReactionRequest& request) override;
 
@@ -42,6 +44,7 @@ class EmbeddedPlanning : public genetic::ReactionPlanning {
   Lineage& lineage_;
   StopQuestion is_stopping_;
   GraphMaking making_;
+  KnownBehaviours* behaviours_;
 };
 
 }  // namespace varnholt::embedded

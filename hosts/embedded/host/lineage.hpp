@@ -43,7 +43,7 @@ struct GraphOrigin {
   std::optional<RepairNote> repair = {};
   CandidateSource source = CandidateSource::Other;
   // The name of the known formula that the graph is, or that it was bred of.
-  std::string formula;
+  std::string formula = {};
   bool is_as_opposite = false;  // What was recorded is the opposite of the graph.
 };
 

@@ -7,6 +7,7 @@
 #include "hosts/embedded/attempts/attempt_accounts.hpp"
 #include "hosts/embedded/gates/threshold_set.hpp"
 #include "hosts/embedded/host/json_value.hpp"
+#include "hosts/embedded/host/known_behaviours.hpp"
 #include "hosts/embedded/host/statistics_object.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
 #include "search_templates/genetic/value/keys.hpp"
@@ -23,7 +24,7 @@ namespace {
 
 constexpr const char* kBacktestFailed = "backtest_failed";
 constexpr const char* kExecution = "execution";
-// Of a signal that its statistics let pass and the pool does not.
+// Of a signal that its statistics let pass and the pool does not, and of one that repeats another.
 constexpr const char* kNovelty = "novelty";
 constexpr const char* kParentRecorder = "parent_recorder";
 constexpr const char* kProcessEvaluation = "process_evaluation";
@@ -44,9 +45,14 @@ Value statistics_value(const CandidateRecorded& candidate) {
   return candidate.statistics ? Value(statistics_mapping(*candidate.statistics)) : Value();
 }
 
-std::optional<std::string> category_of(const CandidateRecorded& candidate, bool completed) {
+// Whether nothing went wrong: the backtest was completed, or left out on purpose.
+bool was_judged(const CandidateRecorded& candidate, bool completed) {
+  return completed || candidate.failure_reason == kBehaviourRepeated.view();
+}
+
+std::optional<std::string> category_of(const CandidateRecorded& candidate, bool judged) {
   if (candidate.passed) return std::nullopt;
-  if (!completed) return kExecution;
+  if (!judged) return kExecution;
   const std::span<const Gate> gates = gate_table();
   const auto gate = std::find_if(gates.begin(), gates.end(), [&](const Gate& row) {
     return row.reason.view() == candidate.failure_reason;
@@ -54,24 +60,24 @@ std::optional<std::string> category_of(const CandidateRecorded& candidate, bool 
   return gate != gates.end() ? std::string(gate->category.view()) : std::string(kNovelty);
 }
 
-const char* disposition_of(const CandidateRecorded& candidate, bool completed) {
+const char* disposition_of(const CandidateRecorded& candidate, bool judged) {
   if (candidate.passed) return kPassed;
-  return completed ? kRejected : kBacktestFailed;
+  return judged ? kRejected : kBacktestFailed;
 }
 
-const char* verdict_of(const CandidateRecorded& candidate, bool completed) {
+const char* verdict_of(const CandidateRecorded& candidate, bool judged) {
   if (candidate.passed) return "passed";
-  return completed ? "failed" : "blocked";
+  return judged ? "failed" : "blocked";
 }
 
 Mapping threshold_gate(const CandidateRecorded& candidate, const Mapping& evidence,
                        const Mapping& tracking, const GateThresholds& gates,
-                       const HardLimits& limits, bool completed) {
+                       const HardLimits& limits, bool judged) {
   const auto text_value = [](const std::string& text) {
     return text.empty() ? Value() : Value(text);
   };
-  return {{keys::kVerdict, text_or(evidence.get(keys::kThresholdVerdictOverride),
-                                   verdict_of(candidate, completed))},
+  return {{keys::kVerdict,
+           text_or(evidence.get(keys::kThresholdVerdictOverride), verdict_of(candidate, judged))},
           {keys::kReason, text_value(candidate.failure_reason)},
           {keys::kDetail, text_value(candidate.failure_detail)},
           {keys::kThresholdSet, threshold_set(gates, limits)},
@@ -97,15 +103,16 @@ AttemptEndRow attempt_end(const CandidateRecorded& candidate, const Mapping& key
   const Value statistics = statistics_value(candidate);
   const bool completed =
       genetic::truth(evidence.get(keys::kBacktestCompleted)) || candidate.statistics.has_value();
-  const bool worker_was_lost = attempt.id.is_absent() && !completed;
+  const bool judged = was_judged(candidate, completed);
+  const bool worker_was_lost = attempt.id.is_absent() && !judged;
   const auto told = [&evidence](Key key, const Value& otherwise) {
     const Value value = evidence.get(key);
     return stored_json(value.is_absent() ? otherwise : value);
   };
 
   AttemptEndRow end;
-  end.terminal_disposition = text_or(evidence.get(keys::kTerminalDispositionOverride),
-                                     disposition_of(candidate, completed));
+  end.terminal_disposition =
+      text_or(evidence.get(keys::kTerminalDispositionOverride), disposition_of(candidate, judged));
   end.backtest_completed = completed;
   end.generated_stats_json = told(keys::kGeneratedStats, statistics);
   // Those of a recorded candidate stand in its evaluation.
@@ -113,8 +120,8 @@ AttemptEndRow attempt_end(const CandidateRecorded& candidate, const Mapping& key
   end.stats_construction_blocker_json = told(keys::kStatsConstructionBlocker, Value());
   end.per_column_inventory_json = stored_json(inventory_of(evidence, statistics));
   end.threshold_gate_json =
-      stored_json(threshold_gate(candidate, evidence, tracking, gates, limits, completed));
-  end.failure_category = category_of(candidate, completed);
+      stored_json(threshold_gate(candidate, evidence, tracking, gates, limits, judged));
+  end.failure_category = category_of(candidate, judged);
   const Value category = evidence.get(keys::kFailureCategoryOverride);
   if (!category.is_absent()) end.failure_category = genetic::str(category);
   end.failure_reason = text_or_nothing(candidate.failure_reason);

@@ -23,6 +23,8 @@ inline constexpr const char* kRejected = "rejected";
 //   disposition      category           source
 //   passed           none               parent_recorder
 //   rejected         that of the gate   parent_recorder     the backtest was completed
+//   rejected         novelty            parent_recorder     it was left out: the signal repeats
+//                                                           another, behaviour_repeated
 //   backtest_failed  execution          parent_recorder     it was not, and the child said so
 //   backtest_failed  execution          process_evaluation  the worker was lost: no attempt is
 //                                                           active, and no statistics came

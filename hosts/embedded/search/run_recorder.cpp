@@ -9,6 +9,7 @@
 
 #include "hosts/embedded/gates/failure_detail.hpp"
 #include "hosts/embedded/host/json_value.hpp"
+#include "hosts/embedded/host/known_behaviours.hpp"
 #include "hosts/embedded/host/statistics_object.hpp"
 #include "hosts/embedded/search/attempt_end.hpp"
 #include "hosts/embedded/system/digest.hpp"
@@ -231,7 +232,7 @@ Value RunRecorder::record(const Value& graph, bool passed, const Mapping& keywor
   add_to_digest(record);
   count(candidate);
   count_misses(candidate, failed);
-  archive(graph, keywords.get(keys::kStats), origin);
+  archive(graph, keywords, origin);
   observer_.on_recorded(candidate);
   return candidate.eval_id;
 }
@@ -270,9 +271,15 @@ void RunRecorder::count_misses(const CandidateRecorded& candidate,
   }
 }
 
-void RunRecorder::archive(const Value& graph, const Value& stats, const GraphOrigin& origin) const {
-  const StatisticsObject* const object = statistics_object(stats);
-  if (settings_.archive == nullptr || object == nullptr || !object->behaviour()) return;
+void RunRecorder::archive(const Value& graph, const Mapping& keywords,
+                          const GraphOrigin& origin) const {
+  if (settings_.archive == nullptr) return;
+  if (genetic::is_same_or_equal(keywords.get(keys::kRejectionReason), kBehaviourRepeated)) {
+    settings_.archive->add_repeat(graph, origin.source);
+    return;
+  }
+  const StatisticsObject* const object = statistics_object(keywords.get(keys::kStats));
+  if (object == nullptr || !object->behaviour()) return;
   const auto nodes = static_cast<double>(measure_graph(graph).node_count);
   settings_.archive->add(graph, nodes, *object->behaviour(), origin.source);
 }

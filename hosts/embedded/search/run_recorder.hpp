@@ -76,7 +76,7 @@ class RunRecorder : public ResultRecorder {
   void add_to_digest(const EvaluationRecord& record);
   void count_misses(const CandidateRecorded& candidate, const std::vector<GateFailure>& failed);
   // Tells the archive of a candidate.
-  void archive(const genetic::Value& graph, const genetic::Value& stats,
+  void archive(const genetic::Value& graph, const genetic::Mapping& keywords,
                const GraphOrigin& origin) const;
   void count_repair(const CandidateRecorded& candidate);
   // All that the statistics fail, whatever the candidate was rejected for.

@@ -166,7 +166,10 @@ void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder
   HostSettings settings =
       host_settings(options, observer, client_manifest(setup.data(), recorder.run()), setup.data());
   Settling settling(conduct, submission, recorder);
-  settings.on_generation_end = [&recorder, &settling, &search_stop = *stop] {
+  KnownBehaviours behaviours;
+  settings.behaviours = &behaviours;
+  settings.on_generation_end = [&recorder, &settling, &behaviours, &search_stop = *stop] {
+    behaviours.settle();
     search_stop.count_generation();
     settling.settle();
     recorder.generation_done();
@@ -178,6 +181,7 @@ void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder
   EmbeddedHost host(setup.process(), setup.evaluator().vocabulary(), lineage, submission, settings);
   ContextSettings of_context = context_settings(options, setup, pool);
   of_context.market_returns = market;
+  of_context.behaviours = &behaviours;
   EmbeddedContext context(setup.evaluator(), of_context, stop, recorder, submission,
                           setup.process());
   genetic::Module module(host);

@@ -136,6 +136,14 @@ TEST_F(SignalArchiveTest, EachSourceIsCountedByWhatGotIn) {
   EXPECT_LT(archive_.shares().bred(), entered) << "what stays outside counts against its source";
 }
 
+TEST_F(SignalArchiveTest, ARepeatCountsAgainstItsSourceAndIsMet) {
+  const double before = archive_.shares().bred();
+  archive_.add_repeat(graph_of(1), CandidateSource::Archive);
+  EXPECT_LT(archive_.shares().bred(), before);
+  EXPECT_TRUE(archive_.has_met(graph_of(1)));
+  EXPECT_EQ(archive_.size(), 0U);
+}
+
 TEST_F(SignalArchiveTest, AnyMemberLendsItsParts) {
   for (int i = 0; i < 10; ++i)
     add(i, behaviour(1.0 + i, i));

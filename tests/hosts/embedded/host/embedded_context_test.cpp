@@ -55,11 +55,12 @@ class CountingRecorder : public ResultRecorder {
 
 class EmbeddedContextTest : public ContextTest {
  protected:
-  EmbeddedContext context(const GateThresholds& gates = {}) {
+  EmbeddedContext context(const GateThresholds& gates = {}, KnownBehaviours* behaviours = nullptr) {
     ContextSettings settings;
     settings.jobs = 3;
     settings.max_depth = 4;
     settings.gates = gates;
+    settings.behaviours = behaviours;
     settings.pool = pool_identity_;
     settings.first_date = "2000-01-03";
     settings.last_date = "2000-07-01";
@@ -92,6 +93,32 @@ TEST_F(EmbeddedContextTest, AFailingSignalHasTheGatesReasonAndDetail) {
   const Value derived = tested.derive_rejection_reason_detail()({record.at(keys::kStats)});
   EXPECT_EQ(derived.tuple().at(0).text(), "turnover_max");
   EXPECT_TRUE(derived.tuple().at(1) == detail);
+}
+
+TEST_F(EmbeddedContextTest, ARepeatIsToldOnceTheEarlierOneIsSettled) {
+  KnownBehaviours behaviours;
+  EmbeddedContext tested = context(open_gates(), &behaviours);
+  const Mapping first = record_of_outcome(tested, ranked("close"));
+  ASSERT_TRUE(first.at(keys::kPassed).boolean());
+  static_cast<void>(
+      tested.safe_record()({ranked("close"), true},
+                           {{keys::kTrackingMetricKwargs, first.at(keys::kTrackingMetricKwargs)}}));
+  // A rank of the rank is the rank.
+  const Value again = make_graph_node("cross_rank", kRotationType, genetic::List{ranked("close")});
+  EXPECT_TRUE(record_of_outcome(tested, again).at(keys::kPassed).boolean())
+      << "other workers may know of the first, or not";
+  behaviours.settle();
+  const Mapping outcome = tested.evaluate_for_template()({again}).mapping();
+  const Mapping record = outcome.at(keys::kRecord).mapping();
+  EXPECT_FALSE(record.at(keys::kPassed).boolean());
+  EXPECT_EQ(record.at(keys::kRejectionReason).text(), "behaviour_repeated");
+  EXPECT_TRUE(record.at(keys::kStats).is_absent());
+  const Value detail = record.at(keys::kTrackingMetricKwargs).mapping().at(keys::kFailureDetail);
+  EXPECT_EQ(detail.text(), "it wants to hold every day what candidate 1 does");
+  const Mapping evidence = outcome.at(keys::kAttemptEvidence).mapping();
+  EXPECT_TRUE(evidence.at(keys::kBacktestStarted).boolean());
+  EXPECT_FALSE(evidence.at(keys::kBacktestCompleted).boolean());
+  EXPECT_TRUE(record_of_outcome(tested, ranked("volume")).at(keys::kPassed).boolean());
 }
 
 TEST_F(EmbeddedContextTest, AGraphOutsideTheVocabularyIsRefused) {

@@ -99,30 +99,17 @@ TEST(Lineage, KnowsTheRepairsOfThisGenerationAlone) {
 }
 
 TEST(LineageJson, IsWhatTheStoreKeeps) {
-  const auto json_of = [](Origin origin, std::vector<std::string> operators,
-                          std::vector<std::string> parents) {
-    GraphOrigin told;
-    told.origin = origin;
-    told.operators = std::move(operators);
-    told.parents = std::move(parents);
-    return lineage_json(told);
-  };
   const RepairNote note{"reverse", "sharpe_min", "the opposite", 2};
-  GraphOrigin repaired;
-  repaired.origin = Origin::Repaired;
-  repaired.parents = {"ab"};
-  repaired.repair = note;
-  EXPECT_EQ(lineage_json(repaired),
+  EXPECT_EQ(lineage_json({Origin::Repaired, {}, {"ab"}, note}),
             R"({"depth":2,"explanation":"the opposite","origin":"repaired","parents":["ab"],)"
             R"("plan":"reverse","reason":"sharpe_min"})");
   EXPECT_EQ(
-      json_of(Origin::Bred, {"hoist_mutation", "crossover"}, {"ab", "cd"}),
+      lineage_json({Origin::Bred, {"hoist_mutation", "crossover"}, {"ab", "cd"}}),
       R"({"operators":["hoist_mutation","crossover"],"origin":"bred","parents":["ab","cd"]})");
-  EXPECT_EQ(json_of(Origin::Seed, {}, {}), R"({"origin":"seed"})");
-  EXPECT_EQ(json_of(Origin::Fresh, {}, {}), R"({"origin":"fresh"})");
-  EXPECT_EQ(json_of(Origin::Unknown, {}, {}), R"({"origin":"unknown"})");
-  GraphOrigin known;
-  known.origin = Origin::Fresh;
+  EXPECT_EQ(lineage_json({Origin::Seed, {}, {}}), R"({"origin":"seed"})");
+  EXPECT_EQ(lineage_json({Origin::Fresh, {}, {}}), R"({"origin":"fresh"})");
+  EXPECT_EQ(lineage_json({}), R"({"origin":"unknown"})");
+  GraphOrigin known{Origin::Fresh, {}, {}};
   known.formula = "momentum";
   EXPECT_EQ(lineage_json(known), R"({"formula":"momentum","origin":"fresh"})");
 }

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,6 +16,7 @@
 #include <unistd.h>
 
 #include "hosts/embedded/host/json_value.hpp"
+#include "hosts/embedded/host/known_behaviours.hpp"
 #include "hosts/embedded/market/price_file_error.hpp"
 #include "hosts/embedded/store/sqlite_run_store.hpp"
 #include "search_templates/genetic/value/errors.hpp"
@@ -74,8 +76,12 @@ TEST_F(SearchRunTest, AnyNumberOfJobsFindsTheSame) {
     searched.database = in_folder("jobs.db");
     searched.jobs = jobs;
     searched.seed = seed;
+    // So many that some repeat the behaviour of others.
+    searched.batch_size = 16;
+    searched.generations = 4;
     RecordingObserver observer;
-    static_cast<void>(run_search(searched, observer, interrupt_));
+    const SearchSummary summary = run_search(searched, observer, interrupt_);
+    EXPECT_TRUE(summary.progress.failures.contains("behaviour_repeated"));
     std::filesystem::remove(searched.database);
     return genetic::str(observer.metrics.at(0).mapping().at("results_digest"));
   };
@@ -84,6 +90,33 @@ TEST_F(SearchRunTest, AnyNumberOfJobsFindsTheSame) {
   EXPECT_EQ(digest_of(2, 21), one);
   EXPECT_EQ(digest_of(4, 21), one);
   EXPECT_NE(digest_of(2, 22), one);
+}
+
+TEST_F(SearchRunTest, WhatRepeatsAnEarlierBehaviourIsNoSignal) {
+  SearchOptions searched = options();
+  searched.batch_size = 16;
+  searched.generations = 4;
+  const SearchSummary summary = run_search(searched, observer_, interrupt_);
+  std::int64_t repeats = 0;
+  for (const CandidateRecorded& candidate : observer_.recorded) {
+    if (candidate.failure_reason != kBehaviourRepeated.view()) continue;
+    ++repeats;
+    EXPECT_FALSE(candidate.statistics);
+    constexpr std::string_view kBefore = "it wants to hold every day what candidate ";
+    ASSERT_EQ(candidate.failure_detail.find(kBefore), 0U) << candidate.failure_detail;
+    const auto earlier = std::stoll(candidate.failure_detail.substr(kBefore.size()));
+    ASSERT_LT(earlier, candidate.candidate_number);
+    EXPECT_TRUE(observer_.recorded[static_cast<std::size_t>(earlier - 1)].statistics);
+  }
+  EXPECT_GT(repeats, 0);
+  EXPECT_EQ(summary.progress.failures.at("behaviour_repeated"), repeats);
+  SqliteRunStore store(searched.database.string());
+  for (const AttemptRecord& attempt : store.attempts().list({})) {
+    if (!attempt.end || attempt.end->failure_reason != "behaviour_repeated") continue;
+    EXPECT_EQ(attempt.end->terminal_disposition, "rejected");
+    EXPECT_EQ(attempt.end->failure_category, "novelty");
+    EXPECT_FALSE(attempt.end->backtest_completed);
+  }
 }
 
 TEST_F(SearchRunTest, TheSameSeedRepeatsARunAndAnotherDoesNot) {
