@@ -15,7 +15,6 @@
 // sample, and a daily PnL that correlates at least 0.6 with the oracle's, in sample. How a signal
 // or the pool's book does later is told by fresh days of the same market, which no run gets to see.
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -24,18 +23,17 @@
 #include <fstream>
 #include <optional>
 #include <set>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <utility>
 #include <vector>
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include "benchmarks/search_quality/planted_universe.hpp"
+#include "benchmarks/search_quality/results_file.hpp"
+#include "benchmarks/search_quality/search_arms.hpp"
 #include "benchmarks/silent_observer.hpp"
 #include "hosts/embedded/backtest/evaluator.hpp"
 #include "hosts/embedded/host/json_value.hpp"
@@ -142,93 +140,6 @@ void write_prices(const fs::path& path, const MarketData& data, Index days) {
   if (!file) throw std::runtime_error("cannot write " + path.string());
 }
 
-// A search that differs from the default one in what is looked at.
-struct Arm {
-  std::string_view name;
-  void (*change)(SearchOptions& options);
-};
-constexpr auto kArms = std::to_array<Arm>({
-    {"ours", [](SearchOptions& /*options*/) {}},
-    // The first batch is drawn and never bred.
-    {"fresh",
-     [](SearchOptions& options) {
-       options.batch_size = *options.candidates;
-       options.max_improvement_candidates = 0;
-     }},
-    {"no-archive", [](SearchOptions& options) { options.has_no_archive = true; }},
-    {"no-known", [](SearchOptions& options) { options.has_no_known_formulas = true; }},
-    {"as-written", [](SearchOptions& options) { options.is_as_written = true; }},
-    {"mixed-units", [](SearchOptions& options) { options.config.vocabulary.units = false; }},
-});
-
-template <typename Rows>
-std::string names_of(const Rows& rows) {
-  std::string names;
-  for (const auto& row : rows)
-    names += (names.empty() ? "" : "|") + std::string(row.name);
-  return names;
-}
-
-genetic::Value whole(double value) {
-  return static_cast<std::int64_t>(value);
-}
-
-// What can be set beside an arm: "ours+batch_size=256+repairs=0".
-struct Setting {
-  std::string_view name;
-  void (*set)(SearchOptions& options, double value);
-};
-constexpr auto kSettings = std::to_array<Setting>({
-    {"batch_size", [](SearchOptions& options, double value) { options.batch_size = whole(value); }},
-    {"deflated_sharpe_min",
-     [](SearchOptions& options, double value) { options.config.pool.deflated_sharpe_min = value; }},
-    {"elite_fraction",
-     [](SearchOptions& options, double value) { options.elite_fraction = value; }},
-    {"repairs", [](SearchOptions& options,
-                   double value) { options.max_improvement_candidates = whole(value); }},
-    {"replaces_weaker", [](SearchOptions& options,
-                           double value) { options.config.pool.replaces_weaker = value != 0.0; }},
-    {"restart_threshold",
-     [](SearchOptions& options, double value) { options.restart_threshold = whole(value); }},
-    {"sharpe_min",
-     [](SearchOptions& options, double value) { options.config.gates.min_sharpe = value; }},
-});
-
-// The row of that name, or a complaint that names the others.
-template <typename Row, std::size_t Count>
-const Row& row_of(const std::array<Row, Count>& rows, std::string_view what,
-                  std::string_view name) {
-  const auto row =
-      std::find_if(rows.begin(), rows.end(), [&](const Row& one) { return one.name == name; });
-  if (row != rows.end()) return *row;
-  throw std::invalid_argument(
-      fmt::format("there is no {} {}, only {}", what, name, names_of(rows)));
-}
-
-void change(SearchOptions& options, const std::string& setting) {
-  const std::size_t equals = setting.find('=');
-  if (equals == std::string::npos) {
-    throw std::invalid_argument(setting + " is no setting; write NAME=NUMBER");
-  }
-  row_of(kSettings, "setting", setting.substr(0, equals))
-      .set(options, std::stod(setting.substr(equals + 1)));
-}
-
-SearchOptions options_of(const std::string& arm, std::int64_t backtests, std::uint64_t seed) {
-  SearchOptions options;
-  options.jobs = 1;
-  options.seed = seed;
-  options.candidates = backtests;
-  options.periods_per_year = BookRules().periods_per_year;
-  std::istringstream parts(arm);
-  std::string part;
-  std::getline(parts, part, '+');
-  row_of(kArms, "arm", part).change(options);
-  while (std::getline(parts, part, '+'))
-    change(options, part);
-  return options;
-}
-
 // The rules by which a signal is judged: those of a run.
 BookRules rules_of(const SearchOptions& options) {
   BookRules rules;
@@ -285,32 +196,6 @@ Outcome outcome_of(const SearchOptions& options, const Judge& judge) {
   return outcome;
 }
 
-std::string key_of(const std::string& arm, std::string_view effect, std::uint64_t seed) {
-  return fmt::format("{},{},{},", arm, effect, seed);
-}
-
-// The beginnings of the lines that the results have.
-std::set<std::string> keys_in(const fs::path& results) {
-  std::set<std::string> keys;
-  std::ifstream file(results);
-  for (std::string line; std::getline(file, line);) {
-    std::size_t end = 0;
-    for (int column = 0; column < 3 && end != std::string::npos; ++column)
-      end = line.find(',', end + 1);
-    if (end != std::string::npos) keys.insert(line.substr(0, end + 1));
-  }
-  return keys;
-}
-
-void add_line(const fs::path& results, const std::string& line) {
-  const bool is_new = !fs::exists(results);
-  std::ofstream file(results, std::ios::app);
-  if (is_new) file << kHeader << '\n';
-  file << line << '\n';
-  file.flush();
-  if (!file) throw std::runtime_error("cannot write " + results.string());
-}
-
 std::string line_of(const std::string& key, const Outcome& outcome) {
   const std::string found = outcome.found_after ? std::to_string(*outcome.found_after) : "";
   return fmt::format("{}{},{},{:.4f},{:.4f},{:.4f},{:.4f},{:.4f},{:.4f},{},{},{}", key,
@@ -320,27 +205,8 @@ std::string line_of(const std::string& key, const Outcome& outcome) {
                      outcome.behaviours);
 }
 
-// Gone with the program, whatever ends it in order.
-class TemporaryFolder {
- public:
-  TemporaryFolder()
-      : path_(fs::temp_directory_path() / ("bench-search-quality-" + std::to_string(::getpid()))) {
-    fs::create_directories(path_);
-  }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  ~TemporaryFolder() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  [[nodiscard]] const fs::path& path() const { return path_; }
-
- private:
-  fs::path path_;
-};
-
 void run_one(const std::string& arm, const Effect& effect, std::uint64_t seed,
-             std::int64_t backtests, const fs::path& results) {
+             std::int64_t backtests, const ResultsFile& results) {
   const TemporaryFolder folder;
   const UniverseShape shape;
   SearchOptions options = options_of(arm, backtests, seed);
@@ -350,19 +216,16 @@ void run_one(const std::string& arm, const Effect& effect, std::uint64_t seed,
   const BookRules rules = rules_of(options);
   const Judge judge(plant(effect, seed, shape, rules), shape, rules);
   write_prices(prices, judge.data(), shape.known_days());
-  const std::string line = line_of(key_of(arm, effect.name, seed), outcome_of(options, judge));
-  add_line(results, line);
-  std::printf("%s\n", line.c_str());
-  std::fflush(stdout);
+  results.add(line_of(key_of(arm, effect.name, seed), outcome_of(options, judge)));
 }
 
-int run(const std::string& arm, const fs::path& results, int seeds, std::int64_t backtests,
+int run(const std::string& arm, const fs::path& path, int seeds, std::int64_t backtests,
         const std::string& only) {
-  const std::set<std::string> done = keys_in(results);
+  const ResultsFile results(path, kHeader);
   for (std::uint64_t seed = 1; std::cmp_less_equal(seed, seeds); ++seed) {
     for (const Effect& effect : effects()) {
       if (!only.empty() && effect.name != only) continue;
-      if (!done.contains(key_of(arm, effect.name, seed))) {
+      if (!results.has(key_of(arm, effect.name, seed))) {
         run_one(arm, effect, seed, backtests, results);
       }
     }
@@ -406,7 +269,7 @@ int main_of(const std::vector<std::string>& arguments) {
                "[BACKTESTS] [EFFECT]\n"
                "       bench_search_quality export EFFECT SEED FOLDER\n"
                "ARM: %s\nSETTING: %s\n",
-               names_of(kArms).c_str(), names_of(kSettings).c_str());
+               arm_names().c_str(), setting_names().c_str());
   return 2;
 }
 
