@@ -30,7 +30,7 @@ struct Ancestor {
   // Of the candidate with this graph; absent when the run has none before its child.
   std::optional<std::string> eval_id;
   std::string expression;
-  std::string origin;                  // "bred", "repaired", "seed", "fresh" or "unknown".
+  std::string origin;                  // As the store has it: "bred", "fresh" and so on.
   std::vector<std::string> operators;  // Of a bred one, in the order in which they were applied.
   std::optional<AncestorRepair> repair;
   genetic::Value statistics;  // A mapping, or absent.

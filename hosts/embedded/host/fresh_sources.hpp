@@ -32,6 +32,7 @@ class FreshSources {
                const FreshSettings& settings = {});
   FreshSources(const FreshSources&) = delete;
   FreshSources& operator=(const FreshSources&) = delete;
+  ~FreshSources() = default;
 
   // A graph of one of the sources, or nothing: where there is none yet, where the draw falls to a
   // random graph, and where all that the source tries repeats. One draw decides, with the shares

@@ -27,6 +27,8 @@ const char* text_of(Origin origin) {
       return "seed";
     case Origin::Fresh:
       return "fresh";
+    case Origin::Known:
+      return "known";
     case Origin::Repaired:
       return "repaired";
     case Origin::Unknown:
@@ -94,7 +96,7 @@ void Lineage::note_archive_offspring(const Value& graph, genetic::Key operation,
 
 void Lineage::note_formula(const Value& graph, const std::string& name) {
   offered_.insert_or_assign(genetic::structural_key(graph),
-                            Source{Origin::Fresh, {}, {}, CandidateSource::Known, name});
+                            Source{Origin::Known, {}, {}, CandidateSource::Known, name});
 }
 
 void Lineage::note_formula_offspring(const Value& graph, genetic::Key operation, const Value& elite,
@@ -108,8 +110,7 @@ void Lineage::note_batch(const genetic::List& graphs) {
   genetic::ListCursor cursor(graphs);
   while (const std::optional<Value> graph = cursor.next()) {
     Source source = source_of(*graph);
-    if (source.origin == Origin::Fresh && !source.formula.empty())
-      tried_formulas_.insert(source.formula);
+    if (source.origin == Origin::Known) tried_formulas_.insert(source.formula);
     batch_.insert_or_assign(genetic::structural_key(*graph), std::move(source));
   }
   ++batches_;

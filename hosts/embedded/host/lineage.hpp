@@ -1,5 +1,5 @@
-// Where the candidates of a generation come from: bred from parents, seeds of the run, fresh, or
-// repairs of what failed.
+// Where the candidates of a generation come from: bred from parents, seeds of the run, drawn
+// afresh, known formulas, or repairs of what failed.
 //
 // The search tells which of the graphs that it evaluates next are seeds and which were bred, of
 // whom and how; all others were drawn afresh. What is repaired the host's own planner knows. A
@@ -21,7 +21,7 @@
 
 namespace varnholt::embedded {
 
-enum class Origin { Bred, Seed, Fresh, Repaired, Unknown };
+enum class Origin { Bred, Seed, Fresh, Known, Repaired, Unknown };
 
 // The plan by which a graph was repaired.
 struct RepairNote {
@@ -50,7 +50,8 @@ struct GraphOrigin {
 // {"operators":["crossover"],"origin":"bred","parents":["<graph key>","<graph key>"]} for a bred
 // graph, {"depth":1,"explanation":"...","origin":"repaired","parents":["<graph key>"],
 // "plan":"reverse","reason":"sharpe_min"} for a repair, {"origin":"seed"} and so on for the others;
-// with "orientation":-1 where the opposite was recorded, and "formula":"<name>" of a known formula.
+// with "orientation":-1 where the opposite was recorded, and "formula":"<name>" of what is a known
+// formula or was bred from one.
 [[nodiscard]] std::string lineage_json(const GraphOrigin& origin);
 
 class Lineage {

@@ -145,7 +145,7 @@ TEST_F(KnownFormulaOffersTest, TheLineageHasTheNameOfTheFormula) {
   lineage_.note_batch(genetic::List{as_it_is});
   const GraphOrigin origin = lineage_.origin_of(as_it_is);
   EXPECT_EQ(origin.source, CandidateSource::Known);
-  EXPECT_EQ(lineage_json(origin), R"({"formula":")" + name_of(as_it_is) + R"(","origin":"fresh"})");
+  EXPECT_EQ(lineage_json(origin), R"({"formula":")" + name_of(as_it_is) + R"(","origin":"known"})");
   for (std::size_t i = 1; i < formulas_.size(); ++i)
     static_cast<void>(offers_.next(generator_));
   const Value mutated = offers_.next(generator_).value();

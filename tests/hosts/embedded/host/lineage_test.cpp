@@ -109,9 +109,9 @@ TEST(LineageJson, IsWhatTheStoreKeeps) {
   EXPECT_EQ(lineage_json({Origin::Seed, {}, {}}), R"({"origin":"seed"})");
   EXPECT_EQ(lineage_json({Origin::Fresh, {}, {}}), R"({"origin":"fresh"})");
   EXPECT_EQ(lineage_json({}), R"({"origin":"unknown"})");
-  GraphOrigin known{Origin::Fresh, {}, {}};
+  GraphOrigin known{Origin::Known, {}, {}};
   known.formula = "momentum";
-  EXPECT_EQ(lineage_json(known), R"({"formula":"momentum","origin":"fresh"})");
+  EXPECT_EQ(lineage_json(known), R"({"formula":"momentum","origin":"known"})");
 }
 
 }  // namespace

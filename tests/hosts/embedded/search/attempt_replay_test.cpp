@@ -18,8 +18,12 @@ using ::testing::IsEmpty;
 class AttemptReplay : public SearchRunTest {
  protected:
   AttemptReplay() {
-    static_cast<void>(run_search(options(), observer_, interrupt_));
-    SqliteRunStore store(options().database.string());
+    // So many that some repeat the behaviour of others.
+    SearchOptions searched = options();
+    searched.batch_size = 16;
+    searched.generations = 4;
+    static_cast<void>(run_search(searched, observer_, interrupt_));
+    SqliteRunStore store(searched.database.string());
     run_ = store.find_run(1).value();
     for (const CandidateRecorded& candidate : observer_.recorded)
       evaluations_.push_back(store.find_evaluation(candidate.eval_id)->evaluation);
