@@ -25,7 +25,8 @@ def test_a_run_mixes_no_units_unless_it_is_told_to(tmp_path: Path, prices: Path)
     assert len(counts) > 15 and sum(counts) == 0
     other = tmp_path / "other"
     other.mkdir()
-    store, _ = a_run(other, prices, "--units", "off")
+    # More of them: known formulas and crossover of like with like mix little of themselves.
+    store, _ = a_run(other, prices, "--units", "off", "--batch-size", "24")
     assert sum(mixtures(store, prices, tmp_path)) > 0
     config = tmp_path / "c.toml"
     config.write_text("[vocabulary]\nunits = false\n")

@@ -98,3 +98,46 @@ def test_results_that_cannot_be_used_are_named(tmp_path: Path):
         assert done.returncode == 1 and done.stdout == ""
         assert done.stderr.startswith("summary: ") and message in done.stderr
     assert "No such file" in told(tmp_path / "none.csv").stderr
+
+
+REAL_SCRIPT = SCRIPT.with_name("real_summary.py")
+REAL_HEADER = (
+    "arm,universe,seed,backtests,passed,submitted,best_sharpe,best_holdout_sharpe,book_sharpe,"
+    "book_holdout_sharpe,market_sharpe,market_holdout_sharpe\n"
+)
+
+
+def told_of_real(path: Path, text: str) -> subprocess.CompletedProcess:
+    path.write_text(text)
+    return subprocess.run(
+        [sys.executable, str(REAL_SCRIPT), str(path)], capture_output=True, text=True, check=False,
+        timeout=60,
+    )
+
+
+def test_the_table_of_real_prices(tmp_path: Path):
+    done = told_of_real(
+        tmp_path / "real.csv",
+        REAL_HEADER
+        + "ours,sp20,1,1024,9,4,1.0,0.5,1.5,0.25,0.5,0.75\n"
+        + "ours,sample,1,1024,9,4,1.0,0.5,1.5,0.25,0.5,0.75\n"
+        + "fresh,sp20,1,1024,9,6,0.5,-0.5,1.0,-0.25,0.5,0.75\n"
+        + "ours,sp20,2,1024,9,6,2.0,0.5,2.5,0.75,0.5,0.75\n",
+    )
+    assert (done.returncode, done.stderr) == (0, "")
+    rows = cells(done.stdout)[2:]
+    assert [row[:3] for row in rows] == [
+        ["sample", "ours", "1"], ["sp20", "ours", "2"], ["sp20", "fresh", "1"],
+    ]
+    assert rows[1][3:] == [
+        "5.00 (4.00 to 6.00)", "1.50 (1.00 to 2.00)", "0.50 (0.50 to 0.50)",
+        "2.00 (1.50 to 2.50)", "0.50 (0.25 to 0.75)", "0.75 (0.75 to 0.75)",
+    ]
+
+
+def test_results_of_another_benchmark_are_no_real_prices(tmp_path: Path):
+    done = told_of_real(tmp_path / "planted.csv", HEADER + OURS)
+    assert done.returncode == 1 and done.stdout == ""
+    assert "planted.csv" in done.stderr and "market_holdout_sharpe" not in done.stdout
+    empty = told_of_real(tmp_path / "empty.csv", REAL_HEADER)
+    assert (empty.returncode, empty.stderr) == (1, "real_summary: there are no runs\n")
