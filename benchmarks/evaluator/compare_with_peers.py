@@ -5,10 +5,10 @@ pandas and polars, in one run on one processor, and tells where values differ.
   benchmarks/evaluator/compare_with_peers.py build/release/bin/bench_evaluator [INSTRUMENTS DAYS]
 
 The peers' versions are those of requirements.txt. "numpy" are the kernels of
-benchmarks/search_quality, which follow every rule of docs/vocabulary.md. For expressions "best peer"
-takes of each function the fastest peer whose values agree. Nanoseconds are processor time a cell,
-the least of several turns. Beside the table stands how many cells the triad of the same run moves in
-a nanosecond, one number read and one written.
+benchmarks/search_quality, which follow every rule of docs/vocabulary.md but that of ties. For
+expressions "best peer" takes of each function the fastest peer whose values agree. Nanoseconds are
+processor time a cell, the least of several turns. Above the table stands what a cell would need at
+the speed of the triad of the same run, one number read and one written.
 """
 
 from __future__ import annotations
@@ -152,7 +152,9 @@ def compare_expressions(program: str, market: Market, best: dict[str, Callable])
         tree = ast.parse(text, mode="eval").body
         passed, values = nanoseconds(lambda: evaluated(tree, market.features, plain))
         passed_best, _ = nanoseconds(lambda: evaluated(tree, market.features, {**plain, **best}))
-        own, numpy_time, best_time = own + row["signal"], numpy_time + passed, best_time + passed_best
+        own += row["signal"]
+        numpy_time += passed
+        best_time += passed_best
         furthest, only_one = difference(market.read(f"expression_{number}"), values)
         if furthest > TOLERANCE or only_one > 0.0:
             off += 1

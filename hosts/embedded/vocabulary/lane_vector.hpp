@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "hosts/embedded/vocabulary/alike.hpp"
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
 
 namespace varnholt::embedded {
@@ -84,6 +85,17 @@ struct Lanes {
 // x where the mask is set, and y elsewhere.
 [[nodiscard]] inline Lanes choose(const LaneMask& mask, const Lanes& x, const Lanes& y) {
   return {mask.a ? x.a : y.a, mask.b ? x.b : y.b, mask.c ? x.c : y.c, mask.d ? x.d : y.d};
+}
+
+[[nodiscard]] inline Lanes absolute(const Lanes& x) {
+  return choose(x < 0.0, Lanes(0.0) - x, x);
+}
+
+// As alike.hpp has it.
+[[nodiscard]] inline LaneMask are_alike(const Lanes& x, const Lanes& y) {
+  const Lanes size_x = absolute(x);
+  const Lanes size_y = absolute(y);
+  return absolute(x - y) <= kAlikeTolerance * choose(size_y < size_x, size_x, size_y);
 }
 
 [[nodiscard]] inline LaneMask are_known(const Lanes& x) {

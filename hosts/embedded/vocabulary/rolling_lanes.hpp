@@ -214,6 +214,11 @@ class RollingLanes {
   Lanes ready_{};  // The first day of the block that may have a result, counted from its first.
 };
 
+// For divisions by a number of days.
+[[nodiscard]] inline Lanes at_least_one(const Lanes& count) {
+  return choose(count < 1.0, 1.0, count);
+}
+
 // The panel of a fold over windows of these panels, by the rules of panel_functions.hpp.
 template <std::size_t kInputs, typename Fold>
 Panel rolled(const std::array<const Panel*, kInputs>& panels, const Window& window,

@@ -19,11 +19,6 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 // A share of days that is as near to a whole number is meant to be it: 0.55 of 20 is 11.
 constexpr double kShareTolerance = 1e-9;
 
-// Of a number of days.
-Lanes at_least_one(const Lanes& count) {
-  return choose(count < 1.0, 1.0, count);
-}
-
 using OneValue = std::array<Lanes, 1>;
 using TwoValues = std::array<Lanes, 2>;
 

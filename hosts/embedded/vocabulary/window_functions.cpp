@@ -2,6 +2,7 @@
 #include "hosts/embedded/vocabulary/window_functions.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -11,83 +12,111 @@
 
 #include "hosts/embedded/vocabulary/alike.hpp"
 #include "hosts/embedded/vocabulary/known_days.hpp"
+#include "hosts/embedded/vocabulary/lane_vector.hpp"
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
-#include "hosts/embedded/vocabulary/rolling_fold.hpp"
+#include "hosts/embedded/vocabulary/rolling_lanes.hpp"
 
 namespace varnholt::embedded {
 namespace {
 
-// Applies a rolling fold to each column: lift(value, day) and combine(a, b) as rolling_fold says,
-// and result(aggregate, day, history up to that day) for the entry. What is lifted from a NaN must
-// leave what it is combined with as it is.
-template <typename Lift, typename Combine, typename Result>
-Panel roll_days(const Panel& x, const Window& window, Lift lift, Combine combine, Result result) {
-  require_window(window.days);
-  Panel panel = Panel::Constant(x.rows(), x.cols(), kUnknown);
-  std::vector<std::int32_t> known(static_cast<std::size_t>(x.rows()));
-  for (Eigen::Index column = 0; column < x.cols(); ++column) {
-    const double* const from = x.data() + column * x.rows();
-    double* const to = panel.data() + column * x.rows();
-    count_known_days(
-        window, [&](Eigen::Index day) { return !std::isnan(from[day]); }, known);
-    rolling_fold(
-        x.rows(), window.days, [&](Eigen::Index day) { return lift(from[day], day); }, combine,
-        [&](Eigen::Index day) { return known[static_cast<std::size_t>(day)] > 0; },
-        [&](Eigen::Index day, const auto& aggregate) {
-          to[day] = finite_or_nan(result(aggregate, day, from + day));
-        });
-  }
-  return panel;
-}
-
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
-struct Place {
-  double value = 0.0;
-  Eigen::Index day = 0;
-  // Whether the days before the one that has the value must be looked at for what is alike to it.
-  bool is_unsure = false;
+using OneValue = std::array<Lanes, 1>;
+
+struct Product {
+  Lanes value;
 };
 
-// The place, from 1 on, of the oldest day of a window that is alike to `value`, which is in it.
-double oldest_alike(const double* last, Eigen::Index days, double value) {
+struct ProductFold {
+  using State = Product;
+  [[nodiscard]] static Product lift(const OneValue& x, const Lanes& /*day*/) {
+    return {known_or(1.0, x[0])};
+  }
+  [[nodiscard]] static Product merge(const Product& a, const Product& b) {
+    return {a.value * b.value};
+  }
+  [[nodiscard]] static Lanes result(const Product& product, const Lanes& /*known*/,
+                                    const OneValue& /*today*/, const Lanes& /*day*/) {
+    return product.value;
+  }
+};
+
+struct Place {
+  Lanes value;
+  Lanes day;
+  // 1 where the days before the one that has the value must be looked at for what is alike to it.
+  Lanes unsure;
+};
+
+// The place of the greatest, or with the sign -1 of the least; kUnsure where the window must be
+// looked at.
+struct PlaceFold {
+  using State = Place;
+  static constexpr double kUnsure = -1.0;
+
+  double sign;
+  double window;
+
+  [[nodiscard]] Place lift(const OneValue& x, const Lanes& day) const {
+    return {known_or(-kInfinity, sign * x[0]), day, 0.0};
+  }
+  // The days of a are older, and stay where the two are equal. Where they are only alike, a day of
+  // a that is alike to its first need not be alike to that of b.
+  [[nodiscard]] static Place merge(const Place& a, const Place& b) {
+    const LaneMask is_after = a.value < b.value;
+    const LaneMask is_near = is_after & (Lanes(-kInfinity) < a.value) & are_alike(a.value, b.value);
+    return {choose(is_after, b.value, a.value), choose(is_after, b.day, a.day),
+            choose(is_near, 1.0, choose(is_after, b.unsure, a.unsure))};
+  }
+  [[nodiscard]] Lanes result(const Place& first, const Lanes& /*known*/, const OneValue& /*today*/,
+                             const Lanes& day) const {
+    return choose(Lanes(0.0) < first.unsure, kUnsure, first.day - (day - window));
+  }
+};
+
+// The place, from 1 on, of the oldest day of a window that is alike to the greatest in it.
+double oldest_alike(const double* last, Eigen::Index days, double sign) {
   const double* const first = last - days + 1;
+  double greatest = -kInfinity;
+  for (const double* value = first; value <= last; ++value)
+    greatest = sign * *value > greatest ? sign * *value : greatest;
   const double* const found =
-      std::find_if(first, last, [value](double other) { return are_alike(other, value); });
+      std::find_if(first, last, [&](double value) { return are_alike(sign * value, greatest); });
   return static_cast<double>(found - first + 1);
 }
 
-// `none` is before no value.
-template <typename IsBefore>
-Panel place_of_first(const Panel& x, const Window& window, double none, IsBefore is_before) {
-  return roll_days(
-      x, window,
-      [none](double value, Eigen::Index day) {
-        return Place{std::isnan(value) ? none : value, day};
-      },
-      // The days of a are older, and stay where the two are equal. Where they are only alike, a day
-      // of a that is alike to its first need not be alike to that of b: the window is looked at.
-      [is_before, none](const Place& a, const Place& b) {
-        if (!is_before(b.value, a.value)) return a;
-        const bool is_alike = a.value != none && are_alike(a.value, b.value);
-        return is_alike ? Place{b.value, a.day, true} : b;
-      },
-      [days = window.days](const Place& first, Eigen::Index day, const double* last) {
-        return first.is_unsure ? oldest_alike(last, days, first.value)
-                               : static_cast<double>(first.day - (day - days));
-      });
+Panel place_of_greatest(const Panel& x, const Window& window, double sign) {
+  Panel places = rolled(std::array{&x}, window, PlaceFold{sign, static_cast<double>(window.days)});
+  for (Eigen::Index i = 0; i < places.size(); ++i) {
+    double& place = places.data()[i];
+    if (place == PlaceFold::kUnsure) place = oldest_alike(x.data() + i, window.days, sign);
+  }
+  return places;
 }
 
 // A sum in which a day counts the less the older it is, relative to the last day of it.
 struct FadingSum {
-  double fade = 1.0;  // What a day before it would count.
-  double sum = 0.0;
-  double weights = 0.0;
+  Lanes fade;  // What a day before it would count.
+  Lanes sum;
+  Lanes weights;
 };
 
-FadingSum merge(const FadingSum& a, const FadingSum& b) {
-  return {a.fade * b.fade, a.sum * b.fade + b.sum, a.weights * b.fade + b.weights};
-}
+struct FadingFold {
+  using State = FadingSum;
+
+  double fade;
+
+  [[nodiscard]] FadingSum lift(const OneValue& x, const Lanes& /*day*/) const {
+    return {fade, known_or(0.0, x[0]), one_where(are_known(x[0]))};
+  }
+  [[nodiscard]] static FadingSum merge(const FadingSum& a, const FadingSum& b) {
+    return {a.fade * b.fade, a.sum * b.fade + b.sum, a.weights * b.fade + b.weights};
+  }
+  [[nodiscard]] static Lanes result(const FadingSum& sums, const Lanes& /*known*/,
+                                    const OneValue& /*today*/, const Lanes& /*day*/) {
+    return sums.sum / sums.weights;
+  }
+};
 
 double value_at_share(const std::vector<double>& sorted, double share) {
   const double place = share * static_cast<double>(sorted.size() - 1);
@@ -108,32 +137,20 @@ Panel ts_delay(const Panel& x, const Window& window) {
 }
 
 Panel ts_product(const Panel& x, const Window& window) {
-  return roll_days(
-      x, window, [](double value, Eigen::Index /*day*/) { return std::isnan(value) ? 1.0 : value; },
-      [](double a, double b) { return a * b; },
-      [](double product, Eigen::Index /*day*/, const double* /*last*/) { return product; });
+  return rolled(std::array{&x}, window, ProductFold());
 }
 
 Panel ts_argmax(const Panel& x, const Window& window) {
-  return place_of_first(x, window, -kInfinity, [](double a, double b) { return a > b; });
+  return place_of_greatest(x, window, 1.0);
 }
 
 Panel ts_argmin(const Panel& x, const Window& window) {
-  return place_of_first(x, window, kInfinity, [](double a, double b) { return a < b; });
+  return place_of_greatest(x, window, -1.0);
 }
 
 Panel ts_ema(const Panel& x, const Window& window) {
   const auto days = static_cast<double>(window.days);
-  const double fade = (days - 1.0) / (days + 1.0);
-  return roll_days(
-      x, window,
-      [fade](double value, Eigen::Index /*day*/) {
-        return std::isnan(value) ? FadingSum{fade, 0.0, 0.0} : FadingSum{fade, value, 1.0};
-      },
-      [](const FadingSum& a, const FadingSum& b) { return merge(a, b); },
-      [](const FadingSum& sums, Eigen::Index /*day*/, const double* /*last*/) {
-        return sums.sum / sums.weights;
-      });
+  return rolled(std::array{&x}, window, FadingFold{(days - 1.0) / (days + 1.0)});
 }
 
 Panel ts_quantile(const Panel& x, double share, const Window& window) {
