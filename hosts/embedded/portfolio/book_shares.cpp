@@ -17,7 +17,7 @@ using Eigen::VectorXd;
 constexpr auto kMethods = std::to_array<BookMethodName>({
     {BookMethod::EqualRisk, "equal-risk", "the same risk in each signal"},
     {BookMethod::Equal, "equal", "the same capital in each signal"},
-    {BookMethod::Ridge, "ridge", "the best mean for its variance, held back"},
+    {BookMethod::Ridge, "ridge", "the best mean beyond luck for its variance, held back"},
 });
 
 constexpr int kMostSweeps = 100'000;
@@ -48,7 +48,8 @@ VectorXd of_equal_risk(const MatrixXd& correlation) {
   });
 }
 
-VectorXd of_ridge(const MatrixXd& correlation, const VectorXd& means) {
+VectorXd of_ridge(const MatrixXd& correlation, VectorXd means, Index days) {
+  means.array() -= luck_in(means, days);
   if (!(means.maxCoeff() > 0.0)) {
     throw std::invalid_argument("no signal has earned anything on the days of the shares");
   }
@@ -77,6 +78,13 @@ const BookMethodName& name_of(BookMethod method) {
                        [method](const BookMethodName& row) { return row.method == method; });
 }
 
+double luck_in(const VectorXd& means, Index days) {
+  constexpr double kErrors = 3.0;
+  constexpr double kMostOfTheGreatest = 0.75;
+  const double greatest = std::max(means.maxCoeff(), 0.0);
+  return std::min(kErrors / std::sqrt(static_cast<double>(days)), kMostOfTheGreatest * greatest);
+}
+
 BookShares book_shares(const MatrixXd& pnl, BookMethod method) {
   if (pnl.cols() < 1) throw std::invalid_argument("a book needs at least one signal");
   const MatrixXd standard = standardised(pnl);
@@ -96,8 +104,8 @@ BookShares book_shares(const MatrixXd& pnl, BookMethod method) {
       result.shares = of_equal_risk(shrunk.correlation).cwiseQuotient(deviations);
       break;
     case BookMethod::Ridge:
-      result.shares =
-          of_ridge(shrunk.correlation, means.cwiseQuotient(deviations)).cwiseQuotient(deviations);
+      result.shares = of_ridge(shrunk.correlation, means.cwiseQuotient(deviations), pnl.rows())
+                          .cwiseQuotient(deviations);
       break;
   }
   result.shares /= result.shares.sum();

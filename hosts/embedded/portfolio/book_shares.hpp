@@ -2,7 +2,9 @@
 //
 // C is the shrunk correlation of the signals' daily PnL (shrunk_correlation.hpp), s_i the standard
 // deviation of a signal's, m_i its mean over s_i. All three come from the days that are passed in,
-// which are those that the search saw: shares that know the hold-out would spoil it.
+// which are those that the search saw: shares that know the hold-out would spoil it. The signals
+// were chosen by the same days, and their means owe a part to it: m_i less luck_in(m), l_i, is what
+// ridge takes.
 //
 //   equal       the same capital each
 //   equal-risk  the same risk each: y_i (C y)_i is equal for all i, and the share is y_i / s_i
@@ -11,7 +13,7 @@
 //               Roncalli's cyclical descent, "A fast algorithm for computing high-dimensional risk
 //               parity portfolios", 2013
 //   ridge       the best mean for its variance, held back: the y >= 0 that maximises
-//               m'y - y'(C + I) y / 2, and the share is y_i / s_i. Without the I, a penalty on
+//               l'y - y'(C + I) y / 2, and the share is y_i / s_i. Without the I, a penalty on
 //               large y as in a ridge regression, it would bet on the noise of the means. Signals
 //               that others make superfluous get nothing.
 #pragma once
@@ -41,6 +43,11 @@ struct BookShares {
   double shrinkage = 0.0;
   double mean_correlation = 0.0;  // Measured, of all pairs; 0 of one signal.
 };
+
+// What is taken for luck in means over standard deviations, of so many days: 3 standard errors of
+// one, 3 / sqrt(days), which about the best of a thousand signals without skill has; but at most
+// three quarters of the greatest, so that a pool of weak signals still has a book.
+[[nodiscard]] double luck_in(const Eigen::VectorXd& means, Eigen::Index days);
 
 // `pnl` has a row a day and a column a signal, at least one. Throws std::invalid_argument as
 // standardised() does, and with Ridge where no signal has earned anything.

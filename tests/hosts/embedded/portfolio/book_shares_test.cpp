@@ -70,7 +70,8 @@ TEST(BookShares, RidgeIsTheOptimumOfItsFormula) {
     MatrixXd pnl = random_pnl(seed, 400, 8);
     pnl.col(2).array() -= 0.002;  // One that loses.
     const VectorXd deviations = deviations_of(pnl);
-    const VectorXd means = pnl.colwise().mean().transpose().cwiseQuotient(deviations);
+    VectorXd means = pnl.colwise().mean().transpose().cwiseQuotient(deviations);
+    means.array() -= luck_in(means, pnl.rows());
     MatrixXd a = shrunk_correlation(standardised(pnl)).correlation;
     a.diagonal().array() += 1.0;
     const BookShares book = book_shares(pnl, BookMethod::Ridge);
@@ -87,6 +88,21 @@ TEST(BookShares, RidgeIsTheOptimumOfItsFormula) {
     }
     EXPECT_EQ(book.shares(2), 0.0);
   }
+}
+
+TEST(BookShares, LuckIsThreeStandardErrorsAndNeverAllOfTheBest) {
+  EXPECT_DOUBLE_EQ(luck_in(VectorXd::Constant(2, 0.4), 900), 0.1);
+  EXPECT_DOUBLE_EQ(luck_in(VectorXd{{0.02, 0.08}}, 900), 0.06);
+  EXPECT_EQ(luck_in(VectorXd{{-0.1, -0.2}}, 900), 0.0);
+}
+
+TEST(BookShares, RidgeHoldsNothingOfWhatLuckExplainsBesideWhatItDoesNot) {
+  MatrixXd pnl = standardised(random_pnl(9, 900, 2));
+  pnl.col(0).array() += 0.2;   // Six standard errors,
+  pnl.col(1).array() += 0.09;  // and less than three.
+  const BookShares book = book_shares(pnl, BookMethod::Ridge);
+  EXPECT_EQ(book.shares(1), 0.0);
+  EXPECT_DOUBLE_EQ(book.shares(0), 1.0);
 }
 
 TEST(BookShares, RidgeRefusesSignalsOfWhichNoneHasEarnedAnything) {
