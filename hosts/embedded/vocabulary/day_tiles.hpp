@@ -15,7 +15,10 @@
 
 namespace varnholt::embedded {
 
+// The most days of a tile; of many instruments a tile has fewer, down to what lies in a cache line.
 inline constexpr std::size_t kTileDays = 64;
+inline constexpr Eigen::Index kFewestTileDays = 8;
+inline constexpr Eigen::Index kTileCells = 32768;
 
 // One number for each day of a tile.
 using DaySums = std::array<double, kTileDays>;
@@ -35,7 +38,8 @@ struct DayTile {
 // All days of the panel, in order.
 [[nodiscard]] inline std::vector<DayTile> day_tiles(const Panel& panel) {
   std::vector<DayTile> tiles;
-  const auto tile_days = static_cast<Eigen::Index>(kTileDays);
+  const auto tile_days = std::clamp(kTileCells / std::max<Eigen::Index>(panel.cols(), 1),
+                                    kFewestTileDays, static_cast<Eigen::Index>(kTileDays));
   tiles.reserve(static_cast<std::size_t>(panel.rows() / tile_days + 1));
   for (Eigen::Index first = 0; first < panel.rows(); first += tile_days) {
     const Eigen::Index days = std::min(tile_days, panel.rows() - first);
