@@ -1,6 +1,7 @@
 // The options of one command, in the form that the parser of the command line takes.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -175,11 +176,19 @@ class Options {
 
   void on_or_off(const std::string& name, const std::string& description,
                  std::optional<bool>& target) {
-    add(name, "on|off", description, [name, &target](const std::string& value) {
-      if (value != "on" && value != "off") {
-        throw UsageError(name + " wants on or off, not \"" + on_one_line(value) + "\"");
+    either(name, {"on", "off"}, description, [&target](bool is_first) { target = is_first; });
+  }
+
+  // One of two words; `take` is told whether it is the first.
+  void either(const std::string& name, const std::array<std::string, 2>& words,
+              const std::string& description, const std::function<void(bool is_first)>& take) {
+    const std::string unit = words[0] + "|" + words[1];
+    add(name, unit.c_str(), description, [name, words, take](const std::string& value) {
+      if (value != words[0] && value != words[1]) {
+        throw UsageError(name + " wants " + words[0] + " or " + words[1] + ", not \"" +
+                         on_one_line(value) + "\"");
       }
-      target = value == "on";
+      take(value == words[0]);
     });
   }
 

@@ -226,6 +226,15 @@ void add_worker_options(Options& options, RunCommand& run) {
   options.group("Workers");
   options.whole("--jobs", "N", from(1, 4096), "Worker processes at once. Default: one a processor.",
                 run.search.jobs);
+  using embedded::Isolation;
+  const auto word = [](Isolation isolation) { return std::string(to_text(isolation)); };
+  options.either("--isolation", {word(Isolation::Candidate), word(Isolation::Chunk)},
+                 fmt::format("Whether each evaluation has a process of its own, or {} share one, "
+                             "which costs less. The results are the same. Default: {}.",
+                             embedded::kChunkCandidates, to_text(run.search.isolation)),
+                 [&run](bool is_first) {
+                   run.search.isolation = is_first ? Isolation::Candidate : Isolation::Chunk;
+                 });
   options.real(
       "--timeout", "S", {0.0, kInfinity, true},
       fmt::format("Seconds that one evaluation may take. Default: {}.", run.search.timeout_seconds),

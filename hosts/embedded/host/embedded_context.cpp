@@ -15,6 +15,7 @@
 #include "hosts/embedded/vocabulary/graph_check.hpp"
 #include "search_templates/genetic/host/callable_value.hpp"
 #include "search_templates/genetic/host/function_callable.hpp"
+#include "search_templates/genetic/value/copy.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -92,6 +93,25 @@ EmbeddedContext::EmbeddedContext(const Evaluator& evaluator, const ContextSettin
       attributes_(context_attributes(evaluator, settings)),
       operations_(std::make_shared<genetic::OperationTable>(parent_operations())) {}
 
+// The search takes the candidates that are with workers at a time for workers, and says so in the
+// run's metrics. What is told is the number of workers.
+Mapping EmbeddedContext::with_worker_count(const Mapping& metrics) const {
+  const int each = process_.pool.candidates_per_worker();
+  if (each == 1) return metrics;
+  const auto correct = [each](Mapping& figures) {
+    const Value with_workers = figures.get(keys::kProcessCount);
+    if (with_workers.is_integer()) figures.set(keys::kProcessCount, with_workers.integer() / each);
+  };
+  Mapping told = genetic::shallow_copy(metrics);
+  correct(told);
+  if (const auto metadata = genetic::as_mapping(told.get(keys::kDeterminismMetadata))) {
+    Mapping corrected = genetic::shallow_copy(*metadata);
+    correct(corrected);
+    told.set(keys::kDeterminismMetadata, corrected);
+  }
+  return told;
+}
+
 // What only the parent may do.
 Mapping EmbeddedContext::parent_operations() {
   const auto record = [this](std::span<const Value> positional, const Mapping& keywords) {
@@ -112,7 +132,7 @@ Mapping EmbeddedContext::parent_operations() {
   };
   const auto record_metrics = [this](std::span<const Value> /*positional*/,
                                      const Mapping& metrics) {
-    recorder_.record_metrics(metrics);
+    recorder_.record_metrics(with_worker_count(metrics));
     return Value();
   };
   const auto operation = [](genetic::CallableFunction function) {
@@ -247,6 +267,8 @@ EmbeddedContext::Backtested EmbeddedContext::backtest(const Value& graph) {
 
 Value EmbeddedContext::evaluate(const Value& graph) {
   attempt_evidence_ = Mapping{{keys::kBacktestStarted, false}, {keys::kBacktestCompleted, false}};
+  // Where this process has evaluated another candidate, that one's record is none of this one's.
+  last_evaluation_record_ = {};
   const Backtested backtested = backtest(graph);
   if (backtested.repeated) return repeated(*backtested.repeated);
   return passed_or_failed(graph, backtested);

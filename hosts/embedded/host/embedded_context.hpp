@@ -145,6 +145,7 @@ class EmbeddedContext : public genetic::SearchContext, public PrefetchingContext
   };
 
   [[nodiscard]] genetic::Mapping parent_operations();
+  [[nodiscard]] genetic::Mapping with_worker_count(const genetic::Mapping& metrics) const;
   [[nodiscard]] genetic::Callable operation(genetic::Key name);
   [[nodiscard]] genetic::Value evaluate(const genetic::Value& graph);
   [[nodiscard]] genetic::Value passed_or_failed(const genetic::Value& graph,

@@ -59,11 +59,13 @@ class Running {
 }  // namespace
 
 EmbeddedPool::EmbeddedPool(SystemCalls& system, const ForkQueues& queues,
-                           double default_timeout_seconds, std::function<void()> enter_child)
+                           double default_timeout_seconds, std::function<void()> enter_child,
+                           Isolation isolation)
     : system_(system),
       queues_(queues),
       default_timeout_seconds_(default_timeout_seconds),
-      enter_child_(std::move(enter_child)) {}
+      enter_child_(std::move(enter_child)),
+      candidates_per_worker_(embedded::candidates_per_worker(isolation)) {}
 
 Value EmbeddedPool::default_search_template_timeout_seconds() {
   return default_timeout_seconds_;
@@ -93,7 +95,8 @@ std::unique_ptr<genetic::WorkerResolution> EmbeddedPool::resolve_process_worker_
     const std::function<Value()>& requested, const Value& candidate_count) {
   return std::make_unique<ResolvedWorkers>(
       WorkerDemand{.requested = genetic::saturated_integer(requested()),
-                   .candidates = genetic::saturated_integer(candidate_count)},
+                   .candidates = genetic::saturated_integer(candidate_count),
+                   .candidates_per_worker = candidates_per_worker_},
       limits_);
 }
 
@@ -105,9 +108,9 @@ void EmbeddedPool::log_worker_count_reduction(genetic::Logger& logger,
   const auto& resolved = dynamic_cast<const ResolvedWorkers&>(resolution);
   if (resolved.reduction().empty() || logged_for_ == &cache_owner) return;
   logged_for_ = &cache_owner;
-  logger.warning("%s uses %s of %s workers, because %s: %s",
-                 {Value(scope), resolved.resolved(), resolved.requested(), resolved.reduction(),
-                  Value(detail)});
+  logger.warning(
+      "%s uses %s of %s workers, because %s: %s",
+      {Value(scope), resolved.count(), resolved.requested(), resolved.reduction(), Value(detail)});
 }
 
 void EmbeddedPool::prefetch_candidate_features(genetic::SearchContext& context,
@@ -166,6 +169,7 @@ List EmbeddedPool::evaluate(const ProcessEvaluationConfig& config, const List& c
   PoolBatch batch(config, candidates);
   PoolConfig pool_config = batch.pool_config();
   pool_config.jobs = worker_count(config, candidates.size());
+  pool_config.items_per_worker = candidates_per_worker_;
   check_memory_limit(pool_config);
   PoolCallbacks callbacks = batch.callbacks();
   callbacks.watched_descriptors = queues_.parent_descriptors();

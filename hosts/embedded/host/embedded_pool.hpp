@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "hosts/embedded/host/fork_queues.hpp"
+#include "hosts/embedded/host/isolation.hpp"
 #include "hosts/embedded/host/worker_count.hpp"
 #include "hosts/embedded/host/worker_errors.hpp"
 #include "hosts/embedded/pool/system_calls.hpp"
@@ -29,9 +30,13 @@ class PrefetchingContext {
 // result.
 class EmbeddedPool : public genetic::ProcessEvaluation {
  public:
-  // `enter_child` is called in each child before it works. The first two must outlive the pool.
+  // `enter_child` is called in each child before it works on a candidate. The first two must
+  // outlive the pool.
   EmbeddedPool(SystemCalls& system, const ForkQueues& queues, double default_timeout_seconds,
-               std::function<void()> enter_child);
+               std::function<void()> enter_child, Isolation isolation = Isolation::Candidate);
+
+  // How many candidates one worker gets at a time.
+  [[nodiscard]] int candidates_per_worker() const noexcept { return candidates_per_worker_; }
 
   [[nodiscard]] genetic::Value default_search_template_timeout_seconds() override;
   // No limit.
@@ -70,6 +75,7 @@ class EmbeddedPool : public genetic::ProcessEvaluation {
   const ForkQueues& queues_;
   double default_timeout_seconds_;
   std::function<void()> enter_child_;
+  int candidates_per_worker_;
   MachineLimits limits_ = read_machine_limits();
   const genetic::SearchContext* logged_for_ = nullptr;
   bool is_running_ = false;

@@ -15,13 +15,17 @@ genetic::Value no_marker() {
 
 }  // namespace
 
-ProcessSide::ProcessSide(SystemCalls& system, double default_timeout_seconds)
+ProcessSide::ProcessSide(SystemCalls& system, double default_timeout_seconds, Isolation isolation)
     : engine_operations(std::make_shared<genetic::OperationTable>(genetic::Mapping{
           {genetic::operation_names::kWriteEvaluationAttemptMarker, no_marker()}})),
       queues(system),
-      pool(system, queues, default_timeout_seconds, [this] {
-        role.enter_child();
-        timings.recorded().enter_process(role.identity());
-      }) {}
+      pool(
+          system, queues, default_timeout_seconds,
+          [this] {
+            if (!role.is_child()) role.enter_child();
+            // Once more for each candidate: what the one before has left is not its own.
+            timings.recorded().enter_process(role.identity());
+          },
+          isolation) {}
 
 }  // namespace varnholt::embedded

@@ -6,6 +6,7 @@
 #include "hosts/embedded/host/embedded_pool.hpp"
 #include "hosts/embedded/host/embedded_timings.hpp"
 #include "hosts/embedded/host/fork_queues.hpp"
+#include "hosts/embedded/host/isolation.hpp"
 #include "hosts/embedded/host/process_role.hpp"
 #include "hosts/embedded/pool/system_calls.hpp"
 #include "search_templates/genetic/host/operation_table.hpp"
@@ -14,7 +15,8 @@ namespace varnholt::embedded {
 
 struct ProcessSide {
   // `system` must outlive the object.
-  ProcessSide(SystemCalls& system, double default_timeout_seconds);
+  ProcessSide(SystemCalls& system, double default_timeout_seconds,
+              Isolation isolation = Isolation::Candidate);
   ProcessSide(const ProcessSide&) = delete;
   ProcessSide& operator=(const ProcessSide&) = delete;
   ~ProcessSide() = default;
@@ -26,7 +28,7 @@ struct ProcessSide {
   // guard that stands here in a child.
   std::shared_ptr<genetic::OperationTable> engine_operations;
   ForkQueues queues;
-  // Its children enter their role before they work.
+  // Its children enter their role before they work on a candidate.
   EmbeddedPool pool;
 };
 

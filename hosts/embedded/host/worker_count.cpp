@@ -12,7 +12,9 @@ constexpr std::uint64_t kBytesInMebibyte = 1024 * 1024;
 }  // namespace
 
 ResolvedWorkers::ResolvedWorkers(const WorkerDemand& demand, const MachineLimits& limits)
-    : requested_(demand.requested), resolved_(demand.requested) {
+    : requested_(demand.requested),
+      resolved_(demand.requested),
+      candidates_per_worker_(demand.candidates_per_worker) {
   if (limits.busy_workers() < limits.processors) {
     cap(limits.busy_workers(),
         fmt::format("its control group gives this process {} processors", *limits.processor_quota));

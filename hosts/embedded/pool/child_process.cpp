@@ -42,33 +42,43 @@ constexpr std::string_view kSetPriority = "setpriority";
   ::_exit(status);
 }
 
-int send_frame(SystemCalls& system, const ChildPlan& plan, FrameKind kind,
-               std::string_view payload) noexcept {
-  const FrameHeader header = frame_header(kind, frame_address(plan.item), payload);
+// Where the answer to one item goes.
+struct Reply {
+  SystemCalls& system;
+  int pipe;
+  FrameAddress address;
+};
+
+Reply reply_to(SystemCalls& system, const ChildPlan& plan, const WorkItem& item) noexcept {
+  return {system, plan.result_pipe, frame_address(item)};
+}
+
+int send_frame(const Reply& reply, FrameKind kind, std::string_view payload) noexcept {
+  const FrameHeader header = frame_header(kind, reply.address, payload);
   const std::size_t size = header.size() + payload.size();
   if (size > kAtomicWriteBytes) {
     const std::string_view head(header.data(), header.size());
-    if (const int error = write_all(system, plan.result_pipe, head); error != 0) return error;
-    return write_all(system, plan.result_pipe, payload);
+    if (const int error = write_all(reply.system, reply.pipe, head); error != 0) return error;
+    return write_all(reply.system, reply.pipe, payload);
   }
   // A small frame goes in one write, which a pipe takes whole or not at all.
   std::array<char, kAtomicWriteBytes> buffer{};
   char* const end = std::copy(header.begin(), header.end(), buffer.data());
   std::copy(payload.begin(), payload.end(), end);
-  return write_all(system, plan.result_pipe, std::string_view(buffer.data(), size));
+  return write_all(reply.system, reply.pipe, std::string_view(buffer.data(), size));
 }
 
-int send_error(SystemCalls& system, const ChildPlan& plan, FrameKind kind, std::string_view type,
+int send_error(const Reply& reply, FrameKind kind, std::string_view type,
                std::string_view text) noexcept {
   try {
     const std::string payload = encode_error(type, text.substr(0, kErrorTextLimit));
-    return send_frame(system, plan, kind, payload);
+    return send_frame(reply, kind, payload);
   } catch (...) {
     // There is no memory left even for the text; the kind of the error still gets through.
     std::array<char, sizeof(std::uint32_t) + kOutOfMemory.size()> payload{};
     payload[0] = static_cast<char>(kOutOfMemory.size());
     std::copy(kOutOfMemory.begin(), kOutOfMemory.end(), payload.begin() + sizeof(std::uint32_t));
-    return send_frame(system, plan, kind, std::string_view(payload.data(), payload.size()));
+    return send_frame(reply, kind, std::string_view(payload.data(), payload.size()));
   }
 }
 
@@ -81,35 +91,44 @@ std::string readable_type_name(const std::type_info* type) {
 }
 
 // Inside a catch block: sends the exception that is being handled.
-int send_current_exception(SystemCalls& system, const ChildPlan& plan) noexcept {
+int send_current_exception(const Reply& reply) noexcept {
   try {
     try {
       throw;
     } catch (const genetic::Error& error) {
-      return send_error(system, plan, FrameKind::Error, error.type_name(), error.text());
+      return send_error(reply, FrameKind::Error, error.type_name(), error.text());
     } catch (const std::exception& error) {
       const std::string type = readable_type_name(abi::__cxa_current_exception_type());
-      return send_error(system, plan, FrameKind::Error, type, error.what());
+      return send_error(reply, FrameKind::Error, type, error.what());
     } catch (...) {
       const std::string type = readable_type_name(abi::__cxa_current_exception_type());
-      return send_error(system, plan, FrameKind::Error, type, "");
+      return send_error(reply, FrameKind::Error, type, "");
     }
   } catch (...) {
-    return send_error(system, plan, FrameKind::Error, kOutOfMemory, "");
+    return send_error(reply, FrameKind::Error, kOutOfMemory, "");
   }
 }
 
-int send_answer(SystemCalls& system, const ChildPlan& plan, const Work& work) noexcept {
+enum class Answer { Result, Error, Unwritten };
+
+Answer answer_of(Answer written, int error) noexcept {
+  return error == 0 ? written : Answer::Unwritten;
+}
+
+// Works on one item and sends what comes of it.
+Answer answer(SystemCalls& system, const ChildPlan& plan, const WorkItem& item,
+              const Work& work) noexcept {
+  const Reply reply = reply_to(system, plan, item);
   try {
-    const std::string payload = work(plan.item);
+    const std::string payload = work(item);
     if (payload.size() <= plan.result_limit_bytes) {
-      return send_frame(system, plan, FrameKind::Result, payload);
+      return answer_of(Answer::Result, send_frame(reply, FrameKind::Result, payload));
     }
-    return send_error(system, plan, FrameKind::Error, "ResultTooLarge",
-                      fmt::format("a result of {} bytes is above the limit of {} bytes",
-                                  payload.size(), plan.result_limit_bytes));
+    const std::string text = fmt::format("a result of {} bytes is above the limit of {} bytes",
+                                         payload.size(), plan.result_limit_bytes);
+    return answer_of(Answer::Error, send_error(reply, FrameKind::Error, "ResultTooLarge", text));
   } catch (...) {
-    return send_current_exception(system, plan);
+    return answer_of(Answer::Error, send_current_exception(reply));
   }
 }
 
@@ -194,10 +213,16 @@ void run_child(SystemCalls& system, const ChildPlan& plan, const Work& work) noe
         fmt::format("{} failed with errno {} ({})", failed, number, std::strerror(number));
     const FrameKind kind =
         failed == kSetPriority ? FrameKind::PriorityFailed : FrameKind::NotPrepared;
-    static_cast<void>(send_error(system, plan, kind, "", text));
+    static_cast<void>(send_error(reply_to(system, plan, plan.items.front()), kind, "", text));
     leave(kExitNotPrepared);
   }
-  leave(send_answer(system, plan, work) == 0 ? kExitDone : kExitUnwritten);
+  for (const WorkItem& item : plan.items) {
+    const Answer sent = answer(system, plan, item, work);
+    if (sent == Answer::Unwritten) leave(kExitUnwritten);
+    // In which state an exception has left this process nobody knows.
+    if (sent == Answer::Error) break;
+  }
+  leave(kExitDone);
 }
 
 std::vector<int> changed_signals() {

@@ -3,8 +3,9 @@
 // The prologue, in this order: own process group (so that whatever the work starts can be killed
 // with it), death with the parent, a check that the parent is still the one that forked, closing of
 // pipe ends that belong to others, default signals (SIGINT ignored: at a terminal it is the
-// parent's to handle), priority, limits, standard input from /dev/null. Then the work, one frame,
-// _exit. No destructor, no atexit handler and no stdio flush of the parent's runs in a child.
+// parent's to handle), priority, limits, standard input from /dev/null. Then the work and one frame
+// for each item, _exit. No destructor, no atexit handler and no stdio flush of the parent's runs in
+// a child.
 #pragma once
 
 #include <cstdint>
@@ -32,7 +33,7 @@ struct ChildLimits {
 
 // All that the child needs, made before the fork so that nothing has to be looked up after it.
 struct ChildPlan {
-  WorkItem item;
+  std::vector<WorkItem> items;  // At least one.
   pid_t parent = 0;
   int result_pipe = -1;
   std::vector<int> foreign_descriptors;

@@ -20,6 +20,10 @@ void check(const PoolConfig& config) {
   if (config.jobs < 1) {
     throw PoolError(fmt::format("worker pool: jobs is {}; it must be at least 1", config.jobs));
   }
+  if (config.items_per_worker < 1) {
+    throw PoolError(fmt::format("worker pool: items_per_worker is {}; it must be at least 1",
+                                config.items_per_worker));
+  }
   if (config.max_retries < 0) {
     throw PoolError(
         fmt::format("worker pool: max_retries is {}; it must not be negative", config.max_retries));

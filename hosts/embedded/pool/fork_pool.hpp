@@ -1,4 +1,4 @@
-// The worker pool: it forks one process for each work item.
+// The worker pool: it forks one process for each work item, or for several in a row.
 //
 //   RealSystemCalls system;
 //   ForkPool pool(system, {.jobs = 4, .timeout_seconds = 60});
@@ -13,6 +13,13 @@
 // the parent by more than the kernel needs to kill it. Processes that the work itself starts are
 // killed with their worker, as long as they stay in its process group; if the parent dies by
 // SIGKILL they stay, because the kernel then kills the workers only.
+//
+// Where a worker has several items (PoolConfig::items_per_worker), each has a limit of time and a
+// result of its own. Results that are whole when the worker is lost count; the item that it was at
+// is lost with it, and the items behind that go on as if they had not been given away, each with a
+// worker of its own. An exception ends the worker as well, because nobody knows in which state it
+// left the process; one of any item but the first is no outcome, for it may be owed to what the
+// items before left behind: the item is worked on again, by a worker of its own.
 //
 // The pool installs no signal handler and starts no thread. It must be the only one that waits for
 // its children: a handler of SIGCHLD that waits for all of them would take their exit statuses.

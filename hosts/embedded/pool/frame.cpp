@@ -73,23 +73,23 @@ std::optional<FrameError> decode_error(std::string_view payload) {
   return FrameError{std::string(payload.substr(0, length)), std::string(payload.substr(length))};
 }
 
-FrameDecoder::State FrameDecoder::feed(std::string_view bytes) {
-  if (state_ != State::Incomplete) return state_;
+std::string_view FrameDecoder::absorb(std::string_view bytes) {
+  if (state_ != State::Incomplete) return bytes;
   if (header_size_ < kFrameHeaderBytes) {
     const std::size_t taken = std::min(bytes.size(), kFrameHeaderBytes - header_size_);
     std::copy_n(bytes.begin(), taken, header_.begin() + static_cast<std::ptrdiff_t>(header_size_));
     header_size_ += taken;
     bytes.remove_prefix(taken);
-    if (header_size_ < kFrameHeaderBytes) return state_;
+    if (header_size_ < kFrameHeaderBytes) return bytes;
     read_header();
-    if (state_ != State::Incomplete) return state_;
+    if (state_ != State::Incomplete) return bytes;
   }
   const std::uint64_t missing = length_ - payload_.size();
-  bytes = bytes.substr(0, std::min<std::uint64_t>(bytes.size(), missing));
-  payload_.append(bytes);
-  checksum_ = checksum(checksum_, bytes);
+  const std::string_view own = bytes.substr(0, std::min<std::uint64_t>(bytes.size(), missing));
+  payload_.append(own);
+  checksum_ = checksum(checksum_, own);
   if (payload_.size() == length_) check_whole();
-  return state_;
+  return bytes.substr(own.size());
 }
 
 void FrameDecoder::read_header() {

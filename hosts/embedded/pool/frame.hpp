@@ -55,9 +55,8 @@ struct FrameError {
 // Absent where the payload is no error payload.
 [[nodiscard]] std::optional<FrameError> decode_error(std::string_view payload);
 
-// Takes the bytes of one pipe as they come and puts one frame together. The first whole frame is
-// the answer; bytes after it are not looked at. Memory grows with the bytes that really came, not
-// with the length that a header claims.
+// Takes the bytes of one pipe as they come and puts one frame together. Memory grows with the bytes
+// that really came, not with the length that a header claims.
 class FrameDecoder {
  public:
   enum class State { Incomplete, Whole, Damaged };
@@ -66,7 +65,13 @@ class FrameDecoder {
   FrameDecoder(const FrameAddress& expected, std::uint64_t payload_limit_bytes) noexcept
       : expected_(expected), payload_limit_bytes_(payload_limit_bytes) {}
 
-  State feed(std::string_view bytes);
+  // Returns the bytes behind the frame's end, which are not looked at.
+  std::string_view absorb(std::string_view bytes);
+  // The same where one frame is all that comes.
+  State feed(std::string_view bytes) {
+    absorb(bytes);
+    return state_;
+  }
 
   [[nodiscard]] State state() const noexcept { return state_; }
   // What is wrong, for people. Only while Damaged.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -27,6 +28,10 @@ constexpr const char* kStopped = "the run was stopped";
 
 std::int64_t nanoseconds(double seconds) {
   return static_cast<std::int64_t>(std::min(seconds, kLongestSeconds) * kNanosecondsPerSecond);
+}
+
+double seconds(std::int64_t nanoseconds) {
+  return static_cast<double>(std::max<std::int64_t>(nanoseconds, 0)) / kNanosecondsPerSecond;
 }
 
 void refuse_threads(SystemCalls& system) {
@@ -82,9 +87,13 @@ PoolRun::PoolRun(SystemCalls& system, const PoolConfig& config, const Work& work
       outcomes_(item_count),
       changed_signals_(changed_signals()) {
   for (std::size_t index = 0; index < item_count; ++index) {
-    waiting_.push_back({index, 0});
+    waiting_.push_back({.item = {index, 0}});
   }
-  workers_.reserve(std::min(item_count, static_cast<std::size_t>(config.jobs)));
+  const auto jobs = static_cast<std::size_t>(config.jobs);
+  workers_.reserve(std::min(item_count, jobs));
+  // No worker gets so many that another would have none.
+  items_per_worker_ = std::clamp<std::size_t>((item_count + jobs - 1) / jobs, 1,
+                                              static_cast<std::size_t>(config.items_per_worker));
 }
 
 std::vector<PoolOutcome> PoolRun::conduct() {
@@ -94,7 +103,7 @@ std::vector<PoolOutcome> PoolRun::conduct() {
       break;
     }
     launch();
-    if (workers_.empty() && next_item() == nullptr) {
+    if (workers_.empty() && !find_next()) {
       stop();
       break;
     }
@@ -113,55 +122,66 @@ bool PoolRun::is_held() {
   return held_;
 }
 
-const WorkItem* PoolRun::next_item() {
-  if (waiting_.empty()) return nullptr;
-  if (waiting_.front().attempt > 0 || is_dispatched_ || !is_held()) return &waiting_.front();
+bool PoolRun::find_next() {
+  const auto was_begun = [](const Waiting& one) { return one.has_come_back || one.is_dispatched; };
+  if (waiting_.empty()) return false;
+  if (was_begun(waiting_.front()) || !is_held()) return true;
   // Retries stand behind the items that are held back now.
-  const auto retry = std::find_if(waiting_.begin(), waiting_.end(),
-                                  [](const WorkItem& item) { return item.attempt > 0; });
-  if (retry == waiting_.end()) return nullptr;
-  std::rotate(waiting_.begin(), retry, retry + 1);
-  return &waiting_.front();
+  const auto begun = std::find_if(waiting_.begin(), waiting_.end(), was_begun);
+  if (begun == waiting_.end()) return false;
+  std::rotate(waiting_.begin(), begun, begun + 1);
+  return true;
 }
 
-void PoolRun::dispatch(const WorkItem& item) {
-  if (is_dispatched_) return;
-  is_dispatched_ = true;
-  if (callbacks_.dispatch_callback) callbacks_.dispatch_callback(item);
+std::size_t PoolRun::next_share() const {
+  if (waiting_.front().has_come_back) return 1;
+  const auto end =
+      waiting_.begin() + static_cast<std::ptrdiff_t>(std::min(waiting_.size(), items_per_worker_));
+  const auto come_back =
+      std::find_if(waiting_.begin(), end, [](const Waiting& one) { return one.has_come_back; });
+  return static_cast<std::size_t>(come_back - waiting_.begin());
+}
+
+void PoolRun::dispatch(std::size_t share) {
+  for (std::size_t i = 0; i < share; ++i) {
+    if (std::exchange(waiting_[i].is_dispatched, true)) continue;
+    if (callbacks_.dispatch_callback) callbacks_.dispatch_callback(waiting_[i].item);
+  }
 }
 
 void PoolRun::launch() {
-  while (workers_.size() < static_cast<std::size_t>(config_.jobs)) {
-    const WorkItem* const next = next_item();
-    if (next == nullptr) return;
-    const WorkItem item = *next;
-    dispatch(item);
-    const std::optional<LaunchFailure> failure = start_worker(item);
+  while (workers_.size() < static_cast<std::size_t>(config_.jobs) && find_next()) {
+    const std::size_t share = next_share();
+    dispatch(share);
+    const std::optional<LaunchFailure> failure = start_worker(share);
     if (!failure) {
-      waiting_.pop_front();
-      is_dispatched_ = false;
+      const Waiting first = waiting_.front();
+      waiting_.erase(waiting_.begin(), waiting_.begin() + static_cast<std::ptrdiff_t>(share));
       failed_launches_ = 0;
-      if (callbacks_.started_callback) callbacks_.started_callback(item, workers_.back()->pid());
+      if (!first.is_started) tell_started(first.item, workers_.back()->pid());
       continue;
     }
     // What is short (processes, descriptors, memory) may come free: at once when a worker ends, or
     // in another part of the machine a few turns later.
     if (!workers_.empty() || ++failed_launches_ < kLaunchTries) return;
-    waiting_.pop_front();
-    is_dispatched_ = false;
     failed_launches_ = 0;
-    PoolOutcome outcome;
-    outcome.index = item.index;
-    outcome.attempt = item.attempt;
-    outcome.status = PoolStatus::WorkerFailed;
-    outcome.was_not_started = true;
-    outcome.detail = fmt::format("worker could not be started: {}, {} times in a row; {}",
-                                 failure->text(), kLaunchTries, failure->remedy());
-    complete(std::move(outcome));
+    give_up_front(*failure);
   }
 }
 
-std::optional<LaunchFailure> PoolRun::start_worker(const WorkItem& item) {
+void PoolRun::give_up_front(const LaunchFailure& failure) {
+  PoolOutcome outcome;
+  outcome.index = waiting_.front().item.index;
+  outcome.attempt = waiting_.front().item.attempt;
+  outcome.status = PoolStatus::WorkerFailed;
+  outcome.was_not_started = true;
+  outcome.detail = fmt::format("worker could not be started: {}, {} times in a row; {}",
+                               failure.text(), kLaunchTries, failure.remedy());
+  waiting_.pop_front();
+  complete(std::move(outcome));
+}
+
+std::optional<LaunchFailure> PoolRun::start_worker(std::size_t share) {
   refuse_threads(system_);
   Worker::StartOptions options;
   options.limits = {config_.memory_limit_bytes, config_.cpu_limit_seconds,
@@ -174,8 +194,13 @@ std::optional<LaunchFailure> PoolRun::start_worker(const WorkItem& item) {
     if (other->pipe_number() >= 0) options.foreign_descriptors.push_back(other->pipe_number());
     if (other->pidfd_number() >= 0) options.foreign_descriptors.push_back(other->pidfd_number());
   }
+  std::vector<WorkItem> items;
+  items.reserve(share);
+  for (std::size_t i = 0; i < share; ++i)
+    items.push_back(waiting_[i].item);
   // The worker has its place before there is a process, so that nothing can lose it.
-  workers_.push_back(std::make_unique<Worker>(system_, item, config_.result_limit_bytes));
+  workers_.push_back(
+      std::make_unique<Worker>(system_, std::move(items), config_.result_limit_bytes));
   const std::optional<LaunchFailure> failure = workers_.back()->start(work_, std::move(options));
   if (failure) workers_.pop_back();
   return failure;
@@ -235,22 +260,62 @@ bool PoolRun::is_over(Worker& worker) const {
 
 void PoolRun::act() {
   // Ended workers are taken out first: a callback may throw, and must find the rest in order.
-  std::vector<std::unique_ptr<Worker>> ended;
-  for (std::unique_ptr<Worker>& worker : workers_) {
-    if (is_over(*worker)) ended.push_back(std::move(worker));
+  const std::vector<std::unique_ptr<Worker>> ended = take_ended();
+  for (const std::unique_ptr<Worker>& worker : workers_) {
+    tell_results(*worker);
   }
-  std::erase(workers_, nullptr);
   for (const std::unique_ptr<Worker>& worker : ended) {
-    settle(conclude(*worker));
+    end(*worker);
   }
 }
 
+std::vector<std::unique_ptr<Worker>> PoolRun::take_ended() {
+  std::vector<std::unique_ptr<Worker>> ended;
+  for (std::unique_ptr<Worker>& worker : workers_) {
+    if (!is_over(*worker)) continue;
+    // A worker at its limit gets a last look: what is in the pipe now was in time.
+    if (!worker->has_exited()) worker->drain();
+    if (worker->has_results() && !is_over(*worker)) continue;
+    ended.push_back(std::move(worker));
+  }
+  std::erase(workers_, nullptr);
+  return ended;
+}
+
+void PoolRun::tell_results(Worker& worker) {
+  for (Worker::Result& result : worker.take_results()) {
+    PoolOutcome outcome;
+    outcome.index = result.item.index;
+    outcome.attempt = result.item.attempt;
+    outcome.pid = worker.pid();
+    outcome.elapsed_seconds = seconds(result.nanoseconds);
+    outcome.status = PoolStatus::Completed;
+    outcome.payload = std::move(result.payload);
+    complete(std::move(outcome));
+    tell_started(result.next, worker.pid());
+  }
+}
+
+void PoolRun::tell_started(const WorkItem& item, pid_t pid) {
+  if (callbacks_.started_callback) callbacks_.started_callback(item, pid);
+}
+
+void PoolRun::end(Worker& worker) {
+  PoolOutcome outcome = conclude(worker);
+  tell_results(worker);
+  const std::span<const WorkItem> rest = worker.rest();
+  for (auto item = rest.rbegin(); item != rest.rend(); ++item) {
+    waiting_.push_front({.item = *item, .has_come_back = true, .is_dispatched = true});
+  }
+  settle(std::move(outcome), worker.is_at_first_item());
+}
+
 PoolOutcome PoolRun::conclude(Worker& worker) {
-  // A worker at its limit gets a last look: what is in the pipe now was in time.
-  if (!worker.has_exited()) worker.drain();
   const bool without_answer =
       !worker.has_exited() && worker.decoder().state() == FrameDecoder::State::Incomplete;
   const bool gave_up = without_answer && worker.closed_nanoseconds().has_value();
+  // Decided before the kill: what comes through since then is late and does not count.
+  if (without_answer) worker.refuse_more();
   worker.finish();
 
   PoolOutcome outcome = outcome_of(worker);
@@ -260,7 +325,6 @@ PoolOutcome PoolRun::conclude(Worker& worker) {
                          ? "worker closed its pipe without a whole result and did not exit"
                          : "worker was ended because " + worker.read_failure();
   } else if (without_answer) {
-    // Decided before the kill: what came through since then is late and does not count.
     outcome.status = PoolStatus::WorkerTimedOut;
     outcome.detail = fmt::format("worker had no result after {} seconds and was killed",
                                  *config_.timeout_seconds);
@@ -278,19 +342,25 @@ PoolOutcome PoolRun::outcome_of(const Worker& worker) const {
   outcome.index = worker.item().index;
   outcome.attempt = worker.item().attempt;
   outcome.pid = worker.pid();
-  const std::int64_t elapsed = system_.monotonic_nanoseconds() - worker.started_nanoseconds();
-  outcome.elapsed_seconds =
-      static_cast<double>(std::max<std::int64_t>(elapsed, 0)) / kNanosecondsPerSecond;
+  outcome.elapsed_seconds = seconds(system_.monotonic_nanoseconds() - worker.started_nanoseconds());
   outcome.detail = kStopped;
   return outcome;
 }
 
-void PoolRun::settle(PoolOutcome outcome) {
+void PoolRun::settle(PoolOutcome outcome, bool is_first_of_worker) {
+  const WorkItem item{outcome.index, outcome.attempt};
+  if (outcome.status == PoolStatus::WorkRaised && !is_first_of_worker) {
+    // It may have met what the items before it left behind, their memory most often. Alone the same
+    // attempt shows what it does by itself.
+    waiting_.push_front(
+        {.item = item, .has_come_back = true, .is_dispatched = true, .is_started = true});
+    return;
+  }
   if (outcome.status != PoolStatus::WorkerFailed || outcome.attempt >= config_.max_retries) {
     return complete(std::move(outcome));
   }
   // Behind the others: what the worker was lost to (memory, most often) gets time to pass.
-  waiting_.push_back({outcome.index, outcome.attempt + 1});
+  waiting_.push_back({.item = {item.index, item.attempt + 1}, .has_come_back = true});
   if (callbacks_.lost_callback) callbacks_.lost_callback(outcome);
 }
 
@@ -307,17 +377,25 @@ void PoolRun::stop() {
   }
   kill_all();
   std::vector<PoolOutcome> rest;
-  for (const std::unique_ptr<Worker>& worker : workers_) {
-    const bool whole = worker->decoder().state() == FrameDecoder::State::Whole;
-    rest.push_back(whole ? conclude(*worker) : outcome_of(*worker));
-  }
-  workers_.clear();
-  for (const WorkItem& item : waiting_) {
+  const auto cancel = [&rest](const WorkItem& item) {
     PoolOutcome& outcome = rest.emplace_back();
     outcome.index = item.index;
     outcome.attempt = item.attempt;
     outcome.detail = kStopped;
+  };
+  for (const std::unique_ptr<Worker>& worker : workers_) {
+    tell_results(*worker);
+    // An answer that would not count now (see settle) does not count here.
+    const bool counts =
+        worker->decoder().state() == FrameDecoder::State::Whole &&
+        (worker->is_at_first_item() || worker->decoder().kind() == FrameKind::Result);
+    rest.push_back(counts ? conclude(*worker) : outcome_of(*worker));
+    for (const WorkItem& item : worker->rest())
+      cancel(item);
   }
+  workers_.clear();
+  for (const Waiting& waiting : waiting_)
+    cancel(waiting.item);
   waiting_.clear();
   std::sort(rest.begin(), rest.end(), [](const PoolOutcome& left, const PoolOutcome& right) {
     return left.index < right.index;

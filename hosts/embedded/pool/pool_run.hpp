@@ -36,22 +36,43 @@ class PoolRun {
   void act();
   void stop();
 
+  // An attempt that no worker is at.
+  struct Waiting {
+    WorkItem item;
+    // It was given to a worker before, and gets one of its own.
+    bool has_come_back = false;
+    // What was told of it; each is told once.
+    bool is_dispatched = false;
+    bool is_started = false;
+  };
+
   // Whether no item may be begun that was not worked on yet.
   [[nodiscard]] bool is_held();
-  // The next item to be worked on; null when there is none, or none may be begun.
-  [[nodiscard]] const WorkItem* next_item();
-  // Tells of the attempt once, however often its worker fails to start.
-  void dispatch(const WorkItem& item);
-  [[nodiscard]] std::optional<LaunchFailure> start_worker(const WorkItem& item);
+  // Brings the next item to be worked on to the front. False when there is none, or none may be
+  // begun.
+  [[nodiscard]] bool find_next();
+  // How many of the items in front go to one worker.
+  [[nodiscard]] std::size_t next_share() const;
+  // Tells of the attempts once, however often their worker fails to start.
+  void dispatch(std::size_t share);
+  [[nodiscard]] std::optional<LaunchFailure> start_worker(std::size_t share);
+  void give_up_front(const LaunchFailure& failure);
   [[nodiscard]] int wait_milliseconds() const;
   // When the worker's time is over, unless it ends before.
   [[nodiscard]] std::optional<std::int64_t> deadline(Worker& worker) const;
   [[nodiscard]] bool is_over(Worker& worker) const;
-  // Ends the worker and reports its outcome.
+  // Takes out those that have ended or are at their limit.
+  [[nodiscard]] std::vector<std::unique_ptr<Worker>> take_ended();
+  // Tells of the results behind which the worker went on.
+  void tell_results(Worker& worker);
+  void tell_started(const WorkItem& item, pid_t pid);
+  // Ends the worker, and sees to all its items.
+  void end(Worker& worker);
+  // Ends the worker and reports the outcome of its present item.
   [[nodiscard]] PoolOutcome conclude(Worker& worker);
-  // What is known of any worker; without more it counts as stopped.
+  // What is known of the present item of any worker; without more it counts as stopped.
   [[nodiscard]] PoolOutcome outcome_of(const Worker& worker) const;
-  void settle(PoolOutcome outcome);
+  void settle(PoolOutcome outcome, bool is_first_of_worker);
   void complete(PoolOutcome outcome);
   void kill_all() noexcept {
     for (const std::unique_ptr<Worker>& worker : workers_) {
@@ -65,12 +86,12 @@ class PoolRun {
   const PoolCallbacks& callbacks_;
   std::vector<PoolOutcome> outcomes_;
   std::vector<int> changed_signals_;
-  std::deque<WorkItem> waiting_;
+  std::deque<Waiting> waiting_;
+  std::size_t items_per_worker_;
   std::vector<std::unique_ptr<Worker>> workers_;
   std::vector<pollfd> poll_entries_;
   std::size_t completed_ = 0;
   bool held_ = false;
-  bool is_dispatched_ = false;  // The item in front.
   int failed_launches_ = 0;
   int failed_polls_ = 0;
 };

@@ -19,8 +19,11 @@ namespace varnholt::embedded {
 struct PoolConfig {
   // Children alive at once, at least 1.
   int jobs = 1;
-  // From the fork to the whole result, on the monotonic clock. Absent: no limit. 0 leaves a worker
-  // no time at all.
+  // How many items one child works on, one after the other; at least 1. An item that comes back
+  // from a child, because that was lost or ended before its turn came, gets a child of its own.
+  int items_per_worker = 1;
+  // Of one item, from the fork, or from the result of the item before it, to its own whole result,
+  // on the monotonic clock. Absent: no limit. 0 leaves a worker no time at all.
   std::optional<double> timeout_seconds = std::nullopt;
   // How often an item is tried again after its worker was lost. An exception of the work is a
   // result and never tried again; neither is a time-out, which would only take as long again.
@@ -29,7 +32,7 @@ struct PoolConfig {
   std::optional<int> nice = std::nullopt;
   // Address space of a child, with what the parent has mapped at the fork.
   std::optional<std::uint64_t> memory_limit_bytes = std::nullopt;
-  // Processor time of a child: a second net below the time-out.
+  // Processor time of a child, for all its items: a second net below the time-out.
   std::optional<std::uint64_t> cpu_limit_seconds = std::nullopt;
   // The largest file that a child may write.
   std::optional<std::uint64_t> file_size_limit_bytes = std::nullopt;
@@ -66,7 +69,8 @@ struct PoolOutcome {
   int attempt = 0;
   // The worker's process, or 0 where none was started.
   pid_t pid = 0;
-  // From the fork until the parent had seen the worker's end.
+  // From the fork until the parent had seen the worker's end; where the worker had more than one
+  // item, from the parent's sight of one result to that of the next.
   double elapsed_seconds = 0;
   PoolStatus status = PoolStatus::Cancelled;
   std::string payload;
@@ -92,9 +96,11 @@ struct PoolCallbacks {
   // where they are: the run ends when those that were begun, retries included, have their outcome,
   // and the others are Cancelled.
   std::function<bool()> hold_requested;
-  // Before each attempt at an item, whether or not its worker can then be started.
+  // Before each attempt at an item, whether or not its worker can then be started, and once for an
+  // attempt that comes back to get a worker of its own.
   std::function<void(const WorkItem&)> dispatch_callback;
-  // After each fork, with the worker's process.
+  // With the worker's process, when the item's turn comes: after the fork for the first of a
+  // worker, after the result of the one before it for the others.
   std::function<void(const WorkItem&, pid_t)> started_callback;
   // Once a turn, between reading the pipes and acting upon the ends of workers: at least every 5
   // ms, and at once when there is something to read in one of `watched_descriptors`. What a worker

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <iostream>
 #include <limits>
+#include <utility>
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -80,7 +81,7 @@ std::optional<LaunchFailure> Worker::start(const Work& work, StartOptions option
     return LaunchFailure{"setting the pipe's capacity", errno};
   }
   options.foreign_descriptors.push_back(pipe.read_end.number());
-  const ChildPlan plan{item_,
+  const ChildPlan plan{items_,
                        ::getpid(),
                        pipe.write_end.number(),
                        std::move(options.foreign_descriptors),
@@ -120,9 +121,27 @@ void Worker::drain_up_to(std::size_t limit_bytes) {
     if (got.error != 0) read_failure_ = "reading its result failed with " + errno_text(got.error);
     if (got.bytes == 0) return close_pipe();
     taken += got.bytes;
-    const std::string_view bytes(buffer.data(), got.bytes);
-    if (decoder_.feed(bytes) != FrameDecoder::State::Incomplete) return close_pipe();
+    take(std::string_view(buffer.data(), got.bytes));
   }
+}
+
+void Worker::take(std::string_view bytes) {
+  while (!bytes.empty()) {
+    bytes = decoder_.absorb(bytes);
+    if (decoder_.state() == FrameDecoder::State::Incomplete) return;
+    const bool goes_on = decoder_.state() == FrameDecoder::State::Whole &&
+                         decoder_.kind() == FrameKind::Result && !rest().empty();
+    if (!goes_on) return close_pipe();
+    advance();
+  }
+}
+
+void Worker::advance() {
+  const std::int64_t now = system_.monotonic_nanoseconds();
+  results_.push_back({items_[at_], items_[at_ + 1], decoder_.take_payload(),
+                      now - std::exchange(started_nanoseconds_, now)});
+  ++at_;
+  decoder_ = FrameDecoder(frame_address(item()), result_limit_bytes_);
 }
 
 void Worker::close_pipe() {

@@ -1,10 +1,14 @@
-// The parent's side of one child: its process, its pipe, what came through, and how it ended.
+// The parent's side of one child: its process, its items, its pipe, what came through, and how it
+// ended.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include <signal.h>
@@ -32,13 +36,18 @@ struct LaunchFailure {
 // Owns a child from its fork to its reaping; the destructor kills and reaps what still lives. A
 // signal is sent only while the child has not been reaped, so its number cannot belong to another
 // process by then. This is the only place that waits for the child.
+//
+// A child with several items goes from one to the next by itself; here its present item is the
+// first whose result is not whole. It stays with the last one, and with one whose answer is no
+// result: the child ends behind these.
 class Worker {
  public:
-  Worker(SystemCalls& system, const WorkItem& item, std::uint64_t result_limit_bytes)
+  // At least one item.
+  Worker(SystemCalls& system, std::vector<WorkItem> items, std::uint64_t result_limit_bytes)
       : system_(system),
-        item_(item),
+        items_(std::move(items)),
         result_limit_bytes_(result_limit_bytes),
-        decoder_(frame_address(item), result_limit_bytes) {}
+        decoder_(frame_address(items_.front()), result_limit_bytes) {}
   Worker(const Worker&) = delete;
   Worker& operator=(const Worker&) = delete;
   ~Worker();
@@ -58,6 +67,19 @@ class Worker {
   // Takes what is in the pipe now, at most about one mebibyte, so that one fast worker does not
   // keep the parent from the others.
   void drain();
+  // What comes through the pipe from now on is late and not looked at.
+  void refuse_more() { close_pipe(); }
+
+  // A result behind which the child went on.
+  struct Result {
+    WorkItem item;
+    WorkItem next;
+    std::string payload;
+    std::int64_t nanoseconds = 0;
+  };
+  // Those that came since this was asked for last, in order.
+  [[nodiscard]] std::vector<Result> take_results() noexcept { return std::exchange(results_, {}); }
+  [[nodiscard]] bool has_results() const noexcept { return !results_.empty(); }
   // Looks for the child's end where the kernel gave no descriptor to poll.
   void look_for_exit();
   void note_exit() noexcept { exited_ = true; }
@@ -67,14 +89,22 @@ class Worker {
   // Kills the group, takes what the child left in the pipe, and reaps it.
   void finish();
 
-  [[nodiscard]] const WorkItem& item() const noexcept { return item_; }
+  // The present item.
+  [[nodiscard]] const WorkItem& item() const noexcept { return items_[at_]; }
+  [[nodiscard]] bool is_at_first_item() const noexcept { return at_ == 0; }
+  // The items whose turn has not come.
+  [[nodiscard]] std::span<const WorkItem> rest() const noexcept {
+    return std::span(items_).subspan(at_ + 1);
+  }
   [[nodiscard]] pid_t pid() const noexcept { return pid_; }
   // -1 once nothing more is to be read.
   [[nodiscard]] int pipe_number() const noexcept { return pipe_.number(); }
   // -1 where there is none.
   [[nodiscard]] int pidfd_number() const noexcept { return pidfd_.number(); }
   [[nodiscard]] bool has_exited() const noexcept { return exited_; }
+  // The answer to the present item.
   [[nodiscard]] FrameDecoder& decoder() noexcept { return decoder_; }
+  // When the turn of the present item came.
   [[nodiscard]] std::int64_t started_nanoseconds() const noexcept { return started_nanoseconds_; }
   // Since when nothing more is to be read: the frame is whole or damaged, or the pipe is at its
   // end.
@@ -88,11 +118,16 @@ class Worker {
 
  private:
   void drain_up_to(std::size_t limit_bytes);
+  void take(std::string_view bytes);
+  // Keeps the result of the present item and goes on to the next.
+  void advance();
   void close_pipe();
   void reap() noexcept;
 
   SystemCalls& system_;
-  WorkItem item_;
+  std::vector<WorkItem> items_;
+  std::size_t at_ = 0;
+  std::vector<Result> results_;
   std::uint64_t result_limit_bytes_;
   FrameDecoder decoder_;
   Descriptor pipe_;

@@ -8,6 +8,7 @@
 
 #include "hosts/embedded/backtest/book_rules.hpp"
 #include "hosts/embedded/config/host_config.hpp"
+#include "hosts/embedded/host/isolation.hpp"
 #include "hosts/embedded/market/price_format.hpp"
 #include "hosts/embedded/market/price_source.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
@@ -80,6 +81,8 @@ struct SearchOptions {
   // Gates, limits, the signal pool, the eras and the market.
   HostConfig config;
 
+  // Whether each evaluation has a process of its own.
+  Isolation isolation = Isolation::Candidate;
   // The limit of one evaluation, and of its process's memory (absent is the host's default).
   double timeout_seconds = 60.0;
   std::optional<std::int64_t> worker_memory_limit_bytes;

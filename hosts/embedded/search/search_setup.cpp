@@ -177,7 +177,7 @@ SearchSetup::SearchSetup(const SearchOptions& options, const InterruptCheck& che
                          .vocabulary = options.config.vocabulary,
                          .judges_both_signs = !options.is_as_written},
       evaluator_(data_.whole.first_days(data_.plan.seen_days()), evaluator_options_),
-      process_(system_, options.timeout_seconds),
+      process_(system_, options.timeout_seconds, options.isolation),
       beginning_(beginning_of(options, data_, evaluator_.vocabulary(), check)),
       known_(beginning_.structures),
       config_(configured_template(generators_, process_.pool, options, beginning_.seeds)) {

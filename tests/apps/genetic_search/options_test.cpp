@@ -61,11 +61,11 @@ TEST(Options, LeaveTheHostsDefaults) {
 }
 
 TEST(Options, ReachTheirSettings) {
-  const RunCommand run =
-      parse_run({"--prices=p.csv", "--db=d.db", "--jobs=3", "--batch-size=64", "--generations=4",
-                 "--candidates=5", "--seconds=6.5", "--seed=9223372036854775807", "--max-depth=7",
-                 "--max-nodes=8", "--max-window=9", "--cost-bps=1.5", "--timeout=2.5",
-                 "--worker-memory=2", "--nice=19", "--best=0", "--json", "--quiet"});
+  const RunCommand run = parse_run(
+      {"--prices=p.csv", "--db=d.db", "--jobs=3", "--batch-size=64", "--generations=4",
+       "--candidates=5", "--seconds=6.5", "--seed=9223372036854775807", "--max-depth=7",
+       "--max-nodes=8", "--max-window=9", "--cost-bps=1.5", "--timeout=2.5", "--worker-memory=2",
+       "--isolation=chunk", "--nice=19", "--best=0", "--json", "--quiet"});
   EXPECT_EQ(run.search.database, "d.db");
   EXPECT_EQ(run.search.jobs, 3);
   EXPECT_EQ(run.search.batch_size->integer(), 64);
@@ -79,6 +79,9 @@ TEST(Options, ReachTheirSettings) {
   EXPECT_EQ(run.search.cost_basis_points, 1.5);
   EXPECT_EQ(run.search.timeout_seconds, 2.5);
   EXPECT_EQ(run.search.worker_memory_limit_bytes, 2 * 1024 * 1024);
+  EXPECT_EQ(run.search.isolation, embedded::Isolation::Chunk);
+  EXPECT_EQ(parse_run({"--prices=p", "--isolation=candidate"}).search.isolation,
+            embedded::Isolation::Candidate);
   EXPECT_EQ(run.search.worker_nice, 19);
   EXPECT_EQ(run.search.best_count, 0);
   EXPECT_TRUE(run.json);
@@ -211,6 +214,8 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{{"run", "--prices=p", "--seed=1", "extra"}, "unknown argument \"extra\""},
         Mistake{{"run", "--prices=p", "--jobs=0"},
                 "--jobs wants a whole number from 1 to 4096, not \"0\""},
+        Mistake{{"run", "--prices=p", "--isolation=none"},
+                "--isolation wants candidate or chunk, not \"none\""},
         Mistake{{"run", "--prices=p", "--jobs=2.5"}, "--jobs wants a whole number"},
         Mistake{{"run", "--prices=p", "--jobs=0x10"}, "--jobs wants a whole number"},
         Mistake{{"run", "--prices=p", "--generations=0"},
@@ -383,6 +388,7 @@ TEST(Options, HaveAHelpForEachCommand) {
                              "--max-net-exposure",
                              "--min-gross-exposure",
                              "--jobs",
+                             "--isolation",
                              "--timeout",
                              "--worker-memory",
                              "--nice",

@@ -1,5 +1,5 @@
-// Children that go wrong: what happens to each, and where, is drawn by the parent right before it
-// forks.
+// Children that go wrong: what happens to each, where, and at which of its candidates, is drawn by
+// the parent right before it forks.
 #pragma once
 
 #include <cerrno>
@@ -55,6 +55,7 @@ struct Plan {
   bool is_set = false;
   Stage stage = Stage::AfterFork;
   Fault fault = Fault::Kill;
+  int candidate = 1;  // Of the child, counted from 1.
 };
 
 // The system calls of a batch whose children may be struck.
@@ -72,6 +73,8 @@ class FaultySystem : public RealSystemCalls {
     before_fork_ = {forks, &interrupt, requests};
   }
   void interrupt_no_more() { before_fork_ = {}; }
+  // At most so many of a child's candidates have a chance to be the one that it is struck at.
+  void set_candidates_per_worker(int candidates) { candidates_per_worker_ = candidates; }
 
   pid_t fork() override {
     plan_ = draw_plan();
@@ -138,12 +141,18 @@ class FaultySystem : public RealSystemCalls {
         return strike(SIGKILL);
     }
   }
-  // In a child: what it writes from now on is its result.
+  // In a child: it turns to a candidate. What it writes then is a signal,
+  void note_candidate() {
+    ++candidate_;
+    is_evaluated_ = false;
+  }
+  // and from here on its result.
   void note_evaluated() { is_evaluated_ = true; }
 
  private:
   [[nodiscard]] bool is_due(Stage stage) const {
-    return is_child_ && plan_.is_set && plan_.stage == stage;
+    const bool is_at = stage == Stage::AfterFork || candidate_ == plan_.candidate;
+    return is_child_ && plan_.is_set && plan_.stage == stage && is_at;
   }
   [[nodiscard]] Plan draw_plan() {
     if (std::uniform_real_distribution<double>(0.0, 1.0)(random_) >= share_) return {};
@@ -154,9 +163,12 @@ class FaultySystem : public RealSystemCalls {
     const auto faults = static_cast<int>(may_hang_ ? Fault::Count : Fault::Hang);
     const auto stage = static_cast<Stage>(below(static_cast<int>(Stage::Count)));
     const auto fault = static_cast<Fault>(below(faults));
+    const int candidate = 1 + below(candidates_per_worker_);
     // Memory has no limit where the sanitizer takes so much of it.
-    if (kUnderAddressSanitizer && fault == Fault::Memory) return {true, stage, Fault::Kill};
-    return {true, stage, fault};
+    if (kUnderAddressSanitizer && fault == Fault::Memory) {
+      return {true, stage, Fault::Kill, candidate};
+    }
+    return {true, stage, fault, candidate};
   }
   static void strike(int signal) { ::kill(::getpid(), signal); }
   void fail() const {
@@ -184,8 +196,10 @@ class FaultySystem : public RealSystemCalls {
   BeforeFork before_fork_;
   double share_ = 0.0;
   bool may_hang_ = false;
+  int candidates_per_worker_ = 1;
   Plan plan_;
   bool is_child_ = false;
+  int candidate_ = 0;
   bool is_evaluated_ = false;
 };
 
@@ -203,6 +217,7 @@ class FaultyContext : public EmbeddedContext {
     return genetic::make_callable(
         [this, evaluate = EmbeddedContext::evaluate_for_template()](
             std::span<const genetic::Value> positional, const genetic::Mapping&) {
+          system_.note_candidate();
           note_backtest_started(false);
           system_.play(Stage::BeforeSignal);
           announce();

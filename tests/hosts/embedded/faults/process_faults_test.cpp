@@ -1,9 +1,10 @@
 // Goal: whatever happens to the workers of a batch, and when, each attempt ends once, each
 // candidate has at most one record, the store is sound, and no process and no descriptor is left.
-// Method: batches of one to eight candidates through the real ledger, pool, store and forks. In
-// four of five batches children are struck at random stages by random faults; in some the search
-// is stopped or interrupted at a random moment, or right before a dispatch. After each batch an
-// independent reader looks at the store, and the process at itself.
+// Method: batches of one to eight candidates through the real ledger, pool, store and forks, half
+// of them with several candidates a child. In four of five batches children are struck at random
+// stages by random faults; in some the search is stopped or interrupted at a random moment, or
+// right before a dispatch. After each batch an independent reader looks at the store, and the
+// process at itself.
 //
 // A failing batch prints its seed. VARNHOLT_FAULT_SEED repeats it, VARNHOLT_FAULT_RUNS sets how
 // many batches each test runs (docs/reliability.md).
@@ -144,7 +145,9 @@ class ProcessFaults : public FolderTest, public ::testing::WithParamInterface<in
     if (ending == 2) system_.interrupt_before_fork(draw(8), interrupt, 1 + draw(2));
 
     SignalSubmission submission(store, evaluator_, pool_identity_, PoolSettings{});
-    ProcessSide process(system_, 60.0);
+    const Isolation isolation = draw(2) == 0 ? Isolation::Candidate : Isolation::Chunk;
+    system_.set_candidates_per_worker(isolation == Isolation::Chunk ? 4 : 1);
+    ProcessSide process(system_, 60.0, isolation);
     HostSettings settings;
     settings.gates = open_gates();
     settings.log = [](LogLevel, std::string_view) {};

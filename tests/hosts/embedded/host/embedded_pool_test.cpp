@@ -28,6 +28,7 @@
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/operations.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
+#include "tests/hosts/embedded/pool/process_probe.hpp"
 #include "tests/hosts/embedded/pool/system_doubles.hpp"
 #include "tests/support/scripted_host.hpp"
 
@@ -107,16 +108,20 @@ class EmbeddedPoolTest : public ::testing::Test {
   // The process results of so many candidates.
   Value evaluate(std::int64_t count, const Work& work,
                  const genetic::ProcessEvaluationConfig& config) {
+    return evaluate(pool_, count, work, config);
+  }
+  static Value evaluate(EmbeddedPool& pool, std::int64_t count, const Work& work,
+                        const genetic::ProcessEvaluationConfig& config) {
     List candidates;
     for (std::int64_t index = 0; index < count; ++index)
-      candidates.append(pool_.candidate_evaluation(index, Mapping{{"node", index}}));
+      candidates.append(pool.candidate_evaluation(index, Mapping{{"node", index}}));
     const Callable simulate =
         genetic::make_callable([&work](std::span<const Value> positional, const Mapping&) {
           const Value metadata = genetic::required_attribute(positional[0], "metadata");
           return work(genetic::required_attribute(positional[0], "candidate_index").integer(),
                       metadata.mapping().get(keys::kProcessAttempt, -1).integer());
         });
-    return pool_.configure([&config] { return config; })
+    return pool.configure([&config] { return config; })
         ->evaluate_candidate_batch(candidates, simulate);
   }
   // The error with which the evaluation ends, as the search sees it.
@@ -144,6 +149,7 @@ class EmbeddedPoolTest : public ::testing::Test {
   ForkQueues queues_{system_};
   int entered_ = 0;
   EmbeddedPool pool_{system_, queues_, 60.0, [this] { ++entered_; }};
+  EmbeddedPool chunk_pool_{system_, queues_, 60.0, [this] { ++entered_; }, Isolation::Chunk};
   std::vector<std::string> notes_;
   std::vector<std::string> details_;
   int polls_ = 0;
@@ -185,6 +191,51 @@ TEST_F(EmbeddedPoolTest, EachAttemptIsToldInItsOrder) {
                                   "dispatch 1.0", "lifecycle started 1.0", "progress started 1.0",
                                   "lifecycle ok 1.0", "progress ok 1.0", "completed 1"));
   EXPECT_GT(polls_, 0);
+}
+
+TEST_F(EmbeddedPoolTest, CandidatesThatShareAWorkerAreToldOfOneByOne) {
+  const Value results = evaluate(
+      chunk_pool_, 3,
+      [](std::int64_t index, std::int64_t attempt) -> Value {
+        if (index == 1 && attempt == 0) raise(SIGKILL);
+        return Mapping{{"attempt", attempt}, {"pid", std::int64_t{getpid()}}};
+      },
+      noting());
+  EXPECT_THAT(
+      notes_,
+      ElementsAre("dispatch 0.0", "dispatch 1.0", "dispatch 2.0", "lifecycle started 0.0",
+                  "progress started 0.0", "lifecycle ok 0.0", "progress ok 0.0", "completed 0",
+                  "lifecycle started 1.0", "progress started 1.0",
+                  "lifecycle error 1.0 retrying process_child_exception",
+                  "progress error 1.0 retrying process_child_exception", "lifecycle started 2.0",
+                  "progress started 2.0", "lifecycle ok 2.0", "progress ok 2.0", "dispatch 1.1",
+                  "lifecycle started 1.1", "progress started 1.1", "lifecycle ok 1.1",
+                  "progress ok 1.1", "completed 1", "completed 2"));
+  for (std::size_t i = 0; i < 3; ++i) {
+    const Value result = results.list().at(i);
+    const Mapping payload = genetic::required_attribute(result, "payload").mapping();
+    EXPECT_TRUE(payload.at("pid") == genetic::required_attribute(result, "worker_pid"));
+    EXPECT_EQ(payload.at("attempt").integer(), i == 1 ? 1 : 0);
+  }
+}
+
+TEST_F(EmbeddedPoolTest, MemoryThatACandidateLeavesBehindIsNotTheNextOnes) {
+  if (kUnderAddressSanitizer) GTEST_SKIP() << "the sanitizer's shadow has no limit";
+  genetic::ProcessEvaluationConfig config = noting();
+  constexpr std::int64_t kOwnBytes = std::int64_t{64} << 20;
+  config.worker_memory_limit_bytes =
+      static_cast<std::int64_t>(mapped_bytes().value_or(0)) + kOwnBytes;
+  const Value results = evaluate(
+      chunk_pool_, 4,
+      [](std::int64_t index, std::int64_t attempt) -> Value {
+        static std::vector<std::unique_ptr<char[]>> left;
+        left.push_back(std::make_unique<char[]>(kOwnBytes / 3));
+        return Mapping{{"index", index}, {"attempt", attempt}};
+      },
+      config);
+  ASSERT_EQ(results.list().size(), 4U);
+  for (std::size_t i = 0; i < 4; ++i)
+    EXPECT_EQ(genetic::required_attribute(results.list().at(i), "attempt").integer(), 0);
 }
 
 TEST_F(EmbeddedPoolTest, ALostWorkerIsTriedOnceMoreAsAnAttemptOfItsOwn) {

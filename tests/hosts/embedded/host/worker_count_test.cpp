@@ -22,6 +22,13 @@ TEST(WorkerCount, IsNoMoreThanThereAreCandidatesAndAtLeastOne) {
   EXPECT_EQ(ResolvedWorkers({.requested = 8, .candidates = 0}, {.processors = 16}).count(), 1);
 }
 
+TEST(WorkerCount, TellsTheSearchHowManyCandidatesWorkersHaveAtATime) {
+  const ResolvedWorkers workers({.requested = 3, .candidates = 100, .candidates_per_worker = 16},
+                                {.processors = 4});
+  EXPECT_EQ(workers.count(), 3);
+  EXPECT_EQ(workers.resolved().integer(), 48);
+}
+
 TEST(WorkerCount, IsNoMoreThanThereAreProcessors) {
   const ResolvedWorkers workers({.requested = 8, .candidates = 10}, {.processors = 2});
   EXPECT_EQ(workers.count(), 2);

@@ -71,7 +71,8 @@ TEST_F(SearchRunTest, TellsTheBestSignalsInOrder) {
 }
 
 TEST_F(SearchRunTest, AnyNumberOfJobsFindsTheSame) {
-  const auto digest_of = [this](int jobs, std::uint64_t seed) {
+  const auto digest_of = [this](int jobs, std::uint64_t seed,
+                                Isolation isolation = Isolation::Candidate) {
     SearchOptions searched = options();
     searched.database = in_folder("jobs.db");
     searched.jobs = jobs;
@@ -79,6 +80,7 @@ TEST_F(SearchRunTest, AnyNumberOfJobsFindsTheSame) {
     // So many that some repeat the behaviour of others.
     searched.batch_size = 16;
     searched.generations = 4;
+    searched.isolation = isolation;
     RecordingObserver observer;
     const SearchSummary summary = run_search(searched, observer, interrupt_);
     EXPECT_TRUE(summary.progress.failures.contains("behaviour_repeated"));
@@ -89,6 +91,9 @@ TEST_F(SearchRunTest, AnyNumberOfJobsFindsTheSame) {
   EXPECT_EQ(one.size(), 64U);
   EXPECT_EQ(digest_of(2, 21), one);
   EXPECT_EQ(digest_of(4, 21), one);
+  EXPECT_EQ(digest_of(1, 21, Isolation::Chunk), one);
+  EXPECT_EQ(digest_of(2, 21, Isolation::Chunk), one);
+  EXPECT_EQ(digest_of(4, 21, Isolation::Chunk), one);
   EXPECT_NE(digest_of(2, 22), one);
 }
 
@@ -116,6 +121,21 @@ TEST_F(SearchRunTest, WhatRepeatsAnEarlierBehaviourIsNoSignal) {
     EXPECT_EQ(attempt.end->terminal_disposition, "rejected");
     EXPECT_EQ(attempt.end->failure_category, "novelty");
     EXPECT_FALSE(attempt.end->backtest_completed);
+  }
+}
+
+TEST_F(SearchRunTest, TheMetricsTellTheNumberOfWorkersWhateverTheyShare) {
+  for (const Isolation isolation : {Isolation::Candidate, Isolation::Chunk}) {
+    SearchOptions searched = options();
+    searched.database = in_folder("workers.db");
+    searched.jobs = 1;
+    searched.isolation = isolation;
+    RecordingObserver observer;
+    static_cast<void>(run_search(searched, observer, interrupt_));
+    std::filesystem::remove(searched.database);
+    const Mapping metrics = observer.metrics.at(0).mapping();
+    EXPECT_EQ(metrics.at("process_count").integer(), 1);
+    EXPECT_EQ(metrics.at("determinism_metadata").mapping().at("process_count").integer(), 1);
   }
 }
 
@@ -176,7 +196,7 @@ TEST_F(SearchRunTest, StoresTheSettingsThatRepeatIt) {
             R"("elite_fraction":0.5,"generations":2,"has_archive":true,)"
             R"("has_known_formulas":true,"initial_candidates":)" +
                 seeds +
-                R"(,"jobs":2,"judges_both_signs":true,"leaf_share":0.3,)"
+                R"(,"isolation":"candidate","jobs":2,"judges_both_signs":true,"leaf_share":0.3,)"
                 R"("least_known_share":0.8,"max_depth":5,)"
                 R"("max_improvement_candidates":1,)"
                 R"("max_improvement_depth":8,"max_improvement_rounds":10,"max_nodes":25,)"
