@@ -12,8 +12,8 @@ namespace varnholt::embedded {
 // takes at once, and the texts are for people.
 inline constexpr std::size_t kLongestMessageText = 1500;
 
-// The bytes of a tuple of absent values, booleans, integers, reals and texts. genetic::TypeError
-// for any other value: it would be another object on the other side.
+// The bytes (value_wire.hpp) of a tuple of absent values, booleans, integers, reals and texts.
+// genetic::TypeError for any other value: it would be another object on the other side.
 [[nodiscard]] std::string encode_message(const genetic::Value& message);
 
 // The tuple again. genetic::ValueError for bytes that are not a message.

@@ -1,6 +1,7 @@
 // What of the embedded host has to do with processes. It needs neither prices nor a store.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 
 #include "hosts/embedded/host/embedded_pool.hpp"
@@ -21,6 +22,8 @@ struct ProcessSide {
   ProcessSide& operator=(const ProcessSide&) = delete;
   ~ProcessSide() = default;
 
+  // Of one panel that the children compute with; 0 where they compute with none.
+  std::size_t panel_bytes = 0;
   ProcessRole role;
   // Measured in this process.
   EmbeddedTimings timings;

@@ -1,104 +1,40 @@
 #include "hosts/embedded/host/result_wire.hpp"
 
-#include <bit>
-#include <charconv>
-#include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include <Eigen/Core>
 
-#include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/host/statistics_object.hpp"
+#include "hosts/embedded/host/value_wire.hpp"
 #include "search_templates/genetic/value/copy.hpp"
 #include "search_templates/genetic/value/errors.hpp"
-#include "search_templates/genetic/value/json_text.hpp"
 #include "search_templates/genetic/value/keys.hpp"
-#include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::embedded {
 
-using genetic::List;
 using genetic::Mapping;
 using genetic::Value;
 
 namespace {
 
-constexpr genetic::Key kPairs = genetic::key<"pairs">();
-constexpr genetic::Key kItems = genetic::key<"items">();
-
-// The canonical text sorts keys, while the order of a record's and of a graph's keys counts. So
-// mappings travel as {"pairs": [[key, value], ...]} and lists as {"items": [...]}, in which both
-// the order of keys and keys that are not texts survive.
-Value ordered(const Value& value) {
-  if (value.is_mapping()) {
-    List pairs;
-    genetic::MappingCursor cursor(value.mapping());
-    while (const std::optional<genetic::MappingEntry> entry = cursor.next()) {
-      pairs.append(List{entry->key, ordered(entry->value)});
-    }
-    return Mapping{{kPairs, pairs}};
-  }
-  if (value.is_list() || value.is_tuple()) {
-    List items;
-    const auto walk = genetic::iterate(value);
-    while (const std::optional<Value> item = walk->next())
-      items.append(ordered(*item));
-    return Mapping{{kItems, items}};
-  }
-  return value;
-}
-
-Value restored(const Value& value) {
-  if (!value.is_mapping()) return value;
-  if (const std::optional<Value> items = value.mapping().find(kItems)) {
-    List list;
-    genetic::ListCursor cursor(items->list());
-    while (const std::optional<Value> item = cursor.next())
-      list.append(restored(*item));
-    return list;
-  }
-  Mapping mapping;
-  genetic::ListCursor cursor(value.mapping().at(kPairs).list());
-  while (const std::optional<Value> pair = cursor.next()) {
-    mapping.set(pair->list().at(0), restored(pair->list().at(1)));
-  }
-  return mapping;
-}
-
 constexpr genetic::Key kPnl = genetic::key<"pnl">();
 constexpr genetic::Key kPool = genetic::key<"pool">();
 constexpr genetic::Key kOrientation = genetic::key<"orientation">();
 constexpr genetic::Key kBehaviour = genetic::key<"behaviour">();
-constexpr std::size_t kDigits = 16;  // Of one number.
 
-// Every bit of each number: its 64 bits in hexadecimal digits, which are quicker to write and read
-// than a decimal text.
-std::string bits_text(const Eigen::ArrayXd& numbers) {
-  constexpr std::string_view kHexDigits = "0123456789abcdef";
-  std::string text;
-  text.reserve(static_cast<std::size_t>(numbers.size()) * kDigits);
-  for (const double number : numbers) {
-    const auto bits = std::bit_cast<std::uint64_t>(number);
-    for (int shift = 60; shift >= 0; shift -= 4)
-      text += kHexDigits[(bits >> static_cast<unsigned>(shift)) & 0xfU];
-  }
-  return text;
+// The bytes of the numbers, as they are in memory.
+std::string bytes_of(const Eigen::ArrayXd& numbers) {
+  const auto count = static_cast<std::size_t>(numbers.size());
+  return {reinterpret_cast<const char*>(numbers.data()), count * sizeof(double)};
 }
 
-Eigen::ArrayXd numbers_of(std::string_view text) {
-  if (text.size() % kDigits != 0) throw genetic::ValueError("a PnL of half a number");
-  Eigen::ArrayXd numbers(static_cast<Eigen::Index>(text.size() / kDigits));
-  for (double& number : numbers) {
-    std::uint64_t bits = 0;
-    const char* const end = text.data() + kDigits;
-    if (std::from_chars(text.data(), end, bits, 16).ptr != end) {
-      throw genetic::ValueError("a PnL with a number that is none");
-    }
-    number = std::bit_cast<double>(bits);
-    text.remove_prefix(kDigits);
-  }
+Eigen::ArrayXd numbers_of(std::string_view bytes) {
+  if (bytes.size() % sizeof(double) != 0) throw genetic::ValueError("a PnL of half a number");
+  Eigen::ArrayXd numbers(static_cast<Eigen::Index>(bytes.size() / sizeof(double)));
+  std::memcpy(numbers.data(), bytes.data(), bytes.size());
   return numbers;
 }
 
@@ -157,8 +93,7 @@ PoolComparison comparison_from(const Mapping& mapping) {
 }
 
 Mapping behaviour_mapping(const Behaviour& behaviour) {
-  return {{"residual_sharpe", behaviour.residual_sharpe},
-          {"profile", bits_text(behaviour.profile)}};
+  return {{"residual_sharpe", behaviour.residual_sharpe}, {"profile", bytes_of(behaviour.profile)}};
 }
 
 Behaviour behaviour_from(const Mapping& mapping) {
@@ -168,7 +103,7 @@ Behaviour behaviour_from(const Mapping& mapping) {
 Mapping sent_statistics(const StatisticsObject& stats) {
   Mapping sent = statistics_mapping(stats.statistics());
   sent.set(kOrientation, stats.statistics().orientation);
-  if (stats.pnl()) sent.set(kPnl, bits_text(*stats.pnl()));
+  if (stats.pnl()) sent.set(kPnl, bytes_of(*stats.pnl()));
   if (stats.comparison()) sent.set(kPool, comparison_mapping(*stats.comparison()));
   if (stats.behaviour()) sent.set(kBehaviour, behaviour_mapping(*stats.behaviour()));
   return sent;
@@ -193,12 +128,16 @@ std::string encode_result(const Mapping& result) {
   if (const auto* const stats = statistics_object(record.get(genetic::keys::kStats))) {
     record.set(genetic::keys::kStats, sent_statistics(*stats));
   }
-  return genetic::json_text(ordered(record));
+  std::string bytes;
+  append_value(bytes, record);
+  return bytes;
 }
 
 Mapping decode_result(std::string_view bytes) {
-  const Value value = restored(read_json(bytes));
-  if (!value.is_mapping()) throw genetic::ValueError("a candidate result record is a mapping");
+  ValueReader reader(bytes);
+  const Value value = reader.next();
+  if (!value.is_mapping() || !reader.is_at_end())
+    throw genetic::ValueError("a candidate result record is a mapping");
   Mapping record = value.mapping();
   const Value stats = record.get(genetic::keys::kStats);
   if (stats.is_mapping()) {

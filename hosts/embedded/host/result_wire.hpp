@@ -8,10 +8,11 @@
 
 namespace varnholt::embedded {
 
-// The record as JSON text, its keys in their order. Reals come back bit for bit.
+// The record as bytes, its keys in their order. Reals come back bit for bit.
 [[nodiscard]] std::string encode_result(const genetic::Mapping& result);
 
-// The record again, with its statistics as an object. genetic::ValueError for an invalid text.
+// The record again, with its statistics as an object. genetic::ValueError for bytes
+// that are no record.
 [[nodiscard]] genetic::Mapping decode_result(std::string_view bytes);
 
 }  // namespace varnholt::embedded

@@ -43,7 +43,7 @@ class SearchStop : public genetic::StopEvent {
   [[nodiscard]] bool ends_report(int requests_before) const;
 
   [[nodiscard]] bool is_set() override;
-  // Waits unless the event is set.
+  // Does not wait.
   [[nodiscard]] bool wait(double seconds) override;
 
   void count_candidate() { ++candidates_; }

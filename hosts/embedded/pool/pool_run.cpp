@@ -207,15 +207,17 @@ std::optional<LaunchFailure> PoolRun::start_worker(std::size_t share) {
 }
 
 void PoolRun::wait() {
+  // Only what is open: poll(2) refuses more entries than a process may have descriptors.
   poll_entries_.clear();
-  for (const std::unique_ptr<Worker>& worker : workers_) {
-    // Negative descriptors are passed over by poll(2), so the entries stay two a worker.
-    poll_entries_.push_back({worker->pipe_number(), POLLIN, 0});
-    poll_entries_.push_back({worker->pidfd_number(), POLLIN, 0});
-  }
-  for (const int descriptor : callbacks_.watched_descriptors) {
-    poll_entries_.push_back({descriptor, POLLIN, 0});
-  }
+  const auto watch = [this](int descriptor) {
+    if (descriptor >= 0) poll_entries_.push_back({descriptor, POLLIN, 0});
+  };
+  for (const std::unique_ptr<Worker>& worker : workers_)
+    watch(worker->pidfd_number());
+  for (const std::unique_ptr<Worker>& worker : workers_)
+    watch(worker->pipe_number());
+  for (const int descriptor : callbacks_.watched_descriptors)
+    watch(descriptor);
   const int ready = system_.poll(poll_entries_.data(), poll_entries_.size(), wait_milliseconds());
   if (ready < 0) {
     // An interrupted turn is a turn in which nothing was seen. POSIX allows EAGAIN for ENOMEM.
@@ -227,9 +229,10 @@ void PoolRun::wait() {
     return;
   }
   failed_polls_ = 0;
-  for (std::size_t i = 0; i < workers_.size(); ++i) {
-    if (poll_entries_[2 * i + 1].revents != 0) workers_[i]->note_exit();
-    workers_[i]->look_for_exit();
+  auto entry = poll_entries_.begin();
+  for (const std::unique_ptr<Worker>& worker : workers_) {
+    if (worker->pidfd_number() >= 0 && (entry++)->revents != 0) worker->note_exit();
+    worker->look_for_exit();
   }
 }
 

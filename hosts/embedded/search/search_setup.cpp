@@ -181,6 +181,7 @@ SearchSetup::SearchSetup(const SearchOptions& options, const InterruptCheck& che
       beginning_(beginning_of(options, data_, evaluator_.vocabulary(), check)),
       known_(beginning_.structures),
       config_(configured_template(generators_, process_.pool, options, beginning_.seeds)) {
+  process_.panel_bytes = static_cast<std::size_t>(evaluator_.close().size()) * sizeof(double);
   // What the children read is the evaluator's; the rest of the history waits for the end.
   keep_from_children(data_.whole);
   give_back_free_memory();

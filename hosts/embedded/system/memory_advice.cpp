@@ -1,6 +1,8 @@
 #include "hosts/embedded/system/memory_advice.hpp"
 
 #include <charconv>
+#include <cstdlib>
+#include <limits>
 #include <string_view>
 
 #include <malloc.h>
@@ -97,6 +99,18 @@ void give_to_children(const void* begin, std::size_t bytes) {
 
 void give_back_free_memory() {
   ::malloc_trim(0);
+}
+
+void keep_freed_memory(std::size_t bytes) {
+  ::mallopt(M_MMAP_MAX, 0);
+  ::mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
+  // The heap grows by it once, and hands it out from then on.
+  void* const room = std::malloc(bytes);
+  if (room == nullptr) return;
+  if (const std::size_t page = large_page_bytes(); page > 0) {
+    advise(whole_pages(room, bytes, page), MADV_HUGEPAGE);
+  }
+  std::free(room);
 }
 
 LargePages read_large_pages(const std::string& proc, const std::string& settings) {

@@ -30,6 +30,11 @@ void give_back_contents(void* begin, std::size_t bytes);
 // Gives back to the system what was freed and is still held for later.
 void give_back_free_memory();
 
+// In a process that computes one thing after the other with large blocks: what is freed stays for
+// the next block, and the first `bytes` of it lie in large pages as they are touched. Otherwise
+// each large block is mapped anew, and taken page by page.
+void keep_freed_memory(std::size_t bytes);
+
 // What the machine does about large pages.
 struct LargePages {
   std::size_t page_bytes = 0;      // 0 where the kernel has none.

@@ -21,6 +21,13 @@ TEST_F(SearchStopTest, WithoutALimitItIsNeverSet) {
   EXPECT_EQ(event.cause(), StopCause::None);
 }
 
+TEST_F(SearchStopTest, NobodyIsWaitedFor) {
+  SearchStop event = stop({});
+  EXPECT_FALSE(event.wait(1e6));
+  interrupt_.requests = 1;
+  EXPECT_TRUE(event.wait(1e6));
+}
+
 TEST_F(SearchStopTest, GenerationsAreCountedAsTheyEnd) {
   SearchStop event = stop({.generations = 2});
   event.count_generation();
