@@ -3,13 +3,14 @@
 //   bench_search_quality run ARM[+SETTING=NUMBER...] RESULTS [SEEDS] [BACKTESTS] [EFFECT]
 //   bench_search_quality export EFFECT SEED FOLDER
 //
-// The arms are "ours", the search as it is by default; "fresh", which draws and never breeds or
-// repairs; and ours without the archive, with expressions as they are written, and with units
-// mixed. A setting that is added to an arm makes another arm. Each run gets equal numbers of
-// backtests on the same prices. RESULTS is a CSV file to which a line is added as each run ends;
-// runs that stand there already are passed over, so that the same command goes on where it was
-// stopped. `summary.py` makes the tables of docs/search-quality.md of it, and `peers.py` adds the
-// lines of other libraries, for which `export` writes what they need.
+// The arms are "ours", the search as it is by default; "fresh", which draws, known formulas among
+// it, and never breeds or repairs; "random", which draws without them; and ours without the archive
+// or the known formulas, with expressions as they are written, and with units mixed. A setting that
+// is added to an arm makes another arm. Each run gets equal numbers of backtests on the same
+// prices. RESULTS is a CSV file to which a line is added as each run ends; runs that stand there
+// already are passed over, so that the same command goes on where it was stopped. `summary.py`
+// makes the tables of docs/search-quality.md of it, and `peers.py` adds the lines of other
+// libraries, for which `export` writes what they need.
 //
 // "Found" is the first candidate that meets the gates, has a Sharpe ratio of at least 0.5 in
 // sample, and a daily PnL that correlates at least 0.6 with the oracle's, in sample. How a signal

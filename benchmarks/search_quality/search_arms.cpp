@@ -18,13 +18,19 @@ struct Arm {
   std::string_view name;
   void (*change)(SearchOptions& options);
 };
+// The first batch is drawn and never bred.
+void only_draw(SearchOptions& options) {
+  options.batch_size = *options.candidates;
+  options.max_improvement_candidates = 0;
+}
+
 constexpr auto kArms = std::to_array<Arm>({
     {"ours", [](SearchOptions& /*options*/) {}},
-    // The first batch is drawn and never bred.
-    {"fresh",
+    {"fresh", only_draw},
+    {"random",
      [](SearchOptions& options) {
-       options.batch_size = *options.candidates;
-       options.max_improvement_candidates = 0;
+       only_draw(options);
+       options.has_no_known_formulas = true;
      }},
     {"no-archive", [](SearchOptions& options) { options.has_no_archive = true; }},
     {"no-known", [](SearchOptions& options) { options.has_no_known_formulas = true; }},
