@@ -149,8 +149,8 @@ Value ValueReader::list() {
 Value ValueReader::mapping() {
   Mapping mapping;
   for (auto entries = number<std::uint32_t>(); entries > 0; --entries) {
-    Value key = next();
-    mapping.set(std::move(key), next());
+    const Value key = next();
+    mapping.set(key, next());
   }
   return mapping;
 }

@@ -45,7 +45,7 @@ constexpr std::string_view kSetPriority = "setpriority";
 // Where the answer to one item goes.
 struct Reply {
   SystemCalls& system;
-  int pipe;
+  int pipe = -1;
   FrameAddress address;
 };
 
