@@ -12,7 +12,7 @@ import pytest
 
 from program import NO_GATES, a_run, call
 
-METHODS = ("equal-risk", "equal", "ridge")
+METHODS = ("ridge", "equal-risk", "equal")
 
 
 @pytest.fixture
@@ -56,9 +56,12 @@ def test_the_book_is_the_shares_of_the_signals_added_up(pool: Path, tmp_path: Pa
     assert told["turnover"] <= book["turnover_without_netting"]["in_sample"] + 1e-12
 
 
-def test_equal_risk_is_the_default(pool: Path):
-    book = book_of(pool)
-    assert book["method"] == "equal-risk"
+def test_the_first_method_is_the_default(pool: Path):
+    assert book_of(pool) == book_of(pool, "--method", METHODS[0])
+
+
+def test_equal_risk_gives_each_the_same(pool: Path):
+    book = book_of(pool, "--method", "equal-risk")
     risks = [member["risk"] for member in book["members"]]
     assert risks == pytest.approx([1 / len(risks)] * len(risks), abs=1e-9)
 
@@ -108,7 +111,7 @@ def test_what_cannot_be_done_is_told(pool: Path, prices: Path, tmp_path: Path):
     assert done.returncode == 2 and 'submitted to the signal pool "mine"' in done.stderr
     done = call("portfolio", pool, "--method", "luck")
     assert done.returncode == 2
-    assert '--method wants one of equal-risk, equal, ridge, not "luck"' in done.stderr
+    assert '--method wants one of ridge, equal-risk, equal, not "luck"' in done.stderr
     done = call("portfolio", pool, "--output", pool, "--force")
     assert done.returncode == 2 and "a file that the weights are made of" in done.stderr
     few = tmp_path / "few.csv"

@@ -15,9 +15,9 @@ using Eigen::MatrixXd;
 using Eigen::VectorXd;
 
 constexpr auto kMethods = std::to_array<BookMethodName>({
+    {BookMethod::Ridge, "ridge", "the best mean beyond luck for its variance, held back"},
     {BookMethod::EqualRisk, "equal-risk", "the same risk in each signal"},
     {BookMethod::Equal, "equal", "the same capital in each signal"},
-    {BookMethod::Ridge, "ridge", "the best mean beyond luck for its variance, held back"},
 });
 
 constexpr int kMostSweeps = 100'000;
