@@ -260,10 +260,16 @@ def find_circle(edges: dict[str, set[str]]) -> list[str] | None:
     return None
 
 
+def unit_of(path: str) -> str:
+    """A header and the source beside it are one unit: what the source includes, the unit needs."""
+    return Path(path).with_suffix("").as_posix()
+
+
 def check_circles(files: list[SourceFile]) -> Iterator[Finding]:
-    """No circle between files, none between folders."""
+    """No circle between files, between headers with their sources, or between folders."""
     known = {file.path for file in files}
     by_file: dict[str, set[str]] = {}
+    by_unit: dict[str, set[str]] = {}
     by_folder: dict[str, set[str]] = {}
     place: dict[tuple[str, str], tuple[str, int]] = {}
     for file in files:
@@ -274,11 +280,16 @@ def check_circles(files: list[SourceFile]) -> Iterator[Finding]:
                 continue
             by_file.setdefault(file.path, set()).add(quoted)
             place.setdefault((file.path, quoted), (file.path, number))
+            if (one := unit_of(file.path)) != (another := unit_of(quoted)):
+                by_unit.setdefault(one, set()).add(another)
+                place.setdefault((one, another), (file.path, number))
             own, other = (Path(path).parent.as_posix() for path in (file.path, quoted))
             if own != other:
                 by_folder.setdefault(own, set()).add(other)
                 place.setdefault((own, other), (file.path, number))
-    for kind, edges in (("files", by_file), ("folders", by_folder)):
+    # A circle of files is one of their units as well, and told once.
+    kind_of_files = ("files", by_file) if find_circle(by_file) else ("units", by_unit)
+    for kind, edges in (kind_of_files, ("folders", by_folder)):
         if circle := find_circle(edges):
             path, number = place[circle[-2], circle[-1]]
             advice = "move what both sides need below them: " + " -> ".join(circle)

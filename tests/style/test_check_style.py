@@ -176,7 +176,7 @@ def test_one_room_knows_the_database(tmp_path: Path) -> None:
     ]
 
 
-def test_circles_of_files_and_of_folders(tmp_path: Path) -> None:
+def test_circles_of_files_of_units_and_of_folders(tmp_path: Path) -> None:
     files = findings(
         tmp_path / "files",
         {
@@ -186,6 +186,16 @@ def test_circles_of_files_and_of_folders(tmp_path: Path) -> None:
         },
     )
     assert files == [("apps/c.hpp", 3, "circle of files")]
+    units = findings(
+        tmp_path / "units",
+        {
+            "apps/a.hpp": CLEAN_HEADER,
+            "apps/a.cpp": '#include "apps/a.hpp"\n#include "apps/b.hpp"\n',
+            "apps/b.hpp": CLEAN_HEADER,
+            "apps/b.cpp": '#include "apps/b.hpp"\n#include "apps/a.hpp"\n',
+        },
+    )
+    assert units == [("apps/b.cpp", 2, "circle of units")]
     folders = findings(
         tmp_path / "folders",
         {

@@ -4,7 +4,6 @@
 #include <string>
 
 #include "hosts/python/values/conversion.hpp"
-#include "hosts/python/values/python_api.hpp"
 
 namespace varnholt::python {
 namespace {
@@ -31,28 +30,45 @@ bool is_kind(const nb::object& exception, PyObject* type) {
   return PyErr_GivenExceptionMatches(exception.ptr(), type) != 0;
 }
 
+// The calls of python_api.hpp fail by what is made here, so that here the interpreter is called
+// itself.
+nb::object owned(PyObject* new_reference) {
+  if (new_reference == nullptr) throw_current_error();
+  return nb::steal(new_reference);
+}
+
 // The built-in exception type of an error's exact kind.
 nb::object exception_type(const genetic::Error& error) {
-  const nb::object builtins = import_module("builtins");
-  const std::optional<nb::object> type = find_attribute(builtins, error.type_name());
-  if (type && PyExceptionClass_Check(type->ptr()) != 0) return *type;
+  const nb::object builtins = owned(PyImport_ImportModule("builtins"));
+  PyObject* const type =
+      PyObject_GetAttrString(builtins.ptr(), std::string(error.type_name()).c_str());
+  if (type == nullptr) PyErr_Clear();  // A kind of the library's own.
+  nb::object found = nb::steal(type);
+  if (type != nullptr && PyExceptionClass_Check(type) != 0) return found;
   return nb::borrow(PyExc_RuntimeError);
+}
+
+nb::object error_text(const genetic::Error& error) {
+  const std::string& text = error.text();
+  return owned(
+      PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "surrogatepass"));
 }
 
 // What the exception is made with. A KeyError holds the key itself, whose text form the error has.
 nb::object exception_argument(const genetic::Error& error) {
+  nb::object text = error_text(error);
   if (dynamic_cast<const genetic::KeyError*>(&error) != nullptr) {
-    const nb::object text = text_object(error.text());
-    PyObject* const key =
-        PyObject_CallMethod(import_module("ast").ptr(), "literal_eval", "O", text.ptr());
+    const nb::object reader = owned(PyImport_ImportModule("ast"));
+    PyObject* const key = PyObject_CallMethod(reader.ptr(), "literal_eval", "O", text.ptr());
     if (key != nullptr) return nb::steal(key);
     PyErr_Clear();  // A key of the host's own class: its text form has to do.
   }
-  return text_object(error.text());
+  return text;
 }
 
 nb::object own_exception(const genetic::Error& error) {
-  nb::object exception = call(exception_type(error), {exception_argument(error)});
+  nb::object exception = owned(PyObject_CallFunctionObjArgs(
+      exception_type(error).ptr(), exception_argument(error).ptr(), nullptr));
   const auto* const nested = dynamic_cast<const std::nested_exception*>(&error);
   if (nested != nullptr) {
     const nb::object cause = python_exception(nested->nested_ptr());

@@ -14,39 +14,21 @@
 #include "hosts/embedded/pool/fork_pool.hpp"
 #include "hosts/embedded/pool/mailbox.hpp"
 #include "hosts/embedded/pool/message_pipe.hpp"
+#include "tests/hosts/embedded/pool/pool_notes.hpp"
 #include "tests/hosts/embedded/pool/process_probe.hpp"
 #include "tests/hosts/embedded/pool/system_doubles.hpp"
 
 namespace varnholt::embedded::test {
 namespace {
 
-class PoolAttempts : public ProcessTest {
+class PoolAttempts : public NotedPoolTest {
  protected:
-  // Callbacks that note "dispatch 1.0", "start 1.0", "lost 1.0" and "done 1.0".
-  PoolCallbacks noting() {
-    PoolCallbacks callbacks;
-    callbacks.dispatch_callback = [this](const WorkItem& item) { note("dispatch", item); };
-    callbacks.started_callback = [this](const WorkItem& item, pid_t) { note("start", item); };
-    callbacks.lost_callback = [this](const PoolOutcome& outcome) {
-      note("lost", {outcome.index, outcome.attempt});
-    };
-    callbacks.completed_callback = [this](const PoolOutcome& outcome) {
-      note("done", {outcome.index, outcome.attempt});
-    };
-    return callbacks;
-  }
-  void note(const char* what, const WorkItem& item) {
-    std::ostringstream text;
-    text << what << ' ' << item.index << '.' << item.attempt;
-    notes_.push_back(text.str());
-  }
   // Lost at its first attempt when its index is 1.
   static std::string once_lost(const WorkItem& item) {
     if (item.index == 1 && item.attempt == 0) ::raise(SIGKILL);
     return "x";
   }
 
-  std::vector<std::string> notes_;
   RealSystemCalls system_;
 };
 

@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "hosts/embedded/pool/fork_pool.hpp"
+#include "tests/hosts/embedded/pool/pool_notes.hpp"
 #include "tests/hosts/embedded/pool/process_probe.hpp"
 #include "tests/hosts/embedded/pool/system_doubles.hpp"
 
@@ -24,25 +25,8 @@ namespace {
 
 using Notes = std::vector<std::string>;
 
-class PoolChunks : public ProcessTest {
+class PoolChunks : public NotedPoolTest {
  protected:
-  PoolCallbacks noting() {
-    PoolCallbacks callbacks;
-    callbacks.dispatch_callback = [this](const WorkItem& item) { note("dispatch", item); };
-    callbacks.started_callback = [this](const WorkItem& item, pid_t) { note("start", item); };
-    callbacks.lost_callback = [this](const PoolOutcome& outcome) {
-      note("lost", {outcome.index, outcome.attempt});
-    };
-    callbacks.completed_callback = [this](const PoolOutcome& outcome) {
-      note("done", {outcome.index, outcome.attempt});
-    };
-    return callbacks;
-  }
-  void note(const char* what, const WorkItem& item) {
-    std::ostringstream text;
-    text << what << ' ' << item.index << '.' << item.attempt;
-    notes_.push_back(text.str());
-  }
   [[nodiscard]] std::vector<PoolOutcome> run(std::size_t count, const Work& work,
                                              const PoolConfig& config) {
     return ForkPool(system_, config).run(count, work, noting());
@@ -54,7 +38,6 @@ class PoolChunks : public ProcessTest {
   }
 
   RealSystemCalls system_;
-  Notes notes_;
 };
 
 std::string own_pid(const WorkItem& /*item*/) {
