@@ -1,11 +1,8 @@
 #include "hosts/embedded/host/result_wire.hpp"
 
-#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
-
-#include <Eigen/Core>
 
 #include "hosts/embedded/host/statistics_object.hpp"
 #include "hosts/embedded/host/value_wire.hpp"
@@ -24,19 +21,6 @@ constexpr genetic::Key kPnl = genetic::key<"pnl">();
 constexpr genetic::Key kPool = genetic::key<"pool">();
 constexpr genetic::Key kOrientation = genetic::key<"orientation">();
 constexpr genetic::Key kBehaviour = genetic::key<"behaviour">();
-
-// The bytes of the numbers, as they are in memory.
-std::string bytes_of(const Eigen::ArrayXd& numbers) {
-  const auto count = static_cast<std::size_t>(numbers.size());
-  return {reinterpret_cast<const char*>(numbers.data()), count * sizeof(double)};
-}
-
-Eigen::ArrayXd numbers_of(std::string_view bytes) {
-  if (bytes.size() % sizeof(double) != 0) throw genetic::ValueError("a PnL of half a number");
-  Eigen::ArrayXd numbers(static_cast<Eigen::Index>(bytes.size() / sizeof(double)));
-  std::memcpy(numbers.data(), bytes.data(), bytes.size());
-  return numbers;
-}
 
 Value optional_text(const std::optional<std::string>& text) {
   return text ? Value(*text) : Value();

@@ -62,6 +62,19 @@ void append_mapping(std::string& bytes, const Mapping& mapping) {
 
 }  // namespace
 
+std::string bytes_of(const Eigen::ArrayXd& numbers) {
+  const auto count = static_cast<std::size_t>(numbers.size());
+  return {reinterpret_cast<const char*>(numbers.data()), count * sizeof(double)};
+}
+
+Eigen::ArrayXd numbers_of(std::string_view bytes) {
+  if (bytes.size() % sizeof(double) != 0) throw genetic::ValueError("bytes of half a number");
+  Eigen::ArrayXd numbers(static_cast<Eigen::Index>(bytes.size() / sizeof(double)));
+  // Without any the addresses may be null.
+  if (!bytes.empty()) std::memcpy(numbers.data(), bytes.data(), bytes.size());
+  return numbers;
+}
+
 bool append_scalar(std::string& bytes, const Value& value) {
   switch (value.kind()) {
     case Kind::kAbsent:

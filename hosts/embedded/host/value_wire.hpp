@@ -10,6 +10,8 @@
 #include <string>
 #include <string_view>
 
+#include <Eigen/Core>
+
 #include "search_templates/genetic/value/value.hpp"
 
 namespace varnholt::embedded {
@@ -21,6 +23,11 @@ namespace varnholt::embedded {
 // The same for any value. A tuple arrives as a list. genetic::TypeError for an object that has no
 // JSON text.
 void append_value(std::string& bytes, const genetic::Value& value);
+
+// The bytes of numbers, as they are in memory, and the numbers of such bytes: genetic::ValueError
+// for those of half a number.
+[[nodiscard]] std::string bytes_of(const Eigen::ArrayXd& numbers);
+[[nodiscard]] Eigen::ArrayXd numbers_of(std::string_view bytes);
 
 // Takes values from bytes, which outlive it.
 class ValueReader {

@@ -9,6 +9,7 @@
 
 #include "hosts/embedded/backtest/out_of_sample.hpp"
 #include "hosts/embedded/host/json_value.hpp"
+#include "hosts/embedded/host/value_wire.hpp"
 #include "hosts/embedded/luck/overfitting.hpp"
 #include "search_templates/genetic/value/errors.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
@@ -31,31 +32,42 @@ std::vector<TrialRecord> sample_of(const std::vector<TrialRecord>& trials) {
   return sample;
 }
 
-// The daily PnL in sample; nothing for a trial that cannot be evaluated any more.
-std::optional<ArrayXd> pnl_of(RunStore& store, const TrialRecord& trial, const Evaluator& evaluator,
-                              const EraPlan& plan) {
-  const auto found = store.find_evaluation(trial.eval_id);
-  if (!found) return std::nullopt;
+// The graph of each, as it is stored. In a worker the store is out of reach.
+std::vector<std::string> graphs_of(RunStore& store, const std::vector<TrialRecord>& trials) {
+  std::vector<std::string> graphs;
+  graphs.reserve(trials.size());
+  for (const TrialRecord& trial : trials) {
+    if (auto found = store.find_evaluation(trial.eval_id))
+      graphs.push_back(std::move(found->evaluation.graph_json));
+  }
+  return graphs;
+}
+
+// The bytes of the daily PnL in sample; none for a trial that cannot be evaluated any more.
+std::string pnl_of(const std::string& graph_json, const Evaluator& evaluator, const EraPlan& plan) {
   try {
-    const Value graph = read_json(found->evaluation.graph_json);
+    const Value graph = read_json(graph_json);
     const Panel weights = evaluator.weights(evaluator.signal(evaluator.compile(graph)));
-    return in_sample_backtest(weights, evaluator.close(), evaluator.options().book, plan)
-        .net_returns;
+    return bytes_of(
+        in_sample_backtest(weights, evaluator.close(), evaluator.options().book, plan).net_returns);
   } catch (const genetic::ValueError&) {
     // Its text is damaged, or it is of an earlier run that had other columns or limits.
-    return std::nullopt;
+    return {};
   }
 }
 
+// A column for each trial of the sample that could be evaluated, in their order.
 ArrayXXd sampled_pnl(RunStore& store, const std::vector<TrialRecord>& trials,
-                     const Evaluator& evaluator, const EraPlan& plan, const StopQuestion& is_cut) {
-  const std::vector<TrialRecord> sample = sample_of(trials);
-  ArrayXXd returns(plan.seen_days() - 1, static_cast<Eigen::Index>(sample.size()));
+                     const Evaluator& evaluator, const EraPlan& plan, ReportWorkers& workers) {
+  const std::vector<std::string> graphs = graphs_of(store, sample_of(trials));
+  ArrayXXd returns(plan.seen_days() - 1, static_cast<Eigen::Index>(graphs.size()));
   Eigen::Index columns = 0;
-  for (const TrialRecord& trial : sample) {
-    if (is_cut && is_cut()) break;
-    if (const auto pnl = pnl_of(store, trial, evaluator, plan)) returns.col(columns++) = *pnl;
-  }
+  const auto take = [&](std::size_t /*index*/, const std::string& pnl) {
+    if (!pnl.empty()) returns.col(columns++) = numbers_of(pnl);
+  };
+  workers.run(
+      graphs.size(),
+      [&](const WorkItem& item) { return pnl_of(graphs[item.index], evaluator, plan); }, take);
   return returns.leftCols(columns);
 }
 
@@ -102,10 +114,10 @@ std::int64_t sides_judged(const Evaluator& evaluator) {
 
 RunLuck measure_luck(RunStore& store, std::int64_t run, const Evaluator& evaluator,
                      const EraPlan& plan, const std::vector<SubmittedSignal>& signals,
-                     const StopQuestion& is_cut) {
+                     ReportWorkers& workers) {
   const double year = std::sqrt(evaluator.options().book.periods_per_year);
   const std::vector<TrialRecord> trials = store.trials(run);
-  const ArrayXXd sample = sampled_pnl(store, trials, evaluator, plan, is_cut);
+  const ArrayXXd sample = sampled_pnl(store, trials, evaluator, plan, workers);
   RunLuck luck;
   luck.spread = spread_without_skill(plan.seen_days() - 1);
   luck.drawn = spread_of_drawn(drawn_sharpes(trials, year));

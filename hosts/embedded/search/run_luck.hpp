@@ -8,8 +8,8 @@
 #include "hosts/embedded/host/search_events.hpp"
 #include "hosts/embedded/luck/verdict.hpp"
 #include "hosts/embedded/market/eras.hpp"
+#include "hosts/embedded/search/report_workers.hpp"
 #include "hosts/embedded/store/run_store.hpp"
-#include "hosts/embedded/system/interrupt.hpp"
 
 namespace varnholt::embedded {
 
@@ -24,10 +24,10 @@ inline constexpr std::size_t kSampledTrials = 128;
 // The trials are those that the store has of these prices, the ones of earlier runs included.
 // `evaluator` is over the whole history that `plan` splits, of which the days in sample are looked
 // at. The verdict is stored, with the deflated Sharpe ratio of each signal whose hold-out was
-// evaluated. Where it is cut short, fewer trials are sampled; without any, all count as
-// independent.
+// evaluated. The workers do the backtests; where they are cut short, fewer trials are sampled;
+// without any, all count as independent.
 [[nodiscard]] RunLuck measure_luck(RunStore& store, std::int64_t run, const Evaluator& evaluator,
                                    const EraPlan& plan, const std::vector<SubmittedSignal>& signals,
-                                   const StopQuestion& is_cut = {});
+                                   ReportWorkers& workers);
 
 }  // namespace varnholt::embedded

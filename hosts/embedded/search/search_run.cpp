@@ -16,6 +16,7 @@
 #include "hosts/embedded/host/search_stop.hpp"
 #include "hosts/embedded/host/signal_submission.hpp"
 #include "hosts/embedded/search/member_measuring.hpp"
+#include "hosts/embedded/search/report_workers.hpp"
 #include "hosts/embedded/search/run_description.hpp"
 #include "hosts/embedded/search/run_luck.hpp"
 #include "hosts/embedded/search/run_recorder.hpp"
@@ -286,10 +287,11 @@ SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
   const auto is_cut = [&stop, before = static_cast<int>(interrupt.requests)] {
     return stop->ends_report(before);
   };
-  summary.submitted = report_submitted_signals(*store, summary.run_id, whole, taker, is_cut);
-  summary.luck = measure_luck(*store, summary.run_id, whole, data.plan, summary.submitted, is_cut);
+  ReportWorkers workers(setup.system(), {setup.jobs(), options.worker_nice}, is_cut);
+  summary.submitted = report_submitted_signals(*store, summary.run_id, whole, taker, workers);
+  summary.luck = measure_luck(*store, summary.run_id, whole, data.plan, summary.submitted, workers);
   if (!summary.submitted.empty()) store->record_price_days(summary.run_id, date_texts(dates));
-  const std::vector<std::string> completed = complete_holdouts(*store, pool, whole, taker, is_cut);
+  const std::vector<std::string> completed = complete_holdouts(*store, pool, whole, taker, workers);
   summary.completed_holdouts = std::ssize(completed);
   for (const std::int64_t run : runs_of(completed))
     store->record_price_days(run, date_texts(dates));
