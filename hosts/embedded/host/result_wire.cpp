@@ -77,17 +77,18 @@ PoolComparison comparison_from(const Mapping& mapping) {
 }
 
 Mapping behaviour_mapping(const Behaviour& behaviour) {
-  return {{"residual_sharpe", behaviour.residual_sharpe}, {"profile", bytes_of(behaviour.profile)}};
+  return {{"residual_sharpe", behaviour.residual_sharpe},
+          {"profile", number_bytes(behaviour.profile)}};
 }
 
 Behaviour behaviour_from(const Mapping& mapping) {
-  return {mapping.at("residual_sharpe").real(), numbers_of(mapping.at("profile").text())};
+  return {mapping.at("residual_sharpe").real(), numbers_from(mapping.at("profile").text())};
 }
 
 Mapping sent_statistics(const StatisticsObject& stats) {
   Mapping sent = statistics_mapping(stats.statistics());
   sent.set(kOrientation, stats.statistics().orientation);
-  if (stats.pnl()) sent.set(kPnl, bytes_of(*stats.pnl()));
+  if (stats.pnl()) sent.set(kPnl, number_bytes(*stats.pnl()));
   if (stats.comparison()) sent.set(kPool, comparison_mapping(*stats.comparison()));
   if (stats.behaviour()) sent.set(kBehaviour, behaviour_mapping(*stats.behaviour()));
   return sent;
@@ -96,7 +97,7 @@ Mapping sent_statistics(const StatisticsObject& stats) {
 Value received_statistics(const Mapping& sent) {
   std::optional<Eigen::ArrayXd> pnl;
   std::optional<PoolComparison> comparison;
-  if (const auto text = sent.find(kPnl)) pnl = numbers_of(text->text());
+  if (const auto text = sent.find(kPnl)) pnl = numbers_from(text->text());
   if (const auto found = sent.find(kPool)) comparison = comparison_from(found->mapping());
   std::optional<Behaviour> behaviour;
   if (const auto found = sent.find(kBehaviour)) behaviour = behaviour_from(found->mapping());

@@ -62,12 +62,12 @@ void append_mapping(std::string& bytes, const Mapping& mapping) {
 
 }  // namespace
 
-std::string bytes_of(const Eigen::ArrayXd& numbers) {
+std::string number_bytes(const Eigen::ArrayXd& numbers) {
   const auto count = static_cast<std::size_t>(numbers.size());
   return {reinterpret_cast<const char*>(numbers.data()), count * sizeof(double)};
 }
 
-Eigen::ArrayXd numbers_of(std::string_view bytes) {
+Eigen::ArrayXd numbers_from(std::string_view bytes) {
   if (bytes.size() % sizeof(double) != 0) throw genetic::ValueError("bytes of half a number");
   Eigen::ArrayXd numbers(static_cast<Eigen::Index>(bytes.size() / sizeof(double)));
   // Without any the addresses may be null.

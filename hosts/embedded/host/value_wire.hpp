@@ -26,8 +26,8 @@ void append_value(std::string& bytes, const genetic::Value& value);
 
 // The bytes of numbers, as they are in memory, and the numbers of such bytes: genetic::ValueError
 // for those of half a number.
-[[nodiscard]] std::string bytes_of(const Eigen::ArrayXd& numbers);
-[[nodiscard]] Eigen::ArrayXd numbers_of(std::string_view bytes);
+[[nodiscard]] std::string number_bytes(const Eigen::ArrayXd& numbers);
+[[nodiscard]] Eigen::ArrayXd numbers_from(std::string_view bytes);
 
 // Takes values from bytes, which outlive it.
 class ValueReader {

@@ -48,7 +48,7 @@ std::string pnl_of(const std::string& graph_json, const Evaluator& evaluator, co
   try {
     const Value graph = read_json(graph_json);
     const Panel weights = evaluator.weights(evaluator.signal(evaluator.compile(graph)));
-    return bytes_of(
+    return number_bytes(
         in_sample_backtest(weights, evaluator.close(), evaluator.options().book, plan).net_returns);
   } catch (const genetic::ValueError&) {
     // Its text is damaged, or it is of an earlier run that had other columns or limits.
@@ -63,7 +63,7 @@ ArrayXXd sampled_pnl(RunStore& store, const std::vector<TrialRecord>& trials,
   ArrayXXd returns(plan.seen_days() - 1, static_cast<Eigen::Index>(graphs.size()));
   Eigen::Index columns = 0;
   const auto take = [&](std::size_t /*index*/, const std::string& pnl) {
-    if (!pnl.empty()) returns.col(columns++) = numbers_of(pnl);
+    if (!pnl.empty()) returns.col(columns++) = numbers_from(pnl);
   };
   workers.run(
       graphs.size(),
