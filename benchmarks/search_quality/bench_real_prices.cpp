@@ -9,7 +9,6 @@
 // search gets to see, says what is worth anything; and it is one history, whatever the seed.
 #include <cstdint>
 #include <cstdio>
-#include <exception>
 #include <string>
 #include <vector>
 
@@ -17,6 +16,7 @@
 
 #include "benchmarks/search_quality/results_file.hpp"
 #include "benchmarks/search_quality/search_arms.hpp"
+#include "benchmarks/search_quality/whole_program.hpp"
 #include "benchmarks/silent_observer.hpp"
 #include "hosts/embedded/market/price_source.hpp"
 #include "hosts/embedded/search/pool_book.hpp"
@@ -43,10 +43,7 @@ const SubmittedSignal* best_of(const std::vector<SubmittedSignal>& signals) {
 // Without a signal nothing is held, and nothing earned.
 SampleStatistics book_of(const SearchOptions& options, const SearchSummary& summary) {
   const auto store = open_run_store(options.database.string());
-  std::vector<EvaluationOfRun> signals;
-  for (const SubmittedSignal& signal : summary.submitted) {
-    if (auto found = store->find_evaluation(signal.eval_id)) signals.push_back(*std::move(found));
-  }
+  const std::vector<EvaluationOfRun> signals = submitted_evaluations(summary, *store);
   if (signals.empty()) return {};
   const MarketData whole = RunData(options).whole;
   return make_pool_book(signals, whole, BookMethod::Ridge, [] {}).statistics;
@@ -96,10 +93,6 @@ int main_of(const std::vector<std::string>& arguments) {
 }  // namespace varnholt::embedded::search_quality
 
 int main(int count, char** arguments) {
-  try {
-    return varnholt::embedded::search_quality::main_of({arguments + 1, arguments + count});
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "bench_real_prices: %s\n", error.what());
-    return 1;
-  }
+  namespace quality = varnholt::embedded::search_quality;
+  return quality::run_program("bench_real_prices", quality::main_of, count, arguments);
 }

@@ -1,7 +1,6 @@
 // How much a search finds: whole runs on markets with one hidden effect.
 //
 //   bench_search_quality run ARM[+SETTING=NUMBER...] RESULTS [SEEDS] [BACKTESTS] [EFFECT]
-//   bench_search_quality export EFFECT SEED FOLDER
 //
 // The arms are "ours", the search as it is by default; "fresh", which draws, known formulas among
 // it, and never breeds or repairs; "random", which draws without them; and ours without the archive
@@ -10,7 +9,7 @@
 // prices. RESULTS is a CSV file to which a line is added as each run ends; runs that stand there
 // already are passed over, so that the same command goes on where it was stopped. `summary.py`
 // makes the tables of docs/search-quality.md of it, and `peers.py` adds the lines of other
-// libraries, for which `export` writes what they need.
+// libraries.
 //
 // "Found" is the first candidate that meets the gates, has a Sharpe ratio of at least 0.5 in
 // sample, and a daily PnL that correlates at least 0.6 with the oracle's, in sample. How a signal
@@ -19,7 +18,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -32,9 +30,11 @@
 
 #include <fmt/format.h>
 
+#include "benchmarks/search_quality/market_judge.hpp"
 #include "benchmarks/search_quality/planted_universe.hpp"
 #include "benchmarks/search_quality/results_file.hpp"
 #include "benchmarks/search_quality/search_arms.hpp"
+#include "benchmarks/search_quality/whole_program.hpp"
 #include "benchmarks/silent_observer.hpp"
 #include "hosts/embedded/backtest/evaluator.hpp"
 #include "hosts/embedded/host/json_value.hpp"
@@ -89,43 +89,6 @@ class Found : public SilentObserver {
   std::optional<std::pair<std::string, double>> best;
 };
 
-// What the run is held to, beside its own options.
-class Judge {
- public:
-  Judge(Universe universe, const UniverseShape& shape, const BookRules& rules)
-      : shape_(shape),
-        oracle_(std::move(universe.oracle)),
-        data_(std::move(universe.data)),
-        evaluator_(data_, {.book = rules}) {}
-
-  [[nodiscard]] const MarketData& data() const { return data_; }
-  [[nodiscard]] const Panel& oracle() const { return oracle_; }
-
-  [[nodiscard]] BacktestResult searched(const Panel& weights) const {
-    return held(weights, 0, shape_.searched_days - 1);
-  }
-  [[nodiscard]] BacktestResult holdout(const Panel& weights) const {
-    return held(weights, shape_.searched_days - 1, shape_.holdout_days);
-  }
-  [[nodiscard]] BacktestResult fresh(const Panel& weights) const {
-    return held(weights, shape_.known_days() - 1, shape_.fresh_days);
-  }
-  [[nodiscard]] Panel weights_of(const std::string& graph_json) const {
-    return evaluator_.evaluate(read_json(graph_json)).weights;
-  }
-
- private:
-  [[nodiscard]] BacktestResult held(const Panel& weights, Index first, Index days) const {
-    return backtest_holding_days(weights, evaluator_.close(), evaluator_.options().book, first,
-                                 days);
-  }
-
-  UniverseShape shape_;
-  Panel oracle_;
-  MarketData data_;
-  Evaluator evaluator_;
-};
-
 void write_prices(const fs::path& path, const MarketData& data, Index days) {
   std::ofstream file(path);
   file << "date,symbol,open,high,low,close,volume\n";
@@ -141,43 +104,31 @@ void write_prices(const fs::path& path, const MarketData& data, Index days) {
   if (!file) throw std::runtime_error("cannot write " + path.string());
 }
 
-// The rules by which a signal is judged: those of a run.
-BookRules rules_of(const SearchOptions& options) {
-  BookRules rules;
-  rules.delay_days = options.delay_days;
-  rules.cost_basis_points = options.cost_basis_points;
-  rules.least_known_share = options.least_known_share;
-  rules.neutralize = kNeutralizeMarket;  // The default of so many instruments.
-  return rules;
-}
-
 double sharpe_of(const BacktestResult& result) {
   return result.statistics.sharpe;
 }
 
-void judge_book(const SearchSummary& summary, RunStore& store, const Judge& judge,
+void judge_book(const SearchSummary& summary, RunStore& store, const MarketJudge& judge,
                 Outcome& outcome) {
-  std::vector<EvaluationOfRun> signals;
-  for (const SubmittedSignal& signal : summary.submitted) {
-    if (auto found = store.find_evaluation(signal.eval_id)) signals.push_back(*std::move(found));
-  }
+  const std::vector<EvaluationOfRun> signals = submitted_evaluations(summary, store);
   outcome.submitted = signals.size();
   if (signals.empty()) return;
   const PoolBook book = make_pool_book(signals, judge.data(), BookMethod::Ridge, [] {});
   outcome.book_holdout_sharpe = sharpe_of(judge.holdout(book.weights));
-  outcome.book_fresh_sharpe = sharpe_of(judge.fresh(book.weights));
+  outcome.book_fresh_sharpe = sharpe_of(judge.later(book.weights));
 }
 
-Outcome outcome_of(const SearchOptions& options, const Judge& judge) {
+Outcome outcome_of(const SearchOptions& options, const MarketJudge& judge,
+                   const Panel& oracle_weights) {
   Found observer;
   const InterruptFlag interrupt;
   const SearchSummary summary = run_search(options, observer, interrupt);
   const auto store = open_run_store(options.database.string());
-  const BacktestResult oracle = judge.searched(judge.oracle());
+  const BacktestResult oracle = judge.searched(oracle_weights);
   Outcome outcome;
   outcome.backtests = summary.progress.candidates;
   outcome.oracle_sharpe = sharpe_of(oracle);
-  outcome.oracle_fresh_sharpe = sharpe_of(judge.fresh(judge.oracle()));
+  outcome.oracle_fresh_sharpe = sharpe_of(judge.later(oracle_weights));
   outcome.structures = observer.structures.size();
   outcome.behaviours = observer.behaviours.size();
   const auto weights_of = [&](const std::string& eval_id) {
@@ -191,7 +142,7 @@ Outcome outcome_of(const SearchOptions& options, const Judge& judge) {
   }
   if (observer.best) {
     outcome.best_sharpe = observer.best->second;
-    outcome.best_fresh_sharpe = sharpe_of(judge.fresh(weights_of(observer.best->first)));
+    outcome.best_fresh_sharpe = sharpe_of(judge.later(weights_of(observer.best->first)));
   }
   judge_book(summary, *store, judge, outcome);
   return outcome;
@@ -214,10 +165,11 @@ void run_one(const std::string& arm, const Effect& effect, std::uint64_t seed,
   const fs::path prices = folder.path() / "prices.csv";
   options.prices = prices;
   options.database = folder.path() / "runs.db";
-  const BookRules rules = rules_of(options);
-  const Judge judge(plant(effect, seed, shape, rules), shape, rules);
+  const BookRules rules = planted_rules(options);
+  Universe universe = plant(effect, seed, shape, rules);
+  const MarketJudge judge(std::move(universe.data), JudgedDays::of(shape), {.book = rules});
   write_prices(prices, judge.data(), shape.known_days());
-  results.add(line_of(key_of(arm, effect.name, seed), outcome_of(options, judge)));
+  results.add(line_of(key_of(arm, effect.name, seed), outcome_of(options, judge, universe.oracle)));
 }
 
 int run(const std::string& arm, const fs::path& path, int seeds, std::int64_t backtests,
@@ -234,26 +186,6 @@ int run(const std::string& arm, const fs::path& path, int seeds, std::int64_t ba
   return 0;
 }
 
-// The prices that a run sees, all prices, and the oracle's daily PnL in sample.
-int export_universe(const std::string& name, std::uint64_t seed, const fs::path& folder) {
-  const auto effect = std::find_if(effects().begin(), effects().end(),
-                                   [&name](const Effect& known) { return known.name == name; });
-  if (effect == effects().end()) throw std::invalid_argument("there is no effect " + name);
-  const UniverseShape shape;
-  const BookRules rules = rules_of(SearchOptions());
-  const Judge judge(plant(*effect, seed, shape, rules), shape, rules);
-  fs::create_directories(folder);
-  write_prices(folder / "prices.csv", judge.data(), shape.known_days());
-  write_prices(folder / "all_prices.csv", judge.data(), shape.days());
-  std::ofstream oracle(folder / "oracle.csv");
-  oracle.precision(17);
-  for (const double pnl : judge.searched(judge.oracle()).net_returns)
-    oracle << pnl << '\n';
-  std::printf("%.4f,%.4f\n", sharpe_of(judge.searched(judge.oracle())),
-              sharpe_of(judge.fresh(judge.oracle())));
-  return oracle.flush() ? 0 : 1;
-}
-
 int main_of(const std::vector<std::string>& arguments) {
   const auto argument = [&arguments](std::size_t place, const char* fallback) {
     return place < arguments.size() ? arguments[place] : std::string(fallback);
@@ -262,13 +194,9 @@ int main_of(const std::vector<std::string>& arguments) {
     return run(arguments[1], arguments[2], std::stoi(argument(3, "20")),
                std::stoll(argument(4, "2048")), argument(5, ""));
   }
-  if (arguments.size() == 4 && arguments[0] == "export") {
-    return export_universe(arguments[1], std::stoull(arguments[2]), arguments[3]);
-  }
   std::fprintf(stderr,
                "usage: bench_search_quality run ARM[+SETTING=NUMBER...] RESULTS.csv [SEEDS] "
                "[BACKTESTS] [EFFECT]\n"
-               "       bench_search_quality export EFFECT SEED FOLDER\n"
                "ARM: %s\nSETTING: %s\n",
                arm_names().c_str(), setting_names().c_str());
   return 2;
@@ -278,10 +206,6 @@ int main_of(const std::vector<std::string>& arguments) {
 }  // namespace varnholt::embedded::search_quality
 
 int main(int count, char** arguments) {
-  try {
-    return varnholt::embedded::search_quality::main_of({arguments + 1, arguments + count});
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "bench_search_quality: %s\n", error.what());
-    return 1;
-  }
+  namespace quality = varnholt::embedded::search_quality;
+  return quality::run_program("bench_search_quality", quality::main_of, count, arguments);
 }

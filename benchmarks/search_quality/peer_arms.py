@@ -1,6 +1,6 @@
 """The searches that ours is compared with: gplearn, and a plain loop of DEAP.
 
-Each searches signals of the same features and functions for the greatest Sharpe ratio that the
+Each searches formulas of the same features, functions and windows for the greatest fitness that the
 judge tells, until the judge has no backtests left; where it has had its generations before, it
 begins anew. The settings follow what the documents of each library advise, with populations for
 some thousand backtests.
@@ -10,23 +10,14 @@ from __future__ import annotations
 
 import operator
 import random
-from collections.abc import Callable, Iterable
-from dataclasses import dataclass
+import re
+from collections.abc import Callable, Sequence
+from unittest import mock
 
 import numpy as np
 
-from panel_kernels import PLAIN, WINDOWED, WINDOWS, Panel
-from planted_market import Judge, Market
-
-
-@dataclass(frozen=True)
-class Search:
-    """What a search of a library leaves: its structures, and how to get the signal of one of its
-    programs on all days."""
-
-    structures: int
-    signal: Callable[[object], Panel]
-
+from formula_service import Vocabulary
+from peer_judge import Judge
 
 Progress = Callable[[], None]
 
@@ -50,90 +41,75 @@ GPLEARN_GENERATIONS = 20
 NO_FITNESS = -1e3
 
 
-def gplearn_functions(instruments: int) -> list[object]:
+def gplearn_functions(vocabulary: Vocabulary) -> list[object]:
     """Each function over time once for each window, because gplearn has no arguments that are no
     panels; the others as many times, so that each function is drawn as often as another."""
     from gplearn.functions import make_function
 
-    def made(name: str, panels: int, kernel: Callable[..., Panel]) -> object:
-        def one(x):
-            return kernel(x.reshape(-1, instruments)).ravel()
-
-        def two(x, y):
-            return kernel(x.reshape(-1, instruments), y.reshape(-1, instruments)).ravel()
-
-        # gplearn asks a function for finite answers to ten numbers. What is not known here is NaN,
-        # as the vocabulary has it, so a stand-in answers.
-        stand_in = (lambda x: x) if panels == 1 else (lambda x, y: x)
-        function = make_function(function=stand_in, name=name, arity=panels, wrap=False)
-        function.function = one if panels == 1 else two
-        return function
-
+    # gplearn asks a function for finite answers to ten numbers, so a stand-in answers. Programs are
+    # judged by their formulas, and no function is called.
+    stand_ins = {1: lambda x: x, 2: lambda x, y: x}
     functions = []
-    for name, (panels, kernel) in PLAIN.items():
-        functions += [made(name, panels, kernel)] * len(WINDOWS)
-    for name, (panels, kernel) in WINDOWED.items():
-        for window in WINDOWS:
-            if panels == 1:
-                fixed = lambda x, k=kernel, w=window: k(x, w)
-            else:
-                fixed = lambda x, y, k=kernel, w=window: k(x, y, w)
-            functions.append(made(f"{name}_{window}", panels, fixed))
+    for name, kind in vocabulary.functions.items():
+        for window in vocabulary.windows:
+            full_name = f"{name}_{window}" if kind.has_window else name
+            functions.append(
+                make_function(
+                    function=stand_ins[kind.panels], name=full_name, arity=kind.panels, wrap=False
+                )
+            )
     return functions
 
 
-def as_samples(features: dict[str, Panel]) -> np.ndarray:
-    """A row for each instrument of each day, a column for each feature."""
-    return np.asfortranarray(np.column_stack([panel.ravel() for panel in features.values()]))
+def gplearn_formula(nodes: Sequence[object], features: Sequence[str]) -> str:
+    """Of a program's nodes, each before its arguments: functions, and the numbers of features."""
+    from gplearn.functions import _Function
+
+    rest = iter(nodes)
+
+    def text() -> str:
+        node = next(rest)
+        if not isinstance(node, _Function):
+            return features[node]
+        arguments = [text() for _ in range(node.arity)]
+        name, window = re.fullmatch(r"(.*?)(?:_(\d+))?", node.name).groups()
+        return f"{name}({', '.join(arguments + ([window] if window else []))})"
+
+    return text()
 
 
-def search_with_gplearn(market: Market, judge: Judge, seed: int, progress: Progress) -> Search:
+def search_with_gplearn(
+    vocabulary: Vocabulary, judge: Judge, seed: int, progress: Progress
+) -> None:
+    from gplearn import genetic
     from gplearn.fitness import make_fitness
-    from gplearn.genetic import SymbolicRegressor
-    from sklearn import config_context
 
-    instruments = market.close.shape[1]
-    samples = as_samples(market.searched_features())
-    all_samples = as_samples(market.features)
-    nothing_to_fit = np.zeros(len(samples))
-    structures: set[str] = set()
+    class JudgedProgram(genetic._Program):
+        """Where gplearn runs a program and compares the outcome, this one tells its formula."""
 
-    # Programs are named by their place in the order of evaluation until gplearn shows them.
-    evaluated = 0
-    programs: list[object] = []
-
-    def judged(_y, signal, _weights):
-        nonlocal evaluated
-        fitness = judge.fitness(signal.reshape(-1, instruments), evaluated)
-        evaluated += 1
-        return NO_FITNESS if fitness is None else fitness
-
-    metric = make_fitness(function=lambda y, signal, w: 0.0, greater_is_better=True, wrap=False)
-    metric.function = judged
-    functions = gplearn_functions(instruments)
-    attempt = 0
-    while not judge.is_spent:
-        regressor = SymbolicRegressor(
-            function_set=functions, metric=metric, feature_names=list(market.features),
-            random_state=seed + 1_000_000 * attempt, stopping_criteria=np.inf, warm_start=True,
-            low_memory=True, **GPLEARN,
-        )
-        attempt += 1
-        for generation in range(1, GPLEARN_GENERATIONS + 1):
-            regressor.set_params(generations=generation)
-            # The features are not known on the first day.
-            with config_context(assume_finite=True):
-                regressor.fit(samples, nothing_to_fit)
-            # Each program of a generation is evaluated once, in this order.
-            programs += regressor._programs[-1]
-            structures.update(map(str, regressor._programs[-1]))
+        def raw_fitness(self, _x, _y, _weights) -> float:
+            fitness = judge.fitness(gplearn_formula(self.program, vocabulary.features))
             progress()
-            if judge.is_spent:
-                break
-    return Search(
-        len(structures),
-        lambda place: programs[place].execute(all_samples).reshape(-1, instruments),
-    )
+            return NO_FITNESS if fitness is None else fitness
+
+    # Says which fitness is the better one; nothing is predicted, so it is never called.
+    metric = make_fitness(function=lambda y, signal, w: 0.0, greater_is_better=True, wrap=False)
+    functions = gplearn_functions(vocabulary)
+    samples = np.zeros((2, len(vocabulary.features)))
+    attempt = 0
+    with mock.patch.object(genetic, "_Program", JudgedProgram):
+        while not judge.is_spent:
+            regressor = genetic.SymbolicRegressor(
+                function_set=functions, metric=metric, feature_names=list(vocabulary.features),
+                random_state=seed + 1_000_000 * attempt, stopping_criteria=np.inf,
+                warm_start=True, low_memory=True, **GPLEARN,
+            )
+            attempt += 1
+            for generation in range(1, GPLEARN_GENERATIONS + 1):
+                regressor.set_params(generations=generation)
+                regressor.fit(samples, np.zeros(len(samples)))
+                if judge.is_spent:
+                    break
 
 
 # --- DEAP.
@@ -160,19 +136,28 @@ class Spent(Exception):
     """There is no backtest left."""
 
 
-def deap_primitives(features: Iterable[str]):
+def no_kernel(*_arguments: object) -> None:
+    raise NotImplementedError("trees are judged by their formulas, and no function is called")
+
+
+def deap_primitives(vocabulary: Vocabulary, kernels: dict[str, Callable] | None = None):
+    """With kernels a tree can be compiled; without them it is nothing but its formula."""
     from deap import gp
 
-    names = list(features)
+    names = vocabulary.features
     primitives = gp.PrimitiveSetTyped("signal", [Series] * len(names), Series)
     primitives.renameArguments(**{f"ARG{i}": name for i, name in enumerate(names)})
-    for name, (panels, kernel) in PLAIN.items():
-        primitives.addPrimitive(kernel, [Series] * panels, Series, name=name)
-    for name, (panels, kernel) in WINDOWED.items():
-        primitives.addPrimitive(kernel, [Series] * panels + [Days], Series, name=name)
-    for window in WINDOWS:
+    for name, kind in vocabulary.functions.items():
+        taken = [Series] * kind.panels + [Days] * kind.has_window
+        kernel = kernels[name] if kernels else no_kernel
+        primitives.addPrimitive(kernel, taken, Series, name=name)
+    for window in vocabulary.windows:
         primitives.addTerminal(window, Days, name=f"days_{window}")
     return primitives
+
+
+def deap_formula(tree: object) -> str:
+    return re.sub(r"\bdays_(\d+)", r"\1", str(tree))
 
 
 def random_tree(pset, least: int, most: int, type_=None) -> list[object]:
@@ -212,22 +197,17 @@ def deap_toolbox(primitives, evaluate: Callable[[object], tuple[float]]):
     return toolbox
 
 
-def search_with_deap(market: Market, judge: Judge, seed: int, progress: Progress) -> Search:
-    from deap import algorithms, gp
-
-    primitives = deap_primitives(market.features)
-    searched = list(market.searched_features().values())
-    structures: set[str] = set()
+def search_with_deap(vocabulary: Vocabulary, judge: Judge, seed: int, progress: Progress) -> None:
+    from deap import algorithms
 
     def evaluate(tree) -> tuple[float]:
-        structures.add(str(tree))
-        fitness = judge.fitness(gp.compile(tree, primitives)(*searched), str(tree))
+        fitness = judge.fitness(deap_formula(tree))
         if fitness is None:
             raise Spent
         progress()
         return (fitness,)
 
-    toolbox = deap_toolbox(primitives, evaluate)
+    toolbox = deap_toolbox(deap_primitives(vocabulary), evaluate)
     random.seed(seed)  # DEAP draws from the generator of the module.
     try:
         while not judge.is_spent:
@@ -237,10 +217,6 @@ def search_with_deap(market: Market, judge: Judge, seed: int, progress: Progress
             )
     except Spent:
         pass
-    return Search(
-        len(structures),
-        lambda text: gp.compile(text, primitives)(*market.features.values()),
-    )
 
 
 ARMS = {"gplearn": search_with_gplearn, "deap": search_with_deap}

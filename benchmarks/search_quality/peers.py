@@ -1,14 +1,16 @@
 #!/usr/bin/env python3
-"""Adds to the results of bench_search_quality what other libraries find on the same markets.
+"""Adds to the results of the benchmarks what other libraries find on the same markets.
 
     python3 -m venv build/peers
     build/peers/bin/pip install -r benchmarks/search_quality/requirements.txt
     build/peers/bin/python benchmarks/search_quality/peers.py RESULTS.csv
+    build/peers/bin/python benchmarks/search_quality/peers.py REAL.csv --prices sp20=PRICES.csv
 
-Every search of a library gets as many backtests as one of ours; a signal that is, to the last bit,
-one that was there before costs none. RESULTS.csv is the file to which bench_search_quality writes,
-or another: lines that stand there already are passed over, so that the same command goes on where
-it was stopped. summary.py makes tables of it.
+The first form searches the planted markets, the second real prices, in the columns of
+bench_search_quality and of bench_real_prices. Every search of a library gets as many backtests as
+one of ours, by the same evaluator (bench_formula_service); a signal that is, to the last bit, one
+that was there before costs none. Lines that stand in the file already are passed over, so that the
+same command goes on where it was stopped. summary.py and real_summary.py make tables of it.
 """
 
 from __future__ import annotations
@@ -16,25 +18,29 @@ from __future__ import annotations
 import argparse
 import os
 import re
-import subprocess
 import sys
-import tempfile
 import time
-from collections.abc import Callable
+from collections.abc import Callable, Iterator
 from pathlib import Path
 
-import numpy as np
-
+from formula_service import PROGRAM, FormulaService, ServiceError, Sharpes
 from peer_arms import ARMS
-from planted_market import Judge, Market, MarketError, neutral_weights, read_market
+from peer_judge import Judge
 
 HEADER = (
     "arm,effect,seed,backtests,found_after,best_sharpe,best_fresh_sharpe,book_holdout_sharpe,"
     "book_fresh_sharpe,oracle_sharpe,oracle_fresh_sharpe,submitted,structures,behaviours"
 )
+REAL_HEADER = (
+    "arm,universe,seed,backtests,passed,submitted,best_sharpe,best_holdout_sharpe,book_sharpe,"
+    "book_holdout_sharpe,market_sharpe,market_holdout_sharpe"
+)
 HERE = Path(__file__).resolve().parent
-PROGRAM = HERE.parents[1] / "build" / "release" / "bin" / "bench_search_quality"
 SECONDS_BETWEEN_LINES = 10.0
+
+
+class PeerError(Exception):
+    """The peers cannot be run as asked."""
 
 
 def known_effects() -> list[str]:
@@ -42,20 +48,8 @@ def known_effects() -> list[str]:
     table = HERE / "planted_universe.cpp"
     names = re.findall(r'^ {4}\{"(\w+)", "', table.read_text(encoding="utf-8"), re.MULTILINE)
     if not names:
-        raise MarketError(f"{table} has no table of effects; name them with --effect")
+        raise PeerError(f"{table} has no table of effects; name them with --effect")
     return names
-
-
-def exported(program: Path, effect: str, seed: int) -> Market:
-    with tempfile.TemporaryDirectory(prefix="peers-") as folder:
-        told = subprocess.run(
-            [str(program), "export", effect, str(seed), folder],
-            stdout=subprocess.PIPE, text=True, check=False,
-        )
-        if told.returncode != 0:
-            raise MarketError(f"{program} could not export {effect} with seed {seed}")
-        searched, fresh = (float(part) for part in told.stdout.strip().split(","))
-        return read_market(Path(folder), (searched, fresh))
 
 
 def telling(what: str, judge: Judge, backtests: int) -> Callable[[], None]:
@@ -78,75 +72,105 @@ def telling(what: str, judge: Judge, backtests: int) -> Callable[[], None]:
     return tell
 
 
-def results_of(arm: str, market: Market, seed: int, backtests: int, what: str) -> list[str]:
+def figures(*numbers: float) -> list[str]:
+    return [f"{number:.4f}" for number in numbers]
+
+
+def columns_of(service: FormulaService, judge: Judge) -> list[str]:
     """The columns after the seed."""
-    judge = Judge(market, backtests)
-    search = ARMS[arm](market, judge, seed, telling(what, judge, backtests))
-    best, book = judge.best(), judge.book()
-    best_sharpe = best_fresh = book_holdout = book_fresh = 0.0
-    if best is not None:
-        best_sharpe = best.sharpe
-        best_fresh = market.later_sharpes(neutral_weights(search.signal(best.program)))[1]
-        weights = [neutral_weights(search.signal(member.program)) for member in book]
-        book_holdout, book_fresh = market.later_sharpes(np.mean(weights, axis=0))
-    figures = (
-        best_sharpe, best_fresh, book_holdout, book_fresh, market.oracle_sharpe,
-        market.oracle_fresh_sharpe,
-    )
+    nothing = Sharpes(0.0, 0.0, 0.0)  # What is held, and earned, without a signal.
+    members, one = judge.book(), judge.best()
+    best = nothing if one is None else service.book([one.formula])
+    book = service.book([member.formula for member in members]) if members else nothing
+    if service.oracle is None:
+        return [
+            str(judge.backtests), str(len(judge.passed)), str(len(members)),
+            *figures(
+                best.sharpe, best.holdout_sharpe, book.sharpe, book.holdout_sharpe,
+                service.market.sharpe, service.market.holdout_sharpe,
+            ),
+        ]
     return [
         str(judge.backtests),
         "" if judge.found_after is None else str(judge.found_after),
-        *(f"{figure:.4f}" for figure in figures),
-        *map(str, (len(book), search.structures, judge.behaviours)),
+        *figures(
+            best.sharpe, best.later_sharpe, book.holdout_sharpe, book.later_sharpe,
+            service.oracle.sharpe, service.oracle.later_sharpe,
+        ),
+        *map(str, (len(members), judge.structures, judge.behaviours)),
     ]
 
 
-def keys_in(results: Path) -> set[tuple[str, ...]]:
+def keys_in(results: Path, header: str) -> set[tuple[str, ...]]:
     if not results.exists():
         return set()
     lines = results.read_text(encoding="utf-8").splitlines()
-    if lines and lines[0] != HEADER:
-        raise MarketError(f"{results}: the first line is not {HEADER}; name another file")
+    if lines and lines[0] != header:
+        raise PeerError(f"{results}: the first line is not {header}; name another file")
     return {tuple(line.split(",")[:3]) for line in lines[1:]}
 
 
-def add_line(results: Path, line: str) -> None:
+def add_line(results: Path, header: str, line: str) -> None:
     is_new = not results.exists()
     with results.open("a", encoding="utf-8") as file:
-        file.write((HEADER + "\n" if is_new else "") + line + "\n")
+        file.write((header + "\n" if is_new else "") + line + "\n")
         file.flush()
         os.fsync(file.fileno())
 
 
-def run(options: argparse.Namespace) -> None:
-    done = keys_in(options.results)
+def searches(options: argparse.Namespace) -> Iterator[tuple[str, int, tuple[str, ...]]]:
+    """Name and seed of each, and what the service is told of its market."""
     for seed in range(1, options.seeds + 1):
+        if options.prices:
+            for name, path in options.prices:
+                yield name, seed, ("prices", path)
+            continue
         for effect in options.effect or known_effects():
-            missing = [arm for arm in options.arm if (arm, effect, str(seed)) not in done]
-            if not missing:
-                continue
-            market = exported(options.program, effect, seed)
+            yield effect, seed, ("planted", effect, str(seed))
+
+
+def run(options: argparse.Namespace) -> None:
+    header = REAL_HEADER if options.prices else HEADER
+    done = keys_in(options.results, header)
+    for name, seed, market in searches(options):
+        missing = [arm for arm in options.arm if (arm, name, str(seed)) not in done]
+        if not missing:
+            continue
+        with FormulaService(*market, program=options.service) as service:
             for arm in missing:
-                key = (arm, effect, str(seed))
-                columns = results_of(arm, market, seed, options.backtests, " ".join(key))
-                line = ",".join((*key, *columns))
-                add_line(options.results, line)
+                key = (arm, name, str(seed))
+                judge = Judge(service, options.backtests)
+                progress = telling(" ".join(key), judge, options.backtests)
+                ARMS[arm](service.vocabulary, judge, seed, progress)
+                line = ",".join((*key, *columns_of(service, judge)))
+                add_line(options.results, header, line)
                 print(line, flush=True)
 
 
+def named_prices(text: str) -> tuple[str, str]:
+    name, equals, path = text.partition("=")
+    if not (name and equals and path) or "," in name:
+        raise argparse.ArgumentTypeError(f"{text!r} is not NAME=FILE")
+    return name, path
+
+
 def main(arguments: list[str] | None = None) -> int:
-    parser = argparse.ArgumentParser(description="Let other libraries search planted markets.")
+    parser = argparse.ArgumentParser(description="Let other libraries search the same markets.")
     parser.add_argument("results", type=Path, help="the CSV to which a line a search is added")
     parser.add_argument("--arm", action="append", choices=sorted(ARMS), help="default: all")
     parser.add_argument("--effect", action="append", help="default: all that are planted")
+    parser.add_argument(
+        "--prices", action="append", type=named_prices, metavar="NAME=FILE",
+        help="search these prices in place of planted markets",
+    )
     parser.add_argument("--seeds", type=int, default=20, help="from 1 to this; default: 20")
     parser.add_argument("--backtests", type=int, default=2048, help="a search; default: 2048")
-    parser.add_argument("--program", type=Path, default=PROGRAM, help="bench_search_quality")
+    parser.add_argument("--service", type=Path, default=PROGRAM, help="bench_formula_service")
     options = parser.parse_args(arguments)
     options.arm = options.arm or list(ARMS)
     try:
         run(options)
-    except (MarketError, OSError) as error:
+    except (PeerError, ServiceError, OSError) as error:
         print(f"peers: {error}", file=sys.stderr)
         return 1
     except ImportError as error:

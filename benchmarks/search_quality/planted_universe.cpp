@@ -1,9 +1,11 @@
 #include "benchmarks/search_quality/planted_universe.hpp"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cmath>
 #include <random>
+#include <stdexcept>
 #include <string>
 
 #include "hosts/embedded/backtest/evaluator.hpp"
@@ -114,6 +116,13 @@ Panel scaled(const Panel& signal) {
 
 std::span<const Effect> effects() {
   return kEffects;
+}
+
+const Effect& effect_of(std::string_view name) {
+  const auto effect = std::find_if(effects().begin(), effects().end(),
+                                   [&name](const Effect& known) { return known.name == name; });
+  if (effect != effects().end()) return *effect;
+  throw std::invalid_argument("there is no effect " + std::string(name));
 }
 
 Universe plant(const Effect& effect, std::uint64_t seed, const UniverseShape& shape,

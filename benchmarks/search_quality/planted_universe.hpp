@@ -25,6 +25,8 @@ struct Effect {
   bool is_neutral;           // Has no net exposure by itself, whatever the rules.
 };
 [[nodiscard]] std::span<const Effect> effects();
+// Throws std::invalid_argument for a name that none of them has.
+[[nodiscard]] const Effect& effect_of(std::string_view name);
 
 struct UniverseShape {
   Eigen::Index instruments = 60;

@@ -1,4 +1,4 @@
-"""What other searches are given in the benchmark is what the program computes.
+"""What other libraries are given in benchmarks is what the program computes.
 
 The kernels of benchmarks/search_quality stand beside `eval --values` on prices with gaps, the
 weights beside `--weights`, and the figures of the backtest beside those of `eval` on whole prices.
@@ -18,8 +18,8 @@ from program import call, events
 
 sys.path.insert(0, str(Path(__file__).parents[2] / "benchmarks" / "search_quality"))
 
+import panel_backtest  # noqa: E402
 import panel_kernels  # noqa: E402
-import planted_market  # noqa: E402
 
 DAYS = 260
 COLUMNS = ("open", "high", "low", "close", "volume")
@@ -136,25 +136,25 @@ def test_weights_and_figures_are_the_programs(tmp_path: Path):
     path = write_prices(tmp_path / "prices.csv", with_gaps=False)
     features = panel_kernels.features_of(columns_of(path))
     formula = "-1 * ts_mean(returns, 5)"
-    weights = planted_market.neutral_weights(-KERNELS["ts_mean"](features["returns"], 5))
+    weights = panel_backtest.neutral_weights(-KERNELS["ts_mean"](features["returns"], 5))
     numpy.testing.assert_allclose(
         weights, asked(path, [formula], "weights")[formula], rtol=1e-9, atol=1e-12
     )
     (told,) = events(
         call("eval", formula, "--prices", path, "--neutralize", "market", "--json").stdout
     )
-    searched = DAYS - round(planted_market.HOLDOUT_SHARE * DAYS)
-    tested = planted_market.backtest(weights[:searched], features["close"][:searched])
+    searched = DAYS - round(panel_backtest.HOLDOUT_SHARE * DAYS)
+    tested = panel_backtest.backtest(weights[:searched], features["close"][:searched])
     figures = told["statistics"]["in_sample"]
     assert tested.sharpe() == pytest.approx(figures["sharpe"], rel=1e-9)
-    assert planted_market.sharpe_of(tested.gross) == pytest.approx(
+    assert panel_backtest.sharpe_of(tested.gross) == pytest.approx(
         figures["gross_returns_sharpe"], rel=1e-9
     )
     assert tested.traded.mean() == pytest.approx(figures["turnover"], rel=1e-9)
     gross_exposure = numpy.abs(tested.held).sum(axis=1).mean()
     assert gross_exposure == pytest.approx(figures["abs_weight_sum_mean"], rel=1e-9)
-    held_out = planted_market.backtest(weights, features["close"]).net[searched - 1 :]
-    assert planted_market.sharpe_of(held_out) == pytest.approx(
+    held_out = panel_backtest.backtest(weights, features["close"]).net[searched - 1 :]
+    assert panel_backtest.sharpe_of(held_out) == pytest.approx(
         told["statistics"]["holdout"]["sharpe"], rel=1e-9
     )
     assert tested.passes() == told["passes"]
@@ -164,12 +164,12 @@ def test_the_gates_are_the_programs_defaults(tmp_path: Path):
     path = write_prices(tmp_path / "prices.csv", with_gaps=False)
     (told,) = events(call("eval", "-returns", "--prices", path, "--json").stdout)
     thresholds = {gate["reason"]: gate["threshold"] for gate in told["gates"]}
-    searched = DAYS - round(planted_market.HOLDOUT_SHARE * DAYS)
-    assert thresholds["sharpe_min"] == pytest.approx(planted_market.least_sharpe(searched))
+    searched = DAYS - round(panel_backtest.HOLDOUT_SHARE * DAYS)
+    assert thresholds["sharpe_min"] == pytest.approx(panel_backtest.least_sharpe(searched))
     assert {
-        "gross_returns_sharpe_below_min": planted_market.LEAST_GROSS_SHARPE,
-        "turnover_max": planted_market.MOST_TURNOVER,
-        "max_weight_max": planted_market.MOST_WEIGHT,
-        "delta_exposure_max": planted_market.MOST_NET_EXPOSURE,
-        "abs_weight_sum_mean_below_min": planted_market.LEAST_GROSS_EXPOSURE,
+        "gross_returns_sharpe_below_min": panel_backtest.LEAST_GROSS_SHARPE,
+        "turnover_max": panel_backtest.MOST_TURNOVER,
+        "max_weight_max": panel_backtest.MOST_WEIGHT,
+        "delta_exposure_max": panel_backtest.MOST_NET_EXPOSURE,
+        "abs_weight_sum_mean_below_min": panel_backtest.LEAST_GROSS_EXPOSURE,
     }.items() <= thresholds.items()
