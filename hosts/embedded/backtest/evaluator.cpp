@@ -137,28 +137,23 @@ Expression Evaluator::compile(const genetic::Value& graph) const {
 }
 
 Evaluation Evaluator::evaluate(const Expression& expression, const SharedPanels* shared) const {
-  return evaluate_weights(expression.shape, weights(signal(expression, shared)));
-}
-
-Evaluation Evaluator::evaluate_weights(const GraphShape& shape, Panel weights) const {
   Evaluation result;
-  result.shape = shape;
-  result.weights = std::move(weights);
+  result.shape = expression.shape;
+  result.weights = weights(signal(expression, shared));
   result.backtest = backtest_weights(result.weights, close(), options_.book);
   return result;
 }
 
-Evaluation Evaluator::judge(const Expression& expression, const SharedPanels* shared) const {
-  return judge_weights(expression.shape, weights(signal(expression, shared)));
+BacktestResult Evaluator::judge(const Expression& expression, const SharedPanels* shared) const {
+  return judge_weights(weights(signal(expression, shared)));
 }
 
-Evaluation Evaluator::judge_weights(const GraphShape& shape, Panel weights) const {
-  Evaluation result = evaluate_weights(shape, std::move(weights));
-  const bool loses = result.backtest.statistics.gross_returns_sharpe < 0.0;
+BacktestResult Evaluator::judge_weights(const Panel& weights) const {
+  BacktestResult result = backtest_weights(weights, close(), options_.book);
+  const bool loses = result.statistics.gross_returns_sharpe < 0.0;
   if (!options_.judges_both_signs || !loses) return result;
-  result.weights = -result.weights;
-  result.backtest = backtest_weights(result.weights, close(), options_.book);
-  result.backtest.statistics.orientation = -1;
+  result = opposite_backtest(result, options_.book);
+  result.statistics.orientation = -1;
   return result;
 }
 

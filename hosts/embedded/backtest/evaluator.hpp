@@ -70,20 +70,18 @@ class Evaluator {
   [[nodiscard]] Evaluation evaluate(const Expression& expression,
                                     const SharedPanels* shared = nullptr) const;
 
-  // The same as a search judges it: where the options want both signs and the signal loses before
-  // costs, its opposite is evaluated, at the price of the backtest alone, and the statistics say
-  // so. What earns with one sign loses with the other, so that nobody has to try both.
-  [[nodiscard]] Evaluation judge(const Expression& expression,
-                                 const SharedPanels* shared = nullptr) const;
+  // The backtest as a search judges it: where the options want both signs and the signal loses
+  // before costs, it is that of the opposite, and the statistics say so. What earns with one sign
+  // loses with the other, so that nobody has to try both.
+  [[nodiscard]] BacktestResult judge(const Expression& expression,
+                                     const SharedPanels* shared = nullptr) const;
   // The second half of that, for who looks at the weights before.
-  [[nodiscard]] Evaluation judge_weights(const GraphShape& shape, Panel weights) const;
-  [[nodiscard]] Evaluation judge(const genetic::Value& graph) const {
+  [[nodiscard]] BacktestResult judge_weights(const Panel& weights) const;
+  [[nodiscard]] BacktestResult judge(const genetic::Value& graph) const {
     return judge(compile(graph));
   }
 
  private:
-  [[nodiscard]] Evaluation evaluate_weights(const GraphShape& shape, Panel weights) const;
-
   FeaturePanels features_;
   EvaluatorOptions options_;
 };

@@ -168,28 +168,37 @@ void check_days(HoldingDays held, Eigen::Index price_days) {
                               std::to_string(most) + "; ask for days within it");
 }
 
-BacktestResult result_of(DailySums sums, const BookRules& rules) {
-  BacktestResult result;
-  result.net_returns = sums.gross_return - rules.cost_basis_points / 10'000.0 * sums.traded;
-
+// All but what is of single positions: the greatest weight, and the missing returns.
+void set_figures_of_series(BacktestResult& result, const BookRules& rules) {
   BacktestStatistics& statistics = result.statistics;
   statistics.sharpe = annualised_sharpe(result.net_returns, rules.periods_per_year);
-  statistics.gross_returns_sharpe = annualised_sharpe(sums.gross_return, rules.periods_per_year);
+  statistics.gross_returns_sharpe = annualised_sharpe(result.gross_returns, rules.periods_per_year);
   statistics.annualized_returns = rules.periods_per_year * mean_of(result.net_returns);
-  statistics.turnover = mean_of(sums.traded);
+  statistics.turnover = mean_of(result.traded);
   statistics.drawdown = deepest_fall(result.net_returns);
-  statistics.max_weight = sums.max_weight.size() == 0 ? 0.0 : sums.max_weight.maxCoeff();
-  statistics.delta_exposure = mean_of(sums.net_exposure.abs());
-  statistics.abs_weight_sum_mean = mean_of(sums.gross_exposure);
+  statistics.delta_exposure = mean_of(result.net_exposure.abs());
+  statistics.abs_weight_sum_mean = mean_of(result.gross_exposure);
   statistics.quality_score =
       statistics.sharpe - statistics.drawdown - kTurnoverPenalty * statistics.turnover;
-  statistics.holding_days = sums.gross_return.size();
-  statistics.active_days = (sums.gross_exposure > 0.0).count();
-  statistics.missing_return_count = static_cast<std::int64_t>(sums.missing_returns.sum());
+  statistics.holding_days = result.gross_returns.size();
+  statistics.active_days = (result.gross_exposure > 0.0).count();
+}
+
+Eigen::ArrayXd after_costs(const BacktestResult& result, const BookRules& rules) {
+  return result.gross_returns - rules.cost_basis_points / 10'000.0 * result.traded;
+}
+
+BacktestResult result_of(DailySums sums, const BookRules& rules) {
+  BacktestResult result;
   result.gross_returns = std::move(sums.gross_return);
   result.traded = std::move(sums.traded);
   result.net_exposure = std::move(sums.net_exposure);
   result.gross_exposure = std::move(sums.gross_exposure);
+  result.net_returns = after_costs(result, rules);
+  BacktestStatistics& statistics = result.statistics;
+  statistics.max_weight = sums.max_weight.size() == 0 ? 0.0 : sums.max_weight.maxCoeff();
+  statistics.missing_return_count = static_cast<std::int64_t>(sums.missing_returns.sum());
+  set_figures_of_series(result, rules);
   return result;
 }
 
@@ -222,6 +231,18 @@ BacktestResult backtest_holding_days(const Panel& weights, const Panel& close,
       std::max<Eigen::Index>(first_day + day_count - rules.delay_days, first_row);
   check_finite(weights, first_row, end_row - first_row);
   return result_of(daily_sums(weights, close, rules, held), rules);
+}
+
+// Every position has the other sign, and so has what it earns and every sum of that: rounding knows
+// no sign. What is traded and held has the same size, and costs the same.
+BacktestResult opposite_backtest(const BacktestResult& result, const BookRules& rules) {
+  BacktestResult opposite = result;
+  // Taken from zero: a sum of nothing is 0, never -0.
+  opposite.gross_returns = 0.0 - result.gross_returns;
+  opposite.net_exposure = 0.0 - result.net_exposure;
+  opposite.net_returns = after_costs(opposite, rules);
+  set_figures_of_series(opposite, rules);
+  return opposite;
 }
 
 }  // namespace varnholt::embedded

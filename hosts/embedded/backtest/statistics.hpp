@@ -109,4 +109,9 @@ struct BacktestResult {
                                                    const BookRules& rules, Eigen::Index first_day,
                                                    Eigen::Index day_count);
 
+// What the opposite of the weights would have earned whose backtest is given, by the same rules: to
+// the last bit what its own backtest says, and made of the series alone.
+[[nodiscard]] BacktestResult opposite_backtest(const BacktestResult& result,
+                                               const BookRules& rules);
+
 }  // namespace varnholt::embedded

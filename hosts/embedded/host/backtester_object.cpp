@@ -31,7 +31,7 @@ Value backtest_with_pnl(const Value& backtester, const Value& graph) {
     throw genetic::TypeError("a value of type '" + genetic::type_name(backtester) +
                              "' is no backtester");
   }
-  const BacktestResult backtest = object->evaluator().judge(graph).backtest;
+  const BacktestResult backtest = object->evaluator().judge(graph);
   return genetic::make_object<StatisticsObject>(backtest.statistics, backtest.net_returns);
 }
 

@@ -247,7 +247,7 @@ EmbeddedContext::Backtested EmbeddedContext::backtest(const Value& graph) {
     announce_backtest();
     attempt_evidence_ = Mapping{{keys::kBacktestStarted, true}, {keys::kBacktestCompleted, false}};
     const BacktestStopwatch stopwatch(clock_, process_.role.identity());
-    Panel weights = evaluator_.weights(evaluator_.signal(expression, &shared_));
+    const Panel weights = evaluator_.weights(evaluator_.signal(expression, &shared_));
     Backtested backtested;
     if (settings_.behaviours != nullptr) {
       backtested.fingerprint =
@@ -255,7 +255,7 @@ EmbeddedContext::Backtested EmbeddedContext::backtest(const Value& graph) {
       backtested.repeated = settings_.behaviours->find(backtested.fingerprint);
       if (backtested.repeated) return backtested;
     }
-    backtested.result = evaluator_.judge_weights(expression.shape, std::move(weights)).backtest;
+    backtested.result = evaluator_.judge_weights(weights);
     backtested.timing = stopwatch.timing(graph);
     return backtested;
   } catch (const std::bad_alloc&) {

@@ -9,11 +9,6 @@
 namespace varnholt::embedded {
 namespace {
 
-// Panels from this size on are worth their own memory; an expression has so many at a time at most,
-// but for rare ones.
-constexpr std::size_t kLargePanelBytes = std::size_t{1} << 20;
-constexpr std::size_t kKeptPanels = 16;
-
 genetic::Value no_marker() {
   return genetic::callable_value(genetic::make_callable(
       [](std::span<const genetic::Value>, const genetic::Mapping&) { return genetic::Value(); }));
@@ -30,8 +25,7 @@ ProcessSide::ProcessSide(SystemCalls& system, double default_timeout_seconds, Is
           [this] {
             if (!role.is_child()) {
               role.enter_child();
-              // Small panels lie in the heap as it is.
-              if (panel_bytes >= kLargePanelBytes) keep_freed_memory(kKeptPanels * panel_bytes);
+              keep_freed_panels(panel_bytes);
             }
             // Once more for each candidate: what the one before has left is not its own.
             timings.recorded().enter_process(role.identity());

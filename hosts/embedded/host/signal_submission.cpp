@@ -107,7 +107,7 @@ bool SignalSubmission::enqueue(const Mapping& payload) {
     const StatisticsObject& object = *statistics_object(known->second);
     return queue_.enqueue(as_judged(payload, object.statistics()), required_pnl(known->second));
   }
-  const BacktestResult backtest = evaluator_.judge(payload.get(keys::kGraph)).backtest;
+  const BacktestResult backtest = evaluator_.judge(payload.get(keys::kGraph));
   return queue_.enqueue(as_judged(payload, backtest.statistics), backtest.net_returns);
 }
 

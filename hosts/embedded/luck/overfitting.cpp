@@ -57,6 +57,13 @@ double place_of(const ArrayXd& values, Index trial) {
   return below + (equal + 1.0) / 2.0;
 }
 
+// Whether the trial that is best on the one side is no better than the middle on the other.
+bool is_overfitted(const ArrayXd& chosen_on, const ArrayXd& seen_on) {
+  Index best = 0;
+  chosen_on.maxCoeff(&best);
+  return place_of(seen_on, best) <= static_cast<double>(seen_on.size() + 1) / 2.0;
+}
+
 }  // namespace
 
 std::optional<double> overfitting_probability(const ArrayXXd& returns) {
@@ -64,15 +71,16 @@ std::optional<double> overfitting_probability(const ArrayXXd& returns) {
   if (returns.cols() < 2 || days < 2) return std::nullopt;
   const BlockSums blocks = block_sums(returns, days);
   constexpr std::uint32_t kAll = (1U << kOverfittingBlocks) - 1U;
-  const double middle = static_cast<double>(returns.cols() + 1) / 2.0;
   std::int64_t ways = 0;
   std::int64_t overfitted = 0;
-  for (std::uint32_t side = 0; side <= kAll; ++side) {
+  // Two sides are two ways, one to choose on each of them.
+  for (std::uint32_t side = 0; side < kAll - side; ++side) {
     if (std::popcount(side) != kOverfittingBlocks / 2) continue;
-    Index best = 0;
-    sharpes(blocks, side, days).maxCoeff(&best);
-    ++ways;
-    if (place_of(sharpes(blocks, kAll & ~side, days), best) <= middle) ++overfitted;
+    const ArrayXd here = sharpes(blocks, side, days);
+    const ArrayXd there = sharpes(blocks, kAll - side, days);
+    ways += 2;
+    overfitted += is_overfitted(here, there) ? 1 : 0;
+    overfitted += is_overfitted(there, here) ? 1 : 0;
   }
   return static_cast<double>(overfitted) / static_cast<double>(ways);
 }

@@ -71,7 +71,7 @@ Replay replay_attempt(const AttemptRecord& attempt, const RunRecord& run,
   std::optional<Mapping> statistics;
   const auto begin = Clock::now();
   try {
-    statistics = statistics_mapping(evaluator.judge(graph).backtest.statistics);
+    statistics = statistics_mapping(evaluator.judge(graph).statistics);
   } catch (const std::exception& error) {
     // What a backtest fails with is what the replay has to tell.
     replay.failure = error.what();

@@ -9,6 +9,7 @@
 #include "hosts/embedded/host/worker_count.hpp"
 #include "hosts/embedded/pool/fork_pool.hpp"
 #include "hosts/embedded/system/machine_limits.hpp"
+#include "hosts/embedded/system/memory_advice.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -73,7 +74,13 @@ void ReportWorkers::run(std::size_t items, const Work& work, const Taker& take) 
   callbacks.completed_callback = [&results](const PoolOutcome& outcome) {
     if (outcome.status == PoolStatus::Completed) results.add(outcome.index, outcome.payload);
   };
-  static_cast<void>(ForkPool(system_, pool_config(settings_, items)).run(items, work, callbacks));
+  bool is_prepared = false;  // In the memory of a worker, which begins as it is here.
+  const Work in_worker = [&](const WorkItem& item) {
+    if (!std::exchange(is_prepared, true)) keep_freed_panels(settings_.panel_bytes);
+    return work(item);
+  };
+  const ForkPool pool(system_, pool_config(settings_, items));
+  static_cast<void>(pool.run(items, in_worker, callbacks));
   for (std::size_t index = 0; index < items; ++index) {
     if (!results.is_missing(index)) continue;
     if (is_cut()) {

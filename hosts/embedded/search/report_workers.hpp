@@ -21,6 +21,8 @@ class ReportWorkers {
   struct Settings {
     int jobs = 1;
     std::optional<int> nice = {};
+    // Of one panel that the work computes with; 0 where it computes with none.
+    std::size_t panel_bytes = 0;
   };
   using Taker = std::function<void(std::size_t index, const std::string& result)>;
 

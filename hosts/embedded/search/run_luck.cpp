@@ -7,7 +7,6 @@
 #include <string>
 #include <utility>
 
-#include "hosts/embedded/backtest/out_of_sample.hpp"
 #include "hosts/embedded/host/json_value.hpp"
 #include "hosts/embedded/host/value_wire.hpp"
 #include "hosts/embedded/luck/overfitting.hpp"
@@ -32,6 +31,10 @@ std::vector<TrialRecord> sample_of(const std::vector<TrialRecord>& trials) {
   return sample;
 }
 
+Eigen::Index holding_days(const Evaluator& evaluator) {
+  return evaluator.close().rows() - 1;
+}
+
 // The graph of each, as it is stored. In a worker the store is out of reach.
 std::vector<std::string> graphs_of(RunStore& store, const std::vector<TrialRecord>& trials) {
   std::vector<std::string> graphs;
@@ -43,13 +46,10 @@ std::vector<std::string> graphs_of(RunStore& store, const std::vector<TrialRecor
   return graphs;
 }
 
-// The bytes of the daily PnL in sample; none for a trial that cannot be evaluated any more.
-std::string pnl_of(const std::string& graph_json, const Evaluator& evaluator, const EraPlan& plan) {
+// The bytes of the daily PnL; none for a trial that cannot be evaluated any more.
+std::string pnl_of(const std::string& graph_json, const Evaluator& evaluator) {
   try {
-    const Value graph = read_json(graph_json);
-    const Panel weights = evaluator.weights(evaluator.signal(evaluator.compile(graph)));
-    return number_bytes(
-        in_sample_backtest(weights, evaluator.close(), evaluator.options().book, plan).net_returns);
+    return number_bytes(evaluator.evaluate(read_json(graph_json)).backtest.net_returns);
   } catch (const genetic::ValueError&) {
     // Its text is damaged, or it is of an earlier run that had other columns or limits.
     return {};
@@ -58,16 +58,16 @@ std::string pnl_of(const std::string& graph_json, const Evaluator& evaluator, co
 
 // A column for each trial of the sample that could be evaluated, in their order.
 ArrayXXd sampled_pnl(RunStore& store, const std::vector<TrialRecord>& trials,
-                     const Evaluator& evaluator, const EraPlan& plan, ReportWorkers& workers) {
+                     const Evaluator& evaluator, ReportWorkers& workers) {
   const std::vector<std::string> graphs = graphs_of(store, sample_of(trials));
-  ArrayXXd returns(plan.seen_days() - 1, static_cast<Eigen::Index>(graphs.size()));
+  ArrayXXd returns(holding_days(evaluator), static_cast<Eigen::Index>(graphs.size()));
   Eigen::Index columns = 0;
   const auto take = [&](std::size_t /*index*/, const std::string& pnl) {
     if (!pnl.empty()) returns.col(columns++) = numbers_from(pnl);
   };
   workers.run(
-      graphs.size(),
-      [&](const WorkItem& item) { return pnl_of(graphs[item.index], evaluator, plan); }, take);
+      graphs.size(), [&](const WorkItem& item) { return pnl_of(graphs[item.index], evaluator); },
+      take);
   return returns.leftCols(columns);
 }
 
@@ -113,13 +113,12 @@ std::int64_t sides_judged(const Evaluator& evaluator) {
 }
 
 RunLuck measure_luck(RunStore& store, std::int64_t run, const Evaluator& evaluator,
-                     const EraPlan& plan, const std::vector<SubmittedSignal>& signals,
-                     ReportWorkers& workers) {
+                     const std::vector<SubmittedSignal>& signals, ReportWorkers& workers) {
   const double year = std::sqrt(evaluator.options().book.periods_per_year);
   const std::vector<TrialRecord> trials = store.trials(run);
-  const ArrayXXd sample = sampled_pnl(store, trials, evaluator, plan, workers);
+  const ArrayXXd sample = sampled_pnl(store, trials, evaluator, workers);
   RunLuck luck;
-  luck.spread = spread_without_skill(plan.seen_days() - 1);
+  luck.spread = spread_without_skill(holding_days(evaluator));
   luck.drawn = spread_of_drawn(drawn_sharpes(trials, year));
   luck.spread.trials = luck.drawn.trials = static_cast<std::int64_t>(trials.size());
   luck.spread.independent = luck.drawn.independent =

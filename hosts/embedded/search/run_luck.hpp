@@ -7,7 +7,6 @@
 #include "hosts/embedded/backtest/evaluator.hpp"
 #include "hosts/embedded/host/search_events.hpp"
 #include "hosts/embedded/luck/verdict.hpp"
-#include "hosts/embedded/market/eras.hpp"
 #include "hosts/embedded/search/report_workers.hpp"
 #include "hosts/embedded/store/run_store.hpp"
 
@@ -22,12 +21,11 @@ inline constexpr std::size_t kSampledTrials = 128;
 [[nodiscard]] std::int64_t sides_judged(const Evaluator& evaluator);
 
 // The trials are those that the store has of these prices, the ones of earlier runs included.
-// `evaluator` is over the whole history that `plan` splits, of which the days in sample are looked
-// at. The verdict is stored, with the deflated Sharpe ratio of each signal whose hold-out was
-// evaluated. The workers do the backtests; where they are cut short, fewer trials are sampled;
-// without any, all count as independent.
+// `evaluator` is over the days in sample. The verdict is stored, with the deflated Sharpe ratio of
+// each signal whose hold-out was evaluated. The workers do the backtests; where they are cut short,
+// fewer trials are sampled; without any, all count as independent.
 [[nodiscard]] RunLuck measure_luck(RunStore& store, std::int64_t run, const Evaluator& evaluator,
-                                   const EraPlan& plan, const std::vector<SubmittedSignal>& signals,
+                                   const std::vector<SubmittedSignal>& signals,
                                    ReportWorkers& workers);
 
 }  // namespace varnholt::embedded

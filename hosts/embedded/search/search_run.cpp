@@ -287,9 +287,11 @@ SearchSummary run_search(const SearchOptions& options, SearchObserver& observer,
   const auto is_cut = [&stop, before = static_cast<int>(interrupt.requests)] {
     return stop->ends_report(before);
   };
-  ReportWorkers workers(setup.system(), {setup.jobs(), options.worker_nice}, is_cut);
+  ReportWorkers workers(setup.system(),
+                        {setup.jobs(), options.worker_nice, setup.process().panel_bytes}, is_cut);
   summary.submitted = report_submitted_signals(*store, summary.run_id, whole, taker, workers);
-  summary.luck = measure_luck(*store, summary.run_id, whole, data.plan, summary.submitted, workers);
+  summary.luck =
+      measure_luck(*store, summary.run_id, setup.evaluator(), summary.submitted, workers);
   if (!summary.submitted.empty()) store->record_price_days(summary.run_id, date_texts(dates));
   const std::vector<std::string> completed = complete_holdouts(*store, pool, whole, taker, workers);
   summary.completed_holdouts = std::ssize(completed);

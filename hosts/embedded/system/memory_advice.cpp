@@ -21,6 +21,11 @@ namespace {
 
 constexpr std::size_t kBytesInKilobyte = 1024;
 
+// Panels from this size on are worth their own memory; an expression has so many at a time at most,
+// but for rare ones.
+constexpr std::size_t kLargePanelBytes = std::size_t{1} << 20;
+constexpr std::size_t kKeptPanels = 16;
+
 struct Block {
   void* begin = nullptr;
   std::size_t bytes = 0;
@@ -111,6 +116,10 @@ void keep_freed_memory(std::size_t bytes) {
     advise(whole_pages(room, bytes, page), MADV_HUGEPAGE);
   }
   std::free(room);
+}
+
+void keep_freed_panels(std::size_t panel_bytes) {
+  if (panel_bytes >= kLargePanelBytes) keep_freed_memory(kKeptPanels * panel_bytes);
 }
 
 LargePages read_large_pages(const std::string& proc, const std::string& settings) {

@@ -35,6 +35,10 @@ void give_back_free_memory();
 // each large block is mapped anew, and taken page by page.
 void keep_freed_memory(std::size_t bytes);
 
+// The same for a worker that computes with panels of so many bytes. Small ones lie in the heap as
+// it is.
+void keep_freed_panels(std::size_t panel_bytes);
+
 // What the machine does about large pages.
 struct LargePages {
   std::size_t page_bytes = 0;      // 0 where the kernel has none.

@@ -62,20 +62,19 @@ TEST(Evaluator, JudgesTheOppositeOfWhatLosesBeforeCosts) {
   const Evaluation better = as_written.evaluate(good);
   ASSERT_GT(better.backtest.statistics.gross_returns_sharpe, 0.0);
 
-  const Evaluation as_it_stands = both.judge(good);
-  EXPECT_FALSE(as_it_stands.backtest.statistics.is_of_opposite());
-  const Evaluation turned_round = both.judge(bad);
-  EXPECT_TRUE(turned_round.backtest.statistics.is_of_opposite());
-  for (const Evaluation* judged : {&as_it_stands, &turned_round}) {
-    EXPECT_TRUE((judged->weights == better.weights).all());
-    EXPECT_TRUE((judged->backtest.net_returns == better.backtest.net_returns).all());
-    EXPECT_EQ(judged->backtest.statistics.quality_score, better.backtest.statistics.quality_score);
+  const BacktestResult as_it_stands = both.judge(good);
+  EXPECT_FALSE(as_it_stands.statistics.is_of_opposite());
+  const BacktestResult turned_round = both.judge(bad);
+  EXPECT_TRUE(turned_round.statistics.is_of_opposite());
+  for (const BacktestResult* judged : {&as_it_stands, &turned_round}) {
+    EXPECT_TRUE((judged->net_returns == better.backtest.net_returns).all());
+    EXPECT_EQ(judged->statistics.quality_score, better.backtest.statistics.quality_score);
   }
   EXPECT_TRUE(
       (both.evaluate(bad).backtest.net_returns == as_written.evaluate(bad).backtest.net_returns)
           .all())
       << "what is evaluated is never turned round";
-  EXPECT_FALSE(as_written.judge(bad).backtest.statistics.is_of_opposite());
+  EXPECT_FALSE(as_written.judge(bad).statistics.is_of_opposite());
 }
 
 TEST(Evaluator, AMissingRowNowAndThenDoesNotEmptyTheSignal) {

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -288,26 +289,78 @@ BacktestStatistics naive_statistics(const Panel& w, const Panel& close, const Bo
   return s;
 }
 
+struct RandomBook {
+  Panel weights;
+  Panel close;
+  BookRules rules;
+};
+
+RandomBook random_book(std::uint64_t seed) {
+  std::mt19937_64 engine(seed);
+  const auto days = static_cast<Eigen::Index>(20 + engine() % 200);
+  const auto columns = static_cast<Eigen::Index>(1 + engine() % 8);
+  RandomBook book;
+  book.weights = signal_weights(random_panel(engine, days, columns, 0.3));
+  book.close = random_panel(engine, days, columns, 0.05);
+  book.close.col(0).tail(3) = kNan;  // Never back.
+  for (Eigen::Index i = 0; i < columns; ++i) {
+    double level = 50.0;
+    for (Eigen::Index t = 0; t < days; ++t) {
+      level *= 1.0 + 0.03 * (static_cast<double>(engine() >> 11) * 0x1p-53 - 0.5);
+      if (!std::isnan(book.close(t, i))) book.close(t, i) = level;
+    }
+  }
+  book.rules = {.cost_basis_points = 7.5,
+                .delay_days = static_cast<int>(engine() % 4),
+                .delisting_return = -0.3,
+                .periods_per_year = 52.0};
+  return book;
+}
+
+void expect_same_bits(const Eigen::ArrayXd& actual, const Eigen::ArrayXd& expected) {
+  ASSERT_EQ(actual.size(), expected.size());
+  for (Eigen::Index day = 0; day < actual.size(); ++day)
+    ASSERT_TRUE(same_bits(actual(day), expected(day))) << "holding day " << day;
+}
+
+TEST(OppositeBacktest, IsThatOfTheNegatedWeightsToTheLastBit) {
+  for (std::uint64_t seed = 1; seed <= 40; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    RandomBook book = random_book(seed);
+    // Days without any position have sums of nothing.
+    if (seed % 3 == 0) book.weights.topRows(9) = 0.0;
+    const BacktestResult made =
+        opposite_backtest(backtest_weights(book.weights, book.close, book.rules), book.rules);
+    const BacktestResult asked = backtest_weights(-book.weights, book.close, book.rules);
+    expect_same_bits(made.gross_returns, asked.gross_returns);
+    expect_same_bits(made.net_returns, asked.net_returns);
+    expect_same_bits(made.traded, asked.traded);
+    expect_same_bits(made.net_exposure, asked.net_exposure);
+    expect_same_bits(made.gross_exposure, asked.gross_exposure);
+    const BacktestStatistics& m = made.statistics;
+    const BacktestStatistics& a = asked.statistics;
+    for (const auto& [of_made, of_asked] : {std::pair(m.sharpe, a.sharpe),
+                                            {m.gross_returns_sharpe, a.gross_returns_sharpe},
+                                            {m.annualized_returns, a.annualized_returns},
+                                            {m.turnover, a.turnover},
+                                            {m.drawdown, a.drawdown},
+                                            {m.max_weight, a.max_weight},
+                                            {m.delta_exposure, a.delta_exposure},
+                                            {m.abs_weight_sum_mean, a.abs_weight_sum_mean},
+                                            {m.quality_score, a.quality_score}}) {
+      EXPECT_TRUE(same_bits(of_made, of_asked)) << of_made << " and " << of_asked;
+    }
+    EXPECT_EQ(m.holding_days, a.holding_days);
+    EXPECT_EQ(m.active_days, a.active_days);
+    EXPECT_EQ(m.missing_return_count, a.missing_return_count);
+    EXPECT_EQ(m.orientation, 1) << "which is tried is nothing that a backtest knows";
+  }
+}
+
 TEST(BacktestStatistics, AgreeWithTheirFormulasOnRandomBooks) {
   for (std::uint64_t seed = 1; seed <= 20; ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937_64 engine(seed);
-    const auto days = static_cast<Eigen::Index>(20 + engine() % 200);
-    const auto columns = static_cast<Eigen::Index>(1 + engine() % 8);
-    const Panel weights = signal_weights(random_panel(engine, days, columns, 0.3));
-    Panel close = random_panel(engine, days, columns, 0.05);
-    close.col(0).tail(3) = kNan;  // Never back.
-    for (Eigen::Index i = 0; i < columns; ++i) {
-      double level = 50.0;
-      for (Eigen::Index t = 0; t < days; ++t) {
-        level *= 1.0 + 0.03 * (static_cast<double>(engine() >> 11) * 0x1p-53 - 0.5);
-        if (!std::isnan(close(t, i))) close(t, i) = level;
-      }
-    }
-    const BookRules rules = {.cost_basis_points = 7.5,
-                             .delay_days = static_cast<int>(engine() % 4),
-                             .delisting_return = -0.3,
-                             .periods_per_year = 52.0};
+    const auto& [weights, close, rules] = random_book(seed);
     const BacktestStatistics s = backtest_weights(weights, close, rules).statistics;
     const BacktestStatistics n = naive_statistics(weights, close, rules);
     EXPECT_NEAR(s.sharpe, n.sharpe, 1e-8);
