@@ -63,10 +63,10 @@ constexpr auto kEvenInBoth = std::to_array<std::string_view>({kMul, kDiv, "ts_co
 // f(f(x)) = f(x), where the settings are the same too.
 constexpr auto kIdempotent =
     std::to_array<std::string_view>({"arith_abs", "arith_sign", "cross_rank", "group_rank"});
-// f(x, y) = f(y, x). Not so ts_correlation, which divides by one spread after the other.
-constexpr auto kCommutative =
-    std::to_array<std::string_view>({kAdd, kMul, "arith_max", "arith_min", "comparison_eq",
-                                     "comparison_ne", "logic_and", "logic_or", "ts_covariance"});
+// f(x, y) = f(y, x), to the last bit.
+constexpr auto kCommutative = std::to_array<std::string_view>(
+    {kAdd, kMul, "arith_max", "arith_min", "comparison_eq", "comparison_ne", "logic_and",
+     "logic_or", "ts_covariance", "ts_correlation"});
 // f(x, y) = g(y, x).
 constexpr auto kTurned =
     std::to_array<Pair>({{"comparison_lt", "comparison_gt"}, {"comparison_le", "comparison_ge"}});

@@ -22,7 +22,8 @@
 //   ts_delay(ts_delay(x, n), m)  ->  ts_delay(x, n + m), within the longest window
 //   ts_max(ts_max(x, n), m)  ->  ts_max(x, n + m - 1), likewise ts_min, where all days of the three
 //       windows must be known: with fewer the windows forgive other gaps
-//   x + y, x * y, min, max, ==, !=, and, or, ts_covariance: the panels in order; x < y as y > x
+//   x + y, x * y, min, max, ==, !=, and, or, ts_covariance, ts_correlation: the panels in order;
+//   x < y as y > x
 //
 // A panel comes before another by its name, then by its own children. A step whose result has a
 // function that the user has switched off is left out.

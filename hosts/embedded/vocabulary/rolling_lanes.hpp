@@ -9,11 +9,18 @@
 // window enters its aggregate, so neither a NaN nor a rounding error outlives its window, and
 // nothing after the last day of the window does either.
 //
+// Sums of powers lose their digits where the values are far from zero. A fold may ask for centred
+// values: less the first known value of the block in which the window ends. That one is in every
+// window that has a result there (its last day is known, so the first known day of the block is
+// not after it), and so the sum of the squares of what is left is at most as many times the sum of
+// squared deviations as the window has days.
+//
 // In a fold every day waits for the one before it, so a single history leaves a processor idle.
 // Histories do not wait for each other: kLanes of them are folded side by side, day by day. Where
 // there are few instruments, a history is cut into strands of some blocks, each of which begins
 // with the suffix of the block before it; the blocks lie where they would without strands, and the
-// bits are the same.
+// bits are the same. So they are where all values of two blocks are known, and nothing is asked of
+// them one by one.
 #pragma once
 
 #include <algorithm>
@@ -21,37 +28,73 @@
 #include <cmath>
 #include <cstddef>
 #include <span>
+#include <utility>
 #include <vector>
 
+#include "hosts/embedded/vocabulary/lane_rows.hpp"
 #include "hosts/embedded/vocabulary/lane_vector.hpp"
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
+#include "hosts/embedded/vocabulary/strands.hpp"
 
 namespace varnholt::embedded {
 
-// Some consecutive blocks of one column.
-struct Strand {
-  Eigen::Index column = 0;
-  Eigen::Index first_block = 0;
-  Eigen::Index end_block = 0;
+// Which values of a day are known: all of them, or those of a mask.
+template <typename Vector>
+struct AllKnown {
+  using Number = Lanes<Vector>;
+  [[nodiscard]] static const Number& or_else(const Number& value, double /*otherwise*/) {
+    return value;
+  }
+  [[nodiscard]] static Number one() { return 1.0; }
+};
+template <typename Vector>
+struct SomeKnown {
+  using Number = Lanes<Vector>;
+  LaneMask<Vector> mask;
+  [[nodiscard]] Number or_else(const Number& value, double otherwise) const {
+    return choose(mask, value, otherwise);
+  }
+  [[nodiscard]] Number one() const { return choose(mask, 1.0, Number(0.0)); }
 };
 
-// All blocks of a panel, in strands of nearly equal lengths, so many that the lanes are filled.
-[[nodiscard]] std::vector<Strand> strands_of(Eigen::Index days, Eigen::Index columns,
-                                             Eigen::Index window);
+// How many days of a window are known, and the divisions that come of it.
+template <typename Vector>
+struct DayCount {
+  Lanes<Vector> days;
+  Lanes<Vector> share;       // 1 / days
+  Lanes<Vector> less_share;  // 1 / (days - 1)
+
+  explicit DayCount(const Lanes<Vector>& known)
+      : days(known), share(1.0 / known), less_share(1.0 / (known - 1.0)) {}
+};
+
+// What a result is made of, beside the state of the window.
+template <typename Vector, std::size_t kInputs>
+struct WindowEnd {
+  using Values = std::array<Lanes<Vector>, kInputs>;
+  const DayCount<Vector>& known;
+  const Values& today;   // Centred where the fold asks for it.
+  const Values& centre;  // What was taken off; 0 where the fold does not ask for it.
+  double row = 0.0;      // The place of the day in its block.
+};
 
 // A fold over values of kInputs panels, of so many histories side by side:
 //
+//   kInputs, kIsCentred   of how many panels, and whether it wants centred values
 //   State                 of lanes
-//   lift(values, day)     the state of one day; one that is not known must leave what it is merged
-//                         with as it is
+//   lift(values, known, row)
+//                         the state of one day; one that is not known must leave what it is merged
+//                         with as it is. The row is the place of the day in its block, counted from
+//                         the block in which the window ends: in the one before it is negative
 //   merge(a, b)           the state of the days of a followed by those of b; associative
-//   result(state, known, values, day)
-//                         of a window with so many known days that ends with the values of that day
-template <std::size_t kInputs, typename Fold>
+//   result(state, end)    of a window
+template <typename Vector, typename Fold>
 class RollingLanes {
  public:
-  using Values = std::array<Lanes, kInputs>;
+  static constexpr std::size_t kInputs = Fold::kInputs;
+  using Number = Lanes<Vector>;
+  using Values = std::array<Number, kInputs>;
   using Panels = std::array<const Panel*, kInputs>;
 
   RollingLanes(const Panels& panels, const Window& window, const Fold& fold)
@@ -60,71 +103,71 @@ class RollingLanes {
         days_(panels.front()->rows()),
         block_days_(static_cast<std::size_t>(window.days)),
         least_known_(static_cast<double>(window.least_known)),
-        values_(block_days_),
+        all_days_(static_cast<double>(window.days)),
+        full_(all_days_),
+        before_(block_days_),
+        now_(block_days_),
         suffixes_(block_days_),
+        suffix_known_(block_days_),
         results_(block_days_) {}
 
   void roll(Panel& result) {
     const auto columns = panels_.front()->cols();
     const std::vector<Strand> strands =
         strands_of(days_, columns, static_cast<Eigen::Index>(block_days_));
-    const std::vector<Eigen::Index> first_known = first_known_days(columns);
+    find_first_known_days(columns);
     for (std::size_t first = 0; first < strands.size(); first += kLanes) {
       const std::size_t count = std::min(kLanes, strands.size() - first);
-      roll_strands(std::span(strands).subspan(first, count), first_known, result);
+      roll_strands(std::span(strands).subspan(first, count), result);
     }
   }
 
  private:
   using State = typename Fold::State;
 
-  // What a fold has of some days.
-  struct Folded {
-    State state;
-    Lanes known;
-  };
+  [[nodiscard]] static LaneMask<Vector> mask_of(const Values& values) {
+    LaneMask<Vector> known = are_known(values[0]);
+    for (std::size_t input = 1; input < kInputs; ++input)
+      known = known & are_known(values[input]);
+    return known;
+  }
 
-  static LaneMask all_known(const Values& values) {
-    LaneMask known = are_known(values.front());
-    for (const Lanes& value : values)
-      known = known & are_known(value);
+  [[nodiscard]] bool is_known(Eigen::Index day, Eigen::Index column) const {
+    bool known = true;
+    for (const Panel* const panel : panels_)
+      known = known && !std::isnan(panel->data()[column * days_ + day]);
     return known;
   }
 
   // Of each column the first day on which all panels have a value.
-  [[nodiscard]] std::vector<Eigen::Index> first_known_days(Eigen::Index columns) const {
-    std::vector<Eigen::Index> first_known;
-    first_known.reserve(static_cast<std::size_t>(columns));
+  void find_first_known_days(Eigen::Index columns) {
+    first_known_.clear();
     for (Eigen::Index column = 0; column < columns; ++column) {
-      const auto is_known_on = [&](Eigen::Index day) {
-        return std::none_of(panels_.begin(), panels_.end(),
-                            [&](const Panel* panel) { return std::isnan((*panel)(day, column)); });
-      };
       Eigen::Index day = 0;
-      while (day < days_ && !is_known_on(day))
+      while (day < days_ && !is_known(day, column))
         ++day;
-      first_known.push_back(day);
+      first_known_.push_back(day);
     }
-    return first_known;
   }
 
-  void roll_strands(std::span<const Strand> strands, const std::vector<Eigen::Index>& first_known,
-                    Panel& result) {
+  void roll_strands(std::span<const Strand> strands, Panel& result) {
     Eigen::Index blocks = 0;
     for (const Strand& strand : strands)
       blocks = std::max(blocks, strand.end_block - strand.first_block);
-    take_block(strands, -1);
-    fold_suffixes();
+    bool was_whole = take_block(strands, -1);
     for (Eigen::Index block = 0; block < blocks; ++block) {
-      take_block(strands, block);
-      for (std::size_t lane = 0; lane < strands.size(); ++lane) {
-        const auto known = first_known[static_cast<std::size_t>(strands[lane].column)];
-        const auto ready = known + static_cast<Eigen::Index>(block_days_) - 1;
-        ready_.set(lane, static_cast<double>(ready) - first_day_.get(lane));
+      std::swap(before_, now_);
+      const bool is_whole = take_block(strands, block);
+      if (was_whole && is_whole) {
+        find_centre_of_whole();
+        fold_whole();
+      } else {
+        find_centre();
+        find_ready_rows(strands, block);
+        fold_with_gaps();
       }
-      fold_prefixes();
       give_block(strands, block, result);
-      if (block + 1 < blocks) fold_suffixes();
+      was_whole = is_whole;
     }
   }
 
@@ -132,108 +175,168 @@ class RollingLanes {
     return (strand.first_block + block) * static_cast<Eigen::Index>(block_days_);
   }
 
-  // Reads a block of each strand, counted from its first, into the lanes. Days that are not there
-  // are not known.
-  void take_block(std::span<const Strand> strands, Eigen::Index block) {
-    for (std::size_t lane = 0; lane < kLanes; ++lane) {
-      const bool has_strand = lane < strands.size();
-      const Eigen::Index first = has_strand ? first_day_of(strands[lane], block) : days_;
-      const Eigen::Index there = first < 0 ? 0 : std::max<Eigen::Index>(days_ - first, 0);
-      const std::size_t days = std::min(block_days_, static_cast<std::size_t>(there));
-      first_day_.set(lane, static_cast<double>(first));
-      for (std::size_t input = 0; input < kInputs; ++input) {
-        const Panel& panel = *panels_[input];
-        const Eigen::Index column = has_strand ? strands[lane].column : 0;
-        const double* const from = panel.data() + column * days_ + (days > 0 ? first : 0);
-        for (std::size_t i = 0; i < days; ++i)
-          values_[i][input].set(lane, from[i]);
-        for (std::size_t i = days; i < block_days_; ++i)
-          values_[i][input].set(lane, kUnknown);
+  // Where the lanes have a block in the panels.
+  [[nodiscard]] LaneRows rows_of(std::span<const Strand> strands, Eigen::Index block) const {
+    LaneRows rows;
+    for (std::size_t lane = 0; lane < strands.size(); ++lane) {
+      const Eigen::Index first = first_day_of(strands[lane], block);
+      const Eigen::Index end = std::min(first + static_cast<Eigen::Index>(block_days_), days_);
+      // A strand that is shorter than the others goes on into the next one, to no purpose.
+      rows.offsets.at(lane) = strands[lane].column * days_ + first;
+      rows.counts.at(lane) =
+          first < 0 ? 0 : static_cast<std::size_t>(std::max(end - first, Eigen::Index{0}));
+    }
+    return rows;
+  }
+
+  // Reads a block of each strand, counted from its first, into the lanes, and tells whether all of
+  // its values are known. Days before the first one are not; those behind the last have no result,
+  // so a known value stands there.
+  bool take_block(std::span<const Strand> strands, Eigen::Index block) {
+    const LaneRows rows = rows_of(strands, block);
+    bool is_whole = true;
+    for (std::size_t input = 0; input < kInputs; ++input) {
+      const bool is_known =
+          take_rows<Vector>(panels_[input]->data(), rows, block < 0 ? kUnknown : 0.0,
+                            &now_[0][input], kInputs, block_days_);
+      is_whole = is_whole && is_known;
+    }
+    return is_whole;
+  }
+
+  void give_block(std::span<const Strand> strands, Eigen::Index block, Panel& result) {
+    LaneRows rows = rows_of(strands, block);
+    for (std::size_t lane = 0; lane < strands.size(); ++lane) {
+      const Strand& strand = strands[lane];
+      if (strand.first_block + block >= strand.end_block) rows.counts.at(lane) = 0;
+    }
+    give_rows<Vector>(&results_[0], rows, result.data(), block_days_);
+  }
+
+  void find_centre_of_whole() {
+    if constexpr (Fold::kIsCentred) centre_ = now_[0];
+  }
+
+  void find_centre() {
+    if constexpr (Fold::kIsCentred) {
+      for (Number& number : centre_)
+        number = 0.0;
+      for (std::size_t row = block_days_; row-- > 0;) {
+        const LaneMask<Vector> known = mask_of(now_[row]);
+        for (std::size_t input = 0; input < kInputs; ++input)
+          centre_[input] = choose(known, now_[row][input], centre_[input]);
       }
     }
   }
 
-  void give_block(std::span<const Strand> strands, Eigen::Index block, Panel& result) const {
+  // Of each lane the first row of the block that may have a result.
+  void find_ready_rows(std::span<const Strand> strands, Eigen::Index block) {
     for (std::size_t lane = 0; lane < strands.size(); ++lane) {
-      const Strand& strand = strands[lane];
-      if (strand.first_block + block >= strand.end_block) continue;
-      const Eigen::Index first = first_day_of(strand, block);
-      const std::size_t days = std::min(block_days_, static_cast<std::size_t>(days_ - first));
-      double* const to = result.data() + strand.column * days_ + first;
-      for (std::size_t i = 0; i < days; ++i)
-        to[i] = results_[i].get(lane);
+      const auto known = first_known_[static_cast<std::size_t>(strands[lane].column)];
+      const auto ready = known + static_cast<Eigen::Index>(block_days_) - 1;
+      ready_.set(lane, static_cast<double>(ready - first_day_of(strands[lane], block)));
     }
   }
 
-  [[nodiscard]] Folded lifted(std::size_t i) const {
-    return {fold_.lift(values_[i], day_of(i)), one_where(all_known(values_[i]))};
-  }
-
-  [[nodiscard]] Folded merged(const Folded& a, const Folded& b) const {
-    return {fold_.merge(a.state, b.state), a.known + b.known};
-  }
-
-  // suffixes_[i]: the fold of the block from its day i to its end.
-  void fold_suffixes() {
-    const std::size_t last = block_days_ - 1;
-    suffixes_[last] = lifted(last);
-    for (std::size_t i = last; i-- > 0;)
-      suffixes_[i] = merged(lifted(i), suffixes_[i + 1]);
-  }
-
-  // The results of the block, of its prefixes and the suffixes of the one before.
-  void fold_prefixes() {
-    const std::size_t last = block_days_ - 1;
-    Folded prefix = lifted(0);
-    for (std::size_t i = 0; i < last; ++i) {
-      results_[i] = result_of(merged(suffixes_[i + 1], prefix), i);
-      prefix = merged(prefix, lifted(i + 1));
+  [[nodiscard]] Values centred(const Values& values) const {
+    if constexpr (!Fold::kIsCentred) {
+      return values;
+    } else {
+      Values result;
+      for (std::size_t input = 0; input < kInputs; ++input)
+        result[input] = values[input] - centre_[input];
+      return result;
     }
-    results_[last] = result_of(prefix, last);
   }
 
-  [[nodiscard]] Lanes result_of(const Folded& window, std::size_t i) const {
-    const LaneMask has_result =
-        all_known(values_[i]) & (least_known_ <= window.known) & (ready_ <= static_cast<double>(i));
-    const Lanes result = fold_.result(window.state, window.known, values_[i], day_of(i));
-    return choose(has_result, finite_or_nan(result), kUnknown);
+  [[nodiscard]] double row_before(std::size_t row) const {
+    return static_cast<double>(row) - static_cast<double>(block_days_);
   }
 
-  [[nodiscard]] Lanes day_of(std::size_t i) const { return first_day_ + static_cast<double>(i); }
+  // The results of a block behind another, all of whose values are known.
+  [[gnu::flatten]] void fold_whole() {
+    const AllKnown<Vector> known;
+    const std::size_t last = block_days_ - 1;
+    State suffix = fold_.lift(centred(before_[last]), known, row_before(last));
+    suffixes_[last] = suffix;
+    for (std::size_t row = last; row-- > 1;) {
+      suffix = fold_.merge(fold_.lift(centred(before_[row]), known, row_before(row)), suffix);
+      suffixes_[row] = suffix;
+    }
+    Values today = centred(now_[0]);
+    State prefix = fold_.lift(today, known, 0.0);
+    for (std::size_t row = 0; row < last; ++row) {
+      const auto place = static_cast<double>(row);
+      const State window = fold_.merge(suffixes_[row + 1], prefix);
+      results_[row] = finite_or_nan(fold_.result(window, {full_, today, centre_, place}));
+      today = centred(now_[row + 1]);
+      prefix = fold_.merge(prefix, fold_.lift(today, known, place + 1.0));
+    }
+    const auto place = static_cast<double>(last);
+    results_[last] = finite_or_nan(fold_.result(prefix, {full_, today, centre_, place}));
+  }
+
+  // Likewise where some are not known.
+  [[gnu::flatten]] void fold_with_gaps() {
+    const std::size_t last = block_days_ - 1;
+    SomeKnown<Vector> known{mask_of(before_[last])};
+    State suffix = fold_.lift(centred(before_[last]), known, row_before(last));
+    Number count = known.one();
+    suffixes_[last] = suffix;
+    suffix_known_[last] = count;
+    for (std::size_t row = last; row-- > 1;) {
+      known.mask = mask_of(before_[row]);
+      suffix = fold_.merge(fold_.lift(centred(before_[row]), known, row_before(row)), suffix);
+      count = count + known.one();
+      suffixes_[row] = suffix;
+      suffix_known_[row] = count;
+    }
+    known.mask = mask_of(now_[0]);
+    Values today = centred(now_[0]);
+    State prefix = fold_.lift(today, known, 0.0);
+    count = known.one();
+    for (std::size_t row = 0; row < last; ++row) {
+      const auto place = static_cast<double>(row);
+      const State window = fold_.merge(suffixes_[row + 1], prefix);
+      results_[row] = result_with_gaps(window, known, suffix_known_[row + 1] + count, today, place);
+      known.mask = mask_of(now_[row + 1]);
+      today = centred(now_[row + 1]);
+      prefix = fold_.merge(prefix, fold_.lift(today, known, place + 1.0));
+      count = count + known.one();
+    }
+    results_[last] = result_with_gaps(prefix, known, count, today, static_cast<double>(last));
+  }
+
+  [[nodiscard]] Number result_with_gaps(const State& window, const SomeKnown<Vector>& known,
+                                        const Number& count, const Values& today,
+                                        double row) const {
+    const LaneMask<Vector> has_result =
+        known.mask & (least_known_ <= count) & (ready_ <= Number(row));
+    if ((count == all_days_).all())
+      return choose(has_result, finite_or_nan(fold_.result(window, {full_, today, centre_, row})),
+                    kUnknown);
+    const DayCount<Vector> days(count);
+    return choose(has_result, finite_or_nan(fold_.result(window, {days, today, centre_, row})),
+                  kUnknown);
+  }
 
   Panels panels_;
   const Fold& fold_;
   Eigen::Index days_;
   std::size_t block_days_;
-  Lanes least_known_;
-  // Of the blocks at hand: the values, the suffixes of the blocks before, and the results.
-  std::vector<Values> values_;
-  std::vector<Folded> suffixes_;
-  std::vector<Lanes> results_;
-  Lanes first_day_{};
-  Lanes ready_{};  // The first day of the block that may have a result, counted from its first.
+  Number least_known_;
+  Number all_days_;
+  DayCount<Vector> full_;  // Of a window that is known throughout.
+  std::vector<Eigen::Index> first_known_;
+  // Two blocks of each strand, one after the other: their values, the suffixes of the first with
+  // what is known of them, and the results of the second.
+  LaneBuffer<Values> before_;
+  LaneBuffer<Values> now_;
+  LaneBuffer<State> suffixes_;
+  LaneBuffer<Number> suffix_known_;
+  LaneBuffer<Number> results_;
+  Values centre_{};
+  Number ready_{};
 };
-
-// For divisions by a number of days.
-[[nodiscard]] inline Lanes at_least_one(const Lanes& count) {
-  return choose(count < 1.0, 1.0, count);
-}
-
-// The panel of a fold over windows of these panels, by the rules of panel_functions.hpp.
-template <std::size_t kInputs, typename Fold>
-Panel rolled(const std::array<const Panel*, kInputs>& panels, const Window& window,
-             const Fold& fold) {
-  require_window(window.days);
-  for (const Panel* panel : panels)
-    require_same_shape(*panels.front(), *panel);
-  const Panel& x = *panels.front();
-  Panel result(x.rows(), x.cols());
-  if (window.days > x.rows()) {
-    result.setConstant(kUnknown);
-  } else {
-    RollingLanes<kInputs, Fold>(panels, window, fold).roll(result);
-  }
-  return result;
-}
 
 }  // namespace varnholt::embedded

@@ -101,14 +101,14 @@ inline constexpr std::string_view kOneFormChapter =
     "`--min-known` asks for every day of the three windows; with fewer they forgive other gaps. "
     "Likewise `ts_min` |\n"
     "| `x < y`, `x <= y` | `y > x`, `y >= x` |\n"
-    "| `x + y`, `x * y`, `arith_min`, `arith_max`, `==`, `!=`, `and`, `or`, `ts_covariance` | "
+    "| `x + y`, `x * y`, `arith_min`, `arith_max`, `==`, `!=`, `and`, `or`, `ts_covariance`, "
+    "`ts_correlation` | "
     "the two panels in order: by their names, then by what is below them; numbers come first |\n"
     "\n"
     "What rounds otherwise or is known on other days is left: `(x + 1) + 2`, `2 * (3 * x)`, `x - "
     "x`,\n"
-    "`cross_demean` or `cross_zscore` of itself, `ts_mean(ts_mean(x, n), m)`, `x if c else x`,\n"
-    "`-cross_rank(x)` and `cross_rank(-x)` (which are one rank apart, but for the last bit), and "
-    "the two\n"
-    "panels of `ts_correlation`, which is divided by one spread after the other.\n";
+    "`cross_demean` or `cross_zscore` of itself, `ts_mean(ts_mean(x, n), m)`, `x if c else x`, "
+    "and\n"
+    "`-cross_rank(x)` and `cross_rank(-x)`, which are one rank apart, but for the last bit.\n";
 
 }  // namespace varnholt::embedded

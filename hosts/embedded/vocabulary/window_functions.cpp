@@ -2,7 +2,6 @@
 #include "hosts/embedded/vocabulary/window_functions.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -12,67 +11,13 @@
 
 #include "hosts/embedded/vocabulary/alike.hpp"
 #include "hosts/embedded/vocabulary/known_days.hpp"
-#include "hosts/embedded/vocabulary/lane_vector.hpp"
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
-#include "hosts/embedded/vocabulary/rolling_lanes.hpp"
+#include "hosts/embedded/vocabulary/rolled.hpp"
 
 namespace varnholt::embedded {
 namespace {
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
-
-using OneValue = std::array<Lanes, 1>;
-
-struct Product {
-  Lanes value;
-};
-
-struct ProductFold {
-  using State = Product;
-  [[nodiscard]] static Product lift(const OneValue& x, const Lanes& /*day*/) {
-    return {known_or(1.0, x[0])};
-  }
-  [[nodiscard]] static Product merge(const Product& a, const Product& b) {
-    return {a.value * b.value};
-  }
-  [[nodiscard]] static Lanes result(const Product& product, const Lanes& /*known*/,
-                                    const OneValue& /*today*/, const Lanes& /*day*/) {
-    return product.value;
-  }
-};
-
-struct Place {
-  Lanes value;
-  Lanes day;
-  // 1 where the days before the one that has the value must be looked at for what is alike to it.
-  Lanes unsure;
-};
-
-// The place of the greatest, or with the sign -1 of the least; kUnsure where the window must be
-// looked at.
-struct PlaceFold {
-  using State = Place;
-  static constexpr double kUnsure = -1.0;
-
-  double sign;
-  double window;
-
-  [[nodiscard]] Place lift(const OneValue& x, const Lanes& day) const {
-    return {known_or(-kInfinity, sign * x[0]), day, 0.0};
-  }
-  // The days of a are older, and stay where the two are equal. Where they are only alike, a day of
-  // a that is alike to its first need not be alike to that of b.
-  [[nodiscard]] static Place merge(const Place& a, const Place& b) {
-    const LaneMask is_after = a.value < b.value;
-    const LaneMask is_near = is_after & (Lanes(-kInfinity) < a.value) & are_alike(a.value, b.value);
-    return {choose(is_after, b.value, a.value), choose(is_after, b.day, a.day),
-            choose(is_near, 1.0, choose(is_after, b.unsure, a.unsure))};
-  }
-  [[nodiscard]] Lanes result(const Place& first, const Lanes& /*known*/, const OneValue& /*today*/,
-                             const Lanes& day) const {
-    return choose(Lanes(0.0) < first.unsure, kUnsure, first.day - (day - window));
-  }
-};
 
 // The place, from 1 on, of the oldest day of a window that is alike to the greatest in it.
 double oldest_alike(const double* last, Eigen::Index days, double sign) {
@@ -86,37 +31,14 @@ double oldest_alike(const double* last, Eigen::Index days, double sign) {
 }
 
 Panel place_of_greatest(const Panel& x, const Window& window, double sign) {
-  Panel places = rolled(std::array{&x}, window, PlaceFold{sign, static_cast<double>(window.days)});
+  Panel places = rolled(sign < 0.0 ? RollingFunction::kFirstLeast : RollingFunction::kFirstGreatest,
+                        x, window);
   for (Eigen::Index i = 0; i < places.size(); ++i) {
     double& place = places.data()[i];
-    if (place == PlaceFold::kUnsure) place = oldest_alike(x.data() + i, window.days, sign);
+    if (place == kUnsurePlace) place = oldest_alike(x.data() + i, window.days, sign);
   }
   return places;
 }
-
-// A sum in which a day counts the less the older it is, relative to the last day of it.
-struct FadingSum {
-  Lanes fade;  // What a day before it would count.
-  Lanes sum;
-  Lanes weights;
-};
-
-struct FadingFold {
-  using State = FadingSum;
-
-  double fade;
-
-  [[nodiscard]] FadingSum lift(const OneValue& x, const Lanes& /*day*/) const {
-    return {fade, known_or(0.0, x[0]), one_where(are_known(x[0]))};
-  }
-  [[nodiscard]] static FadingSum merge(const FadingSum& a, const FadingSum& b) {
-    return {a.fade * b.fade, a.sum * b.fade + b.sum, a.weights * b.fade + b.weights};
-  }
-  [[nodiscard]] static Lanes result(const FadingSum& sums, const Lanes& /*known*/,
-                                    const OneValue& /*today*/, const Lanes& /*day*/) {
-    return sums.sum / sums.weights;
-  }
-};
 
 double value_at_share(const std::vector<double>& sorted, double share) {
   const double place = share * static_cast<double>(sorted.size() - 1);
@@ -137,7 +59,7 @@ Panel ts_delay(const Panel& x, const Window& window) {
 }
 
 Panel ts_product(const Panel& x, const Window& window) {
-  return rolled(std::array{&x}, window, ProductFold());
+  return rolled(RollingFunction::kProduct, x, window);
 }
 
 Panel ts_argmax(const Panel& x, const Window& window) {
@@ -149,8 +71,7 @@ Panel ts_argmin(const Panel& x, const Window& window) {
 }
 
 Panel ts_ema(const Panel& x, const Window& window) {
-  const auto days = static_cast<double>(window.days);
-  return rolled(std::array{&x}, window, FadingFold{(days - 1.0) / (days + 1.0)});
+  return rolled(RollingFunction::kFade, x, window);
 }
 
 Panel ts_quantile(const Panel& x, double share, const Window& window) {

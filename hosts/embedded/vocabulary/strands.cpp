@@ -1,6 +1,9 @@
-#include "hosts/embedded/vocabulary/rolling_lanes.hpp"
+#include "hosts/embedded/vocabulary/strands.hpp"
 
+#include <algorithm>
 #include <numeric>
+
+#include "hosts/embedded/vocabulary/lane_vector.hpp"
 
 namespace varnholt::embedded {
 namespace {

@@ -1,0 +1,87 @@
+// Vectors of four numbers give what vectors of two do, and both what is asked for.
+// Method: every function on random panels with gaps, through the table for each length; the bits
+// must be the same. Where the machine has no vectors of four, there is nothing to compare.
+#include "hosts/embedded/vocabulary/vector_kernels.hpp"
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "hosts/embedded/vocabulary/lane_vector.hpp"
+#include "tests/hosts/embedded/panel_helpers.hpp"
+
+namespace varnholt::embedded::test {
+namespace {
+
+constexpr std::array kFunctions = {
+    RollingFunction::kSum,       RollingFunction::kMean,          RollingFunction::kLeast,
+    RollingFunction::kGreatest,  RollingFunction::kProduct,       RollingFunction::kDecay,
+    RollingFunction::kFade,      RollingFunction::kFirstGreatest, RollingFunction::kFirstLeast,
+    RollingFunction::kDeviation, RollingFunction::kScore,         RollingFunction::kSkew,
+    RollingFunction::kKurtosis,  RollingFunction::kCovariance,    RollingFunction::kCorrelation,
+    RollingFunction::kSlope,     RollingFunction::kResidual,
+};
+
+Panel rolled_with(const VectorKernels& kernels, const RollingTask& task) {
+  Panel result(task.panels[0]->rows(), task.panels[0]->cols());
+  kernels.roll(task, result);
+  return result;
+}
+
+TEST(VectorKernels, OfFourHaveTheBitsOfThoseOfTwo) {
+  const VectorKernels* const quads = kernels_of_quads();
+  if (quads == nullptr) GTEST_SKIP() << "this machine has no vectors of four numbers";
+  std::mt19937_64 engine(8);
+  for (const Eigen::Index columns : {1, 4, 20, 67}) {
+    const Panel x = random_panel(engine, 170, columns, 0.003);
+    const Panel y = random_panel(engine, 170, columns, 0.003);
+    for (const RollingFunction function : kFunctions) {
+      for (const Eigen::Index days : {1, 2, 5, 20, 33}) {
+        SCOPED_TRACE("function " + std::to_string(static_cast<int>(function)) + ", window " +
+                     std::to_string(days) + ", columns " + std::to_string(columns));
+        const RollingTask task{function, {&x, &y}, Window(days, 0.7)};
+        EXPECT_TRUE(begins_with(rolled_with(kernels_of_pairs(), task), rolled_with(*quads, task)));
+      }
+    }
+  }
+}
+
+// The places of the days of `history` from `before` on, as a kernel has them.
+std::array<double, kLanes> places_of(const VectorKernels& kernels,
+                                     const std::vector<double>& history, std::size_t before) {
+  std::array<double, kLanes> places{};
+  kernels.count_lesser(history.data() + before, before, places.data());
+  return places;
+}
+
+TEST(VectorKernels, CountWhatIsLessAndHalfOfWhatIsAlike) {
+  constexpr std::size_t kBefore = 11;
+  std::mt19937_64 engine(9);
+  for (int turn = 0; turn < 50; ++turn) {
+    std::vector<double> history(kBefore + kLanes);
+    for (double& value : history) {
+      const double near = (static_cast<double>(engine() % 5) - 2.0) *
+                          (1.0 + 0.6e-9 * static_cast<double>(engine() % 3));
+      value = engine() % 7 == 0 ? kNan : near;
+    }
+    const auto of_pairs = places_of(kernels_of_pairs(), history, kBefore);
+    EXPECT_EQ(of_pairs, places_of(vector_kernels(), history, kBefore));
+    for (std::size_t lane = 0; lane < kLanes; ++lane) {
+      const double today = history[kBefore + lane];
+      double expected = 0.0;
+      for (std::size_t day = lane; day < kBefore + lane; ++day) {
+        const double other = history[day];
+        const bool is_alike =
+            std::abs(other - today) <= 1e-9 * std::max(std::abs(other), std::abs(today));
+        expected += is_alike ? 0.5 : (other < today ? 1.0 : 0.0);
+      }
+      EXPECT_EQ(of_pairs.at(lane), expected) << "turn " << turn << ", lane " << lane;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace varnholt::embedded::test
