@@ -7,6 +7,12 @@ warnings as errors. What is compiled, and with which flags, is read from the com
 of a configured build folder. What a second build folder compiles, where the compiler is clang
 itself, need not be compiled here once more.
 
+Most of a lint check is reading headers, so files that are compiled alike are linted several at a
+time, as one translation unit that includes them. Where there is a finding, be it only that two of
+them have a name in common, the files that it stands in are linted by themselves, and the others
+together again: what is told is always what a file shows by itself. That a file does not use a
+function of its own is left to the compilers.
+
   scripts/clang_check.py build/release            everything
   scripts/clang_check.py build/release graph/     only files whose path contains "graph/"
   scripts/clang_check.py build/release --built build/asan
@@ -31,6 +37,9 @@ TIDIED = ("search_templates/", "hosts/", "apps/")
 COMPILED = ("tests/", "benchmarks/")
 # Flags of GCC that clang 14 does not know start with one of these.
 FOREIGN_FLAGS = ("-fprofile-update", "-fno-fat-lto-objects", "-flto")
+# What is written beside, with the word that follows.
+OUTPUT_FLAGS = ("-o", "-MT", "-MF")
+LINTED_TOGETHER = 8
 
 
 @dataclass(frozen=True)
@@ -41,20 +50,17 @@ class Unit:
     folder: str
     arguments: list[str]
 
-    def command(self) -> list[str]:
+    def flags(self) -> list[str]:
         flags = []
         skip = False
         for argument in self.arguments:
-            if skip or argument == "-c" or argument.startswith(FOREIGN_FLAGS):
+            if skip or argument in ("-c", "-MD") or argument.startswith(FOREIGN_FLAGS):
                 skip = False
-            elif argument == "-o":
+            elif argument in OUTPUT_FLAGS:
                 skip = True
-            else:
+            elif argument != str(ROOT / self.path):
                 flags.append(argument)
-        flags.append("-Wno-unknown-warning-option")
-        if self.path.startswith(TIDIED):
-            return ["clang-tidy-14", "--quiet", str(ROOT / self.path), "--", *flags]
-        return ["clang++-14", *flags, "-fsyntax-only"]
+        return [*flags, "-Wno-unknown-warning-option"]
 
 
 def split_command(command: str) -> tuple[str, list[str]]:
@@ -80,8 +86,7 @@ def read_units(build: Path, wanted: str) -> list[Unit]:
     for name, entry in read_entries(build).items():
         if name.startswith(TIDIED + COMPILED) and wanted in name:
             units[name] = Unit(name, entry["directory"], split_command(entry["command"])[1])
-    # The large files first, so that no worker is left with a long one at the end.
-    return sorted(units.values(), key=lambda unit: -(ROOT / unit.path).stat().st_size)
+    return list(units.values())
 
 
 def compiled_by_clang(build: Path) -> set[str]:
@@ -93,19 +98,66 @@ def compiled_by_clang(build: Path) -> set[str]:
     }
 
 
-def check(unit: Unit) -> tuple[Unit, float, str | None]:
-    """The unit, the seconds it took, and what was found, or None."""
-    start = time.monotonic()
+def in_groups(units: list[Unit]) -> list[list[Unit]]:
+    """The units that are linted together, neighbours that are compiled alike; others one by one."""
+    alike: dict[tuple[str, ...], list[Unit]] = {}
+    groups = []
+    for unit in units:
+        if unit.path.startswith(TIDIED):
+            alike.setdefault((unit.folder, *unit.flags()), []).append(unit)
+        else:
+            groups.append([unit])
+    for same in alike.values():
+        ordered = sorted(same, key=lambda unit: unit.path)
+        count = -(-len(ordered) // LINTED_TOGETHER)
+        ends = [len(ordered) * place // count for place in range(count + 1)]
+        groups += [ordered[begin:end] for begin, end in zip(ends, ends[1:])]
+    return groups
+
+
+def finding(command: list[str], folder: str) -> str | None:
     done = subprocess.run(
-        unit.command(),
-        cwd=unit.folder,
-        stdin=subprocess.DEVNULL,
-        capture_output=True,
-        text=True,
-        check=False,
+        command, cwd=folder, stdin=subprocess.DEVNULL, capture_output=True, text=True, check=False
     )
-    seconds = time.monotonic() - start
-    return unit, seconds, done.stdout + done.stderr if done.returncode != 0 else None
+    return done.stdout + done.stderr if done.returncode != 0 else None
+
+
+def parts_of(group: list[Unit], found: str) -> list[list[Unit]]:
+    """How a group is linted in which something was found: halves where no file stands out."""
+    errors = [line for line in found.splitlines() if ": error: " in line]
+    named = [u for u in group if any(line.startswith(f"{ROOT / u.path}:") for line in errors)]
+    if named and len(named) < len(group):
+        return [[unit for unit in group if unit not in named], *([unit] for unit in named)]
+    middle = len(group) // 2
+    return [group[:middle], group[middle:]]
+
+
+def check(group: list[Unit], scratch: Path) -> list[tuple[Unit, str]]:
+    """What was found, by unit. Translation units of several files are written to `scratch`."""
+    first = group[0]
+    source = str(ROOT / first.path)
+    if not first.path.startswith(TIDIED):
+        found = finding(["clang++-14", *first.flags(), "-fsyntax-only", source], first.folder)
+        return [(first, found)] if found else []
+    if len(group) > 1:
+        together = scratch / f"{first.path.replace('/', '_')}_and_{len(group) - 1}_more.cpp"
+        # That a source is included is a finding by itself.
+        lines = [f'#include "{ROOT / unit.path}"  // NOLINT\n' for unit in group]
+        together.write_text("".join(lines), encoding="utf-8")
+        source = str(together)
+    command = ["clang-tidy-14", "--quiet", f"--config-file={ROOT / '.clang-tidy'}", source]
+    found = finding([*command, "--", *first.flags()], first.folder)
+    if found is None:
+        return []
+    if len(group) == 1:
+        return [(first, found)]
+    return [one for part in parts_of(group, found) for one in check(part, scratch)]
+
+
+def timed_check(group: list[Unit], scratch: Path) -> tuple[float, list[tuple[Unit, str]]]:
+    start = time.monotonic()
+    found = check(group, scratch)
+    return time.monotonic() - start, found
 
 
 def main() -> int:
@@ -116,7 +168,7 @@ def main() -> int:
         "--built", type=Path, help="a build folder of clang's: what it compiles is only linted"
     )
     parser.add_argument("--jobs", type=int, default=os.cpu_count() or 1)
-    parser.add_argument("--slowest", type=int, default=0, help="list that many slow files")
+    parser.add_argument("--slowest", type=int, default=0, help="list that many slow groups")
     options = parser.parse_args()
     build = options.build.resolve()
     try:
@@ -134,10 +186,17 @@ def main() -> int:
     failures = 0
     times = []
     seen: set[str] = set()
+    # The largest first, so that no worker is left with a long one at the end.
+    groups = sorted(
+        in_groups(units), key=lambda group: -sum((ROOT / u.path).stat().st_size for u in group)
+    )
+    scratch = build / "lint"
+    scratch.mkdir(exist_ok=True)
     with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
-        for unit, seconds, found in pool.map(check, units):
-            times.append((seconds, unit.path))
-            if found is not None:
+        checked = pool.map(timed_check, groups, [scratch] * len(groups))
+        for group, (seconds, findings) in zip(groups, checked):
+            times.append((seconds, " ".join(unit.path for unit in group)))
+            for unit, found in findings:
                 failures += 1
                 # A finding in a header comes back with every file that includes it.
                 errors = {line for line in found.splitlines() if ": error: " in line}

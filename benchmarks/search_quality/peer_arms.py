@@ -124,11 +124,19 @@ DEAP_HEIGHT = 4
 DEAP_NODES = 25
 
 
-class Series:
+class Kind(type):
+    """DEAP draws from sets of types, whose order is that of their hashes: these are the same in
+    every process, so that a seed repeats a search."""
+
+    def __hash__(cls) -> int:
+        return len(cls.__name__)
+
+
+class Series(metaclass=Kind):
     """The type of panels in a tree."""
 
 
-class Days:
+class Days(metaclass=Kind):
     """The type of windows in a tree."""
 
 

@@ -316,6 +316,10 @@ def test_a_library_searches_as_far_as_it_may_and_repeats_itself(arm: str):
     assert told[0] == told[1]
 
 
+def test_types_have_the_same_order_in_every_process():
+    assert (hash(peer_arms.Series), hash(peer_arms.Days)) == (6, 4)
+
+
 def test_programs_of_gplearn_are_written_as_formulas():
     pytest.importorskip("gplearn")
     functions = {function.name: function for function in peer_arms.gplearn_functions(WORDS)}
