@@ -3,9 +3,10 @@
 
   benchmarks/whole_program/compare_with_peers.py build/release/bin/genetic-search PRICES.csv
 
-Python is that of benchmarks/search_quality/requirements.txt. The program runs with one job, with a
+The libraries are those of requirements.txt beside this file. The program runs with one job, with a
 process for each candidate and with processes that are shared; the libraries search the same prices
-by numpy kernels of the same functions, with neither processes, store, pool nor gates. Everything
+by numpy kernels of the same functions, with neither processes, store, pool nor gates. "DEAP, fast"
+takes the functions that bottleneck has from there: running sums, which drift. Everything
 is processor time of a process with its children, its start included, in turns, the least of them.
 "A further one" is the difference of a long and a short search, divided by that of their candidates:
 what starting, reading and ending cost is no part of it. Searches differ in how large their formulas
@@ -16,7 +17,9 @@ features, functions and windows.
 from __future__ import annotations
 
 import argparse
+import functools
 import json
+import math
 import multiprocessing
 import os
 import sqlite3
@@ -88,10 +91,32 @@ def nodes_of(graph: dict) -> int:
     return 1 + sum(map(nodes_of, graph["children"]))
 
 
+def fast_kernels(least_known_share: float) -> dict[str, Callable]:
+    import bottleneck
+
+    def moved(function: Callable, **more: int) -> Callable:
+        def kernel(x, n):
+            return function(x, n, max(1, math.ceil(least_known_share * n)), 0, **more)
+
+        return kernel
+
+    mean, spread = moved(bottleneck.move_mean), moved(bottleneck.move_std, ddof=1)
+    rank = moved(bottleneck.move_rank)
+    return {
+        "ts_sum": moved(bottleneck.move_sum),
+        "ts_mean": mean,
+        "ts_std": spread,
+        "ts_zscore": lambda x, n: (x - mean(x, n)) / spread(x, n),
+        "ts_min": moved(bottleneck.move_min),
+        "ts_max": moved(bottleneck.move_max),
+        "ts_rank": lambda x, n: (rank(x, n) + 1.0) / 2.0,
+    }
+
+
 class Market:
     """Prices and a backtest as a user writes them: a position without a price earns nothing."""
 
-    def __init__(self, path: str) -> None:
+    def __init__(self, path: str, is_fast: bool = False) -> None:
         import numpy
         import pandas
 
@@ -116,6 +141,8 @@ class Market:
         self._returns = returns[panel_backtest.DELAY_DAYS + 1 :]
         tables = (panel_kernels.PLAIN, panel_kernels.WINDOWED)
         self.kernels = {name: kernel for table in tables for name, (_, kernel) in table.items()}
+        if is_fast:
+            self.kernels.update(fast_kernels(panel_kernels.LEAST_KNOWN_SHARE))
         functions = {
             name: Function(panels, table is panel_kernels.WINDOWED)
             for table in tables
@@ -134,14 +161,18 @@ class Market:
         return self._sharpe_of((held * self._returns).sum(axis=1) - self._cost * traded)
 
 
-def search_with_deap(prices: str, candidates: int, seed: int) -> tuple[int, int]:
+def search_with_deap(
+    prices: str, candidates: int, seed: int, is_fast: bool = False
+) -> tuple[int, int]:
     import random
+
+    import numpy
 
     from deap import algorithms, gp
 
     import peer_arms
 
-    market = Market(prices)
+    market = Market(prices, is_fast)
     panels = list(market.features.values())
     primitives = peer_arms.deap_primitives(market.vocabulary, market.kernels)
     counted = [0, 0]
@@ -151,7 +182,8 @@ def search_with_deap(prices: str, candidates: int, seed: int) -> tuple[int, int]
             raise peer_arms.Spent
         counted[0] += 1
         counted[1] += len(tree)
-        return (market.sharpe(gp.compile(tree, primitives)(*panels)),)
+        with numpy.errstate(all="ignore"):
+            return (market.sharpe(gp.compile(tree, primitives)(*panels)),)
 
     toolbox = peer_arms.deap_toolbox(primitives, evaluate)
     random.seed(seed)
@@ -216,7 +248,11 @@ def nodes_of_program(program: list) -> int:
     )
 
 
-PEERS = {"DEAP": search_with_deap, "gplearn": search_with_gplearn}
+PEERS = {
+    "DEAP": search_with_deap,
+    "DEAP, fast": functools.partial(search_with_deap, is_fast=True),
+    "gplearn": search_with_gplearn,
+}
 
 
 def least(turns: list[Cost]) -> Cost:

@@ -78,9 +78,23 @@ def test_a_users_backtest_is_ours_where_all_prices_are_there(prices: str, tmp_pa
     assert market.sharpe(signal) == pytest.approx(expected, rel=1e-9)
 
 
+def test_fast_kernels_are_the_same_functions(prices: str):
+    pytest.importorskip("bottleneck")
+    market = comparison.Market(prices)
+    fast = comparison.Market(prices, is_fast=True).kernels
+    panel = market.features["returns"]
+    with numpy.errstate(all="ignore"):
+        for name in comparison.fast_kernels(0.8):
+            # Behind the first days of the late one, where the rules of the vocabulary differ.
+            given, expected = (kernels[name](panel, 5)[60:] for kernels in (fast, market.kernels))
+            numpy.testing.assert_allclose(given, expected, rtol=1e-6, atol=1e-12)
+
+
 @pytest.mark.parametrize("name", sorted(comparison.PEERS))
 def test_a_library_evaluates_so_many_candidates(name: str, prices: str):
-    pytest.importorskip(name.lower())
+    pytest.importorskip(name.lower().removesuffix(", fast"))
+    if name.endswith("fast"):
+        pytest.importorskip("bottleneck")
     candidates, nodes = comparison.PEERS[name](prices, 256, 3)
     assert candidates == 256
     assert nodes > 2 * candidates
