@@ -194,8 +194,8 @@ void measure_expressions(Eigen::Index instruments, Eigen::Index days, const std:
     for (int turn = 0; turn < kTurns; ++turn) {
       of_signal =
           std::min(of_signal, nanoseconds_of([&] { signal = evaluator.signal(expression); }));
-      of_weights =
-          std::min(of_weights, nanoseconds_of([&] { weights = evaluator.weights(signal); }));
+      of_weights = std::min(
+          of_weights, nanoseconds_of([&] { weights = evaluator.weights(std::move(signal)); }));
       of_backtest = std::min(of_backtest, nanoseconds_of([&] {
                                result = backtest_weights(weights, evaluator.close(),
                                                          evaluator.options().book);

@@ -115,12 +115,12 @@ Panel Evaluator::signal(const Expression& expression, const SharedPanels* shared
   return std::move(results.back());
 }
 
-Panel Evaluator::weights(const Panel& signal) const {
+Panel Evaluator::weights(Panel signal) const {
   const std::string& rule = options_.book.neutralize;
-  if (rule == kNeutralizeNone) return signal_weights(signal);
+  if (rule == kNeutralizeNone) return signal_weights(std::move(signal));
   const GroupPanel* const groups =
       is_neutral_by_group(options_.book) ? &features_.group(rule) : nullptr;
-  return signal_weights(neutral_signal(signal, groups));
+  return neutral_signal(std::move(signal), groups, weigh_tile);
 }
 
 SharedPanels Evaluator::shared_panels(std::size_t limit_bytes,

@@ -52,7 +52,8 @@ class Evaluator {
 
   // What the signal wants to hold by the rules of the options: neutralized, and scaled to one unit
   // of gross exposure a day.
-  [[nodiscard]] Panel weights(const Panel& signal) const;
+  // They take the place of the signal.
+  [[nodiscard]] Panel weights(Panel signal) const;
 
   // Panels of parts that its expressions share; it must outlive them.
   [[nodiscard]] SharedPanels shared_panels(

@@ -30,31 +30,32 @@ DaySums divisors_of_days(const Panel& signal, const DayTile& tile) {
   return greatest;
 }
 
+// In the place of the signal. What follows for the days of a tile is done while they are in the
+// cache.
 template <typename Groups>
-Panel neutralized(const Panel& signal, const Groups& groups) {
-  Panel neutral(signal.rows(), signal.cols());
+void neutralize(Panel& panel, const Groups& groups, TileStep then) {
   typename Groups::Sums counts(groups.count());
   typename Groups::Sums means(groups.count());
   typename Groups::Sums squares(groups.count());
   typename Groups::Sums deviations(groups.count());
-  for (const DayTile& tile : day_tiles(signal)) {
-    const DaySums divisors = divisors_of_days(signal, tile);
+  for (const DayTile& tile : day_tiles(panel)) {
+    const DaySums divisors = divisors_of_days(panel, tile);
     squares.clear();
     deviations.clear();
-    each_entry(signal, tile, groups, neutral,
+    each_entry(panel, tile, groups, panel,
                [&divisors](const TileEntry& entry, double value, double& scaled) {
                  const double share = value / divisors[entry.day];
                  scaled = entry.is_member ? share : kUnknown;
                });
-    find_means(neutral, tile, groups, neutral, counts, means);
-    each_entry(neutral, tile, groups, neutral,
+    find_means(panel, tile, groups, panel, counts, means);
+    each_entry(panel, tile, groups, panel,
                [mean = means.data(), square = squares.data(), spread = deviations.data()](
                    const TileEntry& entry, double scaled, double& /*result*/) {
                  const double deviation = scaled - mean[entry.place];
                  square[entry.place] += entry.is_member ? scaled * scaled : 0.0;
                  spread[entry.place] += entry.is_member ? deviation * deviation : 0.0;
                });
-    each_entry(neutral, tile, groups, neutral,
+    each_entry(panel, tile, groups, panel,
                [mean = means.data(), square = squares.data(), spread = deviations.data()](
                    const TileEntry& entry, double scaled, double& result) {
                  const double none = scaled - scaled;  // Not known where that is not.
@@ -62,19 +63,23 @@ Panel neutralized(const Panel& signal, const Groups& groups) {
                  const double rounding = kConstantTolerance * square[entry.place];
                  result = spread[entry.place] <= rounding ? none : deviation;
                });
+    if (then != nullptr) then(tile, panel);
   }
-  return neutral;
 }
 
 }  // namespace
 
-Panel neutral_signal(const Panel& signal, const GroupPanel* groups) {
+Panel neutral_signal(Panel signal, const GroupPanel* groups, TileStep then) {
   if (groups != nullptr && (groups->rows() != signal.rows() || groups->cols() != signal.cols())) {
     throw std::invalid_argument(
         "a signal and groups of two shapes; take both from the same market data");
   }
-  return groups == nullptr ? neutralized(signal, OneGroup())
-                           : neutralized(signal, ManyGroups(*groups));
+  if (groups == nullptr) {
+    neutralize(signal, OneGroup(), then);
+  } else {
+    neutralize(signal, ManyGroups(*groups), then);
+  }
+  return signal;
 }
 
 bool is_neutral_by_group(const BookRules& rules) {

@@ -15,12 +15,17 @@
 
 #include "hosts/embedded/backtest/book_rules.hpp"
 #include "hosts/embedded/market/market_data.hpp"
+#include "hosts/embedded/vocabulary/day_tiles.hpp"
 
 namespace varnholt::embedded {
 
+// What is done with the days of a tile in their place, while they are in the cache.
+using TileStep = void (*)(const DayTile& tile, Panel& panel);
+
 // Each day divided by its greatest absolute value, and then z; NaN where that is not known. Without
-// groups the market is one.
-[[nodiscard]] Panel neutral_signal(const Panel& signal, const GroupPanel* groups = nullptr);
+// groups the market is one. Each tile is taken through `then`, if there is such a step.
+[[nodiscard]] Panel neutral_signal(Panel signal, const GroupPanel* groups = nullptr,
+                                   TileStep then = nullptr);
 
 // Whether the rules name a group.
 [[nodiscard]] bool is_neutral_by_group(const BookRules& rules);

@@ -9,7 +9,6 @@
 
 #include "hosts/embedded/backtest/held_positions.hpp"
 #include "hosts/embedded/backtest/return_series.hpp"
-#include "hosts/embedded/vocabulary/day_tiles.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -122,40 +121,6 @@ void check_finite(const Panel& weights, Eigen::Index first_row, Eigen::Index row
   if (not_finite != 0.0) refuse_weights_that_are_not_finite();
 }
 
-// The weights of a few days.
-void weigh_tile(const Panel& signal, const DayTile& tile, Panel& weights) {
-  // The greatest entry of the day is divided out first: a sum of very large or very small entries
-  // would overflow or lose its digits.
-  DaySums greatest{};
-  DaySums gross{};
-  for (Eigen::Index column = 0; column < signal.cols(); ++column) {
-    const double* const from = tile.of_column(signal, column);
-    for (std::size_t day = 0; day < tile.days; ++day) {
-      const double size = std::abs(from[day]);
-      const bool is_greater = std::isfinite(from[day]) && size > greatest[day];
-      greatest[day] = is_greater ? size : greatest[day];
-    }
-  }
-  for (Eigen::Index column = 0; column < signal.cols(); ++column) {
-    const double* const from = tile.of_column(signal, column);
-    double* const to = tile.of_column(weights, column);
-    for (std::size_t day = 0; day < tile.days; ++day) {
-      // Not finite are the shares of what is not, and of a day of zeros.
-      const double share = from[day] / greatest[day];
-      const double weight = std::isfinite(share) ? share : 0.0;
-      to[day] = weight;
-      gross[day] += std::abs(weight);
-    }
-  }
-  for (double& sum : gross)
-    sum = sum > 0.0 ? sum : 1.0;
-  for (Eigen::Index column = 0; column < signal.cols(); ++column) {
-    double* const to = tile.of_column(weights, column);
-    for (std::size_t day = 0; day < tile.days; ++day)
-      to[day] /= gross[day];
-  }
-}
-
 void check_days(HoldingDays held, Eigen::Index price_days) {
   // Written so that no sum can overflow.
   const Eigen::Index most = std::max<Eigen::Index>(price_days - 1, 0);
@@ -204,11 +169,42 @@ BacktestResult result_of(DailySums sums, const BookRules& rules) {
 
 }  // namespace
 
-Panel signal_weights(const Panel& signal) {
-  Panel weights(signal.rows(), signal.cols());
+void weigh_tile(const DayTile& tile, Panel& panel) {
+  // The greatest entry of the day is divided out first: a sum of very large or very small entries
+  // would overflow or lose its digits.
+  DaySums greatest{};
+  DaySums gross{};
+  for (Eigen::Index column = 0; column < panel.cols(); ++column) {
+    const double* const entries = tile.of_column(panel, column);
+    for (std::size_t day = 0; day < tile.days; ++day) {
+      const double size = std::abs(entries[day]);
+      const bool is_greater = std::isfinite(entries[day]) && size > greatest[day];
+      greatest[day] = is_greater ? size : greatest[day];
+    }
+  }
+  for (Eigen::Index column = 0; column < panel.cols(); ++column) {
+    double* const entries = tile.of_column(panel, column);
+    for (std::size_t day = 0; day < tile.days; ++day) {
+      // Not finite are the shares of what is not, and of a day of zeros.
+      const double share = entries[day] / greatest[day];
+      const double weight = std::isfinite(share) ? share : 0.0;
+      entries[day] = weight;
+      gross[day] += std::abs(weight);
+    }
+  }
+  for (double& sum : gross)
+    sum = sum > 0.0 ? sum : 1.0;
+  for (Eigen::Index column = 0; column < panel.cols(); ++column) {
+    double* const entries = tile.of_column(panel, column);
+    for (std::size_t day = 0; day < tile.days; ++day)
+      entries[day] /= gross[day];
+  }
+}
+
+Panel signal_weights(Panel signal) {
   for (const DayTile& tile : day_tiles(signal))
-    weigh_tile(signal, tile, weights);
-  return weights;
+    weigh_tile(tile, signal);
+  return signal;
 }
 
 BacktestResult backtest_weights(const Panel& weights, const Panel& close, const BookRules& rules) {

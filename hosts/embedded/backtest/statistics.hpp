@@ -25,6 +25,7 @@
 
 #include "hosts/embedded/backtest/book_rules.hpp"
 #include "hosts/embedded/market/market_data.hpp"
+#include "hosts/embedded/vocabulary/day_tiles.hpp"
 
 namespace varnholt::embedded {
 
@@ -90,7 +91,10 @@ struct BacktestResult {
 // w(t,i) = x(t,i) / sum_j |x(t,j)|: one unit of gross exposure a day. What is to be taken out of
 // a signal is taken out before (neutral_signal.hpp). An entry that
 // is not finite has no weight; a day on which no entry is finite and other than 0 has none at all.
-[[nodiscard]] Panel signal_weights(const Panel& signal);
+[[nodiscard]] Panel signal_weights(Panel signal);
+
+// The same for some days, in the place of their signal.
+void weigh_tile(const DayTile& tile, Panel& panel);
 
 // What the book earns that takes `weights` (of the shape of `close`; row t is what the signal of
 // day t wants) by these rules. Throws std::invalid_argument for weights of another shape or not

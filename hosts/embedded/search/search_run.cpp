@@ -23,6 +23,7 @@
 #include "hosts/embedded/search/search_setup.hpp"
 #include "hosts/embedded/search/signal_report.hpp"
 #include "hosts/embedded/store/run_store.hpp"
+#include "hosts/embedded/system/memory_advice.hpp"
 #include "search_templates/genetic/driver/genetic.hpp"
 
 namespace varnholt::embedded {
@@ -189,6 +190,8 @@ void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder
 
   // What a run that died left in the queue is settled before anything is measured.
   settling.settle();
+  // Workers would copy the pages of what was freed on the way here when they take them.
+  give_back_free_memory();
   module.run(context, setup.config());
   const Value& metrics = recorder.metrics();
   recorder.end(genetic::str(metrics.mapping().at(genetic::keys::kTerminalReason)));

@@ -79,6 +79,19 @@ TEST(NeutralSignal, LaterDaysChangeNothing) {
   }
 }
 
+TEST(NeutralSignal, WeighedTileByTileItIsTheSameToTheLastBit) {
+  std::mt19937_64 engine(11);
+  // More days than a tile has.
+  const Panel signal = random_panel(engine, 200, 7, 0.2);
+  GroupPanel groups = groups_of(200, {0, 0, 1, 1, 1, kNoGroup, 2});
+  groups(150, 0) = 1;
+  for (const GroupPanel* of : {static_cast<const GroupPanel*>(nullptr), &std::as_const(groups)}) {
+    const Panel together = neutral_signal(signal, of, weigh_tile);
+    EXPECT_TRUE(begins_with(together, signal_weights(neutral_signal(signal, of))));
+    EXPECT_TRUE((together != 0.0).any());
+  }
+}
+
 TEST(NeutralSignal, GroupsOfAnotherShapeAreRefused) {
   const GroupPanel groups = groups_of(2, {0, 0});
   EXPECT_THROW(static_cast<void>(neutral_signal(Panel::Zero(1, 2), &groups)),
