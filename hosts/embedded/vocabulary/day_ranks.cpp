@@ -12,6 +12,7 @@
 #include "hosts/embedded/vocabulary/alike.hpp"
 #include "hosts/embedded/vocabulary/day_tiles.hpp"
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
+#include "hosts/embedded/vocabulary/vector_kernels.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -143,27 +144,101 @@ class TileMembers {
   std::vector<Members> members_;
 };
 
-}  // namespace
+// The values of kLanes days on from `first`; those behind the last day of the panel are not known.
+class FewDays {
+ public:
+  FewDays(const Panel& x, Panel& result)
+      : x_(x),
+        result_(result),
+        values_(static_cast<std::size_t>(x.cols()) * kLanes),
+        ranks_(values_.size()) {}
 
-Panel day_ranks(const Panel& x, const GroupPanel* groups) {
-  const bool has_groups = groups != nullptr && groups->size() > 0;
-  const std::size_t group_count =
-      has_groups ? static_cast<std::size_t>(std::max(groups->maxCoeff() + 1, 1)) : 1;
-  Panel result = Panel::Constant(x.rows(), x.cols(), kUnknown);
-  TileMembers members(group_count);
-  MemberSort sort;
-  for (const DayTile& tile : day_tiles(x)) {
-    members.take(x, groups, tile);
+  // Ranks them, and gives the days that are not ranked by that.
+  std::array<bool, kLanes> rank(const VectorKernels& kernels, Eigen::Index first) {
+    const auto columns = static_cast<std::size_t>(x_.cols());
+    const auto days = static_cast<std::size_t>(x_.rows() - first);
+    if (days >= kLanes) {
+      const auto stride = static_cast<std::size_t>(x_.rows());
+      return kernels.rank_few({x_.data() + first, stride, columns}, result_.data() + first);
+    }
+    std::fill(values_.begin(), values_.end(), kUnknown);
+    copy(days, [&](std::size_t day, Eigen::Index column, std::size_t place) {
+      values_[place] = x_(first + static_cast<Eigen::Index>(day), column);
+    });
+    const auto unsure = kernels.rank_few({values_.data(), kLanes, columns}, ranks_.data());
+    copy(days, [&](std::size_t day, Eigen::Index column, std::size_t place) {
+      result_(first + static_cast<Eigen::Index>(day), column) = ranks_[place];
+    });
+    return unsure;
+  }
+
+ private:
+  template <typename Copy>
+  void copy(std::size_t days, Copy copy_one) const {
+    for (Eigen::Index column = 0; column < x_.cols(); ++column) {
+      for (std::size_t day = 0; day < days; ++day)
+        copy_one(day, column, static_cast<std::size_t>(column) * kLanes + day);
+    }
+  }
+
+  const Panel& x_;
+  Panel& result_;
+  std::vector<double> values_;
+  std::vector<double> ranks_;
+};
+
+// Ranks the days of a tile by sorting.
+class SortedRanks {
+ public:
+  SortedRanks(const Panel& x, const GroupPanel* groups, std::size_t group_count)
+      : x_(x), groups_(groups), group_count_(group_count), members_(group_count) {}
+
+  void rank(const DayTile& tile, Panel& result) {
+    members_.take(x_, groups_, tile);
     for (std::size_t day = 0; day < tile.days; ++day) {
       double* const to = result.data() + tile.first + static_cast<Eigen::Index>(day);
-      for (std::size_t group = 0; group < group_count; ++group) {
-        sort(members.of(day, group));
-        rank_sorted(members.of(day, group), [&](std::uint32_t column, double rank) {
-          to[static_cast<Eigen::Index>(column) * x.rows()] = rank;
+      for (std::size_t group = 0; group < group_count_; ++group) {
+        sort_(members_.of(day, group));
+        rank_sorted(members_.of(day, group), [&](std::uint32_t column, double rank) {
+          to[static_cast<Eigen::Index>(column) * x_.rows()] = rank;
         });
       }
     }
   }
+
+ private:
+  const Panel& x_;
+  const GroupPanel* groups_;
+  std::size_t group_count_;
+  TileMembers members_;
+  MemberSort sort_;
+};
+
+// The ranks of so few instruments that each is compared with each.
+Panel ranks_of_few(const Panel& x) {
+  Panel result(x.rows(), x.cols());
+  FewDays few(x, result);
+  SortedRanks sorted(x, nullptr, 1);
+  for (Eigen::Index first = 0; first < x.rows(); first += kLanes) {
+    const auto unsure = few.rank(vector_kernels(), first);
+    for (std::size_t lane = 0; lane < kLanes; ++lane) {
+      if (unsure[lane]) sorted.rank({first + static_cast<Eigen::Index>(lane), 1}, result);
+    }
+  }
+  return result;
+}
+
+}  // namespace
+
+Panel day_ranks(const Panel& x, const GroupPanel* groups) {
+  const bool has_groups = groups != nullptr && groups->size() > 0;
+  if (!has_groups && x.cols() <= static_cast<Eigen::Index>(kMostOfFew)) return ranks_of_few(x);
+  const std::size_t group_count =
+      has_groups ? static_cast<std::size_t>(std::max(groups->maxCoeff() + 1, 1)) : 1;
+  Panel result = Panel::Constant(x.rows(), x.cols(), kUnknown);
+  SortedRanks sorted(x, groups, group_count);
+  for (const DayTile& tile : day_tiles(x))
+    sorted.rank(tile, result);
   return result;
 }
 

@@ -49,16 +49,31 @@ struct LaneMask {
   std::array<Part, kParts<Vector>> parts;
 
   [[gnu::always_inline]] friend LaneMask operator&(const LaneMask& x, const LaneMask& y) {
-    LaneMask both;
+    LaneMask both{};
     for (std::size_t i = 0; i < kParts<Vector>; ++i)
       both.parts[i] = x.parts[i] & y.parts[i];
     return both;
   }
   [[gnu::always_inline]] friend LaneMask operator|(const LaneMask& x, const LaneMask& y) {
-    LaneMask either;
+    LaneMask either{};
     for (std::size_t i = 0; i < kParts<Vector>; ++i)
       either.parts[i] = x.parts[i] | y.parts[i];
     return either;
+  }
+  [[gnu::always_inline]] friend LaneMask operator^(const LaneMask& x, const LaneMask& y) {
+    LaneMask one{};
+    for (std::size_t i = 0; i < kParts<Vector>; ++i)
+      one.parts[i] = x.parts[i] ^ y.parts[i];
+    return one;
+  }
+  [[nodiscard, gnu::always_inline]] bool any() const {
+    Part either = parts[0];
+    for (std::size_t i = 1; i < kParts<Vector>; ++i)
+      either = either | parts[i];
+    bool is_set = false;
+    for (std::size_t i = 0; i < kVectorSize<Vector>; ++i)
+      is_set = is_set || either[i] != 0;
+    return is_set;
   }
   [[nodiscard, gnu::always_inline]] bool all() const {
     Part both = parts[0];
@@ -84,7 +99,7 @@ struct Lanes {
 
   // Of numbers that lie together.
   [[nodiscard, gnu::always_inline]] static Lanes from(const double* values) {
-    Lanes lanes;
+    Lanes lanes{};
     for (std::size_t i = 0; i < kParts<Vector>; ++i)
       load(values + i * kVectorSize<Vector>, lanes.parts[i]);
     return lanes;
@@ -122,19 +137,19 @@ struct Lanes {
     return x;
   }
   [[gnu::always_inline]] friend LaneMask<Vector> operator==(const Lanes& x, const Lanes& y) {
-    LaneMask<Vector> mask;
+    LaneMask<Vector> mask{};
     for (std::size_t i = 0; i < kParts<Vector>; ++i)
       mask.parts[i] = x.parts[i] == y.parts[i];
     return mask;
   }
   [[gnu::always_inline]] friend LaneMask<Vector> operator<(const Lanes& x, const Lanes& y) {
-    LaneMask<Vector> mask;
+    LaneMask<Vector> mask{};
     for (std::size_t i = 0; i < kParts<Vector>; ++i)
       mask.parts[i] = x.parts[i] < y.parts[i];
     return mask;
   }
   [[gnu::always_inline]] friend LaneMask<Vector> operator<=(const Lanes& x, const Lanes& y) {
-    LaneMask<Vector> mask;
+    LaneMask<Vector> mask{};
     for (std::size_t i = 0; i < kParts<Vector>; ++i)
       mask.parts[i] = x.parts[i] <= y.parts[i];
     return mask;

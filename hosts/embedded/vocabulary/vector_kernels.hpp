@@ -9,6 +9,7 @@
 #include <array>
 #include <cstddef>
 
+#include "hosts/embedded/vocabulary/lane_vector.hpp"
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
 
 namespace varnholt::embedded {
@@ -43,12 +44,27 @@ struct RollingTask {
   Window window;
 };
 
+// So many values at most are ranked by comparing each with each; sorting more of them costs less.
+inline constexpr std::size_t kMostOfFew = 32;
+
+// The values of kLanes days of some instruments. Those of one instrument lie together, and those of
+// the next `stride` behind them.
+struct DaysOfFew {
+  const double* values;
+  std::size_t stride;
+  std::size_t columns;  // At most kMostOfFew.
+};
+
 struct VectorKernels {
   // Fills a panel of the shape of the others; the window is not longer than they are.
   void (*roll)(const RollingTask& task, Panel& result);
   // For kLanes days from `today` on: how many of the `earlier` days before each have a lesser
   // value; one that is alike to that of the day counts half, one that is not known nothing.
   void (*count_lesser)(const double* today, std::size_t earlier, double* places);
+  // The ranks of each day as cross_rank has them, in places like those of the values. Gives the
+  // days on which they must be found otherwise: of two that are not alike, both are alike to a
+  // third.
+  std::array<bool, kLanes> (*rank_few)(const DaysOfFew& days, double* ranks);
 };
 
 [[nodiscard]] const VectorKernels& kernels_of_pairs();

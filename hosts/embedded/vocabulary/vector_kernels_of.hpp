@@ -5,6 +5,7 @@
 #include <cstddef>
 
 #include "hosts/embedded/vocabulary/alike.hpp"
+#include "hosts/embedded/vocabulary/lane_ranks.hpp"
 #include "hosts/embedded/vocabulary/lane_vector.hpp"
 #include "hosts/embedded/vocabulary/moment_folds.hpp"
 #include "hosts/embedded/vocabulary/rolling_folds.hpp"
@@ -78,7 +79,7 @@ struct KernelsOf {
     lesser.to(places);
   }
 
-  static constexpr VectorKernels kTable{roll, count_lesser};
+  static constexpr VectorKernels kTable{roll, count_lesser, rank_few<Vector>};
 };
 
 }  // namespace varnholt::embedded

@@ -83,5 +83,37 @@ TEST(VectorKernels, CountWhatIsLessAndHalfOfWhatIsAlike) {
   }
 }
 
+// Where a value is alike to two that are not alike, a day is told; elsewhere the place is that of
+// the mean of those that are alike.
+TEST(VectorKernels, RankWhatIsAlikeAndTellOfChains) {
+  constexpr std::size_t kColumns = 4;
+  const auto ranks_of = [](const VectorKernels& kernels, const std::array<double, kColumns>& day) {
+    std::array<double, kColumns * kLanes> values{};
+    values.fill(kNan);
+    for (std::size_t i = 0; i < kColumns; ++i)
+      values.at(i * kLanes + 2) = day.at(i);
+    std::array<double, kColumns * kLanes> ranks{};
+    const auto is_unsure = kernels.rank_few({values.data(), kLanes, kColumns}, ranks.data());
+    std::vector<double> result;
+    for (std::size_t i = 0; i < kColumns; ++i)
+      result.push_back(ranks.at(i * kLanes + 2));
+    result.push_back(is_unsure.at(2) ? 1.0 : 0.0);
+    EXPECT_EQ(std::count(is_unsure.begin(), is_unsure.end(), true), is_unsure.at(2) ? 1 : 0);
+    return result;
+  };
+  for (const VectorKernels* kernels : {&kernels_of_pairs(), &vector_kernels()}) {
+    EXPECT_EQ(ranks_of(*kernels, {3.0, 1.0, 2.0, 4.0}),
+              (std::vector<double>{2.0 / 3.0, 0.0, 1.0 / 3.0, 1.0, 0.0}));
+    EXPECT_EQ(ranks_of(*kernels, {-1.0, -1.0 + 1e-12, 5.0, -1.0}),
+              (std::vector<double>{1.0 / 3.0, 1.0 / 3.0, 1.0, 1.0 / 3.0, 0.0}));
+    EXPECT_EQ(ranks_of(*kernels, {1.0, 1.0 + 0.8e-9, 1.0 + 1.6e-9, 9.0}).back(), 1.0);
+    const std::vector<double> with_gap = ranks_of(*kernels, {2.0, kNan, 1.0, 1.0});
+    EXPECT_EQ(with_gap[0], 1.0);
+    EXPECT_TRUE(std::isnan(with_gap[1]));
+    EXPECT_EQ(with_gap[2], 0.25);
+    EXPECT_EQ(ranks_of(*kernels, {kNan, 7.0, kNan, kNan})[1], 0.5);
+  }
+}
+
 }  // namespace
 }  // namespace varnholt::embedded::test
