@@ -69,6 +69,8 @@ constexpr auto kSettings = std::to_array<Setting>({
      [](SearchOptions& options, double value) { options.restart_threshold = whole(value); }},
     {"sharpe_min",
      [](SearchOptions& options, double value) { options.config.gates.min_sharpe = value; }},
+    {"turnover_max",
+     [](SearchOptions& options, double value) { options.config.gates.max_turnover = value; }},
 });
 
 // The row of that name, or a complaint that names the others.
@@ -96,6 +98,7 @@ void change(SearchOptions& options, const std::string& setting) {
 SearchOptions options_of(const std::string& arm, std::int64_t backtests, std::uint64_t seed) {
   SearchOptions options;
   options.jobs = 1;
+  options.isolation = Isolation::Chunk;  // It finds the same, sooner.
   options.seed = seed;
   options.candidates = backtests;
   options.periods_per_year = BookRules().periods_per_year;

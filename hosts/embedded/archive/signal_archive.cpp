@@ -25,20 +25,41 @@ void SignalArchive::add(const Value& graph, double nodes, const Behaviour& behav
                         CandidateSource source) {
   met_.insert(structure_hash(graph));
   const double score = behaviour.residual_sharpe - kPricePerNode * nodes;
-  shares_.count(source, enters({graph, score, behaviour}));
+  shares_.count(source, enters({graph, score, behaviour, evaluated_, told_by_pool(behaviour)}));
+  ++evaluated_;
 }
 
 void SignalArchive::add_repeat(const Value& graph, CandidateSource source) {
   met_.insert(structure_hash(graph));
   shares_.count(source, false);
+  ++evaluated_;
+}
+
+void SignalArchive::set_pool(std::vector<Behaviour> pool) {
+  pool_ = std::move(pool);
+  for (Member& member : members_)
+    member.told_by_pool = told_by_pool(member.behaviour);
+}
+
+double SignalArchive::told_by_pool(const Behaviour& behaviour) const {
+  double most = 0.0;
+  for (const Behaviour& member : pool_)
+    most = std::max(most, behaviour.likeness(member) * member.residual_sharpe);
+  return most;
+}
+
+double SignalArchive::rank(const Member& member) const {
+  return member.score - kPricePerChild * static_cast<double>(member.children) -
+         kPriceOfAge * static_cast<double>(evaluated_ - member.came_at) -
+         kPoolShare * member.told_by_pool;
 }
 
 bool SignalArchive::enters(Member newcomer) {
   const auto is_like = [&newcomer](const Member& member) {
     return member.behaviour.likeness(newcomer.behaviour) >= kAlike;
   };
-  const auto is_worse = [](const Member& left, const Member& right) {
-    return left.score < right.score;
+  const auto is_lower = [this](const Member& left, const Member& right) {
+    return rank(left) < rank(right);
   };
   const bool is_best_of_its_kind = std::none_of(
       members_.begin(), members_.end(),
@@ -46,10 +67,10 @@ bool SignalArchive::enters(Member newcomer) {
   if (!is_best_of_its_kind) return false;
   std::erase_if(members_, is_like);
   if (members_.size() == kCapacity) {
-    // Of equally bad ones the oldest.
-    const auto worst = std::min_element(members_.begin(), members_.end(), is_worse);
-    if (!is_worse(*worst, newcomer)) return false;
-    members_.erase(worst);
+    // Of equal ones the oldest.
+    const auto lowest = std::min_element(members_.begin(), members_.end(), is_lower);
+    if (!is_lower(*lowest, newcomer)) return false;
+    members_.erase(lowest);
   }
   members_.push_back(std::move(newcomer));
   return true;
@@ -59,7 +80,7 @@ Value SignalArchive::parent(genetic::RandomGenerator& generator) {
   Member* chosen = nullptr;
   for (std::size_t draw = 0; draw < kTournament; ++draw) {
     Member& drawn = members_[genetic::random_below(generator, members_.size())];
-    if (chosen == nullptr || drawn.rank() > chosen->rank()) chosen = &drawn;
+    if (chosen == nullptr || rank(drawn) > rank(*chosen)) chosen = &drawn;
   }
   ++chosen->children;
   return chosen->graph;

@@ -5,12 +5,16 @@
 // narrowly is as good a parent. In the manner of MAP-Elites (J.-B. Mouret and J. Clune,
 // "Illuminating search spaces by mapping elites", 2015), but with neighbours in place of cells:
 //
-//   score     the Sharpe ratio beside the market, less a price for each node
+//   score     the Sharpe ratio beside the market with a part of the costs taken off
+//             (behaviour.hpp), less a price for each node
+//   rank      the score, less a price for each time that it was a parent and for its age, so that
+//             none is bred from for ever, and less a half of what a member of the signal pool tells
+//             of it: what adds to the pool comes first, and what is in the pool can still be
+//             improved
 //   a signal  takes the place of all that it is like and better than, where it is better than all
 //             that it is like (a likeness of kAlike or more); where it is like none, that of the
-//             worst once the archive is full
-//   a parent  is the best of three that are drawn, by score less a price for each time that it was
-//             a parent before, so that none is bred from for ever
+//             lowest rank once the archive is full
+//   a parent  is the one of the highest rank of three that are drawn
 //
 // All draws come from the generator that is given, and signals are told of in the order of their
 // candidate numbers: a seed repeats a run for any number of jobs.
@@ -34,6 +38,9 @@ class SignalArchive {
   static constexpr double kAlike = 0.7;
   static constexpr double kPricePerNode = 0.01;
   static constexpr double kPricePerChild = 0.02;
+  // For each signal that was evaluated since it came: 0.1 in a thousand.
+  static constexpr double kPriceOfAge = 0.0001;
+  static constexpr double kPoolShare = 0.5;
   static constexpr std::size_t kTournament = 3;
   // With fewer there is nothing to choose from.
   static constexpr std::size_t kLeastParents = 8;
@@ -47,6 +54,10 @@ class SignalArchive {
 
   // Whether a graph of this structure was added before, whatever became of it.
   [[nodiscard]] bool has_met(const genetic::Value& graph) const;
+
+  // The members of the signal pool, each by its own PnL. The ranks are those beside them from now
+  // on.
+  void set_pool(std::vector<Behaviour> pool);
 
   [[nodiscard]] bool has_parents() const { return members_.size() >= kLeastParents; }
   [[nodiscard]] const SourceShares& shares() const { return shares_; }
@@ -63,16 +74,18 @@ class SignalArchive {
     genetic::Value graph;
     double score = 0.0;
     Behaviour behaviour;
+    std::int64_t came_at = 0;   // How many were evaluated before.
+    double told_by_pool = 0.0;  // Of its Sharpe ratio: likeness times that of the pool's member.
     std::int64_t children = 0;
-
-    [[nodiscard]] double rank() const {
-      return score - kPricePerChild * static_cast<double>(children);
-    }
   };
 
   [[nodiscard]] bool enters(Member newcomer);
+  [[nodiscard]] double rank(const Member& member) const;
+  [[nodiscard]] double told_by_pool(const Behaviour& behaviour) const;
 
   std::vector<Member> members_;
+  std::vector<Behaviour> pool_;
+  std::int64_t evaluated_ = 0;
   // Hashes in place of structures: of two that share one by chance, the second is not bred.
   std::unordered_set<std::size_t> met_;
   SourceShares shares_;

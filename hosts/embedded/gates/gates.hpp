@@ -38,7 +38,9 @@ namespace varnholt::embedded {
 // (docs/figures.md).
 struct GateThresholds {
   double min_abs_weight_sum_mean = 0.5;
-  double max_turnover = 1.0;
+  // Costs are in the Sharpe ratio already. A signal that knows nothing of its day before turns over
+  // sqrt(2) of its capital a day; what turns over more goes against itself.
+  double max_turnover = 1.5;
   double max_max_weight = 1.0;
   double max_delta_exposure = 1.0;
   double min_gross_returns_sharpe = 0.3;

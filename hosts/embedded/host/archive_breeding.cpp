@@ -2,37 +2,22 @@
 
 #include <array>
 
-#include "search_templates/genetic/value/key.hpp"
+#include "hosts/embedded/host/offspring_operators.hpp"
 
 namespace varnholt::embedded {
 
-using genetic::Key;
 using genetic::RandomGenerator;
 using genetic::Value;
 
 namespace {
 
-struct Rate {
-  Key name;
-  double share;
-};
-// Those of the search's own operators; the last takes what is left.
-constexpr Key kCrossover = genetic::key<"crossover">();
-constexpr Key kPointMutation = genetic::key<"point_mutation">();
-constexpr Key kHoistMutation = genetic::key<"hoist_mutation">();
-constexpr auto kRates = std::to_array<Rate>({{kCrossover, 0.4},
-                                             {kPointMutation, 0.3},
-                                             {genetic::key<"subtree_mutation">(), 0.2},
-                                             {kHoistMutation, 0.1}});
-
-Key drawn_operator(RandomGenerator& generator) {
-  double left = generator.random();
-  for (const Rate& rate : kRates) {
-    left -= rate.share;
-    if (left < 0.0) return rate.name;
-  }
-  return kRates.back().name;
-}
+// More steps and fewer crossovers than the search has by default: a good signal is mostly a step
+// from a better one (docs/search-quality.md).
+constexpr auto kShares = std::to_array<OperatorShare>({{OffspringOperator::Crossover, 0.25},
+                                                       {OffspringOperator::Point, 0.35},
+                                                       {OffspringOperator::Insert, 0.15},
+                                                       {OffspringOperator::Subtree, 0.15},
+                                                       {OffspringOperator::Hoist, 0.1}});
 
 }  // namespace
 
@@ -44,23 +29,20 @@ std::optional<Value> ArchiveBreeding::offspring(const std::shared_ptr<RandomGene
 }
 
 std::optional<Value> ArchiveBreeding::bred(const std::shared_ptr<RandomGenerator>& generator) {
-  const Key operation = drawn_operator(*generator);
+  const OffspringOperator operation = drawn_operator(kShares, *generator);
   const Value elite = archive_.parent(*generator);
-  const bool has_mate = operation.view() == kCrossover.view();
-  const Value mate = has_mate ? archive_.parent(*generator) : Value();
+  Value mate;
   Value graph;
-  if (has_mate) {
+  if (operation == OffspringOperator::Crossover) {
+    mate = archive_.parent(*generator);
     graph = operators_.crossover(elite, mate, generator, {});
-  } else if (operation.view() == kHoistMutation.view()) {
-    graph = operators_.hoist_mutation(elite, generator, {});
   } else {
-    const Value material = material_.draw(*generator);
-    graph = operation.view() == kPointMutation.view()
-                ? operators_.point_mutation(elite, material, generator, {})
-                : operators_.subtree_mutation(elite, material, generator, {});
+    const bool needs_material = operation != OffspringOperator::Hoist;
+    const Value material = needs_material ? Value(material_.draw(*generator)) : Value();
+    graph = mutated(operators_, operation, elite, material, generator);
   }
   if (archive_.has_met(graph)) return std::nullopt;
-  lineage_.note_archive_offspring(graph, operation, elite, mate);
+  lineage_.note_archive_offspring(graph, name_of(operation), elite, mate);
   return graph;
 }
 

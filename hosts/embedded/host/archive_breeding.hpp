@@ -25,7 +25,7 @@ class ArchiveBreeding {
 
   // An offspring of archived signals, of a structure that was not evaluated in this run, or
   // nothing where every try repeats. The archive must have parents. Draws, for each try: the
-  // operator, by the rates of the search's own, the parents, the material and what the operator
+  // operator, the parents, the material and what the operator
   // itself draws. Notes the lineage.
   [[nodiscard]] std::optional<genetic::Value> offspring(
       const std::shared_ptr<genetic::RandomGenerator>& generator);

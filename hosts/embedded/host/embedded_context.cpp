@@ -304,8 +304,9 @@ Value EmbeddedContext::passed_or_failed(const Value& graph, const Backtested& ba
       first_failed_gate(measured.statistics, settings_.gates, settings_.limits);
   // Children compare what passes with the pool, all at once; in the parent it would be one after
   // the other.
-  const std::optional<Behaviour> behaviour = behaviour_of(
-      measured.net_returns, settings_.market_returns, evaluator_.options().book.periods_per_year);
+  const std::optional<Behaviour> behaviour =
+      behaviour_of(returns_as_material(measured), settings_.market_returns,
+                   evaluator_.options().book.periods_per_year);
   const Value stats = process_.role.is_child() && !failure
                           ? submission_.compared(measured, behaviour)
                           : genetic::make_object<StatisticsObject>(

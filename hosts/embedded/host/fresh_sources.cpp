@@ -31,12 +31,17 @@ std::optional<Value> FreshSources::next(const std::shared_ptr<RandomGenerator>& 
   const bool breeds = breeds_ && archive_.has_parents();
   if (generator == nullptr || (!breeds && known_.is_empty())) return std::nullopt;
   const double draw = generator->random();
-  const double known = known_.is_empty() ? 0.0 : archive_.shares().known();
+  const double known = known_share();
   if (draw < known) return known_.next(generator);
   if (breeds && draw < known + (1.0 - known) * archive_.shares().bred()) {
     return breeding_.offspring(generator);
   }
   return std::nullopt;
+}
+
+double FreshSources::known_share() const {
+  if (known_.is_empty()) return 0.0;
+  return known_.has_untried() ? kUntriedShare : archive_.shares().known();
 }
 
 }  // namespace varnholt::embedded

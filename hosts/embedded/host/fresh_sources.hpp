@@ -26,6 +26,10 @@ struct FreshSettings {
 
 class FreshSources {
  public:
+  // The share of the known formulas until each was in a batch: what is known to work somewhere is
+  // the first thing to try, and the archive then has it to breed from.
+  static constexpr double kUntriedShare = 0.75;
+
   // The archive, the lineage and the vocabulary must outlive the object.
   FreshSources(SignalArchive& archive, Lineage& lineage, const Vocabulary& vocabulary,
                const RandomGraphOptions& options, const GraphMaking& making,
@@ -36,11 +40,13 @@ class FreshSources {
 
   // A graph of one of the sources, or nothing: where there is none yet, where the draw falls to a
   // random graph, and where all that the source tries repeats. One draw decides, with the shares
-  // of the archive; then the source draws.
+  // of the archive once all formulas were tried; then the source draws.
   [[nodiscard]] std::optional<genetic::Value> next(
       const std::shared_ptr<genetic::RandomGenerator>& generator);
 
  private:
+  [[nodiscard]] double known_share() const;
+
   SignalArchive& archive_;
   bool breeds_;
   GeneticOperators operators_;

@@ -1,27 +1,29 @@
 #include "hosts/embedded/host/known_formula_offers.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <utility>
 
+#include "hosts/embedded/host/offspring_operators.hpp"
 #include "hosts/embedded/operators/graph_parts.hpp"
 #include "hosts/embedded/vocabulary/formula.hpp"
 #include "hosts/embedded/vocabulary/graph_check.hpp"
 #include "hosts/embedded/vocabulary/known_formulas.hpp"
 #include "search_templates/genetic/graph/structural_key.hpp"
-#include "search_templates/genetic/value/key.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 
 namespace varnholt::embedded {
 
-using genetic::Key;
 using genetic::RandomGenerator;
 using genetic::Value;
 
 namespace {
 
-constexpr Key kPointMutation = genetic::key<"point_mutation">();
-constexpr Key kSubtreeMutation = genetic::key<"subtree_mutation">();
+// Steps mostly: a formula that is known for good is near to what it is good for.
+constexpr auto kShares = std::to_array<OperatorShare>({{OffspringOperator::Point, 0.45},
+                                                       {OffspringOperator::Insert, 0.3},
+                                                       {OffspringOperator::Subtree, 0.25}});
 
 // The window of the vocabulary that is nearest as a multiple; of two the shorter.
 std::string nearest_window(const std::string& days, const std::vector<int>& windows) {
@@ -103,6 +105,12 @@ std::optional<Value> KnownFormulaOffers::next(const std::shared_ptr<RandomGenera
   return std::nullopt;
 }
 
+bool KnownFormulaOffers::has_untried() const {
+  return std::any_of(formulas_.begin(), formulas_.end(), [this](const KnownGraph& formula) {
+    return !lineage_.has_tried_formula(formula.name);
+  });
+}
+
 std::optional<Value> KnownFormulaOffers::as_it_is(RandomGenerator& generator) {
   std::vector<std::size_t> left;
   for (std::size_t i = 0; i < formulas_.size(); ++i) {
@@ -119,13 +127,12 @@ std::optional<Value> KnownFormulaOffers::as_it_is(RandomGenerator& generator) {
 std::optional<Value> KnownFormulaOffers::mutated(
     const std::shared_ptr<RandomGenerator>& generator) {
   const auto& [name, elite] = formulas_[genetic::random_below(*generator, formulas_.size())];
-  const bool is_point = generator->random() < kPointShare;
+  const OffspringOperator operation = drawn_operator(kShares, *generator);
   const Value material = material_.draw(*generator);
-  const Value graph = is_point ? operators_.point_mutation(elite, material, generator, {})
-                               : operators_.subtree_mutation(elite, material, generator, {});
+  const Value graph = embedded::mutated(operators_, operation, elite, material, generator);
   // A mutation that comes to nothing is the formula, which may wait for its batch.
   if (archive_.has_met(graph) || graph == elite) return std::nullopt;
-  lineage_.note_formula_offspring(graph, is_point ? kPointMutation : kSubtreeMutation, elite, name);
+  lineage_.note_formula_offspring(graph, name_of(operation), elite, name);
   return graph;
 }
 

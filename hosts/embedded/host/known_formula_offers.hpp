@@ -35,8 +35,6 @@ class KnownFormulaOffers {
  public:
   // What repeats is mutated again, but not for ever.
   static constexpr int kTries = 8;
-  // How often a mutation is one of a point; otherwise a part is replaced.
-  static constexpr double kPointShare = 0.6;
 
   // What is given by reference must outlive the object.
   KnownFormulaOffers(std::vector<KnownGraph> formulas, const SignalArchive& archive,
@@ -44,6 +42,8 @@ class KnownFormulaOffers {
                      const MutationMaterial& material);
 
   [[nodiscard]] bool is_empty() const { return formulas_.empty(); }
+  // Whether there is a formula that was in no batch yet.
+  [[nodiscard]] bool has_untried() const;
 
   // A formula as it is, until each has been in a batch; most of what is offered only lends its
   // parts, so that each is offered once a batch until then. After that mutations of formulas, of a

@@ -51,6 +51,16 @@ bool SignalSubmission::refresh() {
   return pool_.refresh();
 }
 
+std::vector<Behaviour> SignalSubmission::member_behaviours(
+    const Eigen::ArrayXd& market_returns) const {
+  std::vector<Behaviour> behaviours;
+  for (const Eigen::ArrayXd& pnl : pool_.member_pnl(market_returns.size())) {
+    auto behaviour = behaviour_of(pnl, market_returns, evaluator_.options().book.periods_per_year);
+    if (behaviour) behaviours.push_back(*std::move(behaviour));
+  }
+  return behaviours;
+}
+
 SyncReport SignalSubmission::sync() {
   last_measured_.reset();
   recorded_.clear();

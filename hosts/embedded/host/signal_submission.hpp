@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include <Eigen/Core>
 
@@ -42,6 +43,9 @@ class SignalSubmission {
   // Brings the members in; whether membership is confirmed.
   [[nodiscard]] bool refresh();
   [[nodiscard]] bool has_members() const { return pool_.has_members(); }
+  // What the members do that were held on the days of these market returns.
+  [[nodiscard]] std::vector<Behaviour> member_behaviours(
+      const Eigen::ArrayXd& market_returns) const;
 
   // Both metrics of a statistics object, which must hold its daily PnL where the pool has members.
   // The search asks for one metric after the other; the answer for the last object is kept until

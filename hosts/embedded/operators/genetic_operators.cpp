@@ -43,14 +43,32 @@ Parts data_parts(const std::vector<GraphPart>& parts, bool with_root) {
   return chosen;
 }
 
+Parts without_constants(Parts parts) {
+  std::erase_if(parts, [](const GraphPart* part) { return part->is_constant(); });
+  return parts;
+}
+
+Parts rotations_of(const std::vector<GraphPart>& parts, bool with_root) {
+  Parts rotations = data_parts(parts, with_root);
+  std::erase_if(rotations, [](const GraphPart* part) { return part->type != kRotationType; });
+  return rotations;
+}
+
+// The panels that a function takes.
+Parts panels_of(const GraphPart& function, const std::vector<GraphPart>& parts) {
+  Parts panels = data_parts(parts, false);
+  std::erase_if(panels, [&above = function.path](const GraphPart* part) {
+    const std::vector<std::size_t>& path = part->path;
+    return path.size() != above.size() + 1 || !std::equal(above.begin(), above.end(), path.begin());
+  });
+  return panels;
+}
+
 // What may be put in the place of `site`. A constant takes the place of a constant only: beside
 // another one it would leave a function without data.
 Parts material_for(const GraphPart& site, const std::vector<GraphPart>& parts) {
   Parts chosen = data_parts(parts, true);
-  if (!site.is_constant()) {
-    std::erase_if(chosen, [](const GraphPart* part) { return part->is_constant(); });
-  }
-  return chosen;
+  return site.is_constant() ? chosen : without_constants(std::move(chosen));
 }
 
 // Where a part may be put: anywhere below the root, or at the root of a graph that is nothing else.
@@ -59,10 +77,11 @@ Parts sites(const std::vector<GraphPart>& parts) {
   return below_root.empty() ? data_parts(parts, true) : below_root;
 }
 
-bool fits(const GraphPart& whole, const GraphPart& site, const GraphPart& part,
+// Whether a part of this shape may be put there.
+bool fits(const GraphPart& whole, const GraphPart& site, const GraphShape& part,
           const GraphLimits& limits) {
-  const std::size_t nodes = whole.shape.node_count - site.shape.node_count + part.shape.node_count;
-  return nodes <= limits.max_nodes && site.depth_above() + part.shape.depth <= limits.max_depth;
+  const std::size_t nodes = whole.shape.node_count - site.shape.node_count + part.node_count;
+  return nodes <= limits.max_nodes && site.depth_above() + part.depth <= limits.max_depth;
 }
 
 bool accepts(const Callable& validator, const Value& graph) {
@@ -182,7 +201,7 @@ Value GeneticOperators::crossover(const Value& elite, const Value& mate, const R
     Parts material = material_for(site, mate_parts);
     if (draw_share(rng, kLikeShare)) material = of_like_kind(site, material);
     const GraphPart& part = *material[draw_index(rng, material.size())];
-    if (!fits(elite_parts.front(), site, part, limits_)) return std::nullopt;
+    if (!fits(elite_parts.front(), site, part.shape, limits_)) return std::nullopt;
     return with_part(elite, site.path, part.node);
   });
 }
@@ -238,18 +257,35 @@ Value GeneticOperators::subtree_mutation(const Value& elite, const Value& replac
     const GraphPart& site = *places[draw_index(rng, places.size())];
     const Parts candidates = material_for(site, material[draw_index(rng, material.size())]);
     const GraphPart& part = *candidates[draw_index(rng, candidates.size())];
-    if (!fits(parts.front(), site, part, limits_)) return std::nullopt;
+    if (!fits(parts.front(), site, part.shape, limits_)) return std::nullopt;
     return with_part(elite, site.path, part.node);
+  });
+}
+
+Value GeneticOperators::insert_mutation(const Value& elite, const Value& replacements,
+                                        const Rng& rng, const Callable& validator) const {
+  const std::vector<GraphPart> parts = graph_parts(elite);
+  const Parts places = without_constants(data_parts(parts, true));
+  const auto material = parts_of_each(replacements);
+  if (material.empty()) return genetic::deep_copy(elite);
+  return first_accepted(elite, validator, [&]() -> std::optional<Value> {
+    const GraphPart& site = *places[draw_index(rng, places.size())];
+    const std::vector<GraphPart>& lender = material[draw_index(rng, material.size())];
+    const Parts functions = rotations_of(lender, true);
+    if (functions.empty()) return std::nullopt;
+    const GraphPart& function = *functions[draw_index(rng, functions.size())];
+    const Parts panels = panels_of(function, lender);
+    const GraphPart& panel = *panels[draw_index(rng, panels.size())];
+    const Value inserted = with_part(function.node, {panel.path.back()}, site.node);
+    if (!fits(parts.front(), site, measure_graph(inserted), limits_)) return std::nullopt;
+    return with_part(elite, site.path, inserted);
   });
 }
 
 Value GeneticOperators::hoist_mutation(const Value& elite, const Rng& rng,
                                        const Callable& validator) {
   const std::vector<GraphPart> parts = graph_parts(elite);
-  Parts rotations;
-  for (const GraphPart* part : data_parts(parts, false)) {
-    if (part->type == kRotationType) rotations.push_back(part);
-  }
+  const Parts rotations = rotations_of(parts, false);
   if (rotations.empty()) return genetic::deep_copy(elite);
   return first_accepted(elite, validator, [&]() -> std::optional<Value> {
     return genetic::deep_copy(rotations[draw_index(rng, rotations.size())]->node);

@@ -80,6 +80,15 @@ class GeneticOperators : public genetic::GeneticOps {
                                               const std::shared_ptr<genetic::RandomGenerator>& rng,
                                               const genetic::Callable& validator) override;
 
+  // A uniformly drawn part, which may be the whole graph but no constant, becomes a panel of a
+  // function of a uniformly drawn replacement, in the place of one of its panels; its other panels
+  // and settings come along. Four draws a try, two where the replacement has no function. The
+  // search has no such operator; the host breeds with it by itself.
+  [[nodiscard]] genetic::Value insert_mutation(const genetic::Value& elite,
+                                               const genetic::Value& replacements,
+                                               const std::shared_ptr<genetic::RandomGenerator>& rng,
+                                               const genetic::Callable& validator) const;
+
  private:
   using Rng = std::shared_ptr<genetic::RandomGenerator>;
   using Parts = std::vector<const GraphPart*>;

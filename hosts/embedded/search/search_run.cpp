@@ -110,14 +110,26 @@ std::vector<std::string> date_texts(const std::vector<Date>& dates) {
 // The measuring of the pool's members and the settling of what is queued, which waits for it.
 class Settling {
  public:
-  Settling(const Conduct& conduct, SignalSubmission& submission, RunRecorder& recorder)
+  Settling(const Conduct& conduct, SignalSubmission& submission, RunRecorder& recorder,
+           const Eigen::ArrayXd& market_returns)
       : conduct_(conduct),
         submission_(submission),
         recorder_(recorder),
+        market_returns_(market_returns),
         measuring_(conduct.store, conduct.setup.evaluator(), conduct.setup.system(), conduct.pool,
                    measuring_settings(conduct, recorder.run())) {}
 
   void settle() {
+    settle_queue();
+    // All members anew costs as much as many backtests: only when one has joined.
+    if (!is_pool_told_ && tells_archive(conduct_.options)) {
+      conduct_.archive.set_pool(submission_.member_behaviours(market_returns_));
+    }
+    is_pool_told_ = true;
+  }
+
+ private:
+  void settle_queue() {
     // Another run on other prices may submit to the pool at any moment, also between the measuring
     // and the settling: then both are done again. What is left after that waits for the next time.
     constexpr int kMostRounds = 3;
@@ -129,11 +141,16 @@ class Settling {
                          });
       const SyncReport report = submission_.sync();
       recorder_.settled(report);
+      if (has_joined(report)) is_pool_told_ = false;
       if (!report.waits_for_measures() || conduct_.stop->cancels_evaluations()) return;
     }
   }
 
- private:
+  static bool has_joined(const SyncReport& report) {
+    return std::any_of(report.settled.begin(), report.settled.end(),
+                       [](const SettledSubmission& signal) { return !signal.refusal; });
+  }
+
   static MemberMeasuring::Settings measuring_settings(const Conduct& conduct, std::int64_t run) {
     const SearchOptions& options = conduct.options;
     return {run, conduct.setup.jobs(), options.timeout_seconds, options.worker_memory_limit_bytes,
@@ -143,7 +160,9 @@ class Settling {
   const Conduct& conduct_;
   SignalSubmission& submission_;
   RunRecorder& recorder_;
+  const Eigen::ArrayXd& market_returns_;
   MemberMeasuring measuring_;
+  bool is_pool_told_ = false;  // To the archive, as it is now.
 };
 
 // The search itself, from the event of its beginning to its last settlement.
@@ -167,7 +186,7 @@ void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder
       });
   HostSettings settings =
       host_settings(options, observer, client_manifest(setup.data(), recorder.run()), setup.data());
-  Settling settling(conduct, submission, recorder);
+  Settling settling(conduct, submission, recorder, market);
   KnownBehaviours behaviours;
   settings.behaviours = &behaviours;
   settings.on_generation_end = [&recorder, &settling, &behaviours, &search_stop = *stop] {

@@ -244,6 +244,18 @@ std::vector<ReplacedMember> SignalPool::replaced_by(const ArrayXd& pnl) const {
   return replaced;
 }
 
+std::vector<ArrayXd> SignalPool::member_pnl(Eigen::Index days) const {
+  const auto found = groups_.find(days);
+  if (found == groups_.end()) return {};
+  const Group& group = found->second;
+  std::vector<ArrayXd> pnl;
+  for (std::size_t row = 0; row < group.series.size(); ++row) {
+    const Member& member = members_[group.member_of_row[row]];
+    if (member.submission != kFounderSubmission) pnl.emplace_back(group.series.pnl(row));
+  }
+  return pnl;
+}
+
 PoolMeasure SignalPool::measure(const ArrayXd& pnl) {
   if (!pnl.isFinite().all()) {
     throw std::invalid_argument("the PnL of a signal has an entry that is no finite number");

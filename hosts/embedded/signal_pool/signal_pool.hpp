@@ -91,6 +91,9 @@ class SignalPool {
   // and is like, by the thresholds of novelty and correlation, in the order in which they joined.
   [[nodiscard]] std::vector<ReplacedMember> replaced_by(const Eigen::ArrayXd& pnl) const;
 
+  // The daily PnL of the members with as many days, without the founder.
+  [[nodiscard]] std::vector<Eigen::ArrayXd> member_pnl(Eigen::Index days) const;
+
   // What measure() says, for another process, which takes the measure over; nothing where the pool
   // has no members. It reads no store, so a forked child may call it. Throws as measure() does.
   [[nodiscard]] std::optional<PoolComparison> compare(const Eigen::ArrayXd& pnl);

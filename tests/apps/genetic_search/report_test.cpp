@@ -134,7 +134,7 @@ TEST(Report, TellsWhyNothingPassedAndWhatToChange) {
   EXPECT_EQ(nothing_passed_text(progress, options),
             "No signal passed. Why 96 candidates failed, and what lets more of them through:\n"
             "      60  sharpe_min                      lower --min-sharpe below 0.3\n"
-            "      20  turnover_max                    raise --max-turnover above 1\n"
+            "      20  turnover_max                    raise --max-turnover above 1.5\n"
             "       4  worker_timeout                  raise --timeout above 60\n");
 }
 

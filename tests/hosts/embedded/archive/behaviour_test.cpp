@@ -50,6 +50,13 @@ TEST(Behaviour, LikenessIsTheCorrelationOfTheParts) {
   EXPECT_NEAR(own->likeness(*related), std::sqrt(0.5), 0.2);
 }
 
+TEST(Behaviour, AsMaterialASignalBearsAQuarterOfItsCosts) {
+  BacktestResult backtest;
+  backtest.gross_returns = kOwn;
+  backtest.net_returns = kOwn - 0.004;
+  EXPECT_TRUE(returns_as_material(backtest).isApprox(kOwn - 0.001, 1e-12));
+}
+
 TEST(Behaviour, NeedsDaysToCompare) {
   EXPECT_FALSE(behaviour_of(kOwn.head(kProfileParts - 1), kMarket.head(kProfileParts - 1), 252.0));
   EXPECT_TRUE(behaviour_of(kOwn.head(kProfileParts + 1), kMarket.head(kProfileParts + 1), 252.0));

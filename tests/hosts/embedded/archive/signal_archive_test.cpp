@@ -125,6 +125,38 @@ TEST_F(SignalArchiveTest, WhenItIsFullTheWorstGoes) {
   EXPECT_TRUE(drawn().contains(text(9001)));
 }
 
+TEST_F(SignalArchiveTest, WhatIsOldGivesWay) {
+  add(0, behaviour(1.0, 0));
+  // What comes to nothing ages the others all the same.
+  for (int i = 0; i < 20000; ++i)
+    archive_.add_repeat(graph_of(1), CandidateSource::Random);
+  add(2, behaviour(0.0, 1));
+  // The old one is behind by 1.0 now, which its score makes up for; a few children more decide.
+  std::map<std::string, int> chosen;
+  for (int i = 0; i < 200; ++i)
+    ++chosen[genetic::json_text(archive_.parent(*generator_))];
+  EXPECT_GT(chosen[text(2)], 100);
+}
+
+TEST_F(SignalArchiveTest, WhatAddsToThePoolComesFirst) {
+  add(0, behaviour(1.0, 0));
+  add(1, behaviour(0.8, 1));
+  const auto times_chosen = [this](int number) {
+    SignalArchive copy = archive_;  // Each count begins without children.
+    int times = 0;
+    for (int i = 0; i < 8; ++i)
+      times += genetic::json_text(copy.parent(*generator_)) == text(number) ? 1 : 0;
+    return times;
+  };
+  EXPECT_GT(times_chosen(0), 4);
+  archive_.set_pool({behaviour(1.0, 0)});
+  EXPECT_GT(times_chosen(1), 4) << "a half of the other is in the pool";
+  archive_.set_pool({behaviour(-1.0, 0)});
+  EXPECT_GT(times_chosen(0), 4) << "what loses tells nothing of what earns";
+  archive_.set_pool({});
+  EXPECT_GT(times_chosen(0), 4);
+}
+
 TEST_F(SignalArchiveTest, EachSourceIsCountedByWhatGotIn) {
   const double before = archive_.shares().bred();
   for (int i = 0; i < 20; ++i)

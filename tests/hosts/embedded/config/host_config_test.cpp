@@ -60,7 +60,7 @@ TEST(HostConfig, TheDefaultsAreWhatIsDocumented) {
   const HostConfig config;
   EXPECT_FALSE(config.gates.min_sharpe.has_value()) << "made of the days";
   EXPECT_EQ(config.gates.min_gross_returns_sharpe, 0.3);
-  EXPECT_EQ(config.gates.max_turnover, 1.0);
+  EXPECT_EQ(config.gates.max_turnover, 1.5);
   EXPECT_EQ(config.gates.max_max_weight, 1.0);
   EXPECT_EQ(config.gates.max_delta_exposure, 1.0);
   EXPECT_EQ(config.gates.min_abs_weight_sum_mean, 0.5);

@@ -99,8 +99,9 @@ TEST_F(ArchiveBreedingTest, TheLineageIsThatOfABredGraph) {
     lineage_.next_generation();
     EXPECT_EQ(lineage_.origin_of(*graph).origin, Origin::Unknown);
   }
-  EXPECT_THAT(operators, ::testing::UnorderedElementsAre("crossover", "point_mutation",
-                                                         "subtree_mutation", "hoist_mutation"));
+  EXPECT_THAT(operators,
+              ::testing::UnorderedElementsAre("crossover", "point_mutation", "insert_mutation",
+                                              "subtree_mutation", "hoist_mutation"));
 }
 
 }  // namespace

@@ -22,7 +22,7 @@ using genetic::Value;
 class EmbeddedGatesTest : public testing::Test {
  protected:
   static constexpr double kSharpe = 0.25;
-  static constexpr double kTurnover = 1.25;
+  static constexpr double kTurnover = 1.75;
 
   static BacktestStatistics statistics() {
     BacktestStatistics statistics;

@@ -1,5 +1,6 @@
 // The shares of fresh graphs: the known formulas, the archive's offspring and chance. Method: an
-// archive that is filled by hand, and many draws, whose lineage tells where each came from.
+// archive that is filled by hand, formulas that were in a batch or not, and many draws, whose
+// lineage tells where each came from.
 #include "hosts/embedded/host/fresh_sources.hpp"
 
 #include <memory>
@@ -35,6 +36,17 @@ class FreshSourcesTest : public ContextTest {
   FreshSources sources(const FreshSettings& settings) {
     return {archive_, lineage_, evaluator_.vocabulary(), options_, making_, settings};
   }
+  // Each known formula has been in a batch.
+  void try_all_formulas() {
+    const GraphLimits limits{options_.max_depth, options_.max_nodes, options_.max_window};
+    genetic::List batch;
+    for (const KnownGraph& known : known_graphs(evaluator_.vocabulary(), limits, making_)) {
+      lineage_.note_formula(known.graph, known.name);
+      batch.append(known.graph);
+    }
+    lineage_.note_batch(batch);
+    lineage_.next_generation();
+  }
   struct Counts {
     int known = 0;
     int bred = 0;
@@ -67,6 +79,7 @@ class FreshSourcesTest : public ContextTest {
 
 TEST_F(FreshSourcesTest, EachGivesItsShare) {
   fill(20);
+  try_all_formulas();
   const double known = archive_.shares().known();
   const double bred = (1.0 - known) * archive_.shares().bred();
   EXPECT_LT(archive_.shares().bred(), 0.4) << "all that was random got in";
@@ -77,9 +90,19 @@ TEST_F(FreshSourcesTest, EachGivesItsShare) {
 
 TEST_F(FreshSourcesTest, WithTooFewParentsThereAreFormulasAndChance) {
   fill(static_cast<int>(SignalArchive::kLeastParents) - 1);
+  try_all_formulas();
   const Counts counts = counted({});
   EXPECT_EQ(counts.bred, 0);
   EXPECT_NEAR(counts.known, kDraws * archive_.shares().known(), 45);
+}
+
+TEST_F(FreshSourcesTest, WhatIsKnownIsTriedFirst) {
+  FreshSources of = sources({});
+  const auto generator = seeded(4);
+  int known = 0;
+  for (int i = 0; i < kDraws; ++i)
+    known += of.next(generator).has_value() ? 1 : 0;  // None is in a batch, and none has parents.
+  EXPECT_NEAR(known, kDraws * FreshSources::kUntriedShare, 45);
 }
 
 TEST_F(FreshSourcesTest, EachCanBeLeftOut) {

@@ -129,6 +129,7 @@ TEST_F(KnownFormulaOffersTest, EachIsOfferedOnceABatchUntilItWasInOne) {
     // The others only lend their parts.
     if (i < 3) batch.append(graph);
   }
+  EXPECT_TRUE(offers_.has_untried());
   EXPECT_FALSE(offered.contains(""));
   EXPECT_EQ(name_of(offers_.next(generator_).value()), "") << "then it is a mutation";
   lineage_.note_batch(batch);
@@ -166,6 +167,7 @@ TEST_F(KnownFormulaOffersTest, MutationsAreNewGraphsWithinTheLimits) {
     all.append(known.graph);
   }
   lineage_.note_batch(all);
+  EXPECT_FALSE(offers_.has_untried());
   std::set<std::string> seen;
   std::set<std::string> operators;
   for (int i = 0; i < 300; ++i) {
@@ -180,7 +182,8 @@ TEST_F(KnownFormulaOffersTest, MutationsAreNewGraphsWithinTheLimits) {
     operators.insert(lineage_.origin_of(*graph).operators.at(0));
   }
   EXPECT_GT(seen.size(), 250U);
-  EXPECT_EQ(operators, (std::set<std::string>{"point_mutation", "subtree_mutation"}));
+  EXPECT_EQ(operators,
+            (std::set<std::string>{"point_mutation", "insert_mutation", "subtree_mutation"}));
 }
 
 }  // namespace

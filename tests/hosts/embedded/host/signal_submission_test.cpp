@@ -91,6 +91,18 @@ TEST_F(SignalSubmissionTest, MembersAreComparedByTheirPnl) {
   EXPECT_GT(other.novelty, itself.novelty);
 }
 
+TEST_F(SignalSubmissionTest, TellsWhatItsMembersDoBesideTheMarket) {
+  join(ranked("close"));
+  const Eigen::ArrayXd pnl = required_pnl(stats_of(ranked("close")));
+  const Eigen::ArrayXd market = Eigen::ArrayXd::LinSpaced(pnl.size(), -0.01, 0.02).cos();
+  const std::vector<Behaviour> members = submission_.member_behaviours(market);
+  ASSERT_EQ(members.size(), 1U);
+  const Behaviour expected =
+      behaviour_of(pnl, market, evaluator_.options().book.periods_per_year).value();
+  EXPECT_EQ(members[0].residual_sharpe, expected.residual_sharpe);
+  EXPECT_NEAR(members[0].likeness(expected), 1.0, 1e-12);
+}
+
 TEST_F(SignalSubmissionTest, TheMeasureOfTheLastStatisticsIsKept) {
   join(ranked("close"));
   EXPECT_TRUE(submission_.refresh());

@@ -74,6 +74,11 @@ class GeneticOperatorsTest : public ::testing::Test {
     return operators_.hoist_mutation(elite, rng, validator);
   };
 
+  Operator insert = [this](const Value& elite, const Value&, const Value& replacements,
+                           const Rng& rng, const Callable& validator) {
+    return operators_.insert_mutation(elite, replacements, rng, validator);
+  };
+
   void holds_for_random_graphs(const Operator& apply) {
     int changed = 0;
     for (int seed = 0; seed < kCases; ++seed) {
@@ -143,6 +148,9 @@ TEST_F(GeneticOperatorsTest, SubtreeMutationHolds) {
 TEST_F(GeneticOperatorsTest, HoistMutationHolds) {
   holds_for_random_graphs(hoist);
 }
+TEST_F(GeneticOperatorsTest, InsertMutationHolds) {
+  holds_for_random_graphs(insert);
+}
 
 // Constants, groups, numbers and functions of every kind.
 class RichGeneticOperatorsTest : public GeneticOperatorsTest {
@@ -165,6 +173,9 @@ TEST_F(RichGeneticOperatorsTest, SubtreeMutationHolds) {
 }
 TEST_F(RichGeneticOperatorsTest, HoistMutationHolds) {
   holds_for_random_graphs(hoist);
+}
+TEST_F(RichGeneticOperatorsTest, InsertMutationHolds) {
+  holds_for_random_graphs(insert);
 }
 
 TEST_F(RichGeneticOperatorsTest, NumbersChangeByStepsThroughTheConstants) {
@@ -274,6 +285,7 @@ TEST_F(GeneticOperatorsTest, EachGivesWayToTheValidator) {
   gives_way_to_the_validator(point);
   gives_way_to_the_validator(subtree);
   gives_way_to_the_validator(hoist);
+  gives_way_to_the_validator(insert);
 }
 
 TEST_F(GeneticOperatorsTest, TheValidatorsOwnCopyIsNotTheChild) {
@@ -320,6 +332,29 @@ TEST_F(GeneticOperatorsTest, AHoistedGraphIsAPartOfTheElite) {
   EXPECT_EQ(hoisted, (std::set<std::string>{"ts_mean(close, 5)", "arith_neg(volume)"}));
 }
 
+TEST_F(GeneticOperatorsTest, AnInsertedFunctionTakesAPartAsItsPanel) {
+  const Value elite = parse_formula("cross_rank(close)", vocabulary_);
+  const Value material = List{parse_formula("ts_mean(volume, 5) - open", vocabulary_)};
+  std::set<std::string> children;
+  for (int seed = 0; seed < 200; ++seed)
+    children.insert(expression_text(operators_.insert_mutation(elite, material, seeded(seed), {})));
+  EXPECT_EQ(children,
+            (std::set<std::string>{"ts_mean(cross_rank(close), 5)", "cross_rank(ts_mean(close, 5))",
+                                   "arith_sub(cross_rank(close), open)",
+                                   "arith_sub(ts_mean(volume, 5), cross_rank(close))",
+                                   "cross_rank(arith_sub(close, open))",
+                                   "cross_rank(arith_sub(ts_mean(volume, 5), close))"}));
+}
+
+TEST_F(GeneticOperatorsTest, AConstantIsInsertedNowhere) {
+  const Value elite = parse_formula("close * 2", vocabulary_);
+  const Value material = List{parse_formula("cross_rank(close)", vocabulary_)};
+  for (int seed = 0; seed < 100; ++seed) {
+    const Value child = operators_.insert_mutation(elite, material, seeded(seed), {});
+    EXPECT_EQ(expression_text(child).find("cross_rank(2"), std::string::npos);
+  }
+}
+
 TEST_F(GeneticOperatorsTest, ALoneFeatureIsReplacedAsAWhole) {
   const Value lone = make_graph_node("close", kFeatureType, List());
   const Value child = operators_.crossover(lone, deep_graph(), seeded(4), {});
@@ -336,12 +371,15 @@ TEST_F(GeneticOperatorsTest, PartsBeyondTheLimitsAreNotTaken) {
         check_graph(tight.crossover(elite, graph(*material), material, {}), vocabulary_);
     EXPECT_LE(shape.depth, 3);
     EXPECT_LE(shape.node_count, 6U);
+    EXPECT_TRUE(tight.insert_mutation(elite, replacements(*material), material, {}) == elite)
+        << "every function adds a node";
   }
 }
 
 TEST_F(GeneticOperatorsTest, WithoutMaterialOrGeneratorTheyStillGiveAGraph) {
   const Value elite = deep_graph();
   EXPECT_TRUE(operators_.subtree_mutation(elite, List(), seeded(1), {}) == elite);
+  EXPECT_TRUE(operators_.insert_mutation(elite, List(), seeded(1), {}) == elite);
   const Value without_window = parse_formula("close + volume", vocabulary_);
   EXPECT_TRUE(operators_.point_mutation(without_window, List(), seeded(1), {}) == without_window);
   EXPECT_NO_THROW(

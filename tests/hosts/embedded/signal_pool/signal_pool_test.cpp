@@ -185,6 +185,17 @@ TEST_F(SignalPoolTest, TheFounderIsThereFromTheBeginning) {
   EXPECT_TRUE(pool.take_set_aside().empty());
 }
 
+TEST_F(SignalPoolTest, TellsThePnlOfItsMembersWithoutTheFounder) {
+  SignalPool pool(*store_, pool_, kDefaultCommonDays, PoolThresholds(), normal_series(kDays, 7));
+  EXPECT_TRUE(pool.member_pnl(kDays).empty());
+  join(base_);
+  EXPECT_TRUE(pool.refresh());
+  const std::vector<ArrayXd> pnl = pool.member_pnl(kDays);
+  ASSERT_EQ(pnl.size(), 1U);
+  EXPECT_TRUE((pnl[0] == base_).all());
+  EXPECT_TRUE(pool.member_pnl(kDays - 1).empty());
+}
+
 TEST_F(SignalPoolTest, WhatAChildFoundBesideTheFounderIsTakenOver) {
   const ArrayXd market = normal_series(kDays, 7);
   SignalPool child(*store_, pool_, kDefaultCommonDays, PoolThresholds(), market);
