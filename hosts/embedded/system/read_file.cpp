@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -137,6 +138,9 @@ FileBytes read_file(const std::filesystem::path& path, std::size_t limit_bytes,
   const OpenFile open_file(descriptor);
   struct stat status {};
   file.trouble = trouble_of_kind(descriptor, status, wait_for_writer, check);
+  if (S_ISREG(status.st_mode) && std::cmp_greater(status.st_size, limit_bytes)) {
+    file.trouble = ReadTrouble::IsTooLarge;
+  }
   if (file.trouble == ReadTrouble::None) {
     read_all(descriptor, expected_bytes(status, limit_bytes), limit_bytes, check, file);
   }

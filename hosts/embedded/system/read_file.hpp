@@ -38,9 +38,10 @@ struct FileBytes {
 inline constexpr std::chrono::seconds kWaitForWriter{10};
 
 // Reads the file from its beginning to its end, once. A file of more than `limit_bytes` is too
-// large, and is not read further than that. It may be a pipe, which somebody must begin to write
-// within `wait_for_writer`; devices, which may have no end, are not read. `check` is called several
-// times a second, also while a pipe is waited for; what it throws leaves this.
+// large: it is not read at all where its size is known, and otherwise no further than that. It may
+// be a pipe, which somebody must begin to write within `wait_for_writer`; devices, which may have
+// no end, are not read. `check` is called several times a second, also while a pipe is waited for;
+// what it throws leaves this.
 [[nodiscard]] FileBytes read_file(const std::filesystem::path& path,
                                   std::size_t limit_bytes = std::numeric_limits<std::size_t>::max(),
                                   std::chrono::milliseconds wait_for_writer = kWaitForWriter,

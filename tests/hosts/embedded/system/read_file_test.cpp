@@ -71,7 +71,21 @@ TEST_F(ReadFileTest, AFileMayBeAsLargeAsTheLimitAndNoLarger) {
   const std::filesystem::path path = file_with(many_bytes(1000));
   EXPECT_EQ(read_file(path, 1000).trouble, ReadTrouble::None);
   EXPECT_EQ(read_file(path, 1000).bytes.size(), 1000U);
-  EXPECT_EQ(read_file(path, 999).trouble, ReadTrouble::IsTooLarge);
+  const FileBytes refused = read_file(path, 999);
+  EXPECT_EQ(refused.trouble, ReadTrouble::IsTooLarge);
+  EXPECT_EQ(refused.bytes, "") << "the size says enough";
+}
+
+TEST_F(ReadFileTest, APipeIsReadUpToTheLimit) {
+  const std::filesystem::path pipe = folder_ / "pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const pid_t writer = fork();
+  if (writer == 0) {
+    std::ofstream(pipe, std::ios::binary) << many_bytes(1000);
+    _exit(0);
+  }
+  EXPECT_EQ(read_file(pipe, 999).trouble, ReadTrouble::IsTooLarge);
+  EXPECT_EQ(waitpid(writer, nullptr, 0), writer);
 }
 
 TEST_F(ReadFileTest, NothingIsWaitedForThatHasNoEnd) {
