@@ -11,7 +11,6 @@
 // - Deadlines: from the moment at which a worker's time is over until it is killed and reaped, and
 //   the next one is dispatched. The workers spin, and ignore SIGTERM.
 // - A fork before and after a search has met 100,000 structures.
-// - What it saves to compute the parts that bred signals share once, in the parent.
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -28,21 +27,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "hosts/embedded/backtest/evaluator.hpp"
 #include "hosts/embedded/host/embedded_pool.hpp"
 #include "hosts/embedded/host/fork_queues.hpp"
-#include "hosts/embedded/operators/genetic_operators.hpp"
 #include "hosts/embedded/pool/fork_cost.hpp"
 #include "hosts/embedded/pool/fork_pool.hpp"
 #include "hosts/embedded/pool/frame.hpp"
 #include "hosts/embedded/system/parent_memory.hpp"
-#include "hosts/embedded/vocabulary/random_graphs.hpp"
 #include "search_templates/genetic/host/function_callable.hpp"
-#include "search_templates/genetic/host/twister_generators.hpp"
 #include "search_templates/genetic/population/seen_graph_keys.hpp"
 #include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/operations.hpp"
-#include "tests/hosts/embedded/synthetic_universe.hpp"
 
 namespace {
 
@@ -319,54 +313,6 @@ void fork_after_many_candidates(benchmark::State& state) {
 }
 
 BENCHMARK(fork_after_many_candidates)->Arg(0)->Arg(1)->Iterations(1)->UseRealTime();
-
-// Generations of offspring of a few parents, as a search breeds them. The argument is the number of
-// candidates in a chunk; what is told is the processor time of all evaluations together.
-void bred_generation(benchmark::State& state) {
-  namespace embedded = varnholt::embedded;
-  constexpr int kParents = 8;
-  constexpr int kOffspring = 64;
-  const embedded::Evaluator evaluator(
-      embedded::test::make_synthetic_universe({.instruments = 100, .days = 1000, .seed = 3}));
-  varnholt::genetic::TwisterGenerators generators;
-  const auto rng = generators.seeded(11);
-  std::vector<Value> parents;
-  for (int i = 0; i < kParents; ++i)
-    parents.push_back(embedded::random_graph(*rng, evaluator.vocabulary(), {}));
-  embedded::GeneticOperators operators(evaluator.vocabulary(), embedded::GraphLimits{});
-  std::vector<embedded::Expression> offspring;
-  while (offspring.size() < kOffspring) {
-    const auto parent = [&] { return parents[rng->getrandbits(3)]; };
-    const Value child = operators.crossover(parent(), parent(), rng, {});
-    offspring.push_back(evaluator.compile(child));
-  }
-  const auto chunk = static_cast<std::size_t>(state.range(0));
-  const auto evaluate_all = [&](std::size_t limit_bytes) {
-    embedded::SharedPanels shared = evaluator.shared_panels(limit_bytes);
-    for (std::size_t begin = 0; begin < offspring.size(); begin += chunk) {
-      const auto first = offspring.begin() + static_cast<std::ptrdiff_t>(begin);
-      const std::vector<embedded::Expression> current(
-          first, first + static_cast<std::ptrdiff_t>(std::min(chunk, offspring.size() - begin)));
-      shared.prepare(current);
-      for (const embedded::Expression& expression : current)
-        benchmark::DoNotOptimize(evaluator.evaluate(expression, &shared));
-    }
-    return shared.computed();
-  };
-  double alone = 0.0;
-  double sharing = 0.0;
-  std::int64_t computed = 0;
-  for ([[maybe_unused]] auto _ : state) {
-    alone += seconds([&] { evaluate_all(0); });
-    sharing += seconds([&] { computed = evaluate_all(evaluator.feature_bytes() / 2); });
-  }
-  state.counters["alone_ms"] = alone / static_cast<double>(state.iterations()) * 1e3;
-  state.counters["sharing_ms"] = sharing / static_cast<double>(state.iterations()) * 1e3;
-  state.counters["saved"] = 1.0 - sharing / alone;
-  state.counters["panels"] = static_cast<double>(computed);
-}
-
-BENCHMARK(bred_generation)->Arg(1)->Arg(2)->Arg(16)->Iterations(3)->UseRealTime();
 
 }  // namespace
 

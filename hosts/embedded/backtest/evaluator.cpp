@@ -45,7 +45,7 @@ Panel apply(const ExpressionStep& step, const Inputs& inputs, const FeaturePanel
 
 // What is known of an expression before it is computed.
 struct Plan {
-  // The panels that are there already: of features, and of parts that are shared.
+  // The panels of features, which are there already.
   std::vector<const Panel*> known;
   // Whether a step has to be computed.
   std::vector<bool> is_computed;
@@ -53,14 +53,10 @@ struct Plan {
   std::vector<std::size_t> readers;
 };
 
-Plan plan_of(const Expression& expression, const FeaturePanels& features,
-             const SharedPanels* shared) {
+Plan plan_of(const Expression& expression, const FeaturePanels& features) {
   const std::vector<ExpressionStep>& steps = expression.steps;
   Plan plan{std::vector<const Panel*>(steps.size(), nullptr),
             std::vector<bool>(steps.size(), false), std::vector<std::size_t>(steps.size(), 0)};
-  const bool has_shared = shared != nullptr && !shared->is_empty();
-  const std::vector<std::string> texts =
-      has_shared ? step_texts(expression) : std::vector<std::string>();
   plan.readers.back() = 1;  // The signal itself.
   for (std::size_t index = steps.size(); index-- > 0;) {
     if (plan.readers[index] == 0) continue;
@@ -69,13 +65,8 @@ Plan plan_of(const Expression& expression, const FeaturePanels& features,
       plan.known[index] = features.find(step.feature->name);
       continue;
     }
-    if (step.is_constant()) {
-      plan.is_computed[index] = true;
-      continue;
-    }
-    if (has_shared) plan.known[index] = shared->find(texts[index]);
-    if (plan.known[index] != nullptr) continue;
     plan.is_computed[index] = true;
+    if (step.is_constant()) continue;
     for (std::size_t i = 0; i < step.function->data_children(); ++i)
       ++plan.readers[step.inputs[i]];
   }
@@ -89,8 +80,8 @@ Evaluator::Evaluator(MarketData data, EvaluatorOptions options)
   require_neutral_group(options_.book, vocabulary().groups);
 }
 
-Panel Evaluator::signal(const Expression& expression, const SharedPanels* shared) const {
-  Plan plan = plan_of(expression, features_, shared);
+Panel Evaluator::signal(const Expression& expression) const {
+  Plan plan = plan_of(expression, features_);
   std::vector<Panel> results(expression.steps.size());
   const auto panel_of = [&](std::size_t index) -> const Panel& {
     return plan.known[index] != nullptr ? *plan.known[index] : results[index];
@@ -123,29 +114,20 @@ Panel Evaluator::weights(Panel signal) const {
   return neutral_signal(std::move(signal), groups, weigh_tile);
 }
 
-SharedPanels Evaluator::shared_panels(std::size_t limit_bytes,
-                                      std::size_t smallest_panel_bytes) const {
-  const auto compute = [this](const Expression& part, const SharedPanels& kept) {
-    return signal(part, &kept);
-  };
-  const std::size_t panel_bytes = static_cast<std::size_t>(close().size()) * sizeof(double);
-  return {compute, panel_bytes, limit_bytes, smallest_panel_bytes};
-}
-
 Expression Evaluator::compile(const genetic::Value& graph) const {
   return compile_expression(graph, vocabulary(), options_.limits);
 }
 
-Evaluation Evaluator::evaluate(const Expression& expression, const SharedPanels* shared) const {
+Evaluation Evaluator::evaluate(const Expression& expression) const {
   Evaluation result;
   result.shape = expression.shape;
-  result.weights = weights(signal(expression, shared));
+  result.weights = weights(signal(expression));
   result.backtest = backtest_weights(result.weights, close(), options_.book);
   return result;
 }
 
-BacktestResult Evaluator::judge(const Expression& expression, const SharedPanels* shared) const {
-  return judge_weights(weights(signal(expression, shared)));
+BacktestResult Evaluator::judge(const Expression& expression) const {
+  return judge_weights(weights(signal(expression)));
 }
 
 BacktestResult Evaluator::judge_weights(const Panel& weights) const {

@@ -4,7 +4,6 @@
 #include <Eigen/Core>
 
 #include "hosts/embedded/backtest/book_rules.hpp"
-#include "hosts/embedded/backtest/shared_panels.hpp"
 #include "hosts/embedded/backtest/statistics.hpp"
 #include "hosts/embedded/market/market_data.hpp"
 #include "hosts/embedded/vocabulary/expression.hpp"
@@ -39,26 +38,14 @@ class Evaluator {
   [[nodiscard]] const Panel& close() const { return *features_.find("close"); }
   [[nodiscard]] const Vocabulary& vocabulary() const { return features_.vocabulary(); }
   [[nodiscard]] const EvaluatorOptions& options() const { return options_; }
-  // The memory of all features.
-  [[nodiscard]] std::size_t feature_bytes() const {
-    return vocabulary().features.size() * static_cast<std::size_t>(close().size()) * sizeof(double);
-  }
 
   // The signal of an expression that was compiled against vocabulary(). Equal subtrees
-  // are computed once, a panel is freed when the last step that reads it is done, and what is
-  // there in `shared` is not computed again: the result is the same to the last bit.
-  [[nodiscard]] Panel signal(const Expression& expression,
-                             const SharedPanels* shared = nullptr) const;
+  // are computed once, and a panel is freed when the last step that reads it is done.
+  [[nodiscard]] Panel signal(const Expression& expression) const;
 
   // What the signal wants to hold by the rules of the options: neutralized, and scaled to one unit
-  // of gross exposure a day.
-  // They take the place of the signal.
+  // of gross exposure a day, in the memory of the signal.
   [[nodiscard]] Panel weights(Panel signal) const;
-
-  // Panels of parts that its expressions share; it must outlive them.
-  [[nodiscard]] SharedPanels shared_panels(
-      std::size_t limit_bytes,
-      std::size_t smallest_panel_bytes = SharedPanels::kSmallestPanelBytes) const;
 
   // The graph's signal as weights, and what they would have earned. Throws GraphError for a graph
   // that breaks a rule of graph_check.hpp or is beyond the limits of the options.
@@ -68,14 +55,12 @@ class Evaluator {
 
   // The two halves of that: the check, and the work.
   [[nodiscard]] Expression compile(const genetic::Value& graph) const;
-  [[nodiscard]] Evaluation evaluate(const Expression& expression,
-                                    const SharedPanels* shared = nullptr) const;
+  [[nodiscard]] Evaluation evaluate(const Expression& expression) const;
 
   // The backtest as a search judges it: where the options want both signs and the signal loses
   // before costs, it is that of the opposite, and the statistics say so. What earns with one sign
   // loses with the other, so that nobody has to try both.
-  [[nodiscard]] BacktestResult judge(const Expression& expression,
-                                     const SharedPanels* shared = nullptr) const;
+  [[nodiscard]] BacktestResult judge(const Expression& expression) const;
   // The second half of that, for who looks at the weights before.
   [[nodiscard]] BacktestResult judge_weights(const Panel& weights) const;
   [[nodiscard]] BacktestResult judge(const genetic::Value& graph) const {

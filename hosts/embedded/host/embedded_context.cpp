@@ -4,7 +4,6 @@
 #include <new>
 #include <span>
 #include <utility>
-#include <vector>
 
 #include <fmt/format.h>
 
@@ -89,7 +88,6 @@ EmbeddedContext::EmbeddedContext(const Evaluator& evaluator, const ContextSettin
       recorder_(recorder),
       submission_(submission),
       process_(process),
-      shared_(evaluator.shared_panels(settings.shared_panels_bytes)),
       attributes_(context_attributes(evaluator, settings)),
       operations_(std::make_shared<genetic::OperationTable>(parent_operations())) {}
 
@@ -149,19 +147,6 @@ Callable EmbeddedContext::operation(genetic::Key name) {
                                          ? operations_->instance_value(name.view())
                                          : operations_->attribute(name.view());
   return genetic::callable_of(found.value_or(Value()));
-}
-
-void EmbeddedContext::prefetch_features(const List& graphs) {
-  std::vector<Expression> expressions;
-  genetic::ListCursor cursor(graphs);
-  while (const std::optional<Value> graph = cursor.next()) {
-    try {
-      expressions.push_back(evaluator_.compile(*graph));
-    } catch (const GraphError&) {
-      // Its child says so again, and that is what is recorded.
-    }
-  }
-  shared_.prepare(expressions);
 }
 
 bool EmbeddedContext::submission_cancelled() {
@@ -247,7 +232,7 @@ EmbeddedContext::Backtested EmbeddedContext::backtest(const Value& graph) {
     announce_backtest();
     attempt_evidence_ = Mapping{{keys::kBacktestStarted, true}, {keys::kBacktestCompleted, false}};
     const BacktestStopwatch stopwatch(clock_, process_.role.identity());
-    const Panel weights = evaluator_.weights(evaluator_.signal(expression, &shared_));
+    const Panel weights = evaluator_.weights(evaluator_.signal(expression));
     Backtested backtested;
     if (settings_.behaviours != nullptr) {
       backtested.fingerprint =

@@ -55,8 +55,6 @@ struct ContextSettings {
   std::optional<std::int64_t> worker_memory_limit_bytes;
   // The nice value of the workers; absent is that of the search.
   std::optional<int> worker_nice;
-  // How much of the memory the panels may take that several candidates share.
-  std::size_t shared_panels_bytes = 0;
   // The market, the era and the pool that signals are submitted to, and the era's first and last
   // day.
   PoolIdentity pool;
@@ -71,7 +69,7 @@ struct ContextSettings {
   KnownBehaviours* behaviours = nullptr;
 };
 
-class EmbeddedContext : public genetic::SearchContext, public PrefetchingContext {
+class EmbeddedContext : public genetic::SearchContext {
  public:
   // All but the settings must outlive the context. In a child, which has entered its role, the
   // parent's operations are not there, and timings are the child's own.
@@ -107,8 +105,6 @@ class EmbeddedContext : public genetic::SearchContext, public PrefetchingContext
   // Whether evaluations under way are cancelled: at a signal and at the limit in seconds. The pool
   // asks several times a second while it waits, so this is also when the progress is shown.
   [[nodiscard]] bool submission_cancelled() override;
-  // Computes what the graphs share. Of what is no signal nothing is computed.
-  void prefetch_features(const genetic::List& graphs) override;
   // The operations that a child guards are the recorder, the queue of submissions and the recorder
   // of a run's metrics.
   [[nodiscard]] genetic::ChildContext& child() override { return child_; }
@@ -162,7 +158,6 @@ class EmbeddedContext : public genetic::SearchContext, public PrefetchingContext
   ResultRecorder& recorder_;
   SignalSubmission& submission_;
   ProcessSide& process_;
-  SharedPanels shared_;
   SystemTimingClock clock_;
   // What the search reads by name.
   genetic::Mapping attributes_;

@@ -113,13 +113,6 @@ void EmbeddedPool::log_worker_count_reduction(genetic::Logger& logger,
       {Value(scope), resolved.count(), resolved.requested(), resolved.reduction(), Value(detail)});
 }
 
-void EmbeddedPool::prefetch_candidate_features(genetic::SearchContext& context,
-                                               const List& graphs) {
-  if (auto* const prefetching = dynamic_cast<PrefetchingContext*>(&context)) {
-    prefetching->prefetch_features(graphs);
-  }
-}
-
 Value EmbeddedPool::candidate_evaluation(const Value& candidate_index, const Value& graph) {
   return genetic::make_object<genetic::CandidateEvaluation>(candidate_index, graph);
 }

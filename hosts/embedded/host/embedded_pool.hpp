@@ -17,14 +17,6 @@
 
 namespace varnholt::embedded {
 
-// A context that can warm the data of candidates before their children are forked.
-class PrefetchingContext {
- public:
-  virtual ~PrefetchingContext() = default;
-
-  virtual void prefetch_features(const genetic::List& graphs) = 0;
-};
-
 // A candidate whose worker is lost, or takes too long, is told as a ProcessEvaluationError when the
 // others of its batch are done (pool_batch.hpp). Candidates whose evaluation is cancelled have no
 // result.
@@ -55,8 +47,6 @@ class EmbeddedPool : public genetic::ProcessEvaluation {
                                   std::string_view scope, genetic::SearchContext& cache_owner,
                                   std::string_view detail) override;
   // A context that can do so warms its features; for another there is nothing to warm.
-  void prefetch_candidate_features(genetic::SearchContext& context,
-                                   const genetic::List& graphs) override;
   [[nodiscard]] genetic::Value candidate_evaluation(const genetic::Value& candidate_index,
                                                     const genetic::Value& graph) override;
   [[nodiscard]] std::unique_ptr<genetic::ConfiguredPool> configure(

@@ -35,8 +35,6 @@ namespace {
 // The terminal reasons of runs that did not come to a metrics record of their own.
 constexpr const char* kFailed = "failed";
 
-constexpr std::size_t kMostSharedPanelsBytes = std::size_t{512} * 1024 * 1024;
-
 // The known formulas as well are offered by what came of them.
 bool tells_archive(const SearchOptions& options) {
   return !options.has_no_archive || !options.has_no_known_formulas;
@@ -65,12 +63,6 @@ HostSettings host_settings(const SearchOptions& options, SearchObserver& observe
   return settings;
 }
 
-// Half of what the features take: with the history that waits for the end, a run then stays below
-// twice the panels of all days.
-std::size_t shared_panels_bytes(const Evaluator& evaluator) {
-  return std::min(evaluator.feature_bytes() / 2, kMostSharedPanelsBytes);
-}
-
 ContextSettings context_settings(const SearchOptions& options, SearchSetup& setup,
                                  const PoolIdentity& pool) {
   ContextSettings settings;
@@ -80,7 +72,6 @@ ContextSettings context_settings(const SearchOptions& options, SearchSetup& setu
   settings.limits = options.config.limits;
   settings.worker_memory_limit_bytes = options.worker_memory_limit_bytes;
   settings.worker_nice = options.worker_nice;
-  settings.shared_panels_bytes = shared_panels_bytes(setup.evaluator());
   settings.pool = pool;
   settings.known = &setup.known();
   settings.first_date = date_text(setup.data().whole.dates.front());
