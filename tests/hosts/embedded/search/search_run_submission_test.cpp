@@ -133,7 +133,6 @@ TEST_F(SearchRunSubmissionTest, OppositesThatEarnAreRecordedAndSubmittedInTheirP
     turned_round += is_opposite ? 1 : 0;
     const std::string own_key = sha256_hex(row.graph_json);
     EXPECT_EQ(row.graph_key == own_key, !is_opposite) << "the key is that of what was tried";
-    EXPECT_GE(*row.sharpe, -1.0);
   }
   EXPECT_GT(turned_round, 0);
   for (const CandidateRecorded& candidate : observer_.recorded) {
@@ -191,7 +190,9 @@ TEST_F(SearchRunSubmissionTest, AReportThatIsCutShortHasTheStoredStatisticsOfThe
 }
 
 TEST_F(SearchRunSubmissionTest, TheObserverIsToldOfEverySettlementAfterItsRecord) {
-  static_cast<void>(run_search(long_options(), observer_, interrupt_));
+  SearchOptions options = long_options();
+  options.generations = 12;  // Until something better takes a member's place.
+  static_cast<void>(run_search(options, observer_, interrupt_));
   std::map<std::string, SubmissionRecord> settled;
   for (const SubmissionRecord& submission : submissions(long_options()))
     settled.emplace(submission.eval_id, submission);
