@@ -61,8 +61,8 @@ template <typename Vector>
 template <typename Vector>
 [[gnu::flatten]] std::array<bool, kLanes> rank_few(const DaysOfFew& days, double* ranks) {
   using Number = Lanes<Vector>;
-  std::array<RankedLanes<Vector>, kMostOfFew>
-      entries;  // NOLINT(cppcoreguidelines-pro-type-member-init)
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): to clear all of them costs more.
+  std::array<RankedLanes<Vector>, kMostOfFew> entries;
   Number known = 0.0;
   for (std::size_t i = 0; i < days.columns; ++i) {
     const Number value = Number::from(days.values + i * days.stride);
