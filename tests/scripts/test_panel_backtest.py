@@ -38,6 +38,6 @@ def test_gates_are_counted():
     gross = 0.01 + 0.001 * rng.normal(size=50)
     held = numpy.full((50, 2), 0.5)
     assert Backtest(gross, numpy.full(50, 0.1), held).passes()
-    assert Backtest(gross, numpy.full(50, 1.1), held).missed_gates() == 1
-    assert Backtest(gross, numpy.full(50, 1.1), held / 4).missed_gates() == 2
+    assert Backtest(gross, numpy.full(50, 1.6), held).missed_gates() == 1
+    assert Backtest(gross, numpy.full(50, 1.6), held / 4).missed_gates() == 2
     assert not Backtest(-gross, numpy.full(50, 0.1), held).passes()

@@ -51,14 +51,15 @@ bool SignalSubmission::refresh() {
   return pool_.refresh();
 }
 
-std::vector<Behaviour> SignalSubmission::member_behaviours(
-    const Eigen::ArrayXd& market_returns) const {
-  std::vector<Behaviour> behaviours;
-  for (const Eigen::ArrayXd& pnl : pool_.member_pnl(market_returns.size())) {
-    auto behaviour = behaviour_of(pnl, market_returns, evaluator_.options().book.periods_per_year);
-    if (behaviour) behaviours.push_back(*std::move(behaviour));
+std::vector<Behaviour> SignalSubmission::member_behaviours(const Eigen::ArrayXd& market_returns) {
+  const double periods_per_year = evaluator_.options().book.periods_per_year;
+  std::vector<Behaviour> members;
+  for (const auto& [submission, pnl] : pool_.member_pnl(market_returns.size())) {
+    const auto [known, is_new] = behaviours_.try_emplace(submission);
+    if (is_new) known->second = behaviour_of(pnl, market_returns, periods_per_year);
+    if (known->second) members.push_back(*known->second);
   }
-  return behaviours;
+  return members;
 }
 
 SyncReport SignalSubmission::sync() {

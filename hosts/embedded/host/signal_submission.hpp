@@ -2,6 +2,7 @@
 // passes.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -43,9 +44,9 @@ class SignalSubmission {
   // Brings the members in; whether membership is confirmed.
   [[nodiscard]] bool refresh();
   [[nodiscard]] bool has_members() const { return pool_.has_members(); }
-  // What the members do that were held on the days of these market returns.
-  [[nodiscard]] std::vector<Behaviour> member_behaviours(
-      const Eigen::ArrayXd& market_returns) const;
+  // What the members do that were held on the days of these market returns, which are the same at
+  // each call: what a member does is computed once.
+  [[nodiscard]] std::vector<Behaviour> member_behaviours(const Eigen::ArrayXd& market_returns);
 
   // Both metrics of a statistics object, which must hold its daily PnL where the pool has members.
   // The search asks for one metric after the other; the answer for the last object is kept until
@@ -80,6 +81,7 @@ class SignalSubmission {
   SignalPool pool_;
   SubmissionQueue queue_;
   std::optional<Measured> last_measured_;
+  std::unordered_map<std::int64_t, std::optional<Behaviour>> behaviours_;  // By submission.
   std::unordered_map<std::string, genetic::Value> recorded_;  // Statistics by evaluation id.
 };
 

@@ -112,7 +112,7 @@ class Settling {
 
   void settle() {
     settle_queue();
-    // All members anew costs as much as many backtests: only when one has joined.
+    // With many members it costs as much as a backtest: only when one has joined.
     if (!is_pool_told_ && tells_archive(conduct_.options)) {
       conduct_.archive.set_pool(submission_.member_behaviours(market_returns_));
     }

@@ -244,14 +244,15 @@ std::vector<ReplacedMember> SignalPool::replaced_by(const ArrayXd& pnl) const {
   return replaced;
 }
 
-std::vector<ArrayXd> SignalPool::member_pnl(Eigen::Index days) const {
+std::vector<SignalPool::MemberPnl> SignalPool::member_pnl(Eigen::Index days) const {
   const auto found = groups_.find(days);
   if (found == groups_.end()) return {};
   const Group& group = found->second;
-  std::vector<ArrayXd> pnl;
+  std::vector<MemberPnl> pnl;
   for (std::size_t row = 0; row < group.series.size(); ++row) {
     const Member& member = members_[group.member_of_row[row]];
-    if (member.submission != kFounderSubmission) pnl.emplace_back(group.series.pnl(row));
+    if (member.submission == kFounderSubmission) continue;
+    pnl.push_back({member.submission, group.series.pnl(row)});
   }
   return pnl;
 }

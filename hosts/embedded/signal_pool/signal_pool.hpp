@@ -91,8 +91,13 @@ class SignalPool {
   // and is like, by the thresholds of novelty and correlation, in the order in which they joined.
   [[nodiscard]] std::vector<ReplacedMember> replaced_by(const Eigen::ArrayXd& pnl) const;
 
-  // The daily PnL of the members with as many days, without the founder.
-  [[nodiscard]] std::vector<Eigen::ArrayXd> member_pnl(Eigen::Index days) const;
+  // The daily PnL of the members with as many days, without the founder. To be read until members
+  // are brought in or taken out.
+  struct MemberPnl {
+    std::int64_t submission = 0;
+    Eigen::Map<const Eigen::ArrayXd> pnl;
+  };
+  [[nodiscard]] std::vector<MemberPnl> member_pnl(Eigen::Index days) const;
 
   // What measure() says, for another process, which takes the measure over; nothing where the pool
   // has no members. It reads no store, so a forked child may call it. Throws as measure() does.

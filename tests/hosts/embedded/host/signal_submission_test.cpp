@@ -101,6 +101,11 @@ TEST_F(SignalSubmissionTest, TellsWhatItsMembersDoBesideTheMarket) {
       behaviour_of(pnl, market, evaluator_.options().book.periods_per_year).value();
   EXPECT_EQ(members[0].residual_sharpe, expected.residual_sharpe);
   EXPECT_NEAR(members[0].likeness(expected), 1.0, 1e-12);
+  join(ranked("volume"));
+  const std::vector<Behaviour> later = submission_.member_behaviours(market);
+  ASSERT_EQ(later.size(), 2U);
+  EXPECT_EQ(later[0].residual_sharpe, expected.residual_sharpe);
+  EXPECT_NE(later[1].residual_sharpe, expected.residual_sharpe);
 }
 
 TEST_F(SignalSubmissionTest, TheMeasureOfTheLastStatisticsIsKept) {

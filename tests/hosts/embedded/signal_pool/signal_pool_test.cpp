@@ -188,11 +188,12 @@ TEST_F(SignalPoolTest, TheFounderIsThereFromTheBeginning) {
 TEST_F(SignalPoolTest, TellsThePnlOfItsMembersWithoutTheFounder) {
   SignalPool pool(*store_, pool_, kDefaultCommonDays, PoolThresholds(), normal_series(kDays, 7));
   EXPECT_TRUE(pool.member_pnl(kDays).empty());
-  join(base_);
+  const std::string member = join(base_);
   EXPECT_TRUE(pool.refresh());
-  const std::vector<ArrayXd> pnl = pool.member_pnl(kDays);
-  ASSERT_EQ(pnl.size(), 1U);
-  EXPECT_TRUE((pnl[0] == base_).all());
+  const auto members = pool.member_pnl(kDays);
+  ASSERT_EQ(members.size(), 1U);
+  EXPECT_TRUE((members[0].pnl == base_).all());
+  EXPECT_EQ(members[0].submission, store_->submissions().of_evaluation(member).at(0).id);
   EXPECT_TRUE(pool.member_pnl(kDays - 1).empty());
 }
 
