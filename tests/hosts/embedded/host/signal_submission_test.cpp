@@ -91,23 +91,6 @@ TEST_F(SignalSubmissionTest, MembersAreComparedByTheirPnl) {
   EXPECT_GT(other.novelty, itself.novelty);
 }
 
-TEST_F(SignalSubmissionTest, TellsWhatItsMembersDoBesideTheMarket) {
-  join(ranked("close"));
-  const Eigen::ArrayXd pnl = required_pnl(stats_of(ranked("close")));
-  const Eigen::ArrayXd market = Eigen::ArrayXd::LinSpaced(pnl.size(), -0.01, 0.02).cos();
-  const std::vector<Behaviour> members = submission_.member_behaviours(market);
-  ASSERT_EQ(members.size(), 1U);
-  const Behaviour expected =
-      behaviour_of(pnl, market, evaluator_.options().book.periods_per_year).value();
-  EXPECT_EQ(members[0].residual_sharpe, expected.residual_sharpe);
-  EXPECT_NEAR(members[0].likeness(expected), 1.0, 1e-12);
-  join(ranked("volume"));
-  const std::vector<Behaviour> later = submission_.member_behaviours(market);
-  ASSERT_EQ(later.size(), 2U);
-  EXPECT_EQ(later[0].residual_sharpe, expected.residual_sharpe);
-  EXPECT_NE(later[1].residual_sharpe, expected.residual_sharpe);
-}
-
 TEST_F(SignalSubmissionTest, TheMeasureOfTheLastStatisticsIsKept) {
   join(ranked("close"));
   EXPECT_TRUE(submission_.refresh());
@@ -221,6 +204,31 @@ TEST_F(SignalSubmissionTest, WhatIsNotRecordedCannotBeSubmitted) {
   const Mapping payload{{keys::kEvalId, "1-99"}, {keys::kGraph, ranked("close")}};
   EXPECT_THROW(static_cast<void>(submission_.enqueue(payload)), StoreError);
   EXPECT_TRUE(store_.submissions().list({}).empty());
+}
+
+// Signals that are like a member may join.
+class OpenPoolTest : public SignalSubmissionTest {
+ protected:
+  OpenPoolTest()
+      : SignalSubmissionTest(
+            {.correlation_max = 1.0, .novelty_min = 0.0, .replaces_weaker = false}) {}
+};
+
+TEST_F(OpenPoolTest, TellsWhatItsMembersDoBesideTheMarket) {
+  join(ranked("close"));
+  const Eigen::ArrayXd pnl = required_pnl(stats_of(ranked("close")));
+  const Eigen::ArrayXd market = Eigen::ArrayXd::LinSpaced(pnl.size(), -0.01, 0.02).cos();
+  const std::vector<Behaviour> members = submission_.member_behaviours(market);
+  ASSERT_EQ(members.size(), 1U);
+  const Behaviour expected =
+      behaviour_of(pnl, market, evaluator_.options().book.periods_per_year).value();
+  EXPECT_EQ(members[0].residual_sharpe, expected.residual_sharpe);
+  EXPECT_NEAR(members[0].likeness(expected), 1.0, 1e-12);
+  join(ranked("volume"));
+  const std::vector<Behaviour> later = submission_.member_behaviours(market);
+  ASSERT_EQ(later.size(), 2U);
+  EXPECT_EQ(later[0].residual_sharpe, expected.residual_sharpe);
+  EXPECT_NE(later[1].residual_sharpe, expected.residual_sharpe);
 }
 
 class FewDaysTest : public SignalSubmissionTest {
