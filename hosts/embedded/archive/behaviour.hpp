@@ -14,7 +14,7 @@ namespace varnholt::embedded {
 inline constexpr Eigen::Index kProfileParts = 64;
 
 struct Behaviour {
-  // What the returns add beside the market: the annualised Sharpe ratio of net(t) - beta market(t),
+  // What the returns add beside the market: the annualised Sharpe ratio of r(t) - beta market(t),
   // with beta the covariance of the two over the variance of the market.
   double residual_sharpe = 0.0;
   // The sums of these residuals over the parts of the days, all but the last of equal length, with
