@@ -318,9 +318,12 @@ static_assert(kVersions.size() == static_cast<std::size_t>(kStoreSchemaVersion))
 // by being looked at.
 std::int64_t version_of(SqliteDatabase& database) {
   constexpr const char* kDoing = "reading what kind of file it is";
+  // All three of one moment: another process may be making the tables. Within a transaction or not.
+  database.execute("SAVEPOINT look", kDoing);
   const std::int64_t application = database.query_integer("PRAGMA application_id", kDoing);
   const std::int64_t version = database.query_integer("PRAGMA user_version", kDoing);
   const std::int64_t tables = database.query_integer("SELECT count(*) FROM sqlite_schema", kDoing);
+  database.execute("RELEASE look", kDoing);
   if (application == 0 && version == 0 && tables == 0) return 0;
   if (application != kStoreApplicationId) {
     throw StoreError(database.path(),
