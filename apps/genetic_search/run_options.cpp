@@ -42,6 +42,10 @@ void add_breeding_options(Options& options, embedded::SearchOptions& search) {
                "Offers no known formulas of the field, nor mutations of them, among the fresh "
                "expressions.",
                search.has_no_known_formulas);
+  options.flag(
+      "--no-simple-forms",
+      "Offers no signals of one feature or two and one window among the fresh expressions.",
+      search.has_no_simple_forms);
   options.setting("--diversity-weight", "X",
                   fmt::format("What a parent's score loses for repeating another. Default: {}.",
                               genetic::str(defaults.default_diversity_weight())),

@@ -3,8 +3,9 @@
 //   bench_search_quality run ARM[+SETTING=NUMBER...] RESULTS [SEEDS] [BACKTESTS] [EFFECT]
 //
 // The arms are "ours", the search as it is by default; "fresh", which draws, known formulas among
-// it, and never breeds or repairs; "random", which draws without them; and ours without the archive
-// or the known formulas, with expressions as they are written, and with units mixed. A setting that
+// it, and never breeds or repairs; "random", which draws without them and without simple forms; and
+// ours without the archive, the known formulas or the simple forms, with expressions as they are
+// written, and with units mixed. A setting that
 // is added to an arm makes another arm. Each run gets equal numbers of backtests on the same
 // prices. RESULTS is a CSV file to which a line is added as each run ends; runs that stand there
 // already are passed over, so that the same command goes on where it was stopped. `summary.py`

@@ -31,6 +31,8 @@ constexpr std::array kEffects = std::to_array<Effect>({
     {"price_with_volume", "-1 * cross_zscore(ts_correlation(close, volume, 10))", true},
     {"overnight", "cross_rank(ts_mean((open - close) / close, 5)) - 0.5", true},
     {"scaled_reversal", "-1 * cross_zscore(ts_delta(close, 5) / ts_std(close, 20))", true},
+    // No known formula is close to this one.
+    {"volume_with_range", "cross_zscore(ts_correlation(range, volume, 15))", true},
     {"own_trend", "ts_zscore(close, 20)", false},
     {"own_reversal", "-1 * tanh(ts_zscore(returns, 10))", false},
 });

@@ -31,9 +31,11 @@ constexpr auto kArms = std::to_array<Arm>({
      [](SearchOptions& options) {
        only_draw(options);
        options.has_no_known_formulas = true;
+       options.has_no_simple_forms = true;
      }},
     {"no-archive", [](SearchOptions& options) { options.has_no_archive = true; }},
     {"no-known", [](SearchOptions& options) { options.has_no_known_formulas = true; }},
+    {"no-simple", [](SearchOptions& options) { options.has_no_simple_forms = true; }},
     {"as-written", [](SearchOptions& options) { options.is_as_written = true; }},
     {"mixed-units", [](SearchOptions& options) { options.config.vocabulary.units = false; }},
 });

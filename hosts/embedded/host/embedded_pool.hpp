@@ -46,7 +46,6 @@ class EmbeddedPool : public genetic::ProcessEvaluation {
                                   const genetic::WorkerResolution& resolution,
                                   std::string_view scope, genetic::SearchContext& cache_owner,
                                   std::string_view detail) override;
-  // A context that can do so warms its features; for another there is nothing to warm.
   [[nodiscard]] genetic::Value candidate_evaluation(const genetic::Value& candidate_index,
                                                     const genetic::Value& graph) override;
   [[nodiscard]] std::unique_ptr<genetic::ConfiguredPool> configure(

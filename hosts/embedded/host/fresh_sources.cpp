@@ -2,6 +2,8 @@
 
 #include <vector>
 
+#include "hosts/embedded/host/simple_forms.hpp"
+
 namespace varnholt::embedded {
 
 using genetic::RandomGenerator;
@@ -25,17 +27,23 @@ FreshSources::FreshSources(SignalArchive& archive, Lineage& lineage, const Vocab
       breeding_(archive, lineage, operators_, material_),
       known_(settings.offers_known_formulas ? known_graphs(vocabulary, limits_of(options), making)
                                             : std::vector<KnownGraph>(),
-             archive, lineage, operators_, material_) {}
+             archive, lineage, operators_, material_),
+      simple_(settings.offers_simple_forms ? simple_forms(vocabulary, limits_of(options), making)
+                                           : std::vector<Value>(),
+              archive, lineage) {}
 
 std::optional<Value> FreshSources::next(const std::shared_ptr<RandomGenerator>& generator) {
   const bool breeds = breeds_ && archive_.has_parents();
-  if (generator == nullptr || (!breeds && known_.is_empty())) return std::nullopt;
+  if (generator == nullptr || (!breeds && known_.is_empty() && simple_.is_empty())) {
+    return std::nullopt;
+  }
   const double draw = generator->random();
   const double known = known_share();
   if (draw < known) return known_.next(generator);
-  if (breeds && draw < known + (1.0 - known) * archive_.shares().bred()) {
-    return breeding_.offspring(generator);
-  }
+  const double bred = breeds ? (1.0 - known) * archive_.shares().bred() : 0.0;
+  if (draw < known + bred) return breeding_.offspring(generator);
+  const double simple = (1.0 - known - bred) * kSimpleShare;
+  if (draw < known + bred + simple) return simple_.next(*generator);
   return std::nullopt;
 }
 

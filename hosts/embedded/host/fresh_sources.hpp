@@ -1,4 +1,4 @@
-// Where fresh graphs come from beside chance: the archive, and the known formulas.
+// Where fresh graphs come from beside chance: the archive, the known formulas, the simple forms.
 #pragma once
 
 #include <memory>
@@ -9,6 +9,7 @@
 #include "hosts/embedded/host/known_formula_offers.hpp"
 #include "hosts/embedded/host/lineage.hpp"
 #include "hosts/embedded/host/mutation_material.hpp"
+#include "hosts/embedded/host/simple_form_offers.hpp"
 #include "hosts/embedded/operators/genetic_operators.hpp"
 #include "hosts/embedded/vocabulary/graph_making.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
@@ -22,6 +23,7 @@ namespace varnholt::embedded {
 struct FreshSettings {
   bool breeds_from_archive = true;
   bool offers_known_formulas = true;
+  bool offers_simple_forms = true;
 };
 
 class FreshSources {
@@ -29,6 +31,9 @@ class FreshSources {
   // The share of the known formulas until each was in a batch: what is known to work somewhere is
   // the first thing to try, and the archive then has it to breed from.
   static constexpr double kUntriedShare = 0.75;
+  // Of what the known formulas and the archive leave, the share of the simple forms until each was
+  // evaluated. What is simple finds sooner, and there are few of it.
+  static constexpr double kSimpleShare = 0.5;
 
   // The archive, the lineage and the vocabulary must outlive the object.
   FreshSources(SignalArchive& archive, Lineage& lineage, const Vocabulary& vocabulary,
@@ -53,6 +58,7 @@ class FreshSources {
   MutationMaterial material_;
   ArchiveBreeding breeding_;
   KnownFormulaOffers known_;
+  SimpleFormOffers simple_;
 };
 
 }  // namespace varnholt::embedded

@@ -2,13 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <utility>
 
+#include "hosts/embedded/host/drawn_formula.hpp"
 #include "hosts/embedded/host/offspring_operators.hpp"
-#include "hosts/embedded/operators/graph_parts.hpp"
-#include "hosts/embedded/vocabulary/formula.hpp"
-#include "hosts/embedded/vocabulary/graph_check.hpp"
 #include "hosts/embedded/vocabulary/known_formulas.hpp"
 #include "search_templates/genetic/graph/structural_key.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
@@ -25,53 +22,6 @@ constexpr auto kShares = std::to_array<OperatorShare>({{OffspringOperator::Point
                                                        {OffspringOperator::Insert, 0.3},
                                                        {OffspringOperator::Subtree, 0.25}});
 
-// The window of the vocabulary that is nearest as a multiple; of two the shorter.
-std::string nearest_window(const std::string& days, const std::vector<int>& windows) {
-  const double wanted = std::log(window_of(days).value());
-  const auto distance = [wanted](int window) { return std::abs(std::log(window) - wanted); };
-  const auto nearest = std::min_element(
-      windows.begin(), windows.end(),
-      [&distance](int left, int right) { return distance(left) < distance(right); });
-  return std::to_string(*nearest);
-}
-
-// Whether fresh graphs have the word, which the vocabulary knows.
-bool is_drawn(const GraphPart& part, const Vocabulary& vocabulary) {
-  if (part.type == kRotationType) return vocabulary.find_function(part.name)->weight > 0.0;
-  if (part.type == kFeatureType) return vocabulary.find_feature(part.name)->weight > 0.0;
-  return true;
-}
-
-// The graph in the words and windows that are drawn, or nothing.
-std::optional<Value> in_drawn_words(Value graph, const Vocabulary& vocabulary,
-                                    const GraphLimits& limits) {
-  std::vector<int> windows = vocabulary.windows;
-  std::erase_if(windows, [&limits](int window) { return window > limits.max_window; });
-  for (const GraphPart& part : graph_parts(graph)) {
-    if (!is_drawn(part, vocabulary)) return std::nullopt;
-    if (part.type != kWindowType) continue;
-    if (windows.empty()) return std::nullopt;
-    graph = with_name(graph, part.path, nearest_window(part.name, windows));
-  }
-  return graph;
-}
-
-std::optional<Value> graph_of(const KnownFormula& formula, const Vocabulary& vocabulary,
-                              const GraphLimits& limits, const GraphMaking& making) {
-  try {
-    std::optional<Value> graph =
-        in_drawn_words(parse_formula(formula.formula, vocabulary), vocabulary, limits);
-    if (!graph) return std::nullopt;
-    graph = making.finished(*std::move(graph));
-    static_cast<void>(check_graph(*graph, vocabulary, limits));
-    return graph;
-  } catch (const FormulaError&) {
-    return std::nullopt;  // These prices have no such column.
-  } catch (const GraphError&) {
-    return std::nullopt;  // It is larger than the graphs of this search may be.
-  }
-}
-
 }  // namespace
 
 std::vector<KnownGraph> known_graphs(const Vocabulary& vocabulary, const GraphLimits& limits,
@@ -79,7 +29,7 @@ std::vector<KnownGraph> known_graphs(const Vocabulary& vocabulary, const GraphLi
   std::vector<KnownGraph> graphs;
   genetic::StructuralKeySet structures;
   for (const KnownFormula& formula : known_formulas()) {
-    std::optional<Value> graph = graph_of(formula, vocabulary, limits, making);
+    std::optional<Value> graph = drawn_formula(formula.formula, vocabulary, limits, making);
     if (!graph || !structures.insert(genetic::structural_key(*graph)).second) continue;
     graphs.push_back({std::string(formula.name), *std::move(graph)});
   }

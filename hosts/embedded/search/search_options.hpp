@@ -33,10 +33,11 @@ struct SearchOptions {
   std::optional<genetic::Value> diversity_weight;
   std::optional<genetic::Value> parsimony_weight;
   std::optional<genetic::Value> operator_rates;
-  // Whether no fresh graph is bred from the host's archive, and none is a known formula or made of
-  // one. With both all fresh graphs are random.
+  // Whether no fresh graph is bred from the host's archive, none is a known formula or made of one,
+  // and none is a simple form. With the three all fresh graphs are random.
   bool has_no_archive = false;
   bool has_no_known_formulas = false;
+  bool has_no_simple_forms = false;
   // Repairs of a generation's near misses: how many are tried, in how many rounds, and how many may
   // follow one another in a lineage. 0 of any is none at all.
   std::optional<genetic::Value> max_improvement_candidates;

@@ -35,9 +35,9 @@ namespace {
 // The terminal reasons of runs that did not come to a metrics record of their own.
 constexpr const char* kFailed = "failed";
 
-// The known formulas as well are offered by what came of them.
+// The known formulas and the simple forms as well are offered by what came of them.
 bool tells_archive(const SearchOptions& options) {
-  return !options.has_no_archive || !options.has_no_known_formulas;
+  return !options.has_no_archive || !options.has_no_known_formulas || !options.has_no_simple_forms;
 }
 
 RunRecorder::Settings recorder_settings(const SearchOptions& options, const RunData& data,
@@ -189,7 +189,8 @@ void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder
   settings.is_stopping = [&search_stop = *stop] { return search_stop.cancels_evaluations(); };
   settings.known = &setup.known();
   if (tells_archive(options)) settings.archive = &archive;
-  settings.fresh = {!options.has_no_archive, !options.has_no_known_formulas};
+  settings.fresh = {!options.has_no_archive, !options.has_no_known_formulas,
+                    !options.has_no_simple_forms};
   EmbeddedHost host(setup.process(), setup.evaluator().vocabulary(), lineage, submission, settings);
   ContextSettings of_context = context_settings(options, setup, pool);
   of_context.market_returns = market;

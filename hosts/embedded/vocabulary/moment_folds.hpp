@@ -151,16 +151,18 @@ struct KurtosisFold : FourMomentsFold<Vector> {
   }
 };
 
-// Of two series: their sums, that of the products, and where they are asked for those of the
-// squares, of the second series before those of the first.
-template <typename Vector, bool kHasXSquares, bool kHasYSquares>
+// Which sums of squares a fold of two series needs beside their sums and that of the products.
+enum class PairSquares { None, OfY, OfYAndX };
+
+// The squares of the second series stand before those of the first.
+template <typename Vector, PairSquares kSquares>
 struct PairFold {
   static constexpr std::size_t kInputs = 2;
   static constexpr bool kIsCentred = true;
   using Number = Lanes<Vector>;
   using Values = std::array<Number, kInputs>;
   using End = WindowEnd<Vector, kInputs>;
-  static constexpr std::size_t kSums = 3 + (kHasXSquares ? 1 : 0) + (kHasYSquares ? 1 : 0);
+  static constexpr std::size_t kSums = 3 + static_cast<std::size_t>(kSquares);
   using State = std::array<Number, kSums>;
 
   template <typename Known>
@@ -171,8 +173,8 @@ struct PairFold {
     sums[0] = x;
     sums[1] = y;
     sums[2] = x * y;
-    if constexpr (kHasYSquares) sums[3] = y * y;
-    if constexpr (kHasXSquares) sums[4] = x * x;
+    if constexpr (kSquares != PairSquares::None) sums[3] = y * y;
+    if constexpr (kSquares == PairSquares::OfYAndX) sums[4] = x * x;
     return sums;
   }
   [[nodiscard]] static State merge(State a, const State& b) {
@@ -197,8 +199,8 @@ struct PairMoments {
 };
 
 template <typename Vector>
-struct CovarianceFold : PairFold<Vector, false, false> {
-  using Base = PairFold<Vector, false, false>;
+struct CovarianceFold : PairFold<Vector, PairSquares::None> {
+  using Base = PairFold<Vector, PairSquares::None>;
   [[nodiscard]] static Lanes<Vector> result(const typename Base::State& sums,
                                             const typename Base::End& end) {
     const PairMoments<Vector> pair(sums, end.known);
@@ -207,8 +209,8 @@ struct CovarianceFold : PairFold<Vector, false, false> {
 };
 
 template <typename Vector>
-struct CorrelationFold : PairFold<Vector, true, true> {
-  using Base = PairFold<Vector, true, true>;
+struct CorrelationFold : PairFold<Vector, PairSquares::OfYAndX> {
+  using Base = PairFold<Vector, PairSquares::OfYAndX>;
   [[nodiscard]] static Lanes<Vector> result(const typename Base::State& sums,
                                             const typename Base::End& end) {
     using Number = Lanes<Vector>;
@@ -229,8 +231,8 @@ struct CorrelationFold : PairFold<Vector, true, true> {
 
 // The line x = a + b y.
 template <typename Vector>
-struct LineFold : PairFold<Vector, false, true> {
-  using Base = PairFold<Vector, false, true>;
+struct LineFold : PairFold<Vector, PairSquares::OfY> {
+  using Base = PairFold<Vector, PairSquares::OfY>;
   // NaN where y is constant: then there is no line.
   [[nodiscard]] static Lanes<Vector> slope(const PairMoments<Vector>& pair,
                                            const typename Base::State& sums,

@@ -26,27 +26,27 @@ Window::Window(Eigen::Index all_days, double least_known_share)
                                                  kShareTolerance)))) {}
 
 Panel ts_sum(const Panel& x, const Window& window) {
-  return rolled(RollingFunction::kSum, x, window);
+  return rolled(RollingFunction::Sum, x, window);
 }
 
 Panel ts_mean(const Panel& x, const Window& window) {
-  return rolled(RollingFunction::kMean, x, window);
+  return rolled(RollingFunction::Mean, x, window);
 }
 
 Panel ts_min(const Panel& x, const Window& window) {
-  return rolled(RollingFunction::kLeast, x, window);
+  return rolled(RollingFunction::Least, x, window);
 }
 
 Panel ts_max(const Panel& x, const Window& window) {
-  return rolled(RollingFunction::kGreatest, x, window);
+  return rolled(RollingFunction::Greatest, x, window);
 }
 
 Panel ts_std(const Panel& x, const Window& window) {
-  return rolled(RollingFunction::kDeviation, x, window);
+  return rolled(RollingFunction::Deviation, x, window);
 }
 
 Panel ts_zscore(const Panel& x, const Window& window) {
-  return rolled(RollingFunction::kScore, x, window);
+  return rolled(RollingFunction::Score, x, window);
 }
 
 Panel ts_rank(const Panel& x, const Window& window) {
@@ -91,15 +91,15 @@ Panel ts_delta(const Panel& x, const Window& window) {
 }
 
 Panel ts_decay(const Panel& x, const Window& window) {
-  return rolled(RollingFunction::kDecay, x, window);
+  return rolled(RollingFunction::Decay, x, window);
 }
 
 Panel ts_covariance(const Panel& x, const Panel& y, const Window& window) {
-  return rolled(RollingFunction::kCovariance, x, y, window);
+  return rolled(RollingFunction::Covariance, x, y, window);
 }
 
 Panel ts_correlation(const Panel& x, const Panel& y, const Window& window) {
-  return rolled(RollingFunction::kCorrelation, x, y, window);
+  return rolled(RollingFunction::Correlation, x, y, window);
 }
 
 }  // namespace varnholt::embedded

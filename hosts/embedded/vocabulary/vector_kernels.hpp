@@ -15,26 +15,26 @@
 namespace varnholt::embedded {
 
 enum class RollingFunction {
-  kSum,
-  kMean,
-  kLeast,
-  kGreatest,
-  kProduct,
-  kDecay,
-  kFade,
-  kFirstGreatest,
-  kFirstLeast,
-  kDeviation,
-  kScore,
-  kSkew,
-  kKurtosis,
-  kCovariance,
-  kCorrelation,
-  kSlope,
-  kResidual,
+  Sum,
+  Mean,
+  Least,
+  Greatest,
+  Product,
+  Decay,
+  Fade,
+  FirstGreatest,
+  FirstLeast,
+  Deviation,
+  Score,
+  Skew,
+  Kurtosis,
+  Covariance,
+  Correlation,
+  Slope,
+  Residual,
 };
 
-// The result of kFirstGreatest and kFirstLeast where the window must be looked at, because a value
+// The result of FirstGreatest and FirstLeast where the window must be looked at, because a value
 // before the first is alike to it.
 inline constexpr double kUnsurePlace = -1.0;
 

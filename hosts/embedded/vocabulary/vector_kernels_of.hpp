@@ -27,39 +27,39 @@ struct KernelsOf {
   static void roll(const RollingTask& task, Panel& result) {
     const auto days = static_cast<double>(task.window.days);
     switch (task.function) {
-      case RollingFunction::kSum:
+      case RollingFunction::Sum:
         return roll_with(task, result, SumFold<Vector>());
-      case RollingFunction::kMean:
+      case RollingFunction::Mean:
         return roll_with(task, result, MeanFold<Vector>());
-      case RollingFunction::kLeast:
+      case RollingFunction::Least:
         return roll_with(task, result, LeastFold<Vector>());
-      case RollingFunction::kGreatest:
+      case RollingFunction::Greatest:
         return roll_with(task, result, GreatestFold<Vector>());
-      case RollingFunction::kProduct:
+      case RollingFunction::Product:
         return roll_with(task, result, ProductFold<Vector>());
-      case RollingFunction::kDecay:
+      case RollingFunction::Decay:
         return roll_with(task, result, DecayFold<Vector>());
-      case RollingFunction::kFade:
+      case RollingFunction::Fade:
         return roll_with(task, result, FadingFold<Vector>((days - 1.0) / (days + 1.0)));
-      case RollingFunction::kFirstGreatest:
+      case RollingFunction::FirstGreatest:
         return roll_with(task, result, PlaceFold<Vector>(1.0, days));
-      case RollingFunction::kFirstLeast:
+      case RollingFunction::FirstLeast:
         return roll_with(task, result, PlaceFold<Vector>(-1.0, days));
-      case RollingFunction::kDeviation:
+      case RollingFunction::Deviation:
         return roll_with(task, result, DeviationFold<Vector>());
-      case RollingFunction::kScore:
+      case RollingFunction::Score:
         return roll_with(task, result, ScoreFold<Vector>());
-      case RollingFunction::kSkew:
+      case RollingFunction::Skew:
         return roll_with(task, result, SkewFold<Vector>());
-      case RollingFunction::kKurtosis:
+      case RollingFunction::Kurtosis:
         return roll_with(task, result, KurtosisFold<Vector>());
-      case RollingFunction::kCovariance:
+      case RollingFunction::Covariance:
         return roll_with(task, result, CovarianceFold<Vector>());
-      case RollingFunction::kCorrelation:
+      case RollingFunction::Correlation:
         return roll_with(task, result, CorrelationFold<Vector>());
-      case RollingFunction::kSlope:
+      case RollingFunction::Slope:
         return roll_with(task, result, SlopeFold<Vector>());
-      case RollingFunction::kResidual:
+      case RollingFunction::Residual:
         return roll_with(task, result, ResidualFold<Vector>());
     }
   }

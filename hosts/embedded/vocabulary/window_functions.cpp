@@ -31,8 +31,8 @@ double oldest_alike(const double* last, Eigen::Index days, double sign) {
 }
 
 Panel place_of_greatest(const Panel& x, const Window& window, double sign) {
-  Panel places = rolled(sign < 0.0 ? RollingFunction::kFirstLeast : RollingFunction::kFirstGreatest,
-                        x, window);
+  Panel places =
+      rolled(sign < 0.0 ? RollingFunction::FirstLeast : RollingFunction::FirstGreatest, x, window);
   for (Eigen::Index i = 0; i < places.size(); ++i) {
     double& place = places.data()[i];
     if (place == kUnsurePlace) place = oldest_alike(x.data() + i, window.days, sign);
@@ -59,7 +59,7 @@ Panel ts_delay(const Panel& x, const Window& window) {
 }
 
 Panel ts_product(const Panel& x, const Window& window) {
-  return rolled(RollingFunction::kProduct, x, window);
+  return rolled(RollingFunction::Product, x, window);
 }
 
 Panel ts_argmax(const Panel& x, const Window& window) {
@@ -71,7 +71,7 @@ Panel ts_argmin(const Panel& x, const Window& window) {
 }
 
 Panel ts_ema(const Panel& x, const Window& window) {
-  return rolled(RollingFunction::kFade, x, window);
+  return rolled(RollingFunction::Fade, x, window);
 }
 
 Panel ts_quantile(const Panel& x, double share, const Window& window) {

@@ -1,14 +1,16 @@
-// The shares of fresh graphs: the known formulas, the archive's offspring and chance. Method: an
-// archive that is filled by hand, formulas that were in a batch or not, and many draws, whose
-// lineage tells where each came from.
+// The shares of fresh graphs: the known formulas, the archive's offspring, the simple forms and
+// chance. Method: an archive that is filled by hand, formulas that were in a batch or not, and many
+// draws, whose lineage and structure tell where each came from.
 #include "hosts/embedded/host/fresh_sources.hpp"
 
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "hosts/embedded/host/simple_forms.hpp"
 #include "search_templates/genetic/host/twister_generators.hpp"
 #include "search_templates/genetic/value/json_text.hpp"
 #include "tests/hosts/embedded/host/search_fixture.hpp"
@@ -47,14 +49,23 @@ class FreshSourcesTest : public ContextTest {
     lineage_.note_batch(batch);
     lineage_.next_generation();
   }
+  std::set<std::string> simple_texts() {
+    std::set<std::string> texts;
+    const GraphLimits limits{options_.max_depth, options_.max_nodes, options_.max_window};
+    for (const Value& graph : simple_forms(evaluator_.vocabulary(), limits, making_))
+      texts.insert(genetic::json_text(graph));
+    return texts;
+  }
   struct Counts {
     int known = 0;
     int bred = 0;
+    int simple = 0;
     int random = 0;
   };
   static constexpr int kDraws = 600;
   Counts counted(const FreshSettings& settings) {
     FreshSources of = sources(settings);
+    const std::set<std::string> simple = simple_texts();
     const auto generator = seeded(3);
     Counts counts;
     for (int i = 0; i < kDraws; ++i) {
@@ -64,8 +75,15 @@ class FreshSourcesTest : public ContextTest {
         continue;
       }
       lineage_.note_batch(genetic::List{*graph});
-      const bool is_known = lineage_.origin_of(*graph).source == CandidateSource::Known;
-      ++(is_known ? counts.known : counts.bred);
+      const GraphOrigin origin = lineage_.origin_of(*graph);
+      if (origin.source == CandidateSource::Known) {
+        ++counts.known;
+      } else if (origin.source == CandidateSource::Archive) {
+        ++counts.bred;
+      } else {
+        EXPECT_TRUE(simple.contains(genetic::json_text(*graph)));
+        ++counts.simple;
+      }
       lineage_.next_generation();
     }
     return counts;
@@ -86,6 +104,7 @@ TEST_F(FreshSourcesTest, EachGivesItsShare) {
   const Counts counts = counted({});
   EXPECT_NEAR(counts.known, kDraws * known, 45);
   EXPECT_NEAR(counts.bred, kDraws * bred, 45);
+  EXPECT_NEAR(counts.simple, kDraws * (1.0 - known - bred) * FreshSources::kSimpleShare, 45);
 }
 
 TEST_F(FreshSourcesTest, WithTooFewParentsThereAreFormulasAndChance) {
@@ -97,7 +116,7 @@ TEST_F(FreshSourcesTest, WithTooFewParentsThereAreFormulasAndChance) {
 }
 
 TEST_F(FreshSourcesTest, WhatIsKnownIsTriedFirst) {
-  FreshSources of = sources({});
+  FreshSources of = sources({true, true, false});
   const auto generator = seeded(4);
   int known = 0;
   for (int i = 0; i < kDraws; ++i)
@@ -107,16 +126,17 @@ TEST_F(FreshSourcesTest, WhatIsKnownIsTriedFirst) {
 
 TEST_F(FreshSourcesTest, EachCanBeLeftOut) {
   fill(20);
-  const Counts without_known = counted({true, false});
+  const Counts without_known = counted({true, false, true});
   EXPECT_EQ(without_known.known, 0);
   EXPECT_NEAR(without_known.bred, kDraws * archive_.shares().bred(), 45);
-  EXPECT_EQ(counted({false, true}).bred, 0);
-  EXPECT_EQ(counted({false, false}).random, kDraws);
+  EXPECT_EQ(counted({false, true, true}).bred, 0);
+  EXPECT_EQ(counted({true, true, false}).simple, 0);
+  EXPECT_EQ(counted({false, false, false}).random, kDraws);
 }
 
 TEST_F(FreshSourcesTest, WhereThereIsNothingToChooseNothingIsDrawn) {
   const auto generator = seeded(1);
-  EXPECT_FALSE(sources({true, false}).next(generator)) << "no parents yet";
+  EXPECT_FALSE(sources({true, false, false}).next(generator)) << "no parents yet";
   EXPECT_EQ(generator->random(), seeded(1)->random());
   EXPECT_FALSE(sources({}).next(nullptr));
 }

@@ -243,6 +243,23 @@ TEST_F(SchemaMigration, IsDoneOnceByProcessesThatOpenAtOnce) {
   EXPECT_EQ(SqliteRunStore(path_).evaluation_count(1), 4);
 }
 
+// The kind of a file is told by three numbers; a store that is made between the first and the
+// second must not look like a file of another program.
+TEST_F(SchemaMigration, AFileIsLookedAtInOneMoment) {
+  SqliteDatabase first(path_, 0);
+  std::string same_path = path_;
+  static_cast<void>(::sqlite3_trace_v2(
+      first.handle(), SQLITE_TRACE_STMT,
+      [](unsigned, void* path, void*, void* text) {
+        if (std::string_view(static_cast<const char*>(text)) != "PRAGMA user_version") return 0;
+        SqliteDatabase second(*static_cast<const std::string*>(path), 0);
+        EXPECT_THROW(prepare_schema(second), StoreBusyError);
+        return 0;
+      },
+      &same_path));
+  EXPECT_NO_THROW(prepare_schema(first));
+}
+
 TEST_F(SchemaMigration, WaitsForAWriterOfTheOldFile) {
   make_version_1();
   SqliteDatabase writer(path_, 0);

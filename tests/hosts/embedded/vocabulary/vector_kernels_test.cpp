@@ -17,12 +17,12 @@ namespace varnholt::embedded::test {
 namespace {
 
 constexpr std::array kFunctions = {
-    RollingFunction::kSum,       RollingFunction::kMean,          RollingFunction::kLeast,
-    RollingFunction::kGreatest,  RollingFunction::kProduct,       RollingFunction::kDecay,
-    RollingFunction::kFade,      RollingFunction::kFirstGreatest, RollingFunction::kFirstLeast,
-    RollingFunction::kDeviation, RollingFunction::kScore,         RollingFunction::kSkew,
-    RollingFunction::kKurtosis,  RollingFunction::kCovariance,    RollingFunction::kCorrelation,
-    RollingFunction::kSlope,     RollingFunction::kResidual,
+    RollingFunction::Sum,       RollingFunction::Mean,          RollingFunction::Least,
+    RollingFunction::Greatest,  RollingFunction::Product,       RollingFunction::Decay,
+    RollingFunction::Fade,      RollingFunction::FirstGreatest, RollingFunction::FirstLeast,
+    RollingFunction::Deviation, RollingFunction::Score,         RollingFunction::Skew,
+    RollingFunction::Kurtosis,  RollingFunction::Covariance,    RollingFunction::Correlation,
+    RollingFunction::Slope,     RollingFunction::Residual,
 };
 
 Panel rolled_with(const VectorKernels& kernels, const RollingTask& task) {
