@@ -31,6 +31,7 @@
 
 #include "hosts/embedded/backtest/evaluator.hpp"
 #include "hosts/embedded/system/digest.hpp"
+#include "hosts/embedded/system/memory_advice.hpp"
 #include "hosts/embedded/vocabulary/canonical_form.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "hosts/embedded/vocabulary/formula.hpp"
@@ -250,6 +251,11 @@ void measure_memory() {
               a(kEntries - 1));
 }
 
+// As a worker of a search does before it evaluates.
+void keep_panels(Eigen::Index instruments, Eigen::Index days) {
+  keep_freed_panels(static_cast<std::size_t>(instruments * days) * sizeof(double));
+}
+
 int run(const std::vector<std::string>& words) {
   const auto size = [&](std::size_t place) {
     return static_cast<Eigen::Index>(std::stol(words.at(place)));
@@ -261,8 +267,10 @@ int run(const std::vector<std::string>& words) {
   if (part == "draw" && words.size() == 2) {
     draw_expressions(static_cast<std::size_t>(size(1)));
   } else if (part == "functions" && words.size() >= 3) {
+    keep_panels(size(1), size(2));
     measure_functions(size(1), size(2), folder(3));
   } else if (part == "expressions" && words.size() >= 4) {
+    keep_panels(size(1), size(2));
     measure_expressions(size(1), size(2), words[3], folder(4));
   } else if (part == "memory") {
     measure_memory();

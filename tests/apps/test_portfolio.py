@@ -10,15 +10,15 @@ from pathlib import Path
 
 import pytest
 
-from program import NO_GATES, a_run, call
+from program import a_run, call
 
 METHODS = ("ridge", "equal-risk", "equal")
 
 
 @pytest.fixture
 def pool(tmp_path: Path, prices: Path) -> Path:
-    """A store with several signals in the pool "signals"."""
-    return a_run(tmp_path, prices, *NO_GATES)[0]
+    """A store with several signals in the pool "signals", some of them with volumes in them."""
+    return a_run(tmp_path, prices, "--no-simple-forms")[0]
 
 
 def book_of(pool: Path, *arguments: str | Path) -> dict:

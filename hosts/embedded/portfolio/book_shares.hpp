@@ -13,7 +13,7 @@
 //               Roncalli's cyclical descent, "A fast algorithm for computing high-dimensional risk
 //               parity portfolios", 2013
 //   ridge       the best mean for its variance, held back: the y >= 0 that maximises
-//               l'y - y'(C + I) y / 2, and the share is y_i / s_i. Without the I, a penalty on
+//               l'y - y'(C + 4I) y / 2, and the share is y_i / s_i. Without the 4I, a penalty on
 //               large y as in a ridge regression, it would bet on the noise of the means. Signals
 //               that others make superfluous get nothing.
 #pragma once
@@ -44,9 +44,9 @@ struct BookShares {
   double mean_correlation = 0.0;  // Measured, of all pairs; 0 of one signal.
 };
 
-// What is taken for luck in means over standard deviations, of so many days: 3 standard errors of
-// one, 3 / sqrt(days), which about the best of a thousand signals without skill has; but at most
-// three quarters of the greatest, so that a pool of weak signals still has a book.
+// What is taken for luck in means over standard deviations, of so many days: 2 standard errors of
+// one, 2 / sqrt(days), as the least Sharpe ratio of a member is; but at most three quarters of the
+// greatest, so that a pool of weak signals still has a book.
 [[nodiscard]] double luck_in(const Eigen::VectorXd& means, Eigen::Index days);
 
 // `pnl` has a row a day and a column a signal, at least one. Throws std::invalid_argument as

@@ -81,11 +81,14 @@ Panel ts_rank(const Panel& x, const Window& window) {
 
 Panel ts_delta(const Panel& x, const Window& window) {
   require_window(window.days);
-  Panel result = Panel::Constant(x.rows(), x.cols(), kUnknown);
+  Panel result(x.rows(), x.cols());
+  const Eigen::Index first = std::min<Eigen::Index>(window.days, x.rows());
   for (Eigen::Index column = 0; column < x.cols(); ++column) {
-    for (Eigen::Index day = window.days; day < x.rows(); ++day) {
-      result(day, column) = finite_or_nan(x(day, column) - x(day - window.days, column));
-    }
+    const double* const from = x.col(column).data();
+    double* const to = result.col(column).data();
+    std::fill_n(to, first, kUnknown);
+    for (Eigen::Index day = first; day < x.rows(); ++day)
+      to[day] = finite_or_nan(from[day] - from[day - first]);
   }
   return result;
 }

@@ -52,9 +52,10 @@ double value_at_share(const std::vector<double>& sorted, double share) {
 
 Panel ts_delay(const Panel& x, const Window& window) {
   require_window(window.days);
-  Panel result = Panel::Constant(x.rows(), x.cols(), kUnknown);
-  const Eigen::Index days = x.rows() - window.days;
-  if (days > 0) result.bottomRows(days) = x.topRows(days);
+  Panel result(x.rows(), x.cols());
+  const Eigen::Index unknown = std::min<Eigen::Index>(window.days, x.rows());
+  result.topRows(unknown).setConstant(kUnknown);
+  result.bottomRows(x.rows() - unknown) = x.topRows(x.rows() - unknown);
   return result;
 }
 

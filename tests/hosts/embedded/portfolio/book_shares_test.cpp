@@ -73,7 +73,7 @@ TEST(BookShares, RidgeIsTheOptimumOfItsFormula) {
     VectorXd means = pnl.colwise().mean().transpose().cwiseQuotient(deviations);
     means.array() -= luck_in(means, pnl.rows());
     MatrixXd a = shrunk_correlation(standardised(pnl)).correlation;
-    a.diagonal().array() += 1.0;
+    a.diagonal().array() += 4.0;
     const BookShares book = book_shares(pnl, BookMethod::Ridge);
     VectorXd y = book.shares.cwiseProduct(deviations);
     // The shares say y up to its scale, which the optimum has where m'y = y'A y.
@@ -90,8 +90,8 @@ TEST(BookShares, RidgeIsTheOptimumOfItsFormula) {
   }
 }
 
-TEST(BookShares, LuckIsThreeStandardErrorsAndNeverAllOfTheBest) {
-  EXPECT_DOUBLE_EQ(luck_in(VectorXd::Constant(2, 0.4), 900), 0.1);
+TEST(BookShares, LuckIsTwoStandardErrorsAndNeverAllOfTheBest) {
+  EXPECT_DOUBLE_EQ(luck_in(VectorXd::Constant(2, 0.4), 900), 2.0 / 30.0);
   EXPECT_DOUBLE_EQ(luck_in(VectorXd{{0.02, 0.08}}, 900), 0.06);
   EXPECT_EQ(luck_in(VectorXd{{-0.1, -0.2}}, 900), 0.0);
 }
@@ -99,7 +99,7 @@ TEST(BookShares, LuckIsThreeStandardErrorsAndNeverAllOfTheBest) {
 TEST(BookShares, RidgeHoldsNothingOfWhatLuckExplainsBesideWhatItDoesNot) {
   MatrixXd pnl = standardised(random_pnl(9, 900, 2));
   pnl.col(0).array() += 0.2;   // Six standard errors,
-  pnl.col(1).array() += 0.09;  // and less than three.
+  pnl.col(1).array() += 0.06;  // and less than two.
   const BookShares book = book_shares(pnl, BookMethod::Ridge);
   EXPECT_EQ(book.shares(1), 0.0);
   EXPECT_DOUBLE_EQ(book.shares(0), 1.0);

@@ -2,7 +2,9 @@
 // ties, a gap, or whatever else the function decides on.
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
 #include <stdexcept>
 
 #include <gtest/gtest.h>
@@ -214,6 +216,26 @@ TEST(Arithmetic, WorksEntryByEntry) {
       arith_log(x), series({std::log(7.0), -std::log(3.0), 0, kNan, std::log(2.0)}), kClose));
   EXPECT_TRUE(panels_are_near(
       arith_tanh(x), series({std::tanh(6.0), -std::tanh(2.0), 0, kNan, std::tanh(1.0)}), kClose));
+}
+
+TEST(Arithmetic, TanhIsRightToTheLastDigits) {
+  constexpr int kCount = 200'000;
+  Panel x(kCount, 1);
+  // From the smallest numbers to beyond where it is 1, of both signs.
+  for (int i = 0; i < kCount; ++i)
+    x(i, 0) = (i % 2 == 0 ? 1.0 : -1.0) * std::exp(-60.0 + 64.0 * i / kCount);
+  const Panel result = arith_tanh(x);
+  double worst = 0.0;
+  for (int i = 0; i < kCount; ++i) {
+    const double expected = std::tanh(x(i, 0));
+    const double digit = std::nextafter(std::abs(expected), 2.0) - std::abs(expected);
+    worst = std::max(worst, std::abs(result(i, 0) - expected) / digit);
+  }
+  EXPECT_LE(worst, 3.0);
+  const double least = std::numeric_limits<double>::denorm_min();
+  const double infinite = std::numeric_limits<double>::infinity();
+  EXPECT_TRUE(panels_are_near(arith_tanh(series({0, least, -least, 1e300, infinite, -infinite})),
+                              series({0, least, -least, 1, 1, -1}), kExact));
 }
 
 TEST(Arithmetic, DivisionByNextToNothingIsUnknown) {
