@@ -114,7 +114,10 @@ class ValueFiles {
     std::ofstream file(path, std::ios::binary);
     file.write(reinterpret_cast<const char*>(panel.data()),
                static_cast<std::streamsize>(panel.size()) * std::streamsize{sizeof(double)});
-    if (!file) throw std::runtime_error(path + " cannot be written; name a folder that is there");
+    file.close();
+    if (!file)
+      throw std::runtime_error(path +
+                               " cannot be written; name a folder that is there and has room");
   }
 
   void write_columns(const MarketData& data) const {
@@ -195,8 +198,9 @@ void measure_expressions(Eigen::Index instruments, Eigen::Index days, const std:
     for (int turn = 0; turn < kTurns; ++turn) {
       of_signal =
           std::min(of_signal, nanoseconds_of([&] { signal = evaluator.signal(expression); }));
-      of_weights = std::min(
-          of_weights, nanoseconds_of([&] { weights = evaluator.weights(std::move(signal)); }));
+      Panel given = signal;  // The weights are made in its place.
+      of_weights = std::min(of_weights,
+                            nanoseconds_of([&] { weights = evaluator.weights(std::move(given)); }));
       of_backtest = std::min(of_backtest, nanoseconds_of([&] {
                                result = backtest_weights(weights, evaluator.close(),
                                                          evaluator.options().book);

@@ -191,7 +191,7 @@ TEST_F(SearchRunSubmissionTest, AReportThatIsCutShortHasTheStoredStatisticsOfThe
 
 TEST_F(SearchRunSubmissionTest, TheObserverIsToldOfEverySettlementAfterItsRecord) {
   SearchOptions options = long_options();
-  options.generations = 12;  // Until something better takes a member's place.
+  options.generations = 30;  // Until something better takes a member's place.
   static_cast<void>(run_search(options, observer_, interrupt_));
   std::map<std::string, SubmissionRecord> settled;
   for (const SubmissionRecord& submission : submissions(long_options()))

@@ -194,7 +194,7 @@ TEST_F(SearchRunTest, StoresTheSettingsThatRepeatIt) {
             R"({"batch_size":6,"candidates":null,"cost_basis_points":5.0,"delay_days":1,)"
             R"("delisting_return":0.0,"diversity_weight":0.125,)"
             R"("elite_fraction":0.5,"generations":2,"has_archive":true,)"
-            R"("has_known_formulas":true,"initial_candidates":)" +
+            R"("has_known_formulas":true,"has_simple_forms":true,"initial_candidates":)" +
                 seeds +
                 R"(,"isolation":"candidate","jobs":2,"judges_both_signs":true,"leaf_share":0.3,)"
                 R"("least_known_share":0.8,"max_depth":5,)"
