@@ -16,9 +16,10 @@ class SearchDefaults : public genetic::SearchSettings {
   [[nodiscard]] genetic::Value default_elite_fraction() override { return 0.9; }
 };
 
-// Repairs of a generation's near misses: one for so many candidates of its batch. More of them,
-// such as the search's own default of three for each, take the backtests away from what is new
+// Repairs of a generation's near misses: one for so many candidates of its batch, or a part of so
+// many. More of them, such as the search's own default of three for each, take the backtests away
+// from what is new and fit the days searched, so that the pool's book earns less on later ones
 // (docs/search-quality.md).
-inline constexpr std::int64_t kCandidatesARepair = 4;
+inline constexpr std::int64_t kCandidatesARepair = 16;
 
 }  // namespace varnholt::embedded

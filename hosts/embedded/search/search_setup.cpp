@@ -148,8 +148,8 @@ genetic::GeneticTemplate configured_template(genetic::RandomGenerators& generato
   set(arguments.diversity_weight, options.diversity_weight);
   set(arguments.parsimony_weight, options.parsimony_weight);
   set(arguments.operator_rates, options.operator_rates);
-  arguments.max_improvement_candidates =
-      std::max<std::int64_t>(batch_size_of(options), 0) / kCandidatesARepair;
+  const std::int64_t batch = std::max<std::int64_t>(batch_size_of(options), 0);
+  arguments.max_improvement_candidates = (batch + kCandidatesARepair - 1) / kCandidatesARepair;
   set(arguments.max_improvement_candidates, options.max_improvement_candidates);
   set(arguments.max_improvement_rounds, options.max_improvement_rounds);
   set(arguments.max_improvement_depth, options.max_improvement_depth);
