@@ -82,8 +82,8 @@ struct SearchOptions {
   // Gates, limits, the signal pool, the eras and the market.
   HostConfig config;
 
-  // Whether each evaluation has a process of its own.
-  Isolation isolation = Isolation::Candidate;
+  // Whether several candidates share a process: they find the same, at half the cost.
+  Isolation isolation = Isolation::Chunk;
   // The limit of one evaluation, and of its process's memory (absent is the host's default).
   double timeout_seconds = 60.0;
   std::optional<std::int64_t> worker_memory_limit_bytes;

@@ -39,16 +39,19 @@ std::uint64_t order_key(double value) {
   return (bits & kSign) != 0 ? ~bits : bits | kSign;
 }
 
-// The days in the order of their values, by a radix sort: a fifth of the time of comparing.
+// The days in the order of their values: by a radix sort of the leading bits of their keys, which
+// tell nearly all days apart, and what has them in common by comparing. A seventh of the time of
+// comparing alone.
 std::vector<DayValue> in_order_of_value(const Eigen::Ref<const ArrayXd>& series) {
   constexpr int kDigitBits = 11;
-  constexpr int kPasses = 6;
+  constexpr int kPasses = 3;
+  constexpr int kTrailingBits = 64 - kPasses * kDigitBits;
   constexpr std::size_t kDigits = std::size_t{1} << kDigitBits;
   const auto size = static_cast<std::size_t>(series.size());
   std::vector<DayValue> days(size);
-  std::vector<std::array<std::uint32_t, kDigits>> counts(kPasses);
+  std::array<std::array<std::uint32_t, kDigits>, kPasses> counts{};
   const auto digit = [](std::uint64_t key, int pass) {
-    return static_cast<std::size_t>(key >> (pass * kDigitBits)) & (kDigits - 1);
+    return static_cast<std::size_t>(key >> (kTrailingBits + pass * kDigitBits)) & (kDigits - 1);
   };
   for (std::size_t i = 0; i < size; ++i) {
     days[i] = {order_key(series[static_cast<Index>(i)]), static_cast<Index>(i)};
@@ -64,6 +67,15 @@ std::vector<DayValue> in_order_of_value(const Eigen::Ref<const ArrayXd>& series)
     for (const DayValue& day : days)
       sorted[places[digit(day.key, pass)]++] = day;
     days.swap(sorted);
+  }
+  const auto leading = [](const DayValue& day) { return day.key >> kTrailingBits; };
+  for (auto first = days.begin(); first != days.end();) {
+    const auto end = std::find_if(first + 1, days.end(), [&](const DayValue& day) {
+      return leading(day) != leading(*first);
+    });
+    std::sort(first, end,
+              [](const DayValue& one, const DayValue& other) { return one.key < other.key; });
+    first = end;
   }
   return days;
 }
@@ -112,6 +124,18 @@ DayTables::DayTables(Index days) : digamma(digamma_of_integers(days)) {
   for (Index place = 0; place < days; ++place) {
     scores.push_back(
         normal_quantile((static_cast<double>(place) + 0.5) / static_cast<double>(days)));
+  }
+  if (days < 2) {
+    place_of_part.push_back(0);
+    return;
+  }
+  constexpr Index kPartsOfADay = 2;
+  const Index parts = kPartsOfADay * days;
+  parts_of_one = static_cast<double>(parts) / (scores.back() - scores.front());
+  for (Index part = 0; part < parts; ++part) {
+    const double first = scores.front() + (static_cast<double>(part) / parts_of_one);
+    place_of_part.push_back(static_cast<std::int32_t>(
+        std::lower_bound(scores.begin(), scores.end(), first) - scores.begin()));
   }
 }
 

@@ -1,6 +1,8 @@
 // A daily PnL as normal scores: what measures of dependence take that do not look at the scale.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -13,8 +15,19 @@ namespace varnholt::embedded {
 struct DayTables {
   explicit DayTables(Eigen::Index days);
 
+  // The place of the first score that is not less than `score`, or one next to it.
+  [[nodiscard]] Eigen::Index likely_place(double score) const noexcept {
+    const auto last = static_cast<double>(place_of_part.size() - 1);
+    const double part = std::clamp((score - scores.front()) * parts_of_one, 0.0, last);
+    return place_of_part[static_cast<std::size_t>(part)];
+  }
+
   // The scores in ascending order: of the place p, from 0, the quantile of (p + 1/2) / days.
   std::vector<double> scores;
+  // From the least score to the greatest in equal parts, of which one score has so many: the place
+  // of the first score in the part or behind it.
+  double parts_of_one = 0.0;
+  std::vector<std::int32_t> place_of_part;
   // digamma_of_integers(days).
   std::vector<double> digamma;
 };

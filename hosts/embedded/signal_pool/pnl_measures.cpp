@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <limits>
 #include <numbers>
 #include <numeric>
@@ -167,28 +168,28 @@ class NeighbourGrid {
   std::ptrdiff_t count_ = 0;
 };
 
-// The first of `count` values in order that `is_beyond` holds for. Without a branch on the values:
-// which way it goes is as good as random.
+// The first place from which on `is_beyond` holds, looked for around a place that is likely.
 template <typename IsBeyond>
-const double* first_beyond(const double* values, Index count, const IsBeyond& is_beyond) {
-  while (count > 0) {
-    const Index half = count / 2;
-    const bool later = !is_beyond(values[half]);
-    values = later ? values + half + 1 : values;
-    count = later ? count - half - 1 : half;
-  }
-  return values;
+Index first_beyond(Index likely, Index begin, Index end, const IsBeyond& is_beyond) {
+  Index place = std::clamp(likely, begin, end);
+  while (place > begin && is_beyond(place - 1))
+    --place;
+  while (place < end && !is_beyond(place))
+    ++place;
+  return place;
 }
 
 // The other days nearer to the day than `distance`.
 Index count_nearer(const NormalScores& scores, Index day, double distance) {
-  const double* const begin = scores.in_order().data();
+  const std::vector<double>& in_order = scores.in_order();
+  const auto at = [&](Index place) { return in_order[static_cast<std::size_t>(place)]; };
   const double value = scores.by_day()[day];
   const Index place = scores.place_of_day()[static_cast<std::size_t>(day)];
-  const double* const first =
-      first_beyond(begin, place, [=](double other) { return !(value - other >= distance); });
-  const double* const end = first_beyond(begin + place, scores.size() - place,
-                                         [=](double other) { return !(other - value < distance); });
+  const Index first = first_beyond(scores.tables().likely_place(value - distance), 0, place,
+                                   [&](Index other) { return !(value - at(other) >= distance); });
+  const Index end =
+      first_beyond(scores.tables().likely_place(value + distance), place, scores.size(),
+                   [&](Index other) { return !(at(other) - value < distance); });
   return (end - first) - 1;
 }
 
@@ -266,7 +267,7 @@ std::optional<double> mutual_information_from(const NormalScores& left, const No
   Index day = 0;
   for (Index looked_at = 0; looked_at < size; ++looked_at) {
     if (looked_at == next_look && next_look <= size / 2) {
-      next_look *= 2;
+      next_look += next_look / 4;
       if (greatest - spread.mean() + kSureDeviations * spread.error_of_mean() < least) {
         return std::nullopt;
       }

@@ -196,7 +196,7 @@ TEST_F(SearchRunTest, StoresTheSettingsThatRepeatIt) {
             R"("elite_fraction":0.5,"generations":2,"has_archive":true,)"
             R"("has_known_formulas":true,"has_simple_forms":true,"initial_candidates":)" +
                 seeds +
-                R"(,"isolation":"candidate","jobs":2,"judges_both_signs":true,"leaf_share":0.3,)"
+                R"(,"isolation":"chunk","jobs":2,"judges_both_signs":true,"leaf_share":0.3,)"
                 R"("least_known_share":0.8,"max_depth":5,)"
                 R"("max_improvement_candidates":1,)"
                 R"("max_improvement_depth":8,"max_improvement_rounds":10,"max_nodes":25,)"

@@ -82,6 +82,37 @@ TEST(NormalScoresTest, AreInTheOrderThatASortGives) {
   }
 }
 
+TEST(NormalScoresTest, TellApartWhatDiffersInTheLastDigits) {
+  ArrayXd series(300);
+  for (Index day = 0; day < series.size(); ++day) {
+    const Index place = (day * 7) % series.size();
+    series[day] = 1.0 + static_cast<double>(place) * std::numeric_limits<double>::epsilon();
+  }
+  const NormalScores scores(series);
+  for (Index day = 0; day < series.size(); ++day)
+    EXPECT_EQ(scores.place_of_day()[static_cast<std::size_t>(day)], (day * 7) % series.size());
+}
+
+TEST(NormalScoresTest, TheLikelyPlaceOfAScoreIsNearItsPlace) {
+  EXPECT_EQ(DayTables(1).likely_place(3.0), 0);
+  for (const Index days : {2, 9, 250, 2451}) {
+    const DayTables tables(days);
+    const auto place_of = [&](double score) {
+      return std::lower_bound(tables.scores.begin(), tables.scores.end(), score) -
+             tables.scores.begin();
+    };
+    Index farthest = 0;
+    for (double score = -6.0; score <= 6.0; score += 0.001) {
+      const Index likely = tables.likely_place(score);
+      EXPECT_GE(likely, 0);
+      EXPECT_LE(likely, days);
+      farthest = std::max(farthest, std::abs(likely - place_of(score)));
+    }
+    constexpr Index kFewSteps = 3;
+    EXPECT_LE(farthest, kFewSteps) << days;
+  }
+}
+
 TEST(NormalScoresTest, ShareTheTablesOfAsManyDays) {
   const ArrayXd series = normal_series(40, 1);
   const auto tables = std::make_shared<const DayTables>(40);
