@@ -30,7 +30,8 @@ class NeighbourGrid {
   NeighbourGrid(const NormalScores& left, const NormalScores& right, int neighbours)
       : left_(left), right_(right), neighbours_(neighbours) {
     const Index size = left.size();
-    side_ = std::max<Index>(1, std::lround(std::sqrt(static_cast<double>(size) / kDaysInCell)));
+    const double cells = static_cast<double>(size) * density_of(left, right) / kDaysInCell;
+    side_ = std::max<Index>(1, std::lround(std::sqrt(cells)));
     first_place_.resize(static_cast<std::size_t>(side_) + 1);
     for (Index line = 0; line <= side_; ++line) {
       // The least place with place * side / size == line.
@@ -73,6 +74,17 @@ class NeighbourGrid {
   // Both found by trying: fewer days are looked at in small cells, but more cells.
   static constexpr double kDaysInCell = 3.0;
   static constexpr double kLikelyDays = 1.5;  // For each neighbour.
+  // More than this costs more in empty cells than it saves.
+  static constexpr double kGreatestDensity = 20.0;
+
+  // How much denser the days lie than those of two independent series: that of a Gaussian pair,
+  // exp(its mutual information). A copy of a signal has all of its days in the cells of a diagonal.
+  static double density_of(const NormalScores& left, const NormalScores& right) {
+    const ArrayXd& x = left.by_day();
+    const double correlation = (x * right.by_day()).sum() / x.square().sum();
+    constexpr double kLeastUnexplained = 1.0 / (kGreatestDensity * kGreatestDensity);
+    return 1.0 / std::sqrt(std::max(1.0 - correlation * correlation, kLeastUnexplained));
+  }
 
   // The lines first .. end - 1 of one axis.
   struct Lines {
