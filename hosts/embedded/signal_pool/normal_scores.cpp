@@ -40,8 +40,7 @@ std::uint64_t order_key(double value) {
 }
 
 // The days in the order of their values: by a radix sort of the leading bits of their keys, which
-// tell nearly all days apart, and what has them in common by comparing. A seventh of the time of
-// comparing alone.
+// tell nearly all days apart, and what has them in common by comparing.
 std::vector<DayValue> in_order_of_value(const Eigen::Ref<const ArrayXd>& series) {
   constexpr int kDigitBits = 11;
   constexpr int kPasses = 3;

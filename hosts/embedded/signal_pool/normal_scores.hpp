@@ -15,7 +15,7 @@ namespace varnholt::embedded {
 struct DayTables {
   explicit DayTables(Eigen::Index days);
 
-  // The place of the first score that is not less than `score`, or one next to it.
+  // The place of the first score that is not less than `score`, or one a few steps from it.
   [[nodiscard]] Eigen::Index likely_place(double score) const noexcept {
     const auto last = static_cast<double>(place_of_part.size() - 1);
     const double part = std::clamp((score - scores.front()) * parts_of_one, 0.0, last);

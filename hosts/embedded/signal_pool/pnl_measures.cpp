@@ -74,7 +74,7 @@ class NeighbourGrid {
   // Both found by trying: fewer days are looked at in small cells, but more cells.
   static constexpr double kDaysInCell = 3.0;
   static constexpr double kLikelyDays = 1.5;  // For each neighbour.
-  // More than this costs more in empty cells than it saves.
+  // Beyond this one is all but a copy of the other, and a grid would be of empty cells.
   static constexpr double kGreatestDensity = 20.0;
 
   // How much denser the days lie than those of two independent series: that of a Gaussian pair,
@@ -279,7 +279,7 @@ std::optional<double> mutual_information_from(const NormalScores& left, const No
   Index day = 0;
   for (Index looked_at = 0; looked_at < size; ++looked_at) {
     if (looked_at == next_look && next_look <= size / 2) {
-      next_look += next_look / 4;
+      next_look += next_look / 4;  // A look costs next to nothing, a day does not.
       if (greatest - spread.mean() + kSureDeviations * spread.error_of_mean() < least) {
         return std::nullopt;
       }
