@@ -41,6 +41,8 @@ class Run:
     book_fresh: float
     oracle: float
     oracle_fresh: float
+    structures: int
+    behaviours: int
 
     def evaluations(self, budget: int) -> int:
         return budget if self.found_after is None else min(self.found_after, budget)
@@ -64,6 +66,8 @@ def read_runs(path: Path) -> list[Run]:
                         float(row["book_fresh_sharpe"]),
                         float(row["oracle_sharpe"]),
                         float(row["oracle_fresh_sharpe"]),
+                        int(row["structures"]),
+                        int(row["behaviours"]),
                     )
                 )
             except (KeyError, TypeError, ValueError) as error:
@@ -88,17 +92,24 @@ def of_arms(runs: Sequence[Run]) -> dict[str, list[Run]]:
     return {name: [run for run in runs if run.arm == name] for name in ordered}
 
 
-def median_with_interval(values: Sequence[float]) -> str:
+def median_with_interval(values: Sequence[float], digits: int = 2) -> str:
     """`median (low to high)`, the 2.5th and the 97.5th of a hundred medians of draws."""
     draw = random.Random(SEED)
     medians = sorted(
         statistics.median(draw.choices(values, k=len(values))) for _ in range(DRAWS)
     )
     low, high = medians[round(0.025 * (DRAWS - 1))], medians[round(0.975 * (DRAWS - 1))]
-    return f"{statistics.median(values):.2f} ({low:.2f} to {high:.2f})"
+    median, low, high = (
+        f"{value:,.{digits}f}" for value in (statistics.median(values), low, high)
+    )
+    return f"{median} ({low} to {high})"
 
 
-# Title and figure of a run, of the columns with medians.
+# Title and figure of a run, of the columns with medians: counts, and what has two digits.
+COUNTS: tuple[tuple[str, Callable[[Run], float]], ...] = (
+    ("distinct structures", lambda run: run.structures),
+    ("distinct behaviours", lambda run: run.behaviours),
+)
 MEDIANS: tuple[tuple[str, Callable[[Run], float]], ...] = (
     ("best Sharpe in sample", lambda run: run.best),
     ("the same later", lambda run: run.best_fresh),
@@ -121,19 +132,21 @@ def table(titles: Sequence[str], rows: Sequence[Sequence[str]]) -> list[str]:
 
 
 def arm_table(runs: Sequence[Run], budget: int) -> list[str]:
-    titles = ["arm", "runs", "found", "mean evaluations to find"]
+    titles = ["arm", "runs", "found", "mean evaluations to find", "median evaluations"]
     # The mean of the runs stands beside the share's median: the one is what is aimed at.
     titles += [title for title, _ in MEDIANS] + ["mean of the share"]
+    titles += [title for title, _ in COUNTS]
     rows = []
     for arm, own in of_arms(runs).items():
         found = sum(run.found_after is not None for run in own)
-        evaluations = statistics.fmean(run.evaluations(budget) for run in own)
+        evaluations = [run.evaluations(budget) for run in own]
         cells = [arm, str(len(own)), f"{found} ({100 * found / len(own):.0f} %)"]
-        cells.append(f"{evaluations:,.0f}")
+        cells += [f"{statistics.fmean(evaluations):,.0f}", median_with_interval(evaluations, 0)]
         for _, figure in MEDIANS:
             cells.append(median_with_interval([figure(run) for run in own]))
         shares = [share(run.book_fresh, run.oracle_fresh) for run in own]
         cells.append(f"{statistics.fmean(shares):.2f}")
+        cells += [median_with_interval([figure(run) for run in own], 0) for _, figure in COUNTS]
         rows.append(cells)
     return table(titles, rows)
 

@@ -16,7 +16,7 @@ HEADER = (
 OURS = (
     "ours,reversal,1,1000,100,1.0,0.5,0.4,1.0,2.0,2.0,9,900,800\n"
     "ours,reversal,2,1000,300,2.0,0.9,0.6,1.5,2.0,1.5,9,900,800\n"
-    "ours,momentum,1,1000,,1.5,-0.1,-0.2,0.3,2.0,-0.1,9,900,800\n"
+    "ours,momentum,1,1000,,1.5,-0.1,-0.2,0.3,2.0,-0.1,9,1900,700\n"
 )
 OTHER = (
     "zebra,momentum,1,1000,700,1.25,0.2,0.1,0.5,2.0,2.0,9,900,800\n"
@@ -44,20 +44,24 @@ def test_the_figures_of_arms_and_effects(tmp_path: Path):
     assert (done.returncode, done.stderr) == (0, "")
     arms, effects = (cells(part) for part in done.stdout.split("\n\n"))
     assert arms[0] == [
-        "arm", "runs", "found", "mean evaluations to find", "best Sharpe in sample",
-        "the same later", "book in the hold-out", "book later",
-        "book later, share of the oracle's", "mean of the share",
+        "arm", "runs", "found", "mean evaluations to find", "median evaluations",
+        "best Sharpe in sample", "the same later", "book in the hold-out", "book later",
+        "book later, share of the oracle's", "mean of the share", "distinct structures",
+        "distinct behaviours",
     ]
     by_name = {line[0]: line[1:] for line in arms[2:]}
     assert list(by_name) == ["ours", "deap", "zebra"]
     # (100 + 300 + 1000) / 3 evaluations. Of three values a draw has any of them as its median,
     # the least and the greatest each in 7 of 27: so the interval goes from end to end.
     assert by_name["ours"] == [
-        "3", "2 (67 %)", "467", "1.50 (1.00 to 2.00)", "0.50 (-0.10 to 0.90)",
-        "0.40 (-0.20 to 0.60)", "1.00 (0.30 to 1.50)", "0.50 (0.00 to 1.00)", "0.50",
+        "3", "2 (67 %)", "467", "300 (100 to 1,000)", "1.50 (1.00 to 2.00)",
+        "0.50 (-0.10 to 0.90)", "0.40 (-0.20 to 0.60)", "1.00 (0.30 to 1.50)",
+        "0.50 (0.00 to 1.00)", "0.50", "900 (900 to 1,900)", "800 (700 to 800)",
     ]
-    assert by_name["deap"][:4] == ["1", "0 (0 %)", "1,000", "0.75 (0.75 to 0.75)"]
-    assert by_name["deap"][-2:] == ["-0.25 (-0.25 to -0.25)", "-0.25"]
+    assert by_name["deap"][:5] == [
+        "1", "0 (0 %)", "1,000", "1,000 (1,000 to 1,000)", "0.75 (0.75 to 0.75)",
+    ]
+    assert by_name["deap"][-4:-2] == ["-0.25 (-0.25 to -0.25)", "-0.25"]
     assert by_name["zebra"][:3] == ["1", "1 (100 %)", "700"]
     assert effects == [
         ["effect", "ours", "deap", "zebra"],
@@ -75,7 +79,7 @@ def test_intervals_leave_out_what_is_rare(tmp_path: Path):
     ]
     path = tmp_path / "results.csv"
     path.write_text(HEADER + "".join(lines))
-    assert cells(told(path).stdout)[2][4] == "1.00 (1.00 to 1.00)"
+    assert cells(told(path).stdout)[2][5] == "1.00 (1.00 to 1.00)"
 
 
 def test_equal_results_give_equal_tables(tmp_path: Path):
