@@ -100,7 +100,6 @@ void change(SearchOptions& options, const std::string& setting) {
 SearchOptions options_of(const std::string& arm, std::int64_t backtests, std::uint64_t seed) {
   SearchOptions options;
   options.jobs = 1;
-  options.isolation = Isolation::Chunk;  // It finds the same, sooner.
   options.seed = seed;
   options.candidates = backtests;
   options.periods_per_year = BookRules().periods_per_year;

@@ -105,7 +105,7 @@ def median_with_interval(values: Sequence[float], digits: int = 2) -> str:
     return f"{median} ({low} to {high})"
 
 
-# Title and figure of a run, of the columns with medians: counts, and what has two digits.
+# Title and figure of a run, of the columns with medians: whole numbers, and what has two digits.
 COUNTS: tuple[tuple[str, Callable[[Run], float]], ...] = (
     ("distinct structures", lambda run: run.structures),
     ("distinct behaviours", lambda run: run.behaviours),

@@ -70,7 +70,7 @@ def main():
     parser.add_argument("--turns", type=int, default=3)
     parser.add_argument("--jobs", default="1")
     parser.add_argument("--new-option", action="append", default=[],
-                        help="given to NEW only: --new-option=--isolation --new-option=chunk")
+                        help="given to NEW only: --new-option=--isolation --new-option=candidate")
     arguments = parser.parse_args()
     if arguments.candidates <= BASE:
         sys.exit(f"--candidates must be above {BASE}")

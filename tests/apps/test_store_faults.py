@@ -48,7 +48,7 @@ def test_a_disk_that_refuses_ends_the_run(tmp_path: Path, prices: Path, isolatio
     store = tmp_path / "runs.db"
     ended = run_on(
         store, prices, "--generations", "500", "--isolation", isolation,
-        preexec_fn=limit_file_size(600_000),
+        preexec_fn=limit_file_size(600_000),  # The first chunk's results have room in it.
     )
     assert ended.returncode == 1, ended.stdout
     assert "the disk refused; check its free space" in ended.stderr
@@ -207,13 +207,15 @@ def test_a_store_that_cannot_be_written_is_refused(prices: Path):
         assert store.read_bytes() == before
 
 
-# Three workers have so many candidates of a batch of eight between them.
-@pytest.mark.parametrize("isolation, most_under_way", [("candidate", 3), ("chunk", 8)])
+# Three workers have so many candidates of a batch between them: one each, or sixteen.
+@pytest.mark.parametrize(
+    "isolation, batch_size, most_under_way", [("candidate", 8, 3), ("chunk", 64, 48)]
+)
 def test_runs_that_are_killed_at_any_moment_lose_nothing(
-    tmp_path: Path, prices: Path, isolation: str, most_under_way: int
+    tmp_path: Path, prices: Path, isolation: str, batch_size: int, most_under_way: int
 ):
-    """Kills on one store; each next run puts in order what the one before it left."""
-    kills = int(os.environ.get("VARNHOLT_KILLS", "30"))
+    """Fifty kills on one store; each next run puts in order what the one before it left."""
+    kills = int(os.environ.get("VARNHOLT_KILLS", "50"))
     seed = int(os.environ.get("VARNHOLT_KILL_SEED", str(time.time_ns() % 1_000_000)))
     print(f"VARNHOLT_KILLS={kills} VARNHOLT_KILL_SEED={seed}")
     moments = random.Random(seed)
@@ -221,7 +223,7 @@ def test_runs_that_are_killed_at_any_moment_lose_nothing(
     unfinished = 0
     for number in range(1, kills + 1):
         process = start(
-            "run", "--prices", prices, "--db", store, "--batch-size", "8", "--jobs", "3",
+            "run", "--prices", prices, "--db", store, "--batch-size", batch_size, "--jobs", "3",
             "--seed", number, "--isolation", isolation, *NO_GATES,
         )
         time.sleep(moments.uniform(0.0, 0.5))

@@ -82,7 +82,8 @@ struct SearchOptions {
   // Gates, limits, the signal pool, the eras and the market.
   HostConfig config;
 
-  // Whether several candidates share a process: they find the same, at half the cost.
+  // Whether several candidates share a process. The search finds the same, and costs less: on few
+  // instruments half.
   Isolation isolation = Isolation::Chunk;
   // The limit of one evaluation, and of its process's memory (absent is the host's default).
   double timeout_seconds = 60.0;

@@ -39,6 +39,18 @@ std::uint64_t order_key(double value) {
   return (bits & kSign) != 0 ? ~bits : bits | kSign;
 }
 
+// Days that stand side by side and are alike are put in the order of their keys.
+template <typename Alike>
+void sort_runs(std::vector<DayValue>& days, const Alike& alike) {
+  for (auto first = days.begin(); first != days.end();) {
+    const auto end = std::find_if(first + 1, days.end(),
+                                  [&](const DayValue& day) { return !alike(day, *first); });
+    std::sort(first, end,
+              [](const DayValue& one, const DayValue& other) { return one.key < other.key; });
+    first = end;
+  }
+}
+
 // The days in the order of their values: by a radix sort of the leading bits of their keys, which
 // tell nearly all days apart, and what has them in common by comparing.
 std::vector<DayValue> in_order_of_value(const Eigen::Ref<const ArrayXd>& series) {
@@ -67,15 +79,9 @@ std::vector<DayValue> in_order_of_value(const Eigen::Ref<const ArrayXd>& series)
       sorted[places[digit(day.key, pass)]++] = day;
     days.swap(sorted);
   }
-  const auto leading = [](const DayValue& day) { return day.key >> kTrailingBits; };
-  for (auto first = days.begin(); first != days.end();) {
-    const auto end = std::find_if(first + 1, days.end(), [&](const DayValue& day) {
-      return leading(day) != leading(*first);
-    });
-    std::sort(first, end,
-              [](const DayValue& one, const DayValue& other) { return one.key < other.key; });
-    first = end;
-  }
+  sort_runs(days, [](const DayValue& one, const DayValue& other) {
+    return one.key >> kTrailingBits == other.key >> kTrailingBits;
+  });
   return days;
 }
 
@@ -98,17 +104,11 @@ void order_ties(const Eigen::Ref<const ArrayXd>& series, std::vector<DayValue>& 
   }
   if (rank + 1 >= days.size()) return;
   const std::uint64_t seed = seed_of_ties(rank_of_day);
-  for (std::size_t first = 0; first < days.size();) {
-    std::size_t end = first + 1;
-    while (end < days.size() && series[days[end].day] == series[days[first].day])
-      ++end;
-    for (std::size_t place = first; place < end; ++place)
-      days[place].key = mixed(seed ^ mixed(static_cast<std::uint64_t>(days[place].day)));
-    std::sort(days.begin() + static_cast<std::ptrdiff_t>(first),
-              days.begin() + static_cast<std::ptrdiff_t>(end),
-              [](const DayValue& left, const DayValue& right) { return left.key < right.key; });
-    first = end;
-  }
+  for (DayValue& day : days)
+    day.key = mixed(seed ^ mixed(static_cast<std::uint64_t>(day.day)));
+  sort_runs(days, [&](const DayValue& one, const DayValue& other) {
+    return series[one.day] == series[other.day];
+  });
 }
 
 }  // namespace
