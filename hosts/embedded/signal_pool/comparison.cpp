@@ -71,6 +71,16 @@ std::optional<std::size_t> MemberComparison::find_nearest(const ComparedSignal& 
   return nearest;
 }
 
+std::optional<double> MemberComparison::information_in_doubt(const ComparedSignal& signal,
+                                                             std::size_t row, double told,
+                                                             double refusing) const {
+  const bool is_left =
+      has_tables() &&
+      (told < kDoubt * refusing || series_.finer_information(signal, row) < kFinerDoubt * refusing);
+  if (is_left) return std::nullopt;
+  return series_.neighbour_information_from(signal, row, refusing);
+}
+
 void MemberComparison::add_information(const ComparedSignal& signal, Rows rows,
                                        std::optional<std::size_t> nearest, double least_novelty,
                                        PoolComparison& known) const {
@@ -104,9 +114,10 @@ void MemberComparison::add_information(const ComparedSignal& signal, Rows rows,
   // one is left does not depend on the others, nor therefore on when they joined.
   std::sort(asked.begin(), asked.end());
   for (const auto& [opposite_of_told, row] : asked) {
-    const bool may_be_left = has_tables() && -opposite_of_told < kNearlyRefused * refusing;
+    const double told = -opposite_of_told;
+    const bool may_be_left = has_tables() && told < kNearlyRefused * refusing;
     const std::optional<double> information =
-        may_be_left ? series_.neighbour_information_from(signal, row, refusing) : of_row(row);
+        may_be_left ? information_in_doubt(signal, row, told, refusing) : of_row(row);
     if (information) doubtful.offer(*information, row);
     if (novelty_of(doubtful.information()) < least_novelty) break;
   }
@@ -147,8 +158,7 @@ std::vector<std::size_t> MemberComparison::alike(const ArrayXd& pnl, Rows rows,
   const auto is_known_by_another = [&](std::size_t row) {
     if (!(thresholds.min_novelty > 0.0)) return false;
     const double told = series_.table_information(signal, row);
-    if (has_tables() && told < kDoubt * refusing) return false;
-    const auto information = series_.neighbour_information_from(signal, row, refusing);
+    const auto information = information_in_doubt(signal, row, told, refusing);
     return information && novelty_of(*information) < thresholds.min_novelty;
   };
   std::vector<std::size_t> found;

@@ -5,10 +5,10 @@
 //   information  The greatest mutual information with any member, estimated by neighbours
 //                (mutual_information()). A table of equal parts tells a part of it for each member
 //                (part_table.hpp), and neighbours are asked of the member that correlates most, of
-//                the one that the table tells most of, and of any where the table leaves a doubt
-//                because it tells at least kDoubt of what would refuse the signal: these until they
-//                are sure that it is less. Over fewer than kFewestTabledDays a table tells too
-//                little, and neighbours are asked of all.
+//                the one that the table tells most of, and of any where the tables leave a doubt:
+//                where it tells at least kDoubt of what would refuse the signal, and the finer one
+//                kFinerDoubt. These they are asked of until they are sure that it is less. Over
+//                fewer than kFewestTabledDays a table tells too little, and they are asked of all.
 //   novelty      That of this information.
 //
 // So each member is looked at, and what neighbours are not asked of is far from refusing. A
@@ -42,7 +42,10 @@ inline constexpr Eigen::Index kFewestTabledDays = 500;
 // and more: that little where the two are alike on a fifth of the days and have nothing in common
 // on the rest. Of smooth dependence it shows nine tenths.
 inline constexpr double kDoubt = 0.25;
-// From here on neighbours look at every day.
+// The finer table shows more of it there, and of smooth dependence nearly all. What it misses would
+// be refused by next to nothing.
+inline constexpr double kFinerDoubt = 0.6;
+// From here on neighbours look at every day, whatever the finer table tells.
 inline constexpr double kNearlyRefused = 0.5;
 
 // The mutual information with a member.
@@ -89,6 +92,11 @@ class MemberComparison {
   void add_information(const ComparedSignal& signal, Rows rows, std::optional<std::size_t> nearest,
                        double least_novelty, PoolComparison& known) const;
   [[nodiscard]] bool has_tables() const { return series_.days() >= kFewestTabledDays; }
+  // The information with a row of which the table tells `told`; nothing where that, the finer table
+  // or the first days leave no doubt that it does not refuse.
+  [[nodiscard]] std::optional<double> information_in_doubt(const ComparedSignal& signal,
+                                                           std::size_t row, double told,
+                                                           double refusing) const;
 
   const MemberSeries& series_;
   NameOfRow eval_id_;

@@ -150,7 +150,12 @@ bool MemberSeries::outdoes(double daily_sharpe, std::size_t row) const {
 double MemberSeries::table_information(const ComparedSignal& signal, std::size_t row) const {
   // Of a constant series the order of the days is drawn, and says nothing.
   if (rows_[row].is_constant || signal.scores.is_constant()) return 0.0;
-  return table_.information(signal.parts, {rows_[row].parts, static_cast<std::size_t>(days_)});
+  return table_.information(signal.parts, parts_of(row));
+}
+
+double MemberSeries::finer_information(const ComparedSignal& signal, std::size_t row) const {
+  if (rows_[row].is_constant || signal.scores.is_constant()) return 0.0;
+  return table_.finer_information(signal.parts, parts_of(row));
 }
 
 double MemberSeries::neighbour_information(const ComparedSignal& signal, std::size_t row) const {

@@ -29,7 +29,7 @@ struct ComparedSignal {
 };
 
 // All series have equally many days. Each row lies in large blocks that children read without a
-// copy: 8 bytes a day for the PnL and one for its part (part_table.hpp), so that a member costs
+// copy: 8 bytes a day for the PnL and one for its parts (part_table.hpp), so that a member costs
 // little more than its PnL. Rows are never moved.
 class MemberSeries {
  public:
@@ -65,8 +65,10 @@ class MemberSeries {
   // the better, and members would come and go.
   static constexpr double kClearLead = 0.5;
 
-  // The mutual information with a row: from the table of equal parts, or by neighbours.
+  // The mutual information with a row: from the table of equal parts or the finer one, or by
+  // neighbours.
   [[nodiscard]] double table_information(const ComparedSignal& signal, std::size_t row) const;
+  [[nodiscard]] double finer_information(const ComparedSignal& signal, std::size_t row) const;
   [[nodiscard]] double neighbour_information(const ComparedSignal& signal, std::size_t row) const;
   // Nothing where it is sure to be below `least`.
   [[nodiscard]] std::optional<double> neighbour_information_from(const ComparedSignal& signal,
@@ -85,6 +87,9 @@ class MemberSeries {
   };
 
   [[nodiscard]] std::byte* room_for_row();
+  [[nodiscard]] std::span<const std::uint8_t> parts_of(std::size_t row) const {
+    return {rows_[row].parts, static_cast<std::size_t>(days_)};
+  }
 
   Eigen::Index days_;
   std::size_t row_doubles_;  // The days, up to a whole line of the cache.

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstring>
+#include <numbers>
 
 namespace varnholt::embedded {
 namespace {
@@ -12,6 +13,7 @@ namespace {
 using Eigen::Index;
 
 constexpr double kDaysInCell = 10.0;
+constexpr Index kMostCuts = 16;
 constexpr std::size_t kCells =
     static_cast<std::size_t>(PartTable::kMostParts * PartTable::kMostParts);
 static_assert(kCells == 256, "a cell is numbered by one byte");
@@ -21,26 +23,28 @@ static_assert(kCells == 256, "a cell is numbered by one byte");
 constexpr std::size_t kTables = 4;
 using Counts = std::array<std::array<std::uint32_t, kCells>, kTables>;
 
+// Of a byte of write_parts(), and of a cell's number.
 constexpr int kPartBits = 4;
+constexpr std::uint64_t kUpperHalves = 0xF0F0F0F0F0F0F0F0U;
 
 Counts counted(std::span<const std::uint8_t> left, std::span<const std::uint8_t> right) {
   Counts counts{};
   const std::size_t days = left.size();
   std::size_t day = 0;
   for (; day + sizeof(std::uint64_t) <= days; day += sizeof(std::uint64_t)) {
-    // Eight days at once: a part has four bits, so no shift leaves its byte.
+    // Eight days at once: what is shifted has the lower halves cleared, so nothing leaves its byte.
     std::uint64_t rows = 0;
     std::uint64_t columns = 0;
     std::memcpy(&rows, left.data() + day, sizeof(rows));
     std::memcpy(&columns, right.data() + day, sizeof(columns));
-    std::uint64_t cells = (rows << kPartBits) | columns;
+    std::uint64_t cells = (rows & kUpperHalves) | ((columns & kUpperHalves) >> kPartBits);
     for (std::size_t i = 0; i < sizeof(cells); ++i) {
       ++counts[i % kTables][cells & 0xFFU];
       cells >>= 8;
     }
   }
   for (; day < days; ++day)
-    ++counts[0][static_cast<std::size_t>(left[day] << kPartBits) | right[day]];
+    ++counts[0][(left[day] & 0xF0U) | static_cast<std::size_t>(right[day] >> kPartBits)];
   return counts;
 }
 
@@ -51,22 +55,47 @@ PartTable::PartTable(Index days)
       parts_(std::clamp<Index>(
           std::lround(std::floor(std::sqrt(static_cast<double>(days) / kDaysInCell))), 2,
           kMostParts)),
+      cuts_(std::clamp<Index>(
+          std::lround(std::sqrt(static_cast<double>(days)) / static_cast<double>(parts_)), 1,
+          kMostCuts)),
       n_log_n_(static_cast<std::size_t>(days) + 1),
-      rows_and_columns_(0.0) {
+      added_by_day_(static_cast<std::size_t>(days)),
+      finer_part_{} {
   for (std::size_t n = 2; n < n_log_n_.size(); ++n)
     n_log_n_[n] = static_cast<double>(n) * std::log(static_cast<double>(n));
-  for (Index part = 0; part < parts_; ++part) {
-    // The places p with p * parts / days == part.
-    const Index first = (part * days + parts_ - 1) / parts_;
-    const Index end = ((part + 1) * days + parts_ - 1) / parts_;
-    rows_and_columns_ += 2.0 * n_log_n_[static_cast<std::size_t>(end - first)];
+  rows_and_columns_ = rows_and_columns(parts_);
+  finer_rows_and_columns_ = rows_and_columns(finer_parts());
+  double before = 0.0;
+  double g = -std::numbers::egamma - std::numbers::ln2;
+  for (std::size_t n = 1; n <= added_by_day_.size(); ++n) {
+    if (n % 2 == 0) g += 2.0 / static_cast<double>(n - 1);
+    const double after = static_cast<double>(n) * g;
+    added_by_day_[n - 1] = after - before;
+    before = after;
   }
+  for (Index part = 0; part < finer_parts(); ++part)
+    finer_part_.at(as_byte(part)) = static_cast<std::uint8_t>(part);
+}
+
+double PartTable::rows_and_columns(Index parts) const {
+  double sum = 0.0;
+  for (Index part = 0; part < parts; ++part) {
+    // The places p with p * parts / days == part.
+    const Index first = (part * days_ + parts - 1) / parts;
+    const Index end = ((part + 1) * days_ + parts - 1) / parts;
+    sum += 2.0 * n_log_n_[static_cast<std::size_t>(end - first)];
+  }
+  return sum;
+}
+
+std::uint8_t PartTable::as_byte(Index finer_part) const {
+  return static_cast<std::uint8_t>(((finer_part / cuts_) << kPartBits) | (finer_part % cuts_));
 }
 
 void PartTable::write_parts(const NormalScores& scores,
                             std::span<std::uint8_t> parts_of_day) const {
   std::transform(scores.place_of_day().begin(), scores.place_of_day().end(), parts_of_day.begin(),
-                 [this](Index place) { return static_cast<std::uint8_t>(place * parts_ / days_); });
+                 [this](Index place) { return as_byte(place * finer_parts() / days_); });
 }
 
 double PartTable::information(std::span<const std::uint8_t> left,
@@ -79,6 +108,19 @@ double PartTable::information(std::span<const std::uint8_t> left,
   const auto days = static_cast<double>(days_);
   const auto freedom = static_cast<double>((parts_ - 1) * (parts_ - 1));
   return (cells - rows_and_columns_ + n_log_n_.back() - freedom / 2.0) / days;
+}
+
+double PartTable::finer_information(std::span<const std::uint8_t> left,
+                                    std::span<const std::uint8_t> right) const {
+  const auto side = static_cast<std::size_t>(finer_parts());
+  // A row has fifty days, or a 256th of all where that is more: a count fits.
+  std::vector<std::uint16_t> counts(side * side);
+  double cells = 0.0;
+  for (std::size_t day = 0; day < left.size(); ++day) {
+    std::uint16_t& count = counts[finer_part_[left[day]] * side + finer_part_[right[day]]];
+    cells += added_by_day_[count++];
+  }
+  return (cells - finer_rows_and_columns_ + n_log_n_.back()) / static_cast<double>(days_);
 }
 
 }  // namespace varnholt::embedded

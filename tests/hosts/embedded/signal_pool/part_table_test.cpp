@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "hosts/embedded/signal_pool/comparison.hpp"
 #include "hosts/embedded/signal_pool/pnl_measures.hpp"
 #include "tests/hosts/embedded/signal_pool/pool_fixture.hpp"
 
@@ -26,15 +27,51 @@ double told(const ArrayXd& x, const ArrayXd& y) {
   return table.information(parts_of(table, NormalScores(x)), parts_of(table, NormalScores(y)));
 }
 
-// The definition: counts of cells, rows and columns.
-double slow_information(const ArrayXd& x, const ArrayXd& y, Index parts) {
+Eigen::ArrayXXd cells_of(const ArrayXd& x, const ArrayXd& y, Index parts) {
   const NormalScores left(x);
   const NormalScores right(y);
   const Index days = x.size();
   Eigen::ArrayXXd cells = Eigen::ArrayXXd::Zero(parts, parts);
   for (std::size_t day = 0; day < left.place_of_day().size(); ++day)
     cells(left.place_of_day()[day] * parts / days, right.place_of_day()[day] * parts / days) += 1.0;
-  const auto n = static_cast<double>(days);
+  return cells;
+}
+
+double finely_told(const ArrayXd& x, const ArrayXd& y) {
+  const PartTable table(x.size());
+  return table.finer_information(parts_of(table, NormalScores(x)),
+                                 parts_of(table, NormalScores(y)));
+}
+
+// The definition, by the digamma function of n and half of n: G(n) = psi(n) + (-1)^n / 2 times
+// psi((n + 1) / 2) - psi(n / 2).
+double slow_finer_information(const ArrayXd& x, const ArrayXd& y, Index parts) {
+  const auto psi = [](double z) {
+    double before = 0.0;
+    for (; z < 30.0; z += 1.0)
+      before += 1.0 / z;
+    return std::log(z) - 1.0 / (2.0 * z) - 1.0 / (12.0 * z * z) + 1.0 / (120.0 * std::pow(z, 4)) -
+           before;
+  };
+  const auto n = static_cast<double>(x.size());
+  const Eigen::ArrayXXd cells = cells_of(x, y, parts);
+  const ArrayXd rows = cells.rowwise().sum();
+  double known = 0.0;
+  for (const double count : cells.reshaped()) {
+    if (count == 0.0) continue;
+    const double sign = std::fmod(count, 2.0) == 0.0 ? 0.5 : -0.5;
+    known += count / n * (psi(count) + sign * (psi((count + 1.0) / 2.0) - psi(count / 2.0)));
+  }
+  double lines = 0.0;
+  for (const double days : rows)
+    lines += days > 0.0 ? 2.0 * days / n * std::log(days / n) : 0.0;
+  return known - std::log(n) - lines;
+}
+
+// The definition: counts of cells, rows and columns.
+double slow_information(const ArrayXd& x, const ArrayXd& y, Index parts) {
+  const Eigen::ArrayXXd cells = cells_of(x, y, parts);
+  const auto n = static_cast<double>(x.size());
   double sum = 0.0;
   for (Index row = 0; row < parts; ++row) {
     for (Index column = 0; column < parts; ++column) {
@@ -54,11 +91,18 @@ TEST(PartTableTest, HasTenDaysACellButAtLeastTwoAndAtMostSixteenParts) {
   EXPECT_EQ(PartTable(100000).parts(), 16);
 }
 
+TEST(PartTableTest, TheFinerTableHasAboutOneDayACell) {
+  EXPECT_EQ(PartTable(250).finer_parts(), 15);
+  EXPECT_EQ(PartTable(2450).finer_parts(), 45);
+  EXPECT_EQ(PartTable(8313).finer_parts(), 96);
+  EXPECT_EQ(PartTable(100000).finer_parts(), 256);
+}
+
 TEST(PartTableTest, PartsAreEqual) {
   const PartTable table(250);
   std::vector<int> days(5);
   for (const std::uint8_t part : parts_of(table, NormalScores(normal_series(250, 1))))
-    ++days.at(part);
+    ++days.at(part >> 4);
   EXPECT_EQ(days, std::vector<int>(5, 50));
 }
 
@@ -69,7 +113,9 @@ TEST(PartTableTest, IsWhatTheDefinitionSays) {
       ArrayXd x = normal_series(days, 1);
       const ArrayXd y = correlated(x, rho, 2);
       x = (x.abs() < 0.4).select(0.0, x);
-      EXPECT_NEAR(told(x, y), slow_information(x, y, PartTable(days).parts()), 1e-12);
+      const PartTable table(days);
+      EXPECT_NEAR(told(x, y), slow_information(x, y, table.parts()), 1e-12);
+      EXPECT_NEAR(finely_told(x, y), slow_finer_information(x, y, table.finer_parts()), 1e-9);
     }
   }
 }
@@ -95,6 +141,38 @@ TEST(PartTableTest, TellsAFifthOfADependenceOfSomeDaysOnly) {
           (normal_series(days, seed + 10) > 0.6).select(x, normal_series(days, seed + 20));
       EXPECT_GT(told(x, y), 0.2 * mutual_information(x, y)) << days << ' ' << seed;
     }
+  }
+}
+
+// What kFinerDoubt stands on: pairs that are alike on some days, on quiet days or in a part of the
+// history, and more or less dependent on the others.
+TEST(PartTableTest, TheFinerTableTellsMostOfADependenceOfSomeDaysOnly) {
+  constexpr double kEnough = 0.51;
+  int pairs = 0;
+  for (const Index days : {500, 1250, 2451}) {
+    for (std::uint64_t seed = 1; seed <= 90; ++seed) {
+      SCOPED_TRACE(testing::Message() << days << " days, seed " << seed);
+      const double share = 0.1 + 0.01 * static_cast<double>(seed % 15);
+      const ArrayXd x = normal_series(days, seed);
+      const ArrayXd other = correlated(x, 0.1 * static_cast<double>(seed % 5), seed + 1000);
+      const ArrayXd day = ArrayXd::LinSpaced(days, 0.0, 1.0);
+      const ArrayXd chance = (1.0 + (-1.702 * normal_series(days, seed + 2000)).exp()).inverse();
+      const ArrayXd which = seed % 3 == 0 ? chance : (seed % 3 == 1 ? day : ArrayXd(x.abs()));
+      const ArrayXd y = (which < share).select(-x, other);
+      const double information = mutual_information(x, y);
+      if (information < kEnough || information > 1.2 * kEnough) continue;
+      ++pairs;
+      EXPECT_GT(finely_told(x, y), kFinerDoubt * kEnough) << information;
+    }
+  }
+  EXPECT_GT(pairs, 20);
+}
+
+TEST(PartTableTest, TheFinerTableIsNotFooledByChance) {
+  for (const Index days : {500, 1250, 2451, 8313}) {
+    const ArrayXd x = normal_series(days, 3);
+    EXPECT_NEAR(finely_told(x, normal_series(days, 4)), 0.0, 0.1) << days;
+    EXPECT_NEAR(finely_told(x, correlated(x, 0.5, 5)), 0.144, 0.1) << days;
   }
 }
 
