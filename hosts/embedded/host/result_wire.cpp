@@ -12,6 +12,7 @@
 
 namespace varnholt::embedded {
 
+using genetic::List;
 using genetic::Mapping;
 using genetic::Value;
 
@@ -42,6 +43,23 @@ std::optional<MemberInformation> information_from(const Value& value) {
                            std::string(mapping.at("eval_id").text())};
 }
 
+Value integers_value(const std::optional<std::vector<std::int64_t>>& numbers) {
+  if (!numbers) return {};
+  List list;
+  for (const std::int64_t number : *numbers)
+    list.append(number);
+  return list;
+}
+
+std::optional<std::vector<std::int64_t>> integers_from(const Value& value) {
+  if (value.is_absent()) return std::nullopt;
+  std::vector<std::int64_t> numbers;
+  const List list = value.list();
+  for (std::size_t i = 0; i < list.size(); ++i)
+    numbers.push_back(list.at(i).integer());
+  return numbers;
+}
+
 Mapping comparison_mapping(const PoolComparison& comparison) {
   return {{"members", comparison.members},
           {"last_member", comparison.last_member},
@@ -55,7 +73,8 @@ Mapping comparison_mapping(const PoolComparison& comparison) {
           {"of_doubtful", information_value(comparison.of_doubtful)},
           {"of_nearest", information_value(comparison.of_nearest)},
           {"of_told", information_value(comparison.of_told)},
-          {"told", comparison.told}};
+          {"told", comparison.told},
+          {"alike", integers_value(comparison.alike)}};
 }
 
 PoolComparison comparison_from(const Mapping& mapping) {
@@ -73,6 +92,7 @@ PoolComparison comparison_from(const Mapping& mapping) {
   comparison.of_nearest = information_from(mapping.at("of_nearest"));
   comparison.of_told = information_from(mapping.at("of_told"));
   comparison.told = mapping.at("told").real();
+  comparison.alike = integers_from(mapping.at("alike"));
   return comparison;
 }
 

@@ -66,6 +66,9 @@ struct PoolComparison {
   std::optional<MemberInformation> of_nearest = {};
   std::optional<MemberInformation> of_told = {};
   double told = 0.0;
+  // The submissions of the members that it outdoes and is like, in the order in which they joined;
+  // absent where it does not pass.
+  std::optional<std::vector<std::int64_t>> alike = {};
 };
 
 class MemberComparison {

@@ -68,6 +68,11 @@ MemberSeries::MemberSeries(Index days)
       table_(days) {}
 
 std::byte* MemberSeries::room_for_row() {
+  if (!freed_rooms_.empty()) {
+    std::byte* const room = freed_rooms_.back();
+    freed_rooms_.pop_back();
+    return room;
+  }
   if (blocks_.empty() || used_of_last_block_ + row_bytes_ > blocks_.back().bytes()) {
     blocks_.emplace_back(row_bytes_ * kRowsInBlock);
     used_of_last_block_ = 0;
@@ -92,9 +97,15 @@ void MemberSeries::append(const ArrayXd& pnl) {
   auto* const parts = reinterpret_cast<std::uint8_t*>(room + row_doubles_ * sizeof(double));
   std::copy(pnl.begin(), pnl.end(), values);
   table_.write_parts(scores, {parts, static_cast<std::size_t>(days_)});
+  row.room = room;
   row.pnl = values;
   row.parts = parts;
   rows_.push_back(row);
+}
+
+void MemberSeries::remove(std::size_t row) {
+  freed_rooms_.push_back(rows_[row].room);
+  rows_.erase(rows_.begin() + static_cast<std::ptrdiff_t>(row));
 }
 
 Eigen::Map<const ArrayXd> MemberSeries::pnl(std::size_t row) const {

@@ -30,7 +30,7 @@ struct ComparedSignal {
 
 // All series have equally many days. Each row lies in large blocks that children read without a
 // copy: 8 bytes a day for the PnL and one for its parts (part_table.hpp), so that a member costs
-// little more than its PnL. Rows are never moved.
+// little more than its PnL. What a row holds is never moved.
 class MemberSeries {
  public:
   explicit MemberSeries(Eigen::Index days);
@@ -42,6 +42,8 @@ class MemberSeries {
 
   // The PnL must be finite and of days() entries.
   void append(const Eigen::ArrayXd& pnl);
+  // Those behind it have a lower number then. Its memory serves the next that is appended.
+  void remove(std::size_t row);
   [[nodiscard]] Eigen::Map<const Eigen::ArrayXd> pnl(std::size_t row) const;
 
   [[nodiscard]] ComparedSignal compared(const Eigen::ArrayXd& pnl) const;
@@ -77,6 +79,7 @@ class MemberSeries {
 
  private:
   struct Row {
+    std::byte* room = nullptr;
     const double* pnl = nullptr;
     const std::uint8_t* parts = nullptr;
     // Over the length of the PnL less its mean; 0 for a constant one.
@@ -98,6 +101,7 @@ class MemberSeries {
   PartTable table_;
   std::vector<LargeBlock> blocks_;
   std::size_t used_of_last_block_ = 0;
+  std::vector<std::byte*> freed_rooms_;
   std::vector<Row> rows_;
 };
 

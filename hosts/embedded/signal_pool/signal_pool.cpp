@@ -24,6 +24,16 @@ std::string digest_of(const ArrayXd& pnl) {
   return sha256_hex({bytes, static_cast<std::size_t>(pnl.size()) * sizeof(double)});
 }
 
+// Whether one of the figures is beside this member.
+bool is_named(const std::string& eval_id, const PoolComparison& comparison) {
+  const auto gave = [&](const std::optional<MemberInformation>& information) {
+    return information && information->eval_id == eval_id;
+  };
+  return gave(comparison.of_doubtful) || gave(comparison.of_nearest) || gave(comparison.of_told) ||
+         comparison.measure.nearest_by_information == eval_id ||
+         comparison.measure.nearest_by_correlation == eval_id;
+}
+
 PoolMeasure nothing_new() {
   PoolMeasure measure;
   measure.novelty = 0.0;
@@ -75,28 +85,100 @@ bool SignalPool::refresh() {
 void SignalPool::refresh_under_lock() {
   const std::int64_t version = store_.submissions().members_version();
   if (seen_version_ == version) return;
-  // Members may have been taken out by hand, and a PnL that was missing or of other days put back:
-  // then all is read anew.
-  if (!is_still_good(store_.submissions().member_numbers(identity_))) {
-    members_.clear();
-    groups_.clear();
-    remembered_.clear();
-    remembered_order_.clear();
-    last_settled_order_ = 0;
-    has_other_days_ = false;
-    add_founder();
-  }
+  const std::vector<std::int64_t> submissions = store_.submissions().member_numbers(identity_);
+  if (!keep_only(submissions)) forget_members();
   read_members();
+  // One that had left and was put back by hand does not stand behind those that were read.
+  if (std::cmp_not_equal(std::ssize(members_) - founders(), submissions.size())) {
+    forget_members();
+    read_members();
+  }
   seen_version_ = version;
 }
 
-bool SignalPool::is_still_good(const std::vector<std::int64_t>& submissions) const {
-  const auto submitted = members_.begin() + founders();
-  return !has_other_days_ && members_.end() - submitted <= std::ssize(submissions) &&
-         std::equal(submitted, members_.end(), submissions.begin(),
-                    [](const Member& member, std::int64_t submission) {
-                      return member.submission == submission && member.is_settled();
-                    });
+void SignalPool::forget_members() {
+  members_.clear();
+  groups_.clear();
+  remembered_.clear();
+  remembered_order_.clear();
+  last_settled_order_ = 0;
+  has_other_days_ = false;
+  add_founder();
+}
+
+bool SignalPool::keep_only(const std::vector<std::int64_t>& submissions) {
+  if (has_other_days_) return false;
+  std::vector<std::size_t> gone;
+  auto next = submissions.begin();
+  for (auto i = static_cast<std::size_t>(founders()); i < members_.size(); ++i) {
+    // A PnL that was missing or of other days may have been put back.
+    if (!members_[i].is_settled()) return false;
+    if (next != submissions.end() && *next == members_[i].submission) {
+      ++next;
+    } else if (std::find(next, submissions.end(), members_[i].submission) == submissions.end()) {
+      gone.push_back(i);
+    } else {
+      return false;
+    }
+  }
+  take_out(gone);
+  return true;
+}
+
+void SignalPool::take_out(const std::vector<std::size_t>& gone) {
+  if (gone.empty()) return;
+  std::deque<std::string> still_known;
+  for (std::string& digest : remembered_order_) {
+    const auto known = remembered_.find(digest);
+    if (stands_without(gone, known->second)) {
+      still_known.push_back(std::move(digest));
+    } else {
+      remembered_.erase(known);
+    }
+  }
+  remembered_order_ = std::move(still_known);
+  const auto is_gone = [&](std::size_t member) {
+    return std::binary_search(gone.begin(), gone.end(), member);
+  };
+  for (auto& [days, group] : groups_) {
+    std::vector<std::size_t>& members = group.member_of_row;
+    for (std::size_t row = members.size(); row-- > 0;) {
+      if (is_gone(members[row])) group.series.remove(row);
+    }
+    std::erase_if(members, is_gone);
+    for (std::size_t& member : members)
+      member -= static_cast<std::size_t>(std::lower_bound(gone.begin(), gone.end(), member) -
+                                         gone.begin());
+  }
+  std::erase_if(groups_, [](const auto& group) { return group.second.member_of_row.empty(); });
+  for (auto i = gone.rbegin(); i != gone.rend(); ++i)
+    members_.erase(members_.begin() + static_cast<std::ptrdiff_t>(*i));
+}
+
+bool SignalPool::stands_without(const std::vector<std::size_t>& gone, Remembered& known) const {
+  PoolComparison& comparison = known.comparison;
+  // Of what was refused not all members may have been asked.
+  if (!comparison.alike) return false;
+  auto last = static_cast<std::size_t>(comparison.members);
+  const auto first_after = std::lower_bound(gone.begin(), gone.end(), last);
+  for (auto i = gone.begin(); i != first_after; ++i) {
+    const Member& member = members_[*i];
+    if (is_named(member.eval_id, comparison)) return false;
+    std::erase(*comparison.alike, member.submission);
+    if (member.days != known.days) continue;
+    const Group& group = groups_.at(known.days);
+    const auto row = std::lower_bound(group.member_of_row.begin(), group.member_of_row.end(), *i) -
+                     group.member_of_row.begin();
+    if (is_outdone(group, static_cast<std::size_t>(row), known.daily_sharpe)) continue;
+    --comparison.measure.members;
+    if (comparison.measure.informed > 0) --comparison.measure.informed;
+  }
+  comparison.members -= first_after - gone.begin();
+  if (comparison.members == 0) return false;
+  while (std::binary_search(gone.begin(), gone.end(), last - 1))
+    --last;
+  comparison.last_member = members_[last - 1].submission;
+  return true;
 }
 
 void SignalPool::read_members() {
@@ -174,14 +256,15 @@ void SignalPool::refuse_other_days(Eigen::Index days) {
 
 PoolComparison& SignalPool::remembered(const ArrayXd& pnl) {
   const std::string digest = digest_of(pnl);
-  const auto [found, is_new] = remembered_.try_emplace(digest);
-  if (!is_new) return found->second;
+  const auto [found, is_new] =
+      remembered_.try_emplace(digest, Remembered{pnl.size(), MemberSeries::daily_sharpe(pnl), {}});
+  if (!is_new) return found->second.comparison;
   if (remembered_order_.size() == kRememberedMeasures) {
     remembered_.erase(remembered_order_.front());
     remembered_order_.pop_front();
   }
   remembered_order_.push_back(digest);
-  return found->second;
+  return found->second.comparison;
 }
 
 const PoolComparison& SignalPool::compared_with_all(const ArrayXd& pnl) {
@@ -202,18 +285,19 @@ const PoolComparison& SignalPool::compared_with_all(const ArrayXd& pnl) {
   return known;
 }
 
+bool SignalPool::is_outdone(const Group& group, std::size_t row, double daily_sharpe) const {
+  const bool is_founder = members_[group.member_of_row[row]].submission == kFounderSubmission;
+  return thresholds_.replaces_weaker && !is_founder && group.series.outdoes(daily_sharpe, row);
+}
+
 std::vector<std::size_t> SignalPool::rows_of(const Group& group, std::size_t first_member,
                                              const ArrayXd& pnl, Outdone outdone) const {
   const double sharpe = MemberSeries::daily_sharpe(pnl);
-  const auto is_outdone = [&](std::size_t row) {
-    const bool is_founder = members_[group.member_of_row[row]].submission == kFounderSubmission;
-    return thresholds_.replaces_weaker && !is_founder && group.series.outdoes(sharpe, row);
-  };
   const std::vector<std::size_t>& members = group.member_of_row;
   const auto first = std::lower_bound(members.begin(), members.end(), first_member);
   std::vector<std::size_t> rows;
   for (auto row = static_cast<std::size_t>(first - members.begin()); row < members.size(); ++row) {
-    if (is_outdone(row) == (outdone == Outdone::Yes)) rows.push_back(row);
+    if (is_outdone(group, row, sharpe) == (outdone == Outdone::Yes)) rows.push_back(row);
   }
   return rows;
 }
@@ -229,17 +313,37 @@ void SignalPool::compare_with(const Group& group, const ArrayXd& pnl, PoolCompar
   const auto first = static_cast<std::size_t>(known.members);
   comparison_with(group).add(pnl, rows_of(group, first, pnl, Outdone::No), thresholds_.min_novelty,
                              known);
+  if (first == 0) known.alike.emplace();
+  if (refusal(known.measure, thresholds_)) known.alike.reset();
+  if (!known.alike) return;
+  for (const std::int64_t submission : alike_from(group, first, pnl))
+    known.alike->push_back(submission);
+}
+
+std::vector<std::int64_t> SignalPool::alike_from(const Group& group, std::size_t first_member,
+                                                 const ArrayXd& pnl) const {
+  const std::vector<std::size_t> outdone = rows_of(group, first_member, pnl, Outdone::Yes);
+  std::vector<std::int64_t> alike;
+  for (const std::size_t row : comparison_with(group).alike(pnl, outdone, thresholds_))
+    alike.push_back(members_[group.member_of_row[row]].submission);
+  return alike;
 }
 
 std::vector<ReplacedMember> SignalPool::replaced_by(const ArrayXd& pnl) const {
-  const auto found = groups_.find(pnl.size());
-  if (found == groups_.end()) return {};
-  const Group& group = found->second;
-  const std::vector<std::size_t> outdone = rows_of(group, 0, pnl, Outdone::Yes);
+  const auto group = groups_.find(pnl.size());
+  if (group == groups_.end()) return {};
+  const auto found = remembered_.find(digest_of(pnl));
+  const PoolComparison* const known =
+      found == remembered_.end() ? nullptr : &found->second.comparison;
+  const bool is_known =
+      known != nullptr && known->alike && std::cmp_equal(known->members, members_.size());
   std::vector<ReplacedMember> replaced;
-  for (const std::size_t row : comparison_with(group).alike(pnl, outdone, thresholds_)) {
-    const Member& member = members_[group.member_of_row[row]];
-    replaced.push_back({member.submission, member.eval_id});
+  for (const std::int64_t submission :
+       is_known ? *known->alike : alike_from(group->second, 0, pnl)) {
+    const auto member = std::find_if(members_.begin(), members_.end(), [&](const Member& one) {
+      return one.submission == submission;
+    });
+    replaced.push_back({submission, member->eval_id});
   }
   return replaced;
 }

@@ -84,7 +84,8 @@ class SignalPool {
   //
   // A signal is measured when it is recorded and again when it is settled: the measures of the last
   // kRememberedMeasures signals are remembered, and only members that have joined since are
-  // compared. What passes measures the same to the last bit as if it had never been measured.
+  // compared; what was measured stands without one that has left, unless the figures are beside it.
+  // What passes measures the same to the last bit as if it had never been measured.
   [[nodiscard]] PoolMeasure measure(const Eigen::ArrayXd& pnl);
 
   // The members that a signal with this PnL takes the place of when it joins: those that it outdoes
@@ -130,20 +131,36 @@ class SignalPool {
 
   // Rows of a group, from the member of that number on, in the order in which they joined.
   enum class Outdone { Yes, No };
+  [[nodiscard]] bool is_outdone(const Group& group, std::size_t row, double daily_sharpe) const;
   [[nodiscard]] std::vector<std::size_t> rows_of(const Group& group, std::size_t first_member,
                                                  const Eigen::ArrayXd& pnl, Outdone outdone) const;
   [[nodiscard]] MemberComparison comparison_with(const Group& group) const;
+  // The submissions of those that it outdoes and is like, from a member on.
+  [[nodiscard]] std::vector<std::int64_t> alike_from(const Group& group, std::size_t first_member,
+                                                     const Eigen::ArrayXd& pnl) const;
 
   void add_founder();
   // 1 where the first member is the founder, 0 where there is none.
   [[nodiscard]] std::ptrdiff_t founders() const;
   void read_members();
-  [[nodiscard]] bool is_still_good(const std::vector<std::int64_t>& submissions) const;
+  void forget_members();
+  // Takes out the members that are not among these submissions. False where that is not all that
+  // has changed, or a member may be readable now: then all must be read anew.
+  [[nodiscard]] bool keep_only(const std::vector<std::int64_t>& submissions);
+  void take_out(const std::vector<std::size_t>& gone);
   void set_aside(const Member& member, const std::string& trouble);
   void note_aside(const Member& member, std::string why);
   void set_aside_others(Eigen::Index days);
   [[noreturn]] void refuse_other_days(Eigen::Index days);
+  struct Remembered {
+    Eigen::Index days = 0;
+    double daily_sharpe = 0.0;
+    PoolComparison comparison;
+  };
   [[nodiscard]] PoolComparison& remembered(const Eigen::ArrayXd& pnl);
+  // Takes the members that leave, by their places, out of what is known of a signal; false where
+  // that cannot be said without them.
+  [[nodiscard]] bool stands_without(const std::vector<std::size_t>& gone, Remembered& known) const;
   // Brings what is known of the signal up to the members of its days.
   void compare_with(const Group& group, const Eigen::ArrayXd& pnl, PoolComparison& known);
   // What is known of the signal, brought up to all members. There must be one.
@@ -160,9 +177,9 @@ class SignalPool {
   std::vector<SetAsideMember> set_aside_;
   std::set<std::int64_t> told_aside_;  // By the number of the submission.
   std::int64_t last_settled_order_ = 0;
-  std::optional<std::int64_t> seen_version_;                    // Of the store's members.
-  std::unordered_map<std::string, PoolComparison> remembered_;  // By the PnL's digest.
-  std::deque<std::string> remembered_order_;                    // The latest last.
+  std::optional<std::int64_t> seen_version_;                // Of the store's members.
+  std::unordered_map<std::string, Remembered> remembered_;  // By the PnL's digest.
+  std::deque<std::string> remembered_order_;                // The latest last.
 };
 
 }  // namespace varnholt::embedded

@@ -79,6 +79,7 @@ TEST(ResultWire, CarriesThePnlToTheLastBitAndWhatItWasComparedWith) {
   comparison.of_doubtful = MemberInformation{0.5, "1-2"};
   comparison.of_told = MemberInformation{0.25, "1-3"};
   comparison.told = 0.125;
+  comparison.alike = {4, 9};
   const Mapping record{{genetic::keys::kStats, genetic::make_object<StatisticsObject>(
                                                    BacktestStatistics(), pnl, comparison)}};
   const Value stats = through_the_wire(record).at(genetic::keys::kStats);
@@ -107,6 +108,7 @@ TEST(ResultWire, CarriesThePnlToTheLastBitAndWhatItWasComparedWith) {
   ASSERT_TRUE(received->comparison()->of_told.has_value());
   EXPECT_EQ(received->comparison()->of_told->eval_id, "1-3");
   EXPECT_EQ(received->comparison()->told, 0.125);
+  EXPECT_EQ(received->comparison()->alike, (std::vector<std::int64_t>{4, 9}));
 }
 
 TEST(ResultWire, StatisticsWithoutAPnlStayWithout) {

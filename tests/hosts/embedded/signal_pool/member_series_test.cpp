@@ -122,6 +122,33 @@ TEST(MemberSeriesTest, AMemberCostsAtMostAFifthMoreThanItsPnl) {
   }
 }
 
+TEST(MemberSeriesTest, OneThatIsRemovedLeavesTheOthersAsTheyWereAndItsRoomToTheNext) {
+  constexpr Index kDays = 300;
+  std::vector<ArrayXd> kept;
+  MemberSeries members(kDays);
+  for (std::uint64_t seed = 1; seed <= 5; ++seed) {
+    kept.push_back(normal_series(kDays, seed));
+    members.append(kept.back());
+  }
+  const double* const freed = members.pnl(1).data();
+  members.remove(1);
+  kept.erase(kept.begin() + 1);
+  kept.push_back(normal_series(kDays, 6));
+  members.append(kept.back());
+  EXPECT_EQ(members.pnl(4).data(), freed);
+  ASSERT_EQ(members.size(), kept.size());
+  const ComparedSignal signal = members.compared(normal_series(kDays, 7));
+  for (std::size_t row = 0; row < kept.size(); ++row) {
+    EXPECT_TRUE((members.pnl(row) == kept[row]).all());
+    EXPECT_EQ(members.correlation(signal, row),
+              std::abs(pearson_correlation(signal.pnl, kept[row])));
+    EXPECT_EQ(members.daily_sharpe(row), MemberSeries::daily_sharpe(kept[row]));
+    MemberSeries alone(kDays);
+    alone.append(kept[row]);
+    EXPECT_EQ(members.table_information(signal, row), alone.table_information(signal, 0));
+  }
+}
+
 TEST(MemberSeriesTest, RowsAreNotMoved) {
   MemberSeries members(100);
   const ArrayXd first = normal_series(100, 1);

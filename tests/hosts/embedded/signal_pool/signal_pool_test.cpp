@@ -428,35 +428,87 @@ TEST_F(SignalPoolTest, SeesThatAMemberWasTakenOut) {
 // A pool that has measured before and one that has not must agree, whatever happens to the members
 // between two measures.
 TEST_F(SignalPoolTest, WhatItRemembersIsWhatItWouldMeasure) {
-  constexpr int kSteps = 40;
+  constexpr int kSteps = 150;
+  const auto moved = [this](const std::string& id, const char* pool) {
+    execute("UPDATE submissions SET signal_pool_name = '" + std::string(pool) +
+            "' WHERE eval_id = '" + id + "'");
+  };
   std::mt19937_64 generator(17);
   std::vector<ArrayXd> signals;
-  for (std::uint64_t seed = 1; seed <= 6; ++seed)
-    signals.push_back(correlated(base_, 0.15 * static_cast<double>(seed), seed + 50));
+  for (std::uint64_t seed = 1; seed <= 6; ++seed) {
+    const ArrayXd signal = correlated(base_, 0.15 * static_cast<double>(seed), seed + 50);
+    signals.push_back(signal - signal.mean() + 0.05);
+  }
   std::vector<std::string> members = {join(normal_series(kDays, 1000))};
-  SignalPool pool(*store_, pool_);
+  std::vector<std::string> away;
+  const PoolThresholds thresholds{.replaces_weaker = true};
+  const ArrayXd market = normal_series(kDays, 7);
+  SignalPool pool(*store_, pool_, kDefaultCommonDays, thresholds, market);
+  int replaced = 0;
+  int passed = 0;
   for (int step = 0; step < kSteps; ++step) {
     SCOPED_TRACE(step);
     const std::uint64_t draw = generator() % 8;
     if (draw < 3) {
-      members.push_back(join(correlated(base_, 0.1 * static_cast<double>(draw), generator())));
-    } else if (draw == 3 && members.size() > 2) {
+      const double rho = 0.1 + 0.3 * static_cast<double>(draw);
+      members.push_back(join(correlated(signals[generator() % signals.size()], rho, generator())));
+    } else if (draw < 5 && members.size() > 2) {
       const auto gone = members.begin() + static_cast<std::ptrdiff_t>(generator() % members.size());
-      execute("DELETE FROM submissions WHERE eval_id = '" + *gone + "'");
+      moved(*gone, "elsewhere");
+      away.push_back(*gone);
       members.erase(gone);
+    } else if (draw == 5 && !away.empty()) {
+      moved(away.back(), "alpha");
+      members.push_back(away.back());
+      away.pop_back();
     }
     const ArrayXd& signal = signals[generator() % signals.size()];
     EXPECT_TRUE(pool.refresh());
-    SignalPool fresh(*store_, pool_);
+    SignalPool fresh(*store_, pool_, kDefaultCommonDays, thresholds, market);
     EXPECT_TRUE(fresh.refresh());
     const PoolMeasure remembered = pool.measure(signal);
+    const std::vector<ReplacedMember> would_leave = pool.replaced_by(signal);
+    const std::vector<ReplacedMember> leave = fresh.replaced_by(signal);
     const PoolMeasure measured = fresh.measure(signal);
     EXPECT_EQ(remembered.mutual_information, measured.mutual_information);
     EXPECT_EQ(remembered.novelty, measured.novelty);
     EXPECT_EQ(remembered.correlation, measured.correlation);
     EXPECT_EQ(remembered.nearest_by_information, measured.nearest_by_information);
     EXPECT_EQ(remembered.nearest_by_correlation, measured.nearest_by_correlation);
+    EXPECT_EQ(remembered.members, measured.members);
+    EXPECT_TRUE(std::equal(would_leave.begin(), would_leave.end(), leave.begin(), leave.end(),
+                           [](const ReplacedMember& left, const ReplacedMember& right) {
+                             return left.submission == right.submission &&
+                                    left.eval_id == right.eval_id;
+                           }));
+    replaced += leave.empty() ? 0 : 1;
+    if (refusal(measured, thresholds)) continue;
+    EXPECT_EQ(remembered.informed, measured.informed);
+    ++passed;
   }
+  EXPECT_GT(replaced, 10);
+  EXPECT_GT(passed, 10);
+}
+
+TEST_F(SignalPoolTest, WhatWasMeasuredStandsWhenAnotherMemberLeaves) {
+  const std::string near = join(correlated(base_, 0.5, 11));
+  const std::string far = join(normal_series(kDays, 12));
+  SignalPool pool(*store_, pool_);
+  EXPECT_TRUE(pool.refresh());
+  // A figure that no comparison could give shows whether it is remembered.
+  PoolComparison comparison = pool.compare(base_).value();
+  ASSERT_EQ(comparison.measure.nearest_by_information, near);
+  comparison.measure.correlation = 2.0;
+  SignalPool other(*store_, pool_);
+  EXPECT_TRUE(other.refresh());
+  other.take_over(base_, comparison);
+  execute("DELETE FROM submissions WHERE eval_id = '" + far + "'");
+  EXPECT_TRUE(other.refresh());
+  EXPECT_EQ(other.measure(base_).correlation, 2.0);
+  EXPECT_EQ(other.measure(base_).members, 1);
+  execute("DELETE FROM submissions WHERE eval_id = '" + near + "'");
+  EXPECT_TRUE(other.refresh());
+  EXPECT_EQ(other.measure(base_).novelty, 1.0);
 }
 
 TEST_F(SignalPoolTest, TakesOverWhatAnotherProcessMeasured) {
