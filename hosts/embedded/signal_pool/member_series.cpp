@@ -176,7 +176,8 @@ double MemberSeries::neighbour_information(const ComparedSignal& signal, std::si
 std::optional<double> MemberSeries::neighbour_information_from(const ComparedSignal& signal,
                                                                std::size_t row,
                                                                double least) const {
-  return mutual_information_from(signal.scores, NormalScores(pnl(row), day_tables_), least);
+  const ArrayXd guess = table_.information_of_days(signal.parts, parts_of(row));
+  return mutual_information_from(signal.scores, NormalScores(pnl(row), day_tables_), least, guess);
 }
 
 }  // namespace varnholt::embedded

@@ -79,13 +79,16 @@ PartTable::PartTable(Index days)
 
 double PartTable::rows_and_columns(Index parts) const {
   double sum = 0.0;
-  for (Index part = 0; part < parts; ++part) {
-    // The places p with p * parts / days == part.
-    const Index first = (part * days_ + parts - 1) / parts;
-    const Index end = ((part + 1) * days_ + parts - 1) / parts;
-    sum += 2.0 * n_log_n_[static_cast<std::size_t>(end - first)];
-  }
+  for (Index part = 0; part < parts; ++part)
+    sum += 2.0 * n_log_n_[static_cast<std::size_t>(days_in(part, parts))];
   return sum;
+}
+
+Index PartTable::days_in(Index part, Index parts) const {
+  // The places p with p * parts / days == part.
+  const Index first = (part * days_ + parts - 1) / parts;
+  const Index end = ((part + 1) * days_ + parts - 1) / parts;
+  return end - first;
 }
 
 std::uint8_t PartTable::as_byte(Index finer_part) const {
@@ -108,6 +111,30 @@ double PartTable::information(std::span<const std::uint8_t> left,
   const auto days = static_cast<double>(days_);
   const auto freedom = static_cast<double>((parts_ - 1) * (parts_ - 1));
   return (cells - rows_and_columns_ + n_log_n_.back() - freedom / 2.0) / days;
+}
+
+Eigen::ArrayXd PartTable::information_of_days(std::span<const std::uint8_t> left,
+                                              std::span<const std::uint8_t> right) const {
+  const Counts counts = counted(left, right);
+  std::array<double, kCells> of_cell{};
+  for (Index row = 0; row < parts_; ++row) {
+    for (Index column = 0; column < parts_; ++column) {
+      const auto cell = static_cast<std::size_t>((row << kPartBits) | column);
+      const std::uint32_t days =
+          counts[0][cell] + counts[1][cell] + counts[2][cell] + counts[3][cell];
+      if (days == 0) continue;
+      const double by_chance = static_cast<double>(days_in(row, parts_)) *
+                               static_cast<double>(days_in(column, parts_)) /
+                               static_cast<double>(days_);
+      of_cell[cell] = std::log(static_cast<double>(days) / by_chance);
+    }
+  }
+  Eigen::ArrayXd of_day(days_);
+  for (std::size_t day = 0; day < left.size(); ++day) {
+    const auto cell = (left[day] & 0xF0U) | static_cast<std::size_t>(right[day] >> kPartBits);
+    of_day[static_cast<Index>(day)] = of_cell[cell];
+  }
+  return of_day;
 }
 
 double PartTable::finer_information(std::span<const std::uint8_t> left,

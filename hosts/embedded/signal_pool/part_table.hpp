@@ -43,7 +43,12 @@ class PartTable {
   [[nodiscard]] double information(std::span<const std::uint8_t> left,
                                    std::span<const std::uint8_t> right) const;
 
-  // The same of the finer table. With a day a cell, counts say too little of chance to take it off,
+  // What the cell of each day tells, ln(c n / (r q)): information() is the mean of it, less what
+  // chance gives.
+  [[nodiscard]] Eigen::ArrayXd information_of_days(std::span<const std::uint8_t> left,
+                                                   std::span<const std::uint8_t> right) const;
+
+  // As information(), of the finer table. With a day a cell, counts say too little of chance to take it off,
   // so that the entropy of the cells is estimated another way (P. Grassberger, "Entropy estimates
   // from insufficient samplings", 2003): ln n - sum over the cells of (c / n) G(c), where
   //   G(1) = -gamma - ln 2,  G(2) = 2 + G(1),  G(2m + 1) = G(2m),  G(2m + 2) = G(2m) + 2/(2m + 1),
@@ -55,6 +60,7 @@ class PartTable {
   // The days of a row or column of so many, by n ln n of each, over both: equal parts are the same
   // of any series.
   [[nodiscard]] double rows_and_columns(Eigen::Index parts) const;
+  [[nodiscard]] Eigen::Index days_in(Eigen::Index part, Eigen::Index parts) const;
   [[nodiscard]] std::uint8_t as_byte(Eigen::Index finer_part) const;
 
   Eigen::Index days_;

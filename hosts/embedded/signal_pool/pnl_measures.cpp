@@ -259,9 +259,10 @@ double pearson_correlation(const ArrayXd& left, const ArrayXd& right) {
 }
 
 std::optional<double> mutual_information_from(const NormalScores& left, const NormalScores& right,
-                                              double least, int neighbours) {
+                                              double least, const ArrayXd& guess, int neighbours) {
   require_same_size(left.size(), right.size());
   const Index size = left.size();
+  require_same_size(size, guess.size());
   if (neighbours < 1 || size <= neighbours) {
     throw std::invalid_argument(
         fmt::format("{} neighbours cannot be found among {} days", neighbours, size));
@@ -274,20 +275,21 @@ std::optional<double> mutual_information_from(const NormalScores& left, const No
   // The days in steps that meet all of them, so that the first ones come from everywhere.
   const Index step = step_through(size);
   ArrayXd terms(size);
-  Spread spread;
+  // Beside the guess the days scatter less, and its mean over all of them is known.
+  const double guessed = greatest + guess.mean();
+  Spread beside_guess;
   Index next_look = kFirstLook;
   Index day = 0;
   for (Index looked_at = 0; looked_at < size; ++looked_at) {
     if (looked_at == next_look && next_look <= size / 2) {
       next_look += next_look / 4;  // A look costs next to nothing, a day does not.
-      if (greatest - spread.mean() + kSureDeviations * spread.error_of_mean() < least) {
-        return std::nullopt;
-      }
+      const double error = kSureDeviations * beside_guess.error_of_mean();
+      if (guessed - beside_guess.mean() + error < least) return std::nullopt;
     }
     const double distance = grid.distance_of_last(day);
     terms[day] =
         psi(count_nearer(left, day, distance) + 1) + psi(count_nearer(right, day, distance) + 1);
-    spread.add(terms[day]);
+    beside_guess.add(terms[day] + guess[day]);
     day += step;
     if (day >= size) day -= size;
   }
@@ -300,7 +302,7 @@ std::optional<double> mutual_information_from(const NormalScores& left, const No
 
 double mutual_information(const NormalScores& left, const NormalScores& right, int neighbours) {
   return *mutual_information_from(left, right, -std::numeric_limits<double>::infinity(),
-                                  neighbours);
+                                  ArrayXd::Zero(left.size()), neighbours);
 }
 
 double mutual_information(const ArrayXd& left, const ArrayXd& right, int neighbours) {

@@ -120,6 +120,22 @@ TEST(PartTableTest, IsWhatTheDefinitionSays) {
   }
 }
 
+TEST(PartTableTest, WhatItTellsIsTheMeanOfTheDaysLessWhatChanceGives) {
+  for (const Index days : {60, 1001, 3271}) {
+    const ArrayXd x = normal_series(days, 1);
+    const ArrayXd y = correlated(x, 0.7, 2);
+    const PartTable table(days);
+    const ArrayXd of_days = table.information_of_days(parts_of(table, NormalScores(x)),
+                                                      parts_of(table, NormalScores(y)));
+    ASSERT_EQ(of_days.size(), days);
+    const auto freedom = static_cast<double>((table.parts() - 1) * (table.parts() - 1));
+    EXPECT_NEAR(of_days.mean() - freedom / (2.0 * static_cast<double>(days)), told(x, y), 1e-12);
+    // Where both are far above their means there are more days than chance gives.
+    const ArrayXd both = (x > 1.0 && y > 1.0).select(of_days, 0.0);
+    EXPECT_GE(both.minCoeff(), 0.0) << days;
+  }
+}
+
 TEST(PartTableTest, TellsMostOfASmoothDependenceAndNothingOfNone) {
   const ArrayXd x = normal_series(2500, 3);
   EXPECT_NEAR(told(x, normal_series(2500, 4)), 0.0, 0.02);

@@ -221,26 +221,33 @@ TEST(MutualInformationFrom, IsTheEstimateItselfUnlessItIsSurelyLess) {
     const NormalScores scores(x);
     const NormalScores others(y);
     const double information = mutual_information(scores, others);
-    for (const double least : {0.05, 0.25, 0.5, 1.0}) {
-      const std::optional<double> found = mutual_information_from(scores, others, least);
-      if (found) {
-        EXPECT_EQ(*found, information) << "to the last bit";
-      } else {
-        EXPECT_LT(information, least);
-        ++left;
+    // A rough density, and a guess that has nothing to do with it.
+    for (const ArrayXd& guess :
+         {ArrayXd(0.4 * scores.by_day() * others.by_day()), normal_series(x.size(), 99)}) {
+      for (const double least : {0.05, 0.25, 0.5, 1.0}) {
+        const std::optional<double> found = mutual_information_from(scores, others, least, guess);
+        if (found) {
+          EXPECT_EQ(*found, information) << "to the last bit";
+        } else {
+          EXPECT_LT(information, least);
+          ++left;
+        }
       }
+      EXPECT_EQ(mutual_information_from(scores, others, information, guess), information);
     }
-    EXPECT_EQ(mutual_information_from(scores, others, information), information);
   }
-  EXPECT_GT(left, 30);
+  EXPECT_GT(left, 60);
 }
 
 TEST(MutualInformationFrom, LooksAtAllOfAFewDays) {
   const NormalScores x(normal_series(200, 1));
   const NormalScores y(normal_series(200, 2));
-  EXPECT_EQ(mutual_information_from(x, y, 5.0), mutual_information(x, y));
+  const ArrayXd guess = ArrayXd::Zero(200);
+  EXPECT_EQ(mutual_information_from(x, y, 5.0, guess), mutual_information(x, y));
   const NormalScores flat(ArrayXd::Constant(200, 0.5));
-  EXPECT_EQ(mutual_information_from(x, flat, 5.0), 0.0);
+  EXPECT_EQ(mutual_information_from(x, flat, 5.0, guess), 0.0);
+  EXPECT_THROW(static_cast<void>(mutual_information_from(x, y, 5.0, ArrayXd::Zero(199))),
+               std::invalid_argument);
 }
 
 }  // namespace
