@@ -511,6 +511,19 @@ TEST_F(SignalPoolTest, WhatWasMeasuredStandsWhenAnotherMemberLeaves) {
   EXPECT_EQ(other.measure(base_).novelty, 1.0);
 }
 
+TEST_F(SignalPoolTest, TheLastMemberThatLeftAndWasPutBackIsRead) {
+  join(normal_series(kDays, 11));
+  const std::string last = join(base_);
+  SignalPool pool(*store_, pool_);
+  EXPECT_TRUE(pool.refresh());
+  for (const auto& [name, members_then] : {std::pair("elsewhere", 1), std::pair("alpha", 2)}) {
+    execute("UPDATE submissions SET signal_pool_name = '" + std::string(name) +
+            "' WHERE eval_id = '" + last + "'");
+    EXPECT_TRUE(pool.refresh());
+    EXPECT_EQ(members(pool), members_then);
+  }
+}
+
 TEST_F(SignalPoolTest, TakesOverWhatAnotherProcessMeasured) {
   join(base_);
   const std::string last = join(normal_series(kDays, 2));
