@@ -9,6 +9,7 @@
 
 #include "hosts/embedded/backtest/held_positions.hpp"
 #include "hosts/embedded/backtest/return_series.hpp"
+#include "hosts/embedded/vocabulary/widest_vectors.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -167,15 +168,14 @@ BacktestResult result_of(DailySums sums, const BookRules& rules) {
   return result;
 }
 
-}  // namespace
-
-void weigh_tile(const DayTile& tile, Panel& panel) {
+void weigh_days(const DayTile& tile, Panel& panel) {
   // The greatest entry of the day is divided out first: a sum of very large or very small entries
   // would overflow or lose its digits.
   DaySums greatest{};
   DaySums gross{};
   for (Eigen::Index column = 0; column < panel.cols(); ++column) {
     const double* const entries = tile.of_column(panel, column);
+    tile.expect_after(panel, column);
     for (std::size_t day = 0; day < tile.days; ++day) {
       const double size = std::abs(entries[day]);
       const bool is_greater = std::isfinite(entries[day]) && size > greatest[day];
@@ -199,6 +199,12 @@ void weigh_tile(const DayTile& tile, Panel& panel) {
     for (std::size_t day = 0; day < tile.days; ++day)
       entries[day] /= gross[day];
   }
+}
+
+}  // namespace
+
+void weigh_tile(const DayTile& tile, Panel& panel) {
+  in_widest_vectors([&] { weigh_days(tile, panel); });
 }
 
 Panel signal_weights(Panel signal) {
