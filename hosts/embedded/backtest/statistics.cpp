@@ -68,7 +68,7 @@ void add_column(DailySums& sums, const WantedColumn& column, const Capital& capi
     Eigen::Index day = held.first + entry;
     if (column.is_plain(day)) {
       const Eigen::Index end = column.plain_end(day, held.first + held.count);
-      add_plain_days(sums, column, capital, day, entry, end - day);
+      in_widest_vectors([&] { add_plain_days(sums, column, capital, day, entry, end - day); });
       position = {column.wanted(end - 1) * capital.share(end - 1), column.close(end - 1)};
       entry += end - day;
       day = end;
@@ -112,14 +112,11 @@ void check_shapes(const Panel& weights, const Panel& close) {
 }
 
 void check_finite(const Panel& weights, Eigen::Index first_row, Eigen::Index rows) {
-  // No way out of the loop, which is vectorised so.
-  double not_finite = 0.0;
+  bool is_finite = true;
   for (Eigen::Index column = 0; column < weights.cols(); ++column) {
-    const double* const weight = weights.data() + column * weights.rows() + first_row;
-    for (Eigen::Index i = 0; i < rows; ++i)
-      not_finite = std::isfinite(weight[i]) ? not_finite : 1.0;
+    is_finite = is_finite && are_finite(weights.data() + column * weights.rows() + first_row, rows);
   }
-  if (not_finite != 0.0) refuse_weights_that_are_not_finite();
+  if (!is_finite) refuse_weights_that_are_not_finite();
 }
 
 void check_days(HoldingDays held, Eigen::Index price_days) {

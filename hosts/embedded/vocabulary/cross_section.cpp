@@ -75,8 +75,8 @@ Panel cross_scale(const Panel& x) {
                  [sum = gross.data()](const TileEntry& entry, double value, double& /*result*/) {
                    sum[entry.place] += entry.is_member ? std::abs(value) : 0.0;
                  });
-      // A day of zeros is divided by one. An overflow of the sum would turn the whole day into zeros
-      // that look like values.
+      // A day of zeros is divided by one. An overflow of the sum would turn the whole day into
+      // zeros that look like values.
       for (std::size_t day = 0; day < gross.size(); ++day) {
         double& sum = gross.data()[day];
         sum = sum == 0.0 ? 1.0 : finite_or_nan(sum);

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <utility>
 #include <vector>
 
@@ -30,11 +31,10 @@ constexpr std::size_t kLeastForRadix = 20;
 constexpr std::size_t kLeastForLargeTables = 1000;
 
 // The bits of a double, put in the order of the numbers: those of a negative one are turned, and
-// the others come after it.
+// the others come after it. (Of two zeros the negative one comes first.)
 std::uint64_t ordered_bits(double value) {
   std::uint64_t bits = 0;
-  const double without_sign_of_zero = value + 0.0;
-  std::memcpy(&bits, &without_sign_of_zero, sizeof bits);
+  std::memcpy(&bits, &value, sizeof bits);
   constexpr std::uint64_t kSign = std::uint64_t{1} << 63;
   return (bits & kSign) != 0 ? ~bits : bits | kSign;
 }
@@ -170,7 +170,7 @@ void rank_sorted(const double* sorted, std::size_t count, Put put) {
 class DaySort {
  public:
   DaySort(std::size_t columns, std::size_t groups)
-      : columns_(columns), members_(columns + 1), ends_(groups), sort_(columns) {}
+      : columns_(columns), members_(columns), ends_(groups), sort_(columns) {}
 
   // All are one group.
   void rank(double* values) {
@@ -217,7 +217,8 @@ class DaySort {
   MemberSort sort_;
 };
 
-// The days of a tile, each with its entries side by side.
+// The days of a tile, each with its entries side by side. In the panel itself each value of a day,
+// and each rank, lies in a line of memory of its own.
 template <typename Entry>
 class TileRows {
  public:
