@@ -48,6 +48,7 @@ std::vector<std::pair<std::string, Draw>> kinds_of_values() {
 void rank_by_definition(const std::vector<Eigen::Index>& columns, const Panel& x, Eigen::Index day,
                         Panel& ranks) {
   std::vector<std::pair<double, Eigen::Index>> members;
+  members.reserve(columns.size());
   for (const Eigen::Index column : columns)
     members.emplace_back(x(day, column), column);
   std::sort(members.begin(), members.end());
