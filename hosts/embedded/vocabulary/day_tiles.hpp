@@ -30,15 +30,15 @@ struct DayTile {
   Eigen::Index first = 0;
   std::size_t days = 0;  // At most kTileDays.
 
-  template <typename Panel>
-  [[nodiscard]] auto* of_column(Panel& panel, Eigen::Index column) const {
+  template <typename AnyPanel>
+  [[nodiscard]] auto* of_column(AnyPanel& panel, Eigen::Index column) const {
     return panel.data() + column * panel.rows() + first;
   }
 
   // Asks for the days of a column that comes soon after this one. Columns lie further apart than a
   // processor looks ahead by itself, and of many there are more than its cache holds.
-  template <typename Panel>
-  void expect_after(const Panel& panel, Eigen::Index column) const {
+  template <typename AnyPanel>
+  void expect_after(const AnyPanel& panel, Eigen::Index column) const {
     if (column + kColumnsAhead >= panel.cols()) return;
     const auto* const coming = of_column(panel, column + kColumnsAhead);
     __builtin_prefetch(coming);
