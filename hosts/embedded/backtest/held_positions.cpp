@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "hosts/embedded/vocabulary/widest_vectors.hpp"
+
 namespace varnholt::embedded {
 namespace {
 
@@ -30,6 +32,18 @@ void add_carried_days(const WantedColumn& column, Eigen::Index days,
 
 }  // namespace
 
+bool are_finite(const double* values, Eigen::Index count) {
+  // No way out of the loop, which is vectorised so.
+  double not_finite = 0.0;
+  in_widest_vectors([&not_finite, values, count] {
+    double found = 0.0;
+    for (Eigen::Index i = 0; i < count; ++i)
+      found = std::isfinite(values[i]) ? found : 1.0;
+    not_finite = found;
+  });
+  return not_finite == 0.0;
+}
+
 WantedColumn::WantedColumn(const Panel& weights, const Panel& close, const BookRules& rules,
                            Eigen::Index column, Eigen::Index last_day)
     : weights_(weights),
@@ -45,12 +59,7 @@ bool WantedColumn::has_gap() const {
   Eigen::Index first = 0;
   while (first < last_ && !has_close(first))
     ++first;
-  // No way out of the loop, which is vectorised so.
-  const double* const closes = closes_from(0);
-  double missing = 0.0;
-  for (Eigen::Index day = first; day <= last_; ++day)
-    missing = std::isfinite(closes[day]) ? missing : 1.0;
-  return missing != 0.0;
+  return !are_finite(closes_from(first), last_ + 1 - first);
 }
 
 Eigen::Index WantedColumn::plain_end(Eigen::Index day, Eigen::Index end) const {
@@ -76,13 +85,14 @@ Capital::Capital(const Panel& weights, const Panel& close, const BookRules& rule
   Eigen::ArrayXd tradable = Eigen::ArrayXd::Zero(days);
   for (Eigen::Index column = 0; column < close.cols(); ++column) {
     const WantedColumn wanted(weights, close, rules, column, last_day);
-    const double* const weight = wanted.wanted_from(0);
-    const double* const closes = wanted.closes_from(0);
-    for (Eigen::Index day = rules.delay_days; day < days; ++day) {
-      const double size = std::abs(weight[day]);
-      wanted_at_all(day) += size;
-      tradable(day) += std::isfinite(closes[day]) ? size : 0.0;
-    }
+    in_widest_vectors([&, weight = wanted.wanted_from(0), closes = wanted.closes_from(0),
+                       all = wanted_at_all.data(), some = tradable.data()] {
+      for (Eigen::Index day = rules.delay_days; day < days; ++day) {
+        const double size = std::abs(weight[day]);
+        all[day] += size;
+        some[day] += std::isfinite(closes[day]) ? size : 0.0;
+      }
+    });
   }
 
   std::vector<CarriedDay> carried_days;

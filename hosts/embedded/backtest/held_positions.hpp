@@ -84,6 +84,9 @@ inline constexpr double kLargestReturn = 1e6;
 [[nodiscard]] std::optional<double> booked_change(const WantedColumn& column, const Position& held,
                                                   Eigen::Index day, const BookRules& rules);
 
+// Whether all of these numbers are; true for none.
+[[nodiscard]] bool are_finite(const double* values, Eigen::Index count);
+
 // For weights that are none.
 [[noreturn]] void refuse_weights_that_are_not_finite();
 

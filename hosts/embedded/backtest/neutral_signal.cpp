@@ -10,6 +10,7 @@
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
 #include "hosts/embedded/vocabulary/tile_sums.hpp"
+#include "hosts/embedded/vocabulary/widest_vectors.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -20,6 +21,7 @@ DaySums divisors_of_days(const Panel& signal, const DayTile& tile) {
   DaySums greatest{};
   for (Eigen::Index column = 0; column < signal.cols(); ++column) {
     const double* const from = tile.of_column(signal, column);
+    tile.expect_after(signal, column);
     for (std::size_t day = 0; day < tile.days; ++day) {
       const double size = std::abs(from[day]);
       greatest[day] = std::isfinite(size) && size > greatest[day] ? size : greatest[day];
@@ -30,39 +32,56 @@ DaySums divisors_of_days(const Panel& signal, const DayTile& tile) {
   return greatest;
 }
 
-// In the place of the signal. What follows for the days of a tile is done while they are in the
-// cache.
+// What is known of the groups of a tile.
+template <typename Groups>
+struct TileFigures {
+  explicit TileFigures(std::size_t groups)
+      : counts(groups), means(groups), squares(groups), deviations(groups) {}
+
+  typename Groups::Sums counts;
+  typename Groups::Sums means;
+  typename Groups::Sums squares;
+  typename Groups::Sums deviations;
+};
+
+// In the place of the signal.
+template <typename Groups>
+void neutralize_tile(Panel& panel, const DayTile& tile, const Groups& groups,
+                     TileFigures<Groups>& figures) {
+  const DaySums divisors = divisors_of_days(panel, tile);
+  figures.squares.clear();
+  figures.deviations.clear();
+  each_entry(panel, tile, groups, panel,
+             [&divisors](const TileEntry& entry, double value, double& scaled) {
+               const double share = value / divisors[entry.day];
+               scaled = entry.is_member ? share : kUnknown;
+             });
+  find_means(panel, tile, groups, panel, figures.counts, figures.means);
+  each_entry(panel, tile, groups, panel,
+             [mean = figures.means.data(), square = figures.squares.data(),
+              spread = figures.deviations.data()](const TileEntry& entry, double scaled,
+                                                  double& /*result*/) {
+               const double deviation = scaled - mean[entry.place];
+               square[entry.place] += entry.is_member ? scaled * scaled : 0.0;
+               spread[entry.place] += entry.is_member ? deviation * deviation : 0.0;
+             });
+  each_entry(
+      panel, tile, groups, panel,
+      [mean = figures.means.data(), square = figures.squares.data(),
+       spread = figures.deviations.data()](const TileEntry& entry, double scaled, double& result) {
+        const double none = scaled - scaled;  // Not known where that is not.
+        const double deviation = scaled - mean[entry.place];
+        const double rounding = kConstantTolerance * square[entry.place];
+        result = spread[entry.place] <= rounding ? none : deviation;
+      });
+}
+
+// What follows for the days of a tile is done while they are in the cache.
 template <typename Groups>
 void neutralize(Panel& panel, const Groups& groups, TileStep then) {
-  typename Groups::Sums counts(groups.count());
-  typename Groups::Sums means(groups.count());
-  typename Groups::Sums squares(groups.count());
-  typename Groups::Sums deviations(groups.count());
+  TileFigures<Groups> figures(groups.count());
   for (const DayTile& tile : day_tiles(panel)) {
-    const DaySums divisors = divisors_of_days(panel, tile);
-    squares.clear();
-    deviations.clear();
-    each_entry(panel, tile, groups, panel,
-               [&divisors](const TileEntry& entry, double value, double& scaled) {
-                 const double share = value / divisors[entry.day];
-                 scaled = entry.is_member ? share : kUnknown;
-               });
-    find_means(panel, tile, groups, panel, counts, means);
-    each_entry(panel, tile, groups, panel,
-               [mean = means.data(), square = squares.data(), spread = deviations.data()](
-                   const TileEntry& entry, double scaled, double& /*result*/) {
-                 const double deviation = scaled - mean[entry.place];
-                 square[entry.place] += entry.is_member ? scaled * scaled : 0.0;
-                 spread[entry.place] += entry.is_member ? deviation * deviation : 0.0;
-               });
-    each_entry(panel, tile, groups, panel,
-               [mean = means.data(), square = squares.data(), spread = deviations.data()](
-                   const TileEntry& entry, double scaled, double& result) {
-                 const double none = scaled - scaled;  // Not known where that is not.
-                 const double deviation = scaled - mean[entry.place];
-                 const double rounding = kConstantTolerance * square[entry.place];
-                 result = spread[entry.place] <= rounding ? none : deviation;
-               });
+    in_widest_vectors([&] { neutralize_tile(panel, tile, groups, figures); });
     if (then != nullptr) then(tile, panel);
   }
 }

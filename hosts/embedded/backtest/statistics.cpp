@@ -9,6 +9,7 @@
 
 #include "hosts/embedded/backtest/held_positions.hpp"
 #include "hosts/embedded/backtest/return_series.hpp"
+#include "hosts/embedded/vocabulary/widest_vectors.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -67,7 +68,7 @@ void add_column(DailySums& sums, const WantedColumn& column, const Capital& capi
     Eigen::Index day = held.first + entry;
     if (column.is_plain(day)) {
       const Eigen::Index end = column.plain_end(day, held.first + held.count);
-      add_plain_days(sums, column, capital, day, entry, end - day);
+      in_widest_vectors([&] { add_plain_days(sums, column, capital, day, entry, end - day); });
       position = {column.wanted(end - 1) * capital.share(end - 1), column.close(end - 1)};
       entry += end - day;
       day = end;
@@ -111,14 +112,11 @@ void check_shapes(const Panel& weights, const Panel& close) {
 }
 
 void check_finite(const Panel& weights, Eigen::Index first_row, Eigen::Index rows) {
-  // No way out of the loop, which is vectorised so.
-  double not_finite = 0.0;
+  bool is_finite = true;
   for (Eigen::Index column = 0; column < weights.cols(); ++column) {
-    const double* const weight = weights.data() + column * weights.rows() + first_row;
-    for (Eigen::Index i = 0; i < rows; ++i)
-      not_finite = std::isfinite(weight[i]) ? not_finite : 1.0;
+    is_finite = is_finite && are_finite(weights.data() + column * weights.rows() + first_row, rows);
   }
-  if (not_finite != 0.0) refuse_weights_that_are_not_finite();
+  if (!is_finite) refuse_weights_that_are_not_finite();
 }
 
 void check_days(HoldingDays held, Eigen::Index price_days) {
@@ -167,15 +165,14 @@ BacktestResult result_of(DailySums sums, const BookRules& rules) {
   return result;
 }
 
-}  // namespace
-
-void weigh_tile(const DayTile& tile, Panel& panel) {
+void weigh_days(const DayTile& tile, Panel& panel) {
   // The greatest entry of the day is divided out first: a sum of very large or very small entries
   // would overflow or lose its digits.
   DaySums greatest{};
   DaySums gross{};
   for (Eigen::Index column = 0; column < panel.cols(); ++column) {
     const double* const entries = tile.of_column(panel, column);
+    tile.expect_after(panel, column);
     for (std::size_t day = 0; day < tile.days; ++day) {
       const double size = std::abs(entries[day]);
       const bool is_greater = std::isfinite(entries[day]) && size > greatest[day];
@@ -199,6 +196,12 @@ void weigh_tile(const DayTile& tile, Panel& panel) {
     for (std::size_t day = 0; day < tile.days; ++day)
       entries[day] /= gross[day];
   }
+}
+
+}  // namespace
+
+void weigh_tile(const DayTile& tile, Panel& panel) {
+  in_widest_vectors([&] { weigh_days(tile, panel); });
 }
 
 Panel signal_weights(Panel signal) {

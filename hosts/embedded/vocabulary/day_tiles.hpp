@@ -20,6 +20,9 @@ inline constexpr std::size_t kTileDays = 64;
 inline constexpr Eigen::Index kFewestTileDays = 8;
 inline constexpr Eigen::Index kTileCells = 32768;
 
+// How long memory takes to answer, in columns that are worked on meanwhile.
+inline constexpr Eigen::Index kColumnsAhead = 16;
+
 // One number for each day of a tile.
 using DaySums = std::array<double, kTileDays>;
 
@@ -27,11 +30,19 @@ struct DayTile {
   Eigen::Index first = 0;
   std::size_t days = 0;  // At most kTileDays.
 
-  [[nodiscard]] const double* of_column(const Panel& panel, Eigen::Index column) const {
+  template <typename AnyPanel>
+  [[nodiscard]] auto* of_column(AnyPanel& panel, Eigen::Index column) const {
     return panel.data() + column * panel.rows() + first;
   }
-  [[nodiscard]] double* of_column(Panel& panel, Eigen::Index column) const {
-    return panel.data() + column * panel.rows() + first;
+
+  // Asks for the days of a column that comes soon after this one. Columns lie further apart than a
+  // processor looks ahead by itself, and of many there are more than its cache holds.
+  template <typename AnyPanel>
+  void expect_after(const AnyPanel& panel, Eigen::Index column) const {
+    if (column + kColumnsAhead >= panel.cols()) return;
+    const auto* const coming = of_column(panel, column + kColumnsAhead);
+    __builtin_prefetch(coming);
+    __builtin_prefetch(coming + days - 1);
   }
 };
 

@@ -9,6 +9,7 @@
 #include "hosts/embedded/vocabulary/day_tiles.hpp"
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
+#include "hosts/embedded/vocabulary/widest_vectors.hpp"
 
 namespace varnholt::embedded {
 
@@ -77,6 +78,8 @@ template <typename Groups, typename Function>
   for (Eigen::Index column = 0; column < x.cols(); ++column) {
     const double* const from = tile.of_column(x, column);
     double* const to = tile.of_column(result, column);
+    tile.expect_after(x, column);
+    tile.expect_after(result, column);
     for (std::size_t day = 0; day < tile.days; ++day) {
       const int group = groups.of(tile.first + static_cast<Eigen::Index>(day), column);
       const bool is_member = group != kNoGroup && std::isfinite(from[day]);
@@ -111,12 +114,14 @@ Panel demeaned(const Panel& x, const Groups& groups) {
   typename Groups::Sums counts(groups.count());
   typename Groups::Sums means(groups.count());
   for (const DayTile& tile : day_tiles(x)) {
-    find_means(x, tile, groups, result, counts, means);
-    each_entry(x, tile, groups, result,
-               [mean = means.data()](const TileEntry& entry, double value, double& centred) {
-                 const double deviation = finite_or_nan(value - mean[entry.place]);
-                 centred = entry.is_member ? deviation : kUnknown;
-               });
+    in_widest_vectors([&] {
+      find_means(x, tile, groups, result, counts, means);
+      each_entry(x, tile, groups, result,
+                 [mean = means.data()](const TileEntry& entry, double value, double& centred) {
+                   const double deviation = finite_or_nan(value - mean[entry.place]);
+                   centred = entry.is_member ? deviation : kUnknown;
+                 });
+    });
   }
   return result;
 }
@@ -130,27 +135,30 @@ Panel standardized(const Panel& x, const Groups& groups) {
   typename Groups::Sums squares(groups.count());
   typename Groups::Sums deviations(groups.count());
   for (const DayTile& tile : day_tiles(x)) {
-    find_means(x, tile, groups, result, counts, means);
-    squares.clear();
-    deviations.clear();
-    each_entry(x, tile, groups, result,
-               [mean = means.data(), square = squares.data(), spread = deviations.data()](
-                   const TileEntry& entry, double value, double& centred) {
-                 const double deviation = value - mean[entry.place];
-                 centred = entry.is_member ? deviation : kUnknown;
-                 square[entry.place] += entry.is_member ? value * value : 0.0;
-                 spread[entry.place] += entry.is_member ? deviation * deviation : 0.0;
-               });
-    for (std::size_t i = 0; i < deviations.size(); ++i) {
-      double& spread = deviations.data()[i];
-      const double count = counts.data()[i];
-      const bool is_constant = count < 2.0 || spread <= kConstantTolerance * squares.data()[i];
-      spread = is_constant ? kUnknown : std::sqrt(spread / (count - 1.0));
-    }
-    each_entry(result, tile, groups, result,
-               [spread = deviations.data()](const TileEntry& entry, double centred, double& score) {
-                 score = finite_or_nan(centred / spread[entry.place]);
-               });
+    in_widest_vectors([&] {
+      find_means(x, tile, groups, result, counts, means);
+      squares.clear();
+      deviations.clear();
+      each_entry(x, tile, groups, result,
+                 [mean = means.data(), square = squares.data(), spread = deviations.data()](
+                     const TileEntry& entry, double value, double& centred) {
+                   const double deviation = value - mean[entry.place];
+                   centred = entry.is_member ? deviation : kUnknown;
+                   square[entry.place] += entry.is_member ? value * value : 0.0;
+                   spread[entry.place] += entry.is_member ? deviation * deviation : 0.0;
+                 });
+      for (std::size_t i = 0; i < deviations.size(); ++i) {
+        double& spread = deviations.data()[i];
+        const double count = counts.data()[i];
+        const bool is_constant = count < 2.0 || spread <= kConstantTolerance * squares.data()[i];
+        spread = is_constant ? kUnknown : std::sqrt(spread / (count - 1.0));
+      }
+      each_entry(
+          result, tile, groups, result,
+          [spread = deviations.data()](const TileEntry& entry, double centred, double& score) {
+            score = finite_or_nan(centred / spread[entry.place]);
+          });
+    });
   }
   return result;
 }
