@@ -186,9 +186,11 @@ struct Example {
   const Panel& y;
   double number;
 
+  Panel operator()(ElementFunction function) const {
+    const Panel z = x + y;
+    return mapped(function, std::array{&x, &y, &z});
+  }
   Panel operator()(OnePanelFunction function) const { return function(x); }
-  Panel operator()(TwoPanelFunction function) const { return function(x, y); }
-  Panel operator()(ThreePanelFunction function) const { return function(x, y, x + y); }
   Panel operator()(WindowFunction function) const { return function(x, kWindow); }
   Panel operator()(TwoPanelWindowFunction function) const { return function(x, y, kWindow); }
   Panel operator()(NumberFunction function) const { return function(x, number); }
