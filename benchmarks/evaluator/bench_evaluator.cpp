@@ -35,6 +35,7 @@
 #include "hosts/embedded/vocabulary/canonical_form.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "hosts/embedded/vocabulary/formula.hpp"
+#include "hosts/embedded/vocabulary/mapped.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 #include "search_templates/genetic/host/twister_generators.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"

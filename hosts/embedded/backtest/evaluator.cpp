@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "hosts/embedded/backtest/neutral_signal.hpp"
-#include "hosts/embedded/vocabulary/element_functions.hpp"
+#include "hosts/embedded/vocabulary/mapped.hpp"
 
 namespace varnholt::embedded {
 namespace {

@@ -3,11 +3,7 @@
 // an entry is NaN where any argument is.
 #pragma once
 
-#include <array>
 #include <cstddef>
-#include <span>
-
-#include "hosts/embedded/market/market_data.hpp"
 
 namespace varnholt::embedded {
 
@@ -48,14 +44,5 @@ inline constexpr double kNearZero = 1e-12;
 
 // How many panels it takes.
 [[nodiscard]] std::size_t inputs_of(ElementFunction function);
-
-// The panel of a function of so many inputs at least; panels of two shapes are
-// std::invalid_argument.
-[[nodiscard]] Panel mapped(ElementFunction function, std::span<const Panel* const> inputs);
-[[nodiscard]] Panel mapped(ElementFunction function, const Panel& x);
-[[nodiscard]] Panel mapped(ElementFunction function, const Panel& x, const Panel& y);
-
-// The same into a panel of that shape, which may be one of the inputs.
-void map_into(ElementFunction function, std::span<const Panel* const> inputs, Panel& result);
 
 }  // namespace varnholt::embedded

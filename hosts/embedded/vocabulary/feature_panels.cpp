@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "hosts/embedded/system/memory_advice.hpp"
-#include "hosts/embedded/vocabulary/element_functions.hpp"
+#include "hosts/embedded/vocabulary/mapped.hpp"
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
 
 namespace varnholt::embedded {

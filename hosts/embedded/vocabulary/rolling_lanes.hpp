@@ -106,6 +106,7 @@ class RollingLanes {
         all_days_(static_cast<double>(window.days)),
         full_(all_days_),
         chunk_blocks_((kChunkDays + block_days_ - 1) / block_days_),
+        is_fetched_(kInputs > 1 && panels.front()->size() > kFewEntries),
         before_(chunk_blocks_ * block_days_),
         now_(chunk_blocks_ * block_days_),
         results_(chunk_blocks_ * block_days_),
@@ -128,7 +129,10 @@ class RollingLanes {
 
   // Days are read and written so many at a time, or one block where that is longer: a block of two
   // days does not fill a vector.
-  static constexpr std::size_t kChunkDays = 32;
+  static constexpr std::size_t kChunkDays = 16;
+
+  // Two panels that fill the nearer caches are asked for ahead; it is not worth it for one.
+  static constexpr Eigen::Index kFewEntries = 1 << 16;
 
   [[nodiscard]] static LaneMask<Vector> mask_of(const Values& values) {
     LaneMask<Vector> known = are_known(values[0]);
@@ -234,6 +238,8 @@ class RollingLanes {
                                               block < 0 ? kUnknown : 0.0, &(*into)[input], kInputs,
                                               static_cast<std::size_t>(blocks) * block_days_);
       is_whole = is_whole && is_known;
+      if (is_fetched_)
+        fetch_rows(panels_[input]->data(), rows, static_cast<std::size_t>(blocks) * block_days_);
     }
     return is_whole;
   }
@@ -367,6 +373,7 @@ class RollingLanes {
   DayCount<Vector> full_;  // Of a window that is known throughout.
   std::vector<Eigen::Index> first_known_;
   std::size_t chunk_blocks_;
+  bool is_fetched_;
   // Two chunks of each strand, one after the other: their values and the results of the second.
   LaneBuffer<Values> before_;
   LaneBuffer<Values> now_;

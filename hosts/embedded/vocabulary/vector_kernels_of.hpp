@@ -82,7 +82,6 @@ struct KernelsOf {
   }
 
   using Number = Lanes<Vector>;
-  using Elements = LaneElements<Vector>;
   using Inputs = std::array<const double*, kMostElementInputs>;
 
   // The values of kLanes entries from the i-th on.
@@ -124,55 +123,55 @@ struct KernelsOf {
   static void map(ElementFunction function, const Entries& entries) {
     switch (function) {
       case ElementFunction::Add:
-        return map_with<Elements::add>(entries);
+        return map_with<LaneElements<Vector>::add>(entries);
       case ElementFunction::Sub:
-        return map_with<Elements::sub>(entries);
+        return map_with<LaneElements<Vector>::sub>(entries);
       case ElementFunction::Mul:
-        return map_with<Elements::mul>(entries);
+        return map_with<LaneElements<Vector>::mul>(entries);
       case ElementFunction::Div:
-        return map_with<Elements::div>(entries);
+        return map_with<LaneElements<Vector>::div>(entries);
       case ElementFunction::Min:
-        return map_with<Elements::min>(entries);
+        return map_with<LaneElements<Vector>::min>(entries);
       case ElementFunction::Max:
-        return map_with<Elements::max>(entries);
+        return map_with<LaneElements<Vector>::max>(entries);
       case ElementFunction::Neg:
-        return map_with<Elements::neg>(entries);
+        return map_with<LaneElements<Vector>::neg>(entries);
       case ElementFunction::Abs:
-        return map_with<Elements::abs>(entries);
+        return map_with<LaneElements<Vector>::abs>(entries);
       case ElementFunction::Sign:
-        return map_with<Elements::sign>(entries);
+        return map_with<LaneElements<Vector>::sign>(entries);
       case ElementFunction::Log:
-        return map_with<Elements::log>(entries);
+        return map_with<LaneElements<Vector>::log>(entries);
       case ElementFunction::Tanh:
-        return map_with<Elements::tanh>(entries);
+        return map_with<LaneElements<Vector>::tanh>(entries);
       case ElementFunction::Power:
-        return map_with<Elements::power>(entries);
+        return map_with<LaneElements<Vector>::power>(entries);
       case ElementFunction::SignedPower:
-        return map_with<Elements::signed_power>(entries);
+        return map_with<LaneElements<Vector>::signed_power>(entries);
       case ElementFunction::Ln:
-        return map_with<Elements::ln>(entries);
+        return map_with<LaneElements<Vector>::ln>(entries);
       case ElementFunction::If:
-        return map_with<Elements::choice>(entries);
+        return map_with<LaneElements<Vector>::choice>(entries);
       case ElementFunction::Clip:
-        return map_with<Elements::clip>(entries);
+        return map_with<LaneElements<Vector>::clip>(entries);
       case ElementFunction::Greater:
-        return map_with<Elements::greater>(entries);
+        return map_with<LaneElements<Vector>::greater>(entries);
       case ElementFunction::Less:
-        return map_with<Elements::less>(entries);
+        return map_with<LaneElements<Vector>::less>(entries);
       case ElementFunction::GreaterOrEqual:
-        return map_with<Elements::greater_or_equal>(entries);
+        return map_with<LaneElements<Vector>::greater_or_equal>(entries);
       case ElementFunction::LessOrEqual:
-        return map_with<Elements::less_or_equal>(entries);
+        return map_with<LaneElements<Vector>::less_or_equal>(entries);
       case ElementFunction::Equal:
-        return map_with<Elements::equal>(entries);
+        return map_with<LaneElements<Vector>::equal>(entries);
       case ElementFunction::NotEqual:
-        return map_with<Elements::not_equal>(entries);
+        return map_with<LaneElements<Vector>::not_equal>(entries);
       case ElementFunction::And:
-        return map_with<Elements::both>(entries);
+        return map_with<LaneElements<Vector>::both>(entries);
       case ElementFunction::Or:
-        return map_with<Elements::either>(entries);
+        return map_with<LaneElements<Vector>::either>(entries);
       case ElementFunction::Not:
-        return map_with<Elements::negation>(entries);
+        return map_with<LaneElements<Vector>::negation>(entries);
     }
   }
 

@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include "hosts/embedded/vocabulary/formula_words.hpp"
+#include "hosts/embedded/vocabulary/mapped.hpp"
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
 #include "hosts/embedded/vocabulary/vocabulary_chapters.hpp"

@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "hosts/embedded/market/price_file.hpp"
-#include "hosts/embedded/vocabulary/element_functions.hpp"
+#include "hosts/embedded/vocabulary/mapped.hpp"
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 #include "search_templates/genetic/host/twister_generators.hpp"

@@ -11,7 +11,7 @@
 
 #include <gtest/gtest.h>
 
-#include "hosts/embedded/vocabulary/element_functions.hpp"
+#include "hosts/embedded/vocabulary/mapped.hpp"
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
 #include "tests/hosts/embedded/panel_helpers.hpp"

@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "hosts/embedded/vocabulary/element_functions.hpp"
+#include "hosts/embedded/vocabulary/mapped.hpp"
 #include "tests/hosts/embedded/panel_helpers.hpp"
 
 namespace varnholt::embedded::test {
