@@ -35,6 +35,7 @@
 #include "hosts/embedded/vocabulary/canonical_form.hpp"
 #include "hosts/embedded/vocabulary/expression_text.hpp"
 #include "hosts/embedded/vocabulary/formula.hpp"
+#include "hosts/embedded/vocabulary/mapped.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 #include "search_templates/genetic/host/twister_generators.hpp"
 #include "tests/hosts/embedded/synthetic_universe.hpp"
@@ -46,7 +47,7 @@ constexpr int kSeed = 17;
 constexpr double kLeastKnownShare = 0.8;
 constexpr int kTurns = 3;
 constexpr double kShortestNanoseconds = 3e7;  // Of all turns of a function together.
-constexpr std::array<Eigen::Index, 3> kWindows = {5, 20, 120};
+constexpr std::array<Eigen::Index, 5> kWindows = {2, 3, 5, 20, 120};
 // A small universe is one of chosen companies, whose histories are whole; a large one has gaps.
 constexpr Eigen::Index kFewInstruments = 50;
 constexpr std::string_view kSector = "sector";
@@ -142,9 +143,8 @@ struct FunctionCall {
   [[nodiscard]] const Panel& z() const { return *features.find("close"); }
   [[nodiscard]] double number() const { return entry.range.drawn[1]; }
 
+  Panel operator()(ElementFunction f) const { return mapped(f, std::array{&x(), &y(), &z()}); }
   Panel operator()(OnePanelFunction f) const { return f(x()); }
-  Panel operator()(TwoPanelFunction f) const { return f(x(), y()); }
-  Panel operator()(ThreePanelFunction f) const { return f(x(), y(), z()); }
   Panel operator()(WindowFunction f) const { return f(x(), window); }
   Panel operator()(TwoPanelWindowFunction f) const { return f(x(), y(), window); }
   Panel operator()(NumberFunction f) const { return f(x(), number()); }

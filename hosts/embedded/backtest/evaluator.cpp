@@ -7,27 +7,32 @@
 #include <vector>
 
 #include "hosts/embedded/backtest/neutral_signal.hpp"
+#include "hosts/embedded/vocabulary/mapped.hpp"
 
 namespace varnholt::embedded {
 namespace {
 
-using Inputs = std::array<const Panel*, 3>;
+using Inputs = std::array<const Panel*, kMostElementInputs>;
 
-Panel apply(const ExpressionStep& step, const Inputs& inputs, const FeaturePanels& features,
-            double least_known_share) {
+// With the panel of an input that nothing else will read, or with nullptr.
+Panel apply(const ExpressionStep& step, const Inputs& inputs, Panel* last_read,
+            const FeaturePanels& features, double least_known_share) {
   struct Call {
     const ExpressionStep& step;
     const Inputs& inputs;
+    Panel* last_read;
     const FeaturePanels& features;
     double least_known_share;
     [[nodiscard]] Window window() const { return {step.window, least_known_share}; }
     [[nodiscard]] const Panel& input(std::size_t place) const { return *inputs.at(place); }
 
-    Panel operator()(OnePanelFunction function) const { return function(input(0)); }
-    Panel operator()(TwoPanelFunction function) const { return function(input(0), input(1)); }
-    Panel operator()(ThreePanelFunction function) const {
-      return function(input(0), input(1), input(2));
+    // In the place of an input, where there is one to give: the memory is in the cache already.
+    Panel operator()(ElementFunction function) const {
+      if (last_read == nullptr) return mapped(function, inputs);
+      map_into(function, inputs, *last_read);
+      return std::move(*last_read);
     }
+    Panel operator()(OnePanelFunction function) const { return function(input(0)); }
     Panel operator()(WindowFunction function) const { return function(input(0), window()); }
     Panel operator()(TwoPanelWindowFunction function) const {
       return function(input(0), input(1), window());
@@ -40,7 +45,8 @@ Panel apply(const ExpressionStep& step, const Inputs& inputs, const FeaturePanel
       return function(input(0), features.group(*step.group));
     }
   };
-  return std::visit(Call{step, inputs, features, least_known_share}, step.function->function);
+  return std::visit(Call{step, inputs, last_read, features, least_known_share},
+                    step.function->function);
 }
 
 // What is known of an expression before it is computed.
@@ -95,11 +101,15 @@ Panel Evaluator::signal(const Expression& expression) const {
     }
     const std::size_t inputs = step.function->data_children();
     Inputs panels{};
-    for (std::size_t i = 0; i < inputs; ++i)
-      panels.at(i) = &panel_of(step.inputs[i]);
-    results[index] = apply(step, panels, features_, options_.book.least_known_share);
+    Panel* last_read = nullptr;
     for (std::size_t i = 0; i < inputs; ++i) {
-      if (--plan.readers[step.inputs[i]] == 0) results[step.inputs[i]].resize(0, 0);
+      const std::size_t input = step.inputs.at(i);
+      panels.at(i) = &panel_of(input);
+      if (--plan.readers[input] == 0 && plan.known[input] == nullptr) last_read = &results[input];
+    }
+    results[index] = apply(step, panels, last_read, features_, options_.book.least_known_share);
+    for (std::size_t i = 0; i < inputs; ++i) {
+      if (plan.readers[step.inputs.at(i)] == 0) results[step.inputs.at(i)].resize(0, 0);
     }
   }
   if (plan.known.back() != nullptr) return *plan.known.back();

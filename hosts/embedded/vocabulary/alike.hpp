@@ -23,9 +23,4 @@ inline constexpr double kAlikeTolerance = 1e-9;
   return std::abs(a - b) <= kAlikeTolerance * (size_a > size_b ? size_a : size_b);
 }
 
-// Whether a is greater than b by more than rounding.
-[[nodiscard]] inline bool is_clearly_greater(double a, double b) {
-  return a > b && !are_alike(a, b);
-}
-
 }  // namespace varnholt::embedded

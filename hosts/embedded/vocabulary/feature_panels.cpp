@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "hosts/embedded/system/memory_advice.hpp"
+#include "hosts/embedded/vocabulary/mapped.hpp"
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
-#include "hosts/embedded/vocabulary/panel_functions.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -47,9 +47,10 @@ Panel make_feature(const MarketData& data, std::string_view name) {
                            [](double now, double before) { return std::log(now / before); });
   }
   if (name == "range") {
-    return arith_div(arith_sub(data.high.value(), data.low.value()), data.close);
+    return mapped(ElementFunction::Div,
+                  mapped(ElementFunction::Sub, data.high.value(), data.low.value()), data.close);
   }
-  if (name == "dollar_volume") return arith_mul(data.close, data.volume.value());
+  if (name == "dollar_volume") return mapped(ElementFunction::Mul, data.close, data.volume.value());
   throw std::logic_error("the feature \"" + std::string(name) + "\" has no formula");
 }
 

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 #include "hosts/embedded/vocabulary/alike.hpp"
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
@@ -21,7 +22,12 @@ inline constexpr std::size_t kLanes = 8;
 using Pair = double __attribute__((vector_size(2 * sizeof(double))));
 using Quad = double __attribute__((vector_size(4 * sizeof(double))));
 
-// The same where they lie among other numbers. (By memcpy a compiler moves them in halves.)
+// The bits of each number: the sign, 11 of the exponent, 52 of the fraction.
+inline constexpr std::uint64_t kSignBit = 0x8000000000000000U;
+using PairBits = std::uint64_t __attribute__((vector_size(2 * sizeof(double))));
+using QuadBits = std::uint64_t __attribute__((vector_size(4 * sizeof(double))));
+
+// The numbers where they lie among others. (By memcpy a compiler moves them in halves.)
 using PairInMemory [[gnu::aligned(alignof(double)), gnu::may_alias]] = Pair;
 using QuadInMemory [[gnu::aligned(alignof(double)), gnu::may_alias]] = Quad;
 [[gnu::always_inline]] inline void load(const double* values, Pair& vector) {
@@ -36,6 +42,9 @@ using QuadInMemory [[gnu::aligned(alignof(double)), gnu::may_alias]] = Quad;
 [[gnu::always_inline]] inline void store(const Quad& vector, double* values) {
   *reinterpret_cast<QuadInMemory*>(values) = vector;
 }
+
+template <typename Vector>
+using BitsOf = std::conditional_t<std::is_same_v<Vector, Pair>, PairBits, QuadBits>;
 
 template <typename Vector>
 inline constexpr std::size_t kVectorSize = sizeof(Vector) / sizeof(double);
@@ -177,8 +186,10 @@ template <typename Vector>
 }
 
 template <typename Vector>
-[[nodiscard, gnu::always_inline]] inline Lanes<Vector> absolute(const Lanes<Vector>& x) {
-  return choose(x < 0.0, 0.0 - x, x);
+[[nodiscard, gnu::always_inline]] inline Lanes<Vector> absolute(Lanes<Vector> x) {
+  for (Vector& part : x.parts)
+    part = reinterpret_cast<Vector>(reinterpret_cast<BitsOf<Vector>>(part) & ~kSignBit);
+  return x;
 }
 
 // As alike.hpp has it.

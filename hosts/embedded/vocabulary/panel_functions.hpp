@@ -1,4 +1,5 @@
-// The functions that signals are made of: each turns panels into a panel of the same shape.
+// The functions that signals are made of: each turns panels into a panel of the same shape. Those
+// that work entry by entry stand in element_functions.hpp.
 //
 // A panel has one row a day and one column an instrument (see market_data.hpp). These rules hold
 // for every function:
@@ -88,61 +89,6 @@ struct Window {
 
 // Pearson's correlation of two panels, within -1 to 1. NaN where either is constant.
 [[nodiscard]] Panel ts_correlation(const Panel& x, const Panel& y, const Window& window);
-
-// --- Entry by entry. ---------------------------------------------------------------------------
-// NaN where any argument is NaN.
-
-[[nodiscard]] Panel arith_add(const Panel& x, const Panel& y);
-[[nodiscard]] Panel arith_sub(const Panel& x, const Panel& y);
-[[nodiscard]] Panel arith_mul(const Panel& x, const Panel& y);
-
-// x / y, NaN where |y| is below kNearZero.
-[[nodiscard]] Panel arith_div(const Panel& x, const Panel& y);
-
-[[nodiscard]] Panel arith_min(const Panel& x, const Panel& y);
-[[nodiscard]] Panel arith_max(const Panel& x, const Panel& y);
-[[nodiscard]] Panel arith_neg(const Panel& x);
-[[nodiscard]] Panel arith_abs(const Panel& x);
-
-// -1, 0 or 1.
-[[nodiscard]] Panel arith_sign(const Panel& x);
-
-// sign(x) ln(1 + |x|): a logarithm that is defined everywhere, odd, and x itself near zero.
-[[nodiscard]] Panel arith_log(const Panel& x);
-
-[[nodiscard]] Panel arith_tanh(const Panel& x);
-
-// x^y; NaN where that is no real number.
-[[nodiscard]] Panel arith_power(const Panel& x, const Panel& y);
-
-// sign(x) |x|^y.
-[[nodiscard]] Panel arith_signed_power(const Panel& x, const Panel& y);
-
-// The natural logarithm; NaN where x <= 0.
-[[nodiscard]] Panel arith_ln(const Panel& x);
-
-// y where x is not 0, otherwise z. Only x and the one that is taken need to be known.
-[[nodiscard]] Panel arith_if(const Panel& x, const Panel& y, const Panel& z);
-
-// The nearest to x from y to z; NaN where y > z.
-[[nodiscard]] Panel arith_clip(const Panel& x, const Panel& y, const Panel& z);
-
-// 1.0 where the comparison holds and 0.0 where it does not. Values that are alike (alike.hpp) are
-// equal.
-[[nodiscard]] Panel comparison_gt(const Panel& x, const Panel& y);
-[[nodiscard]] Panel comparison_lt(const Panel& x, const Panel& y);
-[[nodiscard]] Panel comparison_ge(const Panel& x, const Panel& y);
-[[nodiscard]] Panel comparison_le(const Panel& x, const Panel& y);
-[[nodiscard]] Panel comparison_eq(const Panel& x, const Panel& y);
-[[nodiscard]] Panel comparison_ne(const Panel& x, const Panel& y);
-
-// Of truth values: 0.0 is false, every other value is true. The result is 1.0 or 0.0.
-[[nodiscard]] Panel logic_and(const Panel& x, const Panel& y);
-[[nodiscard]] Panel logic_or(const Panel& x, const Panel& y);
-[[nodiscard]] Panel logic_not(const Panel& x);
-
-// A divisor nearer to zero than this makes a quotient unknown.
-inline constexpr double kNearZero = 1e-12;
 
 // Values count as constant where the sum of their squared deviations from the mean is at most this
 // share of the sum of their squares: a spread of 1e-12 of their size is rounding, not a spread.

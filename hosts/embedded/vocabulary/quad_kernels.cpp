@@ -12,10 +12,12 @@
 #include <limits>
 #include <new>
 #include <span>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "hosts/embedded/vocabulary/alike.hpp"
+#include "hosts/embedded/vocabulary/element_functions.hpp"
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
 #include "hosts/embedded/vocabulary/strands.hpp"

@@ -105,11 +105,13 @@ class RollingLanes {
         least_known_(static_cast<double>(window.least_known)),
         all_days_(static_cast<double>(window.days)),
         full_(all_days_),
-        before_(block_days_),
-        now_(block_days_),
+        chunk_blocks_((kChunkDays + block_days_ - 1) / block_days_),
+        is_fetched_(kInputs > 1 && panels.front()->size() > kFewEntries),
+        before_(chunk_blocks_ * block_days_),
+        now_(chunk_blocks_ * block_days_),
+        results_(chunk_blocks_ * block_days_),
         suffixes_(block_days_),
-        suffix_known_(block_days_),
-        results_(block_days_) {}
+        suffix_known_(block_days_) {}
 
   void roll(Panel& result) {
     const auto columns = panels_.front()->cols();
@@ -124,6 +126,13 @@ class RollingLanes {
 
  private:
   using State = typename Fold::State;
+
+  // Days are read and written so many at a time, or one block where that is longer: a block of two
+  // days does not fill a vector.
+  static constexpr std::size_t kChunkDays = 16;
+
+  // Two panels that fill the nearer caches are asked for ahead; it is not worth it for one.
+  static constexpr Eigen::Index kFewEntries = 1 << 16;
 
   [[nodiscard]] static LaneMask<Vector> mask_of(const Values& values) {
     LaneMask<Vector> known = are_known(values[0]);
@@ -154,33 +163,61 @@ class RollingLanes {
     Eigen::Index blocks = 0;
     for (const Strand& strand : strands)
       blocks = std::max(blocks, strand.end_block - strand.first_block);
-    bool was_whole = take_block(strands, -1);
-    for (Eigen::Index block = 0; block < blocks; ++block) {
+    const auto chunk = static_cast<Eigen::Index>(chunk_blocks_);
+    bool was_whole = take_blocks(strands, -1, 1, last_block_of(now_));
+    for (Eigen::Index first = 0; first < blocks; first += chunk) {
       std::swap(before_, now_);
-      const bool is_whole = take_block(strands, block);
-      if (was_whole && is_whole) {
-        find_centre_of_whole();
-        fold_whole();
-      } else {
-        find_centre();
-        find_ready_rows(strands, block);
-        fold_with_gaps();
+      const bool is_whole = take_blocks(strands, first, chunk, &now_[0]);
+      block_before_ = last_block_of(before_);
+      block_now_ = &now_[0];
+      block_results_ = &results_[0];
+      for (Eigen::Index block = first; block < std::min(first + chunk, blocks); ++block) {
+        was_whole = fold_block(strands, block, was_whole, is_whole);
+        block_before_ = std::exchange(block_now_, block_now_ + block_days_);
+        block_results_ += block_days_;
       }
-      give_block(strands, block, result);
-      was_whole = is_whole;
+      give_chunk(strands, first, result);
     }
+  }
+
+  // Tells whether all values of the block are known, which is sure where those of its chunk are.
+  bool fold_block(std::span<const Strand> strands, Eigen::Index block, bool is_whole_before,
+                  bool is_whole_chunk) {
+    const bool is_whole = is_whole_chunk || (chunk_blocks_ > 1 && is_block_whole());
+    if (is_whole_before && is_whole) {
+      find_centre_of_whole();
+      fold_whole();
+    } else {
+      find_centre();
+      find_ready_rows(strands, block);
+      fold_with_gaps();
+    }
+    return is_whole;
+  }
+
+  [[nodiscard]] bool is_block_whole() const {
+    LaneMask<Vector> known = mask_of(block_now_[0]);
+    for (std::size_t row = 1; row < block_days_; ++row)
+      known = known & mask_of(block_now_[row]);
+    return known.all();
+  }
+
+  [[nodiscard]] Values* last_block_of(LaneBuffer<Values>& chunk) const {
+    return &chunk[(chunk_blocks_ - 1) * block_days_];
   }
 
   [[nodiscard]] Eigen::Index first_day_of(const Strand& strand, Eigen::Index block) const {
     return (strand.first_block + block) * static_cast<Eigen::Index>(block_days_);
   }
 
-  // Where the lanes have a block in the panels.
-  [[nodiscard]] LaneRows rows_of(std::span<const Strand> strands, Eigen::Index block) const {
+  // Where the lanes have some blocks in the panels, counted from the first of each strand.
+  [[nodiscard]] LaneRows rows_of(std::span<const Strand> strands, Eigen::Index block,
+                                 Eigen::Index blocks) const {
     LaneRows rows;
     for (std::size_t lane = 0; lane < strands.size(); ++lane) {
       const Eigen::Index first = first_day_of(strands[lane], block);
-      const Eigen::Index end = std::min(first + static_cast<Eigen::Index>(block_days_), days_);
+      const Eigen::Index end =
+          std::min(first + blocks * static_cast<Eigen::Index>(block_days_), days_);
       // A strand that is shorter than the others goes on into the next one, to no purpose.
       rows.offsets.at(lane) = strands[lane].column * days_ + first;
       rows.counts.at(lane) =
@@ -189,32 +226,38 @@ class RollingLanes {
     return rows;
   }
 
-  // Reads a block of each strand, counted from its first, into the lanes, and tells whether all of
-  // its values are known. Days before the first one are not; those behind the last have no result,
-  // so a known value stands there.
-  bool take_block(std::span<const Strand> strands, Eigen::Index block) {
-    const LaneRows rows = rows_of(strands, block);
+  // Reads blocks of each strand into lanes, and tells whether all of their values are known. Days
+  // before the first one are not; those behind the last have no result, so a known value stands
+  // there.
+  bool take_blocks(std::span<const Strand> strands, Eigen::Index block, Eigen::Index blocks,
+                   Values* into) {
+    const LaneRows rows = rows_of(strands, block, blocks);
     bool is_whole = true;
     for (std::size_t input = 0; input < kInputs; ++input) {
-      const bool is_known =
-          take_rows<Vector>(panels_[input]->data(), rows, block < 0 ? kUnknown : 0.0,
-                            &now_[0][input], kInputs, block_days_);
+      const bool is_known = take_rows<Vector>(panels_[input]->data(), rows,
+                                              block < 0 ? kUnknown : 0.0, &(*into)[input], kInputs,
+                                              static_cast<std::size_t>(blocks) * block_days_);
       is_whole = is_whole && is_known;
+      if (is_fetched_)
+        fetch_rows(panels_[input]->data(), rows, static_cast<std::size_t>(blocks) * block_days_);
     }
     return is_whole;
   }
 
-  void give_block(std::span<const Strand> strands, Eigen::Index block, Panel& result) {
-    LaneRows rows = rows_of(strands, block);
+  void give_chunk(std::span<const Strand> strands, Eigen::Index block, Panel& result) {
+    LaneRows rows = rows_of(strands, block, static_cast<Eigen::Index>(chunk_blocks_));
     for (std::size_t lane = 0; lane < strands.size(); ++lane) {
       const Strand& strand = strands[lane];
-      if (strand.first_block + block >= strand.end_block) rows.counts.at(lane) = 0;
+      const Eigen::Index left =
+          std::max<Eigen::Index>(0, strand.end_block - strand.first_block - block);
+      rows.counts.at(lane) =
+          std::min(rows.counts.at(lane), static_cast<std::size_t>(left) * block_days_);
     }
-    give_rows<Vector>(&results_[0], rows, result.data(), block_days_);
+    give_rows<Vector>(&results_[0], rows, result.data(), chunk_blocks_ * block_days_);
   }
 
   void find_centre_of_whole() {
-    if constexpr (Fold::kIsCentred) centre_ = now_[0];
+    if constexpr (Fold::kIsCentred) centre_ = block_now_[0];
   }
 
   void find_centre() {
@@ -222,9 +265,9 @@ class RollingLanes {
       for (Number& number : centre_)
         number = 0.0;
       for (std::size_t row = block_days_; row-- > 0;) {
-        const LaneMask<Vector> known = mask_of(now_[row]);
+        const LaneMask<Vector> known = mask_of(block_now_[row]);
         for (std::size_t input = 0; input < kInputs; ++input)
-          centre_[input] = choose(known, now_[row][input], centre_[input]);
+          centre_[input] = choose(known, block_now_[row][input], centre_[input]);
       }
     }
   }
@@ -257,54 +300,55 @@ class RollingLanes {
   [[gnu::flatten]] void fold_whole() {
     const AllKnown<Vector> known;
     const std::size_t last = block_days_ - 1;
-    State suffix = fold_.lift(centred(before_[last]), known, row_before(last));
+    State suffix = fold_.lift(centred(block_before_[last]), known, row_before(last));
     suffixes_[last] = suffix;
     for (std::size_t row = last; row-- > 1;) {
-      suffix = fold_.merge(fold_.lift(centred(before_[row]), known, row_before(row)), suffix);
+      suffix = fold_.merge(fold_.lift(centred(block_before_[row]), known, row_before(row)), suffix);
       suffixes_[row] = suffix;
     }
-    Values today = centred(now_[0]);
+    Values today = centred(block_now_[0]);
     State prefix = fold_.lift(today, known, 0.0);
     for (std::size_t row = 0; row < last; ++row) {
       const auto place = static_cast<double>(row);
       const State window = fold_.merge(suffixes_[row + 1], prefix);
-      results_[row] = finite_or_nan(fold_.result(window, {full_, today, centre_, place}));
-      today = centred(now_[row + 1]);
+      block_results_[row] = finite_or_nan(fold_.result(window, {full_, today, centre_, place}));
+      today = centred(block_now_[row + 1]);
       prefix = fold_.merge(prefix, fold_.lift(today, known, place + 1.0));
     }
     const auto place = static_cast<double>(last);
-    results_[last] = finite_or_nan(fold_.result(prefix, {full_, today, centre_, place}));
+    block_results_[last] = finite_or_nan(fold_.result(prefix, {full_, today, centre_, place}));
   }
 
   // Likewise where some are not known.
   [[gnu::flatten]] void fold_with_gaps() {
     const std::size_t last = block_days_ - 1;
-    SomeKnown<Vector> known{mask_of(before_[last])};
-    State suffix = fold_.lift(centred(before_[last]), known, row_before(last));
+    SomeKnown<Vector> known{mask_of(block_before_[last])};
+    State suffix = fold_.lift(centred(block_before_[last]), known, row_before(last));
     Number count = known.one();
     suffixes_[last] = suffix;
     suffix_known_[last] = count;
     for (std::size_t row = last; row-- > 1;) {
-      known.mask = mask_of(before_[row]);
-      suffix = fold_.merge(fold_.lift(centred(before_[row]), known, row_before(row)), suffix);
+      known.mask = mask_of(block_before_[row]);
+      suffix = fold_.merge(fold_.lift(centred(block_before_[row]), known, row_before(row)), suffix);
       count = count + known.one();
       suffixes_[row] = suffix;
       suffix_known_[row] = count;
     }
-    known.mask = mask_of(now_[0]);
-    Values today = centred(now_[0]);
+    known.mask = mask_of(block_now_[0]);
+    Values today = centred(block_now_[0]);
     State prefix = fold_.lift(today, known, 0.0);
     count = known.one();
     for (std::size_t row = 0; row < last; ++row) {
       const auto place = static_cast<double>(row);
       const State window = fold_.merge(suffixes_[row + 1], prefix);
-      results_[row] = result_with_gaps(window, known, suffix_known_[row + 1] + count, today, place);
-      known.mask = mask_of(now_[row + 1]);
-      today = centred(now_[row + 1]);
+      block_results_[row] =
+          result_with_gaps(window, known, suffix_known_[row + 1] + count, today, place);
+      known.mask = mask_of(block_now_[row + 1]);
+      today = centred(block_now_[row + 1]);
       prefix = fold_.merge(prefix, fold_.lift(today, known, place + 1.0));
       count = count + known.one();
     }
-    results_[last] = result_with_gaps(prefix, known, count, today, static_cast<double>(last));
+    block_results_[last] = result_with_gaps(prefix, known, count, today, static_cast<double>(last));
   }
 
   [[nodiscard]] Number result_with_gaps(const State& window, const SomeKnown<Vector>& known,
@@ -328,13 +372,19 @@ class RollingLanes {
   Number all_days_;
   DayCount<Vector> full_;  // Of a window that is known throughout.
   std::vector<Eigen::Index> first_known_;
-  // Two blocks of each strand, one after the other: their values, the suffixes of the first with
-  // what is known of them, and the results of the second.
+  std::size_t chunk_blocks_;
+  bool is_fetched_;
+  // Two chunks of each strand, one after the other: their values and the results of the second.
   LaneBuffer<Values> before_;
   LaneBuffer<Values> now_;
+  LaneBuffer<Number> results_;
+  // The suffixes of the block before, with what is known of them.
   LaneBuffer<State> suffixes_;
   LaneBuffer<Number> suffix_known_;
-  LaneBuffer<Number> results_;
+  // The block that is being folded, and the one before it.
+  const Values* block_before_ = nullptr;
+  const Values* block_now_ = nullptr;
+  Number* block_results_ = nullptr;
   Values centre_{};
   Number ready_{};
 };

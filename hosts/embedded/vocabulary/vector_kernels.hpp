@@ -9,6 +9,7 @@
 #include <array>
 #include <cstddef>
 
+#include "hosts/embedded/vocabulary/element_functions.hpp"
 #include "hosts/embedded/vocabulary/lane_vector.hpp"
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
 
@@ -55,7 +56,16 @@ struct DaysOfFew {
   std::size_t columns;  // At most kMostOfFew.
 };
 
+// What a function that works entry by entry reads, and where it writes: that may be where one of
+// its inputs lies.
+struct Entries {
+  std::array<const double*, kMostElementInputs> inputs;  // nullptr where it takes fewer.
+  double* results;
+  std::size_t count;
+};
+
 struct VectorKernels {
+  void (*map)(ElementFunction function, const Entries& entries);
   // Fills a panel of the shape of the others; the window is not longer than they are.
   void (*roll)(const RollingTask& task, Panel& result);
   // For kLanes days from `today` on: how many of the `earlier` days before each have a lesser

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "hosts/embedded/market/market_data.hpp"
+#include "hosts/embedded/vocabulary/element_functions.hpp"
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
 #include "hosts/embedded/vocabulary/units.hpp"
 #include "search_templates/genetic/value/value.hpp"
@@ -44,17 +45,15 @@ struct FeatureEntry {
 };
 
 using OnePanelFunction = Panel (*)(const Panel&);
-using TwoPanelFunction = Panel (*)(const Panel&, const Panel&);
 using WindowFunction = Panel (*)(const Panel&, const Window&);
 using TwoPanelWindowFunction = Panel (*)(const Panel&, const Panel&, const Window&);
-using ThreePanelFunction = Panel (*)(const Panel&, const Panel&, const Panel&);
 using NumberFunction = Panel (*)(const Panel&, double);
 using NumberWindowFunction = Panel (*)(const Panel&, double, const Window&);
 using GroupFunction = Panel (*)(const Panel&, const GroupPanel&);
 
 using PanelFunction =
-    std::variant<OnePanelFunction, TwoPanelFunction, WindowFunction, TwoPanelWindowFunction,
-                 ThreePanelFunction, NumberFunction, NumberWindowFunction, GroupFunction>;
+    std::variant<ElementFunction, OnePanelFunction, WindowFunction, TwoPanelWindowFunction,
+                 NumberFunction, NumberWindowFunction, GroupFunction>;
 
 // What an argument of a function is: a panel, or a node that settles how the function works.
 enum class ArgumentKind { Data, Group, Number, Days };

@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include "hosts/embedded/vocabulary/formula_words.hpp"
+#include "hosts/embedded/vocabulary/mapped.hpp"
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
 #include "hosts/embedded/vocabulary/vocabulary_chapters.hpp"
@@ -186,9 +187,11 @@ struct Example {
   const Panel& y;
   double number;
 
+  Panel operator()(ElementFunction function) const {
+    const Panel z = x + y;
+    return mapped(function, std::array{&x, &y, &z});
+  }
   Panel operator()(OnePanelFunction function) const { return function(x); }
-  Panel operator()(TwoPanelFunction function) const { return function(x, y); }
-  Panel operator()(ThreePanelFunction function) const { return function(x, y, x + y); }
   Panel operator()(WindowFunction function) const { return function(x, kWindow); }
   Panel operator()(TwoPanelWindowFunction function) const { return function(x, y, kWindow); }
   Panel operator()(NumberFunction function) const { return function(x, number); }

@@ -2,11 +2,13 @@
 // Method: small prices with everything computed by hand, and the panel functions called directly.
 #include "hosts/embedded/backtest/evaluator.hpp"
 
+#include <array>
 #include <random>
 
 #include <gtest/gtest.h>
 
 #include "hosts/embedded/market/price_file.hpp"
+#include "hosts/embedded/vocabulary/mapped.hpp"
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
 #include "hosts/embedded/vocabulary/random_graphs.hpp"
 #include "search_templates/genetic/host/twister_generators.hpp"
@@ -17,6 +19,8 @@
 
 namespace varnholt::embedded::test {
 namespace {
+
+using enum ElementFunction;
 
 Evaluator two_instruments(double cost_basis_points) {
   return Evaluator(read_price_text("date,A,B\n"
@@ -103,21 +107,47 @@ TEST(Evaluator, AppliesFunctionsToTheirInputsInOrder) {
     return evaluator.signal(compile_expression(graph, evaluator.vocabulary()));
   };
   EXPECT_TRUE(begins_with(signal(rotation("arith_sub", {feature("close"), feature("volume")})),
-                          arith_sub(close, volume)));
+                          mapped(Sub, close, volume)));
   EXPECT_TRUE(begins_with(
       signal(rotation("cross_rank", {rotation("ts_delta", {feature("close"), window("5")})})),
       cross_rank(ts_delta(close, 5))));
   EXPECT_TRUE(begins_with(
       signal(rotation("ts_covariance", {feature("volume"),
                                         rotation("arith_log", {feature("close")}), window("20")})),
-      ts_covariance(volume, arith_log(close), 20)));
+      ts_covariance(volume, mapped(Log, close), 20)));
   // A step that two others read, once on either side.
   const genetic::Value mean = rotation("ts_mean", {feature("close"), window("10")});
   EXPECT_TRUE(
       begins_with(signal(rotation("arith_div", {rotation("arith_sub", {feature("close"), mean}),
                                                 rotation("arith_add", {mean, mean})})),
-                  arith_div(arith_sub(close, ts_mean(close, 10)),
-                            arith_add(ts_mean(close, 10), ts_mean(close, 10)))));
+                  mapped(Div, mapped(Sub, close, ts_mean(close, 10)),
+                         mapped(Add, ts_mean(close, 10), ts_mean(close, 10)))));
+}
+
+// A function that works entry by entry is written over what it is the last to read, and over
+// nothing else.
+TEST(Evaluator, WritesOverNoPanelThatIsReadAgain) {
+  const MarketData data = make_synthetic_universe({.instruments = 8, .days = 150, .seed = 3});
+  const Evaluator evaluator(data);
+  const auto signal = [&evaluator](const genetic::Value& graph) {
+    return evaluator.signal(compile_expression(graph, evaluator.vocabulary()));
+  };
+  const genetic::Value mean = rotation("ts_mean", {feature("close"), window("10")});
+  const genetic::Value size =
+      rotation("arith_abs", {rotation("arith_sub", {feature("close"), mean})});
+  const Panel mean_panel = ts_mean(data.close, 10);
+  const Panel size_panel = mapped(Abs, mapped(Sub, data.close, mean_panel));
+  const Panel negative = -size_panel;
+  EXPECT_TRUE(begins_with(signal(rotation("arith_div", {size, mean})),
+                          mapped(Div, size_panel, mean_panel)));
+  EXPECT_TRUE(begins_with(signal(rotation("arith_sub", {mean, rotation("arith_neg", {mean})})),
+                          mapped(Add, mean_panel, mean_panel)));
+  EXPECT_TRUE(
+      begins_with(signal(rotation("arith_if", {rotation("arith_sign", {size}),
+                                               rotation("arith_neg", {size}), feature("close")})),
+                  mapped(If, std::array{&size_panel, &negative, &data.close})));
+  EXPECT_TRUE(begins_with(signal(rotation("arith_neg", {feature("close")})), -data.close));
+  EXPECT_TRUE(begins_with(evaluator.close(), data.close));
 }
 
 TEST(Evaluator, OneGraphLeavesNoTraceForTheNext) {

@@ -11,12 +11,15 @@
 
 #include <gtest/gtest.h>
 
+#include "hosts/embedded/vocabulary/mapped.hpp"
 #include "hosts/embedded/vocabulary/panel_functions.hpp"
 #include "hosts/embedded/vocabulary/vocabulary.hpp"
 #include "tests/hosts/embedded/panel_helpers.hpp"
 
 namespace varnholt::embedded::test {
 namespace {
+
+using enum ElementFunction;
 
 using Values = std::vector<double>;
 
@@ -439,9 +442,11 @@ Panel call(const FunctionEntry& entry, const Panel& x, const Panel& y, const Win
     const Panel& x;
     const Panel& y;
     const Window& window;
+    Panel operator()(ElementFunction f) const {
+      const Panel z = third_panel(x, y);
+      return mapped(f, std::array{&x, &y, &z});
+    }
     Panel operator()(OnePanelFunction f) const { return f(x); }
-    Panel operator()(TwoPanelFunction f) const { return f(x, y); }
-    Panel operator()(ThreePanelFunction f) const { return f(x, y, third_panel(x, y)); }
     Panel operator()(WindowFunction f) const { return f(x, window); }
     Panel operator()(TwoPanelWindowFunction f) const { return f(x, y, window); }
     Panel operator()(NumberFunction f) const { return f(x, kNumber); }
@@ -551,7 +556,8 @@ TEST(PanelFunctionsProperty, TwoWaysOfAddingGiveTheSameRanks) {
   EXPECT_TRUE(begins_with(cross_rank(zscore), cross_rank(otherwise)));
   EXPECT_TRUE(begins_with(ts_rank(zscore, 10), ts_rank(otherwise, 10)));
   const Panel mean = Panel::Constant(x.rows(), x.cols(), std::sqrt(0.5));
-  EXPECT_TRUE(begins_with(comparison_ge(zscore, mean), comparison_ge(otherwise, mean)));
+  EXPECT_TRUE(
+      begins_with(mapped(GreaterOrEqual, zscore, mean), mapped(GreaterOrEqual, otherwise, mean)));
 }
 
 TEST(PanelFunctionsProperty, NoEntryDependsOnALaterDay) {

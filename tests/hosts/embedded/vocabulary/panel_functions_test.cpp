@@ -9,10 +9,13 @@
 
 #include <gtest/gtest.h>
 
+#include "hosts/embedded/vocabulary/mapped.hpp"
 #include "tests/hosts/embedded/panel_helpers.hpp"
 
 namespace varnholt::embedded::test {
 namespace {
+
+using enum ElementFunction;
 
 constexpr double kExact = 0.0;
 constexpr double kClose = 1e-14;
@@ -165,14 +168,14 @@ TEST(TimeSeries, CovarianceAndCorrelation) {
   EXPECT_TRUE(panels_are_near(ts_correlation(x, y, 3),
                               series({kNan, kNan, 5.0 / std::sqrt(28.0), kNan, kNan, kNan, kNan}),
                               kClose));
-  EXPECT_TRUE(panels_are_near(ts_correlation(y, arith_neg(y), 3),
+  EXPECT_TRUE(panels_are_near(ts_correlation(y, mapped(Neg, y), 3),
                               series({kNan, kNan, -1, -1, -1, -1, -1}), kClose));
 }
 
 TEST(TimeSeries, CorrelationStaysWithinOne) {
   std::mt19937_64 engine(3);
   const Panel x = random_panel(engine, 400, 10, 0.0);
-  const Panel correlation = ts_correlation(x, arith_mul(x, Panel::Constant(400, 10, 0.1)), 7);
+  const Panel correlation = ts_correlation(x, mapped(Mul, x, Panel::Constant(400, 10, 0.1)), 7);
   for (Eigen::Index i = 0; i < correlation.size(); ++i) {
     EXPECT_FALSE(correlation.data()[i] > 1.0) << i;
   }
@@ -199,57 +202,89 @@ TEST(TimeSeries, ASmallSpreadOnALargeLevelIsSeen) {
 TEST(Arithmetic, WorksEntryByEntry) {
   const Panel x = series({6, -2, 0, kNan, 1});
   const Panel y = series({3, 4, -5, 1, kNan});
-  EXPECT_TRUE(panels_are_near(arith_add(x, y), series({9, 2, -5, kNan, kNan}), kExact));
-  EXPECT_TRUE(panels_are_near(arith_sub(x, y), series({3, -6, 5, kNan, kNan}), kExact));
-  EXPECT_TRUE(panels_are_near(arith_mul(x, y), series({18, -8, 0, kNan, kNan}), kExact));
-  EXPECT_TRUE(panels_are_near(arith_div(x, y), series({2, -0.5, 0, kNan, kNan}), kExact));
-  EXPECT_TRUE(panels_are_near(arith_min(x, y), series({3, -2, -5, kNan, kNan}), kExact));
-  EXPECT_TRUE(panels_are_near(arith_max(x, y), series({6, 4, 0, kNan, kNan}), kExact));
-  EXPECT_TRUE(panels_are_near(comparison_gt(x, y), series({1, 0, 1, kNan, kNan}), kExact));
-  EXPECT_TRUE(panels_are_near(comparison_lt(x, y), series({0, 1, 0, kNan, kNan}), kExact));
-  EXPECT_TRUE(panels_are_near(comparison_gt(x, x), series({0, 0, 0, kNan, 0}), kExact));
-  EXPECT_TRUE(panels_are_near(comparison_lt(x, x), series({0, 0, 0, kNan, 0}), kExact));
-  EXPECT_TRUE(panels_are_near(arith_neg(x), series({-6, 2, 0, kNan, -1}), kExact));
-  EXPECT_TRUE(panels_are_near(arith_abs(x), series({6, 2, 0, kNan, 1}), kExact));
-  EXPECT_TRUE(panels_are_near(arith_sign(x), series({1, -1, 0, kNan, 1}), kExact));
+  EXPECT_TRUE(panels_are_near(mapped(Add, x, y), series({9, 2, -5, kNan, kNan}), kExact));
+  EXPECT_TRUE(panels_are_near(mapped(Sub, x, y), series({3, -6, 5, kNan, kNan}), kExact));
+  EXPECT_TRUE(panels_are_near(mapped(Mul, x, y), series({18, -8, 0, kNan, kNan}), kExact));
+  EXPECT_TRUE(panels_are_near(mapped(Div, x, y), series({2, -0.5, 0, kNan, kNan}), kExact));
+  EXPECT_TRUE(panels_are_near(mapped(Min, x, y), series({3, -2, -5, kNan, kNan}), kExact));
+  EXPECT_TRUE(panels_are_near(mapped(Max, x, y), series({6, 4, 0, kNan, kNan}), kExact));
+  EXPECT_TRUE(panels_are_near(mapped(Greater, x, y), series({1, 0, 1, kNan, kNan}), kExact));
+  EXPECT_TRUE(panels_are_near(mapped(Less, x, y), series({0, 1, 0, kNan, kNan}), kExact));
+  EXPECT_TRUE(panels_are_near(mapped(Greater, x, x), series({0, 0, 0, kNan, 0}), kExact));
+  EXPECT_TRUE(panels_are_near(mapped(Less, x, x), series({0, 0, 0, kNan, 0}), kExact));
+  EXPECT_TRUE(panels_are_near(mapped(Neg, x), series({-6, 2, 0, kNan, -1}), kExact));
+  EXPECT_TRUE(panels_are_near(mapped(Abs, x), series({6, 2, 0, kNan, 1}), kExact));
+  EXPECT_TRUE(panels_are_near(mapped(Sign, x), series({1, -1, 0, kNan, 1}), kExact));
   EXPECT_TRUE(panels_are_near(
-      arith_log(x), series({std::log(7.0), -std::log(3.0), 0, kNan, std::log(2.0)}), kClose));
+      mapped(Log, x), series({std::log(7.0), -std::log(3.0), 0, kNan, std::log(2.0)}), kClose));
   EXPECT_TRUE(panels_are_near(
-      arith_tanh(x), series({std::tanh(6.0), -std::tanh(2.0), 0, kNan, std::tanh(1.0)}), kClose));
+      mapped(Tanh, x), series({std::tanh(6.0), -std::tanh(2.0), 0, kNan, std::tanh(1.0)}), kClose));
 }
 
-TEST(Arithmetic, TanhIsRightToTheLastDigits) {
+// Numbers of both signs whose sizes go from the smallest to the largest of a range, evenly by their
+// logarithms.
+Panel numbers_of_all_sizes(double least_log, double greatest_log) {
   constexpr int kCount = 200'000;
   Panel x(kCount, 1);
-  // From the smallest numbers to beyond where it is 1, of both signs.
-  for (int i = 0; i < kCount; ++i)
-    x(i, 0) = (i % 2 == 0 ? 1.0 : -1.0) * std::exp(-60.0 + 64.0 * i / kCount);
-  const Panel result = arith_tanh(x);
-  double worst = 0.0;
   for (int i = 0; i < kCount; ++i) {
-    const double expected = std::tanh(x(i, 0));
-    const double digit = std::nextafter(std::abs(expected), 2.0) - std::abs(expected);
-    worst = std::max(worst, std::abs(result(i, 0) - expected) / digit);
+    const double log = least_log + (greatest_log - least_log) * i / (kCount - 1);
+    x(i, 0) = (i % 2 == 0 ? 1.0 : -1.0) * std::exp(log);
   }
-  EXPECT_LE(worst, 3.0);
-  const double least = std::numeric_limits<double>::denorm_min();
-  const double infinite = std::numeric_limits<double>::infinity();
-  EXPECT_TRUE(panels_are_near(arith_tanh(series({0, least, -least, 1e300, infinite, -infinite})),
-                              series({0, least, -least, 1, 1, -1}), kExact));
+  return x;
+}
+
+// By how many units of the last digit the furthest entry is off.
+double furthest_off(const Panel& result, const Panel& x, long double (*exact)(long double)) {
+  double worst = 0.0;
+  for (Eigen::Index i = 0; i < x.size(); ++i) {
+    const long double expected = exact(static_cast<long double>(x(i, 0)));
+    const double size = std::abs(static_cast<double>(expected));
+    const double digit = std::nextafter(size, 1e300) - size;
+    const double off =
+        static_cast<double>(std::abs(static_cast<long double>(result(i, 0)) - expected));
+    worst = std::isnan(off) ? off : std::max(worst, off / digit);
+    if (std::isnan(worst)) break;
+  }
+  return worst;
+}
+
+constexpr double kLeast = std::numeric_limits<double>::denorm_min();
+constexpr double kInfinite = std::numeric_limits<double>::infinity();
+
+TEST(Arithmetic, TanhIsRightToTheLastDigits) {
+  const Panel x = numbers_of_all_sizes(-60.0, 4.0);  // To beyond where it is 1.
+  EXPECT_LE(furthest_off(mapped(Tanh, x), x, [](long double a) { return std::tanh(a); }), 3.0);
+  EXPECT_TRUE(
+      begins_with(mapped(Tanh, series({0, -0.0, kLeast, -kLeast, 1e300, kInfinite, -kInfinite})),
+                  series({0, -0.0, kLeast, -kLeast, 1, 1, -1})));
+}
+
+TEST(Arithmetic, LogarithmsAreRightToTheLastDigits) {
+  const auto log = [](long double a) { return std::copysign(std::log1p(std::abs(a)), a); };
+  for (const Panel& x : {numbers_of_all_sizes(-60.0, 5.0), numbers_of_all_sizes(-700.0, 700.0)}) {
+    EXPECT_LE(furthest_off(mapped(Log, x), x, log), 2.0);
+    const Panel size = x.abs();
+    EXPECT_LE(furthest_off(mapped(Ln, size), size, [](long double a) { return std::log(a); }), 2.0);
+  }
+  EXPECT_TRUE(begins_with(mapped(Log, series({0, -0.0, kLeast, -kLeast, kInfinite, -kInfinite})),
+                          series({0, -0.0, kLeast, -kLeast, kNan, kNan})));
+  EXPECT_TRUE(panels_are_near(
+      mapped(Ln, series({0, -0.0, -1, 1, kLeast, 1e-310, kInfinite, kNan})),
+      series({kNan, kNan, kNan, 0, std::log(kLeast), std::log(1e-310), kNan, kNan}), 1e-15));
 }
 
 TEST(Arithmetic, DivisionByNextToNothingIsUnknown) {
   EXPECT_TRUE(panels_are_near(
-      arith_div(series({1, 1, 1, 1, 0}), series({0, 0.9e-12, -0.9e-12, 1e-12, -0.0})),
+      mapped(Div, series({1, 1, 1, 1, 0}), series({0, 0.9e-12, -0.9e-12, 1e-12, -0.0})),
       series({kNan, kNan, kNan, 1e12, kNan}), 1e-9));
 }
 
 TEST(Arithmetic, WhatIsNotFiniteIsUnknown) {
   const Panel huge = series({1e308, -1e308});
   const Panel unknown = series({kNan, kNan});
-  EXPECT_TRUE(panels_are_near(arith_mul(huge, huge), unknown, kExact));
-  EXPECT_TRUE(panels_are_near(arith_add(huge, huge), unknown, kExact));
-  EXPECT_TRUE(panels_are_near(arith_div(huge, series({1e-10, 1e-10})), unknown, kExact));
+  EXPECT_TRUE(panels_are_near(mapped(Mul, huge, huge), unknown, kExact));
+  EXPECT_TRUE(panels_are_near(mapped(Add, huge, huge), unknown, kExact));
+  EXPECT_TRUE(panels_are_near(mapped(Div, huge, series({1e-10, 1e-10})), unknown, kExact));
   EXPECT_TRUE(panels_are_near(ts_sum(series({1e308, 1e308}), 2), unknown, kExact));
   EXPECT_TRUE(panels_are_near(ts_delta(series({-1e308, 1e308}), 1), unknown, kExact));
   EXPECT_TRUE(panels_are_near(ts_zscore(series({-1e308, 1e308}), 2), unknown, kExact));
@@ -258,7 +293,7 @@ TEST(Arithmetic, WhatIsNotFiniteIsUnknown) {
 TEST(PanelFunctions, RefuseTwoShapesAndEmptyWindows) {
   const Panel x = series({1, 2});
   const Panel y = series({1, 2, 3});
-  EXPECT_THROW((void)arith_add(x, y), std::invalid_argument);
+  EXPECT_THROW((void)mapped(Add, x, y), std::invalid_argument);
   EXPECT_THROW((void)ts_covariance(x, y, 2), std::invalid_argument);
   EXPECT_THROW((void)ts_mean(x, 0), std::invalid_argument);
   EXPECT_THROW((void)ts_rank(x, 0), std::invalid_argument);

@@ -78,25 +78,31 @@ TEST(RollingLanes, FoldsEveryWindowInTheOrderOfItsDays) {
 
 TEST(RollingLanes, AColumnHasTheBitsThatItHasAlone) {
   std::mt19937_64 engine(3);
-  for (const Eigen::Index columns : {3, 8, 70}) {
-    const Panel x = random_panel(engine, 230, columns, 0.01);
-    const Panel together = spread(x, Window(12, 0.6));
-    for (Eigen::Index column = 0; column < columns; ++column) {
-      SCOPED_TRACE("column " + std::to_string(column) + " of " + std::to_string(columns));
-      EXPECT_TRUE(begins_with(together.col(column), spread(x.col(column), Window(12, 0.6))));
+  for (const Eigen::Index days : {2, 3, 12}) {
+    for (const Eigen::Index columns : {3, 8, 70}) {
+      const Panel x = random_panel(engine, 230, columns, 0.01);
+      const Panel together = spread(x, Window(days, 0.6));
+      for (Eigen::Index column = 0; column < columns; ++column) {
+        SCOPED_TRACE("column " + std::to_string(column) + " of " + std::to_string(columns) +
+                     ", window " + std::to_string(days));
+        EXPECT_TRUE(begins_with(together.col(column), spread(x.col(column), Window(days, 0.6))));
+      }
     }
   }
 }
 
 TEST(RollingLanes, AGapBesideChangesNoBit) {
   std::mt19937_64 engine(4);
-  const Panel x = random_panel(engine, 200, 8, 0.0);
-  Panel with_gaps = x;
-  for (Eigen::Index day = 0; day < x.rows(); day += 9)
-    with_gaps(day, 7) = kNan;
-  const Panel whole = spread(x, Window(10, 0.5));
-  const Panel beside = spread(with_gaps, Window(10, 0.5));
-  EXPECT_TRUE(begins_with(whole.leftCols(7), beside.leftCols(7)));
+  for (const Eigen::Index days : {2, 3, 10}) {
+    SCOPED_TRACE("window " + std::to_string(days));
+    const Panel x = random_panel(engine, 200, 8, 0.0);
+    Panel with_gaps = x;
+    for (Eigen::Index day = 0; day < x.rows(); day += 9)
+      with_gaps(day, 7) = kNan;
+    const Panel whole = spread(x, Window(days, 0.5));
+    const Panel beside = spread(with_gaps, Window(days, 0.5));
+    EXPECT_TRUE(begins_with(whole.leftCols(7), beside.leftCols(7)));
+  }
 }
 
 TEST(RollingLanes, NothingOutlivesItsWindow) {

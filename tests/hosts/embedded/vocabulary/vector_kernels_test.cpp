@@ -5,12 +5,17 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
+#include <random>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "hosts/embedded/vocabulary/element_functions.hpp"
 #include "hosts/embedded/vocabulary/lane_vector.hpp"
+#include "hosts/embedded/vocabulary/vocabulary.hpp"
 #include "tests/hosts/embedded/panel_helpers.hpp"
 
 namespace varnholt::embedded::test {
@@ -44,6 +49,72 @@ TEST(VectorKernels, OfFourHaveTheBitsOfThoseOfTwo) {
                      std::to_string(days) + ", columns " + std::to_string(columns));
         const RollingTask task{function, {&x, &y}, Window(days, 0.7)};
         EXPECT_TRUE(begins_with(rolled_with(kernels_of_pairs(), task), rolled_with(*quads, task)));
+      }
+    }
+  }
+}
+
+// Numbers of all sizes, some that are alike, zero with both signs and what is not known.
+std::vector<double> entries_of_all_kinds(std::mt19937_64& engine, std::size_t count) {
+  std::uniform_real_distribution<double> log(-30.0, 8.0);
+  std::vector<double> values(count);
+  for (double& value : values) {
+    value = (engine() % 2 == 0 ? 1.0 : -1.0) * std::exp(log(engine));
+    if (engine() % 3 == 0) value = static_cast<double>(engine() % 4) - 1.0;
+    if (engine() % 9 == 0) value *= 1.0 + 0.7e-9;
+    if (engine() % 11 == 0) value = -0.0;
+    if (engine() % 13 == 0) value = kNan;
+  }
+  return values;
+}
+
+// All functions of the vocabulary that work entry by entry.
+std::vector<ElementFunction> element_functions() {
+  std::vector<ElementFunction> functions;
+  for (const FunctionEntry& entry : all_functions()) {
+    if (const auto* const function = std::get_if<ElementFunction>(&entry.function))
+      functions.push_back(*function);
+  }
+  return functions;
+}
+
+Panel mapped_with(const VectorKernels& kernels, ElementFunction function,
+                  const std::array<std::vector<double>, kMostElementInputs>& inputs) {
+  Panel result(static_cast<Eigen::Index>(inputs[0].size()), 1);
+  kernels.map(
+      function,
+      {{inputs[0].data(), inputs[1].data(), inputs[2].data()}, result.data(), inputs[0].size()});
+  return result;
+}
+
+TEST(VectorKernels, MapEntriesAlikeInAnyPlaceAndOverAnInput) {
+  std::mt19937_64 engine(10);
+  const std::vector<ElementFunction> functions = element_functions();
+  ASSERT_EQ(functions.size(), 25U);
+  for (const std::size_t count : {1U, 7U, 8U, 9U, 500U, 1003U}) {
+    std::array<std::vector<double>, kMostElementInputs> inputs;
+    for (std::vector<double>& values : inputs)
+      values = entries_of_all_kinds(engine, count);
+    for (const ElementFunction function : functions) {
+      SCOPED_TRACE("function " + std::to_string(static_cast<int>(function)) + " of " +
+                   std::to_string(count) + " entries");
+      const Panel whole = mapped_with(kernels_of_pairs(), function, inputs);
+      EXPECT_TRUE(begins_with(whole, mapped_with(vector_kernels(), function, inputs)));
+      // From the second entry on, so that each stands in another lane.
+      auto rest = inputs;
+      for (std::vector<double>& values : rest)
+        values.erase(values.begin());
+      if (count > 1) {
+        EXPECT_TRUE(begins_with(whole.bottomRows(whole.rows() - 1),
+                                mapped_with(vector_kernels(), function, rest)));
+      }
+      for (std::size_t input = 0; input < inputs_of(function); ++input) {
+        auto places = inputs;
+        std::vector<double>& place = places.at(input);
+        vector_kernels().map(
+            function,
+            {{places[0].data(), places[1].data(), places[2].data()}, place.data(), count});
+        EXPECT_TRUE(begins_with(whole, Eigen::Map<const Panel>(place.data(), whole.rows(), 1)));
       }
     }
   }
