@@ -48,9 +48,10 @@ class PartTable {
   [[nodiscard]] Eigen::ArrayXd information_of_days(std::span<const std::uint8_t> left,
                                                    std::span<const std::uint8_t> right) const;
 
-  // As information(), of the finer table. With a day a cell, counts say too little of chance to take it off,
-  // so that the entropy of the cells is estimated another way (P. Grassberger, "Entropy estimates
-  // from insufficient samplings", 2003): ln n - sum over the cells of (c / n) G(c), where
+  // As information(), of the finer table. With a day a cell, counts say too little of chance to
+  // take it off, so that the entropy of the cells is estimated another way (P. Grassberger,
+  // "Entropy estimates from insufficient samplings", 2003): ln n - sum over the cells of
+  // (c / n) G(c), where
   //   G(1) = -gamma - ln 2,  G(2) = 2 + G(1),  G(2m + 1) = G(2m),  G(2m + 2) = G(2m) + 2/(2m + 1),
   // gamma being Euler's constant.
   [[nodiscard]] double finer_information(std::span<const std::uint8_t> left,

@@ -39,8 +39,8 @@ inline constexpr int kNeighbours = 8;
 
 // The same, or nothing where it is sure to be below `least`: after some of the days, an eighth of a
 // thousand at the least, the mean over them lies four standard errors below. `guess` has what each
-// day seems to add to the mean. Any guess will do, but the better it is, the sooner it is sure: only
-// the difference to it is unknown on the days that were not looked at.
+// day seems to add to the mean. Any guess will do, but the better it is, the sooner it is sure:
+// only the difference to it is unknown on the days that were not looked at.
 [[nodiscard]] std::optional<double> mutual_information_from(const NormalScores& left,
                                                             const NormalScores& right, double least,
                                                             const Eigen::ArrayXd& guess,
