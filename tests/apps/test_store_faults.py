@@ -48,7 +48,7 @@ def test_a_disk_that_refuses_ends_the_run(tmp_path: Path, prices: Path, isolatio
     store = tmp_path / "runs.db"
     ended = run_on(
         store, prices, "--generations", "500", "--isolation", isolation,
-        preexec_fn=limit_file_size(600_000),  # The first chunk's results have room in it.
+        preexec_fn=limit_file_size(1_500_000),  # The first results have room in it.
     )
     assert ended.returncode == 1, ended.stdout
     assert "the disk refused; check its free space" in ended.stderr
