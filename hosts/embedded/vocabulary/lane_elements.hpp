@@ -52,9 +52,7 @@ struct LaneElements {
       part = -part;
     return result;
   }
-  [[gnu::always_inline]] static Number abs(const Number& x) {
-    return absolute(x);
-  }
+  [[gnu::always_inline]] static Number abs(const Number& x) { return absolute(x); }
   [[gnu::always_inline]] static Number sign(const Number& x) {
     const Number of_known = choose(Number(0.0) < x, 1.0, choose(x < 0.0, -1.0, Number(0.0)));
     return choose(are_known(x), of_known, kUnknown);
