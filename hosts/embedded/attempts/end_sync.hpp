@@ -1,6 +1,6 @@
 // When the ends of attempts are put on the disk.
 //
-// An end survives the death of the process at once. To survive a loss of power it has to be synced,
+// An end survives the death of the process as soon as it is in the file. To survive a loss of power it has to be synced,
 // which takes some milliseconds, however many ends it is for. So ends are synced together: at the
 // latest kEndsTogether of them, or the first of them kLongestWaitSeconds after it, and always when
 // somebody asks for it, as a run does after each generation and at its end.
@@ -32,7 +32,7 @@ class EndSync {
                                   })
       : attempts_(attempts), clock_(std::move(clock)) {}
 
-  // An end was stored, and its transaction is over.
+  // An end was stored; it may still be gathered with others.
   void note_end() {
     if (waiting_++ == 0) first_at_ = clock_();
     sync_if_due();

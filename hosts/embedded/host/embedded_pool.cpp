@@ -10,6 +10,7 @@
 #include "hosts/embedded/host/pool_batch.hpp"
 #include "hosts/embedded/host/result_wire.hpp"
 #include "hosts/embedded/pool/fork_pool.hpp"
+#include "hosts/embedded/store/store_error.hpp"
 #include "search_templates/genetic/host/pool_objects.hpp"
 #include "search_templates/genetic/value/error_object.hpp"
 #include "search_templates/genetic/value/errors.hpp"
@@ -54,6 +55,40 @@ class Running {
 
  private:
   bool& is_running_;
+};
+
+// What a batch records and what it tells its children, which waits for the record. Without writes
+// to gather nothing waits.
+class HeldBack {
+ public:
+  HeldBack(GatheredWrites* writes, const ForkQueues& queues) : writes_(writes), queues_(queues) {
+    if (writes_ == nullptr) return;
+    writes_->begin_gathering();
+    queues_.hold_messages();
+  }
+  HeldBack(const HeldBack&) = delete;
+  HeldBack& operator=(const HeldBack&) = delete;
+  ~HeldBack() {
+    try {
+      end();
+    } catch (const StoreError&) {
+      // What is on its way out went wrong first, and the store has noted its own failure.
+    }
+  }
+
+  // The order is meant: a child that has its answer may rely upon the record.
+  void let_go() {
+    if (writes_ == nullptr) return;
+    writes_->put_in_file();
+    queues_.send_held();
+  }
+  void end() {
+    if (GatheredWrites* const writes = std::exchange(writes_, nullptr)) writes->end_gathering();
+  }
+
+ private:
+  GatheredWrites* writes_;
+  const ForkQueues& queues_;
 };
 
 }  // namespace
@@ -167,6 +202,9 @@ List EmbeddedPool::evaluate(const ProcessEvaluationConfig& config, const List& c
   PoolCallbacks callbacks = batch.callbacks();
   callbacks.watched_descriptors = queues_.parent_descriptors();
 
+  HeldBack held(writes_, queues_);
+  callbacks.pause_callback = [&held] { held.let_go(); };
+
   const Work work = [&](const WorkItem& item) {
     enter_child_();
     try {
@@ -176,6 +214,9 @@ List EmbeddedPool::evaluate(const ProcessEvaluationConfig& config, const List& c
     }
   };
   static_cast<void>(ForkPool(system_, pool_config).run(candidates.size(), work, callbacks));
+  batch.hand_on_rest();
+  // Before failures are told: what is on record of them must be in the file, or that is the error.
+  held.end();
   return batch.results();
 }
 

@@ -12,6 +12,7 @@
 #include "hosts/embedded/host/worker_count.hpp"
 #include "hosts/embedded/host/worker_errors.hpp"
 #include "hosts/embedded/pool/system_calls.hpp"
+#include "hosts/embedded/store/gathered_writes.hpp"
 #include "hosts/embedded/system/machine_limits.hpp"
 #include "search_templates/genetic/host/process_evaluation.hpp"
 
@@ -26,6 +27,11 @@ class EmbeddedPool : public genetic::ProcessEvaluation {
   // outlive the pool.
   EmbeddedPool(SystemCalls& system, const ForkQueues& queues, double default_timeout_seconds,
                std::function<void()> enter_child, Isolation isolation = Isolation::Candidate);
+
+  // From here on what is recorded during a batch is gathered, and put in the file before each fork,
+  // each wait and the end of the batch. What is put into the queues is sent after it: no other
+  // process learns of what is not in the file. The writes must outlive all batches.
+  void gather_writes(GatheredWrites& writes) noexcept { writes_ = &writes; }
 
   // How many candidates one worker gets at a time.
   [[nodiscard]] int candidates_per_worker() const noexcept { return candidates_per_worker_; }
@@ -65,6 +71,7 @@ class EmbeddedPool : public genetic::ProcessEvaluation {
   double default_timeout_seconds_;
   std::function<void()> enter_child_;
   int candidates_per_worker_;
+  GatheredWrites* writes_ = nullptr;
   MachineLimits limits_ = read_machine_limits();
   const genetic::SearchContext* logged_for_ = nullptr;
   bool is_running_ = false;

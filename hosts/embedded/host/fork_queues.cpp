@@ -26,7 +26,17 @@ class ForkContext : public genetic::ProcessContext,
 
   [[nodiscard]] bool is_parent() const { return ::getpid() == parent_; }
   [[nodiscard]] MessagePipe& pipe() { return pipe_; }
-  [[nodiscard]] Mailbox make_mailbox() { return arena_.make(); }
+  [[nodiscard]] Mailbox& mailbox(std::uint32_t queue) { return mailboxes_[queue]; }
+
+  void hold_messages() { is_holding_ = true; }
+  void put_to_child(std::uint32_t queue, std::string bytes) {
+    if (!is_holding_) return send(queue, bytes);
+    held_.push_back({queue, std::move(bytes)});
+  }
+  void send_held() {
+    for (const PipeMessage& message : std::exchange(held_, {}))
+      send(message.box, message.bytes);
+  }
 
   // Whether the parent has a message for the queue, without waiting.
   [[nodiscard]] bool has_message(std::uint32_t queue) {
@@ -43,6 +53,10 @@ class ForkContext : public genetic::ProcessContext,
   }
 
  private:
+  void send(std::uint32_t queue, std::string_view bytes) {
+    if (mailboxes_[queue].put(bytes)) return;
+    throw genetic::RuntimeError("a child has not taken the messages that were put before");
+  }
   void keep(PipeMessage message) {
     if (message.box >= received_.size()) {
       throw PoolError("worker pool: a child sent a message for a queue that there is not");
@@ -53,7 +67,11 @@ class ForkContext : public genetic::ProcessContext,
   pid_t parent_;
   MessagePipe pipe_;
   MailboxArena arena_;
-  std::vector<std::deque<std::string>> received_;  // By the number of the queue.
+  bool is_holding_ = false;
+  std::vector<PipeMessage> held_;
+  // Both by the number of the queue.
+  std::vector<Mailbox> mailboxes_;
+  std::vector<std::deque<std::string>> received_;
 };
 
 namespace {
@@ -61,19 +79,17 @@ namespace {
 class ForkQueue : public genetic::MessageQueue, public std::enable_shared_from_this<ForkQueue> {
  public:
   ForkQueue(std::shared_ptr<ForkContext> context, std::uint32_t number)
-      : context_(std::move(context)), number_(number), mailbox_(context_->make_mailbox()) {}
+      : context_(std::move(context)), number_(number) {}
 
   void put(const Value& message) override {
-    const std::string bytes = encode_message(message);
+    std::string bytes = encode_message(message);
     if (!context_->is_parent()) return context_->pipe().send(number_, bytes);
-    if (!mailbox_.put(bytes)) {
-      throw genetic::RuntimeError("a child has not taken the messages that were put before");
-    }
+    context_->put_to_child(number_, std::move(bytes));
   }
 
   [[nodiscard]] Value get() override {
     return decode_message(context_->is_parent() ? context_->take_message(number_)
-                                                : mailbox_.take());
+                                                : context_->mailbox(number_).take());
   }
 
   [[nodiscard]] std::shared_ptr<genetic::QueueReader> reader() override;
@@ -83,7 +99,6 @@ class ForkQueue : public genetic::MessageQueue, public std::enable_shared_from_t
  private:
   std::shared_ptr<ForkContext> context_;
   std::uint32_t number_;
-  Mailbox mailbox_;
 };
 
 class ForkQueueReader : public genetic::QueueReader {
@@ -104,15 +119,23 @@ std::shared_ptr<genetic::QueueReader> ForkQueue::reader() {
 
 std::shared_ptr<genetic::MessageQueue> ForkContext::simple_queue() {
   const auto number = static_cast<std::uint32_t>(received_.size());
-  auto queue = std::make_shared<ForkQueue>(shared_from_this(), number);
+  mailboxes_.push_back(arena_.make());
   received_.emplace_back();
-  return queue;
+  return std::make_shared<ForkQueue>(shared_from_this(), number);
 }
 
 std::shared_ptr<genetic::ProcessContext> ForkQueues::fork_context() {
   auto context = std::make_shared<ForkContext>(system_);
   current_ = context;
   return context;
+}
+
+void ForkQueues::hold_messages() const {
+  if (const std::shared_ptr<ForkContext> context = current_.lock()) context->hold_messages();
+}
+
+void ForkQueues::send_held() const {
+  if (const std::shared_ptr<ForkContext> context = current_.lock()) context->send_held();
 }
 
 std::vector<int> ForkQueues::parent_descriptors() const {

@@ -25,6 +25,12 @@ class ForkQueues : public genetic::ProcessContexts {
   // PoolError when the queues cannot be made.
   [[nodiscard]] std::shared_ptr<genetic::ProcessContext> fork_context() override;
 
+  // From here on what the parent puts into the queues of the batch under way is held back until the
+  // next send_held(): a child is to be told nothing that is not on record yet.
+  void hold_messages() const;
+  // RuntimeError where a child has not taken earlier messages, and there is no room for more.
+  void send_held() const;
+
   // The descriptors at which messages of the children of the batch under way arrive. They are the
   // parent's alone.
   [[nodiscard]] std::vector<int> parent_descriptors() const;

@@ -90,8 +90,7 @@ PoolCallbacks PoolBatch::callbacks() {
   return callbacks;
 }
 
-List PoolBatch::results() {
-  hand_on(places_.size());
+List PoolBatch::results() const {
   if (failures_.empty()) return results_;
   if (failures_.size() == 1) throw ProcessEvaluationError(failures_.begin()->second);
   std::vector<WorkerFailure> failures;

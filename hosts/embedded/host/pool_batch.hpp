@@ -40,10 +40,11 @@ class PoolBatch {
   [[nodiscard]] PoolConfig pool_config() const;
   [[nodiscard]] PoolCallbacks callbacks();
 
-  // The process results in the order of the batch, when the pool has run: those that still waited
-  // are handed on first. ProcessEvaluationError for the candidates whose worker failed or was too
-  // slow, when all others are done.
-  [[nodiscard]] genetic::List results();
+  // Hands on the results that still wait, when the pool has run.
+  void hand_on_rest() { hand_on(places_.size()); }
+  // The process results in the order of the batch, as far as they were handed on.
+  // ProcessEvaluationError for the candidates whose worker failed or was too slow.
+  [[nodiscard]] genetic::List results() const;
 
  private:
   struct Place {

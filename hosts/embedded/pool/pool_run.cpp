@@ -117,6 +117,10 @@ std::vector<PoolOutcome> PoolRun::conduct() {
   return std::move(outcomes_);
 }
 
+void PoolRun::pause() const {
+  if (callbacks_.pause_callback) callbacks_.pause_callback();
+}
+
 bool PoolRun::is_held() {
   if (!held_ && callbacks_.hold_requested) held_ = callbacks_.hold_requested();
   return held_;
@@ -183,6 +187,7 @@ void PoolRun::give_up_front(const LaunchFailure& failure) {
 
 std::optional<LaunchFailure> PoolRun::start_worker(std::size_t share) {
   refuse_threads(system_);
+  pause();
   Worker::StartOptions options;
   options.limits = {config_.memory_limit_bytes, config_.cpu_limit_seconds,
                     config_.file_size_limit_bytes};
@@ -207,6 +212,7 @@ std::optional<LaunchFailure> PoolRun::start_worker(std::size_t share) {
 }
 
 void PoolRun::wait() {
+  pause();
   // Only what is open: poll(2) refuses more entries than a process may have descriptors.
   poll_entries_.clear();
   const auto watch = [this](int descriptor) {

@@ -46,6 +46,7 @@ class PoolRun {
     bool is_started = false;
   };
 
+  void pause() const;
   // Whether no item may be begun that was not worked on yet.
   [[nodiscard]] bool is_held();
   // Brings the next item to be worked on to the front. False when there is none, or none may be

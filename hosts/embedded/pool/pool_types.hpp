@@ -99,6 +99,9 @@ struct PoolCallbacks {
   // Before each attempt at an item, whether or not its worker can then be started, and once for an
   // attempt that comes back to get a worker of its own.
   std::function<void(const WorkItem&)> dispatch_callback;
+  // Before each fork and before each wait: what the parent still keeps to itself, although others
+  // are to learn of it, it lets go of here.
+  std::function<void()> pause_callback;
   // With the worker's process, when the item's turn comes: after the fork for the first of a
   // worker, after the result of the one before it for the others.
   std::function<void(const WorkItem&, pid_t)> started_callback;

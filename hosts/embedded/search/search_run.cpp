@@ -198,6 +198,7 @@ void conduct_run(const Conduct& conduct, Lineage& lineage, RunRecorder& recorder
   EmbeddedContext context(setup.evaluator(), of_context, stop, recorder, submission,
                           setup.process());
   genetic::Module module(host);
+  setup.process().pool.gather_writes(store.gathered_writes());
 
   // What a run that died left in the queue is settled before anything is measured.
   settling.settle();

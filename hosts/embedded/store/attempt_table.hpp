@@ -2,8 +2,9 @@
 // happened to it and when, and how it ended; and the markers of evaluations under way.
 //
 // An attempt goes one way: created, dispatched, backtest started, ended. Each step is in the file
-// when its call returns, and survives a kill -9 of the process at once. On the disk, for the loss
-// of power, it is after the next sync(). The first end of an attempt counts; a further one is
+// when its call returns, and survives a kill -9 of the process at once; where writes are gathered,
+// after they were put there (gathered_writes.hpp). On the disk, for the loss of power, it is after
+// the next sync(). The first end of an attempt counts; a further one is
 // counted and otherwise ignored.
 //
 // All failures are StoreErrors, as those of the store that the table belongs to (run_store.hpp).

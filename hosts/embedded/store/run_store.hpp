@@ -9,8 +9,9 @@
 // each attempt of a child in store.attempts() (attempt_table.hpp). The classes are what a database
 // must do; SQLite is the one behind them (sqlite_run_store.hpp).
 //
-// What a call recorded is in the file when the call returns, and survives a kill -9 of the process;
-// a loss of power may take the last batches with it, but does not damage the file. Texts called
+// What a call recorded is in the file when the call returns (but for those that gathered_writes()
+// puts there together), and survives a kill -9 of the process; a loss of power may take the last
+// batches with it, but does not damage the file. Texts called
 // JSON are stored as they are. Times are seconds of wall time since 1970-01-01 UTC; they are data
 // and decide nothing.
 //
@@ -29,6 +30,7 @@
 #include <vector>
 
 #include "hosts/embedded/store/attempt_table.hpp"
+#include "hosts/embedded/store/gathered_writes.hpp"
 #include "hosts/embedded/store/store_error.hpp"
 #include "hosts/embedded/store/store_records.hpp"  // IWYU pragma: export
 #include "hosts/embedded/store/submission_table.hpp"
@@ -134,6 +136,8 @@ class RunStore {
 
   [[nodiscard]] virtual SubmissionTable& submissions() noexcept = 0;
   [[nodiscard]] virtual AttemptTable& attempts() noexcept = 0;
+  // Of all tables.
+  [[nodiscard]] virtual GatheredWrites& gathered_writes() noexcept = 0;
 
   // Whether what the work wrote is kept.
   enum class LockedWork { Keep, Undo };

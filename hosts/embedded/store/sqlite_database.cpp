@@ -44,6 +44,8 @@ std::string_view remedy(int code) {
   }
 }
 
+constexpr const char* kGathering = "putting what was gathered in the file";
+
 // How long a call waits for a lock after one that has waited in vain.
 constexpr int kMomentMilliseconds = 50;
 
@@ -243,8 +245,46 @@ std::string SqliteDatabase::query_text(const char* sql, const char* doing) {
   return use.step() ? use.text(statement.columns_.front().c_str()) : std::string();
 }
 
+void SqliteDatabase::begin_gathering() {
+  require_owner();
+  gathers_ = true;
+}
+
+bool SqliteDatabase::is_in_transaction() const {
+  return ::sqlite3_get_autocommit(handle_) == 0;
+}
+
+void SqliteDatabase::join_gathered(const char* doing) {
+  if (!gathers_ || is_in_transaction()) return;
+  require_same_file(doing);
+  execute("BEGIN IMMEDIATE", doing);
+}
+
+void SqliteDatabase::put_in_file() {
+  require_owner();
+  if (gathers_) commit_gathered();
+}
+
+void SqliteDatabase::end_gathering() {
+  require_owner();
+  if (std::exchange(gathers_, false)) commit_gathered();
+}
+
+void SqliteDatabase::commit_gathered() {
+  if (!is_in_transaction()) return;
+  try {
+    execute("COMMIT", kGathering);
+  } catch (const StoreError&) {
+    // SQLite has mostly done so; what is told is why it could not be committed.
+    if (is_in_transaction()) ::sqlite3_exec(handle_, "ROLLBACK", nullptr, nullptr, nullptr);
+    throw;
+  }
+  note_success();
+}
+
 void SqliteDatabase::sync_written_ahead(const char* doing) {
   require_owner();
+  put_in_file();
   sqlite3_file* file = nullptr;
   const int found = ::sqlite3_file_control(handle_, "main", SQLITE_FCNTL_JOURNAL_POINTER,
                                            static_cast<void*>(&file));
@@ -377,7 +417,8 @@ bool SqliteUse::step() {
 
 int SqliteUse::change() {
   SqliteDatabase& database = statement_.database_;
-  const bool is_alone = ::sqlite3_get_autocommit(database.handle()) != 0;
+  database.join_gathered(statement_.doing_);
+  const bool is_alone = !database.is_in_transaction();
   if (is_alone) database.require_same_file(statement_.doing_);
   static_cast<void>(step());
   if (is_alone) database.note_success();
@@ -415,9 +456,10 @@ std::optional<std::vector<double>> SqliteUse::series(const char* name) const {
 }
 
 SqliteTransaction::SqliteTransaction(SqliteDatabase& database, const char* doing)
-    : database_(database),
-      doing_(doing),
-      is_inner_(::sqlite3_get_autocommit(database.handle()) == 0) {
+    : database_(database), doing_(doing) {
+  database.require_owner();
+  database.join_gathered(doing);
+  is_inner_ = database.is_in_transaction();
   if (!is_inner_) database.require_same_file(doing);
   database.execute(is_inner_ ? "SAVEPOINT inner_work" : "BEGIN IMMEDIATE", doing);
 }
@@ -425,7 +467,7 @@ SqliteTransaction::SqliteTransaction(SqliteDatabase& database, const char* doing
 SqliteTransaction::~SqliteTransaction() {
   // A full disk makes SQLite roll back by itself; then there is nothing left to do.
   if (!open_ || !database_.belongs_to_this_process()) return;
-  if (::sqlite3_get_autocommit(database_.handle()) != 0) return;
+  if (!database_.is_in_transaction()) return;
   const char* const undo = is_inner_ ? "ROLLBACK TO inner_work; RELEASE inner_work" : "ROLLBACK";
   ::sqlite3_exec(database_.handle(), undo, nullptr, nullptr, nullptr);
 }

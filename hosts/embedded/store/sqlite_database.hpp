@@ -15,6 +15,7 @@
 #include <sqlite3.h>
 #include <sys/types.h>
 
+#include "hosts/embedded/store/gathered_writes.hpp"
 #include "hosts/embedded/store/store_error.hpp"
 #include "hosts/embedded/store/store_files.hpp"
 
@@ -22,7 +23,7 @@ namespace varnholt::embedded {
 
 // One connection, used by the process that opened it. A forked child that touches it gets a
 // StoreError, and its copy is never closed: SQLite forbids carrying a connection over a fork.
-class SqliteDatabase {
+class SqliteDatabase : public GatheredWrites {
  public:
   // Whether the file may change while it is open. One that cannot, on a file system that is mounted
   // for reading only, is read without the files that users of a store share; whether it is one is
@@ -36,7 +37,7 @@ class SqliteDatabase {
                  Medium medium = Medium::Changes);
   SqliteDatabase(const SqliteDatabase&) = delete;
   SqliteDatabase& operator=(const SqliteDatabase&) = delete;
-  ~SqliteDatabase();
+  ~SqliteDatabase() override;
 
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
   [[nodiscard]] int busy_timeout_milliseconds() const noexcept { return busy_timeout_; }
@@ -64,8 +65,15 @@ class SqliteDatabase {
   [[nodiscard]] const std::exception_ptr& first_failure() const noexcept { return first_failure_; }
   void note_success();
 
-  // Puts what was committed on the disk, where it survives a loss of power: with synchronous=NORMAL
-  // a commit alone does not.
+  void begin_gathering() override;
+  void put_in_file() override;
+  void end_gathering() override;
+  // Where writes are gathered, begins the transaction that they share, unless it is open.
+  void join_gathered(const char* doing);
+  [[nodiscard]] bool is_in_transaction() const;
+
+  // Puts what was committed or gathered on the disk, where it survives a loss of power: with
+  // synchronous=NORMAL a commit alone does not.
   void sync_written_ahead(const char* doing);
 
   // Throws the StoreError for the last call that failed: a StoreBusyError where a lock was the
@@ -75,6 +83,7 @@ class SqliteDatabase {
  private:
   template <typename Error>
   [[noreturn]] void fail_with(const Error& error);
+  void commit_gathered();
   [[nodiscard]] bool is_moved() const;
   [[nodiscard]] std::string log_path() const;
   [[nodiscard]] std::string lock_remedy() const;
@@ -84,6 +93,7 @@ class SqliteDatabase {
   pid_t owner_;
   sqlite3* handle_ = nullptr;
   bool is_new_ = false;  // The file was made by this object.
+  bool gathers_ = false;
   std::optional<FileIdentity> file_;
   std::optional<FileIdentity> log_;  // What is written ahead, once it is there.
   std::exception_ptr first_failure_;
@@ -167,8 +177,8 @@ class SqliteUse {
 };
 
 // A write transaction: begun at once (so that no later step can find the file locked), committed by
-// commit(), and otherwise rolled back. One inside another is a savepoint of it: what it committed
-// stands when the outer one commits.
+// commit(), and otherwise rolled back. One inside another, or inside what is gathered, is a savepoint
+// of it: what it committed stands when the outer one commits.
 class SqliteTransaction {
  public:
   SqliteTransaction(SqliteDatabase& database, const char* doing);
@@ -181,7 +191,7 @@ class SqliteTransaction {
  private:
   SqliteDatabase& database_;
   const char* doing_;
-  bool is_inner_;
+  bool is_inner_ = false;
   bool open_ = true;
 };
 

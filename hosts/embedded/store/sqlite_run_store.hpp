@@ -66,6 +66,7 @@ class SqliteRunStore final : public RunStore {
 
   [[nodiscard]] SubmissionTable& submissions() noexcept override { return submissions_; }
   [[nodiscard]] AttemptTable& attempts() noexcept override { return attempts_; }
+  [[nodiscard]] GatheredWrites& gathered_writes() noexcept override { return *database_; }
   void under_lock(const char* doing, const std::function<LockedWork()>& work) override;
 
  private:

@@ -113,6 +113,25 @@ TEST_F(ForkQueuesTest, TheParentIsNeverHeldUpByAChildThatDoesNotRead) {
   EXPECT_THROW(fill(), genetic::RuntimeError);
 }
 
+TEST_F(ForkQueuesTest, HeldMessagesAreSentInTheirOrder) {
+  queues_.hold_messages();
+  first_->put(Tuple{1});
+  second_->put(Tuple{2});
+  first_->put(Tuple{3});
+  const pid_t waiting = child([this] { static_cast<void>(first_->get()); });
+  usleep(20'000);
+  EXPECT_EQ(waitpid(waiting, nullptr, WNOHANG), 0) << "it has an answer that was not sent";
+  kill(waiting, SIGKILL);
+  static_cast<void>(status_of(waiting));
+  queues_.send_held();
+  queues_.send_held();
+  const pid_t answered = child([this] {
+    if (genetic::repr(first_->get()) != "(1,)" || genetic::repr(first_->get()) != "(3,)") _exit(2);
+    if (genetic::repr(second_->get()) != "(2,)") _exit(3);
+  });
+  EXPECT_EQ(status_of(answered), 0);
+}
+
 TEST_F(ForkQueuesTest, TheDescriptorsAreThoseOfTheBatchUnderWay) {
   ASSERT_EQ(queues_.parent_descriptors().size(), 1U);
   const int earlier = queues_.parent_descriptors().at(0);
