@@ -35,6 +35,10 @@ class GatheredWritesTest : public StoreTest {
   [[nodiscard]] std::int64_t seen() const {
     return SqliteDatabase(path_, 1000).query_integer("SELECT count(*) FROM evaluations", "looking");
   }
+  [[nodiscard]] std::int64_t closed_markers_seen() const {
+    return SqliteDatabase(path_, 1000)
+        .query_integer("SELECT count(closed_at) FROM evaluation_markers", "looking");
+  }
   [[nodiscard]] bool is_locked() const {
     return error_of([&] { SqliteDatabase(path_, 0).execute("BEGIN IMMEDIATE", "locking"); }) !=
            "no error";
@@ -60,11 +64,12 @@ TEST_F(GatheredWritesTest, AreInTheFileWhenTheyWerePutThere) {
   gathered().put_in_file();
 
   store_->attempts().close_marker(marker, 2.0);
+  EXPECT_EQ(closed_markers_seen(), 0) << "a single statement waits as well";
   record(3);
   EXPECT_EQ(seen(), 2);
   gathered().end_gathering();
   EXPECT_EQ(seen(), 3);
-  EXPECT_EQ(store_->attempts().open_markers(run_), 0);
+  EXPECT_EQ(closed_markers_seen(), 1);
   record(4);
   EXPECT_EQ(seen(), 4) << "each call by itself again";
 }
@@ -135,6 +140,21 @@ TEST_F(GatheredWritesTest, ADiskThatRefusesIsToldWhereTheyArePutThere) {
   });
   EXPECT_EQ(status, 0);
   EXPECT_EQ(seen(), 3);
+}
+
+TEST_F(GatheredWritesTest, WhatCannotBeCommittedHoldsNoLock) {
+  const std::string path = (folder_ / "other.db").string();
+  SqliteDatabase database(path, 0);
+  database.execute(
+      "PRAGMA journal_mode = WAL; PRAGMA foreign_keys = ON; CREATE TABLE parents (id INTEGER "
+      "PRIMARY KEY); CREATE TABLE children (parent REFERENCES parents DEFERRABLE INITIALLY "
+      "DEFERRED)",
+      "making it");
+  SqliteStatement insert(database, "INSERT INTO children VALUES (1)", "inserting");
+  database.begin_gathering();
+  EXPECT_EQ(SqliteUse(insert).change(), 1);
+  EXPECT_THAT(error_of([&] { database.put_in_file(); }), HasSubstr("FOREIGN KEY"));
+  EXPECT_FALSE(database.is_in_transaction());
 }
 
 TEST_F(GatheredWritesTest, AreNotForAForkedChild) {
