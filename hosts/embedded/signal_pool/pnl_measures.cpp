@@ -11,6 +11,8 @@
 
 #include <fmt/format.h>
 
+#include "hosts/embedded/signal_pool/near_days.hpp"
+
 namespace varnholt::embedded {
 namespace {
 
@@ -28,7 +30,7 @@ void require_same_size(Index left, Index right) {
 class NeighbourGrid {
  public:
   NeighbourGrid(const NormalScores& left, const NormalScores& right, int neighbours)
-      : left_(left), right_(right), neighbours_(neighbours) {
+      : left_(left), right_(right), neighbours_(static_cast<std::size_t>(neighbours)) {
     const Index size = left.size();
     const double cells = static_cast<double>(size) * density_of(left, right) / kDaysInCell;
     side_ = std::max<Index>(1, std::lround(std::sqrt(cells)));
@@ -60,12 +62,9 @@ class NeighbourGrid {
                                      distance_beyond(right_.in_order(), y, columns));
       // First those that are likely near enough, then, where they are too few, all.
       for (const double limit : {std::min(likely_limit(rows, columns), beyond), beyond}) {
-        collect_distances(x, y, rows, columns, limit);
+        const std::size_t count = collect_distances({x, y}, rows, columns, limit);
         // The day itself is among them, at distance 0.
-        if (count_ <= neighbours_) continue;
-        double* const last = distances_.data() + neighbours_;
-        std::nth_element(distances_.data(), last, distances_.data() + count_);
-        return *last;
+        if (count > neighbours_) return distance_at(neighbours_, count);
       }
     }
   }
@@ -120,9 +119,9 @@ class NeighbourGrid {
     }
     std::partial_sum(first_in_cell_.begin(), first_in_cell_.end(), first_in_cell_.begin());
     std::vector<std::size_t> next(first_in_cell_.begin(), first_in_cell_.end() - 1);
-    xs_.resize(size);
-    ys_.resize(size);
-    distances_.resize(size + 1);
+    xs_.resize(size + NearDays::kReadBeyond);
+    ys_.resize(size + NearDays::kReadBeyond);
+    distances_.resize(size + NearDays::kReadBeyond);
     for (std::size_t day = 0; day < size; ++day) {
       const std::size_t place = next[static_cast<std::size_t>(cell_of_day_[day])]++;
       xs_[place] = left_.by_day()[static_cast<Index>(day)];
@@ -149,35 +148,38 @@ class NeighbourGrid {
 
   // To the days of the cells that are no farther than `limit`. The days of one row of cells lie
   // side by side.
-  void collect_distances(double x, double y, const Lines& rows, const Lines& columns,
-                         double limit) {
-    double* const distances = distances_.data();
-    std::ptrdiff_t count = 0;
+  std::size_t collect_distances(const PlaneDay& day, const Lines& rows, const Lines& columns,
+                                double limit) {
+    std::size_t count = 0;
     for (Index row = rows.first; row < rows.end; ++row) {
       const std::size_t first =
           first_in_cell_[static_cast<std::size_t>(row * side_ + columns.first)];
       const std::size_t end = first_in_cell_[static_cast<std::size_t>(row * side_ + columns.end)];
-      for (std::size_t i = first; i < end; ++i) {
-        const double distance = std::max(std::abs(x - xs_[i]), std::abs(y - ys_[i]));
-        // Written in any case and kept or not: whether is as good as random.
-        distances[count] = distance;
-        count += distance <= limit ? 1 : 0;
-      }
+      const PlaneDays days{xs_.data() + first, ys_.data() + first, end - first};
+      count += loops_.keep(day, days, limit, distances_.data() + count);
     }
-    count_ = count;
+    return count;
+  }
+
+  // Of so many that were collected, the one with `place` before it in ascending order.
+  double distance_at(std::size_t place, std::size_t count) {
+    if (place == kNeighbours) return loops_.of_last_neighbour(distances_.data(), count);
+    double* const found = distances_.data() + place;
+    std::nth_element(distances_.data(), found, distances_.data() + count);
+    return *found;
   }
 
   const NormalScores& left_;
   const NormalScores& right_;
-  std::ptrdiff_t neighbours_;
+  const NearDays& loops_ = near_days();
+  std::size_t neighbours_;
   Index side_ = 1;                          // Lines along either axis.
   std::vector<Index> first_place_;          // Of each line, and of the one after the last.
   std::vector<Index> cell_of_day_;          // row * side + column.
   std::vector<std::size_t> first_in_cell_;  // In the two below, and one after the last.
   std::vector<double> xs_;
   std::vector<double> ys_;
-  std::vector<double> distances_;  // The first `count_` of them.
-  std::ptrdiff_t count_ = 0;
+  std::vector<double> distances_;  // Those that were collected last, in front.
 };
 
 // The first place from which on `is_beyond` holds, looked for around a place that is likely.
