@@ -8,6 +8,7 @@ from pathlib import Path
 
 from sources import Finding, SourceFile
 
+ATTRIBUTE = re.compile(r"\[\[.*?\]\]\s*")
 NAMESPACE = re.compile(r"namespace ([\w:]+) \{")
 # A function at the outermost level of a formatted file begins in the first column.
 FUNCTION = re.compile(
@@ -19,7 +20,8 @@ FUNCTION = re.compile(
 def functions(file: SourceFile) -> Iterator[tuple[str, str, int, bool]]:
     """Namespace, name and line of each function, and whether it is private to the file."""
     namespace, private = "", False
-    for number, (code, line) in enumerate(zip(file.code, file.lines), 1):
+    for number, (written, line) in enumerate(zip(file.code, file.lines), 1):
+        code = ATTRIBUTE.sub("", written)
         if found := NAMESPACE.match(code):
             namespace = found.group(1)
         elif code.startswith("namespace {"):

@@ -154,6 +154,11 @@ def test_one_name_for_two_functions(tmp_path: Path) -> None:
     assert found == [(other, 3, "second function contains")]
     (tmp_path / other).unlink()
     assert not findings(tmp_path, {SOURCE: private + use}), "another form of its own function"
+    header = namespaced('[[gnu::target("x")]] bool contains(int a);\n')
+    attributed = namespaced('[[gnu::target("x")]] bool holds(int a) {\n}\n', private=True)
+    assert not findings(tmp_path, {HEADER: header, other: attributed + use}), "an attribute"
+    (tmp_path / other).write_text(private + use)
+    assert findings(tmp_path, {}) == [(other, 3, "second function contains")]
 
 
 def test_helpers_of_tests_stand_apart(tmp_path: Path) -> None:

@@ -1,9 +1,10 @@
 // When the ends of attempts are put on the disk.
 //
-// An end survives the death of the process as soon as it is in the file. To survive a loss of power it has to be synced,
-// which takes some milliseconds, however many ends it is for. So ends are synced together: at the
-// latest kEndsTogether of them, or the first of them kLongestWaitSeconds after it, and always when
-// somebody asks for it, as a run does after each generation and at its end.
+// An end survives the death of the process as soon as it is in the file. To survive a loss of power
+// it has to be synced, which takes some milliseconds, however many ends it is for. So ends are
+// synced together: at the latest kEndsTogether of them, or the first of them kLongestWaitSeconds
+// after it, and always when somebody asks for it, as a run does after each generation and at its
+// end.
 #pragma once
 
 #include <chrono>

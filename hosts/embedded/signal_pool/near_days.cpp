@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 
 #if defined(__x86_64__)
 #include <immintrin.h>
 #endif
-
-#include "hosts/embedded/signal_pool/pnl_measures.hpp"
 
 namespace varnholt::embedded {
 namespace {

@@ -11,8 +11,6 @@
 
 #include <fmt/format.h>
 
-#include "hosts/embedded/signal_pool/near_days.hpp"
-
 namespace varnholt::embedded {
 namespace {
 

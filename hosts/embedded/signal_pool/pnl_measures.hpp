@@ -9,6 +9,7 @@
 
 #include <Eigen/Core>
 
+#include "hosts/embedded/signal_pool/near_days.hpp"
 #include "hosts/embedded/signal_pool/normal_scores.hpp"
 
 namespace varnholt::embedded {
@@ -16,11 +17,6 @@ namespace varnholt::embedded {
 // Pearson's coefficient of correlation, from -1 to 1. A constant series correlates with nothing: 0.
 // It sees linear dependence only.
 [[nodiscard]] double pearson_correlation(const Eigen::ArrayXd& left, const Eigen::ArrayXd& right);
-
-// The neighbours that the estimator of mutual information looks for around each day. More of them
-// lower the variance of the estimate and blur fine structure; PnL series have little of that, and a
-// gate needs a steady figure.
-inline constexpr int kNeighbours = 8;
 
 // An estimate of the mutual information in nats: 0 for independent series, ln(n) or so for the
 // greatest that n days can show. It may be slightly negative.

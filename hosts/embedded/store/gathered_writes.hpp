@@ -11,8 +11,8 @@ namespace varnholt::embedded {
 // it.
 //
 // All may throw StoreError, as the calls that are gathered would have. When the machine refuses
-// (StoreDiskError), what was gathered since the last put_in_file() may be lost. None is to be called
-// in work under the store's lock (RunStore::under_lock).
+// (StoreDiskError), what was gathered since the last put_in_file() may be lost. None is to be
+// called in work under the store's lock (RunStore::under_lock).
 class GatheredWrites {
  public:
   GatheredWrites() = default;

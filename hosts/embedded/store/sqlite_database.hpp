@@ -177,8 +177,8 @@ class SqliteUse {
 };
 
 // A write transaction: begun at once (so that no later step can find the file locked), committed by
-// commit(), and otherwise rolled back. One inside another, or inside what is gathered, is a savepoint
-// of it: what it committed stands when the outer one commits.
+// commit(), and otherwise rolled back. One inside another, or inside what is gathered, is a
+// savepoint of it: what it committed stands when the outer one commits.
 class SqliteTransaction {
  public:
   SqliteTransaction(SqliteDatabase& database, const char* doing);

@@ -11,8 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include "hosts/embedded/signal_pool/pnl_measures.hpp"
-
 namespace varnholt::embedded::test {
 namespace {
 
