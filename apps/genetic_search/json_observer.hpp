@@ -20,6 +20,7 @@ class JsonObserver : public RunObserver {
 
   void on_measuring(const embedded::PoolMeasuring& measuring) override;
   void on_recorded(const embedded::CandidateRecorded& candidate) override;
+  [[nodiscard]] bool tells_candidates() const override { return !quiet_; }
   void on_settled(const embedded::SettledSignal& signal) override;
   void on_generation(const embedded::SearchProgress& progress) override;
   void on_log(embedded::LogLevel level, std::string_view text) override;

@@ -30,6 +30,7 @@ class TextObserver : public RunObserver {
 
   void on_measuring(const embedded::PoolMeasuring& measuring) override;
   void on_recorded(const embedded::CandidateRecorded& candidate) override;
+  [[nodiscard]] bool tells_candidates() const override { return false; }
   void on_settled(const embedded::SettledSignal& signal) override;
   void on_generation(const embedded::SearchProgress& progress) override;
   void on_log(embedded::LogLevel level, std::string_view text) override;

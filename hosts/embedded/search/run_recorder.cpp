@@ -233,6 +233,8 @@ Value RunRecorder::record(const Value& graph, bool passed, const Mapping& keywor
   count(candidate);
   count_misses(candidate, failed);
   archive(graph, keywords, origin);
+  // A killed run loses none that was told.
+  if (observer_.tells_candidates()) store_.gathered_writes().put_in_file();
   observer_.on_recorded(candidate);
   return candidate.eval_id;
 }

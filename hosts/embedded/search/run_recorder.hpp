@@ -45,9 +45,8 @@ class RunRecorder : public ResultRecorder {
   // The number of the run.
   [[nodiscard]] std::int64_t run() const { return run_id_; }
 
-  // The outcome is in the store when this returns, in one transaction with the end of its attempt
-  // and, of a signal that passed, the announcement of its submission; then the observer is
-  // notified. Without an active attempt, the open attempt of the graph ends, if there is one: that
+  // The outcome is in the store, in one transaction with the end of its attempt and, of a signal
+  // that passed, the announcement of its submission; then the observer is notified. Without an active attempt, the open attempt of the graph ends, if there is one: that
   // of a worker that was lost in its backtest.
   genetic::Value record(const genetic::Value& graph, bool passed, const genetic::Mapping& keywords,
                         const ActiveAttempt& attempt) override;

@@ -194,5 +194,18 @@ TEST_F(Observers, TellMachinesOnlyTheEndWhenQuiet) {
   EXPECT_THAT(text.take(), StartsWith("{\"event\":\"ended\""));
 }
 
+TEST_F(Observers, SayWhetherTheyTellOfCandidates) {
+  const auto tells = [this](embedded::SearchObserver&& observer) {
+    const bool says = observer.tells_candidates();
+    observer.on_recorded(samples::passing(17, 1.32));
+    EXPECT_EQ(text.take() + messages.take() != "", says) << "who tells says so";
+    return says;
+  };
+  EXPECT_FALSE(tells(text_observer(80)));
+  EXPECT_FALSE(tells(text_observer(std::nullopt)));
+  EXPECT_TRUE(tells(json_observer()));
+  EXPECT_FALSE(tells(json_observer(true)));
+}
+
 }  // namespace
 }  // namespace varnholt::app::test
