@@ -183,8 +183,8 @@ class SearchObserver {
   // Once for each member that is measured, several times a second while some are, and at the end.
   virtual void on_measuring(const PoolMeasuring& /*measuring*/) {}
   virtual void on_recorded(const CandidateRecorded& candidate) = 0;
-  // Whether on_recorded() lets others know of the candidate, whose record must be in the file before
-  // that. Without it several are put there together, which is faster.
+  // Whether on_recorded() lets others know of the candidate, whose record must be in the file
+  // before that. Without it several are put there together, which is faster.
   [[nodiscard]] virtual bool tells_candidates() const { return true; }
   virtual void on_settled(const SettledSignal& signal) = 0;
   virtual void on_generation(const SearchProgress& progress) = 0;

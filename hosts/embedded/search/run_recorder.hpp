@@ -46,8 +46,9 @@ class RunRecorder : public ResultRecorder {
   [[nodiscard]] std::int64_t run() const { return run_id_; }
 
   // The outcome is in the store, in one transaction with the end of its attempt and, of a signal
-  // that passed, the announcement of its submission; then the observer is notified. Without an active attempt, the open attempt of the graph ends, if there is one: that
-  // of a worker that was lost in its backtest.
+  // that passed, the announcement of its submission; then the observer is notified. Without an
+  // active attempt, the open attempt of the graph ends, if there is one: that of a worker that was
+  // lost in its backtest.
   genetic::Value record(const genetic::Value& graph, bool passed, const genetic::Mapping& keywords,
                         const ActiveAttempt& attempt) override;
   // Adds "results_digest", by which two runs are compared: a SHA-256 over candidates, lineages and
