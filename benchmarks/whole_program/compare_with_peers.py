@@ -26,6 +26,7 @@ import sqlite3
 import subprocess
 import sys
 import tempfile
+import traceback
 from collections.abc import Callable
 from dataclasses import dataclass
 from pathlib import Path
@@ -57,6 +58,8 @@ def measured_child(work: Callable[[], tuple[int, int]]) -> Cost:
         try:
             writer.send(work())
             status = 0
+        except BaseException:  # Whatever it is: the parent ends the comparison and points to it.
+            traceback.print_exc()
         finally:
             sys.stderr.flush()
             os._exit(status)

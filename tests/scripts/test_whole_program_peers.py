@@ -62,6 +62,15 @@ def test_work_is_measured_in_a_process_of_its_own():
         comparison.measured_child(lambda: 1 // 0)
 
 
+def test_what_fails_in_that_process_is_told(capfd: pytest.CaptureFixture[str]):
+    def work() -> tuple[int, int]:
+        raise ModuleNotFoundError("No module named 'bottleneck'")
+
+    with pytest.raises(SystemExit, match="a search has failed; see above"):
+        comparison.measured_child(work)
+    assert "ModuleNotFoundError: No module named 'bottleneck'" in capfd.readouterr().err
+
+
 def test_a_users_backtest_is_ours_where_all_prices_are_there(prices: str, tmp_path: Path):
     text = Path(prices).read_text().splitlines()
     whole = tmp_path / "whole.csv"
