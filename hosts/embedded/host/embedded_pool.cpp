@@ -61,7 +61,7 @@ class Running {
 // to gather nothing waits.
 class HeldBack {
  public:
-  HeldBack(GatheredWrites* writes, const ForkQueues& queues) : writes_(writes), queues_(queues) {
+  HeldBack(GatheredWrites* writes, ForkQueues& queues) : writes_(writes), queues_(queues) {
     if (writes_ == nullptr) return;
     writes_->begin_gathering();
     queues_.hold_messages();
@@ -88,14 +88,13 @@ class HeldBack {
 
  private:
   GatheredWrites* writes_;
-  const ForkQueues& queues_;
+  ForkQueues& queues_;
 };
 
 }  // namespace
 
-EmbeddedPool::EmbeddedPool(SystemCalls& system, const ForkQueues& queues,
-                           double default_timeout_seconds, std::function<void()> enter_child,
-                           Isolation isolation)
+EmbeddedPool::EmbeddedPool(SystemCalls& system, ForkQueues& queues, double default_timeout_seconds,
+                           std::function<void()> enter_child, Isolation isolation)
     : system_(system),
       queues_(queues),
       default_timeout_seconds_(default_timeout_seconds),

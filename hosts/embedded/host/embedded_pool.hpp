@@ -25,7 +25,7 @@ class EmbeddedPool : public genetic::ProcessEvaluation {
  public:
   // `enter_child` is called in each child before it works on a candidate. The first two must
   // outlive the pool.
-  EmbeddedPool(SystemCalls& system, const ForkQueues& queues, double default_timeout_seconds,
+  EmbeddedPool(SystemCalls& system, ForkQueues& queues, double default_timeout_seconds,
                std::function<void()> enter_child, Isolation isolation = Isolation::Candidate);
 
   // From here on what is recorded during a batch is gathered, and put in the file before each fork,
@@ -67,7 +67,7 @@ class EmbeddedPool : public genetic::ProcessEvaluation {
                                  std::size_t candidates) const;
 
   SystemCalls& system_;
-  const ForkQueues& queues_;
+  ForkQueues& queues_;
   double default_timeout_seconds_;
   std::function<void()> enter_child_;
   int candidates_per_worker_;

@@ -130,11 +130,11 @@ std::shared_ptr<genetic::ProcessContext> ForkQueues::fork_context() {
   return context;
 }
 
-void ForkQueues::hold_messages() const {
+void ForkQueues::hold_messages() {
   if (const std::shared_ptr<ForkContext> context = current_.lock()) context->hold_messages();
 }
 
-void ForkQueues::send_held() const {
+void ForkQueues::send_held() {
   if (const std::shared_ptr<ForkContext> context = current_.lock()) context->send_held();
 }
 

@@ -27,9 +27,9 @@ class ForkQueues : public genetic::ProcessContexts {
 
   // From here on what the parent puts into the queues of the batch under way is held back until the
   // next send_held(): a child is to be told nothing that is not on record yet.
-  void hold_messages() const;
+  void hold_messages();
   // RuntimeError where a child has not taken earlier messages, and there is no room for more.
-  void send_held() const;
+  void send_held();
 
   // The descriptors at which messages of the children of the batch under way arrive. They are the
   // parent's alone.

@@ -10,6 +10,8 @@
 #include <immintrin.h>
 #endif
 
+#include "hosts/embedded/vocabulary/vector_kernels.hpp"
+
 namespace varnholt::embedded {
 namespace {
 
@@ -113,7 +115,7 @@ const NearDays& plain_near_days() {
 const NearDays* near_days_of_quads() {
 #if defined(__x86_64__)
   static constexpr NearDays kLoops{keep_in_quads, last_in_quads};
-  if (__builtin_cpu_supports("avx2")) return &kLoops;
+  if (kernels_of_quads() != nullptr) return &kLoops;
 #endif
   return nullptr;
 }

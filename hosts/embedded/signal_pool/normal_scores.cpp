@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cmath>
 #include <cstddef>
 #include <numbers>
@@ -10,6 +9,8 @@
 #include <utility>
 
 #include <fmt/format.h>
+
+#include "hosts/embedded/vocabulary/ordered_bits.hpp"
 
 namespace varnholt::embedded {
 namespace {
@@ -30,14 +31,6 @@ struct DayValue {
   std::uint64_t key = 0;  // Orders as the values do.
   Index day = 0;
 };
-
-// Of two numbers the greater has the greater key; zeros of either sign, which are equal, stand side
-// by side.
-std::uint64_t order_key(double value) {
-  constexpr std::uint64_t kSign = std::uint64_t{1} << 63;
-  const auto bits = std::bit_cast<std::uint64_t>(value);
-  return (bits & kSign) != 0 ? ~bits : bits | kSign;
-}
 
 // Days that stand side by side and are alike are put in the order of their keys.
 template <typename Alike>
@@ -65,7 +58,7 @@ std::vector<DayValue> in_order_of_value(const Eigen::Ref<const ArrayXd>& series)
     return static_cast<std::size_t>(key >> (kTrailingBits + pass * kDigitBits)) & (kDigits - 1);
   };
   for (std::size_t i = 0; i < size; ++i) {
-    days[i] = {order_key(series[static_cast<Index>(i)]), static_cast<Index>(i)};
+    days[i] = {ordered_bits(series[static_cast<Index>(i)]), static_cast<Index>(i)};
     for (int pass = 0; pass < kPasses; ++pass)
       ++counts[static_cast<std::size_t>(pass)][digit(days[i].key, pass)];
   }

@@ -457,7 +457,6 @@ std::optional<std::vector<double>> SqliteUse::series(const char* name) const {
 
 SqliteTransaction::SqliteTransaction(SqliteDatabase& database, const char* doing)
     : database_(database), doing_(doing) {
-  database.require_owner();
   database.join_gathered(doing);
   is_inner_ = database.is_in_transaction();
   if (!is_inner_) database.require_same_file(doing);

@@ -6,13 +6,13 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <limits>
 #include <utility>
 #include <vector>
 
 #include "hosts/embedded/vocabulary/alike.hpp"
 #include "hosts/embedded/vocabulary/day_tiles.hpp"
+#include "hosts/embedded/vocabulary/ordered_bits.hpp"
 #include "hosts/embedded/vocabulary/panel_checks.hpp"
 #include "hosts/embedded/vocabulary/vector_kernels.hpp"
 
@@ -29,15 +29,6 @@ struct Member {
 constexpr std::size_t kLeastForRadix = 20;
 // From so many values on fewer digits pay, whose tables are larger.
 constexpr std::size_t kLeastForLargeTables = 1000;
-
-// The bits of a double, put in the order of the numbers: those of a negative one are turned, and
-// the others come after it. (Of two zeros the negative one comes first.)
-std::uint64_t ordered_bits(double value) {
-  std::uint64_t bits = 0;
-  std::memcpy(&bits, &value, sizeof bits);
-  constexpr std::uint64_t kSign = std::uint64_t{1} << 63;
-  return (bits & kSign) != 0 ? ~bits : bits | kSign;
-}
 
 // Members by the value of their columns; keeps its memory from one day to the next.
 class MemberSort {

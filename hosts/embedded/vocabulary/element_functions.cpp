@@ -1,5 +1,7 @@
 #include "hosts/embedded/vocabulary/element_functions.hpp"
 
+#include <stdexcept>
+
 namespace varnholt::embedded {
 
 std::size_t inputs_of(ElementFunction function) {
@@ -15,9 +17,26 @@ std::size_t inputs_of(ElementFunction function) {
     case ElementFunction::If:
     case ElementFunction::Clip:
       return 3;
-    default:
+    // Named one by one, so that the compiler asks how many a new function takes.
+    case ElementFunction::Add:
+    case ElementFunction::Sub:
+    case ElementFunction::Mul:
+    case ElementFunction::Div:
+    case ElementFunction::Min:
+    case ElementFunction::Max:
+    case ElementFunction::Power:
+    case ElementFunction::SignedPower:
+    case ElementFunction::Greater:
+    case ElementFunction::Less:
+    case ElementFunction::GreaterOrEqual:
+    case ElementFunction::LessOrEqual:
+    case ElementFunction::Equal:
+    case ElementFunction::NotEqual:
+    case ElementFunction::And:
+    case ElementFunction::Or:
       return 2;
   }
+  throw std::logic_error("there is no such function of entries");
 }
 
 }  // namespace varnholt::embedded

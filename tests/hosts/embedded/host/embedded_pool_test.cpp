@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <functional>
 #include <memory>
 #include <new>
 #include <span>
@@ -17,15 +16,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "hosts/embedded/pool/pool_types.hpp"
 #include "hosts/embedded/system/interrupt.hpp"
 #include "search_templates/genetic/host/function_callable.hpp"
 #include "search_templates/genetic/host/pool_objects.hpp"
-#include "search_templates/genetic/value/keys.hpp"
 #include "search_templates/genetic/value/operations.hpp"
 #include "search_templates/genetic/value/semantics.hpp"
 #include "tests/hosts/embedded/host/embedded_pool_fixture.hpp"
@@ -36,7 +32,6 @@
 namespace varnholt::embedded::test {
 namespace {
 
-namespace keys = genetic::keys;
 using genetic::Callable;
 using genetic::List;
 using genetic::Mapping;
