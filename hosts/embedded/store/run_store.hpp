@@ -80,7 +80,7 @@ class RunStore {
 
   // Of the errors since something was written with success, the first; null where there is none.
   // What is tried after an error, to close what is open, mostly fails too, and hides what went
-  // wrong.
+  // wrong. One by which gathered writes were lost stays.
   [[nodiscard]] virtual std::exception_ptr first_failure() const noexcept { return nullptr; }
 
   // Opens a run in the name of this process and returns its number.

@@ -212,7 +212,7 @@ void SqliteDatabase::discard_new_file() {
 void SqliteDatabase::note_success() {
   // Nobody else removes it from here on: that takes a lock that this connection does not give up.
   if (!log_) log_ = identity_of(log_path());
-  if (!first_failure_) return;
+  if (!first_failure_ || has_lost_gathered_) return;
   first_failure_ = nullptr;
   ::sqlite3_busy_timeout(handle_, busy_timeout_);
 }
@@ -256,8 +256,14 @@ bool SqliteDatabase::is_in_transaction() const {
 
 void SqliteDatabase::join_gathered(const char* doing) {
   if (!gathers_ || is_in_transaction()) return;
+  note_lost_gathered();
   require_same_file(doing);
   execute("BEGIN IMMEDIATE", doing);
+  is_gathered_open_ = true;
+}
+
+void SqliteDatabase::note_lost_gathered() {
+  if (std::exchange(is_gathered_open_, false)) has_lost_gathered_ = true;
 }
 
 void SqliteDatabase::put_in_file() {
@@ -271,14 +277,16 @@ void SqliteDatabase::end_gathering() {
 }
 
 void SqliteDatabase::commit_gathered() {
-  if (!is_in_transaction()) return;
+  if (!is_in_transaction()) return note_lost_gathered();
   try {
     execute("COMMIT", kGathering);
   } catch (const StoreError&) {
     // SQLite has mostly done so; what is told is why it could not be committed.
     if (is_in_transaction()) ::sqlite3_exec(handle_, "ROLLBACK", nullptr, nullptr, nullptr);
+    note_lost_gathered();
     throw;
   }
+  is_gathered_open_ = false;
   note_success();
 }
 

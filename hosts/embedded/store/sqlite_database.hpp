@@ -61,7 +61,8 @@ class SqliteDatabase : public GatheredWrites {
   void discard_new_file();
 
   // Of the errors since something was written with success, the first: null where there is none.
-  // What is tried after it, to close what is open, mostly fails too.
+  // What is tried after it, to close what is open, mostly fails too. One by which gathered writes
+  // were lost stays, whatever is written after it: what was recorded is not in the file.
   [[nodiscard]] const std::exception_ptr& first_failure() const noexcept { return first_failure_; }
   void note_success();
 
@@ -84,6 +85,8 @@ class SqliteDatabase : public GatheredWrites {
   template <typename Error>
   [[noreturn]] void fail_with(const Error& error);
   void commit_gathered();
+  // Of what is lost the database itself has ended the transaction, or a commit has failed.
+  void note_lost_gathered();
   [[nodiscard]] bool is_moved() const;
   [[nodiscard]] std::string log_path() const;
   [[nodiscard]] std::string lock_remedy() const;
@@ -94,6 +97,8 @@ class SqliteDatabase : public GatheredWrites {
   sqlite3* handle_ = nullptr;
   bool is_new_ = false;  // The file was made by this object.
   bool gathers_ = false;
+  bool is_gathered_open_ = false;   // The transaction of gathered writes was begun.
+  bool has_lost_gathered_ = false;  // One was rolled back.
   std::optional<FileIdentity> file_;
   std::optional<FileIdentity> log_;  // What is written ahead, once it is there.
   std::exception_ptr first_failure_;

@@ -137,9 +137,13 @@ TEST_F(GatheredWritesTest, ADiskThatRefusesIsToldWhereTheyArePutThere) {
     EXPECT_EQ(own.evaluation_count(run_), 2) << "what was not put there is lost";
     own.record_evaluations(run_, batch(300, 1));
     own.gathered_writes().end_gathering();
+    own.record_evaluations(run_, batch(301, 1));
+    EXPECT_THAT([&] { std::rethrow_exception(own.first_failure()); },
+                ::testing::Throws<StoreDiskError>())
+        << "what is written later does not bring back what was lost";
   });
   EXPECT_EQ(status, 0);
-  EXPECT_EQ(seen(), 3);
+  EXPECT_EQ(seen(), 4);
 }
 
 TEST_F(GatheredWritesTest, WhatCannotBeCommittedHoldsNoLock) {
